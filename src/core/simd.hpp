@@ -1,0 +1,12 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+/// Compiles a function once for plain x86-64 and once for AVX2 and picks at load time what the processor has.
+/// Both give the same bits: the build allows no fused multiply-add. Sanitizers cannot run code before their
+/// own start-up, as the choice at load time would.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(VORN_MV_SANITIZED)
+#define VORN_TARGET_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define VORN_TARGET_CLONES
+#endif
