@@ -1,0 +1,149 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/core/atomic_file.hpp>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <vorn/core/exception.hpp>
+
+#include "support/expect_error.hpp"
+#include "support/temporary_folder.hpp"
+
+namespace fs = std::filesystem;
+using vorn::AtomicFile;
+using vorn::test::expectError;
+using vorn::test::TemporaryFolder;
+
+namespace {
+
+std::string contentOf(fs::path const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void put(fs::path const& path, std::string const& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+std::size_t filesIn(fs::path const& folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+}
+
+void save(fs::path const& path, std::string const& text) {
+  AtomicFile file(path.string());
+  file.write(text);
+  file.commit();
+}
+
+/// Lets no file of this process grow beyond `size` bytes while it lives: a disk that fills up.
+class FullDisk {
+public:
+  explicit FullDisk(rlim_t size) : oldHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &oldLimit_);
+    rlimit const limit = {size, oldLimit_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FullDisk(FullDisk const&) = delete;
+  FullDisk& operator=(FullDisk const&) = delete;
+  ~FullDisk() {
+    setrlimit(RLIMIT_FSIZE, &oldLimit_);
+    std::signal(SIGXFSZ, oldHandler_);
+  }
+
+private:
+  rlimit oldLimit_ = {};
+  void (*oldHandler_)(int);
+};
+
+} // namespace
+
+TEST(AtomicFile, AppearsOnlyWhenCommitted) {
+  TemporaryFolder const folder;
+  fs::path const path = folder / "a.txt";
+  put(path, "old");
+  {
+    AtomicFile file(path.string());
+    file.write("new");
+    file.write(" text");
+    EXPECT_EQ(contentOf(path), "old");
+    file.commit();
+    EXPECT_EQ(contentOf(path), "new text");
+  }
+  {
+    AtomicFile abandoned(path.string());
+    abandoned.write("half");
+  }
+  EXPECT_EQ(contentOf(path), "new text");
+  EXPECT_EQ(filesIn(folder.path()), 1U);
+}
+
+TEST(AtomicFile, FullDiskKeepsTheOldFile) {
+  TemporaryFolder const folder;
+  fs::path const path = folder / "a.txt";
+  put(path, "old");
+  {
+    FullDisk const fullDisk(1000);
+    expectError([&] { save(path, std::string(5000, 'x')); },
+                "Cannot write " + path.string() + ": File too large");
+  }
+  EXPECT_EQ(contentOf(path), "old");
+  EXPECT_EQ(filesIn(folder.path()), 1U);
+  expectError([] { save("/dev/full", "x"); }, "Cannot write /dev/full: No space left on device");
+  EXPECT_TRUE(fs::is_character_file("/dev/full"));
+}
+
+TEST(AtomicFile, UnusableTargetsAreNamedWithTheReason) {
+  TemporaryFolder const folder;
+  std::string const missing = (folder / "none/a.txt").string();
+  expectError([&] { AtomicFile file(missing); }, "Cannot open " + missing + ": No such file or directory");
+  expectError([&] { AtomicFile file(folder.path().string()); }, "Is a directory");
+  expectError([&] { AtomicFile file((folder / "new/").string()); }, "Is a directory");
+  expectError([] { AtomicFile file(""); }, "No such file or directory");
+  fs::create_symlink("loop", folder / "loop");
+  expectError([&] { AtomicFile file((folder / "loop").string()); }, "Too many levels of symbolic links");
+  expectError([&] { AtomicFile file((folder / std::string(300, 'n')).string()); }, "File name too long");
+}
+
+TEST(AtomicFile, ReplacedFileKeepsItsPermissions) {
+  TemporaryFolder const folder;
+  fs::path const path = folder / std::string(255, 'n'); // the longest name there is
+  put(path, "old");
+  for (auto const bits : {fs::perms{0640}, fs::perms{0755}}) {
+    fs::permissions(path, bits);
+    save(path, "new");
+    EXPECT_EQ(fs::status(path).permissions(), bits);
+  }
+  mode_t const oldMask = umask(027);
+  save(folder / "fresh", "new");
+  umask(oldMask);
+  EXPECT_EQ(fs::status(folder / "fresh").permissions(), fs::perms{0640});
+}
+
+TEST(AtomicFile, LinksStayAndTheirFileIsReplaced) {
+  TemporaryFolder const folder;
+  fs::create_directory(folder / "data");
+  put(folder / "data/real.txt", "old");
+  fs::create_symlink("data/real.txt", folder / "link");
+  fs::create_symlink("data/absent.txt", folder / "dangling");
+  save(folder / "link", "new");
+  save(folder / "dangling", "made");
+  EXPECT_TRUE(fs::is_symlink(folder / "link"));
+  EXPECT_EQ(contentOf(folder / "data/real.txt"), "new");
+  EXPECT_EQ(contentOf(folder / "data/absent.txt"), "made");
+}
+
+TEST(AtomicFile, TargetInTheCurrentFolder) {
+  TemporaryFolder const folder;
+  fs::path const before = fs::current_path();
+  fs::current_path(folder.path());
+  save("plain.txt", "text");
+  fs::current_path(before);
+  EXPECT_EQ(contentOf(folder / "plain.txt"), "text");
+}
