@@ -1,0 +1,100 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <vorn/core/export.hpp>
+#include <vorn/core/interfaces.hpp>
+
+namespace vorn {
+
+/// A value out of a fixed list of named items.
+class VORN_API IEnum : public virtual IObject, public virtual IJsonSerializable {
+public:
+  ~IEnum() override;
+
+  virtual int getIndex() const = 0;
+  /// @throws Exception when there is no item with this index
+  virtual void setIndex(int index) = 0;
+  /// The item names in index order; one list an enum class.
+  virtual std::vector<std::string> const& getItems() const = 0;
+  virtual std::unique_ptr<IEnum> clone() const = 0;
+
+  /// Selects an item by its name.
+  /// @throws Exception when there is no item of this name
+  void setItem(std::string const& name);
+
+  /// The name of the current item.
+  std::string toString() const override;
+  /// "vorn::IObject" and "vorn::IJsonSerializable".
+  std::vector<std::string> const& getInterfaces() const override;
+  bool isNull() const override { return false; }
+  void finalize() override {}
+  /// Takes an item name or an index.
+  void read(nlohmann::json const& json) override;
+  /// Writes the item name.
+  void write(nlohmann::json& json) const override;
+
+protected:
+  IEnum() = default;
+  IEnum(IEnum const&) = default;
+  IEnum(IEnum&&) = default;
+  IEnum& operator=(IEnum const&) = default;
+  IEnum& operator=(IEnum&&) = default;
+};
+
+namespace detail {
+/// The names in "A, B, C", without blanks.
+VORN_API std::vector<std::string> enumItems(char const* list);
+VORN_API void checkEnumIndex(int index, std::vector<std::string> const& items, std::string const& className);
+} // namespace detail
+
+/// The shape of an enum class, written once. A class gives its name, its list of items and its item
+/// constants:
+///
+///     class MorphShape : public EnumBase<MorphShape> {
+///     public:
+///       enum Item { Rect, Cross, Ellipse };
+///       static constexpr char const* className = "vorn::mv::MorphShape";
+///       static constexpr char const* itemList = "Rect, Cross, Ellipse";
+///       MorphShape(Item item = Rect) : EnumBase(item) {}
+///     };
+template <class Self>
+class EnumBase : public IEnum {
+public:
+  int getIndex() const override { return index_; }
+
+  void setIndex(int index) override {
+    detail::checkEnumIndex(index, items(), getClassName());
+    index_ = index;
+  }
+
+  std::vector<std::string> const& getItems() const override { return items(); }
+  std::unique_ptr<IEnum> clone() const override {
+    return std::make_unique<Self>(static_cast<Self const&>(*this));
+  }
+
+  std::string const& getClassName() const override {
+    static std::string const name = Self::className;
+    return name;
+  }
+
+  friend bool operator==(Self const& a, Self const& b) { return a.getIndex() == b.getIndex(); }
+  friend bool operator!=(Self const& a, Self const& b) { return a.getIndex() != b.getIndex(); }
+
+protected:
+  explicit EnumBase(int index) : index_(index) {}
+
+private:
+  static std::vector<std::string> const& items() {
+    static std::vector<std::string> const names = detail::enumItems(Self::itemList);
+    return names;
+  }
+
+  int index_;
+};
+
+} // namespace vorn

@@ -1,0 +1,73 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <vorn/core/export.hpp>
+#include <vorn/core/interfaces.hpp>
+#include <vorn/core/variant.hpp>
+
+namespace vorn {
+
+/// A named value of a fixed type, with a default and perhaps a range.
+///
+/// The type is that of the default. A new value is converted to it: whole numbers to floating-point ones and
+/// back where nothing is lost, numbers spelled out as text, 0 and 1 as truth values; an enum takes an enum of
+/// its own class, an index or an item name. Anything else, a value outside the range, and NaN in a ranged
+/// property, are refused with an `Exception` that names property, value and range; the old value stays.
+class VORN_API Property : public IObject, public IJsonSerializable {
+public:
+  Property(std::string name, Variant value);
+  /// @throws Exception when `value` lies outside [min, max]
+  Property(std::string name, Variant value, Variant min, Variant max);
+
+  std::string const& getName() const { return name_; }
+  Variant const& getValue() const { return value_; }
+  Variant const& getDefault() const { return default_; }
+  bool hasRange() const { return range_.has_value(); }
+  /// The least allowed value, inclusive.
+  /// @throws Exception when the property has no range
+  Variant const& getMin() const;
+  /// The greatest allowed value, inclusive.
+  /// @throws Exception when the property has no range
+  Variant const& getMax() const;
+  /// Goes back to the value given at construction.
+  void setDefault() { value_ = default_; }
+
+  Property& operator=(Variant const& value);
+
+  operator int() const { return value_.toInt(); }
+  operator bool() const { return value_.toBool(); }
+  operator IEnum const&() const { return value_.toEnum(); }
+
+  std::string const& getClassName() const override;
+  /// "vorn::IObject" and "vorn::IJsonSerializable".
+  std::vector<std::string> const& getInterfaces() const override;
+  /// "Name = value".
+  std::string toString() const override;
+  bool isNull() const override { return false; }
+  void finalize() override {}
+  /// Takes the value: a number, true or false, an item name.
+  void read(nlohmann::json const& json) override;
+  /// Writes the value.
+  void write(nlohmann::json& json) const override;
+
+private:
+  struct Range {
+    Variant min;
+    Variant max;
+  };
+
+  Variant converted(Variant const& value) const;
+  void checkRange(Variant const& value) const;
+
+  std::string name_;
+  Variant value_;
+  Variant default_;
+  std::optional<Range> range_;
+};
+
+} // namespace vorn

@@ -1,0 +1,27 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <vorn/core/export.hpp>
+#include <vorn/core/variant.hpp>
+
+namespace vorn {
+
+/// Settings and log of the whole process. Every call may come from any thread.
+class VORN_API System {
+public:
+  /// The value stored for `key`, or `fallback` when the key was never set.
+  static Variant get(std::string const& key, Variant fallback);
+  static void set(std::string const& key, Variant value);
+
+  /// Writes one message to the log sink.
+  static void log(std::string const& text);
+  /// Directs the log; an empty function restores the default, which writes to standard error.
+  /// The sink is called by one thread at a time and must not log itself.
+  static void setLogSink(std::function<void(std::string const&)> sink);
+};
+
+} // namespace vorn

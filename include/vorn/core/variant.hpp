@@ -1,0 +1,56 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <variant>
+
+#include <vorn/core/enum.hpp>
+#include <vorn/core/export.hpp>
+
+namespace vorn {
+
+/// A value with its type: a whole number, a floating-point number, a truth value, an enum or a text.
+///
+/// The readers convert from whatever is held: numbers as by a C++ cast, but clamped to the range of the
+/// result and with 0 for NaN; truth values as 0 and 1; enums as their index; a text as the number that it
+/// spells out. They throw `Exception` for a text that is no number.
+class VORN_API Variant {
+public:
+  enum class Type { Int, Int64, Double, Bool, Enum, String };
+
+  Variant(int value = 0) : value_(value) {}
+  Variant(std::int64_t value) : value_(value) {}
+  Variant(double value) : value_(value) {}
+  Variant(float value) : value_(static_cast<double>(value)) {}
+  Variant(bool value) : value_(value) {}
+  Variant(std::string value) : value_(std::move(value)) {}
+  /// A text: a literal must not turn into a truth value.
+  Variant(char const* value) : value_(std::string(value)) {}
+  /// Holds a copy of the enum.
+  Variant(IEnum const& value);
+
+  Type type() const { return static_cast<Type>(value_.index()); }
+
+  int toInt() const;
+  std::int64_t toInt64() const;
+  float toFloat() const;
+  double toDouble() const;
+  /// A text is true as "true" or any number but 0, and false as "false" or 0.
+  bool toBool() const;
+  /// The value in words; floating-point numbers with the fewest digits that give the same value again.
+  std::string toString() const;
+  /// @throws Exception when no enum is held
+  IEnum const& toEnum() const;
+
+  /// Same type and same value; enums are equal when class and index are.
+  friend VORN_API bool operator==(Variant const& a, Variant const& b);
+  friend bool operator!=(Variant const& a, Variant const& b) { return !(a == b); }
+
+private:
+  std::variant<int, std::int64_t, double, bool, std::shared_ptr<IEnum const>, std::string> value_;
+};
+
+} // namespace vorn

@@ -1,0 +1,55 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include <vorn/core/export.hpp>
+
+namespace vorn::mv {
+
+/// The layout of an image's pixels.
+struct VORN_API PixelFormat {
+  enum class Order { Gray, BGR, RGB, BGRA, RGBA };
+
+  Order order = Order::Gray;
+  /// 8 or 16.
+  int bitsPerChannel = 8;
+
+  int channels() const;
+  std::size_t bytesPerPixel() const { return static_cast<std::size_t>(channels() * bitsPerChannel / 8); }
+};
+
+/// A captured image as a host holds it: rows of pixels without gaps, owned by the image.
+class VORN_API Image {
+public:
+  Image() = default;
+  /// Copies the pixels; `data` holds width x height pixels of `format` without gaps between rows.
+  /// @throws Exception for a negative size, an unknown number of bits or null data with a size
+  Image(void const* data, int width, int height, PixelFormat format);
+
+  /// The first byte, or null when empty.
+  std::uint8_t const* getData() const { return data_.empty() ? nullptr : data_.data(); }
+  std::uint8_t* getData() { return data_.empty() ? nullptr : data_.data(); }
+  int getWidth() const { return width_; }
+  int getHeight() const { return height_; }
+  PixelFormat const& getPixelFormat() const { return format_; }
+  bool isEmpty() const { return data_.empty(); }
+
+private:
+  std::vector<std::uint8_t> data_;
+  int width_ = 0;
+  int height_ = 0;
+  PixelFormat format_;
+};
+
+/// The image as H x W CV_8UC3 in OpenCV's order; 16 bits are scaled to 8, alpha is dropped, grey is repeated.
+VORN_API cv::Mat toBGRMat(Image const& image);
+/// The image as H x W CV_8UC1; colours are weighted as by `cv::cvtColor`, 16 bits are scaled to 8.
+VORN_API cv::Mat toGrayMat(Image const& image);
+
+} // namespace vorn::mv

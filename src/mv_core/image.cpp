@@ -1,0 +1,104 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/core/image.hpp>
+
+#include <algorithm>
+
+#include <opencv2/imgproc.hpp>
+
+#include "core/error.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// How `cv::cvtColor` gets from a pixel order to blue, green, red and to grey; -1 where nothing is to be
+/// done.
+struct Conversion {
+  int toBGR;
+  int toGray;
+};
+
+Conversion conversion(PixelFormat::Order order) {
+  switch (order) {
+  case PixelFormat::Order::Gray:
+    return {cv::COLOR_GRAY2BGR, -1};
+  case PixelFormat::Order::BGR:
+    return {-1, cv::COLOR_BGR2GRAY};
+  case PixelFormat::Order::RGB:
+    return {cv::COLOR_RGB2BGR, cv::COLOR_RGB2GRAY};
+  case PixelFormat::Order::BGRA:
+    return {cv::COLOR_BGRA2BGR, cv::COLOR_BGRA2GRAY};
+  case PixelFormat::Order::RGBA:
+    return {cv::COLOR_RGBA2BGR, cv::COLOR_RGBA2GRAY};
+  }
+  throw error("Unknown pixel format", "Image");
+}
+
+/// The image in 8 bits a channel, its channels as they are.
+cv::Mat toBytes(Image const& image) {
+  PixelFormat const& format = image.getPixelFormat();
+  int const depth = format.bitsPerChannel == 8 ? CV_8U : CV_16U;
+  // OpenCV has no view of const pixels; this one is only read.
+  cv::Mat const view(image.getHeight(), image.getWidth(), CV_MAKETYPE(depth, format.channels()),
+                     const_cast<std::uint8_t*>(image.getData()));
+  cv::Mat bytes;
+  constexpr double byteFromWord = 255.0 / 65535.0;
+  view.convertTo(bytes, CV_8U, depth == CV_8U ? 1.0 : byteFromWord);
+  return bytes;
+}
+
+cv::Mat converted(Image const& image, int Conversion::*code) {
+  if (image.isEmpty()) {
+    return {};
+  }
+  cv::Mat result = toBytes(image);
+  int const step = conversion(image.getPixelFormat().order).*code;
+  if (step >= 0) {
+    cv::cvtColor(result, result, step);
+  }
+  return result;
+}
+
+} // namespace
+
+int PixelFormat::channels() const {
+  switch (order) {
+  case Order::Gray:
+    return 1;
+  case Order::BGR:
+  case Order::RGB:
+    return 3;
+  case Order::BGRA:
+  case Order::RGBA:
+    return 4;
+  }
+  return 0;
+}
+
+Image::Image(void const* data, int width, int height, PixelFormat format)
+    : width_(width), height_(height), format_(format) {
+  if (width < 0 || height < 0) {
+    throw error("An image cannot be " + std::to_string(width) + " x " + std::to_string(height), "Image");
+  }
+  if (format.bitsPerChannel != 8 && format.bitsPerChannel != 16) {
+    throw error("An image has 8 or 16 bits a channel, not " + std::to_string(format.bitsPerChannel), "Image");
+  }
+  std::size_t const size =
+      static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * format.bytesPerPixel();
+  if (size > 0 && data == nullptr) {
+    throw error("No data for the image", "Image");
+  }
+  auto const* first = static_cast<std::uint8_t const*>(data);
+  data_.assign(first, first + size);
+}
+
+cv::Mat toBGRMat(Image const& image) {
+  return converted(image, &Conversion::toBGR);
+}
+
+cv::Mat toGrayMat(Image const& image) {
+  return converted(image, &Conversion::toGray);
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,151 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <vorn/core/exception.hpp>
+
+#include "support/test_filter.hpp"
+
+namespace vorn {
+namespace {
+
+using test::Shade;
+using test::TestFilter;
+
+/// The message of the exception that `action` throws; empty when it throws none.
+template <class Action>
+std::string messageOf(Action const& action) {
+  try {
+    action();
+  } catch (Exception const& e) {
+    return e.message();
+  }
+  return {};
+}
+
+TEST(Property, ConvertsToItsDeclaredType) {
+  TestFilter filter;
+  filter["Radius"] = 4.0;
+  EXPECT_EQ(filter["Radius"].getValue(), Variant(4));
+  filter["Radius"] = "7";
+  EXPECT_EQ(filter["Radius"].getValue(), Variant(7));
+  filter["Sigma"] = 3;
+  EXPECT_EQ(filter["Sigma"].getValue(), Variant(3.0));
+  filter["Sigma"] = 2.5F;
+  EXPECT_EQ(filter["Sigma"].getValue(), Variant(2.5));
+  filter["Inverted"] = 1;
+  EXPECT_EQ(filter["Inverted"].getValue(), Variant(true));
+  filter["Label"] = "true";
+  EXPECT_EQ(filter["Label"].getValue(), Variant("true"));
+}
+
+TEST(Property, EnumTakesItemIndexOrName) {
+  TestFilter filter;
+  filter["Shade"] = Shade(Shade::Bright);
+  EXPECT_EQ(filter["Shade"].getValue().toString(), "Bright");
+  filter["Shade"] = 0;
+  EXPECT_EQ(filter["Shade"].getValue().toString(), "Dark");
+  filter["Shade"] = "Medium";
+  IEnum const& item = filter["Shade"];
+  EXPECT_EQ(item.getIndex(), Shade::Medium);
+  EXPECT_EQ(item.getItems(), (std::vector<std::string>{"Dark", "Medium", "Bright"}));
+}
+
+TEST(Property, RefusesWhatItCannotHoldAndKeepsItsValue) {
+  TestFilter filter;
+  double const nan = std::numeric_limits<double>::quiet_NaN();
+  double const inf = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(messageOf([&] { filter["Radius"] = 33; }), "Property \"Radius\" must lie in [0, 32], not at 33");
+  EXPECT_NE(messageOf([&] { filter["Radius"] = 1.5; }), "");
+  EXPECT_NE(messageOf([&] { filter["Radius"] = nan; }), "");
+  EXPECT_NE(messageOf([&] { filter["Radius"] = inf; }), "");
+  EXPECT_NE(messageOf([&] { filter["Radius"] = std::int64_t{1} << 40; }), "");
+  EXPECT_NE(messageOf([&] { filter["Radius"] = "wide"; }).find("\"Radius\""), std::string::npos);
+  EXPECT_EQ(filter["Radius"].getValue(), Variant(1));
+  EXPECT_NE(messageOf([&] { filter["Sigma"] = nan; }), "");
+  EXPECT_NE(messageOf([&] { filter["Sigma"] = 10.000001; }), "");
+  EXPECT_EQ(filter["Sigma"].getValue(), Variant(1.5));
+  EXPECT_NE(messageOf([&] { filter["Inverted"] = 2; }), "");
+  EXPECT_NE(messageOf([&] { filter["Shade"] = 3; }).find("\"Shade\""), std::string::npos);
+  EXPECT_NE(messageOf([&] { filter["Shade"] = "Pink"; }).find("Dark, Medium, Bright"), std::string::npos);
+  EXPECT_EQ(filter["Shade"].getValue().toString(), "Medium");
+  EXPECT_THROW(Property("Bad", 5, 0, 4), Exception);
+}
+
+TEST(Property, BoundsAreAllowed) {
+  TestFilter filter;
+  for (int const bound : {filter["Radius"].getMin().toInt(), filter["Radius"].getMax().toInt()}) {
+    filter["Radius"] = bound;
+    EXPECT_EQ(static_cast<int>(filter["Radius"]), bound);
+  }
+  EXPECT_FALSE(filter["Offset"].hasRange());
+  EXPECT_THROW(filter["Offset"].getMin(), Exception);
+}
+
+TEST(PropertySet, FreshAndResetObjectsAreAtTheirDefaults) {
+  TestFilter filter;
+  filter["Radius"] = 9;
+  filter["Shade"] = Shade::Bright;
+  filter.setDefault();
+  for (Property const* property : filter.getProperties()) {
+    EXPECT_EQ(property->getValue(), property->getDefault()) << property->getName();
+  }
+  EXPECT_EQ(filter.getPropertyNames(),
+            (std::vector<std::string>{"Radius", "Sigma", "Inverted", "Shade", "Offset", "Label"}));
+}
+
+TEST(PropertySet, UnknownNamesAreFoundOut) {
+  TestFilter filter;
+  EXPECT_THROW(filter["Raduis"], Exception);
+  EXPECT_EQ(filter.findProperty("Raduis"), nullptr);
+  EXPECT_FALSE(filter.hasProperty("Raduis"));
+  EXPECT_THROW(filter.addProperty(new Property("Radius", 1)), Exception);
+  EXPECT_EQ(static_cast<int>(filter.addProperty(new Property("Count", 2))->getProperty("Count")), 2);
+}
+
+TEST(PropertySet, JsonRoundTripRestoresEveryValue) {
+  TestFilter filter;
+  filter["Sigma"] = 0.1 + 0.2; // needs all its digits
+  filter["Shade"] = Shade::Dark;
+  filter["Inverted"] = true;
+  filter["Label"] = "x";
+  nlohmann::json json;
+  filter.write(json);
+  EXPECT_EQ(json["Shade"], "Dark");
+  TestFilter copy;
+  copy.read(nlohmann::json::parse(json.dump()));
+  for (std::string const& name : filter.getPropertyNames()) {
+    EXPECT_EQ(copy[name].getValue(), filter[name].getValue()) << name;
+  }
+}
+
+TEST(PropertySet, RefusedJsonChangesNothing) {
+  TestFilter filter;
+  for (char const* text : {R"({"Radius": 5, "Sigma": 11})", R"({"Radius": 5, "Shade": "Pink"})",
+                           R"({"Radius": 5, "Inverted": []})", R"([5])", R"({"Radius": null})"}) {
+    EXPECT_THROW(filter.read(nlohmann::json::parse(text)), Exception) << text;
+    EXPECT_EQ(static_cast<int>(filter["Radius"]), 1) << text;
+  }
+  filter.read(nlohmann::json::parse(R"({"Unknown": {"a": 1}, "Shade": 2})"));
+  EXPECT_EQ(filter["Shade"].getValue().toString(), "Bright");
+}
+
+TEST(Variant, ReadersConvertFromWhateverIsHeld) {
+  EXPECT_EQ(Variant(2.9).toInt(), 2);
+  EXPECT_EQ(Variant(1e300).toInt(), std::numeric_limits<int>::max());
+  EXPECT_EQ(Variant(-1e300).toInt64(), std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(Variant("9007199254740993").toInt64(), 9007199254740993);
+  EXPECT_EQ(Variant(true).toDouble(), 1.0);
+  EXPECT_FALSE(Variant("false").toBool());
+  EXPECT_EQ(Variant(Shade(Shade::Bright)).toFloat(), 2.0F);
+  EXPECT_EQ(Variant(0.1).toString(), "0.1");
+  EXPECT_THROW(Variant("1.5mm").toDouble(), Exception);
+  EXPECT_NE(Variant(1), Variant(true));
+}
+
+} // namespace
+} // namespace vorn
