@@ -15,7 +15,8 @@ namespace vorn {
 
 /// Makes objects of one interface by the names of their classes.
 ///
-/// A name is the fully qualified class name ("vorn::mv::pc::DzFilter") or its last piece ("DzFilter").
+/// A name is the fully qualified class name ("vorn::mv::pc::DzFilter"), its last piece ("DzFilter"), or that
+/// without the ending "Filter" ("Dz").
 template <class Interface>
 class Registry {
 public:
@@ -28,10 +29,11 @@ public:
   /// @throws Exception when no class of this name was added
   std::unique_ptr<Interface> create(std::string const& name) const {
     auto const entry = std::find_if(entries_.begin(), entries_.end(), [&](Entry const& candidate) {
-      return candidate.className == name || shortName(candidate.className) == name;
+      std::string const shortName = candidate.className.substr(candidate.className.rfind(':') + 1);
+      return name == candidate.className || name == shortName || name + "Filter" == shortName;
     });
     if (entry == entries_.end()) {
-      throw Exception("Unknown class \"" + name + "\"", nullptr, 0, "create");
+      throw Exception("Unknown class \"" + name + "\"; known are " + joinedNames(), nullptr, 0, "create");
     }
     return entry->make();
   }
@@ -51,8 +53,12 @@ private:
     std::function<std::unique_ptr<Interface>()> make;
   };
 
-  static std::string shortName(std::string const& className) {
-    return className.substr(className.rfind(':') + 1);
+  std::string joinedNames() const {
+    std::string text;
+    for (auto const& entry : entries_) {
+      text += (text.empty() ? "" : ", ") + entry.className;
+    }
+    return text;
   }
 
   std::vector<Entry> entries_;
