@@ -1,0 +1,49 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core/matx.hpp>
+#include <opencv2/core/types.hpp>
+
+#include <vorn/core/export.hpp>
+
+namespace vorn::mv {
+
+/// A rigid transform held as a 4 x 4 matrix of doubles; the identity when new.
+class VORN_API Transform3D {
+public:
+  Transform3D();
+  /// @param R rotation
+  /// @param T translation
+  Transform3D(cv::Matx33d const& R, cv::Vec3d const& T);
+
+  /// The 4 x 4 matrix.
+  cv::Matx44d const& matrix() const { return matrix_; }
+  /// The rotation block.
+  cv::Matx33d R3() const;
+  /// The translation.
+  cv::Vec3d T3() const;
+  /// The fourth column: the translation and 1.
+  cv::Vec4d T4() const;
+  /// The unit rotation axis; see math::getLogR_SO3.
+  cv::Vec3d LogR() const;
+
+  void setIdentity();
+  /// Sets all sixteen entries to 0.
+  void setZeros();
+  void setR3(cv::Matx33d const& R);
+  void setT3(cv::Vec3d const& T);
+
+  /// Both triples of angles about x, y and z; see math::toEuleurAngles.
+  void toEuleurAngles(cv::Vec3d& sol1, cv::Vec3d& sol2) const;
+
+  /// The points carried by the transform, in their order, reckoned in float.
+  std::vector<cv::Point3f> transformPoints(std::vector<cv::Point3f> const& points) const;
+
+private:
+  cv::Matx44d matrix_;
+};
+
+} // namespace vorn::mv
