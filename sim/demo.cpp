@@ -1,0 +1,110 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/demo.hpp"
+
+#include <utility>
+
+namespace vorn::sim {
+namespace {
+
+Device scaled(Device const& device, int divisor) {
+  // The outer edge of pixel 0 lies at -0.5 and stays there.
+  auto const shrink = [divisor](double centre) { return (centre + 0.5) / divisor - 0.5; };
+  cv::Size const size = device.resolution();
+  return {device.focal() / static_cast<double>(divisor),
+          {shrink(device.centre().x), shrink(device.centre().y)},
+          device.distortion(),
+          {size.width / divisor, size.height / divisor}};
+}
+
+Object object(std::string name, DemoLabel label, Shape shape, Pose const& pose, double albedo) {
+  Object result;
+  result.name = std::move(name);
+  result.label = label;
+  result.shape = std::move(shape);
+  result.world_from_object = pose;
+  result.material.albedo = albedo;
+  return result;
+}
+
+Object relief() {
+  HeightField field;
+  field.halfSize = {85, 58};
+  field.bumps = {{-14, {-25, -5}, 22}, {-9, {38, 18}, 15}, {7, {30, -25}, 18}};
+  field.waves = {{1.6, {0.8, 0.6}, 34, 0.4}, {0.5, {-0.6, 0.8}, 17, 1.1}};
+  Object result = object("relief", Relief, field, Pose::fromDegrees({92, 66, 560}, {-6, 5, 4}), 0.72);
+  result.material.texture = Ripple{64, 0.12};
+  return result;
+}
+
+Object checkerPlate() {
+  Object result = object("checker plate", CheckerPlate, Rectangle{{60, 52}},
+                         Pose::fromDegrees({-112, 66, 556}, {9, -14, -5}), 0.78);
+  result.material.texture = Checker{20, 0.34};
+  return result;
+}
+
+Object shiny(Object object) {
+  object.material.specular = 0.25;
+  object.material.shininess = 80;
+  return object;
+}
+
+} // namespace
+
+Rig demoRig() {
+  Rig rig;
+  rig.camera.device =
+      Device({1552.4, 1550.9}, {644.3, 474.8}, {-0.21, 0.14, 0.0008, -0.0006, -0.03}, {1280, 960});
+  rig.camera.sensor.exposure = 0.72;
+  rig.projector.device =
+      Device({1138.2, 1137.1}, {459.6, 289.1}, {-0.09, 0.05, 0.0005, 0.0008, 0.0}, {912, 570});
+  rig.projector.world_from_proj = Pose::fromDegrees({198, -12, 18}, {-1.4, -19.6, 0.7});
+  rig.projector.focus = 560;
+  rig.projector.referenceDistance = 560;
+  return rig;
+}
+
+Rig smallDemoRig(int divisor) {
+  Rig rig = demoRig();
+  rig.camera.device = scaled(rig.camera.device, divisor);
+  rig.projector.device = scaled(rig.projector.device, divisor);
+  return rig;
+}
+
+Scene demoScene() {
+  Pose const steps = Pose::fromDegrees({95, -78, 572}, {4, 12, -6});
+  auto const on = [](Pose const& pose, cv::Vec3d const& offset) {
+    return pose * Pose{cv::Matx33d::eye(), offset};
+  };
+  return Scene({
+      object("back plane", BackPlane, Rectangle{{205, 150}}, Pose::fromDegrees({0, 0, 590}, {3, -4, 0}),
+             0.66),
+      shiny(object("sphere A", SphereA, Sphere{27}, Pose{cv::Matx33d::eye(), {-140, -74, 530}}, 0.75)),
+      shiny(object("sphere B", SphereB, Sphere{27}, Pose{cv::Matx33d::eye(), {-40, -80, 541}}, 0.75)),
+      // A cylinder's axis is y: turned to x it joins the spheres.
+      object("bar", Bar, Cylinder{4.5, 30}, Pose::fromDegrees({-90, -77, 535.5}, {0, 0, 90}), 0.6),
+      object("low step", LowStep, Box{{60, 42, 9}}, steps, 0.74),
+      object("high step", HighStep, Box{{30, 42, 9}}, on(steps, {30, 0, -12}), 0.74),
+      relief(),
+      checkerPlate(),
+      object("rod", Rod, Cylinder{1.6, 62}, Pose::fromDegrees({-18, 66, 548}, {0, 0, 12}), 0.7),
+  });
+}
+
+Target demoTarget() {
+  return Target();
+}
+
+std::vector<Pose> demoTargetPoses() {
+  return {
+      Pose::fromDegrees({2, 3, 560}, {2, -3, 1}),        Pose::fromDegrees({-12, 8, 575}, {24, 4, 3}),
+      Pose::fromDegrees({10, -6, 565}, {-26, -5, -4}),   Pose::fromDegrees({14, 4, 570}, {3, 27, 6}),
+      Pose::fromDegrees({-16, -3, 568}, {-4, -24, -3}),  Pose::fromDegrees({6, -12, 535}, {14, 15, 12}),
+      Pose::fromDegrees({-8, 12, 540}, {-15, 13, -14}),  Pose::fromDegrees({12, 9, 590}, {19, -20, 8}),
+      Pose::fromDegrees({-6, -8, 595}, {-18, -17, 180}), Pose::fromDegrees({0, 4, 548}, {7, 10, 176}),
+      Pose::fromDegrees({18, -2, 600}, {-5, 32, -7}),    Pose::fromDegrees({-14, 6, 605}, {30, -6, 5}),
+  };
+}
+
+} // namespace vorn::sim

@@ -1,0 +1,34 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include "sim/rig.hpp"
+#include "sim/scene.hpp"
+#include "sim/target.hpp"
+
+/// The rig and the parts that the demonstration, the examples and many tests use.
+namespace vorn::sim {
+
+/// A camera of 1280 x 960 and a projector of 912 x 570 pixels, 200 mm apart, looking at a field of 440 x 330
+/// mm some 560 mm away, both with strong lens distortion.
+Rig demoRig();
+
+/// The same rig with all pixel counts and focal lengths divided by `divisor`, for quick tests.
+Rig smallDemoRig(int divisor = 4);
+
+/// Labels of the demonstration scene's objects.
+enum DemoLabel { BackPlane = 1, SphereA, SphereB, Bar, LowStep, HighStep, Relief, CheckerPlate, Rod };
+
+/// A ball bar, a step block, a free-form relief, a plate of two albedos and a thin rod before a plane.
+Scene demoScene();
+
+/// A target of 21 x 15 dots, pitch 15 mm.
+Target demoTarget();
+
+/// Twelve poses of that target in the rig's field, tilted up to 32 degrees, at different distances and
+/// turned.
+std::vector<Pose> demoTargetPoses();
+
+} // namespace vorn::sim

@@ -1,0 +1,291 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/render.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <stdexcept>
+
+#include "core/parallel.hpp"
+#include "sim/light.hpp"
+#include "sim/noise.hpp"
+
+namespace vorn::sim {
+namespace {
+
+/// Dark pixels kept around a pattern, so that no sample reads outside it.
+constexpr int patternMargin = 40;
+constexpr int maxTaps = 2 * patternMargin;
+
+/// The weights of the projector pixels around a position, along one axis: a pixel's box blurred by a
+/// Gaussian.
+struct Taps {
+  /// Index of the first tap in the padded pattern.
+  int first = 0;
+  /// A multiple of 4; surplus weights are 0.
+  int count = 0;
+  std::array<float, maxTaps + 4> weights;
+
+  Taps(float position, float sigma) {
+    auto const whole = static_cast<int>(std::floor(position));
+    // Beyond four deviations nothing is left.
+    int const reach = std::min(static_cast<int>(std::ceil(4.0F * sigma + 0.5F)), patternMargin / 2 - 2);
+    first = whole - reach + 1 + patternMargin;
+    int const used = 2 * reach;
+    count = (used + 3) / 4 * 4;
+    float const scale = 1.0F / (std::max(sigma, 1e-4F) * std::sqrt(2.0F));
+    float edge = static_cast<float>(whole - reach + 1) - 0.5F - position;
+    float below = std::erf(edge * scale);
+    for (int i = 0; i < used; ++i) {
+      edge += 1.0F;
+      float const above = std::erf(edge * scale);
+      weights[static_cast<std::size_t>(i)] = 0.5F * (above - below);
+      below = above;
+    }
+    std::fill(weights.begin() + used, weights.begin() + count, 0.0F);
+  }
+};
+
+/// The light of a pattern at a place; four running sums let the compiler use vector registers.
+float blurredPattern(cv::Mat const& padded, Taps const& x, Taps const& y) {
+  std::array<float, 4> sum = {};
+  for (int j = 0; j < y.count; ++j) {
+    float const* row = padded.ptr<float>(y.first + j) + x.first;
+    float const weight = y.weights[static_cast<std::size_t>(j)];
+    for (int i = 0; i < x.count; i += 4) {
+      for (int lane = 0; lane < 4; ++lane) {
+        sum[static_cast<std::size_t>(lane)] +=
+            weight * x.weights[static_cast<std::size_t>(i + lane)] * row[i + lane];
+      }
+    }
+  }
+  return (sum[0] + sum[1]) + (sum[2] + sum[3]);
+}
+
+/// Light values of a pattern's pixels with a dark margin around them, CV_32FC1.
+cv::Mat lightOfPattern(Projector const& projector, cv::Mat const& pattern) {
+  std::array<float, 256> light;
+  for (std::size_t i = 0; i < light.size(); ++i) {
+    light[i] =
+        static_cast<float>(projector.black + (1.0 - projector.black) *
+                                                 std::pow(static_cast<double>(i) / 255.0, projector.gamma));
+  }
+  cv::Mat padded =
+      cv::Mat::zeros(pattern.rows + 2 * patternMargin, pattern.cols + 2 * patternMargin, CV_32FC1);
+  for (int y = 0; y < pattern.rows; ++y) {
+    auto const* source = pattern.ptr<std::uint8_t>(y);
+    float* target = padded.ptr<float>(y + patternMargin) + patternMargin;
+    for (int x = 0; x < pattern.cols; ++x) {
+      target[x] = light[source[x]];
+    }
+  }
+  return padded;
+}
+
+double meanLight(cv::Mat const& padded, cv::Size const& size) {
+  return cv::sum(padded)[0] / static_cast<double>(size.area());
+}
+
+void checkPatterns(std::vector<cv::Mat> const& patterns, cv::Size const& resolution) {
+  for (cv::Mat const& pattern : patterns) {
+    if (pattern.type() != CV_8UC1 || pattern.size() != resolution) {
+      throw std::invalid_argument("sim::ProjectorView: patterns are CV_8UC1 of the projector's resolution");
+    }
+  }
+}
+
+/// The image of a camera whose light, integrated along rows already, has `supersample` rows a pixel row.
+cv::Mat greyLevels(Camera const& camera, PixelIntegral const& integral, cv::Mat const& light) {
+  cv::Mat grey(camera.device.resolution(), CV_32FC1);
+  auto const scale = static_cast<float>(255.0 * camera.sensor.exposure);
+  auto const black = static_cast<float>(camera.sensor.blackLevel);
+  parallelRows(grey.rows, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      float* row = grey.ptr<float>(y);
+      integral.alongColumns(light, y, row);
+      for (int x = 0; x < grey.cols; ++x) {
+        row[x] = row[x] * scale + black;
+      }
+    }
+  });
+  return grey;
+}
+
+} // namespace
+
+ProjectorView::ProjectorView(Camera const& camera, Projector const& projector, Scene const& scene,
+                             RenderOptions const& options)
+    : camera_(camera), projector_(projector), supersample_(options.supersample) {
+  if (supersample_ < 1) {
+    throw std::invalid_argument("sim::ProjectorView: supersample must be at least 1");
+  }
+  cv::Size const size = camera.device.resolution();
+  auto const perPixel = static_cast<std::size_t>(supersample_) * static_cast<std::size_t>(supersample_);
+  samples_.resize(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * perPixel);
+  parallelRows(size.height * supersample_, [&](int firstRow, int endRow) {
+    for (int row = firstRow; row < endRow; ++row) {
+      traceRow(scene, row);
+    }
+  });
+}
+
+void ProjectorView::traceRow(Scene const& scene, int subRow) {
+  Pose const world_from_cam = camera_.cam_from_world.inverse();
+  Pose const proj_from_world = projector_.world_from_proj.inverse();
+  int const columns = camera_.device.resolution().width * supersample_;
+  Sample* samples = samples_.data() + static_cast<std::size_t>(subRow) * static_cast<std::size_t>(columns);
+  double const width = 1.0 / supersample_;
+  CameraSample seen;
+  for (int x = 0; x < columns; ++x) {
+    cv::Point2d const pixel((x + 0.5) * width - 0.5, (subRow + 0.5) * width - 0.5);
+    if (!look(camera_, world_from_cam, scene, pixel, width, seen)) {
+      continue;
+    }
+    ProjectorLight const light = lightFrom(projector_, proj_from_world, scene, seen,
+                                           world_from_cam.translation, patternMargin / 2.0 - 2);
+    samples[x] = {static_cast<float>(light.pixel.x), static_cast<float>(light.pixel.y),
+                  static_cast<float>(light.sigma), static_cast<float>(light.gain),
+                  static_cast<float>(seen.albedo)};
+  }
+}
+
+void ProjectorView::lightRow(std::vector<cv::Mat> const& padded, std::vector<double> const& means, int subRow,
+                             cv::Mat& light) const {
+  int const columns = light.cols;
+  Sample const* samples =
+      samples_.data() + static_cast<std::size_t>(subRow) * static_cast<std::size_t>(columns);
+  auto const ambient = static_cast<float>(camera_.sensor.ambient);
+  auto const globalLight = static_cast<float>(projector_.globalLight);
+  for (int x = 0; x < columns; ++x) {
+    Sample const& sample = samples[x];
+    if (sample.gain <= 0.0F) {
+      for (std::size_t p = 0; p < padded.size(); ++p) {
+        light.ptr<float>(static_cast<int>(p))[x] =
+            sample.albedo * (ambient + globalLight * static_cast<float>(means[p]));
+      }
+      continue;
+    }
+    Taps const u(sample.u, sample.sigma);
+    Taps const v(sample.v, sample.sigma);
+    for (std::size_t p = 0; p < padded.size(); ++p) {
+      light.ptr<float>(static_cast<int>(p))[x] =
+          sample.gain * blurredPattern(padded[p], u, v) +
+          sample.albedo * (ambient + globalLight * static_cast<float>(means[p]));
+    }
+  }
+}
+
+std::vector<cv::Mat> ProjectorView::expose(std::vector<cv::Mat> const& patterns) const {
+  checkPatterns(patterns, projector_.device.resolution());
+  cv::Size const size = camera_.device.resolution();
+  cv::Size const fine = size * supersample_;
+  PixelIntegral const integral(supersample_, camera_.blur);
+
+  // Patterns are taken several at a time, since the weights of a sample serve them all; how many is a matter
+  // of memory.
+  constexpr std::size_t budget = std::size_t{256} << 20U;
+  std::size_t const imageBytes =
+      static_cast<std::size_t>(size.width) * static_cast<std::size_t>(fine.height) * sizeof(float);
+  std::size_t const batch = std::max<std::size_t>(1, budget / imageBytes);
+
+  std::vector<cv::Mat> images;
+  for (std::size_t first = 0; first < patterns.size(); first += batch) {
+    std::size_t const end = std::min(first + batch, patterns.size());
+    std::vector<cv::Mat> padded;
+    std::vector<double> means;
+    std::vector<cv::Mat> lights;
+    for (std::size_t p = first; p < end; ++p) {
+      padded.push_back(lightOfPattern(projector_, patterns[p]));
+      means.push_back(meanLight(padded.back(), patterns[p].size()));
+      lights.emplace_back(fine.height, size.width, CV_32FC1);
+    }
+    parallelRows(fine.height, [&](int firstRow, int endRow) {
+      cv::Mat light(static_cast<int>(padded.size()), fine.width, CV_32FC1);
+      for (int row = firstRow; row < endRow; ++row) {
+        lightRow(padded, means, row, light);
+        for (std::size_t p = 0; p < padded.size(); ++p) {
+          integral.alongRow(light.ptr<float>(static_cast<int>(p)), size.width, lights[p].ptr<float>(row));
+        }
+      }
+    });
+    for (cv::Mat const& light : lights) {
+      images.push_back(greyLevels(camera_, integral, light));
+    }
+  }
+  return images;
+}
+
+std::vector<cv::Mat> ProjectorView::capture(std::vector<cv::Mat> const& patterns, int firstImage) const {
+  std::vector<cv::Mat> images = expose(patterns);
+  int number = firstImage;
+  for (cv::Mat& image : images) {
+    image = readOut(camera_.sensor, image, number++);
+  }
+  return images;
+}
+
+cv::Mat exposeLasers(Camera const& camera, std::vector<Laser> const& lasers, Scene const& scene,
+                     RenderOptions const& options) {
+  cv::Size const size = camera.device.resolution();
+  cv::Size const fine = size * options.supersample;
+  PixelIntegral const integral(options.supersample, camera.blur);
+  Pose const world_from_cam = camera.cam_from_world.inverse();
+  double const width = 1.0 / options.supersample;
+  cv::Mat light(fine.height, size.width, CV_32FC1);
+  parallelRows(fine.height, [&](int firstRow, int endRow) {
+    std::vector<float> row(static_cast<std::size_t>(fine.width));
+    CameraSample seen;
+    for (int y = firstRow; y < endRow; ++y) {
+      for (int x = 0; x < fine.width; ++x) {
+        cv::Point2d const pixel((x + 0.5) * width - 0.5, (y + 0.5) * width - 0.5);
+        double sum = 0;
+        if (look(camera, world_from_cam, scene, pixel, width, seen)) {
+          sum = camera.sensor.ambient * seen.albedo;
+          for (Laser const& laser : lasers) {
+            sum += lightFrom(laser, laser.world_from_laser.inverse(), scene, seen);
+          }
+        }
+        row[static_cast<std::size_t>(x)] = static_cast<float>(sum);
+      }
+      integral.alongRow(row.data(), size.width, light.ptr<float>(y));
+    }
+  });
+  return greyLevels(camera, integral, light);
+}
+
+cv::Mat captureLasers(Camera const& camera, std::vector<Laser> const& lasers, Scene const& scene,
+                      int imageNumber, RenderOptions const& options) {
+  return readOut(camera.sensor, exposeLasers(camera, lasers, scene, options), imageNumber);
+}
+
+double noiseSigma(Sensor const& sensor, double grey) {
+  double const electronsPerLevel = sensor.fullWell / 255.0;
+  double const electrons = std::max(grey - sensor.blackLevel, 0.0) * electronsPerLevel;
+  return std::sqrt(electrons + sensor.readNoise * sensor.readNoise) / electronsPerLevel;
+}
+
+cv::Mat readOut(Sensor const& sensor, cv::Mat const& grey, int imageNumber) {
+  cv::Mat image(grey.size(), CV_8UC1);
+  std::uint64_t const stream = scramble(sensor.seed * 0x10000U + static_cast<std::uint64_t>(imageNumber));
+  double const brightness = 1.0 + sensor.flicker * gaussian(stream);
+  parallelRows(grey.rows, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      float const* source = grey.ptr<float>(y);
+      auto* target = image.ptr<std::uint8_t>(y);
+      std::uint64_t const rowKey =
+          stream + static_cast<std::uint64_t>(y) * static_cast<std::uint64_t>(grey.cols);
+      for (int x = 0; x < grey.cols; ++x) {
+        double const level =
+            (static_cast<double>(source[x]) - sensor.blackLevel) * brightness + sensor.blackLevel;
+        double const noise =
+            noiseSigma(sensor, level) * gaussian(rowKey + 1U + static_cast<std::uint64_t>(x));
+        target[x] = cv::saturate_cast<std::uint8_t>(level + noise);
+      }
+    }
+  });
+  return image;
+}
+
+} // namespace vorn::sim

@@ -1,0 +1,75 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "sim/device.hpp"
+#include "sim/pose.hpp"
+
+namespace vorn::sim {
+
+/// How light becomes grey levels. A level g above the black level stands for g / 255 * fullWell electrons,
+/// whose count scatters by its square root; reading adds its own noise, and the result is rounded to 8 bits.
+struct Sensor {
+  /// Grey levels, divided by 255, of a white surface that faces a fully lit projector at its reference
+  /// distance.
+  double exposure = 0.6;
+  /// Grey level, divided by 255 and the exposure, that a white surface shows without the projector.
+  double ambient = 0.02;
+  /// Grey level of no light at all.
+  double blackLevel = 3;
+  double fullWell = 30000;
+  /// Electrons, standard deviation.
+  double readNoise = 15;
+  /// Relative standard deviation of the light from one image to the next.
+  double flicker = 0;
+  std::uint64_t seed = 1;
+};
+
+/// A camera: world -> pixels -> grey levels.
+struct Camera {
+  Device device;
+  Pose cam_from_world;
+  Sensor sensor;
+  /// Standard deviation of the lens's blur, camera pixels.
+  double blur = 0.55;
+};
+
+/// A projector. Its pixels are squares of even light, blurred by the lens: standard deviation
+/// blur + blurSlope * |distance along the axis - focus| / focus in projector pixels.
+struct Projector {
+  Device device;
+  Pose world_from_proj;
+  double blur = 0.6;
+  double blurSlope = 1.5;
+  double focus = 550;
+  /// Distance, mm, at which the light has its nominal strength; elsewhere by the inverse square.
+  double referenceDistance = 550;
+  /// Light of a black pixel relative to a white one.
+  double black = 0.01;
+  /// Light = (pixel / 255) ^ gamma.
+  double gamma = 1;
+  /// Share of the pattern's mean that comes back to every point from its surroundings.
+  double globalLight = 0;
+};
+
+/// A fan of laser light: the plane x = 0 of its frame, spreading around +z from the origin. Across the sheet
+/// the light falls off as a Gaussian of standard deviation `sigma` (mm); its strength goes with the inverse
+/// of the distance and is nominal at the reference distance.
+struct Laser {
+  Pose world_from_laser;
+  double sigma = 0.25;
+  double fanHalfAngleDegrees = 35;
+  double referenceDistance = 550;
+  double strength = 1;
+};
+
+/// A scanner: one camera, whose frame is the world's, and one projector, so world_from_proj = cam_from_proj.
+struct Rig {
+  Camera camera;
+  Projector projector;
+};
+
+} // namespace vorn::sim
