@@ -4,7 +4,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
@@ -14,23 +13,17 @@
 #include <vorn/core/exception.hpp>
 
 #include "support/expect_error.hpp"
+#include "support/file_content.hpp"
 #include "support/temporary_folder.hpp"
 
 namespace fs = std::filesystem;
 using vorn::AtomicFile;
+using vorn::test::contentOf;
 using vorn::test::expectError;
+using vorn::test::put;
 using vorn::test::TemporaryFolder;
 
 namespace {
-
-std::string contentOf(fs::path const& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void put(fs::path const& path, std::string const& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
 
 std::size_t filesIn(fs::path const& folder) {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));

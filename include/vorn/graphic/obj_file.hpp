@@ -1,0 +1,36 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <vorn/core/export.hpp>
+#include <vorn/graphic/graphic_object.hpp>
+
+namespace vorn::graphic {
+
+/// Reads and writes Wavefront OBJ files.
+///
+/// Reading takes the statements `v`, `vn` and `f` and passes over all others. A vertex is `v x y z`, or
+/// `v x y z w` (the weight is ignored), `v x y z r g b` or `v x y z r g b a` with colours in 0..1; vertices
+/// without a colour are opaque white when others have one. Corners of faces are `v`, `v/vt`, `v//vn` or
+/// `v/vt/vn`, counted from 1 or, negative, back from the last one read; polygons become triangle fans.
+///
+/// A vertex takes the normal that the first face corner at it names, and (0, 0, 0) when none does. If no face
+/// names a normal and there are as many normals as vertices, they belong together in their order.
+class VORN_API OBJFile {
+public:
+  /// The content of the file at `path`.
+  /// @throws Exception that names the file, the line and the reason, when it cannot be opened, is no OBJ
+  /// file, or
+  ///         is damaged
+  GraphicObject read(std::string const& path) const;
+
+  /// Writes all of `object` to `path`: every value with the fewest digits that read back as the same value,
+  /// colours behind their vertex, alpha only when some colour is not opaque. An existing file is replaced
+  /// when the new one is complete.
+  /// @throws Exception when the object's arrays do not fit each other or the file cannot be written
+  void write(std::string const& path, GraphicObject const& object) const;
+};
+
+} // namespace vorn::graphic

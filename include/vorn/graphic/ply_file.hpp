@@ -1,0 +1,49 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <vorn/core/export.hpp>
+#include <vorn/graphic/graphic_object.hpp>
+
+namespace vorn::graphic {
+
+/// Reads and writes PLY files (Turk: The PLY Polygon File Format, 1994).
+///
+/// Reading takes the ascii and both binary encodings, line ends of any system, properties in any order and of
+/// any scalar type, comments, and elements besides the vertices, which are passed over. Of a vertex it takes
+/// - `x`, `y`, `z`, which must be there, and `nx`, `ny`, `nz`;
+/// - `red`, `green`, `blue` and `alpha` (also with the prefix `diffuse_`, or as `r`, `g`, `b`, `a`): integers
+/// in
+///   0..255, larger and smaller ones clamped, or floating point numbers in 0..1; alpha is 255 when it is
+///   missing.
+/// Normals or colours that are not complete are left out. Polygons of the element `face` become triangle
+/// fans, `tristrips` become triangles; a polygon of fewer than three corners has no area and is passed over.
+/// Values beyond the range of `float` become infinite.
+class VORN_API PLYFile {
+public:
+  /// How values are stored. Binary files hold the exact bits of every value, ascii files the fewest digits
+  /// that read back as the same value.
+  enum class Format { BinaryLittleEndian, BinaryBigEndian, Ascii };
+
+  PLYFile() = default;
+  /// @param format what `write` writes; `read` takes all of them
+  explicit PLYFile(Format format) : format_(format) {}
+
+  /// The content of the file at `path`.
+  /// @throws Exception that names the file, the line or byte and the reason, when it cannot be opened, is no
+  /// PLY
+  ///         file, is damaged, or holds less than its header promises
+  GraphicObject read(std::string const& path) const;
+
+  /// Writes all of `object` to `path`; alpha is left out when every colour is opaque. An existing file is
+  /// replaced when the new one is complete.
+  /// @throws Exception when the object's arrays do not fit each other or the file cannot be written
+  void write(std::string const& path, GraphicObject const& object) const;
+
+private:
+  Format format_ = Format::BinaryLittleEndian;
+};
+
+} // namespace vorn::graphic

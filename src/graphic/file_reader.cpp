@@ -1,0 +1,189 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "graphic/file_reader.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+#include "core/error.hpp"
+
+namespace vorn::graphic {
+namespace {
+
+constexpr std::size_t windowSize = std::size_t{1} << 18; // fits the second-level cache
+
+} // namespace
+
+FileReader::FileReader(std::string const& path, char const* context) : path_(path), context_(context) {
+  auto const failOpening = [&](int reason) {
+    throw error("Cannot open " + path_ + ": " + std::generic_category().message(reason), context_);
+  };
+  descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor_ < 0) {
+    failOpening(errno);
+  }
+  try {
+    struct stat status = {};
+    if (::fstat(descriptor_, &status) != 0) {
+      failOpening(errno);
+    }
+    if (S_ISDIR(status.st_mode)) {
+      failOpening(EISDIR);
+    }
+    if (S_ISFIFO(status.st_mode)) {
+      readAll();
+    } else if (S_ISREG(status.st_mode)) {
+      size_ = static_cast<std::uint64_t>(status.st_size);
+      window_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(windowSize, size_)) + 1);
+    } else {
+      fail("it is a device");
+    }
+    if (size_ == 0) {
+      fail("the file is empty");
+    }
+  } catch (...) {
+    ::close(descriptor_);
+    throw;
+  }
+}
+
+FileReader::FileReader(std::string name, std::string_view content, char const* context)
+    : path_(std::move(name)), context_(context), size_(content.size()),
+      window_(content.begin(), content.end()), filled_(content.size()) {
+  window_.push_back('\0');
+  if (content.empty()) {
+    fail("the file is empty");
+  }
+}
+
+FileReader::~FileReader() {
+  if (descriptor_ >= 0) {
+    ::close(descriptor_);
+  }
+}
+
+std::size_t FileReader::readSome(char* to, std::size_t count) {
+  ssize_t got = 0;
+  do {
+    got = ::read(descriptor_, to, count);
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) {
+    fail(std::generic_category().message(errno));
+  }
+  return static_cast<std::size_t>(got);
+}
+
+/// A pipe's size shows only at its end, so that all of it goes into the window.
+void FileReader::readAll() {
+  for (;;) {
+    if (window_.size() < filled_ + windowSize + 1) {
+      window_.resize(2 * filled_ + windowSize + 1);
+    }
+    std::size_t const got = readSome(window_.data() + filled_, window_.size() - 1 - filled_);
+    if (got == 0) {
+      break;
+    }
+    filled_ += got;
+  }
+  size_ = filled_;
+  ::close(descriptor_);
+  descriptor_ = -1;
+}
+
+std::size_t FileReader::refill(std::size_t wanted) {
+  std::size_t const kept = filled_ - next_;
+  if (descriptor_ < 0) {
+    return kept;
+  }
+  if (next_ > 0) {
+    std::memmove(window_.data(), window_.data() + next_, kept);
+    windowStart_ += next_;
+    next_ = 0;
+    filled_ = kept;
+  }
+  // More than the file holds is never asked for, however much a damaged file promises.
+  wanted = static_cast<std::size_t>(std::min<std::uint64_t>(wanted, remaining()));
+  if (window_.size() < wanted + 1) {
+    window_.resize(std::max(wanted + 1, 2 * window_.size()));
+  }
+  while (filled_ < wanted) {
+    std::size_t const room = static_cast<std::size_t>(
+        std::min<std::uint64_t>(window_.size() - 1 - filled_, size_ - windowStart_ - filled_));
+    std::size_t const got = readSome(window_.data() + filled_, room);
+    if (got == 0) {
+      break; // truncated since it was opened
+    }
+    filled_ += got;
+  }
+  return filled_;
+}
+
+void FileReader::skip(std::uint64_t count) {
+  count = std::min(count, remaining());
+  while (count > 0) {
+    std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(count, windowSize));
+    std::size_t const got = std::min(fetch(step), step);
+    if (got == 0) {
+      return;
+    }
+    advance(got);
+    count -= got;
+  }
+}
+
+void FileReader::findLineEnd() {
+  std::string_view const start(data(), fetch(windowSize));
+  std::size_t const end = start.find_first_of("\r\n");
+  bool const classicMac = end < start.size() && start[end] == '\r' && start.substr(end + 1, 1) != "\n";
+  lineEnd_ = classicMac ? '\r' : '\n';
+}
+
+bool FileReader::nextLine(std::string_view& line) {
+  std::size_t searched = 0;
+  std::size_t available = fetch(1);
+  if (available == 0) {
+    return false;
+  }
+  if (lineNumber_++ == 0) {
+    findLineEnd();
+    available = fetch(1);
+  }
+  for (;;) {
+    char* const begin = window_.data() + next_;
+    char* const found = static_cast<char*>(std::memchr(begin + searched, lineEnd_, available - searched));
+    if (found != nullptr) {
+      *found = '\n';
+      line = {begin, static_cast<std::size_t>(found - begin)};
+      advance(line.size() + 1);
+      return true;
+    }
+    searched = available;
+    available = fetch(searched + 1);
+    if (available == searched) { // the last line, without a line end
+      window_[filled_] = '\n';
+      line = {data(), available};
+      advance(available);
+      return true;
+    }
+  }
+}
+
+void FileReader::fail(std::string const& reason) const {
+  throw error("Cannot read " + path_ + ": " + reason, context_);
+}
+
+void FileReader::failAtLine(std::uint64_t line, std::string const& reason) const {
+  throw error("Cannot read " + path_ + ", line " + std::to_string(line) + ": " + reason, context_);
+}
+
+void FileReader::failAtByte(std::string const& reason) const {
+  throw error("Cannot read " + path_ + ", byte " + std::to_string(position()) + ": " + reason, context_);
+}
+
+} // namespace vorn::graphic

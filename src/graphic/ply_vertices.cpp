@@ -1,0 +1,219 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "graphic/ply_vertices.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "graphic/line_fields.hpp"
+#include "graphic/ply_rows.hpp"
+#include "graphic/ply_values.hpp"
+
+namespace vorn::graphic {
+namespace {
+
+enum class Target { None, Position, Normal, Color };
+
+/// Where the values of a vertex property go.
+struct Field {
+  Target target = Target::None;
+  std::size_t channel = 0; ///< x, y, z or red, green, blue, alpha
+};
+
+Field fieldNamed(std::string_view name) {
+  constexpr std::array<std::string_view, 3> positions = {"x", "y", "z"};
+  constexpr std::array<std::string_view, 3> normals = {"nx", "ny", "nz"};
+  constexpr std::array<std::string_view, 4> colors = {"red", "green", "blue", "alpha"};
+  constexpr std::array<std::string_view, 4> shortColors = {"r", "g", "b", "a"};
+  constexpr std::string_view colorPrefix = "diffuse_";
+
+  auto const find = [](auto const& names, std::string_view wanted) {
+    return static_cast<std::size_t>(std::find(names.begin(), names.end(), wanted) - names.begin());
+  };
+  if (std::size_t const channel = find(positions, name); channel < positions.size()) {
+    return {Target::Position, channel};
+  }
+  if (std::size_t const channel = find(normals, name); channel < normals.size()) {
+    return {Target::Normal, channel};
+  }
+  std::string_view const color =
+      name.substr(0, colorPrefix.size()) == colorPrefix ? name.substr(colorPrefix.size()) : name;
+  if (std::size_t const channel = find(colors, color); channel < colors.size()) {
+    return {Target::Color, channel};
+  }
+  if (std::size_t const channel = find(shortColors, name); channel < shortColors.size()) {
+    return {Target::Color, channel};
+  }
+  return {};
+}
+
+bool isComplete(std::vector<Field> const& fields, Target target) {
+  std::array<bool, 3> found = {};
+  for (Field const& field : fields) {
+    if (field.target == target && field.channel < found.size()) {
+      found[field.channel] = true;
+    }
+  }
+  return found[0] && found[1] && found[2];
+}
+
+/// The meaning of each property of a vertex element. Normals and colours that lack a component mean nothing.
+std::vector<Field> findFields(PlyElement const& element) {
+  std::vector<Field> fields;
+  for (PlyProperty const& property : element.properties) {
+    fields.push_back(property.isList() ? Field{} : fieldNamed(property.name));
+  }
+  for (Target const target : {Target::Position, Target::Normal, Target::Color}) {
+    if (!isComplete(fields, target)) {
+      for (Field& field : fields) {
+        field.target = field.target == target ? Target::None : field.target;
+      }
+    }
+  }
+  return fields;
+}
+
+/// Where the next rows' values go; null for what the file does not have.
+struct Rows {
+  cv::Vec3f* positions;
+  cv::Vec3f* normals;
+  cv::Vec4b* colors;
+
+  float* floats(Field const& field) const {
+    return &(*(field.target == Target::Normal ? normals : positions))[static_cast<int>(field.channel)];
+  }
+  unsigned char* color(Field const& field) const { return &(*colors)[static_cast<int>(field.channel)]; }
+
+  void advance(std::size_t count) {
+    positions += count;
+    normals = normals != nullptr ? normals + count : nullptr;
+    colors = colors != nullptr ? colors + count : nullptr;
+  }
+};
+
+/// Takes one property of `count` rows that stand `stride` bytes apart.
+template <class T, bool swapped>
+void takeColumn(char const* from, std::size_t stride, std::size_t count, Field const& field,
+                Rows const& rows) {
+  if (field.target == Target::Color) {
+    unsigned char* to = rows.color(field);
+    for (std::size_t row = 0; row < count; ++row, from += stride, to += 4) {
+      *to = toColor(loadValue<T, swapped>(from));
+    }
+  } else {
+    float* to = rows.floats(field);
+    for (std::size_t row = 0; row < count; ++row, from += stride, to += 3) {
+      *to = static_cast<float>(loadValue<T, swapped>(from));
+    }
+  }
+}
+
+void takeColumn(PlyType type, bool swapped, char const* from, std::size_t stride, std::size_t count,
+                Field const& field, Rows const& rows) {
+  withType(type, [&](auto typed) {
+    using T = decltype(typed);
+    (swapped ? takeColumn<T, true> : takeColumn<T, false>)(from, stride, count, field, rows);
+  });
+}
+
+/// Binary rows of one size: as many as the window holds at a time, column by column.
+void readEqualRows(FileReader& file, PlyElement const& element, std::vector<Field> const& fields,
+                   bool swapped, Rows rows) {
+  std::size_t stride = 0;
+  for (PlyProperty const& property : element.properties) {
+    stride += sizeOf(property.type);
+  }
+  for (std::uint64_t left = element.count; left > 0;) {
+    fetchValues(file, element, stride);
+    std::size_t const count =
+        static_cast<std::size_t>(std::min<std::uint64_t>(left, file.fetch(stride) / stride));
+    std::size_t offset = 0;
+    for (std::size_t column = 0; column < fields.size(); ++column) {
+      if (fields[column].target != Target::None) {
+        takeColumn(element.properties[column].type, swapped, file.data() + offset, stride, count,
+                   fields[column], rows);
+      }
+      offset += sizeOf(element.properties[column].type);
+    }
+    file.advance(count * stride);
+    rows.advance(count);
+    left -= count;
+  }
+}
+
+/// Binary rows with lists, which make each of another size.
+void readUnequalRows(FileReader& file, PlyElement const& element, std::vector<Field> const& fields,
+                     bool swapped, Rows rows) {
+  for (std::uint64_t row = 0; row < element.count; ++row, rows.advance(1)) {
+    for (std::size_t column = 0; column < fields.size(); ++column) {
+      PlyProperty const& property = element.properties[column];
+      if (fields[column].target == Target::None) {
+        skipProperty(file, element, property, swapped);
+        continue;
+      }
+      std::size_t const size = sizeOf(property.type);
+      takeColumn(property.type, swapped, fetchValues(file, element, size), size, 1, fields[column], rows);
+      file.advance(size);
+    }
+  }
+}
+
+bool takeColor(LineFields& line, PlyType type, unsigned char& color) {
+  float value = 0;
+  if (!line.number(value)) {
+    return false;
+  }
+  color = toColor(isInteger(type) ? value / 255 : value);
+  return true;
+}
+
+void takeTextValues(FileReader const& file, LineFields& line, PlyElement const& element,
+                    std::vector<Field> const& fields, Rows const& rows) {
+  for (std::size_t column = 0; column < fields.size(); ++column) {
+    PlyProperty const& property = element.properties[column];
+    Field const& field = fields[column];
+    if (field.target == Target::None) {
+      skipProperty(file, line, property);
+    } else if (!(field.target == Target::Color ? takeColor(line, property.type, *rows.color(field))
+                                               : line.number(*rows.floats(field)))) {
+      failAtValue(file, line, property);
+    }
+  }
+}
+
+} // namespace
+
+void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding encoding,
+                     GraphicObject& object) {
+  if (element.count == 0) {
+    return;
+  }
+  std::vector<Field> const fields = findFields(element);
+  if (!isComplete(fields, Target::Position)) {
+    file.fail("its vertices lack x, y or z");
+  }
+  std::size_t const count = static_cast<std::size_t>(element.count);
+  object.vertices().resize(count);
+  if (isComplete(fields, Target::Normal)) {
+    object.normals().resize(count);
+  }
+  if (isComplete(fields, Target::Color)) {
+    object.colors().resize(count, cv::Vec4b(0, 0, 0, 255));
+  }
+  Rows rows = {object.vertices().data(), object.hasNormals() ? object.normals().data() : nullptr,
+               object.hasColors() ? object.colors().data() : nullptr};
+  if (encoding == PlyEncoding::Ascii) {
+    for (std::size_t row = 0; row < count; ++row, rows.advance(1)) {
+      takeTextRow(file, element,
+                  [&](LineFields& line) { takeTextValues(file, line, element, fields, rows); });
+    }
+  } else if (element.hasList()) {
+    readUnequalRows(file, element, fields, isSwapped(encoding), rows);
+  } else {
+    readEqualRows(file, element, fields, isSwapped(encoding), rows);
+  }
+}
+
+} // namespace vorn::graphic

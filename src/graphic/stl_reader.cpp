@@ -1,0 +1,164 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "graphic/stl_reader.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "graphic/line_fields.hpp"
+#include "graphic/stl_layout.hpp"
+#include "graphic/vertex_welder.hpp"
+
+namespace vorn::graphic {
+namespace {
+
+bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
+  return text.size() == lowerCase.size() &&
+         std::equal(text.begin(), text.end(), lowerCase.begin(),
+                    [](unsigned char left, char right) { return std::tolower(left) == right; });
+}
+
+/// The triangle count in a binary file's header. Only files as long as the header have one.
+std::uint32_t binaryCount(char const* header) {
+  std::uint32_t count = 0;
+  std::memcpy(&count, header + stlHeaderSize, sizeof count);
+  return count;
+}
+
+/// True for a text that begins with "solid". Many binary files begin so too, but hold zero bytes soon after.
+bool beginsAsText(std::string_view start) {
+  std::size_t const first = start.find_first_not_of(" \t\r\n");
+  return first != start.npos && equalsIgnoringCase(start.substr(first, 5), "solid") &&
+         start.find('\0') == start.npos;
+}
+
+GraphicObject readBinary(FileReader& file) {
+  std::uint64_t left = binaryCount(file.data());
+  file.advance(stlPrologueSize);
+  if (left > file.remaining() / stlTriangleSize) {
+    file.fail("the header promises " + std::to_string(left) + " triangles of 50 bytes, but only " +
+              std::to_string(file.remaining()) + " bytes are left for them");
+  }
+  GraphicObject object;
+  VertexWelder welder(object.vertices(), object.triangles());
+  welder.reserve(static_cast<std::size_t>(left));
+  while (left > 0) {
+    std::uint64_t const fetched = file.fetch(stlTriangleSize) / stlTriangleSize;
+    std::size_t const count = static_cast<std::size_t>(std::min(left, fetched));
+    if (count == 0) {
+      file.failAtByte("the file ends within a triangle");
+    }
+    welder.add(file.data() + stlCornersOffset, stlTriangleSize, count);
+    file.advance(count * stlTriangleSize);
+    left -= count;
+  }
+  return object;
+}
+
+/// The ascii form, whose words may stand on lines as they like.
+class StlTextReader {
+public:
+  explicit StlTextReader(FileReader& file) : file_(file), welder_(object_.vertices(), object_.triangles()) {}
+
+  GraphicObject read() {
+    while (toNextWord()) {
+      expect("solid");
+      line_.rest(); // its name
+      while (!takeWord("endsolid")) {
+        takeFacet();
+      }
+      line_.rest();
+    }
+    return std::move(object_);
+  }
+
+private:
+  void takeFacet() {
+    expect("facet");
+    expect("normal");
+    takeVector();
+    expect("outer");
+    expect("loop");
+    VertexWelder::Corners corners;
+    for (cv::Vec3f& corner : corners) {
+      expect("vertex");
+      corner = takeVector();
+    }
+    expect("endloop");
+    expect("endfacet");
+    welder_.add(reinterpret_cast<char const*>(corners.data()), sizeof corners, 1);
+  }
+
+  cv::Vec3f takeVector() {
+    cv::Vec3f vector;
+    for (float& value : vector.val) {
+      if (!toNextWord()) {
+        failAtEnd();
+      }
+      if (!line_.number(value)) {
+        file_.failAtLine(quoted(line_.word()) + " is no number");
+      }
+    }
+    return vector;
+  }
+
+  void expect(std::string_view word) {
+    if (!takeWord(word)) {
+      file_.failAtLine("expected '" + std::string(word) + "', but there is " + quoted(line_.word()));
+    }
+  }
+
+  /// Takes the next word if it is this one.
+  bool takeWord(std::string_view word) {
+    if (!toNextWord()) {
+      failAtEnd();
+    }
+    LineFields const before = line_;
+    if (equalsIgnoringCase(line_.word(), word)) {
+      return true;
+    }
+    line_ = before;
+    return false;
+  }
+
+  bool toNextWord() {
+    std::string_view line;
+    while (line_.atEnd()) {
+      if (!file_.nextLine(line)) {
+        return false;
+      }
+      line_ = LineFields(line);
+    }
+    return true;
+  }
+
+  [[noreturn]] void failAtEnd() const { file_.failAtLine("the file ends before its 'endsolid'"); }
+
+  FileReader& file_;
+  LineFields line_{std::string_view("\n", 0)};
+  GraphicObject object_;
+  VertexWelder welder_;
+};
+
+} // namespace
+
+GraphicObject readStl(FileReader& file) {
+  std::size_t const available = file.fetch(stlPrologueSize);
+  std::string_view const start(file.data(), std::min(available, stlPrologueSize));
+  bool const canBeBinary = start.size() == stlPrologueSize;
+  bool const hasBinarySize =
+      canBeBinary &&
+      file.size() == stlPrologueSize + std::uint64_t{binaryCount(start.data())} * stlTriangleSize;
+  if (!hasBinarySize && beginsAsText(start)) {
+    return StlTextReader(file).read();
+  }
+  if (!canBeBinary) {
+    file.fail("it is no STL file: it does not begin with \"solid\" and is too short for a binary one");
+  }
+  return readBinary(file);
+}
+
+} // namespace vorn::graphic

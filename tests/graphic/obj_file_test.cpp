@@ -1,0 +1,129 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/graphic/obj_file.hpp>
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "support/expect_error.hpp"
+#include "support/file_content.hpp"
+#include "support/graphic_objects.hpp"
+#include "support/temporary_folder.hpp"
+
+using namespace vorn::graphic;
+using vorn::test::Alpha;
+using vorn::test::expectError;
+using vorn::test::expectSameBits;
+using vorn::test::fullObject;
+
+namespace {
+
+GraphicObject parse(std::string const& content) {
+  vorn::test::TemporaryFolder const folder;
+  vorn::test::put(folder / "test.obj", content);
+  return OBJFile().read((folder / "test.obj").string());
+}
+
+std::string const square = "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\n";
+
+} // namespace
+
+TEST(OBJFile, KeepsEveryValue) {
+  vorn::test::TemporaryFolder const folder;
+  std::string const path = (folder / "a.obj").string();
+  constexpr int moreThanOneWindow = 10000;
+  for (auto const alpha : {Alpha::Opaque, Alpha::Varied}) {
+    GraphicObject object = fullObject(moreThanOneWindow, alpha);
+    object.triangles().emplace_back(0, 1, 2); // so that every vertex has a corner to name its normal
+    OBJFile().write(path, object);
+    expectSameBits(OBJFile().read(path), object);
+    object.triangles().clear();
+    OBJFile().write(path, object);
+    expectSameBits(OBJFile().read(path), object);
+    object.normals().clear();
+    object.colors().clear();
+    OBJFile().write(path, object);
+    expectSameBits(OBJFile().read(path), object);
+  }
+  OBJFile().write(path, GraphicObject());
+  EXPECT_TRUE(OBJFile().read(path).isEmpty());
+}
+
+TEST(OBJFile, ColorsReadBackTheSameByRoundingAndByCuttingOff) {
+  vorn::test::TemporaryFolder const folder;
+  std::string const path = (folder / "a.obj").string();
+  GraphicObject object;
+  for (int color = 0; color < 256; ++color) {
+    object.vertices().emplace_back(0.0F, 0.0F, 0.0F);
+    object.colors().push_back(cv::Vec4b::all(static_cast<uchar>(color)));
+  }
+  OBJFile().write(path, object);
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  for (int color = 0; color < 256; ++color) {
+    std::string keyword;
+    double x, y, z, red, green, blue, alpha;
+    file >> keyword >> x >> y >> z >> red >> green >> blue >> alpha;
+    ASSERT_EQ(static_cast<int>(red * 255), color);
+    ASSERT_EQ(static_cast<int>(alpha * 255 + 0.5), color);
+  }
+}
+
+TEST(OBJFile, FacesInAllTheirForms) {
+  GraphicObject const object = parse("# by hand\r\nmtllib a.mtl\r\no plate\r\n" + square +
+                                     "vt 0 0\nvt 1 1 0\nvn 0 0 1\nvn 1 0 0\nvn 0 1 0\ng side\ns off\n"
+                                     "f 1//2 2//2 3//1 4//1\r\n"
+                                     "f -4/-1/-1 -2/1/-1 \\\r\n  4/2/3\n"
+                                     "f 1/1 2/2 3/1\nl 1 2\np 1\nf 4 3 5\nv 2 2 2");
+  EXPECT_EQ(object.vertices().size(), 5U);
+  EXPECT_EQ(object.triangles(),
+            std::vector<cv::Vec3i>({{0, 1, 2}, {0, 2, 3}, {0, 2, 3}, {0, 1, 2}, {3, 2, 4}}));
+  EXPECT_EQ(object.normals(),
+            std::vector<cv::Vec3f>({{1, 0, 0}, {1, 0, 0}, {0, 0, 1}, {0, 0, 1}, {0, 0, 0}}));
+  EXPECT_FALSE(object.hasColors());
+}
+
+TEST(OBJFile, VerticesWithSomeOfTheirAttributes) {
+  GraphicObject const object =
+      parse("v 1 2 3\nv 4 5 6 1\nv 7 8 9 1 0.5 0\nv nan -inf 1e99 2 -1 nan 0\nvn 0 0 1\n");
+  EXPECT_EQ(object.vertices()[1], cv::Vec3f(4, 5, 6));
+  EXPECT_TRUE(std::isnan(object.vertices()[3][0]));
+  EXPECT_EQ(object.vertices()[3][1], -INFINITY);
+  EXPECT_EQ(object.vertices()[3][2], INFINITY);
+  EXPECT_EQ(object.colors(),
+            std::vector<cv::Vec4b>(
+                {{255, 255, 255, 255}, {255, 255, 255, 255}, {255, 128, 0, 255}, {255, 0, 0, 0}}));
+  EXPECT_FALSE(object.hasNormals()) << "one normal for four vertices belongs to none of them";
+}
+
+TEST(OBJFile, DamagedFilesAreNamedWithPlaceAndReason) {
+  struct Case {
+    std::string content;
+    char const* message;
+  };
+  for (Case const& damaged : std::initializer_list<Case>{
+           {"", "the file is empty"},
+           {"Dear reader,\n", "it is no OBJ file: it has no vertices"},
+           {square + std::string("\x01 1 2\n"), "line 5: '?' is no OBJ statement"},
+           {"v 1 2\n",
+            "line 1: a vertex is 3 coordinates, with a weight, or 3 or 4 color components, but the line"},
+           {"v 1 2 3 4 5\n", "line 1: a vertex is"},
+           {"v 1 2 3 4 5 6 7 8\n", "line 1: a vertex is"},
+           {"v 1 2 x\n", "but there is 'x'"},
+           {square + "vn 1 2\n", "line 5: a normal is 3 numbers"},
+           {square + "vn 1 2 3 4\n", "line 5: a normal is 3 numbers"},
+           {square + "f 1 2\n", "line 5: a face of 2 corners"},
+           {square + "f 1 2 5\nvt 0 0\n", "line 5: the vertex index 5, but there are 4"},
+           {square + "f 1 2 2000000000\n", "line 5: the vertex index 2000000000"},
+           {square + "f 1 2 99999999999999999999\n", "line 5: '99999999999999999999' is no corner of a face"},
+           {square + "f 1 2 -5\n", "line 5: the vertex index -5, but there are 4"},
+           {square + "f 1//1 2//1 3//1\n", "line 5: the normal index 1, but there are 0"},
+           {square + "f 0 1 2\n", "line 5: '0' is no corner of a face"},
+           {square + "f 1/2/3/4 1 2\n", "line 5: '1/2/3/4' is no corner of a face"},
+           {square + "f 1 2 /3\n", "line 5: '/3' is no corner of a face"},
+       }) {
+    expectError([&] { parse(damaged.content); }, damaged.message);
+  }
+}

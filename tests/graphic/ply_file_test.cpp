@@ -1,0 +1,250 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/graphic/ply_file.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "support/expect_error.hpp"
+#include "support/file_content.hpp"
+#include "support/graphic_objects.hpp"
+#include "support/temporary_folder.hpp"
+
+using namespace vorn::graphic;
+using vorn::test::Alpha;
+using vorn::test::expectError;
+using vorn::test::expectSameBits;
+using vorn::test::fullObject;
+
+namespace {
+
+GraphicObject parse(std::string const& content) {
+  vorn::test::TemporaryFolder const folder;
+  vorn::test::put(folder / "test.ply", content);
+  return PLYFile().read((folder / "test.ply").string());
+}
+
+std::string const xyz = "property float x\nproperty float y\nproperty float z\n";
+
+/// The bytes of numbers in a binary file of either byte order.
+class Bytes {
+public:
+  explicit Bytes(bool bigEndian) : bigEndian_(bigEndian) {}
+
+  template <class T>
+  Bytes& add(T value) {
+    std::string bytes(sizeof value, '\0');
+    std::memcpy(bytes.data(), &value, sizeof value);
+    if (bigEndian_) {
+      std::reverse(bytes.begin(), bytes.end());
+    }
+    text_ += bytes;
+    return *this;
+  }
+  std::string const& text() const { return text_; }
+
+private:
+  bool bigEndian_;
+  std::string text_;
+};
+
+} // namespace
+
+TEST(PLYFile, EveryFormatKeepsEveryBit) {
+  vorn::test::TemporaryFolder const folder;
+  std::string const path = (folder / "a.ply").string();
+  for (auto const format :
+       {PLYFile::Format::BinaryLittleEndian, PLYFile::Format::BinaryBigEndian, PLYFile::Format::Ascii}) {
+    PLYFile const file(format);
+    constexpr int moreThanOneWindow = 20000;
+    for (auto const alpha : {Alpha::Opaque, Alpha::Varied}) {
+      GraphicObject object = fullObject(moreThanOneWindow, alpha);
+      file.write(path, object);
+      expectSameBits(file.read(path), object);
+      object.colors().clear();
+      object.triangles().clear();
+      file.write(path, object);
+      expectSameBits(file.read(path), object);
+      object.normals().clear();
+      object.vertices().resize(1);
+      file.write(path, object);
+      expectSameBits(file.read(path), object);
+    }
+    file.write(path, GraphicObject());
+    EXPECT_TRUE(file.read(path).isEmpty());
+  }
+}
+
+TEST(PLYFile, TakesPropertiesInAnyOrderAndElementsInBetween) {
+  GraphicObject const object =
+      parse("ply\r\nformat ascii 1.0\r\ncomment made by hand\r\nobj_info none\r\n"
+            "element camera 1\r\nproperty list uchar float view\r\nproperty int id\r\n"
+            "element vertex 2\r\nproperty uchar diffuse_blue\r\nproperty float nz\r\n"
+            "property double z\r\nproperty list int int tags\r\nproperty short y\r\n"
+            "property float confidence\r\nproperty int x\r\nproperty float ny\r\n"
+            "property float nx\r\nproperty uchar diffuse_red\r\n"
+            "property uchar diffuse_green\r\nelement empty 1000000000000\r\n"
+            "element face 1\r\nproperty list uchar int vertex_index\r\nend_header\r\n"
+            "2 0.5 0.25 7\r\n"
+            "3 0.5 1e-3 2 8 9 -4 nan 17 0.25 0.125 1 2\r\n"
+            "\r\n"
+            "  6 -INF +inf 0 -5 1 18 NaN -nan 4 5  \r\n"
+            "3 0 1 0");
+  ASSERT_EQ(object.vertices().size(), 2U);
+  EXPECT_EQ(object.vertices()[0], cv::Vec3f(17, -4, 1e-3F));
+  EXPECT_EQ(object.vertices()[1], cv::Vec3f(18, -5, INFINITY));
+  EXPECT_EQ(object.normals()[0], cv::Vec3f(0.125F, 0.25F, 0.5F));
+  EXPECT_TRUE(std::isnan(object.normals()[1][0]) && std::isnan(object.normals()[1][1]));
+  EXPECT_EQ(object.normals()[1][2], -INFINITY);
+  EXPECT_EQ(object.colors()[0], cv::Vec4b(1, 2, 3, 255));
+  EXPECT_EQ(object.colors()[1], cv::Vec4b(4, 5, 6, 255));
+  EXPECT_EQ(object.triangles(), std::vector<cv::Vec3i>({{0, 1, 0}}));
+}
+
+TEST(PLYFile, TakesEveryScalarTypeInBothByteOrders) {
+  for (bool const bigEndian : {false, true}) {
+    std::string const header =
+        std::string("ply\nformat binary_") + (bigEndian ? "big" : "little") +
+        "_endian 1.0\nelement extra 2\nproperty list uint16 double values\nproperty int8 a\n"
+        "element vertex 2\nproperty char x\nproperty float64 y\nproperty uint16 z\n"
+        "property int32 nx\nproperty uint ny\nproperty short nz\n"
+        "property float red\nproperty double green\nproperty int64_is_not_there blue\n";
+    expectError([&] { parse(header + "end_header\n"); },
+                "line 15: unknown property type 'int64_is_not_there'");
+
+    Bytes bytes(bigEndian);
+    bytes.add(std::uint16_t{1}).add(0.5).add(std::int8_t{1}).add(std::uint16_t{0}).add(std::int8_t{1});
+    for (int row = 0; row < 2; ++row) {
+      bytes.add(std::int8_t{-7}).add(1.5).add(std::uint16_t{65535}).add(std::int32_t{-70000});
+      bytes.add(std::uint32_t{4000000000U}).add(std::int16_t{-300});
+      bytes.add(row == 0 ? 0.5F : -1.0F)
+          .add(row == 0 ? 2.0 : NAN)
+          .add(row == 0 ? 128 : 300)
+          .add(std::uint8_t{9});
+    }
+    std::string const complete = header.substr(0, header.find("property int64")) +
+                                 "property int blue\nproperty uchar alpha\nend_header\n" + bytes.text();
+    GraphicObject const object = parse(complete);
+    ASSERT_EQ(object.vertices().size(), 2U);
+    EXPECT_EQ(object.vertices()[1], cv::Vec3f(-7, 1.5F, 65535));
+    EXPECT_EQ(object.normals()[1], cv::Vec3f(-70000, 4e9F, -300));
+    EXPECT_EQ(object.colors()[0], cv::Vec4b(128, 255, 128, 9));
+    EXPECT_EQ(object.colors()[1], cv::Vec4b(0, 0, 255, 9));
+    expectError([&] { parse(complete.substr(0, complete.size() - 1)); },
+                "the file ends within the rows of 'vertex'");
+  }
+}
+
+TEST(PLYFile, PolygonsAndStripsBecomeTriangles) {
+  std::string const start = "ply\nformat ascii 1.0\nelement vertex 6\n" + xyz;
+  std::string const points = "end_header\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n2 0 0\n2 1 0\n";
+  EXPECT_EQ(parse(start + "element face 3\nproperty uchar flag\nproperty list uchar uint vertex_indices\n" +
+                  points + "1 5 0 1 2 3 4\n0 2 1 0\n1 3 5 4 3\n")
+                .triangles(),
+            std::vector<cv::Vec3i>({{0, 1, 2}, {0, 2, 3}, {0, 3, 4}, {5, 4, 3}}));
+  EXPECT_EQ(parse(start + "element tristrips 1\nproperty list int int vertex_indices\n" + points +
+                  "9 0 1 2 3 -1 3 4 5 5\n")
+                .triangles(),
+            std::vector<cv::Vec3i>({{0, 1, 2}, {2, 1, 3}, {3, 4, 5}}));
+}
+
+TEST(PLYFile, ListsInVerticesAndFacesBeforeThem) {
+  Bytes bytes(false);
+  bytes.add(std::int32_t{3}).add(1.0F).add(0.0F).add(2.0F);
+  for (std::uint8_t row = 0; row < 3; ++row) {
+    bytes.add(row);
+    for (std::uint8_t value = 0; value < row; ++value) {
+      bytes.add(std::int16_t{-1});
+    }
+    bytes.add(static_cast<float>(row)).add(1.0F).add(2.0F);
+  }
+  std::string const header = "ply\nformat binary_little_endian 1.0\nelement face 1\n"
+                             "property list int float vertex_indices\nelement vertex 3\n"
+                             "property list uchar short neighbours\n" +
+                             xyz + "end_header\n";
+  GraphicObject const object = parse(header + bytes.text());
+  EXPECT_EQ(object.vertices(), std::vector<cv::Vec3f>({{0, 1, 2}, {1, 1, 2}, {2, 1, 2}}));
+  EXPECT_EQ(object.triangles(), std::vector<cv::Vec3i>({{1, 0, 2}}));
+  for (std::size_t size = 0; size < bytes.text().size(); ++size) {
+    expectError([&] { parse(header + bytes.text().substr(0, size)); }, "test.ply");
+  }
+}
+
+TEST(PLYFile, ClassicMacLineEnds) {
+  std::string header = "ply\nformat binary_big_endian 1.0\nelement vertex 1\n" + xyz + "end_header\n";
+  std::replace(header.begin(), header.end(), '\n', '\r');
+  EXPECT_EQ(parse(header + Bytes(true).add(1.0F).add(2.0F).add(3.0F).text()).vertices()[0],
+            cv::Vec3f(1, 2, 3));
+}
+
+TEST(PLYFile, DamagedFilesAreNamedWithPlaceAndReason) {
+  std::string const format = "ply\nformat ascii 1.0\n";
+  std::string const points = format + "element vertex 2\n" + xyz + "end_header\n";
+  std::string const mesh =
+      format + "element vertex 3\n" + xyz +
+      "element face 1\nproperty list char int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n";
+  struct Case {
+    std::string content;
+    char const* message;
+  };
+  for (Case const& damaged : std::initializer_list<Case>{
+           {"", "the file is empty"},
+           {"plywood\n", "it is no PLY file"},
+           {"ply\n", "the header does not end"},
+           {"ply\nformat ascii 2.0\n", "line 2: unknown PLY version '2.0'"},
+           {"ply\nformat text 1.0\n", "line 2: unknown PLY format 'text'"},
+           {"ply\nend_header\n", "line 2: the header names no format"},
+           {format + "element vertex -3\n", "line 3: element 'vertex' has the negative count -3"},
+           {format + "element vertex many\n", "line 3: element 'vertex' has no valid count"},
+           {format + "element vertex 1 2\n", "line 3: unexpected '2'"},
+           {format + "property float x\n", "line 3: a property before the first element"},
+           {format + "element vertex 1\n" + xyz + "property float x\n", "line 7: 'x' is declared twice"},
+           {format + "element vertex 1\nproperty list float int a\n",
+            "line 4: the length of a list is no integer"},
+           {format + "colour red\n", "line 3: unknown keyword 'colour'"},
+           {format + "end_header\n", "it has no vertices"},
+           {format + "element vertex 1\nproperty float x\nend_header\n1\n", "its vertices lack x, y or z"},
+           {format + "element vertex 4000000000\n" + xyz + "end_header\n1 2 3\n",
+            "the header promises 4000000000 rows of 'vertex' of at least 6 bytes, but only 7 bytes are left"},
+           {points + "1 2 3\n1 2\n\n\n", "line 9: the value of 'z' is missing"},
+           {points + "1 2 3\n1 2 3 4\n", "line 9: unexpected '4'"},
+           {points + "1 2 3\n1 2,5 3\n", "line 9: '2,5' is no value of 'y'"},
+           {points + "1 2 3\n       \n", "the file ends within the rows of 'vertex'"},
+           {mesh + "3 0 1 3\n", "line 13: the vertex index 3, but there are 3 vertices"},
+           {mesh + "3 0 1 -1\n", "line 13: the vertex index -1"},
+           {mesh + "-3 0 1 2\n", "line 13: the list 'vertex_indices' has the negative length -3"},
+           {mesh + "4 0 1 2\n", "line 13: the value of 'vertex_indices' is missing"},
+       }) {
+    expectError([&] { parse(damaged.content); }, damaged.message);
+  }
+}
+
+TEST(PLYFile, DamagedBinaryFacesAreNamedWithTheByte) {
+  std::string const header = "ply\nformat binary_little_endian 1.0\nelement vertex 1\n" + xyz +
+                             "element face 1\nproperty list int int vertex_indices\nend_header\n" +
+                             std::string(12, '\0');
+  auto const faceByte = [&](int offset) { return "byte " + std::to_string(header.size() + offset) + ": "; };
+  expectError([&] { parse(header + Bytes(false).add(-1).text()); }, faceByte(0) + "the list");
+  expectError([&] { parse(header + Bytes(false).add(2000000000).add(0).text()); },
+              faceByte(4) + "the list 'vertex_indices' of 2000000000 values goes beyond the end of the file");
+  expectError([&] { parse(header + Bytes(false).add(3).add(0).add(0).add(1).text()); },
+              faceByte(4) + "the vertex index 1");
+}
+
+TEST(PLYFile, UnusablePathsAndObjects) {
+  vorn::test::TemporaryFolder const folder;
+  std::string const path = (folder / "a.ply").string();
+  expectError([&] { PLYFile().read(path); }, "Cannot open " + path + ": No such file or directory");
+  expectError([&] { PLYFile().read(folder.path().string()); }, "Is a directory");
+  expectError([&] { PLYFile().read("/dev/zero"); }, "it is a device");
+  vorn::test::put(path, "old");
+  GraphicObject object = fullObject(10, Alpha::Opaque);
+  object.normals().pop_back();
+  expectError([&] { PLYFile().write(path, object); }, "9 normals for 10 vertices");
+  object.normals().clear();
+  object.triangles()[3][1] = 10;
+  expectError([&] { PLYFile().write(path, object); }, "Triangle 3 has the vertex index 10");
+  EXPECT_EQ(vorn::test::contentOf(path), "old");
+}
