@@ -2,9 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
-#include <vector>
 
 #include "sim/rig.hpp"
 #include "sim/scene.hpp"
@@ -38,23 +36,5 @@ ProjectorLight lightFrom(Projector const& projector, Pose const& proj_from_world
 /// Light of a laser at a point.
 double lightFrom(Laser const& laser, Pose const& laser_from_world, Scene const& scene,
                  CameraSample const& sample);
-
-/// Integrates light over camera pixels and lens blur along one axis: out[i] is the mean of `light`, which
-/// holds `supersample` values a pixel, weighted by a pixel's box blurred with a Gaussian of `blur` pixels.
-class PixelIntegral {
-public:
-  PixelIntegral(int supersample, double blur);
-
-  /// One row of width * supersample values to a row of `width` values.
-  void alongRow(float const* light, int width, float* out) const;
-
-  /// Row `row` of the image whose rows, `supersample` for each pixel row, are those of `light` (CV_32FC1).
-  void alongColumns(cv::Mat const& light, int row, float* out) const;
-
-private:
-  int supersample_;
-  int first_;
-  std::vector<float> weights_;
-};
 
 } // namespace vorn::sim

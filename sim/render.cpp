@@ -10,7 +10,8 @@
 
 #include "core/parallel.hpp"
 #include "sim/light.hpp"
-#include "sim/noise.hpp"
+#include "sim/pixel_integral.hpp"
+#include "sim/sensor.hpp"
 
 namespace vorn::sim {
 namespace {
@@ -94,23 +95,6 @@ void checkPatterns(std::vector<cv::Mat> const& patterns, cv::Size const& resolut
       throw std::invalid_argument("sim::ProjectorView: patterns are CV_8UC1 of the projector's resolution");
     }
   }
-}
-
-/// The image of a camera whose light, integrated along rows already, has `supersample` rows a pixel row.
-cv::Mat greyLevels(Camera const& camera, PixelIntegral const& integral, cv::Mat const& light) {
-  cv::Mat grey(camera.device.resolution(), CV_32FC1);
-  auto const scale = static_cast<float>(255.0 * camera.sensor.exposure);
-  auto const black = static_cast<float>(camera.sensor.blackLevel);
-  parallelRows(grey.rows, [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      float* row = grey.ptr<float>(y);
-      integral.alongColumns(light, y, row);
-      for (int x = 0; x < grey.cols; ++x) {
-        row[x] = row[x] * scale + black;
-      }
-    }
-  });
-  return grey;
 }
 
 } // namespace
@@ -211,7 +195,7 @@ std::vector<cv::Mat> ProjectorView::expose(std::vector<cv::Mat> const& patterns)
       }
     });
     for (cv::Mat const& light : lights) {
-      images.push_back(greyLevels(camera_, integral, light));
+      images.push_back(integral.greyLevels(camera_, light));
     }
   }
   return images;
@@ -224,68 +208,6 @@ std::vector<cv::Mat> ProjectorView::capture(std::vector<cv::Mat> const& patterns
     image = readOut(camera_.sensor, image, number++);
   }
   return images;
-}
-
-cv::Mat exposeLasers(Camera const& camera, std::vector<Laser> const& lasers, Scene const& scene,
-                     RenderOptions const& options) {
-  cv::Size const size = camera.device.resolution();
-  cv::Size const fine = size * options.supersample;
-  PixelIntegral const integral(options.supersample, camera.blur);
-  Pose const world_from_cam = camera.cam_from_world.inverse();
-  double const width = 1.0 / options.supersample;
-  cv::Mat light(fine.height, size.width, CV_32FC1);
-  parallelRows(fine.height, [&](int firstRow, int endRow) {
-    std::vector<float> row(static_cast<std::size_t>(fine.width));
-    CameraSample seen;
-    for (int y = firstRow; y < endRow; ++y) {
-      for (int x = 0; x < fine.width; ++x) {
-        cv::Point2d const pixel((x + 0.5) * width - 0.5, (y + 0.5) * width - 0.5);
-        double sum = 0;
-        if (look(camera, world_from_cam, scene, pixel, width, seen)) {
-          sum = camera.sensor.ambient * seen.albedo;
-          for (Laser const& laser : lasers) {
-            sum += lightFrom(laser, laser.world_from_laser.inverse(), scene, seen);
-          }
-        }
-        row[static_cast<std::size_t>(x)] = static_cast<float>(sum);
-      }
-      integral.alongRow(row.data(), size.width, light.ptr<float>(y));
-    }
-  });
-  return greyLevels(camera, integral, light);
-}
-
-cv::Mat captureLasers(Camera const& camera, std::vector<Laser> const& lasers, Scene const& scene,
-                      int imageNumber, RenderOptions const& options) {
-  return readOut(camera.sensor, exposeLasers(camera, lasers, scene, options), imageNumber);
-}
-
-double noiseSigma(Sensor const& sensor, double grey) {
-  double const electronsPerLevel = sensor.fullWell / 255.0;
-  double const electrons = std::max(grey - sensor.blackLevel, 0.0) * electronsPerLevel;
-  return std::sqrt(electrons + sensor.readNoise * sensor.readNoise) / electronsPerLevel;
-}
-
-cv::Mat readOut(Sensor const& sensor, cv::Mat const& grey, int imageNumber) {
-  cv::Mat image(grey.size(), CV_8UC1);
-  std::uint64_t const stream = scramble(sensor.seed * 0x10000U + static_cast<std::uint64_t>(imageNumber));
-  double const brightness = 1.0 + sensor.flicker * gaussian(stream);
-  parallelRows(grey.rows, [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      float const* source = grey.ptr<float>(y);
-      auto* target = image.ptr<std::uint8_t>(y);
-      std::uint64_t const rowKey =
-          stream + static_cast<std::uint64_t>(y) * static_cast<std::uint64_t>(grey.cols);
-      for (int x = 0; x < grey.cols; ++x) {
-        double const level =
-            (static_cast<double>(source[x]) - sensor.blackLevel) * brightness + sensor.blackLevel;
-        double const noise =
-            noiseSigma(sensor, level) * gaussian(rowKey + 1U + static_cast<std::uint64_t>(x));
-        target[x] = cv::saturate_cast<std::uint8_t>(level + noise);
-      }
-    }
-  });
-  return image;
 }
 
 } // namespace vorn::sim

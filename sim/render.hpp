@@ -60,18 +60,4 @@ private:
   std::vector<Sample> samples_;
 };
 
-/// The camera's image (CV_8UC1) of a scene under laser fans.
-cv::Mat captureLasers(Camera const& camera, std::vector<Laser> const& lasers, Scene const& scene,
-                      int imageNumber = 0, RenderOptions const& options = {});
-
-/// The same as grey levels (CV_32FC1) before noise, rounding and saturation.
-cv::Mat exposeLasers(Camera const& camera, std::vector<Laser> const& lasers, Scene const& scene,
-                     RenderOptions const& options = {});
-
-/// Grey levels as a sensor delivers them: noise, rounding, saturation; CV_32FC1 to CV_8UC1.
-cv::Mat readOut(Sensor const& sensor, cv::Mat const& grey, int imageNumber);
-
-/// Standard deviation of the noise at a grey level, before rounding.
-double noiseSigma(Sensor const& sensor, double grey);
-
 } // namespace vorn::sim

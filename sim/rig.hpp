@@ -2,31 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-#include <vector>
-
 #include "sim/device.hpp"
 #include "sim/pose.hpp"
+#include "sim/sensor.hpp"
 
 namespace vorn::sim {
-
-/// How light becomes grey levels. A level g above the black level stands for g / 255 * fullWell electrons,
-/// whose count scatters by its square root; reading adds its own noise, and the result is rounded to 8 bits.
-struct Sensor {
-  /// Grey levels, divided by 255, of a white surface that faces a fully lit projector at its reference
-  /// distance.
-  double exposure = 0.6;
-  /// Grey level, divided by 255 and the exposure, that a white surface shows without the projector.
-  double ambient = 0.02;
-  /// Grey level of no light at all.
-  double blackLevel = 3;
-  double fullWell = 30000;
-  /// Electrons, standard deviation.
-  double readNoise = 15;
-  /// Relative standard deviation of the light from one image to the next.
-  double flicker = 0;
-  std::uint64_t seed = 1;
-};
 
 /// A camera: world -> pixels -> grey levels.
 struct Camera {
