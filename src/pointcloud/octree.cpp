@@ -1,0 +1,378 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/pointcloud/octree.hpp>
+
+#include <algorithm>
+#include <limits>
+#include <ostream>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "core/error.hpp"
+#include "pointcloud/octree_build.hpp"
+#include "pointcloud/octree_search.hpp"
+#include "pointcloud/point_access.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+std::size_t sizeOf(cv::Mat_<cv::Vec3f> const& points) {
+  return points.total();
+}
+std::size_t sizeOf(std::vector<cv::Point3f> const& points) {
+  return points.size();
+}
+
+float const* coordinates(cv::Vec3f const& point) {
+  return point.val;
+}
+float const* coordinates(cv::Point3f const& point) {
+  return &point.x;
+}
+
+struct Neighbour {
+  float distance;
+  unsigned index;
+
+  bool operator<(Neighbour const& other) const { return distance < other.distance; }
+};
+
+/// The nearest points found so far. Few are kept in order all the time; many are gathered until there are
+/// twice as many as asked for, and then the farther half is dropped, so that a point costs the same however
+/// large k is.
+class NearestPoints {
+public:
+  explicit NearestPoints(std::size_t capacity) : capacity_(capacity), isSorted_(capacity <= sortedCapacity) {
+    if (!isSorted_) {
+      gathered_.reserve(2 * capacity);
+    }
+  }
+
+  /// Only points nearer than this still matter.
+  float worst() const { return worst_; }
+
+  void add(unsigned index, float distance) {
+    if (!isSorted_) {
+      gather({distance, index});
+      return;
+    }
+    std::size_t place = size_ < capacity_ ? size_++ : capacity_ - 1;
+    for (; place > 0 && sorted_[place - 1].distance > distance; --place) {
+      sorted_[place] = sorted_[place - 1];
+    }
+    sorted_[place] = {distance, index};
+    if (size_ == capacity_) {
+      worst_ = sorted_[capacity_ - 1].distance;
+    }
+  }
+
+  std::size_t take(std::vector<unsigned>& indices, std::vector<float>& distances) {
+    Neighbour const* nearest = sorted_.data();
+    if (!isSorted_) {
+      std::stable_sort(gathered_.begin(), gathered_.end());
+      size_ = std::min(capacity_, gathered_.size());
+      nearest = gathered_.data();
+    }
+    indices.resize(size_);
+    distances.resize(size_);
+    for (std::size_t i = 0; i < size_; ++i) {
+      indices[i] = nearest[i].index;
+      distances[i] = nearest[i].distance;
+    }
+    return size_;
+  }
+
+private:
+  static constexpr std::size_t sortedCapacity = 64;
+
+  void gather(Neighbour const& neighbour) {
+    gathered_.push_back(neighbour);
+    if (gathered_.size() == 2 * capacity_) {
+      auto const last = gathered_.begin() + static_cast<std::ptrdiff_t>(capacity_ - 1);
+      std::nth_element(gathered_.begin(), last, gathered_.end());
+      worst_ = last->distance;
+      gathered_.resize(capacity_);
+    }
+  }
+
+  std::size_t capacity_;
+  bool isSorted_;
+  std::size_t size_ = 0;
+  float worst_ = std::numeric_limits<float>::max();
+  std::array<Neighbour, sortedCapacity> sorted_;
+  std::vector<Neighbour> gathered_;
+};
+
+struct WaitingOctant {
+  unsigned place;
+  float distance;
+};
+
+/// Visits leaves from near to far and offers their points to the set.
+template <class Kind, class Points>
+void findNearest(OctreeView const& tree, Points const& points, float const* query, NearestPoints& nearest) {
+  std::array<WaitingOctant, maxWaitingOctants> waiting;
+  WaitingOctant* top = waiting.data();
+  *top++ = {0, 0.0F};
+  while (top != waiting.data()) {
+    WaitingOctant const next = *--top;
+    if (next.distance * (1.0F - boundSlack) >= nearest.worst()) {
+      continue;
+    }
+    BasicOctant<unsigned> const& octant = tree.octants[next.place];
+    if (octant.isLeaf) {
+      unsigned const* const end = tree.chain + octant.first + octant.count;
+      for (unsigned const* place = tree.chain + octant.first; place != end; ++place) {
+        float const* point = points[*place];
+        float const distance = Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]);
+        if (distance < nearest.worst()) {
+          nearest.add(*place, distance);
+        }
+      }
+      continue;
+    }
+    // The child on the query's side is taken from the stack first, its opposite last.
+    unsigned const own =
+        (query[0] > octant.x ? 1U : 0U) + (query[1] > octant.y ? 2U : 0U) + (query[2] > octant.z ? 4U : 0U);
+    ChildDistances<Kind> const distances(octant, query, tree.tolerance);
+    for (unsigned const flip : {7U, 6U, 5U, 3U, 4U, 2U, 1U, 0U}) {
+      unsigned const code = own ^ flip;
+      if (((octant.childMask >> code) & 1U) != 0) {
+        float const distance = distances[code];
+        if (distance * (1.0F - boundSlack) < nearest.worst()) {
+          unsigned const before = octant.childMask & ((1U << code) - 1U);
+          *top++ = {octant.children + static_cast<unsigned>(__builtin_popcount(before)), distance};
+        }
+      }
+    }
+  }
+}
+
+template <class Kind, class Points>
+std::size_t countInBall(OctreeView const& tree, Points const& points, Ball<Kind> const& ball) {
+  std::size_t count = 0;
+  auto const whole = [&](BasicOctant<unsigned> const& octant) {
+    count += octant.count;
+    return true;
+  };
+  auto const leaf = [&](BasicOctant<unsigned> const& octant) {
+    unsigned found = 0;
+    unsigned const* const chain = tree.chain + octant.first;
+    for (unsigned i = 0; i < octant.count; ++i) {
+      found += ball.holds(points[chain[i]]) ? 1U : 0U;
+    }
+    count += found;
+    return true;
+  };
+  visitBall(tree, ball, whole, leaf);
+  return count;
+}
+
+template <class Kind, class Points>
+void listLeaf(OctreeView const& tree, Points const& points, Ball<Kind> const& ball,
+              BasicOctant<unsigned> const& leaf, std::vector<unsigned>& indices) {
+  // Every index is written and the place moves on only behind those that are inside: no branch to mispredict.
+  std::size_t size = indices.size();
+  indices.resize(size + leaf.count);
+  unsigned const* const chain = tree.chain + leaf.first;
+  for (unsigned i = 0; i < leaf.count; ++i) {
+    indices[size] = chain[i];
+    size += ball.holds(points[chain[i]]) ? 1U : 0U;
+  }
+  indices.resize(size);
+}
+
+void listWhole(OctreeView const& tree, BasicOctant<unsigned> const& octant, std::vector<unsigned>& indices) {
+  unsigned const* const chain = tree.chain + octant.first;
+  indices.insert(indices.end(), chain, chain + octant.count);
+}
+
+template <class Kind, class Points>
+void listRecursively(OctreeView const& tree, Points const& points, Ball<Kind> const& ball,
+                     BasicOctant<unsigned> const& octant, std::vector<unsigned>& indices) {
+  if (ball.holdsAll(octant)) {
+    listWhole(tree, octant, indices);
+  } else if (octant.isLeaf) {
+    listLeaf(tree, points, ball, octant, indices);
+  } else {
+    ChildDistances<Kind> const distances(octant, ball.centre(), tree.tolerance);
+    unsigned child = octant.children;
+    for (unsigned mask = octant.childMask; mask != 0; mask &= mask - 1, ++child) {
+      if (distances[static_cast<unsigned>(__builtin_ctz(mask))] <= ball.norm() * (1.0F + boundSlack)) {
+        listRecursively(tree, points, ball, tree.octants[child], indices);
+      }
+    }
+  }
+}
+
+void printOctant(std::ostream& stream, OctreeView const& tree, BasicOctant<unsigned> const& octant,
+                 int level) {
+  std::string const indent(2 * static_cast<std::size_t>(level), ' ');
+  stream << indent << "[isLeaf=" << octant.isLeaf << ", c={" << octant.x << "," << octant.y << "," << octant.z
+         << "}, e=" << octant.halfSize << ", start=" << tree.chain[octant.first]
+         << ", end=" << tree.chain[octant.first + octant.count - 1] << ", count=" << octant.count << "\n";
+  if (octant.isLeaf) {
+    return;
+  }
+  unsigned child = octant.children;
+  for (unsigned code = 0; code < 8; ++code) {
+    stream << indent << "child[" << code << "]:";
+    if (((octant.childMask >> code) & 1U) != 0) {
+      stream << "\n";
+      printOctant(stream, tree, tree.octants[child++], level + 1);
+    } else {
+      stream << "NULL\n";
+    }
+  }
+}
+
+} // namespace
+
+template <class Point, class Container, class Index>
+template <class Body>
+decltype(auto) Octree<Point, Container, Index>::withPoints(Body const& body) const {
+  if (step_ == columns_ * sizeof(Point)) {
+    return body(ContiguousPoints{static_cast<float const*>(static_cast<void const*>(data_))});
+  }
+  return body(StridedPoints{data_, step_, columns_});
+}
+
+template <class Point, class Container, class Index>
+void Octree<Point, Container, Index>::init(Container const& points, Param const& param) {
+  std::size_t const count = sizeOf(points);
+  if (count > std::numeric_limits<Index>::max()) {
+    throw error("More points than an index can number: " + std::to_string(count), "Octree");
+  }
+  Octree tree;
+  tree.param_ = param;
+  if (count > 0) {
+    tree.hold(points);
+    OctreeParts parts = tree.withPoints([&](auto const& access) {
+      return buildOctree(access, count, param.bucketCapacity, param.minHalfSize);
+    });
+    tree.octants_ = std::move(parts.octants);
+    tree.chain_ = std::move(parts.chain);
+    tree.tolerance_ = parts.tolerance;
+  }
+  *this = std::move(tree);
+}
+
+template <class Point, class Container, class Index>
+void Octree<Point, Container, Index>::hold(Container const& points) {
+  if constexpr (std::is_same_v<Container, cv::Mat_<Point>>) {
+    held_ = param_.copyData ? Container(points.clone()) : points;
+    data_ = held_.data;
+    columns_ =
+        static_cast<Index>(held_.isContinuous() ? held_.total() : static_cast<std::size_t>(held_.cols));
+    step_ = held_.isContinuous() ? columns_ * sizeof(Point) : held_.step[0];
+  } else {
+    if (param_.copyData) {
+      held_ = points;
+    }
+    Container const& source = param_.copyData ? held_ : points;
+    data_ = static_cast<std::uint8_t const*>(static_cast<void const*>(source.data()));
+    columns_ = static_cast<Index>(source.size());
+    step_ = columns_ * sizeof(Point);
+  }
+}
+
+template <class Point, class Container, class Index>
+void Octree<Point, Container, Index>::clear() {
+  Param const param = param_;
+  *this = Octree();
+  param_ = param;
+}
+
+template <class Point, class Container, class Index>
+std::size_t Octree<Point, Container, Index>::memoryUsage() const {
+  return octants_.capacity() * sizeof(Octant) + chain_.capacity() * sizeof(Index) +
+         (param_.copyData ? sizeOf(held_) * sizeof(Point) : 0);
+}
+
+template <class Point, class Container, class Index>
+template <class Kind>
+std::size_t Octree<Point, Container, Index>::knnSearch(Point const& query, int k, std::vector<Index>& indices,
+                                                       std::vector<float>& distances) const {
+  indices.clear();
+  distances.clear();
+  if (k <= 0 || isEmpty() || !isFinite(coordinates(query))) {
+    return 0;
+  }
+  NearestPoints nearest(std::min(static_cast<std::size_t>(k), chain_.size()));
+  withPoints(
+      [&](auto const& points) { findNearest<Kind>(OctreeView(*this), points, coordinates(query), nearest); });
+  return nearest.take(indices, distances);
+}
+
+template <class Point, class Container, class Index>
+template <class Kind>
+std::size_t Octree<Point, Container, Index>::radiusNeighborsSearch(Point const& query, float radius,
+                                                                   std::vector<Index>& indices) const {
+  indices.clear();
+  OctreeView const tree(*this);
+  Ball<Kind> const ball(coordinates(query), radius);
+  withPoints([&](auto const& points) {
+    auto const whole = [&](Octant const& octant) {
+      listWhole(tree, octant, indices);
+      return true;
+    };
+    auto const leaf = [&](Octant const& octant) {
+      listLeaf(tree, points, ball, octant, indices);
+      return true;
+    };
+    visitBall(tree, ball, whole, leaf);
+  });
+  return indices.size();
+}
+
+template <class Point, class Container, class Index>
+template <class Kind>
+std::size_t
+Octree<Point, Container, Index>::radiusNeighborsSearchRecursive(Point const& query, float radius,
+                                                                std::vector<Index>& indices) const {
+  indices.clear();
+  OctreeView const tree(*this);
+  Ball<Kind> const ball(coordinates(query), radius);
+  if (!isEmpty() && !ball.isEmpty()) {
+    withPoints([&](auto const& points) { listRecursively(tree, points, ball, octants_.front(), indices); });
+  }
+  return indices.size();
+}
+
+template <class Point, class Container, class Index>
+template <class Kind>
+std::size_t Octree<Point, Container, Index>::radiusNeighborsCount(Point const& query, float radius) const {
+  Ball<Kind> const ball(coordinates(query), radius);
+  return withPoints([&](auto const& points) { return countInBall(OctreeView(*this), points, ball); });
+}
+
+template <class Point, class Container, class Index>
+void Octree<Point, Container, Index>::print(std::ostream& stream) const {
+  if (!isEmpty()) {
+    printOctant(stream, OctreeView(*this), octants_.front(), 0);
+  }
+}
+
+// The two trees and their searches for each distance kind.
+#define VORN_INSTANTIATE_SEARCHES(Tree, Point, Kind)                                                         \
+  template VORN_API std::size_t Tree::knnSearch<Distance<Point>::Kind>(                                      \
+      Point const&, int, std::vector<unsigned>&, std::vector<float>&) const;                                 \
+  template VORN_API std::size_t Tree::radiusNeighborsSearch<Distance<Point>::Kind>(                          \
+      Point const&, float, std::vector<unsigned>&) const;                                                    \
+  template VORN_API std::size_t Tree::radiusNeighborsSearchRecursive<Distance<Point>::Kind>(                 \
+      Point const&, float, std::vector<unsigned>&) const;                                                    \
+  template VORN_API std::size_t Tree::radiusNeighborsCount<Distance<Point>::Kind>(Point const&, float) const;
+
+template class Octree<cv::Vec3f, cv::Mat_<cv::Vec3f>, unsigned>;
+template class Octree<cv::Point3f, std::vector<cv::Point3f>, unsigned>;
+VORN_INSTANTIATE_SEARCHES(GridOctree, cv::Vec3f, L1)
+VORN_INSTANTIATE_SEARCHES(GridOctree, cv::Vec3f, L2)
+VORN_INSTANTIATE_SEARCHES(GridOctree, cv::Vec3f, LInf)
+VORN_INSTANTIATE_SEARCHES(ListOctree, cv::Point3f, L1)
+VORN_INSTANTIATE_SEARCHES(ListOctree, cv::Point3f, L2)
+VORN_INSTANTIATE_SEARCHES(ListOctree, cv::Point3f, LInf)
+#undef VORN_INSTANTIATE_SEARCHES
+
+} // namespace vorn::mv
