@@ -1,0 +1,65 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/imaging/smoothing_filters.hpp>
+
+#include <opencv2/imgproc.hpp>
+
+#include "imaging/filter_settings.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+cv::Point const kernelCentre(-1, -1);
+
+} // namespace
+
+BilateralFilter::BilateralFilter()
+    : ImageFilterBase({new Property("Diameter", 1, 1, 32), new Property("SigmaColor", 1.0, 1.0, 10.0),
+                       new Property("SigmaSpace", 1.0, 1.0, 10.0)}) {}
+
+cv::Mat BilateralFilter::apply(cv::Mat const& input) const {
+  cv::Mat output;
+  cv::bilateralFilter(input, output, intOf(*this, "Diameter"), doubleOf(*this, "SigmaColor"),
+                      doubleOf(*this, "SigmaSpace"), cv::BORDER_DEFAULT);
+  return output;
+}
+
+BlurFilter::BlurFilter() : ImageFilterBase({radiusProperty()}) {}
+
+cv::Mat BlurFilter::apply(cv::Mat const& input) const {
+  cv::Mat output;
+  cv::blur(input, output, kernelSize(*this), kernelCentre, cv::BORDER_DEFAULT);
+  return output;
+}
+
+BoxFilter::BoxFilter() : ImageFilterBase({radiusProperty()}) {}
+
+cv::Mat BoxFilter::apply(cv::Mat const& input) const {
+  constexpr int depthOfInput = -1;
+  constexpr bool normalize = true;
+  cv::Mat output;
+  cv::boxFilter(input, output, depthOfInput, kernelSize(*this), kernelCentre, normalize, cv::BORDER_DEFAULT);
+  return output;
+}
+
+GaussianFilter::GaussianFilter()
+    : ImageFilterBase({radiusProperty(), new Property("SigmaX", 1.0, 0.0, 32.0),
+                       new Property("SigmaY", 1.0, 0.0, 32.0)}) {}
+
+cv::Mat GaussianFilter::apply(cv::Mat const& input) const {
+  cv::Mat output;
+  cv::GaussianBlur(input, output, kernelSize(*this), doubleOf(*this, "SigmaX"), doubleOf(*this, "SigmaY"),
+                   cv::BORDER_DEFAULT);
+  return output;
+}
+
+MedianFilter::MedianFilter() : ImageFilterBase({radiusProperty()}) {}
+
+cv::Mat MedianFilter::apply(cv::Mat const& input) const {
+  cv::Mat output;
+  cv::medianBlur(input, output, kernelSize(*this).width);
+  return output;
+}
+
+} // namespace vorn::mv
