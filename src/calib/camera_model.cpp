@@ -1,0 +1,233 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/calib/camera_model.hpp>
+
+#include <cfloat>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
+#include <vorn/mv/geometry/plane3f.hpp>
+#include <vorn/mv/geometry/transform.hpp>
+
+#include "calib/undistortion.hpp"
+#include "core/error.hpp"
+
+namespace vorn::mv {
+
+struct CameraModel::Private : Record<CameraModel::Private> {
+  cv::Mat K;
+  cv::Mat D;
+  cv::Size resolution;
+  double calibError = -1;
+};
+
+namespace {
+
+/// Pattern points in space: they lie in its plane z = 0.
+std::vector<cv::Point3f> lifted(std::vector<cv::Point2f> const& points) {
+  std::vector<cv::Point3f> result;
+  result.reserve(points.size());
+  for (cv::Point2f const& p : points) {
+    result.emplace_back(p.x, p.y, 0.0F);
+  }
+  return result;
+}
+
+cv::Matx44d poseOf(cv::Mat const& rvec, cv::Mat const& tvec) {
+  cv::Mat R;
+  cv::Rodrigues(rvec, R);
+  return math::createTransform(R, tvec);
+}
+
+/// The points where rays meet a plane, given by a point and a normal.
+std::vector<cv::Vec3d> pointsOnPlane(std::vector<cv::Point2d> const& rays, cv::Vec3d const& point,
+                                     cv::Vec3d const& normal) {
+  double const planeOffset = normal.dot(point);
+  std::vector<cv::Vec3d> points;
+  points.reserve(rays.size());
+  for (cv::Point2d const& xy : rays) {
+    cv::Vec3d const ray(xy.x, xy.y, 1);
+    points.push_back(ray * (planeOffset / normal.dot(ray)));
+  }
+  return points;
+}
+
+/// A matrix of a document as double, or an empty one where it is left out.
+cv::Mat readDoubles(nlohmann::json const& json, char const* key) {
+  cv::Mat result;
+  if (auto const member = json.find(key); member != json.end()) {
+    member->get<cv::Mat>().convertTo(result, CV_64F);
+  }
+  return result;
+}
+
+} // namespace
+
+CameraModel::CameraModel() : ObjectBase(new Private) {}
+
+CameraModel::~CameraModel() = default;
+
+double CameraModel::calib(CameraCalibData& data, int maxIterations) {
+  if (data.count() < 3) {
+    throw error("Not enough calibration sample.", "calib");
+  }
+  if (getResolution().empty()) {
+    throw error("The resolution must be set before the calibration", "calib");
+  }
+  std::vector<std::vector<cv::Point3f>> objPntss;
+  for (auto const& objPnts : data.getObjPntss()) {
+    objPntss.push_back(lifted(objPnts));
+  }
+  cv::Mat K = getK().clone();
+  cv::Mat D = getD().clone();
+  std::vector<cv::Mat> rvecs;
+  std::vector<cv::Mat> tvecs;
+  double const calibError = cv::calibrateCamera(
+      objPntss, data.getImgPntss(), getResolution(), K, D, rvecs, tvecs, 0,
+      cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, maxIterations, DBL_EPSILON));
+  for (std::size_t i = 0; i < rvecs.size(); ++i) {
+    data.addPose(poseOf(rvecs[i], tvecs[i]));
+  }
+  auto& model = static_cast<Private&>(ownRecord());
+  model.K = K;
+  model.D = D;
+  model.calibError = calibError;
+  return calibError;
+}
+
+cv::Matx44d CameraModel::estimate(std::vector<cv::Point2f> const& imgPnts,
+                                  std::vector<cv::Point2f> const& objPnts) const {
+  checkCamera(getK(), getD());
+  cv::Mat rvec;
+  cv::Mat tvec;
+  cv::solvePnP(lifted(objPnts), imgPnts, getK(), getD(), rvec, tvec, false, cv::SOLVEPNP_ITERATIVE);
+  return poseOf(rvec, tvec);
+}
+
+std::vector<cv::Point2f> CameraModel::calcImagePoints(std::vector<cv::Point3f> const& objPnts,
+                                                      cv::Matx44d const& pose) const {
+  checkCamera(getK(), getD());
+  std::vector<cv::Point2f> imgPnts;
+  if (!objPnts.empty()) {
+    cv::Vec3d rvec;
+    cv::Rodrigues(math::getR3(pose), rvec);
+    cv::projectPoints(objPnts, rvec, math::getT3(pose), getK(), getD(), imgPnts);
+  }
+  return imgPnts;
+}
+
+std::vector<cv::Point2f> CameraModel::calcImagePoints(std::vector<cv::Point2f> const& objPnts,
+                                                      cv::Matx44d const& pose) const {
+  return calcImagePoints(lifted(objPnts), pose);
+}
+
+std::vector<cv::Point3f> CameraModel::calcObjectPoints(std::vector<cv::Point2f> const& imgPnts,
+                                                       cv::Matx44d const& pose) const {
+  cv::Matx33d const R = math::getR3(pose);
+  cv::Vec3d const t = math::getT3(pose);
+  cv::Matx33d const inverse = R.inv();
+  std::vector<cv::Point3f> objPnts;
+  objPnts.reserve(imgPnts.size());
+  for (cv::Vec3d const& x : pointsOnPlane(undistorted(getK(), getD(), imgPnts), t, R * cv::Vec3d(0, 0, 1))) {
+    objPnts.emplace_back(cv::Vec3f(inverse * (x - t)));
+  }
+  return objPnts;
+}
+
+std::vector<cv::Point3f> CameraModel::triangulate(std::vector<cv::Point2f> const& imgPnts,
+                                                  Plane3f const& plane, cv::Point2f const& offset) const {
+  std::vector<cv::Point2f> shifted;
+  shifted.reserve(imgPnts.size());
+  for (cv::Point2f const& p : imgPnts) {
+    shifted.push_back(p + offset);
+  }
+  std::vector<cv::Point3f> points;
+  points.reserve(imgPnts.size());
+  cv::Point3d const point = plane.point();
+  for (cv::Vec3d const& x : pointsOnPlane(undistorted(getK(), getD(), shifted), point, plane.normal())) {
+    points.emplace_back(cv::Vec3f(x));
+  }
+  return points;
+}
+
+std::vector<cv::Point2f> CameraModel::undistortPoints(std::vector<cv::Point2f> const& points) const {
+  auto const rays = undistorted(getK(), getD(), points);
+  return {rays.begin(), rays.end()};
+}
+
+void CameraModel::drawPose(cv::Mat& image, cv::Matx44d const& pose, float length, int thickness) const {
+  std::vector<cv::Point3f> const axes{{0, 0, 0}, {length, 0, 0}, {0, length, 0}, {0, 0, length}};
+  auto const ends = calcImagePoints(axes, pose);
+  cv::line(image, ends[0], ends[1], cv::Scalar(255, 0, 0), thickness);
+  cv::line(image, ends[0], ends[2], cv::Scalar(0, 255, 0), thickness);
+  cv::line(image, ends[0], ends[3], cv::Scalar(0, 0, 255), thickness);
+}
+
+cv::Mat const& CameraModel::getK() const {
+  return static_cast<Private const&>(record()).K;
+}
+
+cv::Mat const& CameraModel::getD() const {
+  return static_cast<Private const&>(record()).D;
+}
+
+cv::Size const& CameraModel::getResolution() const {
+  return static_cast<Private const&>(record()).resolution;
+}
+
+void CameraModel::setResolution(cv::Size const& resolution) {
+  static_cast<Private&>(ownRecord()).resolution = resolution;
+}
+
+double CameraModel::getCalibError() const {
+  return static_cast<Private const&>(record()).calibError;
+}
+
+bool CameraModel::isCalibrated() const {
+  return getCalibError() > 0 && getCalibError() < 0.5;
+}
+
+std::string const& CameraModel::getClassName() const {
+  static std::string const name = "vorn::mv::CameraModel";
+  return name;
+}
+
+std::vector<std::string> const& CameraModel::getInterfaces() const {
+  static std::vector<std::string> const names{"vorn::IObject", "vorn::IJsonSerializable"};
+  return names;
+}
+
+void CameraModel::read(nlohmann::json const& json) {
+  auto const resolution = json.at("Resolution").get<cv::Size>();
+  cv::Mat const K = readDoubles(json, "K");
+  cv::Mat const D = readDoubles(json, "D");
+  auto const calibError = json.at("Error").get<double>();
+  if (resolution.width < 0 || resolution.height < 0) {
+    throw error("The resolution must not be negative", "CameraModel");
+  }
+  if (!K.empty() || !D.empty()) {
+    checkCamera(K, D);
+  }
+  auto& model = static_cast<Private&>(ownRecord());
+  model.resolution = resolution;
+  model.K = K;
+  model.D = D;
+  model.calibError = calibError;
+}
+
+void CameraModel::write(nlohmann::json& json) const {
+  json = {{"Resolution", getResolution()}, {"Error", getCalibError()}};
+  if (!getK().empty()) {
+    json["K"] = getK();
+  }
+  if (!getD().empty()) {
+    json["D"] = getD();
+  }
+}
+
+} // namespace vorn::mv
