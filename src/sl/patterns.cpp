@@ -1,0 +1,247 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/sl/patterns.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/sl/gray_code.hpp>
+
+#include "core/error.hpp"
+#include "core/parallel.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+constexpr double pi = 3.141592653589793;
+constexpr uchar lit = 255;
+
+/// Which coordinate of a pixel an image codes.
+enum class Axis { Row, Column };
+
+Axis codedAxis(bool vertical) {
+  return vertical ? Axis::Column : Axis::Row;
+}
+
+void requireSize(cv::Size size, char const* context) {
+  if (size.width < 0 || size.height < 0) {
+    throw error("An image cannot be " + std::to_string(size.width) + " x " + std::to_string(size.height) +
+                    " pixels",
+                context);
+  }
+}
+
+void requirePeriod(int period, char const* context) {
+  if (period < 1) {
+    throw error("The period must be at least 1 pixel, not " + std::to_string(period), context);
+  }
+}
+
+void requireGamma(float gamma, char const* context) {
+  if (std::isnan(gamma)) {
+    throw error("The gamma is not a number", context);
+  }
+}
+
+uchar litWhere(bool condition) {
+  return condition ? lit : uchar{0};
+}
+
+/// The image whose pixel values depend on one coordinate c alone, by the rule value(c).
+template <class Value>
+cv::Mat makeImage(cv::Size size, Axis axis, Value const& value) {
+  cv::Mat image(size, CV_8UC1);
+  if (image.empty()) {
+    return image;
+  }
+  auto const width = static_cast<std::size_t>(size.width);
+  if (axis == Axis::Column) {
+    uchar* const first = image.ptr<uchar>(0);
+    for (int x = 0; x < size.width; ++x) {
+      first[x] = value(x);
+    }
+    parallelRows(size.height, [&](int firstRow, int endRow) {
+      for (int y = std::max(firstRow, 1); y < endRow; ++y) {
+        std::memcpy(image.ptr<uchar>(y), first, width);
+      }
+    });
+  } else {
+    parallelRows(size.height, [&](int firstRow, int endRow) {
+      for (int y = firstRow; y < endRow; ++y) {
+        std::memset(image.ptr<uchar>(y), value(y), width);
+      }
+    });
+  }
+  return image;
+}
+
+/// Bit `bit` of the Gray code of c / period, over c; the bit's number counts modulo 32.
+cv::Mat grayImage(cv::Size size, int period, int bit, Axis axis, char const* context) {
+  requireSize(size, context);
+  requirePeriod(period, context);
+  unsigned int const shift = static_cast<unsigned int>(bit) % 32U;
+  return makeImage(size, axis, [=](int c) {
+    return litWhere(((bin2Gray(static_cast<unsigned int>(c / period)) >> shift) & 1U) != 0);
+  });
+}
+
+cv::Mat lineImage(cv::Size size, int period, int phase, Axis axis, char const* context) {
+  requireSize(size, context);
+  requirePeriod(period, context);
+  return makeImage(size, axis, [=](int c) { return litWhere(c % period == phase); });
+}
+
+/// The double's integer part, held to 0..255: an exponent below 0 brightens without bound.
+uchar truncated(double value) {
+  return static_cast<uchar>(std::clamp(value, 0.0, 255.0));
+}
+
+/// The nearest integer, ties to even, held to 0..255.
+uchar rounded(double value) {
+  return static_cast<uchar>(std::lrint(std::clamp(value, 0.0, 255.0)));
+}
+
+/// How one sequence of the combined code looks at its coordinate.
+struct CombinedCode {
+  Axis axis;
+  int unit;   ///< pixels a stripe, and a fringe
+  int planes; ///< bits of the largest code word
+};
+
+/// Stripe q has the code word q + 2, so that no stripe's word is 0.
+constexpr int codeOffset = 2;
+constexpr int maxCodePlane = 8;
+
+int planeCount(int length, double stripesPerPixel) {
+  return static_cast<int>(
+      std::ceil(std::log2(static_cast<float>(static_cast<int>(length * stripesPerPixel + codeOffset)))));
+}
+
+std::vector<cv::Mat> combinedSequence(cv::Size size, CombinedCode const& code) {
+  constexpr std::array<double, 4> offsets{0.0, 1.5707963267948966, 3.141592653589793, 4.71238898038469};
+  int const unit = code.unit;
+  auto const wordBit = [unit](int c, int bit) { return ((c / unit + codeOffset) >> bit & 1) != 0; };
+
+  std::vector<cv::Mat> images;
+  for (double const offset : offsets) {
+    images.push_back(makeImage(size, code.axis, [=](int c) {
+      auto const angle = static_cast<float>(c * 2 * pi / unit + offset);
+      return rounded((std::sin(angle) + 1.0) * 128.0);
+    }));
+  }
+  images.push_back(makeImage(size, code.axis, [=](int c) { return litWhere(wordBit(c, 0)); }));
+  for (int k = 1; k <= maxCodePlane && k < code.planes; ++k) {
+    images.push_back(
+        makeImage(size, code.axis, [=](int c) { return litWhere(wordBit(c, k) != wordBit(c, 0)); }));
+  }
+  return images;
+}
+
+} // namespace
+
+cv::Mat generate_gray_pattern(cv::Size_<int> const& size, int period, int bit, bool vertical) {
+  return grayImage(size, period, bit, codedAxis(vertical), "generate_gray_pattern");
+}
+
+cv::Mat generate_horizontal_graycode_image(int width, int height, int bit) {
+  return grayImage({width, height}, 1, bit, Axis::Row, "generate_horizontal_graycode_image");
+}
+
+cv::Mat generate_vertical_graycode_image(int width, int height, int bit) {
+  return grayImage({width, height}, 1, bit, Axis::Column, "generate_vertical_graycode_image");
+}
+
+cv::Mat generate_horizontal_line_image(int width, int height, int period, int phase) {
+  return lineImage({width, height}, period, phase, Axis::Row, "generate_horizontal_line_image");
+}
+
+cv::Mat generate_vertical_line_image(int width, int height, int period, int phase) {
+  return lineImage({width, height}, period, phase, Axis::Column, "generate_vertical_line_image");
+}
+
+cv::Mat generate_vertical_stripe_pattern(int width, int height, int period, int stripeWidth, int offset) {
+  constexpr char const* context = "generate_vertical_stripe_pattern";
+  requireSize({width, height}, context);
+  requirePeriod(period, context);
+  return makeImage({width, height}, Axis::Column, [=](int x) {
+    std::int64_t const shifted = std::int64_t{x} + period - offset;
+    return litWhere(shifted % period < stripeWidth);
+  });
+}
+
+void generate_high_frequency_patterns(int width, int height, std::vector<cv::Mat>& out, int period,
+                                      int count) {
+  constexpr char const* context = "generate_high_frequency_patterns";
+  if (count < 1) {
+    out.clear();
+    return;
+  }
+  requireSize({width, height}, context);
+  requirePeriod(period, context);
+  std::vector<cv::Mat> images;
+  int const step = period / count;
+  for (int k = 0; k < count; ++k) {
+    auto const isLit = [=](int x) { return (x + std::int64_t{k} * step) / period % 2 == 1; };
+    images.push_back(makeImage({width, height}, Axis::Column, [=](int x) { return litWhere(isLit(x)); }));
+    images.push_back(makeImage({width, height}, Axis::Column, [=](int x) { return litWhere(!isLit(x)); }));
+  }
+  out = std::move(images);
+}
+
+cv::Mat generate_phase_pattern(cv::Size_<int> const& size, int period, int shift, float gamma,
+                               bool vertical) {
+  constexpr char const* context = "generate_phase_pattern";
+  requireSize(size, context);
+  requirePeriod(period, context);
+  requireGamma(gamma, context);
+  auto const radiansPerPixel = static_cast<float>(2 * pi / period);
+  return makeImage(size, codedAxis(vertical), [=](int c) {
+    auto const position = static_cast<float>((std::int64_t{c} + shift) % period);
+    float const wave = std::sin(position * radiansPerPixel);
+    auto const brightness = static_cast<float>(wave * 0.5 + 0.5);
+    // 256, not 255: a full crest saturates.
+    return rounded(std::pow(brightness, gamma) * 256.0);
+  });
+}
+
+cv::Mat generate_horizontal_phase_shift_pattern(int width, int height, int period, int shift,
+                                                float /*gamma*/) {
+  constexpr char const* context = "generate_horizontal_phase_shift_pattern";
+  requireSize({width, height}, context);
+  requirePeriod(period, context);
+  return makeImage({width, height}, Axis::Row, [=](int y) {
+    double const angle = static_cast<double>(std::int64_t{y} - shift) * 2 * pi / period;
+    return truncated((std::cos(angle) + 1.0) * 255.0 * 0.5);
+  });
+}
+
+cv::Mat generate_vertical_phase_shift_pattern(int width, int height, int period, int shift, float gamma) {
+  constexpr char const* context = "generate_vertical_phase_shift_pattern";
+  requireSize({width, height}, context);
+  requirePeriod(period, context);
+  requireGamma(gamma, context);
+  return makeImage({width, height}, Axis::Column, [=](int x) {
+    double const angle = static_cast<double>(std::int64_t{x} - shift) * 2 * pi / period;
+    auto const brightness = static_cast<float>((std::cos(angle) + 1.0) * 0.5);
+    return truncated(std::pow(brightness, gamma) * 255.0);
+  });
+}
+
+void generate_ps4_patterns(std::vector<cv::Mat>& first, std::vector<cv::Mat>& second,
+                           cv::Size_<int> const& size) {
+  requireSize(size, "generate_ps4_patterns");
+  std::vector<cv::Mat> columns = combinedSequence(size, {Axis::Column, 4, planeCount(size.width, 0.25)});
+  std::vector<cv::Mat> rows = combinedSequence(size, {Axis::Row, 8, planeCount(size.height, 0.125)});
+  first = std::move(columns);
+  second = std::move(rows);
+}
+
+} // namespace vorn::mv
