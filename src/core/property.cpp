@@ -91,7 +91,7 @@ Variant toItem(std::string const& name, Variant const& value, IEnum const& model
 Property::Property(std::string name, Variant value)
     : name_(std::move(name)), value_(std::move(value)), default_(value_) {}
 
-Property::Property(std::string name, Variant value, Variant min, Variant max)
+Property::Property(std::string name, Variant value, Variant const& min, Variant const& max)
     : Property(std::move(name), std::move(value)) {
   range_ = Range{converted(min), converted(max)};
   checkRange(value_);

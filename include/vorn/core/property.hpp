@@ -22,7 +22,7 @@ class VORN_API Property : public IObject, public IJsonSerializable {
 public:
   Property(std::string name, Variant value);
   /// @throws Exception when `value` lies outside [min, max]
-  Property(std::string name, Variant value, Variant min, Variant max);
+  Property(std::string name, Variant value, Variant const& min, Variant const& max);
 
   std::string const& getName() const { return name_; }
   Variant const& getValue() const { return value_; }

@@ -1,0 +1,60 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/core/system.hpp>
+#include <vorn/mv/core/image.hpp>
+#include <vorn/mv/core/library.hpp>
+
+namespace vorn::mv {
+namespace {
+
+// One test, since the process starts only once.
+TEST(Library, StartsOnceAndSwitchesDebugOutput) {
+  EXPECT_TRUE(Library::getEnableDebug());
+  EXPECT_THROW(Library::assertValid(), Exception);
+  Library::init();
+  EXPECT_NO_THROW(Library::assertValid());
+  EXPECT_TRUE(Library::getEnableDebug());
+  System::set("EnableDebugMode", Variant(false));
+  EXPECT_FALSE(Library::getEnableDebug());
+  Library::init();
+  EXPECT_TRUE(Library::getEnableDebug());
+}
+
+TEST(Image, ConvertsEveryOrderToTheSameColours) {
+  constexpr int red = 250;
+  constexpr int green = 100;
+  constexpr int blue = 10;
+  std::array<std::uint8_t, 4> const rgba{red, green, blue, 255};
+  std::array<std::uint8_t, 4> const bgra{blue, green, red, 255};
+  using Order = PixelFormat::Order;
+  for (auto const& [order, data] : {std::pair(Order::RGB, rgba), std::pair(Order::RGBA, rgba),
+                                    std::pair(Order::BGR, bgra), std::pair(Order::BGRA, bgra)}) {
+    Image const image(data.data(), 1, 1, PixelFormat{order, 8});
+    EXPECT_EQ(toBGRMat(image).at<cv::Vec3b>(0, 0), cv::Vec3b(blue, green, red));
+    EXPECT_NEAR(toGrayMat(image).at<std::uint8_t>(0, 0), 0.299 * red + 0.587 * green + 0.114 * blue, 1.0);
+  }
+}
+
+TEST(Image, ScalesWordsAndOwnsItsPixels) {
+  std::vector<std::uint16_t> words{0, 65535, 32768, 257};
+  Image const image(words.data(), 2, 2, PixelFormat{PixelFormat::Order::Gray, 16});
+  words.assign(4, 0);
+  cv::Mat const gray = toGrayMat(image);
+  EXPECT_EQ(gray.at<std::uint8_t>(0, 1), 255);
+  EXPECT_EQ(gray.at<std::uint8_t>(1, 0), 128);
+  EXPECT_EQ(gray.at<std::uint8_t>(1, 1), 1);
+  EXPECT_TRUE(toBGRMat(Image()).empty());
+  EXPECT_THROW(Image(nullptr, 2, 2, PixelFormat{}), Exception);
+  EXPECT_THROW(Image(words.data(), -1, 2, PixelFormat{}), Exception);
+}
+
+} // namespace
+} // namespace vorn::mv
