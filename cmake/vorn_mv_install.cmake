@@ -19,5 +19,7 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/vorn_mvConfigVersion.cmake
   DESTINATION ${vorn_mv_package_dir})
 
+# Relative to the file itself, so that an installed tree can be moved.
+file(RELATIVE_PATH vorn_mv_prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vorn_mv.pc.in vorn_mv.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vorn_mv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
