@@ -1,0 +1,12 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vorn/graphic/graphic_object.hpp>
+
+namespace vorn::tools {
+
+/// Prints how many points and triangles there are, what they carry, their box and their usual spacing.
+void printCloudInfo(graphic::GraphicObject const& object);
+
+} // namespace vorn::tools

@@ -1,0 +1,21 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <CLI/Validators.hpp>
+
+namespace vorn::tools {
+
+/// Adds every command to the program.
+///
+/// A command is one source, NAME_command.cpp: a struct with its options, a function `run` that does the work
+/// and throws `Exception` with one line that says what failed and where, and the function below that declares
+/// the options.
+void addCommands(CLI::App& app);
+
+void addPatternsCommand(CLI::App& app);
+
+} // namespace vorn::tools

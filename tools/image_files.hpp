@@ -1,0 +1,47 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+namespace vorn::tools {
+
+/// Reads a picture as 8-bit grey.
+/// @throws Exception when the file cannot be opened or is no picture that OpenCV reads
+cv::Mat readGrayImage(std::string const& path);
+
+/// Reads a picture in the type it is stored in, with alpha dropped.
+cv::Mat readImage(std::string const& path);
+
+/// Writes a picture in the format of the path's extension; an existing file is replaced only once the new one
+/// is complete.
+/// @throws Exception for an unknown extension, or when the file cannot be written
+void writeImage(std::string const& path, cv::Mat const& image);
+
+/// Makes a folder and those above it, where they are missing.
+/// @throws Exception when that is not possible
+void makeFolder(std::string const& path);
+
+/// A file of a numbered sequence, such as columns_07.png: its number and its path.
+struct NumberedFile {
+  int number;
+  std::string path;
+};
+
+/// The pictures PREFIX_NN.* (png, bmp, tif, tiff, jpg, jpeg, pgm) in a folder, by their numbers.
+/// @throws Exception when the folder does not exist, when two have the same number, or when a number is
+/// missing
+///         between 0 and the last
+std::vector<NumberedFile> findSequence(std::string const& folder, std::string const& prefix);
+
+/// Reads the sequence PREFIX_00, PREFIX_01, ... as 8-bit grey images of one size.
+/// @throws Exception that names the picture which is missing, unreadable or of another size than the first
+std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix);
+
+/// The name of picture `number` of a sequence: FOLDER/PREFIX_NN.png.
+std::string sequencePath(std::string const& folder, std::string const& prefix, int number);
+
+} // namespace vorn::tools

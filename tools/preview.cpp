@@ -1,0 +1,215 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/preview.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+#include <opencv2/imgproc.hpp>
+
+namespace vorn::tools {
+
+namespace {
+
+cv::Vec3b const background(40, 36, 34);
+
+bool isPresent(cv::Vec3f const& p) {
+  return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]) && p[2] > 0.0F;
+}
+
+struct DepthRange {
+  float near = 0.0F;
+  float far = 1.0F;
+};
+
+/// The depths between which nearly all points lie, so that a few stray ones do not flatten the colours.
+DepthRange depthRange(cv::Mat_<cv::Vec3f> const& xyz) {
+  std::vector<float> depths;
+  for (cv::Vec3f const& p : xyz) {
+    if (isPresent(p)) {
+      depths.push_back(p[2]);
+    }
+  }
+  if (depths.empty()) {
+    return {};
+  }
+  auto const quantile = [&](double share) {
+    auto const place =
+        depths.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(depths.size() - 1));
+    std::nth_element(depths.begin(), place, depths.end());
+    return *place;
+  };
+  constexpr double stray = 0.002;
+  DepthRange range{quantile(stray), quantile(1.0 - stray)};
+  range.far = std::max(range.far, range.near + 1e-3F);
+  return range;
+}
+
+/// 256 colours from near to far.
+cv::Mat_<cv::Vec3b> depthColors() {
+  cv::Mat_<uchar> ramp(1, 256);
+  for (int i = 0; i < ramp.cols; ++i) {
+    ramp(0, i) = static_cast<uchar>(255 - i);
+  }
+  cv::Mat_<cv::Vec3b> colors;
+  cv::applyColorMap(ramp, colors, cv::COLORMAP_TURBO);
+  return colors;
+}
+
+int colorIndex(float depth, DepthRange const& range) {
+  float const share = (depth - range.near) / (range.far - range.near);
+  return static_cast<int>(std::lround(255.0F * std::clamp(share, 0.0F, 1.0F)));
+}
+
+/// The light that a surface through the neighbours of (y, x) sends back; 1 where there are too few of them.
+float shade(cv::Mat_<cv::Vec3f> const& xyz, int y, int x) {
+  // Wide enough a baseline to show the shape rather than the noise.
+  constexpr int reach = 2;
+  if (y < reach || x < reach || y + reach >= xyz.rows || x + reach >= xyz.cols) {
+    return 1.0F;
+  }
+  cv::Vec3f const& left = xyz(y, x - reach);
+  cv::Vec3f const& right = xyz(y, x + reach);
+  cv::Vec3f const& up = xyz(y - reach, x);
+  cv::Vec3f const& down = xyz(y + reach, x);
+  if (!isPresent(left) || !isPresent(right) || !isPresent(up) || !isPresent(down)) {
+    return 1.0F;
+  }
+  cv::Vec3f const normal = (right - left).cross(down - up);
+  float const length = static_cast<float>(cv::norm(normal));
+  if (length <= 0.0F) {
+    return 1.0F;
+  }
+  static cv::Vec3f const light = cv::normalize(cv::Vec3f(-0.45F, -0.55F, -0.7F));
+  constexpr float ambient = 0.25F;
+  return ambient + (1.0F - ambient) * std::abs(normal.dot(light)) / length;
+}
+
+cv::Vec3b scaled(cv::Vec3b const& color, float factor) {
+  cv::Vec3b result;
+  for (int i = 0; i < 3; ++i) {
+    result[i] = cv::saturate_cast<uchar>(static_cast<float>(color[i]) * factor);
+  }
+  return result;
+}
+
+void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, cv::Mat_<cv::Vec3b> const& colors) {
+  int const margin = std::max(strip.rows / 20, 4);
+  int const barWidth = std::max(strip.cols / 5, 2);
+  int const height = std::max(strip.rows - 2 * margin, 1);
+  for (int y = 0; y < height; ++y) {
+    int const index = std::clamp(y * 255 / height, 0, 255);
+    cv::Rect const line(margin / 2, margin + y, barWidth, 1);
+    strip(line & cv::Rect(0, 0, strip.cols, strip.rows)).setTo(colors(0, index));
+  }
+  constexpr int labels = 5;
+  double const fontScale = strip.cols / 180.0;
+  for (int i = 0; i < labels; ++i) {
+    float const depth = range.near + (range.far - range.near) * static_cast<float>(i) / (labels - 1);
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f mm", static_cast<double>(depth));
+    cv::putText(strip, text, cv::Point(margin / 2 + barWidth + 4, margin + 4 + height * i / (labels - 1)),
+                cv::FONT_HERSHEY_SIMPLEX, fontScale, cv::Scalar(230, 230, 230), 1, cv::LINE_AA);
+  }
+}
+
+} // namespace
+
+cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture) {
+  DepthRange const range = depthRange(xyz);
+  cv::Mat_<cv::Vec3b> const colors = depthColors();
+  int const scaleWidth = std::clamp(xyz.cols / 8, 60, 160);
+  cv::Mat_<cv::Vec3b> picture(xyz.rows, xyz.cols + scaleWidth, background);
+  for (int y = 0; y < xyz.rows; ++y) {
+    for (int x = 0; x < xyz.cols; ++x) {
+      if (isPresent(xyz(y, x))) {
+        cv::Vec3b const color = texture.empty() ? colors(0, colorIndex(xyz(y, x)[2], range)) : texture(y, x);
+        picture(y, x) = scaled(color, shade(xyz, y, x));
+      }
+    }
+  }
+  cv::Mat_<cv::Vec3b> strip = picture.colRange(xyz.cols, picture.cols);
+  drawScale(strip, range, colors);
+  return std::move(picture);
+}
+
+cv::Mat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> const& colors) {
+  cv::Vec2f low(std::numeric_limits<float>::max(), std::numeric_limits<float>::max());
+  cv::Vec2f high = -low;
+  std::size_t present = 0;
+  for (cv::Vec3f const& p : points) {
+    if (std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2])) {
+      ++present;
+      for (int i = 0; i < 2; ++i) {
+        low[i] = std::min(low[i], p[i]);
+        high[i] = std::max(high[i], p[i]);
+      }
+    }
+  }
+  constexpr int longSide = 1000;
+  if (present == 0) {
+    return cv::Mat(longSide / 2, longSide, CV_8UC3, cv::Scalar(background[0], background[1], background[2]));
+  }
+  // About one point a cell where they lie densest, so that the relief closes.
+  cv::Vec2f const size = high - low;
+  float const side = std::max({size[0], size[1], 1e-6F});
+  double const cells = std::clamp(static_cast<double>(present), 100.0, 1.0 * longSide * longSide);
+  float const share = std::max(std::min(size[0], size[1]) / side, 0.05F);
+  float const step =
+      side / static_cast<float>(std::min(std::sqrt(cells / static_cast<double>(share)), 1.0 * longSide));
+  cv::Size const grid(static_cast<int>(size[0] / step) + 1, static_cast<int>(size[1] / step) + 1);
+  cv::Mat_<cv::Vec3f> nearest(grid, cv::Vec3f(0, 0, 0));
+  cv::Mat_<cv::Vec3b> texture;
+  if (!colors.empty()) {
+    texture.create(grid);
+  }
+  // Depths may be negative in a cloud that was moved: the relief wants them positive.
+  float lift = 0.0F;
+  for (cv::Vec3f const& p : points) {
+    lift = std::isfinite(p[2]) ? std::max(lift, 1.0F - p[2]) : lift;
+  }
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    cv::Vec3f const& p = points[i];
+    if (!(std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]))) {
+      continue;
+    }
+    cv::Point const cell(static_cast<int>((p[0] - low[0]) / step), static_cast<int>((p[1] - low[1]) / step));
+    cv::Vec3f& held = nearest(cell);
+    if (held[2] <= 0.0F || p[2] + lift < held[2]) {
+      held = cv::Vec3f(p[0], p[1], p[2] + lift);
+      if (!colors.empty()) {
+        texture(cell) = colors[i];
+      }
+    }
+  }
+  cv::Mat picture = drawRelief(nearest, texture);
+  double const enlarge = std::max(1.0, std::floor(static_cast<double>(longSide) / picture.cols));
+  cv::resize(picture, picture, cv::Size(), enlarge, enlarge, cv::INTER_NEAREST);
+  return picture;
+}
+
+cv::Mat drawDecodedMap(cv::Mat_<float> const& map, float period) {
+  double greatest = 0.0;
+  cv::minMaxLoc(map, nullptr, &greatest);
+  cv::Mat_<cv::Vec3b> hsv(map.size());
+  for (int y = 0; y < map.rows; ++y) {
+    for (int x = 0; x < map.cols; ++x) {
+      float const value = map(y, x);
+      if (!(value >= 0.0F)) {
+        hsv(y, x) = cv::Vec3b(0, 0, 45);
+        continue;
+      }
+      constexpr float hues = 170.0F; // short of 180, so that the two ends differ
+      float const phase = value / period - std::floor(value / period);
+      hsv(y, x) = cv::Vec3b(static_cast<uchar>(hues * value / std::max(static_cast<float>(greatest), 1.0F)),
+                            200, static_cast<uchar>(120.0F + 135.0F * phase));
+    }
+  }
+  cv::Mat picture;
+  cv::cvtColor(hsv, picture, cv::COLOR_HSV2BGR);
+  return picture;
+}
+
+} // namespace vorn::tools
