@@ -105,51 +105,6 @@ private:
   std::vector<Neighbour> gathered_;
 };
 
-struct WaitingOctant {
-  unsigned place;
-  float distance;
-};
-
-/// Visits leaves from near to far and offers their points to the set.
-template <class Kind, class Points>
-void findNearest(OctreeView const& tree, Points const& points, float const* query, NearestPoints& nearest) {
-  std::array<WaitingOctant, maxWaitingOctants> waiting;
-  WaitingOctant* top = waiting.data();
-  *top++ = {0, 0.0F};
-  while (top != waiting.data()) {
-    WaitingOctant const next = *--top;
-    if (next.distance * (1.0F - boundSlack) >= nearest.worst()) {
-      continue;
-    }
-    BasicOctant<unsigned> const& octant = tree.octants[next.place];
-    if (octant.isLeaf) {
-      unsigned const* const end = tree.chain + octant.first + octant.count;
-      for (unsigned const* place = tree.chain + octant.first; place != end; ++place) {
-        float const* point = points[*place];
-        float const distance = Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]);
-        if (distance < nearest.worst()) {
-          nearest.add(*place, distance);
-        }
-      }
-      continue;
-    }
-    // The child on the query's side is taken from the stack first, its opposite last.
-    unsigned const own =
-        (query[0] > octant.x ? 1U : 0U) + (query[1] > octant.y ? 2U : 0U) + (query[2] > octant.z ? 4U : 0U);
-    ChildDistances<Kind> const distances(octant, query, tree.tolerance);
-    for (unsigned const flip : {7U, 6U, 5U, 3U, 4U, 2U, 1U, 0U}) {
-      unsigned const code = own ^ flip;
-      if (((octant.childMask >> code) & 1U) != 0) {
-        float const distance = distances[code];
-        if (distance * (1.0F - boundSlack) < nearest.worst()) {
-          unsigned const before = octant.childMask & ((1U << code) - 1U);
-          *top++ = {octant.children + static_cast<unsigned>(__builtin_popcount(before)), distance};
-        }
-      }
-    }
-  }
-}
-
 template <class Kind, class Points>
 std::size_t countInBall(OctreeView const& tree, Points const& points, Ball<Kind> const& ball) {
   std::size_t count = 0;
@@ -301,8 +256,9 @@ std::size_t Octree<Point, Container, Index>::knnSearch(Point const& query, int k
     return 0;
   }
   NearestPoints nearest(std::min(static_cast<std::size_t>(k), chain_.size()));
-  withPoints(
-      [&](auto const& points) { findNearest<Kind>(OctreeView(*this), points, coordinates(query), nearest); });
+  withPoints([&](auto const& points) {
+    findNearest<Kind>(OctreeView(*this), points, coordinates(query), nearest, [](unsigned) { return true; });
+  });
   return nearest.take(indices, distances);
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <opencv2/core/mat.hpp>
 
 namespace vorn::mv {
 
@@ -34,6 +35,15 @@ struct StridedPoints {
 inline bool isFinite(float const* point) {
   // A sum of the coordinates scaled by zero is 0 for numbers and NaN as soon as one is NaN or infinite.
   return (point[0] * 0.0F + point[1] * 0.0F) + point[2] * 0.0F == 0.0F;
+}
+
+/// Calls `body` with the fastest access to the cells of a matrix, numbered row by row.
+template <class Body>
+decltype(auto) withPointAccess(cv::Mat_<cv::Vec3f> const& points, Body const& body) {
+  if (points.isContinuous()) {
+    return body(ContiguousPoints{points.ptr<float>()});
+  }
+  return body(StridedPoints{points.data, points.step[0], static_cast<unsigned>(points.cols)});
 }
 
 } // namespace vorn::mv

@@ -1,0 +1,223 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/matx.hpp>
+#include <opencv2/core/types.hpp>
+#include <string>
+
+#include <vorn/core/export.hpp>
+#include <vorn/mv/pointcloud/octree.hpp>
+
+namespace vorn::graphic {
+class GraphicObject;
+}
+
+namespace vorn::mv {
+
+/// A matrix of 3D points with normals, colours and an undo history, and the operations that clean it.
+///
+/// Editing never removes a point: it sets the point's state byte.
+///
+/// | state     | meaning                                                       |
+/// |-----------|---------------------------------------------------------------|
+/// | 0         | present                                                       |
+/// | 1 .. 254  | deleted that many undo generations ago                        |
+/// | 255       | removed for good                                              |
+///
+/// All operations skip points that are not present. An organized cloud keeps the sensor's grid: neighbours in
+/// the matrix are neighbours in space. An unorganized one is a matrix too, without that meaning.
+///
+/// Copies share the pixel data of the matrices, as OpenCV matrices do.
+///
+/// Points with a NaN or infinite coordinate stay in the cloud. They enter neither the bounding box nor the
+/// octree, so no search finds them and they have no neighbours themselves, not even themselves: `clean`
+/// removes them as soon as one neighbour is asked for, the cluster filters see a cluster of one.
+///
+/// One thread at a time may use a cloud: even a search may build the octree.
+class VORN_API PointCloud {
+public:
+  /// An empty cloud.
+  PointCloud();
+
+  /// A cloud over the given matrices, whose data it shares; every point is present.
+  ///
+  /// @param points    CV_32FC3, one point a cell
+  /// @param organized true when neighbours in the matrix are neighbours in space
+  /// @param normals   as large as `points`, or empty
+  /// @param colors    blue, green, red; as large as `points`, or empty
+  /// @throws Exception when normals or colours have another size than the points
+  PointCloud(cv::Mat_<cv::Vec3f> const& points, bool organized, cv::Mat_<cv::Vec3f> const& normals = {},
+             cv::Mat_<cv::Vec3b> const& colors = {});
+
+  /// A copy of the object's vertices in rows of 64; the last (number of vertices mod 64) ones are dropped.
+  ///
+  /// Normals and colours are taken where the object has them. The cloud is not organized.
+  /// @throws Exception when there are not as many normals or colours as vertices
+  explicit PointCloud(graphic::GraphicObject const& object);
+
+  /// Shares the other cloud's data; the octree is not copied.
+  PointCloud(PointCloud const& other);
+  PointCloud(PointCloud&& other) noexcept;
+  /// Shares the other cloud's data; this cloud's octree is dropped.
+  PointCloud& operator=(PointCloud const& other);
+  PointCloud& operator=(PointCloud&& other) noexcept;
+  ~PointCloud();
+
+  bool isEmpty() const { return points_.empty(); }
+  bool isOrganized() const { return organized_; }
+  bool isContinous() const { return continuous_; }
+  bool hasNormals() const { return !normals_.empty(); }
+  bool hasTexture() const { return !texture_.empty(); }
+
+  cv::Mat_<cv::Vec3f> const& points() const { return points_; }
+  /// The points, to change; the octree is dropped. Call it anew after a search before changing points again.
+  cv::Mat_<cv::Vec3f>& points();
+  cv::Mat_<cv::Vec3f> const& normals() const { return normals_; }
+  cv::Mat_<cv::Vec3f>& normals() { return normals_; }
+  /// Blue, green, red.
+  cv::Mat_<cv::Vec3b> const& texture() const { return texture_; }
+  cv::Mat_<cv::Vec3b>& texture() { return texture_; }
+  cv::Mat_<uchar> const& state() const { return state_; }
+  cv::Mat_<uchar>& state() { return state_; }
+  /// The colour for points without texture; white.
+  cv::Vec3b const& defaultColor() const { return defaultColor_; }
+
+  /// The number of cells, deleted points included.
+  std::size_t pointCount() const { return points_.total(); }
+  /// The number of points with state 0.
+  std::size_t presentCount() const;
+
+  /// The octree over all points, deleted ones included, in row-major numbering; built when there is none.
+  GridOctree const& octree();
+
+  cv::Matx44d const& getTransform() const { return transform_; }
+  /// Stores the pending transform; the points are moved by `applyTransform` only.
+  void setTransform(cv::Matx44d const& transform) { transform_ = transform; }
+
+  /// Minimum corner of the box of the last `calcBoundingBox`.
+  cv::Point3f const& boxOrigin() const { return boxOrigin_; }
+  /// Edge lengths of the box of the last `calcBoundingBox`; minus infinity when no point was present.
+  cv::Vec3f const& boxDims() const { return boxDims_; }
+  cv::Vec3f const& span() const { return boxDims_; }
+  /// Middle of the box.
+  cv::Point3f center() const;
+
+  /// Computes the bounding box of the present, finite points.
+  ///
+  /// Without any, the origin is (FLT_MAX, FLT_MAX, FLT_MAX) and the dimensions are minus infinity. The
+  /// constructors, `applyTransform` and the filters that say so call it; the other filters leave the box as
+  /// it is.
+  void calcBoundingBox();
+
+  /// Moves every present point by the pending transform, p <- R p + t in single precision, and turns its
+  /// normal.
+  ///
+  /// Deleted points keep their coordinates. The box is recomputed, the octree dropped, the transform reset to
+  /// identity.
+  void applyTransform();
+
+  /// The present points, row by row, with their normals and colours.
+  /// @param applyTransform true: points and normals are moved by the pending transform
+  graphic::GraphicObject getGraphicObject(bool applyTransform) const;
+
+  /// Replaces the cloud by the content of a file, as the constructor from a `GraphicObject` does.
+  ///
+  /// @param extension "ply", "obj" or "stl"; any other writes "Unsupported extension" to standard output and
+  ///                  leaves the cloud unchanged
+  /// @throws Exception when the file cannot be read; the cloud is unchanged then
+  void loadFromFile(std::string const& path, std::string const& extension);
+
+  /// Writes the present points, moved by the pending transform, to a file.
+  ///
+  /// @param extension "ply", "obj" or "stl"; any other writes "Unsupported extension" to standard output only
+  /// @throws Exception when the file cannot be written; an existing file is unchanged then
+  void saveToFile(std::string const& path, std::string const& extension) const;
+
+  /// Makes every point present.
+  void resetState();
+  /// Opens a new undo generation: every state in 1 .. 253 grows by one; 254 stays.
+  void saveState();
+  /// Goes back one generation: every state in 1 .. 254 shrinks by one, so the latest deletions are undone.
+  void undoState();
+
+  /// Marks the cloud as thinned out: grid neighbours need not be neighbours in space any longer.
+  void markUncontinuous() { continuous_ = false; }
+
+  /// Removes present points with z < zMin or z > zMax for good. A NaN z stays.
+  void filterByZRange(float zMin, float zMax);
+
+  /// Removes for good the present points, first and last rows and columns excepted, that are farther in space
+  /// than `maxStep` from the point above, below, left or right, whatever the state of that one.
+  ///
+  /// The distance is three-dimensional and in double precision. One to a NaN point is no step; one between a
+  /// finite and an infinite point is. Organized clouds only.
+  void filterByDz(float maxStep);
+
+  /// Removes all cells nearer than `width` cells to the border for good, whatever their state. Organized
+  /// clouds only.
+  void filterBorder(int width);
+
+  /// Peels one layer off every hole and outer boundary: deletes (state 1) the present inner points that have
+  /// a neighbour in the grid that was not present before; the lower left neighbour is not looked at.
+  ///
+  /// Opens no undo generation: the points join the latest one. Organized clouds only.
+  void filterOutlier();
+
+  /// Deletes the points that have fewer than `minNeighbours` present points nearer than `radius`, themselves
+  /// included, in a new undo generation, and recomputes the box.
+  ///
+  /// Points are judged in row-major order, and one that was deleted no longer counts as a neighbour of later
+  /// ones.
+  /// @return the number of points deleted
+  int clean(float radius, int minNeighbours);
+
+  /// Deletes clusters of fewer than `minClusterSize` points in a new undo generation and recomputes the box.
+  ///
+  /// Grid neighbours (left, right, above, below) belong to one cluster when they are nearer than
+  /// `maxDistance` in space. Organized clouds only.
+  /// @return the number of points deleted
+  int filterSmallClusterOrganized(float maxDistance, int minClusterSize);
+
+  /// Deletes clusters of fewer than `minClusterSize` points in a new undo generation and recomputes the box.
+  ///
+  /// Points that `GridOctree::radiusNeighborsSearch` finds within `maxDistance` of each other belong to one
+  /// cluster.
+  /// @return the number of points deleted
+  int filterSmallCluster(float maxDistance, int minClusterSize);
+
+  /// Colours white the present points with fewer than `minNeighbours` points within `radius`, deleted ones
+  /// and themselves included. Without texture the points are counted only.
+  void markEdgePoints(float radius, int minNeighbours);
+
+  /// Mean and standard deviation (of the population) of the distances from the present, finite points of this
+  /// cloud to the nearest present points of another; (0, 0) when either has none.
+  cv::Vec2d calcDistStat(PointCloud& other);
+
+private:
+  /// Counts the changes of coordinates that clouds share, so that a tree over old ones is noticed.
+  struct Revision;
+
+  void dropOctree();
+  /// @throws Exception when the state matrix does not fit the points
+  void checkSizes() const;
+
+  cv::Mat_<cv::Vec3f> points_;
+  cv::Mat_<cv::Vec3f> normals_;
+  cv::Mat_<cv::Vec3b> texture_;
+  cv::Mat_<uchar> state_;
+  bool organized_ = false;
+  cv::Point3f boxOrigin_;
+  cv::Vec3f boxDims_;
+  cv::Vec3b defaultColor_{255, 255, 255};
+  std::unique_ptr<GridOctree> octree_;
+  cv::Matx44d transform_ = cv::Matx44d::eye();
+  bool continuous_ = true;
+  std::shared_ptr<Revision> revision_;
+  std::size_t octreeRevision_ = 0;
+};
+
+} // namespace vorn::mv

@@ -1,0 +1,259 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+
+#include <array>
+#include <atomic>
+#include <limits>
+#include <sstream>
+#include <utility>
+
+#include <vorn/core/system.hpp>
+#include <vorn/core/timer.hpp>
+#include <vorn/graphic/graphic_object.hpp>
+
+#include "core/error.hpp"
+#include "core/parallel.hpp"
+#include "pointcloud/point_access.hpp"
+#include "pointcloud/rigid_motion.hpp"
+
+namespace vorn::mv {
+
+struct PointCloud::Revision {
+  std::atomic<std::size_t> number{0};
+};
+
+namespace {
+
+/// Points a row of a cloud that is made from a list.
+constexpr int listColumns = 64;
+
+/// The first rows x 64 elements of a list, converted one by one, as a matrix.
+template <class To, class From, class Convert>
+cv::Mat_<To> gridOf(std::vector<From> const& list, int rows, Convert const& convert) {
+  cv::Mat_<To> grid(rows, listColumns);
+  std::size_t next = 0;
+  for (To& cell : grid) {
+    cell = convert(list[next++]);
+  }
+  return grid;
+}
+
+// Files and graphic objects hold red, green, blue; textures blue, green, red like every OpenCV image.
+cv::Vec3b textureFromColor(cv::Vec4b const& color) {
+  return {color[2], color[1], color[0]};
+}
+cv::Vec4b colorFromTexture(cv::Vec3b const& texture) {
+  return {texture[2], texture[1], texture[0], 255};
+}
+
+} // namespace
+
+PointCloud::PointCloud() : revision_(std::make_shared<Revision>()) {
+  calcBoundingBox();
+}
+
+PointCloud::PointCloud(cv::Mat_<cv::Vec3f> const& points, bool organized, cv::Mat_<cv::Vec3f> const& normals,
+                       cv::Mat_<cv::Vec3b> const& colors)
+    : points_(points), normals_(normals), texture_(colors), organized_(organized),
+      revision_(std::make_shared<Revision>()) {
+  if (!normals.empty() && normals.size() != points.size()) {
+    throw error("Normals have another size than the points", "PointCloud");
+  }
+  if (!colors.empty() && colors.size() != points.size()) {
+    throw error("Colours have another size than the points", "PointCloud");
+  }
+  resetState();
+  calcBoundingBox();
+}
+
+PointCloud::PointCloud(graphic::GraphicObject const& object) : revision_(std::make_shared<Revision>()) {
+  std::size_t const count = object.vertices().size();
+  if (object.hasNormals() && object.normals().size() != count) {
+    throw error("The object has not as many normals as vertices", "PointCloud");
+  }
+  if (object.hasColors() && object.colors().size() != count) {
+    throw error("The object has not as many colours as vertices", "PointCloud");
+  }
+  auto const rows = static_cast<int>(count / listColumns);
+  if (rows > 0) {
+    auto const same = [](cv::Vec3f const& vector) { return vector; };
+    points_ = gridOf<cv::Vec3f>(object.vertices(), rows, same);
+    if (object.hasNormals()) {
+      normals_ = gridOf<cv::Vec3f>(object.normals(), rows, same);
+    }
+    if (object.hasColors()) {
+      texture_ = gridOf<cv::Vec3b>(object.colors(), rows, textureFromColor);
+    }
+  }
+  resetState();
+  calcBoundingBox();
+}
+
+PointCloud::PointCloud(PointCloud const& other)
+    : points_(other.points_), normals_(other.normals_), texture_(other.texture_), state_(other.state_),
+      organized_(other.organized_), boxOrigin_(other.boxOrigin_), boxDims_(other.boxDims_),
+      defaultColor_(other.defaultColor_), transform_(other.transform_), continuous_(other.continuous_),
+      revision_(other.revision_) {}
+
+PointCloud::PointCloud(PointCloud&& other) noexcept = default;
+
+PointCloud& PointCloud::operator=(PointCloud const& other) {
+  *this = PointCloud(other);
+  return *this;
+}
+
+PointCloud& PointCloud::operator=(PointCloud&& other) noexcept = default;
+
+PointCloud::~PointCloud() = default;
+
+void PointCloud::dropOctree() {
+  if (revision_ == nullptr) {
+    revision_ = std::make_shared<Revision>();
+  }
+  ++revision_->number;
+  octree_.reset();
+}
+
+void PointCloud::checkSizes() const {
+  if (state_.size() != points_.size()) {
+    throw error("States and points differ in size; call resetState after replacing the points", "PointCloud");
+  }
+}
+
+cv::Mat_<cv::Vec3f>& PointCloud::points() {
+  dropOctree();
+  return points_;
+}
+
+std::size_t PointCloud::presentCount() const {
+  return state_.empty() ? 0 : state_.total() - static_cast<std::size_t>(cv::countNonZero(state_));
+}
+
+GridOctree const& PointCloud::octree() {
+  std::size_t const revision = revision_ == nullptr ? 0 : revision_->number.load();
+  if (octree_ == nullptr || octreeRevision_ != revision) {
+    Timer timer;
+    auto tree = std::make_unique<GridOctree>();
+    tree->init(points_, GridOctree::Param(32, false, 0.0F));
+    octree_ = std::move(tree);
+    octreeRevision_ = revision;
+    if (System::get("EnableDebugMode", true).toBool()) {
+      std::ostringstream message;
+      message << "Octree time: " << timer;
+      System::log(message.str());
+    }
+  }
+  return *octree_;
+}
+
+cv::Point3f PointCloud::center() const {
+  return {boxOrigin_.x + boxDims_[0] / 2.0F, boxOrigin_.y + boxDims_[1] / 2.0F,
+          boxOrigin_.z + boxDims_[2] / 2.0F};
+}
+
+void PointCloud::calcBoundingBox() {
+  constexpr float huge = std::numeric_limits<float>::max();
+  std::array<float, 3> low{huge, huge, huge};
+  std::array<float, 3> high{-huge, -huge, -huge};
+  checkSizes();
+  for (int row = 0; row < points_.rows; ++row) {
+    cv::Vec3f const* point = points_[row];
+    uchar const* const state = state_[row];
+    for (int column = 0; column < points_.cols; ++column, ++point) {
+      if (state[column] == 0 && isFinite(point->val)) {
+        for (int axis = 0; axis < 3; ++axis) {
+          float const value = point->val[axis];
+          auto const at = static_cast<std::size_t>(axis);
+          low[at] = low[at] >= value ? value : low[at];
+          high[at] = value >= high[at] ? value : high[at];
+        }
+      }
+    }
+  }
+  boxOrigin_ = {low[0], low[1], low[2]};
+  boxDims_ = {high[0] - low[0], high[1] - low[1], high[2] - low[2]};
+}
+
+void PointCloud::applyTransform() {
+  checkSizes();
+  if (!isEmpty()) {
+    dropOctree();
+    RigidMotion const motion(transform_);
+    parallelRows(points_.rows, [&](int firstRow, int endRow) {
+      for (int row = firstRow; row < endRow; ++row) {
+        uchar const* const state = state_[row];
+        cv::Vec3f* const points = points_[row];
+        cv::Vec3f* const normals = hasNormals() ? normals_[row] : nullptr;
+        for (int column = 0; column < points_.cols; ++column) {
+          if (state[column] == 0) {
+            points[column] = motion.move(points[column]);
+            if (normals != nullptr) {
+              normals[column] = motion.turn(normals[column]);
+            }
+          }
+        }
+      }
+    });
+  }
+  calcBoundingBox();
+  transform_ = cv::Matx44d::eye();
+}
+
+graphic::GraphicObject PointCloud::getGraphicObject(bool applyTransform) const {
+  checkSizes();
+  graphic::GraphicObject object;
+  std::size_t const count = presentCount();
+  object.vertices().reserve(count);
+  object.normals().reserve(hasNormals() ? count : 0);
+  object.colors().reserve(hasTexture() ? count : 0);
+  RigidMotion const motion(transform_);
+  for (int row = 0; row < points_.rows; ++row) {
+    for (int column = 0; column < points_.cols; ++column) {
+      if (state_(row, column) != 0) {
+        continue;
+      }
+      cv::Vec3f const& point = points_(row, column);
+      object.vertices().push_back(applyTransform ? motion.move(point) : point);
+      if (hasNormals()) {
+        cv::Vec3f const& normal = normals_(row, column);
+        object.normals().push_back(applyTransform ? motion.turn(normal) : normal);
+      }
+      if (hasTexture()) {
+        object.colors().push_back(colorFromTexture(texture_(row, column)));
+      }
+    }
+  }
+  return object;
+}
+
+void PointCloud::resetState() {
+  if (!points_.empty()) {
+    state_ = cv::Mat_<uchar>(points_.size(), uchar{0});
+  }
+}
+
+void PointCloud::saveState() {
+  for (int row = 0; row < state_.rows; ++row) {
+    uchar* const state = state_[row];
+    int const columns = state_.cols;
+    for (int column = 0; column < columns; ++column) {
+      // Wraps 0 to 255, so that one comparison picks 1 .. 253.
+      auto const below = static_cast<uchar>(state[column] - 1);
+      state[column] = static_cast<uchar>(state[column] + (below < 253 ? 1 : 0));
+    }
+  }
+}
+
+void PointCloud::undoState() {
+  for (int row = 0; row < state_.rows; ++row) {
+    uchar* const state = state_[row];
+    int const columns = state_.cols;
+    for (int column = 0; column < columns; ++column) {
+      auto const below = static_cast<uchar>(state[column] - 1);
+      state[column] = static_cast<uchar>(state[column] - (below < 254 ? 1 : 0));
+    }
+  }
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,191 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+
+#include <cfloat>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+#include <opencv2/core.hpp>
+
+#include <gtest/gtest.h>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/graphic/graphic_object.hpp>
+
+#include "support/point_sets.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using L2 = Distance<cv::Vec3f>::L2;
+
+graphic::GraphicObject numberedObject(int count) {
+  graphic::GraphicObject object;
+  for (int i = 0; i < count; ++i) {
+    auto const value = static_cast<float>(i);
+    auto const byte = static_cast<uchar>(i);
+    object.vertices().emplace_back(value, 0.5F * value, -value);
+    object.normals().emplace_back(0.0F, value, 1.0F);
+    object.colors().emplace_back(byte, uchar{10}, uchar{20}, uchar{128});
+  }
+  return object;
+}
+
+cv::Mat_<cv::Vec3f> somePoints() {
+  return test::asGrid(test::randomPoints(200, -1.0F, 1.0F), 20);
+}
+
+TEST(PointCloud, TakesWholeRowsOf64Vertices) {
+  PointCloud const cloud(numberedObject(130));
+  ASSERT_EQ(cloud.points().size(), cv::Size(64, 2));
+  EXPECT_EQ(cloud.points()(1, 63), cv::Vec3f(127.0F, 63.5F, -127.0F));
+  EXPECT_EQ(cloud.normals()(1, 0), cv::Vec3f(0.0F, 64.0F, 1.0F));
+  EXPECT_EQ(cloud.texture()(0, 7), cv::Vec3b(20, 10, 7));
+  EXPECT_FALSE(cloud.isOrganized());
+  EXPECT_EQ(cloud.boxDims(), cv::Vec3f(127.0F, 63.5F, 127.0F));
+  EXPECT_TRUE(PointCloud(numberedObject(63)).isEmpty());
+}
+
+TEST(PointCloud, GivesBackThePresentPointsWithTheirColours) {
+  PointCloud cloud(numberedObject(64));
+  cloud.state()(0, 3) = 1;
+  cloud.state()(0, 4) = 255;
+  graphic::GraphicObject const object = cloud.getGraphicObject(false);
+  ASSERT_EQ(object.vertices().size(), 62U);
+  EXPECT_EQ(object.vertices()[3], cv::Vec3f(5.0F, 2.5F, -5.0F));
+  EXPECT_EQ(object.colors()[3], cv::Vec4b(5, 10, 20, 255));
+  cloud.setTransform({1, 0, 0, 10, 0, 1, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1});
+  EXPECT_EQ(cloud.getGraphicObject(true).vertices()[3], cv::Vec3f(15.0F, 22.5F, 25.0F));
+  EXPECT_EQ(cloud.getGraphicObject(true).normals()[3], object.normals()[3]);
+  EXPECT_EQ(cloud.getGraphicObject(false).vertices()[3], object.vertices()[3]);
+}
+
+TEST(PointCloud, RefusesNormalsAndColoursOfAnotherSize) {
+  cv::Mat_<cv::Vec3f> const points = somePoints();
+  EXPECT_THROW(PointCloud(points, true, points.rowRange(0, 2), {}), Exception);
+  EXPECT_THROW(PointCloud(points, true, {}, cv::Mat_<cv::Vec3b>(1, 1)), Exception);
+  graphic::GraphicObject object = numberedObject(64);
+  object.normals().pop_back();
+  EXPECT_THROW(PointCloud{object}, Exception);
+  PointCloud cloud(points, true);
+  cloud.points() = points.rowRange(0, 2);
+  EXPECT_THROW(cloud.clean(1.0F, 1), Exception);
+}
+
+TEST(PointCloud, StatesRememberGenerationsAndSaturate) {
+  PointCloud cloud(cv::Mat_<cv::Vec3f>(1, 5), false);
+  cv::Mat_<uchar> const states = (cv::Mat_<uchar>(1, 5) << 0, 1, 253, 254, 255);
+  states.copyTo(cloud.state());
+  cloud.saveState();
+  EXPECT_EQ(cv::norm(cloud.state(), cv::Mat_<uchar>((cv::Mat_<uchar>(1, 5) << 0, 2, 254, 254, 255))), 0);
+  cv::Mat_<uchar>((cv::Mat_<uchar>(1, 5) << 0, 1, 2, 254, 255)).copyTo(cloud.state());
+  cloud.undoState();
+  EXPECT_EQ(cv::norm(cloud.state(), cv::Mat_<uchar>((cv::Mat_<uchar>(1, 5) << 0, 0, 1, 253, 255))), 0);
+}
+
+TEST(PointCloud, BoxHoldsThePresentFinitePoints) {
+  PointCloud cloud(somePoints(), true);
+  cloud.points()(0, 0) = {100.0F, 0.0F, 0.0F};
+  cloud.points()(0, 1) = {0.0F, std::numeric_limits<float>::infinity(), 50.0F};
+  cloud.points()(0, 2) = {test::notANumber, 60.0F, 0.0F};
+  cloud.points()(0, 3) = {-3.0F, 2.0F, 5.0F};
+  cloud.points()(0, 4) = {1.0F, -4.0F, -7.0F};
+  cloud.state()(0, 0) = 255;
+  cloud.calcBoundingBox();
+  EXPECT_EQ(cloud.boxOrigin(), cv::Point3f(-3.0F, -4.0F, -7.0F));
+  EXPECT_EQ(cloud.span()[1], 6.0F);
+  EXPECT_EQ(cloud.center().z, -1.0F);
+  cloud.state() = 1;
+  cloud.calcBoundingBox();
+  EXPECT_EQ(cloud.boxOrigin(), cv::Point3f(FLT_MAX, FLT_MAX, FLT_MAX));
+  EXPECT_EQ(cloud.boxDims()[2], -std::numeric_limits<float>::infinity());
+  EXPECT_EQ(PointCloud().boxDims()[0], -std::numeric_limits<float>::infinity());
+}
+
+TEST(PointCloud, MovesPresentPointsAndTurnsTheirNormals) {
+  // A quarter turn about z maps whole numbers to whole numbers.
+  cv::Matx44d const motion(0, -1, 0, 5, 1, 0, 0, 6, 0, 0, 1, 7, 0, 0, 0, 1);
+  PointCloud cloud(numberedObject(64));
+  cloud.state()(0, 9) = 3;
+  cloud.setTransform(motion);
+  cloud.octree();
+  cloud.applyTransform();
+  EXPECT_EQ(cloud.points()(0, 8), cv::Vec3f(1.0F, 14.0F, -1.0F));
+  EXPECT_EQ(cloud.normals()(0, 8), cv::Vec3f(-8.0F, 0.0F, 1.0F));
+  EXPECT_EQ(cloud.points()(0, 9), cv::Vec3f(9.0F, 4.5F, -9.0F));
+  EXPECT_EQ(cloud.getTransform(), cv::Matx44d::eye());
+  EXPECT_EQ(cloud.boxOrigin(), cv::Point3f(5.0F - 31.5F, 6.0F, 7.0F - 63.0F));
+  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>({1.0F, 14.0F, -1.0F}, 0.5F), 1U);
+}
+
+TEST(PointCloud, SearchesSeeMovedPointsOfCloudsThatShareThem) {
+  PointCloud cloud(somePoints(), true);
+  PointCloud copy(cloud);
+  cv::Vec3f const moved(100.0F, 0.0F, 0.0F);
+  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>(moved, 1.0F), 0U);
+  copy.points()(0, 0) = moved;
+  EXPECT_EQ(cloud.points()(0, 0), moved);
+  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>(moved, 1.0F), 1U);
+  cloud = PointCloud(somePoints(), true);
+  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>(moved, 1.0F), 0U);
+  EXPECT_EQ(copy.octree().radiusNeighborsCount<L2>(moved, 1.0F), 1U);
+  PointCloud const taken = std::move(copy);
+  EXPECT_EQ(taken.presentCount(), 200U);
+  copy = taken;
+  EXPECT_EQ(copy.octree().radiusNeighborsCount<L2>(moved, 1.0F), 1U);
+}
+
+class PointCloudFiles : public testing::Test {
+protected:
+  std::string path(std::string const& extension) const {
+    return (std::filesystem::path(testing::TempDir()) / ("vorn_point_cloud_test." + extension)).string();
+  }
+
+  void TearDown() override {
+    for (char const* extension : {"ply", "obj"}) {
+      std::filesystem::remove(path(extension));
+    }
+  }
+};
+
+TEST_F(PointCloudFiles, KeepPointsNormalsAndColours) {
+  PointCloud cloud(numberedObject(192));
+  cloud.state()(2, 63) = 1;
+  cloud.setTransform({1, 0, 0, 1000, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+  for (std::string const extension : {"ply", "obj"}) {
+    testing::internal::CaptureStdout();
+    cloud.saveToFile(path(extension), extension);
+    PointCloud loaded(somePoints(), true);
+    loaded.loadFromFile(path(extension), extension);
+    std::string const name = extension == "ply" ? "PLY" : "OBJ";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Saving " + name + " file: " + path(extension) +
+                                                          "...\nDONE\n" + "Loading " + name +
+                                                          " file: " + path(extension) + "...\n...DONE\n");
+    // 191 points were present, two whole rows come back.
+    ASSERT_EQ(loaded.points().size(), cv::Size(64, 2));
+    EXPECT_EQ(loaded.points()(1, 1), cv::Vec3f(1065.0F, 32.5F, -65.0F));
+    EXPECT_EQ(loaded.texture()(1, 1), cv::Vec3b(20, 10, 65));
+    EXPECT_TRUE(loaded.hasNormals());
+    EXPECT_FALSE(loaded.isOrganized());
+  }
+}
+
+TEST_F(PointCloudFiles, FailuresLeaveTheCloudAsItWas) {
+  PointCloud cloud(somePoints(), true);
+  testing::internal::CaptureStdout();
+  EXPECT_THROW(cloud.loadFromFile(path("missing"), "ply"), Exception);
+  EXPECT_THROW(cloud.saveToFile(path("stl"), "stl"), Exception);
+  testing::internal::GetCapturedStdout();
+  testing::internal::CaptureStdout();
+  cloud.loadFromFile(path("ply"), "PLY");
+  cloud.saveToFile(path("xyz"), "xyz");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unsupported extension\nUnsupported extension\n");
+  EXPECT_EQ(cloud.pointCount(), 200U);
+  EXPECT_TRUE(cloud.isOrganized());
+  EXPECT_FALSE(std::filesystem::exists(path("xyz")));
+}
+
+} // namespace
+} // namespace vorn::mv
