@@ -1,0 +1,194 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <iostream>
+#include <limits>
+#include <opencv2/core.hpp>
+#include <vector>
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+
+#include <vorn/core/timer.hpp>
+
+#include "core/parallel.hpp"
+#include "pointcloud/flat_states.hpp"
+#include "pointcloud/octree_search.hpp"
+#include "pointcloud/point_access.hpp"
+#include "pointcloud/radius_cleaning.hpp"
+#include "pointcloud/remaining_points.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+using L2 = Distance<cv::Vec3f>::L2;
+
+constexpr uchar deletedNow = 1;
+
+/// Sets the state of all points of clusters below `minClusterSize` to 1 and returns how many they are.
+template <class Points>
+int deleteSmallClusters(GridOctree const& tree, Points const& points, float maxDistance, int minClusterSize,
+                        std::vector<uchar>& states) {
+  RemainingPoints<Points> remaining(tree, points, states);
+  std::vector<uchar> isVisited(states.size());
+  std::vector<unsigned> cluster;
+  int removed = 0;
+  for (unsigned seed = 0; seed < states.size(); ++seed) {
+    if (states[seed] != 0 || isVisited[seed] != 0) {
+      continue;
+    }
+    cluster.assign(1, seed);
+    isVisited[seed] = 1;
+    for (std::size_t next = 0; next < cluster.size(); ++next) {
+      std::size_t size = cluster.size();
+      remaining.takeBall(points[cluster[next]], maxDistance, cluster);
+      for (std::size_t i = size; i < cluster.size(); ++i) {
+        // A seed was not taken from the tree; it finds itself there.
+        if (isVisited[cluster[i]] == 0) {
+          isVisited[cluster[i]] = 1;
+          cluster[size++] = cluster[i];
+        }
+      }
+      cluster.resize(size);
+    }
+    if (cluster.size() < static_cast<std::size_t>(std::max(minClusterSize, 0))) {
+      for (unsigned const point : cluster) {
+        states[point] = deletedNow;
+      }
+      removed += static_cast<int>(cluster.size());
+    }
+  }
+  return removed;
+}
+
+/// The distance to the nearest point alone, squared.
+class NearestDistance {
+public:
+  float worst() const { return distance_; }
+  void add(unsigned /*index*/, float distance) { distance_ = distance; }
+
+private:
+  float distance_ = std::numeric_limits<float>::max();
+};
+
+/// Squared distances from the present, finite points to the nearest present point of a tree; -1 where there
+/// is none.
+std::vector<float> nearestDistances(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& state,
+                                    GridOctree const& tree, cv::Mat_<cv::Vec3f> const& treePoints,
+                                    std::vector<uchar> const& treeStates) {
+  constexpr float none = -1.0F;
+  std::vector<float> distances(points.total(), none);
+  withPointAccess(treePoints, [&](auto const& access) {
+    parallelRows(points.rows, [&](int firstRow, int endRow) {
+      for (int row = firstRow; row < endRow; ++row) {
+        float* const found =
+            distances.data() + static_cast<std::size_t>(row) * static_cast<std::size_t>(points.cols);
+        for (int column = 0; column < points.cols; ++column) {
+          float const* const point = points(row, column).val;
+          if (state(row, column) == 0 && isFinite(point)) {
+            NearestDistance nearest;
+            findNearest<L2>(OctreeView(tree), access, point, nearest,
+                            [&](unsigned index) { return treeStates[index] == 0; });
+            found[column] = nearest.worst() < std::numeric_limits<float>::max() ? nearest.worst() : none;
+          }
+        }
+      }
+    });
+  });
+  return distances;
+}
+
+} // namespace
+
+int PointCloud::clean(float radius, int minNeighbours) {
+  checkSizes();
+  if (isEmpty()) {
+    return 0;
+  }
+  GridOctree const& tree = octree();
+  saveState();
+  std::vector<uchar> states = flatStates(state_);
+  std::vector<uchar> const removed = findSparsePoints(points_, states, tree, radius, minNeighbours);
+  int count = 0;
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    count += removed[i];
+    states[i] = removed[i] != 0 ? deletedNow : states[i];
+  }
+  storeStates(states, state_);
+  calcBoundingBox();
+  return count;
+}
+
+int PointCloud::filterSmallCluster(float maxDistance, int minClusterSize) {
+  checkSizes();
+  if (isEmpty()) {
+    return 0;
+  }
+  GridOctree const& tree = octree();
+  saveState();
+  std::vector<uchar> states = flatStates(state_);
+  int const removed = withPointAccess(points_, [&](auto const& points) {
+    return deleteSmallClusters(tree, points, maxDistance, minClusterSize, states);
+  });
+  storeStates(states, state_);
+  calcBoundingBox();
+  return removed;
+}
+
+void PointCloud::markEdgePoints(float radius, int minNeighbours) {
+  checkSizes();
+  if (isEmpty()) {
+    return;
+  }
+  std::cout << "Marking edge points...\n" << std::flush;
+  Timer timer;
+  GridOctree const& tree = octree();
+  cv::Mat_<uchar> isEdge(points_.size(), uchar{0});
+  parallelRows(points_.rows, [&](int firstRow, int endRow) {
+    for (int row = firstRow; row < endRow; ++row) {
+      for (int column = 0; column < points_.cols; ++column) {
+        if (state_(row, column) == 0) {
+          auto const count = tree.radiusNeighborsCount<L2>(points_(row, column), radius);
+          isEdge(row, column) = static_cast<std::int64_t>(count) < minNeighbours ? 1 : 0;
+        }
+      }
+    }
+  });
+  if (hasTexture()) {
+    texture_.setTo(cv::Scalar(255, 255, 255), isEdge);
+  }
+  std::cout << "Edge point count: " << cv::countNonZero(isEdge) << "\nFinished in " << timer << "\n"
+            << std::flush;
+}
+
+cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
+  checkSizes();
+  other.checkSizes();
+  if (isEmpty() || other.isEmpty() || other.octree().isEmpty()) {
+    return {0.0, 0.0};
+  }
+  std::vector<float> const squares =
+      nearestDistances(points_, state_, other.octree(), other.points_, flatStates(other.state_));
+  double sum = 0.0;
+  double sumOfSquares = 0.0;
+  std::size_t count = 0;
+  for (float const square : squares) {
+    if (square >= 0.0F) {
+      sum += std::sqrt(static_cast<double>(square));
+      ++count;
+    }
+  }
+  double const mean = count == 0 ? 0.0 : sum / static_cast<double>(count);
+  for (float const square : squares) {
+    if (square >= 0.0F) {
+      double const deviation = std::sqrt(static_cast<double>(square)) - mean;
+      sumOfSquares += deviation * deviation;
+    }
+  }
+  double const sigma = count == 0 ? 0.0 : std::sqrt(sumOfSquares / static_cast<double>(count));
+  std::cout << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << " mm\n" << std::flush;
+  return {mean, sigma};
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,108 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include "pointcloud/octree_search.hpp"
+
+namespace vorn::mv {
+
+/// The points of an octree that nobody has taken yet.
+///
+/// A flood fill that asks for all neighbours of every point meets each point as often as it has neighbours.
+/// Here a point that was found is gone, and octants without points left are passed by, so the whole fill
+/// costs little more than one visit a point, even where millions of points lie on one spot.
+template <class Points>
+class RemainingPoints {
+public:
+  /// All points of the tree with state 0; `states` is indexed like the points.
+  RemainingPoints(GridOctree const& tree, Points const& points, std::vector<uchar> const& states)
+      : tree_(tree), points_(points), chain_(tree.chain()), counts_(tree.octants().size()) {
+    // Children stand behind their parents, so backwards every octant finds its children counted.
+    for (std::size_t place = counts_.size(); place-- > 0;) {
+      BasicOctant<unsigned> const& octant = tree_.octants[place];
+      unsigned count = 0;
+      if (octant.isLeaf) {
+        for (unsigned i = octant.first; i < octant.first + octant.count; ++i) {
+          chain_[octant.first + count] = chain_[i];
+          count += states[chain_[i]] == 0 ? 1U : 0U;
+        }
+      } else {
+        count = countOfChildren(octant);
+      }
+      counts_[place] = count;
+    }
+  }
+
+  /// Appends the remaining points that an L2 radius search around `query` finds to `taken`; they remain no
+  /// longer.
+  void takeBall(float const* query, float radius, std::vector<unsigned>& taken) {
+    Ball<Distance<cv::Vec3f>::L2> const ball(query, radius);
+    if (!tree_.isEmpty && !ball.isEmpty()) {
+      take(ball, 0, taken);
+    }
+  }
+
+private:
+  unsigned countOfChildren(BasicOctant<unsigned> const& octant) const {
+    unsigned count = 0;
+    auto const end = octant.children + static_cast<unsigned>(__builtin_popcount(octant.childMask));
+    for (unsigned child = octant.children; child < end; ++child) {
+      count += counts_[child];
+    }
+    return count;
+  }
+
+  void take(Ball<Distance<cv::Vec3f>::L2> const& ball, unsigned place, std::vector<unsigned>& taken) {
+    BasicOctant<unsigned> const& octant = tree_.octants[place];
+    if (ball.holdsAll(octant)) {
+      takeAll(place, taken);
+    } else if (octant.isLeaf) {
+      unsigned* const chain = chain_.data() + octant.first;
+      unsigned kept = 0;
+      for (unsigned i = 0; i < counts_[place]; ++i) {
+        unsigned const point = chain[i];
+        if (ball.holds(points_[point])) {
+          taken.push_back(point);
+        } else {
+          chain[kept++] = point;
+        }
+      }
+      counts_[place] = kept;
+    } else {
+      float const bound = ball.norm() * (1.0F + boundSlack);
+      ChildDistances<Distance<cv::Vec3f>::L2> const distances(octant, ball.centre(), tree_.tolerance);
+      unsigned child = octant.children;
+      for (unsigned mask = octant.childMask; mask != 0; mask &= mask - 1, ++child) {
+        if (counts_[child] != 0 && distances[static_cast<unsigned>(__builtin_ctz(mask))] <= bound) {
+          take(ball, child, taken);
+        }
+      }
+      counts_[place] = countOfChildren(octant);
+    }
+  }
+
+  void takeAll(unsigned place, std::vector<unsigned>& taken) {
+    BasicOctant<unsigned> const& octant = tree_.octants[place];
+    if (octant.isLeaf) {
+      unsigned const* const chain = chain_.data() + octant.first;
+      taken.insert(taken.end(), chain, chain + counts_[place]);
+    } else {
+      auto const end = octant.children + static_cast<unsigned>(__builtin_popcount(octant.childMask));
+      for (unsigned child = octant.children; child < end; ++child) {
+        if (counts_[child] != 0) {
+          takeAll(child, taken);
+        }
+      }
+    }
+    counts_[place] = 0;
+  }
+
+  OctreeView tree_;
+  Points points_;
+  std::vector<unsigned> chain_;
+  std::vector<unsigned> counts_;
+};
+
+} // namespace vorn::mv
