@@ -46,6 +46,7 @@
 #include <vorn/mv/imaging/threshold_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>
 #include <vorn/mv/pointcloud/octree.hpp>
+#include <vorn/mv/pointcloud/point_cloud.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
