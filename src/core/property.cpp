@@ -16,12 +16,9 @@ namespace vorn {
 
 namespace {
 
-std::string label(std::string const& name) {
-  return "Property \"" + name + "\"";
-}
-
-Exception refusal(std::string const& name, Variant const& value, std::string const& wanted) {
-  return error(label(name) + " takes " + wanted + ", not \"" + value.toString() + "\"", "Property");
+/// Why a value is refused; `Property::converted` adds whose value it is.
+Exception refusal(Variant const& value, std::string const& wanted) {
+  return error("\"" + value.toString() + "\" is not " + wanted, "Property");
 }
 
 bool isNumber(Variant const& value) {
@@ -35,55 +32,73 @@ bool isNumber(Variant const& value) {
   }
 }
 
-Variant toWhole(std::string const& name, Variant const& value, bool wide) {
+std::int64_t toWhole(Variant const& value) {
   if (value.type() == Variant::Type::Enum) {
-    throw refusal(name, value, "a whole number");
+    throw refusal(value, "a whole number");
   }
   std::int64_t const whole = value.toInt64();
-  constexpr double exactLimit = 9007199254740992.0; // 2^53: beyond it a double cannot tell a fraction
+  constexpr double exactLimit = 9007199254740992.0; // 2^53: beyond it a double has no fractions
   double const number = value.toDouble();
   bool const hasFraction = std::abs(number) < exactLimit && number != static_cast<double>(whole);
   if (hasFraction || !std::isfinite(number)) {
-    throw refusal(name, value, "a whole number");
+    throw refusal(value, "a whole number");
   }
-  if (wide) {
-    return whole;
-  }
+  return whole;
+}
+
+int toWhole32(Variant const& value) {
+  std::int64_t const whole = toWhole(value);
   if (whole < std::numeric_limits<int>::min() || whole > std::numeric_limits<int>::max()) {
-    throw refusal(name, value, "a whole number of 32 bits");
+    throw refusal(value, "a whole number of 32 bits");
   }
   return static_cast<int>(whole);
 }
 
-Variant toTruth(std::string const& name, Variant const& value) {
+double toNumber(Variant const& value) {
+  if (value.type() == Variant::Type::Enum || value.type() == Variant::Type::Bool) {
+    throw refusal(value, "a number");
+  }
+  return value.toDouble();
+}
+
+bool toTruth(Variant const& value) {
   bool const isZeroOrOne = isNumber(value) && (value.toDouble() == 0.0 || value.toDouble() == 1.0);
   if (value.type() == Variant::Type::Bool || value.type() == Variant::Type::String || isZeroOrOne) {
     return value.toBool();
   }
-  throw refusal(name, value, "true or false");
+  throw refusal(value, "true or false");
 }
 
-Variant toItem(std::string const& name, Variant const& value, IEnum const& model) {
+Variant toItem(Variant const& value, IEnum const& model) {
   std::unique_ptr<IEnum> item = model.clone();
-  try {
-    if (value.type() == Variant::Type::Enum) {
-      if (value.toEnum().getClassName() != model.getClassName()) {
-        throw refusal(name, value, "an item of " + model.getClassName());
-      }
-      item->setIndex(value.toEnum().getIndex());
-    } else if (value.type() == Variant::Type::String) {
-      item->setItem(value.toString());
-    } else if (isNumber(value)) {
-      item->setIndex(toWhole(name, value, false).toInt());
-    } else {
-      throw refusal(name, value, "an item of " + model.getClassName());
-    }
-  } catch (Exception const& e) {
-    // The enum does not know whose value it is.
-    bool const namesProperty = e.message().rfind(label(name), 0) == 0;
-    throw namesProperty ? e : error(label(name) + ": " + e.message(), "Property");
+  if (value.type() == Variant::Type::String) {
+    item->setItem(value.toString());
+  } else if (isNumber(value)) {
+    item->setIndex(toWhole32(value));
+  } else if (value.type() == Variant::Type::Enum && value.toEnum().getClassName() == model.getClassName()) {
+    item->setIndex(value.toEnum().getIndex());
+  } else {
+    throw refusal(value, "an item of " + model.getClassName());
   }
   return *item;
+}
+
+Variant toType(Variant const& value, Variant const& model) {
+  switch (model.type()) {
+  case Variant::Type::Int:
+    return toWhole32(value);
+  case Variant::Type::Int64:
+    return toWhole(value);
+  case Variant::Type::Double:
+    return toNumber(value);
+  case Variant::Type::Bool:
+    return toTruth(value);
+  case Variant::Type::Enum:
+    return toItem(value, model.toEnum());
+  case Variant::Type::String:
+    break;
+  }
+  return value.toString();
 }
 
 } // namespace
@@ -97,16 +112,20 @@ Property::Property(std::string name, Variant value, Variant const& min, Variant 
   checkRange(value_);
 }
 
+std::string Property::label() const {
+  return "Property \"" + name_ + "\"";
+}
+
 Variant const& Property::getMin() const {
   if (!range_) {
-    throw error(label(name_) + " has no range", "Property");
+    throw error(label() + " has no range", "Property");
   }
   return range_->min;
 }
 
 Variant const& Property::getMax() const {
   if (!range_) {
-    throw error(label(name_) + " has no range", "Property");
+    throw error(label() + " has no range", "Property");
   }
   return range_->max;
 }
@@ -120,29 +139,10 @@ Property& Property::operator=(Variant const& value) {
 
 Variant Property::converted(Variant const& value) const {
   try {
-    switch (default_.type()) {
-    case Variant::Type::Int:
-      return toWhole(name_, value, false);
-    case Variant::Type::Int64:
-      return toWhole(name_, value, true);
-    case Variant::Type::Double:
-      if (value.type() == Variant::Type::Enum || value.type() == Variant::Type::Bool) {
-        throw refusal(name_, value, "a number");
-      }
-      return value.toDouble();
-    case Variant::Type::Bool:
-      return toTruth(name_, value);
-    case Variant::Type::Enum:
-      return toItem(name_, value, default_.toEnum());
-    case Variant::Type::String:
-      return value.toString();
-    }
+    return toType(value, default_);
   } catch (Exception const& e) {
-    // A text that is no number: say which property refuses it.
-    bool const namesProperty = e.message().rfind(label(name_), 0) == 0;
-    throw namesProperty ? e : refusal(name_, value, "a number");
+    throw error(label() + ": " + e.message(), "Property");
   }
-  return value;
 }
 
 void Property::checkRange(Variant const& value) const {
@@ -152,8 +152,8 @@ void Property::checkRange(Variant const& value) const {
   double const number = value.toDouble();
   // Written so that NaN fails.
   if (!(number >= range_->min.toDouble() && number <= range_->max.toDouble())) {
-    throw error(label(name_) + " must lie in [" + range_->min.toString() + ", " + range_->max.toString() +
-                    "], not at " + value.toString(),
+    throw error(label() + ": " + value.toString() + " is not in [" + range_->min.toString() + ", " +
+                    range_->max.toString() + "]",
                 "Property");
   }
 }
@@ -189,8 +189,7 @@ void Property::read(nlohmann::json const& json) {
     *this = Variant(json.get<std::string>());
     break;
   default:
-    throw error(label(name_) + " takes a number, a truth value or a text, not " + json.type_name(),
-                "Property");
+    throw error(label() + ": JSON of type " + json.type_name() + " is no value of a property", "Property");
   }
 }
 

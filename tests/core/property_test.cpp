@@ -59,7 +59,7 @@ TEST(Property, RefusesWhatItCannotHoldAndKeepsItsValue) {
   TestFilter filter;
   double const nan = std::numeric_limits<double>::quiet_NaN();
   double const inf = std::numeric_limits<double>::infinity();
-  EXPECT_EQ(messageOf([&] { filter["Radius"] = 33; }), "Property \"Radius\" must lie in [0, 32], not at 33");
+  EXPECT_EQ(messageOf([&] { filter["Radius"] = 33; }), "Property \"Radius\": 33 is not in [0, 32]");
   EXPECT_NE(messageOf([&] { filter["Radius"] = 1.5; }), "");
   EXPECT_NE(messageOf([&] { filter["Radius"] = nan; }), "");
   EXPECT_NE(messageOf([&] { filter["Radius"] = inf; }), "");

@@ -61,6 +61,7 @@ private:
     Variant max;
   };
 
+  std::string label() const;
   Variant converted(Variant const& value) const;
   void checkRange(Variant const& value) const;
 
