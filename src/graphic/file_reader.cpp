@@ -14,13 +14,8 @@
 #include "core/error.hpp"
 
 namespace vorn::graphic {
-namespace {
-
-constexpr std::size_t windowSize = std::size_t{1} << 18; // fits the second-level cache
-
-} // namespace
-
-FileReader::FileReader(std::string const& path, char const* context) : path_(path), context_(context) {
+FileReader::FileReader(std::string const& path, char const* context, std::size_t window)
+    : path_(path), context_(context), step_(window) {
   auto const failOpening = [&](int reason) {
     throw error("Cannot open " + path_ + ": " + std::generic_category().message(reason), context_);
   };
@@ -40,7 +35,7 @@ FileReader::FileReader(std::string const& path, char const* context) : path_(pat
       readAll();
     } else if (S_ISREG(status.st_mode)) {
       size_ = static_cast<std::uint64_t>(status.st_size);
-      window_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(windowSize, size_)) + 1);
+      window_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(step_, size_)) + 1);
     } else {
       fail("it is a device");
     }
@@ -50,15 +45,6 @@ FileReader::FileReader(std::string const& path, char const* context) : path_(pat
   } catch (...) {
     ::close(descriptor_);
     throw;
-  }
-}
-
-FileReader::FileReader(std::string name, std::string_view content, char const* context)
-    : path_(std::move(name)), context_(context), size_(content.size()),
-      window_(content.begin(), content.end()), filled_(content.size()) {
-  window_.push_back('\0');
-  if (content.empty()) {
-    fail("the file is empty");
   }
 }
 
@@ -82,8 +68,8 @@ std::size_t FileReader::readSome(char* to, std::size_t count) {
 /// A pipe's size shows only at its end, so that all of it goes into the window.
 void FileReader::readAll() {
   for (;;) {
-    if (window_.size() < filled_ + windowSize + 1) {
-      window_.resize(2 * filled_ + windowSize + 1);
+    if (window_.size() < filled_ + step_ + 1) {
+      window_.resize(2 * filled_ + step_ + 1);
     }
     std::size_t const got = readSome(window_.data() + filled_, window_.size() - 1 - filled_);
     if (got == 0) {
@@ -127,7 +113,7 @@ std::size_t FileReader::refill(std::size_t wanted) {
 void FileReader::skip(std::uint64_t count) {
   count = std::min(count, remaining());
   while (count > 0) {
-    std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(count, windowSize));
+    std::size_t const step = static_cast<std::size_t>(std::min<std::uint64_t>(count, step_));
     std::size_t const got = std::min(fetch(step), step);
     if (got == 0) {
       return;
@@ -138,7 +124,7 @@ void FileReader::skip(std::uint64_t count) {
 }
 
 void FileReader::findLineEnd() {
-  std::string_view const start(data(), fetch(windowSize));
+  std::string_view const start(data(), fetch(step_));
   std::size_t const end = start.find_first_of("\r\n");
   bool const classicMac = end < start.size() && start[end] == '\r' && start.substr(end + 1, 1) != "\n";
   lineEnd_ = classicMac ? '\r' : '\n';

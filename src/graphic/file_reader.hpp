@@ -19,10 +19,9 @@ public:
   /// Opens the file.
   /// @param path    the file to read; a pipe is taken too
   /// @param context the name of the reading class, for exceptions
+  /// @param window  bytes to read at a time; the default fits the second-level cache
   /// @throws Exception when it cannot be opened, is a folder or a device, or is empty
-  FileReader(std::string const& path, char const* context);
-  /// Reads `content` as if it were a file of that name.
-  FileReader(std::string name, std::string_view content, char const* context);
+  FileReader(std::string const& path, char const* context, std::size_t window = std::size_t{1} << 18);
   FileReader(FileReader const&) = delete;
   FileReader& operator=(FileReader const&) = delete;
   ~FileReader();
@@ -69,6 +68,7 @@ private:
 
   std::string path_;
   char const* context_;
+  std::size_t step_;              ///< how much to read at a time
   int descriptor_ = -1;           ///< none when all content is in the window
   std::uint64_t size_ = 0;        ///< of the file
   std::vector<char> window_;      ///< one byte longer than what can be read into it: room for the last '\n'

@@ -3,7 +3,7 @@
 #include "graphic/stl_reader.hpp"
 
 #include <algorithm>
-#include <cctype>
+#include <array>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -16,9 +16,11 @@ namespace vorn::graphic {
 namespace {
 
 bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
+  constexpr char lowerCaseBit =
+      0x20; // of the letters, which are all that the words of this format consist of
   return text.size() == lowerCase.size() &&
          std::equal(text.begin(), text.end(), lowerCase.begin(),
-                    [](unsigned char left, char right) { return std::tolower(left) == right; });
+                    [](char left, char right) { return (left | lowerCaseBit) == right; });
 }
 
 /// The triangle count in a binary file's header. Only files as long as the header have one.
@@ -61,35 +63,55 @@ GraphicObject readBinary(FileReader& file) {
 /// The ascii form, whose words may stand on lines as they like.
 class StlTextReader {
 public:
-  explicit StlTextReader(FileReader& file) : file_(file), welder_(object_.vertices(), object_.triangles()) {}
+  explicit StlTextReader(FileReader& file) : file_(file), welder_(object_.vertices(), object_.triangles()) {
+    constexpr std::uint64_t usualFacetSize = 200; // bytes; a guess that only saves growing
+    welder_.reserve(static_cast<std::size_t>(file.size() / usualFacetSize));
+  }
 
   GraphicObject read() {
     while (toNextWord()) {
       expect("solid");
       line_.rest(); // its name
-      while (!takeWord("endsolid")) {
+      for (;;) {
+        std::string_view const word = takeWord();
+        if (equalsIgnoringCase(word, "endsolid")) {
+          break;
+        }
+        if (!equalsIgnoringCase(word, "facet")) {
+          failAtWord(word, "facet");
+        }
         takeFacet();
       }
       line_.rest();
     }
+    weldGathered();
     return std::move(object_);
   }
 
 private:
+  /// What follows the word "facet".
   void takeFacet() {
-    expect("facet");
     expect("normal");
-    takeVector();
+    for (int axis = 0; axis < 3; ++axis) {
+      takeWord(); // the corners tell it as well
+    }
     expect("outer");
     expect("loop");
-    VertexWelder::Corners corners;
-    for (cv::Vec3f& corner : corners) {
+    for (cv::Vec3f& corner : gathered_[gatheredCount_]) {
       expect("vertex");
       corner = takeVector();
     }
     expect("endloop");
     expect("endfacet");
-    welder_.add(reinterpret_cast<char const*>(corners.data()), sizeof corners, 1);
+    if (++gatheredCount_ == gathered_.size()) {
+      weldGathered();
+    }
+  }
+
+  void weldGathered() {
+    welder_.add(reinterpret_cast<char const*>(gathered_.data()), sizeof(VertexWelder::Corners),
+                gatheredCount_);
+    gatheredCount_ = 0;
   }
 
   cv::Vec3f takeVector() {
@@ -105,23 +127,18 @@ private:
     return vector;
   }
 
-  void expect(std::string_view word) {
-    if (!takeWord(word)) {
-      file_.failAtLine("expected '" + std::string(word) + "', but there is " + quoted(line_.word()));
-    }
-  }
-
-  /// Takes the next word if it is this one.
-  bool takeWord(std::string_view word) {
+  std::string_view takeWord() {
     if (!toNextWord()) {
       failAtEnd();
     }
-    LineFields const before = line_;
-    if (equalsIgnoringCase(line_.word(), word)) {
-      return true;
+    return line_.word();
+  }
+
+  void expect(std::string_view expected) {
+    std::string_view const word = takeWord();
+    if (!equalsIgnoringCase(word, expected)) {
+      failAtWord(word, expected);
     }
-    line_ = before;
-    return false;
   }
 
   bool toNextWord() {
@@ -135,12 +152,17 @@ private:
     return true;
   }
 
+  [[noreturn]] void failAtWord(std::string_view word, std::string_view expected) const {
+    file_.failAtLine("expected " + quoted(expected) + ", but there is " + quoted(word));
+  }
   [[noreturn]] void failAtEnd() const { file_.failAtLine("the file ends before its 'endsolid'"); }
 
   FileReader& file_;
   LineFields line_{std::string_view("\n", 0)};
   GraphicObject object_;
   VertexWelder welder_;
+  std::array<VertexWelder::Corners, 256> gathered_; ///< the welder is faster with many at once
+  std::size_t gatheredCount_ = 0;
 };
 
 } // namespace
