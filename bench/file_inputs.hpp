@@ -3,11 +3,10 @@
 #pragma once
 
 #include <cmath>
-#include <cstdio>
 #include <filesystem>
 #include <opencv2/core.hpp>
 #include <string>
-
+#include <system_error>
 #include <unistd.h>
 
 #include <vorn/graphic/graphic_object.hpp>
@@ -48,15 +47,19 @@ inline graphic::GraphicObject triangulated(int rows, int columns) {
   return object;
 }
 
-/// A file of this process, removed when it ends.
-inline std::string filePath() {
-  struct File {
-    std::string path =
-        (std::filesystem::temp_directory_path() / ("vorn-bench-" + std::to_string(getpid()))).string();
-    ~File() { std::remove(path.c_str()); }
+/// The path of a file of this process with that extension, removed when the process ends.
+inline std::string filePath(std::string const& extension) {
+  struct Folder {
+    std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("vorn-bench-" + std::to_string(getpid()));
+    Folder() { std::filesystem::create_directory(path); }
+    ~Folder() {
+      std::error_code ignored;
+      std::filesystem::remove_all(path, ignored);
+    }
   };
-  static File const file;
-  return file.path;
+  static Folder const folder;
+  return (folder.path / ("file" + extension)).string();
 }
 
 } // namespace vorn::bench

@@ -17,7 +17,7 @@ namespace {
 
 template <class File>
 void read(benchmark::State& state, GraphicObject const& object, File const& file) {
-  std::string const path = vorn::bench::filePath();
+  std::string const path = vorn::bench::filePath("");
   file.write(path, object);
   for (auto _ : state) {
     benchmark::DoNotOptimize(file.read(path));
@@ -26,7 +26,7 @@ void read(benchmark::State& state, GraphicObject const& object, File const& file
 
 template <class File>
 void write(benchmark::State& state, GraphicObject const& object, File const& file) {
-  std::string const path = vorn::bench::filePath();
+  std::string const path = vorn::bench::filePath("");
   for (auto _ : state) {
     file.write(path, object);
   }
