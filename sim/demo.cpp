@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "sim/laser.hpp"
+
 namespace vorn::sim {
 namespace {
 
@@ -50,9 +52,19 @@ Object shiny(Object object) {
   return object;
 }
 
+/// Lights the whole field from above the camera.
+Projector lamp() {
+  Projector projector;
+  projector.device = Device({60, 60}, {50, 50}, {}, {101, 101});
+  projector.world_from_proj.translation = {40, -160, -30};
+  projector.blurSlope = 0;
+  projector.referenceDistance = projector.focus = 610;
+  return projector;
+}
+
 } // namespace
 
-Rig demoRig() {
+Rig demoRig(int divisor) {
   Rig rig;
   rig.camera.device =
       Device({1552.4, 1550.9}, {644.3, 474.8}, {-0.21, 0.14, 0.0008, -0.0006, -0.03}, {1280, 960});
@@ -62,13 +74,29 @@ Rig demoRig() {
   rig.projector.world_from_proj = Pose::fromDegrees({198, -12, 18}, {-1.4, -19.6, 0.7});
   rig.projector.focus = 560;
   rig.projector.referenceDistance = 560;
+  rig.camera.device = scaled(rig.camera.device, divisor);
+  rig.projector.device = scaled(rig.projector.device, divisor);
   return rig;
 }
 
-Rig smallDemoRig(int divisor) {
-  Rig rig = demoRig();
-  rig.camera.device = scaled(rig.camera.device, divisor);
-  rig.projector.device = scaled(rig.projector.device, divisor);
+StereoRig demoStereoRig(int divisor) {
+  Camera const left = demoRig(divisor).camera;
+  Camera right = left;
+  right.device = Device({1547.3, 1548.8}, {631.9, 486.4}, {-0.19, 0.11, -0.0005, 0.0007, -0.01}, {1280, 960});
+  right.device = scaled(right.device, divisor);
+  right.cam_from_world = Pose::fromDegrees({168, -5, 22}, {0.9, -16.5, 0.6}).inverse();
+  right.sensor.seed = left.sensor.seed + 1;
+  return {left, right, lamp()};
+}
+
+LaserRig demoLaserRig(int divisor) {
+  LaserRig rig;
+  rig.camera = demoRig(divisor).camera;
+  rig.lasers = {laserTowards({6, -210, 12}, {0, 0, 560}, {1, 0.02, 0})};
+  // A stripe of a little over two pixels.
+  rig.lasers[0].sigma = 0.6;
+  rig.lasers[0].strength = 1.2;
+  rig.lamp = lamp();
   return rig;
 }
 

@@ -12,11 +12,15 @@
 namespace vorn::sim {
 
 /// A camera of 1280 x 960 and a projector of 912 x 570 pixels, 200 mm apart, looking at a field of 440 x 330
-/// mm some 560 mm away, both with strong lens distortion.
-Rig demoRig();
+/// mm some 560 mm away, both with strong lens distortion. Here and below `divisor` divides all pixel counts,
+/// for quick tests: the field stays the same, its pixels get coarser.
+Rig demoRig(int divisor = 1);
 
-/// The same rig with all pixel counts and focal lengths divided by `divisor`, for quick tests.
-Rig smallDemoRig(int divisor = 4);
+/// The camera of the demonstration rig and a second one 170 mm beside it.
+StereoRig demoStereoRig(int divisor = 1);
+
+/// The camera of the demonstration rig and a laser above it that draws a level line.
+LaserRig demoLaserRig(int divisor = 1);
 
 /// Labels of the demonstration scene's objects.
 enum DemoLabel { BackPlane = 1, SphereA, SphereB, Bar, LowStep, HighStep, Relief, CheckerPlate, Rod };

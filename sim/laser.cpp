@@ -110,6 +110,10 @@ cv::Mat exposeLasers(Camera const& camera, std::vector<Laser> const& lasers, Sce
   cv::Size const fine = size * options.supersample;
   PixelIntegral const integral(options.supersample, camera.blur);
   Pose const world_from_cam = camera.cam_from_world.inverse();
+  std::vector<Pose> lasers_from_world;
+  for (Laser const& laser : lasers) {
+    lasers_from_world.push_back(laser.world_from_laser.inverse());
+  }
   double const width = 1.0 / options.supersample;
   cv::Mat light(fine.height, size.width, CV_32FC1);
   parallelRows(fine.height, [&](int firstRow, int endRow) {
@@ -121,8 +125,8 @@ cv::Mat exposeLasers(Camera const& camera, std::vector<Laser> const& lasers, Sce
         double sum = 0;
         if (look(camera, world_from_cam, scene, pixel, width, seen)) {
           sum = camera.sensor.ambient * seen.albedo;
-          for (Laser const& laser : lasers) {
-            sum += lightFrom(laser, laser.world_from_laser.inverse(), scene, seen);
+          for (std::size_t i = 0; i < lasers.size(); ++i) {
+            sum += lightFrom(lasers[i], lasers_from_world[i], scene, seen);
           }
         }
         row[static_cast<std::size_t>(x)] = static_cast<float>(sum);

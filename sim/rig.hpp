@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <vector>
+
 #include "sim/device.hpp"
 #include "sim/pose.hpp"
 #include "sim/sensor.hpp"
@@ -50,6 +52,21 @@ struct Laser {
 struct Rig {
   Camera camera;
   Projector projector;
+};
+
+/// Two cameras that see the same field; the frame of camera 0 is the world's. The lamp is a projector that
+/// shows white.
+struct StereoRig {
+  Camera camera0;
+  Camera camera1;
+  Projector lamp;
+};
+
+/// A camera, whose frame is the world's, and laser fans; the lamp shows a target for calibration.
+struct LaserRig {
+  Camera camera;
+  std::vector<Laser> lasers;
+  Projector lamp;
 };
 
 } // namespace vorn::sim

@@ -16,7 +16,7 @@ namespace vorn::sim {
 /// (0, 0), (1, 0) and (0, 1). Ranges are half open: columns [-10, 11) are the 21 columns -10 ... 10.
 struct Target {
   DotGrid grid = {15, {-10, 11}, {-7, 8}, 0.85, true};
-  double groundAlbedo = 0.2;
+  double groundAlbedo = 0.25;
   /// Ground beyond the outermost dot centres, in pitches.
   double border = 1.2;
 };

@@ -96,7 +96,7 @@ TEST(ProjectorView, FringesLoseTheContrastThatBlurAndPixelsTake) {
 }
 
 TEST(ProjectorView, OneProjectorPixelLightsThePlaceThatTheTruthNames) {
-  Rig const rig = smallDemoRig();
+  Rig const rig = demoRig(4);
   Scene const scene = frontalPlane(560, 0.8);
   cv::Point const lit(90, 41);
   cv::Mat pattern(rig.projector.device.resolution(), CV_8UC1, cv::Scalar(0));
@@ -131,7 +131,7 @@ TEST(ProjectorView, GlobalLightReturnsAShareOfThePatternsMean) {
 }
 
 TEST(ProjectorView, ImagesAreTheSameForAnyNumberOfThreads) {
-  Rig const rig = smallDemoRig(8);
+  Rig const rig = demoRig(8);
   auto const capture = [&rig](int threads) {
     int const before = cv::getNumThreads();
     cv::setNumThreads(threads);

@@ -109,7 +109,7 @@ class SphereBeforePlane : public testing::Test {
 protected:
   static constexpr double radius = 40;
   cv::Vec3d const centre_ = {-20, 10, 500};
-  Rig const rig_ = smallDemoRig();
+  Rig const rig_ = demoRig(4);
   Scene const scene_{{placed(Rectangle{{400, 400}}, {0, 0, 620}, 1), placed(Sphere{radius}, centre_, 2)}};
   Truth const truth_ = truth(rig_.camera, rig_.projector, scene_);
 };
