@@ -1,0 +1,59 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/property_table.hpp"
+
+#include <iomanip>
+#include <string>
+
+namespace vorn::tools {
+
+namespace {
+
+char const* typeName(Property const& property) {
+  switch (property.getDefault().type()) {
+  case Variant::Type::Int:
+  case Variant::Type::Int64:
+    return "int";
+  case Variant::Type::Double:
+    return "double";
+  case Variant::Type::Bool:
+    return "bool";
+  case Variant::Type::Enum:
+    return "enum";
+  case Variant::Type::String:
+    return "text";
+  }
+  return "";
+}
+
+std::string allowedValues(Property const& property) {
+  if (property.hasRange()) {
+    return "[" + property.getMin().toString() + ", " + property.getMax().toString() + "]";
+  }
+  switch (property.getDefault().type()) {
+  case Variant::Type::Bool:
+    return "true, false";
+  case Variant::Type::Enum: {
+    std::string items;
+    for (std::string const& item : property.getDefault().toEnum().getItems()) {
+      items += (items.empty() ? "" : ", ") + item;
+    }
+    return items;
+  }
+  default:
+    return "";
+  }
+}
+
+} // namespace
+
+void printProperties(std::ostream& out, IPropertySet const& object) {
+  out << object.getClassName() << '\n';
+  for (std::string const& name : object.getPropertyNames()) {
+    Property const& property = object[name];
+    out << "  " << std::left << std::setw(20) << name << std::setw(8) << typeName(property) << std::setw(8)
+        << property.getDefault().toString() << allowedValues(property) << '\n';
+  }
+}
+
+} // namespace vorn::tools
