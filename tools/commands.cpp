@@ -7,6 +7,7 @@ namespace vorn::tools {
 void addCommands(CLI::App& app) {
   // In the order of a job, which is that of the help text.
   addPatternsCommand(app);
+  addImageCommand(app);
 }
 
 } // namespace vorn::tools

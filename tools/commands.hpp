@@ -17,5 +17,6 @@ namespace vorn::tools {
 void addCommands(CLI::App& app);
 
 void addPatternsCommand(CLI::App& app);
+void addImageCommand(CLI::App& app);
 
 } // namespace vorn::tools

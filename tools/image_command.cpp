@@ -80,7 +80,7 @@ cv::Mat storable(cv::Mat const& image, std::string const& path) {
 
 /// A detail of the demonstration scene under stripes: edges, slopes, textures, shadow and noise.
 cv::Mat galleryImage() {
-  sim::Rig rig = sim::smallDemoRig(4);
+  sim::Rig rig = sim::demoRig(4);
   rig.camera.sensor.exposure *= 1.4;
   cv::Mat stripes(rig.projector.device.resolution(), CV_8U, cv::Scalar(255));
   constexpr int period = 16;
