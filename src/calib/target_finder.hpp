@@ -1,0 +1,59 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/types.hpp>
+#include <vector>
+
+namespace vorn::mv {
+
+/// How a dot's centre is measured once it is known which dot it is.
+enum class CentreMethod {
+  /// Centre of area of the dot's image between its measured dark and bright levels, corrected to the image of
+  /// the dot's centre.
+  Area,
+  /// Peak of the correlation of the rectified dot with a drawn one, by a quadratic fit.
+  TemplatePeak
+};
+
+/// What a search for a circle-grid target goes by. Lengths in pixels of the image, areas in pixels².
+struct TargetSettings {
+  /// Allowed indices, both ends included.
+  cv::Point minIndex = {-10, -7};
+  cv::Point maxIndex = {10, 7};
+  /// Indices around the origin whose dots must agree on one homography.
+  cv::Point innerMinIndex = {-2, -2};
+  cv::Point innerMaxIndex = {2, 2};
+  int minKeyPointCount = 30;
+  double minDotArea = 50;
+  double maxDotArea = 1000;
+  int blurRadius = 7;
+  int morphRadius = 1;
+  /// Least ratio of a dot's short axis to its long one.
+  double minDotRatio = 0.3;
+  /// Bounds of a dot's area relative to what the ordinary dots around it suggest.
+  double minAreaMultiplier = 0.6;
+  double maxAreaMultiplier = 6;
+  CentreMethod centreMethod = CentreMethod::Area;
+};
+
+/// A dot of the target: where on the grid it stands and where its centre appears in the image.
+struct TargetDot {
+  cv::Point index;
+  cv::Point2d centre;
+};
+
+/// The dots of a target found in an image, by rows of the grid; none when there is no target.
+struct TargetView {
+  std::vector<TargetDot> dots;
+  /// True when the marker dots fixed the origin and the directions of the indices.
+  bool isOriginMarked = false;
+};
+
+/// Finds the dots of a circle-grid target with bright dots on a darker ground.
+///
+/// @param image H x W CV_8UC1, any step; must not be empty
+TargetView findTarget(cv::Mat const& image, TargetSettings const& settings);
+
+} // namespace vorn::mv
