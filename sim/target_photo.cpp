@@ -41,7 +41,8 @@ bool isInside(Overlay const& overlay, cv::Point2d const& p) {
   cv::Point2d const d = p - cv::Point2d(overlay.outline.center);
   double const u = (d.x * std::cos(angle) + d.y * std::sin(angle)) / (0.5 * overlay.outline.size.width);
   double const v = (-d.x * std::sin(angle) + d.y * std::cos(angle)) / (0.5 * overlay.outline.size.height);
-  return overlay.shape == Overlay::Shape::Ellipse ? u * u + v * v <= 1.0 : std::abs(u) <= 1.0 && std::abs(v) <= 1.0;
+  return overlay.shape == Overlay::Shape::Ellipse ? u * u + v * v <= 1.0
+                                                  : std::abs(u) <= 1.0 && std::abs(v) <= 1.0;
 }
 
 void draw(Overlay const& overlay, cv::Mat& albedoImage) {
@@ -61,8 +62,8 @@ void draw(Overlay const& overlay, cv::Mat& albedoImage) {
   }
 }
 
-void renderRow(TargetPhoto const& photo, PlaneView const& view, cv::Rect2d const& plate, Material const& material,
-               int y, float* row) {
+void renderRow(TargetPhoto const& photo, PlaneView const& view, cv::Rect2d const& plate,
+               Material const& material, int y, float* row) {
   for (int x = 0; x < photo.device.resolution().width; ++x) {
     cv::Vec2d uv;
     cv::Vec2d right;
@@ -119,35 +120,36 @@ cv::Mat render(TargetPhoto const& photo) {
   return image;
 }
 
-std::vector<DotTruth> visibleDots(TargetPhoto const& photo) {
+std::vector<DotTruth> visibleDots(TargetPhoto const& photo, double margin) {
   Camera camera;
   camera.device = photo.device;
   std::vector<DotTruth> visible;
-  constexpr int rimPoints = 16;
+  auto const isClear = [&](cv::Point2d const& p) {
+    return photo.device.contains(p) &&
+           std::none_of(photo.overlays.begin(), photo.overlays.end(),
+                        [&](Overlay const& overlay) { return isInside(overlay, p); });
+  };
+  constexpr int rimPoints = 24;
   for (DotTruth const& dot : dotTruth(photo.target, photo.cam_from_target, camera, nullptr)) {
-    if (!dot.camera) {
-      continue;
-    }
     double const radius = dotRadius(photo.target.grid, dot.index.x, dot.index.y);
-    bool isCovered = false;
-    for (int i = 0; i <= rimPoints; ++i) {
-      double const r = i == rimPoints ? 0.0 : radius;
+    bool isVisible = dot.camera && isClear(*dot.camera);
+    for (int i = 0; i < rimPoints && isVisible; ++i) {
       double const angle = 2.0 * CV_PI * i / rimPoints;
-      auto const rim = photo.device.project(
-          photo.cam_from_target *
-          cv::Vec3d(dot.pattern.x + r * std::cos(angle), dot.pattern.y + r * std::sin(angle), 0));
-      for (Overlay const& overlay : photo.overlays) {
-        isCovered = isCovered || (rim && isInside(overlay, *rim));
-      }
+      cv::Vec3d const onTarget(dot.pattern.x + radius * std::cos(angle),
+                               dot.pattern.y + radius * std::sin(angle), 0);
+      auto const rim = photo.device.project(photo.cam_from_target * onTarget);
+      cv::Point2d const outwards = rim ? *rim - *dot.camera : cv::Point2d();
+      isVisible = rim && isClear(*rim) && isClear(*rim + outwards * (margin / cv::norm(outwards)));
     }
-    if (!isCovered) {
+    if (isVisible) {
       visible.push_back(dot);
     }
   }
   return visible;
 }
 
-Pose viewOf(cv::Point2d const& pointOnTarget, double distance, double tilt, double tiltDirection, double roll) {
+Pose viewOf(cv::Point2d const& pointOnTarget, double distance, double tilt, double tiltDirection,
+            double roll) {
   auto const about = [](cv::Vec3d const& degrees) { return Pose::fromDegrees({}, degrees).rotation; };
   Pose cam_from_target;
   cam_from_target.rotation =

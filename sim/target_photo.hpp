@@ -41,11 +41,13 @@ struct TargetPhoto {
 /// The photograph, CV_8UC1. Edges of dots are drawn by the exact share of each pixel that they cover.
 cv::Mat render(TargetPhoto const& photo);
 
-/// The dots that lie wholly in the picture and under no overlay, with the images of their centres.
-std::vector<DotTruth> visibleDots(TargetPhoto const& photo);
+/// The dots that lie wholly in the picture and under no overlay, with the images of their centres; `margin`
+/// pixels around them too.
+std::vector<DotTruth> visibleDots(TargetPhoto const& photo, double margin = 0);
 
 /// A target seen by a camera `distance` away that looks at a point of it: turned about the viewing direction
 /// by `roll` and then tilted by `tilt` about the image's x axis after a turn of `tiltDirection`; degrees.
-Pose viewOf(cv::Point2d const& pointOnTarget, double distance, double tilt, double tiltDirection, double roll);
+Pose viewOf(cv::Point2d const& pointOnTarget, double distance, double tilt, double tiltDirection,
+            double roll);
 
 } // namespace vorn::sim

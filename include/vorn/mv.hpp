@@ -23,6 +23,9 @@
 #include <vorn/graphic/obj_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/mv/calib/calib_key_point.hpp>
+#include <vorn/mv/calib/calib_pattern_detector.hpp>
+#include <vorn/mv/calib/calib_pattern_type.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/image.hpp>

@@ -16,9 +16,9 @@ constexpr double leastReducedDiameter = 6.5;
 /// Half the least width of a blob in reduced pixels: smaller ones have neither a size nor a shape to go by.
 constexpr double leastReducedHalfAxis = 1.5;
 
-/// Width of the Gaussian that local brightness is averaged with, in reduced pixels. About a dot's diameter: much
-/// less and the middle of a marker is no brighter than its own average, much more and the dark surroundings of
-/// a target make the rim of its ground look bright.
+/// Width of the Gaussian that local brightness is averaged with, in reduced pixels. About a dot's diameter:
+/// much less and the middle of a marker is no brighter than its own average, much more and the dark
+/// surroundings of a target make the rim of its ground look bright.
 constexpr double surroundingsSigma = 7.0;
 
 /// Grey levels by which a dot exceeds the average of its surroundings.
@@ -30,7 +30,9 @@ constexpr double areaSlack = 1.6;
 /// An ellipse covers its moments' ellipse exactly; less than this share is a ragged or hollow shape.
 constexpr double minEllipseShare = 0.8;
 
-double diameterOfArea(double area) { return 2.0 * std::sqrt(area / CV_PI); }
+double diameterOfArea(double area) {
+  return 2.0 * std::sqrt(area / CV_PI);
+}
 
 /// The block size for which OpenCV derives the given sigma.
 int blockSize(double sigma) {
@@ -55,8 +57,7 @@ cv::Mat binarise(ReducedImage const& level, TargetSettings const& settings) {
                         blockSize(surroundingsSigma), -minExcess);
   if (settings.morphRadius > 0) {
     int const radius = std::max(1, cvRound(static_cast<double>(settings.morphRadius) / level.factor));
-    cv::Mat const element =
-        cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * radius + 1, 2 * radius + 1});
+    cv::Mat const element = cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * radius + 1, 2 * radius + 1});
     cv::dilate(ground, ground, element);
     cv::erode(ground, ground, element);
   }

@@ -106,15 +106,6 @@ private:
   int bottom_;
 };
 
-/// Grey levels value + x * slopeX + y * slopeY about an origin.
-struct GreyPlane {
-  double value = 0;
-  double slopeX = 0;
-  double slopeY = 0;
-
-  double at(double x, double y) const { return value + slopeX * x + slopeY * y; }
-};
-
 /// Sums of pixel positions, counted from an origin, and grey levels, for a plane through them.
 class PlaneSums {
 public:
@@ -139,8 +130,8 @@ public:
     auto const start = static_cast<double>(from - origin_.x);
     auto const count = static_cast<double>(to - from);
     double const sumX = count * start + 0.5 * count * (count - 1);
-    double const sumXX = count * start * start + start * count * (count - 1) +
-                         (count - 1) * count * (2 * count - 1) / 6;
+    double const sumXX =
+        count * start * start + start * count * (count - 1) + (count - 1) * count * (2 * count - 1) / 6;
     auto const sum = static_cast<double>(grey);
     n += count;
     x_ += sumX;
@@ -211,8 +202,7 @@ private:
 class GroundRing {
 public:
   GroundRing(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& inner, Ellipse const& outer)
-      : image_(image), inner_(centre, inner), outer_(centre, outer),
-        rowStep_(outer.shortAxis > 16 ? 2 : 1) {}
+      : image_(image), inner_(centre, inner), outer_(centre, outer), rowStep_(outer.shortAxis > 16 ? 2 : 1) {}
 
   /// Calls `visit(row, from, to)` for every run of pixels.
   template <class Visit>
@@ -239,8 +229,8 @@ private:
   int rowStep_;
 };
 
-/// The plane that most of the ring's pixels lie on, whatever else reaches into it: a shadow's edge, the border
-/// of the target, clutter.
+/// The plane that most of the ring's pixels lie on, whatever else reaches into it: a shadow's edge, the
+/// border of the target, clutter.
 GreyPlane robustPlane(cv::Mat const& image, GroundRing const& ring, cv::Point const& origin) {
   std::vector<std::pair<cv::Point, double>> pixels;
   ring.forEachRun([&](int y, int from, int to) {
@@ -275,13 +265,6 @@ GreyPlane robustPlane(cv::Mat const& image, GroundRing const& ring, cv::Point co
   return plane;
 }
 
-/// Dot and ground around one place.
-struct Levels {
-  GreyPlane ground;
-  GreyPlane contrast; ///< of the dot above the ground
-  double coreNoise = 0; ///< deviation of the dot's inside from a plane
-};
-
 /// The pixels certainly inside a dot, or the nine in its middle where it is too small to have any.
 PlaneSums sumCore(cv::Mat const& image, EllipseRows const& inner, cv::Point const& origin) {
   constexpr double leastPixels = 4;
@@ -299,8 +282,9 @@ PlaneSums sumCore(cv::Mat const& image, EllipseRows const& inner, cv::Point cons
   return core;
 }
 
-std::optional<Levels> measureLevels(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline,
-                                    double reach, double halfWidth, cv::Point const& origin) {
+std::optional<DotLevels> measureLevels(cv::Mat const& image, cv::Point2d const& centre,
+                                       Ellipse const& outline, double reach, double halfWidth) {
+  cv::Point const origin(cvRound(centre.x), cvRound(centre.y));
   constexpr double leastPixels = 12;
   constexpr double leastPixelsForSlope = 80;
   GroundRing const ring(image, centre, outline.grownBy(halfWidth), outline.scaledBy(reach));
@@ -321,13 +305,15 @@ std::optional<Levels> measureLevels(cv::Mat const& image, cv::Point2d const& cen
     return std::nullopt;
   }
   if (core.n >= leastPixelsForSlope) {
-    return Levels{ground,
-                  {corePlane.value - ground.value, corePlane.slopeX - ground.slopeX, corePlane.slopeY - ground.slopeY},
-                  coreNoise};
+    return DotLevels{
+        origin,
+        ground,
+        {corePlane.value - ground.value, corePlane.slopeX - ground.slopeX, corePlane.slopeY - ground.slopeY},
+        coreNoise};
   }
   // Too few pixels for a slope: dot and ground are taken to be lit alike.
   double const ratio = contrast / std::max(ground.value, contrast);
-  return Levels{ground, {contrast, ground.slopeX * ratio, ground.slopeY * ratio}, coreNoise};
+  return DotLevels{origin, ground, {contrast, ground.slopeX * ratio, ground.slopeY * ratio}, coreNoise};
 }
 
 /// Sums over a dot, each pixel weighted by where it lies between ground and dot; positions from an origin.
@@ -339,16 +325,16 @@ struct WeightSums {
 };
 
 /// One row of a dot: pixels inside `inner` count in full, those outside `outer` not at all.
-WeightSums sumRow(std::uint8_t const* pixels, std::pair<int, int> const& inner, std::pair<int, int> const& outer,
-                  Levels const& levels, double y, int originX) {
+WeightSums sumRow(std::uint8_t const* pixels, std::pair<int, int> const& inner,
+                  std::pair<int, int> const& outer, DotLevels const& levels, double y, int originX) {
   WeightSums sums;
   double const ground = levels.ground.value + levels.ground.slopeY * y;
   double const contrast = levels.contrast.value + levels.contrast.slopeY * y;
   auto const add = [&](int from, int to) {
     for (int column = from; column < to; ++column) {
       double const x = column - originX;
-      double const w = (pixels[column] - (ground + levels.ground.slopeX * x)) /
-                       (contrast + levels.contrast.slopeX * x);
+      double const w =
+          (pixels[column] - (ground + levels.ground.slopeX * x)) / (contrast + levels.contrast.slopeX * x);
       sums.weight += w;
       sums.x += w * x;
       sums.mixed += w * (1.0 - w);
@@ -367,12 +353,12 @@ WeightSums sumRow(std::uint8_t const* pixels, std::pair<int, int> const& inner, 
   return sums;
 }
 
-WeightSums sumDot(cv::Mat const& image, EllipseRows const& inner, EllipseRows const& outer, Levels const& levels,
-                  cv::Point const& origin) {
+WeightSums sumDot(cv::Mat const& image, EllipseRows const& inner, EllipseRows const& outer,
+                  DotLevels const& levels) {
   WeightSums sums;
   for (int row = outer.top(); row < outer.bottom(); ++row) {
-    WeightSums const added = sumRow(image.ptr<std::uint8_t>(row), inner.columns(row), outer.columns(row), levels,
-                                    row - origin.y, origin.x);
+    WeightSums const added = sumRow(image.ptr<std::uint8_t>(row), inner.columns(row), outer.columns(row),
+                                    levels, row - levels.origin.y, levels.origin.x);
     sums.weight += added.weight;
     sums.x += added.x;
     sums.y += added.y;
@@ -393,7 +379,7 @@ double greyAround(cv::Mat const& image, cv::Point2d const& p) {
 /// Whether the dot stands out against its ground all around its rim. The edge of the light or of something in
 /// front that crosses the dot leaves directions where it does not.
 bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline, double halfWidth,
-             Levels const& levels, cv::Point const& origin) {
+             DotLevels const& levels) {
   constexpr double leastInside = 0.7;
   constexpr double mostInside = 1.5;
   constexpr double mostOutside = 0.25;
@@ -406,15 +392,12 @@ bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& out
   double const slack = 2.0 / levels.contrast.value; // one level of rounding and of noise
   for (int i = 0; i < rimDirections; ++i) {
     double const angle = 2.0 * CV_PI * i / rimDirections;
-    auto const relative = [&](cv::Point2d const& offset) {
-      cv::Point2d const p = centre + offset;
-      double const x = p.x - origin.x;
-      double const y = p.y - origin.y;
-      return (greyAround(image, p) - levels.ground.at(x, y)) / levels.contrast.at(x, y);
-    };
-    double const inside = relative(inner.rim(angle));
-    double const outside = relative(outer.rim(angle));
-    if (inside < leastInside - slack || inside > mostInside + slack || std::abs(outside) > mostOutside + slack) {
+    cv::Point2d const in = centre + inner.rim(angle);
+    cv::Point2d const out = centre + outer.rim(angle);
+    double const inside = levels.relative(in, greyAround(image, in));
+    double const outside = levels.relative(out, greyAround(image, out));
+    if (inside < leastInside - slack || inside > mostInside + slack ||
+        std::abs(outside) > mostOutside + slack) {
       return false;
     }
   }
@@ -425,7 +408,8 @@ bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& out
 /// weight * (1 - weight) integrates to s / sqrt(pi).
 double blurOf(double mixed, Ellipse const& outline) {
   double const perimeter =
-      2.0 * CV_PI * std::sqrt(0.5 * (outline.longAxis * outline.longAxis + outline.shortAxis * outline.shortAxis));
+      2.0 * CV_PI *
+      std::sqrt(0.5 * (outline.longAxis * outline.longAxis + outline.shortAxis * outline.shortAxis));
   return std::sqrt(CV_PI) * std::max(mixed, 0.0) / perimeter;
 }
 
@@ -438,8 +422,8 @@ double roomAround(cv::Mat const& image, cv::Point2d const& centre, Ellipse const
 
 } // namespace
 
-std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const& start, DotShape const& shape,
-                                         double halfWidth) {
+std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const& start,
+                                         DotShape const& shape, double halfWidth) {
   constexpr int maxRounds = 6;
   constexpr double settled = 0.05;
   constexpr double levelsHold = 0.5; // shift, pixels, after which dot and ground are measured anew
@@ -447,24 +431,22 @@ std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const
   double const room = std::max(0.45 * (shape.reach - 1.0) * outline.shortAxis, leastHalfWidth);
   cv::Point2d centre = start;
   cv::Point2d levelsAt;
-  cv::Point origin;
-  std::optional<Levels> levels;
+  std::optional<DotLevels> levels;
   for (int round = 0; round < maxRounds; ++round) {
     double const width = std::min({halfWidth, room, roomAround(image, centre, outline)});
     if (!(width >= leastHalfWidth)) {
       return std::nullopt;
     }
     if (!levels || cv::norm(centre - levelsAt) > levelsHold) {
-      origin = {cvRound(centre.x), cvRound(centre.y)};
-      levels = measureLevels(image, centre, outline, shape.reach, width, origin);
+      levels = measureLevels(image, centre, outline, shape.reach, width);
       levelsAt = centre;
     }
     if (!levels) {
       return std::nullopt;
     }
     WeightSums const sums = sumDot(image, EllipseRows(centre, outline.grownBy(-width)),
-                                   EllipseRows(centre, outline.grownBy(width)), *levels, origin);
-    cv::Point2d const moved = cv::Point2d(origin) + cv::Point2d(sums.x, sums.y) / sums.weight;
+                                   EllipseRows(centre, outline.grownBy(width)), *levels);
+    cv::Point2d const moved = cv::Point2d(levels->origin) + cv::Point2d(sums.x, sums.y) / sums.weight;
     if (!(sums.weight > 0) || !(cv::norm(moved - start) < outline.longAxis)) {
       return std::nullopt;
     }
@@ -472,10 +454,10 @@ std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const
     centre = moved;
     if (isSettled && cv::norm(centre - levelsAt) <= levelsHold) {
       if (roomAround(image, centre, outline) < leastHalfWidth ||
-          !isWhole(image, centre, outline, width, *levels, origin)) {
+          !isWhole(image, centre, outline, width, *levels)) {
         return std::nullopt;
       }
-      return DotMeasurement{centre, sums.weight, levels->contrast.value, blurOf(sums.mixed, outline)};
+      return DotMeasurement{centre, sums.weight, *levels, blurOf(sums.mixed, outline)};
     }
   }
   return std::nullopt;

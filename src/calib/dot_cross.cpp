@@ -10,8 +10,9 @@
 namespace vorn::mv {
 namespace {
 
-/// In a view from any side, a dot's own outline tells the local scale: divided by it, the dot is a unit circle
-/// and its nearest neighbours lie 4 away (8/3 for a marker). Dots of other relative sizes are allowed for.
+/// In a view from any side, a dot's own outline tells the local scale: divided by it, the dot is a unit
+/// circle and its nearest neighbours lie 4 away (8/3 for a marker). Dots of other relative sizes are allowed
+/// for.
 constexpr double maxNeighbourDistance = 7.0;
 constexpr double minNeighbourDistance = 1.8;
 
@@ -115,7 +116,8 @@ std::vector<std::optional<GridCross>> findCrosses(std::vector<DotCandidate> cons
   std::nth_element(areas.begin(), middle, areas.end());
   PointBuckets const buckets(centres, 2.0 * std::sqrt(*middle));
   for (std::size_t i = 0; i < candidates.size(); ++i) {
-    crosses[i] = crossOf(candidates, oppositePairs(nearestNeighbours(candidates, i, buckets, areaMultiplier)));
+    crosses[i] =
+        crossOf(candidates, oppositePairs(nearestNeighbours(candidates, i, buckets, areaMultiplier)));
   }
   return crosses;
 }

@@ -59,8 +59,7 @@ Basis alignedBasis(std::optional<GridCross> const& cross, Basis const& expected)
   constexpr double maxDeviation = 0.35;
   bool hasX = false;
   bool hasY = false;
-  for (cv::Point2d const& direction :
-       {cross->first, -cross->first, cross->second, -cross->second}) {
+  for (cv::Point2d const& direction : {cross->first, -cross->first, cross->second, -cross->second}) {
     cv::Point2d const inGrid = expected.inverse(direction);
     if (cv::norm(inGrid - cv::Point2d(1, 0)) < maxDeviation) {
       aligned.x = direction;
@@ -325,7 +324,8 @@ std::optional<Orientation> middleOrientation(RawGrid const& grid) {
   return orientation;
 }
 
-/// The grid's dots with indices counted from the origin, without those that are no dots of the target by size.
+/// The grid's dots with indices counted from the origin, without those that are no dots of the target by
+/// size.
 DotGrid oriented(RawGrid const& grid, Orientation const& orientation, std::vector<double> const& shares,
                  double ordinaryShare, std::vector<char> const& isMarker, TargetSettings const& settings) {
   DotGrid result;
@@ -334,8 +334,7 @@ DotGrid oriented(RawGrid const& grid, Orientation const& orientation, std::vecto
   for (std::size_t i = 0; i < grid.dots().size(); ++i) {
     cv::Point const raw = grid.dots()[i].index - origin;
     cv::Point const index(raw.dot(orientation.x), raw.dot(orientation.y));
-    bool const isMarkerPlace =
-        orientation.isMarked && index.x >= 0 && index.y >= 0 && index.x + index.y <= 1;
+    bool const isMarkerPlace = orientation.isMarked && index.x >= 0 && index.y >= 0 && index.x + index.y <= 1;
     bool const isTooSmall = shares[i] > 0 && shares[i] < settings.minAreaMultiplier * ordinaryShare;
     if ((isMarker[i] != 0) == isMarkerPlace && !isTooSmall) {
       result.dots.push_back({grid.dots()[i].candidate, index});
@@ -350,7 +349,8 @@ std::optional<DotGrid> settle(RawGrid const& grid, TargetSettings const& setting
   double const ordinary = medianOfPositive(shares);
   std::vector<char> isMarker;
   for (double const share : shares) {
-    isMarker.push_back(share >= leastMarkerRatio * ordinary && share <= settings.maxAreaMultiplier * ordinary);
+    isMarker.push_back(share >= leastMarkerRatio * ordinary &&
+                       share <= settings.maxAreaMultiplier * ordinary);
   }
   std::vector<Orientation> const corners = markedCorners(grid, isMarker);
   if (corners.size() > 1) {
@@ -375,7 +375,8 @@ std::optional<cv::Mat> gridFromImage(DotGrid const& grid, GridIndex const& place
     if (dot == GridIndex::none) {
       return std::nullopt;
     }
-    image[i] = candidates[static_cast<std::size_t>(grid.dots[static_cast<std::size_t>(dot)].candidate)].centre;
+    image[i] =
+        candidates[static_cast<std::size_t>(grid.dots[static_cast<std::size_t>(dot)].candidate)].centre;
     plane[i] = indices[i];
   }
   return cv::getPerspectiveTransform(image.data(), plane.data());

@@ -65,8 +65,8 @@ struct DotGrid {
   bool isOriginMarked = false;
 };
 
-/// Joins candidates into the largest grid in sight, a marked one before all others, and settles its origin and
-/// directions. Empty when there is none, or none whose indices agree with a homography around the origin.
+/// Joins candidates into the largest grid in sight, a marked one before all others, and settles its origin
+/// and directions. Empty when there is none, or none whose indices agree with a homography around the origin.
 DotGrid assignGrid(std::vector<DotCandidate> const& candidates,
                    std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings);
 

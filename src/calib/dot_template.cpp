@@ -11,25 +11,29 @@
 namespace vorn::mv {
 namespace {
 
-/// Least correlation of a candidate with a dot. Squares reach 0.9 but do not come in grids; ragged shapes stay
-/// below.
+/// Least correlation of a candidate with a dot. Squares reach 0.9 but do not come in grids; ragged shapes
+/// stay below.
 constexpr double leastCorrelation = 0.7;
 
 /// Ground around the dot that a template shows, in dot radii.
 constexpr double templateReach = 1.7;
+
+/// Grey levels of drawn dots and of rectified ones: noise has room on either side.
+constexpr double groundGrey = 60;
+constexpr double dotGrey = 195;
 
 /// A dot of the given radius in the middle of a square of the given half side.
 cv::Mat drawTemplate(int radius, int half, double blur) {
   int const side = 2 * half + 1;
   cv::Mat drawn = cv::Mat::zeros(side, side, CV_8U);
   cv::Point const centre(half, half);
-  cv::circle(drawn, centre, 2 * side, cv::Scalar::all(50), cv::FILLED);
-  cv::circle(drawn, centre, radius, cv::Scalar::all(200), cv::FILLED);
+  cv::circle(drawn, centre, 2 * side, cv::Scalar::all(groundGrey), cv::FILLED);
+  cv::circle(drawn, centre, radius, cv::Scalar::all(dotGrey), cv::FILLED);
   cv::GaussianBlur(drawn, drawn, {}, blur);
   return drawn;
 }
 
-std::uint8_t sample(cv::Mat const& image, cv::Point2d const& p) {
+double sample(cv::Mat const& image, cv::Point2d const& p) {
   double const x = std::clamp(p.x, 0.0, image.cols - 1.001);
   double const y = std::clamp(p.y, 0.0, image.rows - 1.001);
   int const column = static_cast<int>(x);
@@ -38,16 +42,15 @@ std::uint8_t sample(cv::Mat const& image, cv::Point2d const& p) {
   double const fy = y - row;
   std::uint8_t const* upper = image.ptr<std::uint8_t>(row) + column;
   std::uint8_t const* lower = image.ptr<std::uint8_t>(row + 1) + column;
-  double const value =
-      (1 - fy) * ((1 - fx) * upper[0] + fx * upper[1]) + fy * ((1 - fx) * lower[0] + fx * lower[1]);
-  return static_cast<std::uint8_t>(value + 0.5);
+  return (1 - fy) * ((1 - fx) * upper[0] + fx * upper[1]) + fy * ((1 - fx) * lower[0] + fx * lower[1]);
 }
 
 /// Square patches side by side in one image, so that one correlation serves all.
 class Atlas {
 public:
   Atlas(std::size_t count, int half)
-      : half_(half), columns_(std::max(1, static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count)))))) {
+      : half_(half),
+        columns_(std::max(1, static_cast<int>(std::ceil(std::sqrt(static_cast<double>(count)))))) {
     int const rows = (static_cast<int>(count) + columns_ - 1) / columns_;
     image_ = cv::Mat::zeros(std::max(rows, 1) * side(), columns_ * side(), CV_8U);
   }
@@ -60,14 +63,14 @@ public:
     return {number % columns_ * side(), number / columns_ * side()};
   }
 
-  /// Fills a patch: `position(offset)` is the place in `source` of an offset from the patch's middle.
-  template <class Position>
-  void fill(std::size_t patch, cv::Mat const& source, Position const& position) {
+  /// Fills a patch: `grey(offset)` is the grey level at an offset from the patch's middle.
+  template <class Grey>
+  void fill(std::size_t patch, Grey const& grey) {
     cv::Point const at = corner(patch);
     for (int y = 0; y < side(); ++y) {
       std::uint8_t* row = image_.ptr<std::uint8_t>(at.y + y) + at.x;
       for (int x = 0; x < side(); ++x) {
-        row[x] = sample(source, position(cv::Point2d(x - half_, y - half_)));
+        row[x] = cv::saturate_cast<std::uint8_t>(grey(cv::Point2d(x - half_, y - half_)));
       }
     }
   }
@@ -78,12 +81,14 @@ private:
   cv::Mat image_;
 };
 
-/// Where a quadratic surface through the response around (x, y) peaks, relative to there; zero if it does not.
+/// Where a quadratic surface through the response around (x, y) peaks, relative to there; zero if it does
+/// not.
 cv::Point2d quadraticPeak(cv::Mat const& response, cv::Point const& at) {
   std::vector<cv::Point3f> points;
   for (int y = -2; y <= 2; ++y) {
     for (int x = -2; x <= 2; ++x) {
-      points.emplace_back(static_cast<float>(x), static_cast<float>(y), response.at<float>(at.y + y, at.x + x));
+      points.emplace_back(static_cast<float>(x), static_cast<float>(y),
+                          response.at<float>(at.y + y, at.x + x));
     }
   }
   cv::Mat const surface = math::quadraticFit(points);
@@ -123,9 +128,9 @@ std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandida
     if (isJudged[i] != 0) {
       cv::Point2d const centre = level.fromFull(candidates[i].centre);
       cv::Matx22d const scale = candidates[i].outline * (1.0 / (radius * level.factor));
-      atlas.fill(patch++, level.image, [&](cv::Point2d const& offset) {
+      atlas.fill(patch++, [&](cv::Point2d const& offset) {
         cv::Vec2d const step = scale * cv::Vec2d(offset.x, offset.y);
-        return cv::Point2d(centre.x + step[0], centre.y + step[1]);
+        return sample(level.image, {centre.x + step[0], centre.y + step[1]});
       });
     }
   }
@@ -143,7 +148,7 @@ std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandida
   return resembles;
 }
 
-std::vector<cv::Point2d> correlationPeaks(cv::Mat const& image, std::vector<DotRectifier> const& dots,
+std::vector<cv::Point2d> correlationPeaks(cv::Mat const& image, std::vector<RectifiedDot> const& dots,
                                           double radius, double reach) {
   constexpr int play = 4;
   std::vector<cv::Point2d> peaks(dots.size());
@@ -154,7 +159,10 @@ std::vector<cv::Point2d> correlationPeaks(cv::Mat const& image, std::vector<DotR
   int const half = static_cast<int>(std::min(reach, templateReach) * drawnRadius);
   Atlas atlas(dots.size(), half + play);
   for (std::size_t i = 0; i < dots.size(); ++i) {
-    atlas.fill(i, image, [&](cv::Point2d const& offset) { return dots[i](offset * (1.0 / drawnRadius)); });
+    atlas.fill(i, [&](cv::Point2d const& offset) {
+      cv::Point2d const p = dots[i].position(offset * (1.0 / drawnRadius));
+      return groundGrey + (dotGrey - groundGrey) * dots[i].levels.relative(p, sample(image, p));
+    });
   }
   cv::Mat response;
   cv::matchTemplate(atlas.image(), drawTemplate(drawnRadius, half, 1.0), response, cv::TM_CCOEFF_NORMED);

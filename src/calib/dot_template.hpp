@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "calib/dot_candidate.hpp"
+#include "calib/dot_centre.hpp"
 #include "calib/dot_grid.hpp"
 
 namespace vorn::mv {
@@ -16,16 +17,20 @@ namespace vorn::mv {
 std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandidate> const& candidates,
                                std::vector<std::optional<GridCross>> const& crosses);
 
-/// A dot made round: where in the image a position lies that is given in the dot's own radii from its centre.
-using DotRectifier = std::function<cv::Point2d(cv::Point2d const&)>;
+/// A dot made round and evenly lit.
+struct RectifiedDot {
+  /// Where in the image a position lies that is given in the dot's own radii from its centre.
+  std::function<cv::Point2d(cv::Point2d const&)> position;
+  DotLevels levels;
+};
 
 /// Centres of dots by the peak of the correlation with a drawn dot, refined with `math::quadraticFit`.
 ///
-/// @param dots   one rectifier for each dot
 /// @param radius mean radius of the dots in the image, pixels
 /// @param reach  how far the bare ground around the dots reaches, in radii
-/// @return positions in radii from where each rectifier has its centre; a dot whose peak is not near it keeps (0, 0)
-std::vector<cv::Point2d> correlationPeaks(cv::Mat const& image, std::vector<DotRectifier> const& dots, double radius,
-                                          double reach);
+/// @return positions in radii from where each dot has its centre; a dot whose peak is not near it keeps (0,
+/// 0)
+std::vector<cv::Point2d> correlationPeaks(cv::Mat const& image, std::vector<RectifiedDot> const& dots,
+                                          double radius, double reach);
 
 } // namespace vorn::mv

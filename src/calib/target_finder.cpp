@@ -151,7 +151,8 @@ private:
     double const cell = std::abs(cv::determinant(jacobian));
     double const shortAxis = radius * cell / std::max(cv::norm(jacobian), 1e-9);
     double const halfWidth = halfWidth_ > 0 ? halfWidth_ : std::clamp(0.4 * shortAxis, 2.0, 6.0);
-    auto const measured = measureDot(image_, dot.centre, {jacobian * radius, groundReach / radius}, halfWidth);
+    auto const measured =
+        measureDot(image_, dot.centre, {jacobian * radius, groundReach / radius}, halfWidth);
     if (!measured) {
       return std::nullopt;
     }
@@ -202,7 +203,8 @@ private:
   }
 
   std::optional<MeasuredDot> findMissing(TargetMap const& map, cv::Point const& index, int reach,
-                                         GridIndex const& present, std::vector<MeasuredDot> const& dots) const {
+                                         GridIndex const& present,
+                                         std::vector<MeasuredDot> const& dots) const {
     constexpr std::size_t leastNeighbours = 2;
     constexpr double farthest = 0.15;
     std::vector<double> contrasts;
@@ -210,7 +212,7 @@ private:
       for (int x = -reach; x <= reach; ++x) {
         int const neighbour = present.at(index + cv::Point(x, y));
         if (neighbour != GridIndex::none) {
-          contrasts.push_back(dots[static_cast<std::size_t>(neighbour)].measured.contrast);
+          contrasts.push_back(dots[static_cast<std::size_t>(neighbour)].measured.levels.contrast.value);
         }
       }
     }
@@ -232,7 +234,7 @@ private:
     cv::Point2d const offset = found->dot.centre - expected;
     cv::Vec2d const inGrid = local->jacobian(index).inv() * cv::Vec2d(offset.x, offset.y);
     double const size = found->radius / (isMarker(index) ? markerRadius_ : ordinaryRadius_);
-    double const contrast = found->measured.contrast / medianOf(contrasts);
+    double const contrast = found->measured.levels.contrast.value / medianOf(contrasts);
     constexpr double mostSizeRatio = 1.15;
     constexpr double mostContrastRatio = 2.5;
     bool const isAlike = size < mostSizeRatio && size * mostSizeRatio > 1 && contrast < mostContrastRatio &&
@@ -297,7 +299,8 @@ void dropMisplaced(std::vector<MeasuredDot>& dots) {
       for (int y = -2; y <= 2 && isWorst; ++y) {
         for (int x = -2; x <= 2; ++x) {
           int const other = index.at(dots[i].dot.index + cv::Point(x, y));
-          isWorst = isWorst && (other == GridIndex::none || deviations[static_cast<std::size_t>(other)] <= deviations[i]);
+          isWorst = isWorst && (other == GridIndex::none ||
+                                deviations[static_cast<std::size_t>(other)] <= deviations[i]);
         }
       }
       if (!isWorst) {
@@ -322,7 +325,7 @@ void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& do
   for (bool const areMarkers : {false, true}) {
     std::vector<std::size_t> numbers;
     std::vector<double> radii;
-    std::vector<DotRectifier> rectifiers;
+    std::vector<RectifiedDot> rectified;
     double reach = 0;
     for (std::size_t i = 0; i < before.size(); ++i) {
       MeasuredDot const& dot = before[i];
@@ -331,23 +334,25 @@ void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& do
         // The map passes by the dot at the distance of its noise; the patch is centred on the dot itself.
         cv::Point2d const index(dot.dot.index);
         cv::Point2d const shift = dot.dot.centre - local->position(index);
-        rectifiers.emplace_back([local, index, shift, radius = dot.radius](cv::Point2d const& offset) {
-          return local->position(index + offset * radius) + shift;
-        });
+        rectified.push_back({[local, index, shift, radius = dot.radius](cv::Point2d const& offset) {
+                               return local->position(index + offset * radius) + shift;
+                             },
+                             dot.measured.levels});
         numbers.push_back(i);
         radii.push_back(std::sqrt(dot.measured.area / CV_PI));
         reach = groundReach / dot.radius;
       }
     }
-    std::vector<cv::Point2d> const peaks = correlationPeaks(grid.image(), rectifiers, medianOf(radii), reach);
+    std::vector<cv::Point2d> const peaks = correlationPeaks(grid.image(), rectified, medianOf(radii), reach);
     for (std::size_t k = 0; k < numbers.size(); ++k) {
-      dots[numbers[k]].dot.centre = rectifiers[k](peaks[k]);
+      dots[numbers[k]].dot.centre = rectified[k].position(peaks[k]);
     }
   }
 }
 
 /// Takes out dots outside the bounds of area and shape.
-void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& grid, TargetSettings const& settings) {
+void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& grid,
+                      TargetSettings const& settings) {
   auto const map = TargetMap::fit(GridMeasurement::targetDots(dots));
   if (!map) {
     dots.clear();
@@ -364,8 +369,9 @@ void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& gri
     bool const isMarker = grid.isMarker(dot.dot.index);
     double const relative = dot.radius / usual;
     double const area = dot.measured.area;
-    if (relative < std::sqrt(settings.minAreaMultiplier) || relative > std::sqrt(settings.maxAreaMultiplier) ||
-        area < settings.minDotArea || (!isMarker && area > settings.maxDotArea)) {
+    if (relative < std::sqrt(settings.minAreaMultiplier) ||
+        relative > std::sqrt(settings.maxAreaMultiplier) || area < settings.minDotArea ||
+        (!isMarker && area > settings.maxDotArea)) {
       return true;
     }
     auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
@@ -388,9 +394,10 @@ void centreIndices(std::vector<TargetDot>& dots) {
   for (TargetDot const& dot : dots) {
     mean += dot.centre * (1.0 / static_cast<double>(dots.size()));
   }
-  auto const nearest = std::min_element(dots.begin(), dots.end(), [&](TargetDot const& a, TargetDot const& b) {
-    return cv::norm(a.centre - mean) < cv::norm(b.centre - mean);
-  });
+  auto const nearest =
+      std::min_element(dots.begin(), dots.end(), [&](TargetDot const& a, TargetDot const& b) {
+        return cv::norm(a.centre - mean) < cv::norm(b.centre - mean);
+      });
   cv::Point const origin = nearest->index;
   for (TargetDot& dot : dots) {
     dot.index -= origin;

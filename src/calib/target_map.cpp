@@ -11,7 +11,9 @@ namespace {
 
 using Powers = std::array<double, 6>;
 
-Powers powers(cv::Point2d const& d) { return {1, d.x, d.y, d.x * d.x, d.x * d.y, d.y * d.y}; }
+Powers powers(cv::Point2d const& d) {
+  return {1, d.x, d.y, d.x * d.x, d.x * d.y, d.y * d.y};
+}
 
 /// A dot near the centre of a local map.
 struct Sample {
@@ -31,7 +33,8 @@ int distinctValues(std::vector<Sample> const& samples, double cv::Point2d::*coor
 
 /// Least-squares polynomial through the samples' residuals with `Count` of the six powers.
 template <int Count>
-bool fitPolynomial(std::vector<Sample> const& samples, std::array<cv::Point2d, 6>& coefficients, double& variance) {
+bool fitPolynomial(std::vector<Sample> const& samples, std::array<cv::Point2d, 6>& coefficients,
+                   double& variance) {
   cv::Matx<double, Count, Count> normal = cv::Matx<double, Count, Count>::zeros();
   cv::Matx<double, Count, 2> right = cv::Matx<double, Count, 2>::zeros();
   for (Sample const& sample : samples) {

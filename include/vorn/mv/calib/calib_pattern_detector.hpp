@@ -1,0 +1,107 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/types.hpp>
+
+#include <vorn/core/algorithm.hpp>
+#include <vorn/core/export.hpp>
+#include <vorn/mv/calib/calib_key_point.hpp>
+#include <vorn/mv/calib/calib_pattern_type.hpp>
+
+namespace vorn::mv {
+
+/// Finds the dots of a circle-grid calibration target in an image and tells which dot each one is.
+///
+/// The target is a square grid of dots half the pitch in diameter. Three marker dots of 0.75 of the pitch
+/// stand at the grid positions (0, 0), (1, 0) and (0, 1); seen from the front, x runs to the right and y
+/// down. They give every dot its index however the target is turned and however much of it is outside the
+/// image, as long as the three are in view. Where no markers are seen, indices count from the dot nearest the
+/// middle of the visible grid, with x along the image's columns; see `Result::isOriginMarked`.
+///
+/// The position of a key point is the image of the dot's centre. That is not the centre of the dot's image:
+/// perspective shifts one against the other by up to tenths of a pixel, which is corrected.
+///
+/// Dots that are cut by the image border, by the edge of the light or by something in front of the target are
+/// left out, and so are dots that do not stand where those around them say.
+///
+/// Properties:
+/// - "PatternType" enum CircleGridWhiteOnGray: polarity of the dots
+/// - "PatternDim" double 20.0 [1.0, 100.0]: the pitch; the unit of the positions on the target
+/// - "XMin" int -10 [-30, -1], "XMax" int 10 [1, 30]: first and last column of the grid
+/// - "YMin" int -7 [-30, -1], "YMax" int 7 [1, 30]: first and last row of the grid
+/// - "MinKeypointCount" int 30 [9, 100]: fewer dots count as no target
+/// - "MinDotArea" double 50.0 [0.0, 500.0], "MaxDotArea" double 1000.0 [100.0, 10000.0]: bounds of the
+/// ordinary
+///   dots' areas, px²; narrow bounds make the search faster
+/// - "BlurRadius" int 7 [0, 15]: of the smoothing before the search, px; its Gaussian has a third of it as
+///   deviation, and never more than a sixth of the smallest dot's diameter
+/// - "MorphRadius" int 1 [0, 10]: specks and necks of less than this radius are taken off the blobs, px
+/// - "MinDotRatio" double 0.3 [0.1, 1.0]: least ratio of a dot's short axis to its long one; 0.5 is a tilt of
+/// 60
+///   degrees
+/// - "MinDotAreaMultiplier" double 0.6 [0.1, 1.0], "MaxDotAreaMultiplier" double 6.0 [1.0, 10.0]: bounds of a
+/// dot's
+///   area relative to the ordinary dots; the upper one bounds the markers
+/// - "PXMin" int -2 [-5, -1], "PXMax" int 2 [1, 5], "PYMin" int -2 [-5, -1], "PYMax" int 2 [1, 5]: the
+/// indices
+///   around the origin whose dots must agree on one homography; a lens with strong distortion wants less
+/// - "QuadraticFit" bool false: measure centres by the peak of the correlation with a drawn dot, refined by
+///   `math::quadraticFit`, instead of by the centre of area; slower, better under strong noise and blur
+class VORN_API CalibPatternDetector : public AlgorithmBase {
+public:
+  class Result;
+
+  CalibPatternDetector();
+
+  /// Searches an image.
+  /// @param image H x W CV_8UC1, or CV_8UC3 in blue, green, red
+  /// @return the dots by rows of the grid; an empty result when there is no target in view
+  /// @throws Exception "Invalid input image type" for any other image, and before `Library::init`
+  Result detect(cv::Mat const& image) const;
+
+  std::string const& getClassName() const override;
+};
+
+/// The dots that a detector found.
+class VORN_API CalibPatternDetector::Result : public AlgorithmResultBase {
+public:
+  Result();
+
+  void addKeyPoint(CalibKeyPoint const& keyPoint);
+  int count() const;
+  bool isEmpty() const;
+  /// @throws Exception for a number outside [0, count())
+  CalibKeyPoint const& getKeyPoint(int number) const;
+  std::vector<CalibKeyPoint>& getKeyPoints();
+  std::vector<CalibKeyPoint> const& getKeyPoints() const;
+  /// The image positions, in the order of the key points.
+  std::vector<cv::Point2f> getImgPnts() const;
+  /// The positions on the target, in the order of the key points.
+  std::vector<cv::Point2f> getObjPnts() const;
+
+  /// Whether the marker dots were seen, so that every dot has its own index. Views from several devices go
+  /// together only if they were, for each device counts from another origin otherwise.
+  bool isOriginMarked() const;
+  void setOriginMarked(bool isMarked);
+
+  /// Draws the dots into an image: a ring about each and the lines of the grid in `color1`; the axes from the
+  /// origin, with their names, the markers and the indices along both axes in `color2`. Nothing for an empty
+  /// result.
+  /// @param image  8-bit, any number of channels; drawn upon
+  /// @param radius of the rings, pixels
+  void draw(cv::Mat& image, int radius, cv::Scalar const& color1, cv::Scalar const& color2) const;
+
+  std::string const& getClassName() const override;
+
+private:
+  struct Private;
+  Private const& own() const;
+  Private& change();
+};
+
+} // namespace vorn::mv

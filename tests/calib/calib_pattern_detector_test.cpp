@@ -1,0 +1,241 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/mv/calib/calib_pattern_detector.hpp>
+#include <vorn/mv/core/library.hpp>
+
+#include "support/expect_error.hpp"
+#include "support/seed.hpp"
+#include "support/target_photos.hpp"
+
+namespace vorn::test {
+namespace {
+
+using mv::CalibPatternDetector;
+using sim::Overlay;
+using sim::TargetPhoto;
+
+/// What noise of two grey levels leaves of a centre, with room for the worst lighting of these views: the
+/// edge of a dot of diameter d holds it to about 0.02 / sqrt(d) px, and small dots have fewer pixels for
+/// their levels.
+constexpr double maxRms = 0.015;
+constexpr double maxRmsSmall = 0.04;
+
+class CalibPatternDetectorTest : public testing::Test {
+protected:
+  static void SetUpTestSuite() { mv::Library::init(); }
+
+  static DetectionErrors errorsOf(TargetPhoto const& photo,
+                                  CalibPatternDetector const& detector = targetDetector()) {
+    auto const result = detector.detect(sim::render(photo));
+    EXPECT_TRUE(result.isOriginMarked());
+    return compare(result, photo);
+  }
+
+  static void expectAll(DetectionErrors const& errors, double rms) {
+    EXPECT_EQ(errors.found, errors.visible) << errors;
+    EXPECT_EQ(errors.wrong, 0) << errors;
+    EXPECT_LT(errors.rms, rms) << errors;
+  }
+};
+
+TEST_F(CalibPatternDetectorTest, MeasuresTheImagesOfDotCentresFromAnySide) {
+  expectAll(errorsOf(targetPhoto(20, 0, 0, 0)), maxRms);
+  expectAll(errorsOf(targetPhoto(20, 45, 60, 130)), maxRms);
+  expectAll(errorsOf(targetPhoto(20, 60, 100, -77)), maxRms);
+  expectAll(errorsOf(targetPhoto(47, 35, 10, 180)), maxRms);
+  expectAll(errorsOf(targetPhoto(10, 40, 200, 33)), maxRmsSmall);
+  expectAll(errorsOf(targetPhoto(8, 15, 200, -90)), maxRmsSmall);
+}
+
+TEST_F(CalibPatternDetectorTest, MeasuresTheSameByTemplate) {
+  CalibPatternDetector detector = targetDetector();
+  detector["QuadraticFit"] = true;
+  expectAll(errorsOf(targetPhoto(20, 60, 100, -77), detector), maxRms);
+  expectAll(errorsOf(targetPhoto(47, 35, 10, 180), detector), maxRms);
+  expectAll(errorsOf(targetPhoto(10, 40, 200, 33), detector), maxRmsSmall);
+}
+
+TEST_F(CalibPatternDetectorTest, KeepsIndicesWhenHalfTheTargetIsOutside) {
+  for (cv::Point2d const& lookedAt : {cv::Point2d(-120, -60), cv::Point2d(130, 80), cv::Point2d(100, -90)}) {
+    TargetPhoto photo = targetPhoto(20, 30, 40, 200);
+    photo.cam_from_target = sim::viewOf(lookedAt, 600, 30, 40, 200);
+    DetectionErrors const errors = errorsOf(photo);
+    EXPECT_LT(errors.visible, 300);
+    expectAll(errors, maxRms);
+  }
+}
+
+TEST_F(CalibPatternDetectorTest, FindsTheTargetAmongClutter) {
+  TargetPhoto photo = targetPhoto(20, 30, 20, 10);
+  photo.cam_from_target = sim::viewOf({0, 0}, 1000, 30, 20, 10);
+  cv::RNG random(seed());
+  float const width = static_cast<float>(photo.device.resolution().width);
+  float const height = static_cast<float>(photo.device.resolution().height);
+  for (int i = 0; i < 200; ++i) {
+    float const x = random.uniform(0.0F, 0.13F * width);
+    cv::Point2f const centre(i % 2 == 0 ? x : width - x, random.uniform(0.0F, height));
+    cv::Size2f const size(random.uniform(5.0F, 40.0F), random.uniform(5.0F, 40.0F));
+    photo.overlays.push_back({{centre, size, random.uniform(0.0F, 180.0F)},
+                              i % 3 == 0 ? Overlay::Shape::Box : Overlay::Shape::Ellipse,
+                              random.uniform(0.0, 1.0)});
+  }
+  expectAll(errorsOf(photo), maxRms);
+}
+
+TEST_F(CalibPatternDetectorTest, LeavesOutDotsThatAreCutAndReachesThoseBeyond) {
+  TargetPhoto photo = targetPhoto(20, 20, 20, 10);
+  cv::Point2f const middle(0.3F * static_cast<float>(photo.device.resolution().width),
+                           0.5F * static_cast<float>(photo.device.resolution().height));
+  photo.overlays.push_back({{middle, {70, 1500}, 10}, Overlay::Shape::Box, 0.4});
+  photo.overlays.push_back({{middle * 2.3F, {55, 35}, 70}, Overlay::Shape::Ellipse, 0.02});
+  DetectionErrors const errors = errorsOf(photo);
+  EXPECT_LT(errors.visible, 290);
+  EXPECT_GE(errors.found, errors.visible - 3)
+      << errors; // some stand too close to the bar to be told from cut ones
+  EXPECT_EQ(errors.wrong, 0);
+  EXPECT_LT(errors.worst, 0.1) << errors; // a dot that has lost a twentieth of its area would be off by more
+}
+
+TEST_F(CalibPatternDetectorTest, CopesWithLightBlurAndNoise) {
+  TargetPhoto dim = targetPhoto(20, 30, 20, 10);
+  dim.white = 40;
+  dim.noise = 1;
+  TargetPhoto uneven = targetPhoto(20, 30, 20, 10);
+  uneven.shading = {1.6, 0.2};
+  TargetPhoto blurred = targetPhoto(20, 30, 20, 10);
+  blurred.blur = 2;
+  TargetPhoto noisy = targetPhoto(20, 30, 20, 10);
+  noisy.noise = 10;
+  TargetPhoto bent = targetPhoto(20, 25, 20, 10);
+  bent.device = sim::Device(bent.device.focal() * 0.6, bent.device.centre(), {-0.35, 0.15, 0, 0, 0},
+                            bent.device.resolution());
+  bent.cam_from_target = sim::viewOf({0, 0}, 450, 25, 20, 10);
+  expectAll(errorsOf(uneven), maxRms);
+  expectAll(errorsOf(bent), maxRms);
+  expectAll(errorsOf(blurred), 2 * maxRms);
+  // Noise relative to contrast is two and a half and five times that of the others.
+  expectAll(errorsOf(dim), 2.5 * maxRms);
+  expectAll(errorsOf(noisy), 5 * maxRms);
+}
+
+TEST_F(CalibPatternDetectorTest, CountsFromTheMiddleWithoutMarkers) {
+  TargetPhoto photo = targetPhoto(20, 20, 20, 100);
+  photo.target.grid.hasMarkers = false;
+  auto const result = targetDetector().detect(sim::render(photo));
+  // 15 columns and 21 rows in this view, of which the detector's range allows 15.
+  EXPECT_EQ(result.count(), 15 * 15);
+  EXPECT_FALSE(result.isOriginMarked());
+  cv::Point2f origin(-1, -1);
+  cv::Point2f next(-1, -1);
+  for (mv::CalibKeyPoint const& point : result.getKeyPoints()) {
+    origin = cv::norm(point.objPnt) == 0 ? point.imgPnt : origin;
+    next = point.objPnt == cv::Point2f(15, 0) ? point.imgPnt : next;
+  }
+  cv::Point2d const middle = *photo.device.project(photo.cam_from_target * cv::Vec3d(0, 0, 0));
+  EXPECT_LT(cv::norm(cv::Point2d(origin) - middle), 40) << "one pitch";
+  EXPECT_GT(next.x - origin.x, std::abs(next.y - origin.y));
+}
+
+TEST_F(CalibPatternDetectorTest, FindsNothingWithoutATarget) {
+  CalibPatternDetector const detector = targetDetector();
+  cv::Mat noise(480, 640, CV_8U);
+  cv::RNG(seed()).fill(noise, cv::RNG::UNIFORM, 0, 256);
+  cv::Mat smooth;
+  cv::GaussianBlur(noise, smooth, {}, 3);
+  cv::normalize(smooth, smooth, 0, 255, cv::NORM_MINMAX);
+  cv::Mat squares(480, 640, CV_8U);
+  for (int y = 0; y < squares.rows; ++y) {
+    for (int x = 0; x < squares.cols; ++x) {
+      squares.at<std::uint8_t>(y, x) = (x / 20 + y / 20) % 2 == 0 ? 200 : 40;
+    }
+  }
+  for (cv::Mat const& image : {cv::Mat(480, 640, CV_8U, cv::Scalar(90)), noise, smooth, squares,
+                               cv::Mat(1, 1, CV_8U), cv::Mat(3, 700, CV_8U, cv::Scalar(0)), cv::Mat()}) {
+    EXPECT_TRUE(detector.detect(image).isEmpty()) << image.size();
+  }
+}
+
+TEST_F(CalibPatternDetectorTest, TakesColourRegionsAndEitherPolarity) {
+  TargetPhoto const photo = targetPhoto(12, 20, 20, 10);
+  cv::Mat const grey = sim::render(photo);
+  CalibPatternDetector detector = targetDetector();
+  auto const expected = detector.detect(grey);
+  ASSERT_EQ(expected.count(), 315);
+  auto const expectSame = [&](cv::Mat const& image) {
+    auto const result = detector.detect(image);
+    EXPECT_EQ(result.getImgPnts(), expected.getImgPnts());
+    EXPECT_EQ(result.getObjPnts(), expected.getObjPnts());
+  };
+  cv::Mat frame;
+  cv::copyMakeBorder(grey, frame, 5, 5, 7, 9, cv::BORDER_CONSTANT, 255);
+  expectSame(frame(cv::Rect({7, 5}, grey.size())));
+  cv::Mat colour;
+  cv::cvtColor(grey, colour, cv::COLOR_GRAY2BGR);
+  expectSame(colour);
+  detector["PatternType"] = mv::CalibPatternType(mv::CalibPatternType::CircleGridGrayOnWhite);
+  expectSame(255 - grey);
+  EXPECT_TRUE(detector.detect(grey).isEmpty());
+}
+
+TEST_F(CalibPatternDetectorTest, RejectsOtherImageTypes) {
+  CalibPatternDetector const detector;
+  for (int const type : {CV_16UC1, CV_32FC1, CV_8UC4, CV_8UC2}) {
+    expectError([&] { detector.detect(cv::Mat(100, 100, type, cv::Scalar::all(0))); },
+                "Invalid input image type");
+  }
+}
+
+TEST_F(CalibPatternDetectorTest, EveryBoundTakesEffect) {
+  TargetPhoto const photo = targetPhoto(20, 50, 20, 10); // areas from 150 to 260 px², axis ratio 0.6
+  cv::Mat const image = sim::render(photo);
+  auto const countWith = [&](char const* name, Variant const& value) {
+    CalibPatternDetector detector = targetDetector();
+    detector[name] = value;
+    return detector.detect(image).count();
+  };
+  ASSERT_EQ(targetDetector().detect(image).count(), 315);
+  EXPECT_EQ(countWith("XMin", -4), 15 * 15);
+  EXPECT_EQ(countWith("XMax", 3), 14 * 15);
+  EXPECT_EQ(countWith("YMin", -1), 21 * 9);
+  EXPECT_EQ(countWith("YMax", 2), 21 * 10);
+  EXPECT_EQ(countWith("MinDotArea", 500.0), 0);
+  EXPECT_EQ(countWith("MaxDotArea", 100.0), 0);
+  EXPECT_EQ(countWith("MinDotRatio", 0.9), 0);
+  EXPECT_EQ(countWith("MorphRadius", 10), 0);
+  // Markers are 2.25 times as large as the others.
+  EXPECT_EQ(countWith("MaxDotAreaMultiplier", 2.0), 312);
+  TargetPhoto few = photo;
+  few.target.grid.columns = {-3, 4};
+  few.target.grid.rows = {-3, 4};
+  EXPECT_EQ(targetDetector().detect(sim::render(few)).count(), 49);
+  CalibPatternDetector demanding = targetDetector();
+  demanding["MinKeypointCount"] = 50;
+  EXPECT_TRUE(demanding.detect(sim::render(few)).isEmpty());
+}
+
+TEST_F(CalibPatternDetectorTest, ResultHoldsWhatIsAddedAndDrawsIt) {
+  CalibPatternDetector::Result result;
+  EXPECT_TRUE(result.isEmpty());
+  cv::Mat canvas = cv::Mat::zeros(100, 100, CV_8UC3);
+  result.draw(canvas, 5, {255, 0, 0}, {0, 0, 255});
+  EXPECT_EQ(cv::countNonZero(canvas.reshape(1)), 0);
+  result.addKeyPoint({{20, 30}, {0, 0}});
+  result.addKeyPoint({{60, 30}, {15, 0}});
+  CalibPatternDetector::Result const copy = result;
+  result.getKeyPoints().front().imgPnt.x = 21;
+  EXPECT_EQ(copy.getKeyPoint(0).imgPnt, cv::Point2f(20, 30));
+  EXPECT_EQ(result.count(), 2);
+  EXPECT_EQ(result.getImgPnts(), (std::vector<cv::Point2f>{{21, 30}, {60, 30}}));
+  EXPECT_EQ(result.getObjPnts(), (std::vector<cv::Point2f>{{0, 0}, {15, 0}}));
+  expectError([&] { result.getKeyPoint(2); }, "No key point 2");
+  result.draw(canvas, 5, {255, 0, 0}, {0, 0, 255});
+  EXPECT_GT(canvas.at<cv::Vec3b>(35, 60)[0], 100) << "the ring about the second dot";
+  EXPECT_GT(canvas.at<cv::Vec3b>(30, 40)[2], 100) << "the x axis";
+}
+
+} // namespace
+} // namespace vorn::test
