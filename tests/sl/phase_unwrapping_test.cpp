@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstdint>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <queue>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 
@@ -36,70 +38,124 @@ struct Waiting {
 constexpr int neighbours[4][2] = {{0, -1}, {0, 1}, {-1, 0}, {1, 0}};
 
 /// The growth, pixel by pixel over the standard library's heap.
-void unwrapLiterally(Maps& m) {
-  std::priority_queue<Waiting> queue;
-  auto const isInside = [&](int r, int c) {
-    return r >= 1 && c >= 1 && r < m.phase.rows - 1 && c < m.phase.cols - 1;
-  };
-  auto const isMasked = [&](int r, int c) { return !m.mask.empty() && m.mask(r, c) == 0; };
-  auto const push = [&](int row, int column, bool takesMasked) {
-    for (auto const& n : neighbours) {
-      int const r = row + n[0];
-      int const c = column + n[1];
-      if (isInside(r, c) && m.state(r, c) == 0 && (takesMasked || !isMasked(r, c))) {
-        queue.push({r, c, m.quality(r, c)});
-        m.state(r, c) = '_';
-      }
+class LiteralUnwrapping {
+public:
+  explicit LiteralUnwrapping(Maps& maps) : m_(maps) {}
+
+  /// With one queue for the whole image.
+  void run() {
+    seed();
+    for (Waiting const& waiting : seeds_) {
+      queue_.push(waiting);
     }
-  };
-  for (int r = 1; r < m.phase.rows - 1; ++r) {
-    for (int c = 1; c < m.phase.cols - 1; ++c) {
-      if (isMasked(r, c)) {
-        m.phase(r, c) = -1.0F;
-      } else if (m.state(r, c) == 255 && m.code(r, c) < 0) {
-        m.state(r, c) = 0;
-      } else if (m.state(r, c) == 255) {
-        m.phase(r, c) += static_cast<float>(m.code(r, c)) * 6.2831855F;
-        push(r, c, true);
+    grow();
+  }
+
+  /// With one queue for each region of connected pixels that growth may change.
+  void runByRegion() {
+    seed();
+    cv::Mat open = (m_.state == 0) | (m_.state == '_');
+    cv::Mat border = cv::Mat::ones(open.size(), CV_8UC1);
+    border(cv::Rect(1, 1, open.cols - 2, open.rows - 2)) = 0;
+    open.setTo(0, border);
+    cv::Mat_<int> labels;
+    int const count = cv::connectedComponents(open, labels, 4, CV_32S);
+    std::vector<std::vector<Waiting>> regions(static_cast<std::size_t>(count));
+    for (Waiting const& waiting : seeds_) {
+      regions[static_cast<std::size_t>(labels(waiting.row, waiting.column))].push_back(waiting);
+    }
+    for (auto const& region : regions) {
+      for (Waiting const& waiting : region) {
+        queue_.push(waiting);
       }
+      grow();
     }
   }
-  while (!queue.empty()) {
-    Waiting const top = queue.top();
-    queue.pop();
-    float const p = m.phase(top.row, top.column);
-    float best = -1.0F;
-    float bound = 9999.0F;
-    for (auto const& n : neighbours) {
-      int const r = top.row + n[0];
-      int const c = top.column + n[1];
-      if (isInside(r, c) && m.state(r, c) == 255) {
-        float const q = m.phase(r, c);
-        float const k = floorf(static_cast<float>((q - p) / 6.283185307179586 + 0.5));
-        float const candidate = k * 6.2831855F + p;
-        if (std::fabs(candidate - q) < bound) {
-          bound = std::fabs(candidate - q);
-          best = candidate;
+
+private:
+  bool isInside(int r, int c) const {
+    return r >= 1 && c >= 1 && r < m_.phase.rows - 1 && c < m_.phase.cols - 1;
+  }
+  bool isMasked(int r, int c) const { return !m_.mask.empty() && m_.mask(r, c) == 0; }
+
+  void seed() {
+    for (int r = 1; r < m_.phase.rows - 1; ++r) {
+      for (int c = 1; c < m_.phase.cols - 1; ++c) {
+        if (isMasked(r, c)) {
+          m_.phase(r, c) = -1.0F;
+        } else if (m_.state(r, c) == 255 && m_.code(r, c) < 0) {
+          m_.state(r, c) = 0;
+        } else if (m_.state(r, c) == 255) {
+          m_.phase(r, c) += static_cast<float>(m_.code(r, c)) * 6.2831855F;
+          visitUnreached(r, c, true, [this](Waiting const& w) { seeds_.push_back(w); });
         }
       }
     }
-    m.phase(top.row, top.column) = bound >= 3.1415927F ? -1.0F : best;
-    if (bound < 3.1415927F) {
-      m.state(top.row, top.column) = 255;
-      push(top.row, top.column, false);
+  }
+
+  template <class Visit>
+  void visitUnreached(int row, int column, bool takesMasked, Visit const& visit) {
+    for (auto const& n : neighbours) {
+      int const r = row + n[0];
+      int const c = column + n[1];
+      if (isInside(r, c) && m_.state(r, c) == 0 && (takesMasked || !isMasked(r, c))) {
+        visit(Waiting{r, c, m_.quality(r, c)});
+        m_.state(r, c) = '_';
+      }
     }
   }
-}
 
-/// Random maps; few quality levels make many ties.
-Maps randomMaps(cv::Size size, double trusted, int qualityLevels, bool withMask) {
+  void grow() {
+    while (!queue_.empty()) {
+      Waiting const top = queue_.top();
+      queue_.pop();
+      float const p = m_.phase(top.row, top.column);
+      float best = -1.0F;
+      float bound = 9999.0F;
+      for (auto const& n : neighbours) {
+        int const r = top.row + n[0];
+        int const c = top.column + n[1];
+        if (isInside(r, c) && m_.state(r, c) == 255) {
+          float const q = m_.phase(r, c);
+          float const k = floorf(static_cast<float>((q - p) / 6.283185307179586 + 0.5));
+          float const candidate = k * 6.2831855F + p;
+          if (std::fabs(candidate - q) < bound) {
+            bound = std::fabs(candidate - q);
+            best = candidate;
+          }
+        }
+      }
+      bool const isRejected = bound >= 3.1415927F;
+      m_.phase(top.row, top.column) = isRejected ? -1.0F : best;
+      if (!isRejected) {
+        m_.state(top.row, top.column) = 255;
+        visitUnreached(top.row, top.column, false, [this](Waiting const& w) { queue_.push(w); });
+      }
+    }
+  }
+
+  Maps& m_;
+  std::vector<Waiting> seeds_;
+  std::priority_queue<Waiting> queue_;
+};
+
+/// Random maps. With `ties` only eight different qualities, else no two alike.
+Maps randomMaps(cv::Size size, double trusted, bool ties, bool withMask) {
   Maps m;
   m.phase.create(size);
   cv::randu(m.phase, 0.0F, 6.2831853F);
   m.quality.create(size);
-  cv::randu(m.quality, 1.0F, 2.0F);
+  float rank = 0;
   for (float& q : m.quality) {
-    q = std::floor(q * static_cast<float>(qualityLevels)) / static_cast<float>(qualityLevels);
+    q = 1.0F + rank / static_cast<float>(size.area());
+    rank += 1;
+  }
+  cv::randShuffle(m.quality);
+  if (ties) {
+    cv::randu(m.quality, 0, 8);
+    for (float& q : m.quality) {
+      q = std::floor(q);
+    }
   }
   m.code.create(size);
   cv::randu(m.code, -3, 40);
@@ -119,20 +175,46 @@ void expectSame(Maps const& a, Maps const& b) {
   EXPECT_EQ(cv::norm(a.state, b.state, cv::NORM_INF), 0);
 }
 
+void expectLikeLiteral(Maps const& maps, void (LiteralUnwrapping::*run)()) {
+  Maps expected = copyOf(maps);
+  (LiteralUnwrapping(expected).*run)();
+  Maps actual = copyOf(maps);
+  unwrap_phase(actual.phase, actual.quality, actual.state, actual.code, actual.mask);
+  expectSame(actual, expected);
+}
+
 TEST(PhaseUnwrapping, FollowsTheLiteralGrowthBitForBit) {
   for (cv::Size const size : {cv::Size(3, 3), cv::Size(4, 60), cv::Size(61, 5), cv::Size(260, 190)}) {
-    for (double const trusted : {0.0, 0.02, 0.5, 0.9, 1.0}) {
-      for (int const qualityLevels : {1, 8, 1 << 20}) {
-        for (bool const withMask : {false, true}) {
-          Maps expected = randomMaps(size, trusted, qualityLevels, withMask);
-          Maps actual = copyOf(expected);
-          unwrapLiterally(expected);
-          unwrap_phase(actual.phase, actual.quality, actual.state, actual.code, actual.mask);
-          expectSame(actual, expected);
-        }
+    for (double const trusted : {0.0, 0.02, 0.5, 0.7, 0.9, 1.0}) {
+      for (bool const withMask : {false, true}) {
+        expectLikeLiteral(randomMaps(size, trusted, false, withMask), &LiteralUnwrapping::run);
+        expectLikeLiteral(randomMaps(size, trusted, true, withMask), &LiteralUnwrapping::runByRegion);
       }
     }
   }
+}
+
+TEST(PhaseUnwrapping, TakesEqualQualitiesOfOneRegionInTheOrderOfTheStandardHeap) {
+  for (bool const withMask : {false, true}) {
+    Maps maps = randomMaps({200, 150}, 0.0, true, withMask);
+    // One trusted rectangle with codes throughout leaves one region around it.
+    maps.state(cv::Rect(20, 30, 90, 60)).setTo(255);
+    maps.code.setTo(0, maps.code < 0);
+    expectLikeLiteral(maps, &LiteralUnwrapping::run);
+  }
+}
+
+TEST(PhaseUnwrapping, RefusesMapsThatDoNotFitAndChangesNothing) {
+  Maps const maps = randomMaps({20, 10}, 0.5, true, true);
+  Maps actual = copyOf(maps);
+  auto const refuse = [&](cv::Mat_<float> const& quality, cv::Mat const& code, cv::Mat const& mask) {
+    EXPECT_THROW(unwrap_phase(actual.phase, quality, actual.state, code, mask), std::invalid_argument);
+    expectSame(actual, maps);
+  };
+  refuse(maps.quality.colRange(0, 19), maps.code, maps.mask);
+  refuse(maps.quality, maps.state, maps.mask);
+  refuse(maps.quality, cv::Mat(), maps.mask);
+  refuse(maps.quality, maps.code, maps.mask.rowRange(0, 9));
 }
 
 TEST(PhaseUnwrapping, RecoversARampFromScatteredSeeds) {
@@ -152,7 +234,10 @@ TEST(PhaseUnwrapping, RecoversARampFromScatteredSeeds) {
   }
   calc_quality(m.phase, m.quality);
   cv::Mat_<float> const wrapped = m.phase.clone();
+  int const threads = cv::getNumThreads();
+  cv::setNumThreads(2);
   unwrap_phase(m.phase, m.quality, m.state, m.code);
+  cv::setNumThreads(threads);
   // Float rounding of phases up to 107 and of the product order * 2π.
   constexpr double tolerance = 2e-5;
   for (int y = 1; y < size.height - 1; ++y) {

@@ -11,8 +11,9 @@ namespace vorn::mv {
 /// A confidence for each pixel of a wrapped phase map: 2 - dmax / 2π, where dmax is the largest phase jump to
 /// one of its four neighbours.
 ///
-/// So it is 2 on a flat map and falls to 1 as the jump grows to 2π; it is 0.9999 where the jump is 2π and 0
-/// where it is more than 3π or the mask is 0. Border pixels are left as they are.
+/// So it is 2 on a flat map and falls to 1 as the jump grows to 2π; it is 0 where the
+/// jump is more than 3π or the mask is 0. (No jump of floats is exactly 2π, so that needs no grade of its
+/// own.) Border pixels are left as they are.
 /// @param phase   H x W, radians
 /// @param quality H x W; a map of that size already is written in place, one that shares memory with `phase`
 /// too

@@ -13,9 +13,12 @@ namespace vorn::mv {
 ///
 /// A trusted pixel (state 255, code at least 0) becomes phase + 2π·code. A waiting pixel takes the fringe
 /// order that brings it nearest to one of its unwrapped 4-neighbours; when none is within π it becomes -1 for
-/// good. Pixels of equal quality are taken in the order of a binary heap (`std::push_heap` and
-/// `std::pop_heap` over the quality). The one-pixel border is never changed. A masked-out interior pixel
-/// becomes -1; it is not grown into, except next to a trusted pixel.
+/// good. The one-pixel border is never changed. A masked-out interior pixel becomes -1; it is not grown into,
+/// except next to a trusted pixel.
+///
+/// Growth in one region of 4-connected pixels without a phase does not touch any other region, so each region
+/// has a queue of its own: a binary heap that takes equal qualities in the order of `std::push_heap` and
+/// `std::pop_heap`.
 /// @param phase   H x W, the wrapped phase in [0, 2π) on entry, the absolute phase on return
 /// @param quality H x W, larger is better (`calc_quality`); not read at the border
 /// @param state   H x W CV_8UC1: on entry 255 where the code is to be trusted, else 0; on return 255 where
