@@ -83,7 +83,7 @@ void parseFilter(std::string const& text, AddFilter const& add) {
     for (std::string const& assignment : split(std::string_view(text).substr(colon + 1), ',')) {
       std::size_t const middle = assignment.find('=');
       if (middle == std::string::npos) {
-        throw error("\"" + assignment + "\" in \"" + text + "\" is not NAME=VALUE", "parseFilter");
+        throw error("\"" + assignment + "\" is not NAME=VALUE", "parseFilter");
       }
       properties[assignment.substr(0, middle)] = assignment.substr(middle + 1);
     }
