@@ -8,9 +8,10 @@ function(vorn_mv_compile_settings target)
     CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
-  # No fused multiply-add behind our back: results must not depend on the processor.
+  # No fused multiply-add behind our back: results must not depend on the processor. Nobody reads errno or the
+  # floating-point exception flags after arithmetic; loops with conditions vectorise only without them.
   target_compile_options(${target} PRIVATE
-    -ffp-contract=off -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast
+    -ffp-contract=off -fno-math-errno -fno-trapping-math -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast
     -Woverloaded-virtual -Wconversion)
   if(VORN_MV_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)

@@ -51,6 +51,7 @@
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
+#include <vorn/mv/sl/encoding_type.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
 #include <vorn/mv/sl/lookup_tables.hpp>
@@ -58,3 +59,6 @@
 #include <vorn/mv/sl/phase_decoding.hpp>
 #include <vorn/mv/sl/phase_quality.hpp>
 #include <vorn/mv/sl/phase_unwrapping.hpp>
+#include <vorn/mv/sl/scanner_type.hpp>
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+#include <vorn/mv/sl/sl_pattern_info.hpp>

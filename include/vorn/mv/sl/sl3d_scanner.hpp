@@ -1,0 +1,127 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/matx.hpp>
+#include <opencv2/core/types.hpp>
+
+#include <vorn/core/algorithm.hpp>
+#include <vorn/core/export.hpp>
+#include <vorn/mv/sl/sl_pattern_info.hpp>
+
+namespace vorn::mv {
+
+class CameraCalibData;
+class CameraModel;
+
+/// A structured-light scanner: one camera and one projector, which is a camera that works backwards.
+///
+/// `decode` finds for every camera pixel the projector coordinate that it sees, `triangulate` the point in
+/// space. Lengths are in the unit of the calibration target, as a rule millimetres; the frame is the
+/// camera's, carried on by the pose.
+///
+/// Properties (default, range):
+/// - "ScannerType" (Horizontal): the coded projector axis, see scanner::ScannerType
+/// - "EncodingType" (BinaryXor0_PhaseShift4x4px): see scanner::EncodingType
+/// - "EnableTexture" (false): `decode` also makes a texture
+/// - "TextureExposure" (12000, 1000 to 100000): for the host, which captures the texture
+/// - "MaxGrayLevel" (150, 100 to 200): largest mean of a pixel's phase images; pixels above, and pixels that
+///   are clipped at 255 in any phase image, count as saturated and are dropped
+/// - "BlackWhiteSensitivity" (15, 5 to 100): least range, in grey levels, of a pixel's code images
+/// - "MinPhaseConfident" (0.5, 0.5 to 0.95): least phase confidence m / (m + r), m twice the fringe amplitude
+///   and r = |P0 - P1 + P2 - P3| / 2, which is zero for a sinusoid
+/// - "Sensitivity" (3, 0 to 20): least fringe amplitude in grey levels
+/// - "PhaseBlurRadius" (0, 0 to 10): smooths the phase over 2 r + 1 pixels in square; 0 leaves it
+/// - "PointcloudBlurRadius" (0, 0 to 10): Gaussian blur of the points over 2 r + 1 pixels in square; 0 leaves
+///   them. Invalid points take part: use it on maps without holes.
+/// - "MinSegmentSize" (100, 0 to 10000): smaller connected pieces of surface, in pixels, are dropped
+/// - "MaxFillRadius" (9, 0 to 21): holes within one smooth surface that fit into a square of 2 r + 1 pixels
+/// are
+///   closed; 0 fills nothing
+/// - "EnableDebug" (false): logs the number of decoded pixels, while diagnostics are on
+class VORN_API Sl3dScanner : public AlgorithmBase {
+public:
+  Sl3dScanner();
+  Sl3dScanner(Sl3dScanner const&) = default;
+  Sl3dScanner(Sl3dScanner&&) = default;
+  Sl3dScanner& operator=(Sl3dScanner const&) = default;
+  Sl3dScanner& operator=(Sl3dScanner&&) = default;
+  ~Sl3dScanner() override;
+
+  /// The projector coordinate that every camera pixel sees.
+  ///
+  /// @param images CV_8UC1 in the order of `generate_ps4_patterns`: four phase images, reference, code
+  /// planes;
+  ///        at least as many as that function makes for the coded axis
+  /// @return H x W: the projector column ("Horizontal") or row ("Vertical") in projector pixels, whose
+  /// centres
+  ///         have whole coordinates; -1 where it is unknown
+  /// @throws Exception "Insufficient input patterns!" for too few images; for images that are not CV_8UC1, of
+  ///         different sizes or not of the camera's resolution; without a projector resolution; before
+  ///         Library::init
+  cv::Mat_<float> decode(std::vector<cv::Mat> const& images);
+
+  /// The points in space that camera pixels see, by meeting each pixel's ray with its plane of projected
+  /// light.
+  ///
+  /// A "Horizontal" scanner's points are in the frame of the pose, pixels without a valid coordinate give
+  /// (0, 0, -1). A "Vertical" scanner's points are in the camera's frame, the outermost two rows and columns
+  /// are (0, 0, 0), and pixels without a valid coordinate give (0, 0, -FLT_MAX).
+  /// @param phase projector coordinates as from `decode`: of the whole image, or exactly of `roi`
+  /// @param xyz   takes one point a pixel of `roi`
+  /// @param roi   the part of the camera's image to triangulate
+  /// @throws Exception "Attempting to use an uncalibrated system.", before Library::init, for a `roi` that is
+  ///         not within the camera's image and for a map of another size
+  void triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>& xyz, cv::Rect const& roi);
+
+  /// Calibrates both models and the transform between them, from the same target poses seen by both.
+  ///
+  /// The projector's image points are the projector coordinates of the target's points. The resolutions of
+  /// both models must be set before. Both data get the target's pose in each view.
+  /// @throws Exception "Insufficient calibration data" for fewer than 3 samples, and when the data hold
+  ///         different numbers of samples; nothing is changed then
+  void calib(CameraCalibData& camera, CameraCalibData& projector);
+
+  /// The shape of the pattern set that codes the projector's columns or rows.
+  /// @throws Exception "Encoding method not implemented." for any "EncodingType" but the first
+  scanner::SlPatternInfo getPatternInfo(bool alongWidth) const;
+
+  /// Prepares what `triangulate` needs of both lenses, and writes "DONE" to standard output for each.
+  /// Does nothing unless both models are calibrated. `triangulate` does it by itself, silently, when needed.
+  void calcUndistortedMaps();
+
+  CameraModel const& getCameraModel() const;
+  CameraModel& getCameraModel();
+  CameraModel const& getProjectorModel() const;
+  CameraModel& getProjectorModel();
+
+  /// The transform from the projector's frame to the camera's.
+  cv::Matx44d getTransform() const;
+  void setTransform(cv::Matx44d const& camFromProj);
+  /// The transform from the camera's frame to that of the points.
+  cv::Matx44d getPose() const;
+  void setPose(cv::Matx44d const& poseFromCam);
+
+  /// The white level of the phase images of the last scan that was decoded with "EnableTexture" on, their
+  /// mean plus the fringe amplitude: CV_8UC1 of the camera's size. Empty before.
+  cv::Mat getTexture() const;
+
+  /// Whether both models are calibrated.
+  bool isCalibrated() const;
+
+  std::string const& getClassName() const override;
+  std::string toString() const override;
+  /// Takes "CameraModel", "ProjectorModel" and "Hpose", and "Hpc" and "Properties" where they are present.
+  void read(nlohmann::json const& json) override;
+  /// Writes the members that `read` takes.
+  void write(nlohmann::json& json) const override;
+
+private:
+  struct Private;
+};
+
+} // namespace vorn::mv

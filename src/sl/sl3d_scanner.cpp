@@ -1,0 +1,327 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/core/system.hpp>
+#include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/library.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
+#include <vorn/mv/geometry/transform.hpp>
+#include <vorn/mv/sl/encoding_type.hpp>
+#include <vorn/mv/sl/lookup_tables.hpp>
+#include <vorn/mv/sl/scanner_type.hpp>
+
+#include "calib/undistorted_map.hpp"
+#include "core/error.hpp"
+#include "sl/scan_decoding.hpp"
+#include "sl/scan_stack.hpp"
+#include "sl/texture.hpp"
+#include "sl/triangulation.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// The rays of a camera's pixels, and what they were reckoned from.
+struct LensMap {
+  CameraModel model;
+  cv::Mat_<cv::Vec2f> rays;
+
+  bool isOf(CameraModel const& other) const {
+    return !rays.empty() && model.getResolution() == other.getResolution() &&
+           equal(model.getK(), other.getK()) && equal(model.getD(), other.getD());
+  }
+
+  static bool equal(cv::Mat const& a, cv::Mat const& b) {
+    return a.size() == b.size() && (a.empty() || cv::norm(a, b, cv::NORM_INF) == 0.0);
+  }
+};
+
+/// Makes `map` that of `model`, if it is not yet.
+void updateLensMap(LensMap& map, CameraModel const& model) {
+  if (!map.isOf(model)) {
+    cv::Mat_<cv::Vec2f> const rays = undistortedMap(model.getK(), model.getD(), model.getResolution());
+    map = {model, rays};
+  }
+}
+
+/// Working memory that belongs to one object: a copy starts without.
+struct WorkingMemory : sl::ScanDecodingBuffers {
+  WorkingMemory() = default;
+  WorkingMemory(WorkingMemory const& /*other*/) : sl::ScanDecodingBuffers() {}
+  WorkingMemory& operator=(WorkingMemory const&) = delete;
+};
+
+cv::Matx44d inverseOf(cv::Matx44d const& transform) {
+  cv::Matx33d const back = math::getR3(transform).t();
+  return math::createTransform(back, -(back * math::getT3(transform)));
+}
+
+/// The mean, element by element, of the transforms from projector to camera that the target's poses tell.
+cv::Matx44d meanTransform(std::vector<cv::Matx44d> const& camFromTarget,
+                          std::vector<cv::Matx44d> const& projFromTarget, int count) {
+  cv::Matx33d rotation = cv::Matx33d::zeros();
+  cv::Vec3d translation;
+  // The poses of this calibration are the last ones.
+  for (int i = 1; i <= count; ++i) {
+    cv::Matx44d const camFromProj = *(camFromTarget.end() - i) * inverseOf(*(projFromTarget.end() - i));
+    rotation += math::getR3(camFromProj);
+    translation += math::getT3(camFromProj);
+  }
+  return math::createTransform(rotation * (1.0 / count), translation * (1.0 / count));
+}
+
+template <class T>
+std::string text(char const* label, T const& value) {
+  std::ostringstream stream;
+  stream << label << value;
+  return stream.str();
+}
+
+void logDebug(std::string const& message) {
+  if (Library::getEnableDebug()) {
+    System::log(message);
+  }
+}
+
+bool isHorizontal(PropertySetBase const& scanner) {
+  IEnum const& type = scanner["ScannerType"];
+  return type.getIndex() == scanner::ScannerType::Horizontal;
+}
+
+sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::CodedAxis const& axis) {
+  sl::ScanDecodingSettings settings;
+  settings.period = axis.period;
+  settings.resolution = axis.resolution;
+  settings.maxGrayLevel = scanner["MaxGrayLevel"];
+  settings.minContrast = scanner["BlackWhiteSensitivity"];
+  settings.minAmplitude = scanner["Sensitivity"];
+  settings.minPhaseConfidence = scanner["MinPhaseConfident"].getValue().toDouble();
+  settings.phaseBlurRadius = scanner["PhaseBlurRadius"];
+  settings.minSegmentSize = scanner["MinSegmentSize"];
+  settings.maxFillRadius = scanner["MaxFillRadius"];
+  return settings;
+}
+
+} // namespace
+
+struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Private> {
+  CameraModel camera;
+  CameraModel projector;
+  cv::Matx44d camFromProj = cv::Matx44d::eye();
+  cv::Matx44d poseFromCam = cv::Matx44d::eye();
+  LensMap cameraMap;
+  LensMap projectorMap;
+  cv::Mat texture;
+  WorkingMemory memory;
+};
+
+Sl3dScanner::Sl3dScanner() : AlgorithmBase(new Private) {
+  declareProperties(
+      {new Property("ScannerType", scanner::ScannerType()),
+       new Property("EncodingType", scanner::EncodingType()), new Property("EnableTexture", false),
+       new Property("TextureExposure", 12000, 1000, 100000), new Property("MaxGrayLevel", 150, 100, 200),
+       new Property("BlackWhiteSensitivity", 15, 5, 100), new Property("MinPhaseConfident", 0.5, 0.5, 0.95),
+       new Property("Sensitivity", 3, 0, 20), new Property("PhaseBlurRadius", 0, 0, 10),
+       new Property("PointcloudBlurRadius", 0, 0, 10), new Property("MinSegmentSize", 100, 0, 10000),
+       new Property("MaxFillRadius", 9, 0, 21), new Property("EnableDebug", false)});
+}
+
+Sl3dScanner::~Sl3dScanner() = default;
+
+scanner::SlPatternInfo Sl3dScanner::getPatternInfo(bool alongWidth) const {
+  IEnum const& encoding = getProperty("EncodingType");
+  if (encoding.getIndex() != scanner::EncodingType::BinaryXor0_PhaseShift4x4px) {
+    throw error("Encoding method not implemented.", "getPatternInfo");
+  }
+  cv::Size const resolution = getProjectorModel().getResolution();
+  int const stripes = (alongWidth ? resolution.width : resolution.height) / 4;
+  int const bits = stripes > 0 ? static_cast<int>(std::ceil(std::log2(static_cast<double>(stripes)))) : 0;
+  return {4, bits, stripes};
+}
+
+cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
+  bool const alongWidth = isHorizontal(*this);
+  getPatternInfo(alongWidth);
+  sl::CodedAxis const axis = sl::codedAxis(getProjectorModel().getResolution(), alongWidth);
+  sl::checkStack(images, axis, getCameraModel().getResolution());
+  sl::ScanDecodingSettings const settings = decodingSettings(*this, axis);
+  bool const enableTexture = std::as_const(*this)["EnableTexture"];
+  bool const enableDebug = std::as_const(*this)["EnableDebug"];
+  auto& own = static_cast<Private&>(ownRecord());
+  Timer timer;
+  auto const report = [&](char const* label) {
+    logDebug(text(label, timer.toString()) + "\n");
+    timer.tic();
+  };
+  sl::DecodedScan const scan = sl::decodeScan(images, settings, own.memory, report);
+  logDebug(text("Hole filling time:", timer.toString()));
+  logDebug(text("Fill count:", scan.filled));
+  if (enableDebug) {
+    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.kept)));
+  }
+  if (enableTexture) {
+    own.texture = sl::whiteLevel(images);
+  }
+  return scan.coordinates;
+}
+
+void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>& xyz, cv::Rect const& roi) {
+  if (!isCalibrated()) {
+    throw error("Attempting to use an uncalibrated system.", "triangulate");
+  }
+  Library::assertValid();
+  cv::Mat_<float> const coordinates = sl::cropTo(phase, roi, getCameraModel().getResolution());
+  sl::checkProjector(getProjectorModel().getResolution());
+  auto& own = static_cast<Private&>(ownRecord());
+  updateLensMap(own.cameraMap, own.camera);
+  updateLensMap(own.projectorMap, own.projector);
+  sl::TriangulationSetup const setup{own.cameraMap.rays, own.projectorMap.rays, own.camFromProj,
+                                     own.poseFromCam};
+  xyz.create(roi.size());
+  if (isHorizontal(*this)) {
+    sl::triangulateColumns(setup, coordinates, roi, xyz);
+  } else {
+    xyz.setTo(cv::Scalar::all(0));
+    sl::triangulateRows(setup, coordinates, roi, xyz);
+  }
+  int const radius = std::as_const(*this)["PointcloudBlurRadius"];
+  if (radius >= 1) {
+    cv::GaussianBlur(xyz, xyz, cv::Size(2 * radius + 1, 2 * radius + 1), 0, 0, cv::BORDER_REFLECT_101);
+  }
+}
+
+void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
+  constexpr int maxIterations = 100;
+  if (camera.count() < 3) {
+    throw error("Insufficient calibration data", "calib");
+  }
+  if (camera.count() != projector.count()) {
+    throw error(text("The camera has samples: ", camera.count()) +
+                    text(", the projector: ", projector.count()),
+                "calib");
+  }
+  // On copies, so that nothing has changed when one of them fails.
+  CameraModel cameraModel = getCameraModel();
+  CameraModel projectorModel = getProjectorModel();
+  CameraCalibData cameraData = camera;
+  CameraCalibData projectorData = projector;
+  double const cameraError = cameraModel.calib(cameraData, maxIterations);
+  double const projectorError = projectorModel.calib(projectorData, maxIterations);
+  auto& own = static_cast<Private&>(ownRecord());
+  own.camera = cameraModel;
+  own.projector = projectorModel;
+  own.camFromProj = meanTransform(cameraData.getPoses(), projectorData.getPoses(), cameraData.count());
+  camera = cameraData;
+  projector = projectorData;
+  logDebug(text("Hpc=", own.camFromProj));
+  constexpr double calibratedBelow = 0.5;
+  if (cameraError < calibratedBelow && projectorError < calibratedBelow) {
+    calcUndistortedMaps();
+  }
+}
+
+void Sl3dScanner::calcUndistortedMaps() {
+  if (!isCalibrated()) {
+    return;
+  }
+  auto& own = static_cast<Private&>(ownRecord());
+  updateLensMap(own.projectorMap, own.projector);
+  std::cout << "DONE" << std::endl;
+  updateLensMap(own.cameraMap, own.camera);
+  std::cout << "DONE" << std::endl;
+}
+
+CameraModel const& Sl3dScanner::getCameraModel() const {
+  return static_cast<Private const&>(record()).camera;
+}
+
+CameraModel& Sl3dScanner::getCameraModel() {
+  return static_cast<Private&>(lendRecord()).camera;
+}
+
+CameraModel const& Sl3dScanner::getProjectorModel() const {
+  return static_cast<Private const&>(record()).projector;
+}
+
+CameraModel& Sl3dScanner::getProjectorModel() {
+  return static_cast<Private&>(lendRecord()).projector;
+}
+
+cv::Matx44d Sl3dScanner::getTransform() const {
+  return static_cast<Private const&>(record()).camFromProj;
+}
+
+void Sl3dScanner::setTransform(cv::Matx44d const& camFromProj) {
+  static_cast<Private&>(ownRecord()).camFromProj = camFromProj;
+}
+
+cv::Matx44d Sl3dScanner::getPose() const {
+  return static_cast<Private const&>(record()).poseFromCam;
+}
+
+void Sl3dScanner::setPose(cv::Matx44d const& poseFromCam) {
+  static_cast<Private&>(ownRecord()).poseFromCam = poseFromCam;
+}
+
+cv::Mat Sl3dScanner::getTexture() const {
+  return static_cast<Private const&>(record()).texture;
+}
+
+bool Sl3dScanner::isCalibrated() const {
+  return getCameraModel().isCalibrated() && getProjectorModel().isCalibrated();
+}
+
+std::string const& Sl3dScanner::getClassName() const {
+  static std::string const name = "vorn::mv::Sl3dScanner";
+  return name;
+}
+
+std::string Sl3dScanner::toString() const {
+  return AlgorithmBase::toString() + (isCalibrated() ? ", calibrated" : ", not calibrated");
+}
+
+void Sl3dScanner::read(nlohmann::json const& json) {
+  CameraModel camera;
+  CameraModel projector;
+  cv::Matx44d camFromProj = getTransform();
+  cv::Matx44d poseFromCam;
+  camera.read(json.at("CameraModel"));
+  projector.read(json.at("ProjectorModel"));
+  json.at("Hpose").get_to(poseFromCam);
+  if (auto const member = json.find("Hpc"); member != json.end()) {
+    member->get_to(camFromProj);
+  }
+  if (auto const member = json.find("Properties"); member != json.end()) {
+    AlgorithmBase::read(*member);
+  }
+  auto& own = static_cast<Private&>(ownRecord());
+  own.camera = camera;
+  own.projector = projector;
+  own.camFromProj = camFromProj;
+  own.poseFromCam = poseFromCam;
+}
+
+void Sl3dScanner::write(nlohmann::json& json) const {
+  auto const& own = static_cast<Private const&>(record());
+  nlohmann::json document = nlohmann::json::object();
+  own.camera.write(document["CameraModel"]);
+  own.projector.write(document["ProjectorModel"]);
+  document["Hpc"] = own.camFromProj;
+  document["Hpose"] = own.poseFromCam;
+  AlgorithmBase::write(document["Properties"]);
+  json = std::move(document);
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,37 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include "sl/scan_decoding.hpp"
+
+/// Which pixels' stripe codes to believe, and what the order of a fringe follows from where they cannot be.
+///
+/// The code changes at the edge of a projector pixel, half a pixel before the phase wraps at the centre of
+/// the next; around that place every pixel mixes the light of two stripes and its code may be anything.
+namespace vorn::mv::sl {
+
+/// Turns codes into fringe orders and sets `state` to 255 where they are certain: the pixel is well modulated
+/// (else `mask` becomes 0), all of its code images are far from their threshold, the phase is not at the
+/// place where the code changes, and the pixels beside it agree. Pixels that contradict their neighbours are
+/// masked.
+/// @param lit as from `maskContrast`
+void trustCodes(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings,
+                cv::Mat_<uchar> const& lit, ScanDecodingBuffers& buffers);
+
+/// Gives their order to the pixels between two trusted ones of a row or a column, where following the phase
+/// from one leads to the order of the other.
+void bridgeStripeBorders(ScanDecodingSettings const& settings, ScanDecodingBuffers& buffers);
+
+/// Makes the absolute phase NaN where no order is known, and where it was grown but contradicts those of the
+/// pixel's code images that are far from their threshold.
+void settleOrders(std::vector<cv::Mat> const& codeImages, ScanDecodingBuffers& buffers);
+
+/// Sets `kept` to 255 at pixels with a known order that lie on one surface with their neighbours, else to 0:
+/// a pixel beside a jump of the phase sees two surfaces and may show either, or neither.
+void keepOffEdges(ScanDecodingBuffers& buffers);
+
+} // namespace vorn::mv::sl
