@@ -10,6 +10,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
@@ -73,6 +74,7 @@ CameraModel::CameraModel() : ObjectBase(new Private) {}
 CameraModel::~CameraModel() = default;
 
 double CameraModel::calib(CameraCalibData& data, int maxIterations) {
+  Library::assertValid();
   if (data.count() < 3) {
     throw error("Not enough calibration sample.", "calib");
   }

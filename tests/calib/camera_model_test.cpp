@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/mv/core/library.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 
 #include "calib/exact_views.hpp"
@@ -30,6 +31,7 @@ json written(IJsonSerializable const& object) {
 }
 
 TEST(CameraModel, FindsTheCameraThatTookTheViews) {
+  Library::init();
   ExactCamera const camera;
   CameraCalibData data;
   addViews(data, camera, patternPoses(8));
@@ -55,6 +57,7 @@ TEST(CameraModel, FindsTheCameraThatTookTheViews) {
 }
 
 TEST(CameraModel, AFailedCalibrationChangesNothing) {
+  Library::init();
   ExactCamera const camera;
   CameraModel model = camera.model();
   json const before = written(model);

@@ -37,7 +37,8 @@ public:
   /// every view to `data`, whose pose list is not emptied first. The resolution must be set before.
   /// @param maxIterations limit of the optimiser's rounds
   /// @return the root mean square reprojection error in pixels, which is also kept
-  /// @throws Exception "Not enough calibration sample." below 3 views, and when there is no resolution
+  /// @throws Exception "Not enough calibration sample." below 3 views; when there is no resolution; before
+  ///         Library::init
   /// @throws cv::Exception when a view's lists differ in length or are too short. Model and data are as they
   /// were
   ///         whenever it throws.
