@@ -1,0 +1,75 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/matx.hpp>
+#include <opencv2/core/types.hpp>
+
+#include <vorn/core/export.hpp>
+#include <vorn/core/property_set.hpp>
+
+namespace vorn::mv {
+
+class CameraCalibData;
+class CameraModel;
+
+/// Two cameras, or a camera (0) and a projector (1), and the rigid transform between them.
+class VORN_API StereoCamera : public PropertySetBase {
+public:
+  StereoCamera();
+  StereoCamera(StereoCamera const&) = default;
+  StereoCamera(StereoCamera&&) = default;
+  StereoCamera& operator=(StereoCamera const&) = default;
+  StereoCamera& operator=(StereoCamera&&) = default;
+  ~StereoCamera() override;
+
+  /// Calibrates both cameras from views of the same pattern poses, and the transform from camera 1 to camera
+  /// 0 as the mean over all poses that the data sets then hold. The mean of the rotations is taken element by
+  /// element and stays as it is: a rotation only as far as the poses agree. Progress goes to standard output.
+  /// The undistorted maps are reckoned too when both reprojection errors are below half a pixel.
+  /// @param data0 views of camera 0; pose lists are appended to, as CameraModel::calib does
+  /// @param data1 views of camera 1, of the same poses in the same order
+  /// @throws Exception "Insufficient calibration data" below 3 views in `data0`; when the data sets hold
+  /// different
+  ///         numbers of views or poses; what CameraModel::calib throws. Camera and data are then as they
+  ///         were.
+  void calib(CameraCalibData& data0, CameraCalibData& data1);
+
+  /// Reckons the viewing ray of every pixel of both cameras, progress to standard output.
+  /// @throws Exception when a camera is not calibrated
+  void calcUndistortedMaps();
+
+  /// The rays of each camera's pixels as normalised coordinates, H x W CV_32FC2; empty until they were
+  /// reckoned.
+  cv::Mat_<cv::Vec2f> const& getUndistortedMap0() const;
+  cv::Mat_<cv::Vec2f> const& getUndistortedMap1() const;
+
+  void setResolution(cv::Size const& size0, cv::Size const& size1);
+  CameraModel const& getCameraModel0() const;
+  CameraModel const& getCameraModel1() const;
+
+  /// The transform from camera 1 to camera 0; the identity when new.
+  cv::Matx44d const& getTransform() const;
+  void setTransform(cv::Matx44d const& cam0_from_cam1);
+  /// Where camera 0 stands in a frame of the user's; the identity when new. Kept and stored, used by no call.
+  cv::Matx44d const& getPose() const;
+  void setPose(cv::Matx44d const& pose);
+
+  /// Whether both cameras are calibrated.
+  bool isCalibrated() const;
+
+  std::string const& getClassName() const override;
+  /// Reads "CameraModel0", "CameraModel1", "Hpc" (the transform) and "Hpose" (the pose). The maps are
+  /// dropped.
+  void read(nlohmann::json const& json) override;
+  void write(nlohmann::json& json) const override;
+
+private:
+  struct Private;
+};
+
+} // namespace vorn::mv

@@ -1,0 +1,184 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/calib/stereo_camera.hpp>
+
+#include <iostream>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
+#include <vorn/mv/geometry/transform.hpp>
+
+#include "calib/calibrated_poses.hpp"
+#include "calib/undistorted_map.hpp"
+#include "core/error.hpp"
+
+namespace vorn::mv {
+
+struct StereoCamera::Private : Record<StereoCamera::Private, PropertySetBase::Private> {
+  CameraModel model0;
+  CameraModel model1;
+  cv::Matx44d cam0_from_cam1 = cv::Matx44d::eye();
+  cv::Matx44d pose = cv::Matx44d::eye();
+  cv::Mat_<cv::Vec2f> map0;
+  cv::Mat_<cv::Vec2f> map1;
+};
+
+namespace {
+
+/// The mean, element by element, of the transforms that the pairs of poses give.
+cv::Matx44d meanTransform(std::vector<cv::Matx44d> const& cam0_from_pattern,
+                          std::vector<cv::Matx44d> const& cam1_from_pattern) {
+  cv::Matx33d sumR;
+  cv::Vec3d sumP;
+  for (std::size_t i = 0; i < cam0_from_pattern.size(); ++i) {
+    cv::Matx33d const R0 = math::getR3(cam0_from_pattern[i]);
+    cv::Matx33d const inverseR1 = math::getR3(cam1_from_pattern[i]).inv();
+    sumR += R0 * inverseR1;
+    sumP += R0 * -(inverseR1 * math::getT3(cam1_from_pattern[i])) + math::getT3(cam0_from_pattern[i]);
+  }
+  double const n = static_cast<double>(cam0_from_pattern.size());
+  return math::createTransform(sumR * (1 / n), sumP * (1 / n));
+}
+
+void checkSameViews(CameraCalibData const& data0, CameraCalibData const& data1) {
+  if (data0.count() != data1.count() || data0.getPoses().size() != data1.getPoses().size()) {
+    auto const describe = [](CameraCalibData const& data) {
+      return std::to_string(data.count()) + " views with " + std::to_string(data.getPoses().size()) +
+             " poses";
+    };
+    throw error("The data sets do not match: " + describe(data0) + " and " + describe(data1), "calib");
+  }
+}
+
+cv::Mat_<cv::Vec2f> mapOf(CameraModel const& model, char const* camera) {
+  std::cout << "Calculating " << camera << " distortion map...\n";
+  auto const map = undistortedMap(model.getK(), model.getD(), model.getResolution());
+  std::cout << "DONE\n";
+  return map;
+}
+
+} // namespace
+
+StereoCamera::StereoCamera() : PropertySetBase(new Private) {}
+
+StereoCamera::~StereoCamera() = default;
+
+void StereoCamera::calib(CameraCalibData& data0, CameraCalibData& data1) {
+  constexpr int maxIterations = 100;
+  constexpr double usableError = 0.5;
+  if (data0.count() < 3) {
+    throw error("Insufficient calibration data", "calib");
+  }
+  if (data1.count() >= 3) { // below that the calibration of camera 1 says so
+    checkSameViews(data0, data1);
+  }
+  CameraModel model0 = getCameraModel0();
+  CameraModel model1 = getCameraModel1();
+  CameraCalibData calibrated0 = data0;
+  CameraCalibData calibrated1 = data1;
+  std::cout << "Calibrating camera0...\n";
+  double const error0 = model0.calib(calibrated0, maxIterations);
+  std::cout << "Calibrating camera1...\n";
+  double const error1 = model1.calib(calibrated1, maxIterations);
+
+  std::cout << "Calculating proj->cam transformation\n";
+  auto const cam0_from_cam1 = meanTransform(calibrated0.getPoses(), calibrated1.getPoses());
+  std::cout << "R_pc:" << math::getR3(cam0_from_cam1) << "\np_pc:" << math::getT3(cam0_from_cam1) << "\n";
+
+  auto& own = static_cast<Private&>(ownRecord());
+  own.model0 = model0;
+  own.model1 = model1;
+  own.cam0_from_cam1 = cam0_from_cam1;
+  own.map0.release();
+  own.map1.release();
+  addNewPoses(data0, calibrated0);
+  addNewPoses(data1, calibrated1);
+  if (error0 < usableError && error1 < usableError) {
+    calcUndistortedMaps();
+  }
+}
+
+void StereoCamera::calcUndistortedMaps() {
+  auto const map0 = mapOf(getCameraModel0(), "camera0");
+  auto const map1 = mapOf(getCameraModel1(), "camera1");
+  auto& own = static_cast<Private&>(ownRecord());
+  own.map0 = map0;
+  own.map1 = map1;
+}
+
+cv::Mat_<cv::Vec2f> const& StereoCamera::getUndistortedMap0() const {
+  return static_cast<Private const&>(record()).map0;
+}
+
+cv::Mat_<cv::Vec2f> const& StereoCamera::getUndistortedMap1() const {
+  return static_cast<Private const&>(record()).map1;
+}
+
+void StereoCamera::setResolution(cv::Size const& size0, cv::Size const& size1) {
+  auto& own = static_cast<Private&>(ownRecord());
+  own.model0.setResolution(size0);
+  own.model1.setResolution(size1);
+}
+
+CameraModel const& StereoCamera::getCameraModel0() const {
+  return static_cast<Private const&>(record()).model0;
+}
+
+CameraModel const& StereoCamera::getCameraModel1() const {
+  return static_cast<Private const&>(record()).model1;
+}
+
+cv::Matx44d const& StereoCamera::getTransform() const {
+  return static_cast<Private const&>(record()).cam0_from_cam1;
+}
+
+void StereoCamera::setTransform(cv::Matx44d const& cam0_from_cam1) {
+  static_cast<Private&>(ownRecord()).cam0_from_cam1 = cam0_from_cam1;
+}
+
+cv::Matx44d const& StereoCamera::getPose() const {
+  return static_cast<Private const&>(record()).pose;
+}
+
+void StereoCamera::setPose(cv::Matx44d const& pose) {
+  static_cast<Private&>(ownRecord()).pose = pose;
+}
+
+bool StereoCamera::isCalibrated() const {
+  return getCameraModel0().isCalibrated() && getCameraModel1().isCalibrated();
+}
+
+std::string const& StereoCamera::getClassName() const {
+  static std::string const name = "vorn::mv::StereoCamera";
+  return name;
+}
+
+void StereoCamera::read(nlohmann::json const& json) {
+  CameraModel model0;
+  CameraModel model1;
+  model0.read(json.at("CameraModel0"));
+  model1.read(json.at("CameraModel1"));
+  auto const transform = json.at("Hpc").get<cv::Matx44d>();
+  auto const pose = json.at("Hpose").get<cv::Matx44d>();
+  auto& own = static_cast<Private&>(ownRecord());
+  own.model0 = model0;
+  own.model1 = model1;
+  own.cam0_from_cam1 = transform;
+  own.pose = pose;
+  own.map0.release();
+  own.map1.release();
+}
+
+void StereoCamera::write(nlohmann::json& json) const {
+  json = nlohmann::json::object();
+  getCameraModel0().write(json["CameraModel0"]);
+  getCameraModel1().write(json["CameraModel1"]);
+  json["Hpc"] = getTransform();
+  json["Hpose"] = getPose();
+}
+
+} // namespace vorn::mv
