@@ -1,0 +1,88 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/calib/line_scanner_calib_data.hpp>
+
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include <vorn/mv/core/matrix_json.hpp>
+
+#include "calib/camera_calib_data_record.hpp"
+#include "core/error.hpp"
+
+namespace vorn::mv {
+
+struct LineScannerCalibData::Private : Record<LineScannerCalibData::Private, CameraCalibData::Private> {
+  std::vector<std::vector<std::vector<cv::Point2f>>> linePntsss;
+  std::vector<std::vector<cv::Point3f>> planePntss;
+};
+
+LineScannerCalibData::LineScannerCalibData() : CameraCalibData(new Private) {}
+
+LineScannerCalibData::~LineScannerCalibData() = default;
+
+void LineScannerCalibData::add(std::vector<cv::Point2f> const& imgPnts,
+                               std::vector<cv::Point2f> const& objPnts,
+                               std::vector<std::vector<cv::Point2f>> const& linePntss) {
+  CameraCalibData::add(imgPnts, objPnts);
+  static_cast<Private&>(ownRecord()).linePntsss.push_back(linePntss);
+}
+
+std::vector<std::vector<cv::Point2f>> const& LineScannerCalibData::getLinePntss(int sample) const {
+  return getLinePntsss()[static_cast<std::size_t>(sample)];
+}
+
+std::vector<std::vector<std::vector<cv::Point2f>>> const& LineScannerCalibData::getLinePntsss() const {
+  return static_cast<Private const&>(record()).linePntsss;
+}
+
+std::vector<cv::Point3f> const& LineScannerCalibData::getPlanePnts(int plane) const {
+  return getPlanePntss()[static_cast<std::size_t>(plane)];
+}
+
+std::vector<std::vector<cv::Point3f>> const& LineScannerCalibData::getPlanePntss() const {
+  return static_cast<Private const&>(record()).planePntss;
+}
+
+void LineScannerCalibData::setPlanePntss(std::vector<std::vector<cv::Point3f>> const& planePntss) {
+  static_cast<Private&>(ownRecord()).planePntss = planePntss;
+}
+
+void LineScannerCalibData::clear() {
+  CameraCalibData::clear();
+  static_cast<Private&>(ownRecord()).linePntsss.clear();
+}
+
+void LineScannerCalibData::removeAt(int i) {
+  CameraCalibData::removeAt(i);
+  auto& lines = static_cast<Private&>(ownRecord()).linePntsss;
+  if (static_cast<std::size_t>(i) < lines.size()) { // a view added through the base class has none
+    lines.erase(lines.begin() + i);
+  }
+}
+
+std::string const& LineScannerCalibData::getClassName() const {
+  static std::string const name = "vorn::mv::LineScannerCalibData";
+  return name;
+}
+
+void LineScannerCalibData::read(nlohmann::json const& json) {
+  auto linePntsss = json.at("LinePntsss").get<std::vector<std::vector<std::vector<cv::Point2f>>>>();
+  if (linePntsss.size() != json.at("ImgPntss").size()) {
+    throw error("\"LinePntsss\" holds " + std::to_string(linePntsss.size()) + " views and \"ImgPntss\" " +
+                    std::to_string(json.at("ImgPntss").size()),
+                "LineScannerCalibData");
+  }
+  CameraCalibData::read(json);
+  auto& data = static_cast<Private&>(ownRecord());
+  data.linePntsss = std::move(linePntsss);
+  data.planePntss.clear();
+}
+
+void LineScannerCalibData::write(nlohmann::json& json) const {
+  CameraCalibData::write(json);
+  json["LinePntsss"] = getLinePntsss();
+}
+
+} // namespace vorn::mv
