@@ -1,0 +1,208 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/calib/laser_line.hpp>
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+
+namespace vorn::mv {
+namespace {
+
+using Direction = LaserLineOptions::Direction;
+using Method = LaserLineOptions::Method;
+
+/// Adds a Gaussian stripe to a CV_32F image, at `place[x]` in column x.
+void addStripe(cv::Mat_<float>& image, std::vector<double> const& place, double peak, double width) {
+  for (int x = 0; x < image.cols; ++x) {
+    double const middle = place[static_cast<std::size_t>(x)];
+    int const first = std::max(0, static_cast<int>(middle - 6 * width));
+    int const end = std::min(image.rows, static_cast<int>(middle + 6 * width));
+    for (int y = first; y < end; ++y) {
+      double const u = (y - middle) / width;
+      image(y, x) += static_cast<float>(peak * std::exp(-u * u / 2));
+    }
+  }
+}
+
+/// As a camera would give it: with noise, rounded and clipped.
+cv::Mat exposed(cv::Mat_<float> const& image, double sigma) {
+  cv::Mat_<float> noise(image.size());
+  cv::theRNG().fill(noise, cv::RNG::NORMAL, 0, sigma);
+  cv::Mat result;
+  cv::Mat(image + noise).convertTo(result, CV_8U);
+  return result;
+}
+
+/// A line that wanders over all sub-pixel places.
+std::vector<double> wanderingLine(int columns, double middle) {
+  std::vector<double> place;
+  for (int x = 0; x < columns; ++x) {
+    place.push_back(middle + 3 * std::sin(0.01 * x) + 0.001 * (x % 997));
+  }
+  return place;
+}
+
+/// The error of each found point; fails when one of them is missing.
+std::vector<double> errors(std::vector<cv::Point2f> const& points, std::vector<double> const& place) {
+  EXPECT_EQ(points.size(), place.size());
+  std::vector<double> result;
+  for (cv::Point2f const& p : points) {
+    result.push_back(p.y - place[static_cast<std::size_t>(p.x)]);
+  }
+  return result;
+}
+
+double rms(std::vector<double> const& values) {
+  return cv::norm(values) / std::sqrt(static_cast<double>(values.size()));
+}
+
+/// Enough columns to know a standard deviation to 0.5 %.
+constexpr int columns = 20000;
+constexpr double peak = 100;
+constexpr double sigma = 2;
+
+/// The noise bound, with the noise that rounding to grey levels adds.
+double bound(double width) {
+  return std::sqrt(sigma * sigma + 1 / 12.0) / peak * std::sqrt(2 * width / std::sqrt(CV_PI));
+}
+
+TEST(LaserLine, ReachesTheNoiseBound) {
+  for (double width : {1.5, 2.0, 3.0}) {
+    auto const place = wanderingLine(columns, 30);
+    cv::Mat_<float> light(60, columns, 20.0F);
+    addStripe(light, place, peak, width);
+    cv::Mat const image = exposed(light, sigma);
+    LaserLineOptions options;
+    EXPECT_LT(rms(errors(extract_laser_line(image, options), place)), 1.05 * bound(width))
+        << "measured " << width;
+    options.width = width;
+    EXPECT_LT(rms(errors(extract_laser_line(image), place)), 1.02 * bound(width))
+        << "matched " << width;
+    EXPECT_GT(rms(errors(extract_laser_line(image, options), place)), 0.98 * bound(width)) << "it is a bound";
+    auto const found = errors(extract_laser_line(image, options), place);
+    EXPECT_LT(std::abs(cv::mean(found)[0]), 4 * bound(width) / std::sqrt(columns)) << "no bias";
+  }
+}
+
+TEST(LaserLine, MeasuresPlaceHeightAndWidth) {
+  auto const place = wanderingLine(200, 30);
+  for (double width : {1.0, 2.5, 4.0}) {
+    cv::Mat_<float> light(60, 200, 20.0F);
+    addStripe(light, place, peak, width);
+    for (Method method : {Method::DerivativeZero, Method::CentreOfGravity}) {
+      LaserLineOptions options;
+      options.method = method;
+      auto const peaks = extract_laser_peaks(exposed(light, 0), options);
+      ASSERT_EQ(peaks.size(), place.size());
+      for (std::size_t i = 0; i < peaks.size(); ++i) {
+        EXPECT_NEAR(peaks[i].point.y, place[i], method == Method::DerivativeZero ? 0.02 : 0.04)
+            << "rounding to grey levels is the only noise; the centre of gravity feels it more";
+        EXPECT_NEAR(peaks[i].contrast, peak, 0.01 * peak);
+        EXPECT_NEAR(peaks[i].width, width, 0.01 * width);
+      }
+    }
+  }
+}
+
+TEST(LaserLine, RunsDownTheImageAsWellAsAcross) {
+  auto const place = wanderingLine(300, 40);
+  cv::Mat_<float> light(80, 300, 20.0F);
+  addStripe(light, place, peak, 2);
+  cv::Mat const across = exposed(light, sigma);
+  LaserLineOptions options;
+  auto const acrossPoints = extract_laser_line(across, options);
+  options.direction = Direction::PerRow;
+  auto const downPoints = extract_laser_line(across.t(), options);
+  ASSERT_EQ(acrossPoints.size(), 300U);
+  ASSERT_EQ(downPoints.size(), 300U);
+  for (std::size_t i = 0; i < 300; ++i) {
+    EXPECT_EQ(downPoints[i], cv::Point2f(acrossPoints[i].y, acrossPoints[i].x));
+  }
+}
+
+TEST(LaserLine, FindsSeveralLines) {
+  cv::Mat_<float> light(100, 50, 10.0F);
+  for (int line = 0; line < 3; ++line) {
+    addStripe(light, std::vector<double>(50, 20.25 + 25 * line), 60 + 40 * line, 1.5 + 0.5 * line);
+  }
+  LaserLineOptions options;
+  options.maxPeaks = 5;
+  auto const all = extract_laser_line(exposed(light, sigma), options);
+  ASSERT_EQ(all.size(), 150U);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    EXPECT_NEAR(all[i].y, 20.25 + 25 * static_cast<double>(i % 3), 0.3);
+  }
+  options.maxPeaks = 2;
+  auto const two = extract_laser_line(exposed(light, sigma), options);
+  ASSERT_EQ(two.size(), 100U);
+  EXPECT_NEAR(two[0].y, 45.25, 0.3) << "the highest ones stay";
+}
+
+TEST(LaserLine, DropsWhatIsNoGoodStripe) {
+  auto const found = [](auto const& draw, LaserLineOptions const& options = {}) {
+    cv::Mat_<float> light(80, 40, 30.0F);
+    draw(light);
+    return extract_laser_line(exposed(light, sigma), options).size();
+  };
+  auto const stripe = [](double place, double height, double width) {
+    return [=](cv::Mat_<float>& light) { addStripe(light, std::vector<double>(40, place), height, width); };
+  };
+  EXPECT_EQ(found([](cv::Mat_<float>&) {}), 0U) << "noise alone";
+  EXPECT_EQ(found([](cv::Mat_<float>& light) { light.rowRange(0, 40) += 120; }), 0U)
+      << "a step of brightness";
+  EXPECT_EQ(found(stripe(40, 10, 2)), 0U) << "too weak";
+  EXPECT_EQ(found(stripe(40, 100, 8)), 0U) << "too wide";
+  EXPECT_EQ(found(stripe(1.5, 100, 2)), 0U) << "cut by the border";
+  EXPECT_EQ(found(stripe(79.5, 100, 2)), 0U);
+  EXPECT_EQ(found(stripe(40, 700, 2)), 0U) << "saturated";
+  EXPECT_EQ(found(stripe(40, 30, 2)), 40U);
+  LaserLineOptions tolerant;
+  tolerant.maxSaturated = 10;
+  EXPECT_EQ(found(stripe(40, 700, 2), tolerant), 40U);
+  LaserLineOptions narrow;
+  narrow.maxWidth = 1.5;
+  EXPECT_EQ(found(stripe(40, 100, 2.5), narrow), 0U);
+}
+
+TEST(LaserLine, TakesGreyAndColourRegions) {
+  auto const place = wanderingLine(64, 30);
+  cv::Mat_<float> light(60, 64, 20.0F);
+  addStripe(light, place, peak, 2);
+  cv::Mat const grey = exposed(light, sigma);
+  auto const expected = extract_laser_line(grey);
+  cv::Mat frame(100, 120, CV_8UC3, cv::Scalar::all(255));
+  cv::Mat const region = frame(cv::Rect(17, 9, 64, 60));
+  cv::merge(std::vector<cv::Mat>{grey / 4, grey / 3, grey}, region);
+  EXPECT_EQ(extract_laser_line(region), expected) << "a red line";
+
+  EXPECT_TRUE(extract_laser_line(cv::Mat()).empty());
+  EXPECT_TRUE(extract_laser_line(cv::Mat::zeros(3, 3, CV_8U)).empty());
+  EXPECT_THROW(extract_laser_line(cv::Mat::zeros(9, 9, CV_16U)), Exception);
+  EXPECT_THROW(extract_laser_line(cv::Mat::zeros(9, 9, CV_8UC4)), Exception);
+  LaserLineOptions options;
+  options.maxPeaks = 0;
+  EXPECT_THROW(extract_laser_line(grey, options), Exception);
+  options = {};
+  options.minWidth = NAN;
+  EXPECT_THROW(extract_laser_line(grey, options), Exception);
+}
+
+TEST(LaserLine, IsTheSameForAnyNumberOfThreads) {
+  auto const place = wanderingLine(500, 120);
+  cv::Mat_<float> light(240, 500, 20.0F);
+  addStripe(light, place, peak, 2);
+  cv::Mat const image = exposed(light, 10);
+  int const threads = cv::getNumThreads();
+  cv::setNumThreads(1);
+  auto const one = extract_laser_line(image);
+  cv::setNumThreads(4);
+  EXPECT_EQ(extract_laser_line(image), one);
+  cv::setNumThreads(threads);
+}
+
+} // namespace
+} // namespace vorn::mv
