@@ -80,8 +80,7 @@ TEST(LaserLine, ReachesTheNoiseBound) {
     EXPECT_LT(rms(errors(extract_laser_line(image, options), place)), 1.05 * bound(width))
         << "measured " << width;
     options.width = width;
-    EXPECT_LT(rms(errors(extract_laser_line(image), place)), 1.02 * bound(width))
-        << "matched " << width;
+    EXPECT_LT(rms(errors(extract_laser_line(image), place)), 1.02 * bound(width)) << "matched " << width;
     EXPECT_GT(rms(errors(extract_laser_line(image, options), place)), 0.98 * bound(width)) << "it is a bound";
     auto const found = errors(extract_laser_line(image, options), place);
     EXPECT_LT(std::abs(cv::mean(found)[0]), 4 * bound(width) / std::sqrt(columns)) << "no bias";
