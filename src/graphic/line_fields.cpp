@@ -18,6 +18,23 @@ std::string_view LineFields::word() {
   return {begin, static_cast<std::size_t>(next_ - begin)};
 }
 
+bool LineFields::keyword(std::string_view lowerCase) {
+  skipBlanks();
+  constexpr char lowerCaseBit = 0x20; // of the letters
+  char const* next = next_;
+  for (char const letter : lowerCase) {
+    if ((*next | lowerCaseBit) != letter) { // so at the line's end too
+      return false;
+    }
+    ++next;
+  }
+  if (!endsField(next)) {
+    return false;
+  }
+  next_ = next;
+  return true;
+}
+
 bool LineFields::number(float& value) {
   skipBlanks();
   if (next_ == end_) {

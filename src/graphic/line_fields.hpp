@@ -21,6 +21,8 @@ public:
   }
   /// The next field; empty at the end of the line.
   std::string_view word();
+  /// Takes a field that is `lowerCase` in upper or lower case letters; takes nothing when it is another.
+  bool keyword(std::string_view lowerCase);
   /// Takes a field that is a number, as `parseFloat` reads it; takes nothing when it is none.
   bool number(float& value);
   /// Takes a field that is an integer of at most 64 bits; takes nothing when it is none.

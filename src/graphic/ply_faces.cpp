@@ -8,6 +8,7 @@
 #include <string>
 #include <type_traits>
 
+#include "graphic/large_array.hpp"
 #include "graphic/ply_rows.hpp"
 #include "graphic/ply_values.hpp"
 
@@ -138,7 +139,7 @@ void readPlyFaces(FileReader& file, PlyElement const& element, PlyEncoding encod
                       static_cast<std::int64_t>(vertexCount));
   std::vector<int> corners;
   if (!areStrips) {
-    triangles.reserve(static_cast<std::size_t>(element.count));
+    reserveLarge(triangles, triangles.size() + static_cast<std::size_t>(element.count));
   }
   for (std::uint64_t row = 0; row < element.count; ++row) {
     if (encoding == PlyEncoding::Ascii) {

@@ -138,6 +138,14 @@ bool PlyElement::hasList() const {
                      [](PlyProperty const& each) { return each.isList(); });
 }
 
+std::size_t PlyElement::rowSize() const {
+  std::size_t size = 0;
+  for (PlyProperty const& property : properties) {
+    size += sizeOf(property.type);
+  }
+  return size;
+}
+
 PlyHeader readPlyHeader(FileReader& file) {
   std::string_view line;
   if (!file.nextLine(line) || LineFields(line).rest() != "ply") {

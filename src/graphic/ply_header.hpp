@@ -35,6 +35,8 @@ struct PlyElement {
   std::vector<PlyProperty> properties;
 
   bool hasList() const;
+  /// Bytes of a binary row, where there is no list.
+  std::size_t rowSize() const;
 };
 
 struct PlyHeader {

@@ -58,6 +58,10 @@ void skipElement(FileReader& file, PlyElement const& element, PlyEncoding encodi
   if (element.properties.empty()) {
     return; // its rows take no room, however many the header promises
   }
+  if (encoding != PlyEncoding::Ascii && !element.hasList()) {
+    file.skip(element.count * element.rowSize());
+    return;
+  }
   for (std::uint64_t row = 0; row < element.count; ++row) {
     if (encoding == PlyEncoding::Ascii) {
       takeTextRow(file, element, [&](LineFields& line) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "graphic/large_array.hpp"
 #include "graphic/line_fields.hpp"
 #include "graphic/ply_rows.hpp"
 #include "graphic/ply_values.hpp"
@@ -138,10 +139,7 @@ bool isTriple(PlyElement const& element, std::vector<Field> const& fields, std::
 /// Binary rows of one size: as many as the window holds at a time, column by column.
 void readEqualRows(FileReader& file, PlyElement const& element, std::vector<Field> const& fields,
                    bool swapped, Rows rows) {
-  std::size_t stride = 0;
-  for (PlyProperty const& property : element.properties) {
-    stride += sizeOf(property.type);
-  }
+  std::size_t const stride = element.rowSize();
   for (std::uint64_t left = element.count; left > 0;) {
     fetchValues(file, element, stride);
     std::size_t const count =
@@ -216,11 +214,14 @@ void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding en
     file.fail("its vertices lack x, y or z");
   }
   std::size_t const count = static_cast<std::size_t>(element.count);
+  reserveLarge(object.vertices(), count);
   object.vertices().resize(count);
   if (isComplete(fields, Target::Normal)) {
+    reserveLarge(object.normals(), count);
     object.normals().resize(count);
   }
   if (isComplete(fields, Target::Color)) {
+    reserveLarge(object.colors(), count);
     object.colors().resize(count, cv::Vec4b(0, 0, 0, 255));
   }
   Rows rows = {object.vertices().data(), object.hasNormals() ? object.normals().data() : nullptr,

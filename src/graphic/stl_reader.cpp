@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -15,14 +16,6 @@
 namespace vorn::graphic {
 namespace {
 
-bool equalsIgnoringCase(std::string_view text, std::string_view lowerCase) {
-  constexpr char lowerCaseBit =
-      0x20; // of the letters, which are all that the words of this format consist of
-  return text.size() == lowerCase.size() &&
-         std::equal(text.begin(), text.end(), lowerCase.begin(),
-                    [](char left, char right) { return (left | lowerCaseBit) == right; });
-}
-
 /// The triangle count in a binary file's header. Only files as long as the header have one.
 std::uint32_t binaryCount(char const* header) {
   std::uint32_t count = 0;
@@ -32,9 +25,12 @@ std::uint32_t binaryCount(char const* header) {
 
 /// True for a text that begins with "solid". Many binary files begin so too, but hold zero bytes soon after.
 bool beginsAsText(std::string_view start) {
-  std::size_t const first = start.find_first_not_of(" \t\r\n");
-  return first != start.npos && equalsIgnoringCase(start.substr(first, 5), "solid") &&
-         start.find('\0') == start.npos;
+  constexpr std::string_view keyword = "solid";
+  std::size_t const first = std::min(start.find_first_not_of(" \t\r\n"), start.size());
+  std::string text(start.substr(first, keyword.size()));
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char each) { return std::tolower(each); });
+  return text == keyword && start.find('\0') == start.npos;
 }
 
 GraphicObject readBinary(FileReader& file) {
@@ -72,14 +68,7 @@ public:
     while (toNextWord()) {
       expect("solid");
       line_.rest(); // its name
-      for (;;) {
-        std::string_view const word = takeWord();
-        if (equalsIgnoringCase(word, "endsolid")) {
-          break;
-        }
-        if (!equalsIgnoringCase(word, "facet")) {
-          failAtWord(word, "facet");
-        }
+      while (!takes("endsolid")) {
         takeFacet();
       }
       line_.rest();
@@ -89,11 +78,14 @@ public:
   }
 
 private:
-  /// What follows the word "facet".
   void takeFacet() {
+    expect("facet");
     expect("normal");
     for (int axis = 0; axis < 3; ++axis) {
-      takeWord(); // the corners tell it as well
+      if (!toNextWord()) {
+        failAtEnd();
+      }
+      line_.word(); // the corners tell it as well
     }
     expect("outer");
     expect("loop");
@@ -127,17 +119,17 @@ private:
     return vector;
   }
 
-  std::string_view takeWord() {
+  /// Takes the next word if it is this one.
+  bool takes(std::string_view word) {
     if (!toNextWord()) {
       failAtEnd();
     }
-    return line_.word();
+    return line_.keyword(word);
   }
 
-  void expect(std::string_view expected) {
-    std::string_view const word = takeWord();
-    if (!equalsIgnoringCase(word, expected)) {
-      failAtWord(word, expected);
+  void expect(std::string_view word) {
+    if (!takes(word)) {
+      file_.failAtLine("expected " + quoted(word) + ", but there is " + quoted(line_.word()));
     }
   }
 
@@ -152,9 +144,6 @@ private:
     return true;
   }
 
-  [[noreturn]] void failAtWord(std::string_view word, std::string_view expected) const {
-    file_.failAtLine("expected " + quoted(expected) + ", but there is " + quoted(word));
-  }
   [[noreturn]] void failAtEnd() const { file_.failAtLine("the file ends before its 'endsolid'"); }
 
   FileReader& file_;

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "core/error.hpp"
+#include "graphic/large_array.hpp"
 
 namespace vorn::graphic {
 namespace {
@@ -34,7 +36,8 @@ VertexWelder::VertexWelder(std::vector<cv::Vec3f>& vertices, std::vector<cv::Vec
 }
 
 void VertexWelder::reserve(std::size_t triangleCount) {
-  triangles_.reserve(triangleCount);
+  reserveLarge(triangles_, triangleCount);
+  reserveLarge(vertices_, triangleCount / 2); // fewer than that are only at a mesh's border
   std::size_t slotCount = leastSlots;
   while (slotCount < triangleCount) {
     slotCount *= 2;
@@ -43,7 +46,10 @@ void VertexWelder::reserve(std::size_t triangleCount) {
 }
 
 void VertexWelder::rehash(std::size_t slotCount) {
-  slots_.assign(slotCount, Slot{0, -1});
+  std::vector<Slot> fresh;
+  reserveLarge(fresh, slotCount);
+  fresh.assign(slotCount, Slot{0, -1});
+  slots_ = std::move(fresh);
   for (std::size_t vertex = 0; vertex < vertices_.size(); ++vertex) {
     std::uint64_t const hash = hashOf(vertices_[vertex]);
     std::size_t place = hash & (slotCount - 1);

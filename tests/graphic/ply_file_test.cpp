@@ -6,6 +6,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
 
 #include "support/expect_error.hpp"
 #include "support/file_content.hpp"
@@ -231,6 +233,17 @@ TEST(PLYFile, DamagedBinaryFacesAreNamedWithTheByte) {
               faceByte(4) + "the list 'vertex_indices' of 2000000000 values goes beyond the end of the file");
   expectError([&] { parse(header + Bytes(false).add(3).add(0).add(0).add(1).text()); },
               faceByte(4) + "the vertex index 1");
+}
+
+TEST(PLYFile, ReadsFromAPipe) {
+  vorn::test::TemporaryFolder const folder;
+  std::string const path = (folder / "pipe").string();
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  constexpr int moreThanOneWindow = 20000;
+  GraphicObject const object = fullObject(moreThanOneWindow, Alpha::Varied);
+  std::thread writer([&] { PLYFile().write(path, object); });
+  expectSameBits(PLYFile().read(path), object);
+  writer.join();
 }
 
 TEST(PLYFile, UnusablePathsAndObjects) {
