@@ -83,8 +83,11 @@ TEST(AtomicFile, FullDiskKeepsTheOldFile) {
   put(path, "old");
   {
     FullDisk const fullDisk(1000);
-    expectError([&] { save(path, std::string(5000, 'x')); },
+    AtomicFile file(path.string());
+    expectError([&] { file.write(std::string(5000, 'x')); },
                 "Cannot write " + path.string() + ": File too large");
+    EXPECT_EQ(filesIn(folder.path()), 1U);
+    expectError([&] { file.commit(); }, "Cannot write");
   }
   EXPECT_EQ(contentOf(path), "old");
   EXPECT_EQ(filesIn(folder.path()), 1U);

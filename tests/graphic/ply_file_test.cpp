@@ -174,6 +174,31 @@ TEST(PLYFile, ListsInVerticesAndFacesBeforeThem) {
   }
 }
 
+TEST(PLYFile, ComponentsInMixedOrderAndTypes) {
+  Bytes bytes(false);
+  for (float const value : {1.0F, 3.0F, 2.0F, 4.0F}) {
+    bytes.add(value);
+  }
+  bytes.add(5.0).add(6.0F);
+  GraphicObject const object =
+      parse("ply\nformat binary_little_endian 1.0\nelement vertex 1\n"
+            "property float x\nproperty float z\nproperty float y\nproperty float nx\n"
+            "property double ny\nproperty float nz\nend_header\n" +
+            bytes.text());
+  EXPECT_EQ(object.vertices()[0], cv::Vec3f(1, 2, 3));
+  EXPECT_EQ(object.normals()[0], cv::Vec3f(4, 5, 6));
+}
+
+TEST(PLYFile, LastLineWithoutAnEnd) {
+  constexpr int moreThanOneWindow = 20000;
+  std::string content = "ply\nformat ascii 1.0\nelement vertex 20001\n" + xyz + "end_header\n";
+  for (int row = 0; row < moreThanOneWindow; ++row) {
+    content += "1111111 1111111 1111111\n";
+  }
+  // It is shorter than the lines before, so that digits of one of them stand behind it in the window.
+  EXPECT_EQ(parse(content + "2 2 2").vertices().back(), cv::Vec3f(2, 2, 2));
+}
+
 TEST(PLYFile, ClassicMacLineEnds) {
   std::string header = "ply\nformat binary_big_endian 1.0\nelement vertex 1\n" + xyz + "end_header\n";
   std::replace(header.begin(), header.end(), '\n', '\r');
@@ -224,15 +249,16 @@ TEST(PLYFile, DamagedFilesAreNamedWithPlaceAndReason) {
 }
 
 TEST(PLYFile, DamagedBinaryFacesAreNamedWithTheByte) {
-  std::string const header = "ply\nformat binary_little_endian 1.0\nelement vertex 1\n" + xyz +
+  constexpr int vertexCount = 100000; // more than one window
+  std::string const header = "ply\nformat binary_little_endian 1.0\nelement vertex 100000\n" + xyz +
                              "element face 1\nproperty list int int vertex_indices\nend_header\n" +
-                             std::string(12, '\0');
+                             std::string(12 * vertexCount, '\0');
   auto const faceByte = [&](int offset) { return "byte " + std::to_string(header.size() + offset) + ": "; };
   expectError([&] { parse(header + Bytes(false).add(-1).text()); }, faceByte(0) + "the list");
   expectError([&] { parse(header + Bytes(false).add(2000000000).add(0).text()); },
               faceByte(4) + "the list 'vertex_indices' of 2000000000 values goes beyond the end of the file");
-  expectError([&] { parse(header + Bytes(false).add(3).add(0).add(0).add(1).text()); },
-              faceByte(4) + "the vertex index 1");
+  expectError([&] { parse(header + Bytes(false).add(3).add(0).add(0).add(vertexCount).text()); },
+              faceByte(4) + "the vertex index 100000");
 }
 
 TEST(PLYFile, ReadsFromAPipe) {
