@@ -4,9 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
-#include <filesystem>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -16,6 +14,8 @@
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
 
+#include "tools/output_path.hpp"
+
 namespace vorn::tools {
 
 namespace {
@@ -23,9 +23,7 @@ namespace {
 enum class Format { Ply, Obj, Stl };
 
 Format formatOf(std::string const& path) {
-  std::string ending = std::filesystem::path(path).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::string const ending = lowerCaseEnding(path);
   if (ending == ".ply") {
     return Format::Ply;
   }

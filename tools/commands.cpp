@@ -7,7 +7,11 @@ namespace vorn::tools {
 void addCommands(CLI::App& app) {
   // In the order of a job, which is that of the help text.
   addPatternsCommand(app);
+  addScanCommand(app);
   addImageCommand(app);
+  addInfoCommand(app);
+  addSimulateCommand(app);
+  addDemoCommand(app);
 }
 
 } // namespace vorn::tools

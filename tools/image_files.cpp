@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "image_files.hpp"
+#include "tools/image_files.hpp"
 
 #include <algorithm>
 #include <cctype>
@@ -17,7 +17,8 @@
 #include <vorn/core/atomic_file.hpp>
 #include <vorn/core/exception.hpp>
 
-#include "progress.hpp"
+#include "tools/output_path.hpp"
+#include "tools/progress.hpp"
 
 namespace vorn::tools {
 
@@ -60,9 +61,7 @@ std::string sizeText(cv::Mat const& image) {
 /// The number in PREFIX_NN.EXT, when `name` is such a name.
 std::optional<int> sequenceNumber(fs::path const& name, std::string const& prefix) {
   static std::vector<std::string> const extensions{".png", ".bmp", ".tif", ".tiff", ".jpg", ".jpeg", ".pgm"};
-  std::string extension = name.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::string const extension = lowerCaseEnding(name);
   std::string const stem = name.stem().string();
   std::string const start = prefix + "_";
   constexpr std::size_t mostDigits = 6;
@@ -89,8 +88,11 @@ void writeImage(std::string const& path, cv::Mat const& image) {
   std::string const extension = fs::path(path).extension().string();
   std::vector<unsigned char> bytes;
   bool encoded = false;
+  // The default for floating-point TIFF is a lossy encoding of luminance.
+  constexpr int lzw = 5;
+  std::vector<int> const parameters{cv::IMWRITE_TIFF_COMPRESSION, lzw};
   try {
-    encoded = !extension.empty() && cv::imencode(extension, image, bytes);
+    encoded = !extension.empty() && cv::imencode(extension, image, bytes, parameters);
   } catch (cv::Exception const&) {
     encoded = false;
   }

@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "json_file.hpp"
+#include "tools/json_file.hpp"
 
 #include <cerrno>
 #include <cstring>

@@ -63,27 +63,34 @@ int colorIndex(float depth, DepthRange const& range) {
   return static_cast<int>(std::lround(255.0F * std::clamp(share, 0.0F, 1.0F)));
 }
 
-/// The light that a surface through the neighbours of (y, x) sends back; 1 where there are too few of them.
-float shade(cv::Mat_<cv::Vec3f> const& xyz, int y, int x) {
+/// The step along the surface from one side of (y, x) to the other, over the farthest present neighbours in
+/// reach; zero where there are none.
+cv::Vec3f tangent(cv::Mat_<cv::Vec3f> const& xyz, cv::Point const& at, cv::Point const& step) {
   // Wide enough a baseline to show the shape rather than the noise.
   constexpr int reach = 2;
-  if (y < reach || x < reach || y + reach >= xyz.rows || x + reach >= xyz.cols) {
-    return 1.0F;
-  }
-  cv::Vec3f const& left = xyz(y, x - reach);
-  cv::Vec3f const& right = xyz(y, x + reach);
-  cv::Vec3f const& up = xyz(y - reach, x);
-  cv::Vec3f const& down = xyz(y + reach, x);
-  if (!isPresent(left) || !isPresent(right) || !isPresent(up) || !isPresent(down)) {
-    return 1.0F;
-  }
-  cv::Vec3f const normal = (right - left).cross(down - up);
-  float const length = static_cast<float>(cv::norm(normal));
+  cv::Rect const frame(cv::Point(0, 0), xyz.size());
+  auto const farthest = [&](int sign) {
+    for (int i = reach; i > 0; --i) {
+      cv::Point const neighbour = at + sign * i * step;
+      if (frame.contains(neighbour) && isPresent(xyz(neighbour))) {
+        return xyz(neighbour);
+      }
+    }
+    return xyz(at);
+  };
+  return farthest(1) - farthest(-1);
+}
+
+/// The light that the surface around a pixel sends back.
+float shade(cv::Mat_<cv::Vec3f> const& xyz, cv::Point const& at) {
+  cv::Vec3f const normal = tangent(xyz, at, {1, 0}).cross(tangent(xyz, at, {0, 1}));
+  auto const length = static_cast<float>(cv::norm(normal));
+  constexpr float unknown = 0.7F;
   if (length <= 0.0F) {
-    return 1.0F;
+    return unknown;
   }
-  static cv::Vec3f const light = cv::normalize(cv::Vec3f(-0.45F, -0.55F, -0.7F));
-  constexpr float ambient = 0.25F;
+  static cv::Vec3f const light = cv::normalize(cv::Vec3f(-0.35F, -0.45F, -0.8F));
+  constexpr float ambient = 0.3F;
   return ambient + (1.0F - ambient) * std::abs(normal.dot(light)) / length;
 }
 
@@ -97,7 +104,7 @@ cv::Vec3b scaled(cv::Vec3b const& color, float factor) {
 
 void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, cv::Mat_<cv::Vec3b> const& colors) {
   int const margin = std::max(strip.rows / 20, 4);
-  int const barWidth = std::max(strip.cols / 5, 2);
+  int const barWidth = std::max(strip.cols / 6, 2);
   int const height = std::max(strip.rows - 2 * margin, 1);
   for (int y = 0; y < height; ++y) {
     int const index = std::clamp(y * 255 / height, 0, 255);
@@ -105,7 +112,7 @@ void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, cv::Mat_<cv:
     strip(line & cv::Rect(0, 0, strip.cols, strip.rows)).setTo(colors(0, index));
   }
   constexpr int labels = 5;
-  double const fontScale = strip.cols / 180.0;
+  double const fontScale = strip.cols / 280.0;
   for (int i = 0; i < labels; ++i) {
     float const depth = range.near + (range.far - range.near) * static_cast<float>(i) / (labels - 1);
     char text[32];
@@ -126,7 +133,7 @@ cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& te
     for (int x = 0; x < xyz.cols; ++x) {
       if (isPresent(xyz(y, x))) {
         cv::Vec3b const color = texture.empty() ? colors(0, colorIndex(xyz(y, x)[2], range)) : texture(y, x);
-        picture(y, x) = scaled(color, shade(xyz, y, x));
+        picture(y, x) = scaled(color, shade(xyz, {x, y}));
       }
     }
   }

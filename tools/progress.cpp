@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "progress.hpp"
+#include "tools/progress.hpp"
 
 #include <algorithm>
 #include <iostream>

@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "property_options.hpp"
+#include "tools/property_options.hpp"
 
 #include <vorn/core/exception.hpp>
 

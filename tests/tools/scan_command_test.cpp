@@ -1,0 +1,183 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include "support/temporary_folder.hpp"
+#include "tools/cloud_files.hpp"
+#include "tools/image_files.hpp"
+#include "tools/json_file.hpp"
+#include "tools/tool.hpp"
+
+namespace vorn::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status;
+  std::string errors;
+};
+
+Outcome run(std::vector<std::string> const& arguments) {
+  testing::internal::CaptureStderr();
+  testing::internal::CaptureStdout();
+  int const status = runTool(arguments);
+  testing::internal::GetCapturedStdout();
+  return {status, testing::internal::GetCapturedStderr()};
+}
+
+std::string contentOf(fs::path const& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+/// A copy of a rendered scan of a small rig, to be used and spoilt.
+class RenderedScan {
+public:
+  RenderedScan() { fs::copy(original().path(), folder_.path(), fs::copy_options::recursive); }
+
+  fs::path operator/(std::string const& name) const { return folder_ / name; }
+
+  Outcome scan(std::vector<std::string> const& more) const {
+    std::vector<std::string> arguments{"scan", folder_ / "scan", "--calib", folder_ / "scanner_truth.json"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run(arguments);
+  }
+
+private:
+  /// Rendered once for all tests.
+  static test::TemporaryFolder const& original() {
+    static test::TemporaryFolder const folder;
+    static int const status = run({"simulate", folder.path(), "--divisor", "4", "--no-calib"}).status;
+    EXPECT_EQ(status, 0);
+    return folder;
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+TEST(ScanCommand, MeasuresTheSceneThatWasRendered) {
+  RenderedScan const files;
+  Outcome const outcome =
+      files.scan({"--out", files / "cloud.ply", "--xyz", files / "xyz.tiff", "--map", files / "map.tiff",
+                  "--preview", files / "p.png", "--report", files / "r.json"});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+
+  cv::Mat_<cv::Vec3f> const xyz = cv::imread(files / "xyz.tiff", cv::IMREAD_UNCHANGED);
+  cv::Mat_<cv::Vec3f> const truth = cv::imread(files / "scan/truth_xyz.tiff", cv::IMREAD_UNCHANGED);
+  cv::Mat_<uchar> const mask = cv::imread(files / "scan/truth_mask.png", cv::IMREAD_UNCHANGED);
+  ASSERT_EQ(xyz.size(), truth.size());
+  int expected = 0;
+  int measured = 0;
+  double squares = 0.0;
+  constexpr uchar clean = 255;
+  for (int y = 0; y < mask.rows; ++y) {
+    for (int x = 0; x < mask.cols; ++x) {
+      expected += mask(y, x) == clean ? 1 : 0;
+      if (mask(y, x) == clean && std::isfinite(xyz(y, x)[2])) {
+        ++measured;
+        squares += std::pow(cv::norm(xyz(y, x) - truth(y, x)), 2);
+      }
+    }
+  }
+  constexpr double leastShare = 0.99;
+  // The noise of this rig's coarse pixels makes 0.1 mm.
+  constexpr double mostError = 0.15;
+  EXPECT_GT(measured, leastShare * expected);
+  EXPECT_LT(std::sqrt(squares / measured), mostError);
+
+  nlohmann::json const report = readJsonFile(files / "r.json");
+  EXPECT_EQ(report["Points"].get<std::size_t>(), readGraphic(files / "cloud.ply").vertices().size());
+  EXPECT_EQ(cv::imread(files / "p.png").rows, xyz.rows);
+  EXPECT_EQ(cv::imread(files / "map.tiff", cv::IMREAD_UNCHANGED).type(), CV_32F);
+}
+
+TEST(ScanCommand, WritesASurfaceAsStl) {
+  RenderedScan const files;
+  ASSERT_EQ(files.scan({"--out", files / "surface.stl"}).status, 0);
+  constexpr std::size_t fewest = 10000;
+  EXPECT_GT(readGraphic(files / "surface.stl").triangles().size(), fewest);
+}
+
+struct BadInput {
+  char const* part; ///< what the message must name
+  std::function<void(RenderedScan const&)> spoil;
+  std::vector<std::string> more;
+};
+
+void rewrite(fs::path const& path, std::string const& text) {
+  std::ofstream(path, std::ios::trunc) << text;
+}
+
+/// Changes the calibration by `edit`.
+template <class Edit>
+std::function<void(RenderedScan const&)> recalibrated(Edit const& edit) {
+  return [edit](RenderedScan const& files) {
+    nlohmann::json json = readJsonFile(files / "scanner_truth.json");
+    edit(json);
+    writeJsonFile(files / "scanner_truth.json", json);
+  };
+}
+
+TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
+  auto const nothing = [](RenderedScan const& /*files*/) {};
+  std::vector<BadInput> const cases{
+      {"columns_04", [](auto const& files) { fs::remove(files / "scan/columns_04.png"); }, {}},
+      {"columns_03.png", [](auto const& files) { rewrite(files / "scan/columns_03.png", "no picture"); }, {}},
+      {"9 x 7",
+       [](auto const& files) { writeImage(files / "scan/columns_05.png", cv::Mat::zeros(7, 9, CV_8U)); },
+       {}},
+      {"Insufficient input patterns",
+       [](auto const& files) {
+         for (int i = 6; fs::remove(sequencePath(files / "scan", "columns", i)); ++i) {
+         }
+       },
+       {}},
+      {"no folder", [](auto const& files) { fs::remove_all(files / "scan"); }, {}},
+      {"scanner_truth.json", [](auto const& files) { rewrite(files / "scanner_truth.json", "{"); }, {}},
+      {"scanner_truth.json", [](auto const& files) { fs::remove(files / "scanner_truth.json"); }, {}},
+      {"ProjectorModel", recalibrated([](auto& json) { json.erase("ProjectorModel"); }), {}},
+      {"640 x 480",
+       recalibrated([](auto& json) {
+         json["CameraModel"]["Resolution"] = {640, 480};
+       }),
+       {}},
+      {"not calibrated", recalibrated([](auto& json) { json["CameraModel"]["Error"] = 0.7; }), {}},
+      {"absent", nothing, {"--preview", "/absent/p.png"}},
+      {"Sensitivty", nothing, {"--set", "Sensitivty=3"}},
+      {"Sensitivity", nothing, {"--set", "Sensitivity=300"}},
+  };
+  for (BadInput const& c : cases) {
+    RenderedScan const files;
+    rewrite(files / "cloud.ply", "old");
+    c.spoil(files);
+    std::vector<std::string> more = c.more;
+    more.insert(more.end(), {"--out", files / "cloud.ply"});
+    Outcome const outcome = files.scan(more);
+    EXPECT_EQ(outcome.status, 1) << c.part;
+    EXPECT_NE(outcome.errors.find(c.part), std::string::npos) << outcome.errors;
+    EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+    EXPECT_EQ(contentOf(files / "cloud.ply"), "old") << c.part;
+  }
+}
+
+TEST(Tool, WrongUsageIsStatusTwo) {
+  EXPECT_EQ(run({}).status, 2);
+  EXPECT_EQ(run({"scan"}).status, 2);
+  EXPECT_EQ(run({"patterns", "x", "--width", "many", "--height", "4"}).status, 2);
+  EXPECT_EQ(run({"--help"}).status, 0);
+  EXPECT_EQ(run({"scan", "--help"}).status, 0);
+}
+
+} // namespace
+} // namespace vorn::tools

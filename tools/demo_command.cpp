@@ -1,0 +1,105 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <sim/demo.hpp>
+#include <sim/render.hpp>
+#include <sim/truth.hpp>
+#include <sim/truth_json.hpp>
+
+#include <vorn/mv/sl/patterns.hpp>
+
+#include "tools/cloud_files.hpp"
+#include "tools/commands.hpp"
+#include "tools/image_files.hpp"
+#include "tools/json_file.hpp"
+#include "tools/preview.hpp"
+#include "tools/scan_job.hpp"
+#include "tools/truth_comparison.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct DemoOptions {
+  std::string out = "demo";
+  int divisor = 1;
+};
+
+/// What the rig's camera captures of a scene while the column sequence is projected.
+struct Capture {
+  std::vector<cv::Mat> images;
+  sim::Truth truth;
+  cv::Mat_<uchar> mask;
+};
+
+Capture capture(sim::Rig const& rig, sim::Scene const& scene) {
+  std::vector<cv::Mat> columns;
+  std::vector<cv::Mat> rows;
+  mv::generate_ps4_patterns(columns, rows, rig.projector.device.resolution());
+  sim::ProjectorView const view(rig.camera, rig.projector, scene);
+  Capture result;
+  result.images = view.capture(columns);
+  result.truth = sim::truth(rig.camera, rig.projector, scene);
+  constexpr int phaseSteps = 4;
+  std::vector<cv::Mat> const fringes(columns.begin(), columns.begin() + phaseSteps);
+  result.mask = sim::truthMask(result.truth, sim::signal(rig.camera.sensor, view.expose(fringes)));
+  return result;
+}
+
+void run(DemoOptions const& options) {
+  makeFolder(options.out);
+  std::filesystem::path const folder = options.out;
+  sim::Rig const rig = sim::demoRig(options.divisor);
+  sim::Scene const scene = sim::demoScene();
+
+  cv::Size const camera = rig.camera.device.resolution();
+  cv::Size const projector = rig.projector.device.resolution();
+  std::cout << "Rendering a scan: camera " << camera.width << " x " << camera.height << ", projector "
+            << projector.width << " x " << projector.height << std::endl;
+  Capture const captured = capture(rig, scene);
+
+  mv::Sl3dScanner scanner;
+  scanner.read(sim::scannerJson(rig));
+  scanner["EnableTexture"] = true;
+  ScanResult const scan = runScan(scanner, captured.images);
+  std::cout << scan.pointCount << " points from " << captured.images.size() << " images; decoded in "
+            << std::lround(scan.decodeTime) << " ms, triangulated in " << std::lround(scan.triangulateTime)
+            << " ms\n";
+  TruthComparison const comparison = compareWithTruth(scan.xyz, captured.truth, captured.mask);
+  std::vector<ArtefactFigure> const figures =
+      measureArtefacts(scan.xyz, captured.truth, captured.mask, scene);
+  printComparison(comparison, figures);
+
+  writeObject((folder / "scanner.json").string(), scanner);
+  writeGraphic((folder / "scan.ply").string(), scan.cloud.getGraphicObject(true));
+  writeImage((folder / "scan.png").string(), drawRelief(scan.xyz));
+  constexpr float period = 4.0F;
+  writeImage((folder / "map.png").string(), drawDecodedMap(scan.map, period));
+  nlohmann::json report = scanReport(scan);
+  report["Truth"] = comparisonReport(comparison, figures);
+  writeJsonFile((folder / "report.json").string(), report);
+  std::cout << "In " << options.out << ": scan.ply, its picture scan.png, the decoded map.png, scanner.json, "
+            << "report.json\n";
+}
+
+} // namespace
+
+void addDemoCommand(CLI::App& app) {
+  auto options = std::make_shared<DemoOptions>();
+  CLI::App* command =
+      app.add_subcommand("demo", "Scan with the virtual rig and compare with the exact truth");
+  command->add_option("--out", options->out, "Folder for the results; made if need be")
+      ->capture_default_str();
+  constexpr int coarsest = 8;
+  command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
+      ->check(CLI::Range(1, coarsest));
+  command->callback([options] { run(*options); });
+}
+
+} // namespace vorn::tools

@@ -1,0 +1,100 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <iostream>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
+#include "tools/cloud_files.hpp"
+#include "tools/cloud_info.hpp"
+#include "tools/commands.hpp"
+#include "tools/image_files.hpp"
+#include "tools/json_file.hpp"
+#include "tools/output_path.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+void printCamera(std::string const& title, mv::CameraModel const& camera) {
+  std::cout << title << ": " << camera.getResolution().width << " x " << camera.getResolution().height
+            << " pixels, ";
+  if (camera.getK().empty()) {
+    std::cout << "not calibrated\n";
+    return;
+  }
+  cv::Matx33d const k = camera.getK();
+  std::cout << "error " << camera.getCalibError() << " px"
+            << (camera.isCalibrated() ? "" : " (not calibrated)") << "\n  focal lengths " << k(0, 0) << ", "
+            << k(1, 1) << " px; centre " << k(0, 2) << ", " << k(1, 2) << " px; distortion";
+  for (double const coefficient : cv::Mat_<double>(camera.getD().reshape(1, 1))) {
+    std::cout << ' ' << coefficient;
+  }
+  std::cout << '\n';
+}
+
+void printScanner(mv::Sl3dScanner const& scanner) {
+  std::cout << "Structured-light scanner, " << (scanner.isCalibrated() ? "calibrated" : "not calibrated")
+            << '\n';
+  printCamera("Camera", scanner.getCameraModel());
+  printCamera("Projector", scanner.getProjectorModel());
+  cv::Matx44d const cam_from_proj = scanner.getTransform();
+  cv::Vec3d const projector(cam_from_proj(0, 3), cam_from_proj(1, 3), cam_from_proj(2, 3));
+  std::cout << "Projector at " << projector << " mm in the camera's frame, baseline " << cv::norm(projector)
+            << " mm\n";
+  for (Property const* property : scanner.getProperties()) {
+    std::cout << "  " << property->toString() << '\n';
+  }
+}
+
+void printJson(std::string const& path) {
+  nlohmann::json const json = readJsonFile(path);
+  if (json.contains("ProjectorModel")) {
+    mv::Sl3dScanner scanner;
+    readObject(path, scanner);
+    printScanner(scanner);
+  } else if (json.contains("K")) {
+    mv::CameraModel camera;
+    readObject(path, camera);
+    printCamera("Camera", camera);
+  } else {
+    throw Exception(path + " holds neither a scanner nor a camera", nullptr, 0, "info");
+  }
+}
+
+void printPicture(std::string const& path) {
+  cv::Mat const image = readImage(path);
+  double least = 0.0;
+  double greatest = 0.0;
+  cv::minMaxLoc(image.reshape(1), &least, &greatest);
+  std::cout << "Picture, " << image.cols << " x " << image.rows << ", " << cv::typeToString(image.type())
+            << ", values " << least << " to " << greatest << '\n';
+}
+
+void run(std::string const& path) {
+  std::string const ending = lowerCaseEnding(path);
+  if (ending == ".json") {
+    printJson(path);
+  } else if (ending == ".ply" || ending == ".obj" || ending == ".stl") {
+    printCloudInfo(readGraphic(path));
+  } else {
+    printPicture(path);
+  }
+}
+
+} // namespace
+
+void addInfoCommand(CLI::App& app) {
+  auto path = std::make_shared<std::string>();
+  CLI::App* command =
+      app.add_subcommand("info", "Say what a file holds: a calibration, a cloud or a picture");
+  command->add_option("file", *path, "The file")->required();
+  command->callback([path] { run(*path); });
+}
+
+} // namespace vorn::tools

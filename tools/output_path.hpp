@@ -1,0 +1,18 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <initializer_list>
+#include <string>
+
+namespace vorn::tools {
+
+/// Checks before a long computation that its results can be written: that the folder of each path exists and
+/// can be written to, and that no folder stands in the file's place. Empty paths are passed over.
+/// @throws Exception that names the first path for which this does not hold
+void checkOutputs(std::initializer_list<std::string> paths);
+
+/// The ending of a path in lower case, with its dot; empty when there is none.
+std::string lowerCaseEnding(std::string const& path);
+
+} // namespace vorn::tools
