@@ -68,7 +68,7 @@ Rig demoRig(int divisor) {
   Rig rig;
   rig.camera.device =
       Device({1552.4, 1550.9}, {644.3, 474.8}, {-0.21, 0.14, 0.0008, -0.0006, -0.03}, {1280, 960});
-  rig.camera.sensor.exposure = 0.72;
+  rig.camera.sensor.exposure = 0.8;
   rig.projector.device =
       Device({1138.2, 1137.1}, {459.6, 289.1}, {-0.09, 0.05, 0.0005, 0.0008, 0.0}, {912, 570});
   rig.projector.world_from_proj = Pose::fromDegrees({198, -12, 18}, {-1.4, -19.6, 0.7});

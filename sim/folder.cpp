@@ -78,7 +78,7 @@ void writeScanTruth(FolderWriter const& out, Rig const& rig, Scene const& scene,
   out.image("truth_xyz.tiff", exact.x_in_cam);
   cv::Mat coordinates[3];
   cv::split(exact.projector, coordinates);
-  coordinates[2] = coordinates[0] - coordinates[0]; // 0, and NaN where there is no truth
+  coordinates[2] = coordinates[0] * 0.0; // 0, and NaN where there is no truth
   cv::Mat projector;
   cv::merge(coordinates, 3, projector);
   out.image("truth_projector.tiff", projector);

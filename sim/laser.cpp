@@ -111,6 +111,7 @@ cv::Mat exposeLasers(Camera const& camera, std::vector<Laser> const& lasers, Sce
   PixelIntegral const integral(options.supersample, camera.blur);
   Pose const world_from_cam = camera.cam_from_world.inverse();
   std::vector<Pose> lasers_from_world;
+  lasers_from_world.reserve(lasers.size());
   for (Laser const& laser : lasers) {
     lasers_from_world.push_back(laser.world_from_laser.inverse());
   }

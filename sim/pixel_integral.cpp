@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 #include "core/parallel.hpp"
 
 namespace vorn::sim {
 
 PixelIntegral::PixelIntegral(int supersample, double blur) : supersample_(supersample) {
+  if (supersample < 1 || !(blur >= 0.0)) {
+    throw std::invalid_argument("sim: supersample must be at least 1 and the camera's blur at least 0");
+  }
   // Four deviations beyond the pixel's edge nothing is left.
   int const beyond = static_cast<int>(std::ceil(4.0 * blur * supersample));
   first_ = -beyond;

@@ -10,15 +10,18 @@
 
 #include "core/parallel.hpp"
 #include "sim/light.hpp"
-#include "sim/pixel_integral.hpp"
 #include "sim/sensor.hpp"
 
 namespace vorn::sim {
 namespace {
 
-/// Dark pixels kept around a pattern, so that no sample reads outside it.
-constexpr int patternMargin = 40;
-constexpr int maxTaps = 2 * patternMargin;
+/// How far, in projector pixels, the blur of a pixel reaches at most; light reaches as far beyond the
+/// pattern.
+constexpr int maxReach = 30;
+constexpr int maxTaps = 2 * maxReach;
+/// Dark pixels kept around a pattern, so that no sample reads outside it: a sample's place, its reach, and
+/// the taps that fill up a vector register.
+constexpr int patternMargin = 2 * maxReach + 4;
 
 /// The weights of the projector pixels around a position, along one axis: a pixel's box blurred by a
 /// Gaussian.
@@ -32,7 +35,7 @@ struct Taps {
   Taps(float position, float sigma) {
     auto const whole = static_cast<int>(std::floor(position));
     // Beyond four deviations nothing is left.
-    int const reach = std::min(static_cast<int>(std::ceil(4.0F * sigma + 0.5F)), patternMargin / 2 - 2);
+    int const reach = std::min(static_cast<int>(std::ceil(4.0F * sigma + 0.5F)), maxReach);
     first = whole - reach + 1 + patternMargin;
     int const used = 2 * reach;
     count = (used + 3) / 4 * 4;
@@ -56,9 +59,10 @@ float blurredPattern(cv::Mat const& padded, Taps const& x, Taps const& y) {
     float const* row = padded.ptr<float>(y.first + j) + x.first;
     float const weight = y.weights[static_cast<std::size_t>(j)];
     for (int i = 0; i < x.count; i += 4) {
-      for (int lane = 0; lane < 4; ++lane) {
-        sum[static_cast<std::size_t>(lane)] +=
-            weight * x.weights[static_cast<std::size_t>(i + lane)] * row[i + lane];
+      float const* weights = x.weights.data() + i;
+      float const* light = row + i;
+      for (std::size_t lane = 0; lane < sum.size(); ++lane) {
+        sum[lane] += weight * weights[lane] * light[lane];
       }
     }
   }
@@ -101,10 +105,8 @@ void checkPatterns(std::vector<cv::Mat> const& patterns, cv::Size const& resolut
 
 ProjectorView::ProjectorView(Camera const& camera, Projector const& projector, Scene const& scene,
                              RenderOptions const& options)
-    : camera_(camera), projector_(projector), supersample_(options.supersample) {
-  if (supersample_ < 1) {
-    throw std::invalid_argument("sim::ProjectorView: supersample must be at least 1");
-  }
+    : camera_(camera), projector_(projector), supersample_(options.supersample),
+      integral_(options.supersample, camera.blur) {
   cv::Size const size = camera.device.resolution();
   auto const perPixel = static_cast<std::size_t>(supersample_) * static_cast<std::size_t>(supersample_);
   samples_.resize(static_cast<std::size_t>(size.width) * static_cast<std::size_t>(size.height) * perPixel);
@@ -127,8 +129,8 @@ void ProjectorView::traceRow(Scene const& scene, int subRow) {
     if (!look(camera_, world_from_cam, scene, pixel, width, seen)) {
       continue;
     }
-    ProjectorLight const light = lightFrom(projector_, proj_from_world, scene, seen,
-                                           world_from_cam.translation, patternMargin / 2.0 - 2);
+    ProjectorLight const light =
+        lightFrom(projector_, proj_from_world, scene, seen, world_from_cam.translation, maxReach);
     samples[x] = {static_cast<float>(light.pixel.x), static_cast<float>(light.pixel.y),
                   static_cast<float>(light.sigma), static_cast<float>(light.gain),
                   static_cast<float>(seen.albedo)};
@@ -165,7 +167,6 @@ std::vector<cv::Mat> ProjectorView::expose(std::vector<cv::Mat> const& patterns)
   checkPatterns(patterns, projector_.device.resolution());
   cv::Size const size = camera_.device.resolution();
   cv::Size const fine = size * supersample_;
-  PixelIntegral const integral(supersample_, camera_.blur);
 
   // Patterns are taken several at a time, since the weights of a sample serve them all; how many is a matter
   // of memory.
@@ -190,12 +191,12 @@ std::vector<cv::Mat> ProjectorView::expose(std::vector<cv::Mat> const& patterns)
       for (int row = firstRow; row < endRow; ++row) {
         lightRow(padded, means, row, light);
         for (std::size_t p = 0; p < padded.size(); ++p) {
-          integral.alongRow(light.ptr<float>(static_cast<int>(p)), size.width, lights[p].ptr<float>(row));
+          integral_.alongRow(light.ptr<float>(static_cast<int>(p)), size.width, lights[p].ptr<float>(row));
         }
       }
     });
     for (cv::Mat const& light : lights) {
-      images.push_back(integral.greyLevels(camera_, light));
+      images.push_back(integral_.greyLevels(camera_, light));
     }
   }
   return images;

@@ -5,6 +5,7 @@
 #include <opencv2/core/mat.hpp>
 #include <vector>
 
+#include "sim/pixel_integral.hpp"
 #include "sim/rig.hpp"
 #include "sim/scene.hpp"
 
@@ -19,7 +20,8 @@
 namespace vorn::sim {
 
 struct RenderOptions {
-  /// A camera pixel is seen through supersample x supersample rays.
+  /// A camera pixel is seen through supersample x supersample rays. They soften the outlines of objects and
+  /// shadows; the dots of a target are exact with one.
   int supersample = 2;
 };
 
@@ -57,6 +59,7 @@ private:
   Camera camera_;
   Projector projector_;
   int supersample_;
+  PixelIntegral integral_;
   std::vector<Sample> samples_;
 };
 

@@ -20,7 +20,7 @@ struct Camera {
 };
 
 /// A projector. Its pixels are squares of even light, blurred by the lens: standard deviation
-/// blur + blurSlope * |distance along the axis - focus| / focus in projector pixels.
+/// blur + blurSlope * |distance along the axis - focus| / focus in projector pixels, up to 7 pixels.
 struct Projector {
   Device device;
   Pose world_from_proj;

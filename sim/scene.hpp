@@ -46,7 +46,8 @@ struct Material {
   double shininess = 60;
 };
 
-/// A shape somewhere in the world. Labels tell objects apart in truth maps; 0 means no object.
+/// A shape somewhere in the world. Labels (1 to 255) tell objects apart in truth maps; 0 means
+/// no object.
 struct Object {
   std::string name;
   int label = 1;
@@ -62,7 +63,7 @@ struct SurfacePoint {
   /// Unit length, towards the ray's origin.
   cv::Vec3d normal_in_world;
   Object const* object = nullptr;
-  /// Position on the surface for the texture, and the frame that led there.
+  /// Position on the surface, mm, where the texture is looked up.
   cv::Vec2d uv;
 };
 

@@ -143,6 +143,47 @@ TEST(ProjectorView, ImagesAreTheSameForAnyNumberOfThreads) {
   EXPECT_EQ(cv::norm(capture(1), capture(2), cv::NORM_INF), 0.0);
 }
 
+TEST(ProjectorView, AHighlightStandsWhereTheSurfaceMirrorsTheLight) {
+  Rig rig = coaxialRig({61, 41});
+  rig.camera.sensor.ambient = 0;
+  rig.projector.world_from_proj.translation = {100, 0, 0};
+  Object plane;
+  plane.shape = Rectangle{{1e3, 1e3}};
+  plane.world_from_object.translation = {0, 0, 500};
+  plane.material.albedo = 0;
+  plane.material.specular = 0.5;
+  plane.material.shininess = 400;
+  cv::Mat const image =
+      ProjectorView(rig.camera, rig.projector, Scene({plane})).expose({white(rig.projector)})[0];
+  cv::Point brightest;
+  double peak = 0;
+  cv::minMaxLoc(image, nullptr, &peak, nullptr, &brightest);
+  // Half way between the devices, at x = 50 mm, the surface mirrors one into the other; six pixels from the
+  // middle.
+  EXPECT_EQ(brightest, cv::Point(36, 20));
+  double const nearness = 500.0 * 500.0 / (500.0 * 500.0 + 50.0 * 50.0);
+  // Near its top the lobe is a Gaussian of 1 / sqrt(400) rad = 3.05 pixels, which blur and pixel widen.
+  double const widening = 1 + (0.55 * 0.55 + 1.0 / 12) / (3.05 * 3.05);
+  EXPECT_NEAR(peak - 3, 255 * 0.6 * 0.5 * nearness / widening, 0.01 * peak);
+}
+
+TEST(ProjectorView, ACheckerHasItsTwoAlbedosInTurn) {
+  Rig rig = coaxialRig({60, 40});
+  rig.camera.sensor.ambient = 1;
+  rig.camera.sensor.exposure = 0.5;
+  Object plane;
+  plane.shape = Rectangle{{1e3, 1e3}};
+  plane.world_from_object.translation = {0, 0, 60};
+  plane.material.texture = Checker{10, 0.2};
+  cv::Mat const dark(rig.projector.device.resolution(), CV_8UC1, cv::Scalar(0));
+  cv::Mat const image = ProjectorView(rig.camera, rig.projector, Scene({plane})).expose({dark})[0];
+  // A pixel is 1 mm: squares end at columns 29.5, 39.5, ... and rows 19.5, 29.5, ...
+  EXPECT_NEAR(static_cast<double>(image.at<float>(24, 34)), 3 + 127.5 * 0.8, 1e-3);
+  EXPECT_NEAR(static_cast<double>(image.at<float>(24, 44)), 3 + 127.5 * 0.2, 1e-3);
+  EXPECT_NEAR(static_cast<double>(image.at<float>(34, 44)), 3 + 127.5 * 0.8, 1e-3);
+  EXPECT_NEAR(static_cast<double>(image.at<float>(14, 34)), 3 + 127.5 * 0.2, 1e-3);
+}
+
 TEST(ProjectorView, RefusesPatternsOfAnotherSizeOrType) {
   Rig const rig = coaxialRig({16, 12});
   ProjectorView const view(rig.camera, rig.projector, frontalPlane(500, 0.8));
@@ -190,6 +231,27 @@ TEST(ReadOut, SaturatesFlickersAndLosesDeadRows) {
   }
   // A deviation of 9.7 grey levels, known to 1 in sqrt(2 * 200): three such errors.
   EXPECT_NEAR(std::sqrt(sum / images), 9.7, 9.7 * 0.15);
+}
+
+TEST(TruthMask, TellsCleanFromWeakClippedAndUnseenPixels) {
+  // Fringes of amplitude 20, 20, 5 and 20 grey levels; the second pixel is too bright, the fourth dark.
+  cv::Mat const mean = (cv::Mat_<float>(1, 4) << 100, 250, 100, 100);
+  cv::Mat const amplitude = (cv::Mat_<float>(1, 4) << 20, 20, 5, 20);
+  std::vector<cv::Mat> steps;
+  for (double const quarter : {0.0, 1.0, 2.0, 3.0}) {
+    steps.push_back(mean + amplitude * std::sin(0.4 + quarter * CV_PI / 2));
+  }
+  Signal const found = signal(Sensor(), steps);
+  EXPECT_LT(cv::norm(found.amplitude, amplitude, cv::NORM_INF), 1e-4);
+  EXPECT_NEAR(static_cast<double>(found.noise(0, 0)),
+              std::hypot(noiseSigma(Sensor(), 100), std::sqrt(1.0 / 12)), 1e-6);
+  Truth seen;
+  seen.projector = cv::Mat_<cv::Vec2f>(1, 4, cv::Vec2f(10, 10));
+  seen.projector(0, 3) = cv::Vec2f::all(std::nanf(""));
+  seen.label = cv::Mat_<uchar>::ones(1, 4);
+  seen.edge = cv::Mat_<uchar>(1, 4, uchar{0});
+  cv::Mat const expected = (cv::Mat_<uchar>(1, 4) << 255, 64, 64, 0);
+  EXPECT_EQ(cv::norm(truthMask(seen, found), expected, cv::NORM_INF), 0.0);
 }
 
 } // namespace
