@@ -73,10 +73,7 @@ void forEachMark(std::vector<uchar> const& marks, Visit const& visit) {
   }
 }
 
-struct Waiting {
-  float quality;
-  std::uint32_t pixel;
-};
+using Waiting = UnwrapScratch::Waiting;
 
 struct HasLessQuality {
   bool operator()(Waiting const& a, Waiting const& b) const { return a.quality < b.quality; }
@@ -183,7 +180,7 @@ private:
     forNeighbours(row, column, [this](int r, int c) {
       if (stateAt(r, c) == unreached) {
         stateAt(r, c) = waiting;
-        scratch_.seeds.push_back(pixelAt(r, c));
+        scratch_.seeds.push_back({quality_[r][c], pixelAt(r, c)});
       }
     });
   }
@@ -244,16 +241,16 @@ private:
   void sortSeedsByRegion() {
     std::vector<std::uint32_t>& starts = scratch_.starts;
     starts.assign(scratch_.parents.size() + 2, 0);
-    for (std::uint32_t& pixel : scratch_.seeds) {
-      ++starts[regionOfPixel(pixel) + 2];
+    for (Waiting const& seed : scratch_.seeds) {
+      ++starts[regionOfPixel(seed.pixel) + 2];
     }
     for (std::size_t k = 2; k < starts.size(); ++k) {
       starts[k] += starts[k - 1];
     }
     // starts[k + 1] runs from the start of region k to its end, which is the start of the next one.
     scratch_.regionSeeds.resize(scratch_.seeds.size());
-    for (std::uint32_t const pixel : scratch_.seeds) {
-      scratch_.regionSeeds[starts[regionOfPixel(pixel) + 1]++] = pixel;
+    for (Waiting const& seed : scratch_.seeds) {
+      scratch_.regionSeeds[starts[regionOfPixel(seed.pixel) + 1]++] = seed;
     }
   }
 
@@ -263,21 +260,34 @@ private:
       std::vector<Waiting> heap;
       for (auto k = static_cast<std::size_t>(firstRegion); k < static_cast<std::size_t>(endRegion); ++k) {
         for (std::uint32_t i = starts[k]; i < starts[k + 1]; ++i) {
-          std::uint32_t const pixel = scratch_.regionSeeds[i];
-          push(heap, rowOf(pixel), columnOf(pixel));
+          push(heap, scratch_.regionSeeds[i]);
         }
         while (!heap.empty()) {
           std::pop_heap(heap.begin(), heap.end(), HasLessQuality());
           std::uint32_t const pixel = heap.back().pixel;
           heap.pop_back();
+          if (!heap.empty()) {
+            prefetch(heap.front().pixel);
+          }
           grow(heap, rowOf(pixel), columnOf(pixel));
         }
       }
     });
   }
 
-  void push(std::vector<Waiting>& heap, int row, int column) const {
-    heap.push_back({quality_[row][column], pixelAt(row, column)});
+  /// A tall region has a memory page a row: without this every visit would wait for the translation of
+  /// addresses.
+  void prefetch(std::uint32_t pixel) const {
+    int const row = rowOf(pixel);
+    int const column = columnOf(pixel);
+    for (int r = row - 1; r <= row + 1; ++r) {
+      __builtin_prefetch(state_.ptr<uchar>(r) + column);
+      __builtin_prefetch(phase_[r] + column);
+    }
+  }
+
+  static void push(std::vector<Waiting>& heap, Waiting const& entry) {
+    heap.push_back(entry);
     std::push_heap(heap.begin(), heap.end(), HasLessQuality());
   }
 
@@ -306,7 +316,7 @@ private:
     forNeighbours(row, column, [&](int r, int c) {
       if (stateAt(r, c) == unreached && !isMasked(r, c)) {
         stateAt(r, c) = waiting;
-        push(heap, r, c);
+        push(heap, {quality_[r][c], pixelAt(r, c)});
       }
     });
   }
