@@ -53,7 +53,7 @@ private:
 VORN_API std::vector<cv::Point2d> undistorted(cv::Mat const& K, cv::Mat const& D,
                                               std::vector<cv::Point2f> const& pixels);
 
-/// The distortion coefficients and the camera matrix, as every use of them needs them.
+/// Checks the camera matrix and the distortion coefficients before they are used.
 /// @throws Exception that says what is wrong with them
 void checkCamera(cv::Mat const& K, cv::Mat const& D);
 
