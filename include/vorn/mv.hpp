@@ -26,8 +26,13 @@
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
+#include <vorn/mv/calib/calibration_check.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/calib/laser_line.hpp>
+#include <vorn/mv/calib/line_scanner.hpp>
+#include <vorn/mv/calib/line_scanner_calib_data.hpp>
+#include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>

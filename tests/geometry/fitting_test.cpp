@@ -59,14 +59,12 @@ TEST(EstimateTransform, NoSmallMotionFitsNoisyPointsBetter) {
 }
 
 TEST(EstimateTransform, NegatesTheThirdColumnOfAReflection) {
-  // Spreads 3, 2, 1 along x, y, z and a mirrored y: the best orthogonal matrix is diag(1, -1, 1).
+  // An exact reflection, turned so that its third column and its third row differ.
+  cv::Matx33d const reflection = rotX(0.4) * rotY(0.5) * cv::Matx33d(1, 0, 0, 0, -1, 0, 0, 0, 1);
   std::vector<cv::Point3f> const points{{3, 0, 0}, {-3, 0, 0}, {0, 2, 0}, {0, -2, 0}, {0, 0, 1}, {0, 0, -1}};
-  std::vector<cv::Point3f> mirrored = points;
-  for (cv::Point3f& p : mirrored) {
-    p.y = -p.y;
-  }
+  auto const mirrored = transformPoints(points, createTransform(reflection, {}));
   cv::Matx33d const R = getR3(estimateTransform(points, mirrored));
-  EXPECT_LT(cv::norm(R - cv::Matx33d(1, 0, 0, 0, -1, 0, 0, 0, -1), cv::NORM_INF), 1e-6);
+  EXPECT_LT(cv::norm(R - reflection * cv::Matx33d(1, 0, 0, 0, 1, 0, 0, 0, -1), cv::NORM_INF), 1e-6);
 }
 
 TEST(EstimateTransform, RefusesListsThatDoNotMatch) {

@@ -137,7 +137,8 @@ TEST(AxisAngle, KnowsTheIdentityAndHalfTurns) {
   EXPECT_EQ(getRotationAxisAngle(cv::Matx33d(-1, 0, 0, 0, -1, 0, 0, 0, 1)), cv::Vec4d(0, 0, 1, CV_PI));
   for (cv::Vec3d const& u :
        {cv::Vec3d(1, 0, 0), cv::Vec3d(0, 1, 0), cv::Vec3d(2, 1, -2) / 3, cv::Vec3d(-1, 2, 2) / 3,
-        cv::Vec3d(2, 2, 1) / 3, cv::Vec3d(1, 1, 1) / std::sqrt(3.)}) {
+        cv::Vec3d(2, 2, 1) / 3, cv::Vec3d(6, 2, 3) / 7, cv::Vec3d(2, -6, 3) / 7, cv::Vec3d(3, 2, 6) / 7,
+        cv::Vec3d(1, 1, 1) / std::sqrt(3.)}) {
     cv::Matx33d const R = 2 * u * u.t() - cv::Matx33d::eye();
     cv::Vec4d const found = getRotationAxisAngle(R);
     EXPECT_EQ(found[3], CV_PI);
