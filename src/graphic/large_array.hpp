@@ -16,11 +16,12 @@ void reserveLarge(std::vector<T>& array, std::size_t count) {
   array.reserve(count);
 #ifdef MADV_HUGEPAGE
   constexpr std::uintptr_t largePage = std::uintptr_t{1} << 21;
-  std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(array.data());
+  char* const memory = reinterpret_cast<char*>(array.data());
+  std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(memory);
   std::uintptr_t const firstPage = (begin + largePage - 1) / largePage * largePage;
   std::uintptr_t const lastPage = (begin + array.capacity() * sizeof(T)) / largePage * largePage;
   if (lastPage > firstPage) {
-    ::madvise(reinterpret_cast<void*>(firstPage), lastPage - firstPage, MADV_HUGEPAGE); // only a wish
+    ::madvise(memory + (firstPage - begin), lastPage - firstPage, MADV_HUGEPAGE); // only a wish
   }
 #endif
 }

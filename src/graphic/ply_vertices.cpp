@@ -78,19 +78,19 @@ std::vector<Field> findFields(PlyElement const& element) {
 
 /// Where the next rows' values go; null for what the file does not have.
 struct Rows {
-  cv::Vec3f* positions;
-  cv::Vec3f* normals;
-  cv::Vec4b* colors;
+  float* positions;
+  float* normals;
+  unsigned char* colors;
 
   float* floats(Field const& field) const {
-    return &(*(field.target == Target::Normal ? normals : positions))[static_cast<int>(field.channel)];
+    return (field.target == Target::Normal ? normals : positions) + field.channel;
   }
-  unsigned char* color(Field const& field) const { return &(*colors)[static_cast<int>(field.channel)]; }
+  unsigned char* color(Field const& field) const { return colors + field.channel; }
 
   void advance(std::size_t count) {
-    positions += count;
-    normals = normals != nullptr ? normals + count : nullptr;
-    colors = colors != nullptr ? colors + count : nullptr;
+    positions += 3 * count;
+    normals = normals != nullptr ? normals + 3 * count : nullptr;
+    colors = colors != nullptr ? colors + 4 * count : nullptr;
   }
 };
 
@@ -224,8 +224,8 @@ void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding en
     reserveLarge(object.colors(), count);
     object.colors().resize(count, cv::Vec4b(0, 0, 0, 255));
   }
-  Rows rows = {object.vertices().data(), object.hasNormals() ? object.normals().data() : nullptr,
-               object.hasColors() ? object.colors().data() : nullptr};
+  Rows rows = {object.vertices()[0].val, object.hasNormals() ? object.normals()[0].val : nullptr,
+               object.hasColors() ? object.colors()[0].val : nullptr};
   if (encoding == PlyEncoding::Ascii) {
     for (std::size_t row = 0; row < count; ++row, rows.advance(1)) {
       takeTextRow(file, element,

@@ -45,9 +45,12 @@ void writeBinary(FileWriter& file, GraphicObject const& object) {
   putBytes(prologue.data() + stlHeaderSize, static_cast<std::uint32_t>(object.triangles().size()));
   file.write(prologue);
   for (cv::Vec3i const& triangle : object.triangles()) {
-    char* const to = file.room(stlTriangleSize);
+    char* to = file.room(stlTriangleSize);
+    for (cv::Vec3f const& vector : facetOf(object, triangle)) {
+      to = putBytes(to, vector.val);
+    }
     constexpr std::uint16_t noAttributes = 0;
-    file.advance(putBytes(putBytes(to, facetOf(object, triangle)), noAttributes));
+    file.advance(putBytes(to, noAttributes));
   }
 }
 

@@ -147,7 +147,8 @@ private:
   [[noreturn]] void failAtEnd() const { file_.failAtLine("the file ends before its 'endsolid'"); }
 
   FileReader& file_;
-  LineFields line_{std::string_view("\n", 0)};
+  LineFields line_{
+      std::string_view("\n").substr(0, 0)}; ///< at its end, like every line before the next is taken
   GraphicObject object_;
   VertexWelder welder_;
   std::array<VertexWelder::Corners, 256> gathered_; ///< the welder is faster with many at once

@@ -16,9 +16,14 @@ namespace {
 constexpr std::size_t batchSize = 32; // triangles whose table slots are fetched from memory at the same time
 constexpr std::size_t leastSlots = 1024;
 
-std::uint64_t hashOf(cv::Vec3f const& corner) {
+std::array<std::uint32_t, 3> bitsOf(cv::Vec3f const& corner) {
   std::array<std::uint32_t, 3> bits = {};
   std::memcpy(bits.data(), corner.val, sizeof bits);
+  return bits;
+}
+
+std::uint64_t hashOf(cv::Vec3f const& corner) {
+  std::array<std::uint32_t, 3> const bits = bitsOf(corner);
   std::uint64_t hash = (std::uint64_t{bits[1]} << 32 | bits[0]) * 0x9e3779b97f4a7c15U;
   hash = (hash ^ (hash >> 32) ^ bits[2]) * 0xd6e8feb86659fd93U;
   return hash ^ (hash >> 32);
@@ -66,7 +71,7 @@ std::int32_t VertexWelder::find(cv::Vec3f const& corner, std::uint64_t hash) {
   for (; slots_[place].vertex >= 0; place = (place + 1) & mask) {
     Slot const slot = slots_[place];
     if (slot.tag == tagOf(hash) &&
-        std::memcmp(&vertices_[static_cast<std::size_t>(slot.vertex)], &corner, sizeof corner) == 0) {
+        bitsOf(vertices_[static_cast<std::size_t>(slot.vertex)]) == bitsOf(corner)) {
       return slot.vertex;
     }
   }
