@@ -35,36 +35,43 @@ void widenRange(uchar const* image, uchar* lowest, uchar* highest, int n) {
   }
 }
 
+/// The two middles between bright and dark, the lower one in `lowest`, the upper one in `highest`.
 VORN_TARGET_CLONES
-void thresholdsAndContrast(uchar const* lowest, uchar* highest, int minContrast, uchar* lit, int n) {
+void middlesAndContrast(uchar const* p0, uchar const* p1, uchar const* p2, uchar const* p3, int minContrast,
+                        uchar* lowest, uchar* highest, uchar* lit, int n) {
   for (int x = 0; x < n; ++x) {
+    auto const ofRange = static_cast<uchar>((lowest[x] + highest[x]) / 2);
+    auto const ofPhases = static_cast<uchar>((p0[x] + p1[x] + p2[x] + p3[x]) / 4);
     lit[x] = highest[x] - lowest[x] >= minContrast ? 255 : 0;
-    highest[x] = static_cast<uchar>((lowest[x] + highest[x]) / 2);
+    lowest[x] = std::min(ofRange, ofPhases);
+    highest[x] = std::max(ofRange, ofPhases);
   }
 }
 
 VORN_TARGET_CLONES
-void narrowMargin(uchar const* image, uchar const* threshold, uchar* margin, int n) {
+void narrowMargin(uchar const* image, uchar const* lower, uchar const* upper, uchar* margin, int n) {
   for (int x = 0; x < n; ++x) {
-    uchar const up = std::max(image[x], threshold[x]);
-    uchar const down = std::min(image[x], threshold[x]);
-    margin[x] = std::min(margin[x], static_cast<uchar>(up - down));
+    // Differences of bytes that stop at zero.
+    auto const above = static_cast<uchar>(std::max(image[x], upper[x]) - upper[x]);
+    auto const below = static_cast<uchar>(lower[x] - std::min(image[x], lower[x]));
+    margin[x] = std::min(margin[x], std::max(above, below));
   }
 }
 
-void contrastChunk(std::vector<cv::Mat> const& images, int y, int x0, int n, int minContrast, uchar* lit,
-                   uchar* margin) {
+void contrastChunk(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages, int y,
+                   int x0, int n, int minContrast, uchar* lit, uchar* margin) {
   uchar lowest[chunk] = {};
   uchar highest[chunk];
-  std::copy_n(images[0].ptr(y) + x0, n, lowest);
-  std::copy_n(images[0].ptr(y) + x0, n, highest);
-  for (std::size_t k = 1; k < images.size(); ++k) {
-    widenRange(images[k].ptr(y) + x0, lowest, highest, n);
+  std::copy_n(codeImages[0].ptr(y) + x0, n, lowest);
+  std::copy_n(codeImages[0].ptr(y) + x0, n, highest);
+  for (std::size_t k = 1; k < codeImages.size(); ++k) {
+    widenRange(codeImages[k].ptr(y) + x0, lowest, highest, n);
   }
-  thresholdsAndContrast(lowest, highest, minContrast, lit, n);
+  middlesAndContrast(phaseImages[0].ptr(y) + x0, phaseImages[1].ptr(y) + x0, phaseImages[2].ptr(y) + x0,
+                     phaseImages[3].ptr(y) + x0, minContrast, lowest, highest, lit, n);
   std::fill_n(margin, n, uchar{255});
-  for (cv::Mat const& image : images) {
-    narrowMargin(image.ptr(y) + x0, highest, margin, n);
+  for (cv::Mat const& image : codeImages) {
+    narrowMargin(image.ptr(y) + x0, lowest, highest, margin, n);
   }
 }
 
@@ -79,12 +86,12 @@ void maskExposure(std::vector<cv::Mat> const& phaseImages, int maxGrayLevel, cv:
   });
 }
 
-void maskContrast(std::vector<cv::Mat> const& codeImages, int minContrast, int bridged, cv::Mat_<uchar>& lit,
-                  cv::Mat_<uchar>& margin) {
+void maskContrast(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages,
+                  int minContrast, int bridged, cv::Mat_<uchar>& lit, cv::Mat_<uchar>& margin) {
   parallelRows(lit.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       for (int x = 0; x < lit.cols; x += chunk) {
-        contrastChunk(codeImages, y, x, std::min(chunk, lit.cols - x), minContrast, lit[y] + x,
+        contrastChunk(phaseImages, codeImages, y, x, std::min(chunk, lit.cols - x), minContrast, lit[y] + x,
                       margin[y] + x);
       }
     }

@@ -16,6 +16,7 @@
 #include "sl/phase_blur.hpp"
 #include "sl/segments.hpp"
 #include "sl/stripe_orders.hpp"
+#include "sl/surface_edges.hpp"
 
 namespace vorn::mv::sl {
 
@@ -80,7 +81,7 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
   cv::Mat_<uchar>& lit = buffers.kept; // not in use before the last stages
 
   maskExposure(phaseImages, settings.maxGrayLevel, buffers.mask.inner);
-  maskContrast(codeImages, settings.minContrast, 2 * settings.period, lit, buffers.margin);
+  maskContrast(phaseImages, codeImages, settings.minContrast, 2 * settings.period, lit, buffers.margin);
   report("-Masking:");
 
   decode_phase_shift(phaseImages, phase, buffers.mask.inner);
@@ -101,9 +102,10 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
 
   unwrap_phase(buffers.phase.whole, buffers.quality.whole, buffers.state.whole, buffers.code.whole,
                buffers.mask.whole);
-  settleOrders(codeImages, buffers);
-  keepOffEdges(buffers);
+  settleOrders(phaseImages, codeImages, buffers);
   std::vector<Run> runs;
+  dropDoubtfulGrowth(buffers, runs);
+  keepOffEdges(buffers);
   removeSmallSegments(buffers.kept, settings.minSegmentSize, runs);
   report("-Unwrapping:");
 

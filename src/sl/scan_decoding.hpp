@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,9 @@ struct PaddedMap {
     whole.colRange(whole.cols - pad, whole.cols).setTo(border);
   }
 };
+
+/// The absolute phase of a pixel whose order is not known.
+constexpr float unknownPhase = std::numeric_limits<float>::quiet_NaN();
 
 // States of the growth. A masked pixel counts as waiting in its queue from the start: it is never put there.
 constexpr uchar knownState = 255;

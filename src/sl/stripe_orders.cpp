@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <limits>
 
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
@@ -16,7 +15,6 @@ namespace {
 
 constexpr float pi = 3.14159265F;
 constexpr float twoPi = 6.2831853F;
-constexpr float unknown = std::numeric_limits<float>::quiet_NaN();
 
 /// Half a pixel before the wrap, where the next stripe's code begins, as a part of the period.
 float borderPhase(int period) {
@@ -227,84 +225,20 @@ unsigned stripeWord(int order) {
 
 /// Whether the certain ones of a pixel's code images fit the stripe of its order or the one after or before
 /// it, as far as the phase comes near to them.
-bool fitsCode(std::vector<cv::Mat> const& codeImages, int y, int x, float absolutePhase,
+bool fitsCode(std::vector<cv::Mat> const& codeImages, int y, int x, int middle, float absolutePhase,
               float marginAtLeast) {
-  int lowest = 255;
-  int highest = 0;
-  for (cv::Mat const& image : codeImages) {
-    int const value = image.ptr(y)[x];
-    lowest = std::min(lowest, value);
-    highest = std::max(highest, value);
-  }
-  int const threshold = (lowest + highest) / 2;
   unsigned bits = 0;
   unsigned certain = 0;
   for (std::size_t k = 0; k < codeImages.size(); ++k) {
     int const value = codeImages[k].ptr(y)[x];
-    bits |= static_cast<unsigned>(value > threshold) << k;
-    certain |= static_cast<unsigned>(static_cast<float>(std::abs(value - threshold)) >= marginAtLeast) << k;
+    bits |= static_cast<unsigned>(value > middle) << k;
+    certain |= static_cast<unsigned>(static_cast<float>(std::abs(value - middle)) >= marginAtLeast) << k;
   }
   float const order = std::floor(absolutePhase / twoPi);
   bool const lateInStripe = absolutePhase - order * twoPi > pi;
   int const stripe = static_cast<int>(order);
   return ((bits ^ stripeWord(stripe)) & certain) == 0 ||
          ((bits ^ stripeWord(lateInStripe ? stripe + 1 : stripe - 1)) & certain) == 0;
-}
-
-struct EdgeRows {
-  float const* phase;
-  float const* magnitude;
-  std::ptrdiff_t phaseStep;
-  std::ptrdiff_t magnitudeStep;
-  uchar* kept;
-};
-
-/// Change of phase to the next pixel from which on the two lie on different surfaces; to a diagonal one; to
-/// the next but one.
-constexpr float jump = pi;
-constexpr float diagonalJump = 1.4F * pi;
-constexpr float farJump = 2.0F * pi;
-/// A surface so many times brighter spoils the pixel next but one, too.
-constexpr float outshining = 3.0F;
-/// A pixel at the end of a surface shows less than this part of the amplitude before it when its centre is no
-/// longer on the surface: about half of its light is another's.
-constexpr float coveredPart = 0.65F;
-
-/// Whether a pixel lies at the end of its surface and shows only the rest of its light. The surface goes on
-/// towards `inner`; beyond the pixel, at `outer` or the next, no phase is known.
-inline bool fadesOut(float amplitude, float outer, float nextOuter, float inner, float nextInner) {
-  return ((outer != outer) | (nextOuter != nextOuter)) &
-         (amplitude < coveredPart * std::max(inner, nextInner));
-}
-
-/// Comparisons with an unknown phase, a NaN, are false.
-VORN_TARGET_CLONES
-void edgeRow(EdgeRows const& rows, int n) {
-  float const* const p = rows.phase;
-  float const* const m = rows.magnitude;
-  std::ptrdiff_t const step = rows.phaseStep;
-  std::ptrdiff_t const step2 = 2 * step;
-  std::ptrdiff_t const mStep = rows.magnitudeStep;
-  std::ptrdiff_t const mStep2 = 2 * mStep;
-  uchar* const kept = rows.kept;
-  for (int x = 0; x < n; ++x) {
-    float const c = p[x];
-    float const bright = outshining * m[x];
-    bool const jumps =
-        (std::fabs(p[x - 1] - c) > jump) | (std::fabs(p[x + 1] - c) > jump) |
-        (std::fabs(p[x - step] - c) > jump) | (std::fabs(p[x + step] - c) > jump) |
-        (std::fabs(p[x - step - 1] - c) > diagonalJump) | (std::fabs(p[x - step + 1] - c) > diagonalJump) |
-        (std::fabs(p[x + step - 1] - c) > diagonalJump) | (std::fabs(p[x + step + 1] - c) > diagonalJump);
-    bool const outshone = ((std::fabs(p[x - 2] - c) > farJump) & (m[x - 2] > bright)) |
-                          ((std::fabs(p[x + 2] - c) > farJump) & (m[x + 2] > bright)) |
-                          ((std::fabs(p[x - step2] - c) > farJump) & (m[x - mStep2] > bright)) |
-                          ((std::fabs(p[x + step2] - c) > farJump) & (m[x + mStep2] > bright));
-    bool const fades = fadesOut(m[x], p[x - 1], p[x - 2], m[x + 1], m[x + 2]) |
-                       fadesOut(m[x], p[x + 1], p[x + 2], m[x - 1], m[x - 2]) |
-                       fadesOut(m[x], p[x - step], p[x - step2], m[x + mStep], m[x + mStep2]) |
-                       fadesOut(m[x], p[x + step], p[x + step2], m[x - mStep], m[x - mStep2]);
-    kept[x] = (c == c) & !jumps & !outshone & !fades ? 255 : 0;
-  }
 }
 
 } // namespace
@@ -363,11 +297,16 @@ void bridgeStripeBorders(ScanDecodingSettings const& settings, ScanDecodingBuffe
   });
 }
 
-void settleOrders(std::vector<cv::Mat> const& codeImages, ScanDecodingBuffers& buffers) {
+void settleOrders(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages,
+                  ScanDecodingBuffers& buffers) {
   cv::Mat_<float>& phase = buffers.phase.inner;
-  buffers.phase.setBorder(unknown);
+  buffers.phase.setBorder(unknownPhase);
   parallelRows(phase.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
+      uchar const* const p0 = phaseImages[0].ptr(y);
+      uchar const* const p1 = phaseImages[1].ptr(y);
+      uchar const* const p2 = phaseImages[2].ptr(y);
+      uchar const* const p3 = phaseImages[3].ptr(y);
       float const* const magnitude = buffers.magnitude.inner[y];
       short const* const code = buffers.code.inner[y];
       uchar const* const state = buffers.state.inner[y];
@@ -375,22 +314,11 @@ void settleOrders(std::vector<cv::Mat> const& codeImages, ScanDecodingBuffers& b
       for (int x = 0; x < phase.cols; ++x) {
         bool const grown = code[x] < 0;
         if (state[x] != knownState || phases[x] < 0.0F ||
-            (grown && !fitsCode(codeImages, y, x, phases[x], 0.5F * certainMargin * magnitude[x]))) {
-          phases[x] = unknown;
+            (grown && !fitsCode(codeImages, y, x, (p0[x] + p1[x] + p2[x] + p3[x]) / 4, phases[x],
+                                0.5F * certainMargin * magnitude[x]))) {
+          phases[x] = unknownPhase;
         }
       }
-    }
-  });
-}
-
-void keepOffEdges(ScanDecodingBuffers& buffers) {
-  cv::Mat_<float> const& phase = buffers.phase.inner;
-  cv::Mat_<float> const& magnitude = buffers.magnitude.inner;
-  parallelRows(phase.rows, [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      edgeRow({phase[y], magnitude[y], static_cast<std::ptrdiff_t>(phase.step1()),
-               static_cast<std::ptrdiff_t>(magnitude.step1()), buffers.kept[y]},
-              phase.cols);
     }
   });
 }

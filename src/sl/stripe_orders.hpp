@@ -28,10 +28,7 @@ void bridgeStripeBorders(ScanDecodingSettings const& settings, ScanDecodingBuffe
 
 /// Makes the absolute phase NaN where no order is known, and where it was grown but contradicts those of the
 /// pixel's code images that are far from their threshold.
-void settleOrders(std::vector<cv::Mat> const& codeImages, ScanDecodingBuffers& buffers);
-
-/// Sets `kept` to 255 at pixels with a known order that lie on one surface with their neighbours, else to 0:
-/// a pixel beside a jump of the phase sees two surfaces and may show either, or neither.
-void keepOffEdges(ScanDecodingBuffers& buffers);
+void settleOrders(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages,
+                  ScanDecodingBuffers& buffers);
 
 } // namespace vorn::mv::sl
