@@ -8,6 +8,9 @@
 
 #include <opencv2/core.hpp>
 
+#include "core/parallel.hpp"
+#include "core/simd.hpp"
+
 namespace vorn::mv::sl {
 
 namespace {
@@ -40,7 +43,72 @@ void addRow(uchar const* const* rows, uchar const* mask, int n, Products& produc
   }
 }
 
+constexpr float twoPi = 6.2831853F;
+/// Factors nearer to 1 than this move the phase by less than the rounding of its table.
+constexpr float negligible = 2e-5F;
+
+struct CorrectionRow {
+  uchar const* i0;
+  uchar const* i1;
+  uchar const* i2;
+  uchar const* i3;
+  float* phase;
+};
+
+VORN_TARGET_CLONES
+void correctRow(CorrectionRow const& row, std::array<float, 4> const& factors, int n) {
+  uchar const* const i0 = row.i0;
+  uchar const* const i1 = row.i1;
+  uchar const* const i2 = row.i2;
+  uchar const* const i3 = row.i3;
+  float* const phase = row.phase;
+  float const f0 = factors[0];
+  float const f1 = factors[1];
+  float const f2 = factors[2];
+  float const f3 = factors[3];
+  for (int x = 0; x < n; ++x) {
+    float const a0 = i0[x];
+    float const a1 = i1[x];
+    float const a2 = i2[x];
+    float const a3 = i3[x];
+    float const sine = a0 - a2;
+    float const cosine = a1 - a3;
+    float const newSine = f0 * a0 - f2 * a2;
+    float const newCosine = f1 * a1 - f3 * a3;
+    float const cross = cosine * newSine - sine * newCosine;
+    float const dot = cosine * newCosine + sine * newSine;
+    // The tangent of the turn, and its arc by the first terms of the series.
+    float const tangent = dot > 0.0F ? cross / dot : 0.0F;
+    float const turned = phase[x] + (tangent - tangent * tangent * tangent * (1.0F / 3.0F));
+    float const notBelow = turned < 0.0F ? turned + twoPi : turned;
+    float const wrapped = notBelow >= twoPi ? notBelow - twoPi : notBelow;
+    phase[x] = phase[x] >= 0.0F ? wrapped : phase[x];
+  }
+}
+
 } // namespace
+
+float correctedPhase(int i0, int i1, int i2, int i3, std::array<float, 4> const& factors) {
+  float const sine = factors[0] * static_cast<float>(i0) - factors[2] * static_cast<float>(i2);
+  float const cosine = factors[1] * static_cast<float>(i1) - factors[3] * static_cast<float>(i3);
+  float const angle = std::atan2(sine, cosine);
+  return angle < 0.0F ? angle + twoPi : angle;
+}
+
+void correctFlicker(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& factors,
+                    cv::Mat_<float>& phase) {
+  if (std::all_of(factors.begin(), factors.end(),
+                  [](float factor) { return std::fabs(factor - 1.0F) < negligible; })) {
+    return;
+  }
+  parallelRows(phase.rows, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      correctRow({phaseImages[0].ptr(y), phaseImages[1].ptr(y), phaseImages[2].ptr(y), phaseImages[3].ptr(y),
+                  phase[y]},
+                 factors, phase.cols);
+    }
+  });
+}
 
 std::array<float, 4> flickerCorrection(std::vector<cv::Mat> const& phaseImages, cv::Mat_<uchar> const& mask) {
   Products products{};

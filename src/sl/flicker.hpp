@@ -19,4 +19,12 @@ namespace vorn::mv::sl {
 /// @param mask 0: left out
 std::array<float, 4> flickerCorrection(std::vector<cv::Mat> const& phaseImages, cv::Mat_<uchar> const& mask);
 
+/// The phase, in [0, 2 pi), of a pixel's phase images after correction.
+float correctedPhase(int i0, int i1, int i2, int i3, std::array<float, 4> const& factors);
+
+/// Turns the phase of the uncorrected images into that of the corrected ones. Leaves negative phases.
+/// @param phase [0, 2 pi), in place
+void correctFlicker(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& factors,
+                    cv::Mat_<float>& phase);
+
 } // namespace vorn::mv::sl

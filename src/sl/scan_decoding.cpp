@@ -3,15 +3,17 @@
 #include "sl/scan_decoding.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 
 #include <vorn/mv/sl/code_decoding.hpp>
-#include <vorn/mv/sl/lookup_tables.hpp>
 #include <vorn/mv/sl/phase_decoding.hpp>
 #include <vorn/mv/sl/phase_quality.hpp>
 #include <vorn/mv/sl/phase_unwrapping.hpp>
 
 #include "core/parallel.hpp"
 #include "sl/decode_masking.hpp"
+#include "sl/flicker.hpp"
 #include "sl/hole_filling.hpp"
 #include "sl/phase_blur.hpp"
 #include "sl/segments.hpp"
@@ -37,18 +39,15 @@ void prepare(ScanDecodingBuffers& buffers, cv::Size size) {
 }
 
 /// The phase that a pixel's images show, or a negative number when they are clipped or show no fringe.
-float ownPhase(std::vector<cv::Mat> const& phaseImages, cv::Point pixel, int minAmplitude) {
-  int values[phaseImageCount];
-  std::transform(phaseImages.begin(), phaseImages.end(), values,
+float ownPhase(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& flicker, cv::Point pixel,
+               int minAmplitude) {
+  int v[phaseImageCount];
+  std::transform(phaseImages.begin(), phaseImages.end(), v,
                  [&](cv::Mat const& image) { return image.ptr(pixel.y)[pixel.x]; });
   constexpr int saturated = 255;
-  if (*std::max_element(values, values + phaseImageCount) == saturated) {
-    return undecodable;
-  }
-  int const row = values[0] - values[2] + 255;
-  int const column = values[1] - values[3] + 255;
-  return get_lut_mag()(row, column) >= 2.0F * static_cast<float>(minAmplitude) ? get_lut_atan2()(row, column)
-                                                                               : undecodable;
+  bool const isClipped = *std::max_element(v, v + phaseImageCount) == saturated;
+  bool const isModulated = std::hypot(v[0] - v[2], v[1] - v[3]) >= 2.0 * minAmplitude;
+  return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : undecodable;
 }
 
 /// The kept phases in projector pixels.
@@ -84,7 +83,9 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
   maskContrast(phaseImages, codeImages, settings.minContrast, 2 * settings.period, lit, buffers.margin);
   report("-Masking:");
 
+  std::array<float, 4> const flicker = flickerCorrection(phaseImages, buffers.mask.inner);
   decode_phase_shift(phaseImages, phase, buffers.mask.inner);
+  correctFlicker(phaseImages, flicker, phase);
   calc_magnitude(phaseImages, buffers.magnitude.inner, buffers.mask.inner);
   report("-Phase decoding:");
 
@@ -109,7 +110,9 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
   removeSmallSegments(buffers.kept, settings.minSegmentSize, runs);
   report("-Unwrapping:");
 
-  auto const own = [&](cv::Point pixel) { return ownPhase(phaseImages, pixel, settings.minAmplitude); };
+  auto const own = [&](cv::Point pixel) {
+    return ownPhase(phaseImages, flicker, pixel, settings.minAmplitude);
+  };
   int const filled = fillHoles(phase, buffers.kept, settings.maxFillRadius, own, runs);
   return {coordinatesOf(phase, buffers.kept, settings.period), filled};
 }

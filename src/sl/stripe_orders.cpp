@@ -56,8 +56,8 @@ void trustRow(TrustRows const& rows, TrustLimits const& limits, int n) {
   float const* const magnitude = rows.magnitude;
   uchar const* const lit = rows.lit;
   uchar const* const margins = rows.margin;
-  uchar* const mask = rows.mask;
-  short* const code = rows.code;
+  uchar* const __restrict mask = rows.mask;
+  short* const __restrict code = rows.code;
   TrustLimits const limit = limits;
   // All in float, bytes and codes too, a condition holding where a number is not negative: logic of
   // conditions of several widths does not vectorise.
@@ -89,13 +89,16 @@ struct AgreementRows {
   uchar* state;
 };
 
+/// 1 for a pixel with an order, 0 for one without, whose code is -1.
+inline float certainty(short code) {
+  return std::min(static_cast<float>(code) + 1.0F, 1.0F);
+}
+
 /// +1 when a neighbour's absolute phase agrees with `p`, -1 when it contradicts, 0 when it is uncertain
 /// itself.
 inline float vote(float p, float wrapped, short code) {
-  float const order = static_cast<float>(code);
-  float const difference = std::fabs(wrapped + twoPi * order - p);
-  float const opinion = difference < pi ? 1.0F : -1.0F;
-  return order >= 0.0F ? opinion : 0.0F;
+  float const difference = std::fabs(wrapped + twoPi * static_cast<float>(code) - p);
+  return certainty(code) * (difference < pi ? 1.0F : -1.0F);
 }
 
 /// Trusts the certain pixels that more of their neighbours agree with than contradict.
@@ -109,18 +112,18 @@ void agreementRow(AgreementRows const& rows, int n) {
   short const* const codeRight = code + 1;
   short const* const codeAbove = code - rows.codeStep;
   short const* const codeBelow = code + rows.codeStep;
-  uchar* const mask = rows.mask;
-  uchar* const state = rows.state;
+  uchar* const __restrict mask = rows.mask;
+  uchar* const __restrict state = rows.state;
   for (int x = 0; x < n; ++x) {
-    float const own = static_cast<float>(code[x]);
-    float const p = phase[x] + twoPi * own;
+    float const p = phase[x] + twoPi * static_cast<float>(code[x]);
     float const votes = vote(p, phase[x - 1], codeLeft[x]) + vote(p, phase[x + 1], codeRight[x]) +
                         vote(p, phaseAbove[x], codeAbove[x]) + vote(p, phaseBelow[x], codeBelow[x]);
-    float const agreement = own >= 0.0F ? votes : 0.0F;
-    float const open = agreement >= 0.0F ? static_cast<float>(mask[x]) : 0.0F;
-    int const other = open > 0.0F ? openState : closedState;
+    // Whole numbers clamped rather than conditions, which the compiler turns into jumps.
+    float const agreement = 255.0F * certainty(code[x]) * votes;
+    float const open = std::min(static_cast<float>(mask[x]), std::max(agreement + 255.0F, 0.0F));
+    float const known = std::min(std::max(agreement, 0.0F), static_cast<float>(knownState));
     mask[x] = static_cast<uchar>(static_cast<int>(open));
-    state[x] = static_cast<uchar>(std::min(open, agreement) > 0.0F ? knownState : other);
+    state[x] = static_cast<uchar>(static_cast<int>(open > 0.0F ? known : static_cast<float>(closedState)));
   }
 }
 
@@ -145,10 +148,22 @@ constexpr int longestBridge = 32;
 /// Largest change of phase from one pixel to the next that is still followed.
 constexpr float stepLimit = 0.8F * pi;
 
+/// The stripe whose code a pixel's place belongs to.
+float stripeAt(Line const& line, std::ptrdiff_t i, float border) {
+  return static_cast<float>(line.code[i * line.codeStep]) +
+         (line.phase[i * line.phaseStep] > border ? 1.0F : 0.0F);
+}
+
 /// Follows the phase from pixel 0 of `line`, whose order is known, to pixel `length`, whose order is known
 /// too; gives the pixels between their orders if it arrives at the right one.
-void bridge(Line const& line, int length) {
+///
+/// What is bridged is a border, so the ends are in different stripes; along a border, many pixels one after
+/// the other are uncertain, and following them would only tell that both ends are on one surface.
+void bridge(Line const& line, int length, float border) {
   short orders[longestBridge];
+  if (length > 2 && stripeAt(line, 0, border) == stripeAt(line, length, border)) {
+    return;
+  }
   float p = line.phase[0] + twoPi * static_cast<float>(line.code[0]);
   for (int i = 1; i <= length; ++i) {
     float const wrapped = line.phase[i * line.phaseStep];
@@ -158,27 +173,24 @@ void bridge(Line const& line, int length) {
       return;
     }
     p = next;
-    if (i == length) {
-      if (static_cast<short>(order) != line.code[length * line.codeStep]) {
-        return;
-      }
-    } else {
-      orders[i] = static_cast<short>(order);
-    }
+    orders[i - 1] = static_cast<short>(order);
+  }
+  if (orders[length - 1] != line.code[length * line.codeStep]) {
+    return;
   }
   for (int i = 1; i < length; ++i) {
-    line.code[i * line.codeStep] = orders[i];
+    line.code[i * line.codeStep] = orders[i - 1];
     line.state[i * line.stateStep] = knownState;
   }
 }
 
-void bridgeRow(float const* phase, short* code, uchar* state, int n, int longest) {
+void bridgeRow(float const* phase, short* code, uchar* state, int n, int longest, float border) {
   int trusted = -1;
   for (int x = 0; x < n; ++x) {
     if (state[x] == knownState) {
       int const length = x - trusted;
       if (trusted >= 0 && length > 1 && length <= longest) {
-        bridge({phase + trusted, code + trusted, state + trusted, 1, 1, 1}, length);
+        bridge({phase + trusted, code + trusted, state + trusted, 1, 1, 1}, length, border);
       }
       trusted = x;
     } else if (state[x] == closedState) {
@@ -189,7 +201,7 @@ void bridgeRow(float const* phase, short* code, uchar* state, int n, int longest
 
 constexpr int columnBlock = 256;
 
-void bridgeColumns(ScanDecodingBuffers& buffers, int firstColumn, int n, int longest) {
+void bridgeColumns(ScanDecodingBuffers& buffers, int firstColumn, int n, int longest, float border) {
   cv::Mat_<float>& phase = buffers.phase.inner;
   cv::Mat_<short>& code = buffers.code.inner;
   cv::Mat_<uchar>& state = buffers.state.inner;
@@ -207,7 +219,7 @@ void bridgeColumns(ScanDecodingBuffers& buffers, int firstColumn, int n, int lon
           int const column = firstColumn + x;
           bridge({phase[trusted[x]] + column, code[trusted[x]] + column, state[trusted[x]] + column,
                   phaseStep, codeStep, stateStep},
-                 length);
+                 length, border);
         }
         trusted[x] = y;
       } else if (states[x] == closedState) {
@@ -280,19 +292,20 @@ void trustCodes(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings co
 
 void bridgeStripeBorders(ScanDecodingSettings const& settings, ScanDecodingBuffers& buffers) {
   cv::Mat_<float> const& phase = buffers.phase.inner;
+  float const border = borderPhase(settings.period);
   int const longest = std::min(4 * settings.period, longestBridge);
   parallelRows(phase.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       short* const code = buffers.code.inner[y];
       uchar* const state = buffers.state.inner[y];
       forgetUntrusted(state, code, phase.cols);
-      bridgeRow(phase[y], code, state, phase.cols, longest);
+      bridgeRow(phase[y], code, state, phase.cols, longest, border);
     }
   });
   parallelRows((phase.cols + columnBlock - 1) / columnBlock, [&](int firstBlock, int endBlock) {
     for (int block = firstBlock; block < endBlock; ++block) {
       int const column = block * columnBlock;
-      bridgeColumns(buffers, column, std::min(columnBlock, phase.cols - column), longest);
+      bridgeColumns(buffers, column, std::min(columnBlock, phase.cols - column), longest, border);
     }
   });
 }
