@@ -56,11 +56,12 @@ void trustRow(TrustRows const& rows, TrustLimits const& limits, int n) {
   float const* const magnitude = rows.magnitude;
   uchar const* const lit = rows.lit;
   uchar const* const margins = rows.margin;
-  uchar* const __restrict mask = rows.mask;
-  short* const __restrict code = rows.code;
+  uchar* const mask = rows.mask;
+  short* const code = rows.code;
   TrustLimits const limit = limits;
   // All in float, bytes and codes too, a condition holding where a number is not negative: logic of
   // conditions of several widths does not vectorise.
+  VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const m = magnitude[x];
     float const p = phase[x];
@@ -112,8 +113,9 @@ void agreementRow(AgreementRows const& rows, int n) {
   short const* const codeRight = code + 1;
   short const* const codeAbove = code - rows.codeStep;
   short const* const codeBelow = code + rows.codeStep;
-  uchar* const __restrict mask = rows.mask;
-  uchar* const __restrict state = rows.state;
+  uchar* const mask = rows.mask;
+  uchar* const state = rows.state;
+  VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const p = phase[x] + twoPi * static_cast<float>(code[x]);
     float const votes = vote(p, phase[x - 1], codeLeft[x]) + vote(p, phase[x + 1], codeRight[x]) +
