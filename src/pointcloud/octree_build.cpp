@@ -204,6 +204,9 @@ private:
     for (int pass = 0; pass < passes; ++pass) {
       int const shift = 32 + pass * digitBits;
       std::array<unsigned, digitCount>& next = counts[static_cast<std::size_t>(pass)];
+      if (next[(keyed.front() >> shift) % digitCount] == keyed.size()) {
+        continue; // All digits are the same.
+      }
       unsigned start = 0;
       for (unsigned& count : next) {
         unsigned const size = count;

@@ -140,7 +140,7 @@ GridOctree const& PointCloud::octree() {
     octreeRevision_ = revision;
     if (System::get("EnableDebugMode", true).toBool()) {
       std::ostringstream message;
-      message << "Octree time: " << timer;
+      message << "Octree time: " << timer << "\n";
       System::log(message.str());
     }
   }

@@ -43,7 +43,7 @@ inline std::vector<cv::Vec3f> latticePoints(int count, int side) {
 /// Sets of finite points of the kinds that break spatial indexes.
 inline std::vector<NamedPoints> difficultPointSets() {
   std::vector<cv::Vec3f> const cube = randomPoints(3000, -1.0F, 1.0F);
-  std::vector<NamedPoints> sets{{"cube", cube}, {"lattice", latticePoints(4000, 12)}};
+  std::vector<NamedPoints> sets{{"cube", cube}, {"lattice", latticePoints(1000, 6)}};
   sets.push_back({"few", std::vector<cv::Vec3f>(cube.begin(), cube.begin() + 32)});
   sets.push_back({"one", {cube.front()}});
   sets.push_back({"identical", std::vector<cv::Vec3f>(500, cv::Vec3f(1.5F, -2.0F, 700.0F))});
