@@ -152,12 +152,10 @@ void listRecursively(OctreeView const& tree, Points const& points, Ball<Kind> co
   } else if (octant.isLeaf) {
     listLeaf(tree, points, ball, octant, indices);
   } else {
-    ChildDistances<Kind> const distances(octant, ball.centre(), tree.tolerance);
-    unsigned child = octant.children;
-    for (unsigned mask = octant.childMask; mask != 0; mask &= mask - 1, ++child) {
-      if (distances[static_cast<unsigned>(__builtin_ctz(mask))] <= ball.norm() * (1.0F + boundSlack)) {
-        listRecursively(tree, points, ball, tree.octants[child], indices);
-      }
+    unsigned toVisit = octant.childMask & ChildGeometry<Kind>(octant, loadQuery(ball.centre())).nearest(tree.tolerance).atMost(ball.norm() * (1.0F + boundSlack));
+    for (; toVisit != 0; toVisit &= toVisit - 1) {
+      unsigned const child = childPlace(octant, static_cast<unsigned>(__builtin_ctz(toVisit)));
+      listRecursively(tree, points, ball, tree.octants[child], indices);
     }
   }
 }

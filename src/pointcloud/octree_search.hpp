@@ -2,8 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cmath>
+#include <cstddef>
 #include <cstdint>
+#include <opencv2/core/hal/intrin.hpp>
 
 #include <vorn/mv/pointcloud/octree.hpp>
 
@@ -11,10 +15,8 @@
 
 namespace vorn::mv {
 
-/// Each level halves the edge, from at most 2^128 to below the smallest float, 2^-149, so no path is longer
-/// than this, and each level of it leaves at most seven siblings waiting.
+/// Each level halves the edge, from at most 2^128 to below the smallest float, 2^-149, so no path is longer.
 constexpr int maxOctreeDepth = 128 + 149 + 2;
-constexpr int maxWaitingOctants = 7 * maxOctreeDepth + 8;
 
 /// Bounds of distances are widened by this share so that rounding never rejects a cube that holds a
 /// neighbour.
@@ -33,30 +35,119 @@ struct OctreeView {
   bool isEmpty;
 };
 
-/// Lower bounds of the distance from a query point to the eight child cubes of an octant.
-template <class Kind>
-class ChildDistances {
+/// A point as a vector register holds it.
+inline cv::v_float32x4 loadQuery(float const* point) { return {point[0], point[1], point[2], 0.0F}; }
+
+/// One distance for each of the eight children of an octant.
+template <class Kind> class ChildDistances {
 public:
-  ChildDistances(BasicOctant<unsigned> const& octant, float const* query, float tolerance) {
-    float const reach = octant.halfSize + tolerance;
-    axis(query[0] - octant.x, reach, tolerance, x_);
-    axis(query[1] - octant.y, reach, tolerance, y_);
-    axis(query[2] - octant.z, reach, tolerance, z_);
+  ChildDistances() = default;
+
+  /// The distance to child c from the distances along the axes to the lower (bit of c clear) and upper halves.
+  ChildDistances(cv::v_float32x4 lower, cv::v_float32x4 upper) {
+    if constexpr (Kind::isSquared) {
+      lower = lower * lower;
+      upper = upper * upper;
+    }
+    cv::v_float32x4 xy, z, unused, y;
+    cv::v_zip(lower, upper, xy, z);
+    cv::v_zip(xy, xy, unused, y);
+    cv::v_float32x4 const plane = combine(cv::v_combine_low(xy, xy), y);
+    front_ = combine(plane, cv::v_broadcast_element<0>(z));
+    back_ = combine(plane, cv::v_broadcast_element<1>(z));
   }
 
-  float operator[](unsigned code) const {
-    return Kind::between(x_[code & 1], y_[(code >> 1) & 1], z_[code >> 2]);
+  /// Bit c is set when child c is at most `limit` away.
+  unsigned atMost(float limit) const {
+    cv::v_float32x4 const all = cv::v_setall_f32(limit);
+    return static_cast<unsigned>(cv::v_signmask(front_ <= all) | (cv::v_signmask(back_ <= all) << 4));
+  }
+
+  /// Bit c is set when child c is less than `limit` away.
+  unsigned below(float limit) const {
+    cv::v_float32x4 const all = cv::v_setall_f32(limit);
+    return static_cast<unsigned>(cv::v_signmask(front_ < all) | (cv::v_signmask(back_ < all) << 4));
   }
 
 private:
-  /// Distance along one axis to the lower half [-reach, tolerance] and the upper half [-tolerance, reach].
-  static void axis(float offset, float reach, float tolerance, float* distance) {
-    distance[0] = std::max(std::max(offset - tolerance, -reach - offset), 0.0F);
-    distance[1] = std::max(std::max(-tolerance - offset, offset - reach), 0.0F);
+  static cv::v_float32x4 combine(cv::v_float32x4 const& a, cv::v_float32x4 const& b) {
+    if constexpr (Kind::takesLargest) {
+      return cv::v_max(a, b);
+    } else {
+      return a + b;
+    }
   }
 
-  float x_[2], y_[2], z_[2];
+  cv::v_float32x4 front_, back_; ///< Children 0 .. 3 and 4 .. 7.
 };
+
+/// What the children of an octant are to a query point. The axes are worked on side by side.
+template <class Kind> class ChildGeometry {
+public:
+  ChildGeometry(BasicOctant<unsigned> const& octant, cv::v_float32x4 const& query) : query_(query) {
+    static_assert(offsetof(BasicOctant<unsigned>, halfSize) == 3 * sizeof(float), "centre and size are one vector");
+    centre_ = cv::v_load(&octant.x);
+    halfSize_ = cv::v_setall_f32(octant.halfSize);
+  }
+
+  /// Code of the child on the query's side of the centre planes.
+  unsigned ownCode() const { return static_cast<unsigned>(cv::v_signmask(query_ > centre_)) & 7U; }
+
+  /// Lower bounds of the distances to the child cubes.
+  ChildDistances<Kind> nearest(float tolerance) const {
+    cv::v_float32x4 lower, upper;
+    alongAxes(tolerance, lower, upper);
+    return {lower, upper};
+  }
+
+  /// The same by code ^ `ownCode()`.
+  ChildDistances<Kind> nearestFromOwn(float tolerance) const {
+    cv::v_float32x4 lower, upper;
+    alongAxes(tolerance, lower, upper);
+    cv::v_float32x4 const isUpper = query_ > centre_;
+    return {cv::v_select(isUpper, upper, lower), cv::v_select(isUpper, lower, upper)};
+  }
+
+  /// Distances to the farthest corners of the child cubes, rounded as for each child alone.
+  ChildDistances<Kind> farthest() const {
+    cv::v_float32x4 const half = halfSize_ * cv::v_setall_f32(0.5F);
+    return {cv::v_abs(query_ - (centre_ - half)) + half, cv::v_abs(query_ - (centre_ + half)) + half};
+  }
+
+private:
+  /// Distances along each axis to the lower half [-reach, tolerance] and the upper half [-tolerance, reach].
+  void alongAxes(float tolerance, cv::v_float32x4& lower, cv::v_float32x4& upper) const {
+    cv::v_float32x4 const zero = cv::v_setzero_f32();
+    cv::v_float32x4 const slack = cv::v_setall_f32(tolerance);
+    cv::v_float32x4 const reach = halfSize_ + slack;
+    cv::v_float32x4 const offset = query_ - centre_;
+    lower = cv::v_max(cv::v_max(offset - slack, (zero - reach) - offset), zero);
+    upper = cv::v_max(cv::v_max((zero - slack) - offset, offset - reach), zero);
+  }
+
+  cv::v_float32x4 query_, centre_, halfSize_;
+};
+
+/// For each child mask, how many children come before each code, four bits a code.
+struct ChildRanks {
+  constexpr ChildRanks() {
+    for (unsigned mask = 0; mask < 256; ++mask) {
+      unsigned rank = 0;
+      for (unsigned code = 0; code < 8; ++code) {
+        packed[mask] |= rank << (4 * code);
+        rank += (mask >> code) & 1U;
+      }
+    }
+  }
+
+  unsigned packed[256] = {};
+};
+inline constexpr ChildRanks childRanks;
+
+/// The place of child `code`, which exists.
+inline unsigned childPlace(BasicOctant<unsigned> const& octant, unsigned code) {
+  return octant.children + ((childRanks.packed[octant.childMask] >> (4 * code)) & 15U);
+}
 
 /// A query point and a radius in terms of one distance kind.
 template <class Kind>
@@ -89,83 +180,126 @@ private:
   bool isEmpty_;
 };
 
-/// Visits the octants that make up a ball, last octant first: `whole(octant)` for a cube that lies inside,
-/// else `leaf(octant)` for a leaf whose points are to be tried one by one. Both return false to end the
-/// search.
+/// Visits the octants that make up a ball, last octant first: `whole(octant)` for a cube that lies inside, else
+/// `leaf(octant)` for a leaf whose points are to be tried one by one. Both return false to end the search.
 template <class Kind, class Whole, class Leaf>
 void visitBall(OctreeView const& tree, Ball<Kind> const& ball, Whole const& whole, Leaf const& leaf) {
+  struct Level {
+    BasicOctant<unsigned> const* octant;
+    unsigned toVisit;
+    unsigned inside;
+  };
   if (tree.isEmpty || ball.isEmpty()) {
     return;
   }
+  BasicOctant<unsigned> const& root = tree.octants[0];
+  if (ball.holdsAll(root)) {
+    whole(root);
+    return;
+  }
+  if (root.isLeaf) {
+    leaf(root);
+    return;
+  }
   float const bound = ball.norm() * (1.0F + boundSlack);
-  std::array<unsigned, maxWaitingOctants> waiting;
-  unsigned* top = waiting.data();
-  *top++ = 0;
-  while (top != waiting.data()) {
-    BasicOctant<unsigned> const& octant = tree.octants[*--top];
-    if (ball.holdsAll(octant)) {
-      if (!whole(octant)) {
+  cv::v_float32x4 const query = loadQuery(ball.centre());
+  auto const enter = [&](BasicOctant<unsigned> const& octant) {
+    ChildGeometry<Kind> const children(octant, query);
+    unsigned const near = children.nearest(tree.tolerance).atMost(bound);
+    unsigned const inside = children.farthest().atMost(ball.norm());
+    return Level{&octant, (near | inside) & octant.childMask, inside};
+  };
+  std::array<Level, maxOctreeDepth> above;
+  std::size_t depth = 0;
+  Level level = enter(root);
+  for (;;) {
+    if (level.toVisit == 0) {
+      if (depth == 0) {
         return;
       }
-    } else if (octant.isLeaf) {
-      if (!leaf(octant)) {
+      level = above[--depth];
+      continue;
+    }
+    unsigned const code = 31U - static_cast<unsigned>(__builtin_clz(level.toVisit));
+    level.toVisit ^= 1U << code;
+    BasicOctant<unsigned> const& child = tree.octants[childPlace(*level.octant, code)];
+    if (((level.inside >> code) & 1U) != 0) {
+      if (!whole(child)) {
+        return;
+      }
+    } else if (child.isLeaf) {
+      if (!leaf(child)) {
         return;
       }
     } else {
-      ChildDistances<Kind> const distances(octant, ball.centre(), tree.tolerance);
-      unsigned child = octant.children;
-      for (unsigned mask = octant.childMask; mask != 0; mask &= mask - 1, ++child) {
-        if (distances[static_cast<unsigned>(__builtin_ctz(mask))] <= bound) {
-          *top++ = child;
-        }
+      if (level.toVisit != 0) {
+        above[depth++] = level;
       }
+      level = enter(child);
     }
   }
 }
 
-struct WaitingOctant {
-  unsigned place;
-  float distance;
-};
+/// Bit c of the result is bit c ^ `flip` of `mask`, for masks of eight bits.
+inline unsigned flipCodes(unsigned mask, unsigned flip) {
+  mask = (flip & 1U) != 0 ? ((mask & 0x55U) << 1) | ((mask >> 1) & 0x55U) : mask;
+  mask = (flip & 2U) != 0 ? ((mask & 0x33U) << 2) | ((mask >> 2) & 0x33U) : mask;
+  return (flip & 4U) != 0 ? ((mask & 0x0FU) << 4) | (mask >> 4) : mask;
+}
 
-/// Visits leaves from near to far and offers the points that `accepts(index)` to a set of nearest ones, which
-/// has `worst()`, the distance from which on points no longer matter, and `add(index, distance)`.
+/// Visits leaves from near to far and offers the points that `accepts(index)` to a set of nearest ones, which has
+/// `worst()`, the distance from which on points no longer matter, and `add(index, distance)`.
 template <class Kind, class Points, class Nearest, class Accepts>
 void findNearest(OctreeView const& tree, Points const& points, float const* query, Nearest& nearest,
                  Accepts const& accepts) {
-  std::array<WaitingOctant, maxWaitingOctants> waiting;
-  WaitingOctant* top = waiting.data();
-  *top++ = {0, 0.0F};
-  while (top != waiting.data()) {
-    WaitingOctant const next = *--top;
-    if (next.distance * (1.0F - boundSlack) >= nearest.worst()) {
+  struct Level {
+    BasicOctant<unsigned> const* octant;
+    unsigned own;     ///< Code of the child on the query's side; children are taken in the order own, own ^ 1, ...
+    unsigned toVisit; ///< By code ^ own.
+    ChildDistances<Kind> distances;
+  };
+  auto const scan = [&](BasicOctant<unsigned> const& leaf) {
+    unsigned const* const end = tree.chain + leaf.first + leaf.count;
+    for (unsigned const* place = tree.chain + leaf.first; place != end; ++place) {
+      float const* point = points[*place];
+      float const distance = Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]);
+      if (distance < nearest.worst() && accepts(*place)) {
+        nearest.add(*place, distance);
+      }
+    }
+  };
+  cv::v_float32x4 const position = loadQuery(query);
+  auto const enter = [&](BasicOctant<unsigned> const& octant) {
+    ChildGeometry<Kind> const children(octant, position);
+    unsigned const own = children.ownCode();
+    return Level{&octant, own, flipCodes(octant.childMask, own), children.nearestFromOwn(tree.tolerance)};
+  };
+  if (tree.octants[0].isLeaf) {
+    scan(tree.octants[0]);
+    return;
+  }
+  std::array<Level, maxOctreeDepth> above;
+  std::size_t depth = 0;
+  Level level = enter(tree.octants[0]);
+  for (;;) {
+    level.toVisit &= level.distances.below(nearest.worst() * (1.0F + boundSlack));
+    if (level.toVisit == 0) {
+      if (depth == 0) {
+        return;
+      }
+      level = above[--depth];
       continue;
     }
-    BasicOctant<unsigned> const& octant = tree.octants[next.place];
-    if (octant.isLeaf) {
-      unsigned const* const end = tree.chain + octant.first + octant.count;
-      for (unsigned const* place = tree.chain + octant.first; place != end; ++place) {
-        float const* point = points[*place];
-        float const distance = Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]);
-        if (distance < nearest.worst() && accepts(*place)) {
-          nearest.add(*place, distance);
-        }
+    auto const flip = static_cast<unsigned>(__builtin_ctz(level.toVisit));
+    level.toVisit &= level.toVisit - 1;
+    BasicOctant<unsigned> const& child = tree.octants[childPlace(*level.octant, flip ^ level.own)];
+    if (child.isLeaf) {
+      scan(child);
+    } else {
+      if (level.toVisit != 0) {
+        above[depth++] = level;
       }
-      continue;
-    }
-    // The child on the query's side is taken from the stack first, its opposite last.
-    unsigned const own =
-        (query[0] > octant.x ? 1U : 0U) + (query[1] > octant.y ? 2U : 0U) + (query[2] > octant.z ? 4U : 0U);
-    ChildDistances<Kind> const distances(octant, query, tree.tolerance);
-    for (unsigned const flip : {7U, 6U, 5U, 3U, 4U, 2U, 1U, 0U}) {
-      unsigned const code = own ^ flip;
-      if (((octant.childMask >> code) & 1U) != 0) {
-        float const distance = distances[code];
-        if (distance * (1.0F - boundSlack) < nearest.worst()) {
-          unsigned const before = octant.childMask & ((1U << code) - 1U);
-          *top++ = {octant.children + static_cast<unsigned>(__builtin_popcount(before)), distance};
-        }
-      }
+      level = enter(child);
     }
   }
 }

@@ -15,6 +15,8 @@ namespace vorn::mv {
 /// costs little more than one visit a point, even where millions of points lie on one spot.
 template <class Points>
 class RemainingPoints {
+  using L2 = Distance<cv::Vec3f>::L2;
+
 public:
   /// All points of the tree with state 0; `states` is indexed like the points.
   RemainingPoints(GridOctree const& tree, Points const& points, std::vector<uchar> const& states)
@@ -38,7 +40,7 @@ public:
   /// Appends the remaining points that an L2 radius search around `query` finds to `taken`; they remain no
   /// longer.
   void takeBall(float const* query, float radius, std::vector<unsigned>& taken) {
-    Ball<Distance<cv::Vec3f>::L2> const ball(query, radius);
+    Ball<L2> const ball(query, radius);
     if (!tree_.isEmpty && !ball.isEmpty()) {
       take(ball, 0, taken);
     }
@@ -47,14 +49,14 @@ public:
 private:
   unsigned countOfChildren(BasicOctant<unsigned> const& octant) const {
     unsigned count = 0;
-    auto const end = octant.children + static_cast<unsigned>(__builtin_popcount(octant.childMask));
+    unsigned const end = childPlace(octant, 7) + ((octant.childMask >> 7) & 1U);
     for (unsigned child = octant.children; child < end; ++child) {
       count += counts_[child];
     }
     return count;
   }
 
-  void take(Ball<Distance<cv::Vec3f>::L2> const& ball, unsigned place, std::vector<unsigned>& taken) {
+  void take(Ball<L2> const& ball, unsigned place, std::vector<unsigned>& taken) {
     BasicOctant<unsigned> const& octant = tree_.octants[place];
     if (ball.holdsAll(octant)) {
       takeAll(place, taken);
@@ -71,11 +73,10 @@ private:
       }
       counts_[place] = kept;
     } else {
-      float const bound = ball.norm() * (1.0F + boundSlack);
-      ChildDistances<Distance<cv::Vec3f>::L2> const distances(octant, ball.centre(), tree_.tolerance);
-      unsigned child = octant.children;
-      for (unsigned mask = octant.childMask; mask != 0; mask &= mask - 1, ++child) {
-        if (counts_[child] != 0 && distances[static_cast<unsigned>(__builtin_ctz(mask))] <= bound) {
+      unsigned toVisit = octant.childMask & ChildGeometry<L2>(octant, loadQuery(ball.centre())).nearest(tree_.tolerance).atMost(ball.norm() * (1.0F + boundSlack));
+      for (; toVisit != 0; toVisit &= toVisit - 1) {
+        unsigned const child = childPlace(octant, static_cast<unsigned>(__builtin_ctz(toVisit)));
+        if (counts_[child] != 0) {
           take(ball, child, taken);
         }
       }
@@ -89,7 +90,7 @@ private:
       unsigned const* const chain = chain_.data() + octant.first;
       taken.insert(taken.end(), chain, chain + counts_[place]);
     } else {
-      auto const end = octant.children + static_cast<unsigned>(__builtin_popcount(octant.childMask));
+      unsigned const end = childPlace(octant, 7) + ((octant.childMask >> 7) & 1U);
       for (unsigned child = octant.children; child < end; ++child) {
         if (counts_[child] != 0) {
           takeAll(child, taken);

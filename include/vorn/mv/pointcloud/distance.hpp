@@ -20,12 +20,16 @@ struct Distance {
   struct L1 {
     static float between(float dx, float dy, float dz) { return std::abs(dx) + std::abs(dy) + std::abs(dz); }
     static float norm(float radius) { return radius; }
+    static constexpr bool isSquared = false;
+    static constexpr bool takesLargest = false;
   };
 
   /// The squared Euclidean distance, dx^2 + dy^2 + dz^2.
   struct L2 {
     static float between(float dx, float dy, float dz) { return dx * dx + dy * dy + dz * dz; }
     static float norm(float radius) { return radius * radius; }
+    static constexpr bool isSquared = true;
+    static constexpr bool takesLargest = false;
   };
 
   /// The largest coordinate difference, max(|dx|, |dy|, |dz|).
@@ -34,6 +38,8 @@ struct Distance {
       return std::max(std::max(std::abs(dx), std::abs(dy)), std::abs(dz));
     }
     static float norm(float radius) { return radius; }
+    static constexpr bool isSquared = false;
+    static constexpr bool takesLargest = true;
   };
 };
 
