@@ -14,8 +14,8 @@ namespace vorn::bench {
 /// Distance of neighbouring points of the clouds on surfaces.
 constexpr float pitch = 0.1F;
 
-/// A square organized scan: a wavy surface with noise, a depth step, islands, and one point in a hundred off the
-/// surface.
+/// A square organized scan: a wavy surface with noise, a depth step, islands, and one point in a hundred off
+/// the surface.
 inline cv::Mat_<cv::Vec3f> organizedScan(int side) {
   std::mt19937 random(1);
   std::normal_distribution<float> noise(0.0F, 0.01F);
@@ -72,10 +72,12 @@ inline char const* nameOfKind(long kind) {
 /// The radius around a point that holds about `count` points.
 inline float radiusForNeighbours(long kind, long count) {
   auto const number = static_cast<float>(count);
-  return kind == 1 ? pitch * std::cbrt(number * 3.0F / (4.0F * 3.14159265F)) : pitch * std::sqrt(number / 3.14159265F);
+  return kind == 1 ? pitch * std::cbrt(number * 3.0F / (4.0F * 3.14159265F))
+                   : pitch * std::sqrt(number / 3.14159265F);
 }
 
-/// Places of query points in a cloud of `total` points: two thousand runs of consecutive points, spread over it.
+/// Places of query points in a cloud of `total` points: two thousand runs of consecutive points, spread over
+/// it.
 inline std::vector<int> queryIndices(std::size_t total) {
   constexpr std::size_t runs = 2000;
   constexpr std::size_t length = 10;

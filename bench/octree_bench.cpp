@@ -34,7 +34,8 @@ BENCHMARK(build)
     ->ArgNames({"kind", "side"})
     ->Unit(benchmark::kMillisecond);
 
-template <class Search> void runQueries(benchmark::State& state, Search const& search) {
+template <class Search>
+void runQueries(benchmark::State& state, Search const& search) {
   cv::Mat_<cv::Vec3f> const points = bench::cloudOfKind(state.range(0), state.range(1));
   GridOctree tree;
   tree.init(points);
@@ -88,8 +89,12 @@ void searchArguments(benchmark::internal::Benchmark* target, std::vector<long> c
     }
   }
 }
-void radiusArguments(benchmark::internal::Benchmark* target) { searchArguments(target, {10, 50, 500}); }
-void knnArguments(benchmark::internal::Benchmark* target) { searchArguments(target, {1, 8, 32}); }
+void radiusArguments(benchmark::internal::Benchmark* target) {
+  searchArguments(target, {10, 50, 500});
+}
+void knnArguments(benchmark::internal::Benchmark* target) {
+  searchArguments(target, {1, 8, 32});
+}
 BENCHMARK(count)->Apply(radiusArguments);
 BENCHMARK(search)->Apply(radiusArguments);
 BENCHMARK(knn)->Apply(knnArguments);

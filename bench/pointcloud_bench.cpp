@@ -18,8 +18,10 @@ using namespace vorn;
 constexpr int side = 1000;
 constexpr float radius = 0.3F;
 
-/// Runs a filter on all points present again and again; the octree is dropped before each run unless it is kept.
-template <class Filter> void runFilter(benchmark::State& state, Filter const& filter, bool keepsOctree = true) {
+/// Runs a filter on all points present again and again; the octree is dropped before each run unless it is
+/// kept.
+template <class Filter>
+void runFilter(benchmark::State& state, Filter const& filter, bool keepsOctree = true) {
   System::set("EnableDebugMode", false);
   int const threads = cv::getNumThreads();
   cv::setNumThreads(static_cast<int>(state.range(0)));
@@ -77,10 +79,12 @@ void clean(benchmark::State& state) {
   runFilter(state, [](mv::PointCloud& cloud) { cloud.clean(radius, 10); });
 }
 void buildAndClean(benchmark::State& state) {
-  runFilter(state, [](mv::PointCloud& cloud) { cloud.clean(radius, 10); }, false);
+  runFilter(
+      state, [](mv::PointCloud& cloud) { cloud.clean(radius, 10); }, false);
 }
 void buildAndFilterSmallCluster(benchmark::State& state) {
-  runFilter(state, [](mv::PointCloud& cloud) { cloud.filterSmallCluster(radius, 500); }, false);
+  runFilter(
+      state, [](mv::PointCloud& cloud) { cloud.filterSmallCluster(radius, 500); }, false);
 }
 BENCHMARK(clean)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(buildAndClean)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -1,7 +1,8 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Neighbour search and cleaning with other libraries, beside ours in one run, on an organized scan; one thread.
+// Neighbour search and cleaning with other libraries, beside ours in one run, on an organized scan; one
+// thread.
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include <benchmark/benchmark.h>
@@ -36,12 +37,14 @@ constexpr int cleanNeighbours = 10;
 constexpr int clusterSize = 500;
 
 void perPoint(benchmark::State& state, std::size_t count) {
-  state.counters["each"] = benchmark::Counter(
-      static_cast<double>(count), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["each"] =
+      benchmark::Counter(static_cast<double>(count),
+                         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 /// Runs `search(query)` for points of the cloud and reports the time a query.
-template <class Search> void runQueries(benchmark::State& state, cv::Mat_<cv::Vec3f> const& points, Search const& search) {
+template <class Search>
+void runQueries(benchmark::State& state, cv::Mat_<cv::Vec3f> const& points, Search const& search) {
   std::vector<int> const queries = bench::queryIndices(points.total());
   for (auto _ : state) {
     std::size_t found = 0;
@@ -71,7 +74,8 @@ void countOurs(benchmark::State& state) {
   cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
   mv::GridOctree const tree = treeOf(points);
   float const radius = bench::radiusForNeighbours(0, state.range(1));
-  runQueries(state, points, [&](cv::Vec3f const& query) { return tree.radiusNeighborsCount<L2>(query, radius); });
+  runQueries(state, points,
+             [&](cv::Vec3f const& query) { return tree.radiusNeighborsCount<L2>(query, radius); });
 }
 
 void searchOurs(benchmark::State& state) {
@@ -94,7 +98,8 @@ void knnOurs(benchmark::State& state) {
 }
 
 /// Cleans a cloud whose octree has to be built each time.
-template <class Filter> void filterOurs(benchmark::State& state, Filter const& filter) {
+template <class Filter>
+void filterOurs(benchmark::State& state, Filter const& filter) {
   System::set("EnableDebugMode", false);
   cv::setNumThreads(1);
   mv::PointCloud cloud(bench::organizedScan(static_cast<int>(state.range(0))), true);
@@ -120,11 +125,16 @@ struct MatrixAdaptor {
   cv::Mat_<cv::Vec3f> points;
 
   std::size_t kdtree_get_point_count() const { return points.total(); }
-  float kdtree_get_pt(std::size_t index, std::size_t axis) const { return points.ptr<float>()[3 * index + axis]; }
-  template <class Box> bool kdtree_get_bbox(Box& /*box*/) const { return false; }
+  float kdtree_get_pt(std::size_t index, std::size_t axis) const {
+    return points.ptr<float>()[3 * index + axis];
+  }
+  template <class Box>
+  bool kdtree_get_bbox(Box& /*box*/) const {
+    return false;
+  }
 };
-using KdTree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, MatrixAdaptor>, MatrixAdaptor,
-                                                   3, unsigned>;
+using KdTree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, MatrixAdaptor>,
+                                                   MatrixAdaptor, 3, unsigned>;
 
 /// Counts points within a radius until there are enough.
 class CountingSet {
@@ -145,7 +155,8 @@ private:
 };
 
 struct KdTreeOfScan {
-  explicit KdTreeOfScan(long side) : adaptor{bench::organizedScan(static_cast<int>(side))}, tree(3, adaptor) {}
+  explicit KdTreeOfScan(long side)
+      : adaptor{bench::organizedScan(static_cast<int>(side))}, tree(3, adaptor) {}
 
   MatrixAdaptor adaptor;
   KdTree tree;
@@ -175,7 +186,8 @@ void searchNanoflann(benchmark::State& state) {
   float const radius = bench::radiusForNeighbours(0, state.range(1));
   std::vector<std::pair<unsigned, float>> found;
   runQueries(state, scan.adaptor.points, [&](cv::Vec3f const& query) {
-    return scan.tree.radiusSearch(query.val, radius * radius, found, nanoflann::SearchParams(32, 0.0F, false));
+    return scan.tree.radiusSearch(query.val, radius * radius, found,
+                                  nanoflann::SearchParams(32, 0.0F, false));
   });
 }
 
@@ -220,8 +232,8 @@ void clustersNanoflann(benchmark::State& state) {
       cluster.assign(1, seed);
       isVisited[seed] = 1;
       for (std::size_t next = 0; next < cluster.size(); ++next) {
-        tree.radiusSearch(adaptor.points.ptr<float>() + 3 * std::size_t{cluster[next]}, cleanRadius * cleanRadius, found,
-                          nanoflann::SearchParams(32, 0.0F, false));
+        tree.radiusSearch(adaptor.points.ptr<float>() + 3 * std::size_t{cluster[next]},
+                          cleanRadius * cleanRadius, found, nanoflann::SearchParams(32, 0.0F, false));
         for (auto const& neighbour : found) {
           if (isVisited[neighbour.first] == 0) {
             isVisited[neighbour.first] = 1;
@@ -260,7 +272,8 @@ void buildPcl(benchmark::State& state) {
   perPoint(state, cloud->size());
 }
 
-template <class Search> void runPclQueries(benchmark::State& state, Search const& search) {
+template <class Search>
+void runPclQueries(benchmark::State& state, Search const& search) {
   cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
   PclOctree tree(pclResolution);
   tree.setInputCloud(pclCloud(points));
@@ -268,7 +281,8 @@ template <class Search> void runPclQueries(benchmark::State& state, Search const
   std::vector<int> indices;
   std::vector<float> distances;
   runQueries(state, points, [&](cv::Vec3f const& query) {
-    return static_cast<std::size_t>(search(tree, pcl::PointXYZ(query[0], query[1], query[2]), indices, distances));
+    return static_cast<std::size_t>(
+        search(tree, pcl::PointXYZ(query[0], query[1], query[2]), indices, distances));
   });
 }
 
@@ -326,7 +340,8 @@ open3d::geometry::PointCloud open3dCloud(cv::Mat_<cv::Vec3f> const& points) {
 }
 
 void cleanOpen3d(benchmark::State& state) {
-  open3d::geometry::PointCloud const cloud = open3dCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  open3d::geometry::PointCloud const cloud =
+      open3dCloud(bench::organizedScan(static_cast<int>(state.range(0))));
   for (auto _ : state) {
     auto const kept = cloud.RemoveRadiusOutliers(cleanNeighbours, static_cast<double>(cleanRadius));
     benchmark::DoNotOptimize(std::get<0>(kept));
@@ -334,7 +349,8 @@ void cleanOpen3d(benchmark::State& state) {
 }
 
 void clustersOpen3d(benchmark::State& state) {
-  open3d::geometry::PointCloud const cloud = open3dCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  open3d::geometry::PointCloud const cloud =
+      open3dCloud(bench::organizedScan(static_cast<int>(state.range(0))));
   for (auto _ : state) {
     benchmark::DoNotOptimize(cloud.ClusterDBSCAN(static_cast<double>(cleanRadius), 1));
   }
@@ -344,7 +360,10 @@ void clustersOpen3d(benchmark::State& state) {
 void registerAll(char const* name, void (*run)(benchmark::State&), std::vector<long> const& sizes) {
   for (long const side : {316L, 1000L}) {
     for (long const size : sizes) {
-      benchmark::RegisterBenchmark(name, run)->Args({side, size})->ArgNames({"side", "n"})->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark(name, run)
+          ->Args({side, size})
+          ->ArgNames({"side", "n"})
+          ->Unit(benchmark::kMillisecond);
     }
   }
 }

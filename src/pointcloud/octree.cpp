@@ -152,7 +152,9 @@ void listRecursively(OctreeView const& tree, Points const& points, Ball<Kind> co
   } else if (octant.isLeaf) {
     listLeaf(tree, points, ball, octant, indices);
   } else {
-    unsigned toVisit = octant.childMask & ChildGeometry<Kind>(octant, loadQuery(ball.centre())).nearest(tree.tolerance).atMost(ball.norm() * (1.0F + boundSlack));
+    unsigned toVisit = octant.childMask & ChildGeometry<Kind>(octant, loadQuery(ball.centre()))
+                                              .nearest(tree.tolerance)
+                                              .atMost(ball.norm() * (1.0F + boundSlack));
     for (; toVisit != 0; toVisit &= toVisit - 1) {
       unsigned const child = childPlace(octant, static_cast<unsigned>(__builtin_ctz(toVisit)));
       listRecursively(tree, points, ball, tree.octants[child], indices);

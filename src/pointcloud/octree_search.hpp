@@ -36,14 +36,18 @@ struct OctreeView {
 };
 
 /// A point as a vector register holds it.
-inline cv::v_float32x4 loadQuery(float const* point) { return {point[0], point[1], point[2], 0.0F}; }
+inline cv::v_float32x4 loadQuery(float const* point) {
+  return {point[0], point[1], point[2], 0.0F};
+}
 
 /// One distance for each of the eight children of an octant.
-template <class Kind> class ChildDistances {
+template <class Kind>
+class ChildDistances {
 public:
   ChildDistances() = default;
 
-  /// The distance to child c from the distances along the axes to the lower (bit of c clear) and upper halves.
+  /// The distance to child c from the distances along the axes to the lower (bit of c clear) and upper
+  /// halves.
   ChildDistances(cv::v_float32x4 lower, cv::v_float32x4 upper) {
     if constexpr (Kind::isSquared) {
       lower = lower * lower;
@@ -82,10 +86,12 @@ private:
 };
 
 /// What the children of an octant are to a query point. The axes are worked on side by side.
-template <class Kind> class ChildGeometry {
+template <class Kind>
+class ChildGeometry {
 public:
   ChildGeometry(BasicOctant<unsigned> const& octant, cv::v_float32x4 const& query) : query_(query) {
-    static_assert(offsetof(BasicOctant<unsigned>, halfSize) == 3 * sizeof(float), "centre and size are one vector");
+    static_assert(offsetof(BasicOctant<unsigned>, halfSize) == 3 * sizeof(float),
+                  "centre and size are one vector");
     centre_ = cv::v_load(&octant.x);
     halfSize_ = cv::v_setall_f32(octant.halfSize);
   }
@@ -180,8 +186,9 @@ private:
   bool isEmpty_;
 };
 
-/// Visits the octants that make up a ball, last octant first: `whole(octant)` for a cube that lies inside, else
-/// `leaf(octant)` for a leaf whose points are to be tried one by one. Both return false to end the search.
+/// Visits the octants that make up a ball, last octant first: `whole(octant)` for a cube that lies inside,
+/// else `leaf(octant)` for a leaf whose points are to be tried one by one. Both return false to end the
+/// search.
 template <class Kind, class Whole, class Leaf>
 void visitBall(OctreeView const& tree, Ball<Kind> const& ball, Whole const& whole, Leaf const& leaf) {
   struct Level {
@@ -247,14 +254,15 @@ inline unsigned flipCodes(unsigned mask, unsigned flip) {
   return (flip & 4U) != 0 ? ((mask & 0x0FU) << 4) | (mask >> 4) : mask;
 }
 
-/// Visits leaves from near to far and offers the points that `accepts(index)` to a set of nearest ones, which has
-/// `worst()`, the distance from which on points no longer matter, and `add(index, distance)`.
+/// Visits leaves from near to far and offers the points that `accepts(index)` to a set of nearest ones, which
+/// has `worst()`, the distance from which on points no longer matter, and `add(index, distance)`.
 template <class Kind, class Points, class Nearest, class Accepts>
 void findNearest(OctreeView const& tree, Points const& points, float const* query, Nearest& nearest,
                  Accepts const& accepts) {
   struct Level {
     BasicOctant<unsigned> const* octant;
-    unsigned own;     ///< Code of the child on the query's side; children are taken in the order own, own ^ 1, ...
+    unsigned
+        own; ///< Code of the child on the query's side; children are taken in the order own, own ^ 1, ...
     unsigned toVisit; ///< By code ^ own.
     ChildDistances<Kind> distances;
   };

@@ -73,7 +73,9 @@ private:
       }
       counts_[place] = kept;
     } else {
-      unsigned toVisit = octant.childMask & ChildGeometry<L2>(octant, loadQuery(ball.centre())).nearest(tree_.tolerance).atMost(ball.norm() * (1.0F + boundSlack));
+      unsigned toVisit = octant.childMask & ChildGeometry<L2>(octant, loadQuery(ball.centre()))
+                                                .nearest(tree_.tolerance)
+                                                .atMost(ball.norm() * (1.0F + boundSlack));
       for (; toVisit != 0; toVisit &= toVisit - 1) {
         unsigned const child = childPlace(octant, static_cast<unsigned>(__builtin_ctz(toVisit)));
         if (counts_[child] != 0) {

@@ -35,7 +35,8 @@ PointCloud scan(float noise) {
     for (int column = 0; column < columns; ++column) {
       auto const x = static_cast<float>(column);
       auto const y = static_cast<float>(row);
-      float const z = 50.0F + std::sin(0.3F * x) + (column > 30 ? 20.0F : 0.0F) + (chance(random) < 0.02F ? 9.0F : 0.0F);
+      float const z =
+          50.0F + std::sin(0.3F * x) + (column > 30 ? 20.0F : 0.0F) + (chance(random) < 0.02F ? 9.0F : 0.0F);
       points(row, column) = {x + shift(random), y + shift(random), z + shift(random)};
     }
   }
@@ -154,12 +155,14 @@ void expectSameStates(PointCloud const& cloud, cv::Mat_<uchar> const& expected) 
   EXPECT_EQ(cv::countNonZero(cloud.state() != expected), 0);
 }
 
-/// Runs a filter on the cloud, with other thread counts and on a region of a larger matrix on copies, and expects
-/// the same states of all.
-template <class Filter> void runEverywhere(PointCloud& cloud, Filter const& filter) {
+/// Runs a filter on the cloud, with other thread counts and on a region of a larger matrix on copies, and
+/// expects the same states of all.
+template <class Filter>
+void runEverywhere(PointCloud& cloud, Filter const& filter) {
   auto const runOnCopy = [&](bool isRegion) {
     cv::Mat_<cv::Vec3f> frame(rows + 2, columns + 5);
-    cv::Mat_<cv::Vec3f> region = isRegion ? frame(cv::Rect(3, 1, columns, rows)) : cv::Mat_<cv::Vec3f>(rows, columns);
+    cv::Mat_<cv::Vec3f> region =
+        isRegion ? frame(cv::Rect(3, 1, columns, rows)) : cv::Mat_<cv::Vec3f>(rows, columns);
     cloud.points().copyTo(region);
     PointCloud copy(region, cloud.isOrganized());
     cloud.state().copyTo(copy.state());
@@ -195,7 +198,8 @@ protected:
 
 TEST_F(Cleaning, KeepsPointsAtTheEndsOfTheDepthRange) {
   cv::Mat_<cv::Vec3f> points(1, 7, cv::Vec3f(1, 2, 0));
-  float const depths[] = {0.0F, 100.0F, -0.001F, 100.01F, test::notANumber, std::numeric_limits<float>::infinity(), 500.0F};
+  float const depths[] = {
+      0.0F, 100.0F, -0.001F, 100.01F, test::notANumber, std::numeric_limits<float>::infinity(), 500.0F};
   for (int i = 0; i < 7; ++i) {
     points(i)[2] = depths[i];
   }
@@ -217,8 +221,10 @@ TEST_F(Cleaning, DepthStepsAreDistancesInSpaceToFourNeighbours) {
       cv::Mat_<cv::Vec3f> const points = cloud.points();
       for (int row = 1; row < rows - 1; ++row) {
         for (int column = 1; column < columns - 1; ++column) {
-          for (cv::Point const& step : {cv::Point(0, -1), cv::Point(0, 1), cv::Point(-1, 0), cv::Point(1, 0)}) {
-            cv::Vec3d const d = cv::Vec3d(points(row, column)) - cv::Vec3d(points(row + step.y, column + step.x));
+          for (cv::Point const& step :
+               {cv::Point(0, -1), cv::Point(0, 1), cv::Point(-1, 0), cv::Point(1, 0)}) {
+            cv::Vec3d const d =
+                cv::Vec3d(points(row, column)) - cv::Vec3d(points(row + step.y, column + step.x));
             if (expected(row, column) == 0 && std::sqrt(d.dot(d)) > static_cast<double>(maxStep)) {
               expected(row, column) = 255;
             }
@@ -253,8 +259,8 @@ TEST_F(Cleaning, ErosionLooksAtSevenNeighbours) {
   cloud.state()(4, 5) = 255;
   cloud.filterOutlier();
   cv::Mat_<uchar> expected(9, 11, uchar{0});
-  for (cv::Point const& at : {cv::Point(6, 5), cv::Point(5, 5), cv::Point(4, 5), cv::Point(6, 4), cv::Point(4, 4),
-                              cv::Point(5, 3), cv::Point(4, 3)}) {
+  for (cv::Point const& at : {cv::Point(6, 5), cv::Point(5, 5), cv::Point(4, 5), cv::Point(6, 4),
+                              cv::Point(4, 4), cv::Point(5, 3), cv::Point(4, 3)}) {
     expected(at) = 1;
   }
   expected(4, 5) = 255;
@@ -289,7 +295,8 @@ TEST_F(Cleaning, GridFiltersLeaveUnorganizedCloudsAlone) {
 }
 
 TEST_F(Cleaning, RadiusCleaningIsTheSequentialPass) {
-  for (auto const& make : {std::function<PointCloud()>([] { return scan(0.4F); }), std::function<PointCloud()>(heap)}) {
+  for (auto const& make :
+       {std::function<PointCloud()>([] { return scan(0.4F); }), std::function<PointCloud()>(heap)}) {
     for (float const radius : {1.0F, 1.5F, 2.0F}) {
       // From one that peels nothing to one that lets holes eat the whole surface.
       for (int const minNeighbours : {1, 2, 4, 6, 7, 8, 9, 12}) {
@@ -339,15 +346,17 @@ TEST_F(Cleaning, GridClustersAreThoseOfAFloodFill) {
 }
 
 TEST_F(Cleaning, ClustersInSpaceAreThoseOfAFloodFill) {
-  for (auto const& make : {std::function<PointCloud()>([] { return scan(0.4F); }), std::function<PointCloud()>(heap)}) {
+  for (auto const& make :
+       {std::function<PointCloud()>([] { return scan(0.4F); }), std::function<PointCloud()>(heap)}) {
     for (float const maxDistance : {0.0F, 0.8F, 1.0F, 1.3F, 12.0F}) {
       for (int const minClusterSize : {-1, 2, 6, 100, 100000}) {
         PointCloud cloud = make();
         cv::Mat_<uchar> expected = savedStates(cloud);
         int const removed = deleteClustersPlainly(expected, neighboursOf(cloud, maxDistance),
                                                   static_cast<std::size_t>(std::max(minClusterSize, 0)));
-        runEverywhere(cloud,
-                      [=](PointCloud& c) { EXPECT_EQ(c.filterSmallCluster(maxDistance, minClusterSize), removed); });
+        runEverywhere(cloud, [=](PointCloud& c) {
+          EXPECT_EQ(c.filterSmallCluster(maxDistance, minClusterSize), removed);
+        });
         expectSameStates(cloud, expected);
       }
     }
@@ -373,7 +382,8 @@ TEST_F(Cleaning, EdgePointsAreCountedAndColoured) {
   testing::internal::CaptureStdout();
   cloud.markEdgePoints(1.5F, 6);
   std::string const text = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(text.find("Marking edge points...\nEdge point count: " + std::to_string(edges) + "\nFinished in"), 0U);
+  EXPECT_EQ(text.find("Marking edge points...\nEdge point count: " + std::to_string(edges) + "\nFinished in"),
+            0U);
   cv::Mat white;
   cv::inRange(cloud.texture(), cv::Scalar::all(255), cv::Scalar::all(255), white);
   EXPECT_EQ(cv::countNonZero(white), edges);
@@ -389,7 +399,9 @@ TEST_F(Cleaning, DistancesAreToTheNearestPresentPoint) {
     if (from.state()(static_cast<int>(i)) == 0 && cv::checkRange(cv::Mat(point))) {
       double nearest = std::numeric_limits<double>::max();
       for (int j = 0; j < 500; ++j) {
-        nearest = to.state()(j) == 0 ? std::min(nearest, cv::norm(cv::Vec3d(point) - cv::Vec3d(to.points()(j)))) : nearest;
+        nearest = to.state()(j) == 0
+                      ? std::min(nearest, cv::norm(cv::Vec3d(point) - cv::Vec3d(to.points()(j))))
+                      : nearest;
       }
       distances.push_back(nearest);
     }
@@ -420,7 +432,8 @@ TEST_F(Cleaning, EmptyCloudsAreLeftAlone) {
     empty->saveState();
     empty->undoState();
     empty->applyTransform();
-    EXPECT_EQ(empty->clean(1, 1) + empty->filterSmallCluster(1, 1) + empty->filterSmallClusterOrganized(1, 1), 0);
+    EXPECT_EQ(empty->clean(1, 1) + empty->filterSmallCluster(1, 1) + empty->filterSmallClusterOrganized(1, 1),
+              0);
     EXPECT_EQ(empty->calcDistStat(cloud), cv::Vec2d(0, 0));
   }
 }

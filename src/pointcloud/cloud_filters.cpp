@@ -1,0 +1,144 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/pointcloud/cloud_filters.hpp>
+
+#include <iostream>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "core/error.hpp"
+#include "core/parallel.hpp"
+#include "pointcloud/uniform_sampling.hpp"
+
+namespace vorn::mv::pc {
+
+namespace {
+
+constexpr char const* planeMember = "Plane";
+
+float floatOf(IPropertySet const& filter, char const* property) {
+  return filter.getProperty(property).getValue().toFloat();
+}
+
+int intOf(IPropertySet const& filter, char const* property) {
+  return filter.getProperty(property).getValue().toInt();
+}
+
+template <class... Filters>
+Registry<IFilter> registryOf() {
+  Registry<IFilter> registry;
+  (registry.add<Filters>(), ...);
+  return registry;
+}
+
+} // namespace
+
+IFilter::~IFilter() = default;
+
+Registry<IFilter> const& filters() {
+  static Registry<IFilter> const registry =
+      registryOf<DzFilter, ZRangeFilter, OutlierFilter, SmallClusterFilter, PlaneRemovalFilter,
+                 UniformSampler>();
+  return registry;
+}
+
+std::unique_ptr<IFilter> createFilter(std::string const& name) {
+  return filters().create(name);
+}
+
+DzFilter::DzFilter() : FilterBase({new Property("Dz", 0.5, 0.05, 10.0)}) {}
+
+void DzFilter::operator()(PointCloud& cloud) {
+  cloud.filterByDz(floatOf(*this, "Dz"));
+}
+
+ZRangeFilter::ZRangeFilter()
+    : FilterBase({new Property("Zmin", 300.0, 0.0, 500.0), new Property("Zmax", 700.0, 300.0, 3000.0)}) {}
+
+void ZRangeFilter::operator()(PointCloud& cloud) {
+  cloud.filterByZRange(floatOf(*this, "Zmin"), floatOf(*this, "Zmax"));
+}
+
+OutlierFilter::OutlierFilter()
+    : FilterBase({new Property("Radius", 1.0, 0.1, 20.0), new Property("MinNeighbourCount", 8, 1, 1000)}) {}
+
+void OutlierFilter::operator()(PointCloud& cloud) {
+  int const removed = cloud.clean(floatOf(*this, "Radius"), intOf(*this, "MinNeighbourCount"));
+  std::cout << "Removed " << removed << " points.\n" << std::flush;
+}
+
+SmallClusterFilter::SmallClusterFilter()
+    : FilterBase({new Property("Radius", 1.0, 0.1, 20.0), new Property("MinClusterSize", 500, 500, 100000)}) {
+}
+
+void SmallClusterFilter::operator()(PointCloud& cloud) {
+  cloud.filterSmallCluster(floatOf(*this, "Radius"), intOf(*this, "MinClusterSize"));
+}
+
+struct PlaneRemovalFilter::Private : Record<PlaneRemovalFilter::Private, PropertySetBase::Private> {
+  Plane3f plane;
+};
+
+PlaneRemovalFilter::PlaneRemovalFilter() : FilterBase(new Private) {
+  declareProperties({new Property("Tolerance", 1.0, 0.01, 10.0)});
+}
+
+Plane3f const& PlaneRemovalFilter::getPlane() const {
+  return static_cast<Private const&>(record()).plane;
+}
+
+void PlaneRemovalFilter::setPlane(Plane3f const& plane) {
+  static_cast<Private&>(ownRecord()).plane = plane;
+}
+
+void PlaneRemovalFilter::operator()(PointCloud& cloud, Plane3f const& plane) {
+  setPlane(plane);
+  (*this)(cloud);
+}
+
+void PlaneRemovalFilter::operator()(PointCloud& cloud) {
+  Plane3f const plane = getPlane();
+  if (plane.normal() == cv::Vec3f(0, 0, 0)) {
+    throw error("No plane was set", "PlaneRemovalFilter");
+  }
+  double const tolerance = getProperty("Tolerance").getValue().toDouble();
+  cloud.saveState();
+  cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
+  parallelRows(points.rows, [&](int firstRow, int endRow) {
+    for (int row = firstRow; row < endRow; ++row) {
+      for (int column = 0; column < points.cols; ++column) {
+        uchar& state = cloud.state()(row, column);
+        if (state == 0 && plane.distance(cv::Point3f(points(row, column))) <= tolerance) {
+          state = 1;
+        }
+      }
+    }
+  });
+}
+
+void PlaneRemovalFilter::read(nlohmann::json const& json) {
+  Plane3f plane = getPlane();
+  if (json.is_object() && json.contains(planeMember)) {
+    plane.read(json[planeMember]);
+  }
+  FilterBase::read(json);
+  setPlane(plane);
+}
+
+void PlaneRemovalFilter::write(nlohmann::json& json) const {
+  FilterBase::write(json);
+  getPlane().write(json[planeMember]);
+}
+
+UniformSampler::UniformSampler() : FilterBase({new Property("Radius", 0.5, 0.05, 10.0)}) {}
+
+void UniformSampler::operator()(PointCloud& cloud) {
+  std::cout << "Thinning " << cloud.presentCount() << " points...\n" << std::flush;
+  cloud.saveState();
+  deleteDensePoints(cloud, floatOf(*this, "Radius"));
+  cloud.markUncontinuous();
+  std::cout << "Kept " << cloud.presentCount() << " points.\n" << std::flush;
+}
+
+} // namespace vorn::mv::pc
