@@ -76,15 +76,17 @@ inline float radiusForNeighbours(long kind, long count) {
                    : pitch * std::sqrt(number / 3.14159265F);
 }
 
-/// Places of query points in a cloud of `total` points: two thousand runs of consecutive points, spread over
-/// it.
+/// Places of query points in a cloud of `total` points: two thousand runs of ten consecutive points, spread
+/// over it.
 inline std::vector<int> queryIndices(std::size_t total) {
   constexpr std::size_t runs = 2000;
   constexpr std::size_t length = 10;
+  // Prime, so that the runs start in all columns of a grid.
+  constexpr std::size_t stride = 104729;
   std::vector<int> indices;
   for (std::size_t run = 0; run < runs; ++run) {
     for (std::size_t i = 0; i < length; ++i) {
-      indices.push_back(static_cast<int>((run * (total / runs) + i) % total));
+      indices.push_back(static_cast<int>((run * stride + i) % total));
     }
   }
   return indices;

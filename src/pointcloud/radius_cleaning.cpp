@@ -3,8 +3,12 @@
 #include "pointcloud/radius_cleaning.hpp"
 
 #include <algorithm>
+#include <array>
+#include <limits>
+#include <utility>
 
 #include "core/parallel.hpp"
+#include "core/simd.hpp"
 #include "pointcloud/octree_search.hpp"
 #include "pointcloud/point_access.hpp"
 
@@ -28,12 +32,66 @@ void parallelTasks(std::size_t count, Body const& body) {
   });
 }
 
+/// Coordinates of points near each other, axis by axis, filled up to whole blocks with points that are
+/// nowhere.
+class NearPoints {
+public:
+  void clear() {
+    x_.clear();
+    y_.clear();
+    z_.clear();
+  }
+
+  void add(float const* point) {
+    x_.push_back(point[0]);
+    y_.push_back(point[1]);
+    z_.push_back(point[2]);
+  }
+
+  bool isEmpty() const { return x_.empty(); }
+
+  void fillUp() {
+    constexpr float nowhere[] = {std::numeric_limits<float>::infinity(), 0.0F, 0.0F};
+    while (x_.size() % blockSize != 0) {
+      add(nowhere);
+    }
+  }
+
+  /// True when at least `enough` points are strictly nearer to `query` than the root of `square`.
+  bool hasNearer(float const* query, float square, int enough) const {
+    return hasNearer(x_.data(), y_.data(), z_.data(), x_.size(), query, square, enough);
+  }
+
+private:
+  static constexpr std::size_t blockSize = 32;
+
+  VORN_TARGET_CLONES static bool hasNearer(float const* x, float const* y, float const* z, std::size_t count,
+                                           float const* query, float square, int enough) {
+    float const qx = query[0];
+    float const qy = query[1];
+    float const qz = query[2];
+    int found = 0;
+    for (std::size_t block = 0; block < count && found < enough; block += blockSize) {
+      for (std::size_t i = block; i < block + blockSize; ++i) {
+        float const dx = x[i] - qx;
+        float const dy = y[i] - qy;
+        float const dz = z[i] - qz;
+        found += dx * dx + dy * dy + dz * dz < square ? 1 : 0;
+      }
+    }
+    return found >= enough;
+  }
+
+  std::vector<float> x_, y_, z_;
+};
+
 template <class Points>
 class RadiusCleaning {
 public:
   RadiusCleaning(Points const& points, std::vector<uchar> const& states, GridOctree const& tree, float radius,
                  int minNeighbours)
-      : points_(points), states_(states), tree_(tree), radius_(radius),
+      : points_(points), states_(states), tree_(tree),
+        octantCount_(static_cast<unsigned>(tree.octants().size())), radius_(radius),
         // Rounding may let one point find another that does not find it in turn.
         reach_(radius * (1.0F + 10.0F * boundSlack) + 2.0F * tree.tolerance()), minNeighbours_(minNeighbours),
         removed_(states.size()), waits_(states.size()) {}
@@ -42,15 +100,8 @@ public:
     if (minNeighbours_ <= 0) {
       return std::move(removed_);
     }
-    // In the order of the chain one search finds the octants of the last one still in the cache.
-    std::vector<unsigned> candidates;
-    candidates.reserve(states_.size());
-    for (unsigned const point : std::vector<unsigned>(tree_.chain, tree_.chain + finiteCount())) {
-      if (states_[point] == 0) {
-        candidates.push_back(point);
-      }
-    }
     removePointsWithoutNeighbours();
+    std::vector<unsigned> candidates = findDoubtful();
     while (!candidates.empty()) {
       std::vector<unsigned> const sparse = findSparse(candidates);
       for (unsigned const point : sparse) {
@@ -62,12 +113,90 @@ public:
   }
 
 private:
-  std::size_t finiteCount() const { return tree_.isEmpty ? 0 : tree_.octants[0].count; }
-
   /// Points that are no numbers have no neighbours, not even themselves.
   void removePointsWithoutNeighbours() {
     for (std::size_t i = 0; i < states_.size(); ++i) {
       removed_[i] = states_[i] == 0 && !isFinite(points_[i]) ? 1 : 0;
+    }
+  }
+
+  /// The present points that a count of single points does not clear at once. The points of a leaf have
+  /// nearly the same neighbours, which are gathered once for all of them.
+  std::vector<unsigned> findDoubtful() const {
+    std::vector<unsigned> leaves;
+    if (!tree_.isEmpty) {
+      for (unsigned place = 0; place < octantCount_; ++place) {
+        if (tree_.octants[place].isLeaf) {
+          leaves.push_back(place);
+        }
+      }
+    }
+    std::vector<std::vector<unsigned>> found((leaves.size() + pointsPerTask - 1) / pointsPerTask);
+    parallelTasks(leaves.size(), [&](std::size_t task, std::size_t start, std::size_t end) {
+      NearPoints near;
+      for (std::size_t i = start; i < end; ++i) {
+        findDoubtfulIn(tree_.octants[leaves[i]], near, found[task]);
+      }
+    });
+    std::vector<unsigned> doubtful;
+    for (std::vector<unsigned> const& part : found) {
+      doubtful.insert(doubtful.end(), part.begin(), part.end());
+    }
+    return doubtful;
+  }
+
+  void findDoubtfulIn(BasicOctant<unsigned> const& leaf, NearPoints& near,
+                      std::vector<unsigned>& doubtful) const {
+    near.clear();
+    // Its own points first: they are the likeliest to be near.
+    addPresent(leaf, near);
+    if (near.isEmpty()) {
+      return;
+    }
+    float const square = L2::norm(radius_);
+    auto const addOthers = [&](BasicOctant<unsigned> const& octant) {
+      if (octant.first != leaf.first) {
+        addPresent(octant, near);
+      }
+    };
+    visitCube(leaf, leaf.halfSize + reach_, addOthers);
+    near.fillUp();
+    unsigned const* const chain = tree_.chain + leaf.first;
+    for (unsigned i = 0; i < leaf.count; ++i) {
+      if (states_[chain[i]] == 0 && !near.hasNearer(points_[chain[i]], square, minNeighbours_)) {
+        doubtful.push_back(chain[i]);
+      }
+    }
+  }
+
+  void addPresent(BasicOctant<unsigned> const& octant, NearPoints& near) const {
+    unsigned const* const chain = tree_.chain + octant.first;
+    for (unsigned i = 0; i < octant.count; ++i) {
+      if (states_[chain[i]] == 0) {
+        near.add(points_[chain[i]]);
+      }
+    }
+  }
+
+  /// Visits the leaves that touch a cube around the centre of `middle`.
+  template <class Visit>
+  void visitCube(BasicOctant<unsigned> const& middle, float halfSize, Visit const& visit) const {
+    using LInf = Distance<cv::Vec3f>::LInf;
+    std::array<unsigned, 7 * maxOctreeDepth + 8> waiting;
+    std::size_t count = 1;
+    waiting[0] = 0;
+    cv::v_float32x4 const centre = loadQuery(&middle.x);
+    while (count > 0) {
+      BasicOctant<unsigned> const& octant = tree_.octants[waiting[--count]];
+      if (octant.isLeaf) {
+        visit(octant);
+        continue;
+      }
+      unsigned toVisit =
+          octant.childMask & ChildGeometry<LInf>(octant, centre).nearest(tree_.tolerance).atMost(halfSize);
+      for (; toVisit != 0; toVisit &= toVisit - 1) {
+        waiting[count++] = childPlace(octant, static_cast<unsigned>(__builtin_ctz(toVisit)));
+      }
     }
   }
 
@@ -154,6 +283,7 @@ private:
   Points points_;
   std::vector<uchar> const& states_;
   OctreeView tree_;
+  unsigned octantCount_;
   float radius_;
   float reach_;
   int minNeighbours_;
