@@ -8,6 +8,7 @@ void addCommands(CLI::App& app) {
   // In the order of a job, which is that of the help text.
   addPatternsCommand(app);
   addScanCommand(app);
+  addFilterCommand(app);
   addImageCommand(app);
   addInfoCommand(app);
   addSimulateCommand(app);

@@ -19,6 +19,7 @@ void addCommands(CLI::App& app);
 void addPatternsCommand(CLI::App& app);
 void addImageCommand(CLI::App& app);
 void addScanCommand(CLI::App& app);
+void addFilterCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addSimulateCommand(CLI::App& app);
 void addDemoCommand(CLI::App& app);

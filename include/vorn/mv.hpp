@@ -52,6 +52,8 @@
 #include <vorn/mv/imaging/morphology_filters.hpp>
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 #include <vorn/mv/imaging/threshold_filters.hpp>
+#include <vorn/mv/pointcloud/cloud_filter.hpp>
+#include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
