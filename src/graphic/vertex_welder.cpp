@@ -42,7 +42,8 @@ VertexWelder::VertexWelder(std::vector<cv::Vec3f>& vertices, std::vector<cv::Vec
 
 void VertexWelder::reserve(std::size_t triangleCount) {
   reserveLarge(triangles_, triangleCount);
-  reserveLarge(vertices_, triangleCount / 2); // fewer than that are only at a mesh's border
+  reserveLarge(vertices_,
+               triangleCount / 2 + triangleCount / 16); // inside a mesh half as many, more at borders
   std::size_t slotCount = leastSlots;
   while (slotCount < triangleCount) {
     slotCount *= 2;
