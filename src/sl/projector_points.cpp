@@ -1,0 +1,264 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/sl/projector_points.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <optional>
+
+#include <opencv2/core.hpp>
+
+#include "core/error.hpp"
+#include "core/parallel.hpp"
+
+namespace vorn::mv {
+namespace {
+
+/// Bounds of a neighbourhood's radius, pixels: below, a polynomial has no pixels to stand on; above, it is no
+/// longer a good picture of the surface and the lenses.
+constexpr double leastRadius = 4;
+constexpr double greatestRadius = 40;
+/// Radius for a point without others to take it from.
+constexpr double loneRadius = 10;
+
+/// A dot's radius as a share of the neighbourhood's, a little more than a half.
+constexpr double dotShare = 0.55;
+
+/// Share of the pixels of each of the sectors of a dot that must be decoded and agree with the fit.
+constexpr double leastCoverage = 0.7;
+constexpr int sectors = 8;
+
+/// Deviations below this are as good as none, projector pixels.
+constexpr double leastScale = 0.005;
+
+/// A decoded pixel: its offset from the point, in radii of the neighbourhood, and its projector coordinate.
+struct Sample {
+  double x;
+  double y;
+  double value;
+  int sector;
+  bool isInDot;
+};
+
+using Coefficients = cv::Vec6d; // of 1, x, y, x², xy, y²
+
+double evaluate(Coefficients const& c, Sample const& s) {
+  return c[0] + s.x * (c[1] + s.x * c[3] + s.y * c[4]) + s.y * (c[2] + s.y * c[5]);
+}
+
+/// The pixels around one point and how many of them there should be.
+struct Neighbourhood {
+  std::vector<Sample> samples;
+  std::array<int, sectors> wanted = {}; ///< pixels of the dot in each sector, decoded or not
+};
+
+Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radius) {
+  Neighbourhood around;
+  int const top = static_cast<int>(std::ceil(centre.y - radius));
+  int const bottom = static_cast<int>(std::floor(centre.y + radius));
+  int const left = static_cast<int>(std::ceil(centre.x - radius));
+  int const right = static_cast<int>(std::floor(centre.x + radius));
+  for (int row = top; row <= bottom; ++row) {
+    for (int column = left; column <= right; ++column) {
+      double const x = (column - static_cast<double>(centre.x)) / radius;
+      double const y = (row - static_cast<double>(centre.y)) / radius;
+      double const squared = x * x + y * y;
+      if (squared > 1) {
+        continue;
+      }
+      double const turn = (std::atan2(y, x) / (2.0 * CV_PI) + 1.0) * sectors;
+      int const sector = static_cast<int>(turn) % sectors;
+      bool const isInDot = squared <= dotShare * dotShare;
+      around.wanted[static_cast<std::size_t>(sector)] += isInDot ? 1 : 0;
+      if (row >= 0 && row < map.rows && column >= 0 && column < map.cols) {
+        float const value = map.at<float>(row, column);
+        if (value >= 0) {
+          around.samples.push_back({x, y, value, sector, isInDot});
+        }
+      }
+    }
+  }
+  return around;
+}
+
+double medianOf(std::vector<double>& values) {
+  if (values.empty()) {
+    return 0;
+  }
+  auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+/// A plane through most of the samples: the median slope between samples far enough apart in each direction,
+/// and the median of what is left.
+Coefficients medianPlane(std::vector<Sample> const& samples) {
+  std::vector<double> slopesX;
+  std::vector<double> slopesY;
+  // Samples come row by row; strides of several lengths pair each with others in its row and in rows below.
+  for (std::size_t const stride : {samples.size() / 2, samples.size() / 3, std::size_t(5), std::size_t(9)}) {
+    for (std::size_t i = 0; stride > 0 && i + stride < samples.size(); ++i) {
+      Sample const& a = samples[i];
+      Sample const& b = samples[i + stride];
+      double const dx = b.x - a.x;
+      double const dy = b.y - a.y;
+      constexpr double apart = 0.2;
+      constexpr double aligned = 0.1;
+      if (std::abs(dx) > apart && std::abs(dy) < aligned) {
+        slopesX.push_back((b.value - a.value) / dx);
+      } else if (std::abs(dy) > apart && std::abs(dx) < aligned) {
+        slopesY.push_back((b.value - a.value) / dy);
+      }
+    }
+  }
+  Coefficients plane = {};
+  plane[1] = medianOf(slopesX);
+  plane[2] = medianOf(slopesY);
+  std::vector<double> rest;
+  rest.reserve(samples.size());
+  for (Sample const& s : samples) {
+    rest.push_back(s.value - evaluate(plane, s));
+  }
+  plane[0] = medianOf(rest);
+  return plane;
+}
+
+/// Standard deviations of the samples about a fit, robustly, in the dot and outside it.
+struct Scales {
+  double dot = 0;
+  double ground = 0;
+
+  double of(Sample const& s) const { return s.isInDot ? dot : ground; }
+};
+
+Scales scalesOf(std::vector<Sample> const& samples, Coefficients const& fit) {
+  std::array<std::vector<double>, 2> deviations;
+  for (Sample const& s : samples) {
+    deviations[s.isInDot ? 0 : 1].push_back(std::abs(s.value - evaluate(fit, s)));
+  }
+  constexpr double gaussianSigma = 1.4826;
+  return {std::max(gaussianSigma * medianOf(deviations[0]), leastScale),
+          std::max(gaussianSigma * medianOf(deviations[1]), leastScale)};
+}
+
+constexpr double tukeyWidth = 4.685;
+
+std::optional<Coefficients> weightedFit(std::vector<Sample> const& samples, Coefficients const& fit,
+                                        Scales const& scales) {
+  cv::Matx66d normal = cv::Matx66d::zeros();
+  Coefficients right = {};
+  for (Sample const& s : samples) {
+    double const scale = scales.of(s);
+    double const u = (s.value - evaluate(fit, s)) / (tukeyWidth * scale);
+    if (std::abs(u) >= 1) {
+      continue;
+    }
+    double const weight = (1 - u * u) * (1 - u * u) / (scale * scale);
+    Coefficients const p(1, s.x, s.y, s.x * s.x, s.x * s.y, s.y * s.y);
+    for (int i = 0; i < 6; ++i) {
+      right[i] += weight * p[i] * s.value;
+      for (int j = 0; j <= i; ++j) {
+        normal(i, j) += weight * p[i] * p[j];
+      }
+    }
+  }
+  for (int i = 0; i < 6; ++i) {
+    for (int j = i + 1; j < 6; ++j) {
+      normal(i, j) = normal(j, i);
+    }
+  }
+  bool isSolved = false;
+  cv::Matx66d const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
+  return isSolved ? std::optional<Coefficients>(inverse * right) : std::nullopt;
+}
+
+/// Whether every sector of the dot is decoded and lies on the fit.
+bool isCovered(Neighbourhood const& around, Coefficients const& fit, Scales const& scales) {
+  std::array<int, sectors> good = {};
+  for (Sample const& s : around.samples) {
+    if (s.isInDot && std::abs(s.value - evaluate(fit, s)) < tukeyWidth * scales.dot) {
+      ++good[static_cast<std::size_t>(s.sector)];
+    }
+  }
+  for (std::size_t i = 0; i < good.size(); ++i) {
+    if (good[i] < leastCoverage * around.wanted[i]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// The map's value at a point, by the fit to its neighbourhood.
+std::optional<float> valueAt(cv::Mat const& map, cv::Point2f const& centre, double radius) {
+  constexpr std::size_t leastSamples = 24;
+  constexpr int rounds = 6;
+  Neighbourhood const around = gather(map, centre, radius);
+  if (around.samples.size() < leastSamples) {
+    return std::nullopt;
+  }
+  Coefficients fit = medianPlane(around.samples);
+  Scales scales;
+  for (int i = 0; i < rounds; ++i) {
+    scales = scalesOf(around.samples, fit);
+    auto const next = weightedFit(around.samples, fit, scales);
+    if (!next) {
+      return std::nullopt;
+    }
+    fit = *next;
+  }
+  if (!isCovered(around, fit, scalesOf(around.samples, fit))) {
+    return std::nullopt;
+  }
+  return static_cast<float>(fit[0]);
+}
+
+/// For each point, half the way to the nearest other one.
+std::vector<double> neighbourhoodRadii(std::vector<cv::Point2f> const& points) {
+  std::vector<double> radii;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    double nearest = std::numeric_limits<double>::infinity();
+    for (std::size_t j = 0; j < points.size(); ++j) {
+      double const distance = cv::norm(points[j] - points[i]);
+      if (j != i && distance > 0) {
+        nearest = std::min(nearest, distance);
+      }
+    }
+    radii.push_back(std::isfinite(nearest) ? std::clamp(0.5 * nearest, leastRadius, greatestRadius)
+                                           : loneRadius);
+  }
+  return radii;
+}
+
+} // namespace
+
+void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
+                           std::vector<cv::Point2f> const& imgPnts, std::vector<cv::Point2f>& projPnts,
+                           std::vector<std::uint8_t>& valid) {
+  if (columns.type() != CV_32FC1 || rows.type() != CV_32FC1 || columns.size() != rows.size()) {
+    throw error("The maps of projector columns and rows must be CV_32FC1 and of one size",
+                "find_projector_points");
+  }
+  std::vector<double> const radii = neighbourhoodRadii(imgPnts);
+  std::vector<cv::Point2f> points(imgPnts.size(), cv::Point2f(-1, -1));
+  std::vector<std::uint8_t> flags(imgPnts.size(), 0);
+  cv::Rect2f const image(-0.5F, -0.5F, static_cast<float>(columns.cols), static_cast<float>(columns.rows));
+  parallelRows(static_cast<int>(imgPnts.size()), [&](int first, int last) {
+    for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(last); ++i) {
+      if (!image.contains(imgPnts[i])) {
+        continue;
+      }
+      auto const column = valueAt(columns, imgPnts[i], radii[i]);
+      auto const row = column ? valueAt(rows, imgPnts[i], radii[i]) : std::nullopt;
+      if (column && row) {
+        points[i] = {*column, *row};
+        flags[i] = 1;
+      }
+    }
+  });
+  projPnts = std::move(points);
+  valid = std::move(flags);
+}
+
+} // namespace vorn::mv

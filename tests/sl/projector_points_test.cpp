@@ -1,0 +1,139 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/sl/projector_points.hpp>
+
+#include "support/expect_error.hpp"
+#include "support/seed.hpp"
+
+namespace vorn::test {
+namespace {
+
+constexpr int pitch = 36;
+
+/// Decoded maps of a tilted plane seen through two lenses, and a grid of points on it.
+struct Maps {
+  cv::Mat columns = cv::Mat(300, 400, CV_32F);
+  cv::Mat rows = cv::Mat(300, 400, CV_32F);
+  std::vector<cv::Point2f> points;
+
+  static cv::Point2d truth(double x, double y) {
+    double const depth = 1.0 + 4e-4 * x - 3e-4 * y;
+    cv::Point2d const p((80 + 0.45 * x + 0.02 * y) / depth, (60 - 0.03 * x + 0.47 * y) / depth);
+    cv::Point2d const d = (p - cv::Point2d(150, 120)) * 1e-3;
+    return p * (1.0 - 0.3 * d.dot(d));
+  }
+
+  explicit Maps(double noise) {
+    cv::RNG random(seed());
+    for (int y = 0; y < rows.rows; ++y) {
+      for (int x = 0; x < rows.cols; ++x) {
+        cv::Point2d const p = truth(x, y);
+        columns.at<float>(y, x) = static_cast<float>(p.x + random.gaussian(noise));
+        rows.at<float>(y, x) = static_cast<float>(p.y + random.gaussian(noise));
+      }
+    }
+    for (int y = 30; y < 280; y += pitch) {
+      for (int x = 30; x < 380; x += pitch) {
+        points.emplace_back(static_cast<float>(x) + 0.37F, static_cast<float>(y) - 0.21F);
+      }
+    }
+  }
+
+  double rms(std::vector<cv::Point2f> const& found, std::vector<std::uint8_t> const& valid) const {
+    double squares = 0;
+    int count = 0;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      if (valid[i] != 0) {
+        cv::Point2d const miss =
+            cv::Point2d(found[i]) - truth(static_cast<double>(points[i].x), static_cast<double>(points[i].y));
+        squares += 0.5 * miss.dot(miss);
+        ++count;
+      }
+    }
+    return std::sqrt(squares / std::max(count, 1));
+  }
+};
+
+long countValid(std::vector<std::uint8_t> const& valid) {
+  return std::count(valid.begin(), valid.end(), 1);
+}
+
+TEST(FindProjectorPoints, FollowsPerspectiveAndLenses) {
+  Maps const maps(0);
+  std::vector<cv::Point2f> found;
+  std::vector<std::uint8_t> valid;
+  mv::find_projector_points(maps.columns, maps.rows, maps.points, found, valid);
+  EXPECT_EQ(countValid(valid), static_cast<long>(maps.points.size()));
+  // Terms of the third degree and more over 18 pixels.
+  EXPECT_LT(maps.rms(found, valid), 5e-4);
+}
+
+TEST(FindProjectorPoints, AveragesNoiseAndIgnoresOutliersAndHoles) {
+  constexpr double noise = 0.05;
+  Maps maps(noise);
+  cv::RNG random(seed() + 1);
+  for (int i = 0; i < 30000; ++i) { // a quarter of the pixels
+    int const x = random.uniform(0, maps.rows.cols);
+    int const y = random.uniform(0, maps.rows.rows);
+    if (i % 3 == 0) {
+      maps.columns.at<float>(y, x) += 4; // a stripe off
+    } else if (i % 3 == 1) {
+      maps.rows.at<float>(y, x) = static_cast<float>(random.uniform(0.0, 300.0));
+    } else if (i % 30 == 2) {
+      maps.columns.at<float>(y, x) = -1;
+      maps.rows.at<float>(y, x) = std::numeric_limits<float>::quiet_NaN();
+    }
+  }
+  std::vector<cv::Point2f> found;
+  std::vector<std::uint8_t> valid;
+  mv::find_projector_points(maps.columns, maps.rows, maps.points, found, valid);
+  EXPECT_GE(countValid(valid), static_cast<long>(maps.points.size()) * 9 / 10);
+  // 1000 pixels and six coefficients: the value in the middle has 2.25 times the variance of a mean; half as
+  // much again for the pixels that are lost.
+  double const bound = 1.5 * noise * std::sqrt(2.25 / (CV_PI * 0.25 * pitch * pitch));
+  EXPECT_LT(maps.rms(found, valid), bound);
+}
+
+TEST(FindProjectorPoints, RefusesDotsCutByTheEdgeOfTheLight) {
+  Maps maps(0.02);
+  // The dot at column 102.37 has a radius of 9 pixels.
+  for (int const edge : {108, 102}) {
+    maps.columns.colRange(edge, 400) = -1;
+    maps.rows.colRange(edge, 400) = -1;
+    std::vector<cv::Point2f> found;
+    std::vector<std::uint8_t> valid;
+    mv::find_projector_points(maps.columns, maps.rows, maps.points, found, valid);
+    for (std::size_t i = 0; i < valid.size(); ++i) {
+      EXPECT_EQ(valid[i], maps.points[i].x < 90 ? 1 : 0) << maps.points[i];
+      EXPECT_EQ(found[i] == cv::Point2f(-1, -1), valid[i] == 0);
+    }
+  }
+}
+
+TEST(FindProjectorPoints, TakesAnyInput) {
+  Maps const maps(0);
+  float const nan = std::numeric_limits<float>::quiet_NaN();
+  std::vector<cv::Point2f> found(3);
+  std::vector<std::uint8_t> valid(5);
+  mv::find_projector_points(maps.columns, maps.rows, {}, found, valid);
+  EXPECT_TRUE(found.empty() && valid.empty());
+  mv::find_projector_points(maps.columns, maps.rows, {{nan, 5}, {-30, 5}, {5000, 5}, {200, 150}}, found,
+                            valid);
+  EXPECT_EQ(valid, (std::vector<std::uint8_t>{0, 0, 0, 1}));
+  expectError([&] { mv::find_projector_points(maps.columns, cv::Mat(2, 2, CV_32F), {}, found, valid); },
+              "one size");
+  expectError(
+      [&] { mv::find_projector_points(cv::Mat(2, 2, CV_8U), cv::Mat(2, 2, CV_32F), {}, found, valid); },
+      "CV_32FC1");
+}
+
+} // namespace
+} // namespace vorn::test
