@@ -1,0 +1,22 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/size_option.hpp"
+
+#include <sstream>
+
+#include <vorn/core/exception.hpp>
+
+namespace vorn::tools {
+
+cv::Size2d parseSize(std::string const& text, std::string const& option) {
+  std::istringstream stream(text);
+  cv::Size2d size;
+  char times = 0;
+  if (!(stream >> size.width >> times >> size.height) || (times != 'x' && times != 'X') || !stream.eof() ||
+      !(size.width > 0) || !(size.height > 0)) {
+    throw Exception("\"" + text + "\" is not a size like 640x400", nullptr, 0, option.c_str());
+  }
+  return size;
+}
+
+} // namespace vorn::tools

@@ -1,0 +1,16 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <opencv2/core/types.hpp>
+
+namespace vorn::tools {
+
+/// The size in a text like "640x400".
+/// @param option the option it was given to, for the message
+/// @throws Exception when the text is no size
+cv::Size2d parseSize(std::string const& text, std::string const& option);
+
+} // namespace vorn::tools
