@@ -7,6 +7,9 @@ namespace vorn::tools {
 void addCommands(CLI::App& app) {
   // In the order of a job, which is that of the help text.
   addPatternsCommand(app);
+  addTargetCommand(app);
+  addDetectCommand(app);
+  addCalibrateCommand(app);
   addScanCommand(app);
   addFilterCommand(app);
   addImageCommand(app);

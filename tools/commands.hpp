@@ -17,6 +17,9 @@ namespace vorn::tools {
 void addCommands(CLI::App& app);
 
 void addPatternsCommand(CLI::App& app);
+void addTargetCommand(CLI::App& app);
+void addDetectCommand(CLI::App& app);
+void addCalibrateCommand(CLI::App& app);
 void addImageCommand(CLI::App& app);
 void addScanCommand(CLI::App& app);
 void addFilterCommand(CLI::App& app);

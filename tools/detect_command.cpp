@@ -43,9 +43,11 @@ nlohmann::json toJson(CalibPatternDetector::Result const& result, double pitch) 
 }
 
 /// Where the picture of an image's key points goes: images of one name in different folders must not meet.
-std::string overlayPath(std::string const& folder, std::string const& image, std::size_t number, bool isOnly) {
+std::string overlayPath(std::string const& folder, std::string const& image, std::size_t number,
+                        bool isOnly) {
   std::string const stem = fs::path(image).stem().string();
-  return (fs::path(folder) / (isOnly ? stem + ".png" : std::to_string(number) + "_" + stem + ".png")).string();
+  return (fs::path(folder) / (isOnly ? stem + ".png" : std::to_string(number) + "_" + stem + ".png"))
+      .string();
 }
 
 void writeOverlay(std::string const& path, cv::Mat const& grey, CalibPatternDetector::Result const& result) {
@@ -79,7 +81,8 @@ void run(DetectOptions const& options) {
               << (result.isEmpty() ? "no target" : std::to_string(result.count()) + " dots")
               << (result.isEmpty() || result.isOriginMarked() ? "" : ", markers not seen") << '\n';
     if (!options.overlays.empty()) {
-      writeOverlay(overlayPath(options.overlays, options.images[i], i, options.images.size() == 1), grey, result);
+      writeOverlay(overlayPath(options.overlays, options.images[i], i, options.images.size() == 1), grey,
+                   result);
     }
     progress.step();
   }
@@ -87,8 +90,8 @@ void run(DetectOptions const& options) {
     writeJsonFile(options.output, {{"images", images}});
   }
   if (found == 0) {
-    throw Exception("No target found in any of " + std::to_string(options.images.size()) + " images", nullptr, 0,
-                    "detect");
+    throw Exception("No target found in any of " + std::to_string(options.images.size()) + " images", nullptr,
+                    0, "detect");
   }
 }
 

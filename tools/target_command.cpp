@@ -37,8 +37,8 @@ void run(TargetOptions const& options) {
   writeTarget(options.output, target);
   cv::Size2d const page = pageSize(target);
   std::cout << target.maxIndex.x - target.minIndex.x + 1 << " x " << target.maxIndex.y - target.minIndex.y + 1
-            << " dots, pitch " << target.pitch << " mm, on " << page.width << " x " << page.height << " mm: "
-            << options.output << "\nPrint it at 100 %, then measure the pitch over many dots.\n";
+            << " dots, pitch " << target.pitch << " mm, on " << page.width << " x " << page.height
+            << " mm: " << options.output << "\nPrint it at 100 %, then measure the pitch over many dots.\n";
 }
 
 } // namespace
@@ -47,15 +47,29 @@ void addTargetCommand(CLI::App& app) {
   auto options = std::make_shared<TargetOptions>();
   TargetDrawing& target = options->target;
   CLI::App* command = app.add_subcommand("target", "Write the calibration target to scale, to print");
-  command->add_option("output", options->output, "Where to write: .svg, .png, or without ending for both")->required();
-  command->add_option("--pitch", target.pitch, "From one dot to the next, mm")->check(CLI::Range(0.1, 1000.0))->capture_default_str();
+  command->add_option("output", options->output, "Where to write: .svg, .png, or without ending for both")
+      ->required();
+  command->add_option("--pitch", target.pitch, "From one dot to the next, mm")
+      ->check(CLI::Range(0.1, 1000.0))
+      ->capture_default_str();
   constexpr int farthest = 30;
-  command->add_option("--x-min", target.minIndex.x, "First column")->check(CLI::Range(-farthest, -1))->capture_default_str();
-  command->add_option("--x-max", target.maxIndex.x, "Last column")->check(CLI::Range(1, farthest))->capture_default_str();
-  command->add_option("--y-min", target.minIndex.y, "First row")->check(CLI::Range(-farthest, -1))->capture_default_str();
-  command->add_option("--y-max", target.maxIndex.y, "Last row")->check(CLI::Range(1, farthest))->capture_default_str();
-  command->add_option("--page", options->page, "A4 to A0, landscape, or WIDTHxHEIGHT in mm; default: as large as needed");
-  command->add_option("--dpi", target.resolution, "Pixels per inch of the PNG")->check(CLI::Range(10.0, 4800.0))->capture_default_str();
+  command->add_option("--x-min", target.minIndex.x, "First column")
+      ->check(CLI::Range(-farthest, -1))
+      ->capture_default_str();
+  command->add_option("--x-max", target.maxIndex.x, "Last column")
+      ->check(CLI::Range(1, farthest))
+      ->capture_default_str();
+  command->add_option("--y-min", target.minIndex.y, "First row")
+      ->check(CLI::Range(-farthest, -1))
+      ->capture_default_str();
+  command->add_option("--y-max", target.maxIndex.y, "Last row")
+      ->check(CLI::Range(1, farthest))
+      ->capture_default_str();
+  command->add_option("--page", options->page,
+                      "A4 to A0, landscape, or WIDTHxHEIGHT in mm; default: as large as needed");
+  command->add_option("--dpi", target.resolution, "Pixels per inch of the PNG")
+      ->check(CLI::Range(10.0, 4800.0))
+      ->capture_default_str();
   command->add_flag("--dark-dots", target.hasDarkDots, "Dark dots on white instead of white dots on grey");
   command->add_flag("!--no-markers", target.hasMarkers, "Leave out the three marker dots");
   command->callback([options] { run(*options); });

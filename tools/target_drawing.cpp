@@ -62,8 +62,8 @@ std::vector<Disc> discsOf(TargetDrawing const& target) {
 
 std::string caption(TargetDrawing const& target) {
   std::ostringstream text;
-  text << "pitch " << target.pitch << " mm (measure it)   x " << target.minIndex.x << " to " << target.maxIndex.x
-       << "   y " << target.minIndex.y << " to " << target.maxIndex.y;
+  text << "pitch " << target.pitch << " mm (measure it)   x " << target.minIndex.x << " to "
+       << target.maxIndex.x << "   y " << target.minIndex.y << " to " << target.maxIndex.y;
   return text.str();
 }
 
@@ -129,16 +129,18 @@ void writeBytes(std::string const& path, void const* bytes, std::size_t size) {
 cv::Size2d pageSize(TargetDrawing const& target) {
   cv::Point const steps = target.maxIndex - target.minIndex;
   if (!(target.pitch > 0) || steps.x < 1 || steps.y < 1 || !(target.resolution > 0)) {
-    throw Exception("A target needs a pitch, a resolution and at least two columns and two rows", nullptr, 0, "target");
+    throw Exception("A target needs a pitch, a resolution and at least two columns and two rows", nullptr, 0,
+                    "target");
   }
-  cv::Size2d const least((steps.x + 2 * border) * target.pitch, (steps.y + 2 * border) * target.pitch + textRoom);
+  cv::Size2d const least((steps.x + 2 * border) * target.pitch,
+                         (steps.y + 2 * border) * target.pitch + textRoom);
   if (target.page.empty()) {
     return least;
   }
   if (target.page.width < least.width || target.page.height < least.height) {
     std::ostringstream message;
-    message << "The target needs " << least.width << " x " << least.height << " mm, the page has " << target.page.width
-            << " x " << target.page.height;
+    message << "The target needs " << least.width << " x " << least.height << " mm, the page has "
+            << target.page.width << " x " << target.page.height;
     throw Exception(message.str(), nullptr, 0, "target");
   }
   return target.page;
@@ -154,13 +156,15 @@ std::string targetSvg(TargetDrawing const& target) {
   svg.precision(10);
   svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << page.width << "mm\" height=\"" << page.height
       << "mm\" viewBox=\"0 0 " << page.width << ' ' << page.height << "\">\n<rect width=\"" << page.width
-      << "\" height=\"" << page.height << "\" fill=\"" << grey(greys.ground) << "\"/>\n<g fill=\"" << grey(greys.dots)
-      << "\">\n";
+      << "\" height=\"" << page.height << "\" fill=\"" << grey(greys.ground) << "\"/>\n<g fill=\""
+      << grey(greys.dots) << "\">\n";
   for (Disc const& disc : discsOf(target)) {
-    svg << "<circle cx=\"" << disc.centre.x << "\" cy=\"" << disc.centre.y << "\" r=\"" << disc.radius << "\"/>\n";
+    svg << "<circle cx=\"" << disc.centre.x << "\" cy=\"" << disc.centre.y << "\" r=\"" << disc.radius
+        << "\"/>\n";
   }
   svg << "<text x=\"" << textHeight << "\" y=\"" << page.height - 0.5 * textHeight
-      << "\" font-family=\"sans-serif\" font-size=\"" << textHeight << "\">" << caption(target) << "</text>\n</g>\n</svg>\n";
+      << "\" font-family=\"sans-serif\" font-size=\"" << textHeight << "\">" << caption(target)
+      << "</text>\n</g>\n</svg>\n";
   return svg.str();
 }
 
@@ -169,14 +173,16 @@ cv::Mat targetPicture(TargetDrawing const& target) {
   double const pixelsPerMm = target.resolution / mmPerInch;
   constexpr double mostPixels = 5e8;
   if (page.area() * pixelsPerMm * pixelsPerMm > mostPixels) {
-    throw Exception("The picture would have more than 500 million pixels: lower the resolution", nullptr, 0, "target");
+    throw Exception("The picture would have more than 500 million pixels: lower the resolution", nullptr, 0,
+                    "target");
   }
   Greys const greys = greysOf(target);
   cv::Mat picture(cvRound(page.height * pixelsPerMm), cvRound(page.width * pixelsPerMm), CV_8U,
                   cv::Scalar::all(greys.ground));
   for (Disc const& disc : discsOf(target)) {
     // A pixel's centre lies half a pixel inside its edge.
-    drawDisc(picture, disc.centre * pixelsPerMm - cv::Point2d(0.5, 0.5), disc.radius * pixelsPerMm, greys.dots);
+    drawDisc(picture, disc.centre * pixelsPerMm - cv::Point2d(0.5, 0.5), disc.radius * pixelsPerMm,
+             greys.dots);
   }
   constexpr double fontHeight = 22; // pixels of the font at scale 1
   double const scale = textHeight * pixelsPerMm / fontHeight;

@@ -88,10 +88,12 @@ public:
     }
   }
 
-  /// Column numbers along the grid's first row and row numbers along its first column.
+  /// Column numbers along the grid's first row and row numbers along its first column, as many as there is
+  /// room.
   void numbers(cv::Scalar const& color) {
+    int const every = numberStep();
     for (std::size_t i = 0; i < indices_.size(); ++i) {
-      if (places_.at(indices_[i] - cv::Point(0, 1)) == GridIndex::none && isFirst(indices_[i], {0, 1})) {
+      if (indices_[i].x % every == 0 && isFirst(indices_[i], {0, 1})) {
         write(std::to_string(indices_[i].x), keyPoints_[i].imgPnt, 1.0, color);
       } else if (places_.at(indices_[i] - cv::Point(1, 0)) == GridIndex::none &&
                  isFirst(indices_[i], {1, 0})) {
@@ -113,8 +115,25 @@ private:
     return true;
   }
 
+  double fontScale() const { return std::clamp(image_.rows / 1500.0, 0.35, 3.0); }
+
+  /// Every how many dots a number of three characters has room.
+  int numberStep() const {
+    double shortest = std::numeric_limits<double>::infinity();
+    for (std::size_t i = 0; i < indices_.size(); ++i) {
+      for (cv::Point const& step : {cv::Point(1, 0), cv::Point(0, 1)}) {
+        int const next = places_.at(indices_[i] + step);
+        if (next != GridIndex::none) {
+          shortest = std::min(shortest, cv::norm(at(next) - keyPoints_[i].imgPnt));
+        }
+      }
+    }
+    constexpr double numberWidth = 60; // pixels of the font at scale 1
+    return shortest >= numberWidth * fontScale() ? 1 : 5;
+  }
+
   void write(std::string const& text, cv::Point2f const& place, double weight, cv::Scalar const& color) {
-    double const scale = std::clamp(image_.rows / 1500.0, 0.35, 3.0) * (0.5 + 0.5 * weight);
+    double const scale = fontScale() * (0.5 + 0.5 * weight);
     int const thickness = std::max(1, cvRound(1.2 * scale * weight));
     cv::Point const corner(cvRound(place.x + 5.0 * scale), cvRound(place.y - 5.0 * scale));
     cv::putText(image_, text, corner, cv::FONT_HERSHEY_SIMPLEX, scale, color, thickness, cv::LINE_AA);

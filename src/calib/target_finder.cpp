@@ -314,6 +314,44 @@ void dropMisplaced(std::vector<MeasuredDot>& dots) {
   }
 }
 
+/// What noise does to a dot's measured radius, relative to it: half of what it does to the area, which it
+/// enters over a band of some five pixels along the edge.
+double radiusNoise(DotMeasurement const& dot) {
+  constexpr double bandWidth = 5;
+  double const perimeter = 2.0 * std::sqrt(CV_PI * dot.area);
+  double const relativeNoise = dot.levels.coreNoise / dot.levels.contrast.value;
+  return 0.5 * relativeNoise * std::sqrt(bandWidth * perimeter) / dot.area;
+}
+
+/// Takes out dots whose size differs from that of the dots around them: something covers or cuts them.
+void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
+  constexpr double leastTolerance = 0.01; // of the radius; ink on paper scatters less
+  constexpr double toleranceInSigmas = 8;
+  for (bool const areMarkers : {false, true}) {
+    auto const isOfKind = [&](MeasuredDot const& dot) { return grid.isMarker(dot.dot.index) == areMarkers; };
+    std::vector<double> radii;
+    for (MeasuredDot const& dot : dots) {
+      if (isOfKind(dot)) {
+        radii.push_back(dot.radius);
+      }
+    }
+    constexpr std::size_t leastDots = 9; // fewer say nothing about the scatter
+    if (radii.size() < leastDots) {
+      continue;
+    }
+    double const usual = medianOf(radii);
+    for (double& radius : radii) {
+      radius = std::abs(radius / usual - 1);
+    }
+    double const tolerance = std::max(leastTolerance, toleranceInSigmas * medianOf(radii));
+    auto const isMissized = [&](MeasuredDot const& dot) {
+      return isOfKind(dot) && std::abs(dot.radius / usual - 1) >
+                                  std::max(tolerance, toleranceInSigmas * radiusNoise(dot.measured));
+    };
+    dots.erase(std::remove_if(dots.begin(), dots.end(), isMissized), dots.end());
+  }
+}
+
 /// Replaces the measured centres by the peaks of the correlation with a drawn dot. The patches are rectified
 /// through the target's map, so that what is drawn as a circle is one, about the image of its centre.
 void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& dots) {
@@ -412,6 +450,7 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
   grid.complete(dots);
   grid.refine(dots);
   correctPerspective(dots);
+  dropMissized(dots, grid);
   dropMisplaced(dots);
   keepWithinBounds(dots, grid, settings);
   if (settings.centreMethod == CentreMethod::TemplatePeak) {

@@ -1,0 +1,107 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/library.hpp>
+
+#include "sim/demo.hpp"
+#include "sim/folder.hpp"
+#include "support/expect_error.hpp"
+#include "support/temporary_folder.hpp"
+#include "tools/calibration_session.hpp"
+#include "tools/image_files.hpp"
+
+namespace vorn::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A folder of target views, rendered once.
+class CalibrationSession : public testing::Test {
+protected:
+  static void SetUpTestSuite() {
+    mv::Library::init();
+    folder = new TemporaryFolder;
+    sim::FolderOptions options;
+    options.rows = true;
+    std::vector<sim::Pose> poses = sim::demoTargetPoses();
+    poses.resize(6);
+    sim::writeCalibrationFolder((*folder / "calib").string(), rig(), sim::demoTarget(), poses, options);
+  }
+  static void TearDownTestSuite() { delete folder; }
+
+  static sim::Rig rig() { return sim::smallDemoRig(2); }
+
+  static tools::CalibrationSettings settings() {
+    tools::CalibrationSettings settings;
+    settings.detector["PatternDim"] = 15.0;
+    settings.detector["MinDotArea"] = 20.0;
+    return settings;
+  }
+
+  static fs::path pose(int number) { return *folder / "calib" / ("pose_0" + std::to_string(number)); }
+
+  static TemporaryFolder* folder;
+};
+
+TemporaryFolder* CalibrationSession::folder = nullptr;
+
+TEST_F(CalibrationSession, RecoversTheRig) {
+  tools::Calibration const calibration = tools::calibrateScanner(folder->path().string(), settings());
+  mv::CameraModel const& camera = calibration.scanner.getCameraModel();
+  mv::CameraModel const& projector = calibration.scanner.getProjectorModel();
+  EXPECT_EQ(camera.getResolution(), rig().camera.device.resolution());
+  EXPECT_LT(camera.getCalibError(), 0.05);
+  EXPECT_LT(projector.getCalibError(), 0.08);
+  constexpr double relative = 2e-3; // six views of a target that fills the image
+  EXPECT_NEAR(camera.getK().at<double>(0, 0) / rig().camera.device.focal().x, 1, relative);
+  EXPECT_NEAR(projector.getK().at<double>(0, 0) / rig().projector.device.focal().x, 1, relative);
+  cv::Vec3d const expected = rig().projector.world_from_proj.translation;
+  cv::Matx44d const found = calibration.scanner.getTransform();
+  EXPECT_LT(cv::norm(expected - cv::Vec3d(found(0, 3), found(1, 3), found(2, 3))), 2.0) << "mm";
+  nlohmann::json const report = tools::report(calibration);
+  EXPECT_EQ(report.at("views").size(), 6U);
+  EXPECT_EQ(report.at("camera").at("rms").get<double>(), camera.getCalibError());
+  cv::Mat const plot = tools::plotResiduals(calibration);
+  EXPECT_GT(plot.rows, plot.cols / 2);
+}
+
+TEST_F(CalibrationSession, LeavesOutBadViewsAndSaysWhy) {
+  TemporaryFolder spoiled;
+  fs::copy(*folder / "calib", spoiled.path(), fs::copy_options::recursive);
+  cv::Mat const blank(rig().camera.device.resolution(), CV_8U, cv::Scalar(60));
+  tools::writeImage((spoiled / "pose_01" / "target.png").string(), blank);
+  fs::remove(spoiled / "pose_02" / "rows_03.png");
+  tools::writeImage((spoiled / "pose_03" / "target.png").string(), blank.colRange(0, 99));
+  auto const calibration = tools::calibrateScanner(spoiled.path().string(), settings());
+  EXPECT_EQ(calibration.views[0].rejection, "");
+  EXPECT_NE(calibration.views[1].rejection.find("no target"), std::string::npos);
+  EXPECT_NE(calibration.views[2].rejection.find("rows_03.png is missing"), std::string::npos);
+  EXPECT_NE(calibration.views[3].rejection.find("its image is 99 x"), std::string::npos);
+  std::string const table = tools::table(calibration);
+  EXPECT_NE(table.find("pose_01         left out: no target"), std::string::npos) << table;
+  fs::remove(spoiled / "pose_05" / "target.png");
+  expectError([&] { tools::calibrateScanner(spoiled.path().string(), settings()); },
+              "Only 2 of 6 views can be used, and a calibration takes 3; pose_01: no target");
+}
+
+TEST_F(CalibrationSession, RefusesFoldersThatCannotServe) {
+  TemporaryFolder const empty;
+  expectError([&] { tools::calibrateScanner(empty.path().string(), settings()); }, "no folders pose_00");
+  expectError([&] { tools::calibrateScanner((empty / "nowhere").string(), settings()); }, "nowhere");
+  TemporaryFolder alike;
+  for (int i = 0; i < 3; ++i) {
+    fs::copy(pose(0), alike / ("pose_0" + std::to_string(i)), fs::copy_options::recursive);
+  }
+  expectError([&] { tools::calibrateScanner(alike.path().string(), settings()); },
+              "focal length undetermined");
+}
+
+} // namespace
+} // namespace vorn::test
