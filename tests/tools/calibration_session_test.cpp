@@ -36,7 +36,7 @@ protected:
   }
   static void TearDownTestSuite() { delete folder; }
 
-  static sim::Rig rig() { return sim::smallDemoRig(2); }
+  static sim::Rig rig() { return sim::demoRig(2); }
 
   static tools::CalibrationSettings settings() {
     tools::CalibrationSettings settings;
