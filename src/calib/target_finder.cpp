@@ -324,32 +324,34 @@ double radiusNoise(DotMeasurement const& dot) {
 }
 
 /// Takes out dots whose size differs from that of the dots around them: something covers or cuts them.
+/// Compared are neighbours only, for overexposed dots look larger.
 void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
-  constexpr double leastTolerance = 0.01; // of the radius; ink on paper scatters less
+  constexpr double leastTolerance = 0.015; // of the radius; ink on paper scatters less
   constexpr double toleranceInSigmas = 8;
-  for (bool const areMarkers : {false, true}) {
-    auto const isOfKind = [&](MeasuredDot const& dot) { return grid.isMarker(dot.dot.index) == areMarkers; };
+  constexpr std::size_t leastNeighbours = 5;
+  GridIndex index;
+  for (std::size_t i = 0; i < dots.size(); ++i) {
+    index.set(dots[i].dot.index, static_cast<int>(i));
+  }
+  std::vector<MeasuredDot> kept;
+  for (MeasuredDot const& dot : dots) {
     std::vector<double> radii;
-    for (MeasuredDot const& dot : dots) {
-      if (isOfKind(dot)) {
-        radii.push_back(dot.radius);
+    for (int y = -2; y <= 2; ++y) {
+      for (int x = -2; x <= 2; ++x) {
+        cv::Point const place = dot.dot.index + cv::Point(x, y);
+        int const other = index.at(place);
+        if (other != GridIndex::none && !grid.isMarker(place)) {
+          radii.push_back(dots[static_cast<std::size_t>(other)].radius);
+        }
       }
     }
-    constexpr std::size_t leastDots = 9; // fewer say nothing about the scatter
-    if (radii.size() < leastDots) {
-      continue;
+    double const tolerance = std::max(leastTolerance, toleranceInSigmas * radiusNoise(dot.measured));
+    if (grid.isMarker(dot.dot.index) || radii.size() < leastNeighbours ||
+        std::abs(dot.radius / medianOf(radii) - 1) <= tolerance) {
+      kept.push_back(dot);
     }
-    double const usual = medianOf(radii);
-    for (double& radius : radii) {
-      radius = std::abs(radius / usual - 1);
-    }
-    double const tolerance = std::max(leastTolerance, toleranceInSigmas * medianOf(radii));
-    auto const isMissized = [&](MeasuredDot const& dot) {
-      return isOfKind(dot) && std::abs(dot.radius / usual - 1) >
-                                  std::max(tolerance, toleranceInSigmas * radiusNoise(dot.measured));
-    };
-    dots.erase(std::remove_if(dots.begin(), dots.end(), isMissized), dots.end());
   }
+  dots = std::move(kept);
 }
 
 /// Replaces the measured centres by the peaks of the correlation with a drawn dot. The patches are rectified
