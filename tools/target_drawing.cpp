@@ -98,7 +98,7 @@ void appendBigEndian(std::vector<std::uint8_t>& bytes, std::uint32_t value) {
   }
 }
 
-/// A PNG with the physical size of its pixels, chunk pHYs (PNG specification, 11.3.5.3).
+/// A PNG with the physical size of its pixels, chunk pHYs (ISO/IEC 15948, 11.3.5.3).
 std::vector<std::uint8_t> pngToScale(cv::Mat const& picture, double resolution) {
   std::vector<std::uint8_t> bytes;
   cv::imencode(".png", picture, bytes);
