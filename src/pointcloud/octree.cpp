@@ -108,14 +108,22 @@ private:
 template <class Kind, class Points>
 std::size_t countInBall(OctreeView const& tree, Points const& points, Ball<Kind> const& ball) {
   std::size_t count = 0;
+  DistancesOfFour<Kind> const distancesOfFour(ball.centre());
+  cv::v_float32x4 const norm = cv::v_setall_f32(ball.norm());
   auto const whole = [&](BasicOctant<unsigned> const& octant) {
     count += octant.count;
     return true;
   };
   auto const leaf = [&](BasicOctant<unsigned> const& octant) {
-    unsigned found = 0;
     unsigned const* const chain = tree.chain + octant.first;
-    for (unsigned i = 0; i < octant.count; ++i) {
+    cv::v_int32x4 negated = cv::v_setzero_s32();
+    unsigned i = 0;
+    for (; i + 4 <= octant.count; i += 4) {
+      // A comparison that holds is -1 in each lane.
+      negated += cv::v_reinterpret_as_s32(distancesOfFour(points, chain + i) < norm);
+    }
+    unsigned found = static_cast<unsigned>(-cv::v_reduce_sum(negated));
+    for (; i < octant.count; ++i) {
       found += ball.holds(points[chain[i]]) ? 1U : 0U;
     }
     count += found;
@@ -132,7 +140,17 @@ void listLeaf(OctreeView const& tree, Points const& points, Ball<Kind> const& ba
   std::size_t size = indices.size();
   indices.resize(size + leaf.count);
   unsigned const* const chain = tree.chain + leaf.first;
-  for (unsigned i = 0; i < leaf.count; ++i) {
+  DistancesOfFour<Kind> const distancesOfFour(ball.centre());
+  cv::v_float32x4 const norm = cv::v_setall_f32(ball.norm());
+  unsigned i = 0;
+  for (; i + 4 <= leaf.count; i += 4) {
+    auto const inside = static_cast<unsigned>(cv::v_signmask(distancesOfFour(points, chain + i) < norm));
+    for (unsigned j = 0; j < 4; ++j) {
+      indices[size] = chain[i + j];
+      size += (inside >> j) & 1U;
+    }
+  }
+  for (; i < leaf.count; ++i) {
     indices[size] = chain[i];
     size += ball.holds(points[chain[i]]) ? 1U : 0U;
   }

@@ -155,6 +155,41 @@ inline unsigned childPlace(BasicOctant<unsigned> const& octant, unsigned code) {
   return octant.children + ((childRanks.packed[octant.childMask] >> (4 * code)) & 15U);
 }
 
+/// The distances from one query point to points anywhere in a container, four at a time.
+template <class Kind>
+class DistancesOfFour {
+public:
+  explicit DistancesOfFour(float const* query)
+      : x_(cv::v_setall_f32(query[0])), y_(cv::v_setall_f32(query[1])), z_(cv::v_setall_f32(query[2])) {}
+
+  /// To the points with the first four of `indices`, rounded as by `Kind::between`.
+  template <class Points>
+  cv::v_float32x4 operator()(Points const& points, unsigned const* indices) const {
+    float const* const a = points[indices[0]];
+    float const* const b = points[indices[1]];
+    float const* const c = points[indices[2]];
+    float const* const d = points[indices[3]];
+    cv::v_float32x4 xx, yy, x, y;
+    cv::v_zip(cv::v_load_halves(a, b), cv::v_load_halves(c, d), xx, yy);
+    cv::v_zip(xx, yy, x, y);
+    return between(x - x_, y - y_, cv::v_float32x4(a[2], b[2], c[2], d[2]) - z_);
+  }
+
+private:
+  static cv::v_float32x4 between(cv::v_float32x4 const& dx, cv::v_float32x4 const& dy,
+                                 cv::v_float32x4 const& dz) {
+    if constexpr (Kind::isSquared) {
+      return dx * dx + dy * dy + dz * dz;
+    } else if constexpr (Kind::takesLargest) {
+      return cv::v_max(cv::v_max(cv::v_abs(dx), cv::v_abs(dy)), cv::v_abs(dz));
+    } else {
+      return cv::v_abs(dx) + cv::v_abs(dy) + cv::v_abs(dz);
+    }
+  }
+
+  cv::v_float32x4 x_, y_, z_;
+};
+
 /// A query point and a radius in terms of one distance kind.
 template <class Kind>
 class Ball {
@@ -247,12 +282,24 @@ void visitBall(OctreeView const& tree, Ball<Kind> const& ball, Whole const& whol
   }
 }
 
-/// Bit c of the result is bit c ^ `flip` of `mask`, for masks of eight bits.
-inline unsigned flipCodes(unsigned mask, unsigned flip) {
-  mask = (flip & 1U) != 0 ? ((mask & 0x55U) << 1) | ((mask >> 1) & 0x55U) : mask;
-  mask = (flip & 2U) != 0 ? ((mask & 0x33U) << 2) | ((mask >> 2) & 0x33U) : mask;
-  return (flip & 4U) != 0 ? ((mask & 0x0FU) << 4) | (mask >> 4) : mask;
-}
+/// Child masks by code ^ flip: bit c of `of[flip][mask]` is bit c ^ flip of the mask. A table, since branches
+/// on the side that a query lies on are a coin's toss each.
+struct FlippedMasks {
+  constexpr FlippedMasks() {
+    for (unsigned flip = 0; flip < 8; ++flip) {
+      for (unsigned mask = 0; mask < 256; ++mask) {
+        unsigned flipped = 0;
+        for (unsigned code = 0; code < 8; ++code) {
+          flipped |= ((mask >> (code ^ flip)) & 1U) << code;
+        }
+        of[flip][mask] = static_cast<std::uint8_t>(flipped);
+      }
+    }
+  }
+
+  std::uint8_t of[8][256] = {};
+};
+inline constexpr FlippedMasks flippedMasks;
 
 /// Visits leaves from near to far and offers the points that `accepts(index)` to a set of nearest ones, which
 /// has `worst()`, the distance from which on points no longer matter, and `add(index, distance)`.
@@ -266,21 +313,36 @@ void findNearest(OctreeView const& tree, Points const& points, float const* quer
     unsigned toVisit; ///< By code ^ own.
     ChildDistances<Kind> distances;
   };
+  DistancesOfFour<Kind> const distancesOfFour(query);
+  auto const offer = [&](unsigned index, float distance) {
+    if (distance < nearest.worst() && accepts(index)) {
+      nearest.add(index, distance);
+    }
+  };
   auto const scan = [&](BasicOctant<unsigned> const& leaf) {
-    unsigned const* const end = tree.chain + leaf.first + leaf.count;
-    for (unsigned const* place = tree.chain + leaf.first; place != end; ++place) {
-      float const* point = points[*place];
-      float const distance = Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]);
-      if (distance < nearest.worst() && accepts(*place)) {
-        nearest.add(*place, distance);
+    unsigned const* const chain = tree.chain + leaf.first;
+    unsigned i = 0;
+    for (; i + 4 <= leaf.count; i += 4) {
+      cv::v_float32x4 const four = distancesOfFour(points, chain + i);
+      if (cv::v_signmask(four < cv::v_setall_f32(nearest.worst())) != 0) {
+        float distances[4];
+        cv::v_store(distances, four);
+        for (unsigned j = 0; j < 4; ++j) {
+          offer(chain[i + j], distances[j]);
+        }
       }
+    }
+    for (; i < leaf.count; ++i) {
+      float const* point = points[chain[i]];
+      offer(chain[i], Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]));
     }
   };
   cv::v_float32x4 const position = loadQuery(query);
   auto const enter = [&](BasicOctant<unsigned> const& octant) {
     ChildGeometry<Kind> const children(octant, position);
     unsigned const own = children.ownCode();
-    return Level{&octant, own, flipCodes(octant.childMask, own), children.nearestFromOwn(tree.tolerance)};
+    return Level{&octant, own, flippedMasks.of[own][octant.childMask],
+                 children.nearestFromOwn(tree.tolerance)};
   };
   if (tree.octants[0].isLeaf) {
     scan(tree.octants[0]);
