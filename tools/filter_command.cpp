@@ -115,8 +115,8 @@ void run(FilterOptions const& options) {
   std::printf("%-44s %12s %12zu\n", options.input.c_str(), "", cloud.presentCount());
   for (Step const& step : options.steps) {
     if (step.needs == Needs::Grid && !cloud.isOrganized()) {
-      throw Exception("--" + step.name + " needs a grid of points: read an image of coordinates (scan --xyz)",
-                      nullptr, 0, "filter");
+      std::printf("%-44s %12s\n", step.name.c_str(), "skipped: the points have no grid (see scan --xyz)");
+      continue;
     }
     std::size_t const before = cloud.presentCount();
     Timer const timer;
@@ -148,7 +148,9 @@ std::string textOf(float value) {
 
 void addObjectStep(std::vector<Step>& steps, std::shared_ptr<mv::pc::IFilter> const& filter) {
   bool const needsGrid = dynamic_cast<mv::pc::DzFilter const*>(filter.get()) != nullptr;
-  steps.push_back({filter->toString(), needsGrid ? Needs::Grid : Needs::AnyCloud,
+  std::string const name = filter->toString();
+  steps.push_back({name.substr(name.rfind("::", name.find(' ')) + 2),
+                   needsGrid ? Needs::Grid : Needs::AnyCloud,
                    [filter](mv::PointCloud& cloud) { (*filter)(cloud); }});
 }
 
