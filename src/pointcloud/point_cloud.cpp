@@ -11,6 +11,7 @@
 #include <vorn/core/system.hpp>
 #include <vorn/core/timer.hpp>
 #include <vorn/graphic/graphic_object.hpp>
+#include <vorn/mv/core/library.hpp>
 
 #include "core/error.hpp"
 #include "core/parallel.hpp"
@@ -138,7 +139,7 @@ GridOctree const& PointCloud::octree() {
     tree->init(points_, GridOctree::Param(32, false, 0.0F));
     octree_ = std::move(tree);
     octreeRevision_ = revision;
-    if (System::get("EnableDebugMode", true).toBool()) {
+    if (Library::getEnableDebug()) {
       std::ostringstream message;
       message << "Octree time: " << timer << "\n";
       System::log(message.str());
