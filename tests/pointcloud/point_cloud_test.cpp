@@ -75,7 +75,7 @@ TEST(PointCloud, RefusesNormalsAndColoursOfAnotherSize) {
 }
 
 TEST(PointCloud, StatesRememberGenerationsAndSaturate) {
-  PointCloud cloud(cv::Mat_<cv::Vec3f>(1, 5), false);
+  PointCloud cloud(cv::Mat_<cv::Vec3f>(1, 5, cv::Vec3f(0, 0, 0)), false);
   cv::Mat_<uchar> const states = (cv::Mat_<uchar>(1, 5) << 0, 1, 253, 254, 255);
   states.copyTo(cloud.state());
   cloud.saveState();

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <opencv2/core/mat.hpp>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -20,6 +21,10 @@ struct NamedPoints {
   std::string name;
   std::vector<cv::Vec3f> points;
 };
+
+inline void PrintTo(NamedPoints const& set, std::ostream* stream) {
+  *stream << set.name;
+}
 
 inline std::vector<cv::Vec3f> randomPoints(int count, float low, float high) {
   std::mt19937 random(seed());
