@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
 #include <cstdint>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include <vorn/core/system.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>
+#include <vorn/mv/sl/lookup_tables.hpp>
 
 namespace vorn::mv {
 namespace {
@@ -19,13 +21,18 @@ namespace {
 TEST(Library, StartsOnceAndSwitchesDebugOutput) {
   EXPECT_TRUE(Library::getEnableDebug());
   EXPECT_THROW(Library::assertValid(), Exception);
+  EXPECT_TRUE(get_lut_atan2().empty());
+  std::thread other(Library::init);
   Library::init();
+  other.join();
   EXPECT_NO_THROW(Library::assertValid());
   EXPECT_TRUE(Library::getEnableDebug());
+  float const* const table = get_lut_atan2()[0];
   System::set("EnableDebugMode", Variant(false));
   EXPECT_FALSE(Library::getEnableDebug());
   Library::init();
   EXPECT_TRUE(Library::getEnableDebug());
+  EXPECT_EQ(get_lut_atan2()[0], table);
 }
 
 TEST(Image, ConvertsEveryOrderToTheSameColours) {
