@@ -18,7 +18,9 @@
 #include <vorn/mv/sl/scanner_type.hpp>
 
 #include "tools/image_files.hpp"
+#include "tools/muted_output.hpp"
 #include "tools/progress.hpp"
+#include "tools/size_option.hpp"
 
 namespace vorn::tools {
 
@@ -163,9 +165,8 @@ CalibrationView readView(fs::path const& folder, CalibrationSettings const& sett
   try {
     cv::Mat const image = readGrayImage((folder / "target.png").string());
     if (!extents.camera.empty() && image.size() != extents.camera) {
-      view.rejection = "its image is " + std::to_string(image.cols) + " x " + std::to_string(image.rows) +
-                       ", the first view's " + std::to_string(extents.camera.width) + " x " +
-                       std::to_string(extents.camera.height);
+      view.rejection =
+          "its image is " + sizeText(image.size()) + ", the first view's " + sizeText(extents.camera);
       return view;
     }
     auto const found = settings.detector.detect(image);
@@ -271,7 +272,10 @@ void calibrateOnce(Calibration& calibration, cv::Size const& camera, cv::Size co
   Sl3dScanner scanner;
   scanner.getCameraModel().setResolution(camera);
   scanner.getProjectorModel().setResolution(projector);
-  scanner.calib(cameraData, projectorData);
+  {
+    MutedOutput const muted;
+    scanner.calib(cameraData, projectorData);
+  }
   if (largestTurn(cameraData) < leastTurn) {
     throw failure(
         "All views show the target from the same side, which leaves the focal length undetermined: tilt the "

@@ -8,18 +8,22 @@
 #include <opencv2/core.hpp>
 
 #include <sim/demo.hpp>
+#include <sim/folder.hpp>
 #include <sim/render.hpp>
 #include <sim/truth.hpp>
 #include <sim/truth_json.hpp>
 
 #include <vorn/mv/sl/patterns.hpp>
 
+#include "tools/calibration_session.hpp"
 #include "tools/cloud_files.hpp"
 #include "tools/commands.hpp"
+#include "tools/folder_progress.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
 #include "tools/preview.hpp"
 #include "tools/scan_job.hpp"
+#include "tools/size_option.hpp"
 #include "tools/truth_comparison.hpp"
 
 namespace vorn::tools {
@@ -29,6 +33,7 @@ namespace {
 struct DemoOptions {
   std::string out = "demo";
   int divisor = 1;
+  bool isCalibrating = true;
 };
 
 /// What the rig's camera captures of a scene while the column sequence is projected.
@@ -52,21 +57,45 @@ Capture capture(sim::Rig const& rig, sim::Scene const& scene) {
   return result;
 }
 
+/// Renders views of the target, as a user would photograph them, and calibrates from their files.
+mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& folder) {
+  sim::Target const target = sim::demoTarget();
+  sim::FolderOptions rendering;
+  rendering.rows = true;
+  rendering.truth = false;
+  // Dots are drawn exactly whatever the number of rays.
+  rendering.render.supersample = 1;
+  rendering.progress = followFolder("Rendering the target views");
+  std::vector<sim::Pose> const poses = sim::demoTargetPoses();
+  std::cout << "Calibrating from " << poses.size() << " views of a target" << std::endl;
+  sim::writeCalibrationFolder(folder.string(), rig, target, poses, rendering);
+
+  CalibrationSettings settings;
+  settings.detector["PatternDim"] = target.grid.pitch;
+  settings.projector = rig.projector.device.resolution();
+  Calibration const calibration = calibrateScanner(folder.string(), settings);
+  std::cout << table(calibration);
+  return calibration.scanner;
+}
+
+mv::Sl3dScanner trulyCalibrated(sim::Rig const& rig) {
+  mv::Sl3dScanner scanner;
+  scanner.read(sim::scannerJson(rig));
+  return scanner;
+}
+
 void run(DemoOptions const& options) {
   makeFolder(options.out);
   std::filesystem::path const folder = options.out;
   sim::Rig const rig = sim::demoRig(options.divisor);
   sim::Scene const scene = sim::demoScene();
-
-  cv::Size const camera = rig.camera.device.resolution();
-  cv::Size const projector = rig.projector.device.resolution();
-  std::cout << "Rendering a scan: camera " << camera.width << " x " << camera.height << ", projector "
-            << projector.width << " x " << projector.height << std::endl;
-  Capture const captured = capture(rig, scene);
-
-  mv::Sl3dScanner scanner;
-  scanner.read(sim::scannerJson(rig));
+  std::cout << "The virtual rig: camera " << sizeText(rig.camera.device.resolution()) << ", projector "
+            << sizeText(rig.projector.device.resolution()) << " pixels\n";
+  mv::Sl3dScanner scanner = options.isCalibrating ? calibrated(rig, folder / "calib") : trulyCalibrated(rig);
   scanner["EnableTexture"] = true;
+
+  std::cout << "Scanning a scene" << std::endl;
+  Capture const captured = capture(rig, scene);
   ScanResult const scan = runScan(scanner, captured.images);
   std::cout << scan.pointCount << " points from " << captured.images.size() << " images; decoded in "
             << std::lround(scan.decodeTime) << " ms, triangulated in " << std::lround(scan.triangulateTime)
@@ -99,6 +128,8 @@ void addDemoCommand(CLI::App& app) {
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
       ->check(CLI::Range(1, coarsest));
+  command->add_flag("!--true-calibration", options->isCalibrating,
+                    "Scan with the rig's true calibration instead of calibrating first");
   command->callback([options] { run(*options); });
 }
 

@@ -19,6 +19,7 @@
 
 #include "tools/output_path.hpp"
 #include "tools/progress.hpp"
+#include "tools/size_option.hpp"
 
 namespace vorn::tools {
 
@@ -52,10 +53,6 @@ cv::Mat decoded(std::string const& path, int flags) {
     throw failure(path + " is not a picture that can be read");
   }
   return image;
-}
-
-std::string sizeText(cv::Mat const& image) {
-  return std::to_string(image.cols) + " x " + std::to_string(image.rows);
 }
 
 /// The number in PREFIX_NN.EXT, when `name` is such a name.
@@ -145,8 +142,8 @@ std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& 
   for (NumberedFile const& file : files) {
     images.push_back(readGrayImage(file.path));
     if (images.back().size() != images.front().size()) {
-      throw failure(file.path + " is " + sizeText(images.back()) + ", but " + files.front().path + " is " +
-                    sizeText(images.front()));
+      throw failure(file.path + " is " + sizeText(images.back().size()) + ", but " + files.front().path +
+                    " is " + sizeText(images.front().size()));
     }
     progress.step();
   }

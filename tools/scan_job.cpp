@@ -12,13 +12,12 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 
+#include "tools/muted_output.hpp"
+#include "tools/size_option.hpp"
+
 namespace vorn::tools {
 
 namespace {
-
-std::string sizeText(cv::Size const& size) {
-  return std::to_string(size.width) + " x " + std::to_string(size.height);
-}
 
 void checkImages(mv::Sl3dScanner const& scanner, std::vector<cv::Mat> const& images) {
   if (!scanner.isCalibrated()) {
@@ -53,6 +52,7 @@ std::string sequencePrefix(mv::Sl3dScanner const& scanner) {
 ScanResult runScan(mv::Sl3dScanner& scanner, std::vector<cv::Mat> const& images) {
   checkImages(scanner, images);
   ScanResult result;
+  MutedOutput const muted;
   Timer timer;
   result.map = scanner.decode(images);
   result.decodeTime = timer.toc();

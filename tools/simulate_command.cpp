@@ -8,8 +8,8 @@
 #include <sim/folder.hpp>
 
 #include "tools/commands.hpp"
+#include "tools/folder_progress.hpp"
 #include "tools/image_files.hpp"
-#include "tools/progress.hpp"
 
 namespace vorn::tools {
 
@@ -22,17 +22,6 @@ struct SimulateOptions {
   int divisor = 1;
 };
 
-/// A progress bar that follows a folder being written.
-std::function<void(int, int)> follow(std::string const& what) {
-  auto bar = std::make_shared<std::unique_ptr<Progress>>();
-  return [bar, what](int /*done*/, int total) {
-    if (*bar == nullptr) {
-      *bar = std::make_unique<Progress>(what, total);
-    }
-    (*bar)->step();
-  };
-}
-
 void run(SimulateOptions const& options) {
   sim::Rig const rig = sim::demoRig(options.divisor);
   std::filesystem::path const folder = options.folder;
@@ -41,13 +30,13 @@ void run(SimulateOptions const& options) {
 
   sim::FolderOptions scan;
   scan.rows = options.withRows;
-  scan.progress = follow("Rendering the scan");
+  scan.progress = followFolder("Rendering the scan");
   sim::writeScanFolder((folder / "scan").string(), rig, sim::demoScene(), scan);
 
   if (options.withCalibration) {
     sim::FolderOptions calibration;
     calibration.rows = true;
-    calibration.progress = follow("Rendering the target views");
+    calibration.progress = followFolder("Rendering the target views");
     sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
                                 calibration);
   }

@@ -19,4 +19,8 @@ cv::Size2d parseSize(std::string const& text, std::string const& option) {
   return size;
 }
 
+std::string sizeText(cv::Size const& size) {
+  return std::to_string(size.width) + " x " + std::to_string(size.height);
+}
+
 } // namespace vorn::tools

@@ -13,4 +13,7 @@ namespace vorn::tools {
 /// @throws Exception when the text is no size
 cv::Size2d parseSize(std::string const& text, std::string const& option);
 
+/// A size in words: "640 x 480".
+std::string sizeText(cv::Size const& size);
+
 } // namespace vorn::tools

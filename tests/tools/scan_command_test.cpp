@@ -171,6 +171,20 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
   }
 }
 
+TEST(DemoCommand, MeasuresSpheresAndPlane) {
+  test::TemporaryFolder const folder;
+  ASSERT_EQ(run({"demo", "--true-calibration", "--divisor", "2", "--out", folder.path()}).status, 0);
+  nlohmann::json const truth = readJsonFile(folder / "report.json")["Truth"];
+  // Pixels twice as large as the rig's own make about 0.06 mm of noise, the worst of thousands five times
+  // that.
+  constexpr double noise = 0.1;
+  EXPECT_LT(truth["RMS"].get<double>(), noise);
+  EXPECT_GT(truth["RMS"].get<double>(), 0.0);
+  EXPECT_LT(std::abs(truth["Artefacts"]["sphere A: size error"].get<double>()), noise);
+  EXPECT_LT(std::abs(truth["Artefacts"]["sphere A to sphere B: distance error"].get<double>()), noise);
+  EXPECT_LT(truth["Artefacts"]["back plane: flatness"].get<double>(), 10.0 * noise);
+}
+
 TEST(Tool, WrongUsageIsStatusTwo) {
   EXPECT_EQ(run({}).status, 2);
   EXPECT_EQ(run({"scan"}).status, 2);
