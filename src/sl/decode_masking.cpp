@@ -39,6 +39,7 @@ void widenRange(uchar const* image, uchar* lowest, uchar* highest, int n) {
 VORN_TARGET_CLONES
 void middlesAndContrast(uchar const* p0, uchar const* p1, uchar const* p2, uchar const* p3, int minContrast,
                         uchar* lowest, uchar* highest, uchar* lit, int n) {
+  VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     auto const ofRange = static_cast<uchar>((lowest[x] + highest[x]) / 2);
     auto const ofPhases = static_cast<uchar>((p0[x] + p1[x] + p2[x] + p3[x]) / 4);

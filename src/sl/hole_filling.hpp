@@ -8,6 +8,8 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
+#include <vorn/core/export.hpp>
+
 #include "sl/segments.hpp"
 
 namespace vorn::mv::sl {
@@ -24,7 +26,7 @@ using OwnPhase = std::function<float(cv::Point pixel)>;
 /// @param kept  255 where `phase` is known, 0 in holes
 /// @param runs  working memory
 /// @return the number of pixels closed
-int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnPhase const& ownPhase,
-              std::vector<Run>& runs);
+VORN_API int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnPhase const& ownPhase,
+                       std::vector<Run>& runs);
 
 } // namespace vorn::mv::sl

@@ -12,11 +12,13 @@
 #include <vorn/mv/sl/phase_unwrapping.hpp>
 
 #include "core/parallel.hpp"
+#include "sl/code_check.hpp"
 #include "sl/decode_masking.hpp"
 #include "sl/flicker.hpp"
 #include "sl/hole_filling.hpp"
 #include "sl/phase_blur.hpp"
 #include "sl/segments.hpp"
+#include "sl/stripe_bridging.hpp"
 #include "sl/stripe_orders.hpp"
 #include "sl/surface_edges.hpp"
 
@@ -75,6 +77,7 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
                        ScanDecodingBuffers& buffers, StageReport const& report) {
   std::vector<cv::Mat> const phaseImages(images.begin(), images.begin() + phaseImageCount);
   std::vector<cv::Mat> const codeImages(images.begin() + phaseImageCount, images.end());
+  CodeCheck const codes(phaseImages, codeImages, settings.period);
   prepare(buffers, images[0].size());
   cv::Mat_<float>& phase = buffers.phase.inner;
   cv::Mat_<uchar>& lit = buffers.kept; // not in use before the last stages
@@ -97,13 +100,13 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
     blurPhase(phase, buffers.magnitude.inner, buffers.mask.inner, settings.phaseBlurRadius);
   }
   trustCodes(phaseImages, settings, lit, buffers);
-  bridgeStripeBorders(settings, buffers);
+  bridgeStripeBorders(settings, codes, buffers);
   calc_quality(buffers.phase.whole, buffers.quality.whole, buffers.mask.whole);
   report("-Optimizing:");
 
   unwrap_phase(buffers.phase.whole, buffers.quality.whole, buffers.state.whole, buffers.code.whole,
                buffers.mask.whole);
-  settleOrders(phaseImages, codeImages, buffers);
+  settleOrders(codes, buffers);
   std::vector<Run> runs;
   dropDoubtfulGrowth(buffers, runs);
   keepOffEdges(buffers);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
@@ -14,17 +13,8 @@ namespace vorn::mv::sl {
 namespace {
 
 constexpr float pi = 3.14159265F;
-constexpr float twoPi = 6.2831853F;
-
-/// Half a pixel before the wrap, where the next stripe's code begins, as a part of the period.
-float borderPhase(int period) {
-  return twoPi * (1.0F - 0.5F / static_cast<float>(period));
-}
-
-/// Projector pixels on either side of that place where codes are not trusted, however certain they look.
+/// Projector pixels on either side of a code border where codes are not trusted, however certain they look.
 constexpr float borderZone = 0.2F;
-/// Part of the fringe amplitude that a code image must lie from the threshold to count as certain.
-constexpr float certainMargin = 0.4F;
 
 struct TrustLimits {
   float magnitude;      ///< least
@@ -136,125 +126,6 @@ void forgetUntrusted(uchar const* state, short* code, int n) {
   }
 }
 
-/// One pixel and the way to the next along a row or a column.
-struct Line {
-  float const* phase;
-  short* code;
-  uchar* state;
-  std::ptrdiff_t phaseStep;
-  std::ptrdiff_t codeStep;
-  std::ptrdiff_t stateStep;
-};
-
-constexpr int longestBridge = 32;
-/// Largest change of phase from one pixel to the next that is still followed.
-constexpr float stepLimit = 0.8F * pi;
-
-/// The stripe whose code a pixel's place belongs to.
-float stripeAt(Line const& line, std::ptrdiff_t i, float border) {
-  return static_cast<float>(line.code[i * line.codeStep]) +
-         (line.phase[i * line.phaseStep] > border ? 1.0F : 0.0F);
-}
-
-/// Follows the phase from pixel 0 of `line`, whose order is known, to pixel `length`, whose order is known
-/// too; gives the pixels between their orders if it arrives at the right one.
-///
-/// What is bridged is a border, so the ends are in different stripes; along a border, many pixels one after
-/// the other are uncertain, and following them would only tell that both ends are on one surface.
-void bridge(Line const& line, int length, float border) {
-  short orders[longestBridge];
-  if (length > 2 && stripeAt(line, 0, border) == stripeAt(line, length, border)) {
-    return;
-  }
-  float p = line.phase[0] + twoPi * static_cast<float>(line.code[0]);
-  for (int i = 1; i <= length; ++i) {
-    float const wrapped = line.phase[i * line.phaseStep];
-    float const order = std::floor((p - wrapped) / twoPi + 0.5F);
-    float const next = wrapped + twoPi * order;
-    if (std::fabs(next - p) > stepLimit || order < 0.0F) {
-      return;
-    }
-    p = next;
-    orders[i - 1] = static_cast<short>(order);
-  }
-  if (orders[length - 1] != line.code[length * line.codeStep]) {
-    return;
-  }
-  for (int i = 1; i < length; ++i) {
-    line.code[i * line.codeStep] = orders[i - 1];
-    line.state[i * line.stateStep] = knownState;
-  }
-}
-
-void bridgeRow(float const* phase, short* code, uchar* state, int n, int longest, float border) {
-  int trusted = -1;
-  for (int x = 0; x < n; ++x) {
-    if (state[x] == knownState) {
-      int const length = x - trusted;
-      if (trusted >= 0 && length > 1 && length <= longest) {
-        bridge({phase + trusted, code + trusted, state + trusted, 1, 1, 1}, length, border);
-      }
-      trusted = x;
-    } else if (state[x] == closedState) {
-      trusted = -1;
-    }
-  }
-}
-
-constexpr int columnBlock = 256;
-
-void bridgeColumns(ScanDecodingBuffers& buffers, int firstColumn, int n, int longest, float border) {
-  cv::Mat_<float>& phase = buffers.phase.inner;
-  cv::Mat_<short>& code = buffers.code.inner;
-  cv::Mat_<uchar>& state = buffers.state.inner;
-  auto const phaseStep = static_cast<std::ptrdiff_t>(phase.step1());
-  auto const codeStep = static_cast<std::ptrdiff_t>(code.step1());
-  auto const stateStep = static_cast<std::ptrdiff_t>(state.step1());
-  int trusted[columnBlock];
-  std::fill_n(trusted, n, -1);
-  for (int y = 0; y < state.rows; ++y) {
-    uchar const* const states = state[y] + firstColumn;
-    for (int x = 0; x < n; ++x) {
-      if (states[x] == knownState) {
-        int const length = y - trusted[x];
-        if (trusted[x] >= 0 && length > 1 && length <= longest) {
-          int const column = firstColumn + x;
-          bridge({phase[trusted[x]] + column, code[trusted[x]] + column, state[trusted[x]] + column,
-                  phaseStep, codeStep, stateStep},
-                 length, border);
-        }
-        trusted[x] = y;
-      } else if (states[x] == closedState) {
-        trusted[x] = -1;
-      }
-    }
-  }
-}
-
-/// What the code images of stripe `order` show, as a word: bit 0 the reference, bit k plane k.
-unsigned stripeWord(int order) {
-  unsigned const word = static_cast<unsigned>(order) + 2U;
-  return (word & 1U) != 0 ? word ^ ~1U : word;
-}
-
-/// Whether the certain ones of a pixel's code images fit the stripe of its order or the one after or before
-/// it, as far as the phase comes near to them.
-bool fitsCode(std::vector<cv::Mat> const& codeImages, int y, int x, int middle, float absolutePhase,
-              float marginAtLeast) {
-  unsigned bits = 0;
-  unsigned certain = 0;
-  for (std::size_t k = 0; k < codeImages.size(); ++k) {
-    int const value = codeImages[k].ptr(y)[x];
-    bits |= static_cast<unsigned>(value > middle) << k;
-    certain |= static_cast<unsigned>(static_cast<float>(std::abs(value - middle)) >= marginAtLeast) << k;
-  }
-  float const order = std::floor(absolutePhase / twoPi);
-  bool const lateInStripe = absolutePhase - order * twoPi > pi;
-  int const stripe = static_cast<int>(order);
-  return ((bits ^ stripeWord(stripe)) & certain) == 0 ||
-         ((bits ^ stripeWord(lateInStripe ? stripe + 1 : stripe - 1)) & certain) == 0;
-}
-
 } // namespace
 
 void trustCodes(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings,
@@ -268,9 +139,9 @@ void trustCodes(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings co
       2.0F * static_cast<float>(settings.minAmplitude),
       std::max(0.0F, static_cast<float>(settings.minContrast - 2 * settings.minAmplitude)),
       (1.0F - confidence) / confidence,
-      borderPhase(settings.period),
+      codeBorder(settings.period),
       twoPi * borderZone / static_cast<float>(settings.period),
-      0.5F * certainMargin};
+      certainPartOfMagnitude};
   parallelRows(phase.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       trustRow({{phaseImages[0].ptr(y), phaseImages[1].ptr(y), phaseImages[2].ptr(y), phaseImages[3].ptr(y)},
@@ -290,38 +161,19 @@ void trustCodes(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings co
                    phase.cols);
     }
   });
-}
-
-void bridgeStripeBorders(ScanDecodingSettings const& settings, ScanDecodingBuffers& buffers) {
-  cv::Mat_<float> const& phase = buffers.phase.inner;
-  float const border = borderPhase(settings.period);
-  int const longest = std::min(4 * settings.period, longestBridge);
+  // Only after every row has voted.
   parallelRows(phase.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
-      short* const code = buffers.code.inner[y];
-      uchar* const state = buffers.state.inner[y];
-      forgetUntrusted(state, code, phase.cols);
-      bridgeRow(phase[y], code, state, phase.cols, longest, border);
-    }
-  });
-  parallelRows((phase.cols + columnBlock - 1) / columnBlock, [&](int firstBlock, int endBlock) {
-    for (int block = firstBlock; block < endBlock; ++block) {
-      int const column = block * columnBlock;
-      bridgeColumns(buffers, column, std::min(columnBlock, phase.cols - column), longest, border);
+      forgetUntrusted(state[y], code[y], phase.cols);
     }
   });
 }
 
-void settleOrders(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages,
-                  ScanDecodingBuffers& buffers) {
+void settleOrders(CodeCheck const& codes, ScanDecodingBuffers& buffers) {
   cv::Mat_<float>& phase = buffers.phase.inner;
   buffers.phase.setBorder(unknownPhase);
   parallelRows(phase.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
-      uchar const* const p0 = phaseImages[0].ptr(y);
-      uchar const* const p1 = phaseImages[1].ptr(y);
-      uchar const* const p2 = phaseImages[2].ptr(y);
-      uchar const* const p3 = phaseImages[3].ptr(y);
       float const* const magnitude = buffers.magnitude.inner[y];
       short const* const code = buffers.code.inner[y];
       uchar const* const state = buffers.state.inner[y];
@@ -329,8 +181,7 @@ void settleOrders(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> 
       for (int x = 0; x < phase.cols; ++x) {
         bool const grown = code[x] < 0;
         if (state[x] != knownState || phases[x] < 0.0F ||
-            (grown && !fitsCode(codeImages, y, x, (p0[x] + p1[x] + p2[x] + p3[x]) / 4, phases[x],
-                                0.5F * certainMargin * magnitude[x]))) {
+            (grown && !codes.fit({x, y}, phases[x], magnitude[x]))) {
           phases[x] = unknownPhase;
         }
       }

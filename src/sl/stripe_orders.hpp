@@ -6,6 +6,7 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include "sl/code_check.hpp"
 #include "sl/scan_decoding.hpp"
 
 /// Which pixels' stripe codes to believe, and what the order of a fringe follows from where they cannot be.
@@ -22,13 +23,8 @@ namespace vorn::mv::sl {
 void trustCodes(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings,
                 cv::Mat_<uchar> const& lit, ScanDecodingBuffers& buffers);
 
-/// Gives their order to the pixels between two trusted ones of a row or a column, where following the phase
-/// from one leads to the order of the other.
-void bridgeStripeBorders(ScanDecodingSettings const& settings, ScanDecodingBuffers& buffers);
-
 /// Makes the absolute phase NaN where no order is known, and where it was grown but contradicts those of the
 /// pixel's code images that are far from their threshold.
-void settleOrders(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages,
-                  ScanDecodingBuffers& buffers);
+void settleOrders(CodeCheck const& codes, ScanDecodingBuffers& buffers);
 
 } // namespace vorn::mv::sl

@@ -3,8 +3,10 @@
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
 
 #include "sl/scanner_rig.hpp"
@@ -184,6 +186,63 @@ TEST(Sl3dScanner, TextureIsTheWhiteLevel) {
   double most = 0;
   cv::minMaxLoc(excess, nullptr, &most);
   EXPECT_LT(most, rounding);
+}
+
+TEST(Sl3dScanner, CalibratesFromTargetsThatBothDevicesSee) {
+  sim::Rig const rig = sim::demoRig();
+  auto const view = [](sim::Device const& device, sim::Pose const& device_from_target) {
+    std::vector<cv::Point2f> pixels;
+    for (int y = -4; y <= 4; ++y) {
+      for (int x = -6; x <= 6; ++x) {
+        pixels.emplace_back(device.project(device_from_target * cv::Vec3d(15 * x, 15 * y, 0)).value());
+      }
+    }
+    return pixels;
+  };
+  std::vector<cv::Point2f> points;
+  for (int y = -4; y <= 4; ++y) {
+    for (int x = -6; x <= 6; ++x) {
+      points.emplace_back(15.0F * static_cast<float>(x), 15.0F * static_cast<float>(y));
+    }
+  }
+  CameraCalibData camera;
+  CameraCalibData projector;
+  sim::Pose const proj_from_cam = rig.projector.world_from_proj.inverse();
+  for (sim::Pose const& cam_from_target : sim::demoTargetPoses()) {
+    camera.add(view(rig.camera.device, cam_from_target), points);
+    projector.add(view(rig.projector.device, proj_from_cam * cam_from_target), points);
+  }
+  Library::init();
+  System::set("EnableDebugMode", Variant(false));
+  Sl3dScanner scanner;
+  scanner.getCameraModel().setResolution(rig.camera.device.resolution());
+  scanner.getProjectorModel().setResolution(rig.projector.device.resolution());
+  // Twice: the poses of the first time, which stay in the data, do not count in the second.
+  scanner.calib(camera, projector);
+  scanner.calib(camera, projector);
+  EXPECT_EQ(camera.getPoses().size(), 2 * sim::demoTargetPoses().size());
+  EXPECT_TRUE(scanner.isCalibrated());
+  cv::Matx44d const difference = scanner.getTransform() - rig.projector.world_from_proj.matrix();
+  // Pixels are rounded to float (6e-5): the poses, half a metre away, follow to a hundredth of a millimetre.
+  constexpr double placeTolerance = 0.02;
+  constexpr double angleTolerance = 1e-4;
+  EXPECT_LT(cv::norm(math::getT3(difference), cv::NORM_INF), placeTolerance);
+  EXPECT_LT(cv::norm(math::getR3(difference), cv::NORM_INF), angleTolerance);
+}
+
+TEST(Sl3dScanner, BlursThePointsWhenAskedTo) {
+  sim::Rig const rig = smallRig();
+  Sl3dScanner scanner = scannerOf(rig);
+  cv::Mat_<float> map(240, 320);
+  cv::randu(map, 50, 60);
+  cv::Mat_<cv::Vec3f> plain;
+  scanner.triangulate(map, plain, whole(map));
+  scanner["PointcloudBlurRadius"] = 2;
+  cv::Mat_<cv::Vec3f> blurred;
+  scanner.triangulate(map, blurred, whole(map));
+  cv::Mat expected;
+  cv::GaussianBlur(plain, expected, {5, 5}, 0, 0, cv::BORDER_REFLECT_101);
+  EXPECT_EQ(cv::norm(cv::Mat(blurred), expected, cv::NORM_INF), 0.0);
 }
 
 } // namespace

@@ -1,0 +1,87 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/hole_filling.hpp"
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
+
+namespace vorn::mv::sl {
+namespace {
+
+constexpr float noPhase = -1.0F;
+
+/// A smooth surface in radians of projector phase, with a hole in its middle.
+struct Surface {
+  cv::Mat_<float> phase;
+  cv::Mat_<uchar> kept;
+  cv::Mat_<float> truth;
+
+  explicit Surface(int holeRadius, float step = 0.0F) : phase(60, 70), kept(60, 70, uchar{255}) {
+    for (int y = 0; y < phase.rows; ++y) {
+      for (int x = 0; x < phase.cols; ++x) {
+        auto const u = static_cast<float>(x - 35);
+        auto const v = static_cast<float>(y - 30);
+        phase(y, x) = 200.0F + 0.7F * u - 0.1F * v + 0.004F * u * v + 0.006F * u * u + (x > 35 ? step : 0.0F);
+      }
+    }
+    truth = phase.clone();
+    cv::circle(kept, {35, 30}, holeRadius, cv::Scalar(0), cv::FILLED);
+    phase.setTo(noPhase, kept == 0);
+  }
+
+  int fill(
+      int maxRadius, OwnPhase const& own = [](cv::Point) { return noPhase; }) {
+    std::vector<Run> runs;
+    return fillHoles(phase, kept, maxRadius, own, runs);
+  }
+};
+
+TEST(HoleFilling, ClosesWhatFitsIntoTheRadius) {
+  // A quadratic surface is met exactly but for float rounding of phases of some hundred radians.
+  constexpr double rounding = 1e-4;
+  Surface surface(5);
+  int const missing = surface.kept.rows * surface.kept.cols - cv::countNonZero(surface.kept);
+  EXPECT_EQ(surface.fill(0), 0);
+  EXPECT_EQ(surface.fill(4), 0);
+  EXPECT_EQ(surface.fill(5), missing);
+  EXPECT_EQ(cv::countNonZero(surface.kept == 0), 0);
+  EXPECT_LT(cv::norm(cv::Mat(surface.phase), cv::Mat(surface.truth), cv::NORM_INF), rounding);
+}
+
+TEST(HoleFilling, LeavesHolesAcrossADepthStepAndAtTheBorder) {
+  // A step of a whole period, invisible in the wrapped phase.
+  Surface step(4, 6.2832F);
+  EXPECT_EQ(step.fill(9), 0);
+  Surface border(0);
+  border.kept(cv::Rect(0, 20, 3, 3)).setTo(0);
+  border.kept(cv::Rect(30, 57, 2, 3)).setTo(0);
+  EXPECT_EQ(border.fill(9), 1);
+}
+
+TEST(HoleFilling, LeavesNarrowButLongHoles) {
+  Surface wire(0);
+  wire.kept(cv::Rect(10, 12, 40, 2)).setTo(0);
+  EXPECT_EQ(wire.fill(9), 1);
+}
+
+TEST(HoleFilling, PixelsOwnPhasesDecide) {
+  Surface surface(4);
+  cv::Point const agreeing(36, 30);
+  cv::Point const contradicting(33, 31);
+  constexpr float noise = 0.3F;
+  auto const own = [&](cv::Point p) {
+    float const wrapped = std::fmod(surface.truth(p), 6.2831853F);
+    return p == agreeing        ? wrapped + noise
+           : p == contradicting ? std::fmod(wrapped + 3.0F, 6.2831853F)
+                                : noPhase;
+  };
+  int const missing = cv::countNonZero(surface.kept == 0);
+  EXPECT_EQ(surface.fill(9, own), missing - 1);
+  EXPECT_NEAR(surface.phase(agreeing), surface.truth(agreeing) + noise, 1e-3);
+  EXPECT_EQ(surface.kept(contradicting), 0);
+}
+
+} // namespace
+} // namespace vorn::mv::sl
