@@ -1,7 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -21,6 +21,8 @@
 #include "tools/commands.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
+#include "tools/muted_output.hpp"
+#include "tools/output_path.hpp"
 #include "tools/preview.hpp"
 
 namespace vorn::tools {
@@ -64,7 +66,7 @@ mv::PointCloud cloudOf(graphic::GraphicObject& object) {
 /// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
 /// removed.
 mv::PointCloud readCloud(std::string const& path) {
-  std::string const ending = std::filesystem::path(path).extension().string();
+  std::string const ending = lowerCaseEnding(path);
   if (ending != ".tif" && ending != ".tiff") {
     graphic::GraphicObject object = readGraphic(path);
     return cloudOf(object);
@@ -110,6 +112,7 @@ void writePreview(std::string const& path, mv::PointCloud const& cloud) {
 
 void run(FilterOptions const& options) {
   checkGraphicPath(options.output);
+  checkOutputs({options.output, options.preview});
   mv::PointCloud cloud = readCloud(options.input);
   std::printf("%-44s %12s %12s %9s\n", "step", "removed", "left", "ms");
   std::printf("%-44s %12s %12zu\n", options.input.c_str(), "", cloud.presentCount());
@@ -120,16 +123,19 @@ void run(FilterOptions const& options) {
     }
     std::size_t const before = cloud.presentCount();
     Timer const timer;
-    step.run(cloud);
+    {
+      MutedOutput const muted;
+      step.run(cloud);
+    }
     double const elapsed = timer.toc();
     std::size_t const left = cloud.presentCount();
     std::printf("%-44s %12zu %12zu %9.1f\n", step.name.c_str(), before - left, left, elapsed);
     std::fflush(stdout);
   }
-  writeGraphic(options.output, cloud.getGraphicObject(true));
   if (!options.preview.empty()) {
     writePreview(options.preview, cloud);
   }
+  writeGraphic(options.output, cloud.getGraphicObject(true));
 }
 
 /// The steps stand in the order in which the command line names them, so options act as soon as they are
@@ -165,6 +171,67 @@ void addChain(std::vector<Step>& steps, std::string const& path) {
   }
 }
 
+void require(bool isGood, std::string const& step, std::string const& rule) {
+  if (!isGood) {
+    throw Exception("--" + step + ": " + rule, nullptr, 0, "filter");
+  }
+}
+
+void requirePositive(float length, std::string const& step) {
+  require(std::isfinite(length) && length > 0.0F, step, "the length must be a number above zero");
+}
+
+void addGridSteps(CLI::App& command, std::vector<Step>& steps) {
+  addStepOption<float>(command, "dz", "Remove points farther than this from a grid neighbour", "MM",
+                       [&steps](float step) {
+                         requirePositive(step, "dz");
+                         steps.push_back({"dz " + textOf(step), Needs::Grid,
+                                          [=](mv::PointCloud& cloud) { cloud.filterByDz(step); }});
+                       });
+  addStepOption<int>(command, "border", "Remove the outermost rows and columns of the grid", "CELLS",
+                     [&steps](int width) {
+                       require(width >= 0, "border", "the width must not be negative");
+                       steps.push_back({"border " + std::to_string(width), Needs::Grid,
+                                        [=](mv::PointCloud& cloud) { cloud.filterBorder(width); }});
+                     });
+  addStepOption<int>(command, "erode", "Peel this many layers off holes and edges of the grid", "LAYERS",
+                     [&steps](int layers) {
+                       require(layers >= 0, "erode", "the number of layers must not be negative");
+                       steps.push_back(
+                           {"erode " + std::to_string(layers), Needs::Grid, [=](mv::PointCloud& cloud) {
+                              for (int i = 0; i < layers; ++i) {
+                                cloud.filterOutlier();
+                              }
+                            }});
+                     });
+}
+
+void addPointSteps(CLI::App& command, std::vector<Step>& steps) {
+  using Pair = std::pair<float, float>;
+  using RadiusAndCount = std::pair<float, int>;
+  addStepOption<Pair>(
+      command, "z-range", "Remove points with z outside a range", "MIN MAX", [&steps](Pair const& z) {
+        require(z.first <= z.second, "z-range", "the least z must not be above the greatest");
+        steps.push_back({"z-range " + textOf(z.first) + " " + textOf(z.second), Needs::AnyCloud,
+                         [=](mv::PointCloud& cloud) { cloud.filterByZRange(z.first, z.second); }});
+      });
+  auto const addNeighbourhoodStep = [&](std::string const& name, std::string const& help,
+                                        int (mv::PointCloud::*filter)(float, int)) {
+    addStepOption<RadiusAndCount>(
+        command, name, help, "MM COUNT", [&steps, name, filter](RadiusAndCount const& values) {
+          requirePositive(values.first, name);
+          require(values.second >= 1, name, "the count must be at least one");
+          steps.push_back({name + " " + textOf(values.first) + " " + std::to_string(values.second),
+                           Needs::AnyCloud,
+                           [=](mv::PointCloud& cloud) { (cloud.*filter)(values.first, values.second); }});
+        });
+  };
+  addNeighbourhoodStep("outlier", "Remove points with fewer neighbours than this within a radius",
+                       &mv::PointCloud::clean);
+  addNeighbourhoodStep("small-cluster", "Remove clusters of fewer points than this",
+                       &mv::PointCloud::filterSmallCluster);
+}
+
 } // namespace
 
 void addFilterCommand(CLI::App& app) {
@@ -173,50 +240,15 @@ void addFilterCommand(CLI::App& app) {
   command->add_option("input", options->input, "Cloud to filter (ply, obj, stl), or a grid of points (tiff)")
       ->required();
   command->add_option("output", options->output, "Cloud to write (ply, obj, stl)")->required();
-  using Pair = std::pair<float, float>;
-  using RadiusAndCount = std::pair<float, int>;
-  auto const add = [options](std::string name, Needs needs, std::function<void(mv::PointCloud&)> step) {
-    options->steps.push_back({std::move(name), needs, std::move(step)});
-  };
-  addStepOption<Pair>(*command, "z-range", "Remove points with z outside a range", "MIN MAX",
-                      [=](Pair const& z) {
-                        add("z-range " + textOf(z.first) + " " + textOf(z.second), Needs::AnyCloud,
-                            [=](mv::PointCloud& cloud) { cloud.filterByZRange(z.first, z.second); });
-                      });
-  addStepOption<float>(
-      *command, "dz", "Remove points farther than this from a grid neighbour", "MM", [=](float step) {
-        add("dz " + textOf(step), Needs::Grid, [=](mv::PointCloud& cloud) { cloud.filterByDz(step); });
-      });
-  addStepOption<int>(*command, "border", "Remove the outermost rows and columns of the grid", "CELLS",
-                     [=](int width) {
-                       add("border " + std::to_string(width), Needs::Grid,
-                           [=](mv::PointCloud& cloud) { cloud.filterBorder(width); });
-                     });
-  addStepOption<int>(*command, "erode", "Peel this many layers off holes and edges of the grid", "LAYERS",
-                     [=](int layers) {
-                       add("erode " + std::to_string(layers), Needs::Grid, [=](mv::PointCloud& cloud) {
-                         for (int i = 0; i < layers; ++i) {
-                           cloud.filterOutlier();
-                         }
-                       });
-                     });
-  addStepOption<RadiusAndCount>(
-      *command, "outlier", "Remove points with fewer neighbours than this within a radius", "MM COUNT",
-      [=](RadiusAndCount const& values) {
-        add("outlier " + textOf(values.first) + " " + std::to_string(values.second), Needs::AnyCloud,
-            [=](mv::PointCloud& cloud) { cloud.clean(values.first, values.second); });
-      });
-  addStepOption<RadiusAndCount>(
-      *command, "small-cluster", "Remove clusters of fewer points than this", "MM COUNT",
-      [=](RadiusAndCount const& values) {
-        add("small-cluster " + textOf(values.first) + " " + std::to_string(values.second), Needs::AnyCloud,
-            [=](mv::PointCloud& cloud) { cloud.filterSmallCluster(values.first, values.second); });
-      });
+  // The command's callback, below, keeps the steps alive as long as the options.
+  std::vector<Step>& steps = options->steps;
+  addPointSteps(*command, steps);
+  addGridSteps(*command, steps);
   addStepOption<std::string>(
       *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "TEXT",
-      [=](std::string const& text) { addObjectStep(options->steps, parseFilter(text, mv::pc::filters())); });
+      [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
   addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "FILE",
-                             [=](std::string const& path) { addChain(options->steps, path); });
+                             [&steps](std::string const& path) { addChain(steps, path); });
   command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png)");
   command->callback([options] { run(*options); });
 }

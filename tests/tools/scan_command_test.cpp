@@ -3,43 +3,28 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include "support/file_content.hpp"
 #include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
 #include "tools/cloud_files.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
-#include "tools/tool.hpp"
 
 namespace vorn::tools {
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Outcome {
-  int status;
-  std::string errors;
-};
-
-Outcome run(std::vector<std::string> const& arguments) {
-  testing::internal::CaptureStderr();
-  testing::internal::CaptureStdout();
-  int const status = runTool(arguments);
-  testing::internal::GetCapturedStdout();
-  return {status, testing::internal::GetCapturedStderr()};
-}
-
-std::string contentOf(fs::path const& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
+using test::contentOf;
+using test::put;
+using test::run;
+using test::ToolOutcome;
 
 /// A copy of a rendered scan of a small rig, to be used and spoilt.
 class RenderedScan {
@@ -48,7 +33,7 @@ public:
 
   fs::path operator/(std::string const& name) const { return folder_ / name; }
 
-  Outcome scan(std::vector<std::string> const& more) const {
+  ToolOutcome scan(std::vector<std::string> const& more) const {
     std::vector<std::string> arguments{"scan", folder_ / "scan", "--calib", folder_ / "scanner_truth.json"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return run(arguments);
@@ -68,7 +53,7 @@ private:
 
 TEST(ScanCommand, MeasuresTheSceneThatWasRendered) {
   RenderedScan const files;
-  Outcome const outcome =
+  ToolOutcome const outcome =
       files.scan({"--out", files / "cloud.ply", "--xyz", files / "xyz.tiff", "--map", files / "map.tiff",
                   "--preview", files / "p.png", "--report", files / "r.json"});
   ASSERT_EQ(outcome.status, 0) << outcome.errors;
@@ -115,10 +100,6 @@ struct BadInput {
   std::vector<std::string> more;
 };
 
-void rewrite(fs::path const& path, std::string const& text) {
-  std::ofstream(path, std::ios::trunc) << text;
-}
-
 /// Changes the calibration by `edit`.
 template <class Edit>
 std::function<void(RenderedScan const&)> recalibrated(Edit const& edit) {
@@ -133,7 +114,7 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
   auto const nothing = [](RenderedScan const& /*files*/) {};
   std::vector<BadInput> const cases{
       {"columns_04", [](auto const& files) { fs::remove(files / "scan/columns_04.png"); }, {}},
-      {"columns_03.png", [](auto const& files) { rewrite(files / "scan/columns_03.png", "no picture"); }, {}},
+      {"columns_03.png", [](auto const& files) { put(files / "scan/columns_03.png", "no picture"); }, {}},
       {"9 x 7",
        [](auto const& files) { writeImage(files / "scan/columns_05.png", cv::Mat::zeros(7, 9, CV_8U)); },
        {}},
@@ -144,7 +125,7 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
        },
        {}},
       {"no folder", [](auto const& files) { fs::remove_all(files / "scan"); }, {}},
-      {"scanner_truth.json", [](auto const& files) { rewrite(files / "scanner_truth.json", "{"); }, {}},
+      {"scanner_truth.json", [](auto const& files) { put(files / "scanner_truth.json", "{"); }, {}},
       {"scanner_truth.json", [](auto const& files) { fs::remove(files / "scanner_truth.json"); }, {}},
       {"ProjectorModel", recalibrated([](auto& json) { json.erase("ProjectorModel"); }), {}},
       {"640 x 480",
@@ -159,11 +140,11 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
   };
   for (BadInput const& c : cases) {
     RenderedScan const files;
-    rewrite(files / "cloud.ply", "old");
+    put(files / "cloud.ply", "old");
     c.spoil(files);
     std::vector<std::string> more = c.more;
     more.insert(more.end(), {"--out", files / "cloud.ply"});
-    Outcome const outcome = files.scan(more);
+    ToolOutcome const outcome = files.scan(more);
     EXPECT_EQ(outcome.status, 1) << c.part;
     EXPECT_NE(outcome.errors.find(c.part), std::string::npos) << outcome.errors;
     EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
