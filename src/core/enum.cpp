@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <vorn/core/text.hpp>
+#include <vorn/core/variant.hpp>
 
 #include "core/error.hpp"
 
@@ -46,7 +47,7 @@ std::vector<std::string> const& IEnum::getInterfaces() const {
 
 void IEnum::read(nlohmann::json const& json) {
   if (json.is_number_integer()) {
-    setIndex(json.get<int>());
+    setIndex(Variant(json.get<double>()).toInt()); // clamped where `get<int>` would wrap around
   } else {
     setItem(json.get<std::string>());
   }

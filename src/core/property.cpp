@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/core/property.hpp>
 
-#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -37,10 +36,7 @@ std::int64_t toWhole(Variant const& value) {
     throw refusal(value, "a whole number");
   }
   std::int64_t const whole = value.toInt64();
-  constexpr double exactLimit = 9007199254740992.0; // 2^53: beyond it a double has no fractions
-  double const number = value.toDouble();
-  bool const hasFraction = std::abs(number) < exactLimit && number != static_cast<double>(whole);
-  if (hasFraction || !std::isfinite(number)) {
+  if (static_cast<double>(whole) != value.toDouble()) { // a fraction, NaN, or beyond 64 bits
     throw refusal(value, "a whole number");
   }
   return whole;
@@ -179,9 +175,14 @@ void Property::read(nlohmann::json const& json) {
     *this = Variant(json.get<bool>());
     break;
   case Kind::number_integer:
-  case Kind::number_unsigned:
     *this = Variant(json.get<std::int64_t>());
     break;
+  case Kind::number_unsigned:
+    if (json.get<std::uint64_t>() <= std::uint64_t{std::numeric_limits<std::int64_t>::max()}) {
+      *this = Variant(json.get<std::int64_t>());
+      break;
+    }
+    [[fallthrough]]; // as a signed number it would wrap around
   case Kind::number_float:
     *this = Variant(json.get<double>());
     break;

@@ -65,6 +65,14 @@ TEST(Property, RefusesWhatItCannotHoldAndKeepsItsValue) {
   EXPECT_NE(messageOf([&] { filter["Radius"] = inf; }), "");
   EXPECT_NE(messageOf([&] { filter["Radius"] = std::int64_t{1} << 40; }), "");
   EXPECT_NE(messageOf([&] { filter["Radius"] = "wide"; }).find("\"Radius\""), std::string::npos);
+  for (char const* wrapping : {"4294967297", "18446744073709551617", "18446744073709551615"}) {
+    nlohmann::json const number = nlohmann::json::parse(wrapping);
+    EXPECT_NE(messageOf([&] { filter["Radius"].read(number); }), "") << wrapping;
+    Shade shade(Shade::Medium);
+    EXPECT_NE(messageOf([&] { shade.read(nlohmann::json(4294967296)); }), "");
+    Property unranged("Count", std::int64_t{3});
+    EXPECT_EQ(messageOf([&] { unranged.read(number); }) == "", number == 4294967297) << wrapping;
+  }
   EXPECT_EQ(filter["Radius"].getValue(), Variant(1));
   EXPECT_NE(messageOf([&] { filter["Sigma"] = nan; }), "");
   EXPECT_NE(messageOf([&] { filter["Sigma"] = 10.000001; }), "");
