@@ -127,9 +127,9 @@ void from_json(json const& j, Mat& m) {
   int const rows = readDimension(j, "rows");
   int const cols = readDimension(j, "cols");
   int const type = codedType(j.at("dt").get<std::string>());
-  json const& data = j.at("data");
+  auto const data = j.find("data");
   double const cells = static_cast<double>(rows) * cols;
-  bool const complete = data.is_array() && static_cast<double>(data.size()) == cells;
+  bool const complete = data != j.end() && data->is_array() && static_cast<double>(data->size()) == cells;
 
   if (complete || cells <= harmlessCells) {
     bool const fits =
@@ -140,7 +140,7 @@ void from_json(json const& j, Mat& m) {
   }
   forDepth(CV_MAT_DEPTH(type), "from_json", [&](auto zero) {
     using T = decltype(zero);
-    auto const& values = data.get_ref<json::array_t const&>();
+    auto const& values = j.at("data").get_ref<json::array_t const&>();
     if (!complete) {
       throw vorn::error("Corrupted matrix data.", "read_");
     }

@@ -119,6 +119,7 @@ TEST(MatrixJson, RefusesBrokenDocuments) {
     return message + (m.empty() ? "" : "|allocated");
   };
   EXPECT_EQ(reading(R"({"dt": "u"})"), "Not implemented|from_json|allocated");
+  EXPECT_EQ(reading(R"({"dt": "u", "data": null})"), "Not implemented|from_json|allocated");
   EXPECT_EQ(reading(R"({"dt": "4d"})"), "Unsupported type|from_json");
   EXPECT_EQ(reading(R"({"data": [1, 2, 3, 4, 5, 6, 7, 8]})"), "Corrupted matrix data.|read_|allocated");
   EXPECT_EQ(reading(R"({"dt": "w", "data": [1, 2, 3, 4, 5, 6, 7, 8, 65536]})"),
