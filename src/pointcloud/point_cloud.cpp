@@ -58,12 +58,6 @@ PointCloud::PointCloud(cv::Mat_<cv::Vec3f> const& points, bool organized, cv::Ma
                        cv::Mat_<cv::Vec3b> const& colors)
     : points_(points), normals_(normals), texture_(colors), organized_(organized),
       revision_(std::make_shared<Revision>()) {
-  if (!normals.empty() && normals.size() != points.size()) {
-    throw error("Normals have another size than the points", "PointCloud");
-  }
-  if (!colors.empty() && colors.size() != points.size()) {
-    throw error("Colours have another size than the points", "PointCloud");
-  }
   resetState();
   calcBoundingBox();
 }
@@ -117,8 +111,15 @@ void PointCloud::dropOctree() {
 }
 
 void PointCloud::checkSizes() const {
-  if (state_.size() != points_.size()) {
+  // A matrix of rows without columns, or the reverse, has no states either.
+  if (isEmpty() ? !state_.empty() : state_.size() != points_.size()) {
     throw error("States and points differ in size; call resetState after replacing the points", "PointCloud");
+  }
+  if (hasNormals() && normals_.size() != points_.size()) {
+    throw error("Normals have another size than the points", "PointCloud");
+  }
+  if (hasTexture() && texture_.size() != points_.size()) {
+    throw error("Colours have another size than the points", "PointCloud");
   }
 }
 

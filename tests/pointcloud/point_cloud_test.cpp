@@ -72,6 +72,27 @@ TEST(PointCloud, RefusesNormalsAndColoursOfAnotherSize) {
   PointCloud cloud(points, true);
   cloud.points() = points.rowRange(0, 2);
   EXPECT_THROW(cloud.clean(1.0F, 1), Exception);
+  cloud = PointCloud(points.clone(), true);
+  cloud.normals() = points.rowRange(0, 1);
+  EXPECT_THROW(cloud.applyTransform(), Exception);
+  cloud = PointCloud(points.clone(), true);
+  cloud.texture() = cv::Mat_<cv::Vec3b>(1, 1);
+  EXPECT_THROW(cloud.getGraphicObject(false), Exception);
+}
+
+TEST(PointCloud, OfRowsWithoutColumnsIsEmpty) {
+  for (cv::Size const size : {cv::Size(0, 3), cv::Size(3, 0)}) {
+    PointCloud cloud(cv::Mat_<cv::Vec3f>(size), true);
+    EXPECT_TRUE(cloud.isEmpty());
+    cloud.applyTransform();
+    cloud.saveState();
+    cloud.undoState();
+    cloud.filterByDz(1.0F);
+    cloud.filterBorder(1);
+    cloud.filterOutlier();
+    EXPECT_EQ(cloud.clean(1.0F, 1) + cloud.filterSmallCluster(1.0F, 2), 0);
+    EXPECT_TRUE(cloud.getGraphicObject(true).isEmpty());
+  }
 }
 
 TEST(PointCloud, StatesRememberGenerationsAndSaturate) {
