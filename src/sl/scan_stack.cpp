@@ -17,7 +17,7 @@ namespace vorn::mv::sl {
 
 namespace {
 
-constexpr int phaseAndReferenceImages = 5;
+constexpr std::size_t phaseAndReferenceImages = 5;
 /// A code word has 16 bits: the reference and at most so many planes.
 constexpr int maxPlanes = 15;
 /// What the pattern generator stops at.
@@ -56,10 +56,13 @@ CodedAxis codedAxis(cv::Size const& projectorResolution, bool alongWidth) {
 }
 
 void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::Size const& cameraResolution) {
+  if (images.size() <= phaseAndReferenceImages) { // too few for any projector
+    throw error("Insufficient input patterns!", "decode");
+  }
   if (axis.resolution < axis.period) {
     throw error("The projector's resolution is not set", "decode");
   }
-  int const planes = static_cast<int>(images.size()) - phaseAndReferenceImages;
+  int const planes = static_cast<int>(images.size() - phaseAndReferenceImages);
   // With fewer bits than the projector's stripes need, the last stripes would look like the first.
   bool const ambiguous = planes < maxPlanes && axis.resolution / axis.period > 2 << std::max(planes, 0);
   if (planes < std::min(planesFor(axis), maxGeneratedPlanes) || ambiguous) {

@@ -166,10 +166,10 @@ cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
     timer.tic();
   };
   sl::DecodedScan const scan = sl::decodeScan(images, settings, own.memory, report);
-  logDebug(text("Hole filling time:", timer.toString()));
-  logDebug(text("Fill count:", scan.filled));
+  logDebug(text("Hole filling time:", timer.toString()) + "\n");
+  logDebug(text("Fill count:", scan.filled) + "\n");
   if (enableDebug) {
-    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.kept)));
+    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.kept)) + "\n");
   }
   if (enableTexture) {
     own.texture = sl::whiteLevel(images);
@@ -198,7 +198,9 @@ void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>&
   }
   int const radius = std::as_const(*this)["PointcloudBlurRadius"];
   if (radius >= 1) {
-    cv::GaussianBlur(xyz, xyz, cv::Size(2 * radius + 1, 2 * radius + 1), 0, 0, cv::BORDER_REFLECT_101);
+    // Isolated: `xyz` may be a region of a larger map, whose other points are none of this scan's.
+    cv::GaussianBlur(xyz, xyz, cv::Size(2 * radius + 1, 2 * radius + 1), 0, 0,
+                     cv::BORDER_REFLECT_101 | cv::BORDER_ISOLATED);
   }
 }
 
@@ -225,7 +227,7 @@ void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
   own.camFromProj = meanTransform(cameraData.getPoses(), projectorData.getPoses(), cameraData.count());
   camera = cameraData;
   projector = projectorData;
-  logDebug(text("Hpc=", own.camFromProj));
+  logDebug(text("Hpc=", own.camFromProj) + "\n");
   constexpr double calibratedBelow = 0.5;
   if (cameraError < calibratedBelow && projectorError < calibratedBelow) {
     calcUndistortedMaps();

@@ -50,6 +50,7 @@ TEST(Sl3dScanner, RefusesWhatItCannotDecode) {
   std::vector<cv::Mat> const enough(10, image);
   EXPECT_NO_THROW(scanner.decode(enough));
   expectError([&] { scanner.decode({}); }, "Insufficient input patterns!");
+  expectError([] { Sl3dScanner().decode({}); }, "Insufficient input patterns!");
   expectError([&] { scanner.decode(std::vector<cv::Mat>(9, image)); }, "Insufficient input patterns!");
   std::vector<cv::Mat> stack = enough;
   stack[7] = cv::Mat(image.size(), CV_8UC3);
@@ -58,7 +59,7 @@ TEST(Sl3dScanner, RefusesWhatItCannotDecode) {
   expectError([&] { scanner.decode(stack); }, "Image 7 has 319 x 240 pixels, the first has 320 x 240");
   scanner.getCameraModel().setResolution({640, 480});
   expectError([&] { scanner.decode(enough); }, "The images have 320 x 240 pixels, the camera has 640 x 480");
-  expectError([] { Sl3dScanner().decode({}); }, "resolution is not set");
+  expectError([&] { Sl3dScanner().decode(enough); }, "resolution is not set");
 }
 
 TEST(Sl3dScanner, RefusesWhatItCannotTriangulate) {
@@ -99,6 +100,20 @@ TEST(Sl3dScanner, ScansARegionLikeTheWhole) {
   scanner.triangulate(map(roi).clone(), fromCrop, roi);
   EXPECT_EQ(cv::norm(fromWholeMap, xyz(roi), cv::NORM_INF), 0.0);
   EXPECT_EQ(cv::norm(fromCrop, xyz(roi), cv::NORM_INF), 0.0);
+}
+
+TEST(Sl3dScanner, BlursWithinTheRegionThatItWrites) {
+  sim::Rig const rig = smallRig();
+  Sl3dScanner scanner = scannerOf(rig);
+  scanner["PointcloudBlurRadius"] = 2;
+  cv::Mat_<float> const map(rig.camera.device.resolution(), 100.0F);
+  cv::Rect const roi(37, 21, 50, 40);
+  cv::Mat_<cv::Vec3f> own;
+  scanner.triangulate(map, own, roi);
+  cv::Mat_<cv::Vec3f> larger(100, 100, cv::Vec3f(1e6F, 1e6F, 1e6F));
+  cv::Mat_<cv::Vec3f> part = larger(cv::Rect({10, 10}, roi.size()));
+  scanner.triangulate(map, part, roi);
+  EXPECT_EQ(cv::norm(part, own, cv::NORM_INF), 0.0);
 }
 
 TEST(Sl3dScanner, StoredScannerScansAlike) {
