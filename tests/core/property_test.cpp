@@ -84,6 +84,20 @@ TEST(Property, RefusesWhatItCannotHoldAndKeepsItsValue) {
   EXPECT_THROW(Property("Bad", 5, 0, 4), Exception);
 }
 
+TEST(Property, TakesTheValueOfAnotherAndKeepsItsName) {
+  TestFilter filter;
+  TestFilter other;
+  other["Radius"] = 9;
+  filter["Radius"] = other["Radius"];
+  EXPECT_EQ(filter["Radius"].getValue(), Variant(9));
+  filter["Sigma"] = other["Radius"];
+  EXPECT_EQ(filter["Sigma"].getValue(), Variant(9.0));
+  EXPECT_EQ(filter["Sigma"].getDefault(), Variant(1.5));
+  EXPECT_EQ(filter.getPropertyNames(), other.getPropertyNames());
+  other["Radius"] = 32;
+  EXPECT_NE(messageOf([&] { filter["Sigma"] = other["Radius"]; }), "");
+}
+
 TEST(Property, BoundsAreAllowed) {
   TestFilter filter;
   for (int const bound : {filter["Radius"].getMin().toInt(), filter["Radius"].getMax().toInt()}) {

@@ -37,7 +37,13 @@ public:
   /// Goes back to the value given at construction.
   void setDefault() { value_ = default_; }
 
+  /// Stores a new value.
   Property& operator=(Variant const& value);
+  /// Takes the other property's value alone, as `a["Radius"] = b["Radius"]` means it; name, default and range
+  /// stay.
+  Property& operator=(Property const& other) { return *this = other.value_; }
+  Property(Property const& other) = default;
+  ~Property() override = default;
 
   operator int() const { return value_.toInt(); }
   operator bool() const { return value_.toBool(); }

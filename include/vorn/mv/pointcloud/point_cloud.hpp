@@ -202,7 +202,7 @@ private:
   struct Revision;
 
   void dropOctree();
-  /// @throws Exception when the state matrix does not fit the points
+  /// @throws Exception when states, normals or texture do not fit the points
   void checkSizes() const;
 
   cv::Mat_<cv::Vec3f> points_;
