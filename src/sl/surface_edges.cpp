@@ -24,7 +24,7 @@ constexpr float farJump = 1.25F * pi;
 constexpr float outshining = 3.0F;
 /// Where a surface ends, a pixel that shows less than this part of the amplitude before it is covered in
 /// part, and its centre may lie beyond the end; a pixel before such a one shows it by a greater loss.
-constexpr float coveredPart = 0.8F;
+constexpr float coveredPart = 0.7F;
 constexpr float shadedPart = 0.65F;
 
 /// A pixel's neighbours to one side and to the other: the next and the next but one.
