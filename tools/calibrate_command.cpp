@@ -11,6 +11,7 @@
 #include "tools/commands.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
+#include "tools/output_path.hpp"
 #include "tools/property_options.hpp"
 #include "tools/size_option.hpp"
 
@@ -24,16 +25,14 @@ struct CalibrateOptions {
   std::string report;
   std::string plot;
   std::string projector;
+  bool isStereo = false;
   std::vector<std::string> assignments;
 };
 
-void run(CalibrateOptions const& options) {
-  CalibrationSettings settings;
-  applyAssignments(settings.detector, options.assignments);
-  if (!options.projector.empty()) {
-    settings.projector = cv::Size(parseSize(options.projector, "--projector"));
-  }
-  Calibration const calibration = calibrateScanner(options.folder, settings);
+/// Shows and keeps the figures of a calibration and writes its object last, so that a file stands for a
+/// calibration that went well.
+void finish(CalibrateOptions const& options, Calibration const& calibration,
+            IJsonSerializable const& object) {
   std::cout << table(calibration);
   if (!options.report.empty()) {
     writeJsonFile(options.report, report(calibration));
@@ -41,19 +40,38 @@ void run(CalibrateOptions const& options) {
   if (!options.plot.empty()) {
     writeImage(options.plot, plotResiduals(calibration));
   }
-  writeObject(options.output, calibration.scanner);
+  writeObject(options.output, object);
+}
+
+void run(CalibrateOptions const& options) {
+  checkOutputs({options.output, options.report, options.plot});
+  CalibrationSettings settings;
+  applyAssignments(settings.detector, options.assignments);
+  if (!options.projector.empty()) {
+    settings.projector = cv::Size(parseSize(options.projector, "--projector"));
+  }
+  if (options.isStereo) {
+    StereoCalibration const calibration = calibrateStereo(options.folder, settings);
+    finish(options, calibration, calibration.stereo);
+  } else {
+    ScannerCalibration const calibration = calibrateScanner(options.folder, settings);
+    finish(options, calibration, calibration.scanner);
+  }
 }
 
 } // namespace
 
 void addCalibrateCommand(CLI::App& app) {
   auto options = std::make_shared<CalibrateOptions>();
-  CLI::App* command = app.add_subcommand("calibrate", "Calibrate a scanner from images of the target");
+  CLI::App* command =
+      app.add_subcommand("calibrate", "Calibrate a scanner or two cameras from images of the target");
   command
       ->add_option("folder", options->folder,
                    "Folder with pose_00/target.png, columns_00.png, rows_00.png, ...")
       ->required();
-  command->add_option("--out", options->output, "The calibrated scanner, a JSON file")->required();
+  command->add_flag("--stereo", options->isStereo,
+                    "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
+  command->add_option("--out", options->output, "The calibrated object, a JSON file")->required();
   command->add_option("--projector", options->projector,
                       "The projector's pixels, as 640x400; default: taken from the images");
   command->add_option("--report", options->report, "JSON file for the errors of every view");

@@ -73,7 +73,7 @@ mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& fol
   CalibrationSettings settings;
   settings.detector["PatternDim"] = target.grid.pitch;
   settings.projector = rig.projector.device.resolution();
-  Calibration const calibration = calibrateScanner(folder.string(), settings);
+  ScannerCalibration const calibration = calibrateScanner(folder.string(), settings);
   std::cout << table(calibration);
   return calibration.scanner;
 }
