@@ -15,8 +15,12 @@ namespace {
 
 cv::Vec3b const background(40, 36, 34);
 
+bool isFinite(cv::Vec3f const& p) {
+  return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
+}
+
 bool isPresent(cv::Vec3f const& p) {
-  return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]) && p[2] > 0.0F;
+  return isFinite(p) && p[2] > 0.0F;
 }
 
 struct DepthRange {
@@ -102,7 +106,9 @@ cv::Vec3b scaled(cv::Vec3b const& color, float factor) {
   return result;
 }
 
-void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, cv::Mat_<cv::Vec3b> const& colors) {
+/// @param lift what was added to the depths
+void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, float lift,
+               cv::Mat_<cv::Vec3b> const& colors) {
   int const margin = std::max(strip.rows / 20, 4);
   int const barWidth = std::max(strip.cols / 6, 2);
   int const height = std::max(strip.rows - 2 * margin, 1);
@@ -116,15 +122,13 @@ void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, cv::Mat_<cv:
   for (int i = 0; i < labels; ++i) {
     float const depth = range.near + (range.far - range.near) * static_cast<float>(i) / (labels - 1);
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f mm", static_cast<double>(depth));
+    std::snprintf(text, sizeof text, "%.1f mm", static_cast<double>(depth - lift));
     cv::putText(strip, text, cv::Point(margin / 2 + barWidth + 4, margin + 4 + height * i / (labels - 1)),
                 cv::FONT_HERSHEY_SIMPLEX, fontScale, cv::Scalar(230, 230, 230), 1, cv::LINE_AA);
   }
 }
 
-} // namespace
-
-cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture) {
+cv::Mat drawLifted(cv::Mat_<cv::Vec3f> const& xyz, float lift, cv::Mat_<cv::Vec3b> const& texture) {
   DepthRange const range = depthRange(xyz);
   cv::Mat_<cv::Vec3b> const colors = depthColors();
   int const scaleWidth = std::clamp(xyz.cols / 8, 60, 160);
@@ -138,60 +142,85 @@ cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& te
     }
   }
   cv::Mat_<cv::Vec3b> strip = picture.colRange(xyz.cols, picture.cols);
-  drawScale(strip, range, colors);
+  drawScale(strip, range, lift, colors);
   return std::move(picture);
 }
 
-cv::Mat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> const& colors) {
-  cv::Vec2f low(std::numeric_limits<float>::max(), std::numeric_limits<float>::max());
-  cv::Vec2f high = -low;
-  std::size_t present = 0;
+constexpr int longSide = 1000; // pixels
+
+/// A grid of cells over the x and y of a cloud.
+struct CloudFrame {
+  cv::Vec2f low;
+  float step = 1.0F;
+  cv::Size cells;
+
+  cv::Point cellOf(cv::Vec3f const& p) const {
+    return {static_cast<int>((p[0] - low[0]) / step), static_cast<int>((p[1] - low[1]) / step)};
+  }
+};
+
+/// A grid with about one point a cell, so that the relief closes; no cells for a cloud without finite points.
+CloudFrame frameOf(std::vector<cv::Vec3f> const& points) {
+  constexpr float greatest = std::numeric_limits<float>::max();
+  CloudFrame frame;
+  frame.low = cv::Vec2f(greatest, greatest);
+  cv::Vec2f high(-greatest, -greatest);
+  int present = 0;
   for (cv::Vec3f const& p : points) {
-    if (std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2])) {
+    if (isFinite(p)) {
       ++present;
       for (int i = 0; i < 2; ++i) {
-        low[i] = std::min(low[i], p[i]);
+        frame.low[i] = std::min(frame.low[i], p[i]);
         high[i] = std::max(high[i], p[i]);
       }
     }
   }
-  constexpr int longSide = 1000;
   if (present == 0) {
-    return cv::Mat(longSide / 2, longSide, CV_8UC3, cv::Scalar(background[0], background[1], background[2]));
+    return {};
   }
-  // About one point a cell where they lie densest, so that the relief closes.
-  cv::Vec2f const size = high - low;
+  cv::Vec2f const size = high - frame.low;
   float const side = std::max({size[0], size[1], 1e-6F});
-  double const cells = std::clamp(static_cast<double>(present), 100.0, 1.0 * longSide * longSide);
-  float const share = std::max(std::min(size[0], size[1]) / side, 0.05F);
-  float const step =
-      side / static_cast<float>(std::min(std::sqrt(cells / static_cast<double>(share)), 1.0 * longSide));
-  cv::Size const grid(static_cast<int>(size[0] / step) + 1, static_cast<int>(size[1] / step) + 1);
-  cv::Mat_<cv::Vec3f> nearest(grid, cv::Vec3f(0, 0, 0));
-  cv::Mat_<cv::Vec3b> texture;
-  if (!colors.empty()) {
-    texture.create(grid);
+  float const aspect = std::max(std::min(size[0], size[1]) / side, 0.05F);
+  constexpr float fewest = 100.0F;
+  float const wanted = std::sqrt(std::max(static_cast<float>(present), fewest) / aspect);
+  frame.step = side / std::min(wanted, static_cast<float>(longSide));
+  frame.cells =
+      cv::Size(static_cast<int>(size[0] / frame.step) + 1, static_cast<int>(size[1] / frame.step) + 1);
+  return frame;
+}
+
+} // namespace
+
+cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture) {
+  return drawLifted(xyz, 0.0F, texture);
+}
+
+cv::Mat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> const& colors) {
+  CloudFrame const frame = frameOf(points);
+  if (frame.cells.empty()) {
+    return cv::Mat(longSide / 2, longSide, CV_8UC3, cv::Scalar(background[0], background[1], background[2]));
   }
   // Depths may be negative in a cloud that was moved: the relief wants them positive.
   float lift = 0.0F;
   for (cv::Vec3f const& p : points) {
-    lift = std::isfinite(p[2]) ? std::max(lift, 1.0F - p[2]) : lift;
+    lift = isFinite(p) ? std::max(lift, 1.0F - p[2]) : lift;
   }
+  cv::Mat_<cv::Vec3f> nearest(frame.cells, cv::Vec3f(0, 0, 0));
+  cv::Mat_<cv::Vec3b> texture(colors.empty() ? cv::Size() : frame.cells);
   for (std::size_t i = 0; i < points.size(); ++i) {
-    cv::Vec3f const& p = points[i];
-    if (!(std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]))) {
+    if (!isFinite(points[i])) {
       continue;
     }
-    cv::Point const cell(static_cast<int>((p[0] - low[0]) / step), static_cast<int>((p[1] - low[1]) / step));
-    cv::Vec3f& held = nearest(cell);
-    if (held[2] <= 0.0F || p[2] + lift < held[2]) {
-      held = cv::Vec3f(p[0], p[1], p[2] + lift);
+    cv::Point const cell = frame.cellOf(points[i]);
+    cv::Vec3f const lifted = points[i] + cv::Vec3f(0, 0, lift);
+    if (!isPresent(nearest(cell)) || lifted[2] < nearest(cell)[2]) {
+      nearest(cell) = lifted;
       if (!colors.empty()) {
         texture(cell) = colors[i];
       }
     }
   }
-  cv::Mat picture = drawRelief(nearest, texture);
+  cv::Mat picture = drawLifted(nearest, lift, texture);
   double const enlarge = std::max(1.0, std::floor(static_cast<double>(longSide) / picture.cols));
   cv::resize(picture, picture, cv::Size(), enlarge, enlarge, cv::INTER_NEAREST);
   return picture;
