@@ -131,7 +131,8 @@ void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, float lift,
 cv::Mat drawLifted(cv::Mat_<cv::Vec3f> const& xyz, float lift, cv::Mat_<cv::Vec3b> const& texture) {
   DepthRange const range = depthRange(xyz);
   cv::Mat_<cv::Vec3b> const colors = depthColors();
-  int const scaleWidth = std::clamp(xyz.cols / 8, 60, 160);
+  // Only colours that stand for depths have a scale.
+  int const scaleWidth = texture.empty() ? std::clamp(xyz.cols / 8, 60, 160) : 0;
   cv::Mat_<cv::Vec3b> picture(xyz.rows, xyz.cols + scaleWidth, background);
   for (int y = 0; y < xyz.rows; ++y) {
     for (int x = 0; x < xyz.cols; ++x) {
@@ -141,8 +142,10 @@ cv::Mat drawLifted(cv::Mat_<cv::Vec3f> const& xyz, float lift, cv::Mat_<cv::Vec3
       }
     }
   }
-  cv::Mat_<cv::Vec3b> strip = picture.colRange(xyz.cols, picture.cols);
-  drawScale(strip, range, lift, colors);
+  if (scaleWidth > 0) {
+    cv::Mat_<cv::Vec3b> strip = picture.colRange(xyz.cols, picture.cols);
+    drawScale(strip, range, lift, colors);
+  }
   return std::move(picture);
 }
 

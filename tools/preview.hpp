@@ -9,11 +9,11 @@
 
 namespace vorn::tools {
 
-/// A shaded relief of an organized cloud, coloured by depth, with a scale of the depths at its right edge.
+/// A shaded relief of an organized cloud, coloured by depth with a scale at its right edge, or by a texture.
 /// @param xyz     H x W points in mm; those with a NaN or infinite coordinate, or with z <= 0, count as
 /// absent
 /// @param texture H x W colours (blue, green, red) to take in place of those of the depth, or empty
-/// @return CV_8UC3; H rows, and W columns plus the scale
+/// @return CV_8UC3; H rows, and W columns plus the scale, if any
 cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture = {});
 
 /// The same for points without a grid: they are seen along +z by a camera that shows all of them.
