@@ -242,6 +242,33 @@ private:
   GridIndex index_;
 };
 
+/// Mean of the four pixels around a position; the border's pixels go on outside.
+double greyAt(cv::Mat const& image, cv::Point2d const& p) {
+  int const x = std::clamp(static_cast<int>(std::floor(p.x)), 0, image.cols - 2);
+  int const y = std::clamp(static_cast<int>(std::floor(p.y)), 0, image.rows - 2);
+  return 0.25 * (image.at<std::uint8_t>(y, x) + image.at<std::uint8_t>(y, x + 1) +
+                 image.at<std::uint8_t>(y + 1, x) + image.at<std::uint8_t>(y + 1, x + 1));
+}
+
+/// How bright the image is between the rim of an ordinary dot and that of a marker, from ground (0) to dot
+/// (1).
+double markerRing(cv::Mat const& image, cv::Point2d const& centre, Basis const& basis, double leastContrast) {
+  constexpr int directions = 16;
+  constexpr double ringRadius = 0.3125; // pitches; ordinary dots have 0.25, markers 0.375
+  auto const at = [&](double x, double y) { return greyAt(image, centre + basis.x * x + basis.y * y); };
+  double const ground = 0.25 * (at(0.5, 0.5) + at(-0.5, 0.5) + at(0.5, -0.5) + at(-0.5, -0.5));
+  double const contrast = at(0, 0) - ground;
+  if (contrast < leastContrast) {
+    return 0;
+  }
+  double sum = 0;
+  for (int i = 0; i < directions; ++i) {
+    double const angle = 2.0 * CV_PI * i / directions;
+    sum += at(ringRadius * std::cos(angle), ringRadius * std::sin(angle)) - ground;
+  }
+  return sum / (directions * contrast);
+}
+
 /// Where the origin lies and which grid steps lead along +x and +y.
 struct Orientation {
   int origin = 0;
@@ -250,14 +277,41 @@ struct Orientation {
   bool isMarked = false;
 };
 
-double medianOfPositive(std::vector<double> values) {
-  values.erase(std::remove_if(values.begin(), values.end(), [](double v) { return v <= 0; }), values.end());
+double medianOf(std::vector<double> values) {
   if (values.empty()) {
     return 0;
   }
   auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
   return *middle;
+}
+
+double medianOfPositive(std::vector<double> values) {
+  values.erase(std::remove_if(values.begin(), values.end(), [](double v) { return v <= 0; }), values.end());
+  return medianOf(std::move(values));
+}
+
+/// The dots that are bright where only a marker is, half way between the rims of an ordinary dot and a
+/// marker.
+std::vector<char> findWideDots(cv::Mat const& image, RawGrid const& grid) {
+  constexpr double leastContrast = 3.0; // grey levels
+  constexpr double leastExcess = 0.2;   // above the ordinary dots; a sharp image gives 1
+  std::vector<double> brightness;
+  for (int i = 0; i < static_cast<int>(grid.dots().size()); ++i) {
+    auto const x = grid.stepAt(i, {1, 0});
+    auto const y = grid.stepAt(i, {0, 1});
+    brightness.push_back(x && y ? markerRing(image, grid.centre(i), {*x, *y}, leastContrast) : 0.0);
+  }
+  double const usual = medianOf(brightness);
+  std::vector<double> sorted = brightness;
+  auto const third = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size()) - 3;
+  std::nth_element(sorted.begin(), third, sorted.end());
+  double const threshold = usual + std::max(leastExcess, 0.5 * (*third - usual));
+  std::vector<char> isWide;
+  for (double const value : brightness) {
+    isWide.push_back(value >= threshold);
+  }
+  return isWide;
 }
 
 /// The corners of Ls that three marker dots form, seen from the front of the target.
@@ -343,8 +397,8 @@ DotGrid oriented(RawGrid const& grid, Orientation const& orientation, std::vecto
   return result;
 }
 
-/// Settles origin and directions. `isAmbiguous` is set where more than one set of markers is in the grid.
-std::optional<DotGrid> settle(RawGrid const& grid, TargetSettings const& settings) {
+/// Settles origin and directions; nothing where more than one set of markers is in the grid.
+std::optional<DotGrid> settle(cv::Mat const& image, RawGrid const& grid, TargetSettings const& settings) {
   std::vector<double> const shares = grid.areaShares();
   double const ordinary = medianOfPositive(shares);
   std::vector<char> isMarker;
@@ -352,7 +406,16 @@ std::optional<DotGrid> settle(RawGrid const& grid, TargetSettings const& setting
     isMarker.push_back(share >= leastMarkerRatio * ordinary &&
                        share <= settings.maxAreaMultiplier * ordinary);
   }
-  std::vector<Orientation> const corners = markedCorners(grid, isMarker);
+  std::vector<Orientation> corners = markedCorners(grid, isMarker);
+  if (corners.size() != 1) {
+    // Areas of blobs are coarse where dots are small, slanted or blurred.
+    std::vector<char> const hasWideRing = findWideDots(image, grid);
+    std::vector<Orientation> const byRings = markedCorners(grid, hasWideRing);
+    if (byRings.size() == 1) {
+      corners = byRings;
+      isMarker = hasWideRing;
+    }
+  }
   if (corners.size() > 1) {
     return std::nullopt;
   }
@@ -475,7 +538,7 @@ void keepAllowedIndices(DotGrid& grid, TargetSettings const& settings) {
 
 } // namespace
 
-DotGrid assignGrid(std::vector<DotCandidate> const& candidates,
+DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candidates,
                    std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings) {
   std::vector<cv::Point2d> centres;
   double meanSize = 0;
@@ -494,7 +557,7 @@ DotGrid assignGrid(std::vector<DotCandidate> const& candidates,
     if (raw.dots().size() < leastGridSize) {
       continue;
     }
-    std::optional<DotGrid> grid = settle(raw, settings);
+    std::optional<DotGrid> grid = settle(image, raw, settings);
     if (!grid || !agreesAroundOrigin(*grid, candidates, settings)) {
       continue;
     }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <opencv2/core/mat.hpp>
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 #include <optional>
@@ -67,7 +68,9 @@ struct DotGrid {
 
 /// Joins candidates into the largest grid in sight, a marked one before all others, and settles its origin
 /// and directions. Empty when there is none, or none whose indices agree with a homography around the origin.
-DotGrid assignGrid(std::vector<DotCandidate> const& candidates,
+///
+/// @param image in which the candidates were found, H x W CV_8UC1
+DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candidates,
                    std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings);
 
 } // namespace vorn::mv

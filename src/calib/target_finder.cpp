@@ -48,7 +48,7 @@ TargetView findGrid(cv::Mat const& image, int factor, TargetSettings const& sett
   if (dots.size() < candidates.size()) {
     crosses = findCrosses(dots, settings.maxAreaMultiplier);
   }
-  DotGrid const grid = assignGrid(dots, crosses, settings);
+  DotGrid const grid = assignGrid(image, dots, crosses, settings);
   TargetView view;
   view.isOriginMarked = grid.isOriginMarked;
   for (GridDot const& dot : grid.dots) {
@@ -384,8 +384,18 @@ void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& do
       }
     }
     std::vector<cv::Point2d> const peaks = correlationPeaks(grid.image(), rectified, medianOf(radii), reach);
+    std::vector<double> moves;
     for (std::size_t k = 0; k < numbers.size(); ++k) {
-      dots[numbers[k]].dot.centre = rectified[k].position(peaks[k]);
+      moves.push_back(cv::norm(rectified[k].position(peaks[k]) - before[numbers[k]].dot.centre));
+    }
+    // A correlation sees everything in its patch: where something else reaches in, the centre of area stands.
+    constexpr double leastTolerance = 0.1; // pixels
+    constexpr double toleranceInMedians = 5;
+    double const tolerance = std::max(leastTolerance, toleranceInMedians * medianOf(moves));
+    for (std::size_t k = 0; k < numbers.size(); ++k) {
+      if (moves[k] <= tolerance) {
+        dots[numbers[k]].dot.centre = rectified[k].position(peaks[k]);
+      }
     }
   }
 }
@@ -484,7 +494,10 @@ TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
     TargetView rough = findGrid(image, factor, settings);
     if (rough.isOriginMarked) {
       GridMeasurement grid(image, settings, true);
-      std::vector<MeasuredDot> const dots = grid.start(rough.dots);
+      std::vector<MeasuredDot> dots = grid.start(rough.dots);
+      if (!dots.empty() && !grid.hasMarkers(dots)) {
+        grid.complete(dots);
+      }
       if (grid.hasMarkers(dots)) {
         return finish(grid, dots, settings);
       }
