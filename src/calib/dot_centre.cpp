@@ -3,6 +3,7 @@
 #include "calib/dot_centre.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <utility>
@@ -18,7 +19,7 @@ constexpr double leastContrast = 3.0;
 constexpr double leastHalfWidth = 1.2;
 
 /// Directions in which a dot must stand out against its ground.
-constexpr int rimDirections = 16;
+constexpr std::size_t rimDirections = 16;
 
 /// An ellipse by its half axes.
 struct Ellipse {
@@ -367,22 +368,17 @@ WeightSums sumDot(cv::Mat const& image, EllipseRows const& inner, EllipseRows co
   return sums;
 }
 
-/// Mean of the four pixels around a position inside the image.
-double greyAround(cv::Mat const& image, cv::Point2d const& p) {
-  int const x = std::clamp(static_cast<int>(std::floor(p.x)), 0, image.cols - 2);
-  int const y = std::clamp(static_cast<int>(std::floor(p.y)), 0, image.rows - 2);
-  std::uint8_t const* upper = image.ptr<std::uint8_t>(y) + x;
-  std::uint8_t const* lower = image.ptr<std::uint8_t>(y + 1) + x;
-  return 0.25 * (upper[0] + upper[1] + lower[0] + lower[1]);
-}
-
-/// Whether the dot stands out against its ground all around its rim. The edge of the light or of something in
-/// front that crosses the dot leaves directions where it does not.
+/// Whether the dot stands out against its ground in the same way all around its rim. The edge of the light or
+/// of something in front that crosses the dot leaves directions where it does not.
 bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline, double halfWidth,
              DotLevels const& levels) {
-  constexpr double leastInside = 0.7;
-  constexpr double mostInside = 1.5;
-  constexpr double mostOutside = 0.25;
+  // In the middle of the rim's directions: a narrow band on a blurred edge sees neither dot nor ground.
+  constexpr double leastInside = 0.6;
+  constexpr double mostOutside = 0.4;
+  // Of one direction, from the middle.
+  constexpr double mostDarkening = 0.25;
+  constexpr double mostBrightening = 0.5;
+  constexpr double mostOutsideSpread = 0.2;
   constexpr double leastSignalToNoise = 3.0;
   if (levels.contrast.value < leastSignalToNoise * levels.coreNoise) {
     return false;
@@ -390,18 +386,24 @@ bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& out
   Ellipse const inner = outline.grownBy(-std::min(halfWidth, 0.7 * outline.shortAxis));
   Ellipse const outer = outline.grownBy(halfWidth);
   double const slack = 2.0 / levels.contrast.value; // one level of rounding and of noise
-  for (int i = 0; i < rimDirections; ++i) {
-    double const angle = 2.0 * CV_PI * i / rimDirections;
+  std::array<double, rimDirections> inside = {};
+  std::array<double, rimDirections> outside = {};
+  for (std::size_t i = 0; i < rimDirections; ++i) {
+    double const angle = 2.0 * CV_PI * static_cast<double>(i) / rimDirections;
     cv::Point2d const in = centre + inner.rim(angle);
     cv::Point2d const out = centre + outer.rim(angle);
-    double const inside = levels.relative(in, greyAround(image, in));
-    double const outside = levels.relative(out, greyAround(image, out));
-    if (inside < leastInside - slack || inside > mostInside + slack ||
-        std::abs(outside) > mostOutside + slack) {
-      return false;
-    }
+    inside[i] = levels.relative(in, greyAround(image, in));
+    outside[i] = levels.relative(out, greyAround(image, out));
   }
-  return true;
+  std::sort(inside.begin(), inside.end());
+  std::sort(outside.begin(), outside.end());
+  double const insideMiddle = inside[rimDirections / 2];
+  double const outsideMiddle = outside[rimDirections / 2];
+  return insideMiddle >= leastInside - slack && outsideMiddle <= mostOutside + slack &&
+         inside.front() >= insideMiddle - mostDarkening - slack &&
+         inside.back() <= insideMiddle + mostBrightening + slack &&
+         outside.front() >= outsideMiddle - mostOutsideSpread - slack &&
+         outside.back() <= outsideMiddle + mostOutsideSpread + slack;
 }
 
 /// The blur of a dot's edge from what it spreads: across an edge blurred by a Gaussian of deviation s,
@@ -421,6 +423,14 @@ double roomAround(cv::Mat const& image, cv::Point2d const& centre, Ellipse const
 }
 
 } // namespace
+
+double greyAround(cv::Mat const& image, cv::Point2d const& p) {
+  int const x = std::clamp(static_cast<int>(std::floor(p.x)), 0, image.cols - 2);
+  int const y = std::clamp(static_cast<int>(std::floor(p.y)), 0, image.rows - 2);
+  std::uint8_t const* upper = image.ptr<std::uint8_t>(y) + x;
+  std::uint8_t const* lower = image.ptr<std::uint8_t>(y + 1) + x;
+  return 0.25 * (upper[0] + upper[1] + lower[0] + lower[1]);
+}
 
 std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const& start,
                                          DotShape const& shape, double halfWidth) {

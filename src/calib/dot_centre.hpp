@@ -51,6 +51,11 @@ struct DotMeasurement {
   double blur = 0;
 };
 
+/// Mean of the four pixels around a position; outside the image that of the nearest ones.
+///
+/// @param image H x W CV_8UC1, at least 2 x 2
+double greyAround(cv::Mat const& image, cv::Point2d const& p);
+
 /// Measures one bright dot near `start` from the grey levels along its edge.
 ///
 /// Dot and ground are each taken as a plane of grey levels, so that uneven light does not shift the centre;

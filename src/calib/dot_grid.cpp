@@ -10,6 +10,7 @@
 
 #include <vorn/mv/geometry/transform.hpp>
 
+#include "calib/marker_ring.hpp"
 #include "calib/point_buckets.hpp"
 
 namespace vorn::mv {
@@ -242,33 +243,6 @@ private:
   GridIndex index_;
 };
 
-/// Mean of the four pixels around a position; the border's pixels go on outside.
-double greyAt(cv::Mat const& image, cv::Point2d const& p) {
-  int const x = std::clamp(static_cast<int>(std::floor(p.x)), 0, image.cols - 2);
-  int const y = std::clamp(static_cast<int>(std::floor(p.y)), 0, image.rows - 2);
-  return 0.25 * (image.at<std::uint8_t>(y, x) + image.at<std::uint8_t>(y, x + 1) +
-                 image.at<std::uint8_t>(y + 1, x) + image.at<std::uint8_t>(y + 1, x + 1));
-}
-
-/// How bright the image is between the rim of an ordinary dot and that of a marker, from ground (0) to dot
-/// (1).
-double markerRing(cv::Mat const& image, cv::Point2d const& centre, Basis const& basis, double leastContrast) {
-  constexpr int directions = 16;
-  constexpr double ringRadius = 0.3125; // pitches; ordinary dots have 0.25, markers 0.375
-  auto const at = [&](double x, double y) { return greyAt(image, centre + basis.x * x + basis.y * y); };
-  double const ground = 0.25 * (at(0.5, 0.5) + at(-0.5, 0.5) + at(0.5, -0.5) + at(-0.5, -0.5));
-  double const contrast = at(0, 0) - ground;
-  if (contrast < leastContrast) {
-    return 0;
-  }
-  double sum = 0;
-  for (int i = 0; i < directions; ++i) {
-    double const angle = 2.0 * CV_PI * i / directions;
-    sum += at(ringRadius * std::cos(angle), ringRadius * std::sin(angle)) - ground;
-  }
-  return sum / (directions * contrast);
-}
-
 /// Where the origin lies and which grid steps lead along +x and +y.
 struct Orientation {
   int origin = 0;
@@ -294,19 +268,19 @@ double medianOfPositive(std::vector<double> values) {
 /// The dots that are bright where only a marker is, half way between the rims of an ordinary dot and a
 /// marker.
 std::vector<char> findWideDots(cv::Mat const& image, RawGrid const& grid) {
-  constexpr double leastContrast = 3.0; // grey levels
-  constexpr double leastExcess = 0.2;   // above the ordinary dots; a sharp image gives 1
+  constexpr double leastExcess = 0.15;   // above the ordinary dots; a sharp image gives 1
+  constexpr double shareOfMarker = 0.65; // more than half way: what lies beside a dot may brighten its ring
   std::vector<double> brightness;
   for (int i = 0; i < static_cast<int>(grid.dots().size()); ++i) {
     auto const x = grid.stepAt(i, {1, 0});
     auto const y = grid.stepAt(i, {0, 1});
-    brightness.push_back(x && y ? markerRing(image, grid.centre(i), {*x, *y}, leastContrast) : 0.0);
+    brightness.push_back(x && y ? markerRing(image, grid.centre(i), {x->x, y->x, x->y, y->y}) : 0.0);
   }
   double const usual = medianOf(brightness);
   std::vector<double> sorted = brightness;
   auto const third = sorted.begin() + static_cast<std::ptrdiff_t>(sorted.size()) - 3;
   std::nth_element(sorted.begin(), third, sorted.end());
-  double const threshold = usual + std::max(leastExcess, 0.5 * (*third - usual));
+  double const threshold = usual + std::max(leastExcess, shareOfMarker * (*third - usual));
   std::vector<char> isWide;
   for (double const value : brightness) {
     isWide.push_back(value >= threshold);

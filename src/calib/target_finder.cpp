@@ -12,6 +12,7 @@
 #include "calib/dot_centre.hpp"
 #include "calib/dot_grid.hpp"
 #include "calib/dot_template.hpp"
+#include "calib/marker_ring.hpp"
 #include "calib/target_map.hpp"
 
 namespace vorn::mv {
@@ -92,13 +93,25 @@ public:
     return dots;
   }
 
-  /// Whether all three markers were measured and are as much larger than the other dots as markers are.
+  /// Whether the image is brighter around all three markers than around the other dots, as markers are.
   bool hasMarkers(std::vector<MeasuredDot> const& dots) const {
-    constexpr double leastRadiusRatio = 1.25; // of 1.5
-    auto const isGood = [&](MeasuredDot const& dot) {
-      return isMarker(dot.dot.index) && dot.radius >= leastRadiusRatio * ordinaryRadius_;
+    constexpr double leastExcess = 0.12; // of the dots' contrast; a sharp image gives 1
+    auto const map = TargetMap::fit(targetDots(dots));
+    if (!map) {
+      return false;
+    }
+    auto const ringAt = [&](cv::Point const& index) {
+      auto const local = map->around(index, TargetMap::Self::Included);
+      return local ? markerRing(image_, local->position(index), local->jacobian(index)) : 0.0;
     };
-    return std::count_if(dots.begin(), dots.end(), isGood) == 3;
+    std::vector<double> ordinary;
+    for (MeasuredDot const& dot : dots) {
+      if (!isMarker(dot.dot.index)) {
+        ordinary.push_back(ringAt(dot.dot.index));
+      }
+    }
+    double const least = medianOf(ordinary) + leastExcess;
+    return ringAt({0, 0}) >= least && ringAt({1, 0}) >= least && ringAt({0, 1}) >= least;
   }
 
   /// Looks for dots where the grid has gaps and beyond its edge, until there are no more.
@@ -494,10 +507,7 @@ TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
     TargetView rough = findGrid(image, factor, settings);
     if (rough.isOriginMarked) {
       GridMeasurement grid(image, settings, true);
-      std::vector<MeasuredDot> dots = grid.start(rough.dots);
-      if (!dots.empty() && !grid.hasMarkers(dots)) {
-        grid.complete(dots);
-      }
+      std::vector<MeasuredDot> const dots = grid.start(rough.dots);
       if (grid.hasMarkers(dots)) {
         return finish(grid, dots, settings);
       }
