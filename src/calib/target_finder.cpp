@@ -93,9 +93,17 @@ public:
     return dots;
   }
 
-  /// Whether the image is brighter around all three markers than around the other dots, as markers are.
+  /// Whether all three markers were measured, are as much larger than the other dots as markers are, and the
+  /// image is brighter around them than around the others.
   bool hasMarkers(std::vector<MeasuredDot> const& dots) const {
-    constexpr double leastExcess = 0.12; // of the dots' contrast; a sharp image gives 1
+    constexpr double leastRadiusRatio = 1.25; // of 1.5
+    constexpr double leastExcess = 0.12;      // of the dots' contrast; a sharp image gives 1
+    auto const isLarge = [&](MeasuredDot const& dot) {
+      return isMarker(dot.dot.index) && dot.radius >= leastRadiusRatio * ordinaryRadius_;
+    };
+    if (std::count_if(dots.begin(), dots.end(), isLarge) < 3) {
+      return false;
+    }
     auto const map = TargetMap::fit(targetDots(dots));
     if (!map) {
       return false;
