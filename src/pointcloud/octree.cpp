@@ -3,6 +3,8 @@
 #include <vorn/mv/pointcloud/octree.hpp>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <limits>
 #include <ostream>
 #include <string>
@@ -105,33 +107,109 @@ private:
   std::vector<Neighbour> gathered_;
 };
 
+/// Counts the points of a ball.
+///
+/// The order of visits is free, so octants of one kind are gathered and worked on together, with as few
+/// branches as can be: which children a ball cuts is nothing that a processor could predict, and without
+/// wrong guesses it fetches the points of many leaves at once.
 template <class Kind, class Points>
-std::size_t countInBall(OctreeView const& tree, Points const& points, Ball<Kind> const& ball) {
-  std::size_t count = 0;
-  DistancesOfFour<Kind> const distancesOfFour(ball.centre());
-  cv::v_float32x4 const norm = cv::v_setall_f32(ball.norm());
-  auto const whole = [&](BasicOctant<unsigned> const& octant) {
-    count += octant.count;
-    return true;
-  };
-  auto const leaf = [&](BasicOctant<unsigned> const& octant) {
-    unsigned const* const chain = tree.chain + octant.first;
+class BallCounter {
+public:
+  BallCounter(OctreeView const& tree, Points const& points, Ball<Kind> const& ball)
+      : tree_(tree), points_(points), ball_(ball), distancesOfFour_(ball.centre()) {}
+
+  std::size_t count() {
+    if (tree_.isEmpty || ball_.isEmpty()) {
+      return 0;
+    }
+    BasicOctant<unsigned> const& root = tree_.octants[0];
+    if (ball_.holdsAll(root)) {
+      return root.count;
+    }
+    if (root.isLeaf) {
+      countAmong(tree_.chain, root.count);
+      return count_;
+    }
+    // Each level leaves at most seven octants to later.
+    std::array<unsigned, 7 * maxOctreeDepth + 1> toEnter;
+    toEnter[0] = 0;
+    for (std::size_t size = 1; size > 0;) {
+      size = enter(tree_.octants[toEnter[size - 1]], toEnter.data(), size - 1);
+      if (leafCount_ > mostLeaves) {
+        countInLeaves();
+      }
+    }
+    countInLeaves();
+    return count_;
+  }
+
+private:
+  static constexpr std::size_t mostLeaves = 40;
+  /// A usual leaf's indices are copied as so many, whatever their number.
+  static constexpr unsigned usualLeafCapacity = 32;
+
+  /// Counts the children that lie inside, notes the leaves, and puts the others to `toEnter`.
+  std::size_t enter(BasicOctant<unsigned> const& octant, unsigned* toEnter, std::size_t size) {
+    ChildGeometry<Kind> const children(octant, query_);
+    unsigned const inside = children.farthest().atMost(ball_.norm());
+    unsigned const near = children.nearest(tree_.tolerance).atMost(bound_);
+    unsigned const leaves = octant.leafMask & ~inside;
+    unsigned const inner = ~(octant.leafMask | inside);
+    unsigned const ranks = childRanks.packed[octant.childMask];
+    for (unsigned toVisit = (near | inside) & octant.childMask; toVisit != 0; toVisit &= toVisit - 1) {
+      auto const code = static_cast<unsigned>(__builtin_ctz(toVisit));
+      unsigned const place = octant.children + ((ranks >> (4 * code)) & 15U);
+      count_ += tree_.octants[place].count & (0U - ((inside >> code) & 1U));
+      leaves_[leafCount_] = place;
+      leafCount_ += (leaves >> code) & 1U;
+      toEnter[size] = place;
+      size += (inner >> code) & 1U;
+    }
+    return size;
+  }
+
+  void countInLeaves() {
+    unsigned const total = tree_.octants[0].count;
+    std::array<unsigned, (mostLeaves + 8 + 1) * usualLeafCapacity> indices;
+    std::size_t size = 0;
+    for (std::size_t i = 0; i < leafCount_; ++i) {
+      BasicOctant<unsigned> const& leaf = tree_.octants[leaves_[i]];
+      if (leaf.count > usualLeafCapacity || total - leaf.first < usualLeafCapacity) {
+        countAmong(tree_.chain + leaf.first, leaf.count);
+        continue;
+      }
+      std::memcpy(indices.data() + size, tree_.chain + leaf.first, usualLeafCapacity * sizeof(unsigned));
+      size += leaf.count;
+    }
+    countAmong(indices.data(), size);
+    leafCount_ = 0;
+  }
+
+  void countAmong(unsigned const* indices, std::size_t size) {
+    cv::v_float32x4 const norm = cv::v_setall_f32(ball_.norm());
     cv::v_int32x4 negated = cv::v_setzero_s32();
-    unsigned i = 0;
-    for (; i + 4 <= octant.count; i += 4) {
+    std::size_t i = 0;
+    for (; i + 4 <= size; i += 4) {
       // A comparison that holds is -1 in each lane.
-      negated += cv::v_reinterpret_as_s32(distancesOfFour(points, chain + i) < norm);
+      negated += cv::v_reinterpret_as_s32(distancesOfFour_(points_, indices + i) < norm);
     }
-    unsigned found = static_cast<unsigned>(-cv::v_reduce_sum(negated));
-    for (; i < octant.count; ++i) {
-      found += ball.holds(points[chain[i]]) ? 1U : 0U;
+    auto found = static_cast<unsigned>(-cv::v_reduce_sum(negated));
+    for (; i < size; ++i) {
+      found += ball_.holds(points_[indices[i]]) ? 1U : 0U;
     }
-    count += found;
-    return true;
-  };
-  visitBall(tree, ball, whole, leaf);
-  return count;
-}
+    count_ += found;
+  }
+
+  OctreeView tree_;
+  Points points_;
+  Ball<Kind> ball_;
+  DistancesOfFour<Kind> distancesOfFour_;
+  cv::v_float32x4 query_ = loadQuery(ball_.centre());
+  float bound_ = ball_.norm() * (1.0F + boundSlack);
+  std::size_t count_ = 0;
+  std::size_t leafCount_ = 0;
+  std::array<unsigned, mostLeaves + 8 + 1> leaves_;
+};
 
 template <class Kind, class Points>
 void listLeaf(OctreeView const& tree, Points const& points, Ball<Kind> const& ball,
@@ -319,7 +397,9 @@ template <class Point, class Container, class Index>
 template <class Kind>
 std::size_t Octree<Point, Container, Index>::radiusNeighborsCount(Point const& query, float radius) const {
   Ball<Kind> const ball(coordinates(query), radius);
-  return withPoints([&](auto const& points) { return countInBall(OctreeView(*this), points, ball); });
+  return withPoints([&](auto const& points) {
+    return BallCounter<Kind, std::decay_t<decltype(points)>>(OctreeView(*this), points, ball).count();
+  });
 }
 
 template <class Point, class Container, class Index>

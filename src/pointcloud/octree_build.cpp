@@ -247,6 +247,7 @@ private:
       child.isLeaf = isLeaf(child);
       parts_.octants.push_back(child);
       octant.childMask = static_cast<std::uint8_t>(octant.childMask | (1U << code));
+      octant.leafMask = static_cast<std::uint8_t>(octant.leafMask | ((child.isLeaf ? 1U : 0U) << code));
       first = next;
     }
     octant.children = children;

@@ -344,13 +344,35 @@ void findNearest(OctreeView const& tree, Points const& points, float const* quer
     return Level{&octant, own, flippedMasks.of[own][octant.childMask],
                  children.nearestFromOwn(tree.tolerance)};
   };
-  if (tree.octants[0].isLeaf) {
-    scan(tree.octants[0]);
-    return;
-  }
   std::array<Level, maxOctreeDepth> above;
   std::size_t depth = 0;
-  Level level = enter(tree.octants[0]);
+  // Down to the leaf around the query first. The distances of what is passed matter only afterwards, so they
+  // are no link in the chain of steps down.
+  BasicOctant<unsigned> const* octant = tree.octants;
+  while (!octant->isLeaf) {
+    unsigned const own = ChildGeometry<Kind>(*octant, position).ownCode();
+    if (((octant->childMask >> own) & 1U) == 0) {
+      break;
+    }
+    above[depth].octant = octant;
+    above[depth].own = own;
+    ++depth;
+    octant = tree.octants + childPlace(*octant, own);
+  }
+  if (octant->isLeaf) {
+    scan(*octant);
+    if (!(nearest.worst() > 0.0F)) {
+      return;
+    }
+  }
+  for (std::size_t i = 0; i < depth; ++i) {
+    above[i] = enter(*above[i].octant);
+    above[i].toVisit &= ~1U;
+  }
+  Level level{};
+  if (!octant->isLeaf) {
+    level = enter(*octant);
+  }
   for (;;) {
     level.toVisit &= level.distances.below(nearest.worst() * (1.0F + boundSlack));
     if (level.toVisit == 0) {

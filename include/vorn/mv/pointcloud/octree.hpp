@@ -25,7 +25,8 @@ struct BasicOctant {
                   ///< other.
   /// Bit c is set when child c exists: c = 1 for the upper half in x, plus 2 in y, plus 4 in z.
   std::uint8_t childMask;
-  bool isLeaf; ///< True when the octant has no children.
+  std::uint8_t leafMask; ///< Bit c is set when child c exists and is a leaf.
+  bool isLeaf;           ///< True when the octant has no children.
 };
 
 /// Finds the neighbours of a point among millions: a tree of cubes over a set of 3D points.
