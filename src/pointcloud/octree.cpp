@@ -159,7 +159,12 @@ private:
     for (unsigned toVisit = (near | inside) & octant.childMask; toVisit != 0; toVisit &= toVisit - 1) {
       auto const code = static_cast<unsigned>(__builtin_ctz(toVisit));
       unsigned const place = octant.children + ((ranks >> (4 * code)) & 15U);
-      count_ += tree_.octants[place].count & (0U - ((inside >> code) & 1U));
+      BasicOctant<unsigned> const& child = tree_.octants[place];
+      // What comes next if the child is a leaf, and if it is none: its children in two cache lines or more.
+      __builtin_prefetch(tree_.chain + child.first);
+      __builtin_prefetch(tree_.octants + child.children);
+      __builtin_prefetch(tree_.octants + child.children + 3);
+      count_ += child.count & (0U - ((inside >> code) & 1U));
       leaves_[leafCount_] = place;
       leafCount_ += (leaves >> code) & 1U;
       toEnter[size] = place;
