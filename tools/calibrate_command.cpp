@@ -11,6 +11,7 @@
 #include "tools/commands.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
+#include "tools/laser_options.hpp"
 #include "tools/output_path.hpp"
 #include "tools/property_options.hpp"
 #include "tools/size_option.hpp"
@@ -26,6 +27,8 @@ struct CalibrateOptions {
   std::string plot;
   std::string projector;
   bool isStereo = false;
+  bool isLaser = false;
+  double contrast = mv::LaserLineOptions().minContrast;
   std::vector<std::string> assignments;
 };
 
@@ -50,7 +53,11 @@ void run(CalibrateOptions const& options) {
   if (!options.projector.empty()) {
     settings.projector = cv::Size(parseSize(options.projector, "--projector"));
   }
-  if (options.isStereo) {
+  settings.line.minContrast = options.contrast;
+  if (options.isLaser) {
+    LaserCalibration const calibration = calibrateLaser(options.folder, settings);
+    finish(options, calibration, calibration.scanner);
+  } else if (options.isStereo) {
     StereoCalibration const calibration = calibrateStereo(options.folder, settings);
     finish(options, calibration, calibration.stereo);
   } else {
@@ -63,15 +70,21 @@ void run(CalibrateOptions const& options) {
 
 void addCalibrateCommand(CLI::App& app) {
   auto options = std::make_shared<CalibrateOptions>();
-  CLI::App* command =
-      app.add_subcommand("calibrate", "Calibrate a scanner or two cameras from images of the target");
+  CLI::App* command = app.add_subcommand(
+      "calibrate", "Calibrate a scanner, two cameras or a laser line scanner from images of the target");
   command
       ->add_option("folder", options->folder,
                    "Folder with pose_00/target.png, columns_00.png, rows_00.png, ...")
       ->required();
-  command->add_flag("--stereo", options->isStereo,
-                    "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
+  CLI::Option* laser =
+      command->add_flag("--laser", options->isLaser,
+                        "Calibrate a laser line scanner, from pose_00/target.png, line_00.png ..., an image "
+                        "a laser line");
+  addContrastOption(*command, options->contrast)->needs(laser);
+  CLI::Option* stereo = command->add_flag(
+      "--stereo", options->isStereo, "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
   command->add_option("--out", options->output, "The calibrated object, a JSON file")->required();
+  laser->excludes(stereo);
   command->add_option("--projector", options->projector,
                       "The projector's pixels, as 640x400; default: taken from the images");
   command->add_option("--report", options->report, "JSON file for the errors of every view");

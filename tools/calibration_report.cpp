@@ -180,6 +180,9 @@ nlohmann::json report(Calibration const& calibration) {
       for (ViewLine const& line : view.lines) {
         entry["lines"].push_back({{"points", line.imgPnts.size()}, {"planeRms", line.planeRms}});
       }
+      if (!view.remark.empty()) {
+        entry["remark"] = view.remark;
+      }
     } else {
       entry["reason"] = view.rejection;
     }
@@ -227,6 +230,11 @@ std::string table(Calibration const& calibration) {
     }
   }
   row("all", [](Column const& column) { return column.total; });
+  for (TargetView const& view : calibration.views) {
+    if (view.isUsed() && !view.remark.empty()) {
+      out << view.name << ": " << view.remark << '\n';
+    }
+  }
   for (CalibratedDevice const& device : calibration.devices) {
     out << device.name << ' ' << sizeText(device.model.getResolution())
         << (device.name == "projector" && calibration.isProjectorGuessed

@@ -11,6 +11,8 @@
 
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/calib/laser_line.hpp>
+#include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
@@ -23,6 +25,8 @@ struct CalibrationSettings {
   mv::CalibPatternDetector detector;
   /// The projector's pixels; empty to take them from the decoded images.
   cv::Size projector;
+  /// How laser lines are looked for; their direction is found.
+  mv::LaserLineOptions line;
 };
 
 /// A device and its model.
@@ -50,6 +54,10 @@ struct StereoCalibration : Calibration {
   mv::StereoCamera stereo;
 };
 
+struct LaserCalibration : Calibration {
+  mv::LineScanner scanner;
+};
+
 /// Calibrates a structured-light scanner from a folder with pose_00/target.png, columns_00.png ...,
 /// rows_00.png ... and so on, or from the folder that holds that one as "calib".
 ///
@@ -62,6 +70,12 @@ ScannerCalibration calibrateScanner(std::string const& folder, CalibrationSettin
 /// The same for two cameras, from pose_00/target.png and pose_00/target_1.png and so on. A view that one of
 /// them cannot use is left out for both.
 StereoCalibration calibrateStereo(std::string const& folder, CalibrationSettings const& settings);
+
+/// The same for a camera with laser lines, from pose_00/target.png and pose_00/line_00.png ..., an image a
+/// laser line. Lines count where they lie on the even ground of the target: the rim of a dot within a
+/// stripe's reach moves the stripe. A view that all lines miss is left out.
+/// @throws Exception also when a line lies on the target in fewer than three views, naming the others
+LaserCalibration calibrateLaser(std::string const& folder, CalibrationSettings const& settings);
 
 /// The figures of a calibration: resolutions, totals, and a member a view.
 nlohmann::json report(Calibration const& calibration);

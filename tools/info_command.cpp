@@ -8,6 +8,10 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/calib/line_scanner.hpp>
+#include <vorn/mv/calib/stereo_camera.hpp>
+#include <vorn/mv/geometry/plane3f.hpp>
+#include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "tools/cloud_files.hpp"
@@ -52,18 +56,43 @@ void printScanner(mv::Sl3dScanner const& scanner) {
   }
 }
 
+void printStereo(mv::StereoCamera const& stereo) {
+  std::cout << "Stereo camera, " << (stereo.isCalibrated() ? "calibrated" : "not calibrated") << '\n';
+  printCamera("Camera 0", stereo.getCameraModel0());
+  printCamera("Camera 1", stereo.getCameraModel1());
+  cv::Vec3d const camera1 = mv::math::getT3(stereo.getTransform());
+  std::cout << "Camera 1 at " << camera1 << " mm in the frame of camera 0, baseline " << cv::norm(camera1)
+            << " mm\n";
+}
+
+void printLineScanner(mv::LineScanner const& scanner) {
+  std::cout << "Laser line scanner, " << (scanner.isCalibrated() ? "calibrated" : "not calibrated") << '\n';
+  printCamera("Camera", scanner.getCameraModel());
+  for (mv::Plane3f const& plane : scanner.getPlanes()) {
+    std::cout << "Laser plane through " << plane.point() << " mm, normal " << plane.normal() << '\n';
+  }
+}
+
 void printJson(std::string const& path) {
   nlohmann::json const json = readJsonFile(path);
   if (json.contains("ProjectorModel")) {
     mv::Sl3dScanner scanner;
     readObject(path, scanner);
     printScanner(scanner);
+  } else if (json.contains("CameraModel0")) {
+    mv::StereoCamera stereo;
+    readObject(path, stereo);
+    printStereo(stereo);
+  } else if (json.contains("Plane_0")) {
+    mv::LineScanner scanner;
+    readObject(path, scanner);
+    printLineScanner(scanner);
   } else if (json.contains("K")) {
     mv::CameraModel camera;
     readObject(path, camera);
     printCamera("Camera", camera);
   } else {
-    throw Exception(path + " holds neither a scanner nor a camera", nullptr, 0, "info");
+    throw Exception(path + " holds no scanner and no camera", nullptr, 0, "info");
   }
 }
 

@@ -13,6 +13,8 @@
 #include "tools/commands.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
+#include "tools/laser_options.hpp"
+#include "tools/laser_scan.hpp"
 #include "tools/output_path.hpp"
 #include "tools/preview.hpp"
 #include "tools/property_options.hpp"
@@ -30,6 +32,9 @@ struct ScanOptions {
   std::string map;
   std::string xyz;
   std::string report;
+  bool isLaser = false;
+  StageMotion motion;
+  double contrast = mv::LaserLineOptions().minContrast;
   std::vector<std::string> assignments;
 };
 
@@ -53,7 +58,39 @@ void writeMap(std::string const& path, cv::Mat_<float> const& map) {
   writeImage(path, isRaw ? cv::Mat(map) : drawDecodedMap(map, period));
 }
 
-void run(ScanOptions const& options) {
+void runLaser(ScanOptions const& options) {
+  mv::LineScanner scanner;
+  readObject(options.calibration, scanner);
+  checkOutputs({options.out, options.preview, options.report});
+  if (!options.out.empty()) {
+    checkGraphicPath(options.out);
+    if (lowerCaseEnding(options.out) == ".stl") {
+      throw Exception("A laser scan is a cloud without triangles: write it as .ply or .obj", nullptr, 0,
+                      "scan");
+    }
+  }
+  mv::LaserLineOptions line;
+  line.minContrast = options.contrast;
+  LaserScan const scan = scanLaser(options.folder, scanner, options.motion, line);
+  if (!options.out.empty()) {
+    graphic::GraphicObject object;
+    object.vertices() = scan.points;
+    writeGraphic(options.out, object);
+  }
+  if (!options.preview.empty()) {
+    writeImage(options.preview, drawCloud(scan.points));
+  }
+  if (!options.report.empty()) {
+    writeJsonFile(options.report, scanReport(scan));
+  }
+  std::cout << scan.points.size() << " points from " << scan.images << " images";
+  if (scan.emptyImages > 0) {
+    std::cout << ", " << scan.emptyImages << " of them without a laser line";
+  }
+  std::cout << '\n';
+}
+
+void runPattern(ScanOptions const& options) {
   mv::Sl3dScanner scanner;
   readObject(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
@@ -99,17 +136,34 @@ void addScanCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("scan", "Turn a folder of captured images into a point cloud");
   command
       ->add_option("folder", options->folder,
-                   "Folder with columns_00.png ... (rows_00.png ... for a vertical scanner)")
+                   "Folder with columns_00.png ... (rows_00.png ... for a vertical scanner), or with "
+                   "line_00.png ...")
       ->required();
   command->add_option("--calib", options->calibration, "The calibrated scanner, a JSON file")->required();
+  CLI::Option* laser = command->add_flag(
+      "--laser", options->isLaser,
+      "A laser line scan: line_00.png ..., an image a laser line at each position of a linear stage");
+  command
+      ->add_option("--step", options->motion.step,
+                   "X,Y,Z: how the stage moves the scene from one position to the next, mm in the camera's "
+                   "frame; default: \"step\" in the folder's stage.json")
+      ->needs(laser);
+  command
+      ->add_option("--encoder", options->motion.encoder,
+                   "The stage's places in mm along the step, a number a position: text, CSV or JSON")
+      ->needs(laser);
+  addContrastOption(*command, options->contrast)->needs(laser);
   command->add_option("--out", options->out, "Write the points as .ply or .obj, or the surface as .stl");
   command->add_option("--preview", options->preview, "Write a shaded picture of the depths");
-  command->add_option("--map", options->map, "Write the decoded coordinates: a picture, or CV_32F as .tiff");
-  command->add_option("--xyz", options->xyz,
-                      "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff");
+  command->add_option("--map", options->map, "Write the decoded coordinates: a picture, or CV_32F as .tiff")
+      ->excludes(laser);
+  command
+      ->add_option("--xyz", options->xyz,
+                   "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
+      ->excludes(laser);
   command->add_option("--report", options->report, "Write counts, times in ms and the box as JSON");
   addSetOption(*command, options->assignments, "scanner");
-  command->callback([options] { run(*options); });
+  command->callback([options] { options->isLaser ? runLaser(*options) : runPattern(*options); });
 }
 
 } // namespace vorn::tools

@@ -19,13 +19,51 @@ struct SimulateOptions {
   std::string folder;
   bool withCalibration = true;
   bool withRows = false;
+  bool isStereo = false;
+  bool isLaser = false;
   int divisor = 1;
 };
 
-void run(SimulateOptions const& options) {
+sim::FolderOptions following(std::string const& what) {
+  sim::FolderOptions rendering;
+  rendering.progress = followFolder(what);
+  return rendering;
+}
+
+void simulateStereo(SimulateOptions const& options) {
+  sim::StereoRig const rig = sim::demoStereoRig(options.divisor);
+  std::filesystem::path const folder = options.folder;
+  sim::writeStereoTruth((folder / "stereo_truth.json").string(), rig);
+  sim::writeStereoFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
+                         following("Rendering the target views"));
+  std::cout << "In " << options.folder << ":\n"
+            << "  calib/             target views of both cameras, pitch 15 mm\n"
+            << "  stereo_truth.json  the true calibration\n";
+}
+
+void simulateLaser(SimulateOptions const& options) {
+  sim::LaserRig const rig = sim::demoLaserRig(options.divisor);
+  std::filesystem::path const folder = options.folder;
+  sim::writeLaserTruth((folder / "laser_truth.json").string(), rig);
+  // The scene passes the line from end to end.
+  sim::Stage const stage{{0, 3.0 * options.divisor, 0}, 100 / options.divisor + 1};
+  sim::Scene const atStart =
+      sim::demoScene().moved({cv::Matx33d::eye(), stage.step * (-0.5 * (stage.images - 1))});
+  sim::writeLaserScanFolder((folder / "scan").string(), rig, atStart, stage, following("Rendering the scan"));
+  if (options.withCalibration) {
+    sim::writeLaserCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(),
+                                     sim::demoTargetPoses(), following("Rendering the target views"));
+  }
+  std::cout << "In " << options.folder << ":\n"
+            << "  scan/             images of a laser line that a stage carries over the scene\n"
+            << (options.withCalibration ? "  calib/            target views to calibrate from, pitch 15 mm\n"
+                                        : "")
+            << "  laser_truth.json  the true calibration\n";
+}
+
+void simulateScanner(SimulateOptions const& options) {
   sim::Rig const rig = sim::demoRig(options.divisor);
   std::filesystem::path const folder = options.folder;
-  makeFolder(options.folder);
   sim::writeScannerTruth((folder / "scanner_truth.json").string(), rig);
 
   sim::FolderOptions scan;
@@ -48,6 +86,17 @@ void run(SimulateOptions const& options) {
             << "  scanner_truth.json  the true calibration\n";
 }
 
+void run(SimulateOptions const& options) {
+  makeFolder(options.folder);
+  if (options.isLaser) {
+    simulateLaser(options);
+  } else if (options.isStereo) {
+    simulateStereo(options);
+  } else {
+    simulateScanner(options);
+  }
+}
+
 } // namespace
 
 void addSimulateCommand(CLI::App& app) {
@@ -56,6 +105,10 @@ void addSimulateCommand(CLI::App& app) {
       app.add_subcommand("simulate", "Render what a rig would capture: a scan, target views, and the truth");
   command->add_option("folder", options->folder, "Folder to write to; made if need be")->required();
   command->add_flag("!--no-calib", options->withCalibration, "Leave out the target views");
+  CLI::Option* stereo =
+      command->add_flag("--stereo", options->isStereo, "Two cameras in place of camera and projector");
+  command->add_flag("--laser", options->isLaser, "A laser line and a stage in place of a projector")
+      ->excludes(stereo);
   command->add_flag("--rows", options->withRows, "Also the row sequence of the scan");
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")

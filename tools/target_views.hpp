@@ -43,6 +43,8 @@ struct TargetView {
   std::string name;
   /// Why the view takes no part; empty when it does.
   std::string rejection;
+  /// What is missing in a view that takes part all the same; mostly empty.
+  std::string remark;
   /// The target as each device sees it; the first one is a camera.
   std::vector<ViewPoints> devices;
   /// The laser lines, where the calibration has any.

@@ -1,0 +1,222 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/calib/laser_line.hpp>
+#include <vorn/mv/core/library.hpp>
+#include <vorn/mv/geometry/plane3f.hpp>
+
+#include "sim/demo.hpp"
+#include "sim/folder.hpp"
+#include "sim/laser.hpp"
+#include "sim/sensor.hpp"
+#include "support/expect_error.hpp"
+#include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
+#include "tools/calibration_session.hpp"
+#include "tools/cloud_files.hpp"
+#include "tools/image_files.hpp"
+#include "tools/json_file.hpp"
+#include "tools/laser_scan.hpp"
+
+namespace vorn::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int viewCount = 6;
+constexpr int positions = 4;
+cv::Vec3d const stageStep(0, 4, 1);
+
+/// A surface without edges, so that nothing but noise moves the stripes.
+sim::Object tiltedPlate() {
+  sim::Object plate;
+  plate.shape = sim::Rectangle{{300, 300}};
+  plate.world_from_object = sim::Pose::fromDegrees({0, 0, 570}, {8, -12, 0});
+  plate.material.albedo = 0.6;
+  return plate;
+}
+
+/// Two lasers: folders of target views and of a scan, rendered once.
+class LaserSession : public testing::Test {
+protected:
+  static void SetUpTestSuite() {
+    mv::Library::init();
+    folder = new TemporaryFolder;
+    std::vector<sim::Pose> poses = sim::demoTargetPoses();
+    poses.resize(viewCount);
+    sim::FolderOptions options;
+    options.render.supersample = 2; // a stripe is three times as wide as half a pixel
+    sim::writeLaserCalibrationFolder(*folder / "calib", rig(), sim::demoTarget(), poses, options);
+    sim::writeLaserScanFolder(*folder / "scan", rig(), sim::Scene({tiltedPlate()}), {stageStep, positions},
+                              options);
+    sim::writeLaserTruth(*folder / "laser.json", rig());
+  }
+  static void TearDownTestSuite() { delete folder; }
+
+  static sim::LaserRig rig() {
+    sim::LaserRig rig = sim::demoLaserRig(2);
+    rig.lasers.push_back(sim::laserTowards({-10, -190, 20}, {0, 50, 560}, {1, -0.03, 0}));
+    rig.lasers[1].sigma = 0.7;
+    return rig;
+  }
+
+  static tools::CalibrationSettings settings() {
+    tools::CalibrationSettings settings;
+    settings.detector["PatternDim"] = 15.0;
+    settings.detector["MinDotArea"] = 20.0;
+    return settings;
+  }
+
+  static mv::LineScanner trueScanner() {
+    mv::LineScanner scanner;
+    tools::readObject(*folder / "laser.json", scanner);
+    return scanner;
+  }
+
+  static TemporaryFolder* folder;
+};
+
+TemporaryFolder* LaserSession::folder = nullptr;
+
+double degreesBetween(cv::Vec3d const& a, cv::Vec3d const& b) {
+  return std::asin(std::min(1.0, cv::norm(cv::normalize(a).cross(cv::normalize(b))))) * 180 / CV_PI;
+}
+
+TEST_F(LaserSession, RecoversTheLaserPlanes) {
+  auto const calibration = tools::calibrateLaser(folder->path().string(), settings());
+  std::vector<mv::Plane3f> const expected = trueScanner().getPlanes();
+  std::vector<mv::Plane3f> const& found = calibration.scanner.getPlanes();
+  ASSERT_EQ(found.size(), expected.size());
+  nlohmann::json const report = tools::report(calibration);
+  constexpr double mostTurn = 0.02; // degrees
+  for (std::size_t p = 0; p < found.size(); ++p) {
+    EXPECT_LT(degreesBetween(found[p].normal(), expected[p].normal()), mostTurn) << p;
+    EXPECT_GT(report.at("planes")[p].at("points").get<int>(), 100 * viewCount) << p;
+    EXPECT_LT(report.at("planes")[p].at("rms").get<double>(), 0.05) << p;
+  }
+  EXPECT_LT(report.at("camera").at("rms").get<double>(), 0.05);
+}
+
+/// The deviation of a scanned plate's points that the noise of the images explains, mm.
+double explainedRms(mv::LineScanner const& scanner, fs::path const& scan, cv::Vec3d const& normal) {
+  double squares = 0;
+  std::size_t count = 0;
+  for (int plane = 0; plane < 2; ++plane) {
+    cv::Mat const image = tools::readGrayImage(tools::sequencePath(scan, "line", plane));
+    for (mv::LaserPeak const& peak : mv::extract_laser_peaks(image)) {
+      sim::Sensor const sensor = sim::demoLaserRig().camera.sensor;
+      // Most of what places a stripe comes from its flanks, where it has 0.6 of its height.
+      double const grey = sensor.blackLevel + 0.6 * static_cast<double>(peak.contrast);
+      constexpr double rounding = 1.0 / 12;
+      double const variance = std::pow(sim::noiseSigma(sensor, grey), 2) + rounding;
+      double const place = std::sqrt(variance) / static_cast<double>(peak.contrast) *
+                           std::sqrt(2 * static_cast<double>(peak.width) / std::sqrt(CV_PI));
+      constexpr float shift = 0.1F;
+      auto const ends = scanner.triangulate({peak.point, peak.point + cv::Point2f(0, shift)}, plane, {});
+      cv::Vec3d const motion = cv::Vec3d(cv::Vec3f(ends[1] - ends[0])) / static_cast<double>(shift);
+      squares += std::pow(place * motion.dot(normal), 2);
+      ++count;
+    }
+  }
+  return std::sqrt(squares / static_cast<double>(count));
+}
+
+TEST_F(LaserSession, ScansAsWellAsTheNoiseAllows) {
+  mv::LineScanner const scanner = trueScanner();
+  tools::LaserScan const scan = tools::scanLaser(*folder / "scan", scanner, {}, {});
+  sim::Object const plate = tiltedPlate();
+  cv::Vec3d const normal = plate.world_from_object.rotation * cv::Vec3d(0, 0, 1);
+  double squares = 0;
+  for (cv::Vec3f const& p : scan.points) {
+    squares += std::pow(normal.dot(cv::Vec3d(p) - plate.world_from_object.translation), 2);
+  }
+  double const found = std::sqrt(squares / static_cast<double>(scan.points.size()));
+  double const explained = explainedRms(scanner, *folder / "scan", normal);
+  constexpr double mostExcess = 1.2;
+  EXPECT_LT(found, mostExcess * explained);
+  EXPECT_GT(scan.points.size(), 2U * positions * 500U);
+}
+
+TEST_F(LaserSession, AnEncoderTellsTheSameAsEvenSteps) {
+  mv::LineScanner const scanner = trueScanner();
+  tools::LaserScan const even = tools::scanLaser(*folder / "scan", scanner, {"0,4,1", ""}, {});
+  TemporaryFolder const files;
+  double const length = cv::norm(stageStep);
+  std::ofstream csv(files / "places.csv");
+  csv << "place in mm\n";
+  nlohmann::json list;
+  for (int i = 0; i < positions; ++i) {
+    csv << 100 + i * length << "\n";
+    list.push_back(100 + i * length); // once for each of both lines
+    list.push_back(100 + i * length);
+  }
+  csv.close();
+  tools::writeJsonFile(files / "places.json", list);
+  for (char const* name : {"places.csv", "places.json"}) {
+    tools::LaserScan const scan = tools::scanLaser(*folder / "scan", scanner, {"", files / name}, {});
+    ASSERT_EQ(scan.points.size(), even.points.size());
+    constexpr double textDigits = 1e-3; // of the text's six digits
+    EXPECT_LT(cv::norm(scan.points.back() - even.points.back()), textDigits) << name;
+  }
+}
+
+TEST_F(LaserSession, NamesTheViewsThatALineMisses) {
+  TemporaryFolder spoiled;
+  fs::copy(*folder / "calib", spoiled.path(), fs::copy_options::recursive);
+  cv::Mat const blank(rig().camera.device.resolution(), CV_8U, cv::Scalar(4));
+  auto const line = [&](int view, int number) {
+    return spoiled / ("pose_0" + std::to_string(view)) / ("line_0" + std::to_string(number) + ".png");
+  };
+  tools::writeImage(line(0, 1), blank);
+  tools::writeImage(line(1, 0), blank);
+  tools::writeImage(line(1, 1), blank);
+  fs::remove(line(2, 1));
+  auto const calibration = tools::calibrateLaser(spoiled.path().string(), settings());
+  std::string const table = tools::table(calibration);
+  EXPECT_NE(table.find("pose_00: laser line 1 misses the target"), std::string::npos) << table;
+  EXPECT_TRUE(calibration.views[0].isUsed());
+  EXPECT_NE(table.find("pose_01         left out: laser line 0 misses the target"), std::string::npos)
+      << table;
+  EXPECT_EQ(calibration.views[2].rejection, "it has 1 laser lines, the first view 2");
+  tools::writeImage(line(3, 1), blank);
+  expectError([&] { tools::calibrateLaser(spoiled.path().string(), settings()); },
+              "Laser line 1 lies on the target in 2 views, and its plane takes 3, pose_00: ");
+  fs::remove(line(4, 0));
+  std::ofstream(spoiled / "laser.json") << "old";
+  ToolOutcome const outcome = run({"calibrate", "--laser", spoiled.path(), "--out", spoiled / "laser.json",
+                                   "--set", "PatternDim=15", "--set", "MinDotArea=20"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.errors.find("pose_04: The sequence in"), std::string::npos) << outcome.errors;
+  EXPECT_EQ(fs::file_size(spoiled / "laser.json"), 3U);
+}
+
+TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
+  TemporaryFolder const out;
+  std::vector<std::string> const scan{"scan", "--laser", *folder / "scan", "--calib", *folder / "laser.json"};
+  auto const with = [&](std::vector<std::string> const& more) {
+    std::vector<std::string> arguments = scan;
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run(arguments);
+  };
+  ToolOutcome const good =
+      with({"--out", out / "cloud.ply", "--report", out / "r.json", "--preview", out / "p.png"});
+  ASSERT_EQ(good.status, 0) << good.errors;
+  EXPECT_EQ(tools::readJsonFile(out / "r.json")["Points"].get<std::size_t>(),
+            tools::readGraphic(out / "cloud.ply").vertices().size());
+  EXPECT_TRUE(fs::exists(out / "p.png"));
+  std::ofstream(out / "encoder.txt") << "1\n2\nthree\n";
+  EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("encoder.txt, line 3"), std::string::npos);
+  EXPECT_NE(with({"--step", "1,2"}).errors.find("three numbers"), std::string::npos);
+  EXPECT_EQ(with({"--out", out / "a.stl"}).status, 1);
+  EXPECT_EQ(with({"--map", out / "m.png"}).status, 2);
+}
+
+} // namespace
+} // namespace vorn::test
