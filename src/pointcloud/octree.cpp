@@ -144,7 +144,10 @@ public:
   }
 
 private:
+  /// Leaves that are gathered before their points are counted, give or take the children of one octant.
   static constexpr std::size_t mostLeaves = 40;
+  /// With a place that is written to but not kept.
+  static constexpr std::size_t leafPlaces = mostLeaves + 8 + 1;
   /// A usual leaf's indices are copied as so many, whatever their number.
   static constexpr unsigned usualLeafCapacity = 32;
 
@@ -160,10 +163,10 @@ private:
       auto const code = static_cast<unsigned>(__builtin_ctz(toVisit));
       unsigned const place = octant.children + ((ranks >> (4 * code)) & 15U);
       BasicOctant<unsigned> const& child = tree_.octants[place];
-      // What comes next if the child is a leaf, and if it is none: its children in two cache lines or more.
+      // What comes next if the child is a leaf, and if it is none: its lower and its upper children.
       __builtin_prefetch(tree_.chain + child.first);
       __builtin_prefetch(tree_.octants + child.children);
-      __builtin_prefetch(tree_.octants + child.children + 3);
+      __builtin_prefetch(tree_.octants + childPlace(child, 4));
       count_ += child.count & (0U - ((inside >> code) & 1U));
       leaves_[leafCount_] = place;
       leafCount_ += (leaves >> code) & 1U;
@@ -175,7 +178,7 @@ private:
 
   void countInLeaves() {
     unsigned const total = tree_.octants[0].count;
-    std::array<unsigned, (mostLeaves + 8 + 1) * usualLeafCapacity> indices;
+    std::array<unsigned, leafPlaces * usualLeafCapacity> indices;
     std::size_t size = 0;
     for (std::size_t i = 0; i < leafCount_; ++i) {
       BasicOctant<unsigned> const& leaf = tree_.octants[leaves_[i]];
@@ -213,7 +216,7 @@ private:
   float bound_ = ball_.norm() * (1.0F + boundSlack);
   std::size_t count_ = 0;
   std::size_t leafCount_ = 0;
-  std::array<unsigned, mostLeaves + 8 + 1> leaves_;
+  std::array<unsigned, leafPlaces> leaves_;
 };
 
 template <class Kind, class Points>
