@@ -115,7 +115,8 @@ void triangulate(benchmark::State& state) {
 
 void triangulateRows(benchmark::State& state) {
   Sl3dScanner scanner = makeScanner();
-  cv::Mat_<float> const map = 0.5F * scanner.decode(stack());
+  cv::Mat_<float> map = scanner.decode(stack());
+  map *= 0.5F;
   scanner["ScannerType"] = "Vertical";
   cv::Mat_<cv::Vec3f> xyz;
   measureInCopies(state, nothing, [&] { scanner.triangulate(map, xyz, {{0, 0}, cameraSize}); });
