@@ -37,7 +37,8 @@ void addRow(uchar const* const* rows, uchar const* mask, int n, Products& produc
     }
     for (int i = 0; i < steps; ++i) {
       for (int j = 0; j <= i; ++j) {
-        products[static_cast<std::size_t>(i)][static_cast<std::size_t>(j)] += rows[i][x] * rows[j][x];
+        products[static_cast<std::size_t>(i)][static_cast<std::size_t>(j)] +=
+            static_cast<std::int64_t>(rows[i][x]) * rows[j][x];
       }
     }
   }

@@ -43,7 +43,7 @@ void prepare(ScanDecodingBuffers& buffers, cv::Size size) {
 /// The phase that a pixel's images show, or a negative number when they are clipped or show no fringe.
 float ownPhase(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& flicker, cv::Point pixel,
                int minAmplitude) {
-  int v[phaseImageCount];
+  int v[phaseImageCount] = {};
   std::transform(phaseImages.begin(), phaseImages.end(), v,
                  [&](cv::Mat const& image) { return image.ptr(pixel.y)[pixel.x]; });
   constexpr int saturated = 255;

@@ -57,10 +57,12 @@ void updateLensMap(LensMap& map, CameraModel const& model) {
 }
 
 /// Working memory that belongs to one object: a copy starts without.
-struct WorkingMemory : sl::ScanDecodingBuffers {
+struct WorkingMemory {
   WorkingMemory() = default;
-  WorkingMemory(WorkingMemory const& /*other*/) : sl::ScanDecodingBuffers() {}
+  WorkingMemory(WorkingMemory const& /*other*/) {}
   WorkingMemory& operator=(WorkingMemory const&) = delete;
+
+  sl::ScanDecodingBuffers buffers;
 };
 
 cv::Matx44d inverseOf(cv::Matx44d const& transform) {
@@ -165,11 +167,11 @@ cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
     logDebug(text(label, timer.toString()) + "\n");
     timer.tic();
   };
-  sl::DecodedScan const scan = sl::decodeScan(images, settings, own.memory, report);
+  sl::DecodedScan const scan = sl::decodeScan(images, settings, own.memory.buffers, report);
   logDebug(text("Hole filling time:", timer.toString()) + "\n");
   logDebug(text("Fill count:", scan.filled) + "\n");
   if (enableDebug) {
-    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.kept)) + "\n");
+    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.buffers.kept)) + "\n");
   }
   if (enableTexture) {
     own.texture = sl::whiteLevel(images);

@@ -19,7 +19,8 @@ void whiteRow(uchar const* p0, uchar const* p1, uchar const* p2, uchar const* p3
     auto const cosine = static_cast<float>(p1[x] - p3[x]);
     float const mean = 0.25F * static_cast<float>(p0[x] + p1[x] + p2[x] + p3[x]);
     float const level = mean + 0.5F * std::sqrt(sine * sine + cosine * cosine);
-    white[x] = static_cast<uchar>(static_cast<int>(std::min(level, 255.0F) + 0.5F));
+    float const rounding = level + 0.5F; // and truncation
+    white[x] = static_cast<uchar>(static_cast<int>(std::min(rounding, 255.0F)));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstddef>
 #include <vector>
 
 #include <vorn/mv/geometry/transform.hpp>
@@ -180,7 +181,7 @@ void pairIndices(int const* row, int const* column, int width, int* first, int* 
 VORN_TARGET_CLONES
 void splitRays(cv::Vec2f const* map, Vectors& rays, int n) {
   float const* const values = map->val;
-  for (int k = 0; k < n; ++k) {
+  for (std::ptrdiff_t k = 0; k < n; ++k) {
     rays.x[k] = values[2 * k];
     rays.y[k] = values[2 * k + 1];
     rays.z[k] = 1.0F;
@@ -193,7 +194,7 @@ void writePoints(Frame const& pose, Vectors const& points, float const* coordina
                  float invalidZ, float* out, int n) {
   Frame const c = pose;
   float const* const m = c.r.m;
-  for (int k = 0; k < n; ++k) {
+  for (std::ptrdiff_t k = 0; k < n; ++k) {
     float const x = m[0] * points.x[k] + m[1] * points.y[k] + m[2] * points.z[k] + c.t[0];
     float const y = m[3] * points.x[k] + m[4] * points.y[k] + m[5] * points.z[k] + c.t[1];
     float const z = m[6] * points.x[k] + m[7] * points.y[k] + m[8] * points.z[k] + c.t[2];
@@ -260,7 +261,7 @@ void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& row
   std::vector<cv::Vec2f> map(2 * static_cast<std::size_t>(height));
   for (int r = 0; r < height; ++r) {
     map[static_cast<std::size_t>(r)] = setup.projectorMap(r, third);
-    map[static_cast<std::size_t>(r + height)] = setup.projectorMap(r, 2 * third);
+    map[static_cast<std::size_t>(r) + static_cast<std::size_t>(height)] = setup.projectorMap(r, 2 * third);
   }
   parallelRows(xyz.rows - 2 * border, [&](int firstRow, int endRow) {
     Workspace w;
