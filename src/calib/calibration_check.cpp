@@ -134,7 +134,7 @@ std::optional<std::string> findCalibrationProblem(CameraCalibData const& data, c
 std::optional<std::string> findCalibrationProblem(LineScannerCalibData const& data,
                                                   cv::Size const& resolution, int planeCount) {
   constexpr int fewestViewsOfALine = 2;
-  if (auto const problem = findCalibrationProblem(static_cast<CameraCalibData const&>(data), resolution)) {
+  if (auto problem = findCalibrationProblem(static_cast<CameraCalibData const&>(data), resolution)) {
     return problem;
   }
   std::vector<int> seen(static_cast<std::size_t>(planeCount), 0);

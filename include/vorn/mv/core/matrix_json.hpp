@@ -55,6 +55,7 @@ void readNumbers(nlohmann::json const& j, T* values, int count);
 /// @throws vorn::Exception when the document holds a matrix of another size
 VORN_API void readFixedSize(nlohmann::json const& j, cv::Mat& m);
 
+// NOLINTBEGIN(bugprone-macro-parentheses): T is a type
 #define VORN_MV_NUMBERS(T)                                                                                   \
   extern template VORN_API void writeNumbers<T>(nlohmann::json&, T const*, int);                             \
   extern template VORN_API void readNumbers<T>(nlohmann::json const&, T*, int);
@@ -63,6 +64,7 @@ VORN_MV_NUMBERS(int)
 VORN_MV_NUMBERS(float)
 VORN_MV_NUMBERS(double)
 #undef VORN_MV_NUMBERS
+// NOLINTEND(bugprone-macro-parentheses)
 
 } // namespace vorn::mv::detail
 
