@@ -12,6 +12,7 @@
 
 #include "calib/marker_ring.hpp"
 #include "calib/point_buckets.hpp"
+#include "core/median.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -250,15 +251,6 @@ struct Orientation {
   cv::Point y;
   bool isMarked = false;
 };
-
-double medianOf(std::vector<double> values) {
-  if (values.empty()) {
-    return 0;
-  }
-  auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
 
 double medianOfPositive(std::vector<double> values) {
   values.erase(std::remove_if(values.begin(), values.end(), [](double v) { return v <= 0; }), values.end());

@@ -14,6 +14,7 @@
 #include "calib/dot_template.hpp"
 #include "calib/marker_ring.hpp"
 #include "calib/target_map.hpp"
+#include "core/median.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -24,15 +25,6 @@ constexpr double markerRadius = 0.375;
 
 /// Half way to the next dot, and a little more: the ground there belongs to nobody.
 constexpr double groundReach = 0.525;
-
-double medianOf(std::vector<double> values) {
-  if (values.empty()) {
-    return 0;
-  }
-  auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
 
 /// The grid that the image shows when reduced by `factor`. Positions are those of the candidates.
 TargetView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings) {

@@ -7,10 +7,12 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <utility>
 
 #include <opencv2/core.hpp>
 
 #include "core/error.hpp"
+#include "core/median.hpp"
 #include "core/parallel.hpp"
 
 namespace vorn::mv {
@@ -83,15 +85,6 @@ Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radiu
   return around;
 }
 
-double medianOf(std::vector<double>& values) {
-  if (values.empty()) {
-    return 0;
-  }
-  auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
 /// A plane through most of the samples: the median slope between samples far enough apart in each direction,
 /// and the median of what is left.
 Coefficients medianPlane(std::vector<Sample> const& samples) {
@@ -114,14 +107,14 @@ Coefficients medianPlane(std::vector<Sample> const& samples) {
     }
   }
   Coefficients plane = {};
-  plane[1] = medianOf(slopesX);
-  plane[2] = medianOf(slopesY);
+  plane[1] = medianOf(std::move(slopesX));
+  plane[2] = medianOf(std::move(slopesY));
   std::vector<double> rest;
   rest.reserve(samples.size());
   for (Sample const& s : samples) {
     rest.push_back(s.value - evaluate(plane, s));
   }
-  plane[0] = medianOf(rest);
+  plane[0] = medianOf(std::move(rest));
   return plane;
 }
 
@@ -139,8 +132,8 @@ Scales scalesOf(std::vector<Sample> const& samples, Coefficients const& fit) {
     deviations[s.isInDot ? 0 : 1].push_back(std::abs(s.value - evaluate(fit, s)));
   }
   constexpr double gaussianSigma = 1.4826;
-  return {std::max(gaussianSigma * medianOf(deviations[0]), leastScale),
-          std::max(gaussianSigma * medianOf(deviations[1]), leastScale)};
+  return {std::max(gaussianSigma * medianOf(std::move(deviations[0])), leastScale),
+          std::max(gaussianSigma * medianOf(std::move(deviations[1])), leastScale)};
 }
 
 constexpr double tukeyWidth = 4.685;
