@@ -39,6 +39,17 @@ std::optional<std::string> followLinks(std::string const& path) {
   return std::nullopt;
 }
 
+std::string folderOf(std::string const& target) {
+  std::string const folder = std::filesystem::path(target).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
+
+/// The name under which the system shows an open file of this process, whether it has a name of its own or
+/// not.
+std::string descriptorPath(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
 /// A name in the target's folder that is hardly taken. It does not contain the target's name, which may
 /// already be as long as a name can be.
 std::string temporaryName(std::string const& target) {
@@ -98,11 +109,29 @@ AtomicFile::~AtomicFile() {
 }
 
 void AtomicFile::openTemporary() {
+#ifdef O_TMPFILE
+  descriptor_ = ::open(folderOf(target_).c_str(), O_WRONLY | O_TMPFILE | O_CLOEXEC, 0666);
+  if (descriptor_ >= 0) {
+    // It can be named later only through /proc, which a restricted environment may lack.
+    if (::access(descriptorPath(descriptor_).c_str(), F_OK) == 0) {
+      isNameless_ = true;
+      return;
+    }
+    ::close(descriptor_);
+  }
+#endif
+  takeTemporaryName("open", [this] {
+    descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return descriptor_ >= 0;
+  });
+}
+
+template <class Make>
+void AtomicFile::takeTemporaryName(char const* action, Make const& make) {
   constexpr int mostAttempts = 100;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
     temporary_ = temporaryName(target_);
-    descriptor_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor_ >= 0) {
+    if (make()) {
       return;
     }
     if (errno != EEXIST && errno != EINTR) {
@@ -111,7 +140,19 @@ void AtomicFile::openTemporary() {
   }
   int const reason = errno;
   temporary_.clear(); // not ours to remove
-  fail("open", reason);
+  fail(action, reason);
+}
+
+void AtomicFile::nameTemporary() {
+  std::string const source = descriptorPath(descriptor_);
+  auto const link = [&](std::string const& name) {
+    return ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+  };
+  // A link replaces nothing, so only where no file stands is the target named at once.
+  if (!link(target_)) {
+    takeTemporaryName("write", [&] { return link(temporary_); });
+  }
+  isNameless_ = false;
 }
 
 void AtomicFile::write(void const* data, std::size_t size) {
@@ -130,10 +171,13 @@ void AtomicFile::write(void const* data, std::size_t size) {
 }
 
 void AtomicFile::commit() {
-  bool const direct = temporary_.empty();
+  bool const direct = temporary_.empty() && !isNameless_;
   // Without this a power failure soon after the rename could leave an empty file where the old one was.
   if (!direct && ::fsync(descriptor_) != 0) {
     fail("write", errno);
+  }
+  if (isNameless_) {
+    nameTemporary();
   }
   // Some file systems report a failed write only here. The descriptor is gone whatever close returns.
   int const closed = ::close(descriptor_);
@@ -141,7 +185,7 @@ void AtomicFile::commit() {
   if (closed != 0 && errno != EINTR) {
     fail("write", errno);
   }
-  if (!direct) {
+  if (!temporary_.empty()) {
     if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
       fail("write", errno);
     }

@@ -3,12 +3,15 @@
 #include <vorn/core/atomic_file.hpp>
 
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <vorn/core/exception.hpp>
 
@@ -55,6 +58,27 @@ private:
   void (*oldHandler_)(int);
 };
 
+/// Runs `work` in a process of its own, which then ends without tidying up, and returns how that ended.
+template <class Work>
+int statusOfChild(Work const& work) {
+  pid_t const child = fork();
+  if (child == 0) {
+    work();
+    _exit(0);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  return status;
+}
+
+bool knowsNamelessFiles(fs::path const& folder) {
+  int const descriptor = open(folder.c_str(), O_WRONLY | O_TMPFILE, 0600);
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
+  return descriptor >= 0 && fs::exists("/proc/self/fd"); // by which they get their name
+}
+
 } // namespace
 
 TEST(AtomicFile, AppearsOnlyWhenCommitted) {
@@ -93,6 +117,52 @@ TEST(AtomicFile, FullDiskKeepsTheOldFile) {
   EXPECT_EQ(filesIn(folder.path()), 1U);
   expectError([] { save("/dev/full", "x"); }, "Cannot write /dev/full: No space left on device");
   EXPECT_TRUE(fs::is_character_file("/dev/full"));
+}
+
+TEST(AtomicFile, KilledProcessLeavesTheOldFileAndNothingElse) {
+  TemporaryFolder const folder;
+  for (bool const isReplaced : {false, true}) {
+    fs::path const path = folder / (isReplaced ? "old.txt" : "fresh.txt");
+    if (isReplaced) {
+      put(path, "old");
+    }
+    int const status = statusOfChild([&] {
+      AtomicFile file(path.string());
+      file.write(std::string(10000, 'x'));
+      raise(SIGKILL);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(fs::exists(path), isReplaced);
+  }
+  EXPECT_EQ(contentOf(folder / "old.txt"), "old");
+  if (!knowsNamelessFiles(folder.path())) {
+    GTEST_SKIP() << "This file system has no files without names.";
+  }
+  EXPECT_EQ(filesIn(folder.path()), 1U);
+}
+
+TEST(AtomicFile, LockedFolderKeepsTheOldFile) {
+  TemporaryFolder const folder;
+  fs::permissions(folder.path(), fs::perms{0755});
+  fs::create_directory(folder / "locked");
+  fs::path const path = folder / "locked/a.txt";
+  put(path, "old");
+  fs::permissions(path, fs::perms{0666});
+  fs::permissions(folder / "locked", fs::perms{0555});
+  int const status = statusOfChild([&] {
+    constexpr uid_t nobody = 65534; // the superuser is refused nothing
+    if (geteuid() == 0 && setuid(nobody) != 0) {
+      _exit(1);
+    }
+    for (auto const& target : {path, folder / "locked/new.txt"}) {
+      expectError([&] { save(target, "new"); }, "Cannot open " + target.string() + ": Permission denied");
+    }
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(contentOf(path), "old");
+  EXPECT_EQ(filesIn(folder / "locked"), 1U);
+  fs::permissions(folder / "locked", fs::perms{0755});
 }
 
 TEST(AtomicFile, UnusableTargetsAreNamedWithTheReason) {

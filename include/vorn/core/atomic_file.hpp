@@ -16,6 +16,10 @@ namespace vorn {
 /// renames it over the target. Until then, and whenever anything fails, a file that stood under that name is
 /// untouched; an object destroyed without `commit` leaves nothing behind.
 ///
+/// The temporary file has no name until `commit` where the file system knows such files (Linux: ext4, XFS,
+/// Btrfs, tmpfs and others), so a process that is killed on the way leaves nothing either. Elsewhere it is
+/// called `.vorn-*.tmp`, and a killed process leaves it behind.
+///
 /// A replaced file keeps its permission bits, and its owner where the process may set that. A symbolic link
 /// stays, and the file it leads to is replaced. A target that is no regular file but can be written to, such
 /// as a pipe or `/dev/stdout`, is written directly.
@@ -46,12 +50,18 @@ public:
 
 private:
   void openTemporary();
+  /// Has `make` create a file `temporary_`, with ever new names while they are taken.
+  template <class Make>
+  void takeTemporaryName(char const* action, Make const& make);
+  /// Gives a nameless file the target's name if that is free, else one to be renamed.
+  void nameTemporary();
   void discard() noexcept;
   [[noreturn]] void fail(char const* action, int reason);
 
   std::string path_;      ///< as the caller named it, for messages
   std::string target_;    ///< the file to replace, links followed
-  std::string temporary_; ///< empty when the target is written directly
+  std::string temporary_; ///< the file's name to be renamed; empty for none
+  bool isNameless_ = false;
   int descriptor_ = -1;
 };
 
