@@ -8,7 +8,7 @@
 #include <string>
 #include <type_traits>
 
-#include "graphic/large_array.hpp"
+#include "core/large_array.hpp"
 #include "graphic/ply_rows.hpp"
 #include "graphic/ply_values.hpp"
 

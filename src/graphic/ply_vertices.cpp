@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "graphic/large_array.hpp"
+#include "core/large_array.hpp"
 #include "graphic/line_fields.hpp"
 #include "graphic/ply_rows.hpp"
 #include "graphic/ply_values.hpp"

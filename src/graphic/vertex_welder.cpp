@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "core/error.hpp"
-#include "graphic/large_array.hpp"
+#include "core/large_array.hpp"
 
 namespace vorn::graphic {
 namespace {

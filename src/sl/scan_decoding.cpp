@@ -9,7 +9,6 @@
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/phase_decoding.hpp>
 #include <vorn/mv/sl/phase_quality.hpp>
-#include <vorn/mv/sl/phase_unwrapping.hpp>
 
 #include "core/parallel.hpp"
 #include "sl/code_check.hpp"
@@ -17,6 +16,7 @@
 #include "sl/flicker.hpp"
 #include "sl/hole_filling.hpp"
 #include "sl/phase_blur.hpp"
+#include "sl/phase_unwrapping.hpp"
 #include "sl/segments.hpp"
 #include "sl/stripe_bridging.hpp"
 #include "sl/stripe_orders.hpp"
@@ -105,7 +105,7 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
   report("-Optimizing:");
 
   unwrap_phase(buffers.phase.whole, buffers.quality.whole, buffers.state.whole, buffers.code.whole,
-               buffers.mask.whole);
+               buffers.mask.whole, buffers.growth);
   settleOrders(codes, buffers);
   std::vector<Run> runs;
   dropDoubtfulGrowth(buffers, runs);

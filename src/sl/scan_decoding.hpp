@@ -9,6 +9,8 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include "sl/unwrap_regions.hpp"
+
 namespace vorn::mv::sl {
 
 /// What the decoding of one scan depends on. Angles are radians, grey levels those of 8-bit images.
@@ -67,8 +69,9 @@ struct ScanDecodingBuffers {
   PaddedMap<short> code;      ///< fringe order; -1: none
   PaddedMap<uchar> mask;      ///< 255: the fringes can be decoded
   PaddedMap<uchar> state;     ///< of the growth
-  cv::Mat_<uchar> margin;     ///< least distance of a code image from the bit threshold
-  cv::Mat_<uchar> kept;       ///< 255: measured
+  GrowthRegions growth;
+  cv::Mat_<uchar> margin; ///< least distance of a code image from the bit threshold
+  cv::Mat_<uchar> kept;   ///< 255: measured
 };
 
 /// Called after each stage with its label, such as "-Masking:"; the caller times and logs.

@@ -4,10 +4,11 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 #include <queue>
 #include <stdexcept>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -32,44 +33,21 @@ struct Waiting {
   int row;
   int column;
   float quality;
-  bool operator<(Waiting const& other) const { return quality < other.quality; }
+  bool operator<(Waiting const& other) const {
+    return std::tie(quality, other.row, other.column) < std::tie(other.quality, row, column);
+  }
 };
 
 constexpr int neighbours[4][2] = {{0, -1}, {0, 1}, {-1, 0}, {1, 0}};
 
-/// The growth, pixel by pixel over the standard library's heap.
+/// The growth, pixel by pixel, with one queue for the whole image.
 class LiteralUnwrapping {
 public:
   explicit LiteralUnwrapping(Maps& maps) : m_(maps) {}
 
-  /// With one queue for the whole image.
   void run() {
     seed();
-    for (Waiting const& waiting : seeds_) {
-      queue_.push(waiting);
-    }
     grow();
-  }
-
-  /// With one queue for each region of connected pixels that growth may change.
-  void runByRegion() {
-    seed();
-    cv::Mat open = (m_.state == 0) | (m_.state == '_');
-    cv::Mat border = cv::Mat::ones(open.size(), CV_8UC1);
-    border(cv::Rect(1, 1, open.cols - 2, open.rows - 2)) = 0;
-    open.setTo(0, border);
-    cv::Mat_<int> labels;
-    int const count = cv::connectedComponents(open, labels, 4, CV_32S);
-    std::vector<std::vector<Waiting>> regions(static_cast<std::size_t>(count));
-    for (Waiting const& waiting : seeds_) {
-      regions[static_cast<std::size_t>(labels(waiting.row, waiting.column))].push_back(waiting);
-    }
-    for (auto const& region : regions) {
-      for (Waiting const& waiting : region) {
-        queue_.push(waiting);
-      }
-      grow();
-    }
   }
 
 private:
@@ -87,19 +65,18 @@ private:
           m_.state(r, c) = 0;
         } else if (m_.state(r, c) == 255) {
           m_.phase(r, c) += static_cast<float>(m_.code(r, c)) * 6.2831855F;
-          visitUnreached(r, c, true, [this](Waiting const& w) { seeds_.push_back(w); });
+          pushUnreached(r, c, true);
         }
       }
     }
   }
 
-  template <class Visit>
-  void visitUnreached(int row, int column, bool takesMasked, Visit const& visit) {
+  void pushUnreached(int row, int column, bool takesMasked) {
     for (auto const& n : neighbours) {
       int const r = row + n[0];
       int const c = column + n[1];
       if (isInside(r, c) && m_.state(r, c) == 0 && (takesMasked || !isMasked(r, c))) {
-        visit(Waiting{r, c, m_.quality(r, c)});
+        queue_.push({r, c, m_.quality(r, c)});
         m_.state(r, c) = '_';
       }
     }
@@ -129,13 +106,12 @@ private:
       m_.phase(top.row, top.column) = isRejected ? -1.0F : best;
       if (!isRejected) {
         m_.state(top.row, top.column) = 255;
-        visitUnreached(top.row, top.column, false, [this](Waiting const& w) { queue_.push(w); });
+        pushUnreached(top.row, top.column, false);
       }
     }
   }
 
   Maps& m_;
-  std::vector<Waiting> seeds_;
   std::priority_queue<Waiting> queue_;
 };
 
@@ -175,9 +151,9 @@ void expectSame(Maps const& a, Maps const& b) {
   EXPECT_EQ(cv::norm(a.state, b.state, cv::NORM_INF), 0);
 }
 
-void expectLikeLiteral(Maps const& maps, void (LiteralUnwrapping::*run)()) {
+void expectLikeLiteral(Maps const& maps) {
   Maps expected = copyOf(maps);
-  (LiteralUnwrapping(expected).*run)();
+  LiteralUnwrapping(expected).run();
   Maps actual = copyOf(maps);
   unwrap_phase(actual.phase, actual.quality, actual.state, actual.code, actual.mask);
   expectSame(actual, expected);
@@ -187,21 +163,48 @@ TEST(PhaseUnwrapping, FollowsTheLiteralGrowthBitForBit) {
   for (cv::Size const size : {cv::Size(3, 3), cv::Size(4, 60), cv::Size(61, 5), cv::Size(260, 190)}) {
     for (double const trusted : {0.0, 0.02, 0.5, 0.7, 0.9, 1.0}) {
       for (bool const withMask : {false, true}) {
-        expectLikeLiteral(randomMaps(size, trusted, false, withMask), &LiteralUnwrapping::run);
-        expectLikeLiteral(randomMaps(size, trusted, true, withMask), &LiteralUnwrapping::runByRegion);
+        expectLikeLiteral(randomMaps(size, trusted, false, withMask));
+        expectLikeLiteral(randomMaps(size, trusted, true, withMask));
       }
     }
   }
 }
 
-TEST(PhaseUnwrapping, TakesEqualQualitiesOfOneRegionInTheOrderOfTheStandardHeap) {
-  for (bool const withMask : {false, true}) {
-    Maps maps = randomMaps({200, 150}, 0.0, true, withMask);
-    // One trusted rectangle with codes throughout leaves one region around it.
+TEST(PhaseUnwrapping, GrowsIntoLargeRegionsOfAnyQualityBitForBit) {
+  for (bool const ties : {false, true}) {
+    Maps maps = randomMaps({120, 400}, 0.0, ties, true);
+    // One trusted rectangle with codes throughout leaves one region around it; every other column leaves
+    // regions with more seeds than a comparison sort takes.
     maps.state(cv::Rect(20, 30, 90, 60)).setTo(255);
     maps.code.setTo(0, maps.code < 0);
-    expectLikeLiteral(maps, &LiteralUnwrapping::run);
+    maps.quality -= 1.5F;
+    maps.quality(cv::Rect(0, 70, 120, 5)) *= 1e30F;
+    maps.quality(cv::Rect(0, 80, 120, 5)) *= 0.0F;
+    expectLikeLiteral(maps);
+    maps.mask = cv::Mat_<uchar>(maps.mask.size(), uchar{1});
+    maps.state = uchar{0};
+    for (int column = 0; column < maps.state.cols; column += 3) {
+      maps.state.col(column).setTo(255);
+    }
+    expectLikeLiteral(maps);
   }
+}
+
+TEST(PhaseUnwrapping, PixelsWithoutAQualityComeLast) {
+  Maps m{cv::Mat_<float>(3, 8, 0.0F),
+         cv::Mat_<float>(3, 8, std::numeric_limits<float>::quiet_NaN()),
+         cv::Mat_<uchar>(3, 8, uchar{0}),
+         cv::Mat_<std::int16_t>(3, 8, std::int16_t{0}),
+         {}};
+  m.state(1, 1) = m.state(1, 6) = 255;
+  m.code(1, 6) = 1;
+  m.quality(1, 5) = -5.0F;
+  m.quality(1, 4) = -6.0F;
+  unwrap_phase(m.phase, m.quality, m.state, m.code);
+  EXPECT_EQ(m.phase(1, 2), 0.0F);
+  EXPECT_EQ(m.phase(1, 3), 0.0F); // before (1, 3), the other side has had its turn up to (1, 4)
+  EXPECT_EQ(m.phase(1, 4), 6.2831855F);
+  EXPECT_EQ(m.phase(1, 5), 6.2831855F);
 }
 
 TEST(PhaseUnwrapping, RefusesMapsThatDoNotFitAndChangesNothing) {

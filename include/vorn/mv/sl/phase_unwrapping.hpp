@@ -16,9 +16,8 @@ namespace vorn::mv {
 /// good. The one-pixel border is never changed. A masked-out interior pixel becomes -1; it is not grown into,
 /// except next to a trusted pixel.
 ///
-/// Growth in one region of 4-connected pixels without a phase does not touch any other region, so each region
-/// has a queue of its own: a binary heap that takes equal qualities in the order of `std::push_heap` and
-/// `std::pop_heap`.
+/// Of the waiting pixels the one of best quality has its turn first, of equal ones the first in row order;
+/// NaN counts as the lowest quality. Working memory: up to 52 bytes for each pixel that growth may reach.
 /// @param phase   H x W, the wrapped phase in [0, 2π) on entry, the absolute phase on return
 /// @param quality H x W, larger is better (`calc_quality`); not read at the border
 /// @param state   H x W CV_8UC1: on entry 255 where the code is to be trusted, else 0; on return 255 where

@@ -1,0 +1,52 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+namespace vorn::mv {
+
+/// The states of a pixel in phase unwrapping.
+namespace unwrap_state {
+constexpr uchar unreached = 0;
+constexpr uchar waiting = 95;
+constexpr uchar unwrapped = 255;
+} // namespace unwrap_state
+
+/// The maps of one unwrapping, all of one size; the mask may be empty.
+struct UnwrapMaps {
+  cv::Mat_<float>& phase;
+  cv::Mat_<float> const& quality;
+  cv::Mat& state;
+  cv::Mat const& code;
+  cv::Mat const& mask;
+};
+
+/// The first half of phase unwrapping, row after row from the second to the last but one: trusted pixels get
+/// their fringe order, and those beside them that growth is to start from become waiting.
+class UnwrapSeeding {
+public:
+  explicit UnwrapSeeding(UnwrapMaps const& maps);
+
+  /// Settles the next row and returns a byte per column: 1 where growth may give the pixel a phase.
+  std::vector<uchar> const& nextRow();
+
+private:
+  uchar const* maskRow(int row) const;
+  void findSources(int row, std::vector<uchar>& sources) const;
+
+  UnwrapMaps maps_;
+  int row_ = 0;
+  std::vector<uchar> everything_; ///< the row of an empty mask
+  /// 1 where a pixel is trusted, has a code and is not masked out: growth starts beside it. Of the row above,
+  /// the row itself and the row below.
+  std::vector<uchar> upper_;
+  std::vector<uchar> own_;
+  std::vector<uchar> lower_;
+  std::vector<uchar> open_; ///< a multiple of eight bytes long
+};
+
+} // namespace vorn::mv
