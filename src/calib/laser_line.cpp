@@ -11,6 +11,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "calib/laser_edges.hpp"
 #include "calib/laser_profile.hpp"
 #include "core/error.hpp"
 #include "core/parallel.hpp"
@@ -236,7 +237,7 @@ std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOption
   bool const perColumn = options.direction == Direction::PerColumn;
   auto const candidates = findCandidates(grey, options);
 
-  std::vector<LaserPeak> peaks;
+  std::vector<LaserSample> samples;
   std::vector<ProfilePeak> found;
   std::vector<ProfilePeak> best;
   for (auto candidate = candidates.begin(); candidate != candidates.end();) {
@@ -253,7 +254,16 @@ std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOption
     }
     appendBest(found, options.maxPeaks, best);
     for (ProfilePeak const& peak : best) {
-      auto const along = static_cast<float>(line);
+      samples.push_back({line, peak});
+    }
+  }
+  std::vector<bool> const isMoved =
+      options.dropMoved ? movedByEdges(samples) : std::vector<bool>(samples.size(), false);
+  std::vector<LaserPeak> peaks;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    if (!isMoved[i]) {
+      auto const along = static_cast<float>(samples[i].line);
+      ProfilePeak const& peak = samples[i].peak;
       auto const place = static_cast<float>(peak.place);
       peaks.push_back({perColumn ? cv::Point2f(along, place) : cv::Point2f(place, along),
                        static_cast<float>(peak.contrast), static_cast<float>(peak.width)});

@@ -177,6 +177,26 @@ bool fitShape(Profile const& profile, Stripe& stripe) {
   return true;
 }
 
+/// The odd parts of what the fit leaves. Hermite functions are orthogonal to each other: neither the fitted
+/// shape nor a small error of the place is in these.
+std::array<double, 2> oddParts(Profile const& profile, Stripe const& stripe) {
+  Window const window(profile, stripe.place, stripe.width);
+  std::array<double, 2> moments{};
+  std::array<double, 2> squares{};
+  for (int i = std::max(window.first(), 0); i <= std::min(window.last(), profile.count - 1); ++i) {
+    double const u = (i - stripe.place) / stripe.width;
+    double const u2 = u * u;
+    double const g = std::exp(-u2 / 2);
+    double const rest = profile[i] - stripe.background - stripe.contrast * g;
+    std::array<double, 2> const hermite{u * (2 * u2 - 3) * g, u * ((4 * u2 - 20) * u2 + 15) * g};
+    for (std::size_t k = 0; k < hermite.size(); ++k) {
+      moments[k] += rest * hermite[k];
+      squares[k] += hermite[k] * hermite[k];
+    }
+  }
+  return {moments[0] / std::sqrt(squares[0]), moments[1] / std::sqrt(squares[1])};
+}
+
 /// The centre of gravity over a window that follows it, so that the window's ends do not pull it back.
 std::optional<double> centreOfGravity(Profile const& profile, Stripe const& stripe, double width) {
   constexpr int rounds = 20;
@@ -253,7 +273,7 @@ std::optional<ProfilePeak> measurePeak(Profile const& whole, int wholeTop, Laser
       stripe->width > options.maxWidth || isSaturated(profile, *stripe, options)) {
     return std::nullopt;
   }
-  return ProfilePeak{first + stripe->place, stripe->contrast, stripe->width};
+  return ProfilePeak{first + stripe->place, stripe->contrast, stripe->width, oddParts(profile, *stripe)};
 }
 
 } // namespace vorn::mv

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
 
@@ -23,6 +24,9 @@ struct ProfilePeak {
   double place;
   double contrast;
   double width;
+  /// How much of the third and the fifth Hermite function is in the profile besides the Gaussian: grey levels
+  /// as a unit of white noise. Both are 0 for a symmetric stripe.
+  std::array<double, 2> odd;
 };
 
 /// Measures the stripe whose highest point lies near pixel `top`; nothing when it fails a test of the options

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <vorn/core/exception.hpp>
 
@@ -46,9 +47,13 @@ std::vector<double> wanderingLine(int columns, double middle) {
   return place;
 }
 
-/// The error of each found point; fails when one of them is missing.
+/// Of noisy stripes, those that a test of their shape with 4.5 standard deviations may cost.
+constexpr double mostLost = 0.001;
+
+/// The error of each found point; fails when more of them are missing than noise explains.
 std::vector<double> errors(std::vector<cv::Point2f> const& points, std::vector<double> const& place) {
-  EXPECT_EQ(points.size(), place.size());
+  EXPECT_LE(points.size(), place.size());
+  EXPECT_GE(static_cast<double>(points.size()), (1 - mostLost) * static_cast<double>(place.size()));
   std::vector<double> result;
   for (cv::Point2f const& p : points) {
     result.push_back(p.y - place[static_cast<std::size_t>(p.x)]);
@@ -165,6 +170,89 @@ TEST(LaserLine, DropsWhatIsNoGoodStripe) {
   LaserLineOptions narrow;
   narrow.maxWidth = 1.5;
   EXPECT_EQ(found(stripe(40, 100, 2.5), narrow), 0U);
+}
+
+/// A line over a straight edge between two brightnesses, as a lens would show it.
+struct LineOverEdge {
+  static constexpr int columns = 400;
+  static constexpr int rows = 61;
+  static constexpr int fine = 4; // rays a pixel and direction
+  static constexpr double slope = 0.021;
+  static constexpr double stripeWidth = 1.6; // of the light; the lens and the pixels widen it
+  static constexpr double lensBlur = 0.55;
+
+  /// The light of a stripe of height 1 at a distance from its middle.
+  double (*stripe)(double) = [](double y) { return std::exp(-y * y / (2 * stripeWidth * stripeWidth)); };
+  double step = 1;  ///< brightness beyond the edge
+  double angle = 0; ///< between edge and line, degrees
+
+  static double place(double x) { return rows / 2 + 0.3 + slope * (x - columns / 2); }
+
+  cv::Mat image(double height) const {
+    cv::Mat_<float> light(rows * fine, columns * fine);
+    double const direction = std::atan(slope) + angle * CV_PI / 180;
+    for (int i = 0; i < light.rows; ++i) {
+      for (int j = 0; j < light.cols; ++j) {
+        double const x = (j + 0.5) / fine - 0.5;
+        double const y = (i + 0.5) / fine - 0.5;
+        double const beyond =
+            (y - place(columns / 2)) * std::cos(direction) - (x - columns / 2) * std::sin(direction);
+        light(i, j) = static_cast<float>(height * stripe(y - place(x)) * (beyond > 0 ? step : 1.0));
+      }
+    }
+    cv::GaussianBlur(light, light, {}, lensBlur * fine);
+    cv::Mat_<float> pixels;
+    cv::resize(light, pixels, {columns, rows}, 0, 0, cv::INTER_AREA);
+    pixels += 10;
+    return exposed(pixels, 1);
+  }
+};
+
+TEST(LaserLine, DropsWhatAnEdgeOfBrightnessMoves) {
+  LaserLineOptions everything;
+  everything.dropMoved = false;
+  for (double step : {0.2, 0.45, 0.7, 0.85}) {
+    for (double angle : {5.0, 20.0, 45.0, 80.0}) {
+      SCOPED_TRACE(std::to_string(step) + " at " + std::to_string(angle) + " degrees");
+      LineOverEdge edge;
+      edge.step = step;
+      edge.angle = angle;
+      cv::Mat const image = edge.image(200);
+      auto const worst = [&](LaserLineOptions const& options) {
+        double most = 0;
+        for (cv::Point2f const& p : extract_laser_line(image, options)) {
+          most = std::max(most, std::abs(p.y - LineOverEdge::place(p.x)));
+        }
+        return most;
+      };
+      // A twentieth of the width by what is too small to be seen, and five deviations of the noise.
+      constexpr double mostMoved = 0.2;
+      EXPECT_LT(worst({}), mostMoved);
+      if (step < 0.5 && angle < 60) {
+        EXPECT_GT(worst(everything), 2 * mostMoved) << "the edge does move stripes";
+      }
+      // The stripes that the edge reaches, and the neighbours that are judged together with them.
+      double const reach = 12 + 4 * LineOverEdge::stripeWidth / std::sin(angle * CV_PI / 180);
+      int kept = 0;
+      int plain = 0;
+      std::vector<bool> isFound(LineOverEdge::columns);
+      for (cv::Point2f const& p : extract_laser_line(image)) {
+        isFound[static_cast<std::size_t>(p.x)] = true;
+      }
+      for (int x = 0; x < LineOverEdge::columns; ++x) {
+        bool const isPlain = std::abs(x - LineOverEdge::columns / 2) > reach;
+        plain += isPlain ? 1 : 0;
+        kept += isPlain && isFound[static_cast<std::size_t>(x)] ? 1 : 0;
+      }
+      EXPECT_GE(kept, plain - 2);
+    }
+  }
+}
+
+TEST(LaserLine, KeepsALaserThatIsAsymmetricItself) {
+  LineOverEdge skewed;
+  skewed.stripe = [](double y) { return std::exp(-y * y / (y < 0 ? 3.0 : 7.0)); };
+  EXPECT_GE(extract_laser_line(skewed.image(200)).size(), LineOverEdge::columns - 2U);
 }
 
 TEST(LaserLine, TakesGreyAndColourRegions) {

@@ -39,6 +39,9 @@ struct LaserLineOptions {
   int maxSaturated = 3;
   /// The highest peaks of a column or row are kept, up to this many.
   int maxPeaks = 1;
+  /// Stripes are dropped where an edge of the surface's brightness has moved them: where the profile is less
+  /// symmetric than noise explains, or the line's height changes by more than 5 % over the stripe's width.
+  bool dropMoved = true;
 };
 
 /// A laser stripe cut by one column or row.
