@@ -34,6 +34,7 @@ struct Stripe {
 
 /// The peaks along columns or along rows, whichever cut the line more often.
 Stripe findStripe(cv::Mat const& image, LaserLineOptions options) {
+  options.dropMoved = false; // the target's own image tells where its edges are, and spares what is between
   Stripe best;
   for (auto const direction : {LaserLineOptions::Direction::PerColumn, LaserLineOptions::Direction::PerRow}) {
     options.direction = direction;
