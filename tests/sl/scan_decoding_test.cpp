@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
-#include "sl/scanner_rig.hpp"
+#include "support/scanner_rig.hpp"
 
 namespace vorn::mv {
 namespace {

@@ -9,8 +9,8 @@
 #include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
 
-#include "sl/scanner_rig.hpp"
 #include "support/expect_error.hpp"
+#include "support/scanner_rig.hpp"
 
 namespace vorn::mv {
 namespace {
