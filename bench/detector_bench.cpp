@@ -97,7 +97,7 @@ void detect(benchmark::State& state, bool quadraticFit, bool hasMarkers) {
   score(state, photo, found);
 }
 
-void CalibPatternDetector_Area(benchmark::State& state) {
+void CalibPatternDetector_Edge(benchmark::State& state) {
   detect(state, false, true);
 }
 void CalibPatternDetector_QuadraticFit(benchmark::State& state) {
@@ -154,7 +154,7 @@ void views(benchmark::internal::Benchmark* benchmark) {
   }
 }
 
-BENCHMARK(CalibPatternDetector_Area)->Apply(views);
+BENCHMARK(CalibPatternDetector_Edge)->Apply(views);
 BENCHMARK(CalibPatternDetector_QuadraticFit)->Apply(views);
 BENCHMARK(CalibPatternDetector_NoMarkers)->Args({47, 0})->Unit(benchmark::kMillisecond);
 BENCHMARK(CalibPatternDetector_NoTarget)->Unit(benchmark::kMillisecond);

@@ -32,7 +32,7 @@ TargetSettings settingsOf(CalibPatternDetector const& detector) {
   settings.minAreaMultiplier = real("MinDotAreaMultiplier");
   settings.maxAreaMultiplier = real("MaxDotAreaMultiplier");
   settings.centreMethod =
-      detector["QuadraticFit"].getValue().toBool() ? CentreMethod::TemplatePeak : CentreMethod::Area;
+      detector["QuadraticFit"].getValue().toBool() ? CentreMethod::TemplatePeak : CentreMethod::Edge;
   return settings;
 }
 

@@ -7,6 +7,8 @@
 #include <opencv2/core/types.hpp>
 #include <optional>
 
+#include "calib/dot_levels.hpp"
+
 namespace vorn::mv {
 
 /// What a dot is expected to look like.
@@ -17,44 +19,15 @@ struct DotShape {
   double reach = 2.1;
 };
 
-/// Grey levels that change linearly: `value` at a place, and the change per pixel from there.
-struct GreyPlane {
-  double value = 0;
-  double slopeX = 0;
-  double slopeY = 0;
-
-  double at(double x, double y) const { return value + slopeX * x + slopeY * y; }
-};
-
-/// Dot and ground around one place, about which the planes are given.
-struct DotLevels {
-  cv::Point origin;
-  GreyPlane ground;
-  GreyPlane contrast;   ///< of the dot above the ground
-  double coreNoise = 0; ///< deviation of the dot's inside from a plane
-
-  /// Where a grey level at `p` lies between the ground (0) and the dot (1).
-  double relative(cv::Point2d const& p, double grey) const {
-    double const x = p.x - origin.x;
-    double const y = p.y - origin.y;
-    return (grey - ground.at(x, y)) / contrast.at(x, y);
-  }
-};
-
 /// A bright dot as it stands in the image. Pixels, grey levels.
 struct DotMeasurement {
-  /// Centre of area of the dot's image.
+  /// Centre of area of the dot's image; `fitEdge` refines it.
   cv::Point2d centre;
   double area = 0;
   DotLevels levels;
   /// Standard deviation of the blur at its edge.
   double blur = 0;
 };
-
-/// Mean of the four pixels around a position; outside the image that of the nearest ones.
-///
-/// @param image H x W CV_8UC1, at least 2 x 2
-double greyAround(cv::Mat const& image, cv::Point2d const& p);
 
 /// Measures one bright dot near `start` from the grey levels along its edge.
 ///

@@ -10,6 +10,7 @@
 
 #include "calib/dot_candidate.hpp"
 #include "calib/dot_centre.hpp"
+#include "calib/dot_edge.hpp"
 #include "calib/dot_grid.hpp"
 #include "calib/dot_template.hpp"
 #include "calib/marker_ring.hpp"
@@ -50,7 +51,7 @@ TargetView findGrid(cv::Mat const& image, int factor, TargetSettings const& sett
   return view;
 }
 
-/// A dot with its measurement; `dot.centre` is its centre of area.
+/// A dot with its measurement; `dot.centre` is the centre of its image.
 struct MeasuredDot {
   TargetDot dot;
   DotMeasurement measured;
@@ -144,6 +145,22 @@ public:
     dots = std::move(refined);
   }
 
+  /// Moves the dots' centres to where their edges have them.
+  void fitEdges(std::vector<MeasuredDot>& dots) const {
+    constexpr double leastBlur = 0.4; // pixels; the edge of a square pixel alone is as wide as 0.3
+    auto const map = TargetMap::fit(targetDots(dots));
+    double const blur = std::max(usualBlur(dots), leastBlur);
+    for (MeasuredDot& dot : dots) {
+      auto const local = map ? map->around(dot.dot.index, TargetMap::Self::Included) : std::nullopt;
+      auto const centre =
+          local ? fitEdge(image_, dot.measured, local->jacobian(dot.dot.index), blur) : std::nullopt;
+      if (centre) {
+        dot.measured.centre = *centre;
+        dot.dot.centre = *centre;
+      }
+    }
+  }
+
   static std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots) {
     std::vector<TargetDot> list;
     for (MeasuredDot const& dot : dots) {
@@ -172,14 +189,20 @@ private:
     return MeasuredDot{{dot.index, measured->centre}, *measured, std::sqrt(measured->area / (CV_PI * cell))};
   }
 
+  static double usualBlur(std::vector<MeasuredDot> const& dots) {
+    std::vector<double> blurs;
+    for (MeasuredDot const& dot : dots) {
+      blurs.push_back(dot.measured.blur);
+    }
+    return medianOf(std::move(blurs));
+  }
+
   /// Takes over the dots' sizes and the blur of their edges.
   void learn(std::vector<MeasuredDot> const& dots) {
     std::vector<double> ordinary;
     std::vector<double> markers;
-    std::vector<double> blurs;
     for (MeasuredDot const& dot : dots) {
       (isMarker(dot.dot.index) ? markers : ordinary).push_back(dot.radius);
-      blurs.push_back(dot.measured.blur);
     }
     if (!ordinary.empty()) {
       ordinaryRadius_ = std::clamp(medianOf(ordinary), 0.15, 0.4);
@@ -188,7 +211,7 @@ private:
       markerRadius_ = std::clamp(medianOf(markers), ordinaryRadius_, 0.45);
     }
     constexpr double widthInBlurs = 2.5;
-    halfWidth_ = std::max(1.5, widthInBlurs * medianOf(blurs) + 0.7);
+    halfWidth_ = std::max(1.5, widthInBlurs * usualBlur(dots) + 0.7);
   }
 
   /// Adds dots up to `reach` steps from those that are there.
@@ -263,7 +286,7 @@ private:
   double halfWidth_ = 0;
 };
 
-/// Moves each dot from its centre of area to the image of its centre.
+/// Moves each dot from the centre of its image to the image of its centre.
 void correctPerspective(std::vector<MeasuredDot>& dots) {
   auto const rough = TargetMap::fit(GridMeasurement::targetDots(dots));
   if (!rough) {
@@ -401,7 +424,8 @@ void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& do
     for (std::size_t k = 0; k < numbers.size(); ++k) {
       moves.push_back(cv::norm(rectified[k].position(peaks[k]) - before[numbers[k]].dot.centre));
     }
-    // A correlation sees everything in its patch: where something else reaches in, the centre of area stands.
+    // A correlation sees everything in its patch: where something else reaches in, the centre by its edge
+    // stands.
     constexpr double leastTolerance = 0.1; // pixels
     constexpr double toleranceInMedians = 5;
     double const tolerance = std::max(leastTolerance, toleranceInMedians * medianOf(moves));
@@ -474,6 +498,7 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
   }
   grid.complete(dots);
   grid.refine(dots);
+  grid.fitEdges(dots);
   correctPerspective(dots);
   dropMissized(dots, grid);
   dropMisplaced(dots);

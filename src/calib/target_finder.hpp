@@ -10,9 +10,9 @@ namespace vorn::mv {
 
 /// How a dot's centre is measured once it is known which dot it is.
 enum class CentreMethod {
-  /// Centre of area of the dot's image between its measured dark and bright levels, corrected to the image of
-  /// the dot's centre.
-  Area,
+  /// Fit of a blurred disc to the grey levels across the dot's edge, corrected to the image of the dot's
+  /// centre.
+  Edge,
   /// Peak of the correlation of the rectified dot with a drawn one, by a quadratic fit.
   TemplatePeak
 };
@@ -35,7 +35,7 @@ struct TargetSettings {
   /// Bounds of a dot's area relative to what the ordinary dots around it suggest.
   double minAreaMultiplier = 0.6;
   double maxAreaMultiplier = 6;
-  CentreMethod centreMethod = CentreMethod::Area;
+  CentreMethod centreMethod = CentreMethod::Edge;
 };
 
 /// A dot of the target: where on the grid it stands and where its centre appears in the image.

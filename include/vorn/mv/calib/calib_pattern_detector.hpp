@@ -51,7 +51,7 @@ namespace vorn::mv {
 /// indices
 ///   around the origin whose dots must agree on one homography; a lens with strong distortion wants less
 /// - "QuadraticFit" bool false: measure centres by the peak of the correlation with a drawn dot, refined by
-///   `math::quadraticFit`, instead of by the centre of area; slower, better under strong noise and blur
+///   `math::quadraticFit`, instead of by a fit to its edge, which is faster and scatters less
 class VORN_API CalibPatternDetector : public AlgorithmBase {
 public:
   class Result;
