@@ -9,8 +9,6 @@
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 
-#include <vorn/core/export.hpp>
-
 namespace vorn::mv {
 
 /// The exact inverse of OpenCV's lens model: from pixels to viewing rays.
@@ -18,7 +16,7 @@ namespace vorn::mv {
 /// Newton's method in double runs until the ray is exact, where OpenCV's default stops after five rounds of a
 /// fixed-point scheme. A strong polynomial folds over at some radius: a pixel that no ray inside that radius
 /// is imaged to gets NaN.
-class VORN_API Undistortion {
+class Undistortion {
 public:
   /// The polynomials of the model: radial (k), tangential (p), thin prism (s).
   struct Lens {
@@ -50,8 +48,8 @@ private:
 };
 
 /// The rays of pixels, as normalised coordinates.
-VORN_API std::vector<cv::Point2d> undistorted(cv::Mat const& K, cv::Mat const& D,
-                                              std::vector<cv::Point2f> const& pixels);
+std::vector<cv::Point2d> undistorted(cv::Mat const& K, cv::Mat const& D,
+                                     std::vector<cv::Point2f> const& pixels);
 
 /// Checks the camera matrix and the distortion coefficients before they are used.
 /// @throws Exception that says what is wrong with them

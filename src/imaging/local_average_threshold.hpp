@@ -4,8 +4,6 @@
 
 #include <opencv2/core/mat.hpp>
 
-#include <vorn/core/export.hpp>
-
 namespace vorn::mv {
 
 /// How `localAverageThreshold` judges a pixel, and what it makes of it.
@@ -33,6 +31,6 @@ constexpr bool reachesPart(int value, int windowSum, int percent, int denominato
 /// number in it is 256 * 400 * R * R. Memory: 2R rows of 16-bit sums a band of rows.
 /// @param input  H x W CV_8UC1, not empty; may be a region of a larger image, whose other pixels do not count
 /// @param output H x W CV_8UC1, allocated when it is not; must not share pixels with `input`
-VORN_API void localAverageThreshold(cv::Mat const& input, LocalAverageThreshold const& rule, cv::Mat& output);
+void localAverageThreshold(cv::Mat const& input, LocalAverageThreshold const& rule, cv::Mat& output);
 
 } // namespace vorn::mv

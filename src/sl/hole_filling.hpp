@@ -8,8 +8,6 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
-#include <vorn/core/export.hpp>
-
 #include "sl/segments.hpp"
 
 namespace vorn::mv::sl {
@@ -26,7 +24,7 @@ using OwnPhase = std::function<float(cv::Point pixel)>;
 /// @param kept  255 where `phase` is known, 0 in holes
 /// @param runs  working memory
 /// @return the number of pixels closed
-VORN_API int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnPhase const& ownPhase,
-                       std::vector<Run>& runs);
+int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnPhase const& ownPhase,
+              std::vector<Run>& runs);
 
 } // namespace vorn::mv::sl

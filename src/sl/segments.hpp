@@ -7,8 +7,6 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
-#include <vorn/core/export.hpp>
-
 namespace vorn::mv::sl {
 
 /// Pixels [begin, end) of one row that belong to one segment.
@@ -26,11 +24,11 @@ enum class Neighbourhood { Four, Eight };
 /// Every run's `segment` is the index of the first run of its segment. Memory grows with the number of runs,
 /// not of pixels.
 /// @param map H x W, each pixel 0 or 255
-VORN_API void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood,
-                           std::vector<Run>& runs);
+void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood,
+                  std::vector<Run>& runs);
 
 /// Sets the segments of fewer than `minSize` 4-connected pixels to 0.
 /// @param runs is working memory
-VORN_API void removeSmallSegments(cv::Mat_<uchar>& kept, int minSize, std::vector<Run>& runs);
+void removeSmallSegments(cv::Mat_<uchar>& kept, int minSize, std::vector<Run>& runs);
 
 } // namespace vorn::mv::sl

@@ -6,8 +6,6 @@
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 
-#include <vorn/core/export.hpp>
-
 namespace vorn::mv::sl {
 
 /// The geometry of one camera and one projector.
@@ -25,8 +23,8 @@ struct TriangulationSetup {
 /// column two rows above and two below that row the final one.
 /// @param columns roi.height x roi.width, projector pixels; valid in (0, W - 1)
 /// @param xyz     of the same size; takes points in the frame of the pose, (0, 0, -1) where invalid
-VORN_API void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& columns,
-                                 cv::Rect const& roi, cv::Mat_<cv::Vec3f>& xyz);
+void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& columns, cv::Rect const& roi,
+                        cv::Mat_<cv::Vec3f>& xyz);
 
 /// Points from decoded projector rows: each camera ray meets the plane of light through two points of its
 /// row, at a third and at two thirds of the projector's width.
@@ -34,7 +32,7 @@ VORN_API void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float
 /// The outermost two rows and columns of the map are left as they are.
 /// @param rows roi.height x roi.width, projector pixels; valid in (0, H - 1)
 /// @param xyz  of the same size; takes points in the camera frame, (0, 0, -FLT_MAX) where invalid
-VORN_API void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& rows,
-                              cv::Rect const& roi, cv::Mat_<cv::Vec3f>& xyz);
+void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& rows, cv::Rect const& roi,
+                     cv::Mat_<cv::Vec3f>& xyz);
 
 } // namespace vorn::mv::sl
