@@ -85,8 +85,10 @@ void addCalibrateCommand(CLI::App& app) {
       "--stereo", options->isStereo, "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
   command->add_option("--out", options->output, "The calibrated object, a JSON file")->required();
   laser->excludes(stereo);
-  command->add_option("--projector", options->projector,
-                      "The projector's pixels, as 640x400; default: taken from the images");
+  command
+      ->add_option("--projector", options->projector,
+                   "The projector's pixels, as 640x400; default: taken from the images")
+      ->type_name("SIZE");
   command->add_option("--report", options->report, "JSON file for the errors of every view");
   command->add_option("--plot", options->plot, "Picture of the reprojection errors");
   addSetOption(*command, options->assignments, "detector, such as PatternDim=15");

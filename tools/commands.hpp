@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <memory>
+
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -9,12 +11,12 @@
 
 namespace vorn::tools {
 
-/// Adds every command to the program.
+/// The program with all its commands and options.
 ///
 /// A command is one source, NAME_command.cpp: a struct with its options, a function `run` that does the work
 /// and throws `Exception` with one line that says what failed and where, and the function below that declares
 /// the options.
-void addCommands(CLI::App& app);
+std::unique_ptr<CLI::App> makeProgram();
 
 void addPatternsCommand(CLI::App& app);
 void addTargetCommand(CLI::App& app);

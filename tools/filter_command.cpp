@@ -245,9 +245,9 @@ void addFilterCommand(CLI::App& app) {
   addPointSteps(*command, steps);
   addGridSteps(*command, steps);
   addStepOption<std::string>(
-      *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "TEXT",
+      *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "FILTER",
       [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
-  addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "FILE",
+  addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "TEXT",
                              [&steps](std::string const& path) { addChain(steps, path); });
   command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png)");
   command->callback([options] { run(*options); });

@@ -140,6 +140,7 @@ void addImageCommand(CLI::App& app) {
   command
       ->add_option("--filter", options->filters,
                    "A filter, after those of --filters, as Gaussian:Radius=3,SigmaX=1.2; may be repeated")
+      ->type_name("FILTER")
       ->allow_extra_args(false)
       ->take_all();
   command->add_option("--save-filters", options->savedChain, "Write the whole chain to a JSON file");

@@ -145,8 +145,9 @@ void addScanCommand(CLI::App& app) {
       "A laser line scan: line_00.png ..., an image a laser line at each position of a linear stage");
   command
       ->add_option("--step", options->motion.step,
-                   "X,Y,Z: how the stage moves the scene from one position to the next, mm in the camera's "
+                   "How the stage moves the scene from one position to the next, mm in the camera's "
                    "frame; default: \"step\" in the folder's stage.json")
+      ->type_name("X,Y,Z")
       ->needs(laser);
   command
       ->add_option("--encoder", options->motion.encoder,

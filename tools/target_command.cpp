@@ -65,8 +65,10 @@ void addTargetCommand(CLI::App& app) {
   command->add_option("--y-max", target.maxIndex.y, "Last row")
       ->check(CLI::Range(1, farthest))
       ->capture_default_str();
-  command->add_option("--page", options->page,
-                      "A4 to A0, landscape, or WIDTHxHEIGHT in mm; default: as large as needed");
+  command
+      ->add_option("--page", options->page,
+                   "A4 to A0, landscape, or WIDTHxHEIGHT in mm; default: as large as needed")
+      ->type_name("SIZE");
   command->add_option("--dpi", target.resolution, "Pixels per inch of the PNG")
       ->check(CLI::Range(10.0, 4800.0))
       ->capture_default_str();

@@ -8,7 +8,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <vorn/core/system.hpp>
 #include <vorn/mv/core/library.hpp>
 
 #include "tools/commands.hpp"
@@ -29,22 +28,14 @@ std::string oneLine(std::string text) {
 } // namespace
 
 int runTool(std::vector<std::string> arguments) {
-  CLI::App app("Structured light and laser line 3D measurement: patterns, calibration, scans, point clouds.",
-               "vorn-mv");
-  app.require_subcommand(1);
-  app.set_version_flag("--version", VORN_MV_VERSION);
-  bool verbose = false;
-  app.add_flag("--verbose", verbose, "Show the library's own messages on standard error");
-  app.parse_complete_callback([&] { System::set("EnableDebugMode", Variant(verbose)); });
-  addCommands(app);
-
+  auto const program = makeProgram();
   mv::Library::init();
   // The parser takes the arguments last first.
   std::reverse(arguments.begin(), arguments.end());
   try {
-    app.parse(std::move(arguments));
+    program->parse(std::move(arguments));
   } catch (CLI::ParseError const& e) {
-    return app.exit(e) == 0 ? 0 : wrongUsage;
+    return program->exit(e) == 0 ? 0 : wrongUsage;
   } catch (std::exception const& e) {
     std::cerr << "vorn-mv: " << oneLine(e.what()) << '\n';
     return failed;
