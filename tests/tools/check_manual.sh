@@ -43,7 +43,7 @@ for command in "" $commands; do
     grep -qE -- "^(-h, )?$option( |\$|,)" <<< "$section" || fail "The page of '$command' lacks $option"
     grep -qx -- "$option" <<< "$offered" || fail "'vorn-mv $command -' is not completed to $option"
   done
-  [ "$(wc -w <<< "$offered")" -eq "$(wc -w <<< "$options")" ] || fail "'vorn-mv $command -' offers more: "$offered
+  [ "$(wc -w <<< "$offered")" -eq "$(wc -w <<< "$options")" ] || fail "'vorn-mv $command -' offers more:" $offered
 done
 
 expect() { # EXPECTED WORD...
