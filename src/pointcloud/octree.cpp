@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <limits>
 #include <ostream>
 #include <string>
@@ -12,6 +11,7 @@
 #include <utility>
 
 #include "core/error.hpp"
+#include "pointcloud/ball_counter.hpp"
 #include "pointcloud/octree_build.hpp"
 #include "pointcloud/octree_search.hpp"
 #include "pointcloud/point_access.hpp"
@@ -105,118 +105,6 @@ private:
   float worst_ = std::numeric_limits<float>::max();
   std::array<Neighbour, sortedCapacity> sorted_;
   std::vector<Neighbour> gathered_;
-};
-
-/// Counts the points of a ball.
-///
-/// The order of visits is free, so octants of one kind are gathered and worked on together, with as few
-/// branches as can be: which children a ball cuts is nothing that a processor could predict, and without
-/// wrong guesses it fetches the points of many leaves at once.
-template <class Kind, class Points>
-class BallCounter {
-public:
-  BallCounter(OctreeView const& tree, Points const& points, Ball<Kind> const& ball)
-      : tree_(tree), points_(points), ball_(ball), distancesOfFour_(ball.centre()) {}
-
-  std::size_t count() {
-    if (tree_.isEmpty || ball_.isEmpty()) {
-      return 0;
-    }
-    BasicOctant<unsigned> const& root = tree_.octants[0];
-    if (ball_.holdsAll(root)) {
-      return root.count;
-    }
-    if (root.isLeaf) {
-      countAmong(tree_.chain, root.count);
-      return count_;
-    }
-    // Each level leaves at most seven octants to later.
-    std::array<unsigned, 7 * maxOctreeDepth + 1> toEnter;
-    toEnter[0] = 0;
-    for (std::size_t size = 1; size > 0;) {
-      size = enter(tree_.octants[toEnter[size - 1]], toEnter.data(), size - 1);
-      if (leafCount_ > mostLeaves) {
-        countInLeaves();
-      }
-    }
-    countInLeaves();
-    return count_;
-  }
-
-private:
-  /// Leaves that are gathered before their points are counted, give or take the children of one octant.
-  static constexpr std::size_t mostLeaves = 40;
-  /// With a place that is written to but not kept.
-  static constexpr std::size_t leafPlaces = mostLeaves + 8 + 1;
-  /// A usual leaf's indices are copied as so many, whatever their number.
-  static constexpr unsigned usualLeafCapacity = 32;
-
-  /// Counts the children that lie inside, notes the leaves, and puts the others to `toEnter`.
-  std::size_t enter(BasicOctant<unsigned> const& octant, unsigned* toEnter, std::size_t size) {
-    ChildGeometry<Kind> const children(octant, query_);
-    unsigned const inside = children.farthest().atMost(ball_.norm());
-    unsigned const near = children.nearest(tree_.tolerance).atMost(bound_);
-    unsigned const leaves = octant.leafMask & ~inside;
-    unsigned const inner = ~(octant.leafMask | inside);
-    unsigned const ranks = childRanks.packed[octant.childMask];
-    for (unsigned toVisit = (near | inside) & octant.childMask; toVisit != 0; toVisit &= toVisit - 1) {
-      auto const code = static_cast<unsigned>(__builtin_ctz(toVisit));
-      unsigned const place = octant.children + ((ranks >> (4 * code)) & 15U);
-      BasicOctant<unsigned> const& child = tree_.octants[place];
-      // What comes next if the child is a leaf, and if it is none: its lower and its upper children.
-      __builtin_prefetch(tree_.chain + child.first);
-      __builtin_prefetch(tree_.octants + child.children);
-      __builtin_prefetch(tree_.octants + childPlace(child, 4));
-      count_ += child.count & (0U - ((inside >> code) & 1U));
-      leaves_[leafCount_] = place;
-      leafCount_ += (leaves >> code) & 1U;
-      toEnter[size] = place;
-      size += (inner >> code) & 1U;
-    }
-    return size;
-  }
-
-  void countInLeaves() {
-    unsigned const total = tree_.octants[0].count;
-    std::array<unsigned, leafPlaces * usualLeafCapacity> indices;
-    std::size_t size = 0;
-    for (std::size_t i = 0; i < leafCount_; ++i) {
-      BasicOctant<unsigned> const& leaf = tree_.octants[leaves_[i]];
-      if (leaf.count > usualLeafCapacity || total - leaf.first < usualLeafCapacity) {
-        countAmong(tree_.chain + leaf.first, leaf.count);
-        continue;
-      }
-      std::memcpy(indices.data() + size, tree_.chain + leaf.first, usualLeafCapacity * sizeof(unsigned));
-      size += leaf.count;
-    }
-    countAmong(indices.data(), size);
-    leafCount_ = 0;
-  }
-
-  void countAmong(unsigned const* indices, std::size_t size) {
-    cv::v_float32x4 const norm = cv::v_setall_f32(ball_.norm());
-    cv::v_int32x4 negated = cv::v_setzero_s32();
-    std::size_t i = 0;
-    for (; i + 4 <= size; i += 4) {
-      // A comparison that holds is -1 in each lane.
-      negated += cv::v_reinterpret_as_s32(distancesOfFour_(points_, indices + i) < norm);
-    }
-    auto found = static_cast<unsigned>(-cv::v_reduce_sum(negated));
-    for (; i < size; ++i) {
-      found += ball_.holds(points_[indices[i]]) ? 1U : 0U;
-    }
-    count_ += found;
-  }
-
-  OctreeView tree_;
-  Points points_;
-  Ball<Kind> ball_;
-  DistancesOfFour<Kind> distancesOfFour_;
-  cv::v_float32x4 query_ = loadQuery(ball_.centre());
-  float bound_ = ball_.norm() * (1.0F + boundSlack);
-  std::size_t count_ = 0;
-  std::size_t leafCount_ = 0;
-  std::array<unsigned, leafPlaces> leaves_;
 };
 
 template <class Kind, class Points>
@@ -313,6 +201,7 @@ void Octree<Point, Container, Index>::init(Container const& points, Param const&
     });
     tree.octants_ = std::move(parts.octants);
     tree.chain_ = std::move(parts.chain);
+    tree.sketches_ = std::move(parts.sketches);
     tree.tolerance_ = parts.tolerance;
   }
   *this = std::move(tree);
@@ -347,7 +236,7 @@ void Octree<Point, Container, Index>::clear() {
 template <class Point, class Container, class Index>
 std::size_t Octree<Point, Container, Index>::memoryUsage() const {
   return octants_.capacity() * sizeof(Octant) + chain_.capacity() * sizeof(Index) +
-         (param_.copyData ? sizeOf(held_) * sizeof(Point) : 0);
+         sketches_.capacity() * sizeof(std::uint32_t) + (param_.copyData ? sizeOf(held_) * sizeof(Point) : 0);
 }
 
 template <class Point, class Container, class Index>
@@ -406,7 +295,9 @@ template <class Kind>
 std::size_t Octree<Point, Container, Index>::radiusNeighborsCount(Point const& query, float radius) const {
   Ball<Kind> const ball(coordinates(query), radius);
   return withPoints([&](auto const& points) {
-    return BallCounter<Kind, std::decay_t<decltype(points)>>(OctreeView(*this), points, ball).count();
+    return BallCounter<Kind, std::decay_t<decltype(points)>>(OctreeView(*this), sketches_.data(), points,
+                                                             ball)
+        .count();
   });
 }
 

@@ -101,6 +101,7 @@ public:
     parts_.octants.push_back(root);
     splitWithKeys(0);
     parts_.octants.shrink_to_fit();
+    sketchPoints();
     return std::move(parts_);
   }
 
@@ -261,6 +262,18 @@ private:
         std::sort(parts_.chain.begin() + made.first, parts_.chain.begin() + made.first + made.count);
       } else {
         split(child, keyed, levels - 1, unfinished);
+      }
+    }
+  }
+
+  void sketchPoints() {
+    parts_.sketches.resize(parts_.chain.size() + sketchLanes - 1);
+    for (Octant const& octant : parts_.octants) {
+      if (octant.isLeaf) {
+        SketchGrid const grid(octant, parts_.tolerance);
+        for (unsigned place = octant.first; place < octant.first + octant.count; ++place) {
+          parts_.sketches[place] = grid.sketch(points_[parts_.chain[place]]);
+        }
       }
     }
   }

@@ -7,12 +7,16 @@
 
 #include <vorn/mv/pointcloud/octree.hpp>
 
+#include "pointcloud/point_sketch.hpp"
+
 namespace vorn::mv {
 
-/// A tree under construction: octants, the chain of point indices, and the rounding tolerance of the cubes.
+/// A tree under construction: octants, the chain of point indices with the points' sketches, and the rounding
+/// tolerance of the cubes.
 struct OctreeParts {
   std::vector<BasicOctant<unsigned>> octants;
   std::vector<unsigned> chain;
+  std::vector<PointSketch> sketches; ///< with `sketchLanes` - 1 more at the end
   float tolerance = 0.0F;
 };
 

@@ -155,6 +155,18 @@ inline unsigned childPlace(BasicOctant<unsigned> const& octant, unsigned code) {
   return octant.children + ((childRanks.packed[octant.childMask] >> (4 * code)) & 15U);
 }
 
+/// `Kind::between` for four differences at once.
+template <class Kind>
+cv::v_float32x4 between(cv::v_float32x4 const& dx, cv::v_float32x4 const& dy, cv::v_float32x4 const& dz) {
+  if constexpr (Kind::isSquared) {
+    return dx * dx + dy * dy + dz * dz;
+  } else if constexpr (Kind::takesLargest) {
+    return cv::v_max(cv::v_max(cv::v_abs(dx), cv::v_abs(dy)), cv::v_abs(dz));
+  } else {
+    return cv::v_abs(dx) + cv::v_abs(dy) + cv::v_abs(dz);
+  }
+}
+
 /// The distances from one query point to points anywhere in a container, four at a time.
 template <class Kind>
 class DistancesOfFour {
@@ -172,21 +184,10 @@ public:
     cv::v_float32x4 xx, yy, x, y;
     cv::v_zip(cv::v_load_halves(a, b), cv::v_load_halves(c, d), xx, yy);
     cv::v_zip(xx, yy, x, y);
-    return between(x - x_, y - y_, cv::v_float32x4(a[2], b[2], c[2], d[2]) - z_);
+    return between<Kind>(x - x_, y - y_, cv::v_float32x4(a[2], b[2], c[2], d[2]) - z_);
   }
 
 private:
-  static cv::v_float32x4 between(cv::v_float32x4 const& dx, cv::v_float32x4 const& dy,
-                                 cv::v_float32x4 const& dz) {
-    if constexpr (Kind::isSquared) {
-      return dx * dx + dy * dy + dz * dz;
-    } else if constexpr (Kind::takesLargest) {
-      return cv::v_max(cv::v_max(cv::v_abs(dx), cv::v_abs(dy)), cv::v_abs(dz));
-    } else {
-      return cv::v_abs(dx) + cv::v_abs(dy) + cv::v_abs(dz);
-    }
-  }
-
   cv::v_float32x4 x_, y_, z_;
 };
 
@@ -195,13 +196,14 @@ template <class Kind>
 class Ball {
 public:
   Ball(float const* centre, float radius)
-      : centre_{centre[0], centre[1], centre[2]}, norm_(Kind::norm(radius)) {
+      : centre_{centre[0], centre[1], centre[2]}, radius_(radius), norm_(Kind::norm(radius)) {
     isEmpty_ = !(radius >= 0.0F) || !isFinite(centre_);
   }
 
   /// A ball that holds no point whatever the cloud: a negative radius, or a centre that is not a number.
   bool isEmpty() const { return isEmpty_; }
   float const* centre() const { return centre_; }
+  float radius() const { return radius_; }
   float norm() const { return norm_; }
 
   bool holds(float const* point) const {
@@ -217,6 +219,7 @@ public:
 
 private:
   float centre_[3];
+  float radius_;
   float norm_;
   bool isEmpty_;
 };

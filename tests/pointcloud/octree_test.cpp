@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <opencv2/core.hpp>
 #include <sstream>
 
@@ -157,6 +158,39 @@ TEST(Octree, FindsWhatBruteForceFindsAwayFromTheRadiusItself) {
     tree.radiusNeighborsSearch<L2>(points[q], 0.2F, found);
     std::sort(found.begin(), found.end());
     EXPECT_EQ(found, expected);
+  }
+}
+
+/// Expects counts and searches to agree in balls whose surface goes through points, to the last bit of the
+/// radius. A search looks at each point, a count only where it must.
+template <class Kind>
+void expectCountsOfSearches(std::vector<cv::Vec3f> const& points, bool isSquared) {
+  GridOctree tree;
+  tree.init(test::asGrid(points, 1));
+  std::vector<unsigned> found;
+  for (std::size_t q = 0; q < points.size(); q += 40) {
+    for (std::size_t p = q % 7; p < points.size(); p += 97) {
+      cv::Vec3f const d = points[p] - points[q];
+      float const distance = Kind::between(d[0], d[1], d[2]);
+      float const radius = isSquared ? std::sqrt(distance) : distance;
+      for (float const end : {0.0F, radius, 2.0F * radius}) {
+        float const nearly = std::nextafter(radius, end);
+        ASSERT_EQ(tree.radiusNeighborsCount<Kind>(points[q], nearly),
+                  tree.radiusNeighborsSearch<Kind>(points[q], nearly, found))
+            << cv::Mat(points[q]) << " radius " << nearly;
+      }
+    }
+  }
+}
+
+TEST(Octree, CountsToTheLastBitOfTheRadius) {
+  for (float const scale : {1.0F, 1e-22F, 1e19F}) {
+    for (float const origin : {0.0F, 500.0F}) {
+      std::vector<cv::Vec3f> const points = test::randomPoints(2000, origin * scale, (origin + 1.0F) * scale);
+      expectCountsOfSearches<L1>(points, false);
+      expectCountsOfSearches<L2>(points, true);
+      expectCountsOfSearches<LInf>(points, false);
+    }
   }
 }
 

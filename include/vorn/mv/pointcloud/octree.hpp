@@ -31,7 +31,8 @@ struct BasicOctant {
 
 /// Finds the neighbours of a point among millions: a tree of cubes over a set of 3D points.
 ///
-/// The tree keeps point indices only and reads the coordinates from the caller's container. The points of an
+/// The tree keeps point indices and 32 bits a point on its place within its leaf, and reads the coordinates
+/// from the caller's container. The points of an
 /// octant form one chain, children in code order and points in index order within a leaf, so that a whole
 /// octant is counted or listed without visiting its children. Points with a NaN or infinite coordinate enter
 /// no octant and are never found; a query point with one finds nothing.
@@ -127,6 +128,8 @@ private:
   Param param_;
   std::vector<Octant> octants_;
   std::vector<Index> chain_;
+  /// Where each point of the chain lies within its leaf, roughly.
+  std::vector<std::uint32_t> sketches_;
   /// The copied points; for a grid that is not copied its header, which keeps the caller's buffer alive.
   Container held_;
   /// The points: rows of `columns_` points, `step_` bytes apart.
