@@ -1,12 +1,12 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include <cmath>
 #include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include "sim/map_comparison.hpp"
 #include "support/scanner_rig.hpp"
 
 namespace vorn::mv {
@@ -25,8 +25,7 @@ constexpr double mostOrderErrors = 1e-5;
 /// A rendered scan with its truth.
 struct Scan {
   sim::Rig rig;
-  double period;
-  int axis;
+  sim::MapAxis axis;
   std::vector<cv::Mat> images;
   sim::Truth truth;
   sim::Signal signal;
@@ -34,9 +33,8 @@ struct Scan {
   Sl3dScanner scanner;
 
   Scan(sim::Rig const& rig_, sim::Scene const& scene, ScannerType::Item type = ScannerType::Horizontal)
-      : rig(rig_), period(type == ScannerType::Horizontal ? 4 : 8),
-        axis(type == ScannerType::Horizontal ? 0 : 1), truth(sim::truth(rig.camera, rig.projector, scene)),
-        scanner(scannerOf(rig)) {
+      : rig(rig_), axis(type == ScannerType::Horizontal ? sim::MapAxis::Column : sim::MapAxis::Row),
+        truth(sim::truth(rig.camera, rig.projector, scene)), scanner(scannerOf(rig)) {
     sim::ProjectorView const view(rig.camera, rig.projector, scene);
     auto const patterns = patternsOf(rig, type);
     images = view.capture(patterns);
@@ -49,40 +47,8 @@ struct Scan {
   }
 };
 
-struct Outcome {
-  int returned = 0;
-  int orderErrors = 0;
-  int clean = 0;
-  int cleanReturned = 0;
-  double squaredError = 0;
-  double squaredBound = 0;
-
-  double overBound() const { return std::sqrt(squaredError / squaredBound); }
-};
-
-Outcome judge(Scan const& scan, cv::Mat_<float> const& map) {
-  Outcome outcome;
-  for (int y = 0; y < map.rows; ++y) {
-    for (int x = 0; x < map.cols; ++x) {
-      bool const clean = scan.clean(y, x) != 0;
-      outcome.clean += clean ? 1 : 0;
-      if (map(y, x) < 0) {
-        continue;
-      }
-      ++outcome.returned;
-      double const error = map(y, x) - scan.truth.projector(y, x)[scan.axis];
-      outcome.orderErrors += std::fabs(error) > scan.period / 2 ? 1 : 0;
-      if (clean) {
-        // Four-step phase shifting: sigma = (u / 2 pi) sigma_I / (A sqrt 2).
-        double const bound = scan.period / (2 * CV_PI) * scan.signal.noise(y, x) /
-                             (scan.signal.amplitude(y, x) * std::sqrt(2.0));
-        ++outcome.cleanReturned;
-        outcome.squaredError += error * error;
-        outcome.squaredBound += bound * bound;
-      }
-    }
-  }
-  return outcome;
+sim::MapComparison judge(Scan const& scan, cv::Mat_<float> const& map) {
+  return sim::compareMap(map, scan.truth, scan.signal, scan.clean, scan.axis);
 }
 
 /// A way in which a scan can be harder than the plain one.
@@ -129,7 +95,7 @@ TEST_P(DecodeUnder, IsExactCompleteAndOfTheRightOrder) {
   Scan scan(rig, sim::demoScene(), GetParam().type);
   for (int fillRadius : {9, 0}) {
     scan.scanner["MaxFillRadius"] = fillRadius;
-    Outcome const outcome = judge(scan, scan.scanner.decode(scan.images));
+    sim::MapComparison const outcome = judge(scan, scan.scanner.decode(scan.images));
     ASSERT_GT(outcome.clean, 10000);
     EXPECT_LE(outcome.overBound(), errorOverBound);
     EXPECT_GE(outcome.cleanReturned, leastComplete * outcome.clean);
@@ -232,9 +198,9 @@ TEST(Decode, BlurSmoothsThePhase) {
   sim::Rig rig = sim::demoRig(2);
   makeNoisy(rig);
   Scan scan(rig, sim::demoScene());
-  Outcome const sharp = judge(scan, scan.scanner.decode(scan.images));
+  sim::MapComparison const sharp = judge(scan, scan.scanner.decode(scan.images));
   scan.scanner["PhaseBlurRadius"] = 1;
-  Outcome const smooth = judge(scan, scan.scanner.decode(scan.images));
+  sim::MapComparison const smooth = judge(scan, scan.scanner.decode(scan.images));
   EXPECT_GE(smooth.cleanReturned, leastComplete * smooth.clean);
   EXPECT_LE(smooth.orderErrors, mostOrderErrors * smooth.returned);
   // Nine pixels would make it a third on a plane; curved surfaces gain less.

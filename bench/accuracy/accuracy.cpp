@@ -1,0 +1,179 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+
+// What the library measures on the virtual rig, against the exact truth: scans over a grid of rigs, and
+// calibrations. Prints Markdown tables; --json writes every figure; --check runs a few cases and fails when
+// one misses what must hold.
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/system.hpp>
+#include <vorn/mv/core/library.hpp>
+
+#include "calibration_accuracy.hpp"
+#include "scan_accuracy.hpp"
+#include "tools/json_file.hpp"
+
+namespace vorn::bench {
+
+namespace {
+
+double perHundredThousand(sim::MapComparison const& map) {
+  return map.returned == 0 ? 0 : 1e5 * map.orderErrors / map.returned;
+}
+
+double completeness(sim::MapComparison const& map) {
+  return map.clean == 0 ? 0 : 100.0 * map.cleanReturned / map.clean;
+}
+
+void printScans(std::vector<ScanFigures> const& all) {
+  std::cout
+      << "| rig | amplitude | noise | decoded, px | over bound | wrong orders per 100 000 | complete, % | "
+         "points, mm | 95 %, mm |\n|---|---|---|---|---|---|---|---|---|\n";
+  for (ScanFigures const& f : all) {
+    if (f.map.clean == 0) {
+      std::cout << "| " << f.name << " | under 8 everywhere |\n";
+      continue;
+    }
+    std::cout << cv::format("| %s | %.1f | %.2f | %.4f | %.3f | %.2f | %.2f | %.4f | %.4f |\n",
+                            f.name.c_str(), f.amplitude, f.noise, f.map.rms, f.map.overBound(),
+                            perHundredThousand(f.map), completeness(f.map), f.points.rms, f.points.error95);
+  }
+}
+
+void printArtefacts(ScanFigures const& figures) {
+  std::cout << "\n| " << figures.name << " | mm |\n|---|---|\n";
+  for (tools::ArtefactFigure const& artefact : figures.artefacts) {
+    std::cout << cv::format("| %s | %.4f |\n", artefact.what.c_str(), artefact.value);
+  }
+}
+
+void printCalibrations(std::vector<CalibrationFigures> const& all) {
+  std::cout
+      << "\n| rig | views | camera, px | projector, px | camera model, px | projector model, px | scan, mm | "
+         "scan with the truth, mm |\n|---|---|---|---|---|---|---|---|\n";
+  for (CalibrationFigures const& f : all) {
+    std::cout << cv::format("| %s | %d | %.4f | %.4f | %.4f | %.4f | %.4f | %.4f |\n", f.name.c_str(),
+                            f.views, f.cameraError, f.projectorError, f.cameraModel, f.projectorModel,
+                            f.scan.points.rms, f.scanWithTruth.points.rms);
+  }
+}
+
+nlohmann::json asJson(ScanFigures const& f) {
+  nlohmann::json json = tools::comparisonReport(f.points, f.artefacts);
+  json["Name"] = f.name;
+  json["Amplitude"] = f.amplitude;
+  json["Noise"] = f.noise;
+  json["DecodedRMS"] = f.map.rms;
+  json["OverBound"] = f.map.overBound();
+  json["OrderErrorsPer100000"] = perHundredThousand(f.map);
+  json["CompletePercent"] = completeness(f.map);
+  return json;
+}
+
+nlohmann::json asJson(CalibrationFigures const& f) {
+  return {{"Name", f.name},
+          {"Views", f.views},
+          {"CameraError", f.cameraError},
+          {"ProjectorError", f.projectorError},
+          {"CameraModel", f.cameraModel},
+          {"ProjectorModel", f.projectorModel},
+          {"Scan", asJson(f.scan)},
+          {"ScanWithTruth", asJson(f.scanWithTruth)}};
+}
+
+struct Options {
+  int divisor = 1;
+  std::string json;
+  bool isCheck = false;
+};
+
+void run(Options const& options) {
+  std::vector<ScanCase> const cases = scanCases(options.divisor);
+  nlohmann::json report{{"Divisor", options.divisor}};
+  std::vector<ScanFigures> scans;
+  for (ScanCase const& given : cases) {
+    scans.push_back(scan(given));
+    report["Scans"].push_back(asJson(scans.back()));
+  }
+  printScans(scans);
+  printArtefacts(scans.front());
+  std::vector<CalibrationFigures> calibrations;
+  for (std::size_t const k : calibratedCases) {
+    calibrations.push_back(calibrate(cases.at(k), scans.at(k)));
+    report["Calibrations"].push_back(asJson(calibrations.back()));
+  }
+  printCalibrations(calibrations);
+  if (!options.json.empty()) {
+    tools::writeJsonFile(options.json, report);
+  }
+}
+
+/// Prints what is beyond its limit.
+class Gate {
+public:
+  void atMost(std::string const& what, double value, double limit) {
+    bool const isKept = value <= limit; // NaN is not
+    isOpen_ = isOpen_ && isKept;
+    std::cout << cv::format("%s %-60s %10.4f, at most %g\n", isKept ? "ok    " : "BEYOND", what.c_str(),
+                            value, limit);
+  }
+  bool isOpen() const { return isOpen_; }
+
+private:
+  bool isOpen_ = true;
+};
+
+/// Three scans and a calibration, at half the resolution.
+bool check() {
+  constexpr int divisor = 2;
+  std::vector<ScanCase> const cases = scanCases(divisor);
+  Gate gate;
+  auto const checkScan = [&](ScanFigures const& f) {
+    gate.atMost(f.name + ": error over bound", f.map.overBound(), 1.05);
+    gate.atMost(f.name + ": wrong orders per 100 000", perHundredThousand(f.map), 1);
+    gate.atMost(f.name + ": missing, %", 100 - completeness(f.map), 0.5);
+  };
+  for (std::size_t const k : {std::size_t{0}, std::size_t{2}, cases.size() - 1}) {
+    checkScan(scan(cases[k]));
+  }
+  ScanFigures const withTruth = scan(cases[0]);
+  CalibrationFigures const calibration = calibrate(cases[0], withTruth);
+  gate.atMost("calibration: camera, px", calibration.cameraError, 0.05);
+  gate.atMost("calibration: projector, px", calibration.projectorError, 0.08);
+  gate.atMost("calibration: scan over scan with the truth",
+              calibration.scan.points.rms / withTruth.points.rms, 1.2);
+  return gate.isOpen();
+}
+
+} // namespace
+
+} // namespace vorn::bench
+
+int main(int argc, char** argv) {
+  CLI::App app("Errors of scans and calibrations against the truth of the virtual rig");
+  vorn::bench::Options options;
+  app.add_option("--divisor", options.divisor, "Divide the rig's numbers of pixels by this")
+      ->check(CLI::Range(1, 8));
+  app.add_option("--json", options.json, "Write all figures to this file");
+  app.add_flag("--check", options.isCheck, "A few cases only; fail when one misses what must hold");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    vorn::mv::Library::init();
+    vorn::System::set("EnableDebugMode", vorn::Variant(false));
+    if (options.isCheck) {
+      return vorn::bench::check() ? 0 : 1;
+    }
+    vorn::bench::run(options);
+  } catch (std::exception const& exception) {
+    std::cerr << exception.what() << '\n';
+    return 1;
+  }
+  return 0;
+}
