@@ -52,7 +52,9 @@ void draw(Overlay const& overlay, cv::Mat& albedoImage) {
     for (int x = box.x; x < box.br().x; ++x) {
       int covered = 0;
       for (int i = 0; i < samples * samples; ++i) {
-        cv::Point2d const offset((i % samples + 0.5) / samples - 0.5, (i / samples + 0.5) / samples - 0.5);
+        int const column = i % samples;
+        int const row = i / samples;
+        cv::Point2d const offset((column + 0.5) / samples - 0.5, (row + 0.5) / samples - 0.5);
         covered += isInside(overlay, cv::Point2d(x, y) + offset) ? 1 : 0;
       }
       double const share = static_cast<double>(covered) / (samples * samples);

@@ -81,6 +81,7 @@ SphereFit fitSphere(std::vector<cv::Vec3d> const& points) {
   for (int i = 0; i < mostSteps && refine(sphere, points) > converged; ++i) {
   }
   std::vector<double> deviations;
+  deviations.reserve(points.size());
   for (cv::Vec3d const& p : points) {
     deviations.push_back(cv::norm(p - sphere.centre) - sphere.radius);
   }

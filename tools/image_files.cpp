@@ -48,7 +48,7 @@ std::vector<unsigned char> readBytes(std::string const& path) {
 
 cv::Mat decoded(std::string const& path, int flags) {
   std::vector<unsigned char> const bytes = readBytes(path);
-  cv::Mat const image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, flags);
+  cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, flags);
   if (image.empty()) {
     throw failure(path + " is not a picture that can be read");
   }

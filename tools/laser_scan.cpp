@@ -109,7 +109,8 @@ std::vector<cv::Vec3d> motions(std::string const& folder, StageMotion const& mot
   cv::Vec3d const step = readStep(folder, motion);
   if (motion.encoder.empty()) {
     for (std::size_t i = 0; i < images; ++i) {
-      result[i] = static_cast<double>(i / planes) * step;
+      std::size_t const position = i / planes;
+      result[i] = static_cast<double>(position) * step;
     }
     return result;
   }

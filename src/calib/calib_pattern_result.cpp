@@ -25,6 +25,7 @@ float pitchOf(std::vector<CalibKeyPoint> const& keyPoints) {
   float least = std::numeric_limits<float>::infinity();
   for (float cv::Point2f::*coordinate : {&cv::Point2f::x, &cv::Point2f::y}) {
     std::vector<float> values;
+    values.reserve(keyPoints.size());
     for (CalibKeyPoint const& point : keyPoints) {
       values.push_back(point.objPnt.*coordinate);
     }

@@ -274,6 +274,7 @@ std::vector<char> findWideDots(cv::Mat const& image, RawGrid const& grid) {
   std::nth_element(sorted.begin(), third, sorted.end());
   double const threshold = usual + std::max(leastExcess, shareOfMarker * (*third - usual));
   std::vector<char> isWide;
+  isWide.reserve(brightness.size());
   for (double const value : brightness) {
     isWide.push_back(value >= threshold);
   }
@@ -368,6 +369,7 @@ std::optional<DotGrid> settle(cv::Mat const& image, RawGrid const& grid, TargetS
   std::vector<double> const shares = grid.areaShares();
   double const ordinary = medianOfPositive(shares);
   std::vector<char> isMarker;
+  isMarker.reserve(shares.size());
   for (double const share : shares) {
     isMarker.push_back(share >= leastMarkerRatio * ordinary &&
                        share <= settings.maxAreaMultiplier * ordinary);

@@ -34,7 +34,7 @@ public:
 private:
   static constexpr int side = 2 * reach + 1;
   static std::size_t cell(cv::Point const& index) {
-    return static_cast<std::size_t>((index.y + reach) * side + index.x + reach);
+    return static_cast<std::size_t>(index.y + reach) * side + static_cast<std::size_t>(index.x + reach);
   }
 
   std::vector<int> cells_;

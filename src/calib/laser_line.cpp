@@ -213,8 +213,8 @@ cv::Mat brightest(cv::Mat const& image) {
     for (int row = firstRow; row < endRow; ++row) {
       std::uint8_t const* const in = image.ptr(row);
       std::uint8_t* const out = result.ptr(row);
-      int const cols = image.cols;
-      for (int x = 0; x < cols; ++x) {
+      std::ptrdiff_t const cols = image.cols;
+      for (std::ptrdiff_t x = 0; x < cols; ++x) {
         out[x] = std::max({in[3 * x], in[3 * x + 1], in[3 * x + 2]});
       }
     }

@@ -116,6 +116,7 @@ std::vector<std::vector<cv::Point3f>>
 LineScanner::triangulate(std::vector<std::vector<cv::Point2f>> const& lines,
                          cv::Point2f const& offset) const {
   std::vector<std::vector<cv::Point3f>> result;
+  result.reserve(lines.size());
   for (auto const& line : lines) {
     result.push_back(triangulate(line, static_cast<int>(result.size()), offset));
   }

@@ -56,7 +56,7 @@ void checkSameViews(CameraCalibData const& data0, CameraCalibData const& data1) 
 
 cv::Mat_<cv::Vec2f> mapOf(CameraModel const& model, char const* camera) {
   std::cout << "Calculating " << camera << " distortion map...\n";
-  auto const map = undistortedMap(model.getK(), model.getD(), model.getResolution());
+  cv::Mat_<cv::Vec2f> map = undistortedMap(model.getK(), model.getD(), model.getResolution());
   std::cout << "DONE\n";
   return map;
 }

@@ -163,6 +163,7 @@ public:
 
   static std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots) {
     std::vector<TargetDot> list;
+    list.reserve(dots.size());
     for (MeasuredDot const& dot : dots) {
       list.push_back(dot.dot);
     }

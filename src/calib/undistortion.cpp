@@ -69,9 +69,11 @@ double distortedRadius(Lens const& c, double r) {
 /// The first radius at which the image radius stops growing, or the end of the search: rays at 87 degrees.
 double findValidRadius(Lens const& lens) {
   constexpr double end = 20;
-  constexpr double step = 0.01;
+  constexpr int steps = 2000;
+  constexpr double step = end / steps;
   double previous = 0;
-  for (double r = step; r < end; r += step) {
+  for (int i = 1; i < steps; ++i) {
+    double const r = i * step;
     double const next = distortedRadius(lens, r);
     if (!(next > previous)) {
       return r -

@@ -186,13 +186,13 @@ void readFixedSize(json const& j, cv::Mat& m) {
   values.convertTo(m, m.type());
 }
 
-#define VORN_MV_NUMBERS(T)                                                                                   \
-  template void writeNumbers<T>(json&, T const*, int);                                                       \
-  template void readNumbers<T>(json const&, T*, int);
-VORN_MV_NUMBERS(uchar)
-VORN_MV_NUMBERS(int)
-VORN_MV_NUMBERS(float)
-VORN_MV_NUMBERS(double)
-#undef VORN_MV_NUMBERS
+template void writeNumbers(json&, uchar const*, int);
+template void writeNumbers(json&, int const*, int);
+template void writeNumbers(json&, float const*, int);
+template void writeNumbers(json&, double const*, int);
+template void readNumbers(json const&, uchar*, int);
+template void readNumbers(json const&, int*, int);
+template void readNumbers(json const&, float*, int);
+template void readNumbers(json const&, double*, int);
 
 } // namespace vorn::mv::detail

@@ -25,7 +25,7 @@ constexpr uchar doubtful = 2;
 VORN_TARGET_CLONES bool classify(float const* a, float const* b, int count, float surelyNearer,
                                  float surelyFarther, uchar* marks) {
   int doubts = 0;
-  for (int i = 0; i < count; ++i) {
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
     float const dx = a[3 * i] - b[3 * i];
     float const dy = a[3 * i + 1] - b[3 * i + 1];
     float const dz = a[3 * i + 2] - b[3 * i + 2];

@@ -27,7 +27,7 @@ struct StridedPoints {
     unsigned const row = number / columns;
     // Rows of floats start at a multiple of a float's size.
     return static_cast<float const*>(static_cast<void const*>(data + row * step)) +
-           3 * (number - row * columns);
+           std::size_t{3} * (number - row * columns);
   }
 };
 
