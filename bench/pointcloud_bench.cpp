@@ -10,6 +10,7 @@
 #include <vorn/core/system.hpp>
 
 #include "cloud_inputs.hpp"
+#include "pointcloud/uniform_sampling.hpp"
 
 namespace {
 
@@ -86,6 +87,25 @@ void buildAndFilterSmallCluster(benchmark::State& state) {
   runFilter(
       state, [](mv::PointCloud& cloud) { cloud.filterSmallCluster(radius, 500); }, false);
 }
+
+/// Thins to one point a neighbourhood; the radius is in hundredths of a millimetre. The octree is kept.
+void sampleUniformly(benchmark::State& state) {
+  System::set("EnableDebugMode", false);
+  mv::PointCloud cloud(bench::cloudOfKind(state.range(0), side), false);
+  auto const sampleRadius = 0.01F * static_cast<float>(state.range(1));
+  cloud.octree();
+  for (auto _ : state) {
+    cloud.state() = 0;
+    mv::deleteDensePoints(cloud, sampleRadius);
+  }
+  state.SetLabel(bench::nameOfKind(state.range(0)));
+  state.counters["kept"] = static_cast<double>(cloud.presentCount());
+}
+BENCHMARK(sampleUniformly)
+    ->ArgsProduct({{0, 1, 2}, {15, 50, 200}})
+    ->ArgNames({"kind", "radius"})
+    ->Unit(benchmark::kMillisecond);
+
 BENCHMARK(clean)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(buildAndClean)->ArgName("threads")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(buildAndFilterSmallCluster)->Arg(1)->Unit(benchmark::kMillisecond);

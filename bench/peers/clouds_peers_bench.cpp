@@ -1,8 +1,9 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Neighbour search and cleaning with other libraries, beside ours in one run, on an organized scan; one
-// thread.
+// Neighbour search and cleaning with other libraries, beside ours in one run, on an organized scan, a random
+// cube and a spherical shell (kind 0, 1, 2) of 100 k, 1 M and 5 M points; one thread unless the name says
+// otherwise.
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include <benchmark/benchmark.h>
@@ -36,6 +37,14 @@ constexpr float cleanRadius = 0.3F;
 constexpr int cleanNeighbours = 10;
 constexpr int clusterSize = 500;
 
+/// The arguments of a benchmark: the kind of cloud, the root of its number of points, and what is asked for.
+cv::Mat_<cv::Vec3f> cloudOf(benchmark::State const& state) {
+  return bench::cloudOfKind(state.range(0), state.range(1));
+}
+float radiusOf(benchmark::State const& state) {
+  return bench::radiusForNeighbours(state.range(0), state.range(2));
+}
+
 void perPoint(benchmark::State& state, std::size_t count) {
   state.counters["each"] =
       benchmark::Counter(static_cast<double>(count),
@@ -63,7 +72,7 @@ mv::GridOctree treeOf(cv::Mat_<cv::Vec3f> const& points) {
 }
 
 void buildOurs(benchmark::State& state) {
-  cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
+  cv::Mat_<cv::Vec3f> const points = cloudOf(state);
   for (auto _ : state) {
     benchmark::DoNotOptimize(treeOf(points));
   }
@@ -71,52 +80,64 @@ void buildOurs(benchmark::State& state) {
 }
 
 void countOurs(benchmark::State& state) {
-  cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
+  cv::Mat_<cv::Vec3f> const points = cloudOf(state);
   mv::GridOctree const tree = treeOf(points);
-  float const radius = bench::radiusForNeighbours(0, state.range(1));
+  float const radius = radiusOf(state);
   runQueries(state, points,
              [&](cv::Vec3f const& query) { return tree.radiusNeighborsCount<L2>(query, radius); });
 }
 
 void searchOurs(benchmark::State& state) {
-  cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
+  cv::Mat_<cv::Vec3f> const points = cloudOf(state);
   mv::GridOctree const tree = treeOf(points);
-  float const radius = bench::radiusForNeighbours(0, state.range(1));
+  float const radius = radiusOf(state);
   std::vector<unsigned> indices;
   runQueries(state, points,
              [&](cv::Vec3f const& query) { return tree.radiusNeighborsSearch<L2>(query, radius, indices); });
 }
 
 void knnOurs(benchmark::State& state) {
-  cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
+  cv::Mat_<cv::Vec3f> const points = cloudOf(state);
   mv::GridOctree const tree = treeOf(points);
   std::vector<unsigned> indices;
   std::vector<float> distances;
   runQueries(state, points, [&](cv::Vec3f const& query) {
-    return tree.knnSearch<L2>(query, static_cast<int>(state.range(1)), indices, distances);
+    return tree.knnSearch<L2>(query, static_cast<int>(state.range(2)), indices, distances);
   });
 }
 
 /// Cleans a cloud whose octree has to be built each time.
 template <class Filter>
-void filterOurs(benchmark::State& state, Filter const& filter) {
+void filterOurs(benchmark::State& state, int threads, Filter const& filter) {
   System::set("EnableDebugMode", false);
-  cv::setNumThreads(1);
-  mv::PointCloud cloud(bench::organizedScan(static_cast<int>(state.range(0))), true);
+  cv::setNumThreads(threads);
+  mv::PointCloud cloud(cloudOf(state), true);
   for (auto _ : state) {
     cloud.points();
     cloud.resetState();
     filter(cloud);
   }
+  cv::setNumThreads(1);
   state.counters["deleted"] = static_cast<double>(cloud.pointCount() - cloud.presentCount());
 }
 
-void cleanOurs(benchmark::State& state) {
-  filterOurs(state, [](mv::PointCloud& cloud) { cloud.clean(cleanRadius, cleanNeighbours); });
+void clean(mv::PointCloud& cloud) {
+  cloud.clean(cleanRadius, cleanNeighbours);
 }
-
+void clusters(mv::PointCloud& cloud) {
+  cloud.filterSmallCluster(cleanRadius, clusterSize);
+}
+void cleanOurs(benchmark::State& state) {
+  filterOurs(state, 1, clean);
+}
+void cleanOursTwoThreads(benchmark::State& state) {
+  filterOurs(state, 2, clean);
+}
 void clustersOurs(benchmark::State& state) {
-  filterOurs(state, [](mv::PointCloud& cloud) { cloud.filterSmallCluster(cleanRadius, clusterSize); });
+  filterOurs(state, 1, clusters);
+}
+void clustersOursTwoThreads(benchmark::State& state) {
+  filterOurs(state, 2, clusters);
 }
 
 #ifdef VORN_HAS_NANOFLANN
@@ -154,16 +175,15 @@ private:
   std::size_t size_ = 0;
 };
 
-struct KdTreeOfScan {
-  explicit KdTreeOfScan(long side)
-      : adaptor{bench::organizedScan(static_cast<int>(side))}, tree(3, adaptor) {}
+struct KdTreeOfCloud {
+  explicit KdTreeOfCloud(benchmark::State const& state) : adaptor{cloudOf(state)}, tree(3, adaptor) {}
 
   MatrixAdaptor adaptor;
   KdTree tree;
 };
 
 void buildNanoflann(benchmark::State& state) {
-  MatrixAdaptor const adaptor{bench::organizedScan(static_cast<int>(state.range(0)))};
+  MatrixAdaptor const adaptor{cloudOf(state)};
   for (auto _ : state) {
     KdTree const tree(3, adaptor);
     benchmark::DoNotOptimize(tree.size(tree));
@@ -172,38 +192,38 @@ void buildNanoflann(benchmark::State& state) {
 }
 
 void countNanoflann(benchmark::State& state) {
-  KdTreeOfScan const scan(state.range(0));
-  float const radius = bench::radiusForNeighbours(0, state.range(1));
-  runQueries(state, scan.adaptor.points, [&](cv::Vec3f const& query) {
+  KdTreeOfCloud const cloud(state);
+  float const radius = radiusOf(state);
+  runQueries(state, cloud.adaptor.points, [&](cv::Vec3f const& query) {
     CountingSet set(radius * radius, ~std::size_t{0});
-    scan.tree.findNeighbors(set, query.val, nanoflann::SearchParams());
+    cloud.tree.findNeighbors(set, query.val, nanoflann::SearchParams());
     return set.size();
   });
 }
 
 void searchNanoflann(benchmark::State& state) {
-  KdTreeOfScan const scan(state.range(0));
-  float const radius = bench::radiusForNeighbours(0, state.range(1));
+  KdTreeOfCloud const cloud(state);
+  float const radius = radiusOf(state);
   std::vector<std::pair<unsigned, float>> found;
-  runQueries(state, scan.adaptor.points, [&](cv::Vec3f const& query) {
-    return scan.tree.radiusSearch(query.val, radius * radius, found,
-                                  nanoflann::SearchParams(32, 0.0F, false));
+  runQueries(state, cloud.adaptor.points, [&](cv::Vec3f const& query) {
+    return cloud.tree.radiusSearch(query.val, radius * radius, found,
+                                   nanoflann::SearchParams(32, 0.0F, false));
   });
 }
 
 void knnNanoflann(benchmark::State& state) {
-  KdTreeOfScan const scan(state.range(0));
-  auto const k = static_cast<std::size_t>(state.range(1));
+  KdTreeOfCloud const cloud(state);
+  auto const k = static_cast<std::size_t>(state.range(2));
   std::vector<unsigned> indices(k);
   std::vector<float> distances(k);
-  runQueries(state, scan.adaptor.points, [&](cv::Vec3f const& query) {
-    return scan.tree.knnSearch(query.val, k, indices.data(), distances.data());
+  runQueries(state, cloud.adaptor.points, [&](cv::Vec3f const& query) {
+    return cloud.tree.knnSearch(query.val, k, indices.data(), distances.data());
   });
 }
 
 /// What a skilled user writes: tree, counting with early exit, no states.
 void cleanNanoflann(benchmark::State& state) {
-  MatrixAdaptor const adaptor{bench::organizedScan(static_cast<int>(state.range(0)))};
+  MatrixAdaptor const adaptor{cloudOf(state)};
   std::vector<uchar> isSparse(adaptor.points.total());
   for (auto _ : state) {
     KdTree const tree(3, adaptor);
@@ -217,7 +237,7 @@ void cleanNanoflann(benchmark::State& state) {
 }
 
 void clustersNanoflann(benchmark::State& state) {
-  MatrixAdaptor const adaptor{bench::organizedScan(static_cast<int>(state.range(0)))};
+  MatrixAdaptor const adaptor{cloudOf(state)};
   std::size_t deleted = 0;
   for (auto _ : state) {
     KdTree const tree(3, adaptor);
@@ -259,12 +279,14 @@ pcl::PointCloud<pcl::PointXYZ>::Ptr pclCloud(cv::Mat_<cv::Vec3f> const& points) 
 
 using PclOctree = pcl::octree::OctreePointCloudSearch<pcl::PointXYZ>;
 /// About as many points a leaf as ours.
-constexpr double pclResolution = 0.4;
+double pclResolution(benchmark::State const& state) {
+  return state.range(0) == 1 ? 0.3 : 0.4;
+}
 
 void buildPcl(benchmark::State& state) {
-  auto const cloud = pclCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  auto const cloud = pclCloud(cloudOf(state));
   for (auto _ : state) {
-    PclOctree tree(pclResolution);
+    PclOctree tree(pclResolution(state));
     tree.setInputCloud(cloud);
     tree.addPointsFromInputCloud();
     benchmark::DoNotOptimize(tree.getLeafCount());
@@ -274,8 +296,8 @@ void buildPcl(benchmark::State& state) {
 
 template <class Search>
 void runPclQueries(benchmark::State& state, Search const& search) {
-  cv::Mat_<cv::Vec3f> const points = bench::organizedScan(static_cast<int>(state.range(0)));
-  PclOctree tree(pclResolution);
+  cv::Mat_<cv::Vec3f> const points = cloudOf(state);
+  PclOctree tree(pclResolution(state));
   tree.setInputCloud(pclCloud(points));
   tree.addPointsFromInputCloud();
   std::vector<int> indices;
@@ -287,21 +309,21 @@ void runPclQueries(benchmark::State& state, Search const& search) {
 }
 
 void searchPcl(benchmark::State& state) {
-  auto const radius = static_cast<double>(bench::radiusForNeighbours(0, state.range(1)));
+  auto const radius = static_cast<double>(radiusOf(state));
   runPclQueries(state, [=](PclOctree& tree, pcl::PointXYZ const& query, auto& indices, auto& distances) {
     return tree.radiusSearch(query, radius, indices, distances);
   });
 }
 
 void knnPcl(benchmark::State& state) {
-  auto const k = static_cast<unsigned>(state.range(1));
+  auto const k = static_cast<unsigned>(state.range(2));
   runPclQueries(state, [=](PclOctree& tree, pcl::PointXYZ const& query, auto& indices, auto& distances) {
     return tree.nearestKSearch(query, k, indices, distances);
   });
 }
 
 void cleanPcl(benchmark::State& state) {
-  auto const cloud = pclCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  auto const cloud = pclCloud(cloudOf(state));
   pcl::PointCloud<pcl::PointXYZ> kept;
   for (auto _ : state) {
     pcl::RadiusOutlierRemoval<pcl::PointXYZ> filter;
@@ -314,7 +336,7 @@ void cleanPcl(benchmark::State& state) {
 }
 
 void clustersPcl(benchmark::State& state) {
-  auto const cloud = pclCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  auto const cloud = pclCloud(cloudOf(state));
   for (auto _ : state) {
     auto tree = pcl::search::KdTree<pcl::PointXYZ>::Ptr(new pcl::search::KdTree<pcl::PointXYZ>(false));
     tree->setInputCloud(cloud);
@@ -340,8 +362,7 @@ open3d::geometry::PointCloud open3dCloud(cv::Mat_<cv::Vec3f> const& points) {
 }
 
 void cleanOpen3d(benchmark::State& state) {
-  open3d::geometry::PointCloud const cloud =
-      open3dCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  open3d::geometry::PointCloud const cloud = open3dCloud(cloudOf(state));
   for (auto _ : state) {
     auto const kept = cloud.RemoveRadiusOutliers(cleanNeighbours, static_cast<double>(cleanRadius));
     benchmark::DoNotOptimize(std::get<0>(kept));
@@ -349,8 +370,7 @@ void cleanOpen3d(benchmark::State& state) {
 }
 
 void clustersOpen3d(benchmark::State& state) {
-  open3d::geometry::PointCloud const cloud =
-      open3dCloud(bench::organizedScan(static_cast<int>(state.range(0))));
+  open3d::geometry::PointCloud const cloud = open3dCloud(cloudOf(state));
   for (auto _ : state) {
     benchmark::DoNotOptimize(cloud.ClusterDBSCAN(static_cast<double>(cleanRadius), 1));
   }
@@ -358,12 +378,15 @@ void clustersOpen3d(benchmark::State& state) {
 #endif
 
 void registerAll(char const* name, void (*run)(benchmark::State&), std::vector<long> const& sizes) {
-  for (long const side : {316L, 1000L}) {
-    for (long const size : sizes) {
-      benchmark::RegisterBenchmark(name, run)
-          ->Args({side, size})
-          ->ArgNames({"side", "n"})
-          ->Unit(benchmark::kMillisecond);
+  for (long const kind : {0L, 1L, 2L}) {
+    for (long const side : {316L, 1000L, 2236L}) {
+      for (long const size : sizes) {
+        benchmark::RegisterBenchmark(name, run)
+            ->Args({kind, side, size})
+            ->ArgNames({"kind", "side", "n"})
+            ->Unit(benchmark::kMillisecond)
+            ->MeasureProcessCPUTime();
+      }
     }
   }
 }
@@ -377,7 +400,9 @@ bool const isRegistered = [] {
   registerAll("search/ours", searchOurs, radii);
   registerAll("knn/ours", knnOurs, nearest);
   registerAll("clean/ours", cleanOurs, {0});
+  registerAll("clean/ours/two_threads", cleanOursTwoThreads, {0});
   registerAll("clusters/ours", clustersOurs, {0});
+  registerAll("clusters/ours/two_threads", clustersOursTwoThreads, {0});
 #ifdef VORN_HAS_NANOFLANN
   registerAll("build/nanoflann", buildNanoflann, {0});
   registerAll("count/nanoflann", countNanoflann, radii);
