@@ -131,6 +131,33 @@ void listLeaf(OctreeView const& tree, Points const& points, Ball<Kind> const& ba
   indices.resize(size);
 }
 
+/// The same by the sketches of the points, so that few of them have to be fetched.
+template <class Kind, class Points>
+void listSketchedLeaf(OctreeView const& tree, PointSketch const* sketches, Points const& points,
+                      Ball<Kind> const& ball, BasicOctant<unsigned> const& leaf,
+                      std::vector<unsigned>& indices) {
+  std::size_t size = indices.size();
+  indices.resize(size + leaf.count);
+  unsigned const* const chain = tree.chain + leaf.first;
+  SketchedBall sketchedBall;
+  BallSketcher<Kind>(ball.centre(), ball.radius(), tree.tolerance).sketch(leaf, sketchedBall);
+  SketchedLeaf<Kind> const sketchedLeaf(sketchedBall);
+  for (unsigned i = 0; i < leaf.count; i += 4) {
+    auto bits = sketchedLeaf.four(sketches + leaf.first + i);
+    unsigned const end = std::min(leaf.count - i, 4U);
+    bits.doubtful &= (1U << end) - 1U;
+    for (; bits.doubtful != 0; bits.doubtful &= bits.doubtful - 1) {
+      auto const j = static_cast<unsigned>(__builtin_ctz(bits.doubtful));
+      bits.inside |= ball.holds(points[chain[i + j]]) ? 1U << j : 0U;
+    }
+    for (unsigned j = 0; j < end; ++j) {
+      indices[size] = chain[i + j];
+      size += (bits.inside >> j) & 1U;
+    }
+  }
+  indices.resize(size);
+}
+
 void listWhole(OctreeView const& tree, BasicOctant<unsigned> const& octant, std::vector<unsigned>& indices) {
   unsigned const* const chain = tree.chain + octant.first;
   indices.insert(indices.end(), chain, chain + octant.count);
@@ -262,16 +289,41 @@ std::size_t Octree<Point, Container, Index>::radiusNeighborsSearch(Point const& 
   indices.clear();
   OctreeView const tree(*this);
   Ball<Kind> const ball(coordinates(query), radius);
+  bool const sketchesTell = !tree.isEmpty && canSketch<Kind>(tree.octants[0], ball.centre(), ball.radius());
   withPoints([&](auto const& points) {
-    auto const whole = [&](Octant const& octant) {
-      listWhole(tree, octant, indices);
+    // What makes up the ball, gathered so that its memory is fetched side by side.
+    struct Part {
+      Octant const* octant;
+      bool isWhole;
+    };
+    constexpr std::size_t mostParts = 32;
+    std::array<Part, mostParts> parts;
+    std::size_t count = 0;
+    auto const list = [&] {
+      for (std::size_t i = 0; i < count; ++i) {
+        if (parts[i].isWhole) {
+          listWhole(tree, *parts[i].octant, indices);
+        } else if (sketchesTell) {
+          listSketchedLeaf(tree, sketches_.data(), points, ball, *parts[i].octant, indices);
+        } else {
+          listLeaf(tree, points, ball, *parts[i].octant, indices);
+        }
+      }
+      count = 0;
+    };
+    auto const gather = [&](Octant const& octant, bool isWhole) {
+      __builtin_prefetch(tree.chain + octant.first);
+      __builtin_prefetch(sketches_.data() + octant.first);
+      parts[count++] = {&octant, isWhole};
+      if (count == mostParts) {
+        list();
+      }
       return true;
     };
-    auto const leaf = [&](Octant const& octant) {
-      listLeaf(tree, points, ball, octant, indices);
-      return true;
-    };
-    visitBall(tree, ball, whole, leaf);
+    visitBall(
+        tree, ball, [&](Octant const& octant) { return gather(octant, true); },
+        [&](Octant const& octant) { return gather(octant, false); });
+    list();
   });
   return indices.size();
 }

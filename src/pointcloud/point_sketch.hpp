@@ -86,6 +86,40 @@ private:
   float tolerance_;
 };
 
+/// Holds the sketches of one leaf against a ball, four at a time.
+template <class Kind>
+class SketchedLeaf {
+public:
+  /// A bit a point; those behind the leaf's last mean nothing.
+  struct Bits {
+    unsigned inside;
+    unsigned doubtful;
+  };
+
+  explicit SketchedLeaf(SketchedBall const& ball)
+      : x_(cv::v_setall_f32(ball.start[0])), y_(cv::v_setall_f32(ball.start[1])),
+        z_(cv::v_setall_f32(ball.start[2])), step_(cv::v_setall_f32(ball.step)),
+        inner_(cv::v_setall_f32(ball.inner)), outer_(cv::v_setall_f32(ball.outer)) {}
+
+  Bits four(PointSketch const* sketches) const {
+    cv::v_uint32x4 const cells = cv::v_load(sketches);
+    cv::v_uint32x4 const mask = cv::v_setall_u32(sketchMask);
+    cv::v_float32x4 const distances =
+        between<Kind>(offset(cells & mask, x_), offset(cv::v_shr<sketchBits>(cells) & mask, y_),
+                      offset(cv::v_shr<2 * sketchBits>(cells), z_));
+    auto const inside = static_cast<unsigned>(cv::v_signmask(distances < inner_));
+    auto const possible = static_cast<unsigned>(cv::v_signmask(distances <= outer_));
+    return {inside, possible & ~inside};
+  }
+
+private:
+  cv::v_float32x4 offset(cv::v_uint32x4 const& cells, cv::v_float32x4 const& first) const {
+    return cv::v_cvt_f32(cv::v_reinterpret_as_s32(cells)) * step_ + first;
+  }
+
+  cv::v_float32x4 x_, y_, z_, step_, inner_, outer_;
+};
+
 /// True when sketches can be held against a ball in a tree with this root: nowhere do the numbers come near
 /// the ends of the range of float, where rounding is not in proportion.
 template <class Kind>

@@ -161,10 +161,10 @@ TEST(Octree, FindsWhatBruteForceFindsAwayFromTheRadiusItself) {
   }
 }
 
-/// Expects counts and searches to agree in balls whose surface goes through points, to the last bit of the
-/// radius. A search looks at each point, a count only where it must.
+/// Expects what counts and searches find in balls whose surface goes through points to be right to the last
+/// bit of the radius. The recursive search looks at each point, the others only where they must.
 template <class Kind>
-void expectCountsOfSearches(std::vector<cv::Vec3f> const& points, bool isSquared) {
+void expectExactSurfaces(std::vector<cv::Vec3f> const& points, bool isSquared) {
   GridOctree tree;
   tree.init(test::asGrid(points, 1));
   std::vector<unsigned> found;
@@ -175,21 +175,22 @@ void expectCountsOfSearches(std::vector<cv::Vec3f> const& points, bool isSquared
       float const radius = isSquared ? std::sqrt(distance) : distance;
       for (float const end : {0.0F, radius, 2.0F * radius}) {
         float const nearly = std::nextafter(radius, end);
-        ASSERT_EQ(tree.radiusNeighborsCount<Kind>(points[q], nearly),
-                  tree.radiusNeighborsSearch<Kind>(points[q], nearly, found))
-            << cv::Mat(points[q]) << " radius " << nearly;
+        std::size_t const expected = tree.radiusNeighborsSearchRecursive<Kind>(points[q], nearly, found);
+        ASSERT_EQ(tree.radiusNeighborsCount<Kind>(points[q], nearly), expected) << "radius " << nearly;
+        ASSERT_EQ(tree.radiusNeighborsSearch<Kind>(points[q], nearly, found), expected)
+            << "radius " << nearly;
       }
     }
   }
 }
 
-TEST(Octree, CountsToTheLastBitOfTheRadius) {
+TEST(Octree, IsExactToTheLastBitOfTheRadius) {
   for (float const scale : {1.0F, 1e-22F, 1e19F}) {
     for (float const origin : {0.0F, 500.0F}) {
       std::vector<cv::Vec3f> const points = test::randomPoints(2000, origin * scale, (origin + 1.0F) * scale);
-      expectCountsOfSearches<L1>(points, false);
-      expectCountsOfSearches<L2>(points, true);
-      expectCountsOfSearches<LInf>(points, false);
+      expectExactSurfaces<L1>(points, false);
+      expectExactSurfaces<L2>(points, true);
+      expectExactSurfaces<LInf>(points, false);
     }
   }
 }
