@@ -7,6 +7,8 @@ set(VORN_MV_MAINTAINER "The vorn authors <maintainers@vorn.invalid>" CACHE STRIN
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+# CPack's default: any other stands before the description of every package.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${CMAKE_PROJECT_NAME} built using CMake")
 set(CPACK_COMPONENTS_ALL library development)
 if(VORN_MV_BUILD_TOOLS)
   list(APPEND CPACK_COMPONENTS_ALL tools)
@@ -18,7 +20,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${VORN_MV_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS $<TARGET_FILE_DIR:vorn_mv>)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(vorn_mv_same_version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
@@ -26,13 +28,14 @@ set(vorn_mv_same_version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 set(vorn_mv_library_package libvorn-mv${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${vorn_mv_library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/packaging/triggers)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "machine vision for optical 3D measurement
- Structured light and laser line scanning, calibration of cameras and scanners,
- point clouds and image filters, on OpenCV matrices.
- .
- This package holds the shared library.")
+Structured light and laser line scanning, calibration of cameras and scanners,
+point clouds and image filters, on OpenCV matrices.
+
+This package holds the shared library.")
 
 # What the public headers include and the CMake and pkg-config packages look for.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvorn-mv-dev)
@@ -41,21 +44,21 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${vorn_mv_library_package} (= ${vorn_mv_same_version}), libopencv-dev (>= 4.5), nlohmann-json3-dev (>= 3.9)")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "machine vision for optical 3D measurement - development files
- Structured light and laser line scanning, calibration of cameras and scanners,
- point clouds and image filters, on OpenCV matrices.
- .
- This package holds what is needed to build programs: headers, and files for
- CMake and pkg-config.")
+Structured light and laser line scanning, calibration of cameras and scanners,
+point clouds and image filters, on OpenCV matrices.
+
+This package holds what is needed to build programs: headers, and files for
+CMake and pkg-config.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vorn-mv-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${vorn_mv_library_package} (= ${vorn_mv_same_version})")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "machine vision for optical 3D measurement - command line tool
- Structured light and laser line scanning, calibration of cameras and scanners,
- point clouds and image filters, on OpenCV matrices.
- .
- This package holds vorn-mv, which calibrates, scans, cleans clouds and renders
- what a rig would capture, from the command line.")
+Structured light and laser line scanning, calibration of cameras and scanners,
+point clouds and image filters, on OpenCV matrices.
+
+This package holds vorn-mv, which calibrates, scans, cleans clouds and renders
+what a rig would capture, from the command line.")
 
 # Files that Debian wants in every package and nobody elsewhere.
 find_program(VORN_MV_GZIP gzip)
