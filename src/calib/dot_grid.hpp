@@ -64,6 +64,8 @@ struct GridDot {
 struct DotGrid {
   std::vector<GridDot> dots;
   bool isOriginMarked = false;
+  /// The markers were told by the sizes of their blobs, so blur is small where the grid was found.
+  bool areMarkersClear = false;
 };
 
 /// Joins candidates into the largest grid in sight, a marked one before all others, and settles its origin

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <optional>
+#include <utility>
 
 #include "calib/dot_candidate.hpp"
 #include "calib/dot_grid.hpp"
@@ -18,8 +19,14 @@
 namespace vorn::mv {
 namespace {
 
-/// The grid that the image shows when reduced by `factor`. Positions are those of the candidates.
-TargetView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings) {
+/// A grid with dots where their blobs are, to start measuring from.
+struct RoughView {
+  TargetView view;
+  bool areMarkersClear = false;
+};
+
+/// The grid that the image shows when reduced by `factor`.
+RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings) {
   ReducedImage level = reduce(image, factor);
   std::vector<DotCandidate> const candidates = findCandidates(level, settings);
   auto crosses = findCrosses(candidates, settings.maxAreaMultiplier);
@@ -34,12 +41,11 @@ TargetView findGrid(cv::Mat const& image, int factor, TargetSettings const& sett
     crosses = findCrosses(dots, settings.maxAreaMultiplier);
   }
   DotGrid const grid = assignGrid(image, dots, crosses, settings);
-  TargetView view;
-  view.isOriginMarked = grid.isOriginMarked;
+  RoughView rough{{{}, grid.isOriginMarked}, grid.areMarkersClear};
   for (GridDot const& dot : grid.dots) {
-    view.dots.push_back({dot.index, dots[static_cast<std::size_t>(dot.candidate)].centre});
+    rough.view.dots.push_back({dot.index, dots[static_cast<std::size_t>(dot.candidate)].centre});
   }
-  return view;
+  return rough;
 }
 
 /// Moves each dot from the centre of its image to the image of its centre.
@@ -131,7 +137,6 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
   if (dots.empty()) {
     return {};
   }
-  grid.complete(dots);
   grid.refine(dots);
   grid.fitEdges(dots);
   correctPerspective(dots);
@@ -159,22 +164,36 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
   return view;
 }
 
+/// The finished view of a marked grid; nothing where its markers do not stand up to a close look.
+std::optional<TargetView> finishMarked(cv::Mat const& image, TargetView const& rough,
+                                       TargetSettings const& settings) {
+  GridMeasurement grid(image, settings, true);
+  std::vector<MeasuredDot> dots = grid.start(rough.dots);
+  return grid.hasMarkers(dots) ? std::optional(finish(grid, std::move(dots), settings)) : std::nullopt;
+}
+
 } // namespace
 
 TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
   TargetView unmarked;
+  TargetView blurred;
   for (int const factor : searchFactors(image.size(), settings)) {
-    TargetView rough = findGrid(image, factor, settings);
-    if (rough.isOriginMarked) {
-      GridMeasurement grid(image, settings, true);
-      std::vector<MeasuredDot> const dots = grid.start(rough.dots);
-      if (grid.hasMarkers(dots)) {
-        return finish(grid, dots, settings);
+    RoughView rough = findGrid(image, factor, settings);
+    if (rough.view.isOriginMarked && rough.areMarkersClear) {
+      if (auto view = finishMarked(image, rough.view, settings)) {
+        return *view;
       }
     }
-    if (rough.dots.size() > unmarked.dots.size()) {
-      unmarked = std::move(rough);
+    // Blurred dots settle where they start from: a finer image, if it shows the markers too, is better.
+    if (rough.view.isOriginMarked && !rough.areMarkersClear) {
+      blurred = rough.view;
     }
+    if (rough.view.dots.size() > unmarked.dots.size()) {
+      unmarked = std::move(rough.view);
+    }
+  }
+  if (auto view = finishMarked(image, blurred, settings)) {
+    return *view;
   }
   GridMeasurement grid(image, settings, false);
   return finish(grid, grid.start(unmarked.dots), settings);

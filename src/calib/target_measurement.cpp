@@ -25,16 +25,27 @@ std::vector<MeasuredDot> GridMeasurement::start(std::vector<TargetDot> const& ro
     }
   }
   learn(dots);
+  if (!dots.empty()) {
+    complete(dots);
+  }
   return dots;
 }
 
 bool GridMeasurement::hasMarkers(std::vector<MeasuredDot> const& dots) const {
   constexpr double leastRadiusRatio = 1.25; // of 1.5
   constexpr double leastExcess = 0.12;      // of the dots' contrast; a sharp image gives 1
-  auto const isLarge = [&](MeasuredDot const& dot) {
-    return isMarker(dot.dot.index) && dot.radius >= leastRadiusRatio * ordinaryRadius_;
-  };
-  if (std::count_if(dots.begin(), dots.end(), isLarge) < 3) {
+  constexpr double excessInDeviations = 8;  // of their median, which is two thirds of a sigma
+  constexpr int leastMeasured = 3;
+  int large = 0;
+  for (MeasuredDot const& dot : dots) {
+    if (isMarker(dot.dot.index)) {
+      if (dot.radius < leastRadiusRatio * ordinaryRadius_) {
+        return false;
+      }
+      ++large;
+    }
+  }
+  if (large < leastMeasured) {
     return false;
   }
   auto const map = TargetMap::fit(targetDots(dots));
@@ -51,7 +62,12 @@ bool GridMeasurement::hasMarkers(std::vector<MeasuredDot> const& dots) const {
       ordinary.push_back(ringAt(dot.dot.index));
     }
   }
-  double const least = medianOf(ordinary) + leastExcess;
+  double const usual = medianOf(ordinary);
+  std::vector<double> deviations;
+  for (double const ring : ordinary) {
+    deviations.push_back(std::abs(ring - usual));
+  }
+  double const least = usual + std::max(leastExcess, excessInDeviations * medianOf(deviations));
   return ringAt({0, 0}) >= least && ringAt({1, 0}) >= least && ringAt({0, 1}) >= least;
 }
 

@@ -42,15 +42,12 @@ public:
     return isMarked_ && index.x >= 0 && index.y >= 0 && index.x + index.y <= 1;
   }
 
-  /// First measurement, from rough positions.
+  /// First measurement, from rough positions; looks for the dots that these lack too.
   std::vector<MeasuredDot> start(std::vector<TargetDot> const& rough);
 
-  /// Whether all three markers were measured, are as much larger than the other dots as markers are, and the
-  /// image is brighter around them than around the others.
+  /// Whether the image is brighter around all three markers than around the other dots, and those of them
+  /// that were measured, two at least, are as much larger as markers are.
   bool hasMarkers(std::vector<MeasuredDot> const& dots) const;
-
-  /// Looks for dots where the grid has gaps and beyond its edge, until there are no more.
-  void complete(std::vector<MeasuredDot>& dots);
 
   /// Measures once more, with band and outline as the first measurement found them.
   void refine(std::vector<MeasuredDot>& dots);
@@ -59,6 +56,9 @@ public:
   void fitEdges(std::vector<MeasuredDot>& dots) const;
 
 private:
+  /// Looks for dots where the grid has gaps and beyond its edge, until there are no more.
+  void complete(std::vector<MeasuredDot>& dots);
+
   std::optional<MeasuredDot> measure(TargetMap const& map, TargetDot const& dot) const;
 
   std::optional<MeasuredDot> measure(LocalMap const& local, TargetDot const& dot) const;

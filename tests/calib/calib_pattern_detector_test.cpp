@@ -145,9 +145,17 @@ TEST_F(CalibPatternDetectorTest, KnowsTheMarkersInSlantedAndBlurredViews) {
   slanted.blur = 1.5;
   TargetPhoto blurred = targetPhoto(20, 20, 310, 43);
   blurred.blur = 4; // a fifth of a dot
-  for (TargetPhoto const& photo : {slanted, blurred}) {
+  TargetPhoto small = targetPhoto(9, 58, 100, 20);
+  small.blur = 1.4; // the markers run together with their neighbours
+  TargetPhoto cluttered = small;
+  cv::Point2d const size(small.device.resolution().width, small.device.resolution().height);
+  for (double const x : {0.35, 0.6, 0.7}) {
+    cv::Point2f const centre(cv::Point2d(x * size.x, (1.1 - x) * size.y));
+    cluttered.overlays.push_back({{centre, {14, 14}, 0}, Overlay::Shape::Box, 1.0});
+  }
+  for (TargetPhoto const& photo : {slanted, blurred, small, cluttered}) {
     DetectionErrors const errors = errorsOf(photo);
-    EXPECT_GE(errors.found, 0.95 * errors.visible) << errors;
+    EXPECT_GE(errors.found, 0.8 * errors.visible) << errors;
     EXPECT_EQ(errors.wrong, 0) << errors;
     EXPECT_LT(errors.rms, 0.12) << errors; // blurred dots run into each other
   }
@@ -270,6 +278,24 @@ TEST_F(CalibPatternDetectorTest, EveryBoundTakesEffect) {
   CalibPatternDetector demanding = targetDetector();
   demanding["MinKeypointCount"] = 50;
   EXPECT_TRUE(demanding.detect(sim::render(few)).isEmpty());
+}
+
+TEST_F(CalibPatternDetectorTest, InnerRangeBoundsWhatMustAgreeOnOneHomography) {
+  // A lens so strong that a homography found at the origin fails five dots away.
+  TargetPhoto photo = targetPhoto(20, 20, 20, 10);
+  photo.device = sim::Device(photo.device.focal() * 0.4, photo.device.centre(), {-1.5, 0, 0, 0, 0},
+                             photo.device.resolution());
+  photo.cam_from_target = sim::viewOf({0, 0}, 270, 20, 20, 10);
+  cv::Mat const image = sim::render(photo);
+  CalibPatternDetector detector = targetDetector();
+  EXPECT_GT(detector.detect(image).count(), 100);
+  for (char const* const name : {"PXMin", "PYMin"}) {
+    detector[name] = -5;
+  }
+  for (char const* const name : {"PXMax", "PYMax"}) {
+    detector[name] = 5;
+  }
+  EXPECT_EQ(detector.detect(image).count(), 0);
 }
 
 TEST_F(CalibPatternDetectorTest, ResultHoldsWhatIsAddedAndDrawsIt) {
