@@ -10,6 +10,7 @@
 #include <vorn/mv/geometry/rotation.hpp>
 
 #include "calib/exact_views.hpp"
+#include "support/seed.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -53,6 +54,41 @@ TEST(CalibrationCheck, SeesThatTheFocalLengthIsNotDetermined) {
   CameraCalibData data = viewsFromOneDirection(cv::Matx33d::eye());
   addViews(data, camera, {math::createTransform(math::rotY(0.3), {0, 0, 500})});
   EXPECT_EQ(problemOf(data), "none") << "one other direction is enough";
+}
+
+/// The same views, each image point off by noise of `sigma` pixels in either coordinate.
+CameraCalibData withNoise(CameraCalibData const& exact, double sigma) {
+  cv::RNG random(test::seed());
+  CameraCalibData data;
+  for (int i = 0; i < exact.count(); ++i) {
+    auto imgPnts = exact.getImgPnts(i);
+    for (cv::Point2f& p : imgPnts) {
+      p += cv::Point2f(cv::Point2d(random.gaussian(sigma), random.gaussian(sigma)));
+    }
+    data.add(imgPnts, exact.getObjPnts(i));
+  }
+  return data;
+}
+
+TEST(CalibrationCheck, TellsDirectionsApartInNoise) {
+  constexpr double poorCentres = 0.3; // px, ten times what the detector leaves in poor light
+  auto const frontalViews = [](double distance) {
+    std::vector<cv::Matx44d> poses;
+    for (int i = 0; i < 6; ++i) {
+      poses.push_back(math::createTransform(math::rotZ(0.8 * i), {0, 0, distance * (1 + 0.1 * i)}));
+    }
+    CameraCalibData data;
+    addViews(data, camera, poses);
+    return data;
+  };
+  // From 150 mm across in 450 mm to a tenth of the image's width.
+  for (double const distance : {450.0, 1500.0}) {
+    SCOPED_TRACE(distance);
+    CameraCalibData data = frontalViews(distance);
+    EXPECT_EQ(problemOf(withNoise(data, poorCentres)).find("all views show the pattern"), 0U);
+    addViews(data, camera, {math::createTransform(math::rotX(CV_PI / 12), {0, 0, distance})});
+    EXPECT_EQ(problemOf(withNoise(data, poorCentres)), "none") << "one view is tilted by 15 degrees";
+  }
 }
 
 TEST(CalibrationCheck, NamesTheViewThatIsBad) {
