@@ -206,6 +206,7 @@ std::optional<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid,
   std::vector<double> const shares = grid.areaShares();
   double const ordinary = medianOfPositive(shares);
   std::vector<char> isMarker;
+  isMarker.reserve(shares.size());
   for (double const share : shares) {
     isMarker.push_back(share >= leastMarkerRatio * ordinary &&
                        share <= settings.maxAreaMultiplier * ordinary);

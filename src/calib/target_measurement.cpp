@@ -116,6 +116,7 @@ void GridMeasurement::fitEdges(std::vector<MeasuredDot>& dots) const {
 
 std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots) {
   std::vector<TargetDot> list;
+  list.reserve(dots.size());
   for (MeasuredDot const& dot : dots) {
     list.push_back(dot.dot);
   }
