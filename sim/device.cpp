@@ -58,10 +58,11 @@ cv::Vec3d Device::ray(cv::Point2d const& pixel) const {
   auto const& [k1, k2, p1, p2, k3] = distortion_;
   cv::Point2d const wanted((pixel.x - centre_.x) / focal_.x, (pixel.y - centre_.y) / focal_.y);
   cv::Point2d n = wanted;
-  // Newton's method; it gains twice the digits at each step once it is near, so the limit is never a matter
-  // of accuracy but only of pixels outside the lens's range, which have no ray.
+  // Newton's method; it gains twice the digits at each step once it is near, so a step of 1e-9 is the last
+  // one that counts, and the limit is never a matter of accuracy but only of pixels outside the lens's range,
+  // which have no ray.
   constexpr int maxSteps = 30;
-  constexpr double converged = 1e-24;
+  constexpr double converged = 1e-18;
   for (int i = 0; i < maxSteps; ++i) {
     cv::Point2d const miss = distort(n) - wanted;
     double const r2 = n.x * n.x + n.y * n.y;
