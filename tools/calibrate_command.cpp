@@ -32,22 +32,29 @@ struct CalibrateOptions {
   std::vector<std::string> assignments;
 };
 
-/// Shows and keeps the figures of a calibration and writes its object last, so that a file stands for a
-/// calibration that went well.
+/// Shows the figures of a calibration and writes its files together, the object last: it stands there only
+/// with the report and the plot that belong to it.
 void finish(CalibrateOptions const& options, Calibration const& calibration,
             IJsonSerializable const& object) {
   std::cout << table(calibration);
+  std::vector<FileContent> files;
   if (!options.report.empty()) {
-    writeJsonFile(options.report, report(calibration));
+    files.push_back({options.report, jsonText(report(calibration))});
   }
   if (!options.plot.empty()) {
-    writeImage(options.plot, plotResiduals(calibration));
+    files.push_back({options.plot, encodedImage(options.plot, plotResiduals(calibration))});
   }
-  writeObject(options.output, object);
+  nlohmann::json json;
+  object.write(json);
+  files.push_back({options.output, jsonText(json)});
+  writeTogether(files);
 }
 
 void run(CalibrateOptions const& options) {
   checkOutputs({options.output, options.report, options.plot});
+  if (!options.plot.empty()) {
+    encodedImage(options.plot, cv::Mat::zeros(1, 1, CV_8UC3)); // a wrong ending is told before the work
+  }
   CalibrationSettings settings;
   applyAssignments(settings.detector, options.assignments);
   if (!options.projector.empty()) {

@@ -81,7 +81,7 @@ cv::Mat readImage(std::string const& path) {
   return decoded(path, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
 }
 
-void writeImage(std::string const& path, cv::Mat const& image) {
+std::string encodedImage(std::string const& path, cv::Mat const& image) {
   std::string const extension = fs::path(path).extension().string();
   std::vector<unsigned char> bytes;
   bool encoded = false;
@@ -96,8 +96,13 @@ void writeImage(std::string const& path, cv::Mat const& image) {
   if (!encoded) {
     throw failure("Cannot write " + path + ": no picture format for the ending \"" + extension + "\"");
   }
+  return {bytes.begin(), bytes.end()};
+}
+
+void writeImage(std::string const& path, cv::Mat const& image) {
+  std::string const bytes = encodedImage(path, image);
   AtomicFile file(path);
-  file.write(bytes.data(), bytes.size());
+  file.write(bytes);
   file.commit();
 }
 

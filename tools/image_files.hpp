@@ -16,6 +16,10 @@ cv::Mat readGrayImage(std::string const& path);
 /// Reads a picture in the type it is stored in, with alpha dropped.
 cv::Mat readImage(std::string const& path);
 
+/// The bytes of a picture file in the format of the path's extension.
+/// @throws Exception for an unknown extension
+std::string encodedImage(std::string const& path, cv::Mat const& image);
+
 /// Writes a picture in the format of the path's extension; an existing file is replaced only once the new one
 /// is complete.
 /// @throws Exception for an unknown extension, or when the file cannot be written

@@ -30,10 +30,13 @@ nlohmann::json readJsonFile(std::string const& path) {
   }
 }
 
+std::string jsonText(nlohmann::json const& json) {
+  return json.dump(1) + "\n";
+}
+
 void writeJsonFile(std::string const& path, nlohmann::json const& json) {
-  std::string const text = json.dump(1) + "\n";
   AtomicFile file(path);
-  file.write(text.data(), text.size());
+  file.write(jsonText(json));
   file.commit();
 }
 

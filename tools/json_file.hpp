@@ -13,6 +13,9 @@ namespace vorn::tools {
 /// @throws Exception when the file cannot be read or is not JSON, naming the file and the place
 nlohmann::json readJsonFile(std::string const& path);
 
+/// The text of a JSON file: indented.
+std::string jsonText(nlohmann::json const& json);
+
 /// Writes indented JSON; an existing file is replaced only once the new one is complete.
 /// @throws Exception when it cannot be written
 void writeJsonFile(std::string const& path, nlohmann::json const& json);

@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <list>
 
 #include <unistd.h>
 
+#include <vorn/core/atomic_file.hpp>
 #include <vorn/core/exception.hpp>
 
 namespace vorn::tools {
@@ -43,6 +45,16 @@ std::string lowerCaseEnding(std::string const& path) {
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return ending;
+}
+
+void writeTogether(std::vector<FileContent> const& contents) {
+  std::list<AtomicFile> files;
+  for (FileContent const& content : contents) {
+    files.emplace_back(content.path).write(content.bytes);
+  }
+  for (AtomicFile& file : files) {
+    file.commit();
+  }
 }
 
 } // namespace vorn::tools

@@ -4,6 +4,7 @@
 
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace vorn::tools {
 
@@ -14,5 +15,16 @@ void checkOutputs(std::initializer_list<std::string> paths);
 
 /// The ending of a path in lower case, with its dot; empty when there is none.
 std::string lowerCaseEnding(std::string const& path);
+
+/// A file and what is to stand in it.
+struct FileContent {
+  std::string path;
+  std::string bytes;
+};
+
+/// Writes files that belong together: what fails before all of them are complete leaves every one as it was.
+/// They appear in their order.
+/// @throws Exception when one cannot be written
+void writeTogether(std::vector<FileContent> const& contents);
 
 } // namespace vorn::tools

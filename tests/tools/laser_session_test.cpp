@@ -246,6 +246,24 @@ TEST_F(LaserSession, NamesTheViewsThatALineMisses) {
   EXPECT_EQ(fs::file_size(spoiled / "laser.json"), 3U);
 }
 
+TEST_F(LaserSession, WritesAllFilesOfACalibrationOrNone) {
+  TemporaryFolder const out;
+  auto const calibrate = [&](std::string const& object, char const* plot) {
+    return run({"calibrate", "--laser", *folder / "calib", "--out", object, "--report", out / "report.json",
+                "--plot", out / plot, "--set", "PatternDim=15", "--set", "MinDotArea=20"});
+  };
+  EXPECT_NE(calibrate(out / "laser.json", "plot.text").errors.find("no picture format"), std::string::npos);
+  EXPECT_EQ(calibrate("/dev/full", "plot.png").status, 1);
+  EXPECT_TRUE(fs::is_empty(out.path()));
+  ToolOutcome const good = calibrate(out / "laser.json", "plot.png");
+  ASSERT_EQ(good.status, 0) << good.errors;
+  mv::LineScanner scanner;
+  tools::readObject(out / "laser.json", scanner);
+  EXPECT_TRUE(scanner.isCalibrated());
+  EXPECT_EQ(tools::readJsonFile(out / "report.json").at("planes").size(), 2U);
+  EXPECT_FALSE(tools::readImage(out / "plot.png").empty());
+}
+
 TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
   TemporaryFolder const out;
   std::vector<std::string> const scan{"scan", "--laser", *folder / "scan", "--calib", *folder / "laser.json"};
