@@ -2,6 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+// A point's place within its leaf in 32 bits, ten an axis.
+//
+// The sketches of a leaf stand side by side, while its points lie wherever the caller put them. A sketch
+// tells nearly always whether a point is in a ball; only points within a thousandth of a leaf's edge of the
+// ball's surface have to be looked up.
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -13,11 +19,6 @@
 
 #include "pointcloud/octree_search.hpp"
 
-/// A point's place within its leaf in 32 bits, ten an axis.
-///
-/// The sketches of a leaf stand side by side, while its points lie wherever the caller put them. A sketch
-/// tells nearly always whether a point is in a ball; only points within a thousandth of a leaf's edge of the
-/// ball's surface have to be looked up.
 namespace vorn::mv {
 
 using PointSketch = std::uint32_t;

@@ -31,11 +31,11 @@ struct BasicOctant {
 
 /// Finds the neighbours of a point among millions: a tree of cubes over a set of 3D points.
 ///
-/// The tree keeps point indices and 32 bits a point on its place within its leaf, and reads the coordinates
-/// from the caller's container. The points of an
-/// octant form one chain, children in code order and points in index order within a leaf, so that a whole
-/// octant is counted or listed without visiting its children. Points with a NaN or infinite coordinate enter
-/// no octant and are never found; a query point with one finds nothing.
+/// The tree keeps an index and 32 bits on the place within its leaf for each point, and reads the coordinates
+/// from the caller's container. The points of an octant form one chain, children in code order and points in
+/// index order within a leaf, so that a whole octant is counted or listed without visiting its children.
+/// Points with a NaN or infinite coordinate enter no octant and are never found; a query point with one finds
+/// nothing.
 ///
 /// A built tree is read-only: several threads may search it at once. The method is that of J. Behley, V.
 /// Steinhage and A. B. Cremers, "Efficient Radius Neighbor Search in Three-dimensional Point Clouds", ICRA
