@@ -136,8 +136,8 @@ std::optional<TargetMap> TargetMap::fit(std::vector<TargetDot> const& dots) {
 
 std::optional<LocalMap> TargetMap::around(cv::Point const& index, Self self, int reach) const {
   std::vector<Sample> samples;
-  auto const side = static_cast<std::size_t>(2 * reach + 1);
-  samples.reserve(side * side);
+  int const side = 2 * reach + 1;
+  samples.reserve(static_cast<std::size_t>(side) * static_cast<std::size_t>(side));
   for (int y = -reach; y <= reach; ++y) {
     for (int x = -reach; x <= reach; ++x) {
       int const dot = index_.at(index + cv::Point(x, y));
