@@ -16,11 +16,13 @@ class VORN_API IEnum : public virtual IObject, public virtual IJsonSerializable 
 public:
   ~IEnum() override;
 
+  /// The place of the current item in `getItems()`.
   virtual int getIndex() const = 0;
   /// @throws Exception when there is no item with this index
   virtual void setIndex(int index) = 0;
   /// The item names in index order; one list an enum class.
   virtual std::vector<std::string> const& getItems() const = 0;
+  /// An enum of the same class with the same item.
   virtual std::unique_ptr<IEnum> clone() const = 0;
 
   /// Selects an item by its name.
@@ -65,27 +67,35 @@ VORN_API void checkEnumIndex(int index, std::vector<std::string> const& items, s
 template <class Self>
 class EnumBase : public IEnum {
 public:
+  /// As `IEnum` says.
   int getIndex() const override { return index_; }
 
+  /// As `IEnum` says.
   void setIndex(int index) override {
     detail::checkEnumIndex(index, items(), getClassName());
     index_ = index;
   }
 
+  /// As `IEnum` says.
   std::vector<std::string> const& getItems() const override { return items(); }
+  /// As `IEnum` says.
   std::unique_ptr<IEnum> clone() const override {
     return std::make_unique<Self>(static_cast<Self const&>(*this));
   }
 
+  /// `Self::className`.
   std::string const& getClassName() const override {
     static std::string const name = Self::className;
     return name;
   }
 
+  /// Whether both have the same item.
   friend bool operator==(Self const& a, Self const& b) { return a.getIndex() == b.getIndex(); }
+  /// Whether they have different items.
   friend bool operator!=(Self const& a, Self const& b) { return a.getIndex() != b.getIndex(); }
 
 protected:
+  /// Not checked: the item constants of a class are right by themselves.
   explicit EnumBase(int index) : index_(index) {}
 
 private:

@@ -27,10 +27,13 @@ public:
   /// The message followed by the context in parentheses, where there is one.
   char const* what() const noexcept override { return what_.c_str(); }
 
+  /// What went wrong, without the context.
   std::string const& message() const noexcept { return message_; }
   /// Empty when none was given.
   std::string const& function() const noexcept { return function_; }
+  /// 0 when none was given.
   int line() const noexcept { return line_; }
+  /// The context: the function or class that found it. Empty when none was given.
   std::string const& file() const noexcept { return file_; }
 
 private:

@@ -29,12 +29,15 @@ public:
     /// A new record with the same content.
     virtual Private* clone() const = 0;
 
+    /// The objects that share the record.
     std::atomic<int> count{1};
     /// Set once somebody may hold a reference into the record: it is never shared from then on.
     bool lent = false;
   };
 
+  /// Shares the record, or copies it where a reference into it was handed out.
   ObjectBase(ObjectBase const& other);
+  /// Takes over the record; the other object is null afterwards.
   ObjectBase(ObjectBase&& other) noexcept;
   /// Serves moves too, by sharing: a virtual base may be assigned along more than one path.
   ObjectBase& operator=(ObjectBase const& other);
@@ -75,6 +78,7 @@ private:
 template <class Self, class Base = ObjectBase::Private>
 struct Record : Base {
   using Base::Base;
+  /// A new record of the class `Self` with the same content.
   ObjectBase::Private* clone() const override { return new Self(static_cast<Self const&>(*this)); }
 };
 

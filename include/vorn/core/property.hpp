@@ -20,13 +20,18 @@ namespace vorn {
 /// property, are refused with an `Exception` that names property, value and range; the old value stays.
 class VORN_API Property : public IObject, public IJsonSerializable {
 public:
+  /// A property without a range, at its default.
   Property(std::string name, Variant value);
   /// @throws Exception when `value` lies outside [min, max]
   Property(std::string name, Variant value, Variant const& min, Variant const& max);
 
+  /// Unique in a set.
   std::string const& getName() const { return name_; }
+  /// The current value.
   Variant const& getValue() const { return value_; }
+  /// The value given at construction.
   Variant const& getDefault() const { return default_; }
+  /// Whether `getMin` and `getMax` bound the value.
   bool hasRange() const { return range_.has_value(); }
   /// The least allowed value, inclusive.
   /// @throws Exception when the property has no range
@@ -45,8 +50,11 @@ public:
   Property(Property const& other) = default;
   ~Property() override = default;
 
+  /// The value as `Variant` converts it: `int const radius = filter["Radius"];`.
   operator int() const { return value_.toInt(); }
+  /// The value as `Variant` converts it.
   operator bool() const { return value_.toBool(); }
+  /// @throws Exception when the property is no enum
   operator IEnum const&() const { return value_.toEnum(); }
 
   std::string const& getClassName() const override;

@@ -23,6 +23,7 @@ public:
   /// Copies every property.
   PropertySet(PropertySet const& other);
   PropertySet(PropertySet&& other) noexcept = default;
+  /// Copies every property.
   PropertySet& operator=(PropertySet const& other);
   PropertySet& operator=(PropertySet&& other) noexcept = default;
   ~PropertySet() = default;
@@ -32,6 +33,7 @@ public:
   void add(Property* property);
   /// The property of this name, or null.
   Property* find(std::string const& name) const;
+  /// In the order in which they were added.
   std::vector<Property*> const& properties() const { return properties_; }
 
 private:
@@ -48,9 +50,11 @@ public:
   virtual std::string const& getName() const = 0;
   /// @throws Exception when there is no property of this name
   virtual Property& getProperty(std::string const& name) = 0;
+  /// @throws Exception when there is no property of this name
   virtual Property const& getProperty(std::string const& name) const = 0;
   /// The property of this name, or null.
   virtual Property* findProperty(std::string const& name) = 0;
+  /// Whether there is a property of this name.
   virtual bool hasProperty(std::string const& name) const = 0;
   /// Takes ownership of `property`; returns this set.
   /// @throws Exception when there is one of its name
@@ -63,6 +67,7 @@ public:
   virtual std::vector<Property*> const& getProperties() const = 0;
   /// As `getProperty`: `filter["Radius"] = 3`.
   virtual Property& operator[](std::string const& name) = 0;
+  /// As `getProperty`.
   virtual Property const& operator[](std::string const& name) const = 0;
 
 protected:
@@ -86,6 +91,7 @@ class VORN_API PropertySetBase : public virtual ObjectBase,
 public:
   /// The record of a class that has no more state than its properties.
   struct VORN_API Private : Record<PropertySetBase::Private> {
+    /// The object's properties.
     PropertySet properties;
   };
 
@@ -97,14 +103,17 @@ public:
 
   std::string const& getName() const override { return getClassName(); }
   Property& getProperty(std::string const& name) override;
+  /// @throws Exception when there is no property of this name
   Property const& getProperty(std::string const& name) const override;
   Property* findProperty(std::string const& name) override;
+  /// Whether there is a property of this name.
   bool hasProperty(std::string const& name) const override;
   IPropertySet* addProperty(Property* property) override;
   IPropertySet* setDefault() override;
   std::vector<std::string> getPropertyNames() const override;
   std::vector<Property*> const& getProperties() const override;
   Property& operator[](std::string const& name) override { return getProperty(name); }
+  /// As `getProperty`.
   Property const& operator[](std::string const& name) const override { return getProperty(name); }
 
   /// Sets the properties that `json` names, in its order; members that are no property are ignored.

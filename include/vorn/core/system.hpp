@@ -15,6 +15,7 @@ class VORN_API System {
 public:
   /// The value stored for `key`, or `fallback` when the key was never set.
   static Variant get(std::string const& key, Variant fallback);
+  /// Stores a value for `key`, in place of one that was stored before.
   static void set(std::string const& key, Variant value);
 
   /// Writes one message to the log sink.

@@ -19,22 +19,29 @@ class VORN_API GraphicObject {
 public:
   /// Positions, one a vertex; NaN and infinite coordinates are allowed.
   std::vector<cv::Vec3f> const& vertices() const noexcept { return vertices_; }
+  /// The same, to change.
   std::vector<cv::Vec3f>& vertices() noexcept { return vertices_; }
 
   /// Normals, one a vertex, or none at all. They are taken as given: nothing makes them of unit length.
   std::vector<cv::Vec3f> const& normals() const noexcept { return normals_; }
+  /// The same, to change.
   std::vector<cv::Vec3f>& normals() noexcept { return normals_; }
 
   /// Red, green, blue, alpha in 0..255, one a vertex, or none at all.
   std::vector<cv::Vec4b> const& colors() const noexcept { return colors_; }
+  /// The same, to change.
   std::vector<cv::Vec4b>& colors() noexcept { return colors_; }
 
   /// Three vertex indices a triangle, counter-clockwise as seen from outside.
   std::vector<cv::Vec3i> const& triangles() const noexcept { return triangles_; }
+  /// The same, to change.
   std::vector<cv::Vec3i>& triangles() noexcept { return triangles_; }
 
+  /// Whether there are normals.
   bool hasNormals() const noexcept { return !normals_.empty(); }
+  /// Whether there are colours.
   bool hasColors() const noexcept { return !colors_.empty(); }
+  /// Whether it is a mesh.
   bool hasTriangles() const noexcept { return !triangles_.empty(); }
   /// True when there is no vertex.
   bool isEmpty() const noexcept { return vertices_.empty(); }

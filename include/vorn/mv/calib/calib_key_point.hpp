@@ -13,6 +13,7 @@ namespace vorn::mv {
 /// A dot of a calibration target: where its centre appears in the image, and where it stands on the target.
 struct CalibKeyPoint {
   CalibKeyPoint() = default;
+  /// The dot seen at `image` that stands at `object` on the target.
   CalibKeyPoint(cv::Point2f const& image, cv::Point2f const& object) : imgPnt(image), objPnt(object) {}
 
   /// Pixels; pixel centres lie at integer coordinates.

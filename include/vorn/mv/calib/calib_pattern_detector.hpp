@@ -72,12 +72,17 @@ class VORN_API CalibPatternDetector::Result : public AlgorithmResultBase {
 public:
   Result();
 
+  /// Appends a dot.
   void addKeyPoint(CalibKeyPoint const& keyPoint);
+  /// The number of dots.
   int count() const;
+  /// True when no target was found.
   bool isEmpty() const;
   /// @throws Exception for a number outside [0, count())
   CalibKeyPoint const& getKeyPoint(int number) const;
+  /// All dots, to change.
   std::vector<CalibKeyPoint>& getKeyPoints();
+  /// All dots, by rows of the grid.
   std::vector<CalibKeyPoint> const& getKeyPoints() const;
   /// The image positions, in the order of the key points.
   std::vector<cv::Point2f> getImgPnts() const;
@@ -87,6 +92,7 @@ public:
   /// Whether the marker dots were seen, so that every dot has its own index. Views from several devices go
   /// together only if they were, for each device counts from another origin otherwise.
   bool isOriginMarked() const;
+  /// Says whether the marker dots were seen.
   void setOriginMarked(bool isMarked);
 
   /// Draws the dots into an image: a ring about each and the lines of the grid in `color1`; the axes from the

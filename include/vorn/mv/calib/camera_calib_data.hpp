@@ -36,11 +36,15 @@ public:
   int count() const;
   /// The points of view i, which is not checked.
   std::vector<cv::Point2f> const& getImgPnts(int i) const;
+  /// The pattern points of view i, which is not checked.
   std::vector<cv::Point2f> const& getObjPnts(int i) const;
+  /// The image points of all views.
   std::vector<std::vector<cv::Point2f>> const& getImgPntss() const;
+  /// The pattern points of all views.
   std::vector<std::vector<cv::Point2f>> const& getObjPntss() const;
   /// Pose i, which is not checked.
   cv::Matx44d const& getPose(int i) const;
+  /// All poses; empty before calibration.
   std::vector<cv::Matx44d> const& getPoses() const;
 
   /// Removes all points. Poses stay.

@@ -83,6 +83,7 @@ public:
   cv::Mat const& getD() const;
   /// Width and height of the images; 0 x 0 when new.
   cv::Size const& getResolution() const;
+  /// Sets the size of the camera's images, pixels.
   void setResolution(cv::Size const& resolution);
   /// The root mean square reprojection error in pixels; -1 before calibration.
   double getCalibError() const;

@@ -13,22 +13,27 @@ namespace vorn::mv {
 
 /// How a laser line is looked for in an image.
 struct LaserLineOptions {
+  /// Which way the line runs.
   enum class Direction {
     PerColumn, ///< the line runs across the image: peaks along each column
     PerRow     ///< the line runs down the image: peaks along each row
   };
+  /// What counts as the place of a stripe.
   enum class Method {
     DerivativeZero, ///< zero crossing of a matched derivative filter: reaches the noise bound
     CentreOfGravity ///< mean of the positions, weighted with the light above the background
   };
 
+  /// Which way the line runs.
   Direction direction = Direction::PerColumn;
+  /// What counts as the place of a stripe.
   Method method = Method::DerivativeZero;
   /// Standard deviation of the stripe's profile in pixels that the filter is matched to; 0 takes the width
   /// measured at each peak.
   double width = 0;
   /// Stripes of another measured width are dropped: standard deviations in pixels, at most 10.
   double minWidth = 0.8;
+  /// See `minWidth`.
   double maxWidth = 5;
   /// Least height above the background in grey levels. The background is the higher one of the two sides, so
   /// a step of brightness is no peak.

@@ -48,7 +48,9 @@ public:
   std::vector<std::vector<cv::Point3f>> triangulate(std::vector<std::vector<cv::Point2f>> const& lines,
                                                     cv::Point2f const& offset) const;
 
+  /// The camera; in its frame are the planes and the points.
   CameraModel const& getCameraModel() const;
+  /// Takes a camera, calibrated or with its resolution alone.
   void setCameraModel(CameraModel const& model);
   /// The laser planes in the camera's frame; none before calibration.
   std::vector<Plane3f> const& getPlanes() const;

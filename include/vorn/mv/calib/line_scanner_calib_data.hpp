@@ -33,11 +33,13 @@ public:
 
   /// The pixels of every laser line in one view, which is not checked.
   std::vector<std::vector<cv::Point2f>> const& getLinePntss(int sample) const;
+  /// The pixels of every laser line in all views.
   std::vector<std::vector<std::vector<cv::Point2f>>> const& getLinePntsss() const;
 
   /// The points on one laser plane, in the camera's frame, as calibration collected them from all views; the
   /// index is not checked.
   std::vector<cv::Point3f> const& getPlanePnts(int plane) const;
+  /// The points on all laser planes, in the camera's frame.
   std::vector<std::vector<cv::Point3f>> const& getPlanePntss() const;
   /// Replaces the points on the laser planes; calibration does so.
   void setPlanePntss(std::vector<std::vector<cv::Point3f>> const& planePntss);

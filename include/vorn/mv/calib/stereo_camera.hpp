@@ -46,17 +46,23 @@ public:
   /// The rays of each camera's pixels as normalised coordinates, H x W CV_32FC2; empty until they were
   /// reckoned.
   cv::Mat_<cv::Vec2f> const& getUndistortedMap0() const;
+  /// The same for camera 1.
   cv::Mat_<cv::Vec2f> const& getUndistortedMap1() const;
 
+  /// Sets the image sizes of both cameras, pixels.
   void setResolution(cv::Size const& size0, cv::Size const& size1);
+  /// Camera 0, in whose frame the transform's results are.
   CameraModel const& getCameraModel0() const;
+  /// Camera 1, or the projector.
   CameraModel const& getCameraModel1() const;
 
   /// The transform from camera 1 to camera 0; the identity when new.
   cv::Matx44d const& getTransform() const;
+  /// Sets the transform from camera 1 to camera 0.
   void setTransform(cv::Matx44d const& cam0_from_cam1);
   /// Where camera 0 stands in a frame of the user's; the identity when new. Kept and stored, used by no call.
   cv::Matx44d const& getPose() const;
+  /// Sets where camera 0 stands in the user's frame.
   void setPose(cv::Matx44d const& pose);
 
   /// Whether both cameras are calibrated.

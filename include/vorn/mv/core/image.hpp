@@ -14,13 +14,17 @@ namespace vorn::mv {
 
 /// The layout of an image's pixels.
 struct VORN_API PixelFormat {
+  /// The channels of a pixel, in the order in which they lie in memory.
   enum class Order { Gray, BGR, RGB, BGRA, RGBA };
 
+  /// The channels of a pixel.
   Order order = Order::Gray;
   /// 8 or 16.
   int bitsPerChannel = 8;
 
+  /// 1, 3 or 4.
   int channels() const;
+  /// 1 to 8.
   std::size_t bytesPerPixel() const { return static_cast<std::size_t>(channels() * bitsPerChannel / 8); }
 };
 
@@ -34,10 +38,15 @@ public:
 
   /// The first byte, or null when empty.
   std::uint8_t const* getData() const { return data_.empty() ? nullptr : data_.data(); }
+  /// The first byte, to change; null when empty.
   std::uint8_t* getData() { return data_.empty() ? nullptr : data_.data(); }
+  /// Pixels in a row.
   int getWidth() const { return width_; }
+  /// Number of rows.
   int getHeight() const { return height_; }
+  /// How the pixels lie in memory.
   PixelFormat const& getPixelFormat() const { return format_; }
+  /// True when there are no pixels.
   bool isEmpty() const { return data_.empty(); }
 
 private:

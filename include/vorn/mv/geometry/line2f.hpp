@@ -46,7 +46,9 @@ public:
   ///         equal points were drawn
   Line2f(std::vector<cv::Point2f> const& points, float threshold, float ratio, int maxIterations);
 
+  /// A point on the line.
   cv::Point2f const& point() const { return point_; }
+  /// Along the line, of unit length.
   cv::Vec2f const& direction() const { return direction_; }
 
   /// The perpendicular distance of a point, never negative.

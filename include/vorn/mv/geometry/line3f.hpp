@@ -49,7 +49,9 @@ public:
   /// the sine of the angle between them; parallel planes give a zero line.
   Line3f(Plane3f const& a, Plane3f const& b);
 
+  /// A point on the line.
   cv::Point3f const& point() const { return point_; }
+  /// Along the line, of unit length.
   cv::Vec3f const& direction() const { return direction_; }
 
   /// The perpendicular distance of a point, never negative.

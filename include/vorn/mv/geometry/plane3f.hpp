@@ -42,7 +42,9 @@ public:
   ///         the bound is not met; "Normal vector could not be zero!" for points that determine no plane
   static Plane3f estimate(std::vector<cv::Point3f> const& points, double maxMeanDistance);
 
+  /// A point on the plane.
   cv::Point3f const& point() const { return point_; }
+  /// At right angles to the plane, of unit length.
   cv::Vec3f const& normal() const { return normal_; }
 
   /// The distance of a point, never negative.

@@ -12,6 +12,7 @@ namespace vorn::mv::math {
 class VORN_API Quaternion {
 public:
   Quaternion() = default;
+  /// scalar + i·i + j·j + k·k.
   Quaternion(double scalar, double i, double j, double k) : w(scalar), x(i), y(j), z(k) {}
   /// @param scalar scalar part
   /// @param v vector part
@@ -19,9 +20,13 @@ public:
 
   /// The Hamilton product.
   Quaternion operator*(Quaternion const& q) const;
+  /// Scales all four parts.
   Quaternion& operator*=(double factor);
+  /// Divides all four parts.
   Quaternion& operator/=(double divisor);
+  /// Adds part by part.
   Quaternion& operator+=(Quaternion const& q);
+  /// Subtracts part by part.
   Quaternion& operator-=(Quaternion const& q);
 
   /// The square root of the sum of the four squares.
@@ -33,10 +38,10 @@ public:
   /// This over its norm; not finite for zero.
   Quaternion unit() const;
 
-  double w = 1;
-  double x = 0;
-  double y = 0;
-  double z = 0;
+  double w = 1; ///< The scalar part.
+  double x = 0; ///< The vector part along i.
+  double y = 0; ///< The vector part along j.
+  double z = 0; ///< The vector part along k.
 };
 
 /// e to the power of q. Not finite when the vector part is zero.

@@ -19,17 +19,30 @@ VORN_API cv::Matx33d rotZ(double angle);
 /// @name The product of three elementary rotations, in the order of the name
 /// `rot3RxRyRz(a, b, c)` is rotX(a) * rotY(b) * rotZ(c).
 /// @{
+
+/// rotX(a) * rotY(b) * rotX(c).
 VORN_API cv::Matx33d rot3RxRyRx(double a, double b, double c);
+/// rotX(a) * rotY(b) * rotZ(c).
 VORN_API cv::Matx33d rot3RxRyRz(double a, double b, double c);
+/// rotX(a) * rotZ(b) * rotX(c).
 VORN_API cv::Matx33d rot3RxRzRx(double a, double b, double c);
+/// rotX(a) * rotZ(b) * rotY(c).
 VORN_API cv::Matx33d rot3RxRzRy(double a, double b, double c);
+/// rotY(a) * rotX(b) * rotY(c).
 VORN_API cv::Matx33d rot3RyRxRy(double a, double b, double c);
+/// rotY(a) * rotX(b) * rotZ(c).
 VORN_API cv::Matx33d rot3RyRxRz(double a, double b, double c);
+/// rotY(a) * rotZ(b) * rotX(c).
 VORN_API cv::Matx33d rot3RyRzRx(double a, double b, double c);
+/// rotY(a) * rotZ(b) * rotY(c).
 VORN_API cv::Matx33d rot3RyRzRy(double a, double b, double c);
+/// rotZ(a) * rotX(b) * rotY(c).
 VORN_API cv::Matx33d rot3RzRxRy(double a, double b, double c);
+/// rotZ(a) * rotX(b) * rotZ(c).
 VORN_API cv::Matx33d rot3RzRxRz(double a, double b, double c);
+/// rotZ(a) * rotY(b) * rotX(c).
 VORN_API cv::Matx33d rot3RzRyRx(double a, double b, double c);
+/// rotZ(a) * rotY(b) * rotZ(c).
 VORN_API cv::Matx33d rot3RzRyRz(double a, double b, double c);
 /// @}
 
@@ -38,17 +51,30 @@ VORN_API cv::Matx33d rot3RzRyRz(double a, double b, double c);
 /// last are the same. At its ends (where only the sum or the difference of the outer two is determined) the
 /// last angle is 0 and the first takes the rest.
 /// @{
+
+/// The angles of `rot3RxRyRx`.
 VORN_API cv::Vec3d euleurRxRyRx(cv::Matx33d const& R);
+/// The angles of `rot3RxRyRz`.
 VORN_API cv::Vec3d euleurRxRyRz(cv::Matx33d const& R);
+/// The angles of `rot3RxRzRx`.
 VORN_API cv::Vec3d euleurRxRzRx(cv::Matx33d const& R);
+/// The angles of `rot3RxRzRy`.
 VORN_API cv::Vec3d euleurRxRzRy(cv::Matx33d const& R);
+/// The angles of `rot3RyRxRy`.
 VORN_API cv::Vec3d euleurRyRxRy(cv::Matx33d const& R);
+/// The angles of `rot3RyRxRz`.
 VORN_API cv::Vec3d euleurRyRxRz(cv::Matx33d const& R);
+/// The angles of `rot3RyRzRx`.
 VORN_API cv::Vec3d euleurRyRzRx(cv::Matx33d const& R);
+/// The angles of `rot3RyRzRy`.
 VORN_API cv::Vec3d euleurRyRzRy(cv::Matx33d const& R);
+/// The angles of `rot3RzRxRy`.
 VORN_API cv::Vec3d euleurRzRxRy(cv::Matx33d const& R);
+/// The angles of `rot3RzRxRz`.
 VORN_API cv::Vec3d euleurRzRxRz(cv::Matx33d const& R);
+/// The angles of `rot3RzRyRx`.
 VORN_API cv::Vec3d euleurRzRyRx(cv::Matx33d const& R);
+/// The angles of `rot3RzRyRz`.
 VORN_API cv::Vec3d euleurRzRyRz(cv::Matx33d const& R);
 /// @}
 

@@ -19,18 +19,23 @@ VORN_API cv::Matx44d createTransform(cv::Matx33d const& R, cv::Vec3d const& t);
 
 /// The rotation block.
 VORN_API cv::Matx33d getR3(cv::Matx44d const& M);
+/// @overload
 VORN_API cv::Matx33f getR3(cv::Matx44f const& M);
 /// The translation.
 VORN_API cv::Vec3d getT3(cv::Matx44d const& M);
+/// @overload
 VORN_API cv::Vec3f getT3(cv::Matx44f const& M);
 /// The whole fourth column.
 VORN_API cv::Vec4d getT4(cv::Matx44d const& M);
+/// @overload
 VORN_API cv::Vec4f getT4(cv::Matx44f const& M);
 /// Writes the rotation block and leaves the rest.
 VORN_API void setR3(cv::Matx44d& M, cv::Matx33d const& R);
+/// @overload
 VORN_API void setR3(cv::Matx44f& M, cv::Matx33f const& R);
 /// Writes the translation and leaves the rest.
 VORN_API void setT3(cv::Matx44d& M, cv::Vec3d const& t);
+/// @overload
 VORN_API void setT3(cv::Matx44f& M, cv::Vec3f const& t);
 
 /// One point carried by a rigid transform, reckoned in double.

@@ -30,10 +30,13 @@ public:
   /// The unit rotation axis; see math::getLogR_SO3.
   cv::Vec3d LogR() const;
 
+  /// Carries every point to itself from here on.
   void setIdentity();
   /// Sets all sixteen entries to 0.
   void setZeros();
+  /// Sets the rotation block and leaves the rest.
   void setR3(cv::Matx33d const& R);
+  /// Sets the translation and leaves the rest.
   void setT3(cv::Vec3d const& T);
 
   /// Both triples of angles about x, y and z; see math::toEuleurAngles.

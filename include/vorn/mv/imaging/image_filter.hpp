@@ -49,6 +49,7 @@ protected:
 template <class Self>
 class VORN_API ImageFilterBase : public AlgorithmBase, public IImageFilter {
 public:
+  /// `Self::className`.
   std::string const& getClassName() const override {
     static std::string const name = Self::className;
     return name;

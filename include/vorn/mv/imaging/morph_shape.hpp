@@ -10,9 +10,11 @@ namespace vorn::mv {
 /// The neighbourhood of a pixel that a morphological filter looks at.
 class VORN_API MorphShape : public EnumBase<MorphShape> {
 public:
+  /// The whole square, its middle row and column, or the ellipse in it.
   enum Item { Rect, Cross, Ellipse };
   static constexpr char const* className = "vorn::mv::MorphShape";
   static constexpr char const* itemList = "Rect, Cross, Ellipse";
+  /// Holds `item`.
   MorphShape(Item item = Rect) : EnumBase(item) {}
 
   /// The OpenCV shape: MORPH_RECT, MORPH_CROSS or MORPH_ELLIPSE.

@@ -34,6 +34,7 @@ protected:
 template <class Self>
 class VORN_API FilterBase : public AlgorithmBase, public IFilter {
 public:
+  /// `Self::className`.
   std::string const& getClassName() const override {
     static std::string const name = Self::className;
     return name;

@@ -73,6 +73,7 @@ public:
 
   /// The plane; without normal until one is set.
   Plane3f const& getPlane() const;
+  /// Takes the plane whose points later calls delete.
   void setPlane(Plane3f const& plane);
 
   /// Sets the plane and deletes its points.

@@ -18,27 +18,39 @@ template <class Point>
 struct Distance {
   /// The sum of the coordinate differences, |dx| + |dy| + |dz|.
   struct L1 {
+    /// Of two points whose coordinates differ by (dx, dy, dz).
     static float between(float dx, float dy, float dz) { return std::abs(dx) + std::abs(dy) + std::abs(dz); }
+    /// The radius itself.
     static float norm(float radius) { return radius; }
+    /// Whether `between` is a squared length.
     static constexpr bool isSquared = false;
+    /// Whether `between` is the largest coordinate difference.
     static constexpr bool takesLargest = false;
   };
 
   /// The squared Euclidean distance, dx^2 + dy^2 + dz^2.
   struct L2 {
+    /// Of two points whose coordinates differ by (dx, dy, dz).
     static float between(float dx, float dy, float dz) { return dx * dx + dy * dy + dz * dz; }
+    /// The radius squared.
     static float norm(float radius) { return radius * radius; }
+    /// Whether `between` is a squared length.
     static constexpr bool isSquared = true;
+    /// Whether `between` is the largest coordinate difference.
     static constexpr bool takesLargest = false;
   };
 
   /// The largest coordinate difference, max(|dx|, |dy|, |dz|).
   struct LInf {
+    /// Of two points whose coordinates differ by (dx, dy, dz).
     static float between(float dx, float dy, float dz) {
       return std::max(std::max(std::abs(dx), std::abs(dy)), std::abs(dz));
     }
+    /// The radius itself.
     static float norm(float radius) { return radius; }
+    /// Whether `between` is a squared length.
     static constexpr bool isSquared = false;
+    /// Whether `between` is the largest coordinate difference.
     static constexpr bool takesLargest = true;
   };
 };

@@ -17,7 +17,9 @@ namespace vorn::mv {
 /// One cube of an octree.
 template <class Index>
 struct BasicOctant {
-  float x, y, z;  ///< Centre.
+  float x;        ///< Centre.
+  float y;        ///< Centre.
+  float z;        ///< Centre.
   float halfSize; ///< Half the edge length.
   Index first;    ///< Place of the octant's first point in the tree's `chain()`.
   Index count;    ///< Number of points.
@@ -56,11 +58,15 @@ public:
     explicit Param(std::size_t capacity = 32, bool copy = false, float leastHalfSize = 0.0F)
         : copyData(copy), bucketCapacity(capacity), minHalfSize(leastHalfSize) {}
 
+    /// See the constructor.
     bool copyData;
+    /// See the constructor.
     std::size_t bucketCapacity;
+    /// See the constructor's `leastHalfSize`.
     float minHalfSize;
   };
 
+  /// One cube of this tree.
   using Octant = BasicOctant<Index>;
 
   Octree() = default;
@@ -109,7 +115,9 @@ public:
   /// Writes the tree, one octant a line, children indented below their parent.
   void print(std::ostream& stream) const;
 
+  /// True before `init`, and when no point was finite.
   bool isEmpty() const { return octants_.empty(); }
+  /// How the tree was built.
   Param const& param() const { return param_; }
   /// All octants; the first is the root. Empty for an empty tree.
   std::vector<Octant> const& octants() const { return octants_; }

@@ -61,27 +61,40 @@ public:
 
   /// Shares the other cloud's data; the octree is not copied.
   PointCloud(PointCloud const& other);
+  /// Takes over the other cloud's data and octree.
   PointCloud(PointCloud&& other) noexcept;
   /// Shares the other cloud's data; this cloud's octree is dropped.
   PointCloud& operator=(PointCloud const& other);
+  /// Takes over the other cloud's data and octree.
   PointCloud& operator=(PointCloud&& other) noexcept;
   ~PointCloud();
 
+  /// True when there are no cells.
   bool isEmpty() const { return points_.empty(); }
+  /// Whether neighbours in the matrix are neighbours in space.
   bool isOrganized() const { return organized_; }
+  /// False once the cloud was thinned out, see `markUncontinuous`.
   bool isContinous() const { return continuous_; }
+  /// Whether there are normals.
   bool hasNormals() const { return !normals_.empty(); }
+  /// Whether there are colours.
   bool hasTexture() const { return !texture_.empty(); }
 
+  /// All points, deleted ones included.
   cv::Mat_<cv::Vec3f> const& points() const { return points_; }
   /// The points, to change; the octree is dropped. Call it anew after a search before changing points again.
   cv::Mat_<cv::Vec3f>& points();
+  /// As large as `points()`, or empty.
   cv::Mat_<cv::Vec3f> const& normals() const { return normals_; }
+  /// The same, to change.
   cv::Mat_<cv::Vec3f>& normals() { return normals_; }
   /// Blue, green, red.
   cv::Mat_<cv::Vec3b> const& texture() const { return texture_; }
+  /// The same, to change.
   cv::Mat_<cv::Vec3b>& texture() { return texture_; }
+  /// The state byte of every point.
   cv::Mat_<uchar> const& state() const { return state_; }
+  /// The same, to change.
   cv::Mat_<uchar>& state() { return state_; }
   /// The colour for points without texture; white.
   cv::Vec3b const& defaultColor() const { return defaultColor_; }
@@ -94,6 +107,7 @@ public:
   /// The octree over all points, deleted ones included, in row-major numbering; built when there is none.
   GridOctree const& octree();
 
+  /// The pending transform.
   cv::Matx44d const& getTransform() const { return transform_; }
   /// Stores the pending transform; the points are moved by `applyTransform` only.
   void setTransform(cv::Matx44d const& transform) { transform_ = transform; }
@@ -102,6 +116,7 @@ public:
   cv::Point3f const& boxOrigin() const { return boxOrigin_; }
   /// Edge lengths of the box of the last `calcBoundingBox`; minus infinity when no point was present.
   cv::Vec3f const& boxDims() const { return boxDims_; }
+  /// The same as `boxDims`.
   cv::Vec3f const& span() const { return boxDims_; }
   /// Middle of the box.
   cv::Point3f center() const;

@@ -11,6 +11,7 @@ namespace vorn::mv::scanner {
 /// fringes. Only the first item is implemented; the others are reserved names.
 class VORN_API EncodingType : public EnumBase<EncodingType> {
 public:
+  /// The reserved names included.
   enum Item {
     BinaryXor0_PhaseShift4x4px,
     BinaryXor0_PhaseShift4x8px,
@@ -20,6 +21,7 @@ public:
   static constexpr char const* className = "vorn::mv::scanner::EncodingType";
   static constexpr char const* itemList = "BinaryXor0_PhaseShift4x4px, BinaryXor0_PhaseShift4x8px, "
                                           "GrayXor0_PhaseShift4x4px, GrayXor0_PhaseShift4x8px";
+  /// Holds `item`.
   EncodingType(Item item = BinaryXor0_PhaseShift4x4px) : EnumBase(item) {}
 };
 

@@ -11,9 +11,11 @@ namespace vorn::mv::scanner {
 /// Vertical codes rows, with the projector above or below it.
 class VORN_API ScannerType : public EnumBase<ScannerType> {
 public:
+  /// Columns, or rows.
   enum Item { Horizontal, Vertical };
   static constexpr char const* className = "vorn::mv::scanner::ScannerType";
   static constexpr char const* itemList = "Horizontal, Vertical";
+  /// Holds `item`.
   ScannerType(Item item = Horizontal) : EnumBase(item) {}
 };
 

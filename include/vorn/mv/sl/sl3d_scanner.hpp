@@ -94,16 +94,22 @@ public:
   /// Does nothing unless both models are calibrated. `triangulate` does it by itself, silently, when needed.
   void calcUndistortedMaps();
 
+  /// The camera.
   CameraModel const& getCameraModel() const;
+  /// The camera, to change: its resolution before calibration.
   CameraModel& getCameraModel();
+  /// The projector as an inverse camera.
   CameraModel const& getProjectorModel() const;
+  /// The projector, to change: its resolution before calibration.
   CameraModel& getProjectorModel();
 
   /// The transform from the projector's frame to the camera's.
   cv::Matx44d getTransform() const;
+  /// Sets the transform from the projector's frame to the camera's.
   void setTransform(cv::Matx44d const& camFromProj);
   /// The transform from the camera's frame to that of the points.
   cv::Matx44d getPose() const;
+  /// Sets the transform from the camera's frame to that of the points.
   void setPose(cv::Matx44d const& poseFromCam);
 
   /// The white level of the phase images of the last scan that was decoded with "EnableTexture" on, their
