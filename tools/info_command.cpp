@@ -7,11 +7,14 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
+#include <vorn/mv/imaging/image_filters.hpp>
+#include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "tools/cloud_files.hpp"
@@ -20,6 +23,7 @@
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
 #include "tools/output_path.hpp"
+#include "tools/property_table.hpp"
 
 namespace vorn::tools {
 
@@ -105,6 +109,19 @@ void printPicture(std::string const& path) {
             << ", values " << least << " to " << greatest << '\n';
 }
 
+/// Every class that is set up by properties.
+void printAllProperties() {
+  printProperties(std::cout, mv::Sl3dScanner());
+  printProperties(std::cout, mv::LineScanner());
+  printProperties(std::cout, mv::CalibPatternDetector());
+  for (std::string const& name : mv::pc::filters().names()) {
+    printProperties(std::cout, *mv::pc::createFilter(name));
+  }
+  for (std::string const& name : mv::imageFilters().names()) {
+    printProperties(std::cout, *mv::createImageFilter(name));
+  }
+}
+
 void run(std::string const& path) {
   std::string const ending = lowerCaseEnding(path);
   if (ending == ".json") {
@@ -120,10 +137,23 @@ void run(std::string const& path) {
 
 void addInfoCommand(CLI::App& app) {
   auto path = std::make_shared<std::string>();
+  auto properties = std::make_shared<bool>(false);
   CLI::App* command =
       app.add_subcommand("info", "Say what a file holds: a calibration, a cloud or a picture");
-  command->add_option("file", *path, "The file")->required();
-  command->callback([path] { run(*path); });
+  CLI::Option* file = command->add_option("file", *path, "The file");
+  command
+      ->add_flag("--properties", *properties,
+                 "Print the properties of every class instead, with types, defaults and allowed values")
+      ->excludes(file);
+  command->callback([=] {
+    if (*properties) {
+      printAllProperties();
+    } else if (file->count() == 0) {
+      throw CLI::RequiredError("file");
+    } else {
+      run(*path);
+    }
+  });
 }
 
 } // namespace vorn::tools

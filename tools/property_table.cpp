@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/property_table.hpp"
 
+#include <algorithm>
 #include <iomanip>
 #include <string>
 
@@ -49,10 +50,21 @@ std::string allowedValues(Property const& property) {
 
 void printProperties(std::ostream& out, IPropertySet const& object) {
   out << object.getClassName() << '\n';
-  for (std::string const& name : object.getPropertyNames()) {
-    Property const& property = object[name];
-    out << "  " << std::left << std::setw(20) << name << std::setw(8) << typeName(property) << std::setw(8)
-        << property.getDefault().toString() << allowedValues(property) << '\n';
+  int nameWidth = 0;
+  int defaultWidth = 0;
+  auto const widen = [](int& width, std::string const& text) {
+    constexpr int gap = 2;
+    width = std::max(width, static_cast<int>(text.size()) + gap);
+  };
+  for (Property const* property : object.getProperties()) {
+    widen(nameWidth, property->getName());
+    widen(defaultWidth, property->getDefault().toString());
+  }
+  for (Property const* property : object.getProperties()) {
+    constexpr int typeWidth = 8;
+    out << "  " << std::left << std::setw(nameWidth) << property->getName() << std::setw(typeWidth)
+        << typeName(*property) << std::setw(defaultWidth) << property->getDefault().toString()
+        << allowedValues(*property) << '\n';
   }
 }
 
