@@ -1,0 +1,31 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+#include <vorn/mv.hpp>
+
+int main(int argc, char** argv) try {
+  if (argc != 3) {
+    throw std::invalid_argument("usage: example_clean cloud.ply clean.ply");
+  }
+  vorn::mv::PointCloud cloud;
+  cloud.loadFromFile(argv[1], "ply");
+  std::cout << "present: " << cloud.presentCount() << '\n';
+
+  // Too strict on purpose: ten neighbours within a tenth of a millimetre.
+  int const strict = cloud.clean(0.1F, 10);
+  std::cout << "deleted: " << strict << '\n';
+  cloud.undoState(); // they are back
+  std::cout << "present again: " << cloud.presentCount() << '\n';
+
+  int const outliers = cloud.clean(4.0F, 8);
+  int const inSmallClusters = cloud.filterSmallCluster(4.0F, 500);
+  std::cout << "outliers: " << outliers << "\nin small clusters: " << inSmallClusters
+            << "\npresent: " << cloud.presentCount() << '\n';
+  cloud.saveToFile(argv[2], "ply"); // the present points only
+} catch (std::exception const& e) {
+  std::cerr << e.what() << '\n';
+  return EXIT_FAILURE;
+}

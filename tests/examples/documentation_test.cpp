@@ -1,0 +1,231 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/file_content.hpp"
+#include "support/tool_run.hpp"
+
+namespace vorn::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+fs::path const source = VORN_MV_SOURCE;
+
+Lines linesOf(std::string const& text) {
+  Lines lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+/// README.md, CONTRIBUTING.md and everything under docs/.
+std::vector<fs::path> pages() {
+  std::vector<fs::path> paths{source / "README.md", source / "CONTRIBUTING.md"};
+  for (auto const& entry : fs::recursive_directory_iterator(source / "docs")) {
+    if (entry.path().extension() == ".md") {
+      paths.push_back(entry.path());
+    }
+  }
+  return paths;
+}
+
+/// A fenced code block.
+struct Block {
+  std::string language;
+  std::string text;
+  int line = 0; ///< of its fence
+};
+
+std::vector<Block> blocksOf(fs::path const& page) {
+  std::vector<Block> blocks;
+  bool isInside = false;
+  int number = 0;
+  for (std::string const& line : linesOf(contentOf(page))) {
+    ++number;
+    if (line.rfind("```", 0) == 0) {
+      isInside = !isInside;
+      if (isInside) {
+        blocks.push_back({line.substr(3), "", number});
+      }
+    } else if (isInside) {
+      blocks.back().text += line + '\n';
+    }
+  }
+  EXPECT_FALSE(isInside) << page << " has a block without end";
+  return blocks;
+}
+
+TEST(Documentation, CodeIsThatOfExamples) {
+  std::string examples;
+  for (fs::path const& folder : {source / "examples", source / "tests/install/consumer"}) {
+    for (auto const& entry : fs::directory_iterator(folder)) {
+      examples += '\n' + contentOf(entry.path()) + '\n';
+    }
+  }
+  int count = 0;
+  for (fs::path const& page : pages()) {
+    for (Block const& block : blocksOf(page)) {
+      EXPECT_FALSE(block.language.empty()) << page << ':' << block.line << " says no language";
+      EXPECT_NE(examples.find('\n' + block.text), std::string::npos)
+          << page << ':' << block.line << " is in no file of examples/:\n"
+          << block.text;
+      ++count;
+    }
+  }
+  constexpr int fewest = 25;
+  EXPECT_GT(count, fewest);
+}
+
+/// A property's type, default and allowed values.
+using Facts = std::vector<std::string>;
+/// By class, without its namespace, and by name.
+using Properties = std::map<std::string, std::map<std::string, Facts>>;
+
+Properties propertiesOfProgram() {
+  Properties all;
+  std::string className;
+  std::regex const row(R"(  (\S+) +(\S+) +(\S+) *(.*))");
+  for (std::string const& line : linesOf(run({"info", "--properties"}).output)) {
+    std::smatch match;
+    if (std::regex_match(line, match, row)) {
+      all[className][match[1]] = {match[2], match[3], match[4]};
+    } else {
+      className = line.substr(line.rfind(':') + 1);
+    }
+  }
+  return all;
+}
+
+std::string trimmed(std::string const& text) {
+  auto const first = text.find_first_not_of(' ');
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+/// The tables with the columns "property", "type", "default" and "allowed", under headings that name a class.
+Properties propertiesOfPages() {
+  Properties all;
+  for (fs::path const& page : pages()) {
+    std::string heading;
+    bool isTable = false;
+    for (std::string const& line : linesOf(contentOf(page))) {
+      if (line.rfind("##", 0) == 0) {
+        heading = line.substr(line.find(' ') + 1);
+      }
+      if (line.rfind("| property | type | default | allowed |", 0) == 0) {
+        isTable = true;
+        continue;
+      }
+      isTable = isTable && line.rfind('|', 0) == 0;
+      if (isTable && line.rfind("|---", 0) != 0) {
+        std::vector<std::string> cells;
+        std::istringstream in(line.substr(1));
+        for (std::string cell; std::getline(in, cell, '|');) {
+          cells.push_back(trimmed(cell));
+        }
+        EXPECT_GE(cells.size(), 4U) << page << ": " << line;
+        EXPECT_EQ(all[heading].count(cells[0]), 0U) << heading << " has " << cells[0] << " twice";
+        all[heading][cells[0]] = {cells[1], cells[2], cells[3]};
+      }
+    }
+  }
+  return all;
+}
+
+TEST(Documentation, PropertyTablesAreThoseOfTheProgram) {
+  Properties const program = propertiesOfProgram();
+  Properties const written = propertiesOfPages();
+  constexpr std::size_t classes = 27; // scanner, line scanner, detector, six cloud and eighteen image filters
+  EXPECT_EQ(program.size(), classes);
+  for (auto const& [className, properties] : program) {
+    auto const page = written.find(className);
+    if (page == written.end()) {
+      ADD_FAILURE() << className << " has no table";
+      continue;
+    }
+    EXPECT_EQ(page->second, properties) << className;
+  }
+  EXPECT_EQ(written.size(), program.size()) << "a table of a class that does not exist";
+}
+
+TEST(Documentation, CommandsAndOptionsExist) {
+  std::map<std::string, std::string> help;
+  std::regex const command(R"(vorn-mv ([a-z]+)((?:\\\n|[^`\n])*))");
+  std::regex const option(R"(--[a-z][a-z-]*)");
+  int count = 0;
+  for (fs::path const& page : pages()) {
+    std::string const text = contentOf(page);
+    for (std::sregex_iterator it(text.begin(), text.end(), command); it != std::sregex_iterator(); ++it) {
+      std::string const verb = (*it)[1];
+      std::string const rest = (*it)[2];
+      if (help.count(verb) == 0) {
+        ToolOutcome const outcome = run({verb, "--help"});
+        EXPECT_EQ(outcome.status, 0) << page << ": vorn-mv " << verb;
+        help[verb] = outcome.output;
+      }
+      for (std::sregex_iterator o(rest.begin(), rest.end(), option); o != std::sregex_iterator(); ++o) {
+        EXPECT_NE(help[verb].find(o->str()), std::string::npos)
+            << page << ": vorn-mv " << verb << " has no " << o->str();
+        ++count;
+      }
+    }
+  }
+  constexpr int fewest = 40;
+  EXPECT_GT(count, fewest);
+}
+
+/// The heading's anchor: lower case, blanks to dashes, other signs left out.
+std::string anchorOf(std::string const& heading) {
+  std::string anchor;
+  for (char const c : heading) {
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_') {
+      anchor += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    } else if (c == ' ') {
+      anchor += '-';
+    }
+  }
+  return anchor;
+}
+
+std::set<std::string> anchorsOf(fs::path const& page) {
+  std::set<std::string> anchors;
+  for (std::string const& line : linesOf(contentOf(page))) {
+    if (line.rfind('#', 0) == 0) {
+      anchors.insert(anchorOf(line.substr(line.find(' ') + 1)));
+    }
+  }
+  return anchors;
+}
+
+TEST(Documentation, LinksLeadSomewhere) {
+  std::regex const link(R"rx(\]\(([^)\s]+)\)|<img src="([^"]+)")rx");
+  for (fs::path const& page : pages()) {
+    std::string const text = contentOf(page);
+    for (std::sregex_iterator it(text.begin(), text.end(), link); it != std::sregex_iterator(); ++it) {
+      std::string const target = (*it)[1].str() + (*it)[2].str();
+      if (target.find("://") != std::string::npos) {
+        continue;
+      }
+      auto const hash = target.find('#');
+      fs::path const file = hash == 0 ? page : page.parent_path() / target.substr(0, hash);
+      EXPECT_TRUE(fs::exists(file)) << page << ": " << target;
+      if (hash != std::string::npos) {
+        EXPECT_EQ(anchorsOf(file).count(target.substr(hash + 1)), 1U) << page << ": " << target;
+      }
+    }
+  }
+}
+
+} // namespace
+} // namespace vorn::test

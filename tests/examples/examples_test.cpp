@@ -1,0 +1,270 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/graphic/ply_file.hpp>
+
+#include "sim/demo.hpp"
+#include "sim/folder.hpp"
+#include "support/file_content.hpp"
+#include "support/temporary_folder.hpp"
+
+namespace vorn::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Points = std::vector<cv::Vec3f>;
+
+constexpr int divisor = 3;
+sim::Stage const stage{{0, 9, 0}, 6};
+
+/// What laser.sh and the tutorials find: folders "rig" and "laser", as `vorn-mv simulate` lays them out.
+void render(fs::path const& folder) {
+  std::vector<sim::Pose> poses = sim::demoTargetPoses();
+  poses.resize(5);
+  sim::FolderOptions calibration;
+  calibration.rows = true;
+  calibration.truth = false;
+  calibration.render.supersample = 1; // dots are exact with one ray
+  fs::create_directories(folder / "rig");
+  fs::create_directories(folder / "laser");
+  sim::Rig const rig = sim::demoRig(divisor);
+  sim::writeCalibrationFolder(folder / "rig/calib", rig, sim::demoTarget(), poses, calibration);
+  sim::writeScanFolder(folder / "rig/scan", rig, sim::demoScene());
+  sim::writeScannerTruth(folder / "rig/scanner_truth.json", rig);
+
+  sim::FolderOptions laser;
+  laser.truth = false;
+  sim::LaserRig const laserRig = sim::demoLaserRig(divisor);
+  sim::writeLaserCalibrationFolder(folder / "laser/calib", laserRig, sim::demoTarget(), poses, laser);
+  sim::writeLaserScanFolder(folder / "laser/scan", laserRig, sim::demoScene(), stage, laser);
+  sim::writeLaserTruth(folder / "laser/laser_truth.json", laserRig);
+}
+
+/// An empty folder with the rendered ones in it, where an example is run as a reader of the tutorials would.
+class Workplace {
+public:
+  Workplace() {
+    static TemporaryFolder const rendered;
+    static bool const isRendered = (render(rendered.path()), true);
+    EXPECT_TRUE(isRendered);
+    for (char const* name : {"rig", "laser"}) {
+      fs::create_directory_symlink(rendered / name, folder_ / name);
+    }
+  }
+
+  fs::path operator/(std::string const& name) const { return folder_ / name; }
+  Points cloud(std::string const& name) const { return graphic::PLYFile().read(folder_ / name).vertices(); }
+
+  /// Runs a command line with the built programs and the scripts in the path.
+  /// @return what it printed
+  std::string run(std::string const& command) const {
+    std::string const setting =
+        "cd '" + folder_.path().string() + "' && PATH=\"" VORN_MV_EXAMPLES_PATH ":$PATH\" && ";
+    int const status = std::system((setting + "{ " + command + "; } > output.txt 2>&1").c_str());
+    std::string const output = contentOf(folder_ / "output.txt");
+    EXPECT_EQ(status, 0) << command << '\n' << output;
+    return output;
+  }
+
+private:
+  TemporaryFolder folder_;
+};
+
+/// Root mean square distance of the points near a surface from it, and how many there are.
+struct Fit {
+  double rms = 0;
+  int count = 0;
+};
+
+template <class Distance>
+Fit fitOf(Points const& points, Distance const& distance) {
+  constexpr double near = 2; // mm: no other object of the scene is so near
+  Fit fit;
+  for (cv::Vec3f const& p : points) {
+    double const d = distance(cv::Vec3d(p));
+    if (std::abs(d) < near) {
+      fit.rms += d * d;
+      ++fit.count;
+    }
+  }
+  fit.rms = std::sqrt(fit.rms / std::max(1, fit.count));
+  return fit;
+}
+
+/// The scene's left ball.
+Fit ballFit(Points const& points) {
+  return fitOf(points, [](cv::Vec3d const& p) {
+    constexpr double radius = 27;
+    return cv::norm(p - cv::Vec3d(-140, -74, 530)) - radius;
+  });
+}
+
+/// The scene's back plane, which the stage has not moved yet in the first image.
+Fit planeFit(Points const& points) {
+  return fitOf(points, [](cv::Vec3d const& p) {
+    sim::Pose const plane = sim::Pose::fromDegrees({0, 0, 590}, {3, -4, 0});
+    return (plane.inverse() * p)[2];
+  });
+}
+
+// Two to three times what the coarse pixels of the small rig leave (0.05 to 0.1 mm): enough for a calibration
+// from five views.
+constexpr double mostError = 0.2;
+
+TEST(Examples, ScriptsLeadFromPhotographsToACleanCloud) {
+  Workplace const work;
+  work.run("calibrate.sh");
+  work.run("scan.sh");
+  Fit const ball = ballFit(work.cloud("cloud.ply"));
+  constexpr int fewest = 900;
+  EXPECT_LT(ball.rms, mostError);
+  EXPECT_GT(ball.count, fewest);
+
+  work.run("clean.sh");
+  constexpr double keptShare = 0.8; // the rim of the ball goes
+  EXPECT_GT(ballFit(work.cloud("clean.ply")).count, keptShare * ball.count);
+  Points const thin = work.cloud("thin.ply");
+  ASSERT_GT(thin.size(), 1000U);
+  float nearest = 1e9F;
+  for (std::size_t i = 0; i < 300; ++i) {
+    for (std::size_t j = i + 1; j < thin.size(); ++j) {
+      nearest = std::min(nearest, static_cast<float>(cv::norm(thin[i] - thin[j])));
+    }
+  }
+  constexpr float samplerRadius = 2;
+  EXPECT_GE(nearest, samplerRadius * (1 - 1e-6F));
+}
+
+TEST(Examples, HostCalibratesAndScans) {
+  Workplace const work;
+  cv::Size const projector = sim::demoRig(divisor).projector.device.resolution();
+  work.run("example_calibrate scanner.json 15 " + std::to_string(projector.width) + " " +
+           std::to_string(projector.height) + " rig/calib/pose_*");
+  work.run("example_host_scan scanner.json rig/scan host.ply");
+  EXPECT_LT(ballFit(work.cloud("host.ply")).rms, mostError);
+  work.run("vorn-mv scan rig/scan --calib scanner.json --out tool.ply");
+  EXPECT_EQ(work.cloud("host.ply"), work.cloud("tool.ply"));
+  work.run("example_scan scanner.json rig/scan/columns_*.png readme.ply");
+  EXPECT_LT(ballFit(work.cloud("readme.ply")).rms, mostError);
+}
+
+TEST(Examples, ExposureIsThatOfTheImages) {
+  Workplace const work;
+  std::istringstream text(work.run("example_exposure rig/scan/columns_0[0-3].png"));
+  std::vector<double> numbers;
+  for (std::string word; text >> word;) {
+    if (std::isdigit(static_cast<unsigned char>(word[0])) != 0) {
+      numbers.push_back(std::stod(word));
+    }
+  }
+  ASSERT_EQ(numbers.size(), 5U); // lit, clipped, amplitude, noise, error
+
+  cv::Mat_<cv::Vec3w> const signal = cv::imread(work / "rig/scan/truth_signal.png", cv::IMREAD_UNCHANGED);
+  std::vector<double> amplitudes;
+  std::vector<double> noises;
+  for (cv::Vec3w const& s : signal) { // stored as blue, green, red: amplitude of columns, of rows, noise
+    constexpr double amplitudeUnit = 200;
+    constexpr double noiseUnit = 5000;
+    if (s[0] >= 3 * amplitudeUnit) {
+      amplitudes.push_back(s[0] / amplitudeUnit);
+      noises.push_back(s[2] / noiseUnit);
+    }
+  }
+  auto const median = [](std::vector<double>& values) {
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
+                     values.end());
+    return values[values.size() / 2];
+  };
+  constexpr double relative = 0.05; // between the medians of noisy and of exact values
+  constexpr double percent = 100;
+  EXPECT_NEAR(numbers[0],
+              percent * static_cast<double>(amplitudes.size()) / static_cast<double>(signal.total()), 2);
+  EXPECT_NEAR(numbers[2], median(amplitudes), relative * median(amplitudes));
+  EXPECT_NEAR(numbers[3], median(noises), relative * median(noises));
+  EXPECT_NEAR(numbers[4], 0.4502 * numbers[3] / numbers[2], 1e-5);
+}
+
+TEST(Examples, LaserScansLieOnTheScene) {
+  Workplace const work;
+  work.run("laser.sh");
+  constexpr int fewest = 300;
+  Fit const fromTool = planeFit(work.cloud("laser.ply"));
+  EXPECT_LT(fromTool.rms, mostError);
+  EXPECT_GT(fromTool.count, fewest);
+
+  work.run("example_laser laser/laser_truth.json 9 laser/scan/line_*.png host.ply");
+  Fit const fromHost = planeFit(work.cloud("host.ply"));
+  EXPECT_LT(fromHost.rms, mostError);
+  EXPECT_GT(fromHost.count, fewest);
+}
+
+TEST(Examples, CleaningIsTakenBack) {
+  Workplace const work;
+  work.run("vorn-mv scan rig/scan --calib rig/scanner_truth.json --out cloud.ply");
+  std::string const text = work.run("example_clean cloud.ply clean.ply");
+  std::regex const number("(?:present|again|deleted|outliers|clusters): ([0-9]+)");
+  std::vector<int> counts;
+  for (std::sregex_iterator it(text.begin(), text.end(), number); it != std::sregex_iterator(); ++it) {
+    counts.push_back(std::stoi((*it)[1]));
+  }
+  ASSERT_EQ(counts.size(), 6U);
+  EXPECT_GT(counts[1], counts[0] / 2) << "the strict filter should hit hard";
+  EXPECT_EQ(counts[2], counts[0]);
+  EXPECT_EQ(counts[5], counts[0] - counts[3] - counts[4]);
+  EXPECT_EQ(work.cloud("clean.ply").size(), static_cast<std::size_t>(counts[5]));
+}
+
+TEST(Examples, OwnFiltersWorkLikeTheLibrarys) {
+  Workplace const work;
+  std::string const picture = work / "rig/scan/columns_00.png";
+  work.run("vorn-mv scan rig/scan --calib rig/scanner_truth.json --set EnableTexture=true --out cloud.ply");
+  work.run("example_own_filter " + picture +
+           " out.png " VORN_MV_SOURCE "/examples/own_chain.json cloud.ply clean.ply");
+
+  cv::Mat expected;
+  cv::medianBlur(cv::imread(picture, cv::IMREAD_GRAYSCALE), expected, 5);
+  cv::Mat const out = cv::imread(work / "out.png", cv::IMREAD_GRAYSCALE);
+  ASSERT_EQ(out.size(), expected.size());
+  for (int y = 0; y < out.rows; ++y) {
+    for (int x = 0; x < out.cols; ++x) {
+      ASSERT_NEAR(out.at<uchar>(y, x), 255 * std::pow(expected.at<uchar>(y, x) / 255.0, 1 / 1.8), 0.501);
+    }
+  }
+
+  constexpr int least = 60;
+  auto const isBright = [](cv::Vec4b const& color) { return color[1] >= least; };
+  auto const before = graphic::PLYFile().read(work / "cloud.ply").colors();
+  auto const after = graphic::PLYFile().read(work / "clean.ply").colors();
+  EXPECT_TRUE(std::all_of(after.begin(), after.end(), isBright));
+  // A cloud is read in whole rows of 64 points.
+  auto const kept = static_cast<std::ptrdiff_t>(before.size() / 64 * 64);
+  EXPECT_EQ(static_cast<std::ptrdiff_t>(after.size()),
+            std::count_if(before.begin(), before.begin() + kept, isBright));
+  EXPECT_LT(after.size(), before.size());
+}
+
+TEST(Examples, ChainsAreTheSameFromScriptAndProgram) {
+  Workplace const work;
+  fs::copy(work / "rig/scan/columns_02.png", work / "in.png");
+  work.run("image_filters.sh");
+  work.run("example_image_filters in.png chain.json marks.png result.png");
+  cv::Mat const result = cv::imread(work / "result.png", cv::IMREAD_GRAYSCALE);
+  EXPECT_EQ(cv::norm(cv::imread(work / "out.png", cv::IMREAD_GRAYSCALE), result, cv::NORM_INF), 0);
+  double const share = cv::mean(result)[0] / 255;
+  EXPECT_GT(share, 0.2); // a threshold that tells bright from dark in fringes
+  EXPECT_LT(share, 0.98);
+}
+
+} // namespace
+} // namespace vorn::test
