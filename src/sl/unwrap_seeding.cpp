@@ -44,8 +44,7 @@ void settleStates(uchar const* upper, uchar const* own, uchar const* lower, ucha
     bool const isUnmasked = mask[x] != 0;
     bool const hasNoCode = (before == unwrap_state::unwrapped) & (own[x] == 0) & isUnmasked;
     bool const isUnreached = before == unwrap_state::unreached;
-    bool const isWaiting = (isUnreached & (sources != 0)) | (hasNoCode & (sourcesAfter != 0)) |
-                           (before == unwrap_state::waiting);
+    bool const isWaiting = (isUnreached & (sources != 0)) | (hasNoCode & (sourcesAfter != 0));
     uchar const settled = hasNoCode ? unwrap_state::unreached : before;
     state[x] = isWaiting ? unwrap_state::waiting : settled;
     open[x] = static_cast<uchar>(isWaiting | ((isUnreached | hasNoCode) & isUnmasked));

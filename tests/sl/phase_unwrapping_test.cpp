@@ -115,7 +115,8 @@ private:
   std::priority_queue<Waiting> queue_;
 };
 
-/// Random maps. With `ties` only eight different qualities, else no two alike.
+/// Random maps, a tenth of whose pixels is closed to growth. With `ties` only eight different qualities, else
+/// no two alike.
 Maps randomMaps(cv::Size size, double trusted, bool ties, bool withMask) {
   Maps m;
   m.phase.create(size);
@@ -138,6 +139,7 @@ Maps randomMaps(cv::Size size, double trusted, bool ties, bool withMask) {
   m.state.create(size);
   for (uchar& s : m.state) {
     s = cv::theRNG().uniform(0.0, 1.0) < trusted ? 255 : 0;
+    s = cv::theRNG().uniform(0, 10) == 0 ? '_' : s;
   }
   if (withMask) {
     m.mask.create(size);

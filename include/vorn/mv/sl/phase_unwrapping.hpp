@@ -20,9 +20,9 @@ namespace vorn::mv {
 /// NaN counts as the lowest quality. Working memory: up to 52 bytes for each pixel that growth may reach.
 /// @param phase   H x W, the wrapped phase in [0, 2π) on entry, the absolute phase on return
 /// @param quality H x W, larger is better (`calc_quality`); not read at the border
-/// @param state   H x W CV_8UC1: on entry 255 where the code is to be trusted, else 0; on return 255 where
-/// the
-///                phase is absolute, 95 where it was rejected, 0 where it was not reached
+/// @param state   H x W CV_8UC1: on entry 255 where the code is to be trusted, else 0, or 95 to close a pixel
+///                to growth; on return 255 where the phase is absolute, 95 where it was rejected or closed,
+///                0 where it was not reached
 /// @param code    H x W CV_16SC1, stripe indices; negative ones are not trusted
 /// @param mask    H x W CV_8UC1, 0 marks what to leave out; empty takes every pixel
 /// @throws std::invalid_argument for a map of another type or size; nothing is changed then
