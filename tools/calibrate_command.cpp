@@ -52,9 +52,7 @@ void finish(CalibrateOptions const& options, Calibration const& calibration,
 
 void run(CalibrateOptions const& options) {
   checkOutputs({options.output, options.report, options.plot});
-  if (!options.plot.empty()) {
-    encodedImage(options.plot, cv::Mat::zeros(1, 1, CV_8UC3)); // a wrong ending is told before the work
-  }
+  checkPicturePath(options.plot);
   CalibrationSettings settings;
   applyAssignments(settings.detector, options.assignments);
   if (!options.projector.empty()) {

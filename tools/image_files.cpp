@@ -99,6 +99,12 @@ std::string encodedImage(std::string const& path, cv::Mat const& image) {
   return {bytes.begin(), bytes.end()};
 }
 
+void checkPicturePath(std::string const& path) {
+  if (!path.empty()) {
+    encodedImage(path, cv::Mat::zeros(1, 1, CV_8UC3));
+  }
+}
+
 void writeImage(std::string const& path, cv::Mat const& image) {
   std::string const bytes = encodedImage(path, image);
   AtomicFile file(path);

@@ -20,6 +20,10 @@ cv::Mat readImage(std::string const& path);
 /// @throws Exception for an unknown extension
 std::string encodedImage(std::string const& path, cv::Mat const& image);
 
+/// For what is to be told before long work.
+/// @throws Exception when a path's ending is that of no picture format; none for an empty path
+void checkPicturePath(std::string const& path);
+
 /// Writes a picture in the format of the path's extension; an existing file is replaced only once the new one
 /// is complete.
 /// @throws Exception for an unknown extension, or when the file cannot be written

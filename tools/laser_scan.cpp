@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/laser_scan.hpp"
 
+#include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -29,6 +31,17 @@ Exception failure(std::string const& message) {
   return {message, nullptr, 0, "scan"};
 }
 
+/// A word of a file that may be anything, for a message.
+std::string printable(std::string word) {
+  constexpr std::size_t longest = 20;
+  if (word.size() > longest) {
+    word = word.substr(0, longest) + "...";
+  }
+  std::replace_if(
+      word.begin(), word.end(), [](unsigned char c) { return std::isprint(c) == 0; }, '?');
+  return word;
+}
+
 /// The numbers of a text with commas, semicolons or blanks between them.
 /// @throws Exception for anything else, naming `what`
 std::vector<double> numbersIn(std::string text, std::string const& what) {
@@ -46,7 +59,7 @@ std::vector<double> numbersIn(std::string text, std::string const& what) {
       end = 0;
     }
     if (end != word.size() || !std::isfinite(value)) {
-      throw failure(what + ": \"" + word + "\" is no number");
+      throw failure(what + ": \"" + printable(word) + "\" is no number");
     }
     numbers.push_back(value);
   }
@@ -68,7 +81,8 @@ cv::Vec3d readStep(std::string const& folder, StageMotion const& motion) {
     step = numbersIn(motion.step, "--step " + motion.step);
   } else if (std::filesystem::exists(path)) {
     nlohmann::json const json = readJsonFile(path);
-    step = numbersOf(json.value("step", nlohmann::json()), "\"step\" in " + path);
+    step = numbersOf(json.is_object() ? json.value("step", nlohmann::json()) : nlohmann::json(),
+                     "\"step\" in " + path);
   } else {
     throw failure("There is no " + path + ": give the stage's motion by --step X,Y,Z");
   }
@@ -157,6 +171,11 @@ LaserScan scanLaser(std::string const& folder, mv::LineScanner const& scanner, S
                   std::to_string(planes) + " laser lines");
   }
   std::vector<cv::Vec3d> const moved = motions(folder, motion, files.size(), planes);
+  constexpr double farthest = 1e6; // mm, a kilometre
+  if (std::any_of(moved.begin(), moved.end(),
+                  [](cv::Vec3d const& m) { return !(cv::norm(m) <= farthest); })) {
+    throw failure("The stage moves by more than a kilometre: its step or its places are not in mm");
+  }
 
   LaserScan scan;
   scan.images = files.size();

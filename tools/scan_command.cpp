@@ -62,6 +62,7 @@ void runLaser(ScanOptions const& options) {
   mv::LineScanner scanner;
   readObject(options.calibration, scanner);
   checkOutputs({options.out, options.preview, options.report});
+  checkPicturePath(options.preview);
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
     if (lowerCaseEnding(options.out) == ".stl") {
@@ -95,6 +96,8 @@ void runPattern(ScanOptions const& options) {
   readObject(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
   checkOutputs({options.out, options.xyz, options.map, options.preview, options.report});
+  checkPicturePath(options.preview);
+  checkPicturePath(options.map);
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
   }

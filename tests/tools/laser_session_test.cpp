@@ -266,7 +266,8 @@ TEST_F(LaserSession, WritesAllFilesOfACalibrationOrNone) {
 
 TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
   TemporaryFolder const out;
-  std::vector<std::string> const scan{"scan", "--laser", *folder / "scan", "--calib", *folder / "laser.json"};
+  fs::copy(*folder / "scan", out / "scan", fs::copy_options::recursive);
+  std::vector<std::string> const scan{"scan", "--laser", out / "scan", "--calib", *folder / "laser.json"};
   auto const with = [&](std::vector<std::string> const& more) {
     std::vector<std::string> arguments = scan;
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -282,6 +283,18 @@ TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
   EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("encoder.txt, line 3"), std::string::npos);
   EXPECT_NE(with({"--step", "1,2"}).errors.find("three numbers"), std::string::npos);
   EXPECT_EQ(with({"--out", out / "a.stl"}).status, 1);
+  std::ofstream(out / "encoder.txt") << "1\n2\n\x01\xff" << std::string(100, 'x');
+  EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("line 3: \"??xxxxxxxxxxxxxxxxxx...\""),
+            std::string::npos);
+  EXPECT_NE(with({"--step", "1e300,0,1", "--out", out / "a.ply"}).errors.find("kilometre"),
+            std::string::npos);
+  EXPECT_NE(with({"--preview", out / "p.text", "--out", out / "a.ply"}).errors.find("no picture format"),
+            std::string::npos);
+  EXPECT_FALSE(fs::exists(out / "a.ply"));
+  for (char const* stage : {"[1]", R"({"step": [1, "x", 2]})", R"({"step": [1, 2]})"}) {
+    std::ofstream(out / "scan/stage.json") << stage;
+    EXPECT_NE(with({}).errors.find("step"), std::string::npos) << stage;
+  }
   EXPECT_EQ(with({"--map", out / "m.png"}).status, 2);
 }
 
