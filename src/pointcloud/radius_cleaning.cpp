@@ -153,7 +153,8 @@ private:
     if (near.isEmpty()) {
       return;
     }
-    float const square = L2::norm(radius_);
+    // A negative radius finds nothing; its square would.
+    float const square = L2::norm(std::max(radius_, 0.0F));
     auto const addOthers = [&](BasicOctant<unsigned> const& octant) {
       if (octant.first != leaf.first) {
         addPresent(octant, near);

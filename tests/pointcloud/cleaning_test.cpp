@@ -330,6 +330,14 @@ TEST_F(Cleaning, RadiusCleaningUnravelsAChainInOnePass) {
   EXPECT_FLOAT_EQ(backward.boxDims()[1], 0.0F);
 }
 
+TEST_F(Cleaning, NegativeRadiusFindsNoNeighbours) {
+  PointCloud cloud = heap();
+  auto const present = static_cast<int>(cloud.presentCount());
+  EXPECT_EQ(cloud.clean(-1.0F, 1), present);
+  cloud.undoState();
+  EXPECT_EQ(cloud.filterSmallCluster(-1.0F, 2), present);
+}
+
 TEST_F(Cleaning, GridClustersAreThoseOfAFloodFill) {
   for (float const maxDistance : {0.0F, 1.0F, 1.2F, 1.6F, 12.0F}) {
     for (int const minClusterSize : {0, 1, 2, 5, 60, 100000}) {
