@@ -103,6 +103,7 @@ void PlaneRemovalFilter::operator()(PointCloud& cloud) {
     throw error("No plane was set", "PlaneRemovalFilter");
   }
   double const tolerance = getProperty("Tolerance").getValue().toDouble();
+  cloud.checkSizes();
   cloud.saveState();
   cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
   parallelRows(points.rows, [&](int firstRow, int endRow) {
@@ -134,6 +135,7 @@ void PlaneRemovalFilter::write(nlohmann::json& json) const {
 UniformSampler::UniformSampler() : FilterBase({new Property("Radius", 0.5, 0.05, 10.0)}) {}
 
 void UniformSampler::operator()(PointCloud& cloud) {
+  cloud.checkSizes();
   std::cout << "Thinning " << cloud.presentCount() << " points...\n" << std::flush;
   cloud.saveState();
   deleteDensePoints(cloud, floatOf(*this, "Radius"));

@@ -136,6 +136,20 @@ TEST_F(CloudFilters, SamplerKeepsAPointInEveryNeighbourhoodAndNoMore) {
   EXPECT_EQ(cloud.presentCount(), cloud.pointCount() - 1);
 }
 
+TEST_F(CloudFilters, RefuseACloudWhoseStatesDoNotFitItsPoints) {
+  // Without the check they would read and write beyond the states.
+  PointCloud cloud = cube();
+  cloud.state() = cv::Mat_<uchar>(2, 2, uchar{1});
+  for (std::string const& name : filters().names()) {
+    std::unique_ptr<IFilter> const filter = createFilter(name);
+    if (auto* const removal = dynamic_cast<PlaneRemovalFilter*>(filter.get())) {
+      removal->setPlane(Plane3f(cv::Point3f(0, 0, 400), cv::Vec3f(0, 0, 1)));
+    }
+    EXPECT_THROW((*filter)(cloud), Exception) << name;
+    EXPECT_EQ(cv::countNonZero(cloud.state() == 1), 4) << name << " opened an undo generation";
+  }
+}
+
 TEST_F(CloudFilters, ChainsAreStoredAndRunAgain) {
   FilterChain<IFilter> chain;
   for (std::string const& name : filters().names()) {

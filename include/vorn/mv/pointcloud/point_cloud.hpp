@@ -99,6 +99,11 @@ public:
   /// The colour for points without texture; white.
   cv::Vec3b const& defaultColor() const { return defaultColor_; }
 
+  /// Checks that states, normals and colours fit the points, as every operation does first: their matrices
+  /// may be replaced one by one.
+  /// @throws Exception that names the one that does not
+  void checkSizes() const;
+
   /// The number of cells, deleted points included.
   std::size_t pointCount() const { return points_.total(); }
   /// The number of points with state 0.
@@ -217,8 +222,6 @@ private:
   struct Revision;
 
   void dropOctree();
-  /// @throws Exception when states, normals or texture do not fit the points
-  void checkSizes() const;
 
   cv::Mat_<cv::Vec3f> points_;
   cv::Mat_<cv::Vec3f> normals_;
