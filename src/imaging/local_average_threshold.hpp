@@ -29,7 +29,7 @@ constexpr bool reachesPart(int value, int windowSum, int percent, int denominato
 ///
 /// No sum over the whole image is ever formed, so the result is exact for images of any size: the largest
 /// number in it is 256 * 400 * R * R. Memory: 2R rows of 16-bit sums a band of rows.
-/// @param input  H x W CV_8UC1, not empty; may be a region of a larger image, whose other pixels do not count
+/// @param input  H x W CV_8UC1; may be a region of a larger image, whose other pixels do not count
 /// @param output H x W CV_8UC1, allocated when it is not; must not share pixels with `input`
 void localAverageThreshold(cv::Mat const& input, LocalAverageThreshold const& rule, cv::Mat& output);
 

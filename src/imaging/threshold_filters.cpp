@@ -78,9 +78,8 @@ cv::Mat LocalAverageAdaptiveThresholdFilter::apply(cv::Mat const& input) const {
   if (input.channels() != 1) {
     throw error("This method only work with grayscale image. (input.channels() == 1)", "apply");
   }
-  if (input.empty() || input.dims != 2 || input.depth() != CV_8U) {
-    throw error("This method only works with an 8-bit image that has pixels. (input.type() == CV_8UC1)",
-                "apply");
+  if (input.dims > 2 || input.depth() != CV_8U) {
+    throw error("This method only works with an 8-bit image. (input.type() == CV_8UC1)", "apply");
   }
   uchar const high = static_cast<uchar>(intOf(*this, "MaxValue"));
   bool const isInverted = boolOf(*this, "Inverted");

@@ -117,6 +117,9 @@ TEST(LocalAverageThreshold, ImageWithoutAWholeWindowIsCopied) {
     cv::Mat const image = noisySlope(size.height, size.width);
     EXPECT_TRUE(same(thresholded(image, {5, 90, 255, 0}), image));
   }
+  for (cv::Mat const& empty : {cv::Mat(), cv::Mat(0, 20, CV_8U)}) {
+    EXPECT_TRUE(LocalAverageAdaptiveThresholdFilter().apply(empty).empty());
+  }
   cv::Mat const one(12, 12, CV_8U, cv::Scalar(9)); // room for a single window
   cv::Mat expected = one.clone();
   expected.at<uchar>(6, 6) = 255;
@@ -146,9 +149,8 @@ TEST(LocalAverageThreshold, RefusesWhatIsNoGreyImage) {
   EXPECT_EQ(refusal(cv::Mat(20, 20, CV_8UC3, cv::Scalar::all(0))), channels);
   EXPECT_EQ(refusal(cv::Mat(20, 20, CV_32FC2, cv::Scalar::all(0))), channels);
   int const sizes[] = {20, 20, 20};
-  for (cv::Mat const& image :
-       {cv::Mat(), cv::Mat(0, 20, CV_8U), cv::Mat(20, 20, CV_16U, cv::Scalar(0)),
-        cv::Mat(20, 20, CV_8S, cv::Scalar(0)), cv::Mat(3, sizes, CV_8U, cv::Scalar(0))}) {
+  for (cv::Mat const& image : {cv::Mat(20, 20, CV_16U, cv::Scalar(0)), cv::Mat(20, 20, CV_8S, cv::Scalar(0)),
+                               cv::Mat(3, sizes, CV_8U, cv::Scalar(0))}) {
     EXPECT_NE(refusal(image).find("(input.type() == CV_8UC1)"), std::string::npos);
   }
 }

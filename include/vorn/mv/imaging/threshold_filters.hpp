@@ -60,7 +60,7 @@ protected:
 /// - "Inverted" bool false: swaps the two results
 /// - "Radius" int 5 [5, 50]: half the window's side, px
 /// - "Threshold" int 90 [0, 100]: percent of the local mean
-/// @throws Exception from `apply` for an image that is empty, not 8-bit, or of several channels
+/// @throws Exception from `apply` for an image that is not 8-bit or of several channels
 class VORN_API LocalAverageAdaptiveThresholdFilter
     : public ImageFilterBase<LocalAverageAdaptiveThresholdFilter> {
 public:
