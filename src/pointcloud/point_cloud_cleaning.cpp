@@ -187,7 +187,7 @@ cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
     }
   }
   double const sigma = count == 0 ? 0.0 : std::sqrt(sumOfSquares / static_cast<double>(count));
-  std::cout << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << " mm\n" << std::flush;
+  std::cout << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << "\n" << std::flush;
   return {mean, sigma};
 }
 

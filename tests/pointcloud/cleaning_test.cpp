@@ -5,6 +5,7 @@
 #include <limits>
 #include <numeric>
 #include <opencv2/core.hpp>
+#include <sstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -423,7 +424,9 @@ TEST_F(Cleaning, DistancesAreToTheNearestPresentPoint) {
   // Single distances are rounded to float.
   EXPECT_NEAR(found[0], mean[0], 1e-6 * mean[0]);
   EXPECT_NEAR(found[1], sigma[0], 1e-6 * mean[0]);
-  EXPECT_NE(text.find("N=" + std::to_string(distances.size())), std::string::npos);
+  std::ostringstream expected;
+  expected << "N=" << distances.size() << "\nMean=" << found[0] << " mm\nSigma=" << found[1] << "\n";
+  EXPECT_NE(text.find(expected.str()), std::string::npos) << text;
   to.state() = 1;
   EXPECT_EQ(from.calcDistStat(to), cv::Vec2d(0, 0));
 }
