@@ -124,16 +124,20 @@ public:
 private:
   static constexpr std::uint64_t shortestStatement = 7; // "v 1 2 3"
 
-  /// The next line; with the lines behind it that a backslash at its end joins to it.
+  /// The next line; with the lines behind it that a backslash at its end joins to it. At the end of a comment
+  /// it is mere text, as in "# from C:\models\", and must not swallow the statement behind it.
   bool nextStatement(std::string_view& line) {
     if (!file_.nextLine(line)) {
       return false;
     }
-    if (endsInBackslash(line)) {
+    if (endsInBackslash(line) && LineFields(line).word().substr(0, 1) != "#") {
       joined_.clear();
-      do {
+      bool isContinued = true;
+      while (isContinued) {
         joined_.append(line.substr(0, line.rfind('\\'))).push_back(' ');
-      } while (file_.nextLine(line) && endsInBackslash(line));
+        line = {};
+        isContinued = file_.nextLine(line) && endsInBackslash(line);
+      }
       joined_.append(line).push_back('\n');
       line = std::string_view(joined_).substr(0, joined_.size() - 1);
     }

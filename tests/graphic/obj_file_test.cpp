@@ -85,6 +85,13 @@ TEST(OBJFile, FacesInAllTheirForms) {
   EXPECT_FALSE(object.hasColors());
 }
 
+TEST(OBJFile, BackslashesJoinLinesOfStatementsAlone) {
+  GraphicObject const object =
+      parse("# from C:\\models\\\n" + square + "f 1 \\\n2 \\\n3\n  # of two\\\r\nf 1 3 \\\n4 \\");
+  EXPECT_EQ(object.vertices().size(), 4U);
+  EXPECT_EQ(object.triangles(), std::vector<cv::Vec3i>({{0, 1, 2}, {0, 2, 3}}));
+}
+
 TEST(OBJFile, VerticesWithSomeOfTheirAttributes) {
   GraphicObject const object =
       parse("v 1 2 3\nv 4 5 6 1\nv 7 8 9 1 0.5 0\nv nan -inf 1e99 2 -1 nan 0\nvn 0 0 1\n");
