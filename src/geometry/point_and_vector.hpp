@@ -47,14 +47,34 @@ void writePair(cv::FileStorage& storage, std::string const& name, Point const& p
   cv::write(storage, vectorKey, vector);
 }
 
+/// Reads a point or vector; false where there is no list of as many numbers, which OpenCV takes for zeros.
+template <class T>
+bool readCoordinates(cv::FileNode const& list, T& coordinates) {
+  if (!list.isSeq() || list.size() != cv::DataType<T>::channels) {
+    return false;
+  }
+  for (cv::FileNode const& number : list) {
+    if (!number.isReal() && !number.isInt()) {
+      return false;
+    }
+  }
+  list >> coordinates;
+  return true;
+}
+
 template <class Point, class Vector>
 void readPair(cv::FileNode const& node, Point& point, char const* vectorKey, Vector& vector,
               char const* context) {
-  if (!node.isMap() || node["p"].empty() || node[vectorKey].empty()) {
-    throw error("Expected a mapping with \"p\" and \"" + std::string(vectorKey) + "\"", context);
+  Point newPoint;
+  Vector newVector;
+  if (!node.isMap() || !readCoordinates(node["p"], newPoint) ||
+      !readCoordinates(node[vectorKey], newVector)) {
+    throw error("Expected a mapping with \"p\" and \"" + std::string(vectorKey) + "\", each " +
+                    std::to_string(cv::DataType<Point>::channels) + " numbers",
+                context);
   }
-  node["p"] >> point;
-  node[vectorKey] >> vector;
+  point = newPoint;
+  vector = newVector;
 }
 
 /// Reads a value of a class with `read`, or takes the fallback when there is nothing to read.

@@ -316,6 +316,21 @@ void expectKeptByFiles(T const& value, char const* vectorKey) {
   EXPECT_THROW(fallback.read(in["list"]), Exception);
 }
 
+TEST(LinesAndPlanes, RefuseFileStorageOfOtherDimensions) {
+  cv::FileStorage const in("%YAML:1.0\nlong: {p: [1, 2, 3], a: [0, 1]}\nshort: {p: [1, 2, 3], a: [0, 1]}\n"
+                           "text: {p: [1, 2, 3], a: [0, 1, x]}\nflat: {p: 1, a: 2}\n",
+                           cv::FileStorage::READ | cv::FileStorage::MEMORY);
+  Line2f flat({1, 2}, {3, 4});
+  EXPECT_THROW(flat.read(in["long"]), Exception);
+  EXPECT_EQ(flat.point(), cv::Point2f(2, 3));
+  Line3f line(cv::Point3f(1, 2, 3), cv::Vec3f(0, 0, 1));
+  for (char const* name : {"short", "text", "flat"}) {
+    EXPECT_THROW(line.read(in[name]), Exception) << name;
+    EXPECT_EQ(line.point(), cv::Point3f(1, 2, 3)) << name;
+    EXPECT_EQ(line.direction(), cv::Vec3f(0, 0, 1)) << name;
+  }
+}
+
 TEST(LinesAndPlanes, AreKeptByJsonAndFileStorage) {
   expectKeptByFiles(Line2f({0.1F, -7}, {3, 1e-20F}), "a");
   expectKeptByFiles(Line3f(cv::Point3f(0.1F, 2, 1e20F), cv::Vec3f(3, -2, 7)), "a");

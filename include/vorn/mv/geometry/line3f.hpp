@@ -72,7 +72,7 @@ public:
   void read(nlohmann::json const& json) override;
   /// Writes a mapping with "p" and "a".
   void write(cv::FileStorage& storage) const;
-  /// @throws Exception when the node lacks "p" or "a"
+  /// @throws Exception, with nothing changed, when "p" or "a" is missing or no list of as many numbers
   void read(cv::FileNode const& node);
 
 private:

@@ -61,7 +61,7 @@ public:
   void read(nlohmann::json const& json) override;
   /// Writes a mapping with "p" and "n".
   void write(cv::FileStorage& storage) const;
-  /// @throws Exception when the node lacks "p" or "n"
+  /// @throws Exception, with nothing changed, when "p" or "n" is missing or no list of as many numbers
   void read(cv::FileNode const& node);
 
 private:
