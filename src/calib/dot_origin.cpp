@@ -192,7 +192,8 @@ DotGrid oriented(RawGrid const& grid, Orientation const& orientation, std::vecto
     cv::Point const index(raw.dot(orientation.x), raw.dot(orientation.y));
     bool const isMarkerPlace = orientation.isMarked && index.x >= 0 && index.y >= 0 && index.x + index.y <= 1;
     bool const isTooSmall = shares[i] > 0 && shares[i] < settings.minAreaMultiplier * ordinaryShare;
-    if ((isMarker[i] != 0) == isMarkerPlace && !isTooSmall) {
+    // Markers at one end of a large pattern of holes or lamps: it is no target there, and has no place.
+    if ((isMarker[i] != 0) == isMarkerPlace && !isTooSmall && GridIndex::contains(index)) {
       result.dots.push_back({grid.dots()[i].candidate, index});
     }
   }
