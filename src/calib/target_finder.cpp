@@ -146,11 +146,8 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
   if (settings.centreMethod == CentreMethod::TemplatePeak) {
     measureByTemplate(grid, dots);
   }
-  if (dots.size() < static_cast<std::size_t>(settings.minKeyPointCount)) {
-    return {};
-  }
   TargetView view{targetDots(dots), grid.isMarked()};
-  if (!view.isOriginMarked) {
+  if (!view.isOriginMarked && !view.dots.empty()) {
     centreIndices(view.dots);
   }
   auto const isOutside = [&](TargetDot const& dot) {
@@ -158,6 +155,9 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
            dot.index.y < settings.minIndex.y || dot.index.y > settings.maxIndex.y;
   };
   view.dots.erase(std::remove_if(view.dots.begin(), view.dots.end(), isOutside), view.dots.end());
+  if (view.dots.size() < static_cast<std::size_t>(settings.minKeyPointCount)) {
+    return {};
+  }
   std::sort(view.dots.begin(), view.dots.end(), [](TargetDot const& a, TargetDot const& b) {
     return a.index.y != b.index.y ? a.index.y < b.index.y : a.index.x < b.index.x;
   });

@@ -45,8 +45,8 @@ public:
   /// First measurement, from rough positions; looks for the dots that these lack too.
   std::vector<MeasuredDot> start(std::vector<TargetDot> const& rough);
 
-  /// Whether the image is brighter around all three markers than around the other dots, and those of them
-  /// that were measured, two at least, are as much larger as markers are.
+  /// Whether all three markers were measured, the image is brighter around them than around the other dots,
+  /// and they are as much larger as markers are.
   bool hasMarkers(std::vector<MeasuredDot> const& dots) const;
 
   /// Measures once more, with band and outline as the first measurement found them.

@@ -201,6 +201,24 @@ TEST_F(CalibPatternDetectorTest, CountsFromTheMiddleWithoutMarkers) {
   EXPECT_GT(next.x - origin.x, std::abs(next.y - origin.y));
 }
 
+TEST_F(CalibPatternDetectorTest, FewerDotsThanAskedForAreNoTargetEvenAfterTheirIndicesAreCounted) {
+  TargetPhoto photo = targetPhoto(20, 0, 0, 0);
+  photo.target.grid.hasMarkers = false;
+  cv::Mat const image = sim::render(photo);
+  CalibPatternDetector detector = targetDetector();
+  // Counted from their own middle, some of the dots right of the grid's middle lie left of the range.
+  detector["XMin"] = -1;
+  detector["YMin"] = -2;
+  detector["YMax"] = 2;
+  int const count = detector.detect(image).count();
+  ASSERT_GE(count, 30);
+  ASSERT_LT(count, 100);
+  detector["MinKeypointCount"] = count;
+  EXPECT_EQ(detector.detect(image).count(), count);
+  detector["MinKeypointCount"] = count + 1;
+  EXPECT_TRUE(detector.detect(image).isEmpty());
+}
+
 TEST_F(CalibPatternDetectorTest, FindsNothingWithoutATarget) {
   CalibPatternDetector const detector = targetDetector();
   cv::Mat noise(480, 640, CV_8U);
