@@ -26,7 +26,9 @@ void LineScannerCalibData::add(std::vector<cv::Point2f> const& imgPnts,
                                std::vector<cv::Point2f> const& objPnts,
                                std::vector<std::vector<cv::Point2f>> const& linePntss) {
   CameraCalibData::add(imgPnts, objPnts);
-  static_cast<Private&>(ownRecord()).linePntsss.push_back(linePntss);
+  auto& lines = static_cast<Private&>(ownRecord()).linePntsss;
+  lines.resize(static_cast<std::size_t>(count()) - 1); // views added through the base class have none
+  lines.push_back(linePntss);
 }
 
 std::vector<std::vector<cv::Point2f>> const& LineScannerCalibData::getLinePntss(int sample) const {

@@ -171,6 +171,10 @@ TEST_F(LineScannerTest, CalibDataKeepTheirListsAligned) {
   data.clear();
   EXPECT_TRUE(data.getLinePntsss().empty());
   EXPECT_EQ(back.count(), 2) << "copies are values";
+  data.CameraCalibData::add({}, {});
+  data.add({}, {}, {{{1, 2}}});
+  ASSERT_EQ(data.getLinePntsss().size(), 2U) << "a view without lines takes a place all the same";
+  EXPECT_EQ(data.getLinePntss(1).size(), 1U);
 }
 
 } // namespace
