@@ -122,6 +122,8 @@ void StereoCamera::setResolution(cv::Size const& size0, cv::Size const& size1) {
   auto& own = static_cast<Private&>(ownRecord());
   own.model0.setResolution(size0);
   own.model1.setResolution(size1);
+  own.map0.release();
+  own.map1.release();
 }
 
 CameraModel const& StereoCamera::getCameraModel0() const {

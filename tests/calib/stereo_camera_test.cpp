@@ -132,6 +132,10 @@ TEST_F(StereoCameraTest, ReadsWhatItWrote) {
   EXPECT_FALSE(stereo.getUndistortedMap1().empty());
   stereo.read(models);
   EXPECT_TRUE(stereo.getUndistortedMap1().empty()) << "maps belong to the cameras they were made for";
+  stereo.calcUndistortedMaps();
+  stereo.setResolution({64, 48}, {32, 24});
+  EXPECT_TRUE(stereo.getUndistortedMap0().empty()) << "and to their resolution";
+  stereo.read(models);
   for (char const* key : {"CameraModel0", "CameraModel1", "Hpc", "Hpose"}) {
     json broken = models;
     broken["Hpc"] = cv::Matx44d::eye();
