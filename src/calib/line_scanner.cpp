@@ -43,10 +43,10 @@ std::vector<cv::Point3f> pointsOnLaserPlane(LineScannerCalibData const& data, Ca
                                             std::size_t plane) {
   std::vector<cv::Point3f> points;
   int viewCount = 0;
+  std::vector<cv::Matx44d> const poses = latestPoses(data);
   for (int i = 0; i < data.count(); ++i) {
     auto const& line = data.getLinePntss(i)[plane];
-    // The poses of this calibration are the last ones of the list.
-    cv::Matx44d const& pose = data.getPose(static_cast<int>(data.getPoses().size()) - data.count() + i);
+    cv::Matx44d const& pose = poses[static_cast<std::size_t>(i)];
     auto const inView = math::transformPoints(camera.calcObjectPoints(line, pose), pose);
     std::copy_if(inView.begin(), inView.end(), std::back_inserter(points), [](cv::Point3f const& p) {
       return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);

@@ -29,21 +29,6 @@ struct StereoCamera::Private : Record<StereoCamera::Private, PropertySetBase::Pr
 
 namespace {
 
-/// The mean, element by element, of the transforms that the pairs of poses give.
-cv::Matx44d meanTransform(std::vector<cv::Matx44d> const& cam0_from_pattern,
-                          std::vector<cv::Matx44d> const& cam1_from_pattern) {
-  cv::Matx33d sumR;
-  cv::Vec3d sumP;
-  for (std::size_t i = 0; i < cam0_from_pattern.size(); ++i) {
-    cv::Matx33d const R0 = math::getR3(cam0_from_pattern[i]);
-    cv::Matx33d const inverseR1 = math::getR3(cam1_from_pattern[i]).inv();
-    sumR += R0 * inverseR1;
-    sumP += R0 * -(inverseR1 * math::getT3(cam1_from_pattern[i])) + math::getT3(cam0_from_pattern[i]);
-  }
-  double const n = static_cast<double>(cam0_from_pattern.size());
-  return math::createTransform(sumR * (1 / n), sumP * (1 / n));
-}
-
 void checkSameViews(CameraCalibData const& data0, CameraCalibData const& data1) {
   if (data0.count() != data1.count() || data0.getPoses().size() != data1.getPoses().size()) {
     auto const describe = [](CameraCalibData const& data) {

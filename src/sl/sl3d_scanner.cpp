@@ -17,11 +17,11 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
-#include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
 #include <vorn/mv/sl/lookup_tables.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 
+#include "calib/calibrated_poses.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
 #include "sl/scan_decoding.hpp"
@@ -64,25 +64,6 @@ struct WorkingMemory {
 
   sl::ScanDecodingBuffers buffers;
 };
-
-cv::Matx44d inverseOf(cv::Matx44d const& transform) {
-  cv::Matx33d const back = math::getR3(transform).t();
-  return math::createTransform(back, -(back * math::getT3(transform)));
-}
-
-/// The mean, element by element, of the transforms from projector to camera that the target's poses tell.
-cv::Matx44d meanTransform(std::vector<cv::Matx44d> const& camFromTarget,
-                          std::vector<cv::Matx44d> const& projFromTarget, int count) {
-  cv::Matx33d rotation = cv::Matx33d::zeros();
-  cv::Vec3d translation;
-  // The poses of this calibration are the last ones.
-  for (int i = 1; i <= count; ++i) {
-    cv::Matx44d const camFromProj = *(camFromTarget.end() - i) * inverseOf(*(projFromTarget.end() - i));
-    rotation += math::getR3(camFromProj);
-    translation += math::getT3(camFromProj);
-  }
-  return math::createTransform(rotation * (1.0 / count), translation * (1.0 / count));
-}
 
 template <class T>
 std::string text(char const* label, T const& value) {
@@ -226,9 +207,9 @@ void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
   auto& own = static_cast<Private&>(ownRecord());
   own.camera = cameraModel;
   own.projector = projectorModel;
-  own.camFromProj = meanTransform(cameraData.getPoses(), projectorData.getPoses(), cameraData.count());
-  camera = cameraData;
-  projector = projectorData;
+  own.camFromProj = meanTransform(latestPoses(cameraData), latestPoses(projectorData));
+  addNewPoses(camera, cameraData);
+  addNewPoses(projector, projectorData);
   logDebug(text("Hpc=", own.camFromProj) + "\n");
   constexpr double calibratedBelow = 0.5;
   if (cameraError < calibratedBelow && projectorError < calibratedBelow) {
