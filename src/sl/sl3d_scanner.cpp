@@ -6,6 +6,7 @@
 #include <cmath>
 #include <iostream>
 #include <sstream>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -135,13 +136,15 @@ scanner::SlPatternInfo Sl3dScanner::getPatternInfo(bool alongWidth) const {
 }
 
 cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
-  bool const alongWidth = isHorizontal(*this);
+  // Reading through the calls that lend the models would keep copies from sharing this scanner's record.
+  Sl3dScanner const& self = *this;
+  bool const alongWidth = isHorizontal(self);
   getPatternInfo(alongWidth);
-  sl::CodedAxis const axis = sl::codedAxis(getProjectorModel().getResolution(), alongWidth);
-  sl::checkStack(images, axis, getCameraModel().getResolution());
-  sl::ScanDecodingSettings const settings = decodingSettings(*this, axis);
-  bool const enableTexture = std::as_const(*this)["EnableTexture"];
-  bool const enableDebug = std::as_const(*this)["EnableDebug"];
+  sl::CodedAxis const axis = sl::codedAxis(self.getProjectorModel().getResolution(), alongWidth);
+  sl::checkStack(images, axis, self.getCameraModel().getResolution());
+  sl::ScanDecodingSettings const settings = decodingSettings(self, axis);
+  bool const enableTexture = self["EnableTexture"];
+  bool const enableDebug = self["EnableDebug"];
   auto& own = static_cast<Private&>(ownRecord());
   Timer timer;
   auto const report = [&](char const* label) {
@@ -165,21 +168,22 @@ void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>&
     throw error("Attempting to use an uncalibrated system.", "triangulate");
   }
   Library::assertValid();
-  cv::Mat_<float> const coordinates = sl::cropTo(phase, roi, getCameraModel().getResolution());
-  sl::checkProjector(getProjectorModel().getResolution());
+  Sl3dScanner const& self = *this;
+  cv::Mat_<float> const coordinates = sl::cropTo(phase, roi, self.getCameraModel().getResolution());
+  sl::checkProjector(self.getProjectorModel().getResolution());
   auto& own = static_cast<Private&>(ownRecord());
   updateLensMap(own.cameraMap, own.camera);
   updateLensMap(own.projectorMap, own.projector);
   sl::TriangulationSetup const setup{own.cameraMap.rays, own.projectorMap.rays, own.camFromProj,
                                      own.poseFromCam};
   xyz.create(roi.size());
-  if (isHorizontal(*this)) {
+  if (isHorizontal(self)) {
     sl::triangulateColumns(setup, coordinates, roi, xyz);
   } else {
     xyz.setTo(cv::Scalar::all(0));
     sl::triangulateRows(setup, coordinates, roi, xyz);
   }
-  int const radius = std::as_const(*this)["PointcloudBlurRadius"];
+  int const radius = self["PointcloudBlurRadius"];
   if (radius >= 1) {
     // Isolated: `xyz` may be a region of a larger map, whose other points are none of this scan's.
     cv::GaussianBlur(xyz, xyz, cv::Size(2 * radius + 1, 2 * radius + 1), 0, 0,
@@ -198,8 +202,8 @@ void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
                 "calib");
   }
   // On copies, so that nothing has changed when one of them fails.
-  CameraModel cameraModel = getCameraModel();
-  CameraModel projectorModel = getProjectorModel();
+  CameraModel cameraModel = std::as_const(*this).getCameraModel();
+  CameraModel projectorModel = std::as_const(*this).getProjectorModel();
   CameraCalibData cameraData = camera;
   CameraCalibData projectorData = projector;
   double const cameraError = cameraModel.calib(cameraData, maxIterations);
