@@ -91,8 +91,12 @@ void copyImage(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * size.area());
 }
 
-BENCHMARK(undistortedMap)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(openCvUndistortPoints)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(undistortedMap)->Name("undistort/ours")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(openCvUndistortPoints)
+    ->Name("undistort/cv::undistortPoints")
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(extractLaserLine)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(copyImage)->Unit(benchmark::kMillisecond);
 

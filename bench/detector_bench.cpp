@@ -154,10 +154,13 @@ void views(benchmark::internal::Benchmark* benchmark) {
   }
 }
 
-BENCHMARK(CalibPatternDetector_Edge)->Apply(views);
-BENCHMARK(CalibPatternDetector_QuadraticFit)->Apply(views);
-BENCHMARK(CalibPatternDetector_NoMarkers)->Args({47, 0})->Unit(benchmark::kMillisecond);
-BENCHMARK(CalibPatternDetector_NoTarget)->Unit(benchmark::kMillisecond);
-BENCHMARK(OpenCV_findCirclesGrid)->Apply(views);
+BENCHMARK(CalibPatternDetector_Edge)->Name("detectTarget/ours")->Apply(views);
+BENCHMARK(CalibPatternDetector_QuadraticFit)->Name("detectTarget/ours, QuadraticFit")->Apply(views);
+BENCHMARK(CalibPatternDetector_NoMarkers)
+    ->Name("detectUnmarkedTarget")
+    ->Args({47, 0})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(CalibPatternDetector_NoTarget)->Name("detectNoTarget")->Unit(benchmark::kMillisecond);
+BENCHMARK(OpenCV_findCirclesGrid)->Name("detectTarget/cv::findCirclesGrid")->Apply(views);
 
 } // namespace

@@ -93,9 +93,11 @@ void radiusAndThreads(benchmark::internal::Benchmark* benchmark) {
       ->Unit(benchmark::kMillisecond);
 }
 
-BENCHMARK(LocalAverage)->Apply(radiusAndThreads);
-BENCHMARK(BoxSubtractCompare)->Apply(radiusAndThreads);
-BENCHMARK(AdaptiveThreshold)->Apply(radiusAndThreads);
-BENCHMARK(Copy)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(LocalAverage)->Name("localThreshold/ours")->Apply(radiusAndThreads);
+BENCHMARK(BoxSubtractCompare)
+    ->Name("localThreshold/cv::boxFilter, subtract, compare")
+    ->Apply(radiusAndThreads);
+BENCHMARK(AdaptiveThreshold)->Name("localThreshold/cv::adaptiveThreshold")->Apply(radiusAndThreads);
+BENCHMARK(Copy)->Name("copyImage20Mp")->UseRealTime()->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -73,14 +73,14 @@ void readPlyVorn(benchmark::State& state) {
     benchmark::DoNotOptimize(file.read(plyPath()));
   }
 }
-BENCHMARK(readPlyVorn)->Apply(plyFormats);
+BENCHMARK(readPlyVorn)->Name("readPly/ours")->Apply(plyFormats);
 
 void writePlyVorn(benchmark::State& state) {
   for (auto _ : state) {
     plyFile(state.range(0) != 0).write(plyPath(), cloud());
   }
 }
-BENCHMARK(writePlyVorn)->Apply(plyFormats);
+BENCHMARK(writePlyVorn)->Name("writePly/ours")->Apply(plyFormats);
 
 #ifdef VORN_HAS_PCL
 using PclCloud = pcl::PointCloud<pcl::PointXYZRGBNormal>;
@@ -92,7 +92,7 @@ void readPlyPcl(benchmark::State& state) {
     require(pcl::io::loadPLYFile(plyPath(), read) == 0 && read.size() == cloud().vertices().size());
   }
 }
-BENCHMARK(readPlyPcl)->Apply(plyFormats);
+BENCHMARK(readPlyPcl)->Name("readPly/pcl")->Apply(plyFormats);
 
 void writePlyPcl(benchmark::State& state) {
   PLYFile().write(plyPath(), cloud());
@@ -102,7 +102,7 @@ void writePlyPcl(benchmark::State& state) {
     require(pcl::io::savePLYFile(plyPath(), object, state.range(0) == 0) == 0);
   }
 }
-BENCHMARK(writePlyPcl)->Apply(plyFormats);
+BENCHMARK(writePlyPcl)->Name("writePly/pcl")->Apply(plyFormats);
 #endif
 
 #ifdef VORN_HAS_OPEN3D
@@ -113,7 +113,7 @@ void readPlyOpen3d(benchmark::State& state) {
     require(open3d::io::ReadPointCloud(plyPath(), read) && read.points_.size() == cloud().vertices().size());
   }
 }
-BENCHMARK(readPlyOpen3d)->Apply(plyFormats);
+BENCHMARK(readPlyOpen3d)->Name("readPly/open3d")->Apply(plyFormats);
 
 void writePlyOpen3d(benchmark::State& state) {
   PLYFile().write(plyPath(), cloud());
@@ -123,7 +123,7 @@ void writePlyOpen3d(benchmark::State& state) {
     require(open3d::io::WritePointCloud(plyPath(), object, {state.range(0) != 0}));
   }
 }
-BENCHMARK(writePlyOpen3d)->Apply(plyFormats);
+BENCHMARK(writePlyOpen3d)->Name("writePly/open3d")->Apply(plyFormats);
 #endif
 
 void readObjVorn(benchmark::State& state) {
@@ -132,7 +132,7 @@ void readObjVorn(benchmark::State& state) {
     benchmark::DoNotOptimize(OBJFile().read(objPath()));
   }
 }
-BENCHMARK(readObjVorn)->Unit(benchmark::kMillisecond);
+BENCHMARK(readObjVorn)->Name("readObj/ours")->Unit(benchmark::kMillisecond);
 
 #ifdef VORN_HAS_TINYOBJLOADER
 void readObjTinyobjloader(benchmark::State& state) {
@@ -143,7 +143,7 @@ void readObjTinyobjloader(benchmark::State& state) {
             reader.GetAttrib().vertices.size() == 3 * cloud().vertices().size());
   }
 }
-BENCHMARK(readObjTinyobjloader)->Unit(benchmark::kMillisecond);
+BENCHMARK(readObjTinyobjloader)->Name("readObj/tinyobjloader")->Unit(benchmark::kMillisecond);
 #endif
 
 void writeMesh() {
@@ -156,7 +156,7 @@ void readStlVorn(benchmark::State& state) {
     benchmark::DoNotOptimize(STLFile().read(stlPath()));
   }
 }
-BENCHMARK(readStlVorn)->Unit(benchmark::kMillisecond);
+BENCHMARK(readStlVorn)->Name("readStl/ours")->Unit(benchmark::kMillisecond);
 
 #ifdef VORN_HAS_ASSIMP
 // Without joining equal corners, which reading by us includes.
@@ -167,7 +167,7 @@ void readStlAssimp(benchmark::State& state) {
     require(importer.ReadFile(stlPath(), 0) != nullptr);
   }
 }
-BENCHMARK(readStlAssimp)->Unit(benchmark::kMillisecond);
+BENCHMARK(readStlAssimp)->Name("readStl/assimp")->Unit(benchmark::kMillisecond);
 #endif
 
 } // namespace
