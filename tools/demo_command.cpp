@@ -125,7 +125,7 @@ void addDemoCommand(CLI::App& app) {
       app.add_subcommand("demo", "Scan with the virtual rig and compare with the exact truth");
   command->add_option("--out", options->out, "Folder for the results; made if need be")
       ->capture_default_str();
-  constexpr int coarsest = 8;
+  constexpr int coarsest = 2; // beyond it the dots of the target are too small to be found
   command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
       ->check(CLI::Range(1, coarsest));
   command->add_flag("!--true-calibration", options->isCalibrating,
