@@ -38,13 +38,15 @@ TargetSettings settingsOf(CalibPatternDetector const& detector) {
 
 /// The image as grey levels with bright dots.
 cv::Mat withBrightDots(cv::Mat const& image, int patternType) {
-  cv::Mat grey;
-  if (image.type() == CV_8UC1) {
-    grey = image;
-  } else if (image.type() == CV_8UC3) {
-    cv::cvtColor(image, grey, cv::COLOR_BGR2GRAY);
-  } else {
+  if (image.type() != CV_8UC1 && image.type() != CV_8UC3) {
     throw error("Invalid input image type", "detect");
+  }
+  if (image.empty()) {
+    return {};
+  }
+  cv::Mat grey = image;
+  if (image.type() == CV_8UC3) {
+    cv::cvtColor(image, grey, cv::COLOR_BGR2GRAY);
   }
   if (patternType != CalibPatternType::CircleGridWhiteOnGray) {
     cv::Mat inverted;

@@ -232,8 +232,9 @@ TEST_F(CalibPatternDetectorTest, FindsNothingWithoutATarget) {
       squares.at<std::uint8_t>(y, x) = (x / 20 + y / 20) % 2 == 0 ? 200 : 40;
     }
   }
-  for (cv::Mat const& image : {cv::Mat(480, 640, CV_8U, cv::Scalar(90)), noise, smooth, squares,
-                               cv::Mat(1, 1, CV_8U), cv::Mat(3, 700, CV_8U, cv::Scalar(0)), cv::Mat()}) {
+  for (cv::Mat const& image :
+       {cv::Mat(480, 640, CV_8U, cv::Scalar(90)), noise, smooth, squares, cv::Mat(1, 1, CV_8U),
+        cv::Mat(3, 700, CV_8U, cv::Scalar(0)), cv::Mat(), cv::Mat(0, 7, CV_8UC3)}) {
     EXPECT_TRUE(detector.detect(image).isEmpty()) << image.size();
   }
 }
