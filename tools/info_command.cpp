@@ -40,7 +40,7 @@ void printCamera(std::string const& title, mv::CameraModel const& camera) {
   std::cout << "error " << camera.getCalibError() << " px"
             << (camera.isCalibrated() ? "" : " (not calibrated)") << "\n  focal lengths " << k(0, 0) << ", "
             << k(1, 1) << " px; centre " << k(0, 2) << ", " << k(1, 2) << " px; distortion";
-  for (double const coefficient : cv::Mat_<double>(camera.getD().reshape(1, 1))) {
+  for (double const coefficient : cv::Mat_<double>(camera.getD())) {
     std::cout << ' ' << coefficient;
   }
   std::cout << '\n';

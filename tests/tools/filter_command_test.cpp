@@ -298,5 +298,15 @@ TEST(InfoCommand, DescribesACloud) {
   EXPECT_EQ(run({"info", folder / "absent.ply"}).status, 1);
 }
 
+TEST(InfoCommand, DescribesACameraWithoutDistortion) {
+  test::TemporaryFolder const folder;
+  nlohmann::json const K{
+      {"rows", 3}, {"cols", 3}, {"dt", "d"}, {"data", {800, 0, 320, 0, 810, 240, 0, 0, 1}}};
+  writeJsonFile(folder / "camera.json", {{"Resolution", {640, 480}}, {"K", K}, {"Error", 0.1}});
+  ToolOutcome const outcome = run({"info", folder / "camera.json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_NE(outcome.output.find("focal lengths 800, 810 px"), std::string::npos) << outcome.output;
+}
+
 } // namespace
 } // namespace vorn::tools
