@@ -56,7 +56,7 @@ void run(CalibrateOptions const& options) {
   CalibrationSettings settings;
   applyAssignments(settings.detector, options.assignments);
   if (!options.projector.empty()) {
-    settings.projector = cv::Size(parseSize(options.projector, "--projector"));
+    settings.projector = parsePixels(options.projector, "--projector");
   }
   settings.line.minContrast = options.contrast;
   if (options.isLaser) {
@@ -93,7 +93,9 @@ void addCalibrateCommand(CLI::App& app) {
   command
       ->add_option("--projector", options->projector,
                    "The projector's pixels, as 640x400; default: taken from the images")
-      ->type_name("SIZE");
+      ->type_name("SIZE")
+      ->excludes(laser)
+      ->excludes(stereo);
   command->add_option("--report", options->report, "JSON file for the errors of every view");
   command->add_option("--plot", options->plot, "Picture of the reprojection errors");
   addSetOption(*command, options->assignments, "detector, such as PatternDim=15");

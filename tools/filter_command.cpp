@@ -66,8 +66,7 @@ mv::PointCloud cloudOf(graphic::GraphicObject& object) {
 /// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
 /// removed.
 mv::PointCloud readCloud(std::string const& path) {
-  std::string const ending = lowerCaseEnding(path);
-  if (ending != ".tif" && ending != ".tiff") {
+  if (!isTiff(path)) {
     graphic::GraphicObject object = readGraphic(path);
     return cloudOf(object);
   }
@@ -113,6 +112,7 @@ void writePreview(std::string const& path, mv::PointCloud const& cloud) {
 void run(FilterOptions const& options) {
   checkGraphicPath(options.output);
   checkOutputs({options.output, options.preview});
+  checkPicturePath(options.preview);
   mv::PointCloud cloud = readCloud(options.input);
   std::printf("%-44s %12s %12s %9s\n", "step", "removed", "left", "ms");
   std::printf("%-44s %12s %12zu\n", options.input.c_str(), "", cloud.presentCount());

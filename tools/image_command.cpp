@@ -16,6 +16,7 @@
 #include "tools/commands.hpp"
 #include "tools/image_files.hpp"
 #include "tools/json_file.hpp"
+#include "tools/output_path.hpp"
 #include "tools/property_table.hpp"
 
 namespace vorn::tools {
@@ -67,8 +68,7 @@ cv::Mat storable(cv::Mat const& image, std::string const& path) {
   if (image.depth() == CV_8U || image.depth() == CV_16U) {
     return image;
   }
-  std::string const extension = fs::path(path).extension().string();
-  if (extension != ".tif" && extension != ".tiff") {
+  if (!isTiff(path)) {
     throw Exception("The filtered image has signed or floating-point values: write it as .tiff, not to " +
                         path,
                     nullptr, 0, "image");

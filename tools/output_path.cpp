@@ -47,6 +47,11 @@ std::string lowerCaseEnding(std::string const& path) {
   return ending;
 }
 
+bool isTiff(std::string const& path) {
+  std::string const ending = lowerCaseEnding(path);
+  return ending == ".tif" || ending == ".tiff";
+}
+
 void writeTogether(std::vector<FileContent> const& contents) {
   std::list<AtomicFile> files;
   for (FileContent const& content : contents) {

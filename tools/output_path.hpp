@@ -16,6 +16,9 @@ void checkOutputs(std::initializer_list<std::string> paths);
 /// The ending of a path in lower case, with its dot; empty when there is none.
 std::string lowerCaseEnding(std::string const& path);
 
+/// Whether a path ends in .tif or .tiff: the picture format that holds floating-point values.
+bool isTiff(std::string const& path);
+
 /// A file and what is to stand in it.
 struct FileContent {
   std::string path;

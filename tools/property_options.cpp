@@ -6,8 +6,8 @@
 
 namespace vorn::tools {
 
-void addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what) {
-  command.add_option("--set", assignments, "Set a property of the " + what + ", as NAME=VALUE")
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what) {
+  return command.add_option("--set", assignments, "Set a property of the " + what + ", as NAME=VALUE")
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false)
       ->take_all();

@@ -11,9 +11,9 @@
 
 namespace vorn::tools {
 
-/// Adds `--set NAME=VALUE`, which may be given more than once.
+/// Adds `--set NAME=VALUE`, which may be given more than once, and returns it.
 /// @param what whose properties they are, for the help text
-void addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what);
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what);
 
 /// Sets properties from "NAME=VALUE" texts.
 /// @throws Exception for a text without "=", an unknown name (with those that exist) or a refused value

@@ -53,9 +53,7 @@ void writeCloud(std::string const& path, ScanResult& result) {
 void writeMap(std::string const& path, cv::Mat_<float> const& map) {
   // The periods of the two coded axes differ; either shows as bands.
   constexpr float period = 8.0F;
-  std::string const ending = lowerCaseEnding(path);
-  bool const isRaw = ending == ".tif" || ending == ".tiff";
-  writeImage(path, isRaw ? cv::Mat(map) : drawDecodedMap(map, period));
+  writeImage(path, isTiff(path) ? cv::Mat(map) : drawDecodedMap(map, period));
 }
 
 void runLaser(ScanOptions const& options) {
@@ -98,6 +96,9 @@ void runPattern(ScanOptions const& options) {
   checkOutputs({options.out, options.xyz, options.map, options.preview, options.report});
   checkPicturePath(options.preview);
   checkPicturePath(options.map);
+  if (!options.xyz.empty() && !isTiff(options.xyz)) {
+    throw Exception("Points are stored as .tiff, not to " + options.xyz, nullptr, 0, "scan");
+  }
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
   }
@@ -166,7 +167,7 @@ void addScanCommand(CLI::App& app) {
                    "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
       ->excludes(laser);
   command->add_option("--report", options->report, "Write counts, times in ms and the box as JSON");
-  addSetOption(*command, options->assignments, "scanner");
+  addSetOption(*command, options->assignments, "scanner")->excludes(laser);
   command->callback([options] { options->isLaser ? runLaser(*options) : runPattern(*options); });
 }
 

@@ -104,12 +104,17 @@ void addSimulateCommand(CLI::App& app) {
   CLI::App* command =
       app.add_subcommand("simulate", "Render what a rig would capture: a scan, target views, and the truth");
   command->add_option("folder", options->folder, "Folder to write to; made if need be")->required();
-  command->add_flag("!--no-calib", options->withCalibration, "Leave out the target views");
+  CLI::Option* noCalibration =
+      command->add_flag("!--no-calib", options->withCalibration, "Leave out the target views");
   CLI::Option* stereo =
-      command->add_flag("--stereo", options->isStereo, "Two cameras in place of camera and projector");
-  command->add_flag("--laser", options->isLaser, "A laser line and a stage in place of a projector")
-      ->excludes(stereo);
-  command->add_flag("--rows", options->withRows, "Also the row sequence of the scan");
+      command->add_flag("--stereo", options->isStereo, "Two cameras in place of camera and projector")
+          ->excludes(noCalibration);
+  CLI::Option* laser =
+      command->add_flag("--laser", options->isLaser, "A laser line and a stage in place of a projector")
+          ->excludes(stereo);
+  command->add_flag("--rows", options->withRows, "Also the row sequence of the scan")
+      ->excludes(stereo)
+      ->excludes(laser);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
       ->check(CLI::Range(1, coarsest));

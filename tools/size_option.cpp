@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/size_option.hpp"
 
+#include <cmath>
 #include <sstream>
 
 #include <vorn/core/exception.hpp>
@@ -15,6 +16,17 @@ cv::Size2d parseSize(std::string const& text, std::string const& option) {
   if (!(stream >> size.width >> times >> size.height) || (times != 'x' && times != 'X') || !stream.eof() ||
       !(size.width > 0) || !(size.height > 0)) {
     throw Exception("\"" + text + "\" is not a size like 640x400", nullptr, 0, option.c_str());
+  }
+  return size;
+}
+
+cv::Size parsePixels(std::string const& text, std::string const& option) {
+  constexpr double mostPixels = 16384; // along either side
+  cv::Size2d const size = parseSize(text, option);
+  if (size.width > mostPixels || size.height > mostPixels || std::floor(size.width) != size.width ||
+      std::floor(size.height) != size.height) {
+    throw Exception("\"" + text + "\" is not a size in whole pixels, up to 16384 along a side", nullptr, 0,
+                    option.c_str());
   }
   return size;
 }

@@ -13,6 +13,10 @@ namespace vorn::tools {
 /// @throws Exception when the text is no size
 cv::Size2d parseSize(std::string const& text, std::string const& option);
 
+/// The same in whole pixels.
+/// @throws Exception also for fractions and for more pixels than any device has
+cv::Size parsePixels(std::string const& text, std::string const& option);
+
 /// A size in words: "640 x 480".
 std::string sizeText(cv::Size const& size);
 

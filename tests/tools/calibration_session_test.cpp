@@ -16,6 +16,7 @@
 #include "support/temporary_folder.hpp"
 #include "tools/calibration_session.hpp"
 #include "tools/image_files.hpp"
+#include "tools/size_option.hpp"
 
 namespace vorn::test {
 namespace {
@@ -103,6 +104,9 @@ TEST_F(CalibrationSession, RefusesFoldersThatCannotServe) {
   }
   expectError([&] { tools::calibrateScanner(alike.path().string(), settings()); },
               "focal length undetermined");
+  expectError([] { tools::parsePixels("640.5x400", "--projector"); }, "whole pixels");
+  expectError([] { tools::parsePixels("0.4x400", "--projector"); }, "whole pixels");
+  expectError([] { tools::parsePixels("64000x400", "--projector"); }, "whole pixels");
 }
 
 } // namespace

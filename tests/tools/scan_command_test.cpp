@@ -135,6 +135,7 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
        {}},
       {"not calibrated", recalibrated([](auto& json) { json["CameraModel"]["Error"] = 0.7; }), {}},
       {"absent", nothing, {"--preview", "/absent/p.png"}},
+      {"points.png", nothing, {"--xyz", fs::temp_directory_path() / "points.png"}},
       {"Sensitivty", nothing, {"--set", "Sensitivty=3"}},
       {"Sensitivity", nothing, {"--set", "Sensitivity=300"}},
   };
@@ -170,6 +171,11 @@ TEST(Tool, WrongUsageIsStatusTwo) {
   EXPECT_EQ(run({}).status, 2);
   EXPECT_EQ(run({"scan"}).status, 2);
   EXPECT_EQ(run({"patterns", "x", "--width", "many", "--height", "4"}).status, 2);
+  // Options that the kind of job does not take.
+  EXPECT_EQ(run({"scan", "x", "--calib", "y", "--laser", "--set", "Sensitivity=3"}).status, 2);
+  EXPECT_EQ(run({"calibrate", "x", "--out", "y", "--stereo", "--projector", "640x400"}).status, 2);
+  EXPECT_EQ(run({"simulate", "x", "--stereo", "--no-calib"}).status, 2);
+  EXPECT_EQ(run({"simulate", "x", "--laser", "--rows"}).status, 2);
   EXPECT_EQ(run({"--help"}).status, 0);
   EXPECT_EQ(run({"scan", "--help"}).status, 0);
 }
