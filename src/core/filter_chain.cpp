@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/core/filter_chain.hpp>
 
+#include <exception>
+
 #include <nlohmann/json.hpp>
 
 #include <vorn/core/exception.hpp>
@@ -53,10 +55,15 @@ void readFilterChain(nlohmann::json const& json, AddFilter const& add) {
     throw error(std::string("A filter chain is a JSON array, not ") + json.type_name(), "readFilterChain");
   }
   for (std::size_t i = 0; i < json.size(); ++i) {
+    auto const fail = [i](std::exception const& reason) {
+      throw error("Filter " + std::to_string(i + 1) + " of the chain: " + reason.what(), "readFilterChain");
+    };
     try {
       readFilter(json[i], add);
     } catch (Exception const& e) {
-      throw error("Filter " + std::to_string(i + 1) + " of the chain: " + e.what(), "readFilterChain");
+      fail(e);
+    } catch (nlohmann::json::exception const& e) { // from what a filter keeps besides its properties
+      fail(e);
     }
   }
 }

@@ -12,6 +12,7 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "support/expect_error.hpp"
 #include "support/point_sets.hpp"
 
 namespace vorn::mv::pc {
@@ -172,6 +173,15 @@ TEST_F(CloudFilters, ChainsAreStoredAndRunAgain) {
     expectSameStates(cloud, expected);
   }
   EXPECT_THROW(createFilter("vorn::mv::pc::NoFilter"), Exception);
+}
+
+TEST_F(CloudFilters, ChainNamesTheFilterWhosePlaneIsWrong) {
+  for (char const* plane : {R"(3)", R"({"p": [0, 0, 1]})", R"({"p": "here", "n": [0, 0, 1]})"}) {
+    auto const chain =
+        nlohmann::json::parse(R"([{"class": "Dz"}, {"class": "PlaneRemoval", "properties": {"Plane": )" +
+                              std::string(plane) + "}}]");
+    test::expectError([&] { readFilterChain(chain, filters()); }, "Filter 2 of the chain: ");
+  }
 }
 
 TEST_F(CloudFilters, PlaneRemovalReadsAllOrNothing) {
