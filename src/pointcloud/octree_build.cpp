@@ -84,7 +84,8 @@ template <class Points>
 class OctreeBuilder {
 public:
   OctreeBuilder(Points const& points, std::size_t bucketCapacity, float minHalfSize)
-      : points_(points), bucketCapacity_(bucketCapacity), minHalfSize_(minHalfSize) {}
+      // Cubes shrink to a half size of 0 and no further: with a negative bound they would be halved for ever.
+      : points_(points), bucketCapacity_(bucketCapacity), minHalfSize_(std::max(minHalfSize, 0.0F)) {}
 
   OctreeParts build(std::size_t count) {
     Octant root{};

@@ -206,6 +206,14 @@ TEST(Octree, CountsAPointAtTheRadiusOnlyWithItsWholeOctant) {
   EXPECT_EQ(heap.radiusNeighborsCount<ListL2>({0, 0, 0}, 5.0F), 100U);
 }
 
+TEST(Octree, NegativeLeastSizeEndsAtCubesWithoutSize) {
+  std::vector<cv::Point3f> const points(100, {3, 4, 0});
+  ListOctree tree;
+  tree.init(points, ListOctree::Param(32, false, -1.0F));
+  EXPECT_EQ(tree.octants().size(), 1U);
+  EXPECT_EQ(tree.radiusNeighborsCount<Distance<cv::Point3f>::L2>({3, 4, 1}, 1.5F), points.size());
+}
+
 TEST(Octree, IgnoresPointsThatAreNoNumbers) {
   constexpr float infinite = std::numeric_limits<float>::infinity();
   std::vector<cv::Point3f> const points{
