@@ -116,7 +116,7 @@ public:
   /// As `getProperty`.
   Property const& operator[](std::string const& name) const override { return getProperty(name); }
 
-  /// Sets the properties that `json` names, in its order; members that are no property are ignored.
+  /// Sets the properties that `json` names; members that are no property are ignored.
   /// @throws Exception when `json` is no object or a value is refused; no property is changed then
   void read(nlohmann::json const& json) override;
   /// Writes one member a property: its name and its value, enums by the name of their item.

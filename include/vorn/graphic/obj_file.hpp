@@ -21,9 +21,8 @@ namespace vorn::graphic {
 class VORN_API OBJFile {
 public:
   /// The content of the file at `path`.
-  /// @throws Exception that names the file, the line and the reason, when it cannot be opened, is no OBJ
-  /// file, or
-  ///         is damaged
+  /// @throws Exception that names the file, the line and the reason, when the file cannot be opened, is not
+  ///         OBJ, or is damaged
   GraphicObject read(std::string const& path) const;
 
   /// Writes all of `object` to `path`: every value with the fewest digits that read back as the same value,

@@ -14,10 +14,9 @@ namespace vorn::graphic {
 /// Reading takes the ascii and both binary encodings, line ends of any system, properties in any order and of
 /// any scalar type, comments, and elements besides the vertices, which are passed over. Of a vertex it takes
 /// - `x`, `y`, `z`, which must be there, and `nx`, `ny`, `nz`;
-/// - `red`, `green`, `blue` and `alpha` (also with the prefix `diffuse_`, or as `r`, `g`, `b`, `a`): integers
-/// in
-///   0..255, larger and smaller ones clamped, or floating point numbers in 0..1; alpha is 255 when it is
-///   missing.
+/// - `red`, `green`, `blue` and `alpha` (also with the prefix `diffuse_`, or as `r`, `g`, `b`, `a`): whole
+///   numbers in 0..255, larger and smaller ones clamped, or floating point numbers in 0..1; alpha is 255 when
+///   it is missing.
 /// Normals or colours that are not complete are left out. Polygons of the element `face` become triangle
 /// fans, `tristrips` become triangles; a polygon of fewer than three corners has no area and is passed over.
 /// Values beyond the range of `float` become infinite.
@@ -32,9 +31,8 @@ public:
   explicit PLYFile(Format format) : format_(format) {}
 
   /// The content of the file at `path`.
-  /// @throws Exception that names the file, the line or byte and the reason, when it cannot be opened, is no
-  /// PLY
-  ///         file, is damaged, or holds less than its header promises
+  /// @throws Exception that names the file, the line or byte and the reason, when the file cannot be opened,
+  ///         is not PLY, is damaged, or holds less than its header promises
   GraphicObject read(std::string const& path) const;
 
   /// Writes all of `object` to `path`; alpha is left out when every colour is opaque. An existing file is

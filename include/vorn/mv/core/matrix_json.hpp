@@ -23,18 +23,16 @@ namespace cv {
 /// A matrix of two or three channels thus keeps only the first cols scalars of each row; use one channel to
 /// store a matrix whole.
 /// @param m two-dimensional, 16 or 32-bit integers, floats or doubles, at most three channels
-/// @throws vorn::Exception "Not implemented" for 8-bit elements (after "rows", "cols", "dt" and an empty
-/// "data"
-///         were written), "Unsupported type" for half floats, four or more channels and more than two
+/// @throws vorn::Exception "Not implemented" for 8-bit elements, after "rows", "cols", "dt" and an empty list
+///         "data" were written; "Unsupported type" for half floats, four or more channels and more than two
 ///         dimensions
 VORN_API void to_json(nlohmann::json& j, Mat const& m);
 
 /// Reads what `to_json` wrote. A matrix that already has the size and type keeps its buffer, and with it the
 /// scalars that the document does not hold; in a new buffer those are zero.
-/// @throws vorn::Exception "Unsupported type" for an unknown "dt"; "Not implemented" for 8-bit elements,
-/// after `m`
-///         was allocated; "Corrupted matrix data." when "data" does not hold rows x cols numbers, when one of
-///         them does not fit the element type, or when a dimension is negative or absurdly large
+/// @throws vorn::Exception "Unsupported type" for an unknown "dt"; "Not implemented" for 8-bit elements, once
+///         `m` is allocated; "Corrupted matrix data." when "data" does not hold rows x cols numbers, when one
+///         of them does not fit the element type, or when a dimension is negative or absurdly large
 /// @throws nlohmann::json::exception when a member is missing or not of its kind
 VORN_API void from_json(nlohmann::json const& j, Mat& m);
 

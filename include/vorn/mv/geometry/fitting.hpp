@@ -25,9 +25,8 @@ VORN_API cv::Matx44d estimateTransform(std::vector<cv::Point3f> const& first,
                                        std::vector<cv::Point3f> const& second);
 
 /// The surface z = a x^2 + b x + c y^2 + d y + e that fits points best (least squares in z).
-/// @return 5 x 1 doubles (a, b, c, d, e); all zero when the points do not determine them, as below 5 points,
-/// on one
-///         line, or for an empty list
+/// @return 5 x 1 doubles (a, b, c, d, e); all zero when the points do not determine them, as fewer than 5 or
+///         points on one line
 VORN_API cv::Mat quadraticFit(std::vector<cv::Point3f> const& points);
 
 } // namespace vorn::mv::math

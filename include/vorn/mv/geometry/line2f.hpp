@@ -42,8 +42,7 @@ public:
   ///
   /// Draws with std::rand: the result depends on the process's random state.
   /// @throws Exception "Not enough data point!" below 2 points; "Direction vector could not be zero!" when
-  /// two
-  ///         equal points were drawn
+  ///         two equal points were drawn
   Line2f(std::vector<cv::Point2f> const& points, float threshold, float ratio, int maxIterations);
 
   /// A point on the line.

@@ -36,10 +36,10 @@ public:
   ///
   /// The plane must not pass through the origin, where its form has no solution.
   /// @param maxMeanDistance the bound, in the unit of the points; strict, so 0 is never reached
-  /// @throws Exception "Not enough point to estimate 3d plane!" below 3 points; "Not enough point to estimate
-  /// 3d
-  ///         plane due to outliner removal" when fewer than 3 points are left, or none can be dropped while
-  ///         the bound is not met; "Normal vector could not be zero!" for points that determine no plane
+  /// @throws Exception "Not enough point to estimate 3d plane!" below 3 points;
+  ///         "Not enough point to estimate 3d plane due to outliner removal" when fewer than 3 points are
+  ///         left, or none can be dropped while the bound is not met;
+  ///         "Normal vector could not be zero!" for points that determine no plane
   static Plane3f estimate(std::vector<cv::Point3f> const& points, double maxMeanDistance);
 
   /// A point on the plane.

@@ -25,8 +25,7 @@ protected:
 /// Computes the sum of the second derivatives in x and y (cv::Laplacian).
 ///
 /// Properties:
-/// - "Radius" int 1 [0, 32]: the aperture itself, unlike other filters' Radius, so an odd number: 1 is the 3
-/// x 3
+/// - "Radius" int 1 [0, 32]: the aperture itself, unlike other filters' Radius, so an odd number: 1 is the
 ///   kernel (0, 1, 0; 1, -4, 1; 0, 1, 0), from 3 on second derivatives of Sobel kernels of that size; OpenCV
 ///   refuses even values
 /// - "Depth" ImageDepth "UInt8": of the output; unsigned ones clip what is negative
@@ -47,8 +46,7 @@ protected:
 /// - "Depth" ImageDepth "UInt8": of the output; unsigned ones clip what is negative
 /// - "Dx" int 1 [-5, 5] and
 /// - "Dy" int 1 [-5, 5]: orders of the derivative in x and y; OpenCV refuses negative ones, both 0, and
-/// orders
-///   that the kernel is too small for
+///   those that the kernel is too small for
 class VORN_API SobelFilter : public ImageFilterBase<SobelFilter> {
 public:
   static constexpr char const* className = "vorn::mv::SobelFilter";

@@ -52,8 +52,7 @@ public:
   struct Param {
     /// @param capacity      an octant with at most this many points is a leaf
     /// @param copy          true: the tree keeps its own copy of the points; false: the container must
-    /// outlive
-    ///                       the tree and must not be reallocated
+    ///                      outlive the tree and must not be reallocated
     /// @param leastHalfSize an octant whose half edge is not greater than twice this is a leaf, however full
     explicit Param(std::size_t capacity = 32, bool copy = false, float leastHalfSize = 0.0F)
         : copyData(copy), bucketCapacity(capacity), minHalfSize(leastHalfSize) {}
