@@ -9,26 +9,14 @@
 
 namespace vorn::mv {
 
-namespace {
-
-template <class... Filters>
-Registry<IImageFilter> registryOf() {
-  Registry<IImageFilter> registry;
-  (registry.add<Filters>(), ...);
-  return registry;
-}
-
-} // namespace
-
 IImageFilter::~IImageFilter() = default;
 
 Registry<IImageFilter> const& imageFilters() {
-  static Registry<IImageFilter> const registry =
-      registryOf<BilateralFilter, BlurFilter, BoxFilter, GaussianFilter, MedianFilter, CannyFilter,
-                 LaplacianFilter, SobelFilter, DilateFilter, ErodeFilter, BinaryThresholdFilter,
-                 GaussianAdaptiveThresholdFilter, LocalAverageAdaptiveThresholdFilter,
-                 MeanAdaptiveThresholdFilter, OtsuThresholdFilter, ToZeroThresholdFilter,
-                 TriangleThresholdFilter, TruncateThresholdFilter>();
+  static Registry<IImageFilter> const registry = Registry<IImageFilter>::of<
+      BilateralFilter, BlurFilter, BoxFilter, GaussianFilter, MedianFilter, CannyFilter, LaplacianFilter,
+      SobelFilter, DilateFilter, ErodeFilter, BinaryThresholdFilter, GaussianAdaptiveThresholdFilter,
+      LocalAverageAdaptiveThresholdFilter, MeanAdaptiveThresholdFilter, OtsuThresholdFilter,
+      ToZeroThresholdFilter, TriangleThresholdFilter, TruncateThresholdFilter>();
   return registry;
 }
 

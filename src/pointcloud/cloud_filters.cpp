@@ -25,21 +25,14 @@ int intOf(IPropertySet const& filter, char const* property) {
   return filter.getProperty(property).getValue().toInt();
 }
 
-template <class... Filters>
-Registry<IFilter> registryOf() {
-  Registry<IFilter> registry;
-  (registry.add<Filters>(), ...);
-  return registry;
-}
-
 } // namespace
 
 IFilter::~IFilter() = default;
 
 Registry<IFilter> const& filters() {
   static Registry<IFilter> const registry =
-      registryOf<DzFilter, ZRangeFilter, OutlierFilter, SmallClusterFilter, PlaneRemovalFilter,
-                 UniformSampler>();
+      Registry<IFilter>::of<DzFilter, ZRangeFilter, OutlierFilter, SmallClusterFilter, PlaneRemovalFilter,
+                            UniformSampler>();
   return registry;
 }
 

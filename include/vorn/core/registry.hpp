@@ -20,6 +20,14 @@ namespace vorn {
 template <class Interface>
 class Registry {
 public:
+  /// A registry of some classes, in this order.
+  template <class... Classes>
+  static Registry of() {
+    Registry registry;
+    (registry.add<Classes>(), ...);
+    return registry;
+  }
+
   /// Adds a class under the name that its objects give themselves.
   template <class Class>
   void add() {
