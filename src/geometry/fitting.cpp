@@ -3,7 +3,9 @@
 #include <vorn/mv/geometry/fitting.hpp>
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
+#include <limits>
 #include <string>
 
 #include <opencv2/core.hpp>
@@ -22,6 +24,22 @@ cv::Point3f centroid(std::vector<cv::Point3f> const& points) {
     sum += p;
   }
   return sum / static_cast<float>(points.size());
+}
+
+/// Whether rounding alone keeps normal equations from being singular, whatever the units of their unknowns.
+/// OpenCV's inverse compares its pivots with a fixed number, which those of large coordinates never come
+/// below.
+bool isSingular(cv::Mat_<double> const& gram) {
+  cv::Mat_<double> scaled = gram.clone();
+  for (int row = 0; row < gram.rows; ++row) {
+    for (int col = 0; col < gram.cols; ++col) {
+      scaled(row, col) /= std::sqrt(gram(row, row) * gram(col, col));
+    }
+  }
+  cv::Mat_<double> values; // descending
+  cv::eigen(scaled, values);
+  constexpr double rounding = 20 * std::numeric_limits<double>::epsilon();
+  return values(gram.rows - 1) < rounding;
 }
 
 } // namespace
@@ -63,7 +81,11 @@ cv::Mat quadraticFit(std::vector<cv::Point3f> const& points) {
     b(i) = p.z;
   }
   cv::Mat const At = A.t();
-  return cv::Mat(At * A).inv() * At * b;
+  cv::Mat const gram = At * A;
+  if (isSingular(gram)) {
+    return cv::Mat::zeros(5, 1, CV_64F);
+  }
+  return gram.inv() * At * b;
 }
 
 } // namespace vorn::mv::math

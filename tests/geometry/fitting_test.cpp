@@ -91,6 +91,27 @@ TEST(QuadraticFit, IsZeroWhereNothingIsDetermined) {
   EXPECT_EQ(cv::norm(quadraticFit({})), 0);
   EXPECT_EQ(cv::norm(quadraticFit({{0, 0, 1}, {1, 0, 2}, {0, 1, 3}, {1, 1, 4}})), 0);
   EXPECT_EQ(quadraticFit({}).size(), cv::Size(1, 5));
+  for (int const count : {5, 10, 20, 1000}) {
+    std::vector<cv::Point3f> line;
+    for (int i = 0; i < count; ++i) {
+      auto const t = static_cast<float>(i);
+      line.emplace_back(t + 1, 2 * t + 3, t * t);
+    }
+    EXPECT_EQ(cv::norm(quadraticFit(line)), 0) << count;
+  }
+}
+
+TEST(QuadraticFit, FindsASurfaceFarFromTheOrigin) {
+  std::vector<cv::Point3f> points;
+  for (int i = 0; i < 100; ++i) {
+    auto const x = static_cast<float>(i % 10);
+    auto const y = static_cast<float>(i / 10);
+    points.emplace_back(500 + x, 300 + y, 2 * x * x - y);
+  }
+  cv::Mat_<double> const fit = quadraticFit(points);
+  // Columns that differ by a thousandth lose half of the digits when they are squared.
+  EXPECT_NEAR(fit(0), 2, 1e-3);
+  EXPECT_NEAR(fit(2), 0, 1e-3);
 }
 
 } // namespace
