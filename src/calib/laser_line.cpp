@@ -45,7 +45,9 @@ CandidateTest candidateTest(LaserLineOptions const& options) {
   // A narrow stripe fills only a part of the summed pixels; a wide one has not fallen off at the flanks.
   double const filled = 2.5 * options.minWidth / sumCount;
   double const fallen = 1 - std::exp(-0.5 * std::pow(flank / std::max(options.maxWidth, 0.1), 2));
-  double const least = options.minContrast * sumCount * std::min({1.0, filled, fallen});
+  constexpr double unreachable = 256; // grey levels
+  double const least =
+      std::min(options.minContrast, unreachable) * sumCount * std::min({1.0, filled, fallen});
   return {flank, std::max(1, static_cast<int>(0.5 * least))}; // half of it leaves room for noise
 }
 
