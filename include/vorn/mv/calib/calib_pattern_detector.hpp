@@ -36,20 +36,17 @@ namespace vorn::mv {
 /// - "YMin" int -7 [-30, -1], "YMax" int 7 [1, 30]: first and last row of the grid
 /// - "MinKeypointCount" int 30 [9, 100]: fewer dots count as no target
 /// - "MinDotArea" double 50.0 [0.0, 500.0], "MaxDotArea" double 1000.0 [100.0, 10000.0]: bounds of the
-/// ordinary
-///   dots' areas, px²; narrow bounds make the search faster
+///   ordinary dots' areas, px²; narrow bounds make the search faster
 /// - "BlurRadius" int 7 [0, 15]: of the smoothing before the search, px; its Gaussian has a third of it as
 ///   deviation, and never more than a sixth of the smallest dot's diameter
 /// - "MorphRadius" int 1 [0, 10]: specks and necks of less than this radius are taken off the blobs, px
 /// - "MinDotRatio" double 0.3 [0.1, 1.0]: least ratio of a dot's short axis to its long one; 0.5 is a tilt of
-/// 60
-///   degrees
+///   60 degrees
 /// - "MinDotAreaMultiplier" double 0.6 [0.1, 1.0], "MaxDotAreaMultiplier" double 6.0 [1.0, 10.0]: bounds of a
-/// dot's
-///   area relative to the ordinary dots; the upper one bounds the markers
+///   dot's area relative to the ordinary dots; the upper one bounds the markers
 /// - "PXMin" int -2 [-5, -1], "PXMax" int 2 [1, 5], "PYMin" int -2 [-5, -1], "PYMax" int 2 [1, 5]: the
-/// indices
-///   around the origin whose dots must agree on one homography; a lens with strong distortion wants less
+///   indices around the origin whose dots must agree on one homography; a lens with strong distortion wants
+///   less
 /// - "QuadraticFit" bool false: measure centres by the peak of the correlation with a drawn dot, refined by
 ///   `math::quadraticFit`, instead of by a fit to its edge, which is faster and scatters less
 class VORN_API CalibPatternDetector : public AlgorithmBase {

@@ -40,8 +40,7 @@ public:
   /// @throws Exception "Not enough calibration sample." below 3 views; when there is no resolution; before
   ///         Library::init
   /// @throws cv::Exception when a view's lists differ in length or are too short. Model and data are as they
-  /// were
-  ///         whenever it throws.
+  ///         were whenever it throws.
   double calib(CameraCalibData& data, int maxIterations);
 
   /// The pose of the pattern in one view.

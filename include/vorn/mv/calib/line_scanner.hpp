@@ -32,9 +32,8 @@ public:
   /// the pattern in all views. The camera's resolution must be set before, see `setCameraModel`. Fills in the
   /// data's poses and plane points.
   /// @throws Exception "Insufficient calibration data!" below 3 views; "Invalid calibration input data!" when
-  /// a
-  ///         view does not hold "PlaneCount" lines; "Not enough line data" when a line lies on the pattern in
-  ///         fewer than two views, which determine no plane; what CameraModel::calib and Plane3f::estimate
+  ///         a view does not hold "PlaneCount" lines; "Not enough line data" when a line lies on the pattern
+  ///         in fewer than two views, which determine no plane; what CameraModel::calib and Plane3f::estimate
   ///         throw. Scanner and data are then as they were.
   void calib(LineScannerCalibData& data);
 

@@ -26,8 +26,7 @@ public:
   /// Appends one view.
   /// @param imgPnts, objPnts pixels and pattern points, as CameraCalibData::add
   /// @param linePntss the pixels of each laser line, in the order of the scanner's planes; may be empty where
-  /// a
-  ///        line misses the pattern
+  ///        a line misses the pattern
   void add(std::vector<cv::Point2f> const& imgPnts, std::vector<cv::Point2f> const& objPnts,
            std::vector<std::vector<cv::Point2f>> const& linePntss);
 

@@ -34,9 +34,8 @@ public:
   /// @param data0 views of camera 0; pose lists are appended to, as CameraModel::calib does
   /// @param data1 views of camera 1, of the same poses in the same order
   /// @throws Exception "Insufficient calibration data" below 3 views in `data0`; when the data sets hold
-  /// different
-  ///         numbers of views or poses; what CameraModel::calib throws. Camera and data are then as they
-  ///         were.
+  ///         different numbers of views or poses; what CameraModel::calib throws. Camera and data are then as
+  ///         they were.
   void calib(CameraCalibData& data0, CameraCalibData& data1);
 
   /// Reckons the viewing ray of every pixel of both cameras, progress to standard output.

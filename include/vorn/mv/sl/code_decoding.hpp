@@ -40,8 +40,7 @@ VORN_API void decode_binary_xor0_pattern(std::vector<cv::Mat> const& images, cv:
 /// @param fallbackThreshold the threshold in place of (lo + hi) / 2 for such pixels, grey levels
 /// @param mask              H x W CV_8UC1, 0 marks what to leave out; empty takes every pixel
 /// @throws std::invalid_argument for more than 16 images, an image or a mask of another type or size, or an
-/// empty
-///         image; std::logic_error before `Library::init`. `code` is unchanged then.
+///         empty image; std::logic_error before `Library::init`. `code` is unchanged then.
 VORN_API void decode_gray_patterns(std::vector<cv::Mat> const& images, cv::Mat& code, int maxCode,
                                    int minContrast, int fallbackThreshold, cv::Mat const& mask = cv::Mat());
 /// @overload

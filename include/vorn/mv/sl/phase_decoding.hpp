@@ -19,8 +19,7 @@ namespace vorn::mv {
 /// @param phase  H x W, written in place when it has that size already (also as a region of a larger map)
 /// @param mask   H x W CV_8UC1, 0 marks what to leave out; empty takes every pixel
 /// @throws std::invalid_argument for fewer than 3 images, an image or a mask of another type or size, or an
-/// empty
-///         image; std::logic_error before `Library::init`. `phase` is unchanged then.
+///         empty image; std::logic_error before `Library::init`. `phase` is unchanged then.
 VORN_API void decode_phase_shift(std::vector<cv::Mat> const& images, cv::Mat_<float>& phase,
                                  cv::Mat const& mask = cv::Mat());
 /// @overload

@@ -40,8 +40,7 @@ class CameraModel;
 ///   them. Invalid points take part: use it on maps without holes.
 /// - "MinSegmentSize" (100, 0 to 10000): smaller connected pieces of surface, in pixels, are dropped
 /// - "MaxFillRadius" (9, 0 to 21): holes within one smooth surface that fit into a square of 2 r + 1 pixels
-/// are
-///   closed; 0 fills nothing
+///   are closed; 0 fills nothing
 /// - "EnableDebug" (false): logs the number of decoded pixels, while diagnostics are on
 class VORN_API Sl3dScanner : public AlgorithmBase {
 public:
@@ -55,11 +54,9 @@ public:
   /// The projector coordinate that every camera pixel sees.
   ///
   /// @param images CV_8UC1 in the order of `generate_ps4_patterns`: four phase images, reference, code
-  /// planes;
-  ///        at least as many as that function makes for the coded axis
+  ///        planes; at least as many as that function makes for the coded axis
   /// @return H x W: the projector column ("Horizontal") or row ("Vertical") in projector pixels, whose
-  /// centres
-  ///         have whole coordinates; -1 where it is unknown
+  ///         centres have whole coordinates; -1 where it is unknown
   /// @throws Exception "Insufficient input patterns!" for too few images; for images that are not CV_8UC1, of
   ///         different sizes or not of the camera's resolution; without a projector resolution; before
   ///         Library::init
