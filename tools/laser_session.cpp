@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include <opencv2/imgproc.hpp>
 
@@ -197,7 +198,12 @@ Distances distancesFromPlanes(mv::LineScanner const& scanner, mv::LineScannerCal
 bool dropStrayPoints(std::vector<TargetView>& views, Distances const& distances, std::size_t line) {
   std::vector<double> all;
   for (auto const& view : distances) {
-    all.insert(all.end(), view[line].begin(), view[line].end());
+    // A pixel beyond what the lens can see has no distance.
+    std::copy_if(view[line].begin(), view[line].end(), std::back_inserter(all),
+                 [](auto distance) { return std::isfinite(distance); });
+  }
+  if (all.empty()) {
+    return false;
   }
   auto const middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2);
   std::nth_element(all.begin(), middle, all.end());

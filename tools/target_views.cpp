@@ -134,6 +134,8 @@ std::vector<TargetView> readViews(std::string const& folder,
       read(pose, view);
     } catch (Exception const& e) {
       view.rejection = e.message();
+    } catch (cv::Exception const& e) {
+      view.rejection = e.err;
     }
     views.push_back(std::move(view));
     progress.step();
