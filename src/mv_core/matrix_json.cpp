@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -99,14 +100,15 @@ int readDimension(json const& j, char const* key) {
 namespace cv {
 
 void to_json(json& j, Mat const& m) {
-  j = json::object();
-  j["rows"] = m.rows;
-  j["cols"] = m.cols;
+  // The JSON library calls this within a constructor, where what is written before an exception would leak.
+  json written = json::object();
+  written["rows"] = m.rows;
+  written["cols"] = m.cols;
   std::string const code = typeCode(m.type());
   if (!code.empty()) {
-    j["dt"] = code;
+    written["dt"] = code;
   }
-  json& data = j["data"] = json::array();
+  json& data = written["data"] = json::array();
   if (code.empty() || m.dims > 2) {
     throw vorn::error("Unsupported type", "to_json");
   }
@@ -121,6 +123,7 @@ void to_json(json& j, Mat const& m) {
       }
     }
   });
+  j = std::move(written);
 }
 
 void from_json(json const& j, Mat& m) {

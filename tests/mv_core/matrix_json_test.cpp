@@ -97,17 +97,16 @@ TEST(MatrixJson, ReadsNullAsNotANumber) {
 }
 
 TEST(MatrixJson, NamesWhatItCannotHold) {
-  json j;
+  json j = "before";
   EXPECT_EQ(failure([&] { j = cv::Mat(1, 2, CV_8UC3); }), "Not implemented|to_json");
   EXPECT_EQ(failure([&] { cv::to_json(j, cv::Mat(1, 2, CV_8UC3)); }), "Not implemented|to_json");
-  EXPECT_EQ(j, json::parse(R"({"rows": 1, "cols": 2, "dt": "3u", "data": []})"));
   EXPECT_EQ(failure([&] { cv::to_json(j, cv::Mat(1, 2, CV_64FC4)); }), "Unsupported type|to_json");
-  EXPECT_EQ(j, json::parse(R"({"rows": 1, "cols": 2, "data": []})"));
   EXPECT_EQ(failure([&] { cv::to_json(j, cv::Mat(1, 2, CV_16F)); }), "Unsupported type|to_json");
   EXPECT_EQ(failure([&] {
               cv::to_json(j, cv::Mat(std::vector<int>{2, 2, 2}, CV_64F));
             }),
             "Unsupported type|to_json");
+  EXPECT_EQ(j, "before");
 }
 
 TEST(MatrixJson, RefusesBrokenDocuments) {

@@ -23,9 +23,8 @@ namespace cv {
 /// A matrix of two or three channels thus keeps only the first cols scalars of each row; use one channel to
 /// store a matrix whole.
 /// @param m two-dimensional, 16 or 32-bit integers, floats or doubles, at most three channels
-/// @throws vorn::Exception "Not implemented" for 8-bit elements, after "rows", "cols", "dt" and an empty list
-///         "data" were written; "Unsupported type" for half floats, four or more channels and more than two
-///         dimensions
+/// @throws vorn::Exception "Not implemented" for 8-bit elements; "Unsupported type" for half floats, four or
+///         more channels and more than two dimensions; `j` is as it was then
 VORN_API void to_json(nlohmann::json& j, Mat const& m);
 
 /// Reads what `to_json` wrote. A matrix that already has the size and type keeps its buffer, and with it the
