@@ -3,41 +3,16 @@
 #include "calibration_accuracy.hpp"
 
 #include <cmath>
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
 
 #include <sim/demo.hpp>
 #include <sim/folder.hpp>
 
+#include "support/temporary_folder.hpp"
 #include "tools/calibration_session.hpp"
 
 namespace vorn::bench {
 
 namespace {
-
-/// A folder that vanishes with this object.
-class TemporaryFolder {
-public:
-  TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "vorn-accuracy-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("No temporary folder");
-    }
-    path_ = name;
-  }
-  TemporaryFolder(TemporaryFolder const&) = delete;
-  TemporaryFolder& operator=(TemporaryFolder const&) = delete;
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-
-  std::string path() const { return path_.string(); }
-
-private:
-  std::filesystem::path path_;
-};
 
 /// The rms distance, over the whole image, between where the model and the truth see the same ray.
 double distance(mv::CameraModel const& model, sim::Device const& truth) {
@@ -65,17 +40,17 @@ double distance(mv::CameraModel const& model, sim::Device const& truth) {
 } // namespace
 
 CalibrationFigures calibrate(ScanCase const& given, ScanFigures const& scanWithTruth) {
-  TemporaryFolder const folder;
+  test::TemporaryFolder const folder;
   sim::Target const target = sim::demoTarget();
   sim::FolderOptions rendering;
   rendering.rows = true;
   rendering.truth = false;
   rendering.render.supersample = 1; // dots are drawn exactly whatever the number of rays
-  sim::writeCalibrationFolder(folder.path(), given.rig, target, sim::demoTargetPoses(), rendering);
+  sim::writeCalibrationFolder(folder.path().string(), given.rig, target, sim::demoTargetPoses(), rendering);
   tools::CalibrationSettings settings;
   settings.detector["PatternDim"] = target.grid.pitch;
   settings.projector = given.rig.projector.device.resolution();
-  tools::ScannerCalibration const calibration = tools::calibrateScanner(folder.path(), settings);
+  tools::ScannerCalibration const calibration = tools::calibrateScanner(folder.path().string(), settings);
 
   CalibrationFigures figures;
   figures.name = given.name;
