@@ -19,6 +19,12 @@ Device scaled(Device const& device, int divisor) {
           {size.width / divisor, size.height / divisor}};
 }
 
+/// A second camera of the same kind, with a lens and a sensor of its own.
+Device secondDevice(int divisor) {
+  return scaled(Device({1547.3, 1548.8}, {631.9, 486.4}, {-0.19, 0.11, -0.0005, 0.0007, -0.01}, {1280, 960}),
+                divisor);
+}
+
 Object object(std::string name, DemoLabel label, Shape shape, Pose const& pose, double albedo) {
   Object result;
   result.name = std::move(name);
@@ -79,11 +85,18 @@ Rig demoRig(int divisor) {
   return rig;
 }
 
+Rig demoSecondRig(int divisor) {
+  Rig rig = demoRig(divisor);
+  rig.camera.device = secondDevice(divisor);
+  rig.camera.cam_from_world = Pose::fromDegrees({322, -6, 46}, {-0.4, -31.4, 0.5}).inverse();
+  ++rig.camera.sensor.seed;
+  return rig;
+}
+
 StereoRig demoStereoRig(int divisor) {
   Camera const left = demoRig(divisor).camera;
   Camera right = left;
-  right.device = Device({1547.3, 1548.8}, {631.9, 486.4}, {-0.19, 0.11, -0.0005, 0.0007, -0.01}, {1280, 960});
-  right.device = scaled(right.device, divisor);
+  right.device = secondDevice(divisor);
   right.cam_from_world = Pose::fromDegrees({168, -5, 22}, {0.9, -16.5, 0.6}).inverse();
   right.sensor.seed = left.sensor.seed + 1;
   return {left, right, lamp()};

@@ -16,6 +16,10 @@ namespace vorn::sim {
 /// for quick tests: the field stays the same, its pixels get coarser.
 Rig demoRig(int divisor = 1);
 
+/// The projector of the demonstration rig and a camera on its other side. The world's frame is still that of
+/// the demonstration rig's camera, so both rigs see the same scene.
+Rig demoSecondRig(int divisor = 1);
+
 /// The camera of the demonstration rig and a second one 170 mm beside it.
 StereoRig demoStereoRig(int divisor = 1);
 

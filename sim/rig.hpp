@@ -48,7 +48,8 @@ struct Laser {
   double strength = 1;
 };
 
-/// A scanner: one camera, whose frame is the world's, and one projector, so world_from_proj = cam_from_proj.
+/// A scanner: one camera and one projector. Where nothing else is said the camera's frame is the world's, so
+/// world_from_proj = cam_from_proj.
 struct Rig {
   Camera camera;
   Projector projector;

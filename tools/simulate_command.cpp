@@ -19,6 +19,7 @@ struct SimulateOptions {
   std::string folder;
   bool withCalibration = true;
   bool withRows = false;
+  bool withSecondCamera = false;
   bool isStereo = false;
   bool isLaser = false;
   int divisor = 1;
@@ -61,9 +62,8 @@ void simulateLaser(SimulateOptions const& options) {
             << "  laser_truth.json  the true calibration\n";
 }
 
-void simulateScanner(SimulateOptions const& options) {
-  sim::Rig const rig = sim::demoRig(options.divisor);
-  std::filesystem::path const folder = options.folder;
+void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
+                     SimulateOptions const& options) {
   sim::writeScannerTruth((folder / "scanner_truth.json").string(), rig);
 
   sim::FolderOptions scan;
@@ -78,7 +78,7 @@ void simulateScanner(SimulateOptions const& options) {
     sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
                                 calibration);
   }
-  std::cout << "In " << options.folder << ":\n"
+  std::cout << "In " << folder.string() << ":\n"
             << "  scan/               captured images of one scan, with their truth\n"
             << (options.withCalibration
                     ? "  calib/              target views to calibrate from, pitch 15 mm\n"
@@ -93,7 +93,12 @@ void run(SimulateOptions const& options) {
   } else if (options.isStereo) {
     simulateStereo(options);
   } else {
-    simulateScanner(options);
+    std::filesystem::path const folder = options.folder;
+    simulateScanner(sim::demoRig(options.divisor), folder, options);
+    if (options.withSecondCamera) {
+      makeFolder((folder / "second").string());
+      simulateScanner(sim::demoSecondRig(options.divisor), folder / "second", options);
+    }
   }
 }
 
@@ -113,6 +118,11 @@ void addSimulateCommand(CLI::App& app) {
       command->add_flag("--laser", options->isLaser, "A laser line and a stage in place of a projector")
           ->excludes(stereo);
   command->add_flag("--rows", options->withRows, "Also the row sequence of the scan")
+      ->excludes(stereo)
+      ->excludes(laser);
+  command
+      ->add_flag("--second-camera", options->withSecondCamera,
+                 "Also what a camera on the projector's other side sees of the same, in second/")
       ->excludes(stereo)
       ->excludes(laser);
   constexpr int coarsest = 8;
