@@ -128,25 +128,34 @@ void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, float lift,
   }
 }
 
-cv::Mat drawLifted(cv::Mat_<cv::Vec3f> const& xyz, float lift, cv::Mat_<cv::Vec3b> const& texture) {
+/// The points of a grid, each enlarged to a square of `enlarge` pixels, and the scale of the depths, to which
+/// `lift` was added.
+cv::Mat drawLifted(cv::Mat_<cv::Vec3f> const& xyz, float lift, int enlarge,
+                   cv::Mat_<cv::Vec3b> const& texture) {
   DepthRange const range = depthRange(xyz);
   cv::Mat_<cv::Vec3b> const colors = depthColors();
-  // Only colours that stand for depths have a scale.
-  int const scaleWidth = texture.empty() ? std::clamp(xyz.cols / 8, 60, 160) : 0;
-  cv::Mat_<cv::Vec3b> picture(xyz.rows, xyz.cols + scaleWidth, background);
+  cv::Mat_<cv::Vec3b> relief(xyz.size(), background);
   for (int y = 0; y < xyz.rows; ++y) {
     for (int x = 0; x < xyz.cols; ++x) {
       if (isPresent(xyz(y, x))) {
         cv::Vec3b const color = texture.empty() ? colors(0, colorIndex(xyz(y, x)[2], range)) : texture(y, x);
-        picture(y, x) = scaled(color, shade(xyz, {x, y}));
+        relief(y, x) = scaled(color, shade(xyz, {x, y}));
       }
     }
   }
-  if (scaleWidth > 0) {
-    cv::Mat_<cv::Vec3b> strip = picture.colRange(xyz.cols, picture.cols);
-    drawScale(strip, range, lift, colors);
+  if (enlarge > 1) {
+    cv::Mat enlarged;
+    cv::resize(relief, enlarged, cv::Size(), enlarge, enlarge, cv::INTER_NEAREST);
+    relief = enlarged;
   }
-  return std::move(picture);
+  if (!texture.empty()) {
+    return std::move(relief); // only colours that stand for depths have a scale
+  }
+  cv::Mat_<cv::Vec3b> strip(relief.rows, std::clamp(relief.cols / 8, 60, 160), background);
+  drawScale(strip, range, lift, colors);
+  cv::Mat picture;
+  cv::hconcat(relief, strip, picture);
+  return picture;
 }
 
 constexpr int longSide = 1000; // pixels
@@ -195,7 +204,7 @@ CloudFrame frameOf(std::vector<cv::Vec3f> const& points) {
 } // namespace
 
 cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture) {
-  return drawLifted(xyz, 0.0F, texture);
+  return drawLifted(xyz, 0.0F, 1, texture);
 }
 
 cv::Mat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> const& colors) {
@@ -223,10 +232,7 @@ cv::Mat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> c
       }
     }
   }
-  cv::Mat picture = drawLifted(nearest, lift, texture);
-  double const enlarge = std::max(1.0, std::floor(static_cast<double>(longSide) / picture.cols));
-  cv::resize(picture, picture, cv::Size(), enlarge, enlarge, cv::INTER_NEAREST);
-  return picture;
+  return drawLifted(nearest, lift, std::max(1, longSide / nearest.cols), texture);
 }
 
 cv::Mat drawDecodedMap(cv::Mat_<float> const& map, float period) {
