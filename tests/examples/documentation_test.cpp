@@ -159,6 +159,54 @@ TEST(Documentation, PropertyTablesAreThoseOfTheProgram) {
   EXPECT_EQ(written.size(), program.size()) << "a table of a class that does not exist";
 }
 
+/// The classes and free functions that the shared library exports, without their namespaces.
+std::set<std::string> exportedNames() {
+  std::set<std::string> names;
+  std::regex const symbol(R"(((?:\w+::)*)(\w+)::~?(\w+)\(.*)");
+  std::smatch match;
+  for (std::string const& line : linesOf(contentOf(source / "cmake/exported_symbols.txt"))) {
+    if (!std::regex_match(line, match, symbol) || line.find("::detail::") != std::string::npos ||
+        match[2] == "Private") {
+      continue;
+    }
+    std::string const scope = match[2];
+    bool const isClass = std::isupper(static_cast<unsigned char>(scope[0])) != 0;
+    names.insert(isClass ? scope : std::string(match[3]));
+  }
+  return names;
+}
+
+TEST(Documentation, NamesEveryPublicClassAndFunction) {
+  std::set<std::string> written;
+  std::regex const word(R"(\w+)");
+  for (fs::path const& page : pages()) {
+    std::string const text = contentOf(page);
+    for (std::sregex_iterator it(text.begin(), text.end(), word); it != std::sregex_iterator(); ++it) {
+      written.insert(it->str());
+    }
+  }
+  std::set<std::string> const exported = exportedNames();
+  constexpr std::size_t fewest = 140;
+  EXPECT_GT(exported.size(), fewest);
+  for (std::string const& name : exported) {
+    EXPECT_EQ(written.count(name), 1U) << "no page says what " << name << " is for";
+  }
+}
+
+TEST(Documentation, EveryPageIsLinked) {
+  std::set<fs::path> linked;
+  std::regex const link(R"rx(\]\(([^)\s#]+\.md))rx");
+  for (fs::path const& page : pages()) {
+    std::string const text = contentOf(page);
+    for (std::sregex_iterator it(text.begin(), text.end(), link); it != std::sregex_iterator(); ++it) {
+      linked.insert((page.parent_path() / (*it)[1].str()).lexically_normal());
+    }
+  }
+  for (fs::path const& page : pages()) {
+    EXPECT_TRUE(page == source / "README.md" || linked.count(page.lexically_normal()) == 1) << page;
+  }
+}
+
 TEST(Documentation, CommandsAndOptionsExist) {
   std::map<std::string, std::string> help;
   std::regex const command(R"(vorn-mv ([a-z]+)((?:\\\n|[^`\n])*))");

@@ -28,23 +28,36 @@ using Points = std::vector<cv::Vec3f>;
 constexpr int divisor = 3;
 sim::Stage const stage{{0, 9, 0}, 6};
 
-/// What laser.sh and the tutorials find: folders "rig" and "laser", as `vorn-mv simulate` lays them out.
-void render(fs::path const& folder) {
-  std::vector<sim::Pose> poses = sim::demoTargetPoses();
-  poses.resize(5);
+/// Target views and a scan of camera and projector.
+void renderScanner(fs::path const& folder, sim::Rig const& rig, std::vector<sim::Pose> const& poses) {
   sim::FolderOptions calibration;
   calibration.rows = true;
   calibration.truth = false;
   calibration.render.supersample = 1; // dots are exact with one ray
-  fs::create_directories(folder / "rig");
-  fs::create_directories(folder / "laser");
-  sim::Rig const rig = sim::demoRig(divisor);
-  sim::writeCalibrationFolder(folder / "rig/calib", rig, sim::demoTarget(), poses, calibration);
-  sim::writeScanFolder(folder / "rig/scan", rig, sim::demoScene());
-  sim::writeScannerTruth(folder / "rig/scanner_truth.json", rig);
+  fs::create_directories(folder);
+  sim::writeCalibrationFolder(folder / "calib", rig, sim::demoTarget(), poses, calibration);
+  sim::writeScanFolder(folder / "scan", rig, sim::demoScene());
+  sim::writeScannerTruth(folder / "scanner_truth.json", rig);
+}
+
+/// What laser.sh and the tutorials find: folders "rig", "pair" and "laser", as `vorn-mv simulate` lays them
+/// out.
+void render(fs::path const& folder) {
+  std::vector<sim::Pose> poses = sim::demoTargetPoses();
+  poses.resize(5);
+  renderScanner(folder / "rig", sim::demoRig(divisor), poses);
+  renderScanner(folder / "rig/second", sim::demoSecondRig(divisor), poses);
+
+  sim::FolderOptions pair;
+  pair.truth = false;
+  pair.render.supersample = 1;
+  constexpr int pairDivisor = 2;
+  sim::writeStereoFolder(folder / "pair/calib", sim::demoStereoRig(pairDivisor), sim::demoTarget(), poses,
+                         pair);
 
   sim::FolderOptions laser;
   laser.truth = false;
+  fs::create_directories(folder / "laser");
   sim::LaserRig const laserRig = sim::demoLaserRig(divisor);
   sim::writeLaserCalibrationFolder(folder / "laser/calib", laserRig, sim::demoTarget(), poses, laser);
   sim::writeLaserScanFolder(folder / "laser/scan", laserRig, sim::demoScene(), stage, laser);
@@ -58,7 +71,7 @@ public:
     static TemporaryFolder const rendered;
     static bool const isRendered = (render(rendered.path()), true);
     EXPECT_TRUE(isRendered);
-    for (char const* name : {"rig", "laser"}) {
+    for (char const* name : {"rig", "pair", "laser"}) {
       fs::create_directory_symlink(rendered / name, folder_ / name);
     }
   }
@@ -159,15 +172,69 @@ TEST(Examples, HostCalibratesAndScans) {
   EXPECT_LT(ballFit(work.cloud("readme.ply")).rms, mostError);
 }
 
-TEST(Examples, ExposureIsThatOfTheImages) {
-  Workplace const work;
-  std::istringstream text(work.run("example_exposure rig/scan/columns_0[0-3].png"));
+/// The words of a text that begin with a digit.
+std::vector<double> numbersIn(std::string const& text) {
+  std::istringstream in(text);
   std::vector<double> numbers;
-  for (std::string word; text >> word;) {
+  for (std::string word; in >> word;) {
     if (std::isdigit(static_cast<unsigned char>(word[0])) != 0) {
       numbers.push_back(std::stod(word));
     }
   }
+  return numbers;
+}
+
+TEST(Examples, TwoCamerasMeasureTheTarget) {
+  Workplace const work;
+  std::string const output = work.run("two_cameras.sh");
+  std::string const answer = output.substr(output.rfind('\n', output.find("points; their rays")) + 1);
+  std::vector<double> const numbers = numbersIn(answer);
+  ASSERT_EQ(numbers.size(), 5U) << answer; // points, gap, lengths, their error, rows
+  constexpr double fewest = 150;           // of 315 dots
+  EXPECT_GT(numbers[0], fewest);
+  // Dots are known to 0.03 px, a pixel covers 0.7 mm, and depth is three times less exact than width; a pair
+  // whose transform is taken the wrong way round or from other poses is off by millimetres.
+  constexpr double mostGap = 0.1;    // mm
+  constexpr double mostLength = 0.2; // mm
+  constexpr double mostRow = 0.15;   // px
+  EXPECT_LT(numbers[1], mostGap);
+  EXPECT_EQ(numbers[2], numbers[0] * (numbers[0] - 1) / 2);
+  EXPECT_LT(numbers[3], mostLength);
+  EXPECT_LT(numbers[4], mostRow);
+}
+
+TEST(Examples, SecondScanFillsWhatTheFirstDoesNotSee) {
+  Workplace const work;
+  std::string const output = work.run("two_scans.sh");
+  std::size_t const line = output.rfind('\n', output.find("points;")) + 1;
+  std::vector<double> const numbers = numbersIn(output.substr(line, output.find('\n', line) - line));
+  ASSERT_EQ(numbers.size(), 3U); // points of the first, of the second, what the second adds
+  Points const both = work.cloud("both.ply");
+  auto const first = static_cast<std::size_t>(numbers[0]);
+  ASSERT_EQ(both.size(), first + static_cast<std::size_t>(numbers[1]));
+
+  // Two clouds apart by a tenth of a millimetre would show.
+  EXPECT_LT(ballFit(both).rms, mostError);
+  EXPECT_LT(planeFit(both).rms, mostError);
+
+  constexpr std::size_t stride = 60; // brute force over a part of them
+  std::size_t added = 0;
+  std::size_t tried = 0;
+  for (std::size_t i = first; i < both.size(); i += stride, ++tried) {
+    constexpr double near = 3;
+    added +=
+        std::none_of(both.begin(), both.begin() + static_cast<std::ptrdiff_t>(first),
+                     [&](cv::Vec3f const& p) { return cv::norm(p - both[i], cv::NORM_L2SQR) < near * near; });
+  }
+  double const share = static_cast<double>(added) / static_cast<double>(tried);
+  constexpr double scatter = 0.02; // three standard deviations of a share of 0.07 in a thousand points
+  EXPECT_NEAR(numbers[2] / numbers[1], share, scatter);
+  EXPECT_GT(share, scatter);
+}
+
+TEST(Examples, ExposureIsThatOfTheImages) {
+  Workplace const work;
+  std::vector<double> numbers = numbersIn(work.run("example_exposure rig/scan/columns_0[0-3].png"));
   ASSERT_EQ(numbers.size(), 5U); // lit, clipped, amplitude, noise, error
 
   cv::Mat_<cv::Vec3w> const signal = cv::imread(work / "rig/scan/truth_signal.png", cv::IMREAD_UNCHANGED);

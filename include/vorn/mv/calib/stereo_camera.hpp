@@ -48,8 +48,7 @@ public:
   /// The same for camera 1.
   cv::Mat_<cv::Vec2f> const& getUndistortedMap1() const;
 
-  /// Sets the image sizes of both cameras, pixels.
-  /// Sets the resolutions of both cameras and drops the maps.
+  /// Sets the image sizes of both cameras, pixels, and drops the maps.
   void setResolution(cv::Size const& size0, cv::Size const& size1);
   /// Camera 0, in whose frame the transform's results are.
   CameraModel const& getCameraModel0() const;
