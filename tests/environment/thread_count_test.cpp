@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The same input gives the same bits with any number of threads: every operation that does real work, run
-// twice with 1, 2 and 8 threads.
+// twice with 1, 2 and 8 threads, and in several threads of the host at once.
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -194,6 +195,34 @@ TEST(ThreadCount, ChangesNoBitOfAnyResult) {
   }
   cv::setNumThreads(threads);
   System::setLogSink({});
+}
+
+TEST(ThreadCount, OperationsSideBySideReturnTheSame) {
+  Library::init();
+  std::vector<Operation> const all = operations();
+  std::vector<std::uint64_t> expected;
+  for (Operation const& operation : all) {
+    expected.push_back(operation.run().value());
+  }
+  constexpr std::size_t hosts = 3;
+  std::vector<std::vector<std::uint64_t>> results(hosts, std::vector<std::uint64_t>(all.size()));
+  std::vector<std::thread> threads;
+  for (std::size_t host = 0; host < hosts; ++host) {
+    threads.emplace_back([&, host] {
+      for (std::size_t k = 0; k < all.size(); ++k) {
+        std::size_t const turn = (k + host) % all.size(); // some do the same at once, some not
+        results[host][turn] = all[turn].run().value();
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  for (std::size_t k = 0; k < all.size(); ++k) {
+    for (auto const& result : results) {
+      EXPECT_EQ(result[k], expected[k]) << all[k].name;
+    }
+  }
 }
 
 } // namespace

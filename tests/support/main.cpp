@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "support/seed.hpp"
+#include "support/thread_backend.hpp"
 
 namespace {
 
@@ -27,6 +28,7 @@ class SeedListener : public testing::EmptyTestEventListener {
 } // namespace
 
 int main(int argc, char** argv) {
+  vorn::test::useThreadBackend();
   testing::InitGoogleTest(&argc, argv);
   testing::UnitTest::GetInstance()->listeners().Append(new SeedListener);
   return RUN_ALL_TESTS();
