@@ -57,13 +57,25 @@ void clearMasked(uchar const* mask, int length, float* quality) {
   }
 }
 
+void clearBorder(cv::Mat_<float>& map) {
+  map.row(0).setTo(0);
+  map.row(map.rows - 1).setTo(0);
+  map.col(0).setTo(0);
+  map.col(map.cols - 1).setTo(0);
+}
+
 } // namespace
 
 void calc_quality(cv::Mat_<float> const& phase, cv::Mat_<float>& quality, cv::Mat const& mask) {
   requireMap(phase, "phase map", CV_32FC1, phase.size());
   requireMask(mask, phase.size());
   cv::Mat_<float> source = phase;
-  quality.create(source.size());
+  if (quality.size() != source.size()) {
+    quality.create(source.size());
+    if (!quality.empty()) {
+      clearBorder(quality); // nothing else is written there
+    }
+  }
   if (mayOverlap(source, quality)) {
     source = source.clone();
   }
