@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/core/property.hpp>
 
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -201,7 +202,11 @@ void Property::write(nlohmann::json& json) const {
     json = value_.toInt64();
     break;
   case Variant::Type::Double:
-    json = value_.toDouble();
+    if (std::isfinite(value_.toDouble())) {
+      json = value_.toDouble();
+    } else {
+      json = value_.toString(); // as a number it would become null in a file
+    }
     break;
   case Variant::Type::Bool:
     json = value_.toBool();

@@ -145,6 +145,28 @@ TEST(PropertySet, JsonRoundTripRestoresEveryValue) {
   }
 }
 
+TEST(Property, NumbersSurviveTextToTheBit) {
+  using Limits = std::numeric_limits<double>;
+  Property property("Offset", 0.0);
+  for (double const value : {Limits::infinity(), -Limits::infinity(), Limits::max(), Limits::denorm_min(),
+                             0.1 + 0.2, 1.0 + Limits::epsilon(), 9007199254740993.0, -0.0}) {
+    property = value;
+    nlohmann::json json;
+    property.write(json);
+    Property copy("Offset", 0.0);
+    copy.read(nlohmann::json::parse(json.dump()));
+    double const back = copy.getValue().toDouble();
+    EXPECT_EQ(back, value);
+    EXPECT_EQ(std::signbit(back), std::signbit(value));
+  }
+  property = Limits::quiet_NaN();
+  nlohmann::json json;
+  property.write(json);
+  property = 1.0;
+  property.read(nlohmann::json::parse(json.dump()));
+  EXPECT_TRUE(std::isnan(property.getValue().toDouble()));
+}
+
 TEST(PropertySet, RefusedJsonChangesNothing) {
   TestFilter filter;
   for (char const* text : {R"({"Radius": 5, "Sigma": 11})", R"({"Radius": 5, "Shade": "Pink"})",

@@ -64,9 +64,9 @@ public:
   std::string toString() const override;
   bool isNull() const override { return false; }
   void finalize() override {}
-  /// Takes the value: a number, true or false, an item name.
+  /// Takes the value: a number, true or false, an item name, "inf", "-inf" or "nan".
   void read(nlohmann::json const& json) override;
-  /// Writes the value.
+  /// Writes the value; an infinity or NaN, which JSON has no number for, as "inf", "-inf" or "nan".
   void write(nlohmann::json& json) const override;
 
 private:

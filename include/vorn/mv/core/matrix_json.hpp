@@ -21,7 +21,7 @@ namespace cv {
 /// "data": a flat list of exactly rows x cols numbers, the first cols scalars of each row.
 ///
 /// A matrix of two or three channels thus keeps only the first cols scalars of each row; use one channel to
-/// store a matrix whole.
+/// store a matrix whole. In text, NaN and the infinities are null, which is read as NaN.
 /// @param m two-dimensional, 16 or 32-bit integers, floats or doubles, at most three channels
 /// @throws vorn::Exception "Not implemented" for 8-bit elements; "Unsupported type" for half floats, four or
 ///         more channels and more than two dimensions; `j` is as it was then
