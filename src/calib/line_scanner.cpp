@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
 
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
@@ -152,6 +153,9 @@ void LineScanner::read(nlohmann::json const& json) {
   for (auto plane = json.find(planeKey(0)); plane != json.end(); plane = json.find(planeKey(planes.size()))) {
     planes.emplace_back();
     planes.back().read(*plane);
+    if (!cv::checkRange(cv::Vec3f(planes.back().point())) || !(cv::norm(planes.back().normal()) > 0)) {
+      throw error('"' + planeKey(planes.size() - 1) + "\" is no plane", "LineScanner");
+    }
   }
   auto& own = static_cast<Private&>(ownRecord());
   if (!planes.empty()) {

@@ -13,6 +13,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "calib/calibrated_poses.hpp"
+#include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
 
@@ -149,8 +150,8 @@ void StereoCamera::read(nlohmann::json const& json) {
   CameraModel model1;
   model0.read(json.at("CameraModel0"));
   model1.read(json.at("CameraModel1"));
-  auto const transform = json.at("Hpc").get<cv::Matx44d>();
-  auto const pose = json.at("Hpose").get<cv::Matx44d>();
+  cv::Matx44d const transform = readTransform(json, "Hpc", "StereoCamera");
+  cv::Matx44d const pose = readTransform(json, "Hpose", "StereoCamera");
   auto& own = static_cast<Private&>(ownRecord());
   own.model0 = model0;
   own.model1 = model1;

@@ -102,14 +102,16 @@ void checkCamera(cv::Mat const& K, cv::Mat const& D) {
                 "CameraModel");
   }
   cv::Matx33d const k = cv::Mat_<double>(K);
-  if (!(std::isfinite(k(0, 0)) && std::isfinite(k(1, 1)) && k(0, 0) != 0 && k(1, 1) != 0) ||
-      !std::isfinite(k(0, 2)) || !std::isfinite(k(1, 2))) {
+  if (!cv::checkRange(k) || k(0, 0) == 0 || k(1, 1) == 0) {
     throw error("K has no focal lengths", "CameraModel");
   }
   auto const n = D.total();
   bool const isVector = D.dims <= 2 && (D.rows == 1 || D.cols == 1) && D.channels() == 1;
   if (n != 0 && !(isVector && (n == 4 || n == 5 || n == 8 || n == 12 || n == 14))) {
     throw error("D must hold 4, 5, 8, 12 or 14 coefficients, not " + describe(D), "CameraModel");
+  }
+  if (n != 0 && !cv::checkRange(D)) {
+    throw error("D holds a coefficient that is not finite", "CameraModel");
   }
 }
 

@@ -23,6 +23,7 @@
 #include <vorn/mv/sl/scanner_type.hpp>
 
 #include "calib/calibrated_poses.hpp"
+#include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
 #include "sl/scan_decoding.hpp"
@@ -284,14 +285,11 @@ std::string Sl3dScanner::toString() const {
 void Sl3dScanner::read(nlohmann::json const& json) {
   CameraModel camera;
   CameraModel projector;
-  cv::Matx44d camFromProj = getTransform();
-  cv::Matx44d poseFromCam;
   camera.read(json.at("CameraModel"));
   projector.read(json.at("ProjectorModel"));
-  json.at("Hpose").get_to(poseFromCam);
-  if (auto const member = json.find("Hpc"); member != json.end()) {
-    member->get_to(camFromProj);
-  }
+  cv::Matx44d const poseFromCam = readTransform(json, "Hpose", "Sl3dScanner");
+  cv::Matx44d const camFromProj =
+      json.contains("Hpc") ? readTransform(json, "Hpc", "Sl3dScanner") : getTransform();
   if (auto const member = json.find("Properties"); member != json.end()) {
     AlgorithmBase::read(*member);
   }

@@ -70,6 +70,7 @@ public:
   std::string const& getClassName() const override;
   /// Reads "CameraModel0", "CameraModel1", "Hpc" (the transform) and "Hpose" (the pose). The maps are
   /// dropped.
+  /// @throws Exception when a transform or a camera holds a number that is not finite
   void read(nlohmann::json const& json) override;
   void write(nlohmann::json& json) const override;
 

@@ -119,6 +119,7 @@ public:
   std::string const& getClassName() const override;
   std::string toString() const override;
   /// Takes "CameraModel", "ProjectorModel" and "Hpose", and "Hpc" and "Properties" where they are present.
+  /// @throws Exception when a transform or a camera holds a number that is not finite
   void read(nlohmann::json const& json) override;
   /// Writes the members that `read` takes.
   void write(nlohmann::json& json) const override;
