@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Neighbour search and cleaning with other libraries, beside ours in one run, on an organized scan, a random
-// cube and a spherical shell (kind 0, 1, 2) of 100 k, 1 M and 5 M points; one thread unless the name says
-// otherwise.
+// cube and a spherical shell (kind 0, 1, 2) of 100 k and 1 M points, and on a scan of 5 M; one thread unless
+// the name says otherwise.
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include <benchmark/benchmark.h>
 #include <numeric>
 #include <opencv2/core/utility.hpp>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <vorn/core/system.hpp>
 
@@ -377,51 +380,72 @@ void clustersOpen3d(benchmark::State& state) {
 }
 #endif
 
-void registerAll(char const* name, void (*run)(benchmark::State&), std::vector<long> const& sizes) {
-  for (long const kind : {0L, 1L, 2L}) {
-    for (long const side : {316L, 1000L, 2236L}) {
-      for (long const size : sizes) {
-        benchmark::RegisterBenchmark(name, run)
-            ->Args({kind, side, size})
-            ->ArgNames({"kind", "side", "n"})
-            ->Unit(benchmark::kMillisecond)
-            ->MeasureProcessCPUTime();
+struct Contender {
+  std::string work;
+  std::string name;
+  void (*run)(benchmark::State&);
+  std::vector<long> sizes;
+};
+
+void registerAt(Contender const& contender, long kind, long side, long size) {
+  benchmark::RegisterBenchmark((contender.work + "/" + contender.name).c_str(), contender.run)
+      ->Args({kind, side, size})
+      ->ArgNames({"kind", "side", "n"})
+      ->Unit(benchmark::kMillisecond)
+      ->MeasureProcessCPUTime();
+}
+
+/// Those who do the same with the same points run one after the other. The largest cloud is of one kind only.
+void registerInTurn(std::vector<Contender> const& contenders) {
+  for (auto const& [kind, side] :
+       {std::pair{0L, 316L}, {1L, 316L}, {2L, 316L}, {0L, 1000L}, {1L, 1000L}, {2L, 1000L}, {0L, 2236L}}) {
+    for (Contender const& first : contenders) {
+      if (first.name != "ours") {
+        continue;
+      }
+      for (long const size : first.sizes) {
+        for (Contender const& contender : contenders) {
+          if (contender.work == first.work) {
+            registerAt(contender, kind, side, size);
+          }
+        }
       }
     }
   }
 }
 
-/// Ours and the peers of each kind of work one after the other.
 bool const isRegistered = [] {
   std::vector<long> const radii{10, 50, 500};
   std::vector<long> const nearest{1, 8, 32};
-  registerAll("build/ours", buildOurs, {0});
-  registerAll("count/ours", countOurs, radii);
-  registerAll("search/ours", searchOurs, radii);
-  registerAll("knn/ours", knnOurs, nearest);
-  registerAll("clean/ours", cleanOurs, {0});
-  registerAll("clean/ours/two_threads", cleanOursTwoThreads, {0});
-  registerAll("clusters/ours", clustersOurs, {0});
-  registerAll("clusters/ours/two_threads", clustersOursTwoThreads, {0});
+  std::vector<Contender> contenders;
+  contenders.push_back({"build", "ours", buildOurs, {0}});
+  contenders.push_back({"count", "ours", countOurs, radii});
+  contenders.push_back({"search", "ours", searchOurs, radii});
+  contenders.push_back({"knn", "ours", knnOurs, nearest});
+  contenders.push_back({"clean", "ours", cleanOurs, {0}});
+  contenders.push_back({"clean", "ours/two_threads", cleanOursTwoThreads, {0}});
+  contenders.push_back({"clusters", "ours", clustersOurs, {0}});
+  contenders.push_back({"clusters", "ours/two_threads", clustersOursTwoThreads, {0}});
 #ifdef VORN_HAS_NANOFLANN
-  registerAll("build/nanoflann", buildNanoflann, {0});
-  registerAll("count/nanoflann", countNanoflann, radii);
-  registerAll("search/nanoflann", searchNanoflann, radii);
-  registerAll("knn/nanoflann", knnNanoflann, nearest);
-  registerAll("clean/nanoflann", cleanNanoflann, {0});
-  registerAll("clusters/nanoflann", clustersNanoflann, {0});
+  contenders.push_back({"build", "nanoflann", buildNanoflann, {0}});
+  contenders.push_back({"count", "nanoflann", countNanoflann, radii});
+  contenders.push_back({"search", "nanoflann", searchNanoflann, radii});
+  contenders.push_back({"knn", "nanoflann", knnNanoflann, nearest});
+  contenders.push_back({"clean", "nanoflann", cleanNanoflann, {0}});
+  contenders.push_back({"clusters", "nanoflann", clustersNanoflann, {0}});
 #endif
 #ifdef VORN_HAS_PCL
-  registerAll("build/pcl", buildPcl, {0});
-  registerAll("search/pcl", searchPcl, radii);
-  registerAll("knn/pcl", knnPcl, nearest);
-  registerAll("clean/pcl", cleanPcl, {0});
-  registerAll("clusters/pcl", clustersPcl, {0});
+  contenders.push_back({"build", "pcl", buildPcl, {0}});
+  contenders.push_back({"search", "pcl", searchPcl, radii});
+  contenders.push_back({"knn", "pcl", knnPcl, nearest});
+  contenders.push_back({"clean", "pcl", cleanPcl, {0}});
+  contenders.push_back({"clusters", "pcl", clustersPcl, {0}});
 #endif
 #ifdef VORN_HAS_OPEN3D
-  registerAll("clean/open3d", cleanOpen3d, {0});
-  registerAll("clusters/open3d", clustersOpen3d, {0});
+  contenders.push_back({"clean", "open3d", cleanOpen3d, {0}});
+  contenders.push_back({"clusters", "open3d", clustersOpen3d, {0}});
 #endif
+  registerInTurn(contenders);
   return true;
 }();
 
