@@ -46,6 +46,29 @@ def comparisons(rows):
     return [(key, time, peers[key]) for key, time in ours.items() if key in peers]
 
 
+def work_of(key):
+    return key.split("/")[0]
+
+
+def is_alone(name, compared):
+    """Whether a benchmark stands in no comparison of its program."""
+    return not any(work_of(name) == work_of(key) and ("/ours/" not in name or key == name.replace("/ours", "", 1))
+                   for key, _, _ in compared)
+
+
+def milliseconds(time):
+    return f"{time:.0f}" if time >= 1000 else f"{time:.3g}"
+
+
+def label(key):
+    """The name of a benchmark as a reader wants it: "count, scan, 1 000 000 points, n 50"."""
+    kinds = {"kind:0": "scan", "kind:1": "random cube", "kind:2": "spherical shell"}
+    points = {"side:316": "100 000 points", "side:1000": "1 000 000 points", "side:2236": "5 000 000 points"}
+    words = [kinds.get(part, points.get(part, "elapsed" if part == "real_time" else part.replace(":", " ")))
+             for part in key.split("/") if part not in ("process_time", "manual_time", "n:0")]
+    return ", ".join(words)
+
+
 def table(head, rows):
     lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
     return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows]) + "\n"
@@ -53,7 +76,8 @@ def table(head, rows):
 
 def comparison_rows(compared):
     for key, time, peers in compared:
-        yield [key, f"{time:.3g}", ", ".join(f"{peer} {other:.3g}" for peer, other in peers.items()),
+        yield [label(key), milliseconds(time),
+               ", ".join(f"{peer} {milliseconds(other)}" for peer, other in peers.items()),
                f"{min(peers.values()) / time:.2f}"]
 
 
@@ -64,22 +88,25 @@ def markdown(machine, programs, accuracy):
     text = ["# Benchmarks\n", "Written by `scripts/bench`; do not edit.\n"]
     text.append(table(["", ""], [[name, value] for name, value in machine.items()]))
     text.append("Times are the shortest of the repetitions in milliseconds of processor time, or of elapsed time "
-                "where the name says so. A *ratio* is the time of the fastest peer over ours.\n")
+                "where the name says so. A *ratio* is the time of the fastest peer over ours. In the work on clouds, *n* is how "
+                "many neighbours are asked for: on average within the radius, or the nearest ones.\n")
     text.append("## Slower than a peer\n")
     text.append(table(["work", "ours, ms", "peers, ms", "ratio"], comparison_rows(slower)) if slower
                 else "Nothing in this run.\n")
+    measured_beside_peers = {work_of(key) for rows in compared.values() for key, _, _ in rows}
     for name, rows in programs.items():
+        copies = [[label(key), milliseconds(row["time"]), f"{row['copies']:.1f}"]
+                  for key, row in rows.items() if row["copies"]]
+        alone = [key for key, row in rows.items() if not row["copies"] and is_alone(key, compared[name])]
+        if not compared[name] and not copies and {work_of(key) for key in alone} <= measured_beside_peers:
+            continue
         text.append(f"## {name}\n")
         if compared[name]:
             text.append(table(["work", "ours, ms", "peers, ms", "ratio"], comparison_rows(compared[name])))
-        copies = [[key, f"{row['time']:.3g}", f"{row['copies']:.1f}"] for key, row in rows.items() if row["copies"]]
         if copies:
             text.append(table(["work", "ms", "copies of one float map of 2448 x 2048"], copies))
-        listed = {key.split("/")[0] for key, _, _ in compared[name]}
-        alone = [[key, f"{row['time']:.3g}"] for key, row in rows.items()
-                 if not row["copies"] and key.split("/")[0] not in listed]
         if alone:
-            text.append(table(["work", "ms"], alone))
+            text.append(table(["work", "ms"], [[label(key), milliseconds(rows[key]["time"])] for key in alone]))
     text.append("## Accuracy on the virtual rig\n")
     text.append(accuracy)
     return "\n".join(text)
