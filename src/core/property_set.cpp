@@ -21,6 +21,12 @@ Property& require(PropertySet const& set, std::string const& name, std::string c
   return *property;
 }
 
+void requireProperty(Property const* property) {
+  if (property == nullptr) {
+    throw error("A null pointer is no property", "PropertySet");
+  }
+}
+
 PropertySet const& properties(ObjectBase::Private const& record) {
   return static_cast<PropertySetBase::Private const&>(record).properties;
 }
@@ -36,6 +42,7 @@ PropertySet::PropertySet(std::initializer_list<Property*> properties) {
     owned_.emplace_back(property);
   }
   for (auto const& property : owned_) {
+    requireProperty(property.get());
     if (find(property->getName()) != nullptr) {
       throw error("There are two properties \"" + property->getName() + "\"", "PropertySet");
     }
@@ -58,6 +65,7 @@ PropertySet& PropertySet::operator=(PropertySet const& other) {
 
 void PropertySet::add(Property* property) {
   std::unique_ptr<Property> owned(property);
+  requireProperty(property);
   if (find(property->getName()) != nullptr) {
     throw error("There is a property \"" + property->getName() + "\" already", "PropertySet");
   }

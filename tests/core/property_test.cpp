@@ -125,7 +125,13 @@ TEST(PropertySet, UnknownNamesAreFoundOut) {
   EXPECT_THROW(filter["Raduis"], Exception);
   EXPECT_EQ(filter.findProperty("Raduis"), nullptr);
   EXPECT_FALSE(filter.hasProperty("Raduis"));
+}
+
+TEST(PropertySet, TakesNewPropertiesOnly) {
+  TestFilter filter;
   EXPECT_THROW(filter.addProperty(new Property("Radius", 1)), Exception);
+  EXPECT_THROW(filter.addProperty(nullptr), Exception);
+  EXPECT_THROW(PropertySet({new Property("Radius", 1), nullptr}), Exception);
   EXPECT_EQ(static_cast<int>(filter.addProperty(new Property("Count", 2))->getProperty("Count")), 2);
 }
 

@@ -18,7 +18,7 @@ class VORN_API PropertySet {
 public:
   PropertySet() = default;
   /// Takes ownership of the properties.
-  /// @throws Exception when two have the same name
+  /// @throws Exception when one is null or two have the same name
   PropertySet(std::initializer_list<Property*> properties);
   /// Copies every property.
   PropertySet(PropertySet const& other);
@@ -29,7 +29,7 @@ public:
   ~PropertySet() = default;
 
   /// Takes ownership of `property`.
-  /// @throws Exception when there is one of its name
+  /// @throws Exception when it is null or there is one of its name
   void add(Property* property);
   /// The property of this name, or null.
   Property* find(std::string const& name) const;
@@ -57,7 +57,7 @@ public:
   /// Whether there is a property of this name.
   virtual bool hasProperty(std::string const& name) const = 0;
   /// Takes ownership of `property`; returns this set.
-  /// @throws Exception when there is one of its name
+  /// @throws Exception when it is null or there is one of its name
   virtual IPropertySet* addProperty(Property* property) = 0;
   /// Sets every property to its default; returns this set.
   virtual IPropertySet* setDefault() = 0;
