@@ -85,7 +85,9 @@ class OctreeBuilder {
 public:
   OctreeBuilder(Points const& points, std::size_t bucketCapacity, float minHalfSize)
       // Cubes shrink to a half size of 0 and no further: with a negative bound they would be halved for ever.
-      : points_(points), bucketCapacity_(bucketCapacity), minHalfSize_(std::max(minHalfSize, 0.0F)) {}
+      // A single point cannot be divided: cubes around it would be halved until they have no size.
+      : points_(points), bucketCapacity_(std::max<std::size_t>(bucketCapacity, 1)),
+        minHalfSize_(std::max(minHalfSize, 0.0F)) {}
 
   OctreeParts build(std::size_t count) {
     Octant root{};

@@ -214,6 +214,17 @@ TEST(Octree, NegativeLeastSizeEndsAtCubesWithoutSize) {
   EXPECT_EQ(tree.radiusNeighborsCount<Distance<cv::Point3f>::L2>({3, 4, 1}, 1.5F), points.size());
 }
 
+TEST(Octree, SinglePointIsALeafWhateverTheCapacity) {
+  cv::Mat_<cv::Vec3f> const points = test::asGrid(test::randomPoints(100, 0, 1), 10);
+  GridOctree none;
+  none.init(points, GridOctree::Param(0));
+  GridOctree one;
+  one.init(points, GridOctree::Param(1));
+  EXPECT_EQ(none.octants().size(), one.octants().size());
+  EXPECT_EQ(none.radiusNeighborsCount<L2>(points(3, 3), 0.2F),
+            one.radiusNeighborsCount<L2>(points(3, 3), 0.2F));
+}
+
 TEST(Octree, IgnoresPointsThatAreNoNumbers) {
   constexpr float infinite = std::numeric_limits<float>::infinity();
   std::vector<cv::Point3f> const points{

@@ -50,7 +50,7 @@ class VORN_API Octree {
 public:
   /// How a tree is built.
   struct Param {
-    /// @param capacity      an octant with at most this many points is a leaf
+    /// @param capacity      an octant with at most this many points is a leaf; 0 counts as 1
     /// @param copy          true: the tree keeps its own copy of the points; false: the container must
     ///                      outlive the tree and must not be reallocated
     /// @param leastHalfSize an octant whose half edge is not greater than twice this is a leaf, however full
