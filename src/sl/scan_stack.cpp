@@ -63,15 +63,17 @@ void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::S
     throw error("The projector's resolution is not set", "decode");
   }
   int const planes = static_cast<int>(images.size() - phaseAndReferenceImages);
-  // With fewer bits than the projector's stripes need, the last stripes would look like the first.
-  bool const ambiguous = planes < maxPlanes && axis.resolution / axis.period > 2 << std::max(planes, 0);
-  if (planes < std::min(planesFor(axis), maxGeneratedPlanes) || ambiguous) {
-    throw error("Insufficient input patterns!", "decode");
-  }
   if (planes > maxPlanes) {
     throw error("There are " + std::to_string(images.size()) + " images; a scan has at most " +
                     std::to_string(phaseAndReferenceImages + maxPlanes),
                 "decode");
+  }
+  // With fewer bits than the projector's stripes need, the last stripes would look like the first. The last
+  // one may be cut by the projector's edge.
+  int const stripes = axis.resolution / axis.period + (axis.resolution % axis.period > 0 ? 1 : 0);
+  bool const isAmbiguous = stripes > 2 << planes;
+  if (planes < std::min(planesFor(axis), maxGeneratedPlanes) || isAmbiguous) {
+    throw error("Insufficient input patterns!", "decode");
   }
   checkImages(images);
   if (!cameraResolution.empty() && images[0].size() != cameraResolution) {

@@ -62,6 +62,21 @@ TEST(Sl3dScanner, RefusesWhatItCannotDecode) {
   expectError([&] { Sl3dScanner().decode(enough); }, "resolution is not set");
 }
 
+TEST(Sl3dScanner, RefusesProjectorsThatThePatternsCannotCode) {
+  std::vector<cv::Mat> const images(13, cv::Mat(8, 8, CV_8UC1, cv::Scalar(50)));
+  Sl3dScanner scanner = scannerOf(smallRig());
+  scanner.getCameraModel().setResolution({8, 8});
+  for (auto const& [type, most] :
+       {std::pair("Horizontal", cv::Size(2048, 9)), std::pair("Vertical", cv::Size(9, 4096))}) {
+    scanner["ScannerType"] = type;
+    scanner.getProjectorModel().setResolution(most);
+    EXPECT_NO_THROW(scanner.decode(images)) << type;
+    // One pixel of a stripe that looks like the first one.
+    scanner.getProjectorModel().setResolution(most + cv::Size(1, 1));
+    expectError([&] { scanner.decode(images); }, "Insufficient input patterns!");
+  }
+}
+
 TEST(Sl3dScanner, RefusesWhatItCannotTriangulate) {
   cv::Mat_<cv::Vec3f> xyz;
   expectError([&] { Sl3dScanner().triangulate({}, xyz, {}); }, "Attempting to use an uncalibrated system.");
