@@ -56,13 +56,15 @@ void addPatternsCommand(CLI::App& app) {
   auto options = std::make_shared<PatternsOptions>();
   CLI::App* command = app.add_subcommand("patterns", "Write the images that a projector shows during a scan");
   command->add_option("folder", options->folder, "Folder to write them to; made if need be")->required();
-  constexpr int largestSide = 16384;
-  command->add_option("--width", options->width, "Projector columns")
+  // As many stripes as nine bits tell apart: of four columns, of eight rows. A scan of more is refused.
+  constexpr int mostColumns = 2048;
+  constexpr int mostRows = 4096;
+  command->add_option("--width", options->width, "Projector columns, as many as the patterns can code")
       ->required()
-      ->check(CLI::Range(1, largestSide));
-  command->add_option("--height", options->height, "Projector rows")
+      ->check(CLI::Range(1, mostColumns));
+  command->add_option("--height", options->height, "Projector rows, likewise")
       ->required()
-      ->check(CLI::Range(1, largestSide));
+      ->check(CLI::Range(1, mostRows));
   command->add_flag("--white", options->white, "Also write a white image, for the target's view");
   command->callback([options] { run(*options); });
 }

@@ -171,6 +171,8 @@ TEST(Tool, WrongUsageIsStatusTwo) {
   EXPECT_EQ(run({}).status, 2);
   EXPECT_EQ(run({"scan"}).status, 2);
   EXPECT_EQ(run({"patterns", "x", "--width", "many", "--height", "4"}).status, 2);
+  EXPECT_EQ(run({"patterns", "x", "--width", "2049", "--height", "4"}).status, 2);
+  EXPECT_EQ(run({"patterns", "x", "--width", "4", "--height", "4097"}).status, 2);
   // Options that the kind of job does not take.
   EXPECT_EQ(run({"scan", "x", "--calib", "y", "--laser", "--set", "Sensitivity=3"}).status, 2);
   EXPECT_EQ(run({"calibrate", "x", "--out", "y", "--stereo", "--projector", "640x400"}).status, 2);
