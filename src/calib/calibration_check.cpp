@@ -11,6 +11,8 @@
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
 
+#include "calib/point_spread.hpp"
+
 namespace vorn::mv {
 
 namespace {
@@ -20,28 +22,9 @@ using Points = std::vector<cv::Point2f>;
 /// A homography has eight unknowns; two points more let errors show.
 constexpr std::size_t fewestPoints = 6;
 
-/// Points count as lying on one line when they spread less than this across it, as a share of their length.
-constexpr double thinnestSpread = 0.01;
-
 /// Directions closer than this, in radians, are one: lens distortion alone can tilt a frontal view by a few
 /// hundredths.
 constexpr double leastTilt = 0.1;
-
-/// The spread of points across their longest direction, as a share of that along it.
-double relativeSpread(Points const& points) {
-  cv::Vec2d mean;
-  for (cv::Point2f const& p : points) {
-    mean += cv::Vec2d(p.x, p.y) * (1.0 / static_cast<double>(points.size()));
-  }
-  cv::Matx22d covariance;
-  for (cv::Point2f const& p : points) {
-    cv::Vec2d const offset = cv::Vec2d(p.x, p.y) - mean;
-    covariance += offset * offset.t();
-  }
-  cv::Vec2d variances;
-  cv::eigen(covariance, variances);
-  return variances[0] > 0 ? std::sqrt(std::max(variances[1], 0.0) / variances[0]) : 0;
-}
 
 bool isFinite(cv::Point2f const& p) {
   return std::isfinite(p.x) && std::isfinite(p.y);

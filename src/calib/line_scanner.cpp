@@ -17,6 +17,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "calib/calibrated_poses.hpp"
+#include "calib/point_spread.hpp"
 #include "core/error.hpp"
 
 namespace vorn::mv {
@@ -56,6 +57,11 @@ std::vector<cv::Point3f> pointsOnLaserPlane(LineScannerCalibData const& data, Ca
   }
   if (points.size() >= 3 && viewCount < 2) {
     throw error("Not enough line data", "calib");
+  }
+  if (points.size() >= 3 && relativeSpread(points) < thinnestSpread) {
+    throw error("Laser line " + std::to_string(plane) +
+                    " lies at one place in all views, which determines no plane",
+                "calib");
   }
   return points;
 }

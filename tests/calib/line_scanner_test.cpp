@@ -124,6 +124,17 @@ TEST_F(LineScannerTest, AFailedCalibrationChangesNothing) {
   EXPECT_EQ(failure(), "Not enough point to estimate 3d plane!");
 }
 
+TEST_F(LineScannerTest, ALineAtOnePlaceDeterminesNoPlane) {
+  std::vector<cv::Matx44d> poses = patternPoses(5);
+  poses.push_back(poses[0]);
+  for (std::size_t i = 0; i < poses.size(); ++i) {
+    bool const isSeen = i == 0 || i == 5;
+    data.add(truth.image(patternPoints(), poses[i]), patternPoints(),
+             {line(0, poses[i]), isSeen ? line(1, poses[i]) : std::vector<cv::Point2f>()});
+  }
+  EXPECT_EQ(failure(), "Laser line 1 lies at one place in all views, which determines no plane");
+}
+
 TEST_F(LineScannerTest, ReadsWhatItWrote) {
   addViews(4);
   scanner.calib(data);

@@ -33,8 +33,9 @@ public:
   /// data's poses and plane points.
   /// @throws Exception "Insufficient calibration data!" below 3 views; "Invalid calibration input data!" when
   ///         a view does not hold "PlaneCount" lines; "Not enough line data" when a line lies on the pattern
-  ///         in fewer than two views, which determine no plane; what CameraModel::calib and Plane3f::estimate
-  ///         throw. Scanner and data are then as they were.
+  ///         in fewer than two views, which determine no plane, and another message when it lies at one place
+  ///         in all of them; what CameraModel::calib and Plane3f::estimate throw. Scanner and data are then
+  ///         as they were.
   void calib(LineScannerCalibData& data);
 
   /// The points that the image points of one laser line see, in the camera's frame.
