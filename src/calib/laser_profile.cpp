@@ -194,7 +194,12 @@ std::array<double, 2> oddParts(Profile const& profile, Stripe const& stripe) {
       squares[k] += hermite[k] * hermite[k];
     }
   }
-  return {moments[0] / std::sqrt(squares[0]), moments[1] / std::sqrt(squares[1])};
+  std::array<double, 2> odd{};
+  for (std::size_t k = 0; k < odd.size(); ++k) {
+    // A stripe much narrower than a pixel leaves nothing of its functions at the pixels' middles.
+    odd[k] = squares[k] > 0 ? moments[k] / std::sqrt(squares[k]) : 0.0;
+  }
+  return odd;
 }
 
 /// The centre of gravity over a window that follows it, so that the window's ends do not pull it back.
@@ -239,7 +244,8 @@ std::optional<ProfilePeak> measurePeak(Profile const& whole, int wholeTop, Laser
   // Every pixel is read many times below, and down a column of an image each would be a row apart.
   constexpr int longestReach = 2 * static_cast<int>(stripeEnd * widestStripe) + 4;
   std::array<unsigned char, 2 * longestReach + 1> levels;
-  int const reach = 2 * static_cast<int>(std::ceil(stripeEnd * options.maxWidth)) + 4;
+  int const reach =
+      2 * static_cast<int>(std::ceil(stripeEnd * std::max(options.maxWidth, options.width))) + 4;
   int const first = std::max(0, wholeTop - reach);
   int const end = std::min(whole.count, wholeTop + reach + 1);
   for (int i = first; i < end; ++i) {

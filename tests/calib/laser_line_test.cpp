@@ -10,6 +10,8 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "calib/laser_profile.hpp"
+
 namespace vorn::mv {
 namespace {
 
@@ -170,6 +172,19 @@ TEST(LaserLine, DropsWhatIsNoGoodStripe) {
   LaserLineOptions narrow;
   narrow.maxWidth = 1.5;
   EXPECT_EQ(found(stripe(40, 100, 2.5), narrow), 0U);
+  narrow.width = 10;
+  EXPECT_EQ(found(stripe(40, 100, 1.2), narrow), 40U) << "the filter may be wider than any stripe";
+}
+
+TEST(LaserLine, StripesNarrowerThanPixelsHaveAFiniteAsymmetry) {
+  std::vector<unsigned char> levels(24, 126);
+  std::fill(levels.begin() + 12, levels.end(), static_cast<unsigned char>(42));
+  levels[12] = 205;
+  LaserLineOptions options;
+  options.minWidth = 0;
+  auto const narrow = measurePeak({levels.data(), 1, 24}, 12, options);
+  ASSERT_TRUE(narrow.has_value());
+  EXPECT_TRUE(std::isfinite(narrow->odd[0]) && std::isfinite(narrow->odd[1]));
 }
 
 /// A line over a straight edge between two brightnesses, as a lens would show it.
