@@ -26,7 +26,7 @@ namespace {
 constexpr std::size_t leastLinePoints = 20;
 
 /// Views of a line from which on its plane is overdetermined.
-constexpr int leastLineViews = 3;
+constexpr std::size_t leastLineViews = 3;
 
 struct Stripe {
   std::vector<LaserPeak> peaks;
@@ -142,19 +142,17 @@ void readView(std::filesystem::path const& pose, CalibrationSettings const& sett
 /// @throws Exception for a line that lies on the target in too few views
 void requireLines(std::vector<TargetView> const& views, std::size_t lineCount) {
   for (std::size_t line = 0; line < lineCount; ++line) {
-    int seen = 0;
-    std::string misses;
+    ViewReasons missed;
     for (TargetView const& view : views) {
-      bool const isOnTarget = view.isUsed() && !view.lines[line].imgPnts.empty();
-      seen += isOnTarget ? 1 : 0;
-      if (!isOnTarget) {
-        misses += ", " + view.name + ": " + (view.isUsed() ? view.remark : view.rejection);
+      if (!view.isUsed() || view.lines[line].imgPnts.empty()) {
+        missed.emplace_back(view.name, view.isUsed() ? view.remark : view.rejection);
       }
     }
+    std::size_t const seen = views.size() - missed.size();
     if (seen < leastLineViews) {
       throw calibrationFailure("Laser line " + std::to_string(line) + " lies on the target in " +
                                std::to_string(seen) + " views, and its plane takes " +
-                               std::to_string(leastLineViews) + misses);
+                               std::to_string(leastLineViews) + "; " + groupedText(missed));
     }
   }
 }

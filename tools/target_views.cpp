@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int leastViews = 3;
+constexpr std::size_t leastViews = 3;
 
 /// A view whose error exceeds this many times that of the middle view is thought to have a fault of its
 /// own...
@@ -50,19 +50,31 @@ std::vector<fs::path> poseFolders(std::string const& folder) {
   return poses;
 }
 
-void requireViews(std::vector<TargetView> const& views) {
-  int usable = 0;
-  std::string reasons;
-  for (TargetView const& view : views) {
-    usable += view.isUsed() ? 1 : 0;
-    if (!view.isUsed()) {
-      reasons += (reasons.empty() ? "; " : ", ") + view.name + ": " + view.rejection;
+/// A reason without the path of the view's folder: the view is named beside it.
+std::string withoutFolder(std::string reason, std::string const& folder) {
+  std::string const paths[] = {folder + "/", folder};
+  std::string const texts[] = {"", "its folder"};
+  for (int i = 0; i < 2; ++i) {
+    for (auto at = reason.find(paths[i]); at != std::string::npos;
+         at = reason.find(paths[i], at + texts[i].size())) {
+      reason.replace(at, paths[i].size(), texts[i]);
     }
   }
+  return reason;
+}
+
+void requireViews(std::vector<TargetView> const& views) {
+  ViewReasons rejected;
+  for (TargetView const& view : views) {
+    if (!view.isUsed()) {
+      rejected.emplace_back(view.name, view.rejection);
+    }
+  }
+  std::size_t const usable = views.size() - rejected.size();
   if (usable < leastViews) {
     throw calibrationFailure("Only " + std::to_string(usable) + " of " + std::to_string(views.size()) +
                              " views can be used, and a calibration takes " + std::to_string(leastViews) +
-                             reasons);
+                             (rejected.empty() ? "" : "; ") + groupedText(rejected));
   }
 }
 
@@ -121,6 +133,24 @@ Exception calibrationFailure(std::string const& message) {
   return {message, nullptr, 0, "calibrate"};
 }
 
+std::string groupedText(ViewReasons const& reasons) {
+  ViewReasons groups; // names in place of one name
+  for (auto const& view : reasons) {
+    auto const same = std::find_if(groups.begin(), groups.end(),
+                                   [&](auto const& group) { return group.second == view.second; });
+    if (same == groups.end()) {
+      groups.push_back(view);
+    } else {
+      same->first += ", " + view.first;
+    }
+  }
+  std::string text;
+  for (auto const& [names, reason] : groups) {
+    text += (text.empty() ? "" : "; ") + names + ": " + reason;
+  }
+  return text;
+}
+
 std::vector<TargetView> readViews(std::string const& folder,
                                   std::function<void(fs::path const&, TargetView&)> const& read) {
   std::vector<fs::path> const poses = poseFolders(folder);
@@ -133,7 +163,7 @@ std::vector<TargetView> readViews(std::string const& folder,
       MutedOutput const muted;
       read(pose, view);
     } catch (Exception const& e) {
-      view.rejection = e.message();
+      view.rejection = withoutFolder(e.message(), pose.string());
     } catch (cv::Exception const& e) {
       view.rejection = e.err;
     }

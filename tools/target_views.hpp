@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core/matx.hpp>
@@ -55,6 +56,12 @@ struct TargetView {
 
 /// An error of a calibration.
 Exception calibrationFailure(std::string const& message);
+
+/// Why each of some views does not serve: its name and the reason.
+using ViewReasons = std::vector<std::pair<std::string, std::string>>;
+
+/// The views with their reasons, those of one reason together: "pose_00, pose_02: no target; pose_01: ...".
+std::string groupedText(ViewReasons const& reasons);
 
 /// Reads the views of all folders pose_00, pose_01, ... in a folder or in the one it holds as "calib". What
 /// `read` throws becomes the view's rejection.

@@ -1,6 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <filesystem>
+#include <fstream>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -98,6 +99,13 @@ TEST_F(CalibrationSession, RefusesFoldersThatCannotServe) {
   TemporaryFolder const empty;
   expectError([&] { tools::calibrateScanner(empty.path().string(), settings()); }, "no folders pose_00");
   expectError([&] { tools::calibrateScanner((empty / "nowhere").string(), settings()); }, "nowhere");
+  for (char const* name : {"pose_00", "pose_01", "pose_02"}) {
+    fs::create_directory(empty / name);
+  }
+  std::ofstream(empty / "pose_01/target.png") << "no picture";
+  expectError([&] { tools::calibrateScanner(empty.path().string(), settings()); },
+              "Only 0 of 3 views can be used, and a calibration takes 3; pose_00, pose_02: Cannot open "
+              "target.png: No such file or directory; pose_01: target.png is not a picture that can be read");
   TemporaryFolder alike;
   for (int i = 0; i < 3; ++i) {
     fs::copy(pose(0), alike / ("pose_0" + std::to_string(i)), fs::copy_options::recursive);

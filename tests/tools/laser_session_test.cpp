@@ -232,7 +232,8 @@ TEST_F(LaserSession, NamesTheViewsThatALineMisses) {
       << table;
   tools::writeImage(line(3, 1), blank);
   expectError([&] { tools::calibrateLaser(spoiled.path().string(), settings()); },
-              "Laser line 1 lies on the target in 2 views, and its plane takes 3, pose_00: ");
+              "Laser line 1 lies on the target in 2 views, and its plane takes 3; pose_00, pose_03: laser "
+              "line 1 misses");
   fs::remove(line(2, 1));
   fs::remove(line(4, 0));
   std::ofstream(spoiled / "laser.json") << "old";
