@@ -159,10 +159,10 @@ void tryAll(json const& document) {
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const isReady = vorn::fuzz::prepare();
-  auto const document = nlohmann::json::parse(data, data + size, nullptr, false);
-  if (isReady && !document.is_discarded()) {
-    vorn::fuzz::tryAll(document);
-  }
-  return 0;
+  return vorn::fuzz::runInput([=] {
+    auto const document = nlohmann::json::parse(data, data + size, nullptr, false);
+    if (!document.is_discarded()) {
+      vorn::fuzz::tryAll(document);
+    }
+  });
 }

@@ -151,39 +151,42 @@ void tryProjectorPoints(Inputs& inputs) {
   });
 }
 
+void tryAnyDecoder(ByteSource& source) {
+  int const function = source.number(0, 7);
+  Inputs inputs(source);
+  switch (function) {
+  case 0:
+    tryPhase(inputs, mv::decode_phase_shift);
+    break;
+  case 1:
+    tryPhase(inputs, mv::calc_magnitude);
+    break;
+  case 2:
+    tryCodes(inputs, false);
+    break;
+  case 3:
+    tryCodes(inputs, true);
+    break;
+  case 4:
+    tryQuality(inputs);
+    break;
+  case 5:
+    tryUnwrapping(inputs);
+    break;
+  case 6:
+    trySeparation(inputs);
+    break;
+  default:
+    tryProjectorPoints(inputs);
+  }
+}
+
 } // namespace
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  using namespace vorn;
-  static bool const isReady = fuzz::prepare();
-  fuzz::ByteSource source(data, size);
-  int const function = source.number(0, 7);
-  fuzz::Inputs inputs(source);
-  switch (isReady ? function : -1) {
-  case 0:
-    fuzz::tryPhase(inputs, mv::decode_phase_shift);
-    break;
-  case 1:
-    fuzz::tryPhase(inputs, mv::calc_magnitude);
-    break;
-  case 2:
-    fuzz::tryCodes(inputs, false);
-    break;
-  case 3:
-    fuzz::tryCodes(inputs, true);
-    break;
-  case 4:
-    fuzz::tryQuality(inputs);
-    break;
-  case 5:
-    fuzz::tryUnwrapping(inputs);
-    break;
-  case 6:
-    fuzz::trySeparation(inputs);
-    break;
-  default:
-    fuzz::tryProjectorPoints(inputs);
-  }
-  return 0;
+  return vorn::fuzz::runInput([=] {
+    vorn::fuzz::ByteSource source(data, size);
+    vorn::fuzz::tryAnyDecoder(source);
+  });
 }

@@ -26,11 +26,9 @@ FilterChain<Filter> parsed(std::string const& text, Registry<Filter> const& regi
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const isReady = vorn::fuzz::prepare();
-  if (isReady) {
+  return vorn::fuzz::runInput([=] {
     std::string const text(data, data + size);
     vorn::fuzz::runImageFilters(vorn::fuzz::parsed(text, vorn::mv::imageFilters()));
     vorn::fuzz::runCloudFilters(vorn::fuzz::parsed(text, vorn::mv::pc::filters()));
-  }
-  return 0;
+  });
 }

@@ -103,9 +103,5 @@ void tryFolder(std::string const& listing) {
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const isReady = vorn::fuzz::prepare();
-  if (isReady) {
-    vorn::fuzz::tryFolder(std::string(data, data + size));
-  }
-  return 0;
+  return vorn::fuzz::runInput([=] { vorn::fuzz::tryFolder(std::string(data, data + size)); });
 }

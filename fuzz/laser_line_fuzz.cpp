@@ -70,10 +70,8 @@ void tryExtraction(ByteSource& source) {
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const isReady = vorn::fuzz::prepare();
-  if (isReady) {
+  return vorn::fuzz::runInput([=] {
     vorn::fuzz::ByteSource source(data, size);
     vorn::fuzz::tryExtraction(source);
-  }
-  return 0;
+  });
 }

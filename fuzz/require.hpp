@@ -73,4 +73,14 @@ inline bool prepare() {
   return true;
 }
 
+/// What a target gives back for one input, after trying it; before the first one everything is prepared.
+template <class TryInput>
+int runInput(TryInput const& tryInput) {
+  static bool const isReady = prepare();
+  if (isReady) {
+    tryInput();
+  }
+  return 0;
+}
+
 } // namespace vorn::fuzz

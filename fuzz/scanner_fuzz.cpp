@@ -83,10 +83,8 @@ void tryScanner(ByteSource& source) {
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const isReady = vorn::fuzz::prepare();
-  if (isReady) {
+  return vorn::fuzz::runInput([=] {
     vorn::fuzz::ByteSource source(data, size);
     vorn::fuzz::tryScanner(source);
-  }
-  return 0;
+  });
 }

@@ -78,10 +78,8 @@ void tryDetector(ByteSource& source) {
 } // namespace vorn::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const isReady = vorn::fuzz::prepare();
-  if (isReady) {
+  return vorn::fuzz::runInput([=] {
     vorn::fuzz::ByteSource source(data, size);
     vorn::fuzz::tryDetector(source);
-  }
-  return 0;
+  });
 }
