@@ -87,10 +87,13 @@ TEST_F(LevelLine, ImageShowsAGaussianStripeAroundTheTruth) {
 TEST_F(LevelLine, ABlockThrowsItsShadow) {
   // From the side the block hides the plate behind it: 20 mm high, the light 45 degrees flat.
   Laser const side = laserTowards({-500, 0, 0}, {0, 0, planeZ}, {1, 0, 0});
+  bool isLitBehind = false;
   for (LaserPoint const& point : laserTruth(camera_, side, scene_)) {
     bool const plate = std::abs(point.x_in_cam[2] - planeZ) < 1e-6;
     EXPECT_FALSE(plate && point.x_in_cam[0] > 30.0 && point.x_in_cam[0] < 48.0) << point.x_in_cam;
+    isLitBehind = isLitBehind || (plate && point.x_in_cam[0] > 52.0);
   }
+  EXPECT_TRUE(isLitBehind) << "the shadow ends";
 }
 
 } // namespace
