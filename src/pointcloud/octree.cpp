@@ -13,6 +13,7 @@
 #include "core/error.hpp"
 #include "pointcloud/ball_counter.hpp"
 #include "pointcloud/octree_build.hpp"
+#include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/octree_search.hpp"
 #include "pointcloud/point_access.hpp"
 

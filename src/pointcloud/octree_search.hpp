@@ -2,11 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <opencv2/core/hal/intrin.hpp>
 
 #include <vorn/mv/pointcloud/octree.hpp>
@@ -276,120 +274,6 @@ void visitBall(OctreeView const& tree, Ball<Kind> const& ball, Whole const& whol
       if (!leaf(child)) {
         return;
       }
-    } else {
-      if (level.toVisit != 0) {
-        above[depth++] = level;
-      }
-      level = enter(child);
-    }
-  }
-}
-
-/// Child masks by code ^ flip: bit c of `of[flip][mask]` is bit c ^ flip of the mask. A table, since branches
-/// on the side that a query lies on are a coin's toss each.
-struct FlippedMasks {
-  constexpr FlippedMasks() {
-    for (unsigned flip = 0; flip < 8; ++flip) {
-      for (unsigned mask = 0; mask < 256; ++mask) {
-        unsigned flipped = 0;
-        for (unsigned code = 0; code < 8; ++code) {
-          flipped |= ((mask >> (code ^ flip)) & 1U) << code;
-        }
-        of[flip][mask] = static_cast<std::uint8_t>(flipped);
-      }
-    }
-  }
-
-  std::uint8_t of[8][256] = {};
-};
-inline constexpr FlippedMasks flippedMasks;
-
-/// Visits leaves from near to far and offers the points that `accepts(index)` to a set of nearest ones, which
-/// has `worst()`, the distance from which on points no longer matter, and `add(index, distance)`.
-template <class Kind, class Points, class Nearest, class Accepts>
-void findNearest(OctreeView const& tree, Points const& points, float const* query, Nearest& nearest,
-                 Accepts const& accepts) {
-  struct Level {
-    BasicOctant<unsigned> const* octant;
-    unsigned
-        own; ///< Code of the child on the query's side; children are taken in the order own, own ^ 1, ...
-    unsigned toVisit; ///< By code ^ own.
-    ChildDistances<Kind> distances;
-  };
-  DistancesOfFour<Kind> const distancesOfFour(query);
-  auto const offer = [&](unsigned index, float distance) {
-    if (distance < nearest.worst() && accepts(index)) {
-      nearest.add(index, distance);
-    }
-  };
-  auto const scan = [&](BasicOctant<unsigned> const& leaf) {
-    unsigned const* const chain = tree.chain + leaf.first;
-    unsigned i = 0;
-    for (; i + 4 <= leaf.count; i += 4) {
-      cv::v_float32x4 const four = distancesOfFour(points, chain + i);
-      if (cv::v_signmask(four < cv::v_setall_f32(nearest.worst())) != 0) {
-        float distances[4];
-        cv::v_store(distances, four);
-        for (unsigned j = 0; j < 4; ++j) {
-          offer(chain[i + j], distances[j]);
-        }
-      }
-    }
-    for (; i < leaf.count; ++i) {
-      float const* point = points[chain[i]];
-      offer(chain[i], Kind::between(point[0] - query[0], point[1] - query[1], point[2] - query[2]));
-    }
-  };
-  cv::v_float32x4 const position = loadQuery(query);
-  auto const enter = [&](BasicOctant<unsigned> const& octant) {
-    ChildGeometry<Kind> const children(octant, position);
-    unsigned const own = children.ownCode();
-    return Level{&octant, own, flippedMasks.of[own][octant.childMask],
-                 children.nearestFromOwn(tree.tolerance)};
-  };
-  std::array<Level, maxOctreeDepth> above;
-  std::size_t depth = 0;
-  // Down to the leaf around the query first. The distances of what is passed matter only afterwards, so they
-  // are no link in the chain of steps down.
-  BasicOctant<unsigned> const* octant = tree.octants;
-  while (!octant->isLeaf) {
-    unsigned const own = ChildGeometry<Kind>(*octant, position).ownCode();
-    if (((octant->childMask >> own) & 1U) == 0) {
-      break;
-    }
-    above[depth].octant = octant;
-    above[depth].own = own;
-    ++depth;
-    octant = tree.octants + childPlace(*octant, own);
-  }
-  if (octant->isLeaf) {
-    scan(*octant);
-    if (!(nearest.worst() > 0.0F)) {
-      return;
-    }
-  }
-  for (std::size_t i = 0; i < depth; ++i) {
-    above[i] = enter(*above[i].octant);
-    above[i].toVisit &= ~1U;
-  }
-  Level level{};
-  if (!octant->isLeaf) {
-    level = enter(*octant);
-  }
-  for (;;) {
-    level.toVisit &= level.distances.below(nearest.worst() * (1.0F + boundSlack));
-    if (level.toVisit == 0) {
-      if (depth == 0) {
-        return;
-      }
-      level = above[--depth];
-      continue;
-    }
-    auto const flip = static_cast<unsigned>(__builtin_ctz(level.toVisit));
-    level.toVisit &= level.toVisit - 1;
-    BasicOctant<unsigned> const& child = tree.octants[childPlace(*level.octant, flip ^ level.own)];
-    if (child.isLeaf) {
-      scan(child);
     } else {
       if (level.toVisit != 0) {
         above[depth++] = level;

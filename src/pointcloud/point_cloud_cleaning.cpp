@@ -13,7 +13,7 @@
 
 #include "core/parallel.hpp"
 #include "pointcloud/flat_states.hpp"
-#include "pointcloud/octree_search.hpp"
+#include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/radius_cleaning.hpp"
 #include "pointcloud/remaining_points.hpp"
