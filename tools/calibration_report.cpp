@@ -240,7 +240,7 @@ std::string table(Calibration const& calibration) {
         << (device.name == "projector" && calibration.isProjectorGuessed
                 ? " as far as the decoded images tell (--projector sets it)"
                 : "")
-        << '\n';
+        << (device.model.isCalibrated() ? "" : ": not calibrated, its error is half a pixel or more") << '\n';
   }
   if (calibration.devices.size() > 1) {
     out << "the averaged rotation is " << std::scientific << std::setprecision(1)

@@ -64,7 +64,8 @@ struct LaserCalibration : Calibration {
 /// Views that do not serve are left out and say why: no target or too few dots, no markers, another image
 /// size, light that does not reach enough dots, a reprojection error far above the others'.
 /// @throws Exception when fewer than three views are left, naming every view with its reason, or when all
-///         views show the target from the same side, which leaves the focal length undetermined
+///         views show the target from the same side, which leaves the focal length undetermined, or do not
+///         agree on where camera and projector stand to each other
 ScannerCalibration calibrateScanner(std::string const& folder, CalibrationSettings const& settings);
 
 /// The same for two cameras, from pose_00/target.png and pose_00/target_1.png and so on. A view that one of

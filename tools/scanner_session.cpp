@@ -177,7 +177,7 @@ ScannerCalibration calibrateScanner(std::string const& folder, CalibrationSettin
   });
   calibration.devices = {{"camera", calibration.scanner.getCameraModel()},
                          {"projector", calibration.scanner.getProjectorModel()}};
-  calibration.rotationDefect = rotationDefect(calibration.scanner.getTransform());
+  calibration.rotationDefect = agreedRotationDefect(calibration.scanner.getTransform());
   return calibration;
 }
 

@@ -56,7 +56,7 @@ StereoCalibration calibrateStereo(std::string const& folder, CalibrationSettings
   });
   calibration.devices = {{"camera", calibration.stereo.getCameraModel0()},
                          {"camera_1", calibration.stereo.getCameraModel1()}};
-  calibration.rotationDefect = rotationDefect(calibration.stereo.getTransform());
+  calibration.rotationDefect = agreedRotationDefect(calibration.stereo.getTransform());
   return calibration;
 }
 

@@ -242,9 +242,17 @@ void requireDifferentSides(mv::CameraCalibData const& data) {
   }
 }
 
-double rotationDefect(cv::Matx44d const& transform) {
+double agreedRotationDefect(cv::Matx44d const& transform) {
   cv::Matx33d const r = mv::math::getR3(transform);
-  return cv::norm(r.t() * r - cv::Matx33d::eye(), cv::NORM_INF);
+  double const defect = cv::norm(r.t() * r - cv::Matx33d::eye(), cv::NORM_INF);
+  constexpr double mostDefect = 1e-3; // two degrees
+  if (defect > mostDefect) {
+    throw calibrationFailure("The views do not agree on where the two devices stand to each other, by some " +
+                             std::to_string(cvRound(std::sqrt(defect) * 180 / CV_PI)) +
+                             " degrees: images are mirrored, columns and rows are exchanged, or a device was "
+                             "moved between the poses");
+  }
+  return defect;
 }
 
 } // namespace vorn::tools

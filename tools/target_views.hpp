@@ -96,7 +96,10 @@ std::vector<cv::Point2f> residualsOf(ViewPoints const& points, mv::CameraModel c
 ///         length undetermined
 void requireDifferentSides(mv::CameraCalibData const& data);
 
-/// Largest deviation of R^T R from the identity, R the rotation of a transform.
-double rotationDefect(cv::Matx44d const& transform);
+/// Largest deviation of R^T R from the identity, R the rotation of the transform between two devices: a mean
+/// over the views, whose deviation is about the square of the angle, in radians, by which they differ.
+/// @throws Exception when the views differ by degrees, so that the mean is no transform at all. A target is
+///         flat, so mirrored images fit each device's model and show only here.
+double agreedRotationDefect(cv::Matx44d const& transform);
 
 } // namespace vorn::tools

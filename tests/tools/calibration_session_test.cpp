@@ -95,6 +95,30 @@ TEST_F(CalibrationSession, LeavesOutBadViewsAndSaysWhy) {
               "Only 2 of 6 views can be used, and a calibration takes 3; pose_01: no target");
 }
 
+TEST_F(CalibrationSession, RefusesViewsThatFitEachDeviceButNotBoth) {
+  TemporaryFolder exchanged;
+  TemporaryFolder mirrored;
+  for (int i = 0; i < 3; ++i) {
+    fs::path const name = pose(i).filename();
+    fs::create_directory(exchanged / name);
+    fs::create_directory(mirrored / name);
+    for (auto const& entry : fs::directory_iterator(pose(i))) {
+      std::string const file = entry.path().filename().string();
+      std::string const number = file.substr(file.rfind('_') + 1);
+      bool const isColumn = file.rfind("columns", 0) == 0;
+      bool const isRow = file.rfind("rows", 0) == 0;
+      fs::copy(entry, exchanged / name / (isColumn ? "rows_" + number : isRow ? "columns_" + number : file));
+      cv::Mat image = tools::readGrayImage(entry.path().string());
+      cv::flip(image, image, 1);
+      tools::writeImage((mirrored / name / file).string(), image);
+    }
+  }
+  for (TemporaryFolder const* spoiled : {&exchanged, &mirrored}) {
+    expectError([&] { tools::calibrateScanner(spoiled->path().string(), settings()); },
+                "do not agree on where the two devices stand");
+  }
+}
+
 TEST_F(CalibrationSession, RefusesFoldersThatCannotServe) {
   TemporaryFolder const empty;
   expectError([&] { tools::calibrateScanner(empty.path().string(), settings()); }, "no folders pose_00");
