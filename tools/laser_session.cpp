@@ -102,6 +102,10 @@ std::string missText(std::size_t line, std::size_t points) {
          " points on it)";
 }
 
+void addRemark(TargetView& view, std::string const& text) {
+  view.remark += (view.remark.empty() ? "" : ", ") + text;
+}
+
 /// What the views have in common and is known after the first of them.
 struct Extents {
   cv::Size camera;
@@ -127,7 +131,7 @@ void readView(std::filesystem::path const& pose, CalibrationSettings const& sett
   for (cv::Mat const& image : images) {
     ViewLine line = pointsOnTarget(image, target, view.devices[0], settings.line);
     if (line.imgPnts.size() < leastLinePoints) {
-      view.remark += (view.remark.empty() ? "" : ", ") + missText(view.lines.size(), line.imgPnts.size());
+      addRemark(view, missText(view.lines.size(), line.imgPnts.size()));
       line.imgPnts.clear();
     }
     view.lines.push_back(std::move(line));
@@ -218,6 +222,10 @@ bool dropStrayPoints(std::vector<TargetView>& views, Distances const& distances,
         }
       }
       isAnyDropped = isAnyDropped || kept.size() < view.lines[line].imgPnts.size();
+      if (kept.empty() && !view.lines[line].imgPnts.empty()) {
+        addRemark(view, "laser line " + std::to_string(line) +
+                            " lies off the plane of the other views: target or laser moved");
+      }
       view.lines[line].imgPnts = std::move(kept);
       ++number;
     }
@@ -270,6 +278,7 @@ LaserCalibration calibrateLaser(std::string const& folder, CalibrationSettings c
       isAnyDropped = dropStrayPoints(views, distances, line) || isAnyDropped;
     }
     if (isAnyDropped) {
+      requireLines(views, extents.lines);
       data = lineData(views);
       calibration.scanner = calibrated(data, extents);
       distances = distancesFromPlanes(calibration.scanner, data);

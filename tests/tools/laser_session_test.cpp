@@ -247,6 +247,21 @@ TEST_F(LaserSession, NamesTheViewsThatALineMisses) {
   EXPECT_EQ(fs::file_size(spoiled / "laser.json"), 3U);
 }
 
+TEST_F(LaserSession, NamesAViewInWhichTheTargetMoved) {
+  TemporaryFolder spoiled;
+  fs::copy(*folder / "calib", spoiled.path(), fs::copy_options::recursive);
+  std::string const path = spoiled / "pose_03/line_00.png";
+  cv::Mat const image = tools::readGrayImage(path);
+  constexpr int shift = 12; // pixels
+  cv::Mat moved = cv::Mat::zeros(image.size(), CV_8U);
+  image.rowRange(0, image.rows - shift).copyTo(moved.rowRange(shift, image.rows));
+  tools::writeImage(path, moved);
+  auto const calibration = tools::calibrateLaser(spoiled.path().string(), settings());
+  EXPECT_NE(tools::table(calibration).find("pose_03: laser line 0 lies off the plane"), std::string::npos)
+      << tools::table(calibration);
+  EXPECT_EQ(calibration.views[2].remark, "");
+}
+
 TEST_F(LaserSession, WritesAllFilesOfACalibrationOrNone) {
   TemporaryFolder const out;
   auto const calibrate = [&](std::string const& object, char const* plot) {
