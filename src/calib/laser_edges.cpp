@@ -15,8 +15,13 @@ namespace vorn::mv {
 
 namespace {
 
-/// Stripes of neighbouring columns belong to one line when they lie no further apart, in pixels.
-constexpr double mostStep = 2;
+/// Stripes of neighbouring columns belong to one line when they lie no further apart, in pixels. A line whose
+/// places lie s apart is sqrt(1 + s^2) times as wide along the columns as across, so for one of a pixel
+/// across the width bounds s.
+double mostStep(ProfilePeak const& a, ProfilePeak const& b) {
+  constexpr double least = 2;
+  return std::max({least, a.width, b.width});
+}
 
 /// From so many pairs of neighbours on, their differences tell the noise.
 constexpr std::size_t leastPairs = 20;
@@ -40,13 +45,16 @@ std::vector<Chain> chainsOf(std::vector<LaserSample> const& samples) {
   std::size_t before = 0; // the first sample of the column before, not taken up yet
   for (std::size_t i = 0; i < samples.size(); ++i) {
     int const line = samples[i].line;
-    double const place = samples[i].peak.place;
-    while (before < i &&
-           (samples[before].line < line - 1 ||
-            (samples[before].line == line - 1 && samples[before].peak.place < place - mostStep))) {
+    ProfilePeak const& peak = samples[i].peak;
+    auto const isBefore = [&](LaserSample const& other) {
+      return other.line < line - 1 ||
+             (other.line == line - 1 && other.peak.place < peak.place - mostStep(peak, other.peak));
+    };
+    while (before < i && isBefore(samples[before])) {
       ++before;
     }
-    if (before < i && samples[before].line == line - 1 && samples[before].peak.place <= place + mostStep) {
+    if (before < i && samples[before].line == line - 1 &&
+        samples[before].peak.place <= peak.place + mostStep(peak, samples[before].peak)) {
       chainOf[i] = chainOf[before++];
     } else {
       chainOf[i] = chains.size();
@@ -155,7 +163,7 @@ void flagChangeOfLight(std::vector<LaserSample> const& samples, std::vector<Chai
                        std::vector<bool>& flags) {
   constexpr std::size_t reach = 3;
   constexpr std::size_t leastCount = 3;
-  /// A change of the logarithm of the height that moves a stripe by a twentieth of its width.
+  /// A change of the logarithm of the height, over the stripe's width, that moves it by a twentieth of that.
   constexpr double mostChangePerWidth = 0.05;
   std::vector<double> heights;
   for (LaserSample const& sample : samples) {
@@ -180,7 +188,12 @@ void flagChangeOfLight(std::vector<LaserSample> const& samples, std::vector<Chai
       ProfilePeak const& peak = samples[chain[k]].peak;
       double const deviation =
           std::sqrt(noise.variance(peak.contrast)) / (peak.contrast * std::sqrt(squares));
-      double const most = std::max(mostChangePerWidth / peak.width, mostDeviations * deviation);
+      // By 1 / cos of its angle, the line is wider along the column than across, and a column's step along it
+      // is longer than a pixel.
+      double const slope = (samples[chain[end - 1]].peak.place - samples[chain[first]].peak.place) /
+                           static_cast<double>(end - 1 - first);
+      double const most =
+          std::max(mostChangePerWidth * (1 + slope * slope) / peak.width, mostDeviations * deviation);
       flags[chain[k]] = flags[chain[k]] || std::abs(moment / squares) > most;
     }
   }

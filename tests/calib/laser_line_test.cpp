@@ -189,10 +189,7 @@ TEST(LaserLine, StripesNarrowerThanPixelsHaveAFiniteAsymmetry) {
 
 /// A line over a straight edge between two brightnesses, as a lens would show it.
 struct LineOverEdge {
-  static constexpr int columns = 400;
-  static constexpr int rows = 61;
-  static constexpr int fine = 4; // rays a pixel and direction
-  static constexpr double slope = 0.021;
+  static constexpr int fine = 4;             // rays a pixel and direction
   static constexpr double stripeWidth = 1.6; // of the light; the lens and the pixels widen it
   static constexpr double lensBlur = 0.55;
 
@@ -200,8 +197,22 @@ struct LineOverEdge {
   double (*stripe)(double) = [](double y) { return std::exp(-y * y / (2 * stripeWidth * stripeWidth)); };
   double step = 1;  ///< brightness beyond the edge
   double angle = 0; ///< between edge and line, degrees
+  int columns = 400;
+  int rows = 61;
+  double slope = 0.021;
 
-  static double place(double x) { return rows / 2 + 0.3 + slope * (x - columns / 2); }
+  double place(double x) const { return rows / 2 + 0.3 + slope * (x - columns / 2); }
+
+  /// The farthest found place from the true one, away from the ends of the line.
+  double worst(cv::Mat const& image, LaserLineOptions const& options = {}) const {
+    constexpr float end = 5;
+    double most = 0;
+    for (cv::Point2f const& p : extract_laser_line(image, options)) {
+      bool const isEnd = p.x < end || p.x > static_cast<float>(columns) - end;
+      most = isEnd ? most : std::max(most, std::abs(p.y - place(p.x)));
+    }
+    return most;
+  }
 
   cv::Mat image(double height) const {
     cv::Mat_<float> light(rows * fine, columns * fine);
@@ -233,29 +244,22 @@ TEST(LaserLine, DropsWhatAnEdgeOfBrightnessMoves) {
       edge.step = step;
       edge.angle = angle;
       cv::Mat const image = edge.image(200);
-      auto const worst = [&](LaserLineOptions const& options) {
-        double most = 0;
-        for (cv::Point2f const& p : extract_laser_line(image, options)) {
-          most = std::max(most, std::abs(p.y - LineOverEdge::place(p.x)));
-        }
-        return most;
-      };
       // A twentieth of the width by what is too small to be seen, and five deviations of the noise.
       constexpr double mostMoved = 0.2;
-      EXPECT_LT(worst({}), mostMoved);
+      EXPECT_LT(edge.worst(image), mostMoved);
       if (step < 0.5 && angle < 60) {
-        EXPECT_GT(worst(everything), 2 * mostMoved) << "the edge does move stripes";
+        EXPECT_GT(edge.worst(image, everything), 2 * mostMoved) << "the edge does move stripes";
       }
       // The stripes that the edge reaches, and the neighbours that are judged together with them.
       double const reach = 12 + 4 * LineOverEdge::stripeWidth / std::sin(angle * CV_PI / 180);
       int kept = 0;
       int plain = 0;
-      std::vector<bool> isFound(LineOverEdge::columns);
+      std::vector<bool> isFound(static_cast<std::size_t>(edge.columns));
       for (cv::Point2f const& p : extract_laser_line(image)) {
         isFound[static_cast<std::size_t>(p.x)] = true;
       }
-      for (int x = 0; x < LineOverEdge::columns; ++x) {
-        bool const isPlain = std::abs(x - LineOverEdge::columns / 2) > reach;
+      for (int x = 0; x < edge.columns; ++x) {
+        bool const isPlain = std::abs(x - edge.columns / 2) > reach;
         plain += isPlain ? 1 : 0;
         kept += isPlain && isFound[static_cast<std::size_t>(x)] ? 1 : 0;
       }
@@ -264,10 +268,27 @@ TEST(LaserLine, DropsWhatAnEdgeOfBrightnessMoves) {
   }
 }
 
+TEST(LaserLine, DropsWhatAnEdgeMovesOnASteepLine) {
+  LineOverEdge edge;
+  edge.slope = 3;
+  edge.columns = 120;
+  edge.rows = 400;
+  edge.step = 0.45;
+  edge.angle = 60;
+  edge.stripe = [](double y) { return std::exp(-y * y / (2 * 3.2 * 3.2)); };
+  cv::Mat const image = edge.image(200);
+  LaserLineOptions everything;
+  everything.dropMoved = false;
+  constexpr double mostMoved = 0.4; // a tenth of the width along the columns
+  EXPECT_GT(edge.worst(image, everything), 2 * mostMoved) << "the edge does move stripes";
+  EXPECT_LT(edge.worst(image), mostMoved);
+  EXPECT_GT(extract_laser_line(image).size(), 90U) << "and leaves most of them";
+}
+
 TEST(LaserLine, KeepsALaserThatIsAsymmetricItself) {
   LineOverEdge skewed;
   skewed.stripe = [](double y) { return std::exp(-y * y / (y < 0 ? 3.0 : 7.0)); };
-  EXPECT_GE(extract_laser_line(skewed.image(200)).size(), LineOverEdge::columns - 2U);
+  EXPECT_GE(extract_laser_line(skewed.image(200)).size(), static_cast<std::size_t>(skewed.columns) - 2);
 }
 
 TEST(LaserLine, TakesGreyAndColourRegions) {

@@ -45,7 +45,9 @@ struct LaserLineOptions {
   /// The highest peaks of a column or row are kept, up to this many.
   int maxPeaks = 1;
   /// Stripes are dropped where an edge of the surface's brightness has moved them: where the profile is less
-  /// symmetric than noise explains, or the line's height changes by more than 5 % over the stripe's width.
+  /// symmetric than noise explains, or the line's height changes by more than 5 % over the stripe's width. An
+  /// edge that follows about half of the line or more, within two degrees of it, is not found out: it looks
+  /// like a laser that is asymmetric itself.
   bool dropMoved = true;
 };
 
