@@ -182,7 +182,8 @@ ViewPoints findTarget(fs::path const& picture, mv::CalibPatternDetector const& d
   }
   auto const found = detector.detect(image);
   if (found.isEmpty()) {
-    throw calibrationFailure("no target found in " + name + ", or fewer dots than MinKeypointCount");
+    throw calibrationFailure("no target found in " + name +
+                             ", or fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels");
   }
   if (!found.isOriginMarked()) {
     throw calibrationFailure("the marker dots are not in view in " + name);
