@@ -30,6 +30,11 @@ if(VORN_MV_BUILD_TOOLS)
   # Where Debian's zsh looks for the functions of packages is not where everybody's does.
   set(VORN_MV_ZSH_FUNCTIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Folder for zsh's completion")
   set(manual_dir ${PROJECT_BINARY_DIR}/tools)
+  # The tool runs from any prefix, whether the loader looks for libraries there or not; packages need no such path.
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH library_from_tool ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set_target_properties(vorn-mv PROPERTIES INSTALL_RPATH "$ORIGIN/${library_from_tool}")
+  endif()
   install(TARGETS vorn-mv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(FILES ${manual_dir}/vorn-mv.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES ${manual_dir}/vorn-mv.bash RENAME vorn-mv

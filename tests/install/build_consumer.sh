@@ -22,4 +22,4 @@ export PKG_CONFIG_PATH="$library_dir/pkgconfig"
   $(pkg-config --cflags --libs vorn_mv)
 LD_LIBRARY_PATH="$library_dir" "$work/consumer_pkgconfig"
 
-LD_LIBRARY_PATH="$library_dir" "$work/prefix/bin/vorn-mv" --version
+"$work/prefix/bin/vorn-mv" --version
