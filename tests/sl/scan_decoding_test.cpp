@@ -199,12 +199,15 @@ TEST(Decode, BlurSmoothsThePhase) {
   makeNoisy(rig);
   Scan scan(rig, sim::demoScene());
   sim::MapComparison const sharp = judge(scan, scan.scanner.decode(scan.images));
-  scan.scanner["PhaseBlurRadius"] = 1;
-  sim::MapComparison const smooth = judge(scan, scan.scanner.decode(scan.images));
-  EXPECT_GE(smooth.cleanReturned, leastComplete * smooth.clean);
-  EXPECT_LE(smooth.orderErrors, mostOrderErrors * smooth.returned);
-  // Nine pixels would make it a third on a plane; curved surfaces gain less.
-  EXPECT_LT(smooth.overBound(), 0.6 * sharp.overBound());
+  // Nine pixels make it a third and twenty-five a fifth on a plane; curved surfaces gain less. A fringe is
+  // six pixels wide here: what averages across it without regard to its run loses at the second radius.
+  for (auto const& [radius, share] : {std::pair(1, 0.4), std::pair(2, 0.3)}) {
+    scan.scanner["PhaseBlurRadius"] = radius;
+    sim::MapComparison const smooth = judge(scan, scan.scanner.decode(scan.images));
+    EXPECT_GE(smooth.cleanReturned, leastComplete * smooth.clean);
+    EXPECT_LE(smooth.orderErrors, mostOrderErrors * smooth.returned);
+    EXPECT_LT(smooth.overBound(), share * sharp.overBound()) << "radius " << radius;
+  }
 }
 
 TEST(Decode, IsTheSameForViewsThreadsAndReusedMemory) {
