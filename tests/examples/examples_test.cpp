@@ -5,9 +5,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <sstream>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -94,6 +96,29 @@ private:
   TemporaryFolder folder_;
 };
 
+/// Collects the names of all members at any depth, those of a scanner's properties excepted.
+void collectNames(nlohmann::json const& json, std::set<std::string>& names) {
+  for (auto const& [name, value] : json.items()) {
+    if (json.is_object()) {
+      names.insert(name);
+    }
+    if (value.is_structured() && name != "Properties") {
+      collectNames(value, names);
+    }
+  }
+}
+
+/// Expects that the page on files says what every member of a JSON file is.
+void expectDescribed(fs::path const& path) {
+  static std::string const page = contentOf(fs::path(VORN_MV_SOURCE) / "docs/files.md");
+  std::set<std::string> names;
+  collectNames(nlohmann::json::parse(contentOf(path)), names);
+  EXPECT_GE(names.size(), 6U);
+  for (std::string const& name : names) {
+    EXPECT_NE(page.find('"' + name + '"'), std::string::npos) << name << " in " << path.filename();
+  }
+}
+
 /// Root mean square distance of the points near a surface from it, and how many there are.
 struct Fit {
   double rms = 0;
@@ -139,6 +164,9 @@ TEST(Examples, ScriptsLeadFromPhotographsToACleanCloud) {
   Workplace const work;
   work.run("calibrate.sh");
   work.run("scan.sh");
+  for (char const* file : {"scanner.json", "calibration.json", "scan.json"}) {
+    expectDescribed(work / file);
+  }
   Fit const ball = ballFit(work.cloud("cloud.ply"));
   constexpr int fewest = 900;
   EXPECT_LT(ball.rms, mostError);
@@ -187,6 +215,8 @@ std::vector<double> numbersIn(std::string const& text) {
 TEST(Examples, TwoCamerasMeasureTheTarget) {
   Workplace const work;
   std::string const output = work.run("two_cameras.sh");
+  expectDescribed(work / "stereo.json");
+  expectDescribed(work / "stereo_report.json");
   std::string const answer = output.substr(output.rfind('\n', output.find("points; their rays")) + 1);
   std::vector<double> const numbers = numbersIn(answer);
   ASSERT_EQ(numbers.size(), 5U) << answer; // points, gap, lengths, their error, rows
@@ -265,6 +295,7 @@ TEST(Examples, ExposureIsThatOfTheImages) {
 TEST(Examples, LaserScansLieOnTheScene) {
   Workplace const work;
   work.run("laser.sh");
+  expectDescribed(work / "laser.json");
   constexpr int fewest = 300;
   Fit const fromTool = planeFit(work.cloud("laser.ply"));
   EXPECT_LT(fromTool.rms, mostError);
