@@ -41,6 +41,16 @@ std::vector<fs::path> pages() {
   return paths;
 }
 
+/// All matches in a page, each with its groups.
+std::vector<Lines> matchesIn(fs::path const& page, std::regex const& pattern) {
+  std::string const text = contentOf(page);
+  std::vector<Lines> matches;
+  for (std::sregex_iterator it(text.begin(), text.end(), pattern); it != std::sregex_iterator(); ++it) {
+    matches.emplace_back(it->begin(), it->end());
+  }
+  return matches;
+}
+
 /// A fenced code block.
 struct Block {
   std::string language;
@@ -180,9 +190,8 @@ TEST(Documentation, NamesEveryPublicClassAndFunction) {
   std::set<std::string> written;
   std::regex const word(R"(\w+)");
   for (fs::path const& page : pages()) {
-    std::string const text = contentOf(page);
-    for (std::sregex_iterator it(text.begin(), text.end(), word); it != std::sregex_iterator(); ++it) {
-      written.insert(it->str());
+    for (Lines const& match : matchesIn(page, word)) {
+      written.insert(match[0]);
     }
   }
   std::set<std::string> const exported = exportedNames();
@@ -197,9 +206,8 @@ TEST(Documentation, EveryPageIsLinked) {
   std::set<fs::path> linked;
   std::regex const link(R"rx(\]\(([^)\s#]+\.md))rx");
   for (fs::path const& page : pages()) {
-    std::string const text = contentOf(page);
-    for (std::sregex_iterator it(text.begin(), text.end(), link); it != std::sregex_iterator(); ++it) {
-      linked.insert((page.parent_path() / (*it)[1].str()).lexically_normal());
+    for (Lines const& match : matchesIn(page, link)) {
+      linked.insert((page.parent_path() / match[1]).lexically_normal());
     }
   }
   for (fs::path const& page : pages()) {
@@ -213,10 +221,9 @@ TEST(Documentation, CommandsAndOptionsExist) {
   std::regex const option(R"(--[a-z][a-z-]*)");
   int count = 0;
   for (fs::path const& page : pages()) {
-    std::string const text = contentOf(page);
-    for (std::sregex_iterator it(text.begin(), text.end(), command); it != std::sregex_iterator(); ++it) {
-      std::string const verb = (*it)[1];
-      std::string const rest = (*it)[2];
+    for (Lines const& match : matchesIn(page, command)) {
+      std::string const& verb = match[1];
+      std::string const& rest = match[2];
       if (help.count(verb) == 0) {
         ToolOutcome const outcome = run({verb, "--help"});
         EXPECT_EQ(outcome.status, 0) << page << ": vorn-mv " << verb;
@@ -259,9 +266,8 @@ std::set<std::string> anchorsOf(fs::path const& page) {
 TEST(Documentation, LinksLeadSomewhere) {
   std::regex const link(R"rx(\]\(([^)\s]+)\)|<img src="([^"]+)")rx");
   for (fs::path const& page : pages()) {
-    std::string const text = contentOf(page);
-    for (std::sregex_iterator it(text.begin(), text.end(), link); it != std::sregex_iterator(); ++it) {
-      std::string const target = (*it)[1].str() + (*it)[2].str();
+    for (Lines const& match : matchesIn(page, link)) {
+      std::string const target = match[1] + match[2];
       if (target.find("://") != std::string::npos) {
         continue;
       }
