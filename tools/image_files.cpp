@@ -77,6 +77,10 @@ cv::Mat readGrayImage(std::string const& path) {
   return decoded(path, cv::IMREAD_GRAYSCALE);
 }
 
+cv::Mat readLaserImage(std::string const& path) {
+  return decoded(path, cv::IMREAD_ANYCOLOR);
+}
+
 cv::Mat readImage(std::string const& path) {
   return decoded(path, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
 }
@@ -146,12 +150,13 @@ std::vector<NumberedFile> findSequence(std::string const& folder, std::string co
   return files;
 }
 
-std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix) {
+std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix,
+                                  cv::Mat (*read)(std::string const&)) {
   std::vector<NumberedFile> const files = findSequence(folder, prefix);
   std::vector<cv::Mat> images;
   Progress progress("Reading " + prefix, static_cast<int>(files.size()));
   for (NumberedFile const& file : files) {
-    images.push_back(readGrayImage(file.path));
+    images.push_back(read(file.path));
     if (images.back().size() != images.front().size()) {
       throw failure(file.path + " is " + sizeText(images.back().size()) + ", but " + files.front().path +
                     " is " + sizeText(images.front().size()));

@@ -13,6 +13,11 @@ namespace vorn::tools {
 /// @throws Exception when the file cannot be opened or is no picture that OpenCV reads
 cv::Mat readGrayImage(std::string const& path);
 
+/// Reads a picture in 8 bits, as colours (blue, green, red) where it has any: grey would take most of its
+/// light from a blue or a red laser.
+/// @throws Exception as `readGrayImage`
+cv::Mat readLaserImage(std::string const& path);
+
 /// Reads a picture in the type it is stored in, with alpha dropped.
 cv::Mat readImage(std::string const& path);
 
@@ -45,9 +50,10 @@ struct NumberedFile {
 ///         between 0 and the last
 std::vector<NumberedFile> findSequence(std::string const& folder, std::string const& prefix);
 
-/// Reads the sequence PREFIX_00, PREFIX_01, ... as 8-bit grey images of one size.
+/// Reads the sequence PREFIX_00, PREFIX_01, ..., images of one size, each by `read`.
 /// @throws Exception that names the picture which is missing, unreadable or of another size than the first
-std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix);
+std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix,
+                                  cv::Mat (*read)(std::string const&) = readGrayImage);
 
 /// The name of picture `number` of a sequence: FOLDER/PREFIX_NN.png.
 std::string sequencePath(std::string const& folder, std::string const& prefix, int number);

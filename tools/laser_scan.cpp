@@ -148,7 +148,7 @@ mv::LaserLineOptions::Direction directionOf(mv::Plane3f const& plane) {
 }
 
 cv::Mat readLineImage(std::string const& path, cv::Size const& expected) {
-  cv::Mat image = readGrayImage(path);
+  cv::Mat image = readLaserImage(path);
   if (image.size() != expected) {
     throw failure(path + " is " + sizeText(image.size()) + ", but the scanner's camera has " +
                   sizeText(expected));

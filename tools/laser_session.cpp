@@ -116,7 +116,7 @@ void readView(std::filesystem::path const& pose, CalibrationSettings const& sett
               TargetView& view) {
   view.devices = {findTarget(pose / "target.png", settings.detector, extents.camera)};
   cv::Mat const target = readGrayImage((pose / "target.png").string());
-  std::vector<cv::Mat> const images = readSequence(pose.string(), "line");
+  std::vector<cv::Mat> const images = readSequence(pose.string(), "line", readLaserImage);
   if (images.empty()) {
     throw calibrationFailure("there is no line_00.png");
   }

@@ -146,6 +146,27 @@ TEST_F(LaserSession, ScansAsWellAsTheNoiseAllows) {
   EXPECT_GT(scan.points.size(), 2U * positions * 500U);
 }
 
+TEST_F(LaserSession, SeesABlueLaserInColourPictures) {
+  TemporaryFolder const blue;
+  fs::copy(*folder / "scan", blue / "scan", fs::copy_options::recursive);
+  fs::copy(*folder / "calib", blue / "calib", fs::copy_options::recursive);
+  for (auto const& entry : fs::recursive_directory_iterator(blue.path())) {
+    std::string const path = entry.path().string();
+    if (entry.path().filename().string().rfind("line_", 0) == 0) {
+      cv::Mat const grey = tools::readGrayImage(path);
+      cv::Mat colours;
+      cv::merge(std::vector<cv::Mat>{grey, grey / 8, grey / 8}, colours);
+      tools::writeImage(path, colours);
+    }
+  }
+  mv::LineScanner const scanner = trueScanner();
+  EXPECT_EQ(tools::scanLaser(blue / "scan", scanner, {}, {}).points,
+            tools::scanLaser(*folder / "scan", scanner, {}, {}).points);
+  auto const calibration = tools::calibrateLaser((blue / "calib").string(), settings());
+  auto const expected = tools::calibrateLaser((*folder / "calib").string(), settings());
+  EXPECT_EQ(calibration.views[0].lines[0].imgPnts, expected.views[0].lines[0].imgPnts);
+}
+
 TEST_F(LaserSession, AnEncoderTellsTheSameAsEvenSteps) {
   mv::LineScanner const scanner = trueScanner();
   tools::LaserScan const even = tools::scanLaser(*folder / "scan", scanner, {"0,4,1", ""}, {});
