@@ -26,7 +26,7 @@ int main(int argc, char** argv) try {
 
   vorn::graphic::GraphicObject cloud;
   for (int i = 3; i < argc - 1; ++i) {
-    cv::Mat const image = cv::imread(argv[i], cv::IMREAD_GRAYSCALE);
+    cv::Mat const image = cv::imread(argv[i], cv::IMREAD_ANYCOLOR);
     auto const pixels = vorn::mv::extract_laser_line(image, line);
     for (cv::Point3f const& p : scanner.triangulate(pixels, 0, {0, 0})) {
       if (std::isfinite(p.z) && p.z > 0) {
