@@ -124,6 +124,7 @@ double lowerQuartile(std::vector<double> values) {
 void flagAsymmetry(std::vector<LaserSample> const& samples, std::vector<Chain> const& chains,
                    std::size_t part, std::vector<bool>& flags) {
   std::vector<double> odd;
+  odd.reserve(samples.size());
   for (LaserSample const& sample : samples) {
     odd.push_back(sample.peak.odd[part] / sample.peak.contrast);
   }
@@ -166,6 +167,7 @@ void flagChangeOfLight(std::vector<LaserSample> const& samples, std::vector<Chai
   /// A change of the logarithm of the height, over the stripe's width, that moves it by a twentieth of that.
   constexpr double mostChangePerWidth = 0.05;
   std::vector<double> heights;
+  heights.reserve(samples.size());
   for (LaserSample const& sample : samples) {
     heights.push_back(sample.peak.contrast);
   }
