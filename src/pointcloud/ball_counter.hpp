@@ -56,7 +56,7 @@ private:
   static constexpr std::size_t batchSize = 8;
   /// While more wait than these, octants are entered one by one, each for at most eight of the next level.
   static constexpr std::size_t mostForBatches = 512;
-  static constexpr std::size_t mostWaiting = mostForBatches + 8 * batchSize + 7 * maxOctreeDepth;
+  static constexpr std::size_t mostWaiting = mostForBatches + 8 * batchSize + 7 * std::size_t{maxOctreeDepth};
   /// Leaves that are gathered before their points are counted, give or take those of one batch.
   static constexpr std::size_t mostLeaves = 40;
   /// With a place that is written to but not kept.
