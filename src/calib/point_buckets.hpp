@@ -13,7 +13,7 @@ namespace vorn::mv {
 class PointBuckets {
 public:
   /// Every call of `visit` gets points at most `cellSize` cells' width away quickly; any radius is allowed.
-  PointBuckets(std::vector<cv::Point2d> const& points, double cellSize) : points_(points) {
+  PointBuckets(std::vector<cv::Point2d> const& points, double cellSize) {
     if (points.empty()) {
       return;
     }
@@ -27,7 +27,7 @@ public:
     cellSize_ = std::max({cellSize, (high.x - low_.x) / mostCells, (high.y - low_.y) / mostCells, 1e-6});
     columns_ = static_cast<int>((high.x - low_.x) / cellSize_) + 1;
     rows_ = static_cast<int>((high.y - low_.y) / cellSize_) + 1;
-    starts_.assign(static_cast<std::size_t>(columns_) * rows_ + 1, 0);
+    starts_.assign(static_cast<std::size_t>(columns_) * static_cast<std::size_t>(rows_) + 1, 0);
     for (cv::Point2d const& p : points) {
       ++starts_[cellOf(p) + 1];
     }
@@ -72,7 +72,6 @@ private:
            static_cast<std::size_t>(column(p.x));
   }
 
-  std::vector<cv::Point2d> const& points_;
   cv::Point2d low_;
   double cellSize_ = 1;
   int columns_ = 0;
