@@ -32,7 +32,6 @@ void radixSort(std::vector<std::uint64_t>& keys, std::vector<std::uint64_t>& oth
       ++counts[pass][digitOf(key, digitShifts[pass])];
     }
   }
-  other.resize(keys.size());
   for (std::size_t pass = 0; pass < digitShifts.size(); ++pass) {
     unsigned int const shift = digitShifts[pass];
     if (counts[pass][digitOf(keys[0], shift)] == keys.size()) {
@@ -44,6 +43,7 @@ void radixSort(std::vector<std::uint64_t>& keys, std::vector<std::uint64_t>& oth
       count = start;
       start += size;
     }
+    other.resize(keys.size());
     for (std::uint64_t const key : keys) {
       other[counts[pass][digitOf(key, shift)]++] = key;
     }
@@ -54,9 +54,13 @@ void radixSort(std::vector<std::uint64_t>& keys, std::vector<std::uint64_t>& oth
 } // namespace
 
 void GrowthQueue::clear() {
+  clearSeeds();
+  later_.clear();
+}
+
+void GrowthQueue::clearSeeds() {
   seeds_.clear();
   next_ = 0;
-  later_.clear();
 }
 
 std::uint64_t GrowthQueue::keyOf(float quality, std::uint32_t index) {

@@ -10,10 +10,12 @@ namespace vorn::mv {
 /// Hands out pixels by falling quality, equal qualities by rising index, a quality of NaN last.
 ///
 /// Most pixels are known before growth starts. Sorted once they cost a fifth of what a heap would take for
-/// them; only those that come later go through a heap.
+/// them; only those that come later go through a heap. Seeds may come in parts, each after the one before it
+/// has had its turn, if no seed of a part has its turn before one of an earlier part.
 class GrowthQueue {
 public:
   void clear();
+  void clearSeeds();
 
   /// Takes a pixel before growth starts; in the order of their indices.
   void addSeed(float quality, std::uint32_t index) { seeds_.push_back(keyOf(quality, index)); }
@@ -22,14 +24,16 @@ public:
 
   void push(float quality, std::uint32_t index);
 
-  bool empty() const { return next_ == seeds_.size() && later_.empty(); }
+  bool empty() const { return !hasSeeds() && later_.empty(); }
+  /// Whether a seed has not had its turn.
+  bool hasSeeds() const { return next_ < seeds_.size(); }
   /// Takes out the pixel whose turn it is.
   std::uint32_t pop();
 
-private:
-  /// The larger key has its turn first.
+  /// The larger key has its turn first; the upper half is the quality's.
   static std::uint64_t keyOf(float quality, std::uint32_t index);
 
+private:
   std::vector<std::uint64_t> seeds_;  ///< sorted, the largest first
   std::size_t next_ = 0;              ///< the first seed that has not had its turn
   std::vector<std::uint64_t> later_;  ///< a heap

@@ -3,14 +3,13 @@
 #include "sl/phase_unwrapping.hpp"
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <functional>
+#include <cstdint>
+#include <stdexcept>
 
 #include <opencv2/core.hpp>
 
 #include "core/parallel.hpp"
-#include "sl/growth_queue.hpp"
+#include "sl/region_growth.hpp"
 #include "sl/stack_checks.hpp"
 #include "sl/unwrap_seeding.hpp"
 
@@ -18,87 +17,11 @@ namespace vorn::mv {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586;
-constexpr float twoPiFloat = 6.2831855F;
-constexpr float piFloat = 3.1415927F;
-constexpr float rejected = -1.0F;
+/// Part of the pixels that is gathered at a time. On most scans one batch takes all of them.
+constexpr std::size_t batchesPerMap = 16;
 
-/// std::floor, inline: growth asks for it four times a pixel.
-float floorOf(float value) {
-  constexpr float allAreIntegersFrom = 8388608.0F; // 2^23
-  bool const hasFraction = std::abs(value) < allAreIntegersFrom;
-  auto const truncated = static_cast<float>(static_cast<int>(hasFraction ? value : 0.0F));
-  float const floored = truncated - (truncated > value ? 1.0F : 0.0F);
-  return hasFraction ? floored : value;
-}
-
-/// The growth in one region after another.
-class Growth {
-public:
-  explicit Growth(GrowthPixel* pixels) : pixels_(pixels) {}
-
-  void run(std::uint32_t begin, std::uint32_t end) {
-    queue_.clear();
-    for (std::uint32_t k = begin; k < end; ++k) {
-      if (pixels_[k].state == unwrap_state::waiting) {
-        queue_.addSeed(pixels_[k].quality, k);
-      }
-    }
-    queue_.sortSeeds();
-    while (!queue_.empty()) {
-      grow(queue_.pop());
-    }
-  }
-
-private:
-  /// Gives a waiting pixel the fringe order that fits one of its unwrapped neighbours best.
-  void grow(std::uint32_t index) {
-    GrowthPixel& pixel = pixels_[index];
-    float const wrapped = pixel.phase;
-    float best = rejected;
-    float bestDistance = 9999.0F;
-    for (float const absolute : pixel.known) {
-      float const order = floorOf(static_cast<float>((absolute - wrapped) / twoPi + 0.5));
-      float const candidate = order * twoPiFloat + wrapped;
-      float const distance = std::abs(candidate - absolute);
-      // Which neighbours are unwrapped is as good as random: selecting is cheaper than branching.
-      bool const isBetter = distance < bestDistance;
-      bestDistance = isBetter ? distance : bestDistance;
-      best = isBetter ? candidate : best;
-    }
-    if (bestDistance >= piFloat) {
-      pixel.phase = rejected;
-      return;
-    }
-    pixel.phase = best;
-    pixel.state = unwrap_state::unwrapped;
-    if (pixel.hasLeft) {
-      tell(index - 1, 1, best);
-    }
-    if (pixel.hasRight) {
-      tell(index + 1, 0, best);
-    }
-    if (pixel.upper != noGrowthPixel) {
-      tell(pixel.upper, 3, best);
-    }
-    if (pixel.lower != noGrowthPixel) {
-      tell(pixel.lower, 2, best);
-    }
-  }
-
-  /// Tells a pixel the absolute phase of its neighbour on the given side.
-  void tell(std::uint32_t index, int side, float absolute) {
-    GrowthPixel& pixel = pixels_[index];
-    pixel.known[side] = absolute;
-    if (pixel.state == unwrap_state::unreached) {
-      pixel.state = unwrap_state::waiting;
-      queue_.push(pixel.quality, index);
-    }
-  }
-
-  GrowthPixel* pixels_;
-  GrowthQueue queue_;
-};
+/// Gathered pixels are numbered with 30 bits, and so are more of them than a map of this size has in a batch.
+constexpr std::size_t mostPixels = std::size_t{1} << 31;
 
 void unwrap(UnwrapMaps const& maps, GrowthRegions& regions) {
   regions.clear();
@@ -109,14 +32,22 @@ void unwrap(UnwrapMaps const& maps, GrowthRegions& regions) {
   for (int row = 1; row + 1 < maps.phase.rows; ++row) {
     regions.addRow(seeding.nextRow(), maps.state.ptr<uchar>(row));
   }
-  regions.gather(maps);
-  parallelRows(regions.count(), [&](int first, int end) {
-    Growth growth(regions.pixels());
-    for (int region = first; region < end; ++region) {
-      growth.run(regions.begin(region), regions.begin(region + 1));
-    }
-  });
-  regions.writeBack(maps);
+  regions.layOut(static_cast<std::uint32_t>(maps.phase.total() / batchesPerMap));
+  for (int batch = 0; batch < regions.batchCount(); ++batch) {
+    regions.gather(batch, maps);
+    int const large = batch == 0 ? regions.largeCount() : 0;
+    parallelRows(large + regions.count(), [&](int first, int end) {
+      RegionGrowth growth(maps, regions);
+      for (int region = first; region < end; ++region) {
+        if (region < large) {
+          growth.growLarge(region);
+        } else {
+          growth.growGathered(region - large);
+        }
+      }
+    });
+    regions.writeBack(maps);
+  }
 }
 
 } // namespace
@@ -132,6 +63,9 @@ void unwrap_phase(cv::Mat_<float>& phase, cv::Mat_<float> const& quality, cv::Ma
   requireMap(state, "state map", CV_8UC1, size);
   requireMap(code, "code map", CV_16SC1, size);
   requireMask(mask, size);
+  if (phase.total() >= mostPixels) {
+    throw std::invalid_argument("The phase map has more pixels than 31 bits can number");
+  }
   cv::Mat_<float> const fixedQuality = mayOverlap(quality, phase) ? quality.clone() : quality;
   cv::Mat const fixedMask = mayOverlap(mask, state) ? mask.clone() : mask;
   unwrap({phase, fixedQuality, state, code, fixedMask}, regions);

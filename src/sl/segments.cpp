@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/simd.hpp"
+
 namespace vorn::mv::sl {
 
 namespace {
@@ -12,6 +14,29 @@ namespace {
 int firstWith(uchar const* row, int x, int n, uchar value) {
   void const* const found = x < n ? std::memchr(row + x, value, static_cast<std::size_t>(n - x)) : nullptr;
   return found != nullptr ? static_cast<int>(static_cast<uchar const*>(found) - row) : n;
+}
+
+/// How many runs of `value` a row has.
+VORN_TARGET_CLONES
+int countRuns(uchar const* row, int n, uchar value) {
+  int count = n > 0 && row[0] == value ? 1 : 0;
+  for (int x = 1; x < n; ++x) {
+    count += (row[x] == value) & (row[x - 1] != value) ? 1 : 0;
+  }
+  return count;
+}
+
+/// Makes room for all runs of a map: counting them costs less than a list that grows, in time and memory.
+void makeRoom(std::vector<Run>& runs, cv::Mat_<uchar> const& map, uchar value) {
+  std::size_t count = 0;
+  for (int y = 0; y < map.rows; ++y) {
+    count += static_cast<std::size_t>(countRuns(map[y], map.cols, value));
+  }
+  runs.clear();
+  if (runs.capacity() < count) {
+    runs = std::vector<Run>();
+    runs.reserve(count);
+  }
 }
 
 int rootOf(std::vector<Run>& runs, int i) {
@@ -53,7 +78,7 @@ void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbo
                   std::vector<Run>& runs) {
   int const reach = neighbourhood == Neighbourhood::Eight ? 1 : 0;
   auto const other = static_cast<uchar>(255 - value);
-  runs.clear();
+  makeRoom(runs, map, value);
   int above = 0;
   for (int y = 0; y < map.rows; ++y) {
     uchar const* const row = map[y];

@@ -5,13 +5,17 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <stdexcept>
 
 #include "core/parallel.hpp"
 
 namespace vorn::mv {
 
 namespace {
+
+/// The label of a run that has none yet.
+constexpr std::uint32_t noLabel = 0xFFFFFFFFU;
+/// The label of runs that growth is done with: that of a region in which it does not start.
+constexpr std::uint32_t grownLabel = 0;
 
 /// Calls visit(x) for every x with marks[x] equal to 1, in order; the others are 0. `marks` is a multiple of
 /// eight bytes long.
@@ -31,38 +35,62 @@ void forEachMark(std::vector<uchar> const& marks, Visit const& visit) {
 } // namespace
 
 void GrowthRegions::clear() {
-  open_.clear();
-  rowStarts_.assign(2, 0);
+  runs_.clear();
+  rows_.assign(1, Row{nullptr, nullptr});
   labels_.clear();
+  labels_.push_back({grownLabel, 0, false});
+  large_.clear();
   starts_.assign(1, 0);
+  batches_.assign(1, 0);
 }
 
 void GrowthRegions::addRow(std::vector<uchar> const& open, uchar const* state) {
-  std::size_t upper = rowStarts_[rowStarts_.size() - 2];
-  std::size_t const firstOfRow = rowStarts_.back();
-  forEachMark(open, [&](int x) {
-    while (upper < firstOfRow && open_[upper].column < x) {
+  Run const* upper = rows_.back().begin;
+  Run const* const endOfUpper = rows_.back().end;
+  Run* const begin = runs_.room(open.size() / 2 + 1);
+  Run* next = begin;
+  Run run{0, 0, noLabel};
+  bool isSeeded = false;
+  // Joins the run with those of the row above that it touches.
+  auto const addRun = [&] {
+    while (upper < endOfUpper && upper->end <= run.begin) {
       ++upper;
     }
-    bool const isBelow = upper < firstOfRow && open_[upper].column == x;
-    bool const isRun = open_.size() > firstOfRow && open_.back().column == x - 1;
-    std::uint32_t label = noGrowthPixel;
-    if (isRun) {
-      label = open_.back().place;
-      if (isBelow) {
-        unite(label, open_[upper].place);
+    for (; upper < endOfUpper && upper->begin < run.end; ++upper) {
+      if (run.region == noLabel) {
+        run.region = upper->region;
+      } else {
+        unite(run.region, upper->region);
       }
-    } else if (isBelow) {
-      label = open_[upper].place;
-    } else {
-      label = static_cast<std::uint32_t>(labels_.size());
-      labels_.push_back({label, 0, false});
+      if (upper->end > run.end) {
+        break; // it may touch the next run, too
+      }
     }
-    ++labels_[label].size;
-    labels_[label].isSeeded |= state[x] == unwrap_state::waiting;
-    open_.push_back({x, label});
+    if (run.region == noLabel) {
+      run.region = static_cast<std::uint32_t>(labels_.size());
+      labels_.push_back({run.region, 0, false});
+    }
+    Label& label = labels_[run.region];
+    label.size += static_cast<std::uint32_t>(run.end - run.begin);
+    label.isSeeded |= isSeeded;
+    *next++ = run;
+  };
+  forEachMark(open, [&](int x) {
+    if (x != run.end) {
+      if (run.begin < run.end) {
+        addRun();
+      }
+      run = {x, x, noLabel};
+      isSeeded = false;
+    }
+    run.end = x + 1;
+    isSeeded |= state[x] == unwrap_state::waiting;
   });
-  rowStarts_.push_back(open_.size());
+  if (run.begin < run.end) {
+    addRun();
+  }
+  runs_.take(static_cast<std::size_t>(next - begin));
+  rows_.push_back({begin, next});
 }
 
 std::uint32_t GrowthRegions::regionOf(std::uint32_t label) {
@@ -80,47 +108,50 @@ void GrowthRegions::unite(std::uint32_t a, std::uint32_t b) {
   labels_[std::max(regionA, regionB)].parent = std::min(regionA, regionB);
 }
 
-/// Gives every pixel of a seeded region its place, region after region, in row order within each.
-void GrowthRegions::layOut() {
-  if (open_.size() >= noGrowthPixel) {
-    throw std::invalid_argument("The phase map has more pixels without a phase than 32 bits can number");
-  }
-  // A parent has a smaller number than its children: one pass leaves each label with its region.
-  for (Label& label : labels_) {
+/// Gives every label the one that stands for its region.
+void GrowthRegions::settleLabels() {
+  // A parent has a smaller number than its children, so one pass in order will do.
+  for (std::size_t k = 0; k < labels_.size(); ++k) {
+    Label& label = labels_[k];
     label.parent = labels_[label.parent].parent;
-    Label& region = labels_[label.parent];
-    if (&region != &label) {
+    if (label.parent != k) {
+      Label& region = labels_[label.parent];
       region.size += label.size;
       region.isSeeded |= label.isSeeded;
     }
   }
-  std::uint32_t place = 0;
+}
+
+void GrowthRegions::layOut(std::uint32_t limit) {
+  settleLabels();
   for (std::size_t k = 0; k < labels_.size(); ++k) {
     Label& label = labels_[k];
-    if (label.parent == k && label.isSeeded) {
-      std::uint32_t const size = label.size;
-      label.size = place;
-      place += size;
-      starts_.push_back(place);
+    if (label.parent != k) {
+      continue;
     }
+    if (!label.isSeeded || label.size > limit) {
+      if (label.isSeeded) {
+        large_.push_back(static_cast<std::uint32_t>(k));
+      }
+      label.size = noGrowthPixel;
+      continue;
+    }
+    if (starts_.back() + label.size > starts_[batches_.back()] + limit) {
+      batches_.push_back(starts_.size() - 1);
+    }
+    starts_.push_back(starts_.back() + label.size);
+    label.size = starts_[starts_.size() - 2];
   }
-  for (OpenPixel& pixel : open_) {
-    Label& region = labels_[labels_[pixel.place].parent];
-    pixel.place = region.isSeeded ? region.size++ : noGrowthPixel;
-  }
+  batches_.push_back(starts_.size() - 1);
 }
 
 void GrowthRegions::gatherRow(int row, UnwrapMaps const& maps) const {
-  OpenPixel const* upper = rowBegin(row - 1);
-  OpenPixel const* const own = rowBegin(row);
-  OpenPixel const* const end = rowBegin(row + 1);
-  OpenPixel const* lower = end;
-  OpenPixel const* const endOfLower = row + 2 < maps.phase.rows ? rowBegin(row + 2) : end;
-  auto const placeAt = [](OpenPixel const*& in, OpenPixel const* endOfRow, int column) {
-    while (in < endOfRow && in->column < column) {
-      ++in;
+  // An open pixel beside one of the region is of the region, so it is gathered, too.
+  auto const placeAt = [](Run const*& run, Run const* end, int column) {
+    while (run < end && run->end <= column) {
+      ++run;
     }
-    return in < endOfRow && in->column == column ? in->place : noGrowthPixel;
+    return run < end && run->begin <= column ? run->placeOf(column) : noGrowthPixel;
   };
   int const lastColumn = maps.phase.cols - 2;
   int const lastRow = maps.phase.rows - 2;
@@ -135,48 +166,69 @@ void GrowthRegions::gatherRow(int row, UnwrapMaps const& maps) const {
     constexpr float none = std::numeric_limits<float>::quiet_NaN();
     return (state == unwrap_state::unwrapped) & isInside ? phase : none;
   };
-  for (OpenPixel const* pixel = own; pixel < end; ++pixel) {
-    int const x = pixel->column;
-    std::uint32_t const upperPlace = placeAt(upper, own, x);
-    std::uint32_t const lowerPlace = placeAt(lower, endOfLower, x);
-    if (pixel->place == noGrowthPixel) {
+  Run const* upper = rowAt(row - 1).begin;
+  Run const* const endOfUpper = rowAt(row - 1).end;
+  Run const* lower = row < lastRow ? rowAt(row + 1).begin : nullptr;
+  Run const* const endOfLower = row < lastRow ? rowAt(row + 1).end : nullptr;
+  for (Run const* own = rowAt(row).begin; own < rowAt(row).end; ++own) {
+    Run const run = *own;
+    if (!run.isGathered()) {
       continue;
     }
-    GrowthPixel& out = pixels_[pixel->place];
-    out.phase = phases[x];
-    out.quality = qualities[x];
-    out.known[0] = known(phases[x - 1], states[x - 1], x > 1);
-    out.known[1] = known(phases[x + 1], states[x + 1], x < lastColumn);
-    out.known[2] = known(upperPhases[x], upperStates[x], row > 1);
-    out.known[3] = known(lowerPhases[x], lowerStates[x], row < lastRow);
-    out.upper = upperPlace;
-    out.lower = lowerPlace;
-    out.hasLeft = pixel > own && pixel[-1].column == x - 1;
-    out.hasRight = pixel + 1 < end && pixel[1].column == x + 1;
-    out.state = states[x];
+    GrowthPixel* out = pixels_ + run.placeOf(run.begin);
+    for (int x = run.begin; x < run.end; ++x, ++out) {
+      out->phase = phases[x];
+      out->quality = qualities[x];
+      out->known = {known(phases[x - 1], states[x - 1], x > 1),
+                    known(phases[x + 1], states[x + 1], x < lastColumn),
+                    known(upperPhases[x], upperStates[x], row > 1),
+                    known(lowerPhases[x], lowerStates[x], row < lastRow)};
+      out->upper = placeAt(upper, endOfUpper, x);
+      out->lower = placeAt(lower, endOfLower, x);
+      out->hasLeft = x > run.begin;
+      out->hasRight = x + 1 < run.end;
+      out->state = states[x];
+    }
   }
 }
 
-void GrowthRegions::gather(UnwrapMaps const& maps) {
-  layOut();
-  pixels_ = memory_.provide(starts_.back());
+void GrowthRegions::gather(int batch, UnwrapMaps const& maps) {
+  firstRegion_ = batches_[static_cast<std::size_t>(batch)];
+  endRegion_ = batches_[static_cast<std::size_t>(batch) + 1];
+  std::uint32_t const begin = starts_[firstRegion_];
+  std::uint32_t const end = starts_[endRegion_];
+  for (Row const& row : rows_) {
+    for (Run* run = row.begin; run < row.end; ++run) {
+      Label& region = labels_[labels_[run->region].parent];
+      if (region.size >= begin && region.size < end) {
+        run->region = Run::gathered | (region.size - begin);
+        region.size += static_cast<std::uint32_t>(run->end - run->begin);
+      }
+    }
+  }
+  pixels_ = memory_.provide(end - begin);
   parallelRows(maps.phase.rows - 2, [&](int firstRow, int endRow) {
-    for (int row = firstRow; row < endRow; ++row) {
-      gatherRow(row + 1, maps);
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      gatherRow(row, maps);
     }
   });
 }
 
-void GrowthRegions::writeBack(UnwrapMaps const& maps) const {
+void GrowthRegions::writeBack(UnwrapMaps const& maps) {
   parallelRows(maps.phase.rows - 2, [&](int firstRow, int endRow) {
     for (int row = firstRow + 1; row < endRow + 1; ++row) {
       float* const phases = maps.phase[row];
       uchar* const states = maps.state.ptr<uchar>(row);
-      for (OpenPixel const* pixel = rowBegin(row); pixel < rowBegin(row + 1); ++pixel) {
-        if (pixel->place != noGrowthPixel) {
-          phases[pixel->column] = pixels_[pixel->place].phase;
-          states[pixel->column] = pixels_[pixel->place].state;
+      for (Run* run = rowAt(row).begin; run < rowAt(row).end; ++run) {
+        if (!run->isGathered()) {
+          continue;
         }
+        GrowthPixel const* pixel = pixels_ + run->placeOf(run->begin);
+        for (int x = run->begin; x < run->end; ++x, ++pixel) {
+          phases[x] = pixel->phase;
+          states[x] = pixel->state;
+        }
+        run->region = grownLabel;
       }
     }
   });

@@ -192,6 +192,13 @@ TEST(PhaseUnwrapping, GrowsIntoLargeRegionsOfAnyQualityBitForBit) {
   }
 }
 
+TEST(PhaseUnwrapping, GrowsTensOfThousandsOfRegionsBitForBit) {
+  // More runs of pixels than are kept together, more pixels than are gathered at a time.
+  for (double const trusted : {0.6, 0.8}) {
+    expectLikeLiteral(randomMaps({800, 300}, trusted, false, false));
+  }
+}
+
 TEST(PhaseUnwrapping, PixelsWithoutAQualityComeLast) {
   Maps m{cv::Mat_<float>(3, 8, 0.0F),
          cv::Mat_<float>(3, 8, std::numeric_limits<float>::quiet_NaN()),
