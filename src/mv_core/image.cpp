@@ -35,27 +35,26 @@ Conversion conversion(PixelFormat::Order order) {
   throw error("Unknown pixel format", "Image");
 }
 
-/// The image in 8 bits a channel, its channels as they are.
-cv::Mat toBytes(Image const& image) {
-  PixelFormat const& format = image.getPixelFormat();
-  int const depth = format.bitsPerChannel == 8 ? CV_8U : CV_16U;
-  // OpenCV has no view of const pixels; this one is only read.
-  cv::Mat const view(image.getHeight(), image.getWidth(), CV_MAKETYPE(depth, format.channels()),
-                     const_cast<std::uint8_t*>(image.getData()));
-  cv::Mat bytes;
-  constexpr double byteFromWord = 255.0 / 65535.0;
-  view.convertTo(bytes, CV_8U, depth == CV_8U ? 1.0 : byteFromWord);
-  return bytes;
-}
-
 cv::Mat converted(Image const& image, int Conversion::*code) {
   if (image.isEmpty()) {
     return {};
   }
-  cv::Mat result = toBytes(image);
-  int const step = conversion(image.getPixelFormat().order).*code;
+  PixelFormat const& format = image.getPixelFormat();
+  int const depth = format.bitsPerChannel == 8 ? CV_8U : CV_16U;
+  // OpenCV has no view of const pixels; this one is only read.
+  cv::Mat const pixels(image.getHeight(), image.getWidth(), CV_MAKETYPE(depth, format.channels()),
+                       const_cast<std::uint8_t*>(image.getData()));
+  cv::Mat bytes = pixels;
+  if (depth != CV_8U) {
+    constexpr double byteFromWord = 255.0 / 65535.0;
+    pixels.convertTo(bytes, CV_8U, byteFromWord);
+  }
+  int const step = conversion(format.order).*code;
+  cv::Mat result;
   if (step >= 0) {
-    cv::cvtColor(result, result, step);
+    cv::cvtColor(bytes, result, step);
+  } else {
+    result = depth == CV_8U ? pixels.clone() : bytes;
   }
   return result;
 }
