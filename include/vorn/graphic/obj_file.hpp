@@ -20,14 +20,14 @@ namespace vorn::graphic {
 /// names a normal and there are as many normals as vertices, they belong together in their order.
 class VORN_API OBJFile {
 public:
-  /// The content of the file at `path`.
+  /// The content of the file at `path`. Working memory: up to as much as the result takes.
   /// @throws Exception that names the file, the line and the reason, when the file cannot be opened, is not
   ///         OBJ, or is damaged
   GraphicObject read(std::string const& path) const;
 
   /// Writes all of `object` to `path`: every value with the fewest digits that read back as the same value,
   /// colours behind their vertex, alpha only when some colour is not opaque. An existing file is replaced
-  /// when the new one is complete.
+  /// when the new one is complete. Working memory: none that grows with the object.
   /// @throws Exception when the object's arrays do not fit each other or the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;
 };

@@ -30,13 +30,13 @@ public:
   /// @param format what `write` writes; `read` takes all of them
   explicit PLYFile(Format format) : format_(format) {}
 
-  /// The content of the file at `path`.
+  /// The content of the file at `path`. Working memory: none that grows with the file.
   /// @throws Exception that names the file, the line or byte and the reason, when the file cannot be opened,
   ///         is not PLY, is damaged, or holds less than its header promises
   GraphicObject read(std::string const& path) const;
 
   /// Writes all of `object` to `path`; alpha is left out when every colour is opaque. An existing file is
-  /// replaced when the new one is complete.
+  /// replaced when the new one is complete. Working memory: none that grows with the object.
   /// @throws Exception when the object's arrays do not fit each other or the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;
 

@@ -27,14 +27,16 @@ public:
   /// @param format what `write` writes; `read` takes both
   explicit STLFile(Format format) : format_(format) {}
 
-  /// The content of the file at `path`, without normals and colours.
+  /// The content of the file at `path`, without normals and colours. Working memory: up to one and three
+  /// quarters times the result, to find vertices that are the same.
   /// @throws Exception that names the file, the line or byte and the reason, when the file cannot be opened,
   ///         is not STL, is damaged, or holds less than its header promises
   GraphicObject read(std::string const& path) const;
 
   /// Writes the triangles of `object` to `path`, each with the normal that its corners give (zero for a
   /// triangle without area). The format has no place for vertex normals, colours and vertices that no
-  /// triangle uses. An existing file is replaced when the new one is complete.
+  /// triangle uses. An existing file is replaced when the new one is complete. Working memory: none that
+  /// grows with the object.
   /// @throws Exception when the object has vertices but no triangles, since all its points would be lost;
   ///         when its arrays do not fit each other; or when the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;

@@ -56,6 +56,9 @@ public:
   CalibPatternDetector();
 
   /// Searches an image.
+  ///
+  /// Working memory: 3 bytes a pixel, one more for a colour image or dark dots; up to 11 in an image full of
+  /// noise. "QuadraticFit" takes about 14 megabytes for the dots of a whole target.
   /// @param image H x W CV_8UC1, or CV_8UC3 in blue, green, red
   /// @return the dots by rows of the grid; an empty result when there is no target in view
   /// @throws Exception "Invalid input image type" for any other image, and before `Library::init`

@@ -34,7 +34,8 @@ public:
   ~CameraModel() override;
 
   /// Calibrates the camera by cv::calibrateCamera (five distortion coefficients) and appends the pose of
-  /// every view to `data`, whose pose list is not emptied first. The resolution must be set before.
+  /// every view to `data`, whose pose list is not emptied first. The resolution must be set before. Working
+  /// memory: about 100 bytes a dot of all views.
   /// @param maxIterations limit of the optimiser's rounds
   /// @return the root mean square reprojection error in pixels, which is also kept
   /// @throws Exception "Not enough calibration sample." below 3 views; when there is no resolution; before

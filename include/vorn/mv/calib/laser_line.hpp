@@ -64,6 +64,8 @@ struct LaserPeak {
 /// width, which is the maximum likelihood estimate for a Gaussian stripe in white noise: its standard
 /// deviation is (sigma_I / P) * sqrt(2 w / sqrt(pi)) for noise sigma_I, height P and width w. Stripes cut by
 /// the image's border are left out.
+///
+/// Working memory: none that grows with the image when it is grey, 1 byte a pixel in colour.
 /// @param image 8-bit grey or colour (each pixel then counts with its brightest channel)
 /// @throws Exception for other images, and for options outside of their range; none for an empty image
 VORN_API std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image,

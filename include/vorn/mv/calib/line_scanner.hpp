@@ -30,7 +30,7 @@ public:
 
   /// Calibrates the camera from the views of the pattern, and each laser plane from where its line lies on
   /// the pattern in all views. The camera's resolution must be set before, see `setCameraModel`. Fills in the
-  /// data's poses and plane points.
+  /// data's poses and plane points. Working memory: up to 100 bytes a dot, 27 a line point of all views.
   /// @throws Exception "Insufficient calibration data!" below 3 views; "Invalid calibration input data!" when
   ///         a view does not hold "PlaneCount" lines; "Not enough line data" when a line lies on the pattern
   ///         in fewer than two views, which determine no plane, and another message when it lies at one place
@@ -38,7 +38,8 @@ public:
   ///         as they were.
   void calib(LineScannerCalibData& data);
 
-  /// The points that the image points of one laser line see, in the camera's frame.
+  /// The points that the image points of one laser line see, in the camera's frame. Working memory: 49 bytes
+  /// a point.
   /// @param offset added to every image point first: the origin of a region of interest
   /// @throws Exception when there is no such plane or the camera is not calibrated
   std::vector<cv::Point3f> triangulate(std::vector<cv::Point2f> const& points, int planeId,

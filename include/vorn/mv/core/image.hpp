@@ -57,8 +57,10 @@ private:
 };
 
 /// The image as H x W CV_8UC3 in OpenCV's order; 16 bits are scaled to 8, alpha is dropped, grey is repeated.
+/// Working memory: none at 8 bits, a byte a channel and pixel at 16.
 VORN_API cv::Mat toBGRMat(Image const& image);
-/// The image as H x W CV_8UC1; colours are weighted as by `cv::cvtColor`, 16 bits are scaled to 8.
+/// The image as H x W CV_8UC1; colours are weighted as by `cv::cvtColor`, 16 bits are scaled to 8. Working
+/// memory as for `toBGRMat`.
 VORN_API cv::Mat toGrayMat(Image const& image);
 
 } // namespace vorn::mv

@@ -7,7 +7,8 @@
 
 namespace vorn::mv {
 
-/// Marks edges, one pixel wide, with 255 on 0 (cv::Canny with Sobel aperture 3).
+/// Marks edges, one pixel wide, with 255 on 0 (cv::Canny with Sobel aperture 3). Working memory: 9 bytes a
+/// pixel.
 ///
 /// Input: 8-bit. Properties, in units of the gradient's magnitude |dx| + |dy|:
 /// - "Threshold1" int 50 [0, 255] and

@@ -22,6 +22,8 @@ public:
   /// The properties are read at every call. Where the filter looks at a pixel's neighbours, those of a region
   /// of a larger image are seen beyond the region's edge as OpenCV sees them; beyond the edge of the image
   /// the pixels are mirrored (BORDER_DEFAULT) unless the filter says otherwise.
+  ///
+  /// Working memory: at most a byte a pixel of an 8-bit image unless the filter says otherwise.
   /// @throws cv::Exception for an input or a combination of settings that OpenCV refuses
   virtual cv::Mat apply(cv::Mat const& input) const = 0;
 

@@ -24,7 +24,8 @@ protected:
 };
 
 /// Splits the image at the Gaussian-weighted mean of each pixel's neighbourhood less C: pixels above become
-/// MaxValue, others 0 (cv::adaptiveThreshold). Pixels beyond the edge repeat the last one.
+/// MaxValue, others 0 (cv::adaptiveThreshold). Pixels beyond the edge repeat the last one. Working memory: 4
+/// bytes a pixel.
 ///
 /// Input: CV_8UC1. Properties:
 /// - "MaxValue" int 255 [1, 255]

@@ -19,7 +19,8 @@ class VORN_API IFilter : public virtual IPropertySet, public virtual IJsonSerial
 public:
   ~IFilter() override;
 
-  /// Edits the cloud in place. The properties are read at every call.
+  /// Edits the cloud in place. The properties are read at every call. Working memory: that of the cloud's
+  /// operation, at most a byte a point unless the filter says otherwise.
   virtual void operator()(PointCloud& cloud) = 0;
 
 protected:

@@ -19,6 +19,8 @@ namespace vorn::mv {
 /// Bit 0 of the code word is the reference itself, bit k says whether image k differs from it; the stripe
 /// index is the word less 2, in 16 bits (images after the sixteenth count for the range only). The words 0
 /// and 1 come out as -2 and -1. With an empty stack nothing happens.
+///
+/// Working memory: none that grows with the image.
 /// @param images      the reference and its planes, CV_8UC1 of one size H x W
 /// @param code        H x W CV_16SC1, written in place when it is that already
 /// @param maxCode     larger stripe indices become -1
@@ -33,6 +35,8 @@ VORN_API void decode_binary_xor0_pattern(std::vector<cv::Mat> const& images, cv:
 /// The number that each pixel's Gray code stands for; 0 where it exceeds `maxCode` or the mask is 0.
 ///
 /// Image k gives bit k of the Gray code word. With an empty stack nothing happens.
+///
+/// Working memory: none that grows with the image.
 /// @param images            up to 16 CV_8UC1 images of one size H x W, least significant bit first
 /// @param code              H x W CV_16UC1, written in place when it is that already
 /// @param maxCode           larger numbers become 0

@@ -15,7 +15,7 @@ namespace vorn::mv {
 ///
 /// Under a fine pattern with half of its pixels lit, a lit point shows direct + global / 2 and an unlit one
 /// global / 2; over the shifted patterns each point is both. Hence direct = highest - lowest and
-/// global = 2·lowest. With an empty stack nothing happens.
+/// global = 2·lowest. With an empty stack nothing happens. Working memory: none that grows with the image.
 /// Source: S. K. Nayar, G. Krishnan, M. D. Grossberg, R. Raskar, "Fast separation of direct and global
 /// components of a scene using high frequency illumination", ACM Trans. Graph. 25(3), 2006, section 3.
 /// @param direct  H x W CV_32FC1, grey levels

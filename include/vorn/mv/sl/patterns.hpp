@@ -14,7 +14,7 @@
 /// "Horizontal" in a name: stripes along the rows, the value depends on the row index y alone. "Vertical":
 /// along the columns, on the column index x alone. Where there is a flag `vertical`, false codes y and true
 /// codes x. A size of 0 gives an empty image. Every function throws `Exception` for a negative size or a
-/// period below 1, before anything is changed.
+/// period below 1, before anything is changed. Working memory: none that grows with the image.
 namespace vorn::mv {
 
 /// One bit plane of a Gray-coded coordinate: 255 where bit `bit` of the Gray code of c / period is set, else

@@ -13,7 +13,8 @@ namespace vorn::mv {
 ///
 /// So it is 2 on a flat map and falls to 1 as the jump grows to 2π; it is 0 where the
 /// jump is more than 3π or the mask is 0. (No jump of floats is exactly 2π, so that needs no grade of its
-/// own.) Border pixels are left as they are, and are 0 in a new map.
+/// own.) Border pixels are left as they are, and are 0 in a new map. Working memory: none that grows with the
+/// map.
 /// @param phase   H x W, radians
 /// @param quality H x W; a map of that size already is written in place, one that shares memory with `phase`
 /// too

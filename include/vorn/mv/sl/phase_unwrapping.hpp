@@ -19,7 +19,7 @@ namespace vorn::mv {
 /// Of the waiting pixels the one of best quality has its turn first, of equal ones the first in row order;
 /// NaN counts as the lowest quality.
 ///
-/// Working memory: up to 7 bytes a pixel; up to 17 where every second pixel stands alone.
+/// Working memory: 5 to 8 bytes a pixel, up to 18 where every second pixel stands alone.
 /// @param phase   H x W, the wrapped phase in [0, 2π) on entry, the absolute phase on return
 /// @param quality H x W, larger is better (`calc_quality`); not read at the border
 /// @param state   H x W CV_8UC1: on entry 255 where the code is to be trusted, else 0, or 95 to close a pixel

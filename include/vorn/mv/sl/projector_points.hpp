@@ -24,6 +24,7 @@ namespace vorn::mv {
 /// A point is not valid when the light around it is incomplete: it lies at the edge of the projector's image,
 /// of the camera's, or of a hole in the maps that reaches into the dot.
 ///
+/// Working memory: none that grows with the maps.
 /// @param columns  H x W CV_32FC1, projector column seen by each camera pixel; negative or NaN where not
 /// decoded
 /// @param rows     the same for projector rows

@@ -53,6 +53,8 @@ public:
 
   /// The projector coordinate that every camera pixel sees.
   ///
+  /// Working memory: 19 bytes a pixel, up to 27 where most pixels are dim and noisy; 4 more with
+  /// "PhaseBlurRadius". The scanner keeps it for the next scan.
   /// @param images CV_8UC1 in the order of `generate_ps4_patterns`: four phase images, reference, code
   ///        planes; at least as many as that function makes for the coded axis
   /// @return H x W: the projector column ("Horizontal") or row ("Vertical") in projector pixels, whose
@@ -68,6 +70,9 @@ public:
   /// A "Horizontal" scanner's points are in the frame of the pose, pixels without a valid coordinate give
   /// (0, 0, -1). A "Vertical" scanner's points are in the camera's frame, the outermost two rows and columns
   /// are (0, 0, 0), and pixels without a valid coordinate give (0, 0, -FLT_MAX).
+  ///
+  /// Working memory: none that grows with the map; the first call makes the rays of both devices' pixels, 8
+  /// bytes each, which the scanner keeps.
   /// @param phase projector coordinates as from `decode`: of the whole image, or exactly of `roi`
   /// @param xyz   takes one point a pixel of `roi`
   /// @param roi   the part of the camera's image to triangulate
@@ -78,7 +83,8 @@ public:
   /// Calibrates both models and the transform between them, from the same target poses seen by both.
   ///
   /// The projector's image points are the projector coordinates of the target's points. The resolutions of
-  /// both models must be set before. Both data get the target's pose in each view.
+  /// both models must be set before. Both data get the target's pose in each view. Working memory: 8 bytes a
+  /// pixel of both devices, which stay as their rays, and about 100 a dot of all views.
   /// @throws Exception "Insufficient calibration data" for fewer than 3 samples, and when the data hold
   ///         different numbers of samples; nothing is changed then
   void calib(CameraCalibData& camera, CameraCalibData& projector);
@@ -89,6 +95,7 @@ public:
 
   /// Prepares what `triangulate` needs of both lenses, and writes "DONE" to standard output for each.
   /// Does nothing unless both models are calibrated. `triangulate` does it by itself, silently, when needed.
+  /// Working memory: 8 bytes a pixel of both devices, which stay.
   void calcUndistortedMaps();
 
   /// The camera.
