@@ -44,20 +44,20 @@ Phasors runOf(Phasors const& phasors, cv::Point const& step, int radius) {
       }
     }
   });
-  Phasors run;
-  cv::blur(products, run, {2 * radius + 1, 2 * radius + 1});
-  return run;
+  cv::blur(products, products, {2 * radius + 1, 2 * radius + 1});
+  return products;
 }
 
 /// The sum over a line of pixels through each one, every pixel turned back by what the phase runs up to it.
 Phasors sumAlong(Phasors const& phasors, cv::Point const& step, int radius) {
-  Phasors const run = runOf(phasors, step, radius);
-  Phasors sums(phasors.size());
+  // Each sum takes the place of the run that it was turned by.
+  Phasors sums = runOf(phasors, step, radius);
   parallelRows(phasors.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       for (int x = 0; x < phasors.cols; ++x) {
-        float const length = std::abs(run(y, x));
-        Phasor const back = length > 0 ? std::conj(run(y, x)) / length : Phasor(1);
+        Phasor const run = sums(y, x);
+        float const length = std::abs(run);
+        Phasor const back = length > 0 ? std::conj(run) / length : Phasor(1);
         Phasor sum = phasors(y, x);
         Phasor turn = back;
         for (int k = 1; k <= radius; ++k, turn *= back) {
@@ -81,8 +81,9 @@ Phasors sumAlong(Phasors const& phasors, cv::Point const& step, int radius) {
 
 void blurPhase(cv::Mat_<float>& phase, cv::Mat_<float> const& magnitude, cv::Mat_<uchar> const& mask,
                int radius) {
-  Phasors const smooth =
-      sumAlong(sumAlong(phasorsOf(phase, magnitude, mask), {1, 0}, radius), {0, 1}, radius);
+  Phasors smooth = phasorsOf(phase, magnitude, mask);
+  smooth = sumAlong(smooth, {1, 0}, radius);
+  smooth = sumAlong(smooth, {0, 1}, radius);
   parallelRows(phase.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       for (int x = 0; x < phase.cols; ++x) {

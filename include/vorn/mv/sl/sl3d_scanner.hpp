@@ -53,7 +53,7 @@ public:
 
   /// The projector coordinate that every camera pixel sees.
   ///
-  /// Working memory: 19 bytes a pixel, up to 27 where most pixels are dim and noisy; 4 more with
+  /// Working memory: 19 bytes a pixel, up to 27 where most pixels are dim and noisy; 31 with
   /// "PhaseBlurRadius". The scanner keeps it for the next scan.
   /// @param images CV_8UC1 in the order of `generate_ps4_patterns`: four phase images, reference, code
   ///        planes; at least as many as that function makes for the coded axis
