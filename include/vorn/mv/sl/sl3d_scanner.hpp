@@ -53,8 +53,9 @@ public:
 
   /// The projector coordinate that every camera pixel sees.
   ///
-  /// Working memory: 19 bytes a pixel, up to 27 where most pixels are dim and noisy; 31 with
-  /// "PhaseBlurRadius". The scanner keeps it for the next scan.
+  /// Working memory: 19 bytes a pixel, up to 27 where most pixels are dim and noisy, which the scanner keeps
+  /// for the next scan; up to 31 with "PhaseBlurRadius".
+  ///
   /// @param images CV_8UC1 in the order of `generate_ps4_patterns`: four phase images, reference, code
   ///        planes; at least as many as that function makes for the coded axis
   /// @return H x W: the projector column ("Horizontal") or row ("Vertical") in projector pixels, whose
