@@ -14,7 +14,7 @@
 #include <vorn/core/exception.hpp>
 
 #include "require.hpp"
-#include "tools/image_files.hpp"
+#include "tools/files/image_files.hpp"
 
 namespace vorn::fuzz {
 namespace {

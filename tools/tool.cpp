@@ -10,7 +10,7 @@
 
 #include <vorn/mv/core/library.hpp>
 
-#include "tools/commands.hpp"
+#include "tools/commands/commands.hpp"
 
 namespace vorn::tools {
 

@@ -18,7 +18,7 @@
 
 #include "calibration_accuracy.hpp"
 #include "scan_accuracy.hpp"
-#include "tools/json_file.hpp"
+#include "tools/files/json_file.hpp"
 
 namespace vorn::bench {
 

@@ -8,7 +8,7 @@
 #include <sim/folder.hpp>
 
 #include "support/temporary_folder.hpp"
-#include "tools/calibration_session.hpp"
+#include "tools/calibration/calibration_session.hpp"
 
 namespace vorn::bench {
 

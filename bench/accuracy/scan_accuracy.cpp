@@ -10,7 +10,7 @@
 #include <sim/truth_json.hpp>
 #include <vorn/mv/sl/patterns.hpp>
 
-#include "tools/scan_job.hpp"
+#include "tools/scan/scan_job.hpp"
 
 namespace vorn::bench {
 

@@ -11,7 +11,7 @@
 #include <sim/scene.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
-#include "tools/truth_comparison.hpp"
+#include "tools/scan/truth_comparison.hpp"
 
 namespace vorn::bench {
 

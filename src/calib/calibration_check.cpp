@@ -11,7 +11,7 @@
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
 
-#include "calib/point_spread.hpp"
+#include "calib/target/point_spread.hpp"
 
 namespace vorn::mv {
 

@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "calib/dot_origin.hpp"
+#include "calib/target/dot_origin.hpp"
 
 #include <opencv2/core.hpp>
 

@@ -10,7 +10,7 @@
 
 #include <vorn/core/exception.hpp>
 
-#include "calib/laser_profile.hpp"
+#include "calib/laser/laser_profile.hpp"
 
 namespace vorn::mv {
 namespace {

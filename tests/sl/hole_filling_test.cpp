@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "sl/hole_filling.hpp"
+#include "sl/decode/hole_filling.hpp"
 
 #include <cmath>
 

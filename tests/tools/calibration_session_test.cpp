@@ -15,9 +15,9 @@
 #include "sim/folder.hpp"
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
-#include "tools/calibration_session.hpp"
-#include "tools/image_files.hpp"
-#include "tools/size_option.hpp"
+#include "tools/calibration/calibration_session.hpp"
+#include "tools/commands/size_option.hpp"
+#include "tools/files/image_files.hpp"
 
 namespace vorn::test {
 namespace {

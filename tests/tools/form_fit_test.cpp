@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "tools/form_fit.hpp"
+#include "tools/scan/form_fit.hpp"
 
 namespace vorn::tools {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
-#include "tools/image_files.hpp"
+#include "tools/files/image_files.hpp"
 
 namespace vorn::tools {
 namespace {

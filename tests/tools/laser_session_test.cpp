@@ -20,11 +20,11 @@
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
-#include "tools/calibration_session.hpp"
-#include "tools/cloud_files.hpp"
-#include "tools/image_files.hpp"
-#include "tools/json_file.hpp"
-#include "tools/laser_scan.hpp"
+#include "tools/calibration/calibration_session.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/scan/laser_scan.hpp"
 
 namespace vorn::test {
 namespace {

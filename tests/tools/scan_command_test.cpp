@@ -13,9 +13,9 @@
 #include "support/file_content.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
-#include "tools/cloud_files.hpp"
-#include "tools/image_files.hpp"
-#include "tools/json_file.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
 
 namespace vorn::tools {
 namespace {

@@ -13,7 +13,7 @@
 #include "sim/folder.hpp"
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
-#include "tools/calibration_session.hpp"
+#include "tools/calibration/calibration_session.hpp"
 
 namespace vorn::test {
 namespace {

@@ -14,9 +14,9 @@
 
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
-#include "tools/image_files.hpp"
-#include "tools/size_option.hpp"
-#include "tools/target_drawing.hpp"
+#include "tools/calibration/target_drawing.hpp"
+#include "tools/commands/size_option.hpp"
+#include "tools/files/image_files.hpp"
 
 namespace vorn::test {
 namespace {

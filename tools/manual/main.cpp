@@ -6,7 +6,7 @@
 #include <fstream>
 #include <iostream>
 
-#include "tools/commands.hpp"
+#include "tools/commands/commands.hpp"
 #include "tools/manual/writers.hpp"
 
 int main(int argc, char** argv) try {

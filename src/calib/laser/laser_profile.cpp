@@ -1,0 +1,285 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "calib/laser/laser_profile.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include <opencv2/core.hpp>
+
+namespace vorn::mv {
+
+namespace {
+
+/// Grey level after smoothing with (1, 2, 1) / 4: keeps the search from noise and adds 1/2 to the squared
+/// width.
+double smoothed(Profile const& profile, int i) {
+  return (profile[i - 1] + 2 * profile[i] + profile[i + 1]) / 4.0;
+}
+constexpr double smoothingWidth2 = 0.5;
+
+/// The distance of a Gaussian's half height from its middle, in widths.
+constexpr double halfHeight = 1.17741;
+
+/// No stripe is wider than this, in pixels.
+constexpr double widestStripe = 10;
+
+/// A stripe ends within so many widths of its middle.
+constexpr double stripeEnd = 3.5;
+
+/// A stripe's flanks and what lies beyond them.
+struct Stripe {
+  double place = 0;
+  double background = 0;
+  double contrast = 0;
+  double width = 0;
+};
+
+/// The last pixel for which `smoothed` is defined, in one direction.
+int lastPixel(Profile const& profile, int direction) {
+  return direction > 0 ? profile.count - 2 : 1;
+}
+
+/// The lowest level on one side of the top, within reach of the widest stripe allowed.
+double lowestLevel(Profile const& profile, int top, int direction, int reach) {
+  double lowest = smoothed(profile, top);
+  for (int i = top, n = 0; n < reach && i != lastPixel(profile, direction); ++n) {
+    i += direction;
+    lowest = std::min(lowest, smoothed(profile, i));
+  }
+  return lowest;
+}
+
+/// The distance from the top to where the profile falls below a level.
+std::optional<double> distanceToLevel(Profile const& profile, int top, int direction, int reach,
+                                      double level) {
+  double previous = smoothed(profile, top);
+  for (int i = top, n = 0; n < reach && i != lastPixel(profile, direction); ++n) {
+    i += direction;
+    double const current = smoothed(profile, i);
+    if (current < level) {
+      return n + (previous - level) / (previous - current);
+    }
+    previous = current;
+  }
+  return std::nullopt;
+}
+
+std::optional<Stripe> findStripe(Profile const& profile, int top, LaserLineOptions const& options) {
+  int const reach = static_cast<int>(std::ceil(stripeEnd * options.maxWidth));
+  Stripe stripe;
+  stripe.place = top;
+  // The higher side counts, so that a step is no stripe.
+  stripe.background = std::max(lowestLevel(profile, top, -1, reach), lowestLevel(profile, top, 1, reach));
+  stripe.contrast = smoothed(profile, top) - stripe.background;
+  double const half = stripe.background + stripe.contrast / 2;
+  auto const before = distanceToLevel(profile, top, -1, reach, half);
+  auto const after = distanceToLevel(profile, top, 1, reach, half);
+  if (!before || !after) {
+    return std::nullopt;
+  }
+  double const width = (*before + *after) / (2 * halfHeight);
+  stripe.width = std::sqrt(std::max(width * width - smoothingWidth2, 0.01));
+  return stripe;
+}
+
+bool isSaturated(Profile const& profile, Stripe const& stripe, LaserLineOptions const& options) {
+  int const reach = static_cast<int>(std::ceil(stripeEnd * stripe.width));
+  int run = 0;
+  int const top = static_cast<int>(std::lround(stripe.place));
+  for (int i = std::max(top - reach, 0); i < std::min(top + reach + 1, profile.count); ++i) {
+    run = profile[i] >= options.saturation ? run + 1 : 0;
+    if (run > options.maxSaturated) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// The pixels within a stripe's reach of its middle; they move along only when the middle has moved by a good
+/// part of a pixel, so that a place between two pixels is not found and lost in turns.
+class Window {
+public:
+  Window(Profile const& profile, double place, double width)
+      : count_(profile.count), reach_(static_cast<int>(std::ceil(stripeEnd * width))) {
+    follow(place);
+  }
+
+  void follow(double place) {
+    if (std::abs(place - middle_) > 0.75) {
+      middle_ = static_cast<int>(std::lround(place));
+    }
+  }
+  bool isInside() const { return first() >= 0 && last() < count_; }
+  int first() const { return middle_ - reach_; }
+  int last() const { return middle_ + reach_; }
+
+private:
+  int count_;
+  int reach_;
+  int middle_ = -1;
+};
+
+/// Newton's method for the place where the correlation with the derivative of a Gaussian is zero.
+std::optional<double> derivativeZero(Profile const& profile, Stripe const& stripe, double width) {
+  constexpr int rounds = 12;
+  constexpr double lastStep = 1e-5;
+  double place = stripe.place;
+  Window window(profile, place, width);
+  for (int round = 0; round < rounds && window.isInside(); ++round) {
+    double correlation = 0;
+    double slope = 0;
+    for (int i = window.first(); i <= window.last(); ++i) {
+      double const u = (i - place) / width;
+      double const weighted = (profile[i] - stripe.background) * std::exp(-u * u / 2);
+      correlation += weighted * u;
+      slope += weighted * (1 - u * u);
+    }
+    double const step = correlation / slope * width;
+    if (!(slope > 0) || !(std::abs(place + step - stripe.place) < 2 * width + 1)) {
+      return std::nullopt;
+    }
+    place += step;
+    window.follow(place);
+    if (std::abs(step) < lastStep) {
+      return place;
+    }
+  }
+  return std::nullopt;
+}
+
+/// Gauss and Newton's method for background, height and width of a Gaussian at a known place.
+bool fitShape(Profile const& profile, Stripe& stripe) {
+  constexpr int rounds = 3;
+  for (int round = 0; round < rounds; ++round) {
+    Window const window(profile, stripe.place, stripe.width);
+    if (!window.isInside()) {
+      return false;
+    }
+    cv::Matx33d normal;
+    cv::Vec3d right;
+    for (int i = window.first(); i <= window.last(); ++i) {
+      double const u = (i - stripe.place) / stripe.width;
+      double const g = std::exp(-u * u / 2);
+      cv::Vec3d const row(1, g, stripe.contrast * u * u * g / stripe.width);
+      normal += row * row.t();
+      right += row * (profile[i] - stripe.background - stripe.contrast * g);
+    }
+    cv::Vec3d const step = normal.inv() * right;
+    stripe.background += step[0];
+    stripe.contrast += step[1];
+    stripe.width *= std::clamp(1 + step[2] / stripe.width, 0.5, 2.0);
+    if (!(stripe.contrast > 0 && stripe.width < 2 * widestStripe)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+/// The odd parts of what the fit leaves. Hermite functions are orthogonal to each other: neither the fitted
+/// shape nor a small error of the place is in these.
+std::array<double, 2> oddParts(Profile const& profile, Stripe const& stripe) {
+  Window const window(profile, stripe.place, stripe.width);
+  std::array<double, 2> moments{};
+  std::array<double, 2> squares{};
+  for (int i = std::max(window.first(), 0); i <= std::min(window.last(), profile.count - 1); ++i) {
+    double const u = (i - stripe.place) / stripe.width;
+    double const u2 = u * u;
+    double const g = std::exp(-u2 / 2);
+    double const rest = profile[i] - stripe.background - stripe.contrast * g;
+    std::array<double, 2> const hermite{u * (2 * u2 - 3) * g, u * ((4 * u2 - 20) * u2 + 15) * g};
+    for (std::size_t k = 0; k < hermite.size(); ++k) {
+      moments[k] += rest * hermite[k];
+      squares[k] += hermite[k] * hermite[k];
+    }
+  }
+  std::array<double, 2> odd{};
+  for (std::size_t k = 0; k < odd.size(); ++k) {
+    // A stripe much narrower than a pixel leaves nothing of its functions at the pixels' middles.
+    odd[k] = squares[k] > 0 ? moments[k] / std::sqrt(squares[k]) : 0.0;
+  }
+  return odd;
+}
+
+/// The centre of gravity over a window that follows it, so that the window's ends do not pull it back.
+std::optional<double> centreOfGravity(Profile const& profile, Stripe const& stripe, double width) {
+  constexpr int rounds = 20;
+  constexpr double lastStep = 1e-4;
+  double const reach = 2.5 * width;
+  double place = stripe.place;
+  for (int round = 0; round < rounds; ++round) {
+    int const first = static_cast<int>(std::floor(place - reach));
+    int const last = static_cast<int>(std::ceil(place + reach));
+    if (first < 0 || last >= profile.count) {
+      return std::nullopt;
+    }
+    double sum = 0;
+    double moment = 0;
+    for (int i = first; i <= last; ++i) {
+      // The pixels at the ends count with the part of them that lies in the window.
+      double const share = std::clamp(reach + 0.5 - std::abs(i - place), 0.0, 1.0);
+      double const light = share * (profile[i] - stripe.background);
+      sum += light;
+      moment += light * (i - place);
+    }
+    double const step = moment / sum;
+    if (!(sum > 0) || !(std::abs(place + step - stripe.place) < 2 * width + 1)) {
+      return std::nullopt;
+    }
+    place += step;
+    if (std::abs(step) < lastStep) {
+      return place;
+    }
+  }
+  return place;
+}
+
+} // namespace
+
+std::optional<ProfilePeak> measurePeak(Profile const& whole, int wholeTop, LaserLineOptions const& options) {
+  if (wholeTop < 2 || wholeTop > whole.count - 3) {
+    return std::nullopt;
+  }
+  // Every pixel is read many times below, and down a column of an image each would be a row apart.
+  constexpr int longestReach = 2 * static_cast<int>(stripeEnd * widestStripe) + 4;
+  std::array<unsigned char, 2 * longestReach + 1> levels;
+  int const reach =
+      2 * static_cast<int>(std::ceil(stripeEnd * std::max(options.maxWidth, options.width))) + 4;
+  int const first = std::max(0, wholeTop - reach);
+  int const end = std::min(whole.count, wholeTop + reach + 1);
+  for (int i = first; i < end; ++i) {
+    levels[static_cast<std::size_t>(i - first)] = static_cast<unsigned char>(whole[i]);
+  }
+  Profile const profile{levels.data(), 1, end - first};
+  int const top = wholeTop - first;
+
+  auto stripe = findStripe(profile, top, options);
+  if (!stripe || stripe->contrast < options.minContrast / 2) { // a sampled top is lower than the stripe
+    return std::nullopt;
+  }
+  auto const place = [&] {
+    double const width = options.width > 0 ? options.width : stripe->width;
+    return options.method == LaserLineOptions::Method::DerivativeZero
+               ? derivativeZero(profile, *stripe, width)
+               : centreOfGravity(profile, *stripe, width);
+  };
+  // The shape is measured at the place and the place with the shape; the second time nothing changes much.
+  for (int round = 0; round < 2; ++round) {
+    auto const found = place();
+    if (!found) {
+      return std::nullopt;
+    }
+    stripe->place = *found;
+    if (round == 0 && !fitShape(profile, *stripe)) {
+      return std::nullopt;
+    }
+  }
+  if (stripe->contrast < options.minContrast || stripe->width < options.minWidth ||
+      stripe->width > options.maxWidth || isSaturated(profile, *stripe, options)) {
+    return std::nullopt;
+  }
+  return ProfilePeak{first + stripe->place, stripe->contrast, stripe->width, oddParts(profile, *stripe)};
+}
+
+} // namespace vorn::mv

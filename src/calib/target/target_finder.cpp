@@ -1,0 +1,202 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "calib/target/target_finder.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <utility>
+
+#include "calib/target/dot_candidate.hpp"
+#include "calib/target/dot_grid.hpp"
+#include "calib/target/dot_template.hpp"
+#include "calib/target/target_map.hpp"
+#include "calib/target/target_measurement.hpp"
+#include "calib/target/target_rejection.hpp"
+#include "core/median.hpp"
+
+namespace vorn::mv {
+namespace {
+
+/// A grid with dots where their blobs are, to start measuring from.
+struct RoughView {
+  TargetView view;
+  bool areMarkersClear = false;
+};
+
+/// The grid that the image shows when reduced by `factor`.
+RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings) {
+  ReducedImage level = reduce(image, factor);
+  std::vector<DotCandidate> const candidates = findCandidates(level, settings);
+  auto crosses = findCrosses(candidates, settings.maxAreaMultiplier);
+  std::vector<char> const resembles = resembleDots(level, candidates, crosses);
+  std::vector<DotCandidate> dots;
+  for (std::size_t i = 0; i < candidates.size(); ++i) {
+    if (resembles[i] != 0) {
+      dots.push_back(candidates[i]);
+    }
+  }
+  if (dots.size() < candidates.size()) {
+    crosses = findCrosses(dots, settings.maxAreaMultiplier);
+  }
+  DotGrid const grid = assignGrid(image, dots, crosses, settings);
+  RoughView rough{{{}, grid.isOriginMarked}, grid.areMarkersClear};
+  for (GridDot const& dot : grid.dots) {
+    rough.view.dots.push_back({dot.index, dots[static_cast<std::size_t>(dot.candidate)].centre});
+  }
+  return rough;
+}
+
+/// Moves each dot from the centre of its image to the image of its centre.
+void correctPerspective(std::vector<MeasuredDot>& dots) {
+  auto const rough = TargetMap::fit(targetDots(dots));
+  if (!rough) {
+    return;
+  }
+  // Twice: markers shift more than their neighbours, and that must not bend the map that tells how much.
+  std::vector<TargetDot> corrected = targetDots(dots);
+  for (int round = 0; round < 2; ++round) {
+    auto const map = TargetMap::fit(corrected);
+    for (std::size_t i = 0; map && i < dots.size(); ++i) {
+      if (auto const local = map->around(dots[i].dot.index, TargetMap::Self::Included)) {
+        corrected[i].centre = dots[i].measured.centre - local->discOffset(dots[i].dot.index, dots[i].radius);
+      }
+    }
+  }
+  for (std::size_t i = 0; i < dots.size(); ++i) {
+    dots[i].dot = corrected[i];
+  }
+}
+
+/// Replaces the measured centres by the peaks of the correlation with a drawn dot. The patches are rectified
+/// through the target's map, so that what is drawn as a circle is one, about the image of its centre.
+void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& dots) {
+  auto const map = TargetMap::fit(targetDots(dots));
+  if (!map) {
+    return;
+  }
+  std::vector<MeasuredDot> const before = dots;
+  for (bool const areMarkers : {false, true}) {
+    std::vector<std::size_t> numbers;
+    std::vector<double> radii;
+    std::vector<RectifiedDot> rectified;
+    double reach = 0;
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      MeasuredDot const& dot = before[i];
+      auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
+      if (local && grid.isMarker(dot.dot.index) == areMarkers) {
+        // The map passes by the dot at the distance of its noise; the patch is centred on the dot itself.
+        cv::Point2d const index(dot.dot.index);
+        cv::Point2d const shift = dot.dot.centre - local->position(index);
+        rectified.push_back({[local, index, shift, radius = dot.radius](cv::Point2d const& offset) {
+                               return local->position(index + offset * radius) + shift;
+                             },
+                             dot.measured.levels});
+        numbers.push_back(i);
+        radii.push_back(std::sqrt(dot.measured.area / CV_PI));
+        reach = groundReach / dot.radius;
+      }
+    }
+    std::vector<cv::Point2d> const peaks = correlationPeaks(grid.image(), rectified, medianOf(radii), reach);
+    std::vector<double> moves;
+    for (std::size_t k = 0; k < numbers.size(); ++k) {
+      moves.push_back(cv::norm(rectified[k].position(peaks[k]) - before[numbers[k]].dot.centre));
+    }
+    // A correlation sees everything in its patch: where something else reaches in, the centre by its edge
+    // stands.
+    constexpr double leastTolerance = 0.1; // pixels
+    constexpr double toleranceInMedians = 5;
+    double const tolerance = std::max(leastTolerance, toleranceInMedians * medianOf(moves));
+    for (std::size_t k = 0; k < numbers.size(); ++k) {
+      if (moves[k] <= tolerance) {
+        dots[numbers[k]].dot.centre = rectified[k].position(peaks[k]);
+      }
+    }
+  }
+}
+
+/// Counts the indices of an unmarked grid from the dot nearest its middle.
+void centreIndices(std::vector<TargetDot>& dots) {
+  cv::Point2d mean;
+  for (TargetDot const& dot : dots) {
+    mean += dot.centre * (1.0 / static_cast<double>(dots.size()));
+  }
+  auto const nearest =
+      std::min_element(dots.begin(), dots.end(), [&](TargetDot const& a, TargetDot const& b) {
+        return cv::norm(a.centre - mean) < cv::norm(b.centre - mean);
+      });
+  cv::Point const origin = nearest->index;
+  for (TargetDot& dot : dots) {
+    dot.index -= origin;
+  }
+}
+
+/// Everything from the first measurement of a grid's dots to the finished view.
+TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSettings const& settings) {
+  if (dots.empty()) {
+    return {};
+  }
+  grid.refine(dots);
+  grid.fitEdges(dots);
+  correctPerspective(dots);
+  dropMissized(dots, grid);
+  dropMisplaced(dots);
+  keepWithinBounds(dots, grid, settings);
+  if (settings.centreMethod == CentreMethod::TemplatePeak) {
+    measureByTemplate(grid, dots);
+  }
+  TargetView view{targetDots(dots), grid.isMarked()};
+  if (!view.isOriginMarked && !view.dots.empty()) {
+    centreIndices(view.dots);
+  }
+  auto const isOutside = [&](TargetDot const& dot) {
+    return dot.index.x < settings.minIndex.x || dot.index.x > settings.maxIndex.x ||
+           dot.index.y < settings.minIndex.y || dot.index.y > settings.maxIndex.y;
+  };
+  view.dots.erase(std::remove_if(view.dots.begin(), view.dots.end(), isOutside), view.dots.end());
+  if (view.dots.size() < static_cast<std::size_t>(settings.minKeyPointCount)) {
+    return {};
+  }
+  std::sort(view.dots.begin(), view.dots.end(), [](TargetDot const& a, TargetDot const& b) {
+    return a.index.y != b.index.y ? a.index.y < b.index.y : a.index.x < b.index.x;
+  });
+  return view;
+}
+
+/// The finished view of a marked grid; nothing where its markers do not stand up to a close look.
+std::optional<TargetView> finishMarked(cv::Mat const& image, TargetView const& rough,
+                                       TargetSettings const& settings) {
+  GridMeasurement grid(image, settings, true);
+  std::vector<MeasuredDot> dots = grid.start(rough.dots);
+  return grid.hasMarkers(dots) ? std::optional(finish(grid, std::move(dots), settings)) : std::nullopt;
+}
+
+} // namespace
+
+TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
+  TargetView unmarked;
+  TargetView blurred;
+  for (int const factor : searchFactors(image.size(), settings)) {
+    RoughView rough = findGrid(image, factor, settings);
+    if (rough.view.isOriginMarked && rough.areMarkersClear) {
+      if (auto view = finishMarked(image, rough.view, settings)) {
+        return *view;
+      }
+    }
+    // Blurred dots settle where they start from: a finer image, if it shows the markers too, is better.
+    if (rough.view.isOriginMarked && !rough.areMarkersClear) {
+      blurred = rough.view;
+    }
+    if (rough.view.dots.size() > unmarked.dots.size()) {
+      unmarked = std::move(rough.view);
+    }
+  }
+  if (auto view = finishMarked(image, blurred, settings)) {
+    return *view;
+  }
+  GridMeasurement grid(image, settings, false);
+  return finish(grid, grid.start(unmarked.dots), settings);
+}
+
+} // namespace vorn::mv

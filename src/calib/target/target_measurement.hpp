@@ -1,0 +1,86 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/types.hpp>
+#include <optional>
+#include <vector>
+
+#include "calib/target/dot_centre.hpp"
+#include "calib/target/dot_grid.hpp"
+#include "calib/target/target_finder.hpp"
+#include "calib/target/target_map.hpp"
+
+namespace vorn::mv {
+
+/// Radii of dots and markers, in pitches.
+constexpr double ordinaryRadius = 0.25;
+constexpr double markerRadius = 0.375;
+
+/// Half way to the next dot, and a little more, in pitches: the ground there belongs to nobody.
+constexpr double groundReach = 0.525;
+
+/// A dot with its measurement; `dot.centre` is the centre of its image.
+struct MeasuredDot {
+  TargetDot dot;
+  DotMeasurement measured;
+  double radius = 0; ///< pitches
+};
+
+std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots);
+
+/// Measures the dots of a grid in the full image and completes the grid.
+class GridMeasurement {
+public:
+  GridMeasurement(cv::Mat const& image, TargetSettings const& settings, bool isMarked)
+      : image_(image), settings_(settings), isMarked_(isMarked) {}
+
+  cv::Mat const& image() const { return image_; }
+  bool isMarked() const { return isMarked_; }
+  bool isMarker(cv::Point const& index) const {
+    return isMarked_ && index.x >= 0 && index.y >= 0 && index.x + index.y <= 1;
+  }
+
+  /// First measurement, from rough positions; looks for the dots that these lack too.
+  std::vector<MeasuredDot> start(std::vector<TargetDot> const& rough);
+
+  /// Whether all three markers were measured, the image is brighter around them than around the other dots,
+  /// and they are as much larger as markers are.
+  bool hasMarkers(std::vector<MeasuredDot> const& dots) const;
+
+  /// Measures once more, with band and outline as the first measurement found them.
+  void refine(std::vector<MeasuredDot>& dots);
+
+  /// Moves the dots' centres to where their edges have them.
+  void fitEdges(std::vector<MeasuredDot>& dots) const;
+
+private:
+  /// Looks for dots where the grid has gaps and beyond its edge, until there are no more.
+  void complete(std::vector<MeasuredDot>& dots);
+
+  std::optional<MeasuredDot> measure(TargetMap const& map, TargetDot const& dot) const;
+
+  std::optional<MeasuredDot> measure(LocalMap const& local, TargetDot const& dot) const;
+
+  static double usualBlur(std::vector<MeasuredDot> const& dots);
+
+  /// Takes over the dots' sizes and the blur of their edges.
+  void learn(std::vector<MeasuredDot> const& dots);
+
+  /// Adds dots up to `reach` steps from those that are there.
+  bool addMissing(TargetMap const& map, int reach, std::vector<MeasuredDot>& dots) const;
+
+  std::optional<MeasuredDot> findMissing(TargetMap const& map, cv::Point const& index, int reach,
+                                         GridIndex const& present,
+                                         std::vector<MeasuredDot> const& dots) const;
+
+  cv::Mat const& image_;
+  TargetSettings const& settings_;
+  bool isMarked_;
+  double ordinaryRadius_ = ordinaryRadius;
+  double markerRadius_ = markerRadius;
+  double halfWidth_ = 0;
+};
+
+} // namespace vorn::mv

@@ -1,0 +1,135 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "calib/target/target_rejection.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "calib/target/dot_grid.hpp"
+#include "calib/target/target_map.hpp"
+#include "core/median.hpp"
+
+namespace vorn::mv {
+namespace {
+
+/// What noise does to a dot's measured radius, relative to it: half of what it does to the area, which it
+/// enters over a band of some five pixels along the edge.
+double radiusNoise(DotMeasurement const& dot) {
+  constexpr double bandWidth = 5;
+  double const perimeter = 2.0 * std::sqrt(CV_PI * dot.area);
+  double const relativeNoise = dot.levels.coreNoise / dot.levels.contrast.value;
+  return 0.5 * relativeNoise * std::sqrt(bandWidth * perimeter) / dot.area;
+}
+
+} // namespace
+
+void dropMisplaced(std::vector<MeasuredDot>& dots) {
+  constexpr double leastTolerance = 0.25; // pixels
+  constexpr double toleranceInSigmas = 7;
+  constexpr int maxRounds = 12;
+  for (int round = 0; round < maxRounds; ++round) {
+    auto const map = TargetMap::fit(targetDots(dots));
+    if (!map) {
+      return;
+    }
+    std::vector<double> deviations;
+    GridIndex index;
+    for (std::size_t i = 0; i < dots.size(); ++i) {
+      index.set(dots[i].dot.index, static_cast<int>(i));
+      auto const local = map->around(dots[i].dot.index, TargetMap::Self::LeftOut);
+      // A dot with nothing to compare it with cannot be vouched for.
+      deviations.push_back(local ? cv::norm(local->position(dots[i].dot.index) - dots[i].dot.centre) /
+                                       std::sqrt(1.0 + local->variance())
+                                 : std::numeric_limits<double>::infinity());
+    }
+    double const tolerance = std::max(leastTolerance, toleranceInSigmas * medianOf(deviations));
+    // A misplaced dot throws suspicion on its neighbours: of those near each other only the worst goes now.
+    std::vector<MeasuredDot> kept;
+    for (std::size_t i = 0; i < dots.size(); ++i) {
+      bool isWorst = deviations[i] > tolerance;
+      for (int y = -2; y <= 2 && isWorst; ++y) {
+        for (int x = -2; x <= 2; ++x) {
+          int const other = index.at(dots[i].dot.index + cv::Point(x, y));
+          isWorst = isWorst && (other == GridIndex::none ||
+                                deviations[static_cast<std::size_t>(other)] <= deviations[i]);
+        }
+      }
+      if (!isWorst) {
+        kept.push_back(dots[i]);
+      }
+    }
+    if (kept.size() == dots.size()) {
+      return;
+    }
+    dots = std::move(kept);
+  }
+}
+
+void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
+  constexpr double leastTolerance = 0.015; // of the radius; ink on paper scatters less
+  constexpr double toleranceInSigmas = 8;
+  constexpr std::size_t leastNeighbours = 5;
+  GridIndex index;
+  for (std::size_t i = 0; i < dots.size(); ++i) {
+    index.set(dots[i].dot.index, static_cast<int>(i));
+  }
+  std::vector<MeasuredDot> kept;
+  for (MeasuredDot const& dot : dots) {
+    std::vector<double> radii;
+    for (int y = -2; y <= 2; ++y) {
+      for (int x = -2; x <= 2; ++x) {
+        cv::Point const place = dot.dot.index + cv::Point(x, y);
+        int const other = index.at(place);
+        if (other != GridIndex::none && !grid.isMarker(place)) {
+          radii.push_back(dots[static_cast<std::size_t>(other)].radius);
+        }
+      }
+    }
+    double const tolerance = std::max(leastTolerance, toleranceInSigmas * radiusNoise(dot.measured));
+    if (grid.isMarker(dot.dot.index) || radii.size() < leastNeighbours ||
+        std::abs(dot.radius / medianOf(radii) - 1) <= tolerance) {
+      kept.push_back(dot);
+    }
+  }
+  dots = std::move(kept);
+}
+
+void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& grid,
+                      TargetSettings const& settings) {
+  auto const map = TargetMap::fit(targetDots(dots));
+  if (!map) {
+    dots.clear();
+    return;
+  }
+  std::vector<double> radii;
+  for (MeasuredDot const& dot : dots) {
+    if (!grid.isMarker(dot.dot.index)) {
+      radii.push_back(dot.radius);
+    }
+  }
+  double const usual = medianOf(radii);
+  auto const isOutOfBounds = [&](MeasuredDot const& dot) {
+    bool const isMarker = grid.isMarker(dot.dot.index);
+    double const relative = dot.radius / usual;
+    double const area = dot.measured.area;
+    if (relative < std::sqrt(settings.minAreaMultiplier) ||
+        relative > std::sqrt(settings.maxAreaMultiplier) || area < settings.minDotArea ||
+        (!isMarker && area > settings.maxDotArea)) {
+      return true;
+    }
+    auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
+    if (!local) {
+      return true;
+    }
+    cv::Matx22d const j = local->jacobian(dot.dot.index);
+    // Ratio of the singular values from the determinant and the squared norm.
+    double const det = 2.0 * std::abs(cv::determinant(j));
+    double const squares = cv::norm(j, cv::NORM_L2SQR);
+    double const root = std::sqrt(std::max(squares * squares - det * det, 0.0));
+    return std::sqrt(std::max(squares - root, 0.0) / (squares + root)) < settings.minDotRatio;
+  };
+  dots.erase(std::remove_if(dots.begin(), dots.end(), isOutOfBounds), dots.end());
+}
+
+} // namespace vorn::mv

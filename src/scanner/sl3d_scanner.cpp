@@ -1,0 +1,314 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <sstream>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/core/system.hpp>
+#include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/library.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
+#include <vorn/mv/sl/encoding_type.hpp>
+#include <vorn/mv/sl/lookup_tables.hpp>
+#include <vorn/mv/sl/scanner_type.hpp>
+
+#include "calib/calibrated_poses.hpp"
+#include "calib/transform_json.hpp"
+#include "calib/undistorted_map.hpp"
+#include "core/error.hpp"
+#include "scanner/triangulation.hpp"
+#include "sl/decode/scan_decoding.hpp"
+#include "sl/decode/scan_stack.hpp"
+#include "sl/decode/texture.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// The rays of a camera's pixels, and what they were reckoned from.
+struct LensMap {
+  CameraModel model;
+  cv::Mat_<cv::Vec2f> rays;
+
+  bool isOf(CameraModel const& other) const {
+    return !rays.empty() && model.getResolution() == other.getResolution() &&
+           equal(model.getK(), other.getK()) && equal(model.getD(), other.getD());
+  }
+
+  static bool equal(cv::Mat const& a, cv::Mat const& b) {
+    return a.size() == b.size() && (a.empty() || cv::norm(a, b, cv::NORM_INF) == 0.0);
+  }
+};
+
+/// Makes `map` that of `model`, if it is not yet.
+void updateLensMap(LensMap& map, CameraModel const& model) {
+  if (!map.isOf(model)) {
+    cv::Mat_<cv::Vec2f> const rays = undistortedMap(model.getK(), model.getD(), model.getResolution());
+    map = {model, rays};
+  }
+}
+
+/// Working memory that belongs to one object: a copy starts without.
+struct WorkingMemory {
+  WorkingMemory() = default;
+  WorkingMemory(WorkingMemory const& /*other*/) {}
+  WorkingMemory& operator=(WorkingMemory const&) = delete;
+
+  sl::ScanDecodingBuffers buffers;
+};
+
+template <class T>
+std::string text(char const* label, T const& value) {
+  std::ostringstream stream;
+  stream << label << value;
+  return stream.str();
+}
+
+void logDebug(std::string const& message) {
+  if (Library::getEnableDebug()) {
+    System::log(message);
+  }
+}
+
+bool isHorizontal(PropertySetBase const& scanner) {
+  IEnum const& type = scanner["ScannerType"];
+  return type.getIndex() == scanner::ScannerType::Horizontal;
+}
+
+sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::CodedAxis const& axis) {
+  sl::ScanDecodingSettings settings;
+  settings.period = axis.period;
+  settings.resolution = axis.resolution;
+  settings.maxGrayLevel = scanner["MaxGrayLevel"];
+  settings.minContrast = scanner["BlackWhiteSensitivity"];
+  settings.minAmplitude = scanner["Sensitivity"];
+  settings.minPhaseConfidence = scanner["MinPhaseConfident"].getValue().toDouble();
+  settings.phaseBlurRadius = scanner["PhaseBlurRadius"];
+  settings.minSegmentSize = scanner["MinSegmentSize"];
+  settings.maxFillRadius = scanner["MaxFillRadius"];
+  return settings;
+}
+
+} // namespace
+
+struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Private> {
+  CameraModel camera;
+  CameraModel projector;
+  cv::Matx44d camFromProj = cv::Matx44d::eye();
+  cv::Matx44d poseFromCam = cv::Matx44d::eye();
+  LensMap cameraMap;
+  LensMap projectorMap;
+  cv::Mat texture;
+  WorkingMemory memory;
+};
+
+Sl3dScanner::Sl3dScanner() : AlgorithmBase(new Private) {
+  declareProperties(
+      {new Property("ScannerType", scanner::ScannerType()),
+       new Property("EncodingType", scanner::EncodingType()), new Property("EnableTexture", false),
+       new Property("TextureExposure", 12000, 1000, 100000), new Property("MaxGrayLevel", 150, 100, 200),
+       new Property("BlackWhiteSensitivity", 15, 5, 100), new Property("MinPhaseConfident", 0.5, 0.5, 0.95),
+       new Property("Sensitivity", 3, 0, 20), new Property("PhaseBlurRadius", 0, 0, 10),
+       new Property("PointcloudBlurRadius", 0, 0, 10), new Property("MinSegmentSize", 100, 0, 10000),
+       new Property("MaxFillRadius", 9, 0, 21), new Property("EnableDebug", false)});
+}
+
+Sl3dScanner::~Sl3dScanner() = default;
+
+scanner::SlPatternInfo Sl3dScanner::getPatternInfo(bool alongWidth) const {
+  IEnum const& encoding = getProperty("EncodingType");
+  if (encoding.getIndex() != scanner::EncodingType::BinaryXor0_PhaseShift4x4px) {
+    throw error("Encoding method not implemented.", "getPatternInfo");
+  }
+  cv::Size const resolution = getProjectorModel().getResolution();
+  int const stripes = (alongWidth ? resolution.width : resolution.height) / 4;
+  int const bits = stripes > 0 ? static_cast<int>(std::ceil(std::log2(static_cast<double>(stripes)))) : 0;
+  return {4, bits, stripes};
+}
+
+cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
+  // Reading through the calls that lend the models would keep copies from sharing this scanner's record.
+  Sl3dScanner const& self = *this;
+  bool const alongWidth = isHorizontal(self);
+  getPatternInfo(alongWidth);
+  sl::CodedAxis const axis = sl::codedAxis(self.getProjectorModel().getResolution(), alongWidth);
+  sl::checkStack(images, axis, self.getCameraModel().getResolution());
+  sl::ScanDecodingSettings const settings = decodingSettings(self, axis);
+  bool const enableTexture = self["EnableTexture"];
+  bool const enableDebug = self["EnableDebug"];
+  auto& own = static_cast<Private&>(ownRecord());
+  Timer timer;
+  auto const report = [&](char const* label) {
+    logDebug(text(label, timer.toString()) + "\n");
+    timer.tic();
+  };
+  sl::DecodedScan const scan = sl::decodeScan(images, settings, own.memory.buffers, report);
+  logDebug(text("Hole filling time:", timer.toString()) + "\n");
+  logDebug(text("Fill count:", scan.filled) + "\n");
+  if (enableDebug) {
+    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.buffers.kept)) + "\n");
+  }
+  if (enableTexture) {
+    own.texture = sl::whiteLevel(images);
+  }
+  return scan.coordinates;
+}
+
+void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>& xyz, cv::Rect const& roi) {
+  if (!isCalibrated()) {
+    throw error("Attempting to use an uncalibrated system.", "triangulate");
+  }
+  Library::assertValid();
+  Sl3dScanner const& self = *this;
+  cv::Mat_<float> const coordinates = sl::cropTo(phase, roi, self.getCameraModel().getResolution());
+  sl::checkProjector(self.getProjectorModel().getResolution());
+  auto& own = static_cast<Private&>(ownRecord());
+  updateLensMap(own.cameraMap, own.camera);
+  updateLensMap(own.projectorMap, own.projector);
+  sl::TriangulationSetup const setup{own.cameraMap.rays, own.projectorMap.rays, own.camFromProj,
+                                     own.poseFromCam};
+  xyz.create(roi.size());
+  if (isHorizontal(self)) {
+    sl::triangulateColumns(setup, coordinates, roi, xyz);
+  } else {
+    xyz.setTo(cv::Scalar::all(0));
+    sl::triangulateRows(setup, coordinates, roi, xyz);
+  }
+  int const radius = self["PointcloudBlurRadius"];
+  if (radius >= 1) {
+    // Isolated: `xyz` may be a region of a larger map, whose other points are none of this scan's.
+    cv::GaussianBlur(xyz, xyz, cv::Size(2 * radius + 1, 2 * radius + 1), 0, 0,
+                     cv::BORDER_REFLECT_101 | cv::BORDER_ISOLATED);
+  }
+}
+
+void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
+  constexpr int maxIterations = 100;
+  if (camera.count() < 3) {
+    throw error("Insufficient calibration data", "calib");
+  }
+  if (camera.count() != projector.count()) {
+    throw error(text("The camera has samples: ", camera.count()) +
+                    text(", the projector: ", projector.count()),
+                "calib");
+  }
+  // On copies, so that nothing has changed when one of them fails.
+  CameraModel cameraModel = std::as_const(*this).getCameraModel();
+  CameraModel projectorModel = std::as_const(*this).getProjectorModel();
+  CameraCalibData cameraData = camera;
+  CameraCalibData projectorData = projector;
+  double const cameraError = cameraModel.calib(cameraData, maxIterations);
+  double const projectorError = projectorModel.calib(projectorData, maxIterations);
+  auto& own = static_cast<Private&>(ownRecord());
+  own.camera = cameraModel;
+  own.projector = projectorModel;
+  own.camFromProj = meanTransform(latestPoses(cameraData), latestPoses(projectorData));
+  addNewPoses(camera, cameraData);
+  addNewPoses(projector, projectorData);
+  logDebug(text("Hpc=", own.camFromProj) + "\n");
+  constexpr double calibratedBelow = 0.5;
+  if (cameraError < calibratedBelow && projectorError < calibratedBelow) {
+    calcUndistortedMaps();
+  }
+}
+
+void Sl3dScanner::calcUndistortedMaps() {
+  if (!isCalibrated()) {
+    return;
+  }
+  auto& own = static_cast<Private&>(ownRecord());
+  updateLensMap(own.projectorMap, own.projector);
+  std::cout << "DONE" << std::endl;
+  updateLensMap(own.cameraMap, own.camera);
+  std::cout << "DONE" << std::endl;
+}
+
+CameraModel const& Sl3dScanner::getCameraModel() const {
+  return static_cast<Private const&>(record()).camera;
+}
+
+CameraModel& Sl3dScanner::getCameraModel() {
+  return static_cast<Private&>(lendRecord()).camera;
+}
+
+CameraModel const& Sl3dScanner::getProjectorModel() const {
+  return static_cast<Private const&>(record()).projector;
+}
+
+CameraModel& Sl3dScanner::getProjectorModel() {
+  return static_cast<Private&>(lendRecord()).projector;
+}
+
+cv::Matx44d Sl3dScanner::getTransform() const {
+  return static_cast<Private const&>(record()).camFromProj;
+}
+
+void Sl3dScanner::setTransform(cv::Matx44d const& camFromProj) {
+  static_cast<Private&>(ownRecord()).camFromProj = camFromProj;
+}
+
+cv::Matx44d Sl3dScanner::getPose() const {
+  return static_cast<Private const&>(record()).poseFromCam;
+}
+
+void Sl3dScanner::setPose(cv::Matx44d const& poseFromCam) {
+  static_cast<Private&>(ownRecord()).poseFromCam = poseFromCam;
+}
+
+cv::Mat Sl3dScanner::getTexture() const {
+  return static_cast<Private const&>(record()).texture;
+}
+
+bool Sl3dScanner::isCalibrated() const {
+  return getCameraModel().isCalibrated() && getProjectorModel().isCalibrated();
+}
+
+std::string const& Sl3dScanner::getClassName() const {
+  static std::string const name = "vorn::mv::Sl3dScanner";
+  return name;
+}
+
+std::string Sl3dScanner::toString() const {
+  return AlgorithmBase::toString() + (isCalibrated() ? ", calibrated" : ", not calibrated");
+}
+
+void Sl3dScanner::read(nlohmann::json const& json) {
+  CameraModel camera;
+  CameraModel projector;
+  camera.read(json.at("CameraModel"));
+  projector.read(json.at("ProjectorModel"));
+  cv::Matx44d const poseFromCam = readTransform(json, "Hpose", "Sl3dScanner");
+  cv::Matx44d const camFromProj =
+      json.contains("Hpc") ? readTransform(json, "Hpc", "Sl3dScanner") : getTransform();
+  if (auto const member = json.find("Properties"); member != json.end()) {
+    AlgorithmBase::read(*member);
+  }
+  auto& own = static_cast<Private&>(ownRecord());
+  own.camera = camera;
+  own.projector = projector;
+  own.camFromProj = camFromProj;
+  own.poseFromCam = poseFromCam;
+}
+
+void Sl3dScanner::write(nlohmann::json& json) const {
+  auto const& own = static_cast<Private const&>(record());
+  nlohmann::json document = nlohmann::json::object();
+  own.camera.write(document["CameraModel"]);
+  own.projector.write(document["ProjectorModel"]);
+  document["Hpc"] = own.camFromProj;
+  document["Hpose"] = own.poseFromCam;
+  AlgorithmBase::write(document["Properties"]);
+  json = std::move(document);
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,152 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/decode/hole_filling.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+#include <utility>
+
+#include <opencv2/core.hpp>
+
+namespace vorn::mv::sl {
+
+namespace {
+
+constexpr double pi = 3.14159265358979324;
+/// Known pixels around a hole that its surface is fitted to.
+constexpr int ringWidth = 2;
+/// A quadratic surface has six parameters; so many pixels more make the fit a check as well.
+constexpr int leastRing = 12;
+/// Largest RMS and largest single residual in radians of pixels that lie on one smooth surface.
+constexpr double maxRmsResidual = 0.5;
+constexpr double maxResidual = 0.5 * pi;
+/// Largest difference in radians of a pixel's own phase from the surface.
+constexpr double maxDeviation = 1.0;
+
+using Terms = cv::Vec<double, 6>;
+
+/// A hole's bounding box and the chain of its runs.
+struct Hole {
+  cv::Rect box;
+  int lastRun = -1;
+};
+
+/// A quadratic surface over pixels, in coordinates that keep the normal equations well conditioned.
+struct Surface {
+  cv::Point2d centre;
+  double scale;
+  Terms coefficients;
+
+  Terms terms(int x, int y) const {
+    double const u = (x - centre.x) * scale;
+    double const v = (y - centre.y) * scale;
+    return {1.0, u, v, u * u, u * v, v * v};
+  }
+  double at(int x, int y) const { return terms(x, y).dot(coefficients); }
+};
+
+cv::Rect grown(cv::Rect const& box, int by, cv::Size const& limits) {
+  return cv::Rect(box.x - by, box.y - by, box.width + 2 * by, box.height + 2 * by) & cv::Rect({0, 0}, limits);
+}
+
+bool fitsWell(Surface const& surface, cv::Mat_<float> const& phase, cv::Mat_<uchar> const& kept,
+              cv::Rect const& window, int count) {
+  double sum = 0.0;
+  for (int y = window.y; y < window.br().y; ++y) {
+    for (int x = window.x; x < window.br().x; ++x) {
+      if (kept(y, x) != 0) {
+        double const residual = phase(y, x) - surface.at(x, y);
+        if (std::fabs(residual) > maxResidual) {
+          return false;
+        }
+        sum += residual * residual;
+      }
+    }
+  }
+  return sum <= maxRmsResidual * maxRmsResidual * count;
+}
+
+/// The surface through the known pixels of `window`, or nothing when they are few or not on one.
+std::optional<Surface> fitSurface(cv::Mat_<float> const& phase, cv::Mat_<uchar> const& kept,
+                                  cv::Rect const& window) {
+  Surface surface{{window.x + 0.5 * (window.width - 1), window.y + 0.5 * (window.height - 1)},
+                  2.0 / std::max(window.width, window.height),
+                  {}};
+  cv::Matx<double, 6, 6> normal = cv::Matx<double, 6, 6>::zeros();
+  Terms right = Terms::all(0.0);
+  int count = 0;
+  for (int y = window.y; y < window.br().y; ++y) {
+    for (int x = window.x; x < window.br().x; ++x) {
+      if (kept(y, x) != 0) {
+        Terms const terms = surface.terms(x, y);
+        normal += terms * terms.t();
+        right += terms * static_cast<double>(phase(y, x));
+        ++count;
+      }
+    }
+  }
+  if (count < leastRing) {
+    return std::nullopt;
+  }
+  bool solved = false;
+  cv::Matx<double, 6, 6> const inverse = normal.inv(cv::DECOMP_CHOLESKY, &solved);
+  if (!solved) {
+    return std::nullopt;
+  }
+  surface.coefficients = inverse * right;
+  return fitsWell(surface, phase, kept, window, count) ? std::optional<Surface>(surface) : std::nullopt;
+}
+
+/// What to put at a pixel where the surface has phase `expected`: that, or the pixel's own phase brought near
+/// to it; nothing when the own phase contradicts.
+std::optional<float> filling(float own, double expected) {
+  if (own < 0.0F) {
+    return static_cast<float>(expected);
+  }
+  double const absolute = own + 2.0 * pi * std::floor((expected - own) / (2.0 * pi) + 0.5);
+  return std::fabs(absolute - expected) < maxDeviation ? std::optional<float>(static_cast<float>(absolute))
+                                                       : std::nullopt;
+}
+
+} // namespace
+
+int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnPhase const& ownPhase,
+              std::vector<Run>& runs) {
+  if (maxRadius <= 0) {
+    return 0;
+  }
+  findSegments(kept, 0, Neighbourhood::Eight, runs);
+  std::vector<Hole> holes(runs.size());
+  std::vector<int> previousRun(runs.size(), -1);
+  for (std::size_t i = 0; i < runs.size(); ++i) {
+    Run const& run = runs[i];
+    Hole& hole = holes[static_cast<std::size_t>(run.segment)];
+    hole.box |= cv::Rect(run.begin, run.row, run.end - run.begin, 1);
+    previousRun[i] = std::exchange(hole.lastRun, static_cast<int>(i));
+  }
+  int const widest = 2 * maxRadius + 1;
+  int filled = 0;
+  for (Hole const& hole : holes) {
+    bool const inside =
+        hole.box.x > 0 && hole.box.y > 0 && hole.box.br().x < kept.cols && hole.box.br().y < kept.rows;
+    if (hole.lastRun < 0 || !inside || hole.box.width > widest || hole.box.height > widest) {
+      continue;
+    }
+    auto const surface = fitSurface(phase, kept, grown(hole.box, ringWidth, kept.size()));
+    for (int i = surface ? hole.lastRun : -1; i >= 0; i = previousRun[static_cast<std::size_t>(i)]) {
+      Run const& run = runs[static_cast<std::size_t>(i)];
+      for (int x = run.begin; x < run.end; ++x) {
+        auto const value = filling(ownPhase({x, run.row}), surface->at(x, run.row));
+        if (value) {
+          phase(run.row, x) = *value;
+          kept(run.row, x) = 255;
+          ++filled;
+        }
+      }
+    }
+  }
+  return filled;
+}
+
+} // namespace vorn::mv::sl

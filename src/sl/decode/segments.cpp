@@ -1,0 +1,116 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/decode/segments.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/simd.hpp"
+
+namespace vorn::mv::sl {
+
+namespace {
+
+int firstWith(uchar const* row, int x, int n, uchar value) {
+  void const* const found = x < n ? std::memchr(row + x, value, static_cast<std::size_t>(n - x)) : nullptr;
+  return found != nullptr ? static_cast<int>(static_cast<uchar const*>(found) - row) : n;
+}
+
+/// How many runs of `value` a row has.
+VORN_TARGET_CLONES
+int countRuns(uchar const* row, int n, uchar value) {
+  int count = n > 0 && row[0] == value ? 1 : 0;
+  for (int x = 1; x < n; ++x) {
+    count += (row[x] == value) & (row[x - 1] != value) ? 1 : 0;
+  }
+  return count;
+}
+
+/// Makes room for all runs of a map: counting them costs less than a list that grows, in time and memory.
+void makeRoom(std::vector<Run>& runs, cv::Mat_<uchar> const& map, uchar value) {
+  std::size_t count = 0;
+  for (int y = 0; y < map.rows; ++y) {
+    count += static_cast<std::size_t>(countRuns(map[y], map.cols, value));
+  }
+  runs.clear();
+  if (runs.capacity() < count) {
+    runs = std::vector<Run>();
+    runs.reserve(count);
+  }
+}
+
+int rootOf(std::vector<Run>& runs, int i) {
+  while (runs[static_cast<std::size_t>(i)].segment != i) {
+    int& parent = runs[static_cast<std::size_t>(i)].segment;
+    parent = runs[static_cast<std::size_t>(parent)].segment;
+    i = parent;
+  }
+  return i;
+}
+
+void join(std::vector<Run>& runs, int a, int b) {
+  a = rootOf(runs, a);
+  b = rootOf(runs, b);
+  runs[static_cast<std::size_t>(std::max(a, b))].segment = std::min(a, b);
+}
+
+/// Joins the runs of one row, from `current` on, with those of the row above that they touch.
+void joinRows(std::vector<Run>& runs, int above, int current, int reach) {
+  int const end = static_cast<int>(runs.size());
+  int const firstOfRow = current;
+  while (above < firstOfRow && current < end) {
+    Run const& upper = runs[static_cast<std::size_t>(above)];
+    Run const& lower = runs[static_cast<std::size_t>(current)];
+    if (upper.begin < lower.end + reach && lower.begin < upper.end + reach) {
+      join(runs, above, current);
+    }
+    if (upper.end < lower.end) {
+      ++above;
+    } else {
+      ++current;
+    }
+  }
+}
+
+} // namespace
+
+void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood,
+                  std::vector<Run>& runs) {
+  int const reach = neighbourhood == Neighbourhood::Eight ? 1 : 0;
+  auto const other = static_cast<uchar>(255 - value);
+  makeRoom(runs, map, value);
+  int above = 0;
+  for (int y = 0; y < map.rows; ++y) {
+    uchar const* const row = map[y];
+    int const current = static_cast<int>(runs.size());
+    for (int x = firstWith(row, 0, map.cols, value); x < map.cols;) {
+      int const end = firstWith(row, x, map.cols, other);
+      runs.push_back({y, x, end, static_cast<int>(runs.size())});
+      x = firstWith(row, end, map.cols, value);
+    }
+    joinRows(runs, above, current, reach);
+    above = current;
+  }
+  // A segment's index is never greater than its runs', so one pass in order settles them all.
+  for (Run& run : runs) {
+    run.segment = runs[static_cast<std::size_t>(run.segment)].segment;
+  }
+}
+
+void removeSmallSegments(cv::Mat_<uchar>& kept, int minSize, std::vector<Run>& runs) {
+  if (minSize <= 1) {
+    return;
+  }
+  findSegments(kept, 255, Neighbourhood::Four, runs);
+  std::vector<int> sizes(runs.size());
+  for (Run const& run : runs) {
+    sizes[static_cast<std::size_t>(run.segment)] += run.end - run.begin;
+  }
+  for (Run const& run : runs) {
+    if (sizes[static_cast<std::size_t>(run.segment)] < minSize) {
+      std::fill(kept[run.row] + run.begin, kept[run.row] + run.end, uchar{0});
+    }
+  }
+}
+
+} // namespace vorn::mv::sl

@@ -1,0 +1,104 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/phase/phase_blur.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+
+#include <opencv2/imgproc.hpp>
+
+#include "core/parallel.hpp"
+
+namespace vorn::mv::sl {
+
+namespace {
+
+using Phasor = std::complex<float>;
+using Phasors = cv::Mat_<Phasor>;
+
+constexpr float pi = 3.14159265F;
+constexpr float largestTurn = pi / 4.0F;
+
+Phasors phasorsOf(cv::Mat_<float> const& phase, cv::Mat_<float> const& magnitude,
+                  cv::Mat_<uchar> const& mask) {
+  Phasors phasors(phase.size());
+  parallelRows(phase.rows, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      for (int x = 0; x < phase.cols; ++x) {
+        float const m = mask(y, x) != 0 ? magnitude(y, x) : 0.0F;
+        phasors(y, x) = {m * std::cos(phase(y, x)), m * std::sin(phase(y, x))};
+      }
+    }
+  });
+  return phasors;
+}
+
+/// How far the phase runs from each pixel to the next one along a step, on average over the window.
+Phasors runOf(Phasors const& phasors, cv::Point const& step, int radius) {
+  Phasors products(phasors.size(), Phasor(0));
+  parallelRows(phasors.rows - step.y, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      for (int x = 0; x + step.x < phasors.cols; ++x) {
+        products(y, x) = phasors(y + step.y, x + step.x) * std::conj(phasors(y, x));
+      }
+    }
+  });
+  cv::blur(products, products, {2 * radius + 1, 2 * radius + 1});
+  return products;
+}
+
+/// The sum over a line of pixels through each one, every pixel turned back by what the phase runs up to it.
+Phasors sumAlong(Phasors const& phasors, cv::Point const& step, int radius) {
+  // Each sum takes the place of the run that it was turned by.
+  Phasors sums = runOf(phasors, step, radius);
+  parallelRows(phasors.rows, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      for (int x = 0; x < phasors.cols; ++x) {
+        Phasor const run = sums(y, x);
+        float const length = std::abs(run);
+        Phasor const back = length > 0 ? std::conj(run) / length : Phasor(1);
+        Phasor sum = phasors(y, x);
+        Phasor turn = back;
+        for (int k = 1; k <= radius; ++k, turn *= back) {
+          cv::Point const after = cv::Point(x, y) + k * step;
+          cv::Point const before = cv::Point(x, y) - k * step;
+          if (after.x < phasors.cols && after.y < phasors.rows) {
+            sum += phasors(after) * turn;
+          }
+          if (before.x >= 0 && before.y >= 0) {
+            sum += phasors(before) * std::conj(turn);
+          }
+        }
+        sums(y, x) = sum;
+      }
+    }
+  });
+  return sums;
+}
+
+} // namespace
+
+void blurPhase(cv::Mat_<float>& phase, cv::Mat_<float> const& magnitude, cv::Mat_<uchar> const& mask,
+               int radius) {
+  Phasors smooth = phasorsOf(phase, magnitude, mask);
+  smooth = sumAlong(smooth, {1, 0}, radius);
+  smooth = sumAlong(smooth, {0, 1}, radius);
+  parallelRows(phase.rows, [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      for (int x = 0; x < phase.cols; ++x) {
+        if (mask(y, x) == 0) {
+          continue;
+        }
+        float const angle = std::arg(smooth(y, x));
+        float const turn = std::remainder(angle - phase(y, x), 2.0F * pi);
+        if (std::fabs(turn) <= largestTurn) {
+          float const wrapped = angle < 0.0F ? angle + 2.0F * pi : angle;
+          phase(y, x) = wrapped < 2.0F * pi ? wrapped : 0.0F;
+        }
+      }
+    }
+  });
+}
+
+} // namespace vorn::mv::sl

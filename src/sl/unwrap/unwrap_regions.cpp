@@ -1,0 +1,237 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/unwrap/unwrap_regions.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "core/parallel.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// The label of a run that has none yet.
+constexpr std::uint32_t noLabel = 0xFFFFFFFFU;
+/// The label of runs that growth is done with: that of a region in which it does not start.
+constexpr std::uint32_t grownLabel = 0;
+
+/// Calls visit(x) for every x with marks[x] equal to 1, in order; the others are 0. `marks` is a multiple of
+/// eight bytes long.
+template <class Visit>
+void forEachMark(std::vector<uchar> const& marks, Visit const& visit) {
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the lowest byte of a word is the first mark");
+  for (std::size_t first = 0; first < marks.size(); first += sizeof(std::uint64_t)) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, marks.data() + first, sizeof(word));
+    for (; word != 0; word &= word - 1) {
+      constexpr int bitsPerMark = 8;
+      visit(static_cast<int>(first) + __builtin_ctzll(word) / bitsPerMark);
+    }
+  }
+}
+
+} // namespace
+
+void GrowthRegions::clear() {
+  runs_.clear();
+  rows_.assign(1, Row{nullptr, nullptr});
+  labels_.clear();
+  labels_.push_back({grownLabel, 0, false});
+  large_.clear();
+  starts_.assign(1, 0);
+  batches_.assign(1, 0);
+}
+
+void GrowthRegions::addRow(std::vector<uchar> const& open, uchar const* state) {
+  Run const* upper = rows_.back().begin;
+  Run const* const endOfUpper = rows_.back().end;
+  Run* const begin = runs_.room(open.size() / 2 + 1);
+  Run* next = begin;
+  Run run{0, 0, noLabel};
+  bool isSeeded = false;
+  // Joins the run with those of the row above that it touches.
+  auto const addRun = [&] {
+    while (upper < endOfUpper && upper->end <= run.begin) {
+      ++upper;
+    }
+    for (; upper < endOfUpper && upper->begin < run.end; ++upper) {
+      if (run.region == noLabel) {
+        run.region = upper->region;
+      } else {
+        unite(run.region, upper->region);
+      }
+      if (upper->end > run.end) {
+        break; // it may touch the next run, too
+      }
+    }
+    if (run.region == noLabel) {
+      run.region = static_cast<std::uint32_t>(labels_.size());
+      labels_.push_back({run.region, 0, false});
+    }
+    Label& label = labels_[run.region];
+    label.size += static_cast<std::uint32_t>(run.end - run.begin);
+    label.isSeeded |= isSeeded;
+    *next++ = run;
+  };
+  forEachMark(open, [&](int x) {
+    if (x != run.end) {
+      if (run.begin < run.end) {
+        addRun();
+      }
+      run = {x, x, noLabel};
+      isSeeded = false;
+    }
+    run.end = x + 1;
+    isSeeded |= state[x] == unwrap_state::waiting;
+  });
+  if (run.begin < run.end) {
+    addRun();
+  }
+  runs_.take(static_cast<std::size_t>(next - begin));
+  rows_.push_back({begin, next});
+}
+
+std::uint32_t GrowthRegions::regionOf(std::uint32_t label) {
+  while (labels_[label].parent != label) {
+    std::uint32_t& parent = labels_[label].parent;
+    parent = labels_[parent].parent;
+    label = parent;
+  }
+  return label;
+}
+
+void GrowthRegions::unite(std::uint32_t a, std::uint32_t b) {
+  std::uint32_t const regionA = regionOf(a);
+  std::uint32_t const regionB = regionOf(b);
+  labels_[std::max(regionA, regionB)].parent = std::min(regionA, regionB);
+}
+
+/// Gives every label the one that stands for its region.
+void GrowthRegions::settleLabels() {
+  // A parent has a smaller number than its children, so one pass in order will do.
+  for (std::size_t k = 0; k < labels_.size(); ++k) {
+    Label& label = labels_[k];
+    label.parent = labels_[label.parent].parent;
+    if (label.parent != k) {
+      Label& region = labels_[label.parent];
+      region.size += label.size;
+      region.isSeeded |= label.isSeeded;
+    }
+  }
+}
+
+void GrowthRegions::layOut(std::uint32_t limit) {
+  settleLabels();
+  for (std::size_t k = 0; k < labels_.size(); ++k) {
+    Label& label = labels_[k];
+    if (label.parent != k) {
+      continue;
+    }
+    if (!label.isSeeded || label.size > limit) {
+      if (label.isSeeded) {
+        large_.push_back(static_cast<std::uint32_t>(k));
+      }
+      label.size = noGrowthPixel;
+      continue;
+    }
+    if (starts_.back() + label.size > starts_[batches_.back()] + limit) {
+      batches_.push_back(starts_.size() - 1);
+    }
+    starts_.push_back(starts_.back() + label.size);
+    label.size = starts_[starts_.size() - 2];
+  }
+  batches_.push_back(starts_.size() - 1);
+}
+
+void GrowthRegions::gatherRow(int row, UnwrapMaps const& maps) const {
+  // An open pixel beside one of the region is of the region, so it is gathered, too.
+  auto const placeAt = [](Run const*& run, Run const* end, int column) {
+    while (run < end && run->end <= column) {
+      ++run;
+    }
+    return run < end && run->begin <= column ? run->placeOf(column) : noGrowthPixel;
+  };
+  int const lastColumn = maps.phase.cols - 2;
+  int const lastRow = maps.phase.rows - 2;
+  float const* const phases = maps.phase[row];
+  float const* const upperPhases = maps.phase[row - 1];
+  float const* const lowerPhases = maps.phase[row + 1];
+  float const* const qualities = maps.quality[row];
+  uchar const* const states = maps.state.ptr<uchar>(row);
+  uchar const* const upperStates = maps.state.ptr<uchar>(row - 1);
+  uchar const* const lowerStates = maps.state.ptr<uchar>(row + 1);
+  auto const known = [](float phase, uchar state, bool isInside) {
+    constexpr float none = std::numeric_limits<float>::quiet_NaN();
+    return (state == unwrap_state::unwrapped) & isInside ? phase : none;
+  };
+  Run const* upper = rowAt(row - 1).begin;
+  Run const* const endOfUpper = rowAt(row - 1).end;
+  Run const* lower = row < lastRow ? rowAt(row + 1).begin : nullptr;
+  Run const* const endOfLower = row < lastRow ? rowAt(row + 1).end : nullptr;
+  for (Run const* own = rowAt(row).begin; own < rowAt(row).end; ++own) {
+    Run const run = *own;
+    if (!run.isGathered()) {
+      continue;
+    }
+    GrowthPixel* out = pixels_ + run.placeOf(run.begin);
+    for (int x = run.begin; x < run.end; ++x, ++out) {
+      out->phase = phases[x];
+      out->quality = qualities[x];
+      out->known = {known(phases[x - 1], states[x - 1], x > 1),
+                    known(phases[x + 1], states[x + 1], x < lastColumn),
+                    known(upperPhases[x], upperStates[x], row > 1),
+                    known(lowerPhases[x], lowerStates[x], row < lastRow)};
+      out->upper = placeAt(upper, endOfUpper, x);
+      out->lower = placeAt(lower, endOfLower, x);
+      out->hasLeft = x > run.begin;
+      out->hasRight = x + 1 < run.end;
+      out->state = states[x];
+    }
+  }
+}
+
+void GrowthRegions::gather(int batch, UnwrapMaps const& maps) {
+  firstRegion_ = batches_[static_cast<std::size_t>(batch)];
+  endRegion_ = batches_[static_cast<std::size_t>(batch) + 1];
+  std::uint32_t const begin = starts_[firstRegion_];
+  std::uint32_t const end = starts_[endRegion_];
+  for (Row const& row : rows_) {
+    for (Run* run = row.begin; run < row.end; ++run) {
+      Label& region = labels_[labels_[run->region].parent];
+      if (region.size >= begin && region.size < end) {
+        run->region = Run::gathered | (region.size - begin);
+        region.size += static_cast<std::uint32_t>(run->end - run->begin);
+      }
+    }
+  }
+  pixels_ = memory_.provide(end - begin);
+  parallelRows(maps.phase.rows - 2, [&](int firstRow, int endRow) {
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      gatherRow(row, maps);
+    }
+  });
+}
+
+void GrowthRegions::writeBack(UnwrapMaps const& maps) {
+  parallelRows(maps.phase.rows - 2, [&](int firstRow, int endRow) {
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      float* const phases = maps.phase[row];
+      uchar* const states = maps.state.ptr<uchar>(row);
+      for (Run* run = rowAt(row).begin; run < rowAt(row).end; ++run) {
+        if (!run->isGathered()) {
+          continue;
+        }
+        GrowthPixel const* pixel = pixels_ + run->placeOf(run->begin);
+        for (int x = run->begin; x < run->end; ++x, ++pixel) {
+          phases[x] = pixel->phase;
+          states[x] = pixel->state;
+        }
+        run->region = grownLabel;
+      }
+    }
+  });
+}
+
+} // namespace vorn::mv

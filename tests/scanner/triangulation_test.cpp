@@ -1,0 +1,169 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "scanner/triangulation.hpp"
+
+#include <cfloat>
+#include <cmath>
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "sim/demo.hpp"
+
+namespace vorn::mv::sl {
+namespace {
+
+/// Single-precision maps and arithmetic move a point half a metre away by some 1e-4 mm. Interpolating the
+/// lens between two projector pixels and taking its column for straight over four rows adds up to 1e-3 mm
+/// with this rig's coarse projector pixels, which cover 1 mm.
+constexpr double geometryTolerance = 1.5e-3;
+
+cv::Mat_<cv::Vec2f> mapOf(sim::Device const& device) {
+  cv::Mat_<cv::Vec2f> map(device.resolution());
+  for (int y = 0; y < map.rows; ++y) {
+    for (int x = 0; x < map.cols; ++x) {
+      cv::Vec3d const ray = device.ray(cv::Point2d(x, y));
+      map(y, x) = cv::Vec2f(static_cast<float>(ray[0]), static_cast<float>(ray[1]));
+    }
+  }
+  return map;
+}
+
+/// The demonstration rig, its projector below the camera for row codes.
+sim::Rig rigFor(bool columns) {
+  sim::Rig rig = sim::demoRig(2);
+  if (!columns) {
+    rig.projector.world_from_proj = sim::Pose::fromDegrees({-12, -198, 18}, {-19.6, -1.4, 0.7});
+  }
+  return rig;
+}
+
+struct Case {
+  sim::Rig rig;
+  TriangulationSetup setup;
+  cv::Mat_<float> coordinates; ///< of the truth
+  cv::Mat_<cv::Vec3d> truth;   ///< in the camera's frame; z is 0 where the projector does not reach
+
+  explicit Case(bool columns)
+      : rig(rigFor(columns)), setup{mapOf(rig.camera.device), mapOf(rig.projector.device),
+                                    rig.projector.world_from_proj.matrix(), cv::Matx44d::eye()},
+        coordinates(rig.camera.device.resolution(), -1.0F),
+        truth(rig.camera.device.resolution(), cv::Vec3d()) {
+    sim::Pose const proj_from_cam = rig.projector.world_from_proj.inverse();
+    for (int y = 0; y < truth.rows; ++y) {
+      for (int x = 0; x < truth.cols; ++x) {
+        // A bumpy surface, some 560 mm away.
+        double const depth = 560 + 40 * std::sin(0.05 * x) * std::cos(0.04 * y);
+        cv::Vec3d const x_in_cam = depth * rig.camera.device.ray(cv::Point2d(x, y));
+        auto const pixel = rig.projector.device.project(proj_from_cam * x_in_cam);
+        if (pixel && rig.projector.device.contains(*pixel)) {
+          coordinates(y, x) = static_cast<float>(columns ? pixel->x : pixel->y);
+          truth(y, x) = x_in_cam;
+        }
+      }
+    }
+  }
+
+  cv::Rect whole() const { return {{0, 0}, coordinates.size()}; }
+};
+
+TEST(TriangulateColumns, FindsThePointsOfABumpySurface) {
+  Case const scene(true);
+  cv::Mat_<cv::Vec3f> xyz(scene.coordinates.size());
+  triangulateColumns(scene.setup, scene.coordinates, scene.whole(), xyz);
+  auto const last = static_cast<float>(scene.setup.projectorMap.cols - 1);
+  int valid = 0;
+  for (int y = 0; y < xyz.rows; ++y) {
+    for (int x = 0; x < xyz.cols; ++x) {
+      float const p = scene.coordinates(y, x);
+      if (p > 0 && p < last) {
+        ++valid;
+        EXPECT_LT(cv::norm(cv::Vec3d(xyz(y, x)) - scene.truth(y, x)), geometryTolerance) << x << ' ' << y;
+      } else {
+        EXPECT_EQ(xyz(y, x), cv::Vec3f(0, 0, -1));
+      }
+    }
+  }
+  EXPECT_GT(valid, xyz.rows * xyz.cols / 2);
+}
+
+TEST(TriangulateColumns, CarriesPointsIntoThePosesFrame) {
+  Case scene(true);
+  cv::Mat_<cv::Vec3f> inCamera(scene.coordinates.size());
+  triangulateColumns(scene.setup, scene.coordinates, scene.whole(), inCamera);
+  sim::Pose const pose_from_cam = sim::Pose::fromDegrees({10, -20, 30}, {20, -40, 100});
+  scene.setup.poseFromCam = pose_from_cam.matrix();
+  cv::Mat_<cv::Vec3f> inPose(scene.coordinates.size());
+  triangulateColumns(scene.setup, scene.coordinates, scene.whole(), inPose);
+  for (int y = 0; y < inPose.rows; y += 3) {
+    for (int x = 0; x < inPose.cols; x += 3) {
+      bool const valid = inCamera(y, x)[2] > 0;
+      cv::Vec3d const expected = valid ? pose_from_cam * cv::Vec3d(inCamera(y, x)) : cv::Vec3d(0, 0, -1);
+      EXPECT_LT(cv::norm(cv::Vec3d(inPose(y, x)) - expected), geometryTolerance);
+    }
+  }
+}
+
+TEST(TriangulateColumns, MarksWhatHasNoCoordinateOrNoRay) {
+  Case scene(true);
+  auto const last = static_cast<float>(scene.setup.projectorMap.cols - 1);
+  cv::Mat_<float> row(1, 7);
+  float const values[] = {-1,
+                          0,
+                          last,
+                          last + 1,
+                          std::numeric_limits<float>::quiet_NaN(),
+                          std::numeric_limits<float>::infinity(),
+                          0.5F * last};
+  std::copy(std::begin(values), std::end(values), row[0]);
+  cv::Mat_<cv::Vec3f> xyz(row.size());
+  cv::Rect const roi(100, 100, 7, 1);
+  triangulateColumns(scene.setup, row, roi, xyz);
+  for (int x = 0; x < 6; ++x) {
+    EXPECT_EQ(xyz(0, x), cv::Vec3f(0, 0, -1)) << x;
+  }
+  EXPECT_GT(xyz(0, 6)[2], 0.0F);
+  scene.setup.cameraMap(100, 106) = cv::Vec2f::all(std::numeric_limits<float>::quiet_NaN());
+  triangulateColumns(scene.setup, row, roi, xyz);
+  EXPECT_EQ(xyz(0, 6), cv::Vec3f(0, 0, -1));
+}
+
+TEST(TriangulateRows, MeetsThePlaneThroughTheThirdsOfTheRow) {
+  Case const scene(false);
+  cv::Vec3f const untouched(7, 8, 9);
+  cv::Mat_<cv::Vec3f> xyz(scene.coordinates.size(), untouched);
+  triangulateRows(scene.setup, scene.coordinates, scene.whole(), xyz);
+  int const third = scene.setup.projectorMap.cols / 3;
+  int const last = scene.setup.projectorMap.rows - 1;
+  sim::Pose const& cam_from_proj = scene.rig.projector.world_from_proj;
+  cv::Rect const inner(2, 2, xyz.cols - 4, xyz.rows - 4);
+  for (int y = 0; y < xyz.rows; ++y) {
+    for (int x = 0; x < xyz.cols; ++x) {
+      auto const p = static_cast<double>(scene.coordinates(y, x));
+      if (!cv::Point(x, y).inside(inner)) {
+        EXPECT_EQ(xyz(y, x), untouched);
+        continue;
+      }
+      if (p <= 0 || p >= last) {
+        EXPECT_EQ(xyz(y, x), cv::Vec3f(0, 0, -FLT_MAX));
+        continue;
+      }
+      auto const i = static_cast<int>(p);
+      auto const direction = [&](int column) {
+        cv::Vec2d const at = scene.setup.projectorMap(i, column);
+        cv::Vec2d const next = scene.setup.projectorMap(i + 1, column);
+        cv::Vec2d const between = at + (p - i) * (next - at);
+        return cam_from_proj.rotation * cv::Vec3d(between[0], between[1], 1);
+      };
+      cv::Vec3d const normal = direction(third).cross(direction(2 * third));
+      cv::Vec2f const c = scene.setup.cameraMap(y, x);
+      cv::Vec3d const ray(c[0], c[1], 1);
+      cv::Vec3d const expected = ray * (normal.dot(cam_from_proj.translation) / normal.dot(ray));
+      EXPECT_LT(cv::norm(cv::Vec3d(xyz(y, x)) - expected), geometryTolerance) << x << ' ' << y;
+    }
+  }
+}
+
+} // namespace
+} // namespace vorn::mv::sl

@@ -1,0 +1,136 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <sim/demo.hpp>
+#include <sim/folder.hpp>
+#include <sim/render.hpp>
+#include <sim/truth.hpp>
+#include <sim/truth_json.hpp>
+
+#include <vorn/mv/sl/patterns.hpp>
+
+#include "tools/calibration/calibration_session.hpp"
+#include "tools/commands/commands.hpp"
+#include "tools/commands/size_option.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/folder_progress.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/scan/preview.hpp"
+#include "tools/scan/scan_job.hpp"
+#include "tools/scan/truth_comparison.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct DemoOptions {
+  std::string out = "demo";
+  int divisor = 1;
+  bool isCalibrating = true;
+};
+
+/// What the rig's camera captures of a scene while the column sequence is projected.
+struct Capture {
+  std::vector<cv::Mat> images;
+  sim::Truth truth;
+  cv::Mat_<uchar> mask;
+};
+
+Capture capture(sim::Rig const& rig, sim::Scene const& scene) {
+  std::vector<cv::Mat> columns;
+  std::vector<cv::Mat> rows;
+  mv::generate_ps4_patterns(columns, rows, rig.projector.device.resolution());
+  sim::ProjectorView const view(rig.camera, rig.projector, scene);
+  Capture result;
+  result.images = view.capture(columns);
+  result.truth = sim::truth(rig.camera, rig.projector, scene);
+  constexpr int phaseSteps = 4;
+  std::vector<cv::Mat> const fringes(columns.begin(), columns.begin() + phaseSteps);
+  result.mask = sim::truthMask(result.truth, sim::signal(rig.camera.sensor, view.expose(fringes)));
+  return result;
+}
+
+/// Renders views of the target, as a user would photograph them, and calibrates from their files.
+mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& folder) {
+  sim::Target const target = sim::demoTarget();
+  sim::FolderOptions rendering;
+  rendering.rows = true;
+  rendering.truth = false;
+  // Dots are drawn exactly whatever the number of rays.
+  rendering.render.supersample = 1;
+  rendering.progress = followFolder("Rendering the target views");
+  std::vector<sim::Pose> const poses = sim::demoTargetPoses();
+  std::cout << "Calibrating from " << poses.size() << " views of a target" << std::endl;
+  sim::writeCalibrationFolder(folder.string(), rig, target, poses, rendering);
+
+  CalibrationSettings settings;
+  settings.detector["PatternDim"] = target.grid.pitch;
+  settings.projector = rig.projector.device.resolution();
+  ScannerCalibration const calibration = calibrateScanner(folder.string(), settings);
+  std::cout << table(calibration);
+  return calibration.scanner;
+}
+
+mv::Sl3dScanner trulyCalibrated(sim::Rig const& rig) {
+  mv::Sl3dScanner scanner;
+  scanner.read(sim::scannerJson(rig));
+  return scanner;
+}
+
+void run(DemoOptions const& options) {
+  makeFolder(options.out);
+  std::filesystem::path const folder = options.out;
+  sim::Rig const rig = sim::demoRig(options.divisor);
+  sim::Scene const scene = sim::demoScene();
+  std::cout << "The virtual rig: camera " << sizeText(rig.camera.device.resolution()) << ", projector "
+            << sizeText(rig.projector.device.resolution()) << " pixels\n";
+  mv::Sl3dScanner scanner = options.isCalibrating ? calibrated(rig, folder / "calib") : trulyCalibrated(rig);
+  scanner["EnableTexture"] = true;
+
+  std::cout << "Scanning a scene" << std::endl;
+  Capture const captured = capture(rig, scene);
+  ScanResult const scan = runScan(scanner, captured.images);
+  std::cout << scan.pointCount << " points from " << captured.images.size() << " images; decoded in "
+            << std::lround(scan.decodeTime) << " ms, triangulated in " << std::lround(scan.triangulateTime)
+            << " ms\n";
+  TruthComparison const comparison = compareWithTruth(scan.xyz, captured.truth, captured.mask);
+  std::vector<ArtefactFigure> const figures =
+      measureArtefacts(scan.xyz, captured.truth, captured.mask, scene);
+  printComparison(comparison, figures);
+
+  writeObject((folder / "scanner.json").string(), scanner);
+  writeGraphic((folder / "scan.ply").string(), scan.cloud.getGraphicObject(true));
+  writeImage((folder / "scan.png").string(), drawRelief(scan.xyz));
+  constexpr float period = 4.0F;
+  writeImage((folder / "map.png").string(), drawDecodedMap(scan.map, period));
+  nlohmann::json report = scanReport(scan);
+  report["Truth"] = comparisonReport(comparison, figures);
+  writeJsonFile((folder / "report.json").string(), report);
+  std::cout << "In " << options.out << ": scan.ply, its picture scan.png, the decoded map.png, scanner.json, "
+            << "report.json\n";
+}
+
+} // namespace
+
+void addDemoCommand(CLI::App& app) {
+  auto options = std::make_shared<DemoOptions>();
+  CLI::App* command =
+      app.add_subcommand("demo", "Scan with the virtual rig and compare with the exact truth");
+  command->add_option("--out", options->out, "Folder for the results; made if need be")
+      ->capture_default_str();
+  constexpr int coarsest = 2; // beyond it the dots of the target are too small to be found
+  command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
+      ->check(CLI::Range(1, coarsest));
+  command->add_flag("!--true-calibration", options->isCalibrating,
+                    "Scan with the rig's true calibration instead of calibrating first");
+  command->callback([options] { run(*options); });
+}
+
+} // namespace vorn::tools

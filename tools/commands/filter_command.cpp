@@ -1,0 +1,256 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/core/timer.hpp>
+#include <vorn/mv/pointcloud/cloud_filters.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/files/output_path.hpp"
+#include "tools/muted_output.hpp"
+#include "tools/scan/preview.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+enum class Needs { AnyCloud, Grid };
+
+/// One filter of the command line.
+struct Step {
+  std::string name;
+  Needs needs;
+  std::function<void(mv::PointCloud&)> run;
+};
+
+struct FilterOptions {
+  std::string input;
+  std::string output;
+  std::vector<Step> steps;
+  std::string preview;
+};
+
+/// Points, normals and colours without a grid, all of them.
+mv::PointCloud cloudOf(graphic::GraphicObject& object) {
+  auto const count = static_cast<int>(object.vertices().size());
+  cv::Mat_<cv::Vec3b> texture;
+  if (object.hasColors()) {
+    cv::cvtColor(cv::Mat(object.colors()), texture, cv::COLOR_RGBA2BGR);
+  }
+  cv::Mat_<cv::Vec3f> normals;
+  if (object.hasNormals()) {
+    normals = cv::Mat_<cv::Vec3f>(object.normals(), true);
+  }
+  cv::Mat_<cv::Vec3f> points;
+  if (count > 0) {
+    points = cv::Mat_<cv::Vec3f>(object.vertices(), true);
+  }
+  return {points, false, normals, texture};
+}
+
+/// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
+/// removed.
+mv::PointCloud readCloud(std::string const& path) {
+  if (!isTiff(path)) {
+    graphic::GraphicObject object = readGraphic(path);
+    return cloudOf(object);
+  }
+  cv::Mat const image = readImage(path);
+  if (image.type() != CV_32FC3) {
+    throw Exception(path + " is no image of points: it needs three channels of 32-bit floats", nullptr, 0,
+                    "filter");
+  }
+  mv::PointCloud cloud(cv::Mat_<cv::Vec3f>(image), true);
+  for (int row = 0; row < image.rows; ++row) {
+    for (int column = 0; column < image.cols; ++column) {
+      if (!cv::checkRange(cv::Mat(std::as_const(cloud).points()(row, column)))) {
+        cloud.state()(row, column) = 255;
+      }
+    }
+  }
+  cloud.calcBoundingBox();
+  return cloud;
+}
+
+void writePreview(std::string const& path, mv::PointCloud const& cloud) {
+  if (cloud.isOrganized()) {
+    cv::Mat_<cv::Vec3f> visible = cloud.points().clone();
+    visible.setTo(cv::Scalar::all(std::numeric_limits<double>::quiet_NaN()), cloud.state());
+    writeImage(path, drawRelief(visible, cloud.texture()));
+    return;
+  }
+  std::vector<cv::Vec3f> points;
+  std::vector<cv::Vec3b> colors;
+  for (int row = 0; row < cloud.points().rows; ++row) {
+    for (int column = 0; column < cloud.points().cols; ++column) {
+      if (cloud.state()(row, column) == 0) {
+        points.push_back(cloud.points()(row, column));
+        if (cloud.hasTexture()) {
+          colors.push_back(cloud.texture()(row, column));
+        }
+      }
+    }
+  }
+  writeImage(path, drawCloud(points, colors));
+}
+
+void run(FilterOptions const& options) {
+  checkGraphicPath(options.output);
+  checkOutputs({options.output, options.preview});
+  checkPicturePath(options.preview);
+  mv::PointCloud cloud = readCloud(options.input);
+  std::printf("%-44s %12s %12s %9s\n", "step", "removed", "left", "ms");
+  std::printf("%-44s %12s %12zu\n", options.input.c_str(), "", cloud.presentCount());
+  for (Step const& step : options.steps) {
+    if (step.needs == Needs::Grid && !cloud.isOrganized()) {
+      std::printf("%-44s %12s\n", step.name.c_str(), "skipped: the points have no grid (see scan --xyz)");
+      continue;
+    }
+    std::size_t const before = cloud.presentCount();
+    Timer const timer;
+    {
+      MutedOutput const muted;
+      step.run(cloud);
+    }
+    double const elapsed = timer.toc();
+    std::size_t const left = cloud.presentCount();
+    std::printf("%-44s %12zu %12zu %9.1f\n", step.name.c_str(), before - left, left, elapsed);
+    std::fflush(stdout);
+  }
+  if (!options.preview.empty()) {
+    writePreview(options.preview, cloud);
+  }
+  writeGraphic(options.output, cloud.getGraphicObject(true));
+}
+
+/// The steps stand in the order in which the command line names them, so options act as soon as they are
+/// parsed.
+template <class Value>
+void addStepOption(CLI::App& command, std::string const& name, std::string const& help,
+                   std::string const& values, std::function<void(Value const&)> const& addStep) {
+  command.add_option_function<Value>("--" + name, addStep, help)->trigger_on_parse()->type_name(values);
+}
+
+std::string textOf(float value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", static_cast<double>(value));
+  return text;
+}
+
+void addObjectStep(std::vector<Step>& steps, std::shared_ptr<mv::pc::IFilter> const& filter) {
+  bool const needsGrid = dynamic_cast<mv::pc::DzFilter const*>(filter.get()) != nullptr;
+  std::string const name = filter->toString();
+  steps.push_back({name.substr(name.rfind("::", name.find(' ')) + 2),
+                   needsGrid ? Needs::Grid : Needs::AnyCloud,
+                   [filter](mv::PointCloud& cloud) { (*filter)(cloud); }});
+}
+
+void addChain(std::vector<Step>& steps, std::string const& path) {
+  nlohmann::json const json = readJsonFile(path);
+  try {
+    for (auto& filter : readFilterChain(json, mv::pc::filters())) {
+      addObjectStep(steps, std::move(filter));
+    }
+  } catch (Exception const& e) {
+    throw Exception(path + ": " + e.message(), nullptr, 0, e.file().c_str());
+  }
+}
+
+void require(bool isGood, std::string const& step, std::string const& rule) {
+  if (!isGood) {
+    throw Exception("--" + step + ": " + rule, nullptr, 0, "filter");
+  }
+}
+
+void requirePositive(float length, std::string const& step) {
+  require(std::isfinite(length) && length > 0.0F, step, "the length must be a number above zero");
+}
+
+void addGridSteps(CLI::App& command, std::vector<Step>& steps) {
+  addStepOption<float>(command, "dz", "Remove points farther than this from a grid neighbour", "MM",
+                       [&steps](float step) {
+                         requirePositive(step, "dz");
+                         steps.push_back({"dz " + textOf(step), Needs::Grid,
+                                          [=](mv::PointCloud& cloud) { cloud.filterByDz(step); }});
+                       });
+  addStepOption<int>(command, "border", "Remove the outermost rows and columns of the grid", "CELLS",
+                     [&steps](int width) {
+                       require(width >= 0, "border", "the width must not be negative");
+                       steps.push_back({"border " + std::to_string(width), Needs::Grid,
+                                        [=](mv::PointCloud& cloud) { cloud.filterBorder(width); }});
+                     });
+  addStepOption<int>(command, "erode", "Peel this many layers off holes and edges of the grid", "LAYERS",
+                     [&steps](int layers) {
+                       require(layers >= 0, "erode", "the number of layers must not be negative");
+                       steps.push_back(
+                           {"erode " + std::to_string(layers), Needs::Grid, [=](mv::PointCloud& cloud) {
+                              for (int i = 0; i < layers; ++i) {
+                                cloud.filterOutlier();
+                              }
+                            }});
+                     });
+}
+
+void addPointSteps(CLI::App& command, std::vector<Step>& steps) {
+  using Pair = std::pair<float, float>;
+  using RadiusAndCount = std::pair<float, int>;
+  addStepOption<Pair>(
+      command, "z-range", "Remove points with z outside a range", "MIN MAX", [&steps](Pair const& z) {
+        require(z.first <= z.second, "z-range", "the least z must not be above the greatest");
+        steps.push_back({"z-range " + textOf(z.first) + " " + textOf(z.second), Needs::AnyCloud,
+                         [=](mv::PointCloud& cloud) { cloud.filterByZRange(z.first, z.second); }});
+      });
+  auto const addNeighbourhoodStep = [&](std::string const& name, std::string const& help,
+                                        int (mv::PointCloud::*filter)(float, int)) {
+    addStepOption<RadiusAndCount>(
+        command, name, help, "MM COUNT", [&steps, name, filter](RadiusAndCount const& values) {
+          requirePositive(values.first, name);
+          require(values.second >= 1, name, "the count must be at least one");
+          steps.push_back({name + " " + textOf(values.first) + " " + std::to_string(values.second),
+                           Needs::AnyCloud,
+                           [=](mv::PointCloud& cloud) { (cloud.*filter)(values.first, values.second); }});
+        });
+  };
+  addNeighbourhoodStep("outlier", "Remove points with fewer neighbours than this within a radius",
+                       &mv::PointCloud::clean);
+  addNeighbourhoodStep("small-cluster", "Remove clusters of fewer points than this",
+                       &mv::PointCloud::filterSmallCluster);
+}
+
+} // namespace
+
+void addFilterCommand(CLI::App& app) {
+  auto options = std::make_shared<FilterOptions>();
+  CLI::App* command = app.add_subcommand("filter", "Clean a cloud with filters, in the order given");
+  command->add_option("input", options->input, "Cloud to filter (ply, obj, stl), or a grid of points (tiff)")
+      ->required();
+  command->add_option("output", options->output, "Cloud to write (ply, obj, stl)")->required();
+  // The command's callback, below, keeps the steps alive as long as the options.
+  std::vector<Step>& steps = options->steps;
+  addPointSteps(*command, steps);
+  addGridSteps(*command, steps);
+  addStepOption<std::string>(
+      *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "FILTER",
+      [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
+  addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "TEXT",
+                             [&steps](std::string const& path) { addChain(steps, path); });
+  command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png)");
+  command->callback([options] { run(*options); });
+}
+
+} // namespace vorn::tools

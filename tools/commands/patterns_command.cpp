@@ -1,0 +1,72 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/sl/patterns.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/progress.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct PatternsOptions {
+  std::string folder;
+  int width = 0;
+  int height = 0;
+  bool white = false;
+};
+
+void writeSequence(PatternsOptions const& options, std::string const& prefix,
+                   std::vector<cv::Mat> const& images) {
+  Progress progress("Writing " + prefix, static_cast<int>(images.size()));
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    writeImage(sequencePath(options.folder, prefix, static_cast<int>(i)), images[i]);
+    progress.step();
+  }
+}
+
+void run(PatternsOptions const& options) {
+  std::vector<cv::Mat> columns;
+  std::vector<cv::Mat> rows;
+  cv::Size const size(options.width, options.height);
+  mv::generate_ps4_patterns(columns, rows, size);
+  makeFolder(options.folder);
+  writeSequence(options, "columns", columns);
+  writeSequence(options, "rows", rows);
+  if (options.white) {
+    writeImage((std::filesystem::path(options.folder) / "white.png").string(),
+               cv::Mat(size, CV_8UC1, cv::Scalar(255)));
+  }
+  std::cout << columns.size() << " column and " << rows.size() << " row patterns of " << options.width
+            << " x " << options.height << " pixels in " << options.folder << "\n"
+            << "Capture one image for each, in this order, under the same names.\n";
+}
+
+} // namespace
+
+void addPatternsCommand(CLI::App& app) {
+  auto options = std::make_shared<PatternsOptions>();
+  CLI::App* command = app.add_subcommand("patterns", "Write the images that a projector shows during a scan");
+  command->add_option("folder", options->folder, "Folder to write them to; made if need be")->required();
+  // As many stripes as nine bits tell apart: of four columns, of eight rows. A scan of more is refused.
+  constexpr int mostColumns = 2048;
+  constexpr int mostRows = 4096;
+  command->add_option("--width", options->width, "Projector columns, as many as the patterns can code")
+      ->required()
+      ->check(CLI::Range(1, mostColumns));
+  command->add_option("--height", options->height, "Projector rows, likewise")
+      ->required()
+      ->check(CLI::Range(1, mostRows));
+  command->add_flag("--white", options->white, "Also write a white image, for the target's view");
+  command->callback([options] { run(*options); });
+}
+
+} // namespace vorn::tools

@@ -1,0 +1,35 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/commands/property_options.hpp"
+
+#include <vorn/core/exception.hpp>
+
+namespace vorn::tools {
+
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what) {
+  return command.add_option("--set", assignments, "Set a property of the " + what + ", as NAME=VALUE")
+      ->type_name("NAME=VALUE")
+      ->allow_extra_args(false)
+      ->take_all();
+}
+
+void applyAssignments(PropertySetBase& object, std::vector<std::string> const& assignments) {
+  for (std::string const& assignment : assignments) {
+    auto const equals = assignment.find('=');
+    if (equals == std::string::npos) {
+      throw Exception("\"" + assignment + "\" is not NAME=VALUE", nullptr, 0, "--set");
+    }
+    std::string const name = assignment.substr(0, equals);
+    Property* const property = object.findProperty(name);
+    if (property == nullptr) {
+      std::string known;
+      for (std::string const& candidate : object.getPropertyNames()) {
+        known += (known.empty() ? "" : ", ") + candidate;
+      }
+      throw Exception("There is no property \"" + name + "\"; there are " + known, nullptr, 0, "--set");
+    }
+    *property = Variant(assignment.substr(equals + 1));
+  }
+}
+
+} // namespace vorn::tools

@@ -1,0 +1,174 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <iostream>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/core/timer.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/commands/laser_options.hpp"
+#include "tools/commands/property_options.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/files/output_path.hpp"
+#include "tools/scan/laser_scan.hpp"
+#include "tools/scan/preview.hpp"
+#include "tools/scan/scan_job.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct ScanOptions {
+  std::string folder;
+  std::string calibration;
+  std::string out;
+  std::string preview;
+  std::string map;
+  std::string xyz;
+  std::string report;
+  bool isLaser = false;
+  StageMotion motion;
+  double contrast = mv::LaserLineOptions().minContrast;
+  std::vector<std::string> assignments;
+};
+
+void writeCloud(std::string const& path, ScanResult& result) {
+  graphic::GraphicObject object = result.cloud.getGraphicObject(true);
+  if (lowerCaseEnding(path) == ".stl") {
+    // A mesh format: neighbours on the camera's grid make the triangles. An edge several times the usual
+    // distance between neighbours crosses a step.
+    constexpr float stepRatio = 5.0F;
+    cv::Mat const present = result.cloud.state() == 0;
+    addGridTriangles(object, result.xyz, present, stepRatio * medianSpacing(result.xyz));
+  }
+  writeGraphic(path, object);
+}
+
+void writeMap(std::string const& path, cv::Mat_<float> const& map) {
+  // The periods of the two coded axes differ; either shows as bands.
+  constexpr float period = 8.0F;
+  writeImage(path, isTiff(path) ? cv::Mat(map) : drawDecodedMap(map, period));
+}
+
+void runLaser(ScanOptions const& options) {
+  mv::LineScanner scanner;
+  readObject(options.calibration, scanner);
+  checkOutputs({options.out, options.preview, options.report});
+  checkPicturePath(options.preview);
+  if (!options.out.empty()) {
+    checkGraphicPath(options.out);
+    if (lowerCaseEnding(options.out) == ".stl") {
+      throw Exception("A laser scan is a cloud without triangles: write it as .ply or .obj", nullptr, 0,
+                      "scan");
+    }
+  }
+  mv::LaserLineOptions line;
+  line.minContrast = options.contrast;
+  LaserScan const scan = scanLaser(options.folder, scanner, options.motion, line);
+  if (!options.out.empty()) {
+    graphic::GraphicObject object;
+    object.vertices() = scan.points;
+    writeGraphic(options.out, object);
+  }
+  if (!options.preview.empty()) {
+    writeImage(options.preview, drawCloud(scan.points));
+  }
+  if (!options.report.empty()) {
+    writeJsonFile(options.report, scanReport(scan));
+  }
+  std::cout << scan.points.size() << " points from " << scan.images << " images";
+  if (scan.emptyImages > 0) {
+    std::cout << ", " << scan.emptyImages << " of them without a laser line";
+  }
+  std::cout << '\n';
+}
+
+void runPattern(ScanOptions const& options) {
+  mv::Sl3dScanner scanner;
+  readObject(options.calibration, scanner);
+  applyAssignments(scanner, options.assignments);
+  checkOutputs({options.out, options.xyz, options.map, options.preview, options.report});
+  checkPicturePath(options.preview);
+  checkPicturePath(options.map);
+  if (!options.xyz.empty() && !isTiff(options.xyz)) {
+    throw Exception("Points are stored as .tiff, not to " + options.xyz, nullptr, 0, "scan");
+  }
+  if (!options.out.empty()) {
+    checkGraphicPath(options.out);
+  }
+
+  Timer timer;
+  std::vector<cv::Mat> const images = readSequence(options.folder, sequencePrefix(scanner));
+  double const readTime = timer.toc();
+  ScanResult result = runScan(scanner, images);
+
+  timer.tic();
+  if (!options.out.empty()) {
+    writeCloud(options.out, result);
+  }
+  if (!options.xyz.empty()) {
+    writeImage(options.xyz, result.xyz);
+  }
+  if (!options.map.empty()) {
+    writeMap(options.map, result.map);
+  }
+  if (!options.preview.empty()) {
+    writeImage(options.preview, drawRelief(result.xyz, result.cloud.texture()));
+  }
+  double const writeTime = timer.toc();
+  if (!options.report.empty()) {
+    nlohmann::json report = scanReport(result);
+    report["Images"] = images.size();
+    report["Times"]["Read"] = readTime;
+    report["Times"]["Write"] = writeTime;
+    writeJsonFile(options.report, report);
+  }
+  std::cout << result.pointCount << " points from " << images.size() << " images of " << result.map.cols
+            << " x " << result.map.rows << '\n';
+}
+
+} // namespace
+
+void addScanCommand(CLI::App& app) {
+  auto options = std::make_shared<ScanOptions>();
+  CLI::App* command = app.add_subcommand("scan", "Turn a folder of captured images into a point cloud");
+  command
+      ->add_option("folder", options->folder,
+                   "Folder with columns_00.png ... (rows_00.png ... for a vertical scanner), or with "
+                   "line_00.png ...")
+      ->required();
+  command->add_option("--calib", options->calibration, "The calibrated scanner, a JSON file")->required();
+  CLI::Option* laser = command->add_flag(
+      "--laser", options->isLaser,
+      "A laser line scan: line_00.png ..., an image a laser line at each position of a linear stage");
+  command
+      ->add_option("--step", options->motion.step,
+                   "How the stage moves the scene from one position to the next, mm in the camera's "
+                   "frame; default: \"step\" in the folder's stage.json")
+      ->type_name("X,Y,Z")
+      ->needs(laser);
+  command
+      ->add_option("--encoder", options->motion.encoder,
+                   "The stage's places in mm along the step, a number a position: text, CSV or JSON")
+      ->needs(laser);
+  addContrastOption(*command, options->contrast)->needs(laser);
+  command->add_option("--out", options->out, "Write the points as .ply or .obj, or the surface as .stl");
+  command->add_option("--preview", options->preview, "Write a shaded picture of the depths");
+  command->add_option("--map", options->map, "Write the decoded coordinates: a picture, or CV_32F as .tiff")
+      ->excludes(laser);
+  command
+      ->add_option("--xyz", options->xyz,
+                   "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
+      ->excludes(laser);
+  command->add_option("--report", options->report, "Write counts, times in ms and the box as JSON");
+  addSetOption(*command, options->assignments, "scanner")->excludes(laser);
+  command->callback([options] { options->isLaser ? runLaser(*options) : runPattern(*options); });
+}
+
+} // namespace vorn::tools

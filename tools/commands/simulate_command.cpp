@@ -1,0 +1,134 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include <sim/demo.hpp>
+#include <sim/folder.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/files/folder_progress.hpp"
+#include "tools/files/image_files.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct SimulateOptions {
+  std::string folder;
+  bool withCalibration = true;
+  bool withRows = false;
+  bool withSecondCamera = false;
+  bool isStereo = false;
+  bool isLaser = false;
+  int divisor = 1;
+};
+
+sim::FolderOptions following(std::string const& what) {
+  sim::FolderOptions rendering;
+  rendering.progress = followFolder(what);
+  return rendering;
+}
+
+void simulateStereo(SimulateOptions const& options) {
+  sim::StereoRig const rig = sim::demoStereoRig(options.divisor);
+  std::filesystem::path const folder = options.folder;
+  sim::writeStereoTruth((folder / "stereo_truth.json").string(), rig);
+  sim::writeStereoFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
+                         following("Rendering the target views"));
+  std::cout << "In " << options.folder << ":\n"
+            << "  calib/             target views of both cameras, pitch 15 mm\n"
+            << "  stereo_truth.json  the true calibration\n";
+}
+
+void simulateLaser(SimulateOptions const& options) {
+  sim::LaserRig const rig = sim::demoLaserRig(options.divisor);
+  std::filesystem::path const folder = options.folder;
+  sim::writeLaserTruth((folder / "laser_truth.json").string(), rig);
+  // The scene passes the line from end to end.
+  sim::Stage const stage{{0, 3.0 * options.divisor, 0}, 100 / options.divisor + 1};
+  sim::Scene const atStart =
+      sim::demoScene().moved({cv::Matx33d::eye(), stage.step * (-0.5 * (stage.images - 1))});
+  sim::writeLaserScanFolder((folder / "scan").string(), rig, atStart, stage, following("Rendering the scan"));
+  if (options.withCalibration) {
+    sim::writeLaserCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(),
+                                     sim::demoTargetPoses(), following("Rendering the target views"));
+  }
+  std::cout << "In " << options.folder << ":\n"
+            << "  scan/             images of a laser line that a stage carries over the scene\n"
+            << (options.withCalibration ? "  calib/            target views to calibrate from, pitch 15 mm\n"
+                                        : "")
+            << "  laser_truth.json  the true calibration\n";
+}
+
+void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
+                     SimulateOptions const& options) {
+  sim::writeScannerTruth((folder / "scanner_truth.json").string(), rig);
+
+  sim::FolderOptions scan;
+  scan.rows = options.withRows;
+  scan.progress = followFolder("Rendering the scan");
+  sim::writeScanFolder((folder / "scan").string(), rig, sim::demoScene(), scan);
+
+  if (options.withCalibration) {
+    sim::FolderOptions calibration;
+    calibration.rows = true;
+    calibration.progress = followFolder("Rendering the target views");
+    sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
+                                calibration);
+  }
+  std::cout << "In " << folder.string() << ":\n"
+            << "  scan/               captured images of one scan, with their truth\n"
+            << (options.withCalibration
+                    ? "  calib/              target views to calibrate from, pitch 15 mm\n"
+                    : "")
+            << "  scanner_truth.json  the true calibration\n";
+}
+
+void run(SimulateOptions const& options) {
+  makeFolder(options.folder);
+  if (options.isLaser) {
+    simulateLaser(options);
+  } else if (options.isStereo) {
+    simulateStereo(options);
+  } else {
+    std::filesystem::path const folder = options.folder;
+    simulateScanner(sim::demoRig(options.divisor), folder, options);
+    if (options.withSecondCamera) {
+      makeFolder((folder / "second").string());
+      simulateScanner(sim::demoSecondRig(options.divisor), folder / "second", options);
+    }
+  }
+}
+
+} // namespace
+
+void addSimulateCommand(CLI::App& app) {
+  auto options = std::make_shared<SimulateOptions>();
+  CLI::App* command =
+      app.add_subcommand("simulate", "Render what a rig would capture: a scan, target views, and the truth");
+  command->add_option("folder", options->folder, "Folder to write to; made if need be")->required();
+  CLI::Option* noCalibration =
+      command->add_flag("!--no-calib", options->withCalibration, "Leave out the target views");
+  CLI::Option* stereo =
+      command->add_flag("--stereo", options->isStereo, "Two cameras in place of camera and projector")
+          ->excludes(noCalibration);
+  CLI::Option* laser =
+      command->add_flag("--laser", options->isLaser, "A laser line and a stage in place of a projector")
+          ->excludes(stereo);
+  command->add_flag("--rows", options->withRows, "Also the row sequence of the scan")
+      ->excludes(stereo)
+      ->excludes(laser);
+  command
+      ->add_flag("--second-camera", options->withSecondCamera,
+                 "Also what a camera on the projector's other side sees of the same, in second/")
+      ->excludes(stereo)
+      ->excludes(laser);
+  constexpr int coarsest = 8;
+  command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
+      ->check(CLI::Range(1, coarsest));
+  command->callback([options] { run(*options); });
+}
+
+} // namespace vorn::tools

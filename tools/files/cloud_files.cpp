@@ -1,0 +1,126 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/files/cloud_files.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/graphic/obj_file.hpp>
+#include <vorn/graphic/ply_file.hpp>
+#include <vorn/graphic/stl_file.hpp>
+
+#include "tools/files/output_path.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+enum class Format { Ply, Obj, Stl };
+
+Format formatOf(std::string const& path) {
+  std::string const ending = lowerCaseEnding(path);
+  if (ending == ".ply") {
+    return Format::Ply;
+  }
+  if (ending == ".obj") {
+    return Format::Obj;
+  }
+  if (ending == ".stl") {
+    return Format::Stl;
+  }
+  throw Exception(path + " does not end in .ply, .obj or .stl", nullptr, 0, "cloud");
+}
+
+} // namespace
+
+graphic::GraphicObject readGraphic(std::string const& path) {
+  switch (formatOf(path)) {
+  case Format::Ply:
+    return graphic::PLYFile().read(path);
+  case Format::Obj:
+    return graphic::OBJFile().read(path);
+  case Format::Stl:
+    break;
+  }
+  return graphic::STLFile().read(path);
+}
+
+void writeGraphic(std::string const& path, graphic::GraphicObject const& object) {
+  switch (formatOf(path)) {
+  case Format::Ply:
+    graphic::PLYFile().write(path, object);
+    break;
+  case Format::Obj:
+    graphic::OBJFile().write(path, object);
+    break;
+  case Format::Stl:
+    graphic::STLFile().write(path, object);
+    break;
+  }
+}
+
+void checkGraphicPath(std::string const& path) {
+  formatOf(path);
+}
+
+float medianSpacing(cv::Mat_<cv::Vec3f> const& xyz) {
+  std::vector<float> distances;
+  for (int y = 0; y < xyz.rows; ++y) {
+    for (int x = 0; x + 1 < xyz.cols; ++x) {
+      float const distance = static_cast<float>(cv::norm(xyz(y, x + 1) - xyz(y, x)));
+      if (std::isfinite(distance)) {
+        distances.push_back(distance);
+      }
+    }
+  }
+  if (distances.empty()) {
+    return 0.0F;
+  }
+  auto const middle = distances.begin() + static_cast<std::ptrdiff_t>(distances.size() / 2);
+  std::nth_element(distances.begin(), middle, distances.end());
+  return *middle;
+}
+
+void addGridTriangles(graphic::GraphicObject& object, cv::Mat_<cv::Vec3f> const& xyz,
+                      cv::Mat_<uchar> const& present, float maxEdge) {
+  constexpr int absent = -1;
+  cv::Mat_<int> vertex(xyz.size(), absent);
+  int count = 0;
+  for (int y = 0; y < xyz.rows; ++y) {
+    for (int x = 0; x < xyz.cols; ++x) {
+      if (present(y, x) != 0) {
+        vertex(y, x) = count++;
+      }
+    }
+  }
+  float const maxSquare = maxEdge * maxEdge;
+  auto const joined = [&](cv::Point const& a, cv::Point const& b) {
+    cv::Vec3f const edge = xyz(a) - xyz(b);
+    return edge.dot(edge) <= maxSquare;
+  };
+  auto const add = [&](std::array<cv::Point, 3> const& corners) {
+    cv::Vec3i triangle;
+    for (int i = 0; i < 3; ++i) {
+      auto const k = static_cast<std::size_t>(i);
+      triangle[i] = vertex(corners[k]);
+      if (triangle[i] == absent || !joined(corners[k], corners[(k + 1) % 3])) {
+        return;
+      }
+    }
+    object.triangles().push_back(triangle);
+  };
+  for (int y = 0; y + 1 < xyz.rows; ++y) {
+    for (int x = 0; x + 1 < xyz.cols; ++x) {
+      // Seen from the camera counter-clockwise, so that the surface faces it.
+      add({cv::Point(x, y), cv::Point(x, y + 1), cv::Point(x + 1, y)});
+      add({cv::Point(x + 1, y), cv::Point(x, y + 1), cv::Point(x + 1, y + 1)});
+    }
+  }
+}
+
+} // namespace vorn::tools

@@ -1,0 +1,77 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/files/cloud_info.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/pointcloud/octree.hpp>
+
+namespace vorn::tools {
+
+namespace {
+
+std::vector<cv::Point3f> finitePoints(std::vector<cv::Vec3f> const& points) {
+  std::vector<cv::Point3f> finite;
+  finite.reserve(points.size());
+  for (cv::Vec3f const& p : points) {
+    if (std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2])) {
+      finite.emplace_back(p);
+    }
+  }
+  return finite;
+}
+
+void printBox(std::vector<cv::Point3f> const& points) {
+  cv::Vec3f low = points.front();
+  cv::Vec3f high = low;
+  for (cv::Vec3f const p : points) {
+    for (int i = 0; i < 3; ++i) {
+      low[i] = std::min(low[i], p[i]);
+      high[i] = std::max(high[i], p[i]);
+    }
+  }
+  std::cout << "Box from " << low << " to " << high << ", size " << high - low << '\n';
+}
+
+/// The median distance of a point to the nearest other one, over points from all parts of the list.
+float usualSpacing(std::vector<cv::Point3f> const& points) {
+  constexpr std::size_t mostSamples = 10000;
+  std::size_t const stride = (points.size() + mostSamples - 1) / mostSamples;
+  mv::ListOctree tree;
+  tree.init(points);
+  std::vector<unsigned> indices;
+  std::vector<float> squares;
+  std::vector<float> nearest;
+  for (std::size_t i = 0; i < points.size(); i += stride) {
+    // The nearest of all is the point itself.
+    tree.knnSearch<mv::Distance<cv::Point3f>::L2>(points[i], 2, indices, squares);
+    nearest.push_back(squares.back());
+  }
+  auto const middle = nearest.begin() + static_cast<std::ptrdiff_t>(nearest.size() / 2);
+  std::nth_element(nearest.begin(), middle, nearest.end());
+  return std::sqrt(*middle);
+}
+
+} // namespace
+
+void printCloudInfo(graphic::GraphicObject const& object) {
+  std::vector<cv::Point3f> const finite = finitePoints(object.vertices());
+  std::cout << object.vertices().size() << " points";
+  if (finite.size() < object.vertices().size()) {
+    std::cout << " (" << object.vertices().size() - finite.size() << " of them not finite)";
+  }
+  std::cout << ", " << object.triangles().size() << " triangles; " << (object.hasNormals() ? "" : "no ")
+            << "normals, " << (object.hasColors() ? "" : "no ") << "colours\n";
+  if (!finite.empty()) {
+    printBox(finite);
+  }
+  if (finite.size() > 1) {
+    std::cout << "Usual spacing " << usualSpacing(finite) << " (median distance to the nearest point)\n";
+  }
+}
+
+} // namespace vorn::tools
