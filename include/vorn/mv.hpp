@@ -12,6 +12,7 @@
 #include <vorn/core/filter_chain.hpp>
 #include <vorn/core/interfaces.hpp>
 #include <vorn/core/object.hpp>
+#include <vorn/core/observer.hpp>
 #include <vorn/core/property.hpp>
 #include <vorn/core/property_set.hpp>
 #include <vorn/core/registry.hpp>
