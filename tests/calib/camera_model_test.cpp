@@ -56,6 +56,20 @@ TEST(CameraModel, FindsTheCameraThatTookTheViews) {
   EXPECT_EQ(data.getPoses().size(), 16U);
 }
 
+TEST(CameraModel, CalibratingACopyLeavesTheOriginal) {
+  Library::init();
+  CameraModel const original = ExactCamera().model();
+  json const before = written(original);
+  ExactCamera const other{{1024, 768}, {1300, 0, 520, 0, 1305, 380, 0, 0, 1}, {-0.2, 0.1, 0, 0, 0}};
+  CameraCalibData data;
+  addViews(data, other, patternPoses(4));
+  CameraModel copy = original;
+  copy.setResolution(other.resolution);
+  copy.calib(data, 100);
+  EXPECT_NEAR(copy.getK().at<double>(0, 0), 1300, 1);
+  EXPECT_EQ(written(original), before);
+}
+
 TEST(CameraModel, AFailedCalibrationChangesNothing) {
   Library::init();
   ExactCamera const camera;

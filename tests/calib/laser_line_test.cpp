@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/calib/laser_line.hpp>
 
+#include <algorithm>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "calib/laser/laser_edges.hpp"
 #include "calib/laser/laser_profile.hpp"
 
 namespace vorn::mv {
@@ -176,6 +178,34 @@ TEST(LaserLine, DropsWhatIsNoGoodStripe) {
   EXPECT_EQ(found(stripe(40, 100, 1.2), narrow), 40U) << "the filter may be wider than any stripe";
 }
 
+TEST(LaserLine, CountsANoisyStripeOnce) {
+  constexpr int many = 2000;
+  cv::Mat_<float> light(80, many, 30.0F);
+  addStripe(light, std::vector<double>(many, 40.3), 60, 4);
+  LaserLineOptions options;
+  options.maxPeaks = 3;
+  options.maxWidth = 6;
+  // Of this noise, the sums that candidates are looked for in have several tops on most stripes.
+  auto const points = extract_laser_line(exposed(light, 8), options);
+  std::vector<int> found(many);
+  for (cv::Point2f const& p : points) {
+    found[static_cast<std::size_t>(p.x)] += std::abs(p.y - 40.3F) < 4 ? 1 : 0;
+  }
+  EXPECT_EQ(*std::max_element(found.begin(), found.end()), 1);
+  EXPECT_GT(cv::countNonZero(found), many * 9 / 10);
+}
+
+TEST(LaserLine, AllowsAsManySaturatedPixelsAsItSays) {
+  std::vector<unsigned char> const levels{10,  10,  10, 10, 10, 12, 20, 60, 140, 230, 255, 255, 255,
+                                          230, 140, 60, 20, 12, 10, 10, 10, 10,  10,  10,  10,  10};
+  LaserLineOptions options;
+  for (int allowed : {0, 2, 3, 4}) {
+    options.maxSaturated = allowed;
+    auto const found = measurePeak({levels.data(), 1, static_cast<int>(levels.size())}, 11, options);
+    EXPECT_EQ(found.has_value(), allowed >= 3) << allowed;
+  }
+}
+
 TEST(LaserLine, StripesNarrowerThanPixelsHaveAFiniteAsymmetry) {
   std::vector<unsigned char> levels(24, 126);
   std::fill(levels.begin() + 12, levels.end(), static_cast<unsigned char>(42));
@@ -283,6 +313,52 @@ TEST(LaserLine, DropsWhatAnEdgeMovesOnASteepLine) {
   EXPECT_GT(edge.worst(image, everything), 2 * mostMoved) << "the edge does move stripes";
   EXPECT_LT(edge.worst(image), mostMoved);
   EXPECT_GT(extract_laser_line(image).size(), 90U) << "and leaves most of them";
+}
+
+/// Samples of a horizontal line of symmetric stripes, whose heights scatter a little.
+std::vector<LaserSample> symmetricSamples(int count) {
+  cv::RNG rng(5);
+  std::vector<LaserSample> samples;
+  for (int x = 0; x < count; ++x) {
+    samples.push_back({x, {20.0, 100 + rng.gaussian(0.3), 2, {rng.gaussian(0.3), rng.gaussian(0.3)}}});
+  }
+  return samples;
+}
+
+TEST(MovedByEdges, AGapEndsALine) {
+  constexpr int gap = 100;
+  constexpr int edge = 200;
+  constexpr int count = 300;
+  auto samples = symmetricSamples(count);
+  for (LaserSample& sample : samples) {
+    double const beyondEdge = std::clamp((sample.line - edge) / 6.0, 0.0, 1.0);
+    sample.peak.contrast *= (sample.line > gap ? 0.8 : 1.0) - 0.3 * beyondEdge;
+  }
+  samples.erase(samples.begin() + gap);
+  auto const flags = movedByEdges(samples);
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    int const line = samples[i].line;
+    if (line > edge && line < edge + 6) {
+      EXPECT_TRUE(flags[i]) << "an edge beyond the gap, column " << line;
+    } else if (std::abs(line - edge - 3) > 20) {
+      EXPECT_FALSE(flags[i]) << "another height beyond the gap, column " << line;
+    }
+  }
+}
+
+TEST(MovedByEdges, RoundingErrorsThatNeighboursShareAreNoEdge) {
+  // Without noise, neighbours of a line that is nearly horizontal are rounded alike.
+  auto samples = symmetricSamples(400);
+  for (LaserSample& sample : samples) {
+    double const share = std::clamp(2 - std::abs(sample.line - 200) / 20.0, 0.0, 1.0);
+    sample.peak.contrast = 100;
+    sample.peak.odd = {0.6 * share, -0.6 * share};
+  }
+  EXPECT_EQ(movedByEdges(samples), std::vector<bool>(400, false));
+  for (LaserSample& sample : samples) {
+    sample.peak.odd = {5 * sample.peak.odd[0], 0};
+  }
+  EXPECT_TRUE(movedByEdges(samples)[200]) << "more than rounding makes";
 }
 
 TEST(LaserLine, KeepsALaserThatIsAsymmetricItself) {

@@ -55,8 +55,10 @@ struct LineScannerTest : testing::Test {
     return truth.image(onPattern, pose);
   }
 
-  void addViews(int count) {
-    for (cv::Matx44d const& pose : patternPoses(count)) {
+  void addViews(int count) { addViews(patternPoses(count)); }
+
+  void addViews(std::vector<cv::Matx44d> const& poses) {
+    for (cv::Matx44d const& pose : poses) {
       data.add(truth.image(patternPoints(), pose), patternPoints(), {line(0, pose), line(1, pose)});
     }
   }
@@ -74,8 +76,8 @@ struct LineScannerTest : testing::Test {
   }
 
   ExactCamera truth;
-  cv::Vec3d const point{0, 0, 500};
-  cv::Vec3d const normals[2] = {{std::cos(0.4), 0, std::sin(0.4)}, {std::cos(0.75), 0, std::sin(0.75)}};
+  cv::Vec3d point{0, 0, 500};
+  cv::Vec3d normals[2] = {{std::cos(0.4), 0, std::sin(0.4)}, {std::cos(0.75), 0, std::sin(0.75)}};
   LineScanner scanner;
   LineScannerCalibData data;
 };
@@ -101,6 +103,23 @@ TEST_F(LineScannerTest, FindsTheLaserPlanes) {
   EXPECT_THROW(scanner.triangulate({pixel}, 2, {}), Exception);
   EXPECT_THROW(scanner.triangulate({pixel}, -1, {}), Exception);
   EXPECT_THROW(scanner.triangulate({{}, {}, {}}, {}), Exception);
+}
+
+TEST_F(LineScannerTest, ASecondCalibrationForgetsThePosesOfTheFirst) {
+  addViews(3);
+  scanner.calib(data);
+  data.clear(); // which keeps the poses
+  point[2] = 560;
+  normals[0] = {std::cos(0.6), 0, std::sin(0.6)};
+  std::vector<cv::Matx44d> poses = patternPoses(8);
+  addViews({poses.begin() + 3, poses.end()});
+  scanner.calib(data);
+  EXPECT_EQ(data.getPoses().size(), 8U);
+  for (int laser = 0; laser < 2; ++laser) {
+    Plane3f const& plane = scanner.getPlanes()[static_cast<std::size_t>(laser)];
+    EXPECT_LT(cv::norm(cv::Vec3d(plane.normal()).cross(normals[laser])), 1e-4) << "radians";
+    EXPECT_LT(plane.distance(cv::Point3d(point)), 0.02) << "millimetres";
+  }
 }
 
 TEST_F(LineScannerTest, AFailedCalibrationChangesNothing) {

@@ -91,11 +91,16 @@ TEST_F(StereoCameraTest, KeepsTheTransformButNoMapsOfAPoorCalibration) {
     }
     noisy.add(imgPnts, data0.getObjPnts(i));
   }
+  CameraCalibData good = data0;
+  CameraCalibData good1 = data1;
+  stereo.calib(good, good1);
+  ASSERT_FALSE(stereo.getUndistortedMap0().empty() || stereo.getUndistortedMap1().empty());
   stereo.calib(noisy, data1);
   EXPECT_GE(stereo.getCameraModel0().getCalibError(), 0.5);
   EXPECT_FALSE(stereo.isCalibrated());
   EXPECT_NE(stereo.getTransform(), cv::Matx44d::eye());
-  EXPECT_TRUE(stereo.getUndistortedMap0().empty());
+  EXPECT_TRUE(stereo.getUndistortedMap0().empty()) << "nor those of the good calibration before";
+  EXPECT_TRUE(stereo.getUndistortedMap1().empty());
 }
 
 TEST_F(StereoCameraTest, AFailedCalibrationChangesNothing) {
