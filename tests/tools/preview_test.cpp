@@ -37,8 +37,8 @@ cv::Mat_<cv::Vec3f> plates(float spacing, bool isRightTilted) {
     for (int x = 0; x < xyz.cols; ++x) {
       float const right = spacing * static_cast<float>(x);
       float const deeper = isRightTilted ? spacing * static_cast<float>(x - xyz.cols / 2) : 0.0F;
-      xyz(y, x) = cv::Vec3f(right, spacing * static_cast<float>(y),
-                            x < xyz.cols / 2 ? 500.0F : 600.0F + deeper);
+      xyz(y, x) =
+          cv::Vec3f(right, spacing * static_cast<float>(y), x < xyz.cols / 2 ? 500.0F : 600.0F + deeper);
     }
   }
   return xyz;
@@ -67,9 +67,10 @@ TEST(CloudPicture, ShowsTheNearerOfTwoPointsBehindEachOther) {
   cv::Vec3b const red(0, 0, 250);
   cv::Vec3b const blue(250, 0, 0);
   for (bool const isNearFirst : {true, false}) {
-    std::vector<cv::Vec3f> const points{
-        {0, 0, 550}, {20, 20, 550}, {10, 10, isNearFirst ? 500.0F : 600.0F},
-        {10, 10, isNearFirst ? 600.0F : 500.0F}};
+    std::vector<cv::Vec3f> const points{{0, 0, 550},
+                                        {20, 20, 550},
+                                        {10, 10, isNearFirst ? 500.0F : 600.0F},
+                                        {10, 10, isNearFirst ? 600.0F : 500.0F}};
     std::vector<cv::Vec3b> const colors{grey, grey, isNearFirst ? red : blue, isNearFirst ? blue : red};
     cv::Mat const picture = drawCloud(points, colors);
     std::vector<cv::Mat> channels;

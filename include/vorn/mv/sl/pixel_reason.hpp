@@ -1,0 +1,26 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+
+namespace vorn::mv {
+
+/// What became of a camera pixel in a scan: measured, or why not. Where several reasons hold, the first one in
+/// this order is told. The values are those of a mask's pixels.
+enum class PixelReason : std::uint8_t {
+  Measured = 0, ///< it has a coordinate and, after triangulation, a point
+  Clipped,      ///< brighter than "MaxGrayLevel", or clipped at 255 in a phase image
+  Dark,         ///< its fringe amplitude is below "Sensitivity", or its fringes below "MinPhaseConfident"
+  LowContrast,  ///< the range of its code images is below "BlackWhiteSensitivity"
+  NoCode,       ///< the order of its fringe is not known: no trusted code reaches it, or codes contradict it
+  Edge,         ///< it lies on an edge of the surface, where fringes of two surfaces mix
+  SmallPiece,   ///< its connected piece of surface has fewer than "MinSegmentSize" pixels
+  NoPoint       ///< it has a coordinate, but that is off the projector's image, or its ray meets the plane of
+                ///< light behind the camera or nowhere
+};
+
+/// How many reasons there are: their values are below.
+constexpr int pixelReasonCount = 8;
+
+} // namespace vorn::mv
