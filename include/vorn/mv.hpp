@@ -43,6 +43,7 @@
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/quaternion.hpp>
 #include <vorn/mv/geometry/rotation.hpp>
+#include <vorn/mv/geometry/sphere3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/geometry/transform3d.hpp>
 #include <vorn/mv/imaging/edge_filters.hpp>
@@ -53,6 +54,7 @@
 #include <vorn/mv/imaging/morphology_filters.hpp>
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 #include <vorn/mv/imaging/threshold_filters.hpp>
+#include <vorn/mv/measure/fit.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>

@@ -2,15 +2,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scan/truth_comparison.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 #include <optional>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
-#include "tools/scan/form_fit.hpp"
+#include <vorn/mv/measure/fit.hpp>
 
 namespace vorn::tools {
 
@@ -19,9 +21,9 @@ namespace {
 constexpr auto clean = static_cast<uchar>(sim::TruthMask::Clean);
 
 /// The measured points at the clean pixels that show an object.
-std::vector<cv::Vec3d> pointsOf(int label, cv::Mat_<cv::Vec3f> const& xyz, sim::Truth const& truth,
-                                cv::Mat_<uchar> const& mask) {
-  std::vector<cv::Vec3d> points;
+std::vector<cv::Point3f> pointsOf(int label, cv::Mat_<cv::Vec3f> const& xyz, sim::Truth const& truth,
+                                  cv::Mat_<uchar> const& mask) {
+  std::vector<cv::Point3f> points;
   for (int y = 0; y < xyz.rows; ++y) {
     for (int x = 0; x < xyz.cols; ++x) {
       if (truth.label(y, x) == label && mask(y, x) == clean && std::isfinite(xyz(y, x)[2])) {
@@ -55,6 +57,21 @@ sim::Object const* largestPlane(sim::Scene const& scene) {
 }
 
 constexpr std::size_t fewestPoints = 100;
+
+/// Measured artefacts in the sense of VDI/VDE 2634 part 2: the form error counts every point but the worst 3
+/// in 1000, so none is an outlier.
+mv::FitSettings everyPoint() {
+  mv::FitSettings settings;
+  settings.outlierSigmas = std::numeric_limits<double>::infinity();
+  return settings;
+}
+
+/// The value below which the given share of `values` lies.
+double quantile(std::vector<double>& values, double share) {
+  auto const place = std::lround(share * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), values.begin() + place, values.end());
+  return values[static_cast<std::size_t>(place)];
+}
 
 } // namespace
 
@@ -92,15 +109,15 @@ std::vector<ArtefactFigure> measureArtefacts(cv::Mat_<cv::Vec3f> const& xyz, sim
   std::vector<MeasuredSphere> spheres;
   for (sim::Object const& object : scene.objects()) {
     auto const* sphere = std::get_if<sim::Sphere>(&object.shape);
-    std::vector<cv::Vec3d> const points =
-        sphere != nullptr ? pointsOf(object.label, xyz, truth, mask) : std::vector<cv::Vec3d>();
+    std::vector<cv::Point3f> const points =
+        sphere != nullptr ? pointsOf(object.label, xyz, truth, mask) : std::vector<cv::Point3f>();
     if (points.size() < fewestPoints) {
       continue;
     }
-    SphereFit const fit = fitSphere(points);
-    figures.push_back({object.name + ": form error", fit.formError});
-    figures.push_back({object.name + ": size error", 2.0 * (fit.radius - sphere->radius)});
-    spheres.push_back({object.name, object.world_from_object.translation, fit.centre});
+    mv::Fit<mv::Sphere3f> const fit = mv::fitSphere(points, everyPoint());
+    figures.push_back({object.name + ": form error", fit.form});
+    figures.push_back({object.name + ": size error", 2.0 * (fit.feature.radius() - sphere->radius)});
+    spheres.push_back({object.name, object.world_from_object.translation, cv::Point3d(fit.feature.centre())});
   }
   for (std::size_t i = 1; i < spheres.size(); ++i) {
     double const measured = cv::norm(spheres[i].centre - spheres[i - 1].centre);
@@ -109,11 +126,12 @@ std::vector<ArtefactFigure> measureArtefacts(cv::Mat_<cv::Vec3f> const& xyz, sim
         {spheres[i - 1].name + " to " + spheres[i].name + ": distance error", measured - expected});
   }
   if (sim::Object const* plane = largestPlane(scene)) {
-    std::vector<cv::Vec3d> const points = pointsOf(plane->label, xyz, truth, mask);
+    std::vector<cv::Point3f> const points = pointsOf(plane->label, xyz, truth, mask);
     if (points.size() >= fewestPoints) {
-      PlaneFit const fit = fitPlane(points);
-      figures.push_back({plane->name + ": flatness", fit.flatness});
-      figures.push_back({plane->name + ": RMS from its plane", fit.rms});
+      mv::Fit<mv::Plane3f> const fit = mv::fitPlane(points, everyPoint());
+      figures.push_back({plane->name + ": flatness", fit.form});
+      double const rms = cv::norm(fit.residuals) / std::sqrt(static_cast<double>(points.size()));
+      figures.push_back({plane->name + ": RMS from its plane", rms});
     }
   }
   return figures;
