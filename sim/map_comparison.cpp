@@ -4,11 +4,13 @@
 
 #include <cmath>
 
+#include "sl/coding/stripe_code.hpp"
+
 namespace vorn::sim {
 
 MapComparison compareMap(cv::Mat_<float> const& map, Truth const& truth, Signal const& signal,
                          cv::Mat_<std::uint8_t> const& mask, MapAxis axis) {
-  double const period = axis == MapAxis::Column ? 4 : 8;
+  double const period = (axis == MapAxis::Column ? mv::sl::columnCode : mv::sl::rowCode).period;
   MapComparison result;
   double squaredError = 0;
   double squaredBound = 0;

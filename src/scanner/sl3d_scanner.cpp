@@ -87,7 +87,7 @@ bool isHorizontal(PropertySetBase const& scanner) {
 
 sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::CodedAxis const& axis) {
   sl::ScanDecodingSettings settings;
-  settings.period = axis.period;
+  settings.period = axis.code.period;
   settings.resolution = axis.resolution;
   settings.maxGrayLevel = scanner["MaxGrayLevel"];
   settings.minContrast = scanner["BlackWhiteSensitivity"];

@@ -11,6 +11,7 @@
 #include <vorn/mv/sl/projector_points.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 
+#include "sl/coding/stripe_code.hpp"
 #include "tools/calibration/calibration_session.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/muted_output.hpp"
@@ -25,25 +26,17 @@ namespace {
 /// Projector points from which on a view says something about the projector.
 constexpr std::size_t leastProjectorPoints = 20;
 
-/// Images of a sequence and the projector resolution that its images can code at most.
+/// A sequence and the axis of the projector that it codes.
 struct CodedAxis {
   char const* prefix;
   mv::scanner::ScannerType::Item type;
-  int period;
+  mv::sl::StripeCode code;
   int cv::Size::*extent;
 };
 
-CodedAxis const columnAxis = {"columns", mv::scanner::ScannerType::Horizontal, 4, &cv::Size::width};
-CodedAxis const rowAxis = {"rows", mv::scanner::ScannerType::Vertical, 8, &cv::Size::height};
-
-constexpr int imagesBesidePlanes = 5; // four phases and the reference
-
-/// The largest resolution of an axis that `images` pictures tell apart: words number the stripes from 2 on
-/// and have one bit in the reference and one in each plane.
-int largestExtent(CodedAxis const& axis, int images) {
-  int const bits = std::clamp(images - imagesBesidePlanes + 1, 1, 13);
-  return axis.period * ((1 << bits) - 2);
-}
+CodedAxis const columnAxis = {"columns", mv::scanner::ScannerType::Horizontal, mv::sl::columnCode,
+                              &cv::Size::width};
+CodedAxis const rowAxis = {"rows", mv::scanner::ScannerType::Vertical, mv::sl::rowCode, &cv::Size::height};
 
 cv::Mat decodeAxis(CodedAxis const& axis, std::string const& folder, cv::Size const& camera,
                    cv::Size const& projector) {
@@ -54,7 +47,10 @@ cv::Mat decodeAxis(CodedAxis const& axis, std::string const& folder, cv::Size co
   cv::Size coded = projector;
   if (coded.empty()) {
     coded = {16, 16};
-    coded.*axis.extent = largestExtent(axis, static_cast<int>(images.size()));
+    // What is wrong with a stack of too few or too many images, decoding says.
+    int const planes =
+        std::clamp(mv::sl::StripeCode::planesIn(images.size()), 1, mv::sl::StripeCode::maxPlanes);
+    coded.*axis.extent = axis.code.largestResolution(planes);
   }
   Sl3dScanner decoder;
   decoder["ScannerType"] = mv::scanner::ScannerType(axis.type);
@@ -74,8 +70,8 @@ struct Extents {
   /// Largest decoded coordinates.
   cv::Point2f farthest;
   /// Pictures of either sequence.
-  int columnImages = 0;
-  int rowImages = 0;
+  std::size_t columnImages = 0;
+  std::size_t rowImages = 0;
 };
 
 /// A value that all but a few of the decoded pixels stay below.
@@ -100,8 +96,8 @@ ViewPoints findProjectorPoints(ViewPoints const& camera, std::string const& fold
   cv::Mat const rows = decodeAxis(rowAxis, folder, extents.camera, settings.projector);
   extents.farthest.x = std::max(extents.farthest.x, farthestOf(columns));
   extents.farthest.y = std::max(extents.farthest.y, farthestOf(rows));
-  extents.columnImages = static_cast<int>(findSequence(folder, columnAxis.prefix).size());
-  extents.rowImages = static_cast<int>(findSequence(folder, rowAxis.prefix).size());
+  extents.columnImages = findSequence(folder, columnAxis.prefix).size();
+  extents.rowImages = findSequence(folder, rowAxis.prefix).size();
   std::vector<cv::Point2f> points;
   std::vector<std::uint8_t> valid;
   mv::find_projector_points(columns, rows, camera.imgPnts, points, valid);
@@ -128,8 +124,8 @@ cv::Size guessProjector(Extents const& extents) {
       {1024, 600},  {1024, 768},  {1140, 912},  {1280, 720},  {1280, 800},  {1280, 960},
       {1280, 1024}, {1366, 768},  {1400, 1050}, {1600, 1200}, {1920, 1080}, {1920, 1200},
       {2048, 1080}, {2560, 1440}, {2560, 1600}, {3840, 2160}, {4096, 2160}};
-  auto const fits = [](int extent, int images, CodedAxis const& axis, float farthest) {
-    bool const isCoded = extent <= largestExtent(axis, images) && extent > largestExtent(axis, images - 1);
+  auto const fits = [](int extent, std::size_t images, CodedAxis const& axis, float farthest) {
+    bool const isCoded = axis.code.isMadeFor(mv::sl::StripeCode::planesIn(images), extent);
     constexpr float slack = 0.5F;
     return static_cast<float>(extent) > farthest + slack && isCoded;
   };

@@ -9,6 +9,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/sl/patterns.hpp>
 
+#include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
@@ -56,9 +57,10 @@ void addPatternsCommand(CLI::App& app) {
   auto options = std::make_shared<PatternsOptions>();
   CLI::App* command = app.add_subcommand("patterns", "Write the images that a projector shows during a scan");
   command->add_option("folder", options->folder, "Folder to write them to; made if need be")->required();
-  // As many stripes as nine bits tell apart: of four columns, of eight rows. A scan of more is refused.
-  constexpr int mostColumns = 2048;
-  constexpr int mostRows = 4096;
+  // A scan of more is refused.
+  using mv::sl::StripeCode;
+  constexpr int mostColumns = mv::sl::columnCode.capacity(StripeCode::maxGeneratedPlanes);
+  constexpr int mostRows = mv::sl::rowCode.capacity(StripeCode::maxGeneratedPlanes);
   command->add_option("--width", options->width, "Projector columns, as many as the patterns can code")
       ->required()
       ->check(CLI::Range(1, mostColumns));

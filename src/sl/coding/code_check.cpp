@@ -5,18 +5,14 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "sl/coding/stripe_code.hpp"
+
 namespace vorn::mv::sl {
 
 namespace {
 
 /// Part of a stripe beside its border in which the images that change there are not held against a pixel.
 constexpr float besideBorder = 0.2F;
-
-/// What the code images of stripe `order` show, as a word: bit 0 the reference, bit k plane k.
-unsigned stripeWord(int order) {
-  unsigned const word = static_cast<unsigned>(order) + 2U;
-  return (word & 1U) != 0 ? word ^ ~1U : word;
-}
 
 } // namespace
 
@@ -41,11 +37,11 @@ bool CodeCheck::fit(cv::Point pixel, float absolutePhase, float magnitude) const
   float const part = place - static_cast<float>(stripe);
   unsigned changing = 0;
   if (part < besideBorder) {
-    changing = stripeWord(stripe) ^ stripeWord(stripe - 1);
+    changing = StripeCode::shownWord(stripe) ^ StripeCode::shownWord(stripe - 1);
   } else if (part > 1.0F - besideBorder) {
-    changing = stripeWord(stripe) ^ stripeWord(stripe + 1);
+    changing = StripeCode::shownWord(stripe) ^ StripeCode::shownWord(stripe + 1);
   }
-  return ((bits ^ stripeWord(stripe)) & certain & ~changing) == 0;
+  return ((bits ^ StripeCode::shownWord(stripe)) & certain & ~changing) == 0;
 }
 
 } // namespace vorn::mv::sl

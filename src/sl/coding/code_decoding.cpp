@@ -15,6 +15,7 @@
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
 #include "sl/coding/lookup_tables.hpp"
+#include "sl/coding/stripe_code.hpp"
 #include "sl/decode/stack_checks.hpp"
 
 namespace vorn::mv {
@@ -110,7 +111,6 @@ struct StripeRule {
 VORN_TARGET_CLONES
 void stripeIndices(CodeBlock const& block, StripeRule const& rule, int length,
                    std::int16_t* __restrict code) {
-  constexpr int codeOffset = 2;
   constexpr std::int16_t undecodable = -1;
   int const laterBits = rule.laterBits;
   int const maxCode = rule.maxCode;
@@ -122,7 +122,7 @@ void stripeIndices(CodeBlock const& block, StripeRule const& rule, int length,
   for (int x = 0; x < length; ++x) {
     int const word = lowByte[x] | highByte[x] << byteBits;
     int const relative = word ^ ((word & 1) != 0 ? laterBits : 0);
-    auto const index = static_cast<std::int16_t>(relative - codeOffset);
+    auto const index = static_cast<std::int16_t>(relative - sl::StripeCode::wordOffset);
     bool const isLost = (highest[x] - lowest[x] < minContrast) | (index > maxCode);
     code[x] = isLost ? undecodable : index;
   }

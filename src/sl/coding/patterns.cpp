@@ -16,6 +16,7 @@
 
 #include "core/error.hpp"
 #include "core/parallel.hpp"
+#include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv {
 
@@ -109,38 +110,22 @@ uchar rounded(double value) {
   return static_cast<uchar>(std::lrint(std::clamp(value, 0.0, 255.0)));
 }
 
-/// How one sequence of the combined code looks at its coordinate.
-struct CombinedCode {
-  Axis axis;
-  int unit;   ///< pixels a stripe, and a fringe
-  int planes; ///< bits of the largest code word
-};
-
-/// Stripe q has the code word q + 2, so that no stripe's word is 0.
-constexpr int codeOffset = 2;
-constexpr int maxCodePlane = 8;
-
-int planeCount(int length, double stripesPerPixel) {
-  return static_cast<int>(
-      std::ceil(std::log2(static_cast<float>(static_cast<int>(length * stripesPerPixel + codeOffset)))));
-}
-
-std::vector<cv::Mat> combinedSequence(cv::Size size, CombinedCode const& code) {
+/// The images that code one coordinate of a projector.
+std::vector<cv::Mat> combinedSequence(cv::Size size, Axis axis, sl::StripeCode const& code) {
   constexpr std::array<double, 4> offsets{0.0, 1.5707963267948966, 3.141592653589793, 4.71238898038469};
-  int const unit = code.unit;
-  auto const wordBit = [unit](int c, int bit) { return ((c / unit + codeOffset) >> bit & 1) != 0; };
+  int const planes = code.generatedPlanes(axis == Axis::Column ? size.width : size.height);
 
   std::vector<cv::Mat> images;
   for (double const offset : offsets) {
-    images.push_back(makeImage(size, code.axis, [=](int c) {
-      auto const angle = static_cast<float>(c * 2 * pi / unit + offset);
+    images.push_back(makeImage(size, axis, [=](int c) {
+      auto const angle = static_cast<float>(c * 2 * pi / code.period + offset);
       return rounded((std::sin(angle) + 1.0) * 128.0);
     }));
   }
-  images.push_back(makeImage(size, code.axis, [=](int c) { return litWhere(wordBit(c, 0)); }));
-  for (int k = 1; k <= maxCodePlane && k < code.planes; ++k) {
-    images.push_back(
-        makeImage(size, code.axis, [=](int c) { return litWhere(wordBit(c, k) != wordBit(c, 0)); }));
+  for (int bit = 0; bit <= planes; ++bit) {
+    images.push_back(makeImage(size, axis, [=](int c) {
+      return litWhere((sl::StripeCode::shownWord(code.stripeOf(c)) >> bit & 1U) != 0);
+    }));
   }
   return images;
 }
@@ -238,8 +223,8 @@ cv::Mat generate_vertical_phase_shift_pattern(int width, int height, int period,
 void generate_ps4_patterns(std::vector<cv::Mat>& first, std::vector<cv::Mat>& second,
                            cv::Size_<int> const& size) {
   requireSize(size, "generate_ps4_patterns");
-  std::vector<cv::Mat> columns = combinedSequence(size, {Axis::Column, 4, planeCount(size.width, 0.25)});
-  std::vector<cv::Mat> rows = combinedSequence(size, {Axis::Row, 8, planeCount(size.height, 0.125)});
+  std::vector<cv::Mat> columns = combinedSequence(size, Axis::Column, sl::columnCode);
+  std::vector<cv::Mat> rows = combinedSequence(size, Axis::Row, sl::rowCode);
   first = std::move(columns);
   second = std::move(rows);
 }

@@ -2,8 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/decode/scan_stack.hpp"
 
-#include <algorithm>
-#include <cmath>
 #include <sstream>
 #include <string>
 
@@ -16,21 +14,6 @@
 namespace vorn::mv::sl {
 
 namespace {
-
-constexpr std::size_t phaseAndReferenceImages = 5;
-/// A code word has 16 bits: the reference and at most so many planes.
-constexpr int maxPlanes = 15;
-/// What the pattern generator stops at.
-constexpr int maxGeneratedPlanes = 8;
-
-/// Words number stripes from 2 on.
-constexpr float firstWord = 2.0F;
-
-int planesFor(CodedAxis const& axis) {
-  float const words =
-      std::floor(static_cast<float>(axis.resolution) / static_cast<float>(axis.period) + firstWord);
-  return static_cast<int>(std::ceil(std::log2(words))) - 1;
-}
 
 std::string sizeText(cv::Size const& size) {
   return std::to_string(size.width) + " x " + std::to_string(size.height);
@@ -52,27 +35,24 @@ void checkImages(std::vector<cv::Mat> const& images) {
 } // namespace
 
 CodedAxis codedAxis(cv::Size const& projectorResolution, bool alongWidth) {
-  return alongWidth ? CodedAxis{projectorResolution.width, 4} : CodedAxis{projectorResolution.height, 8};
+  return alongWidth ? CodedAxis{projectorResolution.width, columnCode}
+                    : CodedAxis{projectorResolution.height, rowCode};
 }
 
 void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::Size const& cameraResolution) {
-  if (images.size() <= phaseAndReferenceImages) { // too few for any projector
+  int const planes = StripeCode::planesIn(images.size());
+  if (planes < 1) { // too few for any projector
     throw error("Insufficient input patterns!", "decode");
   }
-  if (axis.resolution < axis.period) {
+  if (axis.resolution < axis.code.period) {
     throw error("The projector's resolution is not set", "decode");
   }
-  int const planes = static_cast<int>(images.size() - phaseAndReferenceImages);
-  if (planes > maxPlanes) {
+  if (planes > StripeCode::maxPlanes) {
     throw error("There are " + std::to_string(images.size()) + " images; a scan has at most " +
-                    std::to_string(phaseAndReferenceImages + maxPlanes),
+                    std::to_string(StripeCode::images(StripeCode::maxPlanes)),
                 "decode");
   }
-  // With fewer bits than the projector's stripes need, the last stripes would look like the first. The last
-  // one may be cut by the projector's edge.
-  int const stripes = axis.resolution / axis.period + (axis.resolution % axis.period > 0 ? 1 : 0);
-  bool const isAmbiguous = stripes > 2 << planes;
-  if (planes < std::min(planesFor(axis), maxGeneratedPlanes) || isAmbiguous) {
+  if (!axis.code.isCodedBy(planes, axis.resolution)) {
     throw error("Insufficient input patterns!", "decode");
   }
   checkImages(images);

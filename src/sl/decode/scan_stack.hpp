@@ -7,15 +7,17 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
+#include "sl/coding/stripe_code.hpp"
+
 namespace vorn::mv::sl {
 
 /// How a scan codes one axis of the projector.
 struct CodedAxis {
   int resolution; ///< projector pixels along it
-  int period;     ///< projector pixels of one fringe, which is one stripe of the code
+  StripeCode code;
 };
 
-/// Columns are coded in stripes of four pixels, rows in stripes of eight.
+/// The axis along the projector's width, or the one along its height.
 CodedAxis codedAxis(cv::Size const& projectorResolution, bool alongWidth);
 
 /// Checks that a stack of images can be decoded.
