@@ -118,6 +118,20 @@ TEST(FindProjectorPoints, RefusesDotsCutByTheEdgeOfTheLight) {
   }
 }
 
+TEST(FindProjectorPoints, TakesTheProjectorsFirstColumnAndRow) {
+  // Light of the coordinate 0 is as good as any other; only below is nothing decoded.
+  Maps maps(0);
+  maps.columns.setTo(0);
+  maps.rows.setTo(0);
+  std::vector<cv::Point2f> found;
+  std::vector<std::uint8_t> valid;
+  mv::find_projector_points(maps.columns, maps.rows, maps.points, found, valid);
+  EXPECT_EQ(countValid(valid), static_cast<long>(maps.points.size()));
+  for (cv::Point2f const& point : found) {
+    EXPECT_EQ(point, cv::Point2f(0, 0));
+  }
+}
+
 TEST(FindProjectorPoints, TakesAnyInput) {
   Maps const maps(0);
   float const nan = std::numeric_limits<float>::quiet_NaN();

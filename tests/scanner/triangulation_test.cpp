@@ -4,6 +4,7 @@
 
 #include <cfloat>
 #include <cmath>
+
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -45,9 +46,11 @@ struct Case {
   cv::Mat_<float> coordinates; ///< of the truth
   cv::Mat_<cv::Vec3d> truth;   ///< in the camera's frame; z is 0 where the projector does not reach
 
-  explicit Case(bool columns)
-      : rig(rigFor(columns)), setup{mapOf(rig.camera.device), mapOf(rig.projector.device),
-                                    rig.projector.world_from_proj.matrix(), cv::Matx44d::eye()},
+  explicit Case(bool columns) : Case(columns, rigFor(columns)) {}
+
+  Case(bool columns, sim::Rig const& rig_)
+      : rig(rig_), setup{mapOf(rig.camera.device), mapOf(rig.projector.device),
+                         rig.projector.world_from_proj.matrix(), cv::Matx44d::eye()},
         coordinates(rig.camera.device.resolution(), -1.0F),
         truth(rig.camera.device.resolution(), cv::Vec3d()) {
     sim::Pose const proj_from_cam = rig.projector.world_from_proj.inverse();
@@ -127,6 +130,55 @@ TEST(TriangulateColumns, MarksWhatHasNoCoordinateOrNoRay) {
   scene.setup.cameraMap(100, 106) = cv::Vec2f::all(std::numeric_limits<float>::quiet_NaN());
   triangulateColumns(scene.setup, row, roi, xyz);
   EXPECT_EQ(xyz(0, 6), cv::Vec3f(0, 0, -1));
+}
+
+TEST(TriangulateRows, FindsThePointsOfABumpySurfaceWithoutDistortion) {
+  sim::Rig rig = rigFor(false);
+  rig.projector.device = sim::Device(rig.projector.device.focal(), rig.projector.device.centre(), {},
+                                     rig.projector.device.resolution());
+  Case const scene(false, rig);
+  cv::Mat_<cv::Vec3f> xyz(scene.coordinates.size());
+  triangulateRows(scene.setup, scene.coordinates, scene.whole(), xyz);
+  auto const last = static_cast<float>(scene.setup.projectorMap.rows - 1);
+  int count = 0;
+  for (int y = 2; y < xyz.rows - 2; ++y) {
+    for (int x = 2; x < xyz.cols - 2; ++x) {
+      if (float const p = scene.coordinates(y, x); p > 0 && p < last) {
+        ++count;
+        EXPECT_LT(cv::norm(cv::Vec3d(xyz(y, x)) - scene.truth(y, x)), geometryTolerance) << x << ' ' << y;
+      }
+    }
+  }
+  EXPECT_GT(count, xyz.rows * xyz.cols / 2);
+}
+
+TEST(TriangulateRows, IsExactUnderDistortionWhereItsPlanesAreLaid) {
+  // The light of a row is no plane then: one is laid through it at a third and two thirds of its length.
+  Case const scene(false);
+  cv::Mat_<cv::Vec3f> xyz(scene.coordinates.size());
+  triangulateRows(scene.setup, scene.coordinates, scene.whole(), xyz);
+  sim::Pose const proj_from_cam = scene.rig.projector.world_from_proj.inverse();
+  int const third = scene.setup.projectorMap.cols / 3;
+  auto const last = static_cast<float>(scene.setup.projectorMap.rows - 1);
+  constexpr double near = 0.25;
+  // What the row sags in a quarter of a column.
+  constexpr double sag = 0.005;
+  int count = 0;
+  double worst = 0;
+  for (int y = 2; y < xyz.rows - 2; ++y) {
+    for (int x = 2; x < xyz.cols - 2; ++x) {
+      if (float const p = scene.coordinates(y, x); p <= 0 || p >= last) {
+        continue;
+      }
+      double const column = scene.rig.projector.device.project(proj_from_cam * scene.truth(y, x))->x;
+      if (std::min(std::abs(column - third), std::abs(column - 2 * third)) < near) {
+        ++count;
+        worst = std::max(worst, cv::norm(cv::Vec3d(xyz(y, x)) - scene.truth(y, x)));
+      }
+    }
+  }
+  EXPECT_GT(count, 300);
+  EXPECT_LT(worst, geometryTolerance + sag);
 }
 
 TEST(TriangulateRows, MeetsThePlaneThroughTheThirdsOfTheRow) {
