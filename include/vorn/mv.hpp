@@ -34,6 +34,8 @@
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
 #include <vorn/mv/calib/stereo_camera.hpp>
+#include <vorn/mv/calib/stereo_points.hpp>
+#include <vorn/mv/calib/stereo_rectification.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>

@@ -18,8 +18,6 @@ namespace vorn::mv {
 
 namespace {
 
-using Lens = Undistortion::Lens;
-
 /// Points solved side by side; their arrays stay in the first cache.
 constexpr std::size_t blockSize = 64;
 
@@ -115,21 +113,22 @@ void checkCamera(cv::Mat const& K, cv::Mat const& D) {
   }
 }
 
-Undistortion::Undistortion(cv::Mat const& K, cv::Mat const& D) {
+CameraNumbers cameraNumbers(cv::Mat const& K, cv::Mat const& D) {
   checkCamera(K, D);
   cv::Matx33d const k = cv::Mat_<double>(K);
-  fx_ = k(0, 0);
-  fy_ = k(1, 1);
-  cx_ = k(0, 2);
-  cy_ = k(1, 2);
   double d[14] = {};
   if (!D.empty()) {
     cv::Mat_<double> const values(D);
     std::copy(values.begin(), values.end(), d);
   }
-  lens_ = {d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11]};
-  isTilted_ = d[12] != 0 || d[13] != 0;
-  if (isTilted_) {
+  CameraNumbers camera;
+  camera.fx = k(0, 0);
+  camera.fy = k(1, 1);
+  camera.cx = k(0, 2);
+  camera.cy = k(1, 2);
+  camera.lens = {d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11]};
+  camera.isTilted = d[12] != 0 || d[13] != 0;
+  if (camera.isTilted) {
     double const sx = std::sin(d[12]);
     double const cx = std::cos(d[12]);
     double const sy = std::sin(d[13]);
@@ -137,15 +136,19 @@ Undistortion::Undistortion(cv::Mat const& K, cv::Mat const& D) {
     cv::Matx33d const R =
         cv::Matx33d(cy, 0, -sy, 0, 1, 0, sy, 0, cy) * cv::Matx33d(1, 0, 0, 0, cx, sx, 0, -sx, cx);
     cv::Matx33d const onSensor(R(2, 2), 0, -R(0, 2), 0, R(2, 2), -R(1, 2), 0, 0, 1);
-    untilt_ = (onSensor * R).inv();
+    camera.tilt = onSensor * R;
   }
-  validRadius_ = findValidRadius(lens_);
+  return camera;
+}
+
+Undistortion::Undistortion(cv::Mat const& K, cv::Mat const& D)
+    : camera_(cameraNumbers(K, D)), untilt_(camera_.tilt.inv()), validRadius_(findValidRadius(camera_.lens)) {
 }
 
 void Undistortion::toLensPlane(double& x, double& y) const {
-  x = (x - cx_) / fx_;
-  y = (y - cy_) / fy_;
-  if (isTilted_) {
+  x = (x - camera_.cx) / camera_.fx;
+  y = (y - camera_.cy) / camera_.fy;
+  if (camera_.isTilted) {
     cv::Vec3d const v = untilt_ * cv::Vec3d(x, y, 1);
     x = v[0] / v[2];
     y = v[1] / v[2];
@@ -170,7 +173,7 @@ void Undistortion::solveBlock(double* x, double* y, std::size_t count) const {
   }
   auto const isClose = [](double length2) { return length2 < lastStep2; };
   for (int round = 0; round < maxRounds; ++round) {
-    newtonStep(lens_, targetX, targetY, x, y, step2, determinant, count);
+    newtonStep(camera_.lens, targetX, targetY, x, y, step2, determinant, count);
     if (std::all_of(step2, step2 + count, isClose)) {
       break;
     }
@@ -195,7 +198,7 @@ cv::Point2d Undistortion::solveCarefully(double targetX, double targetY) const {
   double high = validRadius_;
   for (int i = 0; i < bisections && targetRadius > 0; ++i) {
     double const middle = (low + high) / 2;
-    (distortedRadius(lens_, middle) < targetRadius ? low : high) = middle;
+    (distortedRadius(camera_.lens, middle) < targetRadius ? low : high) = middle;
   }
   double const scale = targetRadius > 0 ? low / targetRadius : 0;
   double x = targetX * scale;
@@ -203,7 +206,7 @@ cv::Point2d Undistortion::solveCarefully(double targetX, double targetY) const {
   double step2 = 0;
   double determinant = 0;
   for (int i = 0; i < rounds; ++i) {
-    newtonStep(lens_, &targetX, &targetY, &x, &y, &step2, &determinant, 1);
+    newtonStep(camera_.lens, &targetX, &targetY, &x, &y, &step2, &determinant, 1);
     if (step2 < lastStep2) {
       bool const isInside = determinant > 0 && std::hypot(x, y) <= validRadius_;
       return isInside ? cv::Point2d(x, y) : cv::Point2d(nan, nan);

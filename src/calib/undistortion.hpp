@@ -11,6 +11,25 @@
 
 namespace vorn::mv {
 
+/// The polynomials of OpenCV's lens model: radial (k), tangential (p), thin prism (s).
+struct Lens {
+  double k1 = 0, k2 = 0, p1 = 0, p2 = 0, k3 = 0, k4 = 0, k5 = 0, k6 = 0, s1 = 0, s2 = 0, s3 = 0, s4 = 0;
+};
+
+/// K and D as numbers.
+struct CameraNumbers {
+  double fx = 1, fy = 1, cx = 0, cy = 0;
+  Lens lens;
+  bool isTilted = false;
+  /// From the lens's plane to the tilted sensor, homogeneous.
+  cv::Matx33d tilt = cv::Matx33d::eye();
+};
+
+/// @param K camera matrix, 3 x 3; skew is ignored, as OpenCV does
+/// @param D empty, or a row or column of 4, 5, 8, 12 or 14 coefficients
+/// @throws Exception for other sizes, and for a K without focal lengths
+CameraNumbers cameraNumbers(cv::Mat const& K, cv::Mat const& D);
+
 /// The exact inverse of OpenCV's lens model: from pixels to viewing rays.
 ///
 /// Newton's method in double runs until the ray is exact, where OpenCV's default stops after five rounds of a
@@ -18,14 +37,7 @@ namespace vorn::mv {
 /// is imaged to gets NaN.
 class Undistortion {
 public:
-  /// The polynomials of the model: radial (k), tangential (p), thin prism (s).
-  struct Lens {
-    double k1 = 0, k2 = 0, p1 = 0, p2 = 0, k3 = 0, k4 = 0, k5 = 0, k6 = 0, s1 = 0, s2 = 0, s3 = 0, s4 = 0;
-  };
-
-  /// @param K camera matrix, 3 x 3; skew is ignored, as OpenCV does
-  /// @param D empty, or a row or column of 4, 5, 8, 12 or 14 coefficients
-  /// @throws Exception for other sizes, and for a K without focal lengths
+  /// @throws Exception as `cameraNumbers`
   Undistortion(cv::Mat const& K, cv::Mat const& D);
 
   /// Replaces `count` pixel coordinates by the normalised ones of their rays: the ray is (x, y, 1).
@@ -36,12 +48,7 @@ private:
   void solveBlock(double* x, double* y, std::size_t count) const;
   cv::Point2d solveCarefully(double targetX, double targetY) const;
 
-  double fx_ = 1;
-  double fy_ = 1;
-  double cx_ = 0;
-  double cy_ = 0;
-  Lens lens_;
-  bool isTilted_ = false;
+  CameraNumbers camera_;
   cv::Matx33d untilt_;
   /// Where the radial polynomial stops growing: beyond it, one pixel would have two rays.
   double validRadius_ = 0;

@@ -10,12 +10,14 @@
 #include <opencv2/core/types.hpp>
 
 #include <vorn/core/export.hpp>
+#include <vorn/core/observer.hpp>
 #include <vorn/core/property_set.hpp>
+#include <vorn/mv/calib/stereo_points.hpp>
+#include <vorn/mv/calib/stereo_rectification.hpp>
 
 namespace vorn::mv {
 
 class CameraCalibData;
-class CameraModel;
 
 /// Two cameras, or a camera (0) and a projector (1), and the rigid transform between them.
 class VORN_API StereoCamera : public PropertySetBase {
@@ -49,6 +51,28 @@ public:
   cv::Mat_<cv::Vec2f> const& getUndistortedMap0() const;
   /// The same for camera 1.
   cv::Mat_<cv::Vec2f> const& getUndistortedMap1() const;
+
+  /// The points that pairs of pixels show: those whose images lie nearest to the pixels, by the squared
+  /// distances in both images together, which is the best estimate when both are measured equally well. From
+  /// a linear start it is refined until it moves no more; lens distortion is taken out exactly. Pairs whose
+  /// rays do not meet before both cameras are NaN and counted. Working memory: 16 bytes a pair, the result's.
+  /// @param pixels0  of camera 0
+  /// @param pixels1  of camera 1, one for each of camera 0
+  /// @param observer is told the stage "triangulating" and may stop it
+  /// @throws Exception when the lists differ in length, a camera is not calibrated, or the transform holds no
+  ///         base; `Cancelled` when the observer stops it
+  [[nodiscard]] StereoPoints triangulate(std::vector<cv::Point2f> const& pixels0,
+                                         std::vector<cv::Point2f> const& pixels1,
+                                         Observer* observer = nullptr) const;
+
+  /// Two cameras that take the place of these: without distortion, side by side (or one above the other, when
+  /// the base is nearer to that), so that a point has the same row (column) in both images. Each camera is
+  /// turned by half of the angle between them, and both about the base so that they turn least.
+  /// Working memory: 8 bytes a pixel of both maps, which stay.
+  /// @throws Exception when a camera is not calibrated or has no resolution, when the transform holds no
+  ///         base, for a size outside 2 to 32767, and when the cameras look apart so far that no such images
+  ///         exist
+  [[nodiscard]] StereoRectification rectify(StereoRectificationSettings const& settings = {}) const;
 
   /// Sets the image sizes of both cameras, pixels, and drops the maps.
   void setResolution(cv::Size const& size0, cv::Size const& size1);
