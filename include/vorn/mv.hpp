@@ -57,6 +57,7 @@
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 #include <vorn/mv/imaging/threshold_filters.hpp>
 #include <vorn/mv/measure/fit.hpp>
+#include <vorn/mv/measure/raster_font.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>

@@ -81,10 +81,11 @@ auto fitShape(Points const& points, Indices const& used, FitSettings const& sett
   std::string const weakness =
       agreement.shape.weakness(points, agreement.inliers, redundancy > 0 ? variance : 0.0);
   if (!weakness.empty()) {
-    throw error("The " + std::to_string(ofInliers.size()) + " points " + weakness +
-                    (redundancy > 0 ? " to within their scatter of " + std::to_string(std::sqrt(variance)) : "") +
-                    ": they determine no " + Shape::name,
-                Shape::function);
+    throw error(
+        "The " + std::to_string(ofInliers.size()) + " points " + weakness +
+            (redundancy > 0 ? " to within their scatter of " + std::to_string(std::sqrt(variance)) : "") +
+            ": they determine no " + Shape::name,
+        Shape::function);
   }
   fit.covariance = agreement.shape.covariance(
       points, agreement.inliers, redundancy > 0 ? variance : std::numeric_limits<double>::quiet_NaN());

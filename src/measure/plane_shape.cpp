@@ -39,8 +39,8 @@ namespace {
 int extents(Scatter const& scatter, Points const& points, Indices const& used) {
   double const rounding = roundingOf(points, used);
   double const least = static_cast<double>(used.size()) * rounding * rounding;
-  return static_cast<int>(std::count_if(scatter.values.val, scatter.values.val + 3,
-                                        [&](double value) { return value > least; }));
+  return static_cast<int>(
+      std::count_if(scatter.values.val, scatter.values.val + 3, [&](double value) { return value > least; }));
 }
 
 PlaneShape planeOf(Scatter const& scatter) {

@@ -62,7 +62,8 @@ double outlierBound(Shape const& shape, Points const& points, Indices const& amo
   if (std::isinf(settings.outlierSigmas) || among.size() < fewestToJudge) {
     return std::numeric_limits<double>::infinity();
   }
-  // The median of a normal distribution's sizes, and its shortfall in small samples (Rousseeuw and Leroy 1987).
+  // The median of a normal distribution's sizes, and its shortfall in small samples (Rousseeuw and Leroy
+  // 1987).
   constexpr double sigmasPerMedian = 1.4826;
   constexpr double shortfall = 5.0;
   std::vector<double> distances;
@@ -127,9 +128,8 @@ Agreement<Shape> settled(Shape shape, Points const& points, Indices const& used,
     Indices const& judges = round == 0 ? used : agreement.inliers;
     double const bound = outlierBound(agreement.shape, points, judges, settings);
     Indices inliers;
-    std::copy_if(used.begin(), used.end(), std::back_inserter(inliers), [&](std::size_t i) {
-      return std::abs(agreement.shape.residual(points[i])) <= bound;
-    });
+    std::copy_if(used.begin(), used.end(), std::back_inserter(inliers),
+                 [&](std::size_t i) { return std::abs(agreement.shape.residual(points[i])) <= bound; });
     if (inliers.size() < Shape::unknowns) {
       throw error("Only " + std::to_string(inliers.size()) + " of " + std::to_string(used.size()) +
                       " points agree on a " + Shape::name + ", which takes " +
@@ -152,8 +152,8 @@ Agreement<Shape> robustFit(Points const& points, Indices const& used, FitSetting
   auto const all = Shape::start(points, used);
   if (!all) {
     std::string const why = Shape().weakness(points, used, 0.0);
-    throw error("The " + std::to_string(used.size()) + " points " +
-                    (why.empty() ? "lie in one plane" : why) + ": they determine no " + Shape::name,
+    throw error("The " + std::to_string(used.size()) + " points " + (why.empty() ? "lie in one plane" : why) +
+                    ": they determine no " + Shape::name,
                 Shape::function);
   }
   // With every point or none to tell apart, the start is the whole; else most of the way is made with few.

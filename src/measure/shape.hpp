@@ -56,9 +56,7 @@ struct SphereShape {
   cv::Vec3d centre;
   double radius = 0.0;
 
-  double residual(cv::Point3f const& p) const {
-    return cv::norm(cv::Vec3d(p.x, p.y, p.z) - centre) - radius;
-  }
+  double residual(cv::Point3f const& p) const { return cv::norm(cv::Vec3d(p.x, p.y, p.z) - centre) - radius; }
   /// The sphere of the least algebraic distance |p|^2 - 2 c p - (r^2 - |c|^2); nothing when the points lie in
   /// one plane.
   static std::optional<SphereShape> start(Points const& points, Indices const& used);

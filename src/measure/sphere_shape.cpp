@@ -16,8 +16,8 @@ cv::Vec3d asVector(cv::Point3f const& p) {
 }
 
 /// The derivatives of the distances |p - c| less their mean, and those distances: with the radius always the
-/// mean distance, only the centre is left to search, and a flat cap, where centre and radius go together, stays
-/// well posed.
+/// mean distance, only the centre is left to search, and a flat cap, where centre and radius go together,
+/// stays well posed.
 struct Linearised {
   cv::Matx33d normal = cv::Matx33d::zeros(); ///< sum of (u - mean u)(u - mean u)^T, u the unit vector from c
   cv::Vec3d right;                           ///< sum of (u - mean u)(d - mean d)
@@ -148,8 +148,7 @@ cv::Mat SphereShape::covariance(Points const& points, Indices const& used, doubl
   cv::Mat(ofCentre).copyTo(covariance(cv::Rect(0, 0, 3, 3)));
   cv::Mat(ofBoth).copyTo(covariance(cv::Rect(3, 0, 1, 3)));
   cv::Mat(ofBoth.t()).copyTo(covariance(cv::Rect(0, 3, 3, 1)));
-  covariance.at<double>(3, 3) =
-      variance / static_cast<double>(used.size()) - at.meanDirection.dot(ofBoth);
+  covariance.at<double>(3, 3) = variance / static_cast<double>(used.size()) - at.meanDirection.dot(ofBoth);
   return covariance;
 }
 

@@ -28,7 +28,9 @@ constexpr double band80 = 2.5631;
 class Noise {
 public:
   double operator()(double sigma) { return sigma * normal_(random_); }
-  double uniform(double low, double high) { return std::uniform_real_distribution<double>(low, high)(random_); }
+  double uniform(double low, double high) {
+    return std::uniform_real_distribution<double>(low, high)(random_);
+  }
 
 private:
   std::mt19937 random_{test::seed()};
@@ -90,8 +92,9 @@ TEST(FitSphere, OfASmallCapIsGeometric) {
   }
   cv::Vec4d solution;
   cv::solve(system, right, solution, cv::DECOMP_QR);
-  double const algebraic =
-      std::sqrt(solution[3] + cv::Vec3d(solution[0], solution[1], solution[2]).dot({solution[0], solution[1], solution[2]}));
+  double const algebraic = std::sqrt(
+      solution[3] +
+      cv::Vec3d(solution[0], solution[1], solution[2]).dot({solution[0], solution[1], solution[2]}));
 
   auto const fit = fitSphere(points);
   double const sigma = std::sqrt(fit.covariance.at<double>(3, 3));
@@ -167,7 +170,8 @@ TEST(FitSphere, CovarianceIsThatOfRepeatedMeasurements) {
   for (int i = 0; i < trials; ++i) {
     auto const fit = fitSphere(cap({10, -20, 300}, 25.0, 0.5, 150, 0.2, noise));
     auto const c = fit.feature.centre();
-    runs.add((cv::Mat_<double>(1, 4) << c.x - 10, c.y + 20, c.z - 300, fit.feature.radius() - 25), fit.covariance);
+    runs.add((cv::Mat_<double>(1, 4) << c.x - 10, c.y + 20, c.z - 300, fit.feature.radius() - 25),
+             fit.covariance);
   }
   // The axes, the radius, and the top of the cap: there centre and radius cancel by their covariance.
   for (cv::Vec4d const& weights : {cv::Vec4d(1, 0, 0, 0), cv::Vec4d(0, 1, 0, 0), cv::Vec4d(0, 0, 1, 0),
@@ -187,7 +191,8 @@ TEST(FitPlane, CovarianceIsThatOfRepeatedMeasurements) {
     // The plane's height at the middle, and its tilts.
     double const height = n.dot(cv::Vec3d(cv::Point3d(fit.feature.point())) - middle);
     cv::Matx16d const towards(tilted[0], tilted[1], tilted[2], 0, 0, 0);
-    runs.add((cv::Mat_<double>(1, 6) << height * n[0], height * n[1], height * n[2], n[0], n[1], n[2]), fit.covariance);
+    runs.add((cv::Mat_<double>(1, 6) << height * n[0], height * n[1], height * n[2], n[0], n[1], n[2]),
+             fit.covariance);
   }
   for (cv::Vec3d const& direction : {across, other}) {
     auto const [seen, stated] =
@@ -204,7 +209,8 @@ TEST(FitSphere, OutliersTakeNoPart) {
   cv::Vec3d const centre(10, -20, 300);
   Points points = cap(centre, 25.0, 1.0, 3000, 0.02, noise);
   for (int i = 0; i < 2000; ++i) { // the table it stands on, and dust
-    points.emplace_back(static_cast<float>(noise.uniform(-60, 60)), static_cast<float>(noise.uniform(-60, 60)),
+    points.emplace_back(static_cast<float>(noise.uniform(-60, 60)),
+                        static_cast<float>(noise.uniform(-60, 60)),
                         static_cast<float>(i % 2 == 0 ? 320.0 : noise.uniform(200, 320)));
   }
   auto const fit = fitSphere(points);
@@ -224,7 +230,8 @@ TEST(FitPlane, AGivenBoundFindsAMinority) {
   Noise noise;
   Points points = rectangle(3000, 0.05, noise);
   for (int i = 0; i < 5000; ++i) {
-    points.emplace_back(static_cast<float>(noise.uniform(-80, 80)), static_cast<float>(noise.uniform(-80, 80)),
+    points.emplace_back(static_cast<float>(noise.uniform(-80, 80)),
+                        static_cast<float>(noise.uniform(-80, 80)),
                         static_cast<float>(noise.uniform(400, 700)));
   }
   FitSettings settings;

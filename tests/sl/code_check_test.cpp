@@ -35,7 +35,8 @@ struct Seen {
       for (int x = 0; x < image.cols; ++x) {
         double const c = column(x);
         double const sine = 0.5 + 0.5 * std::sin((c / period + static_cast<double>(i) / 4.0) * 2 * CV_PI);
-        double const share = i < 4 ? sine : sequence[i].at<uchar>(0, static_cast<int>(std::lround(c))) / 255.0;
+        double const share =
+            i < 4 ? sine : sequence[i].at<uchar>(0, static_cast<int>(std::lround(c))) / 255.0;
         image.at<uchar>(0, x) = cv::saturate_cast<uchar>(dark + (bright - dark) * share);
       }
       (i < 4 ? phases : codes).push_back(image);
@@ -99,7 +100,8 @@ TEST(CodeCheck, ExcusesOnBothSidesWhatChangesAtTheBorder) {
 }
 
 TEST(CodeCheck, HoldsOnlyCertainImagesAgainstAPixel) {
-  // The middle is the mean of the fringes, 100; within 0.4 amplitudes of it, 68 to 132, an image says nothing.
+  // The middle is the mean of the fringes, 100; within 0.4 amplitudes of it, 68 to 132, an image says
+  // nothing.
   Seen seen;
   double const c = 101.5;
   int const x = Seen::pixel(c);

@@ -19,9 +19,9 @@ class PointCloud;
 /// What a feature is fitted to: which points count, and how its form error is stated.
 struct FitSettings {
   /// A point farther from the feature than this many standard deviations is an outlier: it takes no part. The
-  /// standard deviation is judged by the nearer half of the points, so most of them must belong to the feature. Infinity
-  /// takes every point. More than 0. Among fewer points than twice the feature's unknowns and two nobody can
-  /// tell, so all are taken.
+  /// standard deviation is judged by the nearer half of the points, so most of them must belong to the
+  /// feature. Infinity takes every point. More than 0. Among fewer points than twice the feature's unknowns
+  /// and two nobody can tell, so all are taken.
   double outlierSigmas = 5.0;
   /// Where it is more than 0: a point farther from the feature than this is an outlier, in the unit of the
   /// points, and "outlierSigmas" says nothing. For features that fewer than half of the points belong to.
@@ -54,15 +54,14 @@ struct Fit {
 
 /// The sphere with the least sum of squared distances to the points, whatever outliers there are.
 ///
-/// Starts from the best of many spheres through a few of the points (least median of squares, Rousseeuw 1984),
-/// or through all; then fits the geometric distance | |p - c| - r | by Levenberg and Marquardt's method and
-/// sorts out outliers in turn until neither changes. An algebraic fit alone would be biased to a small radius
-/// on a cap.
-/// Working memory: 24 bytes a point.
+/// Starts from the best of many spheres through a few of the points (least median of squares, Rousseeuw
+/// 1984), or through all; then fits the geometric distance | |p - c| - r | by Levenberg and Marquardt's
+/// method and sorts out outliers in turn until neither changes. An algebraic fit alone would be biased to a
+/// small radius on a cap. Working memory: 24 bytes a point.
 /// @param points finite, at least 4
 /// @throws Exception that names the cause: too few points, the index of a point that is not finite, points or
-///         inliers that coincide, lie on one line or in one plane to within their scatter (the radius would be
-///         uncertain by more than a third of itself); a setting out of its range
+///         inliers that coincide, lie on one line or in one plane to within their scatter (the radius would
+///         be uncertain by more than a third of itself); a setting out of its range
 VORN_API Fit<Sphere3f> fitSphere(std::vector<cv::Point3f> const& points, FitSettings const& settings = {});
 /// The same of the present, finite points of a cloud. Working memory: 36 bytes a point.
 VORN_API Fit<Sphere3f> fitSphere(PointCloud const& cloud, FitSettings const& settings = {});

@@ -6,8 +6,8 @@
 
 namespace vorn::mv {
 
-/// What became of a camera pixel in a scan: measured, or why not. Where several reasons hold, the first one in
-/// this order is told. The values are those of a mask's pixels.
+/// What became of a camera pixel in a scan: measured, or why not. Where several reasons hold, the first one
+/// in this order is told. The values are those of a mask's pixels.
 enum class PixelReason : std::uint8_t {
   Measured = 0, ///< it has a coordinate and, after triangulation, a point
   Clipped,      ///< brighter than "MaxGrayLevel", or clipped at 255 in a phase image
