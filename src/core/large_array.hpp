@@ -4,27 +4,13 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <sys/mman.h>
 #include <type_traits>
 #include <vector>
 
-namespace vorn {
+#include "core/large_pages.hpp"
 
-/// Getting fresh memory page by page costs more than filling it, so the system is asked for large pages;
-/// where it has none, nothing changes.
-inline void wishLargePages(void* memory, std::size_t bytes) {
-#ifdef MADV_HUGEPAGE
-  constexpr std::uintptr_t largePage = std::uintptr_t{1} << 21;
-  std::uintptr_t const begin = reinterpret_cast<std::uintptr_t>(memory);
-  std::uintptr_t const firstPage = (begin + largePage - 1) / largePage * largePage;
-  std::uintptr_t const lastPage = (begin + bytes) / largePage * largePage;
-  if (lastPage > firstPage) {
-    ::madvise(static_cast<char*>(memory) + (firstPage - begin), lastPage - firstPage, MADV_HUGEPAGE);
-  }
-#endif
-}
+namespace vorn {
 
 /// Reserves room in a vector that is going to be filled.
 template <class T>

@@ -5,7 +5,8 @@
 /// Compiles a function once for plain x86-64 and once for AVX2 and picks at load time what the processor has.
 /// Both give the same bits: the build allows no fused multiply-add. Sanitizers cannot run code before their
 /// own start-up, as the choice at load time would.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(VORN_MV_SANITIZED)
+#if !defined(VORN_MV_PLAIN) && defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) &&            \
+    !defined(VORN_MV_SANITIZED)
 #define VORN_TARGET_CLONES __attribute__((target_clones("avx2", "default")))
 #else
 #define VORN_TARGET_CLONES
@@ -17,4 +18,12 @@
 #define VORN_INDEPENDENT_ITERATIONS _Pragma("GCC ivdep")
 #else
 #define VORN_INDEPENDENT_ITERATIONS
+#endif
+
+/// For a function whose callers are compiled for several processors: it takes part in that only where it is
+/// inlined.
+#ifdef __GNUC__
+#define VORN_ALWAYS_INLINE [[gnu::always_inline]] inline
+#else
+#define VORN_ALWAYS_INLINE inline
 #endif

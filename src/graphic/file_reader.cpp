@@ -5,10 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 #include "core/error.hpp"
@@ -19,50 +16,36 @@ FileReader::FileReader(std::string const& path, char const* context, std::size_t
   auto const failOpening = [&](int reason) {
     throw error("Cannot open " + path_ + ": " + std::generic_category().message(reason), context_);
   };
-  descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor_ < 0) {
-    failOpening(errno);
+  // Before it is opened: opening a folder is an error of another kind on every system.
+  if (factsOf(path).kind == FileKind::Folder) {
+    failOpening(EISDIR);
   }
-  try {
-    struct stat status = {};
-    if (::fstat(descriptor_, &status) != 0) {
-      failOpening(errno);
-    }
-    if (S_ISDIR(status.st_mode)) {
-      failOpening(EISDIR);
-    }
-    if (S_ISFIFO(status.st_mode)) {
-      readAll();
-    } else if (S_ISREG(status.st_mode)) {
-      size_ = static_cast<std::uint64_t>(status.st_size);
-      window_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(step_, size_)) + 1);
-    } else {
-      fail("it is a device");
-    }
-    if (size_ == 0) {
-      fail("the file is empty");
-    }
-  } catch (...) {
-    ::close(descriptor_);
-    throw;
+  if (int const reason = file_.openForReading(path)) {
+    failOpening(reason);
   }
-}
-
-FileReader::~FileReader() {
-  if (descriptor_ >= 0) {
-    ::close(descriptor_);
+  FileFacts const facts = file_.facts();
+  if (facts.reason != 0) {
+    failOpening(facts.reason);
+  }
+  if (facts.kind == FileKind::Pipe) {
+    readAll();
+  } else if (facts.kind == FileKind::Regular) {
+    size_ = facts.size;
+    window_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(step_, size_)) + 1);
+  } else {
+    fail("it is a device");
+  }
+  if (size_ == 0) {
+    fail("the file is empty");
   }
 }
 
 std::size_t FileReader::readSome(char* to, std::size_t count) {
-  ssize_t got = 0;
-  do {
-    got = ::read(descriptor_, to, count);
-  } while (got < 0 && errno == EINTR);
-  if (got < 0) {
-    fail(std::generic_category().message(errno));
+  std::size_t got = 0;
+  if (int const reason = file_.read(to, count, got)) {
+    fail(std::generic_category().message(reason));
   }
-  return static_cast<std::size_t>(got);
+  return got;
 }
 
 /// A pipe's size shows only at its end, so that all of it goes into the window.
@@ -78,13 +61,12 @@ void FileReader::readAll() {
     filled_ += got;
   }
   size_ = filled_;
-  ::close(descriptor_);
-  descriptor_ = -1;
+  file_.close();
 }
 
 std::size_t FileReader::refill(std::size_t wanted) {
   std::size_t const kept = filled_ - next_;
-  if (descriptor_ < 0) {
+  if (!file_.isOpen()) {
     return kept;
   }
   if (next_ > 0) {

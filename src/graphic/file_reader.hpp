@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/system_file.hpp"
+
 namespace vorn::graphic {
 
 /// Reads a file front to back through a small window, by bytes or by lines.
@@ -24,7 +26,6 @@ public:
   FileReader(std::string const& path, char const* context, std::size_t window = std::size_t{1} << 18);
   FileReader(FileReader const&) = delete;
   FileReader& operator=(FileReader const&) = delete;
-  ~FileReader();
 
   /// Bytes from the current position to the end of the file.
   std::uint64_t remaining() const { return size_ - position(); }
@@ -69,7 +70,7 @@ private:
   std::string path_;
   char const* context_;
   std::size_t step_;              ///< how much to read at a time
-  int descriptor_ = -1;           ///< none when all content is in the window
+  SystemFile file_;               ///< closed when all content is in the window
   std::uint64_t size_ = 0;        ///< of the file
   std::vector<char> window_;      ///< one byte longer than what can be read into it: room for the last '\n'
   std::uint64_t windowStart_ = 0; ///< the window's place in the file

@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "core/bits.hpp"
 #include "core/error.hpp"
 #include "core/large_array.hpp"
 
@@ -97,7 +98,7 @@ void VertexWelder::add(char const* corners, std::size_t stride, std::size_t coun
       std::memcpy(batch[triangle][0].val, corners, sizeof batch[triangle]);
       for (std::size_t corner = 0; corner < 3; ++corner) {
         hashes[triangle][corner] = hashOf(batch[triangle][corner]);
-        __builtin_prefetch(&slots_[hashes[triangle][corner] & (slots_.size() - 1)]);
+        prefetch(&slots_[hashes[triangle][corner] & (slots_.size() - 1)]);
       }
     }
     for (std::size_t triangle = 0; triangle < taken; ++triangle) {

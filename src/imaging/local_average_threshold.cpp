@@ -26,9 +26,8 @@ constexpr int bandRowsPerHaloRow = 16;
 /// step is a plain sum of two rows, which vectorises, and there are at most twice as many as R has digits.
 /// @param pixels  count + 2R - 1 of them
 /// @param scratch room for count + 2R - 2
-[[gnu::always_inline]] inline void sumAlongRow(uchar const* pixels, int count, int radius,
-                                               std::uint16_t* __restrict scratch,
-                                               std::uint16_t* __restrict sums) {
+VORN_ALWAYS_INLINE void sumAlongRow(uchar const* pixels, int count, int radius,
+                                    std::uint16_t* __restrict scratch, std::uint16_t* __restrict sums) {
   int length = count + 2 * radius - 2;
   for (int i = 0; i < length; ++i) {
     scratch[i] = static_cast<std::uint16_t>(pixels[i] + pixels[i + 1]);
@@ -62,8 +61,8 @@ constexpr int bandRowsPerHaloRow = 16;
 /// that leaves them, kept since it entered, is taken away.
 /// @tparam Sum an unsigned type that holds the sum of a window
 template <class Sum>
-[[gnu::always_inline]] inline void thresholdBand(cv::Mat const& input, LocalAverageThreshold const& rule,
-                                                 int firstRow, int endRow, cv::Mat& output) {
+VORN_ALWAYS_INLINE void thresholdBand(cv::Mat const& input, LocalAverageThreshold const& rule, int firstRow,
+                                      int endRow, cv::Mat& output) {
   int const radius = rule.radius;
   int const denominator = 400 * radius * radius;
   int const columns = input.cols - 2 * radius - 1;

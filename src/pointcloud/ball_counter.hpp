@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "core/bits.hpp"
 #include "pointcloud/octree_search.hpp"
 #include "pointcloud/point_sketch.hpp"
 
@@ -87,13 +88,13 @@ private:
     std::uint64_t const leaves = isLeaf & ~isInside;
     std::uint64_t const inner = ~(isLeaf | isInside);
     for (; toVisit != 0; toVisit &= toVisit - 1) {
-      auto const bit = static_cast<unsigned>(__builtin_ctzll(toVisit));
+      auto const bit = static_cast<unsigned>(lowestBit(toVisit));
       unsigned const place = childPlace(*octants[bit / 8], bit % 8);
       BasicOctant<unsigned> const& child = tree_.octants[place];
       // What comes next if the child is a leaf, and if it is none: its lower and its upper children.
-      __builtin_prefetch(sketches_ + child.first);
-      __builtin_prefetch(tree_.octants + child.children);
-      __builtin_prefetch(tree_.octants + childPlace(child, 4));
+      prefetch(sketches_ + child.first);
+      prefetch(tree_.octants + child.children);
+      prefetch(tree_.octants + childPlace(child, 4));
       count_ += child.count & (0U - static_cast<unsigned>((isInside >> bit) & 1U));
       leaves_[leafCount_] = place;
       leafCount_ += (leaves >> bit) & 1U;

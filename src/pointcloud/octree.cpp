@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "core/bits.hpp"
 #include "core/error.hpp"
 #include "pointcloud/ball_counter.hpp"
 #include "pointcloud/octree_build.hpp"
@@ -313,8 +314,8 @@ std::size_t Octree<Point, Container, Index>::radiusNeighborsSearch(Point const& 
       count = 0;
     };
     auto const gather = [&](Octant const& octant, bool isWhole) {
-      __builtin_prefetch(tree.chain + octant.first);
-      __builtin_prefetch(sketches_.data() + octant.first);
+      prefetch(tree.chain + octant.first);
+      prefetch(sketches_.data() + octant.first);
       parts[count++] = {&octant, isWhole};
       if (count == mostParts) {
         list();

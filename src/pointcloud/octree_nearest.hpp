@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <opencv2/core/hal/intrin.hpp>
 
+#include "core/bits.hpp"
 #include "pointcloud/octree_search.hpp"
 
 namespace vorn::mv {

@@ -9,6 +9,7 @@
 
 #include <vorn/mv/pointcloud/octree.hpp>
 
+#include "core/bits.hpp"
 #include "pointcloud/point_access.hpp"
 
 namespace vorn::mv {
@@ -263,7 +264,7 @@ void visitBall(OctreeView const& tree, Ball<Kind> const& ball, Whole const& whol
       level = above[--depth];
       continue;
     }
-    unsigned const code = 31U - static_cast<unsigned>(__builtin_clz(level.toVisit));
+    unsigned const code = static_cast<unsigned>(highestBit(level.toVisit));
     level.toVisit ^= 1U << code;
     BasicOctant<unsigned> const& child = tree.octants[childPlace(*level.octant, code)];
     if (((level.inside >> code) & 1U) != 0) {

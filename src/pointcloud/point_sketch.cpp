@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "core/lanes.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv {
@@ -12,52 +13,52 @@ namespace {
 
 using Kinds = Distance<cv::Vec3f>;
 
-constexpr std::size_t registerSize = sketchLanes * sizeof(float);
-using Floats = float __attribute__((vector_size(registerSize)));
-using Integers = std::int32_t __attribute__((vector_size(registerSize)));
-using Bits = std::uint32_t __attribute__((vector_size(registerSize)));
+static_assert(sketchLanes == laneCount);
 
 template <class Kind>
-[[gnu::always_inline]] inline SketchedCount countOfKind(SketchBlock const* blocks, std::size_t count,
-                                                        SketchedBall const* balls,
-                                                        PointSketch const* sketches) {
-  Integers const lane = {0, 1, 2, 3, 4, 5, 6, 7};
-  Integers inside = {};
-  Bits doubtful = {};
-  Bits bit = Bits{} + 1U;
+VORN_ALWAYS_INLINE SketchedCount countOfKind(SketchBlock const* blocks, std::size_t count,
+                                             SketchedBall const* balls, PointSketch const* sketches) {
+  IntLanes const lane = {0, 1, 2, 3, 4, 5, 6, 7};
+  IntLanes inside = {};
+  IntLanes doubtful = {};
   for (std::size_t b = 0; b < count; ++b) {
     SketchedBall const& ball = balls[blocks[b].ball];
-    Integers cells;
+    IntLanes cells;
     std::memcpy(&cells, sketches + blocks[b].place, sizeof(cells));
     constexpr auto mask = static_cast<std::int32_t>(sketchMask);
-    Floats dx = __builtin_convertvector(cells & mask, Floats) * ball.step + ball.start[0];
-    Floats dy = __builtin_convertvector((cells >> sketchBits) & mask, Floats) * ball.step + ball.start[1];
-    Floats dz = __builtin_convertvector(cells >> (2 * sketchBits), Floats) * ball.step + ball.start[2];
-    Floats distance;
+    FloatLanes dx;
+    FloatLanes dy;
+    FloatLanes dz;
+    toFloats(cells & mask, dx);
+    toFloats((cells >> sketchBits) & mask, dy);
+    toFloats(cells >> (2 * sketchBits), dz);
+    dx = dx * ball.step + ball.start[0];
+    dy = dy * ball.step + ball.start[1];
+    dz = dz * ball.step + ball.start[2];
+    FloatLanes distance;
     if constexpr (Kind::isSquared) {
       distance = dx * dx + dy * dy + dz * dz;
     } else {
-      dx = dx < 0.0F ? -dx : dx;
-      dy = dy < 0.0F ? -dy : dy;
-      dz = dz < 0.0F ? -dz : dz;
+      select(dx < 0.0F, -dx, dx, dx);
+      select(dy < 0.0F, -dy, dy, dy);
+      select(dz < 0.0F, -dz, dz, dz);
       if constexpr (Kind::takesLargest) {
-        dx = dx < dy ? dy : dx;
-        distance = dx < dz ? dz : dx;
+        select(dx < dy, dy, dx, dx);
+        select(dx < dz, dz, dx, distance);
       } else {
         distance = dx + dy + dz;
       }
     }
-    Integers const isPoint = lane < static_cast<std::int32_t>(ball.end - blocks[b].place);
-    Integers const isInside = (distance < ball.inner) & isPoint;
-    Integers const isInDoubt = (distance <= ball.outer) & isPoint & ~isInside;
+    IntLanes const isPoint = lane < static_cast<std::int32_t>(ball.end - blocks[b].place);
+    IntLanes const isInside = (distance < ball.inner) & isPoint;
+    IntLanes const isInDoubt = (distance <= ball.outer) & isPoint & ~isInside;
     inside -= isInside;
-    doubtful |= reinterpret_cast<Bits>(isInDoubt) & bit;
-    bit += bit;
+    doubtful |= isInDoubt & static_cast<std::int32_t>(1U << b);
   }
   SketchedCount result = {};
   for (std::size_t l = 0; l < sketchLanes; ++l) {
     result.inside += static_cast<unsigned>(inside[l]);
-    result.doubtful[l] = doubtful[l];
+    result.doubtful[l] = static_cast<std::uint32_t>(doubtful[l]);
   }
   return result;
 }

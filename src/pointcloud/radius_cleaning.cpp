@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "core/bits.hpp"
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
 #include "pointcloud/octree_search.hpp"

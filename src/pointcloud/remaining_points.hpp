@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "core/bits.hpp"
 #include "pointcloud/octree_search.hpp"
 
 namespace vorn::mv {

@@ -77,8 +77,8 @@ TEST_P(ProjectorSizes, DecodeToTheirOwnCoordinates) {
 
 std::vector<Projector> sizes() {
   std::vector<Projector> all;
-  for (int const length : {16, 56, 59, 60, 63, 64, 65, 120, 128, 248, 251, 252, 256, 1015, 1016, 1019, 1020, 1024,
-                           1025, 1280, 2040, 2041, 2047, 2048}) {
+  for (int const length : {16,  56,   59,   60,   63,   64,   65,   120,  128,  248,  251,  252,
+                           256, 1015, 1016, 1019, 1020, 1024, 1025, 1280, 2040, 2041, 2047, 2048}) {
     all.push_back({ScannerType::Horizontal, length});
     all.push_back({ScannerType::Vertical, 2 * length});
   }
@@ -99,8 +99,11 @@ TEST(ProjectorSizesBeyondTheCode, AreRefused) {
   for (int const length : {64, 1017, 1024}) {
     std::vector<cv::Mat> images = seen({ScannerType::Horizontal, length}, 12);
     images.pop_back();
-    vorn::test::expectError([&] { decoded({ScannerType::Horizontal, length}, images); },
-                            "Insufficient input patterns!");
+    vorn::test::expectError(
+        [&] {
+          decoded({ScannerType::Horizontal, length}, images);
+        },
+        "Insufficient input patterns!");
   }
 }
 

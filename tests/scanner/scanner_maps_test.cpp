@@ -26,7 +26,8 @@ cv::Mat_<cv::Vec3f> pointsOf(Sl3dScanner& scanner, float column) {
   return xyz;
 }
 
-sim::Device with(sim::Device const& device, std::array<double, 5> const& distortion, cv::Size const& resolution) {
+sim::Device with(sim::Device const& device, std::array<double, 5> const& distortion,
+                 cv::Size const& resolution) {
   return {device.focal(), device.centre(), distortion, resolution};
 }
 
@@ -67,7 +68,8 @@ TEST(ScannerMaps, RefuseARegionWithoutPixels) {
   cv::Mat_<cv::Vec3f> xyz;
   for (cv::Rect const& roi : {cv::Rect(0, 0, 0, 0), cv::Rect(0, 0, 320, 0), cv::Rect(0, 0, 0, 240),
                               cv::Rect(7, 7, 0, 0), cv::Rect(320, 240, 0, 0)}) {
-    vorn::test::expectError([&] { scanner.triangulate(map, xyz, roi); }, "is not within the camera's 320 x 240");
+    vorn::test::expectError([&] { scanner.triangulate(map, xyz, roi); },
+                            "is not within the camera's 320 x 240");
   }
   EXPECT_TRUE(xyz.empty());
 }

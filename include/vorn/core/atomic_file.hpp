@@ -3,12 +3,15 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include <vorn/core/export.hpp>
 
 namespace vorn {
+
+class SystemFile;
 
 /// A file that appears under its name only when it is complete.
 ///
@@ -50,7 +53,8 @@ public:
 
 private:
   void openTemporary();
-  /// Has `make` create a file `temporary_`, with ever new names while they are taken.
+  /// Has `make` create a file `temporary_`, with ever new names while they are taken; it returns 0 or why
+  /// not.
   template <class Make>
   void takeTemporaryName(char const* action, Make const& make);
   /// Gives a nameless file the target's name if that is free, else one to be renamed.
@@ -62,7 +66,7 @@ private:
   std::string target_;    ///< the file to replace, links followed
   std::string temporary_; ///< the file's name to be renamed; empty for none
   bool isNameless_ = false;
-  int descriptor_ = -1;
+  std::unique_ptr<SystemFile> file_;
 };
 
 } // namespace vorn

@@ -6,16 +6,16 @@
 
 namespace vorn::mv::sl {
 
-/// The binary code that numbers a projector's stripes: everything that those who project it, read it, check it
-/// or plan with it must agree on.
+/// The binary code that numbers a projector's stripes: everything that those who project it, read it, check
+/// it or plan with it must agree on.
 ///
 /// A stripe is `period` projector pixels wide, as is a fringe of the phase images. Stripe q has the word
 /// w = q + 2, and the images show its bits: the reference bit 0, plane k bit k exclusive-or bit 0. The offset
 /// keeps every word from being all dark, and the exclusive-or makes every image change from stripe to stripe,
 /// so that light from the surroundings is the same in all of them.
 ///
-/// A stack with p planes shows p + 1 bits, which tell 2^(p + 1) stripes apart. The words of the last two of so
-/// many no longer fit: they show as words 0 and 1, which no stripe reads as, so that these stripes have no
+/// A stack with p planes shows p + 1 bits, which tell 2^(p + 1) stripes apart. The words of the last two of
+/// so many no longer fit: they show as words 0 and 1, which no stripe reads as, so that these stripes have no
 /// code of their own but are not taken for others either; their order comes from their neighbours.
 struct StripeCode {
   int period; ///< projector pixels
@@ -29,8 +29,8 @@ struct StripeCode {
 
   static constexpr unsigned word(int stripe) { return static_cast<unsigned>(stripe) + wordOffset; }
 
-  /// The word of a stripe as its images show it: bit 0 the reference, bit k plane k. Bits beyond the planes of
-  /// a stack mean nothing.
+  /// The word of a stripe as its images show it: bit 0 the reference, bit k plane k. Bits beyond the planes
+  /// of a stack mean nothing.
   static constexpr unsigned shownWord(int stripe) {
     unsigned const w = word(stripe);
     return (w & 1U) != 0 ? w ^ ~1U : w;
@@ -45,7 +45,9 @@ struct StripeCode {
   constexpr int stripeOf(int pixel) const { return pixel / period; }
 
   /// Stripes that a projector shows; the last one may be cut by its edge.
-  constexpr int stripes(int resolution) const { return resolution / period + (resolution % period > 0 ? 1 : 0); }
+  constexpr int stripes(int resolution) const {
+    return resolution / period + (resolution % period > 0 ? 1 : 0);
+  }
 
   /// Bits of the words of all whole stripes.
   constexpr int wordBits(int resolution) const {
@@ -65,8 +67,8 @@ struct StripeCode {
   /// The largest resolution whose stripes so many planes tell apart.
   constexpr int capacity(int planes) const { return period * (2 << planes); }
 
-  /// Whether a stack with so many planes codes a projector: it has what the generator makes, and no two stripes
-  /// look the same.
+  /// Whether a stack with so many planes codes a projector: it has what the generator makes, and no two
+  /// stripes look the same.
   constexpr bool isCodedBy(int planes, int resolution) const {
     return planes >= generatedPlanes(resolution) && planes <= maxPlanes && resolution <= capacity(planes);
   }
@@ -74,7 +76,8 @@ struct StripeCode {
   /// The largest resolution that so many planes code.
   constexpr int largestResolution(int planes) const {
     // Below the generator's limit, the whole stripes must leave the two last words free.
-    return planes < maxGeneratedPlanes ? capacity(planes) - period * wordOffset + period - 1 : capacity(planes);
+    return planes < maxGeneratedPlanes ? capacity(planes) - period * wordOffset + period - 1
+                                       : capacity(planes);
   }
 
   /// Whether a stack with so many planes looks like one made for a projector: it has as many as the generator

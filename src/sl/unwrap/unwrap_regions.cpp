@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "core/bits.hpp"
 #include "core/parallel.hpp"
 
 namespace vorn::mv {
@@ -27,7 +28,7 @@ void forEachMark(std::vector<uchar> const& marks, Visit const& visit) {
     std::memcpy(&word, marks.data() + first, sizeof(word));
     for (; word != 0; word &= word - 1) {
       constexpr int bitsPerMark = 8;
-      visit(static_cast<int>(first) + __builtin_ctzll(word) / bitsPerMark);
+      visit(static_cast<int>(first) + lowestBit(word) / bitsPerMark);
     }
   }
 }
