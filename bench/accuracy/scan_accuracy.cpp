@@ -8,9 +8,8 @@
 #include <sim/demo.hpp>
 #include <sim/render.hpp>
 #include <sim/truth_json.hpp>
+#include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/patterns.hpp>
-
-#include "tools/scan/scan_job.hpp"
 
 namespace vorn::bench {
 
@@ -85,7 +84,7 @@ ScanFigures scan(ScanCase const& given, mv::Sl3dScanner scanner) {
   cv::Mat_<uchar> const mask = sim::truthMask(truth, signal);
   cv::Mat const isClean = mask == static_cast<int>(sim::TruthMask::Clean);
 
-  tools::ScanResult const result = tools::runScan(scanner, view.capture(columns));
+  mv::ScanResult const result = mv::scan(scanner, view.capture(columns));
   ScanFigures figures;
   figures.name = given.name;
   figures.amplitude = cv::mean(signal.amplitude, isClean)[0];

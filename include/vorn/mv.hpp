@@ -63,6 +63,7 @@
 #include <vorn/mv/pointcloud/distance.hpp>
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
+#include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>

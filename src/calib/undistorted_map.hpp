@@ -6,6 +6,10 @@
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 
+#include "core/progress.hpp"
+
+#include "core/progress.hpp"
+
 namespace vorn::mv {
 
 /// The viewing ray of every pixel, as normalised coordinates: the ray of pixel (row, col) is (x, y, 1).
@@ -15,6 +19,7 @@ namespace vorn::mv {
 /// @param D empty, or 4, 5, 8, 12 or 14 distortion coefficients
 /// @return H x W CV_32FC2; empty for an empty size
 /// @throws Exception for matrices of other sizes
-cv::Mat_<cv::Vec2f> undistortedMap(cv::Mat const& K, cv::Mat const& D, cv::Size const& size);
+cv::Mat_<cv::Vec2f> undistortedMap(cv::Mat const& K, cv::Mat const& D, cv::Size const& size,
+                                   Progress const& progress = {});
 
 } // namespace vorn::mv

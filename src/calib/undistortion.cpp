@@ -235,10 +235,12 @@ std::vector<cv::Point2d> undistorted(cv::Mat const& K, cv::Mat const& D,
   return rays;
 }
 
-cv::Mat_<cv::Vec2f> undistortedMap(cv::Mat const& K, cv::Mat const& D, cv::Size const& size) {
+cv::Mat_<cv::Vec2f> undistortedMap(cv::Mat const& K, cv::Mat const& D, cv::Size const& size,
+                                   Progress const& progress) {
   Undistortion const undistortion(K, D);
   cv::Mat_<cv::Vec2f> map(size);
-  parallelRows(map.rows, [&](int firstRow, int endRow) {
+  constexpr int bandRows = 32;
+  parallelRows(map.rows, bandRows, progress, "computing rays", [&](int firstRow, int endRow) {
     double x[blockSize];
     double y[blockSize];
     for (int row = firstRow; row < endRow; ++row) {

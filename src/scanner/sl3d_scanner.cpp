@@ -26,6 +26,7 @@
 #include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
+#include "scanner/scanner_access.hpp"
 #include "scanner/triangulation.hpp"
 #include "sl/decode/scan_decoding.hpp"
 #include "sl/decode/scan_stack.hpp"
@@ -51,9 +52,10 @@ struct LensMap {
 };
 
 /// Makes `map` that of `model`, if it is not yet.
-void updateLensMap(LensMap& map, CameraModel const& model) {
+void updateLensMap(LensMap& map, CameraModel const& model, Progress const& progress = {}) {
   if (!map.isOf(model)) {
-    cv::Mat_<cv::Vec2f> const rays = undistortedMap(model.getK(), model.getD(), model.getResolution());
+    cv::Mat_<cv::Vec2f> const rays =
+        undistortedMap(model.getK(), model.getD(), model.getResolution(), progress);
     map = {model, rays};
   }
 }
@@ -137,31 +139,53 @@ scanner::SlPatternInfo Sl3dScanner::getPatternInfo(bool alongWidth) const {
 }
 
 cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
+  return ScannerAccess::decode(*this, images, Progress()).coordinates;
+}
+
+sl::CodedAxis ScannerAccess::codedAxis(Sl3dScanner const& scanner) {
+  return sl::codedAxis(scanner.getProjectorModel().getResolution(), isHorizontal(scanner));
+}
+
+sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
+                                      Progress const& progress) {
   // Reading through the calls that lend the models would keep copies from sharing this scanner's record.
-  Sl3dScanner const& self = *this;
-  bool const alongWidth = isHorizontal(self);
-  getPatternInfo(alongWidth);
-  sl::CodedAxis const axis = sl::codedAxis(self.getProjectorModel().getResolution(), alongWidth);
+  Sl3dScanner const& self = scanner;
+  self.getPatternInfo(isHorizontal(self));
+  sl::CodedAxis const axis = codedAxis(self);
   sl::checkStack(images, axis, self.getCameraModel().getResolution());
   sl::ScanDecodingSettings const settings = decodingSettings(self, axis);
   bool const enableTexture = self["EnableTexture"];
   bool const enableDebug = self["EnableDebug"];
-  auto& own = static_cast<Private&>(ownRecord());
+  auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
   Timer timer;
+  constexpr double stages = 6;
+  double done = 0;
   auto const report = [&](char const* label) {
     logDebug(text(label, timer.toString()) + "\n");
+    progress.at("decoding", ++done / stages);
     timer.tic();
   };
-  sl::DecodedScan const scan = sl::decodeScan(images, settings, own.memory.buffers, report);
+  progress.at("decoding", 0);
+  sl::DecodedScan scan = sl::decodeScan(images, settings, own.memory.buffers, report);
   logDebug(text("Hole filling time:", timer.toString()) + "\n");
   logDebug(text("Fill count:", scan.filled) + "\n");
   if (enableDebug) {
     logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.buffers.kept)) + "\n");
   }
+  progress.at("decoding", 1);
   if (enableTexture) {
     own.texture = sl::whiteLevel(images);
   }
-  return scan.coordinates;
+  return scan;
+}
+
+sl::TriangulationSetup ScannerAccess::triangulationSetup(Sl3dScanner& scanner, Progress const& progress) {
+  Sl3dScanner const& self = scanner;
+  sl::checkProjector(self.getProjectorModel().getResolution());
+  auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
+  updateLensMap(own.cameraMap, own.camera, progress.part(0.0, 0.5));
+  updateLensMap(own.projectorMap, own.projector, progress.part(0.5, 1.0));
+  return {own.cameraMap.rays, own.projectorMap.rays, own.camFromProj, own.poseFromCam};
 }
 
 void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>& xyz, cv::Rect const& roi) {
@@ -171,12 +195,7 @@ void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>&
   Library::assertValid();
   Sl3dScanner const& self = *this;
   cv::Mat_<float> const coordinates = sl::cropTo(phase, roi, self.getCameraModel().getResolution());
-  sl::checkProjector(self.getProjectorModel().getResolution());
-  auto& own = static_cast<Private&>(ownRecord());
-  updateLensMap(own.cameraMap, own.camera);
-  updateLensMap(own.projectorMap, own.projector);
-  sl::TriangulationSetup const setup{own.cameraMap.rays, own.projectorMap.rays, own.camFromProj,
-                                     own.poseFromCam};
+  sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(*this);
   xyz.create(roi.size());
   if (isHorizontal(self)) {
     sl::triangulateColumns(setup, coordinates, roi, xyz);

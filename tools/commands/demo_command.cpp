@@ -23,7 +23,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/scan/preview.hpp"
-#include "tools/scan/scan_job.hpp"
+#include "tools/scan/scan_report.hpp"
 #include "tools/scan/truth_comparison.hpp"
 
 namespace vorn::tools {
@@ -92,14 +92,13 @@ void run(DemoOptions const& options) {
   std::cout << "The virtual rig: camera " << sizeText(rig.camera.device.resolution()) << ", projector "
             << sizeText(rig.projector.device.resolution()) << " pixels\n";
   mv::Sl3dScanner scanner = options.isCalibrating ? calibrated(rig, folder / "calib") : trulyCalibrated(rig);
-  scanner["EnableTexture"] = true;
 
   std::cout << "Scanning a scene" << std::endl;
   Capture const captured = capture(rig, scene);
-  ScanResult const scan = runScan(scanner, captured.images);
-  std::cout << scan.pointCount << " points from " << captured.images.size() << " images; decoded in "
-            << std::lround(scan.decodeTime) << " ms, triangulated in " << std::lround(scan.triangulateTime)
-            << " ms\n";
+  mv::ScanResult const scan = mv::scan(scanner, captured.images);
+  std::cout << scan.counts.points << " points from " << captured.images.size() << " images; decoded in "
+            << std::lround(scan.times.decode) << " ms, triangulated in "
+            << std::lround(scan.times.triangulate) << " ms\n";
   TruthComparison const comparison = compareWithTruth(scan.xyz, captured.truth, captured.mask);
   std::vector<ArtefactFigure> const figures =
       measureArtefacts(scan.xyz, captured.truth, captured.mask, scene);

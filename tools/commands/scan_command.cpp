@@ -18,7 +18,7 @@
 #include "tools/files/output_path.hpp"
 #include "tools/scan/laser_scan.hpp"
 #include "tools/scan/preview.hpp"
-#include "tools/scan/scan_job.hpp"
+#include "tools/scan/scan_report.hpp"
 
 namespace vorn::tools {
 
@@ -38,7 +38,7 @@ struct ScanOptions {
   std::vector<std::string> assignments;
 };
 
-void writeCloud(std::string const& path, ScanResult& result) {
+void writeCloud(std::string const& path, mv::ScanResult const& result) {
   graphic::GraphicObject object = result.cloud.getGraphicObject(true);
   if (lowerCaseEnding(path) == ".stl") {
     // A mesh format: neighbours on the camera's grid make the triangles. An edge several times the usual
@@ -106,7 +106,11 @@ void runPattern(ScanOptions const& options) {
   Timer timer;
   std::vector<cv::Mat> const images = readSequence(options.folder, sequencePrefix(scanner));
   double const readTime = timer.toc();
-  ScanResult result = runScan(scanner, images);
+  mv::ScanSettings settings;
+  settings.makeTexture = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
+  settings.makeModulation = false;
+  settings.makeSigma = false;
+  mv::ScanResult const result = mv::scan(scanner, images, settings);
 
   timer.tic();
   if (!options.out.empty()) {
@@ -129,7 +133,7 @@ void runPattern(ScanOptions const& options) {
     report["Times"]["Write"] = writeTime;
     writeJsonFile(options.report, report);
   }
-  std::cout << result.pointCount << " points from " << images.size() << " images of " << result.map.cols
+  std::cout << result.counts.points << " points from " << images.size() << " images of " << result.map.cols
             << " x " << result.map.rows << '\n';
 }
 

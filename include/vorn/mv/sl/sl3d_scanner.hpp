@@ -17,6 +17,7 @@ namespace vorn::mv {
 
 class CameraCalibData;
 class CameraModel;
+struct ScannerAccess;
 
 /// A structured-light scanner: one camera and one projector, which is a camera that works backwards.
 ///
@@ -133,6 +134,7 @@ public:
   void write(nlohmann::json& json) const override;
 
 private:
+  friend struct ScannerAccess; // whole jobs, inside the library
   struct Private;
 };
 

@@ -1,0 +1,102 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include <vorn/core/export.hpp>
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+#include <vorn/mv/sl/pixel_reason.hpp>
+
+namespace vorn {
+class Observer;
+}
+
+namespace vorn::mv {
+
+class Sl3dScanner;
+
+/// What a scan makes beside the points. What is decoded and how, the scanner's properties say.
+struct ScanSettings {
+  /// Whether the cloud gets colours: the white level of the phase images, in grey. The scanner's
+  /// "EnableTexture" does not matter here.
+  bool makeTexture = true;
+  /// Whether to make `ScanResult::modulation`, 4 bytes a pixel.
+  bool makeModulation = true;
+  /// Whether to make `ScanResult::sigma`, 4 bytes a pixel.
+  bool makeSigma = true;
+  /// Standard deviation of the noise of an image, grey levels, for `ScanResult::sigma`; 0 to estimate it from
+  /// the images, by grey level.
+  double noise = 0.0;
+
+  /// @throws Exception that names the setting, its value and the bound
+  VORN_API void check() const;
+};
+
+/// How many pixels came how far.
+struct ScanCounts {
+  std::size_t pixels = 0;  ///< of the camera's image
+  std::size_t decoded = 0; ///< with a projector coordinate
+  std::size_t points = 0;  ///< with a point: those of `PixelReason::Measured`
+  /// Of every reason, by its value; together they are `pixels`.
+  std::array<std::size_t, pixelReasonCount> reasons{};
+
+  /// The pixels of one reason.
+  std::size_t of(PixelReason reason) const { return reasons[static_cast<std::size_t>(reason)]; }
+};
+
+/// How long the stages took, ms.
+struct ScanTimes {
+  double decode = 0.0;      ///< from the images to the map
+  double triangulate = 0.0; ///< from the map to the points
+  double rest = 0.0;        ///< texture, modulation, sigma, cloud
+};
+
+/// What a scan gives. The matrices are as large as the camera's image and belong to the result alone.
+struct ScanResult {
+  cv::Mat_<float> map;     ///< projector coordinate in projector pixels; -1 where there is none
+  cv::Mat_<cv::Vec3f> xyz; ///< points in the frame of the scanner's pose, mm; NaN where there is none
+  PointCloud cloud;        ///< the same points, organized, those that are NaN removed for good
+  cv::Mat_<uchar> mask;    ///< a `PixelReason` a pixel
+  /// Standard deviation that the images' noise gives a pixel's coordinate in `map`, projector pixels; NaN
+  /// where there is none. What is smoothed ("PhaseBlurRadius") is better than that.
+  cv::Mat_<float> sigma;
+  cv::Mat_<float> modulation; ///< fringe amplitude, grey levels, at every pixel
+  ScanCounts counts;
+  ScanTimes times;
+};
+
+/// From the images of a scan to its cloud: decoding, triangulation, texture.
+///
+/// A pixel has a point when it was decoded and its ray meets the light in front of the camera, wherever the
+/// pose puts it. All points are in the frame of the pose, those of a "Vertical" scanner too.
+/// "PointcloudBlurRadius" averages over measured pixels only, so neither holes nor borders pull at points,
+/// and none is made where none was measured.
+///
+/// The noise is taken from what four phase images have in excess of a sinusoid, P0 - P1 + P2 - P3, whose
+/// standard deviation is twice that of an image; its median over the measured pixels of like brightness
+/// counts. A pixel's coordinate then has sigma = u / (2 pi) * noise / (sqrt(2) * amplitude), u the projector
+/// pixels of a fringe.
+///
+/// Working memory: what `Sl3dScanner::decode` and the first `triangulate` take, which the scanner keeps;
+/// 35 bytes a pixel more with "PointcloudBlurRadius". The result takes 37 bytes a pixel with all its parts.
+/// @param scanner  calibrated; keeps its working memory and the rays of both devices for the next scan
+/// @param images   as `Sl3dScanner::decode` takes them
+/// @param observer asked within 50 ms at 12 megapixels
+/// @throws Exception for a scanner that is not calibrated, or whose calibration leaves no base between camera
+///         and projector or gives one of them a field of view below 1 or above 170 degrees; for settings out
+///         of their range; what `Sl3dScanner::decode` throws
+/// @throws Cancelled when the observer stops it; the scanner is as it was
+VORN_API ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
+                         ScanSettings const& settings = {}, Observer* observer = nullptr);
+
+/// The same with a scanner that stays as it is: several threads may scan with one, and nothing is kept for
+/// the next scan.
+VORN_API ScanResult scan(Sl3dScanner const& scanner, std::vector<cv::Mat> const& images,
+                         ScanSettings const& settings = {}, Observer* observer = nullptr);
+
+} // namespace vorn::mv

@@ -1,0 +1,165 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/scanner/scan.hpp>
+
+#include <cmath>
+#include <sstream>
+#include <string>
+
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/library.hpp>
+#include <vorn/mv/geometry/transform.hpp>
+#include <vorn/mv/sl/scanner_type.hpp>
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
+#include "core/error.hpp"
+#include "scanner/scan_noise.hpp"
+#include "scanner/scan_points.hpp"
+#include "scanner/scanner_access.hpp"
+#include "sl/decode/scan_stack.hpp"
+#include "sl/decode/texture.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+std::string sizeText(cv::Size const& size) {
+  return std::to_string(size.width) + " x " + std::to_string(size.height);
+}
+
+/// @throws Exception for a device whose image covers an angle that none covers
+void checkView(CameraModel const& model, char const* device) {
+  constexpr double narrowest = 1.0;
+  constexpr double widest = 170.0;
+  double const focal = model.getK().at<double>(0, 0);
+  double const angle = 2.0 * std::atan(0.5 * model.getResolution().width / focal) * 180.0 / CV_PI;
+  if (!(angle >= narrowest && angle <= widest)) {
+    std::ostringstream message;
+    message << "The scanner's " << device << " sees " << angle << " degrees, which must be " << narrowest
+            << " to " << widest << ": its calibration cannot be right";
+    throw error(message.str(), "scan");
+  }
+}
+
+void checkScanner(Sl3dScanner const& scanner) {
+  if (!scanner.isCalibrated()) {
+    throw error("The scanner is not calibrated: it has no models with an error below half a pixel", "scan");
+  }
+  checkView(scanner.getCameraModel(), "camera");
+  checkView(scanner.getProjectorModel(), "projector");
+  double const base = cv::norm(math::getT3(scanner.getTransform()));
+  constexpr double leastBase = 1e-3; // mm: no scanner is that small
+  if (!(base >= leastBase) || !std::isfinite(base)) {
+    std::ostringstream message;
+    message << "The scanner's camera and projector are " << base << " mm apart, which must be " << leastBase
+            << " or more: its transform (\"Hpc\") is missing or wrong";
+    throw error(message.str(), "scan");
+  }
+}
+
+void checkImages(Sl3dScanner const& scanner, std::vector<cv::Mat> const& images) {
+  cv::Size const expected = scanner.getCameraModel().getResolution();
+  if (!images.empty() && images.front().size() != expected) {
+    throw error("The images are " + sizeText(images.front().size()) + ", but the scanner's camera has " +
+                    sizeText(expected),
+                "scan");
+  }
+}
+
+/// Takes from the mask what triangulation dropped, and counts.
+void finishMask(ScanResult& result) {
+  ScanCounts& counts = result.counts;
+  counts.pixels = result.map.total();
+  for (int y = 0; y < result.mask.rows; ++y) {
+    for (int x = 0; x < result.mask.cols; ++x) {
+      uchar& reason = result.mask(y, x);
+      if (result.map(y, x) >= 0.0F) {
+        ++counts.decoded;
+        bool const hasPoint = !std::isnan(result.xyz(y, x)[2]);
+        reason = static_cast<uchar>(hasPoint ? PixelReason::Measured : PixelReason::NoPoint);
+      }
+      ++counts.reasons[reason];
+    }
+  }
+  counts.points = counts.of(PixelReason::Measured);
+}
+
+PointCloud cloudOf(ScanResult const& result, cv::Mat const& white) {
+  cv::Mat_<cv::Vec3b> texture;
+  if (!white.empty()) {
+    cv::cvtColor(white, texture, cv::COLOR_GRAY2BGR);
+  }
+  PointCloud cloud(result.xyz.clone(), true, cv::Mat_<cv::Vec3f>(), texture);
+  constexpr int removedForGood = 255;
+  cloud.state().setTo(removedForGood, result.mask != static_cast<int>(PixelReason::Measured));
+  cloud.calcBoundingBox();
+  return cloud;
+}
+
+} // namespace
+
+void ScanSettings::check() const {
+  if (!std::isfinite(noise) || noise < 0.0) {
+    std::ostringstream message;
+    message << "ScanSettings: noise is " << noise << ", but must be a number of 0 or more";
+    throw error(message.str(), "scan");
+  }
+}
+
+ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSettings const& settings,
+                Observer* observer) {
+  Library::assertValid();
+  settings.check();
+  checkScanner(scanner);
+  checkImages(scanner, images);
+  Progress const progress(observer);
+  ScanResult result;
+  Timer timer;
+  result.map = ScannerAccess::decode(scanner, images, progress.part(0.0, 0.6)).coordinates;
+  result.mask = cv::Mat_<uchar>(result.map.size(), static_cast<uchar>(PixelReason::NoCode));
+  result.times.decode = timer.toc();
+
+  timer.tic();
+  Sl3dScanner const& self = scanner;
+  IEnum const& type = self.getProperty("ScannerType");
+  MapCoordinate const coordinate =
+      type.getIndex() == scanner::ScannerType::Horizontal ? MapCoordinate::Column : MapCoordinate::Row;
+  sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(scanner, progress.part(0.6, 0.7));
+  result.xyz = pointsInCamera(setup, result.map, coordinate, progress.part(0.7, 0.75));
+  int const blurRadius = self["PointcloudBlurRadius"];
+  if (blurRadius > 0) {
+    blurMeasured(result.xyz, blurRadius, progress.part(0.75, 0.8));
+  }
+  if (self.getPose() != cv::Matx44d::eye()) {
+    movePoints(result.xyz, self.getPose(), progress.part(0.8, 0.85));
+  }
+  result.times.triangulate = timer.toc();
+
+  timer.tic();
+  if (settings.makeModulation) {
+    result.modulation = modulationOf(images, progress.part(0.85, 0.88));
+  }
+  if (settings.makeSigma) {
+    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise) : NoiseModel(images, result.map);
+    int const period = ScannerAccess::codedAxis(scanner).code.period;
+    result.sigma = sigmaOf(images, result.map, noise, period, progress.part(0.88, 0.92));
+  }
+  progress.at("making the cloud", 0.92);
+  finishMask(result);
+  progress.at("making the cloud", 0.95);
+  result.cloud = cloudOf(result, settings.makeTexture ? sl::whiteLevel(images) : cv::Mat());
+  progress.at("making the cloud", 1.0);
+  result.times.rest = timer.toc();
+  return result;
+}
+
+ScanResult scan(Sl3dScanner const& scanner, std::vector<cv::Mat> const& images, ScanSettings const& settings,
+                Observer* observer) {
+  Sl3dScanner own = scanner;
+  return scan(own, images, settings, observer);
+}
+
+} // namespace vorn::mv

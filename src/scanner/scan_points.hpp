@@ -1,0 +1,28 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/matx.hpp>
+
+#include "core/progress.hpp"
+#include "scanner/triangulation.hpp"
+
+namespace vorn::mv {
+
+/// Which of the projector's axes a map has coordinates of.
+enum class MapCoordinate { Column, Row };
+
+/// The points of a whole map in the camera's frame; NaN where there is none in front of the camera.
+/// @param setup its pose is passed over
+cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float> const& map,
+                                   MapCoordinate coordinate, Progress const& progress);
+
+/// Gaussian blur over 2 r + 1 pixels in square, weighted with what is measured: a point becomes the mean of
+/// the points around it, and NaN stays NaN.
+void blurMeasured(cv::Mat_<cv::Vec3f>& xyz, int radius, Progress const& progress);
+
+/// Moves the points by a rigid transform; NaN stays NaN.
+void movePoints(cv::Mat_<cv::Vec3f>& xyz, cv::Matx44d const& transform, Progress const& progress);
+
+} // namespace vorn::mv

@@ -1,0 +1,31 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
+#include "core/progress.hpp"
+#include "scanner/triangulation.hpp"
+#include "sl/decode/scan_decoding.hpp"
+#include "sl/decode/scan_stack.hpp"
+
+namespace vorn::mv {
+
+/// What whole jobs ask of a scanner beside its public calls.
+struct ScannerAccess {
+  /// `Sl3dScanner::decode`, watched. A stop leaves the scanner as it was.
+  static sl::DecodedScan decode(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
+                                Progress const& progress);
+
+  /// The geometry of a calibrated scanner, with the rays of both devices, which it keeps.
+  static sl::TriangulationSetup triangulationSetup(Sl3dScanner& scanner, Progress const& progress = {});
+
+  /// How the scanner codes the axis that it decodes.
+  static sl::CodedAxis codedAxis(Sl3dScanner const& scanner);
+};
+
+} // namespace vorn::mv

@@ -1,0 +1,20 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <vorn/mv/scanner/scan.hpp>
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
+namespace vorn::tools {
+
+/// "columns" or "rows": which sequence of images the scanner decodes, by its "ScannerType".
+std::string sequencePrefix(mv::Sl3dScanner const& scanner);
+
+/// The figures of a scan: counts, times, box.
+nlohmann::json scanReport(mv::ScanResult const& result);
+
+} // namespace vorn::tools
