@@ -1,8 +1,8 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The structured-light decoders on a camera image of 2448 x 2048, outputs allocated, in units of a plain copy
-// of one float map of that size measured in the same run (counter "copies").
+// The structured-light decoders on a camera image of 2448 x 2048, outputs allocated, in units of the loops
+// that a skilled user would write (skilled_loops.hpp), measured in the same run (counter "ratio").
 #include <benchmark/benchmark.h>
 #include <cmath>
 #include <cstdint>
@@ -17,13 +17,15 @@
 #include <vorn/mv/sl/phase_quality.hpp>
 #include <vorn/mv/sl/phase_unwrapping.hpp>
 
-#include "copy_yardstick.hpp"
+#include "skilled_loops.hpp"
+#include "yardsticks.hpp"
 
 namespace vorn::mv {
 namespace {
 
 using bench::cameraSize;
-using bench::measureInCopies;
+using bench::measure;
+using bench::Yardstick;
 
 /// What a camera sees of a projector 1280 pixels wide: its columns spread over the image, fringes of 4
 /// columns, grey levels between 30 and 200, noise of two grey levels.
@@ -91,70 +93,87 @@ Scene const& scene() {
   return made;
 }
 
-void nothing() {}
+cv::Mat_<float> floatMap() {
+  return cv::Mat_<float>(cameraSize, 0.0F);
+}
+
+Yardstick phaseYardstick() {
+  return {"phase", [phase = floatMap(), amplitude = floatMap()]() mutable {
+            bench::skilledPhase(scene().phaseImages, phase, amplitude);
+          }};
+}
+
+Yardstick codeYardstick() {
+  return {"code", [columns = floatMap()]() mutable {
+            bench::skilledCode(scene().phaseImages, scene().codeImages, scene().phase, columns);
+          }};
+}
+
+Yardstick phaseAndCodeYardstick() {
+  return {"phase + code", [phase = floatMap(), amplitude = floatMap(), columns = floatMap()]() mutable {
+            bench::skilledPhase(scene().phaseImages, phase, amplitude);
+            bench::skilledCode(scene().phaseImages, scene().codeImages, phase, columns);
+          }};
+}
 
 void decodePhaseShift(benchmark::State& state) {
-  cv::Mat_<float> phase(cameraSize, 0.0F);
-  measureInCopies(state, nothing, [&] { decode_phase_shift(scene().phaseImages, phase); });
+  cv::Mat_<float> phase = floatMap();
+  measure(state, phaseYardstick(), [&] { decode_phase_shift(scene().phaseImages, phase); });
 }
 
 void decodePhaseShiftMasked(benchmark::State& state) {
-  cv::Mat_<float> phase(cameraSize, 0.0F);
-  measureInCopies(state, nothing, [&] { decode_phase_shift(scene().phaseImages, phase, scene().mask); });
+  cv::Mat_<float> phase = floatMap();
+  measure(state, phaseYardstick(), [&] { decode_phase_shift(scene().phaseImages, phase, scene().mask); });
 }
 
 void decodeThreeSteps(benchmark::State& state) {
-  cv::Mat_<float> phase(cameraSize, 0.0F);
+  cv::Mat_<float> phase = floatMap();
   std::vector<cv::Mat> const images(scene().phaseImages.begin(), scene().phaseImages.begin() + 3);
-  measureInCopies(state, nothing, [&] { decode_phase_shift(images, phase); });
+  measure(state, phaseYardstick(), [&] { decode_phase_shift(images, phase); });
 }
 
 void calcMagnitude(benchmark::State& state) {
-  cv::Mat_<float> magnitude(cameraSize, 0.0F);
-  measureInCopies(state, nothing, [&] { calc_magnitude(scene().phaseImages, magnitude); });
+  cv::Mat_<float> magnitude = floatMap();
+  measure(state, phaseYardstick(), [&] { calc_magnitude(scene().phaseImages, magnitude); });
 }
 
 void calcQuality(benchmark::State& state) {
-  cv::Mat_<float> quality(cameraSize, 0.0F);
-  measureInCopies(state, nothing, [&] { calc_quality(scene().phase, quality, scene().mask); });
+  cv::Mat_<float> quality = floatMap();
+  measure(state, phaseYardstick(), [&] { calc_quality(scene().phase, quality, scene().mask); });
 }
 
 void decodeBinaryXor0(benchmark::State& state) {
   cv::Mat code(cameraSize, CV_16SC1, cv::Scalar(0));
-  measureInCopies(state, nothing,
-                  [&] { decode_binary_xor0_pattern(scene().codeImages, code, 320, 20, 0, scene().mask); });
+  measure(state, codeYardstick(),
+          [&] { decode_binary_xor0_pattern(scene().codeImages, code, 320, 20, 0, scene().mask); });
 }
 
 void decodeGray(benchmark::State& state) {
   cv::Mat code(cameraSize, CV_16UC1, cv::Scalar(0));
-  measureInCopies(state, nothing,
-                  [&] { decode_gray_patterns(scene().codeImages, code, 511, 20, 0, scene().mask); });
+  measure(state, codeYardstick(),
+          [&] { decode_gray_patterns(scene().codeImages, code, 511, 20, 0, scene().mask); });
+}
+
+void unwrap(benchmark::State& state, cv::Mat const& trusted) {
+  cv::Mat_<float> phase;
+  cv::Mat growth;
+  auto const prepare = [&] {
+    scene().phase.copyTo(phase);
+    trusted.copyTo(growth);
+  };
+  measure(state, phaseAndCodeYardstick(), prepare,
+          [&] { unwrap_phase(phase, scene().quality, growth, scene().code, scene().mask); });
 }
 
 void unwrapPhase(benchmark::State& state) {
-  cv::Mat_<float> phase;
-  cv::Mat trusted;
-  auto const prepare = [&] {
-    scene().phase.copyTo(phase);
-    scene().state.copyTo(trusted);
-  };
-  measureInCopies(state, prepare,
-                  [&] { unwrap_phase(phase, scene().quality, trusted, scene().code, scene().mask); });
+  unwrap(state, scene().state);
 }
 
 /// The same share of trusted pixels, but the others scattered: each waits on its own.
 void unwrapScattered(benchmark::State& state) {
-  cv::Mat_<float> phase;
-  cv::Mat trusted;
   cv::Mat_<uchar> scattered(cameraSize);
   cv::randu(scattered, 0, 10);
-  cv::Mat const isTrusted = scattered > 0;
-  auto const prepare = [&] {
-    scene().phase.copyTo(phase);
-    isTrusted.copyTo(trusted);
-  };
-  measureInCopies(state, prepare,
-                  [&] { unwrap_phase(phase, scene().quality, trusted, scene().code, scene().mask); });
+  unwrap(state, scattered > 0);
 }
 
 void separateLight(benchmark::State& state) {
@@ -162,14 +181,14 @@ void separateLight(benchmark::State& state) {
   cv::Mat global = direct.clone();
   cv::Mat highest = direct.clone();
   cv::Mat lowest = direct.clone();
-  measureInCopies(state, nothing,
-                  [&] { estimate_global_direct_light(direct, global, scene().codeImages, highest, lowest); });
+  measure(state, phaseAndCodeYardstick(),
+          [&] { estimate_global_direct_light(direct, global, scene().codeImages, highest, lowest); });
 }
 
 void generateCombinedPatterns(benchmark::State& state) {
   std::vector<cv::Mat> columns;
   std::vector<cv::Mat> rows;
-  measureInCopies(state, nothing, [&] { generate_ps4_patterns(columns, rows, {1920, 1080}); });
+  measure(state, phaseAndCodeYardstick(), [&] { generate_ps4_patterns(columns, rows, {1920, 1080}); });
 }
 
 BENCHMARK(decodePhaseShift)->UseManualTime()->Unit(benchmark::kMillisecond);

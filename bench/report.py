@@ -6,7 +6,7 @@
 usage: report.py OUT.json OUT.md MACHINE.json ACCURACY.md ACCURACY.json PROGRAM.json...
 
 A benchmark named "work/ours/arguments" stands beside every "work/peer/arguments" of the same run; one with the
-counter "copies" beside a plain copy of a float map. All others are listed with their time.
+counter "ratio" is told in units of the work that its label names. All others are listed with their time.
 """
 import json
 import pathlib
@@ -24,7 +24,7 @@ def shortest(program):
         name = run["run_name"]
         measured = name.endswith(("/real_time", "/manual_time"))
         time = run["real_time" if measured else "cpu_time"] * MILLISECONDS[run["time_unit"]]
-        row = {"time": time, "copies": run.get("copies")}
+        row = {"time": time, "ratio": run.get("ratio"), "unit": run.get("label"), "speedup": run.get("speedup")}
         if name not in rows or time < rows[name]["time"]:
             rows[name] = row
     return rows
@@ -95,16 +95,18 @@ def markdown(machine, programs, accuracy):
                 else "Nothing in this run.\n")
     measured_beside_peers = {work_of(key) for rows in compared.values() for key, _, _ in rows}
     for name, rows in programs.items():
-        copies = [[label(key), milliseconds(row["time"]), f"{row['copies']:.1f}"]
-                  for key, row in rows.items() if row["copies"]]
-        alone = [key for key, row in rows.items() if not row["copies"] and is_alone(key, compared[name])]
-        if not compared[name] and not copies and {work_of(key) for key in alone} <= measured_beside_peers:
+        measured = [[label(key), milliseconds(row["time"]), f"{row['ratio']:.2f} x {row['unit']}",
+                     f"{row['speedup']:.2f}" if row["speedup"] else ""]
+                    for key, row in rows.items() if row["ratio"]]
+        alone = [key for key, row in rows.items() if not row["ratio"] and is_alone(key, compared[name])]
+        if not compared[name] and not measured and {work_of(key) for key in alone} <= measured_beside_peers:
             continue
         text.append(f"## {name}\n")
         if compared[name]:
             text.append(table(["work", "ours, ms", "peers, ms", "ratio"], comparison_rows(compared[name])))
-        if copies:
-            text.append(table(["work", "ms", "copies of one float map of 2448 x 2048"], copies))
+        if measured:
+            text.append("In units of the loop that a skilled user would write, of one thread.\n")
+            text.append(table(["work", "ms", "in units of the loop", "one thread over two"], measured))
         if alone:
             text.append(table(["work", "ms"], [[label(key), milliseconds(rows[key]["time"])] for key in alone]))
     text.append("## Accuracy on the virtual rig\n")

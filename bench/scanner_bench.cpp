@@ -1,86 +1,207 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A scan of 2448 x 2048 pixels and 13 images, decoded and triangulated, in units of a plain copy of one float
-// map of that size measured in the same run (counter "copies").
+// A scan of 2448 x 2048 pixels and 13 images, decoded and triangulated, in units of the loops that a skilled
+// user would write (skilled_loops.hpp), measured in the same run (counter "ratio").
 #include <benchmark/benchmark.h>
 #include <opencv2/core.hpp>
+#include <string>
+#include <utility>
 #include <vector>
 
+#include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
-#include "copy_yardstick.hpp"
+#include "calib/undistorted_map.hpp"
 #include "scan_inputs.hpp"
+#include "skilled_loops.hpp"
+#include "yardsticks.hpp"
 
 namespace vorn::mv {
 namespace {
 
 using bench::cameraSize;
-using bench::measureInCopies;
+using bench::measure;
+using bench::measureTwoThreads;
+using bench::Yardstick;
 
-Sl3dScanner makeScanner() {
-  return bench::calibratedScanner(cameraSize);
-}
+constexpr int phaseImages = 4;
 
-std::vector<cv::Mat> const& stack() {
-  static std::vector<cv::Mat> const images = bench::capturedStack(cameraSize);
-  return images;
-}
+/// A stack of images, and the loops that decode it without masks and growth.
+class Stack {
+public:
+  explicit Stack(std::vector<cv::Mat> images)
+      : images_(std::move(images)), phases_(images_.begin(), images_.begin() + phaseImages),
+        codes_(images_.begin() + phaseImages, images_.end()) {}
 
-void nothing() {}
+  std::vector<cv::Mat> const& images() const { return images_; }
+  cv::Mat_<float> const& columns() const { return columns_; }
 
-void decode(benchmark::State& state) {
-  Sl3dScanner scanner = makeScanner();
-  measureInCopies(state, nothing, [&] { scanner.decode(stack()); });
-}
-
-/// Most pixels are left to growth.
-void decodeHard(benchmark::State& state, std::vector<cv::Mat> const& images) {
-  Sl3dScanner scanner = makeScanner();
-  measureInCopies(state, nothing, [&] { scanner.decode(images); });
-}
-
-void decodeDim(benchmark::State& state) {
-  makeScanner(); // starts the library
-  decodeHard(state, bench::capturedStack(cameraSize, {10, 3}));
-}
-
-void decodeNoise(benchmark::State& state) {
-  decodeHard(state, bench::noiseStack(cameraSize));
-}
-
-void decodeTwoThreads(benchmark::State& state) {
-  Sl3dScanner scanner = makeScanner();
-  stack();
-  cv::setNumThreads(2);
-  for (auto _ : state) {
-    scanner.decode(stack());
+  void decodePlainly() {
+    bench::skilledPhase(phases_, phase_, amplitude_);
+    bench::skilledCode(phases_, codes_, phase_, columns_);
   }
-  cv::setNumThreads(-1);
+
+  Yardstick yardstick() {
+    return {"phase + code", [this] { decodePlainly(); }};
+  }
+
+private:
+  std::vector<cv::Mat> images_;
+  std::vector<cv::Mat> phases_;
+  std::vector<cv::Mat> codes_;
+  cv::Mat_<float> phase_ = cv::Mat_<float>(cameraSize, 0.0F);
+  cv::Mat_<float> amplitude_ = cv::Mat_<float>(cameraSize, 0.0F);
+  cv::Mat_<float> columns_ = cv::Mat_<float>(cameraSize, 0.0F);
+};
+
+enum class Light { Clean, Dim, Noise };
+
+Stack& stackOf(Light light) {
+  static Stack clean(bench::capturedStack(cameraSize));
+  static Stack dim(bench::capturedStack(cameraSize, {10, 3}));
+  static Stack noise(bench::noiseStack(cameraSize));
+  return light == Light::Clean ? clean : light == Light::Dim ? dim : noise;
 }
 
-void triangulate(benchmark::State& state) {
-  Sl3dScanner scanner = makeScanner();
-  cv::Mat_<float> const map = scanner.decode(stack());
+/// The share of the pixels of `map` that are known and hardly differ from `other`.
+double agreement(cv::Mat_<float> const& map, cv::Mat_<float> const& other) {
+  constexpr double hardly = 1e-3; // projector pixels; flicker is corrected in one of them
+  cv::Mat const known = map >= 0;
+  cv::Mat difference;
+  cv::absdiff(map, other, difference);
+  return static_cast<double>(cv::countNonZero(known & (difference < hardly))) / cv::countNonZero(known);
+}
+
+/// The share of the valid points that lie near those of `other`, which know nothing of the
+/// projector's lens.
+double nearness(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<cv::Vec3f> const& other) {
+  int valid = 0;
+  int near = 0;
+  for (int y = 0; y < points.rows; ++y) {
+    for (int x = 0; x < points.cols; ++x) {
+      cv::Vec3f const& p = points(y, x);
+      constexpr double bend = 0.05; // of the distance
+      valid += p[2] > 0 ? 1 : 0;
+      near += p[2] > 0 && cv::norm(p - other(y, x)) < bend * cv::norm(p) ? 1 : 0;
+    }
+  }
+  return static_cast<double>(near) / valid;
+}
+
+/// A yardstick that does not do the work is none.
+bool isSound(benchmark::State& state, double agreeing, double least) {
+  if (agreeing < least) {
+    state.SkipWithError("the loops beside do not do the same work");
+  }
+  return agreeing >= least;
+}
+
+void decode(benchmark::State& state, Light light, int threads) {
+  Sl3dScanner scanner = bench::calibratedScanner(cameraSize);
+  Stack& stack = stackOf(light);
+  if (light == Light::Clean) {
+    stack.decodePlainly();
+    if (!isSound(state, agreement(scanner.decode(stack.images()), stack.columns()), 0.8)) {
+      return;
+    }
+  }
+  auto const work = [&] { scanner.decode(stack.images()); };
+  if (threads == 1) {
+    measure(state, stack.yardstick(), work);
+  } else {
+    measureTwoThreads(state, stack.yardstick(), work);
+  }
+}
+
+/// Rays against planes on what the clean stack decodes to.
+class RayPlane {
+public:
+  RayPlane(Sl3dScanner const& scanner, cv::Mat_<float> columns) : columns_(std::move(columns)) {
+    CameraModel const& camera = scanner.getCameraModel();
+    cameraRays_ = undistortedMap(camera.getK(), camera.getD(), camera.getResolution());
+    cv::Matx33f const K = scanner.getProjectorModel().getK();
+    cv::Matx44f const transform = scanner.getTransform();
+    projector_ = {K(0, 0),
+                  K(0, 2),
+                  transform.get_minor<3, 3>(0, 0),
+                  {transform(0, 3), transform(1, 3), transform(2, 3)}};
+  }
+
+  Yardstick yardstick() {
+    return {"ray-plane", [this] { run(); }};
+  }
+
+  void run() { bench::skilledRayPlane(columns_, cameraRays_, projector_, points_); }
+  cv::Mat_<cv::Vec3f> const& points() const { return points_; }
+
+private:
+  cv::Mat_<float> columns_;
+  cv::Mat_<cv::Vec2f> cameraRays_;
+  bench::PlainProjector projector_{};
+  cv::Mat_<cv::Vec3f> points_ = cv::Mat_<cv::Vec3f>(cameraSize);
+};
+
+void triangulate(benchmark::State& state, char const* type, int threads) {
+  Sl3dScanner scanner = bench::calibratedScanner(cameraSize);
+  cv::Mat_<float> map = scanner.decode(stackOf(Light::Clean).images());
+  RayPlane rayPlane(scanner, map);
   cv::Mat_<cv::Vec3f> xyz;
-  measureInCopies(state, nothing, [&] { scanner.triangulate(map, xyz, {{0, 0}, cameraSize}); });
+  scanner.triangulate(map, xyz, {{0, 0}, cameraSize});
+  rayPlane.run();
+  if (!isSound(state, nearness(xyz, rayPlane.points()), 0.9)) {
+    return;
+  }
+  map *= type == std::string("Vertical") ? 0.5 : 1.0;
+  scanner["ScannerType"] = type;
+  auto const work = [&] { scanner.triangulate(map, xyz, {{0, 0}, cameraSize}); };
+  if (threads == 1) {
+    measure(state, rayPlane.yardstick(), work);
+  } else {
+    measureTwoThreads(state, rayPlane.yardstick(), work);
+  }
 }
 
-void triangulateRows(benchmark::State& state) {
-  Sl3dScanner scanner = makeScanner();
-  cv::Mat_<float> map = scanner.decode(stack());
-  map *= 0.5F;
-  scanner["ScannerType"] = "Vertical";
-  cv::Mat_<cv::Vec3f> xyz;
-  measureInCopies(state, nothing, [&] { scanner.triangulate(map, xyz, {{0, 0}, cameraSize}); });
-}
-
-BENCHMARK(decode)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(decodeDim)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(decodeNoise)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(decodeTwoThreads)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(triangulate)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(triangulateRows)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(decode, clean1, Light::Clean, 1)
+    ->Name("decode")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(decode, dim1, Light::Dim, 1)
+    ->Name("decodeDim")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(decode, noise1, Light::Noise, 1)
+    ->Name("decodeNoise")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(decode, clean2, Light::Clean, 2)
+    ->Name("decodeTwoThreads")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(decode, dim2, Light::Dim, 2)
+    ->Name("decodeDimTwoThreads")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(decode, noise2, Light::Noise, 2)
+    ->Name("decodeNoiseTwoThreads")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(triangulate, horizontal1, "Horizontal", 1)
+    ->Name("triangulate")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(triangulate, horizontal2, "Horizontal", 2)
+    ->Name("triangulateTwoThreads")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(triangulate, vertical1, "Vertical", 1)
+    ->Name("triangulateRows")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(triangulate, vertical2, "Vertical", 2)
+    ->Name("triangulateRowsTwoThreads")
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace
 } // namespace vorn::mv
