@@ -32,6 +32,9 @@ double coverage(double d, double a, double b) {
 double dotShare(DotGrid const& grid, cv::Vec2d const& uv, cv::Vec2d const& du, cv::Vec2d const& dv) {
   int const column = std::clamp(cvRound(uv[0] / grid.pitch), grid.columns.start, grid.columns.end - 1);
   int const row = std::clamp(cvRound(uv[1] / grid.pitch), grid.rows.start, grid.rows.end - 1);
+  if (!hasDot(grid, column, row)) {
+    return 0;
+  }
   cv::Vec2d const fromCentre = uv - cv::Vec2d(column, row) * grid.pitch;
   double const distance = std::sqrt(fromCentre.dot(fromCentre));
   double const edge = distance - dotRadius(grid, column, row);

@@ -33,6 +33,13 @@ struct DotGrid {
   cv::Range rows;
   double dotAlbedo = 0.85;
   bool hasMarkers = true;
+  /// Of the dots, in pitches; of the markers, in dots.
+  double dotDiameter = 0.5;
+  double markerRatio = 1.5;
+  /// Dots on every second place only, as on the squares of one colour of a chessboard.
+  bool isStaggered = false;
+  /// Standard deviation of a dot's radius, relative: what ink does on paper.
+  double sizeScatter = 0;
 };
 
 using Texture = std::variant<std::monostate, Checker, Ripple, DotGrid>;

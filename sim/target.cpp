@@ -3,12 +3,12 @@
 #include "sim/target.hpp"
 
 #include <cmath>
+#include <cstdint>
+
+#include "sim/noise.hpp"
 
 namespace vorn::sim {
 namespace {
-
-constexpr double dotDiameterInPitches = 0.5;
-constexpr double markerDiameterInPitches = 0.75;
 
 bool isMarker(int column, int row) {
   return (column == 0 && row == 0) || (column == 1 && row == 0) || (column == 0 && row == 1);
@@ -31,9 +31,20 @@ std::optional<cv::Point2d> wholeDisc(Device const& device, Pose const& device_fr
 
 } // namespace
 
+bool hasDot(DotGrid const& grid, int column, int row) {
+  return !grid.isStaggered || (column + row) % 2 == 0;
+}
+
 double dotRadius(DotGrid const& grid, int column, int row) {
-  bool const large = grid.hasMarkers && isMarker(column, row);
-  return 0.5 * grid.pitch * (large ? markerDiameterInPitches : dotDiameterInPitches);
+  double radius = 0.5 * grid.pitch * grid.dotDiameter;
+  if (grid.hasMarkers && isMarker(column, row)) {
+    radius *= grid.markerRatio;
+  }
+  if (grid.sizeScatter > 0) {
+    constexpr std::int64_t side = 65536; // more than a grid has columns
+    radius *= 1.0 + grid.sizeScatter * gaussian(scramble(static_cast<std::uint64_t>(row * side + column)));
+  }
+  return radius;
 }
 
 Object targetObject(Target const& target, Pose const& world_from_target, int label) {
@@ -61,6 +72,9 @@ std::vector<DotTruth> dotTruth(Target const& target, Pose const& world_from_targ
   std::vector<DotTruth> dots;
   for (int row = grid.rows.start; row < grid.rows.end; ++row) {
     for (int column = grid.columns.start; column < grid.columns.end; ++column) {
+      if (!hasDot(grid, column, row)) {
+        continue;
+      }
       DotTruth dot;
       dot.index = {column, row};
       dot.pattern = cv::Point2d(column, row) * grid.pitch;

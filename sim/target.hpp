@@ -11,8 +11,8 @@
 
 namespace vorn::sim {
 
-/// A circle-grid calibration target: dots half the pitch in diameter at (column, row) * pitch in the plane z
-/// = 0 of its own frame (x right, y down seen from the front), and three marker dots of 0.75 of the pitch at
+/// A circle-grid calibration target: dots at (column, row) * pitch in the plane z = 0 of its own frame (x
+/// right, y down seen from the front), by default half the pitch in diameter, and three larger marker dots at
 /// (0, 0), (1, 0) and (0, 1). Ranges are half open: columns [-10, 11) are the 21 columns -10 ... 10.
 struct Target {
   DotGrid grid = {15, {-10, 11}, {-7, 8}, 0.85, true};
@@ -20,6 +20,9 @@ struct Target {
   /// Ground beyond the outermost dot centres, in pitches.
   double border = 1.2;
 };
+
+/// Whether a dot stands at a grid position inside the ranges.
+bool hasDot(DotGrid const& grid, int column, int row);
 
 /// Radius of the dot at a grid position, mm.
 double dotRadius(DotGrid const& grid, int column, int row);
