@@ -24,9 +24,6 @@ constexpr double surroundingsSigma = 7.0;
 /// Grey levels by which a dot exceeds the average of its surroundings.
 constexpr double minExcess = 3.0;
 
-/// Slack of the area bounds at this stage, where areas are coarse; the measured dots are held to the bounds.
-constexpr double areaSlack = 1.6;
-
 /// An ellipse covers its moments' ellipse exactly; less than this share is a ragged or hollow shape.
 constexpr double minEllipseShare = 0.8;
 

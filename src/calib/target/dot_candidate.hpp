@@ -21,6 +21,10 @@ struct DotCandidate {
   cv::Matx22d whitening;
 };
 
+/// Slack of the bounds of a dot's area: areas of blobs are coarse, and dots at a bound are no worse than
+/// others.
+constexpr double areaSlack = 1.6;
+
 /// An image reduced by a whole factor, each pixel the mean of a square of the full one.
 struct ReducedImage {
   cv::Mat image;

@@ -11,9 +11,9 @@ namespace vorn::mv {
 namespace {
 
 /// In a view from any side, a dot's own outline tells the local scale: divided by it, the dot is a unit
-/// circle and its nearest neighbours lie 4 away (8/3 for a marker). Dots of other relative sizes are allowed
-/// for.
-constexpr double maxNeighbourDistance = 7.0;
+/// circle and its nearest neighbours lie 2 pitches over its diameter away: from 2.5 for dots of 0.8 of the
+/// pitch to 10 for dots of 0.2, and two thirds of it for a marker.
+constexpr double maxNeighbourDistance = 11.0;
 constexpr double minNeighbourDistance = 1.8;
 
 /// Neighbours looked at; a regular dot has 8 nearer than the next ring.

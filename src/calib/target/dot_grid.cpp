@@ -150,8 +150,11 @@ DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candid
     if (raw.dots().size() < leastGridSize) {
       continue;
     }
-    std::optional<DotGrid> grid = settleOrigin(image, raw, settings);
-    if (!grid || !agreesAroundOrigin(*grid, candidates, settings)) {
+    std::vector<DotGrid> readings = settleOrigin(image, raw, settings);
+    auto const grid = std::find_if(readings.begin(), readings.end(), [&](DotGrid& reading) {
+      return agreesAroundOrigin(reading, candidates, settings);
+    });
+    if (grid == readings.end()) {
       continue;
     }
     keepAllowedIndices(*grid, settings);

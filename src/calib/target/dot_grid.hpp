@@ -66,6 +66,8 @@ struct DotGrid {
   bool isOriginMarked = false;
   /// The markers were told by the sizes of their blobs, so blur is small where the grid was found.
   bool areMarkersClear = false;
+  /// Radius of the ordinary dots, pitches; roughly.
+  double dotRadius = 0;
 };
 
 /// Joins candidates into the largest grid in sight, a marked one before all others, and settles its origin

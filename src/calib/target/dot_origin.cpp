@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "calib/target/dot_growth.hpp"
+#include "calib/target/dot_radius.hpp"
 #include "calib/target/marker_ring.hpp"
 #include "calib/target/target_map.hpp"
 #include "core/median.hpp"
@@ -90,11 +91,26 @@ std::vector<Orientation> markedCorners(RawGrid const& grid, IsMarker const& isMa
   return corners;
 }
 
+/// Whether a dot stands at a place of the grid or may have run together with its neighbours there: a gap
+/// among dots. Beyond the rim of a grid that is no rectangle along its axes, bright things are none of its
+/// markers.
+bool mayHoldDot(RawGrid const& grid, cv::Point const& index) {
+  // Beside a slanting rim there are three.
+  constexpr int leastNeighbours = 4;
+  int neighbours = 0;
+  for (int y = -1; y <= 1; ++y) {
+    for (int x = -1; x <= 1; ++x) {
+      neighbours += grid.at(index + cv::Point(x, y)) != GridIndex::none ? 1 : 0;
+    }
+  }
+  return grid.at(index) != GridIndex::none || neighbours >= leastNeighbours;
+}
+
 /// How bright the image is over a grid where only markers are, half way between the rims of an ordinary dot
 /// and a marker; in the gaps of the grid too, for a marker may have run together with its neighbour.
 class RingBrightness {
 public:
-  RingBrightness(cv::Mat const& image, RawGrid const& grid) : extent_(extentOf(grid)) {
+  RingBrightness(cv::Mat const& image, RawGrid const& grid, double dotRadius) : extent_(extentOf(grid)) {
     std::vector<TargetDot> dots;
     for (int i = 0; i < static_cast<int>(grid.dots().size()); ++i) {
       dots.push_back({grid.dots()[static_cast<std::size_t>(i)].index, grid.centre(i)});
@@ -103,11 +119,16 @@ public:
     cv::Rect2d const inside(0, 0, image.cols, image.rows);
     for (int y = extent_.y; y < extent_.br().y; ++y) {
       for (int x = extent_.x; x < extent_.br().x; ++x) {
-        auto const local = map ? map->around({x, y}, TargetMap::Self::Included) : std::nullopt;
+        auto const local =
+            map && mayHoldDot(grid, {x, y}) ? map->around({x, y}, TargetMap::Self::Included) : std::nullopt;
         bool const isInView = local && inside.contains(local->position(cv::Point(x, y)));
-        values_.push_back(
-            isInView ? markerRing(image, local->position(cv::Point(x, y)), local->jacobian(cv::Point(x, y)))
-                     : 0.0);
+        auto const ring = isInView ? markerRing(image, local->position(cv::Point(x, y)),
+                                                local->jacobian(cv::Point(x, y)), dotRadius)
+                                   : std::nullopt;
+        values_.push_back(ring.value_or(0));
+        if (ring) {
+          seen_.push_back(*ring);
+        }
       }
     }
   }
@@ -123,7 +144,7 @@ public:
   double leastOfMarkers() const {
     constexpr double leastExcess = 0.15;   // above the ordinary dots; a sharp image gives 1
     constexpr double shareOfMarker = 0.65; // more than half: what lies beside a dot may brighten its ring
-    double const usual = medianOfPositive(values_);
+    double const usual = medianOf(seen_);
     double best = 0;
     for (int y = extent_.y; y < extent_.br().y; ++y) {
       for (int x = extent_.x; x < extent_.br().x; ++x) {
@@ -138,7 +159,8 @@ public:
 
 private:
   cv::Rect extent_;
-  std::vector<double> values_;
+  std::vector<double> values_; ///< 0 where no dot is
+  std::vector<double> seen_;
 };
 
 /// The dot nearest the middle of the grid, x along the image's columns.
@@ -202,10 +224,10 @@ DotGrid oriented(RawGrid const& grid, Orientation const& orientation, std::vecto
 
 } // namespace
 
-std::optional<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid,
-                                    TargetSettings const& settings) {
+std::vector<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid, TargetSettings const& settings) {
   std::vector<double> const shares = grid.areaShares();
   double const ordinary = medianOfPositive(shares);
+  double const dotRadius = radiusByLight(image, grid);
   std::vector<char> isMarker;
   isMarker.reserve(shares.size());
   for (double const share : shares) {
@@ -219,7 +241,7 @@ std::optional<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid,
   bool areMarkersClear = corners.size() == 1;
   if (!areMarkersClear) {
     // Areas of blobs are coarse where dots are small, slanted or blurred.
-    RingBrightness const rings(image, grid);
+    RingBrightness const rings(image, grid, dotRadius);
     double const least = rings.leastOfMarkers();
     auto const byRings =
         markedCorners(grid, [&](cv::Point const& index) { return rings.at(index) >= least; });
@@ -230,17 +252,19 @@ std::optional<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid,
       }
     }
   }
-  if (corners.size() > 1) {
-    return std::nullopt;
+  std::vector<DotGrid> readings;
+  auto const read = [&](Orientation const& orientation) {
+    readings.push_back(oriented(grid, orientation, shares, ordinary, isMarker, settings));
+    readings.back().areMarkersClear = areMarkersClear;
+    readings.back().dotRadius = dotRadius;
+  };
+  if (corners.size() == 1) {
+    read(corners.front());
   }
-  std::optional<Orientation> const orientation =
-      corners.size() == 1 ? std::optional(corners.front()) : middleOrientation(grid);
-  if (!orientation) {
-    return std::nullopt;
+  if (auto const middle = middleOrientation(grid)) {
+    read(*middle);
   }
-  DotGrid result = oriented(grid, *orientation, shares, ordinary, isMarker, settings);
-  result.areMarkersClear = areMarkersClear;
-  return result;
+  return readings;
 }
 
 } // namespace vorn::mv

@@ -65,11 +65,11 @@ private:
   GridIndex index_;
 };
 
-/// Settles origin and directions: by the markers where they are seen, else from the grid's middle.
+/// Settles origin and directions.
 ///
 /// @param image in which the candidates were found, H x W CV_8UC1
-/// @return nothing where more than one set of markers is in the grid
-std::optional<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid,
-                                    TargetSettings const& settings);
+/// @return the ways to read the grid, best first: by the markers, where one set of them is seen, and counted
+///         from the grid's middle
+std::vector<DotGrid> settleOrigin(cv::Mat const& image, RawGrid const& grid, TargetSettings const& settings);
 
 } // namespace vorn::mv

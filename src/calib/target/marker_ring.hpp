@@ -5,6 +5,7 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
+#include <optional>
 
 namespace vorn::mv {
 
@@ -15,7 +16,9 @@ namespace vorn::mv {
 /// @param image  H x W CV_8UC1, at least 2 x 2
 /// @param centre of the dot, pixels
 /// @param steps  to the next dots along both directions of the grid as columns, pixels
-/// @return 0 where no dot stands out
-double markerRing(cv::Mat const& image, cv::Point2d const& centre, cv::Matx22d const& steps);
+/// @param radius of an ordinary dot, pitches
+/// @return nothing where no dot stands out
+std::optional<double> markerRing(cv::Mat const& image, cv::Point2d const& centre, cv::Matx22d const& steps,
+                                 double radius);
 
 } // namespace vorn::mv

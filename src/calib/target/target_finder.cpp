@@ -23,6 +23,7 @@ namespace {
 struct RoughView {
   TargetView view;
   bool areMarkersClear = false;
+  double dotRadius = 0; ///< pitches
 };
 
 /// The grid that the image shows when reduced by `factor`.
@@ -41,7 +42,7 @@ RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& setti
     crosses = findCrosses(dots, settings.maxAreaMultiplier);
   }
   DotGrid const grid = assignGrid(image, dots, crosses, settings);
-  RoughView rough{{{}, grid.isOriginMarked}, grid.areMarkersClear};
+  RoughView rough{{{}, grid.isOriginMarked}, grid.areMarkersClear, grid.dotRadius};
   for (GridDot const& dot : grid.dots) {
     rough.view.dots.push_back({dot.index, dots[static_cast<std::size_t>(dot.candidate)].centre});
   }
@@ -165,38 +166,38 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
 }
 
 /// The finished view of a marked grid; nothing where its markers do not stand up to a close look.
-std::optional<TargetView> finishMarked(cv::Mat const& image, TargetView const& rough,
+std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& rough,
                                        TargetSettings const& settings) {
-  GridMeasurement grid(image, settings, true);
-  std::vector<MeasuredDot> dots = grid.start(rough.dots);
+  GridMeasurement grid(image, settings, true, rough.dotRadius);
+  std::vector<MeasuredDot> dots = grid.start(rough.view.dots);
   return grid.hasMarkers(dots) ? std::optional(finish(grid, std::move(dots), settings)) : std::nullopt;
 }
 
 } // namespace
 
 TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
-  TargetView unmarked;
-  TargetView blurred;
+  RoughView unmarked;
+  RoughView blurred;
   for (int const factor : searchFactors(image.size(), settings)) {
     RoughView rough = findGrid(image, factor, settings);
     if (rough.view.isOriginMarked && rough.areMarkersClear) {
-      if (auto view = finishMarked(image, rough.view, settings)) {
+      if (auto view = finishMarked(image, rough, settings)) {
         return *view;
       }
     }
     // Blurred dots settle where they start from: a finer image, if it shows the markers too, is better.
     if (rough.view.isOriginMarked && !rough.areMarkersClear) {
-      blurred = rough.view;
+      blurred = rough;
     }
-    if (rough.view.dots.size() > unmarked.dots.size()) {
-      unmarked = std::move(rough.view);
+    if (rough.view.dots.size() > unmarked.view.dots.size()) {
+      unmarked = std::move(rough);
     }
   }
   if (auto view = finishMarked(image, blurred, settings)) {
     return *view;
   }
-  GridMeasurement grid(image, settings, false);
-  return finish(grid, grid.start(unmarked.dots), settings);
+  GridMeasurement grid(image, settings, false, unmarked.dotRadius);
+  return finish(grid, grid.start(unmarked.view.dots), settings);
 }
 
 } // namespace vorn::mv

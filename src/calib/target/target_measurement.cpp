@@ -12,6 +12,29 @@
 #include "core/median.hpp"
 
 namespace vorn::mv {
+namespace {
+
+/// Radii of dots that can be told from their neighbours and from the ground, pitches.
+constexpr double leastRadius = 0.08;
+constexpr double mostRadius = 0.42;
+
+/// A marker's radius in those of an ordinary dot, before it is measured, and its most, pitches: the next dot
+/// begins beyond it.
+constexpr double markerInRadii = 1.5;
+constexpr double mostMarkerRadius = 0.45;
+
+} // namespace
+
+GridMeasurement::GridMeasurement(cv::Mat const& image, TargetSettings const& settings, bool isMarked,
+                                 double dotRadius)
+    : image_(image), settings_(settings), isMarked_(isMarked) {
+  assume(dotRadius);
+}
+
+void GridMeasurement::assume(double dotRadius) {
+  ordinaryRadius_ = std::clamp(dotRadius, leastRadius, mostRadius);
+  markerRadius_ = std::min(markerInRadii * ordinaryRadius_, mostMarkerRadius);
+}
 
 std::vector<MeasuredDot> GridMeasurement::start(std::vector<TargetDot> const& rough) {
   std::vector<MeasuredDot> dots;
@@ -19,9 +42,24 @@ std::vector<MeasuredDot> GridMeasurement::start(std::vector<TargetDot> const& ro
   if (!map) {
     return dots;
   }
-  for (TargetDot const& dot : rough) {
-    if (auto found = measure(*map, dot)) {
-      dots.push_back(*found);
+  // Small blurred dots look larger than they are. An outline too large by little already meets their
+  // neighbours.
+  constexpr double smaller = 0.93;
+  constexpr double mostMissing = 0.05;
+  double const asItLooks = ordinaryRadius_;
+  for (double const radius : {asItLooks, smaller * asItLooks}) {
+    assume(radius);
+    std::vector<MeasuredDot> measured;
+    for (TargetDot const& dot : rough) {
+      if (auto found = measure(*map, dot)) {
+        measured.push_back(*found);
+      }
+    }
+    if (measured.size() > dots.size()) {
+      dots = std::move(measured);
+    }
+    if (static_cast<double>(dots.size()) >= (1 - mostMissing) * static_cast<double>(rough.size())) {
+      break;
     }
   }
   learn(dots);
@@ -54,7 +92,10 @@ bool GridMeasurement::hasMarkers(std::vector<MeasuredDot> const& dots) const {
   }
   auto const ringAt = [&](cv::Point const& index) {
     auto const local = map->around(index, TargetMap::Self::Included);
-    return local ? markerRing(image_, local->position(index), local->jacobian(index)) : 0.0;
+    auto const ring =
+        local ? markerRing(image_, local->position(index), local->jacobian(index), ordinaryRadius_)
+              : std::nullopt;
+    return ring.value_or(0);
   };
   std::vector<double> ordinary;
   for (MeasuredDot const& dot : dots) {
@@ -156,10 +197,10 @@ void GridMeasurement::learn(std::vector<MeasuredDot> const& dots) {
     (isMarker(dot.dot.index) ? markers : ordinary).push_back(dot.radius);
   }
   if (!ordinary.empty()) {
-    ordinaryRadius_ = std::clamp(medianOf(ordinary), 0.15, 0.4);
+    ordinaryRadius_ = std::clamp(medianOf(ordinary), leastRadius, mostRadius);
   }
   if (!markers.empty()) {
-    markerRadius_ = std::clamp(medianOf(markers), ordinaryRadius_, 0.45);
+    markerRadius_ = std::clamp(medianOf(markers), ordinaryRadius_, mostMarkerRadius);
   }
   constexpr double widthInBlurs = 2.5;
   halfWidth_ = std::max(1.5, widthInBlurs * usualBlur(dots) + 0.7);

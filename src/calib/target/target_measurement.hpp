@@ -14,10 +14,6 @@
 
 namespace vorn::mv {
 
-/// Radii of dots and markers, in pitches.
-constexpr double ordinaryRadius = 0.25;
-constexpr double markerRadius = 0.375;
-
 /// Half way to the next dot, and a little more, in pitches: the ground there belongs to nobody.
 constexpr double groundReach = 0.525;
 
@@ -33,8 +29,8 @@ std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots);
 /// Measures the dots of a grid in the full image and completes the grid.
 class GridMeasurement {
 public:
-  GridMeasurement(cv::Mat const& image, TargetSettings const& settings, bool isMarked)
-      : image_(image), settings_(settings), isMarked_(isMarked) {}
+  /// @param dotRadius of the ordinary dots, pitches; roughly, it is measured
+  GridMeasurement(cv::Mat const& image, TargetSettings const& settings, bool isMarked, double dotRadius);
 
   cv::Mat const& image() const { return image_; }
   bool isMarked() const { return isMarked_; }
@@ -56,6 +52,9 @@ public:
   void fitEdges(std::vector<MeasuredDot>& dots) const;
 
 private:
+  /// Takes a radius of the ordinary dots, pitches, and the markers' that goes with it.
+  void assume(double dotRadius);
+
   /// Looks for dots where the grid has gaps and beyond its edge, until there are no more.
   void complete(std::vector<MeasuredDot>& dots);
 
@@ -78,8 +77,8 @@ private:
   cv::Mat const& image_;
   TargetSettings const& settings_;
   bool isMarked_;
-  double ordinaryRadius_ = ordinaryRadius;
-  double markerRadius_ = markerRadius;
+  double ordinaryRadius_ = 0; ///< pitches
+  double markerRadius_ = 0;
   double halfWidth_ = 0;
 };
 

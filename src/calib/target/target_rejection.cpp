@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
+#include "calib/target/dot_candidate.hpp"
 #include "calib/target/dot_grid.hpp"
 #include "calib/target/target_map.hpp"
 #include "core/median.hpp"
@@ -67,14 +69,20 @@ void dropMisplaced(std::vector<MeasuredDot>& dots) {
 }
 
 void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
-  constexpr double leastTolerance = 0.015; // of the radius; ink on paper scatters less
+  // Shares of the radius. Dots of a fine print differ by less than the least; how much those of another do is
+  // measured, up to where a dot may have lost enough to be off by a tenth of its radius.
+  constexpr double leastTolerance = 0.015;
+  constexpr double mostTolerance = 0.1;
+  constexpr double toleranceInSpreads = 6;
   constexpr double toleranceInSigmas = 8;
+  constexpr double sigmaOfMedianDeviation = 1.4826;
   constexpr std::size_t leastNeighbours = 5;
   GridIndex index;
   for (std::size_t i = 0; i < dots.size(); ++i) {
     index.set(dots[i].dot.index, static_cast<int>(i));
   }
-  std::vector<MeasuredDot> kept;
+  std::vector<std::optional<double>> deviations;
+  std::vector<double> magnitudes;
   for (MeasuredDot const& dot : dots) {
     std::vector<double> radii;
     for (int y = -2; y <= 2; ++y) {
@@ -86,10 +94,20 @@ void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
         }
       }
     }
-    double const tolerance = std::max(leastTolerance, toleranceInSigmas * radiusNoise(dot.measured));
-    if (grid.isMarker(dot.dot.index) || radii.size() < leastNeighbours ||
-        std::abs(dot.radius / medianOf(radii) - 1) <= tolerance) {
-      kept.push_back(dot);
+    if (grid.isMarker(dot.dot.index) || radii.size() < leastNeighbours) {
+      deviations.emplace_back();
+    } else {
+      magnitudes.push_back(std::abs(dot.radius / medianOf(radii) - 1));
+      deviations.emplace_back(magnitudes.back());
+    }
+  }
+  double const spread = sigmaOfMedianDeviation * medianOf(magnitudes);
+  double const usual = std::clamp(toleranceInSpreads * spread, leastTolerance, mostTolerance);
+  std::vector<MeasuredDot> kept;
+  for (std::size_t i = 0; i < dots.size(); ++i) {
+    double const tolerance = std::max(usual, toleranceInSigmas * radiusNoise(dots[i].measured));
+    if (!deviations[i] || *deviations[i] <= tolerance) {
+      kept.push_back(dots[i]);
     }
   }
   dots = std::move(kept);
@@ -103,19 +121,27 @@ void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& gri
     return;
   }
   std::vector<double> radii;
+  std::vector<double> areas;
   for (MeasuredDot const& dot : dots) {
     if (!grid.isMarker(dot.dot.index)) {
       radii.push_back(dot.radius);
+      areas.push_back(dot.measured.area);
     }
   }
   double const usual = medianOf(radii);
+  double const usualArea = medianOf(areas);
+  // The bounds of the area say which blobs are looked for, the upper one up to the size of markers. A grid of
+  // such dots keeps all of them: at the far end of a slanted target they are a fraction of the near ones.
+  constexpr double blobExcess = 1.25; // of a small dot's blob over the dot
+  if (usualArea * areaSlack * blobExcess < settings.minDotArea ||
+      usualArea > settings.maxDotArea * areaSlack) {
+    dots.clear();
+    return;
+  }
   auto const isOutOfBounds = [&](MeasuredDot const& dot) {
-    bool const isMarker = grid.isMarker(dot.dot.index);
     double const relative = dot.radius / usual;
-    double const area = dot.measured.area;
     if (relative < std::sqrt(settings.minAreaMultiplier) ||
-        relative > std::sqrt(settings.maxAreaMultiplier) || area < settings.minDotArea ||
-        (!isMarker && area > settings.maxDotArea)) {
+        relative > std::sqrt(settings.maxAreaMultiplier)) {
       return true;
     }
     auto const local = map->around(dot.dot.index, TargetMap::Self::Included);

@@ -17,11 +17,11 @@ namespace vorn::mv {
 
 /// Finds the dots of a circle-grid calibration target in an image and tells which dot each one is.
 ///
-/// The target is a square grid of dots half the pitch in diameter. Three marker dots of 0.75 of the pitch
-/// stand at the grid positions (0, 0), (1, 0) and (0, 1); seen from the front, x runs to the right and y
-/// down. They give every dot its index however the target is turned and however much of it is outside the
-/// image, as long as the three are in view. Where no markers are seen, indices count from the dot nearest the
-/// middle of the visible grid, with x along the image's columns; see `Result::isOriginMarked`.
+/// The target is a square grid of dots from 0.2 to 0.8 of the pitch in diameter. Three marker dots half as
+/// large again stand at the grid positions (0, 0), (1, 0) and (0, 1); seen from the front, x runs to the
+/// right and y down. They give every dot its index however the target is turned and however much of it is
+/// outside the image, as long as the three are in view. Where no markers are seen, indices count from the dot
+/// nearest the middle of the visible grid, with x along the image's columns; see `Result::isOriginMarked`.
 ///
 /// The position of a key point is the image of the dot's centre. That is not the centre of the dot's image:
 /// perspective shifts one against the other by up to tenths of a pixel, which is corrected.
@@ -36,7 +36,8 @@ namespace vorn::mv {
 /// - "YMin" int -7 [-30, -1], "YMax" int 7 [1, 30]: first and last row of the grid
 /// - "MinKeypointCount" int 30 [9, 100]: fewer dots count as no target
 /// - "MinDotArea" double 50.0 [0.0, 500.0], "MaxDotArea" double 1000.0 [100.0, 10000.0]: bounds of the
-///   ordinary dots' areas, px²; narrow bounds make the search faster
+///   ordinary dots' areas, px²; narrow bounds make the search faster. They say what is looked for: of a grid
+///   whose dots lie about a bound all are kept
 /// - "BlurRadius" int 7 [0, 15]: of the smoothing before the search, px; its Gaussian has a third of it as
 ///   deviation, and never more than a sixth of the smallest dot's diameter
 /// - "MorphRadius" int 1 [0, 10]: specks and necks of less than this radius are taken off the blobs, px
