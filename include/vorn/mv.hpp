@@ -61,8 +61,10 @@
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>
+#include <vorn/mv/pointcloud/normals.hpp>
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
+#include <vorn/mv/pointcloud/point_kind.hpp>
 #include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>

@@ -89,7 +89,7 @@ PointCloud::PointCloud(PointCloud const& other)
     : points_(other.points_), normals_(other.normals_), texture_(other.texture_), state_(other.state_),
       organized_(other.organized_), boxOrigin_(other.boxOrigin_), boxDims_(other.boxDims_),
       defaultColor_(other.defaultColor_), transform_(other.transform_), continuous_(other.continuous_),
-      revision_(other.revision_) {}
+      auxMask_(other.auxMask_), fields_(other.fields_), revision_(other.revision_) {}
 
 PointCloud::PointCloud(PointCloud&& other) noexcept = default;
 
@@ -120,6 +120,11 @@ void PointCloud::checkSizes() const {
   }
   if (hasTexture() && texture_.size() != points_.size()) {
     throw error("Colours have another size than the points", "PointCloud");
+  }
+  for (auto const& [name, values] : fields_) {
+    if (values.size() != points_.size()) {
+      throw error("The field " + name + " has another size than the points", "PointCloud");
+    }
   }
 }
 

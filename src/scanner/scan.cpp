@@ -143,7 +143,8 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
     result.modulation = modulationOf(images, progress.part(0.85, 0.88));
   }
   if (settings.makeSigma) {
-    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise) : NoiseModel(images, result.map);
+    NoiseModel const noise =
+        settings.noise > 0.0 ? NoiseModel(settings.noise) : NoiseModel(images, result.map);
     int const period = ScannerAccess::codedAxis(scanner).code.period;
     result.sigma = sigmaOf(images, result.map, noise, period, progress.part(0.88, 0.92));
   }

@@ -95,15 +95,16 @@ NoiseModel::NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const
 
 cv::Mat_<float> modulationOf(std::vector<cv::Mat> const& images, Progress const& progress) {
   cv::Mat_<float> modulation(images[0].size());
-  parallelRows(modulation.rows, bandRows, progress, "measuring the modulation", [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      PhaseRow const row(images, y);
-      float* const out = modulation[y];
-      for (int x = 0; x < modulation.cols; ++x) {
-        out[x] = row.amplitude(x);
-      }
-    }
-  });
+  parallelRows(modulation.rows, bandRows, progress, "measuring the modulation",
+               [&](int firstRow, int endRow) {
+                 for (int y = firstRow; y < endRow; ++y) {
+                   PhaseRow const row(images, y);
+                   float* const out = modulation[y];
+                   for (int x = 0; x < modulation.cols; ++x) {
+                     out[x] = row.amplitude(x);
+                   }
+                 }
+               });
   return modulation;
 }
 

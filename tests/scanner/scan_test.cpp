@@ -137,7 +137,8 @@ TEST(Scan, SigmaAndModulationAreThoseOfTheImages) {
   std::vector<cv::Mat> const patterns = test::patternsOf(rig, Type(Type::Horizontal));
   sim::ProjectorView const view(rig.camera, rig.projector, scene);
   sim::Truth const truth = sim::truth(rig.camera, rig.projector, scene);
-  sim::Signal const signal = sim::signal(rig.camera.sensor, view.expose({patterns.begin(), patterns.begin() + 4}));
+  sim::Signal const signal =
+      sim::signal(rig.camera.sensor, view.expose({patterns.begin(), patterns.begin() + 4}));
   cv::Mat_<uchar> const mask = sim::truthMask(truth, signal);
 
   Sl3dScanner scanner = scannerOf(rig);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/matx.hpp>
@@ -10,8 +11,13 @@
 #include <string>
 
 #include <vorn/core/export.hpp>
+#include <vorn/mv/pointcloud/normals.hpp>
 #include <vorn/mv/pointcloud/octree.hpp>
+#include <vorn/mv/pointcloud/point_kind.hpp>
 
+namespace vorn {
+class Observer;
+}
 namespace vorn::graphic {
 class GraphicObject;
 }
@@ -99,11 +105,21 @@ public:
   cv::Mat_<uchar> const& state() const { return state_; }
   /// The same, to change.
   cv::Mat_<uchar>& state() { return state_; }
+  /// What each point is good for, a `PointKind` a byte: as `calcValidMap` and `icpRemoveBoder` left it, as
+  /// large as the points then, or empty.
+  cv::Mat_<uchar> const& auxMask() const { return auxMask_; }
+  /// The same, to change.
+  cv::Mat_<uchar>& auxMask() { return auxMask_; }
+  /// Numbers that come with the points (their uncertainty, modulation, deviation from a nominal shape ...),
+  /// by name, each as large as the points.
+  std::map<std::string, cv::Mat_<float>> const& fields() const { return fields_; }
+  /// The same, to change.
+  std::map<std::string, cv::Mat_<float>>& fields() { return fields_; }
   /// The colour for points without texture; white.
   cv::Vec3b const& defaultColor() const { return defaultColor_; }
 
-  /// Checks that states, normals and colours fit the points, as every operation does first: their matrices
-  /// may be replaced one by one.
+  /// Checks that states, normals, colours and fields fit the points, as every operation does first: their
+  /// matrices may be replaced one by one.
   /// @throws Exception that names the one that does not
   void checkSizes() const;
 
@@ -171,6 +187,33 @@ public:
 
   /// Marks the cloud as thinned out: grid neighbours need not be neighbours in space any longer.
   void markUncontinuous() { continuous_ = false; }
+
+  /// Gives every present point the normal of the plane through its neighbours, replacing all normals.
+  ///
+  /// Organized clouds take a window of the grid, which goes round missing cells and stops at steps in depth;
+  /// clouds without a grid, and thinned ones (`isContinous` is false), the nearest points. Only present,
+  /// finite points count. A point has no normal, (0, 0, 0), when those that it has lie on a line, when there
+  /// are fewer than three, and when it stands alone, a step away from all around it. Working memory: 12 bytes
+  /// a point for the normals, 8 with figures, about 2 MB a thread; for consistent orientation 130 bytes a
+  /// point.
+  /// @param observer hears of the bands of points
+  /// @throws Exception when a setting is outside its range
+  /// @throws Cancelled when stopped by the observer; the cloud is unchanged then
+  NormalResult calcNormals(NormalSettings const& settings = {}, Observer* observer = nullptr);
+
+  /// Writes to `auxMask` what each point is, see `PointKind`.
+  ///
+  /// A fit is weak without a normal, and where a plane through the 5 x 5 cells around a point (without a
+  /// grid: the 20 nearest points) fits four times worse than in the middle of the cloud. Clouds without a
+  /// grid have no borders and steps. The mask does not follow later changes of points and states. Working
+  /// memory: 27 bytes a point.
+  void calcValidMap();
+
+  /// Marks in `auxMask` the points within `width` cells of an absent one, of the grid's end or of a step as
+  /// too near for registration, as `getICPSample` heeds: what one view sees there, another sees otherwise.
+  /// Computes the valid map first when there is none. Organized clouds only. Working memory: 5 bytes a point.
+  /// @throws Exception when `width` is below 0
+  void icpRemoveBoder(int width);
 
   /// Removes present points with z < zMin or z > zMax for good. A NaN z stays.
   void filterByZRange(float zMin, float zMax);
@@ -242,6 +285,8 @@ private:
   std::unique_ptr<GridOctree> octree_;
   cv::Matx44d transform_ = cv::Matx44d::eye();
   bool continuous_ = true;
+  cv::Mat_<uchar> auxMask_;
+  std::map<std::string, cv::Mat_<float>> fields_;
   std::shared_ptr<Revision> revision_;
   std::size_t octreeRevision_ = 0;
 };
