@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/demo.hpp"
 
+#include <string>
 #include <utility>
 
 #include "sim/laser.hpp"
@@ -9,14 +10,14 @@
 namespace vorn::sim {
 namespace {
 
-Device scaled(Device const& device, int divisor) {
+Device scaled(Device const& device, double divisor) {
   // The outer edge of pixel 0 lies at -0.5 and stays there.
   auto const shrink = [divisor](double centre) { return (centre + 0.5) / divisor - 0.5; };
   cv::Size const size = device.resolution();
-  return {device.focal() / static_cast<double>(divisor),
+  return {device.focal() / divisor,
           {shrink(device.centre().x), shrink(device.centre().y)},
           device.distortion(),
-          {size.width / divisor, size.height / divisor}};
+          {static_cast<int>(size.width / divisor), static_cast<int>(size.height / divisor)}};
 }
 
 /// A second camera of the same kind, with a lens and a sensor of its own.
@@ -25,7 +26,7 @@ Device secondDevice(int divisor) {
                 divisor);
 }
 
-Object object(std::string name, DemoLabel label, Shape shape, Pose const& pose, double albedo) {
+Object object(std::string name, int label, Shape shape, Pose const& pose, double albedo) {
   Object result;
   result.name = std::move(name);
   result.label = label;
@@ -85,6 +86,14 @@ Rig demoRig(int divisor) {
   return rig;
 }
 
+Rig demoRigSampled(double ratio, int divisor) {
+  Rig rig = demoRig(divisor);
+  // The devices are about as far away from the field.
+  double const own = rig.camera.device.focal().x / rig.projector.device.focal().x;
+  rig.projector.device = scaled(rig.projector.device, ratio / own);
+  return rig;
+}
+
 Rig demoSecondRig(int divisor) {
   Rig rig = demoRig(divisor);
   rig.camera.device = secondDevice(divisor);
@@ -131,6 +140,41 @@ Scene demoScene() {
       checkerPlate(),
       object("rod", Rod, Cylinder{1.6, 62}, Pose::fromDegrees({-18, 66, 548}, {0, 0, 12}), 0.7),
   });
+}
+
+Scene shinyScene() {
+  std::vector<Object> objects = demoScene().objects();
+  for (Object& object : objects) {
+    object.material.specular = 0.8;
+    object.material.shininess = 120;
+  }
+  return Scene(std::move(objects));
+}
+
+Scene clutterScene() {
+  std::vector<Object> objects{object("back plane", BackPlane, Rectangle{{205, 150}},
+                                     Pose::fromDegrees({0, 0, 620}, {3, -4, 0}), 0.66)};
+  constexpr double albedos[] = {0.75, 0.2, 0.5, 0.9, 0.1, 0.35};
+  int count = 0;
+  for (int row = -4; row <= 4; ++row) {
+    for (int column = -6; column <= 6; ++column) {
+      // Sizes, distances and albedos without a pattern that the eye finds.
+      int const k = count++;
+      double const size = 3.0 + (k * 7) % 11;
+      Pose const pose =
+          Pose::fromDegrees({30.0 * column + (k * 5) % 13, 30.0 * row + (k * 3) % 11, 490.0 + (k * 37) % 101},
+                            {(k * 29) % 60 - 30.0, (k * 17) % 50 - 25.0, (k * 41) % 180 - 90.0});
+      Shape shape = Sphere{size};
+      if (k % 3 == 1) {
+        shape = Cylinder{0.3 * size, 25};
+      } else if (k % 3 == 2) {
+        shape = Box{{2 * size, 1.5 * size, size}};
+      }
+      objects.push_back(
+          object("piece " + std::to_string(k), Rod + 1 + k, std::move(shape), pose, albedos[k % 6]));
+    }
+  }
+  return Scene(std::move(objects));
 }
 
 Target demoTarget() {

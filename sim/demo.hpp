@@ -16,6 +16,10 @@ namespace vorn::sim {
 /// for quick tests: the field stays the same, its pixels get coarser.
 Rig demoRig(int divisor = 1);
 
+/// The demonstration rig with a projector of as many pixels as make `ratio` camera pixels to one of the
+/// projector's, in the middle of the field; the field and the camera stay the same.
+Rig demoRigSampled(double ratio, int divisor = 1);
+
 /// The projector of the demonstration rig and a camera on its other side. The world's frame is still that of
 /// the demonstration rig's camera, so both rigs see the same scene.
 Rig demoSecondRig(int divisor = 1);
@@ -31,6 +35,12 @@ enum DemoLabel { BackPlane = 1, SphereA, SphereB, Bar, LowStep, HighStep, Relief
 
 /// A ball bar, a step block, a free-form relief, a plate of two albedos and a thin rod before a plane.
 Scene demoScene();
+
+/// The demonstration scene, all of it polished: highlights on every curved part.
+Scene shinyScene();
+
+/// Rods, spheres and boxes of many sizes and albedos, close together before a plane.
+Scene clutterScene();
 
 /// A target of 21 x 15 dots, pitch 15 mm.
 Target demoTarget();

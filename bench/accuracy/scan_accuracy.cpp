@@ -2,18 +2,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "scan_accuracy.hpp"
 
+#include <algorithm>
+#include <stdexcept>
+
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include <sim/demo.hpp>
 #include <sim/render.hpp>
 #include <sim/truth_json.hpp>
+#include <vorn/core/exception.hpp>
 #include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/patterns.hpp>
 
 namespace vorn::bench {
 
 namespace {
+
+/// Camera pixels to a projector pixel; below a half the stripes are finer than the camera's pixels tell.
+constexpr double sampledRatios[] = {0.4, 0.75, 1, 2, 3, 5};
 
 sim::Scene planeAt(double distance, double albedo) {
   sim::Object plane;
@@ -64,7 +71,25 @@ std::vector<ScanCase> scanCases(int divisor) {
           planeAt(distance, albedo));
     }
   }
+  for (double const ratio : sampledRatios) {
+    add(cv::format("%.2g camera pixels a projector pixel", ratio),
+        [&](sim::Rig& rig) { rig = sim::demoRigSampled(ratio, divisor); });
+  }
+  add("sharp projector", [](sim::Rig& rig) { defocus(rig, 0.2); });
+  add(
+      "highlights", [](sim::Rig& rig) { rig.camera.sensor.exposure *= 1.2; }, sim::shinyScene());
+  add(
+      "clutter", [](sim::Rig&) {}, sim::clutterScene());
   return cases;
+}
+
+ScanCase const& caseNamed(std::vector<ScanCase> const& cases, std::string const& name) {
+  auto const found =
+      std::find_if(cases.begin(), cases.end(), [&](ScanCase const& given) { return given.name == name; });
+  if (found == cases.end()) {
+    throw std::out_of_range("there is no case \"" + name + "\"");
+  }
+  return *found;
 }
 
 ScanFigures scan(ScanCase const& given) {
@@ -84,11 +109,17 @@ ScanFigures scan(ScanCase const& given, mv::Sl3dScanner scanner) {
   cv::Mat_<uchar> const mask = sim::truthMask(truth, signal);
   cv::Mat const isClean = mask == static_cast<int>(sim::TruthMask::Clean);
 
-  mv::ScanResult const result = mv::scan(scanner, view.capture(columns));
   ScanFigures figures;
   figures.name = given.name;
   figures.amplitude = cv::mean(signal.amplitude, isClean)[0];
   figures.noise = cv::mean(signal.noise, isClean)[0];
+  mv::ScanResult result;
+  try {
+    result = mv::scan(scanner, view.capture(columns));
+  } catch (Exception const& exception) {
+    figures.refusal = exception.what();
+    return figures;
+  }
   figures.map = sim::compareMap(result.map, truth, signal, mask);
   figures.points = tools::compareWithTruth(result.xyz, truth, mask);
   figures.artefacts = tools::measureArtefacts(result.xyz, truth, mask, given.scene);

@@ -29,11 +29,17 @@ struct ScanFigures {
   sim::MapComparison map;
   tools::TruthComparison points;
   std::vector<tools::ArtefactFigure> artefacts;
+  std::string refusal; ///< why the scan was refused; empty when it was not, and the figures hold
 };
 
 /// Rigs that differ from the demonstration rig in noise, defocus, contrast or stray light and scan its scene,
-/// and rigs that scan a plane of different albedos from different distances. `divisor` divides their pixels.
+/// rigs that scan a plane of different albedos from different distances, rigs with more or fewer camera
+/// pixels to a projector pixel, and harder scenes. `divisor` divides their pixels.
 std::vector<ScanCase> scanCases(int divisor);
+
+/// The first case of that name.
+/// @throws std::out_of_range when there is none
+ScanCase const& caseNamed(std::vector<ScanCase> const& cases, std::string const& name);
 
 /// Those of them that are worth a calibration: the plain one, a noisy one and a blurred one.
 constexpr std::size_t calibratedCases[] = {0, 2, 6};
