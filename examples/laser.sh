@@ -4,7 +4,7 @@
 # From photographs of a target under a laser line to a cloud. The images are in laser/calib and laser/scan.
 set -eu
 
-vorn-mv calibrate laser/calib --laser --set PatternDim=15 --set MinDotArea=20 --out laser.json
+vorn-mv calibrate laser/calib --laser --pitch 15 --set MinDotArea=20 --out laser.json
 
 vorn-mv scan laser/scan --laser --calib laser.json --step 0,9,0 --out laser.ply --preview laser.png
 

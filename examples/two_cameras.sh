@@ -7,7 +7,7 @@ set -eu
 cp -r pair/calib views
 mv views/pose_04 check # takes no part in the calibration
 
-vorn-mv calibrate views --stereo --set PatternDim=15 --set MinDotArea=20 \
+vorn-mv calibrate views --stereo --pitch 15 --set MinDotArea=20 \
   --out stereo.json --report stereo_report.json --plot stereo_errors.png
 vorn-mv info stereo.json
 

@@ -287,7 +287,7 @@ TEST_F(LaserSession, WritesAllFilesOfACalibrationOrNone) {
   TemporaryFolder const out;
   auto const calibrate = [&](std::string const& object, char const* plot) {
     return run({"calibrate", "--laser", *folder / "calib", "--out", object, "--report", out / "report.json",
-                "--plot", out / plot, "--set", "PatternDim=15", "--set", "MinDotArea=20"});
+                "--plot", out / plot, "--pitch", "15", "--set", "MinDotArea=20"});
   };
   EXPECT_NE(calibrate(out / "laser.json", "plot.text").errors.find("no picture format"), std::string::npos);
   EXPECT_EQ(calibrate("/dev/full", "plot.png").status, 1);
@@ -297,6 +297,8 @@ TEST_F(LaserSession, WritesAllFilesOfACalibrationOrNone) {
   mv::LineScanner scanner;
   tools::readObject(out / "laser.json", scanner);
   EXPECT_TRUE(scanner.isCalibrated());
+  double const distance = trueScanner().getPlanes()[0].distance({0, 0, 0});
+  EXPECT_NEAR(scanner.getPlanes()[0].distance({0, 0, 0}), distance, 0.01 * distance);
   EXPECT_EQ(tools::readJsonFile(out / "report.json").at("planes").size(), 2U);
   EXPECT_FALSE(tools::readImage(out / "plot.png").empty());
 }

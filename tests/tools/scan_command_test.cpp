@@ -176,10 +176,28 @@ TEST(Tool, WrongUsageIsStatusTwo) {
   // Options that the kind of job does not take.
   EXPECT_EQ(run({"scan", "x", "--calib", "y", "--laser", "--set", "Sensitivity=3"}).status, 2);
   EXPECT_EQ(run({"calibrate", "x", "--out", "y", "--stereo", "--projector", "640x400"}).status, 2);
+  EXPECT_EQ(run({"calibrate", "x", "--out", "y", "--pitch", "0"}).status, 2);
+  EXPECT_EQ(run({"calibrate", "x", "--out", "y", "--pitch", "15", "--set", "PatternDim=20"}).status, 2);
   EXPECT_EQ(run({"simulate", "x", "--stereo", "--no-calib"}).status, 2);
   EXPECT_EQ(run({"simulate", "x", "--laser", "--rows"}).status, 2);
   EXPECT_EQ(run({"--help"}).status, 0);
   EXPECT_EQ(run({"scan", "--help"}).status, 0);
+}
+
+TEST(Tool, CalibratesNothingWithoutAPitch) {
+  ToolOutcome const without =
+      run({"calibrate", "no such folder", "--out", "x.json", "--set", "MinDotArea=20"});
+  EXPECT_EQ(without.status, 2);
+  EXPECT_NE(without.errors.find("--pitch MM"), std::string::npos) << without.errors;
+  // Either way of giving it leads on to the folder.
+  for (std::vector<std::string> const& pitch :
+       {std::vector<std::string>{"--pitch", "15"}, {"--set", "PatternDim=15"}}) {
+    std::vector<std::string> arguments = {"calibrate", "no such folder", "--out", "x.json"};
+    arguments.insert(arguments.end(), pitch.begin(), pitch.end());
+    ToolOutcome const with = run(arguments);
+    EXPECT_EQ(with.status, 1);
+    EXPECT_NE(with.errors.find("no such folder"), std::string::npos) << with.errors;
+  }
 }
 
 } // namespace

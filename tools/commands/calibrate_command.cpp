@@ -29,6 +29,7 @@ struct CalibrateOptions {
   bool isStereo = false;
   bool isLaser = false;
   double contrast = mv::LaserLineOptions().minContrast;
+  PitchOption pitch;
   std::vector<std::string> assignments;
 };
 
@@ -51,10 +52,12 @@ void finish(CalibrateOptions const& options, Calibration const& calibration,
 }
 
 void run(CalibrateOptions const& options) {
+  options.pitch.require(options.assignments);
   checkOutputs({options.output, options.report, options.plot});
   checkPicturePath(options.plot);
   CalibrationSettings settings;
   applyAssignments(settings.detector, options.assignments);
+  options.pitch.apply(settings.detector, options.assignments);
   if (!options.projector.empty()) {
     settings.projector = parsePixels(options.projector, "--projector");
   }
@@ -98,7 +101,8 @@ void addCalibrateCommand(CLI::App& app) {
       ->excludes(stereo);
   command->add_option("--report", options->report, "JSON file for the errors of every view");
   command->add_option("--plot", options->plot, "Picture of the reprojection errors");
-  addSetOption(*command, options->assignments, "detector, such as PatternDim=15");
+  options->pitch.addTo(*command);
+  addSetOption(*command, options->assignments, "detector, such as MinDotArea=20");
   command->callback([options] { run(*options); });
 }
 

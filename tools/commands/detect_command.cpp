@@ -29,6 +29,7 @@ struct DetectOptions {
   std::vector<std::string> images;
   std::string output;
   std::string overlays;
+  PitchOption pitch;
   std::vector<std::string> assignments;
 };
 
@@ -62,6 +63,7 @@ void writeOverlay(std::string const& path, cv::Mat const& grey, CalibPatternDete
 void run(DetectOptions const& options) {
   CalibPatternDetector detector;
   applyAssignments(detector, options.assignments);
+  options.pitch.apply(detector, options.assignments);
   double const pitch = detector["PatternDim"].getValue().toDouble();
   if (!options.overlays.empty()) {
     makeFolder(options.overlays);
@@ -103,6 +105,7 @@ void addDetectCommand(CLI::App& app) {
   command->add_option("images", options->images, "Photographs of the target")->required();
   command->add_option("--out", options->output, "JSON file for the key points");
   command->add_option("--overlay", options->overlays, "Folder for pictures of what was found");
+  options->pitch.addTo(*command);
   addSetOption(*command, options->assignments, "detector");
   command->callback([options] { run(*options); });
 }

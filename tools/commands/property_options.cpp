@@ -2,9 +2,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/commands/property_options.hpp"
 
+#include <algorithm>
+
 #include <vorn/core/exception.hpp>
 
 namespace vorn::tools {
+
+namespace {
+
+bool givesPitch(std::vector<std::string> const& assignments) {
+  return std::any_of(assignments.begin(), assignments.end(),
+                     [](std::string const& assignment) { return assignment.rfind("PatternDim=", 0) == 0; });
+}
+
+} // namespace
 
 CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what) {
   return command.add_option("--set", assignments, "Set a property of the " + what + ", as NAME=VALUE")
@@ -29,6 +40,27 @@ void applyAssignments(PropertySetBase& object, std::vector<std::string> const& a
       throw Exception("There is no property \"" + name + "\"; there are " + known, nullptr, 0, "--set");
     }
     *property = Variant(assignment.substr(equals + 1));
+  }
+}
+
+void PitchOption::addTo(CLI::App& command) {
+  command.add_option("--pitch", pitch, "From one dot of the target to the next, mm: measure it on the print")
+      ->type_name("MM")
+      ->check(CLI::PositiveNumber);
+}
+
+void PitchOption::apply(PropertySetBase& detector, std::vector<std::string> const& assignments) const {
+  if (pitch > 0 && givesPitch(assignments)) {
+    throw CLI::ValidationError("--pitch", "the pitch is given by --set PatternDim too");
+  }
+  if (pitch > 0) {
+    detector["PatternDim"] = pitch;
+  }
+}
+
+void PitchOption::require(std::vector<std::string> const& assignments) const {
+  if (pitch <= 0 && !givesPitch(assignments)) {
+    throw CLI::RequiredError("The target's pitch, --pitch MM (or --set PatternDim=MM),");
   }
 }
 

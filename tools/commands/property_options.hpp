@@ -19,4 +19,22 @@ CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignmen
 /// @throws Exception for a text without "=", an unknown name (with those that exist) or a refused value
 void applyAssignments(PropertySetBase& object, std::vector<std::string> const& assignments);
 
+/// The pitch of the target, as an option or as the detector's property.
+struct PitchOption {
+  double pitch = 0; ///< mm; 0 when the option is not given
+
+  /// Adds `--pitch MM`.
+  void addTo(CLI::App& command);
+
+  /// Gives the detector the pitch, where there is one.
+  ///
+  /// @param assignments of the detector's properties, which may hold the pitch as "PatternDim"
+  /// @throws CLI::ValidationError when both give it
+  void apply(PropertySetBase& detector, std::vector<std::string> const& assignments) const;
+
+  /// @throws CLI::RequiredError when neither the option nor an assignment gives the pitch: without it every
+  ///         length of a calibration would be wrong by one factor, which nothing in its figures shows
+  void require(std::vector<std::string> const& assignments) const;
+};
+
 } // namespace vorn::tools

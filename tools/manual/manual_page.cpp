@@ -106,7 +106,7 @@ void writeManualPage(std::ostream& out, CLI::App const& program, std::string con
          ".TP\n2\nWrong usage.\n";
   out << ".SH EXAMPLES\nA rig rendered for trying, its calibration, a scan, and a cleaner cloud:\n.PP\n.nf\n"
       << escaped("    vorn-mv simulate rig\n"
-                 "    vorn-mv calibrate rig/calib --out scanner.json\n"
+                 "    vorn-mv calibrate rig/calib --pitch 15 --out scanner.json\n"
                  "    vorn-mv scan rig/scan --calib scanner.json --out cloud.ply --preview cloud.png\n"
                  "    vorn-mv filter cloud.ply clean.ply --outlier 1.0 8 --small-cluster 1.0 500\n")
       << ".fi\n";
