@@ -11,9 +11,11 @@
 #include <vorn/core/export.hpp>
 #include <vorn/core/filter_chain.hpp>
 #include <vorn/core/interfaces.hpp>
+#include <vorn/core/json_file.hpp>
 #include <vorn/core/object.hpp>
 #include <vorn/core/observer.hpp>
 #include <vorn/core/property.hpp>
+#include <vorn/core/property_arithmetic.hpp>
 #include <vorn/core/property_set.hpp>
 #include <vorn/core/registry.hpp>
 #include <vorn/core/system.hpp>
