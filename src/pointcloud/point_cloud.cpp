@@ -105,6 +105,10 @@ PointCloud PointCloud::clone() const {
   copy.normals_ = normals_.clone();
   copy.texture_ = texture_.clone();
   copy.state_ = state_.clone();
+  copy.auxMask_ = auxMask_.clone();
+  for (auto& [name, values] : copy.fields_) {
+    values = values.clone();
+  }
   copy.revision_ = std::make_shared<Revision>();
   return copy;
 }

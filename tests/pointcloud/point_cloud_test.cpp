@@ -188,6 +188,8 @@ TEST(PointCloud, CopiesShareTheirPointsAndAClonesAreItsOwn) {
   PointCloud cloud(numberedObject(64));
   cloud.setTransform({1, 0, 0, 10, 0, 1, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1});
   cloud.markUncontinuous();
+  cloud.auxMask() = cv::Mat_<uchar>(1, 64, uchar{1});
+  cloud.fields()["Weight"] = cv::Mat_<float>(1, 64, 1.0F);
   PointCloud const copy = cloud;
   PointCloud clone = cloud.clone();
   EXPECT_EQ(clone.getTransform(), cloud.getTransform());
@@ -199,6 +201,8 @@ TEST(PointCloud, CopiesShareTheirPointsAndAClonesAreItsOwn) {
   cloud.points()(0, 0) = {5.0F, 5.0F, 5.0F};
   cloud.normals()(0, 0) = {5.0F, 5.0F, 5.0F};
   cloud.texture()(0, 0) = {5, 5, 5};
+  cloud.auxMask()(0, 0) = 5;
+  cloud.fields()["Weight"](0, 0) = 5.0F;
   EXPECT_EQ(copy.presentCount(), 64 - removed);
   EXPECT_EQ(copy.points()(0, 0), cv::Vec3f(5.0F, 5.0F, 5.0F));
   graphic::GraphicObject const kept = clone.getGraphicObject(false);
@@ -206,6 +210,8 @@ TEST(PointCloud, CopiesShareTheirPointsAndAClonesAreItsOwn) {
   EXPECT_EQ(kept.vertices(), original.vertices());
   EXPECT_EQ(kept.normals(), original.normals());
   EXPECT_EQ(clone.texture()(0, 0), cv::Vec3b(20, 10, 0));
+  EXPECT_EQ(clone.auxMask()(0, 0), 1);
+  EXPECT_EQ(clone.fields()["Weight"](0, 0), 1.0F);
   EXPECT_EQ(clone.octree().radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), 1U);
 }
 
