@@ -26,6 +26,7 @@
 #include <vorn/graphic/obj_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/mv/calib/adjustment.hpp>
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
@@ -38,6 +39,7 @@
 #include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/calib/stereo_points.hpp>
 #include <vorn/mv/calib/stereo_rectification.hpp>
+#include <vorn/mv/calib/target_shape.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
