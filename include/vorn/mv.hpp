@@ -60,7 +60,11 @@
 #include <vorn/mv/imaging/morphology_filters.hpp>
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 #include <vorn/mv/imaging/threshold_filters.hpp>
+#include <vorn/mv/measure/amat.hpp>
+#include <vorn/mv/measure/color_map.hpp>
 #include <vorn/mv/measure/fit.hpp>
+#include <vorn/mv/measure/histogram.hpp>
+#include <vorn/mv/measure/mark.hpp>
 #include <vorn/mv/measure/raster_font.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
