@@ -45,8 +45,8 @@ void neighbourNormals(benchmark::State& state) {
   auto const scan = bench::noisyScan(side, 0.0);
   mv::PointCloud cloud(scan.points, false);
   mv::NormalSettings settings;
-  settings.orientation = state.range(0) == 0 ? mv::NormalOrientation::TowardsViewpoint
-                                             : mv::NormalOrientation::Consistent;
+  settings.orientation =
+      state.range(0) == 0 ? mv::NormalOrientation::TowardsViewpoint : mv::NormalOrientation::Consistent;
   normals(state, cloud, scan, settings);
 }
 BENCHMARK(neighbourNormals)->ArgName("consistent")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);

@@ -16,8 +16,8 @@ struct NoisyScan {
   cv::Mat_<cv::Vec3f> normals; ///< of the surface without noise, towards the origin
 };
 
-/// A square organized scan of a wavy surface 500 in front of the origin: spacing 0.1, noise of sigma 0.02 along
-/// each axis, a share of the points NaN.
+/// A square organized scan of a wavy surface 500 in front of the origin: spacing 0.1, noise of sigma 0.02
+/// along each axis, a share of the points NaN.
 inline NoisyScan noisyScan(int side, double missing, unsigned seed = 1) {
   constexpr double spacing = 0.1;
   std::mt19937 random(seed);

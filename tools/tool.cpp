@@ -8,7 +8,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <vorn/core/system.hpp>
 #include <vorn/mv/core/library.hpp>
 
 #include "tools/commands/commands.hpp"
@@ -30,8 +29,7 @@ std::string oneLine(std::string text) {
 
 int runTool(std::vector<std::string> arguments) {
   auto const program = makeProgram();
-  mv::Library::start(false);
-  System::setMessageSink([](std::string const& /*text*/) {}); // commands say themselves what they did
+  mv::Library::init();
   // The parser takes the arguments last first.
   std::reverse(arguments.begin(), arguments.end());
   try {

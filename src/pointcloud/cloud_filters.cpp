@@ -2,12 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 
-#include <string>
+#include <iostream>
 #include <utility>
 
 #include <nlohmann/json.hpp>
-
-#include <vorn/core/system.hpp>
 
 #include "core/error.hpp"
 #include "core/parallel.hpp"
@@ -60,7 +58,7 @@ OutlierFilter::OutlierFilter()
 
 void OutlierFilter::operator()(PointCloud& cloud) {
   int const removed = cloud.clean(floatOf(*this, "Radius"), intOf(*this, "MinNeighbourCount"));
-  System::message("Removed " + std::to_string(removed) + " points.\n");
+  std::cout << "Removed " << removed << " points.\n" << std::flush;
 }
 
 SmallClusterFilter::SmallClusterFilter()
@@ -131,11 +129,11 @@ UniformSampler::UniformSampler() : FilterBase({new Property("Radius", 0.5, 0.05,
 
 void UniformSampler::operator()(PointCloud& cloud) {
   cloud.checkSizes();
-  System::message("Thinning " + std::to_string(cloud.presentCount()) + " points...\n");
+  std::cout << "Thinning " << cloud.presentCount() << " points...\n" << std::flush;
   cloud.saveState();
   deleteDensePoints(cloud, floatOf(*this, "Radius"));
   cloud.markUncontinuous();
-  System::message("Kept " + std::to_string(cloud.presentCount()) + " points.\n");
+  std::cout << "Kept " << cloud.presentCount() << " points.\n" << std::flush;
 }
 
 } // namespace vorn::mv::pc

@@ -17,7 +17,6 @@
 #include "core/parallel.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/rigid_motion.hpp"
-#include "pointcloud/texture_colors.hpp"
 
 namespace vorn::mv {
 
@@ -41,8 +40,12 @@ cv::Mat_<To> gridOf(std::vector<From> const& list, int rows, Convert const& conv
   return grid;
 }
 
-bool isSameMatrix(cv::Mat const& a, cv::Mat const& b) {
-  return a.data == b.data && a.size() == b.size() && a.step[0] == b.step[0];
+// Files and graphic objects hold red, green, blue; textures blue, green, red like every OpenCV image.
+cv::Vec3b textureFromColor(cv::Vec4b const& color) {
+  return {color[2], color[1], color[0]};
+}
+cv::Vec4b colorFromTexture(cv::Vec3b const& texture) {
+  return {texture[2], texture[1], texture[0], 255};
 }
 
 } // namespace
@@ -99,25 +102,12 @@ PointCloud& PointCloud::operator=(PointCloud&& other) noexcept = default;
 
 PointCloud::~PointCloud() = default;
 
-PointCloud PointCloud::clone() const {
-  PointCloud copy(*this);
-  copy.points_ = points_.clone();
-  copy.normals_ = normals_.clone();
-  copy.texture_ = texture_.clone();
-  copy.state_ = state_.clone();
-  copy.auxMask_ = auxMask_.clone();
-  for (auto& [name, values] : copy.fields_) {
-    values = values.clone();
-  }
-  copy.revision_ = std::make_shared<Revision>();
-  return copy;
-}
-
-void PointCloud::markChanged() {
+void PointCloud::dropOctree() {
   if (revision_ == nullptr) {
     revision_ = std::make_shared<Revision>();
   }
   ++revision_->number;
+  octree_.reset();
 }
 
 void PointCloud::checkSizes() const {
@@ -139,7 +129,7 @@ void PointCloud::checkSizes() const {
 }
 
 cv::Mat_<cv::Vec3f>& PointCloud::points() {
-  markChanged();
+  dropOctree();
   return points_;
 }
 
@@ -149,16 +139,11 @@ std::size_t PointCloud::presentCount() const {
 
 GridOctree const& PointCloud::octree() {
   std::size_t const revision = revision_ == nullptr ? 0 : revision_->number.load();
-  if (octree_ == nullptr || octreeRevision_ != revision || !isSameMatrix(octreePoints_, points_)) {
+  if (octree_ == nullptr || octreeRevision_ != revision) {
     Timer timer;
-    if (octree_ == nullptr) {
-      octree_ = std::make_unique<GridOctree>();
-    }
-    // Built anew in its place: references to the tree stay good.
-    octree_->clear();
-    octreePoints_.release();
-    octree_->init(points_, GridOctree::Param(32, false, 0.0F));
-    octreePoints_ = points_;
+    auto tree = std::make_unique<GridOctree>();
+    tree->init(points_, GridOctree::Param(32, false, 0.0F));
+    octree_ = std::move(tree);
     octreeRevision_ = revision;
     if (Library::getEnableDebug()) {
       std::ostringstream message;
@@ -200,7 +185,7 @@ void PointCloud::calcBoundingBox() {
 void PointCloud::applyTransform() {
   checkSizes();
   if (!isEmpty()) {
-    markChanged();
+    dropOctree();
     RigidMotion const motion(transform_);
     parallelRows(points_.rows, [&](int firstRow, int endRow) {
       for (int row = firstRow; row < endRow; ++row) {

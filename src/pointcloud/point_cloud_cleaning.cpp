@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iostream>
 #include <limits>
 #include <opencv2/core.hpp>
-#include <sstream>
-#include <string>
 #include <vector>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
-#include <vorn/core/system.hpp>
 #include <vorn/core/timer.hpp>
 
 #include "core/parallel.hpp"
@@ -143,7 +141,7 @@ void PointCloud::markEdgePoints(float radius, int minNeighbours) {
   if (isEmpty()) {
     return;
   }
-  System::message("Marking edge points...\n");
+  std::cout << "Marking edge points...\n" << std::flush;
   Timer timer;
   GridOctree const& tree = octree();
   cv::Mat_<uchar> isEdge(points_.size(), uchar{0});
@@ -160,8 +158,8 @@ void PointCloud::markEdgePoints(float radius, int minNeighbours) {
   if (hasTexture()) {
     texture_.setTo(cv::Scalar(255, 255, 255), isEdge);
   }
-  System::message("Edge point count: " + std::to_string(cv::countNonZero(isEdge)) + "\nFinished in " +
-                  timer.toString() + "\n");
+  std::cout << "Edge point count: " << cv::countNonZero(isEdge) << "\nFinished in " << timer << "\n"
+            << std::flush;
 }
 
 cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
@@ -189,9 +187,7 @@ cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
     }
   }
   double const sigma = count == 0 ? 0.0 : std::sqrt(sumOfSquares / static_cast<double>(count));
-  std::ostringstream message;
-  message << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << "\n";
-  System::message(message.str());
+  std::cout << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << "\n" << std::flush;
   return {mean, sigma};
 }
 

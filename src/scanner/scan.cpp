@@ -118,8 +118,10 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   Progress const progress(observer);
   ScanResult result;
   Timer timer;
-  result.map = ScannerAccess::decode(scanner, images, progress.part(0.0, 0.6)).coordinates;
-  result.mask = cv::Mat_<uchar>(result.map.size(), static_cast<uchar>(PixelReason::NoCode));
+  sl::DecodedScan const decoded =
+      ScannerAccess::decode(scanner, images, sl::ReasonMap::Make, progress.part(0.0, 0.6));
+  result.map = decoded.coordinates;
+  result.mask = decoded.reasons;
   result.times.decode = timer.toc();
 
   timer.tic();

@@ -19,7 +19,7 @@ namespace vorn::mv {
 struct ScannerAccess {
   /// `Sl3dScanner::decode`, watched. A stop leaves the scanner as it was.
   static sl::DecodedScan decode(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
-                                Progress const& progress);
+                                sl::ReasonMap reasonMap, Progress const& progress);
 
   /// The geometry of a calibrated scanner, with the rays of both devices, which it keeps.
   static sl::TriangulationSetup triangulationSetup(Sl3dScanner& scanner, Progress const& progress = {});

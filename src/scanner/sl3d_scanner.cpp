@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iostream>
 #include <sstream>
 #include <utility>
 
@@ -65,7 +66,7 @@ struct WorkingMemory {
   WorkingMemory(WorkingMemory const& /*other*/) {}
   WorkingMemory& operator=(WorkingMemory const&) = delete;
 
-  sl::ScanDecodingBuffers buffers;
+  sl::ScanMaps buffers;
 };
 
 template <class T>
@@ -103,8 +104,6 @@ sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::Co
 } // namespace
 
 struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Private> {
-  Private() { isNeverShared = true; } // as the camera models in it
-
   CameraModel camera;
   CameraModel projector;
   cv::Matx44d camFromProj = cv::Matx44d::eye();
@@ -140,7 +139,7 @@ scanner::SlPatternInfo Sl3dScanner::getPatternInfo(bool alongWidth) const {
 }
 
 cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
-  return ScannerAccess::decode(*this, images, Progress()).coordinates;
+  return ScannerAccess::decode(*this, images, sl::ReasonMap::Leave, Progress()).coordinates;
 }
 
 sl::CodedAxis ScannerAccess::codedAxis(Sl3dScanner const& scanner) {
@@ -148,7 +147,7 @@ sl::CodedAxis ScannerAccess::codedAxis(Sl3dScanner const& scanner) {
 }
 
 sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
-                                      Progress const& progress) {
+                                      sl::ReasonMap reasonMap, Progress const& progress) {
   // Reading through the calls that lend the models would keep copies from sharing this scanner's record.
   Sl3dScanner const& self = scanner;
   self.getPatternInfo(isHorizontal(self));
@@ -159,19 +158,15 @@ sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, std::vector<cv::Mat>
   bool const enableDebug = self["EnableDebug"];
   auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
   Timer timer;
-  constexpr double stages = 6;
-  double done = 0;
   auto const report = [&](char const* label) {
     logDebug(text(label, timer.toString()) + "\n");
-    progress.at("decoding", ++done / stages);
     timer.tic();
   };
-  progress.at("decoding", 0);
-  sl::DecodedScan scan = sl::decodeScan(images, settings, own.memory.buffers, report);
+  sl::DecodedScan scan = sl::decodeScan(images, settings, reasonMap, own.memory.buffers, report, progress);
   logDebug(text("Hole filling time:", timer.toString()) + "\n");
   logDebug(text("Fill count:", scan.filled) + "\n");
   if (enableDebug) {
-    logDebug(text("Decoded pixels:", cv::countNonZero(own.memory.buffers.kept)) + "\n");
+    logDebug(text("Decoded pixels:", cv::countNonZero(scan.coordinates >= 0.0F)) + "\n");
   }
   progress.at("decoding", 1);
   if (enableTexture) {
@@ -248,9 +243,9 @@ void Sl3dScanner::calcUndistortedMaps() {
   }
   auto& own = static_cast<Private&>(ownRecord());
   updateLensMap(own.projectorMap, own.projector);
-  System::message("DONE\n");
+  std::cout << "DONE" << std::endl;
   updateLensMap(own.cameraMap, own.camera);
-  System::message("DONE\n");
+  std::cout << "DONE" << std::endl;
 }
 
 CameraModel const& Sl3dScanner::getCameraModel() const {

@@ -8,7 +8,10 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include <vorn/mv/core/library.hpp>
 #include <vorn/mv/sl/patterns.hpp>
+
+#include "sl/decode/pixel_reading.hpp"
 
 namespace vorn::mv::sl {
 namespace {
@@ -27,6 +30,7 @@ struct Seen {
   std::vector<cv::Mat> codes;
 
   Seen() {
+    Library::init();
     std::vector<cv::Mat> sequence;
     std::vector<cv::Mat> rows;
     generate_ps4_patterns(sequence, rows, {columns, 1});
@@ -49,7 +53,28 @@ struct Seen {
   static float phase(double column) { return static_cast<float>(2 * CV_PI * column / period); }
 
   bool fits(int x, double claimedColumn) const {
-    return CodeCheck(phases, codes, period).fit({x, 0}, phase(claimedColumn), 2 * amplitude);
+    return CodeCheck(period).fits(reading(x), phase(claimedColumn));
+  }
+
+  /// What decoding reads from the images of one pixel.
+  CodeReading reading(int x) const {
+    std::vector<cv::Mat> pixel;
+    for (auto const* images : {&phases, &codes}) {
+      for (cv::Mat const& image : *images) {
+        pixel.push_back(image.col(x));
+      }
+    }
+    ScanDecodingSettings settings;
+    settings.period = period;
+    settings.resolution = columns;
+    float wrapped = 0;
+    short candidate = 0;
+    int reading = 0;
+    uchar contrast = 0;
+    uchar state = 0;
+    PixelReader(pixel, settings, {1, 1, 1, 1})
+        .read(0, PhaseSource::Images, {&wrapped, &candidate, &reading, &contrast, &state});
+    return static_cast<CodeReading>(reading);
   }
 };
 
@@ -103,7 +128,7 @@ TEST(CodeCheck, HoldsOnlyCertainImagesAgainstAPixel) {
   // The middle is the mean of the fringes, 100; within 0.4 amplitudes of it, 68 to 132, an image says
   // nothing.
   Seen seen;
-  double const c = 101.5;
+  double const c = 101.0; // at the crest, where the images tell the amplitude exactly
   int const x = Seen::pixel(c);
   for (cv::Mat& image : seen.codes) {
     bool const isLit = image.at<uchar>(0, x) == static_cast<uchar>(bright);

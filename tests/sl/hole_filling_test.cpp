@@ -33,8 +33,16 @@ struct Surface {
 
   int fill(
       int maxRadius, OwnPhase const& own = [](cv::Point) { return noPhase; }) {
-    std::vector<Run> runs;
-    return fillHoles(phase, kept, maxRadius, own, runs);
+    std::vector<Run> missing;
+    findSegments(
+        kept.size(), [&](int y) { return kept[y]; }, 0, Neighbourhood::Eight, missing);
+    cv::Mat_<uchar> const measured = kept.clone();
+    auto const known = [&](cv::Point p) { return measured(p) != 0 ? phase(p) : std::nanf(""); };
+    auto const put = [&](cv::Point p, float value) {
+      phase(p) = value;
+      kept(p) = 255;
+    };
+    return fillHoles(kept.size(), missing, maxRadius, known, own, put);
   }
 };
 

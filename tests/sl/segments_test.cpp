@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/decode/segments.hpp"
 
+#include <algorithm>
 #include <map>
 
 #include <gtest/gtest.h>
@@ -53,9 +54,13 @@ cv::Mat_<uchar> randomMap(cv::Size size, int percent, unsigned seed) {
   return map;
 }
 
+MarkedRow rowsOf(cv::Mat_<uchar> const& map) {
+  return [map](int y) { return map[y]; };
+}
+
 void expectSameSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood) {
   std::vector<sl::Run> runs;
-  findSegments(map, value, neighbourhood, runs);
+  findSegments(map.size(), rowsOf(map), value, neighbourhood, runs);
   cv::Mat_<int> const expected = floodLabels(map, value, neighbourhood == Neighbourhood::Eight);
   std::map<int, int> labelOf;
   std::map<int, int> segmentOf;
@@ -96,10 +101,10 @@ TEST(Segments, SmallOnesGoAndOthersStay) {
     }
   }
   std::vector<sl::Run> runs;
-  cv::Mat_<uchar> untouched = map.clone();
-  removeSmallSegments(untouched, 0, runs);
-  EXPECT_EQ(cv::norm(untouched, map, cv::NORM_INF), 0.0);
-  removeSmallSegments(map, minSize, runs);
+  findSegments(map.size(), rowsOf(map), 255, Neighbourhood::Four, runs);
+  forEachSmallRun(runs, minSize, [&](sl::Run const& run) {
+    std::fill(map[run.row] + run.begin, map[run.row] + run.end, uchar{0});
+  });
   EXPECT_EQ(cv::norm(cv::Mat(map), cv::Mat(expected), cv::NORM_INF), 0.0);
 }
 

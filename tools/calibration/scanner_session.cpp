@@ -14,6 +14,7 @@
 #include "sl/coding/stripe_code.hpp"
 #include "tools/calibration/calibration_session.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/muted_output.hpp"
 
 namespace vorn::tools {
 
@@ -161,7 +162,10 @@ ScannerCalibration calibrateScanner(std::string const& folder, CalibrationSettin
     Sl3dScanner scanner;
     scanner.getCameraModel().setResolution(extents.camera);
     scanner.getProjectorModel().setResolution(projector);
-    scanner.calib(cameraData, projectorData);
+    {
+      MutedOutput const muted;
+      scanner.calib(cameraData, projectorData);
+    }
     requireDifferentSides(cameraData);
     fillResiduals(calibration.views, 0, scanner.getCameraModel(), cameraData);
     fillResiduals(calibration.views, 1, scanner.getProjectorModel(), projectorData);

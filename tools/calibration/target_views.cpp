@@ -11,6 +11,7 @@
 
 #include "tools/commands/size_option.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/muted_output.hpp"
 #include "tools/progress.hpp"
 
 namespace vorn::tools {
@@ -159,6 +160,7 @@ std::vector<TargetView> readViews(std::string const& folder,
     TargetView view;
     view.name = pose.filename().string();
     try {
+      MutedOutput const muted;
       read(pose, view);
     } catch (Exception const& e) {
       view.rejection = withoutFolder(e.message(), pose.string());

@@ -2,9 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/coding/code_check.hpp"
 
-#include <cstddef>
-#include <cstdlib>
-
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv::sl {
@@ -16,20 +13,12 @@ constexpr float besideBorder = 0.2F;
 
 } // namespace
 
-bool CodeCheck::fit(cv::Point pixel, float absolutePhase, float magnitude) const {
-  int sum = 0;
-  for (cv::Mat const& image : phaseImages_) {
-    sum += image.ptr(pixel.y)[pixel.x];
+bool CodeCheck::fits(CodeReading reading, float absolutePhase) const {
+  if (!(absolutePhase >= 0.0F)) {
+    return false;
   }
-  int const middle = sum / 4;
-  auto const uncertainTo = static_cast<int>(certainPartOfMagnitude * magnitude);
-  unsigned bits = 0;
-  unsigned certain = 0;
-  for (std::size_t k = 0; k < codeImages_.size(); ++k) {
-    int const value = codeImages_[k].ptr(pixel.y)[pixel.x];
-    bits |= static_cast<unsigned>(value > middle) << k;
-    certain |= static_cast<unsigned>(std::abs(value - middle) > uncertainTo) << k;
-  }
+  unsigned const bits = reading & ((1U << certainShift) - 1U);
+  unsigned const certain = reading >> certainShift;
   // Beside a border the images that change there may be at any stage of it, each at its own by noise.
   float const place =
       (absolutePhase - border_) * (1.0F / twoPi) + 1.0F; // not negative, so truncation is floor

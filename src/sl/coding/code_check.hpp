@@ -2,10 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <vector>
-
-#include <opencv2/core/mat.hpp>
-#include <opencv2/core/types.hpp>
+#include <cstdint>
 
 namespace vorn::mv::sl {
 
@@ -20,21 +17,21 @@ inline float codeBorder(int period) {
   return twoPi * (1.0F - 0.5F / static_cast<float>(period));
 }
 
-/// Checks absolute phases against the code images of their pixels.
+/// What the code images of a pixel show: bit k of the lower half tells whether image k is brighter than the
+/// middle of the pixel's fringes, bit k of the upper half whether it is far enough from it to be certain.
+using CodeReading = std::uint32_t;
+constexpr unsigned certainShift = 16;
+
+/// Checks absolute phases against what the code images of their pixels show.
 class CodeCheck {
 public:
-  CodeCheck(std::vector<cv::Mat> const& phaseImages, std::vector<cv::Mat> const& codeImages, int period)
-      : phaseImages_(phaseImages), codeImages_(codeImages), border_(codeBorder(period)) {}
+  explicit CodeCheck(int period) : border_(codeBorder(period)) {}
 
   /// Whether the certain ones of the pixel's code images show the stripe of its place, leaving out those that
-  /// change at a border nearby.
-  /// @param absolutePhase not negative
-  /// @param magnitude twice the fringe amplitude
-  bool fit(cv::Point pixel, float absolutePhase, float magnitude) const;
+  /// change at a border nearby. A negative place fits nothing.
+  bool fits(CodeReading reading, float absolutePhase) const;
 
 private:
-  std::vector<cv::Mat> const& phaseImages_;
-  std::vector<cv::Mat> const& codeImages_;
   float border_;
 };
 

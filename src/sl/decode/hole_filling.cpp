@@ -17,7 +17,7 @@ constexpr double pi = 3.14159265358979324;
 /// Known pixels around a hole that its surface is fitted to.
 constexpr int ringWidth = 2;
 /// A quadratic surface has six parameters; so many pixels more make the fit a check as well.
-constexpr int leastRing = 12;
+constexpr std::size_t leastRing = 12;
 /// Largest RMS and largest single residual in radians of pixels that lie on one smooth surface.
 constexpr double maxRmsResidual = 0.5;
 constexpr double maxResidual = 0.5 * pi;
@@ -50,44 +50,52 @@ cv::Rect grown(cv::Rect const& box, int by, cv::Size const& limits) {
   return cv::Rect(box.x - by, box.y - by, box.width + 2 * by, box.height + 2 * by) & cv::Rect({0, 0}, limits);
 }
 
-bool fitsWell(Surface const& surface, cv::Mat_<float> const& phase, cv::Mat_<uchar> const& kept,
-              cv::Rect const& window, int count) {
-  double sum = 0.0;
+/// A pixel that was measured, near a hole.
+struct Measured {
+  cv::Point pixel;
+  float phase;
+};
+
+std::vector<Measured> measuredIn(cv::Rect const& window, KnownPhase const& known) {
+  std::vector<Measured> found;
   for (int y = window.y; y < window.br().y; ++y) {
     for (int x = window.x; x < window.br().x; ++x) {
-      if (kept(y, x) != 0) {
-        double const residual = phase(y, x) - surface.at(x, y);
-        if (std::fabs(residual) > maxResidual) {
-          return false;
-        }
-        sum += residual * residual;
+      float const phase = known({x, y});
+      if (!std::isnan(phase)) {
+        found.push_back({{x, y}, phase});
       }
     }
   }
-  return sum <= maxRmsResidual * maxRmsResidual * count;
+  return found;
+}
+
+bool fitsWell(Surface const& surface, std::vector<Measured> const& ring) {
+  double sum = 0.0;
+  for (Measured const& measured : ring) {
+    double const residual = measured.phase - surface.at(measured.pixel.x, measured.pixel.y);
+    if (std::fabs(residual) > maxResidual) {
+      return false;
+    }
+    sum += residual * residual;
+  }
+  return sum <= maxRmsResidual * maxRmsResidual * static_cast<double>(ring.size());
 }
 
 /// The surface through the known pixels of `window`, or nothing when they are few or not on one.
-std::optional<Surface> fitSurface(cv::Mat_<float> const& phase, cv::Mat_<uchar> const& kept,
-                                  cv::Rect const& window) {
+std::optional<Surface> fitSurface(cv::Rect const& window, KnownPhase const& known) {
+  std::vector<Measured> const ring = measuredIn(window, known);
+  if (ring.size() < leastRing) {
+    return std::nullopt;
+  }
   Surface surface{{window.x + 0.5 * (window.width - 1), window.y + 0.5 * (window.height - 1)},
                   2.0 / std::max(window.width, window.height),
                   {}};
   cv::Matx<double, 6, 6> normal = cv::Matx<double, 6, 6>::zeros();
   Terms right = Terms::all(0.0);
-  int count = 0;
-  for (int y = window.y; y < window.br().y; ++y) {
-    for (int x = window.x; x < window.br().x; ++x) {
-      if (kept(y, x) != 0) {
-        Terms const terms = surface.terms(x, y);
-        normal += terms * terms.t();
-        right += terms * static_cast<double>(phase(y, x));
-        ++count;
-      }
-    }
-  }
-  if (count < leastRing) {
-    return std::nullopt;
+  for (Measured const& measured : ring) {
+    Terms const terms = surface.terms(measured.pixel.x, measured.pixel.y);
+    normal += terms * terms.t();
+    right += terms * static_cast<double>(measured.phase);
   }
   bool solved = false;
   cv::Matx<double, 6, 6> const inverse = normal.inv(cv::DECOMP_CHOLESKY, &solved);
@@ -95,7 +103,7 @@ std::optional<Surface> fitSurface(cv::Mat_<float> const& phase, cv::Mat_<uchar> 
     return std::nullopt;
   }
   surface.coefficients = inverse * right;
-  return fitsWell(surface, phase, kept, window, count) ? std::optional<Surface>(surface) : std::nullopt;
+  return fitsWell(surface, ring) ? std::optional<Surface>(surface) : std::nullopt;
 }
 
 /// What to put at a pixel where the surface has phase `expected`: that, or the pixel's own phase brought near
@@ -111,16 +119,12 @@ std::optional<float> filling(float own, double expected) {
 
 } // namespace
 
-int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnPhase const& ownPhase,
-              std::vector<Run>& runs) {
-  if (maxRadius <= 0) {
-    return 0;
-  }
-  findSegments(kept, 0, Neighbourhood::Eight, runs);
-  std::vector<Hole> holes(runs.size());
-  std::vector<int> previousRun(runs.size(), -1);
-  for (std::size_t i = 0; i < runs.size(); ++i) {
-    Run const& run = runs[i];
+int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhase const& known,
+              OwnPhase const& own, FillPixel const& fill) {
+  std::vector<Hole> holes(missing.size());
+  std::vector<int> previousRun(missing.size(), -1);
+  for (std::size_t i = 0; i < missing.size(); ++i) {
+    Run const& run = missing[i];
     Hole& hole = holes[static_cast<std::size_t>(run.segment)];
     hole.box |= cv::Rect(run.begin, run.row, run.end - run.begin, 1);
     previousRun[i] = std::exchange(hole.lastRun, static_cast<int>(i));
@@ -129,18 +133,17 @@ int fillHoles(cv::Mat_<float>& phase, cv::Mat_<uchar>& kept, int maxRadius, OwnP
   int filled = 0;
   for (Hole const& hole : holes) {
     bool const inside =
-        hole.box.x > 0 && hole.box.y > 0 && hole.box.br().x < kept.cols && hole.box.br().y < kept.rows;
+        hole.box.x > 0 && hole.box.y > 0 && hole.box.br().x < size.width && hole.box.br().y < size.height;
     if (hole.lastRun < 0 || !inside || hole.box.width > widest || hole.box.height > widest) {
       continue;
     }
-    auto const surface = fitSurface(phase, kept, grown(hole.box, ringWidth, kept.size()));
+    auto const surface = fitSurface(grown(hole.box, ringWidth, size), known);
     for (int i = surface ? hole.lastRun : -1; i >= 0; i = previousRun[static_cast<std::size_t>(i)]) {
-      Run const& run = runs[static_cast<std::size_t>(i)];
+      Run const& run = missing[static_cast<std::size_t>(i)];
       for (int x = run.begin; x < run.end; ++x) {
-        auto const value = filling(ownPhase({x, run.row}), surface->at(x, run.row));
+        auto const value = filling(own({x, run.row}), surface->at(x, run.row));
         if (value) {
-          phase(run.row, x) = *value;
-          kept(run.row, x) = 255;
+          fill({x, run.row}, *value);
           ++filled;
         }
       }

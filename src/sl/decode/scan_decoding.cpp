@@ -6,118 +6,294 @@
 #include <array>
 #include <cmath>
 
-#include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/phase_decoding.hpp>
-#include <vorn/mv/sl/phase_quality.hpp>
 
 #include "core/parallel.hpp"
+#include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
-#include "sl/decode/decode_masking.hpp"
+#include "sl/decode/code_trust.hpp"
 #include "sl/decode/hole_filling.hpp"
+#include "sl/decode/pixel_reading.hpp"
 #include "sl/decode/segments.hpp"
 #include "sl/decode/stripe_bridging.hpp"
-#include "sl/decode/stripe_orders.hpp"
 #include "sl/decode/surface_edges.hpp"
 #include "sl/phase/flicker.hpp"
 #include "sl/phase/phase_blur.hpp"
-#include "sl/unwrap/phase_unwrapping.hpp"
+#include "sl/unwrap/order_growth.hpp"
 
 namespace vorn::mv::sl {
 
 namespace {
 
-constexpr int phaseImageCount = 4;
-constexpr float undecodable = -1.0F;
+/// Rows of a 12-megapixel image that take a few milliseconds in any stage.
+constexpr int rowsBetweenAskings = 256;
+/// Rows that go through reading, voting and bridging together, so that what one leaves the next finds in the
+/// cache.
+constexpr int bandRows = 32;
 
-void prepare(ScanDecodingBuffers& buffers, cv::Size size) {
-  buffers.phase.create(size, undecodable);
-  buffers.magnitude.create(size, undecodable);
-  buffers.quality.create(size, 0.0F);
-  buffers.code.create(size, short{-1});
-  buffers.mask.create(size, uchar{0});
-  buffers.state.create(size, closedState);
-  buffers.margin.create(size);
-  buffers.kept.create(size);
-}
-
-/// The phase that a pixel's images show, or a negative number when they are clipped or show no fringe.
-float ownPhase(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& flicker, cv::Point pixel,
+/// The phases that a pixel's images show, or a negative number when they are clipped or show no fringe.
+float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& flicker, cv::Point pixel,
                int minAmplitude) {
-  int v[phaseImageCount] = {};
-  std::transform(phaseImages.begin(), phaseImages.end(), v,
+  constexpr int steps = StripeCode::phaseImages;
+  int v[steps] = {};
+  std::transform(images.begin(), images.begin() + steps, v,
                  [&](cv::Mat const& image) { return image.ptr(pixel.y)[pixel.x]; });
   constexpr int saturated = 255;
-  bool const isClipped = *std::max_element(v, v + phaseImageCount) == saturated;
+  bool const isClipped = *std::max_element(v, v + steps) == saturated;
   bool const isModulated = std::hypot(v[0] - v[2], v[1] - v[3]) >= 2.0 * minAmplitude;
-  return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : undecodable;
+  return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : noPhase;
 }
 
-/// The kept phases in projector pixels.
-cv::Mat_<float> coordinatesOf(cv::Mat_<float> const& phase, cv::Mat_<uchar> const& kept, int period) {
-  constexpr double twoPi = 6.283185307179586;
-  auto const pixelsPerRadian = static_cast<float>(period / twoPi);
-  cv::Mat_<float> coordinates(phase.size());
-  parallelRows(phase.rows, [&](int firstRow, int endRow) {
-    int const cols = phase.cols;
+/// Reads the images, trusts codes and bridges stripe borders along the rows, band after band.
+class Reading {
+public:
+  Reading(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings,
+          std::array<float, 4> const& flicker, PhaseSource source, int reach, ScanMaps& maps)
+      : reader_(images, settings, flicker), settings_(settings), source_(source), maps_(maps),
+        bridging_(settings, reach, maps), width_(maps.size().width),
+        candidates_(bandRows + 2, width_ + 2, noOrder), haloPhases_(2, width_ + 2, noPhase),
+        unusedReading_(1, width_), unusedBytes_(2, width_) {}
+
+  /// @param hasUnsettled takes, for every row, whether a pixel's contrast is not settled; such rows are not
+  /// bridged yet
+  void readBand(int firstRow, int endRow, std::vector<uchar>& hasUnsettled) {
+    for (int y = firstRow - 1; y <= endRow; ++y) {
+      readRow(y, firstRow, endRow);
+    }
     for (int y = firstRow; y < endRow; ++y) {
-      float const* const phases = phase[y];
-      uchar const* const keeps = kept[y];
-      float* const out = coordinates[y];
-      for (int x = 0; x < cols; ++x) {
-        out[x] = keeps[x] != 0 ? phases[x] * pixelsPerRadian : undecodable;
+      trustRow(y, firstRow, endRow);
+    }
+    for (int y = firstRow; y < endRow; ++y) {
+      uchar const* const state = maps_.state.inner[y];
+      uchar& isUnsettled = hasUnsettled[static_cast<std::size_t>(y)];
+      isUnsettled =
+          std::find(state, state + width_, pixel_state::unsettledContrast) != state + width_ ? 1 : 0;
+      if (isUnsettled == 0 && settings_.rules.bridging) {
+        bridging_.alongRow(y);
       }
     }
-  });
-  return coordinates;
-}
+  }
+
+private:
+  bool isInImage(int y) const { return y >= 0 && y < maps_.size().height; }
+  short* candidateRow(int y, int firstRow) { return candidates_[y - firstRow + 1] + 1; }
+  float* phaseRow(int y, int firstRow, int endRow) {
+    bool const isOwn = y >= firstRow && y < endRow;
+    return isOwn ? maps_.wrapped.inner[y] : haloPhases_[y < firstRow ? 0 : 1] + 1;
+  }
+
+  void readRow(int y, int firstRow, int endRow) {
+    short* const candidate = candidateRow(y, firstRow);
+    float* const phase = phaseRow(y, firstRow, endRow);
+    if (!isInImage(y)) {
+      std::fill_n(candidate, width_, noOrder);
+      std::fill_n(phase, width_, noPhase);
+      return;
+    }
+    bool const isOwn = y >= firstRow && y < endRow;
+    if (!isOwn && source_ == PhaseSource::Map) {
+      std::copy_n(maps_.wrapped.inner[y], width_, phase);
+    }
+    PixelRow const row =
+        isOwn ? PixelRow{phase, candidate, maps_.reading.inner[y], maps_.contrast[y], maps_.state.inner[y]}
+              : PixelRow{phase, candidate, unusedReading_[0], unusedBytes_[0], unusedBytes_[1]};
+    reader_.read(y, source_, row);
+  }
+
+  void trustRow(int y, int firstRow, int endRow) {
+    VotingRows rows{};
+    for (int k = 0; k < 3; ++k) {
+      rows.wrapped[k] = phaseRow(y - 1 + k, firstRow, endRow);
+      rows.candidate[k] = candidateRow(y - 1 + k, firstRow);
+    }
+    trustAgreeing(rows, settings_.rules.votes, width_, maps_.order.inner[y], maps_.state.inner[y]);
+  }
+
+  PixelReader reader_;
+  ScanDecodingSettings const& settings_;
+  PhaseSource source_;
+  ScanMaps& maps_;
+  StripeBridging bridging_;
+  int width_;
+  cv::Mat_<short> candidates_; ///< of the band and the rows beside it; a pixel more on either side
+  cv::Mat_<float> haloPhases_; ///< of the rows beside the band
+  cv::Mat_<int> unusedReading_;
+  cv::Mat_<uchar> unusedBytes_;
+};
+
+class Decoding {
+public:
+  Decoding(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings, ScanMaps& maps,
+           Progress const& progress)
+      : images_(images), phaseImages_(images.begin(), images.begin() + StripeCode::phaseImages),
+        settings_(settings), maps_(maps), progress_(progress) {}
+
+  void balanceLight() {
+    maps_.create(images_[0].size());
+    hasUnsettled_.assign(static_cast<std::size_t>(maps_.size().height), 0);
+    reach_ = 4 * settings_.period;
+    if (settings_.rules.flicker) {
+      flicker_ = flickerCorrection(phaseImages_, settings_.maxGrayLevel);
+    }
+  }
+
+  void readPixels() {
+    if (settings_.phaseBlurRadius > 0) {
+      blurPhases();
+    }
+    PhaseSource const source = settings_.phaseBlurRadius > 0 ? PhaseSource::Map : PhaseSource::Images;
+    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.0, 0.5), "decoding",
+                 [&](int firstRow, int endRow) {
+                   Reading reading(images_, settings_, flicker_, source, reach_, maps_);
+                   for (int y = firstRow; y < endRow; y += bandRows) {
+                     reading.readBand(y, std::min(y + bandRows, endRow), hasUnsettled_);
+                   }
+                 });
+  }
+
+  void settleContrast() { sl::settleContrast(maps_, hasUnsettled_, 2 * settings_.period); }
+
+  /// Rows whose contrast was not settled before, and all columns.
+  void bridgeRest() {
+    if (!settings_.rules.bridging) {
+      return;
+    }
+    parallelRows(maps_.size().height, [&](int firstRow, int endRow) {
+      StripeBridging bridging(settings_, reach_, maps_);
+      for (int y = firstRow; y < endRow; ++y) {
+        if (hasUnsettled_[static_cast<std::size_t>(y)] != 0) {
+          bridging.alongRow(y);
+        }
+      }
+    });
+    int const blocks = (maps_.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
+    parallelRows(blocks, 1, progress_.part(0.5, 0.55), "decoding", [&](int first, int end) {
+      StripeBridging bridging(settings_, reach_, maps_);
+      for (int block = first; block < end; ++block) {
+        bridging.alongColumns(block);
+      }
+    });
+  }
+
+  void grow() {
+    if (settings_.rules.growth) {
+      growOrders({maps_, CodeCheck(settings_.period), settings_.rules.codeCheck}, progress_.part(0.55, 0.8));
+    }
+  }
+
+  DecodedScan finish() {
+    std::vector<Run> runs;
+    if (settings_.rules.growth && settings_.rules.doubtfulGrowth) {
+      dropDoubtfulGrowth(maps_, runs);
+    }
+    DecodedScan scan{cv::Mat_<float>(maps_.size()), cv::Mat_<uchar>(), 0};
+    closeEdges(phaseImages_, settings_, maps_, scan.coordinates, progress_.part(0.8, 0.9));
+    dropSmallPieces(runs, scan.coordinates);
+    return scan;
+  }
+
+  void fill(DecodedScan& scan) {
+    if (settings_.maxFillRadius <= 0 || !settings_.rules.holeFilling) {
+      return;
+    }
+    std::vector<Run> missing;
+    findSegments(maps_.size(), knownRows(), 0, Neighbourhood::Eight, missing);
+    progress_.at("filling holes", 0.95);
+    cv::Mat_<float> const& wrapped = maps_.wrapped.inner;
+    cv::Mat_<uchar>& state = maps_.state.inner;
+    auto const known = [&](cv::Point p) {
+      bool const isMeasured = pixel_state::isKnown(state(p)) && state(p) != pixel_state::filled;
+      return isMeasured ? wrapped(p) + twoPi * static_cast<float>(maps_.order.inner(p)) : unknownPhase;
+    };
+    auto const own = [&](cv::Point p) { return ownPhase(images_, flicker_, p, settings_.minAmplitude); };
+    auto const pixelsPerRadian = static_cast<float>(settings_.period / 6.283185307179586);
+    auto const put = [&](cv::Point p, float absolute) {
+      scan.coordinates(p) = absolute * pixelsPerRadian;
+      state(p) = pixel_state::filled;
+    };
+    scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put);
+  }
+
+  cv::Mat_<uchar> reasons() const {
+    cv::Mat_<uchar> reasons(maps_.size());
+    parallelRows(reasons.rows, [&](int firstRow, int endRow) {
+      for (int y = firstRow; y < endRow; ++y) {
+        std::transform(maps_.state.inner[y], maps_.state.inner[y] + reasons.cols, reasons[y],
+                       pixel_state::finalReason);
+      }
+    });
+    return reasons;
+  }
+
+private:
+  void blurPhases() {
+    PixelReader const reader(images_, settings_, flicker_);
+    parallelRows(maps_.size().height, [&](int firstRow, int endRow) {
+      for (int y = firstRow; y < endRow; ++y) {
+        reader.readPhases(y, maps_.wrapped.inner[y]);
+      }
+    });
+    cv::Mat_<float> magnitude;
+    cv::Mat const isExposed = maps_.wrapped.inner >= 0.0F;
+    calc_magnitude(phaseImages_, magnitude, isExposed);
+    blurPhase(maps_.wrapped.inner, magnitude, isExposed, settings_.phaseBlurRadius);
+  }
+
+  MarkedRow knownRows() {
+    marks_.resize(static_cast<std::size_t>(maps_.size().width));
+    return [this](int y) {
+      uchar const* const state = maps_.state.inner[y];
+      std::transform(state, state + marks_.size(), marks_.begin(),
+                     [](uchar s) { return static_cast<uchar>(s >= pixel_state::knownBit ? 255 : 0); });
+      return marks_.data();
+    };
+  }
+
+  void dropSmallPieces(std::vector<Run>& runs, cv::Mat_<float>& coordinates) {
+    if (settings_.minSegmentSize <= 1 || !settings_.rules.smallSegments) {
+      return;
+    }
+    findSegments(maps_.size(), knownRows(), 255, Neighbourhood::Four, runs);
+    forEachSmallRun(runs, settings_.minSegmentSize, [&](Run const& run) {
+      uchar* const state = maps_.state.inner[run.row];
+      std::fill(state + run.begin, state + run.end, pixel_state::smallPiece);
+      std::fill(coordinates[run.row] + run.begin, coordinates[run.row] + run.end, noPhase);
+    });
+  }
+
+  std::vector<cv::Mat> const& images_;
+  std::vector<cv::Mat> const phaseImages_;
+  ScanDecodingSettings const& settings_;
+  ScanMaps& maps_;
+  Progress progress_;
+  std::array<float, 4> flicker_{1.0F, 1.0F, 1.0F, 1.0F};
+  int reach_ = 0;
+  std::vector<uchar> hasUnsettled_; ///< for every row, whether the contrast of a pixel is still to be settled
+  std::vector<uchar> marks_;
+};
 
 } // namespace
 
 DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings,
-                       ScanDecodingBuffers& buffers, StageReport const& report) {
-  std::vector<cv::Mat> const phaseImages(images.begin(), images.begin() + phaseImageCount);
-  std::vector<cv::Mat> const codeImages(images.begin() + phaseImageCount, images.end());
-  CodeCheck const codes(phaseImages, codeImages, settings.period);
-  prepare(buffers, images[0].size());
-  cv::Mat_<float>& phase = buffers.phase.inner;
-  cv::Mat_<uchar>& lit = buffers.kept; // not in use before the last stages
-
-  maskExposure(phaseImages, settings.maxGrayLevel, buffers.mask.inner);
-  maskContrast(phaseImages, codeImages, settings.minContrast, 2 * settings.period, lit, buffers.margin);
+                       ReasonMap reasonMap, ScanMaps& maps, StageReport const& report,
+                       Progress const& progress) {
+  Decoding decoding(images, settings, maps, progress);
+  decoding.balanceLight();
   report("-Masking:");
-
-  std::array<float, 4> const flicker = flickerCorrection(phaseImages, buffers.mask.inner);
-  decode_phase_shift(phaseImages, phase, buffers.mask.inner);
-  correctFlicker(phaseImages, flicker, phase);
-  calc_magnitude(phaseImages, buffers.magnitude.inner, buffers.mask.inner);
+  decoding.readPixels();
   report("-Phase decoding:");
-
-  decode_binary_xor0_pattern(codeImages, buffers.code.inner, settings.stripeCount() - 1, settings.minContrast,
-                             0, buffers.mask.inner);
+  decoding.settleContrast();
   report("-Binary decoding:");
-
-  if (settings.phaseBlurRadius > 0) {
-    blurPhase(phase, buffers.magnitude.inner, buffers.mask.inner, settings.phaseBlurRadius);
-  }
-  trustCodes(phaseImages, settings, lit, buffers);
-  bridgeStripeBorders(settings, codes, buffers);
-  calc_quality(buffers.phase.whole, buffers.quality.whole, buffers.mask.whole);
+  decoding.bridgeRest();
   report("-Optimizing:");
-
-  unwrap_phase(buffers.phase.whole, buffers.quality.whole, buffers.state.whole, buffers.code.whole,
-               buffers.mask.whole, buffers.growth);
-  settleOrders(codes, buffers);
-  std::vector<Run> runs;
-  dropDoubtfulGrowth(buffers, runs);
-  keepOffEdges(buffers);
-  removeSmallSegments(buffers.kept, settings.minSegmentSize, runs);
+  decoding.grow();
+  DecodedScan scan = decoding.finish();
   report("-Unwrapping:");
-
-  auto const own = [&](cv::Point pixel) {
-    return ownPhase(phaseImages, flicker, pixel, settings.minAmplitude);
-  };
-  int const filled = fillHoles(phase, buffers.kept, settings.maxFillRadius, own, runs);
-  return {coordinatesOf(phase, buffers.kept, settings.period), filled};
+  decoding.fill(scan);
+  if (reasonMap == ReasonMap::Make) {
+    scan.reasons = decoding.reasons();
+  }
+  return scan;
 }
 
 } // namespace vorn::mv::sl

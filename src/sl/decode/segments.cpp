@@ -27,10 +27,10 @@ int countRuns(uchar const* row, int n, uchar value) {
 }
 
 /// Makes room for all runs of a map: counting them costs less than a list that grows, in time and memory.
-void makeRoom(std::vector<Run>& runs, cv::Mat_<uchar> const& map, uchar value) {
+void makeRoom(std::vector<Run>& runs, cv::Size size, MarkedRow const& marks, uchar value) {
   std::size_t count = 0;
-  for (int y = 0; y < map.rows; ++y) {
-    count += static_cast<std::size_t>(countRuns(map[y], map.cols, value));
+  for (int y = 0; y < size.height; ++y) {
+    count += static_cast<std::size_t>(countRuns(marks(y), size.width, value));
   }
   runs.clear();
   if (runs.capacity() < count) {
@@ -74,19 +74,19 @@ void joinRows(std::vector<Run>& runs, int above, int current, int reach) {
 
 } // namespace
 
-void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood,
+void findSegments(cv::Size size, MarkedRow const& marks, uchar value, Neighbourhood neighbourhood,
                   std::vector<Run>& runs) {
   int const reach = neighbourhood == Neighbourhood::Eight ? 1 : 0;
   auto const other = static_cast<uchar>(255 - value);
-  makeRoom(runs, map, value);
+  makeRoom(runs, size, marks, value);
   int above = 0;
-  for (int y = 0; y < map.rows; ++y) {
-    uchar const* const row = map[y];
+  for (int y = 0; y < size.height; ++y) {
+    uchar const* const row = marks(y);
     int const current = static_cast<int>(runs.size());
-    for (int x = firstWith(row, 0, map.cols, value); x < map.cols;) {
-      int const end = firstWith(row, x, map.cols, other);
+    for (int x = firstWith(row, 0, size.width, value); x < size.width;) {
+      int const end = firstWith(row, x, size.width, other);
       runs.push_back({y, x, end, static_cast<int>(runs.size())});
-      x = firstWith(row, end, map.cols, value);
+      x = firstWith(row, end, size.width, value);
     }
     joinRows(runs, above, current, reach);
     above = current;
@@ -94,22 +94,6 @@ void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbo
   // A segment's index is never greater than its runs', so one pass in order settles them all.
   for (Run& run : runs) {
     run.segment = runs[static_cast<std::size_t>(run.segment)].segment;
-  }
-}
-
-void removeSmallSegments(cv::Mat_<uchar>& kept, int minSize, std::vector<Run>& runs) {
-  if (minSize <= 1) {
-    return;
-  }
-  findSegments(kept, 255, Neighbourhood::Four, runs);
-  std::vector<int> sizes(runs.size());
-  for (Run const& run : runs) {
-    sizes[static_cast<std::size_t>(run.segment)] += run.end - run.begin;
-  }
-  for (Run const& run : runs) {
-    if (sizes[static_cast<std::size_t>(run.segment)] < minSize) {
-      std::fill(kept[run.row] + run.begin, kept[run.row] + run.end, uchar{0});
-    }
   }
 }
 

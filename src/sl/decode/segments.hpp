@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
@@ -19,16 +20,29 @@ struct Run {
 
 enum class Neighbourhood { Four, Eight };
 
-/// Connected segments of the pixels of `map` that have `value`, as runs in row order.
+/// The marks of a row, 255 for pixels of the map and 0 for others; what an earlier call gave may be void.
+using MarkedRow = std::function<uchar const*(int row)>;
+
+/// Connected segments of the pixels that have the mark `value`, as runs in row order.
 ///
 /// Every run's `segment` is the index of the first run of its segment. Memory grows with the number of runs,
 /// not of pixels.
-/// @param map H x W, each pixel 0 or 255
-void findSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood,
+/// @param marks is asked for every row twice, in order
+void findSegments(cv::Size size, MarkedRow const& marks, uchar value, Neighbourhood neighbourhood,
                   std::vector<Run>& runs);
 
-/// Sets the segments of fewer than `minSize` 4-connected pixels to 0.
-/// @param runs is working memory
-void removeSmallSegments(cv::Mat_<uchar>& kept, int minSize, std::vector<Run>& runs);
+/// The runs of the segments of fewer than `minSize` pixels.
+template <class Visit>
+void forEachSmallRun(std::vector<Run> const& runs, int minSize, Visit const& visit) {
+  std::vector<int> sizes(runs.size());
+  for (Run const& run : runs) {
+    sizes[static_cast<std::size_t>(run.segment)] += run.end - run.begin;
+  }
+  for (Run const& run : runs) {
+    if (sizes[static_cast<std::size_t>(run.segment)] < minSize) {
+      visit(run);
+    }
+  }
+}
 
 } // namespace vorn::mv::sl

@@ -3,11 +3,13 @@
 #include "sl/decode/surface_edges.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 
-#include "core/parallel.hpp"
 #include "core/simd.hpp"
+#include "sl/coding/code_check.hpp"
 #include "sl/decode/segments.hpp"
 
 namespace vorn::mv::sl {
@@ -35,103 +37,263 @@ struct Side {
   float magnitude2;
 };
 
+/// The limits of the rules; of one that is off, limits that nothing reaches.
+struct EdgeLimits {
+  float jump;
+  float diagonalJump;
+  float farJump;
+  float coveredPart;
+  float shadedPart;
+};
+
 /// Whether a surface ends at a pixel towards `outer`. Comparisons with an unknown phase, a NaN, are false.
-inline bool endsTowards(Side const& outer, float phase, float magnitude, Side const& inner) {
+inline bool endsTowards(Side const& outer, float phase, float magnitude, Side const& inner,
+                        EdgeLimits const& limits) {
   bool const unknown1 = outer.phase1 != outer.phase1;
   bool const unknown2 = outer.phase2 != outer.phase2;
   bool const endsBeyond = unknown2 | (std::fabs(outer.phase2 - outer.phase1) > jump);
   float const before = std::max(inner.magnitude1, inner.magnitude2);
-  return (std::fabs(outer.phase1 - phase) > jump) |
-         ((std::fabs(outer.phase2 - phase) > farJump) &
+  return (std::fabs(outer.phase1 - phase) > limits.jump) |
+         ((std::fabs(outer.phase2 - phase) > limits.farJump) &
           (unknown1 | (outer.magnitude2 > outshining * magnitude))) |
-         (unknown1 & unknown2 & (magnitude < coveredPart * before)) |
-         (endsBeyond & (magnitude < shadedPart * before));
+         (unknown1 & unknown2 & (magnitude < limits.coveredPart * before)) |
+         (endsBeyond & (magnitude < limits.shadedPart * before));
 }
 
-VORN_TARGET_CLONES
-void grownRow(uchar const* state, short const* code, uchar* grown, int n) {
-  for (int x = 0; x < n; ++x) {
-    grown[x] = (state[x] == knownState) & (code[x] < 0) ? 255 : 0;
-  }
-}
+/// What is kept of the rows around the one that is judged.
+constexpr int ringRows = 5;
+constexpr int pad = 2;
 
 struct EdgeRows {
-  float const* phase;
-  float const* magnitude;
-  std::ptrdiff_t phaseStep; ///< elements from row to row
-  std::ptrdiff_t magnitudeStep;
-  uchar* kept;
+  float const* phase[ringRows]; ///< absolute; the middle row is the one that is judged
+  float const* magnitude[ringRows];
 };
 
+/// Whether each pixel of a row lies on an edge, 1 or 0.
 VORN_TARGET_CLONES
-void edgeRow(EdgeRows const& rows, int n) {
-  float const* const p = rows.phase;
-  float const* const m = rows.magnitude;
-  std::ptrdiff_t const step = rows.phaseStep;
-  std::ptrdiff_t const mStep = rows.magnitudeStep;
-  uchar* const kept = rows.kept;
+void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __restrict isEdge) {
+  float const* const p = rows.phase[2];
+  float const* const above1 = rows.phase[1];
+  float const* const above2 = rows.phase[0];
+  float const* const below1 = rows.phase[3];
+  float const* const below2 = rows.phase[4];
+  float const* const m = rows.magnitude[2];
+  float const* const mAbove1 = rows.magnitude[1];
+  float const* const mAbove2 = rows.magnitude[0];
+  float const* const mBelow1 = rows.magnitude[3];
+  float const* const mBelow2 = rows.magnitude[4];
+  EdgeLimits const w = limits;
+  VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const c = p[x];
     Side const left{p[x - 1], p[x - 2], m[x - 1], m[x - 2]};
     Side const right{p[x + 1], p[x + 2], m[x + 1], m[x + 2]};
-    Side const above{p[x - step], p[x - 2 * step], m[x - mStep], m[x - 2 * mStep]};
-    Side const below{p[x + step], p[x + 2 * step], m[x + mStep], m[x + 2 * mStep]};
+    Side const above{above1[x], above2[x], mAbove1[x], mAbove2[x]};
+    Side const below{below1[x], below2[x], mBelow1[x], mBelow2[x]};
     bool const edge =
-        endsTowards(left, c, m[x], right) | endsTowards(right, c, m[x], left) |
-        endsTowards(above, c, m[x], below) | endsTowards(below, c, m[x], above) |
-        (std::fabs(p[x - step - 1] - c) > diagonalJump) | (std::fabs(p[x - step + 1] - c) > diagonalJump) |
-        (std::fabs(p[x + step - 1] - c) > diagonalJump) | (std::fabs(p[x + step + 1] - c) > diagonalJump);
-    kept[x] = (c == c) & !edge ? 255 : 0;
+        endsTowards(left, c, m[x], right, w) | endsTowards(right, c, m[x], left, w) |
+        endsTowards(above, c, m[x], below, w) | endsTowards(below, c, m[x], above, w) |
+        (std::fabs(above1[x - 1] - c) > w.diagonalJump) | (std::fabs(above1[x + 1] - c) > w.diagonalJump) |
+        (std::fabs(below1[x - 1] - c) > w.diagonalJump) | (std::fabs(below1[x + 1] - c) > w.diagonalJump);
+    isEdge[x] = edge ? 1 : 0;
   }
 }
 
-bool jumpsTo(float neighbour, float phase) {
-  return std::fabs(neighbour - phase) > jump;
+VORN_TARGET_CLONES
+void absoluteRow(float const* wrapped, short const* order, uchar const* state, int n, float* __restrict out) {
+  for (int x = 0; x < n; ++x) {
+    float const absolute = wrapped[x] + twoPi * static_cast<float>(order[x]);
+    out[x] = state[x] >= pixel_state::knownBit ? absolute : unknownPhase;
+  }
+}
+
+/// Twice the amplitude; negative where the pixel is clipped.
+VORN_TARGET_CLONES
+void magnitudeRow(std::array<uchar const*, 4> const& steps, uchar const* state, int n,
+                  float* __restrict out) {
+  uchar const* const p0 = steps[0];
+  uchar const* const p1 = steps[1];
+  uchar const* const p2 = steps[2];
+  uchar const* const p3 = steps[3];
+  for (int x = 0; x < n; ++x) {
+    int const sine = p0[x] - p2[x];
+    int const cosine = p1[x] - p3[x];
+    float const magnitude = std::sqrt(static_cast<float>(sine * sine + cosine * cosine));
+    out[x] = state[x] != pixel_state::clipped ? magnitude : -1.0F;
+  }
+}
+
+VORN_TARGET_CLONES
+void finishRow(float const* absolute, uchar const* isEdge, float pixelsPerRadian, int n,
+               uchar* __restrict state, float* __restrict coordinates) {
+  for (int x = 0; x < n; ++x) {
+    bool const isKnown = state[x] >= pixel_state::knownBit;
+    state[x] = isKnown & (isEdge[x] != 0) ? pixel_state::edge : state[x];
+  }
+  for (int x = 0; x < n; ++x) {
+    coordinates[x] = state[x] >= pixel_state::knownBit ? absolute[x] * pixelsPerRadian : noPhase;
+  }
+}
+
+/// Rows that one walk closes the edges of, while another one may be at work on the rows beside them.
+constexpr int blockRows = 64;
+
+/// The states of the two rows before and the two rows after the beginning of every block, before any changes.
+cv::Mat_<uchar> copySeams(cv::Mat_<uchar> const& state) {
+  int const blocks = (state.rows + blockRows - 1) / blockRows;
+  cv::Mat_<uchar> seams(2 * pad * (blocks + 1), state.cols, pixel_state::noCode);
+  for (int row = 0; row < seams.rows; ++row) {
+    int const y = row / (2 * pad) * blockRows - pad + row % (2 * pad);
+    if (y >= 0 && y < state.rows) {
+      std::copy_n(state[y], state.cols, seams[row]);
+    }
+  }
+  return seams;
+}
+
+/// Walks down some rows with the absolute phases and magnitudes of five rows in the cache.
+class EdgeWalk {
+public:
+  EdgeWalk(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
+           cv::Mat_<uchar> const& seams, cv::Mat_<float>& coordinates)
+      : images_(phaseImages), maps_(maps), seams_(seams), coordinates_(coordinates),
+        limits_(limitsOf(settings.rules)),
+        pixelsPerRadian_(static_cast<float>(settings.period / 6.283185307179586)),
+        phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
+        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F),
+        isEdge_(static_cast<std::size_t>(maps.size().width)) {}
+
+  void walk(int block) {
+    block_ = block;
+    int const first = block * blockRows;
+    int const end = std::min(first + blockRows, maps_.size().height);
+    for (int y = first - pad; y < first + pad; ++y) {
+      load(y);
+    }
+    for (int y = first; y < end; ++y) {
+      load(y + pad);
+      judge(y);
+    }
+  }
+
+private:
+  static EdgeLimits limitsOf(DecodingRules const& rules);
+  static int slot(int y) { return (y + ringRows) % ringRows; } // rows begin at -2
+
+  /// The states of a row before any edge was closed.
+  uchar const* stateBefore(int y) const {
+    int const first = block_ * blockRows;
+    if (y < first) {
+      return seams_[2 * pad * block_ + y - (first - pad)];
+    }
+    int const end = first + blockRows;
+    return y < end ? maps_.state.inner[y] : seams_[2 * pad * (block_ + 1) + pad + y - end];
+  }
+
+  void load(int y) {
+    float* const phase = phase_[slot(y)] + pad;
+    float* const magnitude = magnitude_[slot(y)] + pad;
+    int const n = maps_.size().width;
+    if (y < 0 || y >= maps_.size().height) {
+      std::fill_n(phase, n, unknownPhase);
+      std::fill_n(magnitude, n, -1.0F);
+      return;
+    }
+    uchar const* const state = stateBefore(y);
+    absoluteRow(maps_.wrapped.inner[y], maps_.order.inner[y], state, n, phase);
+    magnitudeRow({images_[0].ptr(y), images_[1].ptr(y), images_[2].ptr(y), images_[3].ptr(y)}, state, n,
+                 magnitude);
+  }
+
+  void judge(int y) {
+    EdgeRows rows{};
+    for (int k = 0; k < ringRows; ++k) {
+      rows.phase[k] = phase_[slot(y - pad + k)] + pad;
+      rows.magnitude[k] = magnitude_[slot(y - pad + k)] + pad;
+    }
+    int const n = maps_.size().width;
+    edgeRow(rows, limits_, n, isEdge_.data());
+    finishRow(rows.phase[2], isEdge_.data(), pixelsPerRadian_, n, maps_.state.inner[y], coordinates_[y]);
+  }
+
+  std::vector<cv::Mat> const& images_;
+  ScanMaps& maps_;
+  cv::Mat_<uchar> const& seams_;
+  cv::Mat_<float>& coordinates_;
+  int block_ = 0;
+  EdgeLimits limits_;
+  float pixelsPerRadian_;
+  cv::Mat_<float> phase_;
+  cv::Mat_<float> magnitude_;
+  std::vector<uchar> isEdge_;
+};
+
+EdgeLimits EdgeWalk::limitsOf(DecodingRules const& rules) {
+  constexpr float never = std::numeric_limits<float>::max();
+  return {rules.edgeJumps ? jump : never, rules.edgeJumps ? diagonalJump : never,
+          rules.edgeFarJumps ? farJump : never, rules.edgeShading ? coveredPart : -never,
+          rules.edgeShading ? shadedPart : -never};
+}
+
+float absolutePhase(ScanMaps const& maps, int y, int x) {
+  return pixel_state::isKnown(maps.state.inner(y, x))
+             ? maps.wrapped.inner(y, x) + twoPi * static_cast<float>(maps.order.inner(y, x))
+             : unknownPhase;
 }
 
 /// Whether any pixel of a run lies beside a jump to the next pixel.
-bool touchesJump(cv::Mat_<float> const& phase, Run const& run) {
-  auto const step = static_cast<std::ptrdiff_t>(phase.step1());
+bool touchesJump(ScanMaps const& maps, Run const& run) {
+  cv::Rect const image({0, 0}, maps.size());
+  constexpr int beside[4][2] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
   for (int x = run.begin; x < run.end; ++x) {
-    float const* const p = phase[run.row] + x;
-    if (jumpsTo(p[-1], *p) || jumpsTo(p[1], *p) || jumpsTo(p[-step], *p) || jumpsTo(p[step], *p)) {
-      return true;
+    float const phase = absolutePhase(maps, run.row, x);
+    for (auto const& step : beside) {
+      cv::Point const p(x + step[0], run.row + step[1]);
+      if (image.contains(p) && std::fabs(absolutePhase(maps, p.y, p.x) - phase) > jump) {
+        return true;
+      }
     }
   }
   return false;
 }
 
+VORN_TARGET_CLONES
+void markGrown(uchar const* state, int n, uchar* __restrict marks) {
+  for (int x = 0; x < n; ++x) {
+    marks[x] = state[x] == pixel_state::grown ? 255 : 0;
+  }
+}
+
 } // namespace
 
-void dropDoubtfulGrowth(ScanDecodingBuffers& buffers, std::vector<Run>& runs) {
-  cv::Mat_<float>& phase = buffers.phase.inner;
-  cv::Mat_<uchar>& grown = buffers.kept;
-  parallelRows(phase.rows, [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      grownRow(buffers.state.inner[y], buffers.code.inner[y], grown[y], phase.cols);
-    }
-  });
-  findSegments(grown, 255, Neighbourhood::Eight, runs);
+void dropDoubtfulGrowth(ScanMaps& maps, std::vector<Run>& runs) {
+  cv::Mat_<uchar>& state = maps.state.inner;
+  std::vector<uchar> marks(static_cast<std::size_t>(state.cols));
+  auto const grown = [&](int y) {
+    markGrown(state[y], state.cols, marks.data());
+    return marks.data();
+  };
+  findSegments(state.size(), grown, 255, Neighbourhood::Eight, runs);
   std::vector<uchar> doubtful(runs.size());
   for (Run const& run : runs) {
     uchar& segment = doubtful[static_cast<std::size_t>(run.segment)];
-    segment = segment != 0 || touchesJump(phase, run) ? 1 : 0;
+    segment = segment != 0 || touchesJump(maps, run) ? 1 : 0;
   }
   for (Run const& run : runs) {
     if (doubtful[static_cast<std::size_t>(run.segment)] != 0) {
-      std::fill(phase[run.row] + run.begin, phase[run.row] + run.end, unknownPhase);
+      std::fill(state[run.row] + run.begin, state[run.row] + run.end, pixel_state::noCode);
     }
   }
 }
 
-void keepOffEdges(ScanDecodingBuffers& buffers) {
-  cv::Mat_<float> const& phase = buffers.phase.inner;
-  cv::Mat_<float> const& magnitude = buffers.magnitude.inner;
-  parallelRows(phase.rows, [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      edgeRow({phase[y], magnitude[y], static_cast<std::ptrdiff_t>(phase.step1()),
-               static_cast<std::ptrdiff_t>(magnitude.step1()), buffers.kept[y]},
-              phase.cols);
+void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
+                cv::Mat_<float>& coordinates, Progress const& progress) {
+  cv::Mat_<uchar> const seams = copySeams(maps.state.inner);
+  constexpr int blocksBetweenAskings = 8;
+  parallelRows(seams.rows / (2 * pad) - 1, blocksBetweenAskings, progress, "edges", [&](int first, int end) {
+    EdgeWalk walk(phaseImages, settings, maps, seams, coordinates);
+    for (int block = first; block < end; ++block) {
+      walk.walk(block);
     }
   });
 }

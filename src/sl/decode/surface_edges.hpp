@@ -4,21 +4,26 @@
 
 #include <vector>
 
-#include "sl/decode/scan_decoding.hpp"
+#include "core/progress.hpp"
+#include "sl/decode/decoding_settings.hpp"
+#include "sl/decode/scan_maps.hpp"
 #include "sl/decode/segments.hpp"
 
 namespace vorn::mv::sl {
 
-/// Makes the phase NaN in connected sets of grown pixels that touch a jump of the phase: by its phase alone a
-/// pixel there fits the surface on either side, and growth may have come from the wrong one.
+/// Closes connected sets of grown pixels that touch a jump of the phase: by its phase alone a pixel there
+/// fits the surface on either side, and growth may have come from the wrong one.
 /// @param runs working memory
-void dropDoubtfulGrowth(ScanDecodingBuffers& buffers, std::vector<Run>& runs);
+void dropDoubtfulGrowth(ScanMaps& maps, std::vector<Run>& runs);
 
-/// Sets `kept` to 255 at pixels of known phase that see one surface, else to 0.
+/// Closes the known pixels that do not see one surface alone, and writes the coordinates of the others.
 ///
 /// A pixel at the edge of a surface mixes the light of two, or of one and a shadow, and may show either
 /// coordinate. It is told by a jump of the absolute phase beside it, or by a loss of amplitude where the
 /// known phases end.
-void keepOffEdges(ScanDecodingBuffers& buffers);
+/// @param phaseImages P0 to P3
+/// @param coordinates takes projector pixels, `noPhase` where there is none
+void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
+                cv::Mat_<float>& coordinates, Progress const& progress);
 
 } // namespace vorn::mv::sl

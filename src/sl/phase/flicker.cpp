@@ -8,7 +8,6 @@
 
 #include <opencv2/core.hpp>
 
-#include "core/parallel.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv::sl {
@@ -23,22 +22,55 @@ constexpr double largestFactor = 0.2;
 /// where the images do not.
 constexpr double prior = 1e5;
 
-constexpr int steps = 4;
+constexpr std::size_t steps = 4;
 /// The sign of each step in I0 - I1 + I2 - I3.
 constexpr int sign[steps] = {1, -1, 1, -1};
 
 /// Sums over pixels of the products of their steps with each other; whole numbers, so exact in any order.
 using Products = std::array<std::array<std::int64_t, steps>, steps>;
 
-void addRow(uchar const* const* rows, uchar const* mask, int n, Products& products) {
+/// Pixels of a row whose sums are taken at a time: a sum of so many products fits 32 bits.
+constexpr int chunk = 512;
+using Levels = std::array<std::array<std::int16_t, chunk>, steps>;
+
+/// The levels of the well exposed pixels, 0 for the others.
+VORN_TARGET_CLONES
+void exposedLevels(std::array<uchar const*, steps> const& rows, int maxSum, int n, Levels& levels) {
+  constexpr int saturated = 255;
   for (int x = 0; x < n; ++x) {
-    if (mask[x] == 0) {
-      continue;
-    }
-    for (int i = 0; i < steps; ++i) {
-      for (int j = 0; j <= i; ++j) {
-        products[static_cast<std::size_t>(i)][static_cast<std::size_t>(j)] +=
-            static_cast<std::int64_t>(rows[i][x]) * rows[j][x];
+    int const v0 = rows[0][x];
+    int const v1 = rows[1][x];
+    int const v2 = rows[2][x];
+    int const v3 = rows[3][x];
+    bool const isExposed =
+        (v0 + v1 + v2 + v3 <= maxSum) & (std::max(std::max(v0, v1), std::max(v2, v3)) < saturated);
+    auto const all = static_cast<std::int16_t>(isExposed ? 255 : 0);
+    levels[0][static_cast<std::size_t>(x)] = static_cast<std::int16_t>(v0 & all);
+    levels[1][static_cast<std::size_t>(x)] = static_cast<std::int16_t>(v1 & all);
+    levels[2][static_cast<std::size_t>(x)] = static_cast<std::int16_t>(v2 & all);
+    levels[3][static_cast<std::size_t>(x)] = static_cast<std::int16_t>(v3 & all);
+  }
+}
+
+VORN_TARGET_CLONES
+std::int32_t product(std::int16_t const* a, std::int16_t const* b, int n) {
+  std::int32_t sum = 0;
+  for (int x = 0; x < n; ++x) {
+    sum += a[x] * b[x];
+  }
+  return sum;
+}
+
+void addRow(std::vector<cv::Mat> const& images, int y, int maxSum, Products& products) {
+  Levels levels;
+  int const width = images[0].cols;
+  for (int x = 0; x < width; x += chunk) {
+    int const n = std::min(chunk, width - x);
+    exposedLevels({images[0].ptr(y) + x, images[1].ptr(y) + x, images[2].ptr(y) + x, images[3].ptr(y) + x},
+                  maxSum, n, levels);
+    for (std::size_t i = 0; i < steps; ++i) {
+      for (std::size_t j = 0; j <= i; ++j) {
+        products[i][j] += product(levels[i].data(), levels[j].data(), n);
       }
     }
   }
@@ -48,21 +80,13 @@ constexpr float twoPi = 6.2831853F;
 /// Factors nearer to 1 than this move the phase by less than the rounding of its table.
 constexpr float negligible = 2e-5F;
 
-struct CorrectionRow {
-  uchar const* i0;
-  uchar const* i1;
-  uchar const* i2;
-  uchar const* i3;
-  float* phase;
-};
-
 VORN_TARGET_CLONES
-void correctRow(CorrectionRow const& row, std::array<float, 4> const& factors, int n) {
-  uchar const* const i0 = row.i0;
-  uchar const* const i1 = row.i1;
-  uchar const* const i2 = row.i2;
-  uchar const* const i3 = row.i3;
-  float* const phase = row.phase;
+void correctRow(std::array<uchar const*, 4> const& row, std::array<float, 4> const& factors, int n,
+                float* __restrict phase) {
+  uchar const* const i0 = row[0];
+  uchar const* const i1 = row[1];
+  uchar const* const i2 = row[2];
+  uchar const* const i3 = row[3];
   float const f0 = factors[0];
   float const f1 = factors[1];
   float const f2 = factors[2];
@@ -83,7 +107,7 @@ void correctRow(CorrectionRow const& row, std::array<float, 4> const& factors, i
     float const turned = phase[x] + (tangent - tangent * tangent * tangent * (1.0F / 3.0F));
     float const notBelow = turned < 0.0F ? turned + twoPi : turned;
     float const wrapped = notBelow >= twoPi ? notBelow - twoPi : notBelow;
-    phase[x] = phase[x] >= 0.0F ? wrapped : phase[x];
+    phase[x] = wrapped;
   }
 }
 
@@ -96,31 +120,24 @@ float correctedPhase(int i0, int i1, int i2, int i3, std::array<float, 4> const&
   return angle < 0.0F ? angle + twoPi : angle;
 }
 
-void correctFlicker(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& factors,
-                    cv::Mat_<float>& phase) {
-  if (std::all_of(factors.begin(), factors.end(),
-                  [](float factor) { return std::fabs(factor - 1.0F) < negligible; })) {
-    return;
-  }
-  parallelRows(phase.rows, [&](int firstRow, int endRow) {
-    for (int y = firstRow; y < endRow; ++y) {
-      correctRow({phaseImages[0].ptr(y), phaseImages[1].ptr(y), phaseImages[2].ptr(y), phaseImages[3].ptr(y),
-                  phase[y]},
-                 factors, phase.cols);
-    }
-  });
+bool isCorrection(std::array<float, 4> const& factors) {
+  return std::any_of(factors.begin(), factors.end(),
+                     [](float factor) { return std::fabs(factor - 1.0F) >= negligible; });
 }
 
-std::array<float, 4> flickerCorrection(std::vector<cv::Mat> const& phaseImages, cv::Mat_<uchar> const& mask) {
+void correctFlicker(std::array<uchar const*, 4> const& steps, std::array<float, 4> const& factors, int n,
+                    float* phase) {
+  correctRow(steps, factors, n, phase);
+}
+
+std::array<float, 4> flickerCorrection(std::vector<cv::Mat> const& phaseImages, int maxGrayLevel) {
   Products products{};
-  for (int y = 0; y < mask.rows; y += rowStep) {
-    uchar const* const rows[steps] = {phaseImages[0].ptr(y), phaseImages[1].ptr(y), phaseImages[2].ptr(y),
-                                      phaseImages[3].ptr(y)};
-    addRow(rows, mask[y], mask.cols, products);
+  for (int y = 0; y < phaseImages[0].rows; y += rowStep) {
+    addRow(phaseImages, y, static_cast<int>(steps) * maxGrayLevel, products);
   }
   cv::Matx44d gram;
-  for (int i = 0; i < steps; ++i) {
-    for (int j = 0; j < steps; ++j) {
+  for (int i = 0; i < 4; ++i) {
+    for (int j = 0; j < 4; ++j) {
       auto const row = static_cast<std::size_t>(std::max(i, j));
       auto const column = static_cast<std::size_t>(std::min(i, j));
       gram(i, j) = sign[i] * sign[j] * static_cast<double>(products[row][column]);

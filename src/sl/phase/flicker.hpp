@@ -16,15 +16,19 @@ namespace vorn::mv::sl {
 /// are those for which this holds best, in least squares over the well exposed pixels of every few rows; all
 /// are 1 where the images say nothing. 1 % of flicker would shift the phase by up to 1/100 of mean over
 /// amplitude.
-/// @param mask 0: left out
-std::array<float, 4> flickerCorrection(std::vector<cv::Mat> const& phaseImages, cv::Mat_<uchar> const& mask);
+/// @param maxGrayLevel pixels of a larger mean, and clipped ones, are left out
+std::array<float, 4> flickerCorrection(std::vector<cv::Mat> const& phaseImages, int maxGrayLevel);
 
 /// The phase, in [0, 2 pi), of a pixel's phase images after correction.
 float correctedPhase(int i0, int i1, int i2, int i3, std::array<float, 4> const& factors);
 
-/// Turns the phase of the uncorrected images into that of the corrected ones. Leaves negative phases.
+/// Whether the factors change the phase by more than the rounding of its table.
+bool isCorrection(std::array<float, 4> const& factors);
+
+/// Turns the phases of some pixels of the uncorrected images into those of the corrected ones.
+/// @param steps the four phase images at the first of the pixels
 /// @param phase [0, 2 pi), in place
-void correctFlicker(std::vector<cv::Mat> const& phaseImages, std::array<float, 4> const& factors,
-                    cv::Mat_<float>& phase);
+void correctFlicker(std::array<unsigned char const*, 4> const& steps, std::array<float, 4> const& factors,
+                    int n, float* phase);
 
 } // namespace vorn::mv::sl

@@ -8,7 +8,6 @@
 
 #include <opencv2/core.hpp>
 
-#include "core/parallel.hpp"
 #include "sl/decode/stack_checks.hpp"
 #include "sl/unwrap/region_growth.hpp"
 #include "sl/unwrap/unwrap_seeding.hpp"
@@ -16,9 +15,6 @@
 namespace vorn::mv {
 
 namespace {
-
-/// Part of the pixels that is gathered at a time. On most scans one batch takes all of them.
-constexpr std::size_t batchesPerMap = 16;
 
 /// Gathered pixels are numbered with 30 bits, and so are more of them than a map of this size has in a batch.
 constexpr std::size_t mostPixels = std::size_t{1} << 31;
@@ -30,24 +26,9 @@ void unwrap(UnwrapMaps const& maps, GrowthRegions& regions) {
   }
   UnwrapSeeding seeding(maps);
   for (int row = 1; row + 1 < maps.phase.rows; ++row) {
-    regions.addRow(seeding.nextRow(), maps.state.ptr<uchar>(row));
+    regions.addRow(seeding.nextRow(), maps.state.ptr<uchar>(row), unwrap_state::waiting);
   }
-  regions.layOut(static_cast<std::uint32_t>(maps.phase.total() / batchesPerMap));
-  for (int batch = 0; batch < regions.batchCount(); ++batch) {
-    regions.gather(batch, maps);
-    int const large = batch == 0 ? regions.largeCount() : 0;
-    parallelRows(large + regions.count(), [&](int first, int end) {
-      RegionGrowth growth(maps, regions);
-      for (int region = first; region < end; ++region) {
-        if (region < large) {
-          growth.growLarge(region);
-        } else {
-          growth.growGathered(region - large);
-        }
-      }
-    });
-    regions.writeBack(maps);
-  }
+  growRegions(maps, regions);
 }
 
 } // namespace

@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/unwrap/region_growth.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <limits>
+
+#include "sl/unwrap/order_growth.hpp"
 
 namespace vorn::mv {
 
@@ -47,9 +50,16 @@ Fit fitOrder(float wrapped, std::array<float, 4> const& known) {
   return bestDistance < piFloat ? Fit{best, true} : Fit{rejected, false};
 }
 
-void growGatheredPixel(GrowthPixel* pixels, std::uint32_t index, GrowthQueue& queue) {
+} // namespace
+
+template <class Maps>
+void RegionGrowth<Maps>::growGatheredPixel(GrowthPixel* pixels, std::uint32_t index) {
   GrowthPixel& pixel = pixels[index];
   Fit const fit = fitOrder(pixel.phase, pixel.known);
+  if (fit.isFound && !maps_.accepts(pixel.reading, fit.absolute)) {
+    pixel.state = unwrap_state::refused;
+    return;
+  }
   pixel.phase = fit.absolute;
   if (!fit.isFound) {
     return;
@@ -60,7 +70,7 @@ void growGatheredPixel(GrowthPixel* pixels, std::uint32_t index, GrowthQueue& qu
     told.known[side] = fit.absolute;
     if (told.state == unwrap_state::unreached) {
       told.state = unwrap_state::waiting;
-      queue.push(told.quality, neighbour);
+      queue_.push(told.quality, neighbour);
     }
   };
   if (pixel.hasLeft) {
@@ -77,9 +87,17 @@ void growGatheredPixel(GrowthPixel* pixels, std::uint32_t index, GrowthQueue& qu
   }
 }
 
-} // namespace
+/// Between two askings lie about a millisecond's turns.
+template <class Maps>
+void RegionGrowth<Maps>::askNowAndThen() {
+  constexpr std::uint32_t period = 8192;
+  if (++turns_ % period == 0) {
+    progress_.at("unwrapping", 0.5);
+  }
+}
 
-void RegionGrowth::growGathered(int region) {
+template <class Maps>
+void RegionGrowth<Maps>::growGathered(int region) {
   GrowthPixel* const pixels = regions_.pixels();
   queue_.clear();
   for (std::uint32_t k = regions_.begin(region); k < regions_.begin(region + 1); ++k) {
@@ -89,13 +107,15 @@ void RegionGrowth::growGathered(int region) {
   }
   queue_.sortSeeds();
   while (!queue_.empty()) {
-    growGatheredPixel(pixels, queue_.pop(), queue_);
+    growGatheredPixel(pixels, queue_.pop());
+    askNowAndThen();
   }
 }
 
 /// Keys for all seeds at once would be the larger part of the memory; indices, and keys for one band after
 /// the other, take half of it.
-void RegionGrowth::sortSeedsIntoBands(int region) {
+template <class Maps>
+void RegionGrowth<Maps>::sortSeedsIntoBands(int region) {
   constexpr std::size_t bandCount = std::size_t{1} << 16;
   constexpr unsigned int bandShift = 48;
   auto const bandOf = [](float quality) {
@@ -103,11 +123,10 @@ void RegionGrowth::sortSeedsIntoBands(int region) {
   };
   auto const forEachSeed = [&](auto const& visit) {
     regions_.forEachRunOfLarge(region, [&](int row, GrowthRegions::Run const& run) {
-      uchar const* const states = maps_.state.ptr<uchar>(row);
-      float const* const qualities = maps_.quality[row];
+      auto const pixels = maps_.row(row);
       for (int x = run.begin; x < run.end; ++x) {
-        if (states[x] == unwrap_state::waiting) {
-          visit(bandOf(qualities[x]), indexOf(row, x));
+        if (pixels.state(x) == unwrap_state::waiting) {
+          visit(bandOf(pixels.quality(x)), indexOf(row, x));
         }
       }
     });
@@ -124,9 +143,10 @@ void RegionGrowth::sortSeedsIntoBands(int region) {
   forEachSeed([&](std::size_t band, std::uint32_t index) { seeds_[bandEnds_[band]++] = index; });
 }
 
-void RegionGrowth::growLarge(int region) {
+template <class Maps>
+void RegionGrowth<Maps>::growLarge(int region) {
   sortSeedsIntoBands(region);
-  auto const columns = static_cast<std::uint32_t>(maps_.phase.cols);
+  auto const columns = static_cast<std::uint32_t>(maps_.size().width);
   std::uint32_t next = 0;
   queue_.clear();
   for (std::uint32_t const end : bandEnds_) {
@@ -136,56 +156,90 @@ void RegionGrowth::growLarge(int region) {
     queue_.clearSeeds();
     for (; next < end; ++next) {
       std::uint32_t const index = seeds_[next];
-      queue_.addSeed(maps_.quality[static_cast<int>(index / columns)][index % columns], index);
+      auto const row = maps_.row(static_cast<int>(index / columns));
+      queue_.addSeed(row.quality(static_cast<int>(index % columns)), index);
     }
     queue_.sortSeeds();
     while (queue_.hasSeeds()) {
       growMapPixel(queue_.pop());
+      askNowAndThen();
     }
   }
   while (!queue_.empty()) {
     growMapPixel(queue_.pop());
+    askNowAndThen();
   }
 }
 
-void RegionGrowth::growMapPixel(std::uint32_t index) {
-  cv::Size const size = maps_.phase.size();
+template <class Maps>
+void RegionGrowth<Maps>::growMapPixel(std::uint32_t index) {
+  cv::Size const size = maps_.size();
   int const row = static_cast<int>(index / static_cast<std::uint32_t>(size.width));
   int const column = static_cast<int>(index % static_cast<std::uint32_t>(size.width));
+  using Row = decltype(maps_.row(row));
   struct Neighbour {
+    Row pixels;
     int row;
     int column;
     bool isInside; ///< not on the border of the maps
   };
-  std::array<Neighbour, 4> const neighbours = {{{row, column - 1, column > 1},
-                                                {row, column + 1, column < size.width - 2},
-                                                {row - 1, column, row > 1},
-                                                {row + 1, column, row < size.height - 2}}};
-  std::array<uchar*, 4> states{};
+  Row const own = maps_.row(row);
+  std::array<Neighbour, 4> const neighbours = {
+      {{own, row, column - 1, column > 1},
+       {own, row, column + 1, column < size.width - 2},
+       {maps_.row(row - 1), row - 1, column, row > 1},
+       {maps_.row(row + 1), row + 1, column, row < size.height - 2}}};
   std::array<float, 4> known{};
-  for (std::size_t side = 0; side < neighbours.size(); ++side) {
-    Neighbour const& n = neighbours[side];
-    states[side] = maps_.state.ptr<uchar>(n.row) + n.column;
-    constexpr float none = std::numeric_limits<float>::quiet_NaN();
-    known[side] =
-        (*states[side] == unwrap_state::unwrapped) & n.isInside ? maps_.phase[n.row][n.column] : none;
-  }
-  float& phase = maps_.phase[row][column];
-  Fit const fit = fitOrder(phase, known);
-  phase = fit.absolute;
+  std::transform(neighbours.begin(), neighbours.end(), known.begin(), [](Neighbour const& n) {
+    return n.isInside ? n.pixels.known(n.column) : std::numeric_limits<float>::quiet_NaN();
+  });
+  Fit const fit = fitOrder(own.wrapped(column), known);
   if (!fit.isFound) {
+    own.settle(column, fit.absolute, unwrap_state::waiting);
     return;
   }
-  maps_.state.ptr<uchar>(row)[column] = unwrap_state::unwrapped;
-  for (std::size_t side = 0; side < neighbours.size(); ++side) {
-    Neighbour const& n = neighbours[side];
-    bool const isOpen = n.isInside && *states[side] == unwrap_state::unreached &&
-                        (maps_.mask.empty() || maps_.mask.ptr<uchar>(n.row)[n.column] != 0);
-    if (isOpen) {
-      *states[side] = unwrap_state::waiting;
-      queue_.push(maps_.quality[n.row][n.column], indexOf(n.row, n.column));
+  if (!maps_.accepts(own.reading(column), fit.absolute)) {
+    own.settle(column, fit.absolute, unwrap_state::refused);
+    return;
+  }
+  own.settle(column, fit.absolute, unwrap_state::unwrapped);
+  for (Neighbour const& n : neighbours) {
+    if (n.isInside && n.pixels.isOpen(n.column)) {
+      n.pixels.wait(n.column);
+      queue_.push(n.pixels.quality(n.column), indexOf(n.row, n.column));
     }
   }
 }
+
+namespace {
+
+/// Part of the pixels that is gathered at a time. On most scans one batch takes all of them.
+constexpr std::size_t batchesPerMap = 16;
+
+} // namespace
+
+template <class Maps>
+void growRegions(Maps const& maps, GrowthRegions& regions, Progress const& progress) {
+  regions.layOut(static_cast<std::uint32_t>(static_cast<std::size_t>(maps.size().area()) / batchesPerMap));
+  for (int batch = 0; batch < regions.batchCount(); ++batch) {
+    progress.at("unwrapping", static_cast<double>(batch) / regions.batchCount());
+    regions.gather(batch, maps);
+    int const large = batch == 0 ? regions.largeCount() : 0;
+    parallelRows(large + regions.count(), [&](int first, int end) {
+      RegionGrowth<Maps> growth(maps, regions, progress);
+      for (int region = first; region < end; ++region) {
+        if (region < large) {
+          growth.growLarge(region);
+        } else {
+          growth.growGathered(region - large);
+        }
+      }
+    });
+    regions.writeBack(maps);
+  }
+}
+
+template void growRegions(UnwrapMaps const&, GrowthRegions&, Progress const&);
+template void growRegions(sl::OrderMaps const&, GrowthRegions&, Progress const&);
 
 } // namespace vorn::mv

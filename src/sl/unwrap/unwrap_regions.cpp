@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 
 #include "core/bits.hpp"
-#include "core/parallel.hpp"
 
 namespace vorn::mv {
 
@@ -15,8 +13,6 @@ namespace {
 
 /// The label of a run that has none yet.
 constexpr std::uint32_t noLabel = 0xFFFFFFFFU;
-/// The label of runs that growth is done with: that of a region in which it does not start.
-constexpr std::uint32_t grownLabel = 0;
 
 /// Calls visit(x) for every x with marks[x] equal to 1, in order; the others are 0. `marks` is a multiple of
 /// eight bytes long.
@@ -45,7 +41,7 @@ void GrowthRegions::clear() {
   batches_.assign(1, 0);
 }
 
-void GrowthRegions::addRow(std::vector<uchar> const& open, uchar const* state) {
+void GrowthRegions::addRow(std::vector<uchar> const& open, uchar const* state, uchar waiting) {
   Run const* upper = rows_.back().begin;
   Run const* const endOfUpper = rows_.back().end;
   Run* const begin = runs_.room(open.size() / 2 + 1);
@@ -85,7 +81,7 @@ void GrowthRegions::addRow(std::vector<uchar> const& open, uchar const* state) {
       isSeeded = false;
     }
     run.end = x + 1;
-    isSeeded |= state[x] == unwrap_state::waiting;
+    isSeeded |= state[x] == waiting;
   });
   if (run.begin < run.end) {
     addRun();
@@ -146,54 +142,8 @@ void GrowthRegions::layOut(std::uint32_t limit) {
   batches_.push_back(starts_.size() - 1);
 }
 
-void GrowthRegions::gatherRow(int row, UnwrapMaps const& maps) const {
-  // An open pixel beside one of the region is of the region, so it is gathered, too.
-  auto const placeAt = [](Run const*& run, Run const* end, int column) {
-    while (run < end && run->end <= column) {
-      ++run;
-    }
-    return run < end && run->begin <= column ? run->placeOf(column) : noGrowthPixel;
-  };
-  int const lastColumn = maps.phase.cols - 2;
-  int const lastRow = maps.phase.rows - 2;
-  float const* const phases = maps.phase[row];
-  float const* const upperPhases = maps.phase[row - 1];
-  float const* const lowerPhases = maps.phase[row + 1];
-  float const* const qualities = maps.quality[row];
-  uchar const* const states = maps.state.ptr<uchar>(row);
-  uchar const* const upperStates = maps.state.ptr<uchar>(row - 1);
-  uchar const* const lowerStates = maps.state.ptr<uchar>(row + 1);
-  auto const known = [](float phase, uchar state, bool isInside) {
-    constexpr float none = std::numeric_limits<float>::quiet_NaN();
-    return (state == unwrap_state::unwrapped) & isInside ? phase : none;
-  };
-  Run const* upper = rowAt(row - 1).begin;
-  Run const* const endOfUpper = rowAt(row - 1).end;
-  Run const* lower = row < lastRow ? rowAt(row + 1).begin : nullptr;
-  Run const* const endOfLower = row < lastRow ? rowAt(row + 1).end : nullptr;
-  for (Run const* own = rowAt(row).begin; own < rowAt(row).end; ++own) {
-    Run const run = *own;
-    if (!run.isGathered()) {
-      continue;
-    }
-    GrowthPixel* out = pixels_ + run.placeOf(run.begin);
-    for (int x = run.begin; x < run.end; ++x, ++out) {
-      out->phase = phases[x];
-      out->quality = qualities[x];
-      out->known = {known(phases[x - 1], states[x - 1], x > 1),
-                    known(phases[x + 1], states[x + 1], x < lastColumn),
-                    known(upperPhases[x], upperStates[x], row > 1),
-                    known(lowerPhases[x], lowerStates[x], row < lastRow)};
-      out->upper = placeAt(upper, endOfUpper, x);
-      out->lower = placeAt(lower, endOfLower, x);
-      out->hasLeft = x > run.begin;
-      out->hasRight = x + 1 < run.end;
-      out->state = states[x];
-    }
-  }
-}
-
-void GrowthRegions::gather(int batch, UnwrapMaps const& maps) {
+/// Numbers the pixels of a batch.
+void GrowthRegions::placeBatch(int batch) {
   firstRegion_ = batches_[static_cast<std::size_t>(batch)];
   endRegion_ = batches_[static_cast<std::size_t>(batch) + 1];
   std::uint32_t const begin = starts_[firstRegion_];
@@ -208,31 +158,6 @@ void GrowthRegions::gather(int batch, UnwrapMaps const& maps) {
     }
   }
   pixels_ = memory_.provide(end - begin);
-  parallelRows(maps.phase.rows - 2, [&](int firstRow, int endRow) {
-    for (int row = firstRow + 1; row < endRow + 1; ++row) {
-      gatherRow(row, maps);
-    }
-  });
-}
-
-void GrowthRegions::writeBack(UnwrapMaps const& maps) {
-  parallelRows(maps.phase.rows - 2, [&](int firstRow, int endRow) {
-    for (int row = firstRow + 1; row < endRow + 1; ++row) {
-      float* const phases = maps.phase[row];
-      uchar* const states = maps.state.ptr<uchar>(row);
-      for (Run* run = rowAt(row).begin; run < rowAt(row).end; ++run) {
-        if (!run->isGathered()) {
-          continue;
-        }
-        GrowthPixel const* pixel = pixels_ + run->placeOf(run->begin);
-        for (int x = run->begin; x < run->end; ++x, ++pixel) {
-          phases[x] = pixel->phase;
-          states[x] = pixel->state;
-        }
-        run->region = grownLabel;
-      }
-    }
-  });
 }
 
 } // namespace vorn::mv

@@ -2,32 +2,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
 
 #include "core/large_array.hpp"
+#include "core/parallel.hpp"
 #include "sl/unwrap/unwrap_seeding.hpp"
 
 namespace vorn::mv {
 
 /// No pixel, where the index of one is asked for.
 constexpr std::uint32_t noGrowthPixel = 0xFFFFFFFFU;
-
-/// A pixel that growth may give a phase, with all that growth asks of its surroundings.
-struct GrowthPixel {
-  float phase; ///< wrapped, then absolute or -1
-  float quality;
-  std::array<float, 4>
-      known;           ///< absolute phases of the left, right, upper and lower neighbour; NaN: none yet
-  std::uint32_t upper; ///< index; `noGrowthPixel`: closed to growth
-  std::uint32_t lower;
-  bool hasLeft; ///< the left neighbour is the pixel before
-  bool hasRight;
-  uchar state;
-};
 
 /// The pixels that growth may reach, in regions.
 ///
@@ -36,7 +24,7 @@ struct GrowthPixel {
 /// together it fits the caches. That takes memory, so regions are gathered in batches; one that exceeds a
 /// batch fits no cache either way and is left in the maps.
 ///
-/// Takes 36 bytes for each pixel of a batch and 12 for each run of pixels in a row.
+/// Takes 40 bytes for each pixel of a batch and 12 for each run of pixels in a row.
 class GrowthRegions {
 public:
   /// Pixels begin <= x < end of a row.
@@ -57,16 +45,19 @@ public:
   void clear();
 
   /// Takes the pixels of the next row, from the second row on; `open` as `UnwrapSeeding::nextRow` returns it.
-  void addRow(std::vector<uchar> const& open, uchar const* state);
+  /// @param waiting the state of the pixels that growth starts from
+  void addRow(std::vector<uchar> const& open, uchar const* state, uchar waiting);
 
   /// After the last row: divides the regions that growth starts in into batches of at most `limit` pixels.
   void layOut(std::uint32_t limit);
 
   int batchCount() const { return static_cast<int>(batches_.size()) - 1; }
   /// Takes from the maps what growth asks of the pixels of a batch.
-  void gather(int batch, UnwrapMaps const& maps);
+  template <class Maps>
+  void gather(int batch, Maps const& maps);
   /// Puts phases and states of the gathered pixels back into the maps.
-  void writeBack(UnwrapMaps const& maps);
+  template <class Maps>
+  void writeBack(Maps const& maps);
 
   /// The gathered pixels, region after region, in row order within each.
   GrowthPixel* pixels() const { return pixels_; }
@@ -93,6 +84,9 @@ public:
   }
 
 private:
+  /// The label of runs that growth is done with: that of a region in which it does not start.
+  static constexpr std::uint32_t grownLabel = 0;
+
   struct Label {
     std::uint32_t parent; ///< the label itself in the one that stands for a region
     /// In pixels; of a region then the number of its next pixel, counted over all batches, or `noGrowthPixel`
@@ -110,7 +104,9 @@ private:
   std::uint32_t regionOf(std::uint32_t label);
   void unite(std::uint32_t a, std::uint32_t b);
   void settleLabels();
-  void gatherRow(int row, UnwrapMaps const& maps) const;
+  void placeBatch(int batch);
+  template <class Maps>
+  void gatherRow(int row, Maps const& maps) const;
   Row const& rowAt(int row) const { return rows_[static_cast<std::size_t>(row)]; }
 
   RowStore<Run> runs_;
@@ -124,5 +120,74 @@ private:
   ReusedArray<GrowthPixel> memory_;
   GrowthPixel* pixels_ = nullptr;
 };
+
+template <class Maps>
+void GrowthRegions::gatherRow(int row, Maps const& maps) const {
+  // An open pixel beside one of the region is of the region, so it is gathered, too.
+  auto const placeAt = [](Run const*& run, Run const* end, int column) {
+    while (run < end && run->end <= column) {
+      ++run;
+    }
+    return run < end && run->begin <= column ? run->placeOf(column) : noGrowthPixel;
+  };
+  constexpr float none = std::numeric_limits<float>::quiet_NaN();
+  int const lastColumn = maps.size().width - 2;
+  int const lastRow = maps.size().height - 2;
+  auto const here = maps.row(row);
+  auto const above = maps.row(row - 1);
+  auto const below = maps.row(row + 1);
+  Run const* upper = rowAt(row - 1).begin;
+  Run const* const endOfUpper = rowAt(row - 1).end;
+  Run const* lower = row < lastRow ? rowAt(row + 1).begin : nullptr;
+  Run const* const endOfLower = row < lastRow ? rowAt(row + 1).end : nullptr;
+  for (Run const* own = rowAt(row).begin; own < rowAt(row).end; ++own) {
+    Run const run = *own;
+    if (!run.isGathered()) {
+      continue;
+    }
+    GrowthPixel* out = pixels_ + run.placeOf(run.begin);
+    for (int x = run.begin; x < run.end; ++x, ++out) {
+      out->phase = here.wrapped(x);
+      out->quality = here.quality(x);
+      out->known = {x > 1 ? here.known(x - 1) : none, x < lastColumn ? here.known(x + 1) : none,
+                    row > 1 ? above.known(x) : none, row < lastRow ? below.known(x) : none};
+      out->upper = placeAt(upper, endOfUpper, x);
+      out->lower = placeAt(lower, endOfLower, x);
+      out->reading = here.reading(x);
+      out->hasLeft = x > run.begin;
+      out->hasRight = x + 1 < run.end;
+      out->state = here.state(x);
+    }
+  }
+}
+
+template <class Maps>
+void GrowthRegions::gather(int batch, Maps const& maps) {
+  placeBatch(batch);
+  parallelRows(maps.size().height - 2, [&](int firstRow, int endRow) {
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      gatherRow(row, maps);
+    }
+  });
+}
+
+template <class Maps>
+void GrowthRegions::writeBack(Maps const& maps) {
+  parallelRows(maps.size().height - 2, [&](int firstRow, int endRow) {
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      auto const out = maps.row(row);
+      for (Run* run = rowAt(row).begin; run < rowAt(row).end; ++run) {
+        if (!run->isGathered()) {
+          continue;
+        }
+        GrowthPixel const* pixel = pixels_ + run->placeOf(run->begin);
+        for (int x = run->begin; x < run->end; ++x, ++pixel) {
+          out.settle(x, pixel->phase, pixel->state);
+        }
+        run->region = grownLabel;
+      }
+    }
+  });
+}
 
 } // namespace vorn::mv

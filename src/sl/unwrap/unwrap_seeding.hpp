@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
@@ -14,7 +16,23 @@ namespace unwrap_state {
 constexpr uchar unreached = 0;
 constexpr uchar waiting = 95;
 constexpr uchar unwrapped = 255;
+/// Its order contradicts what else is known of it.
+constexpr uchar refused = 1;
 } // namespace unwrap_state
+
+/// A pixel that growth may give a phase, with all that growth asks of its surroundings.
+struct GrowthPixel {
+  float phase; ///< wrapped, then absolute or -1
+  float quality;
+  std::array<float, 4>
+      known;           ///< absolute phases of the left, right, upper and lower neighbour; NaN: none yet
+  std::uint32_t upper; ///< index; `noGrowthPixel`: closed to growth
+  std::uint32_t lower;
+  std::uint32_t reading; ///< what else is known of the pixel, for those maps that hold it against its phase
+  bool hasLeft;          ///< the left neighbour is the pixel before
+  bool hasRight;
+  uchar state; ///< as in `unwrap_state`
+};
 
 /// The maps of one unwrapping, all of one size; the mask may be empty.
 struct UnwrapMaps {
@@ -23,6 +41,38 @@ struct UnwrapMaps {
   cv::Mat& state;
   cv::Mat const& code;
   cv::Mat const& mask;
+
+  cv::Size size() const { return phase.size(); }
+
+  /// A row as growth sees it.
+  struct Row {
+    float* phases;
+    float const* qualities;
+    uchar* states;
+    uchar const* mask; ///< null: none
+
+    float wrapped(int x) const { return phases[x]; }
+    float quality(int x) const { return qualities[x]; }
+    std::uint32_t reading(int /*x*/) const { return 0; }
+    uchar state(int x) const { return states[x]; }
+    /// The absolute phase; NaN where the pixel is not unwrapped.
+    float known(int x) const {
+      return states[x] == unwrap_state::unwrapped ? phases[x] : std::numeric_limits<float>::quiet_NaN();
+    }
+    bool isOpen(int x) const {
+      return states[x] == unwrap_state::unreached && (mask == nullptr || mask[x] != 0);
+    }
+    void wait(int x) const { states[x] = unwrap_state::waiting; }
+    void settle(int x, float absolute, uchar state) const {
+      phases[x] = absolute;
+      states[x] = state;
+    }
+  };
+  Row row(int y) const {
+    return {phase[y], quality[y], state.ptr<uchar>(y), mask.empty() ? nullptr : mask.ptr<uchar>(y)};
+  }
+  /// Whether what else is known of a pixel agrees with an absolute phase.
+  static bool accepts(std::uint32_t /*reading*/, float /*absolute*/) { return true; }
 };
 
 /// The first half of phase unwrapping, row after row from the second to the last but one: trusted pixels get

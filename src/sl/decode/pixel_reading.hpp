@@ -1,0 +1,72 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include "sl/decode/decoding_settings.hpp"
+
+namespace vorn::mv::sl {
+
+/// Where the phases of a row come from.
+enum class PhaseSource {
+  Images, ///< they are decoded
+  Map     ///< they are in the row already, smoothed
+};
+
+/// What is read from a row of images; each array of the images' width.
+struct PixelRow {
+  float* wrapped;   ///< phase in [0, 2 pi), or `noPhase`
+  short* candidate; ///< order of the fringe that the pixel's own code tells for certain, or `noOrder`
+  int* reading;     ///< a `CodeReading`
+  uchar* contrast;  ///< 255: the code images range over "minContrast" at least
+  uchar* state;     ///< closed, open, or of unsettled contrast
+};
+
+/// Reads all that the images of one scan tell of a pixel by itself, in one pass over them.
+///
+/// There are two middles between bright and dark: that of the range of the code images, and the mean of the
+/// phase images, which is right also at a stripe border where no code image is dark. A code is certain where
+/// every image is far from both, and the phase is not at the place where the code changes.
+class PixelReader {
+public:
+  /// @param images  P0, P1, P2, P3, reference, planes; must outlive the reader
+  /// @param flicker as from `flickerCorrection`
+  PixelReader(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings,
+              std::array<float, 4> const& flicker);
+
+  void read(int y, PhaseSource source, PixelRow const& row) const;
+
+  /// The phases of a row alone, as `read` finds them in the images.
+  void readPhases(int y, float* wrapped) const;
+
+private:
+  struct Limits {
+    float magnitude;      ///< least
+    float weakExcess;     ///< by how much more a pixel needs whose code images do not range far enough
+    float residualFactor; ///< largest inconsistency of the four steps, in parts of the magnitude
+    float border;         ///< phase at which the code changes
+    float borderZone;     ///< phases nearer to it than this are not trusted
+    float marginWeight;   ///< 0: images near their threshold are trusted, too
+    int maxSum;           ///< of the phase images
+    int minContrast;
+    int maxOrder;
+    int laterBits; ///< of a word: those of the planes
+    bool usesRangeOnly;
+  };
+
+  std::vector<cv::Mat> const& images_;
+  std::array<float, 4> flicker_;
+  bool hasFlicker_;
+  Limits limits_;
+
+  struct Chunk;
+  void exposeAndDecode(int y, int x0, int n, Chunk& chunk, float* wrapped) const;
+  void readCode(int y, int x0, int n, Chunk& chunk, uchar* contrast) const;
+  void judge(int y, int x0, int n, Chunk const& chunk, PixelRow const& row) const;
+};
+
+} // namespace vorn::mv::sl

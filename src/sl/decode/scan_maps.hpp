@@ -1,0 +1,61 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <limits>
+
+#include <opencv2/core/mat.hpp>
+
+#include "sl/decode/pixel_state.hpp"
+#include "sl/unwrap/unwrap_regions.hpp"
+
+namespace vorn::mv::sl {
+
+/// A map with some more pixels on every side: neighbours can be read without asking whether they exist.
+template <class T>
+struct PaddedMap {
+  static constexpr int pad = 2;
+
+  cv::Mat_<T> whole;
+  cv::Mat_<T> inner;
+
+  /// Keeps the buffer when the size is the same; writes `border` around the inner part.
+  void create(cv::Size size, T border) {
+    whole.create(size.height + 2 * pad, size.width + 2 * pad);
+    inner = whole(cv::Rect(cv::Point(pad, pad), size));
+    whole.rowRange(0, pad).setTo(border);
+    whole.rowRange(whole.rows - pad, whole.rows).setTo(border);
+    whole.colRange(0, pad).setTo(border);
+    whole.colRange(whole.cols - pad, whole.cols).setTo(border);
+  }
+};
+
+/// The wrapped phase of a pixel that is clipped or outside the image.
+constexpr float noPhase = -1.0F;
+/// The absolute phase of a pixel whose order is not known.
+constexpr float unknownPhase = std::numeric_limits<float>::quiet_NaN();
+constexpr short noOrder = -1;
+
+/// The maps of one decoding, kept between scans: fresh memory costs more than a pass over it. Each has one
+/// meaning throughout.
+struct ScanMaps {
+  PaddedMap<float> wrapped; ///< phase in [0, 2 pi); `noPhase`: none
+  PaddedMap<short>
+      order; ///< of the fringe, where `state` is known: the absolute phase is wrapped + 2 pi order
+  PaddedMap<uchar> state;   ///< as in `pixel_state`
+  PaddedMap<int> reading;   ///< of the pixel's code images, as a `CodeReading`
+  cv::Mat_<uchar> contrast; ///< 255: the pixel's code images range far enough
+  GrowthRegions growth;
+
+  void create(cv::Size size) {
+    wrapped.create(size, noPhase);
+    order.create(size, noOrder);
+    state.create(size, pixel_state::noCode);
+    reading.create(size, 0);
+    contrast.create(size);
+  }
+
+  cv::Size size() const { return state.inner.size(); }
+};
+
+} // namespace vorn::mv::sl
