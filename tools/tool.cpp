@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <vorn/core/system.hpp>
 #include <vorn/mv/core/library.hpp>
 
 #include "tools/commands/commands.hpp"
@@ -29,7 +30,8 @@ std::string oneLine(std::string text) {
 
 int runTool(std::vector<std::string> arguments) {
   auto const program = makeProgram();
-  mv::Library::init();
+  mv::Library::start(false);
+  System::setMessageSink([](std::string const& /*text*/) {}); // commands say themselves what they did
   // The parser takes the arguments last first.
   std::reverse(arguments.begin(), arguments.end());
   try {

@@ -11,9 +11,11 @@
 #include <vorn/core/export.hpp>
 #include <vorn/core/filter_chain.hpp>
 #include <vorn/core/interfaces.hpp>
+#include <vorn/core/json_file.hpp>
 #include <vorn/core/object.hpp>
 #include <vorn/core/observer.hpp>
 #include <vorn/core/property.hpp>
+#include <vorn/core/property_arithmetic.hpp>
 #include <vorn/core/property_set.hpp>
 #include <vorn/core/registry.hpp>
 #include <vorn/core/system.hpp>
@@ -24,6 +26,7 @@
 #include <vorn/graphic/obj_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/mv/calib/adjustment.hpp>
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
@@ -36,6 +39,7 @@
 #include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/calib/stereo_points.hpp>
 #include <vorn/mv/calib/stereo_rectification.hpp>
+#include <vorn/mv/calib/target_shape.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
@@ -56,7 +60,11 @@
 #include <vorn/mv/imaging/morphology_filters.hpp>
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 #include <vorn/mv/imaging/threshold_filters.hpp>
+#include <vorn/mv/measure/amat.hpp>
+#include <vorn/mv/measure/color_map.hpp>
 #include <vorn/mv/measure/fit.hpp>
+#include <vorn/mv/measure/histogram.hpp>
+#include <vorn/mv/measure/mark.hpp>
 #include <vorn/mv/measure/raster_font.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>

@@ -21,6 +21,12 @@
 namespace vorn::mv {
 
 struct CameraModel::Private : Record<CameraModel::Private> {
+  // K and D are handed out, and a copy of a matrix's header may change the pixels: every model has its own.
+  Private() { isNeverShared = true; }
+  Private(Private const& other)
+      : Record(other), K(other.K.clone()), D(other.D.clone()), resolution(other.resolution),
+        calibError(other.calibError) {}
+
   cv::Mat K;
   cv::Mat D;
   cv::Size resolution;

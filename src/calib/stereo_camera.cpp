@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/calib/stereo_camera.hpp>
 
-#include <iostream>
+#include <sstream>
+#include <string>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
+#include <vorn/core/system.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
@@ -20,6 +22,8 @@
 namespace vorn::mv {
 
 struct StereoCamera::Private : Record<StereoCamera::Private, PropertySetBase::Private> {
+  Private() { isNeverShared = true; } // as the camera models in it
+
   CameraModel model0;
   CameraModel model1;
   cv::Matx44d cam0_from_cam1 = cv::Matx44d::eye();
@@ -41,9 +45,9 @@ void checkSameViews(CameraCalibData const& data0, CameraCalibData const& data1) 
 }
 
 cv::Mat_<cv::Vec2f> mapOf(CameraModel const& model, char const* camera) {
-  std::cout << "Calculating " << camera << " distortion map...\n";
+  System::message(std::string("Calculating ") + camera + " distortion map...\n");
   cv::Mat_<cv::Vec2f> map = undistortedMap(model.getK(), model.getD(), model.getResolution());
-  std::cout << "DONE\n";
+  System::message("DONE\n");
   return map;
 }
 
@@ -66,14 +70,16 @@ void StereoCamera::calib(CameraCalibData& data0, CameraCalibData& data1) {
   CameraModel model1 = getCameraModel1();
   CameraCalibData calibrated0 = data0;
   CameraCalibData calibrated1 = data1;
-  std::cout << "Calibrating camera0...\n";
+  System::message("Calibrating camera0...\n");
   double const error0 = model0.calib(calibrated0, maxIterations);
-  std::cout << "Calibrating camera1...\n";
+  System::message("Calibrating camera1...\n");
   double const error1 = model1.calib(calibrated1, maxIterations);
 
-  std::cout << "Calculating proj->cam transformation\n";
+  System::message("Calculating proj->cam transformation\n");
   auto const cam0_from_cam1 = meanTransform(calibrated0.getPoses(), calibrated1.getPoses());
-  std::cout << "R_pc:" << math::getR3(cam0_from_cam1) << "\np_pc:" << math::getT3(cam0_from_cam1) << "\n";
+  std::ostringstream message;
+  message << "R_pc:" << math::getR3(cam0_from_cam1) << "\np_pc:" << math::getT3(cam0_from_cam1) << "\n";
+  System::message(message.str());
 
   auto& own = static_cast<Private&>(ownRecord());
   own.model0 = model0;

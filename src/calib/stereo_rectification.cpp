@@ -14,6 +14,7 @@
 
 #include "calib/camera_model_of.hpp"
 #include "calib/projection.hpp"
+#include "calib/rotation_vector.hpp"
 #include "core/error.hpp"
 #include "core/parallel.hpp"
 
@@ -49,8 +50,7 @@ struct Turns {
 /// (Bouguet's scheme).
 Turns turnsOf(cv::Matx44d const& cam0_from_cam1) {
   cv::Matx44d const cam1_from_cam0 = cam0_from_cam1.inv();
-  cv::Vec3d angle;
-  cv::Rodrigues(math::getR3(cam1_from_cam0), angle);
+  cv::Vec3d const angle = rotationVector(math::getR3(cam1_from_cam0));
   cv::Matx33d half_from_cam0;
   cv::Matx33d half_from_cam1;
   cv::Rodrigues(angle / 2, half_from_cam0);

@@ -71,5 +71,13 @@ void checkEnumIndex(int index, std::vector<std::string> const& items, std::strin
   }
 }
 
+void checkEnumClass(IEnum const& value, IEnum const& wanted) {
+  if (value.getClassName() != wanted.getClassName()) {
+    throw error("\"" + value.toString() + "\" is an item of " + value.getClassName() + ", not of " +
+                    wanted.getClassName(),
+                "Property");
+  }
+}
+
 } // namespace detail
 } // namespace vorn

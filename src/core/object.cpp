@@ -21,7 +21,7 @@ ObjectBase::Private* shared(ObjectBase::Private* record) {
   if (record == nullptr) {
     return nullptr;
   }
-  if (record->lent) {
+  if (record->lent || record->isNeverShared) {
     return record->clone();
   }
   record->count.fetch_add(1, std::memory_order_relaxed);

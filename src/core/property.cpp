@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <ostream>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -216,6 +217,19 @@ void Property::write(nlohmann::json& json) const {
     json = value_.toString();
     break;
   }
+}
+
+namespace detail {
+
+double quotient(double dividend, double divisor, bool areWhole) {
+  double const quotient = dividend / divisor;
+  return areWhole ? std::trunc(quotient) : quotient;
+}
+
+} // namespace detail
+
+std::ostream& operator<<(std::ostream& stream, Property const& p) {
+  return stream << p.getValue().toString();
 }
 
 } // namespace vorn

@@ -131,8 +131,12 @@ std::vector<std::string> PropertySetBase::getPropertyNames() const {
 }
 
 std::vector<Property*> const& PropertySetBase::getProperties() const {
+  return properties(record()).properties();
+}
+
+std::vector<Property*> const& PropertySetBase::getProperties() {
   // The pointers allow changes, so this record must stay this object's alone from now on.
-  return properties(const_cast<PropertySetBase*>(this)->lendRecord()).properties();
+  return properties(lendRecord()).properties();
 }
 
 void PropertySetBase::read(nlohmann::json const& json) {

@@ -11,11 +11,36 @@ namespace vorn {
 
 namespace {
 
+/// Where texts go: to a function that the host gave, or to a stream.
+class Channel {
+public:
+  explicit Channel(std::ostream& stream) : stream_(stream) {}
+
+  void write(std::string const& text) {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    if (sink_) {
+      sink_(text);
+    } else {
+      stream_ << text << std::flush;
+    }
+  }
+
+  void direct(std::function<void(std::string const&)> sink) {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    sink_ = std::move(sink);
+  }
+
+private:
+  std::mutex mutex_;
+  std::ostream& stream_;
+  std::function<void(std::string const&)> sink_;
+};
+
 struct State {
   std::mutex mutex;
   std::map<std::string, Variant> values;
-  std::mutex sinkMutex;
-  std::function<void(std::string const&)> sink;
+  Channel log{std::cerr};
+  Channel messages{std::cout};
 };
 
 State& state() {
@@ -38,17 +63,19 @@ void System::set(std::string const& key, Variant value) {
 }
 
 void System::log(std::string const& text) {
-  std::lock_guard<std::mutex> const lock(state().sinkMutex);
-  if (state().sink) {
-    state().sink(text);
-  } else {
-    std::cerr << text << std::flush;
-  }
+  state().log.write(text);
 }
 
 void System::setLogSink(std::function<void(std::string const&)> sink) {
-  std::lock_guard<std::mutex> const lock(state().sinkMutex);
-  state().sink = std::move(sink);
+  state().log.direct(std::move(sink));
+}
+
+void System::message(std::string const& text) {
+  state().messages.write(text);
+}
+
+void System::setMessageSink(std::function<void(std::string const&)> sink) {
+  state().messages.direct(std::move(sink));
 }
 
 } // namespace vorn

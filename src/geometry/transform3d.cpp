@@ -2,8 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/geometry/transform3d.hpp>
 
+#include <opencv2/core.hpp>
+
 #include <vorn/mv/geometry/rotation.hpp>
 #include <vorn/mv/geometry/transform.hpp>
+
+#include "core/error.hpp"
 
 namespace vorn::mv {
 
@@ -56,6 +60,28 @@ std::vector<cv::Point3f> Transform3D::transformPoints(std::vector<cv::Point3f> c
     result.emplace_back(row(0), row(1), row(2));
   }
   return result;
+}
+
+Transform3D Transform3D::inverse() const {
+  bool isInvertible = false;
+  cv::Matx33d const inverse = R3().inv(cv::DECOMP_LU, &isInvertible);
+  cv::Vec3d const translation = -(inverse * T3());
+  double sum = 0.0;
+  for (double const entry : inverse.val) {
+    sum += entry * 0.0;
+  }
+  if (!isInvertible || sum != 0.0) {
+    throw error("The transform has no inverse", "Transform3D");
+  }
+  return {inverse, translation};
+}
+
+Transform3D Transform3D::operator*(Transform3D const& other) const {
+  return Transform3D(matrix_ * other.matrix_);
+}
+
+cv::Point3d Transform3D::operator*(cv::Point3d const& point) const {
+  return cv::Point3d(R3() * cv::Vec3d(point.x, point.y, point.z) + T3());
 }
 
 } // namespace vorn::mv

@@ -2,10 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 
-#include <iostream>
+#include <string>
 #include <utility>
 
 #include <nlohmann/json.hpp>
+
+#include <vorn/core/system.hpp>
 
 #include "core/error.hpp"
 #include "core/parallel.hpp"
@@ -58,7 +60,7 @@ OutlierFilter::OutlierFilter()
 
 void OutlierFilter::operator()(PointCloud& cloud) {
   int const removed = cloud.clean(floatOf(*this, "Radius"), intOf(*this, "MinNeighbourCount"));
-  std::cout << "Removed " << removed << " points.\n" << std::flush;
+  System::message("Removed " + std::to_string(removed) + " points.\n");
 }
 
 SmallClusterFilter::SmallClusterFilter()
@@ -129,11 +131,11 @@ UniformSampler::UniformSampler() : FilterBase({new Property("Radius", 0.5, 0.05,
 
 void UniformSampler::operator()(PointCloud& cloud) {
   cloud.checkSizes();
-  std::cout << "Thinning " << cloud.presentCount() << " points...\n" << std::flush;
+  System::message("Thinning " + std::to_string(cloud.presentCount()) + " points...\n");
   cloud.saveState();
   deleteDensePoints(cloud, floatOf(*this, "Radius"));
   cloud.markUncontinuous();
-  std::cout << "Kept " << cloud.presentCount() << " points.\n" << std::flush;
+  System::message("Kept " + std::to_string(cloud.presentCount()) + " points.\n");
 }
 
 } // namespace vorn::mv::pc

@@ -17,6 +17,7 @@
 #include "core/parallel.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/rigid_motion.hpp"
+#include "pointcloud/texture_colors.hpp"
 
 namespace vorn::mv {
 
@@ -40,12 +41,8 @@ cv::Mat_<To> gridOf(std::vector<From> const& list, int rows, Convert const& conv
   return grid;
 }
 
-// Files and graphic objects hold red, green, blue; textures blue, green, red like every OpenCV image.
-cv::Vec3b textureFromColor(cv::Vec4b const& color) {
-  return {color[2], color[1], color[0]};
-}
-cv::Vec4b colorFromTexture(cv::Vec3b const& texture) {
-  return {texture[2], texture[1], texture[0], 255};
+bool isSameMatrix(cv::Mat const& a, cv::Mat const& b) {
+  return a.data == b.data && a.size() == b.size() && a.step[0] == b.step[0];
 }
 
 } // namespace
@@ -102,12 +99,25 @@ PointCloud& PointCloud::operator=(PointCloud&& other) noexcept = default;
 
 PointCloud::~PointCloud() = default;
 
-void PointCloud::dropOctree() {
+PointCloud PointCloud::clone() const {
+  PointCloud copy(*this);
+  copy.points_ = points_.clone();
+  copy.normals_ = normals_.clone();
+  copy.texture_ = texture_.clone();
+  copy.state_ = state_.clone();
+  copy.auxMask_ = auxMask_.clone();
+  for (auto& [name, values] : copy.fields_) {
+    values = values.clone();
+  }
+  copy.revision_ = std::make_shared<Revision>();
+  return copy;
+}
+
+void PointCloud::markChanged() {
   if (revision_ == nullptr) {
     revision_ = std::make_shared<Revision>();
   }
   ++revision_->number;
-  octree_.reset();
 }
 
 void PointCloud::checkSizes() const {
@@ -129,7 +139,7 @@ void PointCloud::checkSizes() const {
 }
 
 cv::Mat_<cv::Vec3f>& PointCloud::points() {
-  dropOctree();
+  markChanged();
   return points_;
 }
 
@@ -139,11 +149,16 @@ std::size_t PointCloud::presentCount() const {
 
 GridOctree const& PointCloud::octree() {
   std::size_t const revision = revision_ == nullptr ? 0 : revision_->number.load();
-  if (octree_ == nullptr || octreeRevision_ != revision) {
+  if (octree_ == nullptr || octreeRevision_ != revision || !isSameMatrix(octreePoints_, points_)) {
     Timer timer;
-    auto tree = std::make_unique<GridOctree>();
-    tree->init(points_, GridOctree::Param(32, false, 0.0F));
-    octree_ = std::move(tree);
+    if (octree_ == nullptr) {
+      octree_ = std::make_unique<GridOctree>();
+    }
+    // Built anew in its place: references to the tree stay good.
+    octree_->clear();
+    octreePoints_.release();
+    octree_->init(points_, GridOctree::Param(32, false, 0.0F));
+    octreePoints_ = points_;
     octreeRevision_ = revision;
     if (Library::getEnableDebug()) {
       std::ostringstream message;
@@ -185,7 +200,7 @@ void PointCloud::calcBoundingBox() {
 void PointCloud::applyTransform() {
   checkSizes();
   if (!isEmpty()) {
-    dropOctree();
+    markChanged();
     RigidMotion const motion(transform_);
     parallelRows(points_.rows, [&](int firstRow, int endRow) {
       for (int row = firstRow; row < endRow; ++row) {

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <iostream>
 #include <limits>
 #include <opencv2/core.hpp>
+#include <sstream>
+#include <string>
 #include <vector>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
+#include <vorn/core/system.hpp>
 #include <vorn/core/timer.hpp>
 
 #include "core/parallel.hpp"
@@ -141,7 +143,7 @@ void PointCloud::markEdgePoints(float radius, int minNeighbours) {
   if (isEmpty()) {
     return;
   }
-  std::cout << "Marking edge points...\n" << std::flush;
+  System::message("Marking edge points...\n");
   Timer timer;
   GridOctree const& tree = octree();
   cv::Mat_<uchar> isEdge(points_.size(), uchar{0});
@@ -158,8 +160,8 @@ void PointCloud::markEdgePoints(float radius, int minNeighbours) {
   if (hasTexture()) {
     texture_.setTo(cv::Scalar(255, 255, 255), isEdge);
   }
-  std::cout << "Edge point count: " << cv::countNonZero(isEdge) << "\nFinished in " << timer << "\n"
-            << std::flush;
+  System::message("Edge point count: " + std::to_string(cv::countNonZero(isEdge)) + "\nFinished in " +
+                  timer.toString() + "\n");
 }
 
 cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
@@ -187,7 +189,9 @@ cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
     }
   }
   double const sigma = count == 0 ? 0.0 : std::sqrt(sumOfSquares / static_cast<double>(count));
-  std::cout << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << "\n" << std::flush;
+  std::ostringstream message;
+  message << "N=" << count << "\nMean=" << mean << " mm\nSigma=" << sigma << "\n";
+  System::message(message.str());
   return {mean, sigma};
 }
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <sstream>
 #include <utility>
 
@@ -104,6 +103,8 @@ sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::Co
 } // namespace
 
 struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Private> {
+  Private() { isNeverShared = true; } // as the camera models in it
+
   CameraModel camera;
   CameraModel projector;
   cv::Matx44d camFromProj = cv::Matx44d::eye();
@@ -243,9 +244,9 @@ void Sl3dScanner::calcUndistortedMaps() {
   }
   auto& own = static_cast<Private&>(ownRecord());
   updateLensMap(own.projectorMap, own.projector);
-  std::cout << "DONE" << std::endl;
+  System::message("DONE\n");
   updateLensMap(own.cameraMap, own.camera);
-  std::cout << "DONE" << std::endl;
+  System::message("DONE\n");
 }
 
 CameraModel const& Sl3dScanner::getCameraModel() const {

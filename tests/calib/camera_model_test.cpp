@@ -56,6 +56,21 @@ TEST(CameraModel, FindsTheCameraThatTookTheViews) {
   EXPECT_EQ(data.getPoses().size(), 16U);
 }
 
+TEST(CameraModel, ChangedElementsOfKAreOneModelsOnly) {
+  ExactCamera const camera;
+  CameraModel const model = camera.model();
+  CameraModel const copy = model;
+  CameraModel assigned;
+  assigned = model;
+  cv::Mat(model.getK()).at<double>(0, 0) = 1.0;
+  cv::Mat(model.getD()).at<double>(0) = 1.0;
+  EXPECT_EQ(model.getK().at<double>(0, 0), 1.0);
+  for (CameraModel const& other : {copy, assigned}) {
+    EXPECT_EQ(other.getK().at<double>(0, 0), camera.K(0, 0));
+    EXPECT_NE(other.getD().at<double>(0), 1.0);
+  }
+}
+
 TEST(CameraModel, CalibratingACopyLeavesTheOriginal) {
   Library::init();
   CameraModel const original = ExactCamera().model();

@@ -373,6 +373,13 @@ TEST_F(StereoPointsTest, RectifiedImagesShowAllOrOnlyWhatTheCamerasSee) {
   }
 }
 
+TEST_F(StereoPointsTest, RectifiesATurnOfMicroradians) {
+  take(math::createTransform(math::rotY(8e-6) * math::rotX(6e-6), {100, 0, 0}));
+  StereoRectification const r = stereo.rectify();
+  cv::Matx33d const turn = r.rect0_from_cam0 * math::getR3(cam0_from_cam1) * r.rect1_from_cam1.t();
+  EXPECT_LT(cv::norm(turn - cv::Matx33d::eye(), cv::NORM_INF), 1e-12) << "the rectified cameras are parallel";
+}
+
 TEST_F(StereoPointsTest, SaysWhatCannotBeRectified) {
   EXPECT_THROW((void)StereoCamera().rectify(), Exception);
   StereoRectificationSettings settings;

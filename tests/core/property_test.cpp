@@ -1,7 +1,10 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
+#include <cstdint>
 #include <limits>
+#include <sstream>
+#include <string>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -98,6 +101,72 @@ TEST(Property, TakesTheValueOfAnotherAndKeepsItsName) {
   EXPECT_NE(messageOf([&] { filter["Sigma"] = other["Radius"]; }), "");
 }
 
+TEST(Property, GivesItsValueInTheTypeThatItHas) {
+  Property pitch("Pitch", 12.7);
+  Property const count("Count", 5);
+  double const asDouble = pitch;
+  float const asFloat = pitch;
+  int const asInt = pitch;
+  std::size_t const asSize = count;
+  EXPECT_EQ(asDouble, 12.7);
+  EXPECT_EQ(asFloat, 12.7F);
+  EXPECT_EQ(asInt, 12);
+  EXPECT_EQ(asSize, 5U);
+  EXPECT_EQ(pitch.get<double>(), 12.7);
+  EXPECT_EQ(pitch.get<std::string>(), "12.7");
+  EXPECT_TRUE(count.get<bool>());
+  pitch = -300;
+  EXPECT_EQ(pitch.get<std::uint8_t>(), 0);
+  EXPECT_EQ(pitch.get<std::int8_t>(), -128);
+  EXPECT_EQ(pitch.get<std::uint64_t>(), 0U);
+  EXPECT_EQ(Property("Far", std::int64_t{1} << 40).get<unsigned>(), std::numeric_limits<unsigned>::max());
+}
+
+TEST(Property, CountsWithTheValueThatItHas) {
+  Property const pitch("Pitch", 12.7);
+  Property const count("Count", 5);
+  EXPECT_EQ(pitch * 2, 12.7 * 2);
+  EXPECT_EQ(2 * pitch, 12.7 * 2);
+  EXPECT_EQ(pitch - count, 12.7 - 5);
+  EXPECT_EQ(-pitch + 1U, 1 - 12.7);
+  EXPECT_TRUE(pitch > 12.5);
+  EXPECT_TRUE(pitch > 12);
+  EXPECT_FALSE(pitch == 12);
+  EXPECT_TRUE(12.7 == pitch && pitch != count && count <= pitch && 13 >= pitch && count < 5.5);
+  double sum = 0.5;
+  sum += pitch;
+  sum *= count;
+  EXPECT_EQ(sum, (0.5 + 12.7) * 5);
+  // Whole numbers go on as they do in C++.
+  EXPECT_EQ(count / 2, 2);
+  EXPECT_EQ(-7 / count, -1);
+  EXPECT_EQ(count / 2.0, 2.5);
+  EXPECT_EQ(count % 3, 2);
+  EXPECT_EQ(count << 1, 10);
+  int kernel = 1;
+  kernel += count;
+  EXPECT_EQ(kernel, 6);
+  std::ostringstream text;
+  text << pitch;
+  EXPECT_EQ(text.str(), "12.7");
+}
+
+TEST(Property, GivesAnEnumOfItsOwnClassOnly) {
+  TestFilter filter;
+  filter["Shade"] = Shade::Bright;
+  EXPECT_EQ(filter["Shade"].get<Shade>(), Shade(Shade::Bright));
+  EXPECT_EQ(filter["Shade"].get<int>(), Shade::Bright);
+  EXPECT_TRUE(filter["Shade"] == Shade::Bright);
+  struct Other : EnumBase<Other> {
+    enum Item { A, B, C };
+    static constexpr char const* className = "Other";
+    static constexpr char const* itemList = "A, B, C";
+    Other(Item item = A) : EnumBase(item) {}
+  };
+  EXPECT_NE(messageOf([&] { filter["Shade"].get<Other>(); }).find("vorn::test::Shade"), std::string::npos);
+  EXPECT_THROW(filter["Sigma"].get<Shade>(), Exception);
+}
+
 TEST(Property, BoundsAreAllowed) {
   TestFilter filter;
   for (int const bound : {filter["Radius"].getMin().toInt(), filter["Radius"].getMax().toInt()}) {
@@ -118,6 +187,22 @@ TEST(PropertySet, FreshAndResetObjectsAreAtTheirDefaults) {
   }
   EXPECT_EQ(filter.getPropertyNames(),
             (std::vector<std::string>{"Radius", "Sigma", "Inverted", "Shade", "Offset", "Label"}));
+}
+
+TEST(PropertySet, ListsOfAConstObjectChangeNothing) {
+  TestFilter filter;
+  filter.setDefault();
+  TestFilter const copy = filter;
+  TestFilter const another = copy;
+  // Copies still share what they hold.
+  EXPECT_EQ(&copy.getProperties(), &another.getProperties());
+  filter.getProperties()[0]->operator=(9);
+  EXPECT_EQ(filter["Radius"].getValue(), Variant(9));
+  EXPECT_EQ(copy["Radius"].getValue(), Variant(1));
+  std::vector<Property*> const& lent = filter.getProperties();
+  TestFilter const later = filter;
+  *lent[0] = 4;
+  EXPECT_EQ(later["Radius"].getValue(), Variant(9));
 }
 
 TEST(PropertySet, UnknownNamesAreFoundOut) {

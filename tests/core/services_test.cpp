@@ -48,6 +48,19 @@ TEST(System, LogReachesTheSinkMessageByMessage) {
   EXPECT_EQ(messages, std::vector<std::string>(200, "line\n"));
 }
 
+TEST(System, MessagesGoToStandardOutputOrTheSink) {
+  testing::internal::CaptureStdout();
+  System::message("first\n");
+  std::string sunk;
+  System::setMessageSink([&](std::string const& text) { sunk += text; });
+  System::message("second\n");
+  System::log(""); // the log goes its own way
+  System::setMessageSink({});
+  System::message("third\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "first\nthird\n");
+  EXPECT_EQ(sunk, "second\n");
+}
+
 TEST(Text, SplitsAndTrims) {
   EXPECT_EQ(removeSpaces(" a b\tc ", true), "abc");
   EXPECT_EQ(removeSpaces(" a b ", false), "a b");

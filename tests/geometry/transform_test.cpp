@@ -72,6 +72,25 @@ TEST(Transform, HomographyDividesByTheThirdCoordinate) {
   }
 }
 
+TEST(Transform3D, FollowsOneAnotherAndTurnsBack) {
+  Transform3D const b_from_a(turn, shift);
+  Transform3D const c_from_b(math::rot3RzRyRx(0.3, 0.2, 0.1), {1, 2, 3});
+  cv::Point3d const inA(0.5, -7, 11);
+  EXPECT_LT(cv::norm((c_from_b * b_from_a) * inA - c_from_b * (b_from_a * inA)), 1e-14);
+  EXPECT_EQ(b_from_a * cv::Point3d(1, 2, 3),
+            cv::Point3d(math::transform(cv::Point3f(1, 2, 3), turnAndShift)));
+  EXPECT_LT(cv::norm(c_from_b.inverse() * (c_from_b * inA) - inA), 1e-14);
+  EXPECT_LT(cv::norm((c_from_b * c_from_b.inverse()).matrix() - cv::Matx44d::eye()), 1e-14);
+  // A mean of rotations is none: its transpose would not undo it.
+  cv::Matx33d const mean = 0.5 * (math::rotZ(0.2) + math::rotZ(-0.2));
+  EXPECT_LT(cv::norm(Transform3D(mean, shift).inverse() * (Transform3D(mean, shift) * inA) - inA), 1e-13);
+  Transform3D nothing;
+  nothing.setZeros();
+  EXPECT_THROW(static_cast<void>(nothing.inverse()), Exception);
+  Transform3D const broken(cv::Matx33d::all(std::numeric_limits<double>::quiet_NaN()), shift);
+  EXPECT_THROW(static_cast<void>(broken.inverse()), Exception);
+}
+
 TEST(Transform3D, HoldsOneMatrix) {
   Transform3D t;
   EXPECT_EQ(t.matrix(), cv::Matx44d::eye());

@@ -14,6 +14,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/graphic/graphic_object.hpp>
 
+#include "support/expect_error.hpp"
 #include "support/point_sets.hpp"
 
 namespace vorn::mv {
@@ -145,17 +146,73 @@ TEST(PointCloud, SearchesSeeMovedPointsOfCloudsThatShareThem) {
   PointCloud cloud(somePoints(), true);
   PointCloud copy(cloud);
   cv::Vec3f const moved(100.0F, 0.0F, 0.0F);
-  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>(moved, 1.0F), 0U);
+  auto const countAt = [&](PointCloud& searched, cv::Vec3f const& place) {
+    return searched.octree().radiusNeighborsCount<L2>(place, 1.0F);
+  };
+  EXPECT_EQ(countAt(cloud, moved), 0U);
   copy.points()(0, 0) = moved;
-  EXPECT_EQ(cloud.points()(0, 0), moved);
-  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>(moved, 1.0F), 1U);
+  EXPECT_EQ(countAt(cloud, moved), 1U);
+  cloud.setTransform({1, 0, 0, 50, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+  cloud.applyTransform();
+  EXPECT_EQ(countAt(cloud, moved), 0U);
+  EXPECT_EQ(countAt(cloud, {150.0F, 0.0F, 0.0F}), 1U);
+  EXPECT_EQ(countAt(copy, {150.0F, 0.0F, 0.0F}), 1U);
   cloud = PointCloud(somePoints(), true);
-  EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>(moved, 1.0F), 0U);
-  EXPECT_EQ(copy.octree().radiusNeighborsCount<L2>(moved, 1.0F), 1U);
+  EXPECT_EQ(countAt(cloud, {150.0F, 0.0F, 0.0F}), 0U);
   PointCloud const taken = std::move(copy);
   EXPECT_EQ(taken.presentCount(), 200U);
   copy = taken;
-  EXPECT_EQ(copy.octree().radiusNeighborsCount<L2>(moved, 1.0F), 1U);
+  EXPECT_EQ(countAt(copy, {150.0F, 0.0F, 0.0F}), 1U);
+}
+
+TEST(PointCloud, AnOctreeInHandStaysGoodWhilePointsAreReplaced) {
+  PointCloud cloud(test::asGrid(test::randomPoints(5000, -1.0F, 1.0F), 50), true);
+  cv::Mat_<cv::Vec3f>& points = cloud.points();
+  GridOctree const& tree = cloud.octree();
+  std::size_t const found = tree.radiusNeighborsCount<L2>({0, 0, 0}, 0.5F);
+  EXPECT_GT(found, 0U);
+  EXPECT_FALSE(cloud.points().empty()); // marks the tree as outdated
+  EXPECT_EQ(tree.radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), found);
+  cloud.octree();
+  // Fewer points by way of the kept reference: the tree must not read past their end.
+  points = cv::Mat_<cv::Vec3f>(1, 2, cv::Vec3f(0, 0, 0));
+  EXPECT_EQ(tree.radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), found) << "the points as they were";
+  cloud.state() = cv::Mat_<uchar>(1, 2, uchar{0});
+  EXPECT_EQ(cloud.clean(1.0F, 2), 0);
+  EXPECT_EQ(cloud.clean(1.0F, 3), 2);
+  EXPECT_EQ(&cloud.octree(), &tree);
+  EXPECT_EQ(tree.radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), 2U) << "deleted points included";
+}
+
+TEST(PointCloud, CopiesShareTheirPointsAndAClonesAreItsOwn) {
+  PointCloud cloud(numberedObject(64));
+  cloud.setTransform({1, 0, 0, 10, 0, 1, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1});
+  cloud.markUncontinuous();
+  cloud.auxMask() = cv::Mat_<uchar>(1, 64, uchar{1});
+  cloud.fields()["Weight"] = cv::Mat_<float>(1, 64, 1.0F);
+  PointCloud const copy = cloud;
+  PointCloud clone = cloud.clone();
+  EXPECT_EQ(clone.getTransform(), cloud.getTransform());
+  EXPECT_EQ(clone.boxDims(), cloud.boxDims());
+  EXPECT_FALSE(clone.isContinous());
+  EXPECT_EQ(clone.octree().radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), 1U);
+  std::size_t const removed = 10;
+  cloud.filterByZRange(-53.5F, 0.5F);
+  cloud.points()(0, 0) = {5.0F, 5.0F, 5.0F};
+  cloud.normals()(0, 0) = {5.0F, 5.0F, 5.0F};
+  cloud.texture()(0, 0) = {5, 5, 5};
+  cloud.auxMask()(0, 0) = 5;
+  cloud.fields()["Weight"](0, 0) = 5.0F;
+  EXPECT_EQ(copy.presentCount(), 64 - removed);
+  EXPECT_EQ(copy.points()(0, 0), cv::Vec3f(5.0F, 5.0F, 5.0F));
+  graphic::GraphicObject const kept = clone.getGraphicObject(false);
+  graphic::GraphicObject const original = numberedObject(64);
+  EXPECT_EQ(kept.vertices(), original.vertices());
+  EXPECT_EQ(kept.normals(), original.normals());
+  EXPECT_EQ(clone.texture()(0, 0), cv::Vec3b(20, 10, 0));
+  EXPECT_EQ(clone.auxMask()(0, 0), 1);
+  EXPECT_EQ(clone.fields()["Weight"](0, 0), 1.0F);
+  EXPECT_EQ(clone.octree().radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), 1U);
 }
 
 class PointCloudFiles : public testing::Test {
@@ -165,7 +222,7 @@ protected:
   }
 
   void TearDown() override {
-    for (char const* extension : {"ply", "obj"}) {
+    for (char const* extension : {"ply", "obj", "PLY"}) {
       std::filesystem::remove(path(extension));
     }
   }
@@ -191,6 +248,41 @@ TEST_F(PointCloudFiles, KeepPointsNormalsAndColours) {
     EXPECT_TRUE(loaded.hasNormals());
     EXPECT_FALSE(loaded.isOrganized());
   }
+}
+
+TEST_F(PointCloudFiles, LoadKeepsEveryVertexAndSaysNothing) {
+  graphic::GraphicObject const object = numberedObject(131);
+  testing::internal::CaptureStdout();
+  for (std::string const extension : {"ply", "obj"}) {
+    PointCloud(cv::Mat_<cv::Vec3f>(object.vertices(), true), false,
+               cv::Mat_<cv::Vec3f>(object.normals(), true), cv::Mat_<cv::Vec3b>(131, 1, cv::Vec3b(3, 2, 1)))
+        .save(path(extension));
+    PointCloud const cloud = PointCloud::load(path(extension));
+    EXPECT_EQ(cloud.pointCount(), 131U);
+    EXPECT_FALSE(cloud.isOrganized());
+    EXPECT_EQ(cloud.boxDims(), cv::Vec3f(130.0F, 65.0F, 130.0F));
+    graphic::GraphicObject const loaded = cloud.getGraphicObject(false);
+    EXPECT_EQ(loaded.vertices(), object.vertices());
+    EXPECT_EQ(loaded.normals(), object.normals());
+    EXPECT_EQ(cloud.texture()(130, 0), cv::Vec3b(3, 2, 1));
+  }
+  std::filesystem::rename(path("ply"), path("PLY"));
+  EXPECT_EQ(PointCloud::load(path("PLY")).pointCount(), 131U);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST_F(PointCloudFiles, LoadAndSaveRefuseWhatTheyCannotDoNamingThePath) {
+  PointCloud const cloud(somePoints(), true);
+  auto const load = [](std::string const& name) { static_cast<void>(PointCloud::load(name)); };
+  for (std::string const& name :
+       {path("xyz"), path("ply.gz"), std::string("ply"), std::string("./a.ply/cloud")}) {
+    test::expectError([&] { load(name); }, name + " does not end in .ply, .obj or .stl");
+    test::expectError([&] { cloud.save(name); }, name + " does not end in .ply, .obj or .stl");
+    EXPECT_FALSE(std::filesystem::exists(name));
+  }
+  test::expectError([&] { load(path("ply")); }, path("ply"));
+  test::expectError([&] { cloud.save(path("stl")); }, path("stl"));
+  test::expectError([&] { cloud.save(path("none") + "/cloud.ply"); }, "/cloud.ply");
 }
 
 TEST_F(PointCloudFiles, FailuresLeaveTheCloudAsItWas) {

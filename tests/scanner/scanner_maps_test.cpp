@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include <vorn/mv/sl/sl3d_scanner.hpp>
@@ -60,6 +61,23 @@ TEST(ScannerMaps, FollowALensOrAResolutionThatChangesAlone) {
     EXPECT_EQ(cv::norm(after, expected, cv::NORM_INF), 0.0);
     EXPECT_TRUE(after.size() != before.size() || cv::norm(after, before, cv::NORM_INF) > 0.0);
   }
+}
+
+TEST(ScannerMaps, FollowElementsOfKThatChangeInPlaceInOneScanner) {
+  float const column = 100.0F;
+  Sl3dScanner scanner = scannerOf(sim::demoRig(4));
+  cv::Mat_<cv::Vec3f> const before = pointsOf(scanner, column);
+  Sl3dScanner copy = scanner;
+  cv::Mat K = std::as_const(scanner).getCameraModel().getK(); // another header of the same elements
+  K.at<double>(0, 0) *= 1.25;
+  Sl3dScanner fresh;
+  nlohmann::json json;
+  scanner.write(json);
+  fresh.read(json);
+  cv::Mat_<cv::Vec3f> const after = pointsOf(scanner, column);
+  EXPECT_EQ(cv::norm(after, pointsOf(fresh, column), cv::NORM_INF), 0.0);
+  EXPECT_GT(cv::norm(after, before, cv::NORM_INF), 0.0);
+  EXPECT_EQ(cv::norm(pointsOf(copy, column), before, cv::NORM_INF), 0.0);
 }
 
 TEST(ScannerMaps, RefuseARegionWithoutPixels) {

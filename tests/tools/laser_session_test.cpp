@@ -78,7 +78,7 @@ protected:
 
   static mv::LineScanner trueScanner() {
     mv::LineScanner scanner;
-    tools::readObject(*folder / "laser.json", scanner);
+    vorn::load(*folder / "laser.json", scanner);
     return scanner;
   }
 
@@ -295,7 +295,7 @@ TEST_F(LaserSession, WritesAllFilesOfACalibrationOrNone) {
   ToolOutcome const good = calibrate(out / "laser.json", "plot.png");
   ASSERT_EQ(good.status, 0) << good.errors;
   mv::LineScanner scanner;
-  tools::readObject(out / "laser.json", scanner);
+  vorn::load(out / "laser.json", scanner);
   EXPECT_TRUE(scanner.isCalibrated());
   double const distance = trueScanner().getPlanes()[0].distance({0, 0, 0});
   EXPECT_NEAR(scanner.getPlanes()[0].distance({0, 0, 0}), distance, 0.01 * distance);

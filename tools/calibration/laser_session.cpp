@@ -13,7 +13,6 @@
 #include "tools/calibration/calibration_session.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/image_files.hpp"
-#include "tools/muted_output.hpp"
 
 namespace vorn::tools {
 
@@ -253,7 +252,6 @@ mv::LineScanner calibrated(mv::LineScannerCalibData& data, Extents const& extent
   mv::CameraModel camera;
   camera.setResolution(extents.camera);
   scanner.setCameraModel(camera);
-  MutedOutput const muted;
   scanner.calib(data);
   return scanner;
 }

@@ -14,7 +14,6 @@
 #include "sl/coding/stripe_code.hpp"
 #include "tools/calibration/calibration_session.hpp"
 #include "tools/files/image_files.hpp"
-#include "tools/muted_output.hpp"
 
 namespace vorn::tools {
 
@@ -162,10 +161,7 @@ ScannerCalibration calibrateScanner(std::string const& folder, CalibrationSettin
     Sl3dScanner scanner;
     scanner.getCameraModel().setResolution(extents.camera);
     scanner.getProjectorModel().setResolution(projector);
-    {
-      MutedOutput const muted;
-      scanner.calib(cameraData, projectorData);
-    }
+    scanner.calib(cameraData, projectorData);
     requireDifferentSides(cameraData);
     fillResiduals(calibration.views, 0, scanner.getCameraModel(), cameraData);
     fillResiduals(calibration.views, 1, scanner.getProjectorModel(), projectorData);

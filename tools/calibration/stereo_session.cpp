@@ -5,7 +5,6 @@
 #include <vorn/mv/calib/camera_calib_data.hpp>
 
 #include "tools/calibration/calibration_session.hpp"
-#include "tools/muted_output.hpp"
 
 namespace vorn::tools {
 
@@ -44,10 +43,7 @@ StereoCalibration calibrateStereo(std::string const& folder, CalibrationSettings
     mv::CameraCalibData data1 = calibData(calibration.views, 1);
     mv::StereoCamera stereo;
     stereo.setResolution(size0, size1);
-    {
-      MutedOutput const muted;
-      stereo.calib(data0, data1);
-    }
+    stereo.calib(data0, data1);
     requireDifferentSides(data0);
     fillResiduals(calibration.views, 0, stereo.getCameraModel0(), data0);
     fillResiduals(calibration.views, 1, stereo.getCameraModel1(), data1);

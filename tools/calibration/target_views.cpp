@@ -11,7 +11,6 @@
 
 #include "tools/commands/size_option.hpp"
 #include "tools/files/image_files.hpp"
-#include "tools/muted_output.hpp"
 #include "tools/progress.hpp"
 
 namespace vorn::tools {
@@ -160,7 +159,6 @@ std::vector<TargetView> readViews(std::string const& folder,
     TargetView view;
     view.name = pose.filename().string();
     try {
-      MutedOutput const muted;
       read(pose, view);
     } catch (Exception const& e) {
       view.rejection = withoutFolder(e.message(), pose.string());

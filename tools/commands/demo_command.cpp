@@ -104,7 +104,7 @@ void run(DemoOptions const& options) {
       measureArtefacts(scan.xyz, captured.truth, captured.mask, scene);
   printComparison(comparison, figures);
 
-  writeObject((folder / "scanner.json").string(), scanner);
+  save((folder / "scanner.json").string(), scanner);
   writeGraphic((folder / "scan.ply").string(), scan.cloud.getGraphicObject(true));
   writeImage((folder / "scan.png").string(), drawRelief(scan.xyz));
   constexpr float period = 4.0F;

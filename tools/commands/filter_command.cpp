@@ -22,7 +22,6 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
-#include "tools/muted_output.hpp"
 #include "tools/scan/preview.hpp"
 
 namespace vorn::tools {
@@ -123,10 +122,7 @@ void run(FilterOptions const& options) {
     }
     std::size_t const before = cloud.presentCount();
     Timer const timer;
-    {
-      MutedOutput const muted;
-      step.run(cloud);
-    }
+    step.run(cloud);
     double const elapsed = timer.toc();
     std::size_t const left = cloud.presentCount();
     std::printf("%-44s %12zu %12zu %9.1f\n", step.name.c_str(), before - left, left, elapsed);

@@ -81,19 +81,19 @@ void printJson(std::string const& path) {
   nlohmann::json const json = readJsonFile(path);
   if (json.contains("ProjectorModel")) {
     mv::Sl3dScanner scanner;
-    readObject(path, scanner);
+    load(path, scanner);
     printScanner(scanner);
   } else if (json.contains("CameraModel0")) {
     mv::StereoCamera stereo;
-    readObject(path, stereo);
+    load(path, stereo);
     printStereo(stereo);
   } else if (json.contains("Plane_0")) {
     mv::LineScanner scanner;
-    readObject(path, scanner);
+    load(path, scanner);
     printLineScanner(scanner);
   } else if (json.contains("K")) {
     mv::CameraModel camera;
-    readObject(path, camera);
+    load(path, camera);
     printCamera("Camera", camera);
   } else {
     throw Exception(path + " holds no scanner and no camera", nullptr, 0, "info");

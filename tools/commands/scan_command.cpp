@@ -58,7 +58,7 @@ void writeMap(std::string const& path, cv::Mat_<float> const& map) {
 
 void runLaser(ScanOptions const& options) {
   mv::LineScanner scanner;
-  readObject(options.calibration, scanner);
+  load(options.calibration, scanner);
   checkOutputs({options.out, options.preview, options.report});
   checkPicturePath(options.preview);
   if (!options.out.empty()) {
@@ -91,7 +91,7 @@ void runLaser(ScanOptions const& options) {
 
 void runPattern(ScanOptions const& options) {
   mv::Sl3dScanner scanner;
-  readObject(options.calibration, scanner);
+  load(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
   checkOutputs({options.out, options.xyz, options.map, options.preview, options.report});
   checkPicturePath(options.preview);

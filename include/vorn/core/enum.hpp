@@ -52,6 +52,8 @@ namespace detail {
 /// The names in "A, B, C", without blanks.
 VORN_API std::vector<std::string> enumItems(char const* list);
 VORN_API void checkEnumIndex(int index, std::vector<std::string> const& items, std::string const& className);
+/// @throws Exception when the two are of different classes
+VORN_API void checkEnumClass(IEnum const& value, IEnum const& wanted);
 } // namespace detail
 
 /// The shape of an enum class, written once. A class gives its name, its list of items and its item

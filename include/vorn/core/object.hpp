@@ -23,7 +23,7 @@ public:
   struct VORN_API Private {
     Private() = default;
     /// A copy starts unshared.
-    Private(Private const& /*other*/) {}
+    Private(Private const& other) : isNeverShared(other.isNeverShared) {}
     Private& operator=(Private const&) = delete;
     virtual ~Private();
     /// A new record with the same content.
@@ -33,6 +33,9 @@ public:
     std::atomic<int> count{1};
     /// Set once somebody may hold a reference into the record: it is never shared from then on.
     bool lent = false;
+    /// For records whose content callers can change through what calls on a const object return, such as the
+    /// pixels of a matrix: every object has its own. To be set in the record's constructor.
+    bool isNeverShared = false;
   };
 
   /// Shares the record, or copies it where a reference into it was handed out.

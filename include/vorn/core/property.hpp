@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <vorn/core/export.hpp>
@@ -11,6 +14,14 @@
 #include <vorn/core/variant.hpp>
 
 namespace vorn {
+
+namespace detail {
+/// Numbers, but not characters: a property given for one would turn its value into a letter.
+template <class T>
+constexpr bool isNumber =
+    std::is_arithmetic_v<T> && !std::is_same_v<T, char> && !std::is_same_v<T, wchar_t> &&
+    !std::is_same_v<T, char16_t> && !std::is_same_v<T, char32_t>;
+} // namespace detail
 
 /// A named value of a fixed type, with a default and perhaps a range.
 ///
@@ -50,8 +61,20 @@ public:
   Property(Property const& other) = default;
   ~Property() override = default;
 
-  /// The value as `Variant` converts it: `int const radius = filter["Radius"];`.
+  /// The value as a `T`: a number (clamped to the range of `T`; whole numbers cut towards zero), a truth
+  /// value, `std::string`, or an enum class of the library.
+  /// @throws Exception when text is no number, or the property is no enum of this class
+  template <class T>
+  T get() const;
+
+  /// The value as `Variant` converts it, cut towards zero: `int const radius = filter["Radius"];`.
   operator int() const { return value_.toInt(); }
+  /// The value as any other kind of number: `double const pitch = detector["PatternDim"];`.
+  template <class T, class = std::enable_if_t<detail::isNumber<T> && !std::is_same_v<T, int> &&
+                                              !std::is_same_v<T, bool>>>
+  operator T() const {
+    return get<T>();
+  }
   /// The value as `Variant` converts it.
   operator bool() const { return value_.toBool(); }
   /// @throws Exception when the property is no enum
@@ -85,4 +108,31 @@ private:
   std::optional<Range> range_;
 };
 
+template <class T>
+T Property::get() const {
+  if constexpr (std::is_same_v<T, bool>) {
+    return value_.toBool();
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return static_cast<T>(value_.toDouble());
+  } else if constexpr (std::is_same_v<T, std::uint64_t>) {
+    std::int64_t const value = value_.toInt64();
+    return value < 0 ? T{0} : static_cast<T>(value);
+  } else if constexpr (std::is_integral_v<T>) {
+    std::int64_t const value = value_.toInt64();
+    constexpr auto least = static_cast<std::int64_t>(std::numeric_limits<T>::min());
+    constexpr auto greatest = static_cast<std::int64_t>(std::numeric_limits<T>::max());
+    return static_cast<T>(value < least ? least : value > greatest ? greatest : value);
+  } else if constexpr (std::is_same_v<T, std::string>) {
+    return value_.toString();
+  } else {
+    static_assert(std::is_base_of_v<IEnum, T>, "A property holds a number, a truth value, a text or an enum");
+    T item;
+    detail::checkEnumClass(value_.toEnum(), item);
+    item.setIndex(value_.toEnum().getIndex());
+    return item;
+  }
+}
+
 } // namespace vorn
+
+#include <vorn/core/property_arithmetic.hpp>

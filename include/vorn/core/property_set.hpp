@@ -63,8 +63,13 @@ public:
   virtual IPropertySet* setDefault() = 0;
   /// The names in the order of the set.
   virtual std::vector<std::string> getPropertyNames() const = 0;
-  /// The properties in the order of the set.
+  /// The properties in the order of the set. To change them, call it on an object that is not const: through
+  /// the pointers of a const one, copies of the object might change too.
   virtual std::vector<Property*> const& getProperties() const = 0;
+  /// The properties in the order of the set, to change.
+  virtual std::vector<Property*> const& getProperties() {
+    return static_cast<IPropertySet const&>(*this).getProperties();
+  }
   /// As `getProperty`: `filter["Radius"] = 3`.
   virtual Property& operator[](std::string const& name) = 0;
   /// As `getProperty`.
@@ -112,6 +117,7 @@ public:
   IPropertySet* setDefault() override;
   std::vector<std::string> getPropertyNames() const override;
   std::vector<Property*> const& getProperties() const override;
+  std::vector<Property*> const& getProperties() override;
   Property& operator[](std::string const& name) override { return getProperty(name); }
   /// As `getProperty`.
   Property const& operator[](std::string const& name) const override { return getProperty(name); }

@@ -10,7 +10,7 @@
 
 namespace vorn {
 
-/// Settings and log of the whole process. Every call may come from any thread.
+/// Settings, log and messages of the whole process. Every call may come from any thread.
 class VORN_API System {
 public:
   /// The value stored for `key`, or `fallback` when the key was never set.
@@ -23,6 +23,14 @@ public:
   /// Directs the log; an empty function restores the default, which writes to standard error.
   /// The sink is called by one thread at a time and must not log itself.
   static void setLogSink(std::function<void(std::string const&)> sink);
+
+  /// Says what a call did ("Removed 19 points.\n"), whether debug output is on or not. Everything that the
+  /// library prints unasked goes this way.
+  static void message(std::string const& text);
+  /// Directs the messages; an empty function restores the default, which writes to standard output. To keep
+  /// the library silent: `System::setMessageSink([](std::string const&) {})`.
+  /// The sink is called by one thread at a time and must not send messages itself.
+  static void setMessageSink(std::function<void(std::string const&)> sink);
 };
 
 } // namespace vorn

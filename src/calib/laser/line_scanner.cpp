@@ -4,12 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <iterator>
+#include <string>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
+#include <vorn/core/system.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
 #include <vorn/mv/core/library.hpp>
@@ -23,6 +24,8 @@
 namespace vorn::mv {
 
 struct LineScanner::Private : Record<LineScanner::Private, PropertySetBase::Private> {
+  Private() { isNeverShared = true; } // as the camera model in it
+
   CameraModel camera;
   std::vector<Plane3f> planes;
 };
@@ -91,13 +94,13 @@ void LineScanner::calib(LineScannerCalibData& data) {
   camera.calib(calibrated, maxIterations);
 
   if (isDebug) {
-    std::cout << "Estimating laser planes...\n";
+    System::message("Estimating laser planes...\n");
   }
   std::vector<Plane3f> planes;
   std::vector<std::vector<cv::Point3f>> planePntss;
   for (int p = 0; p < planeCount; ++p) {
     if (isDebug) {
-      std::cout << "Plane id=" << p << "\n";
+      System::message("Plane id=" + std::to_string(p) + "\n");
     }
     planePntss.push_back(pointsOnLaserPlane(calibrated, camera, static_cast<std::size_t>(p)));
     planes.push_back(Plane3f::estimate(planePntss.back(), maxMeanDistance));

@@ -2,14 +2,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/coding/lookup_tables.hpp"
 
+#include <atomic>
 #include <cmath>
-#include <mutex>
 #include <stdexcept>
 
 #include <opencv2/core.hpp>
 
-#include <vorn/mv/core/library.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
+
+#include "mv_core/start_work.hpp"
 
 namespace vorn::mv {
 
@@ -17,6 +18,9 @@ namespace {
 
 constexpr double twoPi = 6.283185307179586;
 constexpr float sqrt3 = 1.7320508F;
+
+/// False while the tables are empty or being built.
+std::atomic<bool> areBuilt{false};
 
 /// The angle of (x, y) in [0, 2π).
 float positiveAngle(float y, float x) {
@@ -65,6 +69,13 @@ void buildGrayTables() {
   }
 }
 
+/// Keeps decoders off tables that another thread is building.
+void awaitTables() {
+  if (!areBuilt) {
+    detail::awaitStartWork();
+  }
+}
+
 [[noreturn]] void throwNotBuilt() {
   throw std::logic_error("The decoders' lookup tables are not built: call vorn::mv::Library::init first");
 }
@@ -101,17 +112,23 @@ std::vector<unsigned short>& get_lut_bin2gray() {
   return table;
 }
 
-void init_library() {
-  static std::mutex mutex;
-  std::lock_guard<std::mutex> const lock(mutex);
+namespace {
+
+void buildTables() {
   buildTable(get_lut_atan2(), lutRowsFourSteps, 1.0F, positiveAngle);
   buildTable(get_lut_mag(), lutRowsFourSteps, 1.0F, vectorLength);
   buildTable(get_lut_atan2_p3(), lutRowsThreeSteps, sqrt3, positiveAngle);
   buildTable(get_lut_mag_p3(), lutRowsThreeSteps, sqrt3, vectorLength);
   buildGrayTables();
+  areBuilt = true;
 }
 
+[[maybe_unused]] bool const isStartWork = detail::addStartWork(buildTables);
+
+} // namespace
+
 float const* requireTable(cv::Mat_<float> const& table, int rows) {
+  awaitTables();
   if (!isBuilt(table, rows)) {
     throwNotBuilt();
   }
@@ -119,6 +136,7 @@ float const* requireTable(cv::Mat_<float> const& table, int rows) {
 }
 
 unsigned short const* requireTable(std::vector<unsigned short> const& table) {
+  awaitTables();
   if (!isBuilt(table)) {
     throwNotBuilt();
   }

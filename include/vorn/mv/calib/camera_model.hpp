@@ -77,7 +77,8 @@ public:
   /// @param thickness of the lines, in pixels
   void drawPose(cv::Mat& image, cv::Matx44d const& pose, float length, int thickness) const;
 
-  /// The camera matrix, 3 x 3 double; empty before calibration.
+  /// The camera matrix, 3 x 3 double; empty before calibration. Who changes its elements changes this model,
+  /// and no copy of it.
   cv::Mat const& getK() const;
   /// The distortion coefficients, double; empty before calibration.
   cv::Mat const& getD() const;

@@ -19,6 +19,9 @@ public:
   /// @param T translation
   Transform3D(cv::Matx33d const& R, cv::Vec3d const& T);
 
+  /// The transform of a matrix, whatever that holds.
+  explicit Transform3D(cv::Matx44d const& matrix) : matrix_(matrix) {}
+
   /// The 4 x 4 matrix.
   cv::Matx44d const& matrix() const { return matrix_; }
   /// The rotation block.
@@ -44,6 +47,19 @@ public:
 
   /// The points carried by the transform, in their order, reckoned in float.
   std::vector<cv::Point3f> transformPoints(std::vector<cv::Point3f> const& points) const;
+
+  /// The transform that undoes this one: with `b_from_a`, the result is `a_from_b`.
+  ///
+  /// The rotation block is inverted as it is, so that the product is the identity to rounding even where the
+  /// block is no exact rotation.
+  /// @throws Exception "The transform has no inverse" when the block is singular or not finite
+  [[nodiscard]] Transform3D inverse() const;
+
+  /// This transform after another one: with `c_from_b` and `b_from_a`, `c_from_b * b_from_a` is `c_from_a`.
+  [[nodiscard]] Transform3D operator*(Transform3D const& other) const;
+
+  /// The point carried by the transform, R p + t, in double.
+  [[nodiscard]] cv::Point3d operator*(cv::Point3d const& point) const;
 
 private:
   cv::Matx44d matrix_;

@@ -37,7 +37,8 @@ namespace vorn::mv {
 /// All operations skip points that are not present. An organized cloud keeps the sensor's grid: neighbours in
 /// the matrix are neighbours in space. An unorganized one is a matrix too, without that meaning.
 ///
-/// Copies share the pixel data of the matrices, as OpenCV matrices do.
+/// Copies share the pixel data of all matrices, states included, as OpenCV matrices do: what `clean` deletes
+/// in one is deleted in the other. `clone` gives a cloud of its own.
 ///
 /// Points with a NaN or infinite coordinate stay in the cloud. They enter neither the bounding box nor the
 /// octree, so no search finds them and they have no neighbours themselves, not even themselves: `clean`
@@ -46,7 +47,8 @@ namespace vorn::mv {
 /// Working memory: an operation that says nothing of it takes at most a byte a point. The octree, which the
 /// first operation builds that needs it, takes what `GridOctree::init` says.
 ///
-/// One thread at a time may use a cloud: even a search may build the octree.
+/// Calls on a const cloud change nothing and may come from several threads at once. Otherwise one thread at a
+/// time may use a cloud: even a search may build the octree.
 class VORN_API PointCloud {
 public:
   /// An empty cloud.
@@ -78,6 +80,23 @@ public:
   PointCloud& operator=(PointCloud&& other) noexcept;
   ~PointCloud();
 
+  /// All vertices of a file, in its order, as one column of points; normals and colours where the file has
+  /// them. The cloud is not organized.
+  /// @param path ends in .ply, .obj or .stl, in capitals or not
+  /// @throws Exception that names the path, for any other ending and when the file cannot be read
+  [[nodiscard]] static PointCloud load(std::string const& path);
+
+  /// Writes the present points, moved by the pending transform, to a file. An existing file is replaced only
+  /// once the new one is complete.
+  /// @param path ends in .ply, .obj or .stl, in capitals or not
+  /// @throws Exception that names the path, for any other ending, when the file cannot be written, and for
+  /// STL,
+  ///         which holds triangles only
+  void save(std::string const& path) const;
+
+  /// A cloud with the same content that shares nothing with this one. It has no octree yet.
+  [[nodiscard]] PointCloud clone() const;
+
   /// True when there are no cells.
   bool isEmpty() const { return points_.empty(); }
   /// Whether neighbours in the matrix are neighbours in space.
@@ -91,7 +110,9 @@ public:
 
   /// All points, deleted ones included.
   cv::Mat_<cv::Vec3f> const& points() const { return points_; }
-  /// The points, to change; the octree is dropped. Call it anew after a search before changing points again.
+  /// The points, to change; `octree` builds anew when it is called next. Call it again after a search before
+  /// changing points in place again: a change through an older reference is noticed only when it replaced the
+  /// matrix.
   cv::Mat_<cv::Vec3f>& points();
   /// As large as `points()`, or empty.
   cv::Mat_<cv::Vec3f> const& normals() const { return normals_; }
@@ -128,7 +149,11 @@ public:
   /// The number of points with state 0.
   std::size_t presentCount() const;
 
-  /// The octree over all points, deleted ones included, in row-major numbering; built when there is none.
+  /// The octree over all points, deleted ones included, in row-major numbering; built when there is none or
+  /// the points have changed since.
+  ///
+  /// The reference stays good until the cloud is assigned to, moved from or destroyed. Until the next call it
+  /// is the tree of the points as they were.
   GridOctree const& octree();
 
   /// The pending transform.
@@ -155,8 +180,8 @@ public:
   /// Moves every present point by the pending transform, p <- R p + t in single precision, and turns its
   /// normal.
   ///
-  /// Deleted points keep their coordinates. The box is recomputed, the octree dropped, the transform reset to
-  /// identity.
+  /// Deleted points keep their coordinates. The box is recomputed, the octree outdated, the transform reset
+  /// to identity.
   void applyTransform();
 
   /// The present points, row by row, with their normals and colours.
@@ -272,7 +297,7 @@ private:
   /// Counts the changes of coordinates that clouds share, so that a tree over old ones is noticed.
   struct Revision;
 
-  void dropOctree();
+  void markChanged();
 
   cv::Mat_<cv::Vec3f> points_;
   cv::Mat_<cv::Vec3f> normals_;
@@ -289,6 +314,7 @@ private:
   std::map<std::string, cv::Mat_<float>> fields_;
   std::shared_ptr<Revision> revision_;
   std::size_t octreeRevision_ = 0;
+  cv::Mat_<cv::Vec3f> octreePoints_; ///< the matrix that the octree is of
 };
 
 } // namespace vorn::mv

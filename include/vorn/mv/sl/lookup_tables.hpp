@@ -8,8 +8,8 @@
 
 #include <vorn/core/export.hpp>
 
-/// The tables behind the decoders, one of each a process. They are empty until `Library::init` (or
-/// `init_library`) fills them, and read-only afterwards: all decoding threads share them.
+/// The tables behind the decoders, one of each a process. They are empty until `Library::start`,
+/// `Library::init` or `init_library` fills them, and read-only afterwards: all decoding threads share them.
 namespace vorn::mv {
 
 /// Phase of four-step patterns, radians in [0, 2π): 511 x 511, at row r and column c the angle of the vector

@@ -1,0 +1,191 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "calib/adjust/bundle_solver.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include <Eigen/Cholesky>
+
+#include "core/error.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// A step of all unknowns.
+struct BundleStep {
+  Eigen::VectorXd common;
+  std::vector<PoseVector> pose;
+  double predictedGain = 0; ///< of the sum of squares
+};
+
+/// @param damping added to the diagonal, as a share of it
+std::optional<BundleStep> stepOf(NormalEquations const& normal, double damping) {
+  NormalEquations damped = normal;
+  damped.common.diagonal() *= 1 + damping;
+  for (PoseMatrix& pose : damped.pose) {
+    pose.diagonal() *= 1 + damping;
+  }
+  auto const equations = reduced(damped);
+  if (!equations) {
+    return std::nullopt;
+  }
+  BundleStep step;
+  if (equations->common.size() > 0) {
+    Eigen::LLT<Eigen::MatrixXd> const decomposition(equations->common);
+    if (decomposition.info() != Eigen::Success) {
+      return std::nullopt;
+    }
+    step.common = decomposition.solve(equations->slope);
+  } else {
+    step.common.resize(0);
+  }
+  // Of the quadratic model: g' x - x' N x / 2, twice, with N x = g - damping * diagonal(N) x.
+  double gain =
+      step.common.dot(normal.commonSlope) + damping * step.common.cwiseAbs2().dot(normal.common.diagonal());
+  for (std::size_t i = 0; i < damped.pose.size(); ++i) {
+    PoseVector const slope = normal.poseSlope[i] - normal.mixed[i].transpose() * step.common;
+    step.pose.push_back(damped.pose[i].llt().solve(slope));
+    gain += step.pose.back().dot(normal.poseSlope[i]) +
+            damping * step.pose.back().cwiseAbs2().dot(normal.pose[i].diagonal());
+  }
+  step.predictedGain = gain;
+  return std::isfinite(gain) ? std::optional(std::move(step)) : std::nullopt;
+}
+
+cv::Vec3d vectorOf(double const* values) {
+  return {values[0], values[1], values[2]};
+}
+
+void move(Bundle& bundle, BundleStep const& step) {
+  double const* values = step.common.data();
+  for (BundleDevice& device : bundle.devices) {
+    device.move(values);
+    values += device.freeParameters.size();
+  }
+  if (bundle.transformCount() > 0) {
+    bundle.dev0_from_dev1 = bundle.dev0_from_dev1.moved(vectorOf(values), vectorOf(values + 3));
+    values += bundle.transformCount();
+  }
+  bundle.shapeParameters += Eigen::Map<Eigen::VectorXd const>(values, bundle.shape.parameterCount());
+  for (std::size_t i = 0; i < bundle.views.size(); ++i) {
+    Placement& pose = bundle.views[i].dev0_from_target;
+    pose = pose.moved(vectorOf(step.pose[i].data()), vectorOf(step.pose[i].data() + 3));
+  }
+}
+
+} // namespace
+
+std::optional<ReducedEquations> reduced(NormalEquations const& normal) {
+  ReducedEquations equations{normal.common, normal.commonSlope};
+  for (std::size_t i = 0; i < normal.pose.size(); ++i) {
+    Eigen::LLT<PoseMatrix> const pose(normal.pose[i]);
+    if (pose.info() != Eigen::Success) {
+      return std::nullopt;
+    }
+    // With the root L of the pose's matrix, B D^-1 B' = W W' for W = B L'^-1.
+    Eigen::MatrixXd const W = pose.matrixL().solve(normal.mixed[i].transpose()).transpose();
+    equations.common.selfadjointView<Eigen::Lower>().rankUpdate(W, -1);
+    equations.slope -= normal.mixed[i] * pose.solve(normal.poseSlope[i]);
+  }
+  equations.common = Eigen::MatrixXd(equations.common.selfadjointView<Eigen::Lower>());
+  return equations;
+}
+
+void solveBundle(Bundle& bundle, int maxIterations, Progress const& progress) {
+  // A gain of the squares by so much moves no parameter by more than a millionth of its standard deviation,
+  // and the last step goes beyond that.
+  constexpr double lastGain = 1e-12;
+  // What rounding makes of the squares, as a share of them.
+  constexpr double rounding = 1e-11;
+  constexpr double mostDamping = 1e12;
+  double damping = 1e-4;
+  for (int round = 0; round < maxIterations; ++round) {
+    progress.at("adjusting", static_cast<double>(round) / maxIterations);
+    Transfers const transfers = transfersOf(bundle);
+    NormalEquations const normal = normalEquationsOf(bundle, transfers);
+    double const squares = squaresOf(bundle, transfers).total();
+    bool isBetter = false;
+    while (!isBetter) {
+      auto step = stepOf(normal, damping);
+      if (step && step->predictedGain < std::max(lastGain, rounding * squares)) {
+        // Damping holds back what is hard to tell apart; without it the end shows.
+        step = stepOf(normal, 0);
+        if (step && step->predictedGain < std::max(lastGain, rounding * squares)) {
+          move(bundle, *step);
+          return;
+        }
+      }
+      if (step) {
+        Bundle tried = bundle;
+        move(tried, *step);
+        isBetter = squaresOf(tried, transfers).total() <= squares * (1 + rounding);
+        if (isBetter) {
+          bundle = std::move(tried);
+        }
+      }
+      damping = isBetter ? std::max(damping / 30, 1e-15) : std::max(damping, 1e-9) * 10;
+      if (damping > mostDamping) {
+        throw error("The views do not determine the calibration", "adjust");
+      }
+    }
+  }
+  throw error("The adjustment found no minimum within " + std::to_string(maxIterations) + " rounds",
+              "adjust");
+}
+
+Eigen::MatrixXd commonCovarianceOf(NormalEquations const& normal) {
+  auto const equations = reduced(normal);
+  if (equations && equations->common.size() == 0) {
+    return {};
+  }
+  if (equations) {
+    // Scaled to a diagonal of ones, so that the test for rank does not depend on units.
+    Eigen::VectorXd const scale = equations->common.diagonal().cwiseSqrt().cwiseInverse();
+    Eigen::LDLT<Eigen::MatrixXd> const decomposition(scale.asDiagonal() * equations->common *
+                                                     scale.asDiagonal());
+    constexpr double leastPivot = 1e-13;
+    if (decomposition.info() == Eigen::Success && decomposition.vectorD().minCoeff() > leastPivot) {
+      Eigen::Index const n = equations->common.rows();
+      return scale.asDiagonal() * decomposition.solve(Eigen::MatrixXd::Identity(n, n)) * scale.asDiagonal();
+    }
+  }
+  throw error("The views do not determine the calibration", "adjust");
+}
+
+double parametersTakenBy(NormalEquations const& whole, Eigen::MatrixXd const& commonCovariance,
+                         NormalEquations const& ofDevice) {
+  double taken = commonCovariance.size() > 0 ? commonCovariance.cwiseProduct(ofDevice.common).sum() : 0;
+  for (std::size_t i = 0; i < whole.pose.size(); ++i) {
+    PoseMatrix const inverse = whole.pose[i].llt().solve(PoseMatrix::Identity());
+    PoseMatrix pose = inverse;
+    if (commonCovariance.size() > 0) {
+      Eigen::MatrixXd const carried = whole.mixed[i] * inverse;
+      Eigen::MatrixXd const mixed = -commonCovariance * carried;
+      taken += 2 * mixed.cwiseProduct(ofDevice.mixed[i]).sum();
+      pose -= carried.transpose() * mixed;
+    }
+    taken += pose.cwiseProduct(ofDevice.pose[i]).sum();
+  }
+  return taken;
+}
+
+double gainOf(Bundle const& solved, ShapeBasis::Level level) {
+  Bundle extended = solved;
+  extended.extendShape(level);
+  Transfers const transfers = transfersOf(extended);
+  auto const equations = reduced(normalEquationsOf(extended, transfers));
+  if (!equations) {
+    return 0;
+  }
+  Eigen::LLT<Eigen::MatrixXd> const decomposition(equations->common);
+  if (decomposition.info() != Eigen::Success) {
+    return 0;
+  }
+  double const gain = equations->slope.dot(decomposition.solve(equations->slope));
+  return gain + squaresOf(solved, transfers).total() - squaresOf(extended, transfers).total();
+}
+
+} // namespace vorn::mv

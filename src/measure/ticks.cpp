@@ -1,0 +1,52 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/ticks.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+
+namespace vorn::mv {
+
+namespace {
+
+std::string text(double value, std::chars_format format, int digits) {
+  std::array<char, 64> buffer{};
+  auto const end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, format, digits);
+  return end.ec == std::errc() ? std::string(buffer.data(), end.ptr) : "?";
+}
+
+} // namespace
+
+std::string shortNumber(double value) {
+  constexpr int digits = 6;
+  return text(value == 0.0 ? 0.0 : value, std::chars_format::general, digits);
+}
+
+Ticks ticksOf(double low, double high, int most) {
+  double const raw = (high - low) / std::max(most, 1);
+  double const decade = std::pow(10.0, std::floor(std::log10(raw)));
+  double step = decade;
+  for (double const factor : {1.0, 2.0, 5.0, 10.0}) {
+    step = factor * decade;
+    if (std::floor(high / step) - std::ceil(low / step) + 1.0 <= most) {
+      break;
+    }
+  }
+  // Numbers too large or too small to write out get an exponent.
+  double const largest = std::max(std::abs(low), std::abs(high));
+  bool const isPlain = largest < 1e6 && step >= 1e-5;
+  int const decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step) + 1e-9)));
+  Ticks ticks;
+  constexpr double slack = 1e-9; // an end that is a multiple but for rounding
+  for (double i = std::ceil(low / step - slack); i <= high / step + slack && ticks.values.size() < 1000;
+       i += 1.0) {
+    double const value = i * step + 0.0;
+    ticks.values.push_back(value);
+    ticks.labels.push_back(isPlain ? text(value, std::chars_format::fixed, decimals) : shortNumber(value));
+  }
+  return ticks;
+}
+
+} // namespace vorn::mv
