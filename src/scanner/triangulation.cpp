@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <vector>
 
+#include <opencv2/core/hal/intrin.hpp>
+
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "core/parallel.hpp"
@@ -26,20 +28,17 @@ constexpr int planeReach = 2;
 
 using Numbers = float[chunk];
 using Indices = int[chunk];
+/// Four numbers of every pixel.
+using Quadruples = float[4][chunk];
 
-/// Directions or points of a chunk of pixels.
-struct Vectors {
+/// The x and y of camera rays; their z is 1.
+struct Rays {
   alignas(32) Numbers x;
   alignas(32) Numbers y;
-  alignas(32) Numbers z;
-};
-
-struct Rotation {
-  float m[9];
 };
 
 struct Frame {
-  Rotation r;
+  float r[9];
   float t[3];
 };
 
@@ -47,9 +46,33 @@ Frame frameOf(cv::Matx44d const& transform) {
   cv::Matx33d const rotation = math::getR3(transform);
   cv::Vec3d const translation = math::getT3(transform);
   Frame frame{};
-  std::transform(rotation.val, rotation.val + 9, frame.r.m, [](double v) { return static_cast<float>(v); });
+  std::transform(rotation.val, rotation.val + 9, frame.r, [](double v) { return static_cast<float>(v); });
   std::transform(translation.val, translation.val + 3, frame.t,
                  [](double v) { return static_cast<float>(v); });
+  return frame;
+}
+
+/// How planes of light given in the projector's frame lie in the camera's. Rotated vectors have the cofactors
+/// of the rotation for their cross product; as it is one, these are nearly the rotation itself.
+struct PlaneFrame {
+  float r[9]; ///< cofactors of the rotation, by rows
+  float t[3]; ///< the projector's centre, so that its product with a normal is the plane's distance
+};
+
+PlaneFrame planeFrameOf(cv::Matx44d const& camFromProj) {
+  cv::Matx33d const r = math::getR3(camFromProj);
+  auto const row = [&](int i) { return cv::Vec3d(r(i, 0), r(i, 1), r(i, 2)); };
+  cv::Vec3d const cofactors[] = {row(1).cross(row(2)), row(2).cross(row(0)), row(0).cross(row(1))};
+  cv::Vec3d const centre = math::getT3(camFromProj);
+  PlaneFrame frame{};
+  for (int i = 0; i < 3; ++i) {
+    double distance = 0;
+    for (int j = 0; j < 3; ++j) {
+      frame.r[3 * i + j] = static_cast<float>(cofactors[i][j]);
+      distance += cofactors[j][i] * centre[j];
+    }
+    frame.t[i] = static_cast<float>(distance);
+  }
   return frame;
 }
 
@@ -64,186 +87,258 @@ void splitCoordinates(float const* coordinates, float last, int* whole, float* f
   }
 }
 
-/// The projector points a and b at fractional places, and their difference, which is taken before anything is
-/// rounded away: it decides how well the plane's normal is known.
-struct PointPairs {
-  alignas(32) Numbers ax;
-  alignas(32) Numbers ay;
-  alignas(32) Numbers dx;
-  alignas(32) Numbers dy;
+/// Four numbers at a whole coordinate, and what they change by up to the next.
+struct Step {
+  float at[4];
+  float step[4];
 };
 
-/// @param first, second indices of the projector points a and b lie behind, by `fraction` of the way to the
-/// next
-VORN_TARGET_CLONES
-void interpolatePairs(float const* __restrict map, int const* __restrict first, int const* __restrict second,
-                      float const* __restrict fraction, PointPairs& pairs, int n) {
-  float* const __restrict ax = pairs.ax;
-  float* const __restrict ay = pairs.ay;
-  float* const __restrict dx = pairs.dx;
-  float* const __restrict dy = pairs.dy;
-  for (int k = 0; k < n; ++k) {
-    int const a = 2 * first[k];
-    int const b = 2 * second[k];
-    float const f = fraction[k];
-    ax[k] = map[a] + f * (map[a + 2] - map[a]);
-    ay[k] = map[a + 1] + f * (map[a + 3] - map[a + 1]);
-    dx[k] = (map[b] + f * (map[b + 2] - map[b])) - ax[k];
-    dy[k] = (map[b + 1] + f * (map[b + 3] - map[b + 1])) - ay[k];
+Step stepOf(cv::Vec4f const& at, cv::Vec4f const& next) {
+  Step step{};
+  for (int i = 0; i < 4; ++i) {
+    step.at[i] = at[i];
+    step.step[i] = next[i] - at[i];
+  }
+  return step;
+}
+
+/// Writes what belongs to four pixels, together for each, into the four arrays of a chunk, from pixel k on.
+inline void scatter(cv::v_float32x4 const (&pixels)[4], Quadruples& values, int k) {
+  cv::v_float32x4 parts[4];
+  cv::v_transpose4x4(pixels[0], pixels[1], pixels[2], pixels[3], parts[0], parts[1], parts[2], parts[3]);
+  for (int i = 0; i < 4; ++i) {
+    cv::v_store(values[i] + k, parts[i]);
   }
 }
 
-/// Meets the camera rays with the planes of light.
-/// @param rays   camera rays, or points on them: the result is a multiple
-/// @param points takes the intersections
-VORN_TARGET_CLONES
-void intersect(Frame const& frame, PointPairs const& pairs, Vectors const& rays, Vectors& points, int n) {
-  Frame const c = frame;
-  float const* const m = c.r.m;
-  for (int k = 0; k < n; ++k) {
-    float const ux = m[0] * pairs.ax[k] + m[1] * pairs.ay[k] + m[2];
-    float const uy = m[3] * pairs.ax[k] + m[4] * pairs.ay[k] + m[5];
-    float const uz = m[6] * pairs.ax[k] + m[7] * pairs.ay[k] + m[8];
-    // u x w = u x (w - u), without the cancellation.
-    float const dx = m[0] * pairs.dx[k] + m[1] * pairs.dy[k];
-    float const dy = m[3] * pairs.dx[k] + m[4] * pairs.dy[k];
-    float const dz = m[6] * pairs.dx[k] + m[7] * pairs.dy[k];
-    float const nx = uy * dz - uz * dy;
-    float const ny = uz * dx - ux * dz;
-    float const nz = ux * dy - uy * dx;
-    float const along = nx * rays.x[k] + ny * rays.y[k] + nz * rays.z[k];
-    float const t = (nx * c.t[0] + ny * c.t[1] + nz * c.t[2]) / (along == 0.0F ? tiny : along);
-    points.x[k] = t * rays.x[k];
-    points.y[k] = t * rays.y[k];
-    points.z[k] = t * rays.z[k];
+/// The four numbers of every pixel at its fractional coordinate.
+/// @param stride steps of the table from one whole coordinate to the next
+void interpolate(Step const* steps, int stride, int const* whole, float const* fraction, Quadruples& values,
+                 int n) {
+  for (int k = 0; k < n; k += 4) {
+    cv::v_float32x4 pixels[4];
+    for (int i = 0; i < 4; ++i) {
+      Step const& s = steps[static_cast<std::ptrdiff_t>(whole[k + i]) * stride];
+      pixels[i] = cv::v_load(s.at) + cv::v_setall_f32(fraction[k + i]) * cv::v_load(s.step);
+    }
+    scatter(pixels, values, k);
   }
 }
 
-/// arccos by polynomial (Abramowitz and Stegun 4.4.46, error 2e-8): std::acos does not vectorise.
-inline float arcCosine(float cosine) {
-  float const x = std::min(std::fabs(cosine), 1.0F);
-  float p = -0.0012624911F;
-  p = p * x + 0.0066700901F;
-  p = p * x - 0.0170881256F;
-  p = p * x + 0.0308918810F;
-  p = p * x - 0.0501743046F;
-  p = p * x + 0.0889789874F;
-  p = p * x - 0.2145988016F;
-  p = p * x + 1.5707963050F;
-  float const angle = std::sqrt(1.0F - x) * p;
-  return cosine < 0.0F ? 3.14159265F - angle : angle;
+/// Two points of a column of the projector, `planeReach` rows above and below a row: x and y of both.
+void interpolatePairs(float const* map, int width, int const* row, int const* column, float const* fraction,
+                      Quadruples& pairs, int n) {
+  std::ptrdiff_t const reach = 2 * static_cast<std::ptrdiff_t>(planeReach) * width;
+  for (int k = 0; k < n; k += 4) {
+    cv::v_float32x4 pixels[4];
+    for (int i = 0; i < 4; ++i) {
+      float const* const centre = map + 2 * (static_cast<std::ptrdiff_t>(row[k + i]) * width + column[k + i]);
+      cv::v_float32x4 const above = cv::v_load(centre - reach);
+      cv::v_float32x4 const below = cv::v_load(centre + reach);
+      cv::v_float32x4 const at = cv::v_combine_low(above, below);
+      pixels[i] = at + cv::v_setall_f32(fraction[k + i]) * (cv::v_combine_high(above, below) - at);
+    }
+    scatter(pixels, pairs, k);
+  }
 }
 
-/// The projector rows that see the points, from the angles at the projector: from row 0 down to the point,
-/// and down to the last row. Clamped so that there are `planeReach` rows on both sides.
+void splitRays(cv::Vec2f const* map, float* x, float* y, int n) {
+  float const* const values = map->val;
+  int k = 0;
+  for (; k + 4 <= n; k += 4) {
+    cv::v_float32x4 xs;
+    cv::v_float32x4 ys;
+    cv::v_load_deinterleave(values + 2 * k, xs, ys);
+    cv::v_store(x + k, xs);
+    cv::v_store(y + k, ys);
+  }
+  for (; k < n; ++k) {
+    x[k] = values[2 * k];
+    y[k] = values[2 * k + 1];
+  }
+}
+
+/// arctan by polynomial, good to 2e-8 up to half a quarter turn, rising beyond: std::atan does not vectorise.
+inline float arcTangent(float t) {
+  float const s = t * t;
+  float p = 8.05374449538e-2F;
+  p = p * s - 1.38776856032e-1F;
+  p = p * s + 1.99777106478e-1F;
+  p = p * s - 3.33329491539e-1F;
+  return p * s * t + t;
+}
+
+/// The rows of the projector that see the points in which rays meet the plane through the first and the last
+/// point of their column. Clamped so that there are `planeReach` rows on both sides.
+/// @param along, across as in RowGuide
 VORN_TARGET_CLONES
-void estimateRows(Frame const& frame, PointPairs const& pairs, Vectors const& points, int rows, int* row,
-                  int n) {
-  Frame const c = frame;
-  float const* const m = c.r.m;
-  float const span = static_cast<float>(rows - 1);
+void estimateRows(Rays const& rays, Quadruples const& along, Quadruples const& across, int rows,
+                  int* __restrict row, int n) {
+  float const middle = 0.5F * static_cast<float>(rows - 1);
   float const lowest = static_cast<float>(planeReach);
   float const highest = static_cast<float>(rows - 1 - planeReach);
+  VORN_INDEPENDENT_ITERATIONS
   for (int k = 0; k < n; ++k) {
-    // Angles do not care for the rotation; the point is brought into the projector's frame instead.
-    float const vx = points.x[k] - c.t[0];
-    float const vy = points.y[k] - c.t[1];
-    float const vz = points.z[k] - c.t[2];
-    float const px = m[0] * vx + m[3] * vy + m[6] * vz;
-    float const py = m[1] * vx + m[4] * vy + m[7] * vz;
-    float const pz = m[2] * vx + m[5] * vy + m[8] * vz;
-    float const ux = pairs.ax[k];
-    float const uy = pairs.ay[k];
-    float const wx = ux + pairs.dx[k];
-    float const wy = uy + pairs.dy[k];
-    float const uu = ux * ux + uy * uy + 1.0F;
-    float const ww = wx * wx + wy * wy + 1.0F;
-    float const pp = px * px + py * py + pz * pz;
-    float const toPoint = arcCosine((ux * px + uy * py + pz) / std::sqrt(uu * pp));
-    float const toLast = arcCosine((ux * wx + uy * wy + 1.0F) / std::sqrt(uu * ww));
-    float const r = toPoint / toLast * span + 0.5F;
+    float const x = rays.x[k];
+    float const y = rays.y[k];
+    float const cosine = along[0][k] * x + along[1][k] * y + along[2][k];
+    float const sine = across[0][k] * x + across[1][k] * y + across[2][k];
+    float const fromFirst = arcTangent(sine / cosine) * along[3][k] + middle;
+    float const r = std::fabs(fromFirst) + 0.5F;
     // In this order a NaN becomes a row, too.
     float const bounded = r < highest ? r : highest;
     row[k] = static_cast<int>(bounded > lowest ? bounded : lowest);
   }
 }
 
-/// Indices of the projector points two rows above and below each pixel's row.
-VORN_TARGET_CLONES
-void pairIndices(int const* row, int const* column, int width, int* first, int* second, int n) {
-  for (int k = 0; k < n; ++k) {
-    int const centre = row[k] * width + column[k];
-    first[k] = centre - planeReach * width;
-    second[k] = centre + planeReach * width;
-  }
+/// How far along their rays points lie, in depths: where the rays meet planes of light.
+/// @param pairs x and y of two points of the projector that a plane contains
+inline float depthOf(PlaneFrame const& frame, Quadruples const& pairs, std::ptrdiff_t k, float x, float y) {
+  float const* const m = frame.r;
+  float const ax = pairs[0][k];
+  float const ay = pairs[1][k];
+  // a x b = a x (b - a), without the cancellation.
+  float const dx = pairs[2][k] - ax;
+  float const dy = pairs[3][k] - ay;
+  float const nz = ax * dy - ay * dx;
+  float const gx = m[0] * x + m[3] * y + m[6];
+  float const gy = m[1] * x + m[4] * y + m[7];
+  float const gz = m[2] * x + m[5] * y + m[8];
+  float const along = gy * dx - gx * dy + gz * nz;
+  float const distance = frame.t[1] * dx - frame.t[0] * dy + frame.t[2] * nz;
+  return distance / (along == 0.0F ? tiny : along);
 }
 
+/// Meets rays with planes of light, carries the points into the frame of the pose and writes them; those
+/// without a coordinate or a ray become (0, 0, -1).
 VORN_TARGET_CLONES
-void splitRays(cv::Vec2f const* map, Vectors& rays, int n) {
-  float const* const values = map->val;
-  for (std::ptrdiff_t k = 0; k < n; ++k) {
-    rays.x[k] = values[2 * k];
-    rays.y[k] = values[2 * k + 1];
-    rays.z[k] = 1.0F;
-  }
-}
-
-/// Carries the points into the frame of the pose and writes them; invalid ones become (0, 0, `invalidZ`).
-VORN_TARGET_CLONES
-void writePoints(Frame const& pose, Vectors const& points, float const* coordinates, float last,
-                 float invalidZ, float* out, int n) {
+void writePosedPoints(PlaneFrame const& planes, Frame const& pose, Quadruples const& pairs, Rays const& rays,
+                      float const* __restrict coordinates, float last, float* __restrict out, int n) {
+  PlaneFrame const p = planes;
   Frame const c = pose;
-  float const* const m = c.r.m;
+  float const* const m = c.r;
+  VORN_INDEPENDENT_ITERATIONS
   for (std::ptrdiff_t k = 0; k < n; ++k) {
-    float const x = m[0] * points.x[k] + m[1] * points.y[k] + m[2] * points.z[k] + c.t[0];
-    float const y = m[3] * points.x[k] + m[4] * points.y[k] + m[5] * points.z[k] + c.t[1];
-    float const z = m[6] * points.x[k] + m[7] * points.y[k] + m[8] * points.z[k] + c.t[2];
-    // A pixel without a ray gives NaN.
-    bool const valid = (coordinates[k] > 0.0F) & (coordinates[k] < last) & (z == z);
+    float const z = depthOf(p, pairs, k, rays.x[k], rays.y[k]);
+    float const x = z * rays.x[k];
+    float const y = z * rays.y[k];
+    float const px = m[0] * x + m[1] * y + m[2] * z + c.t[0];
+    float const py = m[3] * x + m[4] * y + m[5] * z + c.t[1];
+    float const pz = m[6] * x + m[7] * y + m[8] * z + c.t[2];
+    bool const valid = (coordinates[k] > 0.0F) & (coordinates[k] < last) & (pz == pz);
+    out[3 * k] = valid ? px : 0.0F;
+    out[3 * k + 1] = valid ? py : 0.0F;
+    out[3 * k + 2] = valid ? pz : -1.0F;
+  }
+}
+
+/// The same in the camera's frame: points without a coordinate or a ray, or infinitely far away, become
+/// (0, 0, `invalidZ`).
+VORN_TARGET_CLONES
+void writePoints(PlaneFrame const& planes, Quadruples const& pairs, Rays const& rays,
+                 float const* __restrict coordinates, float last, float invalidZ, float* __restrict out,
+                 int n) {
+  PlaneFrame const p = planes;
+  VORN_INDEPENDENT_ITERATIONS
+  for (std::ptrdiff_t k = 0; k < n; ++k) {
+    float const z = depthOf(p, pairs, k, rays.x[k], rays.y[k]);
+    float const x = z * rays.x[k];
+    float const y = z * rays.y[k];
+    float const zeroIfFinite = (x - x) + (y - y) + (z - z);
+    bool const valid = (coordinates[k] > 0.0F) & (coordinates[k] < last) & (zeroIfFinite == 0.0F);
     out[3 * k] = valid ? x : 0.0F;
     out[3 * k + 1] = valid ? y : 0.0F;
     out[3 * k + 2] = valid ? z : invalidZ;
   }
 }
 
+/// Leads from a camera ray to the projector's row in one column.
+///
+/// The plane of light through the column's first and last point contains the directions e1, half way between
+/// the two, and e2, at a right angle to it. The ray c meets the plane m.X = 1 in X = c / (m.c), and from the
+/// projector's centre T that point is seen at the angle atan((X - T).e2 / (X - T).e1) from e1, of which both
+/// sides are linear in c: (X - T).e = c.(e - (T.e) m) / (m.c) = c.G / (m.c).
+struct RowGuide {
+  cv::Vec4f along;  ///< G of e1, and rows a radian
+  cv::Vec4f across; ///< G of e2, and 0
+};
+
+RowGuide rowGuide(TriangulationSetup const& setup, int column) {
+  auto const direction = [&](int row) {
+    cv::Vec2f const at = setup.projectorMap(row, column);
+    return cv::normalize(cv::Vec3d(static_cast<double>(at[0]), static_cast<double>(at[1]), 1));
+  };
+  int const lastRow = setup.projectorMap.rows - 1;
+  cv::Vec3d const first = direction(0);
+  cv::Vec3d const last = direction(lastRow);
+  cv::Matx33d const rotation = math::getR3(setup.camFromProj);
+  cv::Vec3d const centre = math::getT3(setup.camFromProj);
+  cv::Vec3d const normal = (rotation * first).cross(rotation * last);
+  cv::Vec3d const plane = normal / normal.dot(centre);
+  auto const guide = [&](cv::Vec3d const& e, double fourth) {
+    cv::Vec3d const inCamera = rotation * e;
+    cv::Vec3d const g = inCamera - centre.dot(inCamera) * plane;
+    return cv::Vec4f(cv::Vec4d(g[0], g[1], g[2], fourth));
+  };
+  double const angle = 2 * std::atan2(cv::norm(last - first), cv::norm(last + first));
+  return {guide(cv::normalize(first + last), lastRow / angle), guide(cv::normalize(last - first), 0)};
+}
+
+/// The guides of all columns, two steps each.
+std::vector<Step> rowGuides(TriangulationSetup const& setup) {
+  int const width = setup.projectorMap.cols;
+  std::vector<Step> steps;
+  steps.reserve(2 * static_cast<std::size_t>(width));
+  RowGuide guide = rowGuide(setup, 0);
+  for (int column = 0; column + 1 < width; ++column) {
+    RowGuide const next = rowGuide(setup, column + 1);
+    steps.push_back(stepOf(guide.along, next.along));
+    steps.push_back(stepOf(guide.across, next.across));
+    guide = next;
+  }
+  return steps;
+}
+
 /// What is known of a chunk of pixels at the stages of triangulation.
 struct Workspace {
   alignas(32) Indices whole;
   alignas(32) Numbers fraction;
-  alignas(32) Indices first;
-  alignas(32) Indices second;
   alignas(32) Indices row;
-  PointPairs pairs;
-  Vectors rays;
-  Vectors points;
+  Rays rays;
+  alignas(32) Quadruples along;
+  alignas(32) Quadruples across;
+  alignas(32) Quadruples pairs;
 };
 
 } // namespace
 
 void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& columns, cv::Rect const& roi,
                         cv::Mat_<cv::Vec3f>& xyz) {
-  Frame const camFromProj = frameOf(setup.camFromProj);
+  PlaneFrame const planes = planeFrameOf(setup.camFromProj);
   Frame const pose = frameOf(setup.poseFromCam);
+  bool const isPosed = setup.poseFromCam != cv::Matx44d::eye();
   int const width = setup.projectorMap.cols;
   int const height = setup.projectorMap.rows;
   float const last = static_cast<float>(width - 1);
   float const* const map = setup.projectorMap.ptr<float>();
+  std::vector<Step> const guides = rowGuides(setup);
   parallelRows(xyz.rows, [&](int firstRow, int endRow) {
-    Workspace w;
+    Workspace w{};
     for (int y = firstRow; y < endRow; ++y) {
       for (int x = 0; x < xyz.cols; x += chunk) {
         int const n = std::min(chunk, xyz.cols - x);
         float const* const coordinates = columns[y] + x;
+        splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays.x, w.rays.y, n);
         splitCoordinates(coordinates, last, w.whole, w.fraction, n);
-        splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays, n);
-        std::transform(w.whole, w.whole + n, w.second, [&](int i) { return (height - 1) * width + i; });
-        interpolatePairs(map, w.whole, w.second, w.fraction, w.pairs, n);
-        intersect(camFromProj, w.pairs, w.rays, w.points, n);
-        estimateRows(camFromProj, w.pairs, w.points, height, w.row, n);
-        pairIndices(w.row, w.whole, width, w.first, w.second, n);
-        interpolatePairs(map, w.first, w.second, w.fraction, w.pairs, n);
-        intersect(camFromProj, w.pairs, w.points, w.points, n);
-        writePoints(pose, w.points, coordinates, last, -1.0F, xyz[y][x].val, n);
+        interpolate(guides.data(), 2, w.whole, w.fraction, w.along, n);
+        interpolate(guides.data() + 1, 2, w.whole, w.fraction, w.across, n);
+        estimateRows(w.rays, w.along, w.across, height, w.row, n);
+        interpolatePairs(map, width, w.row, w.whole, w.fraction, w.pairs, n);
+        if (isPosed) {
+          writePosedPoints(planes, pose, w.pairs, w.rays, coordinates, last, xyz[y][x].val, n);
+        } else {
+          writePoints(planes, w.pairs, w.rays, coordinates, last, -1.0F, xyz[y][x].val, n);
+        }
       }
     }
   });
@@ -252,29 +347,28 @@ void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& 
 void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& rows, cv::Rect const& roi,
                      cv::Mat_<cv::Vec3f>& xyz) {
   constexpr int border = 2;
-  constexpr Frame identity{{{1, 0, 0, 0, 1, 0, 0, 0, 1}}, {0, 0, 0}};
-  Frame const camFromProj = frameOf(setup.camFromProj);
-  int const height = setup.projectorMap.rows;
+  PlaneFrame const planes = planeFrameOf(setup.camFromProj);
   int const third = setup.projectorMap.cols / 3;
-  float const last = static_cast<float>(height - 1);
-  // The two columns one after the other, so that a row's neighbour is the next element.
-  std::vector<cv::Vec2f> map(2 * static_cast<std::size_t>(height));
-  for (int r = 0; r < height; ++r) {
-    map[static_cast<std::size_t>(r)] = setup.projectorMap(r, third);
-    map[static_cast<std::size_t>(r) + static_cast<std::size_t>(height)] = setup.projectorMap(r, 2 * third);
+  float const last = static_cast<float>(setup.projectorMap.rows - 1);
+  auto const pairAt = [&](int row) {
+    cv::Vec2f const a = setup.projectorMap(row, third);
+    cv::Vec2f const b = setup.projectorMap(row, 2 * third);
+    return cv::Vec4f(a[0], a[1], b[0], b[1]);
+  };
+  std::vector<Step> steps;
+  for (int row = 0; row + 1 < setup.projectorMap.rows; ++row) {
+    steps.push_back(stepOf(pairAt(row), pairAt(row + 1)));
   }
   parallelRows(xyz.rows - 2 * border, [&](int firstRow, int endRow) {
-    Workspace w;
+    Workspace w{};
     for (int y = firstRow + border; y < endRow + border; ++y) {
       for (int x = border; x < xyz.cols - border; x += chunk) {
         int const n = std::min(chunk, xyz.cols - border - x);
         float const* const coordinates = rows[y] + x;
         splitCoordinates(coordinates, last, w.whole, w.fraction, n);
-        splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays, n);
-        std::transform(w.whole, w.whole + n, w.second, [&](int i) { return height + i; });
-        interpolatePairs(map[0].val, w.whole, w.second, w.fraction, w.pairs, n);
-        intersect(camFromProj, w.pairs, w.rays, w.points, n);
-        writePoints(identity, w.points, coordinates, last, -FLT_MAX, xyz[y][x].val, n);
+        interpolate(steps.data(), 1, w.whole, w.fraction, w.pairs, n);
+        splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays.x, w.rays.y, n);
+        writePoints(planes, w.pairs, w.rays, coordinates, last, -FLT_MAX, xyz[y][x].val, n);
       }
     }
   });
