@@ -44,6 +44,7 @@
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/geometry/fitting.hpp>
+#include <vorn/mv/geometry/hand_eye.hpp>
 #include <vorn/mv/geometry/line2f.hpp>
 #include <vorn/mv/geometry/line3f.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>

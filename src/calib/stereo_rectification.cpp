@@ -14,9 +14,9 @@
 
 #include "calib/camera_model_of.hpp"
 #include "calib/projection.hpp"
-#include "calib/rotation_vector.hpp"
 #include "core/error.hpp"
 #include "core/parallel.hpp"
+#include "geometry/rotation_vector.hpp"
 
 namespace vorn::mv {
 

@@ -13,7 +13,7 @@
 #include <vorn/mv/geometry/fitting.hpp>
 
 #include "calib/adjustment_rig.hpp"
-#include "calib/rotation_vector.hpp"
+#include "geometry/rotation_vector.hpp"
 
 namespace vorn::mv {
 namespace {

@@ -15,10 +15,10 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "calib/adjust/bundle_solver.hpp"
-#include "calib/rotation_vector.hpp"
 #include "calib/target/point_spread.hpp"
 #include "core/error.hpp"
 #include "core/median.hpp"
+#include "geometry/rotation_vector.hpp"
 
 namespace vorn::mv {
 

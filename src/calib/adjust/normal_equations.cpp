@@ -6,15 +6,13 @@
 
 #include <opencv2/core.hpp>
 
+#include <vorn/mv/geometry/rotation.hpp>
+
 #include "calib/projection.hpp"
 
 namespace vorn::mv {
 
 namespace {
-
-cv::Matx33d crossMatrix(cv::Vec3d const& v) {
-  return {0, -v[2], v[1], v[2], 0, -v[0], -v[1], v[0], 0};
-}
 
 /// Both devices' images of dots, and the derivatives that are asked for.
 class DotModel {
@@ -111,7 +109,7 @@ public:
   /// Of device 1: its image less `transfer` times that in device 0.
   void fill1(DotModel::Images const& images, int target, cv::Matx22d const* transfer, Rows rows) const {
     fillLens(images.byParameters[1], 1, columns_.device1, rows);
-    rows.middleCols<3>(columns_.transform) = eigenOf<3>(images.by1 * crossMatrix(images.beside1));
+    rows.middleCols<3>(columns_.transform) = eigenOf<3>(images.by1 * math::skew3(images.beside1));
     rows.middleCols<3>(columns_.transform + 3) = -eigenOf<3>(images.by1);
     cv::Matx23d byDot = images.by1;
     if (transfer != nullptr) {
@@ -132,7 +130,7 @@ private:
   }
 
   void fillPlace(DotModel::Images const& images, cv::Matx23d const& byDot, int target, Rows rows) const {
-    rows.middleCols<3>(columns_.pose) = -eigenOf<3>(byDot * crossMatrix(images.turned));
+    rows.middleCols<3>(columns_.pose) = -eigenOf<3>(byDot * math::skew3(images.turned));
     rows.middleCols<3>(columns_.pose + 3) = eigenOf<3>(byDot);
     if (columns_.pose > columns_.shape) {
       rows.middleCols(columns_.shape, columns_.pose - columns_.shape) =
