@@ -64,8 +64,10 @@
 #include <vorn/mv/measure/amat.hpp>
 #include <vorn/mv/measure/color_map.hpp>
 #include <vorn/mv/measure/fit.hpp>
+#include <vorn/mv/measure/focus.hpp>
 #include <vorn/mv/measure/histogram.hpp>
 #include <vorn/mv/measure/mark.hpp>
+#include <vorn/mv/measure/profile.hpp>
 #include <vorn/mv/measure/raster_font.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
