@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/core/json_file.hpp>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 
 #include <nlohmann/json.hpp>
 
@@ -39,7 +39,11 @@ std::string contentOf(std::string const& path) {
                                  : "Cannot open " + path + ": " + std::strerror(reason),
                 context);
   }
-  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::string text;
+  std::array<char, 65536> piece;
+  while (file.read(piece.data(), piece.size()) || file.gcount() > 0) {
+    text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
+  }
   if (file.bad()) {
     throw error("Cannot read " + path, context);
   }

@@ -66,7 +66,8 @@ TEST_F(JsonFile, RefusalsNameTheFileAndWhatIsWrong) {
   writeText("wide.json", R"({"Sigma": 3, "Radius": 33})");
   TestFilter filter;
   std::string const wide = refusal([&] { load(path("wide.json"), filter); });
-  EXPECT_TRUE(contains(wide, path("wide.json")) && contains(wide, "\"Radius\"") && contains(wide, "33")) << wide;
+  EXPECT_TRUE(contains(wide, path("wide.json")) && contains(wide, "\"Radius\"") && contains(wide, "33"))
+      << wide;
   EXPECT_EQ(filter["Sigma"].getValue(), Variant(1.5));
   std::string const folder = refusal([&] { load(folder_.path().string(), filter); });
   EXPECT_TRUE(contains(folder, folder_.path().string())) << folder;

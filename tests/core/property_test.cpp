@@ -151,20 +151,43 @@ TEST(Property, CountsWithTheValueThatItHas) {
   EXPECT_EQ(text.str(), "12.7");
 }
 
+/// Another enum with as many items.
+struct Tone : EnumBase<Tone> {
+  enum Item { A, B, C };
+  static constexpr char const* className = "Tone";
+  static constexpr char const* itemList = "A, B, C";
+  Tone(Item item = A) : EnumBase(item) {}
+};
+
 TEST(Property, GivesAnEnumOfItsOwnClassOnly) {
   TestFilter filter;
   filter["Shade"] = Shade::Bright;
   EXPECT_EQ(filter["Shade"].get<Shade>(), Shade(Shade::Bright));
   EXPECT_EQ(filter["Shade"].get<int>(), Shade::Bright);
   EXPECT_TRUE(filter["Shade"] == Shade::Bright);
-  struct Other : EnumBase<Other> {
-    enum Item { A, B, C };
-    static constexpr char const* className = "Other";
-    static constexpr char const* itemList = "A, B, C";
-    Other(Item item = A) : EnumBase(item) {}
-  };
-  EXPECT_NE(messageOf([&] { filter["Shade"].get<Other>(); }).find("vorn::test::Shade"), std::string::npos);
+  EXPECT_NE(messageOf([&] { filter["Shade"].get<Tone>(); }).find("vorn::test::Shade"), std::string::npos);
   EXPECT_THROW(filter["Sigma"].get<Shade>(), Exception);
+}
+
+TEST(Variant, ClampsDoublesToTheWholeNumbersOf64Bits) {
+  EXPECT_EQ(Variant(9223372036854775808.0).toInt64(), std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(Variant(9223372036854774784.0).toInt64(), 9223372036854774784);
+  EXPECT_EQ(Variant(-9223372036854775808.0).toInt64(), std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(Variant(-1e300).toInt64(), std::numeric_limits<std::int64_t>::min());
+}
+
+TEST(Enum, ReadsAnItemOrAnIndexAndWritesTheItem) {
+  Shade shade;
+  shade.read("Bright");
+  EXPECT_EQ(shade.getIndex(), Shade::Bright);
+  shade.read(1);
+  EXPECT_EQ(shade.getIndex(), Shade::Medium);
+  nlohmann::json json;
+  shade.write(json);
+  EXPECT_EQ(json, "Medium");
+  EXPECT_THROW(shade.read(3), Exception);
+  EXPECT_THROW(shade.read("Mediun"), Exception);
+  EXPECT_EQ(shade.getIndex(), Shade::Medium);
 }
 
 TEST(Property, BoundsAreAllowed) {
