@@ -18,6 +18,7 @@
 #include <vorn/core/system.hpp>
 #include <vorn/mv/core/library.hpp>
 
+#include "ablation.hpp"
 #include "calibration_accuracy.hpp"
 #include "scan_accuracy.hpp"
 #include "tools/files/json_file.hpp"
@@ -100,7 +101,9 @@ struct Options {
   int divisor = 1;
   std::string json;
   std::string only;
+  std::string folder;
   bool isCheck = false;
+  bool isAblation = false;
 };
 
 void run(Options const& options) {
@@ -131,6 +134,14 @@ void run(Options const& options) {
   if (!options.json.empty()) {
     tools::writeJsonFile(options.json, report);
   }
+}
+
+void ablate(Options const& options) {
+  std::vector<AblationScene> scenes = ablationScenes();
+  if (!options.folder.empty()) {
+    scenes.push_back(ablationScene(options.folder));
+  }
+  printAblation(scenes);
 }
 
 /// Prints what is beyond its limit.
@@ -184,12 +195,19 @@ int main(int argc, char** argv) {
   app.add_option("--only", options.only,
                  "Scan only the cases with this in their names, and calibrate nothing");
   app.add_flag("--check", options.isCheck, "A few cases only; fail when one misses what must hold");
+  app.add_flag("--ablation", options.isAblation, "Decode with each rule off in turn and show what it gains");
+  app.add_option("--folder", options.folder,
+                 "With --ablation: also the scan in this folder, rendered with its truth");
   CLI11_PARSE(app, argc, argv);
   try {
     vorn::mv::Library::init();
     vorn::System::set("EnableDebugMode", vorn::Variant(false));
     if (options.isCheck) {
       return vorn::bench::check() ? 0 : 1;
+    }
+    if (options.isAblation) {
+      vorn::bench::ablate(options);
+      return 0;
     }
     vorn::bench::run(options);
   } catch (std::exception const& exception) {
