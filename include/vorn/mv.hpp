@@ -67,6 +67,7 @@
 #include <vorn/mv/measure/focus.hpp>
 #include <vorn/mv/measure/histogram.hpp>
 #include <vorn/mv/measure/mark.hpp>
+#include <vorn/mv/measure/plot.hpp>
 #include <vorn/mv/measure/profile.hpp>
 #include <vorn/mv/measure/raster_font.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>

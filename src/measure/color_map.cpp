@@ -111,7 +111,13 @@ cv::Vec3b seriesColor(int index, Ground ground) {
                                                      {20, 150, 160},
                                                      {170, 160, 0}}};
   int const place = ((index % count) + count) % count;
-  return (ground == Ground::Dark ? onDark : onLight)[static_cast<std::size_t>(place)];
+  cv::Vec3b const color = (ground == Ground::Dark ? onDark : onLight)[static_cast<std::size_t>(place)];
+  if (index / count % 2 == 0) {
+    return color;
+  }
+  // The second ten: halfway to the ground's opposite, so that they differ from the first.
+  constexpr double half = 0.5;
+  return cv::Vec3d(color) * half + cv::Vec3d::all(ground == Ground::Dark ? 127.0 : 0.0);
 }
 
 cv::Mat colored(cv::Mat const& values, ColorMap map, double low, double high, cv::Vec3b const& absent) {

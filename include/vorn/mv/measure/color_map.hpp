@@ -28,7 +28,8 @@ VORN_API cv::Vec3b colorOf(ColorMap map, double share);
 /// Note: blue; found: green; dropped: red; warning: orange; reference: violet. On a light ground they are
 /// darker.
 VORN_API cv::Vec3b colorOf(Meaning meaning, Ground ground = Ground::Dark);
-/// One of ten colours that are easily told apart, in turn, for the series of a plot or the views of a report.
+/// One of twenty colours, in turn, of which the first ten are easily told apart, for the series of a plot or
+/// the views of a report.
 VORN_API cv::Vec3b seriesColor(int index, Ground ground = Ground::Dark);
 
 /// The values of a matrix as colours, from `low` to `high`.
