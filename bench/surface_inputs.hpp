@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 #include <random>
 
@@ -58,6 +59,39 @@ inline double rmsAngle(cv::Mat_<cv::Vec3f> const& normals, cv::Mat_<cv::Vec3f> c
     }
   }
   return std::sqrt(sum / count);
+}
+
+/// Two scans of the same surface with other noise, the source 0.3 mm and 0.3 degrees from its place.
+struct MovedScans {
+  cv::Mat_<cv::Vec3f> source;
+  cv::Mat_<cv::Vec3f> target;
+  cv::Matx44d sourceFromTarget;
+
+  /// How far a transform of the source leaves the target's middle from its place, in mm.
+  double errorOfMiddle(cv::Matx44d const& targetFromSource) const {
+    cv::Vec4d const middle(0.0, 0.0, 500.0, 1.0);
+    cv::Vec4d const error = targetFromSource * (sourceFromTarget * middle) - middle;
+    return std::sqrt(error.dot(error));
+  }
+};
+
+inline MovedScans movedScans(int side) {
+  MovedScans scans{noisyScan(side, 0.0, 2).points, noisyScan(side, 0.0, 1).points, cv::Matx44d::eye()};
+  cv::Vec3d const middle(0.0, 0.0, 500.0);
+  cv::Vec3d const shift(0.2, -0.15, 0.166);
+  cv::Matx33d rotation;
+  cv::Rodrigues(cv::Vec3d(1.0, 2.0, -1.0) * (0.3 * CV_PI / 180.0 / std::sqrt(6.0)), rotation);
+  cv::Vec3d const offset = middle + shift - rotation * middle;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      scans.sourceFromTarget(i, j) = rotation(i, j);
+    }
+    scans.sourceFromTarget(i, 3) = offset[i];
+  }
+  for (cv::Vec3f& point : scans.source) {
+    point = rotation * cv::Vec3d(point) + offset;
+  }
+  return scans;
 }
 
 } // namespace vorn::bench

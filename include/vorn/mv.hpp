@@ -77,6 +77,8 @@
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 #include <vorn/mv/pointcloud/point_kind.hpp>
+#include <vorn/mv/registration/icp_aligner.hpp>
+#include <vorn/mv/registration/registration.hpp>
 #include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>

@@ -156,7 +156,8 @@ Properties propertiesOfPages() {
 TEST(Documentation, PropertyTablesAreThoseOfTheProgram) {
   Properties const program = propertiesOfProgram();
   Properties const written = propertiesOfPages();
-  constexpr std::size_t classes = 27; // scanner, line scanner, detector, six cloud and eighteen image filters
+  constexpr std::size_t classes =
+      29; // scanner, line scanner, detector, two aligners, six cloud and eighteen image filters
   EXPECT_EQ(program.size(), classes);
   for (auto const& [className, properties] : program) {
     auto const page = written.find(className);

@@ -15,6 +15,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/imaging/image_filters.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
+#include <vorn/mv/registration/icp_aligner.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "tools/commands/commands.hpp"
@@ -117,6 +118,8 @@ void printAllProperties() {
   for (std::string const& name : mv::pc::filters().names()) {
     printProperties(std::cout, *mv::pc::createFilter(name));
   }
+  printProperties(std::cout, mv::pc::ICPAligner());
+  printProperties(std::cout, mv::pc::ICPAligner2());
   for (std::string const& name : mv::imageFilters().names()) {
     printProperties(std::cout, *mv::createImageFilter(name));
   }

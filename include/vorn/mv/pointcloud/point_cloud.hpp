@@ -9,6 +9,7 @@
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 #include <string>
+#include <vector>
 
 #include <vorn/core/export.hpp>
 #include <vorn/mv/pointcloud/normals.hpp>
@@ -239,6 +240,21 @@ public:
   /// Computes the valid map first when there is none. Organized clouds only. Working memory: 5 bytes a point.
   /// @throws Exception when `width` is below 0
   void icpRemoveBoder(int width);
+
+  /// Points to match with another view: present, with a normal if the cloud has normals, inner ones if
+  /// `auxMask` says which these are, spread evenly, in ascending order.
+  /// @param count the largest number of them
+  /// @throws Exception when `count` is below 1
+  std::vector<unsigned> getICPSample(int count);
+
+  /// Sets the pending transform so that this cloud lies on another, both moved by their pending transforms;
+  /// what it was before is where the search begins. Point-to-plane, robust to partial overlap; see
+  /// `registerClouds` for more about the result.
+  /// @param samples the points to use, as from `getICPSample`; empty: some 5000. Those that decided in the
+  /// end.
+  /// @return RMS distance of those to the other's surface
+  /// @throws Exception when fewer than 50 samples have a place on the other; nothing has changed then
+  double icpMatch(PointCloud& target, std::vector<unsigned>& samples);
 
   /// Removes present points with z < zMin or z > zMax for good. A NaN z stays.
   void filterByZRange(float zMin, float zMax);

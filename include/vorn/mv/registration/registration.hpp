@@ -1,0 +1,112 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <opencv2/core/matx.hpp>
+#include <string>
+#include <vector>
+
+#include <vorn/core/export.hpp>
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+
+namespace vorn {
+class Observer;
+}
+
+namespace vorn::mv {
+
+/// How `registerClouds` works. Lengths are in the unit of the clouds; 0 leaves a choice to the clouds' own
+/// spacing and noise, so that the answer is the same in any unit.
+struct RegistrationSettings {
+  /// Where the source is thought to lie in the target's frame.
+  cv::Matx44d targetFromSource = cv::Matx44d::eye();
+  /// Points farther apart than this are never the same place. 0: three times the median distance of all
+  /// pairs.
+  double maxDistance = 0.0;
+  /// Normals of one place differ by at most this angle, in degrees, above 0 .. 90.
+  double maxNormalAngle = 45.0;
+  /// Steps after which the work ends in any case, 1 .. 1000.
+  int maxIterations = 60;
+  /// Points of the source to use, at least 100; 0: all. They are spread evenly over it.
+  int maxSamples = 0;
+  /// The share of the source's points that must find their place on the target, 0 .. 1; with less the result
+  /// is `RegistrationStop::NoOverlap`.
+  double minOverlap = 0.05;
+};
+
+/// Why a registration ended.
+enum class RegistrationStop {
+  Converged,      ///< the last step was below the uncertainty of the result
+  IterationLimit, ///< `RegistrationSettings::maxIterations` came first
+  NoOverlap       ///< too few points have a place on the other cloud: there is no result
+};
+
+/// A motion that the shape of what both clouds saw does not hold: the source may slide along it and fits as
+/// well as before.
+struct FreeMotion {
+  enum class Kind {
+    Translation, ///< along `axis`
+    Rotation     ///< about the line through `point` along `axis`
+  };
+
+  Kind kind = Kind::Translation;
+  cv::Vec3d axis;  ///< of length 1, in the target's frame
+  cv::Vec3d point; ///< in the target's frame
+};
+
+/// Where one cloud lies in the frame of another, and how well that is known.
+struct VORN_API Registration {
+  /// Moves the source's `points()` to the target's; what was begun with when there is no overlap.
+  cv::Matx44d targetFromSource = cv::Matx44d::eye();
+  RegistrationStop stop = RegistrationStop::NoOverlap;
+  int iterations = 0;
+  /// RMS distance of the points used to the planes of their places on the target, weighted as used.
+  double rms = 0.0;
+  /// Robust standard deviation of those distances.
+  double sigma = 0.0;
+  /// The share of the source's points that have a place on the target.
+  double overlap = 0.0;
+  /// Points used in the last step.
+  std::size_t matches = 0;
+  /// Covariance of the source's last small motion in the target's frame: rotation about `pivot` in rad (x, y,
+  /// z), translation. It follows from how the residuals of patches of the surface scatter, so noise that
+  /// neighbours share is in it. Along free motions it is that of a shift by the size of the overlap.
+  cv::Matx66d covariance = cv::Matx66d::zeros();
+  /// The middle of the overlap, in the target's frame.
+  cv::Vec3d pivot;
+  /// What the shapes do not hold; the result does not move along it. Empty when all six degrees are held.
+  std::vector<FreeMotion> freeMotions;
+  /// How finely single precision resolves coordinates where the clouds are; above `sigma` it, not the noise,
+  /// limits the result.
+  double resolution = 0.0;
+
+  /// Whether `targetFromSource` is more than the guess.
+  bool isFound() const { return stop != RegistrationStop::NoOverlap; }
+  /// The surface that the free motions are those of: "" (none), "plane", "sphere", "cylinder", "extrusion",
+  /// "revolution", "point" for anything else.
+  std::string freeShape() const;
+};
+
+/// Finds the motion that lays one cloud onto another from a guess that is near enough for corresponding
+/// points to be near each other.
+///
+/// Minimises the distances of the source's points to the target along the mean of both normals (S.
+/// Rusinkiewicz, "A Symmetric Objective Function for ICP", SIGGRAPH 2019), coarse samples first. A point
+/// finds its place on an organized target by walking its grid along the tangents, on others by the octree;
+/// points that come to lie beside the surface have none, and a robust weight leaves out what lies off it.
+/// Clouds without normals get some, as by `PointCloud::calcNormals`. Pending transforms are ignored.
+///
+/// The same input gives the same bits, on any number of threads and in units that are powers of two apart.
+/// The sums are taken about the middle of the target, so far from the origin only the floats' own rounding
+/// remains. Working memory: about 150 bytes a point of the source and 20 of the target, without normals 15
+/// more.
+/// @param observer hears of the iterations
+/// @throws Exception when a setting is outside its range, when a cloud has fewer than 50 points with a
+/// normal,
+///         all on one line for instance, and when one is 30 times as large as the other
+/// @throws Cancelled when stopped by the observer
+VORN_API Registration registerClouds(PointCloud const& source, PointCloud const& target,
+                                     RegistrationSettings const& settings = {}, Observer* observer = nullptr);
+
+} // namespace vorn::mv

@@ -1,0 +1,220 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "registration/surface_matcher.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "pointcloud/grid_steps.hpp"
+#include "pointcloud/octree_nearest.hpp"
+#include "pointcloud/point_access.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+using L2 = Distance<cv::Vec3f>::L2;
+
+/// On a grid only every so many-th row and column is in the tree; the walk does the rest.
+constexpr int coarseStride = 8;
+/// Steps of a walk, and cells a step: from a start in the tree the place is a few cells away.
+constexpr int mostSteps = 8;
+constexpr int longestStep = 16;
+/// A point whose foot lies more than so many cells beside the last cell of its walk lies beside the surface.
+constexpr double mostCellsBeside = 1.0;
+/// The same without a grid, in typical distances of neighbours.
+constexpr double mostSpacingsBeside = 1.5;
+
+/// The nearest point alone.
+class NearestPoint {
+public:
+  explicit NearestPoint(float farthestSquare) : square_(farthestSquare) {}
+  float worst() const { return square_; }
+  void add(unsigned index, float square) {
+    square_ = square;
+    index_ = index;
+  }
+  unsigned index() const { return index_; }
+
+private:
+  float square_;
+  unsigned index_ = SurfaceMatcher::none;
+};
+
+/// The median distance of points to their nearest neighbour, of some hundred spread over the tree.
+double medianNeighbourDistance(cv::Mat_<cv::Vec3f> const& points, GridOctree const& tree) {
+  constexpr std::size_t samples = 500;
+  std::vector<float> squares;
+  std::size_t const stride = std::max<std::size_t>(1, tree.chain().size() / samples);
+  for (std::size_t i = 0; i < tree.chain().size(); i += stride) {
+    unsigned const index = tree.chain()[i];
+    NearestPoint nearest(std::numeric_limits<float>::max());
+    ContiguousPoints const access{points.ptr<float>()};
+    findNearest<L2>(OctreeView(tree), access, access[index], nearest,
+                    [&](unsigned other) { return other != index; });
+    if (nearest.index() != SurfaceMatcher::none) {
+      squares.push_back(nearest.worst());
+    }
+  }
+  if (squares.empty()) {
+    return 0.0;
+  }
+  auto const middle = squares.begin() + static_cast<std::ptrdiff_t>(squares.size() / 2);
+  std::nth_element(squares.begin(), middle, squares.end());
+  return std::sqrt(static_cast<double>(*middle));
+}
+
+} // namespace
+
+SurfaceMatcher::SurfaceMatcher(PointCloud const& cloud)
+    : points_(cloud.points()), normals_(cloud.normals()), usable_(points_.size(), uchar{0}),
+      isGrid_(cloud.isOrganized() && cloud.isContinous()) {
+  for (int row = 0; row < points_.rows; ++row) {
+    for (int column = 0; column < points_.cols; ++column) {
+      cv::Vec3f const& normal = normals_(row, column);
+      if (cloud.state()(row, column) == 0 && isFinite(points_(row, column).val) &&
+          normal.dot(normal) > 0.5F) {
+        usable_(row, column) = 1;
+        ++usableCount_;
+        middle_ += cv::Vec3d(points_(row, column));
+      }
+    }
+  }
+  middle_ *= 1.0 / static_cast<double>(std::max<std::size_t>(usableCount_, 1));
+  double squares = 0.0;
+  for (int row = 0; row < points_.rows; ++row) {
+    for (int column = 0; column < points_.cols; ++column) {
+      if (isUsable(row, column)) {
+        cv::Vec3d const offset = cv::Vec3d(points_(row, column)) - middle_;
+        squares += offset.dot(offset);
+      }
+    }
+  }
+  size_ = std::sqrt(squares / static_cast<double>(std::max<std::size_t>(usableCount_, 1)));
+  int const stride = isGrid_ ? coarseStride : 1;
+  std::vector<cv::Vec3f> kept;
+  for (int row = std::clamp(points_.rows - 1, 0, stride / 2); row < points_.rows; row += stride) {
+    for (int column = std::clamp(points_.cols - 1, 0, stride / 2); column < points_.cols; column += stride) {
+      if (isUsable(row, column)) {
+        kept.push_back(points_(row, column));
+        indexedCells_.push_back(static_cast<unsigned>(row * points_.cols + column));
+      }
+    }
+  }
+  indexed_ = cv::Mat_<cv::Vec3f>(kept, true);
+  tree_.init(indexed_);
+  spacing_ = isGrid_ ? static_cast<double>(gridSpacingOf(points_, cloud.state()))
+                     : medianNeighbourDistance(indexed_, tree_);
+}
+
+double SurfaceMatcher::resolution() const {
+  double const reach = std::max({std::abs(middle_[0]), std::abs(middle_[1]), std::abs(middle_[2])}) + size_;
+  return reach * static_cast<double>(std::numeric_limits<float>::epsilon()) / 2.0;
+}
+
+unsigned SurfaceMatcher::nearest(cv::Vec3d const& point, double maxDistance) const {
+  if (tree_.isEmpty()) {
+    return none;
+  }
+  // The tree of a grid misses up to half its stride of cells each way.
+  double const reach = maxDistance + (isGrid_ ? 2.0 * coarseStride * spacing_ : 0.0);
+  auto const square = static_cast<float>(std::min(reach * reach, 1e37));
+  NearestPoint found(square);
+  cv::Vec3f const query(point);
+  findNearest<L2>(OctreeView(tree_), ContiguousPoints{indexed_.ptr<float>()}, query.val, found,
+                  [](unsigned) { return true; });
+  return found.index() == none ? none : indexedCells_[found.index()];
+}
+
+/// The way from a cell's point to that of the next cell, from both sides where both are there.
+cv::Vec3d SurfaceMatcher::tangent(int row, int column, int down, int right) const {
+  bool const hasNext = isUsableCell(row + down, column + right);
+  bool const hasLast = isUsableCell(row - down, column - right);
+  cv::Vec3f const& next = hasNext ? points_(row + down, column + right) : points_(row, column);
+  cv::Vec3f const& last = hasLast ? points_(row - down, column - right) : points_(row, column);
+  return cv::Vec3d(next - last) * (hasNext && hasLast ? 0.5 : 1.0);
+}
+
+unsigned SurfaceMatcher::walk(cv::Vec3d const& point, unsigned start) const {
+  int row = rowOf(start);
+  int column = columnOf(start);
+  double square = std::numeric_limits<double>::max();
+  for (int step = 0; step < mostSteps; ++step) {
+    cv::Vec3d const offset = point - cv::Vec3d(points_(row, column));
+    cv::Vec3d const a = tangent(row, column, 0, 1);
+    cv::Vec3d const b = tangent(row, column, 1, 0);
+    double const aa = a.dot(a);
+    double const ab = a.dot(b);
+    double const bb = b.dot(b);
+    double const determinant = aa * bb - ab * ab;
+    if (!(determinant > 1e-6 * aa * bb)) {
+      return none;
+    }
+    double const du = (bb * a.dot(offset) - ab * b.dot(offset)) / determinant;
+    double const dv = (aa * b.dot(offset) - ab * a.dot(offset)) / determinant;
+    double const along = std::max(std::abs(du), std::abs(dv));
+    double const length = offset.dot(offset);
+    // Rounded to whole cells; between two cells either will do.
+    if (along <= 0.5 || (along <= mostCellsBeside && length >= square)) {
+      return static_cast<unsigned>(row * points_.cols + column);
+    }
+    if (length >= square) {
+      return none;
+    }
+    square = length;
+    auto const cells = [](double way) {
+      return static_cast<int>(std::lround(std::clamp(way, -1.0 * longestStep, 1.0 * longestStep)));
+    };
+    int const nextRow = row + cells(dv);
+    int const nextColumn = column + cells(du);
+    if (!isUsableCell(nextRow, nextColumn)) {
+      // A hole of a cell: one of its neighbours is as good.
+      bool const isBeside = along > mostCellsBeside;
+      if (!isBeside) {
+        return static_cast<unsigned>(row * points_.cols + column);
+      }
+      int const halfRow = row + cells(dv / 2.0);
+      int const halfColumn = column + cells(du / 2.0);
+      if ((halfRow == row && halfColumn == column) || !isUsableCell(halfRow, halfColumn)) {
+        return none;
+      }
+      row = halfRow;
+      column = halfColumn;
+    } else {
+      row = nextRow;
+      column = nextColumn;
+    }
+  }
+  return none;
+}
+
+unsigned SurfaceMatcher::find(cv::Vec3d const& point, unsigned start, double maxDistance) const {
+  unsigned cell = none;
+  if (isGrid_) {
+    cell = start == none ? none : walk(point, start);
+    if (cell == none) {
+      unsigned const seed = nearest(point, maxDistance);
+      cell = seed == none ? none : walk(point, seed);
+    }
+  } else {
+    cell = nearest(point, maxDistance);
+  }
+  if (cell == none) {
+    return none;
+  }
+  cv::Vec3d const offset = point - pointAt(cell);
+  if (offset.dot(offset) > maxDistance * maxDistance) {
+    return none;
+  }
+  if (!isGrid_) {
+    cv::Vec3d const normal = normalAt(cell);
+    cv::Vec3d const beside = offset - normal * normal.dot(offset);
+    if (beside.dot(beside) > mostSpacingsBeside * mostSpacingsBeside * spacing_ * spacing_) {
+      return none;
+    }
+  }
+  return cell;
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,233 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <vorn/core/observer.hpp>
+#include <vorn/core/system.hpp>
+#include <vorn/mv/registration/registration.hpp>
+
+#include "registration/registered_views.hpp"
+#include "support/expect_error.hpp"
+#include "support/point_sets.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using namespace vorn::test;
+
+cv::Vec3d const middle(7.0, 7.0, 400.0);
+
+class Register : public testing::Test {
+protected:
+  Register() { System::set("EnableDebugMode", false); }
+};
+
+/// Errors of the six parameters over their standard deviations, the largest.
+double worstSigmas(Registration const& found, cv::Matx44d const& truth) {
+  cv::Vec6d const error = errorOf(found.targetFromSource, truth, found.pivot);
+  double worst = 0.0;
+  for (int i = 0; i < 6; ++i) {
+    worst = std::max(worst, std::abs(error[i]) / std::sqrt(found.covariance(i, i)));
+  }
+  return worst;
+}
+
+TEST_F(Register, FindsTheMotionWithinItsUncertaintyOnGridsAndWithout) {
+  cv::Matx44d const truth = motionAbout(middle, {1.0, -1.5, 2.0}, {0.3, -0.2, 0.4});
+  cv::Mat_<cv::Vec3f> const target = view(bumps, 140, 0.0, 0.0, 0.02, 1);
+  cv::Mat_<cv::Vec3f> const source = moveAll(truth.inv(), view(bumps, 140, 0.03, 0.05, 0.02, 2));
+  for (bool const isGrid : {true, false}) {
+    Registration const found = registerClouds(PointCloud(source, isGrid), PointCloud(target, isGrid));
+    EXPECT_EQ(found.stop, RegistrationStop::Converged);
+    EXPECT_LT(worstSigmas(found, truth), 4.5) << isGrid;
+    EXPECT_LT(cv::norm(errorOf(found.targetFromSource, truth, middle)), 0.003);
+    // Two clouds' noise along the normal; the nearest of noisy points are a little nearer.
+    EXPECT_LT(found.sigma, 0.030);
+    EXPECT_GT(found.sigma, isGrid ? 0.026 : 0.022);
+    EXPECT_GT(found.overlap, 0.95);
+    EXPECT_EQ(found.freeShape(), "");
+  }
+}
+
+TEST_F(Register, IsExactWithoutNoise) {
+  // The same places, so that only the floats' rounding is left: 400 has steps of 3e-5.
+  cv::Matx44d const truth = motionAbout(middle, {0.5, 1.0, -0.7}, {0.1, 0.2, -0.1});
+  cv::Mat_<cv::Vec3f> const target = view(bumps, 140, 0.0, 0.0, 0.0, 1);
+  Registration const found = registerClouds(PointCloud(moveAll(truth.inv(), target), true), PointCloud(target, true));
+  EXPECT_LT(cv::norm(errorOf(found.targetFromSource, truth, middle)), 2e-5);
+  EXPECT_LT(found.resolution, 4e-5);
+  EXPECT_GT(found.resolution, 1e-5);
+}
+
+TEST_F(Register, KeepsToTheCommonPartOfViews) {
+  // 40 % of each view is seen by the other, and a clamp stands where the source's own part is.
+  cv::Mat_<cv::Vec3f> const target = view(bumps, 150, 0.0, 0.0, 0.01, 1);
+  cv::Mat_<cv::Vec3f> other = view(bumps, 150, 9.0, 0.0, 0.01, 2);
+  for (int row = 40; row < 100; ++row) {
+    for (int column = 20; column < 45; ++column) {
+      other(row, column)[2] -= 3.0F;
+    }
+  }
+  cv::Matx44d const truth = motionAbout(middle, {0.5, -0.5, 1.0}, {0.15, 0.1, 0.1});
+  Registration const found =
+      registerClouds(PointCloud(moveAll(truth.inv(), other), true), PointCloud(target, true));
+  EXPECT_TRUE(found.isFound());
+  EXPECT_LT(worstSigmas(found, truth), 5.0);
+  EXPECT_NEAR(found.overlap, 0.4 - 60.0 * 25.0 / (150.0 * 150.0), 0.05);
+}
+
+TEST_F(Register, CovarianceIsThatOfRepeatedScans) {
+  constexpr int trials = 60;
+  cv::Matx44d const truth = motionAbout(middle, {0.3, 0.2, -0.4}, {0.05, 0.02, -0.04});
+  cv::Vec6d found;
+  cv::Vec6d claimed;
+  for (unsigned trial = 0; trial < trials; ++trial) {
+    cv::Mat_<cv::Vec3f> const target = view(bumps, 120, 0.0, 0.0, 0.02, 2 * trial + 10);
+    cv::Mat_<cv::Vec3f> const source = moveAll(truth.inv(), view(bumps, 120, 0.04, 0.03, 0.02, 2 * trial + 11));
+    Registration const result = registerClouds(PointCloud(source, true), PointCloud(target, true));
+    cv::Vec6d const error = errorOf(result.targetFromSource, truth, result.pivot);
+    for (int i = 0; i < 6; ++i) {
+      found[i] += error[i] * error[i] / trials;
+      claimed[i] += result.covariance(i, i) / trials;
+    }
+  }
+  double product = 1.0;
+  for (int i = 0; i < 6; ++i) {
+    // The scatter of 60 trials is itself known to 9 %.
+    double const ratio = std::sqrt(claimed[i] / found[i]);
+    EXPECT_GT(ratio, 0.7) << i;
+    EXPECT_LT(ratio, 1.4) << i;
+    product *= ratio;
+    RecordProperty("ratio" + std::to_string(i), std::to_string(ratio));
+  }
+  EXPECT_NEAR(std::pow(product, 1.0 / 6.0), 1.0, 0.15);
+}
+
+struct FreeSurface {
+  std::string name;
+  Surface surface;
+  cv::Vec3d axis;  ///< of the one free motion that has a direction of its own
+  cv::Vec3d point; ///< on the axis of rotation
+};
+
+TEST_F(Register, NamesWhatShapesDoNotHold) {
+  double const radius = 20.0;
+  std::vector<FreeSurface> const surfaces{
+      {"plane", [](double u, double v) { return cv::Vec3d(u, v, 400.0 + 0.2 * u); }, {-0.2, 0.0, 1.0}, {}},
+      {"sphere",
+       [=](double u, double v) {
+         double const a = (u - 7.0) / radius;
+         double const b = (v - 7.0) / radius;
+         return cv::Vec3d(7.0 + radius * std::sin(a), 7.0 + radius * std::cos(a) * std::sin(b),
+                          420.0 - radius * std::cos(a) * std::cos(b));
+       },
+       {},
+       {7.0, 7.0, 420.0}},
+      {"cylinder",
+       [=](double u, double v) {
+         double const a = (u - 7.0) / radius;
+         return cv::Vec3d(7.0 + radius * std::sin(a), v, 420.0 - radius * std::cos(a));
+       },
+       {0.0, 1.0, 0.0},
+       {7.0, 7.0, 420.0}},
+      {"extrusion",
+       [](double u, double v) { return cv::Vec3d(u, v, 400.0 + std::sin(u) + 0.3 * std::sin(2.3 * u)); },
+       {0.0, 1.0, 0.0},
+       {}}};
+  for (FreeSurface const& surface : surfaces) {
+    for (double const sigma : {0.0, 0.01}) {
+      cv::Mat_<cv::Vec3f> const target = view(surface.surface, 140, 0.0, 0.0, sigma, 1);
+      cv::Mat_<cv::Vec3f> const source = view(surface.surface, 140, 0.04, 0.06, sigma, 2);
+      cv::Matx44d const truth = motionAbout(middle, {0.2, 0.1, 0.0}, {0.0, 0.0, 0.1});
+      Registration const found =
+          registerClouds(PointCloud(moveAll(truth.inv(), source), true), PointCloud(target, true));
+      ASSERT_EQ(found.freeShape(), surface.name) << sigma;
+      // Windows of normals smooth the extrusion, whose least radius is 0.6.
+      EXPECT_LT(found.rms, 0.004 + 1.6 * sigma) << "what is held is found";
+      cv::Vec3d const shift = movePoint(found.targetFromSource * truth.inv(), middle) - middle;
+      EXPECT_LT(cv::norm(shift), 0.4) << surface.name << ": does not slide";
+      for (FreeMotion const& motion : found.freeMotions) {
+        bool const isRotation = motion.kind == FreeMotion::Kind::Rotation;
+        if (isRotation && surface.point != cv::Vec3d()) {
+          cv::Vec3d const off = surface.point - motion.point;
+          EXPECT_LT(cv::norm(off - motion.axis * motion.axis.dot(off)), 1.0) << surface.name;
+        }
+        if (surface.axis != cv::Vec3d() && (isRotation || surface.name != "plane")) {
+          double const length = cv::norm(surface.axis);
+          EXPECT_GT(std::abs(motion.axis.dot(surface.axis)) / length, 0.999) << surface.name;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(Register, GivesTheSameAnswerInAnyUnitAndWithAnyThreads) {
+  cv::Matx44d const truth = motionAbout(middle, {0.5, -0.5, 0.6}, {0.15, 0.1, 0.1});
+  cv::Mat_<cv::Vec3f> const target = view(bumps, 110, 0.0, 0.0, 0.01, 1);
+  cv::Mat_<cv::Vec3f> const source = moveAll(truth.inv(), view(bumps, 110, 0.0, 0.0, 0.01, 2));
+  for (bool const isGrid : {true, false}) {
+    Registration const found = registerClouds(PointCloud(source, isGrid), PointCloud(target, isGrid));
+    auto const scaled = [&](float scale) {
+      Registration result = registerClouds(PointCloud(cv::Mat_<cv::Vec3f>(source * scale), isGrid),
+                                           PointCloud(cv::Mat_<cv::Vec3f>(target * scale), isGrid));
+      for (int i = 0; i < 3; ++i) {
+        result.targetFromSource(i, 3) /= static_cast<double>(scale);
+      }
+      return result.targetFromSource;
+    };
+    EXPECT_EQ(cv::norm(scaled(1024.0F) - found.targetFromSource), 0.0);
+    EXPECT_EQ(cv::norm(scaled(1.0F / 1024.0F) - found.targetFromSource), 0.0);
+    cv::Vec6d const difference = errorOf(scaled(0.0393700787F), found.targetFromSource, middle);
+    EXPECT_LT(cv::norm(difference), 1e-5) << "the floats themselves are rounded otherwise";
+    cv::setNumThreads(1);
+    EXPECT_EQ(cv::norm(scaled(1.0F) - found.targetFromSource), 0.0);
+    cv::setNumThreads(-1);
+  }
+}
+
+TEST_F(Register, SaysWhenNothingOverlaps) {
+  cv::Mat_<cv::Vec3f> const target = view(bumps, 60, 0.0, 0.0, 0.01, 1);
+  cv::Mat_<cv::Vec3f> const beside = view(bumps, 60, 40.0, 0.0, 0.01, 2);
+  RegistrationSettings settings;
+  settings.targetFromSource(0, 3) = 0.25;
+  Registration const found = registerClouds(PointCloud(beside, true), PointCloud(target, true), settings);
+  EXPECT_FALSE(found.isFound());
+  EXPECT_EQ(found.stop, RegistrationStop::NoOverlap);
+  EXPECT_EQ(cv::norm(found.targetFromSource - settings.targetFromSource), 0.0) << "no result is invented";
+}
+
+TEST_F(Register, RefusesWhatCannotBeRegistered) {
+  PointCloud const good(view(bumps, 60, 0.0, 0.0, 0.01, 1), true);
+  auto const refused = [&](PointCloud const& cloud, std::string const& part) {
+    expectError([&] { registerClouds(cloud, good); }, part);
+    expectError([&] { registerClouds(good, cloud); }, part);
+  };
+  refused(PointCloud(), "has 0 points with a normal");
+  refused(PointCloud(cv::Mat_<cv::Vec3f>(30, 30, cv::Vec3f(1, 2, 3)), false), "has 0 points with a normal");
+  refused(PointCloud(cv::Mat_<cv::Vec3f>(30, 30, cv::Vec3f(notANumber, 2, 3)), true), "has 0 points");
+  cv::Mat_<cv::Vec3f> line(30, 30);
+  for (int i = 0; i < 900; ++i) {
+    line(i / 30, i % 30) = cv::Vec3f(1.0F, 2.0F, 0.5F) * static_cast<float>(i);
+  }
+  refused(PointCloud(line, false), "points with a normal, fewer than 50");
+  refused(PointCloud(cv::Mat_<cv::Vec3f>(good.points() * 1000.0F), true), "are they in different units?");
+  RegistrationSettings settings;
+  settings.maxNormalAngle = 91.0;
+  expectError([&] { registerClouds(good, good, settings); }, "maxNormalAngle is 91");
+  settings = {};
+  settings.targetFromSource(1, 1) = std::nan("");
+  expectError([&] { registerClouds(good, good, settings); }, "targetFromSource is nan");
+  class Stop : public Observer {
+    bool onProgress(std::string_view /*stage*/, double /*fraction*/) override { return false; }
+  } stop;
+  EXPECT_THROW(registerClouds(good, good, {}, &stop), Cancelled);
+}
+
+} // namespace
+} // namespace vorn::mv
