@@ -2,31 +2,46 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
+
+#include <vorn/core/observer.hpp>
 
 namespace vorn::tools {
 
-/// A progress bar on standard error, drawn only when that is a terminal.
-class Progress {
+/// The observer of the tool's long work: a bar on standard error, drawn only when that is a terminal, and a
+/// stop when the user interrupts (Ctrl-C). As long as one lives the first interruption stops the work, a
+/// second one ends the program at once.
+class ProgressBar : public Observer {
 public:
-  /// @param what  what is being done, shown before the bar
-  /// @param steps how many times `step` will be called
-  Progress(std::string what, int steps);
-  Progress(Progress const&) = delete;
-  Progress& operator=(Progress const&) = delete;
+  ProgressBar();
+  ProgressBar(ProgressBar const&) = delete;
+  ProgressBar& operator=(ProgressBar const&) = delete;
   /// Clears the line.
-  ~Progress();
+  ~ProgressBar() override;
 
-  /// One more step is done.
-  void step();
+  bool onProgress(std::string_view stage, double fraction) override;
 
 private:
-  void draw() const;
-
-  std::string what_;
-  int steps_;
-  int done_ = 0;
-  bool visible_;
+  bool isVisible_;
+  std::string drawn_;
 };
+
+/// Runs `job(bar)` under a bar that is gone before anything else is printed.
+template <class Job>
+auto watched(Job const& job) {
+  ProgressBar bar;
+  return job(&bar);
+}
+
+/// For work that counts its steps: tells an observer that `done` of `total` are done.
+/// @param observer none when null
+/// @throws Cancelled when it stops the work
+void tell(Observer* observer, std::string_view stage, std::size_t done, std::size_t total);
+
+/// A bar for a folder being rendered: `sim::FolderOptions::progress`.
+std::function<void(int, int)> followFolder(std::string const& stage);
 
 } // namespace vorn::tools

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <vorn/core/observer.hpp>
 #include <vorn/core/system.hpp>
 #include <vorn/mv/core/library.hpp>
 
@@ -19,6 +20,8 @@ namespace {
 
 constexpr int failed = 1;
 constexpr int wrongUsage = 2;
+/// 128 and the number of the signal SIGINT, as shells have it.
+constexpr int interrupted = 130;
 
 /// An error's text on one line, as scripts expect it.
 std::string oneLine(std::string text) {
@@ -38,6 +41,9 @@ int runTool(std::vector<std::string> arguments) {
     program->parse(std::move(arguments));
   } catch (CLI::ParseError const& e) {
     return program->exit(e) == 0 ? 0 : wrongUsage;
+  } catch (Cancelled const&) {
+    std::cerr << "vorn-mv: interrupted\n";
+    return interrupted;
   } catch (std::exception const& e) {
     std::cerr << "vorn-mv: " << oneLine(e.what()) << '\n';
     return failed;

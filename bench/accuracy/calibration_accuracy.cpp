@@ -8,7 +8,7 @@
 #include <sim/folder.hpp>
 
 #include "support/temporary_folder.hpp"
-#include "tools/calibration/calibration_session.hpp"
+#include "tools/calibration/folder_calibration.hpp"
 
 namespace vorn::bench {
 
@@ -47,23 +47,23 @@ CalibrationFigures calibrate(ScanCase const& given, ScanFigures const& scanWithT
   rendering.truth = false;
   rendering.render.supersample = 1; // dots are drawn exactly whatever the number of rays
   sim::writeCalibrationFolder(folder.path().string(), given.rig, target, sim::demoTargetPoses(), rendering);
-  tools::CalibrationSettings settings;
+  mv::CalibrationSettings settings;
   settings.detector["PatternDim"] = target.grid.pitch;
   settings.projector = given.rig.projector.device.resolution();
-  tools::ScannerCalibration const calibration = tools::calibrateScanner(folder.path().string(), settings);
+  mv::ScannerCalibration const calibration = tools::calibrateScanner(folder.path().string(), settings);
 
   CalibrationFigures figures;
   figures.name = given.name;
-  for (tools::TargetView const& view : calibration.views) {
+  for (mv::CalibratedView const& view : calibration.views) {
     figures.views += view.isUsed() ? 1 : 0;
   }
-  mv::CameraModel const& camera = calibration.scanner.getCameraModel();
-  mv::CameraModel const& projector = calibration.scanner.getProjectorModel();
+  mv::CameraModel const& camera = calibration.object.getCameraModel();
+  mv::CameraModel const& projector = calibration.object.getProjectorModel();
   figures.cameraError = camera.getCalibError();
   figures.projectorError = projector.getCalibError();
   figures.cameraModel = distance(camera, given.rig.camera.device);
   figures.projectorModel = distance(projector, given.rig.projector.device);
-  figures.scan = scan(given, calibration.scanner);
+  figures.scan = scan(given, calibration.object);
   figures.scanWithTruth = scanWithTruth;
   return figures;
 }

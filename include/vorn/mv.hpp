@@ -70,6 +70,7 @@
 #include <vorn/mv/measure/plot.hpp>
 #include <vorn/mv/measure/profile.hpp>
 #include <vorn/mv/measure/raster_font.hpp>
+#include <vorn/mv/pointcloud/apply_filters.hpp>
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>
@@ -79,7 +80,13 @@
 #include <vorn/mv/pointcloud/point_kind.hpp>
 #include <vorn/mv/registration/icp_aligner.hpp>
 #include <vorn/mv/registration/registration.hpp>
+#include <vorn/mv/scanner/calibrate_camera.hpp>
+#include <vorn/mv/scanner/calibrate_laser.hpp>
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+#include <vorn/mv/scanner/calibrate_stereo.hpp>
+#include <vorn/mv/scanner/calibration.hpp>
 #include <vorn/mv/scanner/scan.hpp>
+#include <vorn/mv/scanner/scan_laser.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>

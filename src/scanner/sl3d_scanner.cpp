@@ -209,6 +209,12 @@ void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>&
 }
 
 void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
+  if (ScannerAccess::calib(*this, camera, projector)) {
+    calcUndistortedMaps();
+  }
+}
+
+bool ScannerAccess::calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraCalibData& projector) {
   constexpr int maxIterations = 100;
   if (camera.count() < 3) {
     throw error("Insufficient calibration data", "calib");
@@ -219,13 +225,13 @@ void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
                 "calib");
   }
   // On copies, so that nothing has changed when one of them fails.
-  CameraModel cameraModel = std::as_const(*this).getCameraModel();
-  CameraModel projectorModel = std::as_const(*this).getProjectorModel();
+  CameraModel cameraModel = std::as_const(scanner).getCameraModel();
+  CameraModel projectorModel = std::as_const(scanner).getProjectorModel();
   CameraCalibData cameraData = camera;
   CameraCalibData projectorData = projector;
   double const cameraError = cameraModel.calib(cameraData, maxIterations);
   double const projectorError = projectorModel.calib(projectorData, maxIterations);
-  auto& own = static_cast<Private&>(ownRecord());
+  auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
   own.camera = cameraModel;
   own.projector = projectorModel;
   own.camFromProj = meanTransform(latestPoses(cameraData), latestPoses(projectorData));
@@ -233,9 +239,7 @@ void Sl3dScanner::calib(CameraCalibData& camera, CameraCalibData& projector) {
   addNewPoses(projector, projectorData);
   logDebug(text("Hpc=", own.camFromProj) + "\n");
   constexpr double calibratedBelow = 0.5;
-  if (cameraError < calibratedBelow && projectorError < calibratedBelow) {
-    calcUndistortedMaps();
-  }
+  return cameraError < calibratedBelow && projectorError < calibratedBelow;
 }
 
 void Sl3dScanner::calcUndistortedMaps() {

@@ -15,7 +15,8 @@
 #include "sim/folder.hpp"
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
-#include "tools/calibration/calibration_session.hpp"
+#include "tools/calibration/calibration_report.hpp"
+#include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/image_files.hpp"
 
@@ -42,8 +43,8 @@ protected:
 
   static sim::Rig rig() { return sim::demoRig(2); }
 
-  static tools::CalibrationSettings settings() {
-    tools::CalibrationSettings settings;
+  static mv::CalibrationSettings settings() {
+    mv::CalibrationSettings settings;
     settings.detector["PatternDim"] = 15.0;
     settings.detector["MinDotArea"] = 20.0;
     return settings;
@@ -57,9 +58,9 @@ protected:
 TemporaryFolder* CalibrationSession::folder = nullptr;
 
 TEST_F(CalibrationSession, RecoversTheRig) {
-  tools::ScannerCalibration const calibration = tools::calibrateScanner(folder->path().string(), settings());
-  mv::CameraModel const& camera = calibration.scanner.getCameraModel();
-  mv::CameraModel const& projector = calibration.scanner.getProjectorModel();
+  mv::ScannerCalibration const calibration = tools::calibrateScanner(folder->path().string(), settings());
+  mv::CameraModel const& camera = calibration.object.getCameraModel();
+  mv::CameraModel const& projector = calibration.object.getProjectorModel();
   EXPECT_EQ(camera.getResolution(), rig().camera.device.resolution());
   EXPECT_LT(camera.getCalibError(), 0.05);
   EXPECT_LT(projector.getCalibError(), 0.08);
@@ -67,9 +68,9 @@ TEST_F(CalibrationSession, RecoversTheRig) {
   EXPECT_NEAR(camera.getK().at<double>(0, 0) / rig().camera.device.focal().x, 1, relative);
   EXPECT_NEAR(projector.getK().at<double>(0, 0) / rig().projector.device.focal().x, 1, relative);
   cv::Vec3d const expected = rig().projector.world_from_proj.translation;
-  cv::Matx44d const found = calibration.scanner.getTransform();
+  cv::Matx44d const found = calibration.object.getTransform();
   EXPECT_LT(cv::norm(expected - cv::Vec3d(found(0, 3), found(1, 3), found(2, 3))), 2.0) << "mm";
-  nlohmann::json const report = tools::report(calibration);
+  nlohmann::json const report = mv::toJson(calibration);
   EXPECT_EQ(report.at("views").size(), 6U);
   EXPECT_EQ(report.at("camera").at("rms").get<double>(), camera.getCalibError());
   cv::Mat const plot = tools::plotResiduals(calibration);
@@ -84,17 +85,17 @@ TEST_F(CalibrationSession, LeavesOutBadViewsAndSaysWhy) {
   fs::remove(spoiled / "pose_02" / "rows_03.png");
   tools::writeImage((spoiled / "pose_03" / "target.png").string(), blank.colRange(0, 99));
   auto const calibration = tools::calibrateScanner(spoiled.path().string(), settings());
-  EXPECT_EQ(calibration.views[0].rejection, "");
-  EXPECT_NE(calibration.views[1].rejection.find("no target"), std::string::npos);
-  EXPECT_NE(calibration.views[2].rejection.find("rows_03.png is missing"), std::string::npos);
-  EXPECT_NE(calibration.views[3].rejection.find("target.png is 99 x"), std::string::npos);
+  EXPECT_EQ(calibration.views[0].reason, "");
+  EXPECT_NE(calibration.views[1].reason.find("no target"), std::string::npos);
+  EXPECT_NE(calibration.views[2].reason.find("rows_03.png is missing"), std::string::npos);
+  EXPECT_NE(calibration.views[3].reason.find("the target image is 99 x"), std::string::npos);
   std::string const table = tools::table(calibration);
   EXPECT_NE(table.find("pose_01         left out: no target"), std::string::npos) << table;
   fs::remove(spoiled / "pose_05" / "target.png");
-  expectError(
-      [&] { tools::calibrateScanner(spoiled.path().string(), settings()); },
-      "Only 2 of 6 views can be used, and a calibration takes 3; pose_01: no target found in target.png, or "
-      "fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels; pose_02: ");
+  expectError([&] { tools::calibrateScanner(spoiled.path().string(), settings()); },
+              "Only 2 of 6 views can be used, and a calibration takes 3; pose_01: no target found in the "
+              "target image, or "
+              "fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels; pose_02: ");
 }
 
 TEST_F(CalibrationSession, RefusesViewsThatFitEachDeviceButNotBoth) {

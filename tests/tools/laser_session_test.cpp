@@ -20,11 +20,12 @@
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
-#include "tools/calibration/calibration_session.hpp"
+#include "tools/calibration/calibration_report.hpp"
+#include "tools/calibration/folder_calibration.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
-#include "tools/scan/laser_scan.hpp"
+#include "tools/scan/laser_folder.hpp"
 
 namespace vorn::test {
 namespace {
@@ -69,8 +70,8 @@ protected:
     return rig;
   }
 
-  static tools::CalibrationSettings settings() {
-    tools::CalibrationSettings settings;
+  static mv::CalibrationSettings settings() {
+    mv::CalibrationSettings settings;
     settings.detector["PatternDim"] = 15.0;
     settings.detector["MinDotArea"] = 20.0;
     return settings;
@@ -94,9 +95,9 @@ double degreesBetween(cv::Vec3d const& a, cv::Vec3d const& b) {
 TEST_F(LaserSession, RecoversTheLaserPlanes) {
   auto const calibration = tools::calibrateLaser(folder->path().string(), settings());
   std::vector<mv::Plane3f> const expected = trueScanner().getPlanes();
-  std::vector<mv::Plane3f> const& found = calibration.scanner.getPlanes();
+  std::vector<mv::Plane3f> const& found = calibration.object.getPlanes();
   ASSERT_EQ(found.size(), expected.size());
-  nlohmann::json const report = tools::report(calibration);
+  nlohmann::json const report = mv::toJson(calibration);
   constexpr double mostTurn = 0.02; // degrees
   for (std::size_t p = 0; p < found.size(); ++p) {
     EXPECT_LT(degreesBetween(found[p].normal(), expected[p].normal()), mostTurn) << p;
@@ -132,18 +133,18 @@ double explainedRms(mv::LineScanner const& scanner, fs::path const& scan, cv::Ve
 
 TEST_F(LaserSession, ScansAsWellAsTheNoiseAllows) {
   mv::LineScanner const scanner = trueScanner();
-  tools::LaserScan const scan = tools::scanLaser(*folder / "scan", scanner, {}, {});
+  mv::LaserScanResult const scan = tools::scanLaser(*folder / "scan", scanner, {}, {});
   sim::Object const plate = tiltedPlate();
   cv::Vec3d const normal = plate.world_from_object.rotation * cv::Vec3d(0, 0, 1);
   double squares = 0;
-  for (cv::Vec3f const& p : scan.points) {
+  for (cv::Vec3f const& p : scan.cloud.points()) {
     squares += std::pow(normal.dot(cv::Vec3d(p) - plate.world_from_object.translation), 2);
   }
-  double const found = std::sqrt(squares / static_cast<double>(scan.points.size()));
+  double const found = std::sqrt(squares / static_cast<double>(scan.points));
   double const explained = explainedRms(scanner, *folder / "scan", normal);
   constexpr double mostExcess = 1.2;
   EXPECT_LT(found, mostExcess * explained);
-  EXPECT_GT(scan.points.size(), 2U * positions * 500U);
+  EXPECT_GT(scan.points, 2U * positions * 500U);
 }
 
 TEST_F(LaserSession, SeesABlueLaserInColourPictures) {
@@ -160,8 +161,10 @@ TEST_F(LaserSession, SeesABlueLaserInColourPictures) {
     }
   }
   mv::LineScanner const scanner = trueScanner();
-  EXPECT_EQ(tools::scanLaser(blue / "scan", scanner, {}, {}).points,
-            tools::scanLaser(*folder / "scan", scanner, {}, {}).points);
+  cv::Mat const fromBlue = tools::scanLaser(blue / "scan", scanner, {}, {}).cloud.points();
+  cv::Mat const fromGrey = tools::scanLaser(*folder / "scan", scanner, {}, {}).cloud.points();
+  ASSERT_EQ(fromBlue.size(), fromGrey.size());
+  EXPECT_EQ(cv::norm(fromBlue, fromGrey, cv::NORM_INF), 0.0);
   auto const calibration = tools::calibrateLaser((blue / "calib").string(), settings());
   auto const expected = tools::calibrateLaser((*folder / "calib").string(), settings());
   EXPECT_EQ(calibration.views[0].lines[0].imgPnts, expected.views[0].lines[0].imgPnts);
@@ -169,7 +172,7 @@ TEST_F(LaserSession, SeesABlueLaserInColourPictures) {
 
 TEST_F(LaserSession, AnEncoderTellsTheSameAsEvenSteps) {
   mv::LineScanner const scanner = trueScanner();
-  tools::LaserScan const even = tools::scanLaser(*folder / "scan", scanner, {"0,4,1", ""}, {});
+  mv::LaserScanResult const even = tools::scanLaser(*folder / "scan", scanner, {"0,4,1", ""}, {});
   TemporaryFolder const files;
   double const length = cv::norm(stageStep);
   std::ofstream csv(files / "places.csv");
@@ -183,15 +186,16 @@ TEST_F(LaserSession, AnEncoderTellsTheSameAsEvenSteps) {
   csv.close();
   tools::writeJsonFile(files / "places.json", list);
   for (char const* name : {"places.csv", "places.json"}) {
-    tools::LaserScan const scan = tools::scanLaser(*folder / "scan", scanner, {"", files / name}, {});
-    ASSERT_EQ(scan.points.size(), even.points.size());
+    mv::LaserScanResult const scan = tools::scanLaser(*folder / "scan", scanner, {"", files / name}, {});
+    ASSERT_EQ(scan.points, even.points);
     constexpr double textDigits = 1e-3; // of the text's six digits
-    EXPECT_LT(cv::norm(scan.points.back() - even.points.back()), textDigits) << name;
+    EXPECT_LT(cv::norm(*(scan.cloud.points().end() - 1) - *(even.cloud.points().end() - 1)), textDigits)
+        << name;
   }
 }
 
 /// The farthest that a point of a laser line on the target lies from the laser's true plane, mm.
-double farthestFromPlane(tools::TargetView const& view, sim::Pose const& cam_from_target,
+double farthestFromPlane(mv::CalibratedView const& view, sim::Pose const& cam_from_target,
                          mv::LineScanner const& truth) {
   cv::Vec3d const normal = cam_from_target.rotation * cv::Vec3d(0, 0, 1);
   mv::Plane3f const ground(cv::Point3f(cv::Vec3f(cam_from_target.translation)), cv::Vec3f(normal));

@@ -7,7 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tools/calibration/calibration_session.hpp"
+#include "tools/calibration/calibration_report.hpp"
+#include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
 #include "tools/commands/property_options.hpp"
@@ -15,6 +16,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/progress.hpp"
 
 namespace vorn::tools {
 
@@ -35,12 +37,12 @@ struct CalibrateOptions {
 
 /// Shows the figures of a calibration and writes its files together, the object last: it stands there only
 /// with the report and the plot that belong to it.
-void finish(CalibrateOptions const& options, Calibration const& calibration,
+void finish(CalibrateOptions const& options, mv::Calibration const& calibration,
             IJsonSerializable const& object) {
   std::cout << table(calibration);
   std::vector<FileContent> files;
   if (!options.report.empty()) {
-    files.push_back({options.report, jsonText(report(calibration))});
+    files.push_back({options.report, jsonText(mv::toJson(calibration))});
   }
   if (!options.plot.empty()) {
     files.push_back({options.plot, encodedImage(options.plot, plotResiduals(calibration))});
@@ -55,7 +57,7 @@ void run(CalibrateOptions const& options) {
   options.pitch.require(options.assignments);
   checkOutputs({options.output, options.report, options.plot});
   checkPicturePath(options.plot);
-  CalibrationSettings settings;
+  mv::CalibrationSettings settings;
   applyAssignments(settings.detector, options.assignments);
   options.pitch.apply(settings.detector, options.assignments);
   if (!options.projector.empty()) {
@@ -63,14 +65,17 @@ void run(CalibrateOptions const& options) {
   }
   settings.line.minContrast = options.contrast;
   if (options.isLaser) {
-    LaserCalibration const calibration = calibrateLaser(options.folder, settings);
-    finish(options, calibration, calibration.scanner);
+    mv::LaserCalibration const calibration =
+        watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
+    finish(options, calibration, calibration.object);
   } else if (options.isStereo) {
-    StereoCalibration const calibration = calibrateStereo(options.folder, settings);
-    finish(options, calibration, calibration.stereo);
+    mv::StereoCalibration const calibration =
+        watched([&](Observer* bar) { return calibrateStereo(options.folder, settings, bar); });
+    finish(options, calibration, calibration.object);
   } else {
-    ScannerCalibration const calibration = calibrateScanner(options.folder, settings);
-    finish(options, calibration, calibration.scanner);
+    mv::ScannerCalibration const calibration =
+        watched([&](Observer* bar) { return calibrateScanner(options.folder, settings, bar); });
+    finish(options, calibration, calibration.object);
   }
 }
 

@@ -15,13 +15,14 @@
 
 #include <vorn/mv/sl/patterns.hpp>
 
-#include "tools/calibration/calibration_session.hpp"
+#include "tools/calibration/calibration_report.hpp"
+#include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/cloud_files.hpp"
-#include "tools/files/folder_progress.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/progress.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
 #include "tools/scan/truth_comparison.hpp"
@@ -65,17 +66,18 @@ mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& fol
   rendering.truth = false;
   // Dots are drawn exactly whatever the number of rays.
   rendering.render.supersample = 1;
-  rendering.progress = followFolder("Rendering the target views");
+  rendering.progress = followFolder("rendering the target views");
   std::vector<sim::Pose> const poses = sim::demoTargetPoses();
   std::cout << "Calibrating from " << poses.size() << " views of a target" << std::endl;
   sim::writeCalibrationFolder(folder.string(), rig, target, poses, rendering);
 
-  CalibrationSettings settings;
+  mv::CalibrationSettings settings;
   settings.detector["PatternDim"] = target.grid.pitch;
   settings.projector = rig.projector.device.resolution();
-  ScannerCalibration const calibration = calibrateScanner(folder.string(), settings);
+  mv::ScannerCalibration const calibration =
+      watched([&](Observer* bar) { return calibrateScanner(folder.string(), settings, bar); });
   std::cout << table(calibration);
-  return calibration.scanner;
+  return calibration.object;
 }
 
 mv::Sl3dScanner trulyCalibrated(sim::Rig const& rig) {
@@ -95,7 +97,8 @@ void run(DemoOptions const& options) {
 
   std::cout << "Scanning a scene" << std::endl;
   Capture const captured = capture(rig, scene);
-  mv::ScanResult const scan = mv::scan(scanner, captured.images);
+  mv::ScanResult const scan =
+      watched([&](Observer* bar) { return mv::scan(scanner, captured.images, {}, bar); });
   std::cout << scan.counts.points << " points from " << captured.images.size() << " images; decoded in "
             << std::lround(scan.times.decode) << " ms, triangulated in "
             << std::lround(scan.times.triangulate) << " ms\n";

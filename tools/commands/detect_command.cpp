@@ -70,8 +70,9 @@ void run(DetectOptions const& options) {
   }
   nlohmann::json images = nlohmann::json::array();
   int found = 0;
-  Progress progress("Detecting", static_cast<int>(options.images.size()));
+  ProgressBar bar;
   for (std::size_t i = 0; i < options.images.size(); ++i) {
+    tell(&bar, "detecting targets", i, options.images.size());
     cv::Mat const grey = readGrayImage(options.images[i]);
     auto const result = detector.detect(grey);
     nlohmann::json entry = toJson(result, pitch);
@@ -86,7 +87,6 @@ void run(DetectOptions const& options) {
       writeOverlay(overlayPath(options.overlays, options.images[i], i, options.images.size() == 1), grey,
                    result);
     }
-    progress.step();
   }
   if (!options.output.empty()) {
     writeJsonFile(options.output, {{"images", images}});

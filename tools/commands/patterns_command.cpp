@@ -27,10 +27,10 @@ struct PatternsOptions {
 
 void writeSequence(PatternsOptions const& options, std::string const& prefix,
                    std::vector<cv::Mat> const& images) {
-  Progress progress("Writing " + prefix, static_cast<int>(images.size()));
+  ProgressBar bar;
   for (std::size_t i = 0; i < images.size(); ++i) {
+    tell(&bar, "writing " + prefix, i, images.size());
     writeImage(sequencePath(options.folder, prefix, static_cast<int>(i)), images[i]);
-    progress.step();
   }
 }
 

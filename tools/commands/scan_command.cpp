@@ -8,6 +8,7 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/line_scanner.hpp>
 
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
@@ -16,7 +17,8 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
-#include "tools/scan/laser_scan.hpp"
+#include "tools/progress.hpp"
+#include "tools/scan/laser_folder.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
 
@@ -68,21 +70,20 @@ void runLaser(ScanOptions const& options) {
                       "scan");
     }
   }
-  mv::LaserLineOptions line;
-  line.minContrast = options.contrast;
-  LaserScan const scan = scanLaser(options.folder, scanner, options.motion, line);
+  mv::LaserScanSettings settings;
+  settings.line.minContrast = options.contrast;
+  mv::LaserScanResult const scan = watched(
+      [&](Observer* bar) { return scanLaser(options.folder, scanner, options.motion, settings, bar); });
   if (!options.out.empty()) {
-    graphic::GraphicObject object;
-    object.vertices() = scan.points;
-    writeGraphic(options.out, object);
+    writeGraphic(options.out, scan.cloud.getGraphicObject(false));
   }
   if (!options.preview.empty()) {
-    writeImage(options.preview, drawCloud(scan.points));
+    writeImage(options.preview, drawCloud(std::vector<cv::Vec3f>(scan.cloud.points())));
   }
   if (!options.report.empty()) {
     writeJsonFile(options.report, scanReport(scan));
   }
-  std::cout << scan.points.size() << " points from " << scan.images << " images";
+  std::cout << scan.points << " points from " << scan.images << " images";
   if (scan.emptyImages > 0) {
     std::cout << ", " << scan.emptyImages << " of them without a laser line";
   }
@@ -104,13 +105,16 @@ void runPattern(ScanOptions const& options) {
   }
 
   Timer timer;
-  std::vector<cv::Mat> const images = readSequence(options.folder, sequencePrefix(scanner));
+  std::vector<cv::Mat> const images = watched([&](Observer* bar) {
+    return readSequence(options.folder, sequencePrefix(scanner), readGrayImage, bar);
+  });
   double const readTime = timer.toc();
   mv::ScanSettings settings;
   settings.makeTexture = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
   settings.makeModulation = false;
   settings.makeSigma = false;
-  mv::ScanResult const result = mv::scan(scanner, images, settings);
+  mv::ScanResult const result =
+      watched([&](Observer* bar) { return mv::scan(scanner, images, settings, bar); });
 
   timer.tic();
   if (!options.out.empty()) {

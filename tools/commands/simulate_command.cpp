@@ -8,8 +8,8 @@
 #include <sim/folder.hpp>
 
 #include "tools/commands/commands.hpp"
-#include "tools/files/folder_progress.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/progress.hpp"
 
 namespace vorn::tools {
 
@@ -36,7 +36,7 @@ void simulateStereo(SimulateOptions const& options) {
   std::filesystem::path const folder = options.folder;
   sim::writeStereoTruth((folder / "stereo_truth.json").string(), rig);
   sim::writeStereoFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
-                         following("Rendering the target views"));
+                         following("rendering the target views"));
   std::cout << "In " << options.folder << ":\n"
             << "  calib/             target views of both cameras, pitch 15 mm\n"
             << "  stereo_truth.json  the true calibration\n";
@@ -50,10 +50,10 @@ void simulateLaser(SimulateOptions const& options) {
   sim::Stage const stage{{0, 3.0 * options.divisor, 0}, 100 / options.divisor + 1};
   sim::Scene const atStart =
       sim::demoScene().moved({cv::Matx33d::eye(), stage.step * (-0.5 * (stage.images - 1))});
-  sim::writeLaserScanFolder((folder / "scan").string(), rig, atStart, stage, following("Rendering the scan"));
+  sim::writeLaserScanFolder((folder / "scan").string(), rig, atStart, stage, following("rendering the scan"));
   if (options.withCalibration) {
     sim::writeLaserCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(),
-                                     sim::demoTargetPoses(), following("Rendering the target views"));
+                                     sim::demoTargetPoses(), following("rendering the target views"));
   }
   std::cout << "In " << options.folder << ":\n"
             << "  scan/             images of a laser line that a stage carries over the scene\n"
@@ -68,13 +68,13 @@ void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
 
   sim::FolderOptions scan;
   scan.rows = options.withRows;
-  scan.progress = followFolder("Rendering the scan");
+  scan.progress = followFolder("rendering the scan");
   sim::writeScanFolder((folder / "scan").string(), rig, sim::demoScene(), scan);
 
   if (options.withCalibration) {
     sim::FolderOptions calibration;
     calibration.rows = true;
-    calibration.progress = followFolder("Rendering the target views");
+    calibration.progress = followFolder("rendering the target views");
     sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
                                 calibration);
   }

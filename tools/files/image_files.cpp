@@ -151,17 +151,16 @@ std::vector<NumberedFile> findSequence(std::string const& folder, std::string co
 }
 
 std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix,
-                                  cv::Mat (*read)(std::string const&)) {
+                                  cv::Mat (*read)(std::string const&), Observer* observer) {
   std::vector<NumberedFile> const files = findSequence(folder, prefix);
   std::vector<cv::Mat> images;
-  Progress progress("Reading " + prefix, static_cast<int>(files.size()));
   for (NumberedFile const& file : files) {
+    tell(observer, "reading " + prefix, images.size(), files.size());
     images.push_back(read(file.path));
     if (images.back().size() != images.front().size()) {
       throw failure(file.path + " is " + sizeText(images.back().size()) + ", but " + files.front().path +
                     " is " + sizeText(images.front().size()));
     }
-    progress.step();
   }
   return images;
 }

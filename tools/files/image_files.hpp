@@ -7,6 +7,8 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include <vorn/core/observer.hpp>
+
 namespace vorn::tools {
 
 /// Reads a picture as 8-bit grey.
@@ -53,7 +55,8 @@ std::vector<NumberedFile> findSequence(std::string const& folder, std::string co
 /// Reads the sequence PREFIX_00, PREFIX_01, ..., images of one size, each by `read`.
 /// @throws Exception that names the picture which is missing, unreadable or of another size than the first
 std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix,
-                                  cv::Mat (*read)(std::string const&) = readGrayImage);
+                                  cv::Mat (*read)(std::string const&) = readGrayImage,
+                                  Observer* observer = nullptr);
 
 /// The name of picture `number` of a sequence: FOLDER/PREFIX_NN.png.
 std::string sequencePath(std::string const& folder, std::string const& prefix, int number);

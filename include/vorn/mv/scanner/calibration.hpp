@@ -1,0 +1,107 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+#include <opencv2/core/types.hpp>
+
+#include <vorn/core/export.hpp>
+#include <vorn/mv/calib/calib_pattern_detector.hpp>
+#include <vorn/mv/calib/laser_line.hpp>
+
+/// What all calibrations from target views have in common: settings, what became of every view, figures.
+namespace vorn::mv {
+
+/// What views of the target are calibrated with.
+struct CalibrationSettings {
+  /// Finds the target. Its "PatternDim" is the unit of all lengths: the pitch of your target, in mm.
+  CalibPatternDetector detector;
+  /// The projector's pixels; empty to take them from the decoded images.
+  cv::Size projector;
+  /// How laser lines are looked for; their direction is found.
+  LaserLineOptions line;
+  /// A view whose reprojection error exceeds that of the middle view by more than this factor is left out,
+  /// and the rest is calibrated once more. 1 or more; infinity keeps every view.
+  double outlierRatio = 3.0;
+  /// But no view with a reprojection error below this is, pixels. 0 or more.
+  double outlierError = 0.1;
+
+  /// @throws Exception that names the setting, its value and the bound
+  VORN_API void check() const;
+};
+
+/// Points of the target that one device sees in one view, and how far the calibrated model misses them.
+struct ViewPoints {
+  std::vector<cv::Point2f> imgPnts; ///< pixels of the device
+  std::vector<cv::Point2f> objPnts; ///< positions on the target, one for each
+  /// Model minus measurement, pixels, one for each; empty when the view took no part.
+  std::vector<cv::Point2f> residuals;
+  /// The same with the pose taken from the other device and carried over by the transform between the two;
+  /// where a calibration reckons it.
+  std::vector<cv::Point2f> jointResiduals;
+};
+
+/// Root of the mean squared length, pixels; 0 for no residuals.
+VORN_API double rms(std::vector<cv::Point2f> const& residuals);
+
+/// A laser line on the target in one view.
+struct ViewLine {
+  std::vector<cv::Point2f> imgPnts; ///< pixels; none where it misses the target
+  double planeRms = 0.0;            ///< root of the mean squared distance from the laser's plane, mm
+};
+
+/// What became of one view.
+struct CalibratedView {
+  std::string name; ///< as it was given
+  /// Why the view takes no part; empty when it does.
+  std::string reason;
+  /// What is missing in a view that takes part all the same; mostly empty.
+  std::string remark;
+  /// The target as each device sees it, the first one a camera.
+  std::vector<ViewPoints> devices;
+  /// The laser lines, where the calibration has any.
+  std::vector<ViewLine> lines;
+
+  bool isUsed() const { return reason.empty(); }
+};
+
+/// How well one device is calibrated.
+struct DeviceReport {
+  std::string name;          ///< "camera", "projector", "camera_1"
+  cv::Size resolution;       ///< pixels
+  double rms = 0.0;          ///< reprojection error over all used views, pixels
+  double jointRms = 0.0;     ///< of the joint residuals; 0 where there are none
+  bool isCalibrated = false; ///< whether the error is below half a pixel
+};
+
+/// How well one laser plane is calibrated.
+struct PlaneReport {
+  std::size_t points = 0; ///< of its line in all used views
+  double rms = 0.0;       ///< of their distances from the plane, mm
+};
+
+/// The figures of a calibration.
+struct CalibrationReport {
+  std::vector<DeviceReport> devices; ///< in the order of `CalibratedView::devices`
+  std::vector<PlaneReport> planes;   ///< of a laser line scanner
+  /// Largest deviation of R^T R from the identity, R the averaged rotation between two devices: about the
+  /// square of the angle, in radians, by which the views differ.
+  double rotationDefect = 0.0;
+  /// Whether the projector's pixels were taken from the images.
+  bool isProjectorGuessed = false;
+};
+
+/// What every calibration gives beside the calibrated object.
+struct Calibration {
+  std::vector<CalibratedView> views; ///< all views in their order, those left out too
+  CalibrationReport report;
+};
+
+/// The figures and what became of every view, as `vorn-mv calibrate --report` writes them.
+VORN_API nlohmann::json toJson(Calibration const& calibration);
+
+} // namespace vorn::mv

@@ -1,0 +1,59 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/pointcloud/apply_filters.hpp>
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include <vorn/mv/pointcloud/cloud_filters.hpp>
+
+#include "core/error.hpp"
+#include "core/progress.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// A copy that shares no pixels.
+PointCloud separated(PointCloud const& cloud) {
+  PointCloud copy = cloud;
+  copy.points() = cloud.points().clone();
+  copy.normals() = cloud.normals().clone();
+  copy.texture() = cloud.texture().clone();
+  copy.state() = cloud.state().clone();
+  return copy;
+}
+
+bool needsGrid(pc::IFilter const& filter) {
+  return dynamic_cast<pc::DzFilter const*>(&filter) != nullptr;
+}
+
+} // namespace
+
+PointCloud applyFilters(PointCloud const& cloud, FilterChain<pc::IFilter> const& chain, Observer* observer) {
+  Progress const progress(observer);
+  progress.at("filtering", 0.0);
+  PointCloud result = separated(cloud);
+  for (std::size_t i = 0; i < chain.size(); ++i) {
+    pc::IFilter& filter = *chain[i];
+    std::string const name = "Filter " + std::to_string(i + 1) + ", " + filter.getClassName();
+    progress.at(filter.getClassName(), static_cast<double>(i) / static_cast<double>(chain.size()));
+    if (needsGrid(filter) && !result.isOrganized()) {
+      throw error(name + ", needs a grid, but the cloud is not organized", "applyFilters");
+    }
+    try {
+      filter(result);
+    } catch (Exception const& e) {
+      throw error(name + ": " + e.message(), "applyFilters");
+    }
+  }
+  progress.at("filtering", 1.0);
+  return result;
+}
+
+PointCloud applyFilters(PointCloud const& cloud, nlohmann::json const& chain, Observer* observer) {
+  return applyFilters(cloud, readFilterChain(chain, pc::filters()), observer);
+}
+
+} // namespace vorn::mv

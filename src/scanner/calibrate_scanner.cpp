@@ -1,0 +1,131 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+
+#include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/library.hpp>
+#include <vorn/mv/sl/projector_points.hpp>
+
+#include "scanner/projector_axis.hpp"
+#include "scanner/scanner_access.hpp"
+#include "scanner/target_views.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// Projector points from which on a view says something about the projector.
+constexpr std::size_t leastProjectorPoints = 20;
+
+/// What a view tells of the projector's pixels.
+struct DecodedExtents {
+  DecodedExtent columns;
+  DecodedExtent rows;
+};
+
+/// The dots that the projector's light reaches, in its pixels.
+ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
+  std::vector<cv::Point2f> points;
+  std::vector<std::uint8_t> valid;
+  find_projector_points(columns, rows, camera.imgPnts, points, valid);
+  ViewPoints projector;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (valid[i] != 0) {
+      projector.imgPnts.push_back(points[i]);
+      projector.objPnts.push_back(camera.objPnts[i]);
+    }
+  }
+  if (projector.imgPnts.size() < leastProjectorPoints) {
+    throw calibrationFailure("the projector's light reaches only " +
+                             std::to_string(projector.imgPnts.size()) + " dots");
+  }
+  return projector;
+}
+
+void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, char const* name) {
+  if (!images.empty() && images.front().size() != expected) {
+    throw calibrationFailure(std::string("the images of the ") + name + " are " +
+                             sizeText(images.front().size()) + ", the target image " + sizeText(expected));
+  }
+}
+
+constexpr std::size_t stepsPerView = 4;
+
+void measure(ScannerView const& view, CalibrationSettings const& settings, MeasuredView& measured,
+             DecodedExtents& extents, ViewSteps& steps) {
+  steps.begin("detecting targets");
+  findTarget(measured, view.target, "target image", settings.detector);
+  requireSize(view.columns, view.target.size(), columnAxis.name);
+  requireSize(view.rows, view.target.size(), rowAxis.name);
+  steps.begin("decoding columns");
+  cv::Mat_<float> const columns = decodeAxis(columnAxis, view.columns, settings.projector, steps.now());
+  steps.begin("decoding rows");
+  cv::Mat_<float> const rows = decodeAxis(rowAxis, view.rows, settings.projector, steps.now());
+  extents = {{farthestOf(columns), view.columns.size()}, {farthestOf(rows), view.rows.size()}};
+  measured.result.devices.push_back(projectorPoints(measured.result.devices[0], columns, rows));
+}
+
+cv::Size guessProjector(std::vector<CalibratedView> const& views,
+                        std::vector<DecodedExtents> const& extents) {
+  DecodedExtents all;
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    if (views[i].isUsed()) {
+      all.columns.add(extents[i].columns);
+      all.rows.add(extents[i].rows);
+    }
+  }
+  return guessProjector(all.columns, all.rows);
+}
+
+} // namespace
+
+ScannerCalibration calibrateScanner(std::vector<std::string> const& names, ScannerViewSource const& view,
+                                    CalibrationSettings const& settings, Observer* observer) {
+  Library::assertValid();
+  settings.check();
+  Progress const progress(observer);
+  std::vector<DecodedExtents> extents(names.size());
+  std::vector<MeasuredView> measured =
+      measureViews(names, progress.part(0.0, 0.9), stepsPerView,
+                   [&](std::size_t number, MeasuredView& result, ViewSteps& steps) {
+                     steps.begin("reading views");
+                     measure(view(number), settings, result, extents[number], steps);
+                   });
+  ScannerCalibration calibration;
+  std::vector<cv::Size> sizes;
+  calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
+  calibration.report.isProjectorGuessed = settings.projector.empty();
+  cv::Size const projector =
+      settings.projector.empty() ? guessProjector(calibration.views, extents) : settings.projector;
+  calibrateViews(calibration.views, {"camera", "projector"}, settings, [&] {
+    progress.at("calibrating", 0.9);
+    CameraCalibData cameraData = calibData(calibration.views, 0);
+    CameraCalibData projectorData = calibData(calibration.views, 1);
+    Sl3dScanner scanner;
+    scanner.getCameraModel().setResolution(sizes[0]);
+    scanner.getProjectorModel().setResolution(projector);
+    ScannerAccess::calib(scanner, cameraData, projectorData);
+    requireDifferentSides(cameraData);
+    fillResiduals(calibration.views, 0, scanner.getCameraModel(), cameraData);
+    fillResiduals(calibration.views, 1, scanner.getProjectorModel(), projectorData);
+    calibration.object = scanner;
+  });
+  if (calibration.object.isCalibrated()) {
+    ScannerAccess::triangulationSetup(calibration.object, progress.part(0.95, 1.0));
+  }
+  Sl3dScanner const& scanner = std::as_const(calibration).object;
+  calibration.report.devices = {deviceReport("camera", scanner.getCameraModel(), calibration.views, 0),
+                                deviceReport("projector", scanner.getProjectorModel(), calibration.views, 1)};
+  calibration.report.rotationDefect = agreedRotationDefect(scanner.getTransform());
+  progress.at("calibrating", 1.0);
+  return calibration;
+}
+
+ScannerCalibration calibrateScanner(std::vector<ScannerView> const& views,
+                                    CalibrationSettings const& settings, Observer* observer) {
+  return calibrateScanner(
+      namesOf(views), [&](std::size_t number) { return views[number]; }, settings, observer);
+}
+
+} // namespace vorn::mv

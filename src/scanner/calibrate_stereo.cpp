@@ -1,0 +1,91 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/scanner/calibrate_stereo.hpp>
+
+#include <vorn/mv/calib/camera_calib_data.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/core/library.hpp>
+
+#include "scanner/target_views.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// How far each camera's views miss when the other camera's pose is carried over by the transform.
+void fillJointResiduals(std::vector<CalibratedView>& views, StereoCamera const& stereo,
+                        CameraCalibData const& data0, CameraCalibData const& data1) {
+  cv::Matx44d const& cam0_from_cam1 = stereo.getTransform();
+  cv::Matx44d const cam1_from_cam0 = cam0_from_cam1.inv();
+  int number = 0;
+  for (CalibratedView& view : views) {
+    if (view.isUsed()) {
+      auto const joint = [&](std::size_t device, CameraModel const& model, cv::Matx44d const& pose) {
+        view.devices[device].jointResiduals = residualsOf(view.devices[device], model, pose);
+      };
+      joint(0, stereo.getCameraModel0(), cam0_from_cam1 * data1.getPose(number));
+      joint(1, stereo.getCameraModel1(), cam1_from_cam0 * data0.getPose(number));
+      ++number;
+    }
+  }
+}
+
+std::vector<std::string> const labels = {"first camera's image", "second camera's image"};
+
+void measure(StereoView const& view, CalibrationSettings const& settings, MeasuredView& measured,
+             ViewSteps& steps) {
+  if (view.images.size() != labels.size()) {
+    throw calibrationFailure("it has " + std::to_string(view.images.size()) + " images, one a camera makes " +
+                             std::to_string(labels.size()));
+  }
+  for (std::size_t c = 0; c < labels.size(); ++c) {
+    steps.begin("detecting targets");
+    findTarget(measured, view.images[c], labels[c], settings.detector);
+  }
+}
+
+} // namespace
+
+StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoViewSource const& view,
+                                  CalibrationSettings const& settings, Observer* observer) {
+  Library::assertValid();
+  settings.check();
+  Progress const progress(observer);
+  constexpr std::size_t stepsPerView = 3;
+  std::vector<MeasuredView> measured =
+      measureViews(names, progress.part(0.0, 0.9), stepsPerView,
+                   [&](std::size_t number, MeasuredView& result, ViewSteps& steps) {
+                     steps.begin("reading views");
+                     measure(view(number), settings, result, steps);
+                   });
+  StereoCalibration calibration;
+  std::vector<cv::Size> sizes;
+  calibration.views = agreeOnSizes(std::move(measured), labels, sizes);
+  calibrateViews(calibration.views, {"camera", "camera_1"}, settings, [&] {
+    progress.at("calibrating", 0.9);
+    CameraCalibData data0 = calibData(calibration.views, 0);
+    CameraCalibData data1 = calibData(calibration.views, 1);
+    StereoCamera stereo;
+    stereo.setResolution(sizes[0], sizes[1]);
+    stereo.calib(data0, data1);
+    requireDifferentSides(data0);
+    fillResiduals(calibration.views, 0, stereo.getCameraModel0(), data0);
+    fillResiduals(calibration.views, 1, stereo.getCameraModel1(), data1);
+    fillJointResiduals(calibration.views, stereo, data0, data1);
+    calibration.object = stereo;
+  });
+  StereoCamera const& stereo = calibration.object;
+  calibration.report.devices = {deviceReport("camera", stereo.getCameraModel0(), calibration.views, 0),
+                                deviceReport("camera_1", stereo.getCameraModel1(), calibration.views, 1)};
+  calibration.report.rotationDefect = agreedRotationDefect(stereo.getTransform());
+  progress.at("calibrating", 1.0);
+  return calibration;
+}
+
+StereoCalibration calibrateStereo(std::vector<StereoView> const& views, CalibrationSettings const& settings,
+                                  Observer* observer) {
+  return calibrateStereo(
+      namesOf(views), [&](std::size_t number) { return views[number]; }, settings, observer);
+}
+
+} // namespace vorn::mv

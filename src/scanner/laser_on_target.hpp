@@ -1,0 +1,17 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <opencv2/core/mat.hpp>
+
+#include <vorn/mv/calib/laser_line.hpp>
+#include <vorn/mv/scanner/calibration.hpp>
+
+namespace vorn::mv {
+
+/// The points of a laser line on the even ground of the target, within the hull of its dots.
+/// @param image  shows the line, @param target the target under plain light, grey
+ViewLine laserLineOnTarget(cv::Mat const& image, cv::Mat const& target, ViewPoints const& dots,
+                           LaserLineOptions const& options);
+
+} // namespace vorn::mv

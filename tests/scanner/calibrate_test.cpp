@@ -1,0 +1,227 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/scanner/calibrate_camera.hpp>
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+
+#include "scanner/projector_axis.hpp"
+#include "sim/target.hpp"
+#include "support/expect_error.hpp"
+#include "support/scanner_rig.hpp"
+#include "support/watching.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using vorn::test::expectError;
+
+sim::Rig rig() {
+  return sim::demoRig(2);
+}
+
+constexpr int viewCount = 4;
+
+/// Views of the demonstration's target, rendered once.
+std::vector<ScannerView> const& renderedViews() {
+  static std::vector<ScannerView> const views = [] {
+    Library::init();
+    std::vector<ScannerView> result;
+    cv::Mat const white(rig().projector.device.resolution(), CV_8U, cv::Scalar(255));
+    sim::RenderOptions options;
+    options.supersample = 1; // dots are drawn exactly whatever the number of rays
+    for (int i = 0; i < viewCount; ++i) {
+      sim::Pose const& pose = sim::demoTargetPoses()[static_cast<std::size_t>(i)];
+      sim::ProjectorView const view(rig().camera, rig().projector,
+                                    sim::Scene({sim::targetObject(sim::demoTarget(), pose)}), options);
+      ScannerView rendered;
+      rendered.name = "view " + std::to_string(i);
+      rendered.target = view.capture({white})[0];
+      rendered.columns =
+          view.capture(test::patternsOf(rig(), scanner::ScannerType(scanner::ScannerType::Horizontal)));
+      rendered.rows =
+          view.capture(test::patternsOf(rig(), scanner::ScannerType(scanner::ScannerType::Vertical)));
+      result.push_back(rendered);
+    }
+    return result;
+  }();
+  return views;
+}
+
+CalibrationSettings settings() {
+  CalibrationSettings result;
+  result.detector["PatternDim"] = 15.0;
+  result.detector["MinDotArea"] = 20.0;
+  return result;
+}
+
+nlohmann::json written(IJsonSerializable const& object) {
+  nlohmann::json json;
+  object.write(json);
+  return json;
+}
+
+TEST(CalibrateScanner, RecoversTheRigWithItsResiduals) {
+  ScannerCalibration const calibration = calibrateScanner(renderedViews(), settings());
+  cv::Matx44d const found = calibration.object.getTransform();
+  cv::Vec3d const base(found(0, 3), found(1, 3), found(2, 3));
+  EXPECT_LT(cv::norm(base - rig().projector.world_from_proj.translation), 2.0) << "mm of 200";
+  EXPECT_TRUE(calibration.report.isProjectorGuessed);
+  // The projector has 456 x 285 pixels: this is the least usual size that shows them.
+  EXPECT_EQ(calibration.report.devices.at(1).resolution, cv::Size(480, 320));
+  for (CalibratedView const& view : calibration.views) {
+    EXPECT_TRUE(view.isUsed()) << view.reason;
+    for (ViewPoints const& device : view.devices) {
+      EXPECT_EQ(device.residuals.size(), device.imgPnts.size());
+      EXPECT_LT(rms(device.residuals), 0.1);
+      EXPECT_GT(rms(device.residuals), 0.0);
+    }
+  }
+}
+
+TEST(CalibrateScanner, ThreadsDoNotMatter) {
+  int const threads = cv::getNumThreads();
+  cv::setNumThreads(1);
+  ScannerCalibration const alone = calibrateScanner(renderedViews(), settings());
+  cv::setNumThreads(4);
+  ScannerCalibration const together = calibrateScanner(renderedViews(), settings());
+  cv::setNumThreads(threads);
+  EXPECT_EQ(written(alone.object), written(together.object));
+  EXPECT_EQ(toJson(alone), toJson(together));
+}
+
+/// The image with its upper and lower rows moved to the right by up to three pixels: what no pose explains.
+cv::Mat bent(cv::Mat const& image) {
+  cv::Mat result = image.clone();
+  for (int y = 0; y < image.rows; ++y) {
+    double const place = 2.0 * y / image.rows - 1.0;
+    int const shift = cvRound(3.0 * place * place);
+    image.row(y).colRange(0, image.cols - shift).copyTo(result.row(y).colRange(shift, image.cols));
+  }
+  return result;
+}
+
+TEST(CalibrateScanner, LeavesOutTheViewWhoseErrorStandsOut) {
+  std::vector<ScannerView> views = renderedViews();
+  // The projector was moved in one view: every coordinate is off by some pixels, which a pose cannot explain.
+  views.push_back(views[2]);
+  for (cv::Mat& image : views.back().columns) {
+    image = bent(image);
+  }
+  CalibrationSettings keeping = settings();
+  keeping.outlierRatio = std::numeric_limits<double>::infinity();
+  ScannerCalibration const all = calibrateScanner(views, keeping);
+  EXPECT_TRUE(all.views.back().isUsed());
+  double const worst = rms(all.views.back().devices[1].residuals);
+  double const middle = rms(all.views[2].devices[1].residuals);
+  ASSERT_GT(worst, 0.2);
+
+  // Five times the middle error is left out at a limit of three, and not at one above.
+  ScannerCalibration const some = calibrateScanner(views, settings());
+  EXPECT_NE(some.views.back().reason.find("projector's reprojection error is "), std::string::npos);
+  EXPECT_LT(some.report.devices[1].rms, all.report.devices[1].rms / 2);
+  keeping.outlierRatio = 2 * worst / middle;
+  EXPECT_TRUE(calibrateScanner(views, keeping).views.back().isUsed());
+}
+
+TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
+  std::vector<ScannerView> views = renderedViews();
+  views.resize(viewCount + 4);
+  for (std::size_t i = viewCount; i < views.size(); ++i) {
+    views[i] = views[0];
+    views[i].name = "bad " + std::to_string(i - viewCount);
+  }
+  views[viewCount].target = cv::Mat(views[0].target.size(), CV_8U, cv::Scalar(60));
+  views[viewCount + 1].columns.clear();
+  views[viewCount + 2].target = views[0].target.colRange(0, 500);
+  views[viewCount + 3].rows = std::vector<cv::Mat>(views[0].rows.begin(), views[0].rows.begin() + 5);
+  ScannerCalibration const calibration = calibrateScanner(views, settings());
+  auto const reason = [&](std::size_t i) { return calibration.views[viewCount + i].reason; };
+  EXPECT_NE(reason(0).find("no target found"), std::string::npos) << reason(0);
+  EXPECT_NE(reason(1).find("no images of the columns"), std::string::npos) << reason(1);
+  EXPECT_NE(reason(2).find("the target image is 500 x 480, the first view's 640 x 480"), std::string::npos)
+      << reason(2);
+  EXPECT_NE(reason(3).find("Insufficient input patterns"), std::string::npos) << reason(3);
+  EXPECT_EQ(calibration.views[0].reason, "");
+  views.erase(views.begin() + 2, views.begin() + viewCount);
+  expectError([&] { calibrateScanner(views, settings()); },
+              "Only 2 of 6 views can be used, and a calibration takes 3; bad 0: no target found");
+}
+
+TEST(CalibrateScanner, TakesViewsOneByOne) {
+  std::vector<std::string> names;
+  for (ScannerView const& view : renderedViews()) {
+    names.push_back(view.name);
+  }
+  names.emplace_back("unreadable");
+  auto const source = [&](std::size_t i) {
+    if (i == viewCount) {
+      throw Exception("the disk is gone", nullptr, 0, "test");
+    }
+    return renderedViews()[i];
+  };
+  ScannerCalibration const calibration = calibrateScanner(names, source, settings());
+  EXPECT_EQ(calibration.views.back().reason, "the disk is gone");
+  EXPECT_EQ(written(calibration.object), written(calibrateScanner(renderedViews(), settings()).object));
+}
+
+TEST(CalibrateScanner, StopsWhenAskedTo) {
+  // Some stops in each stage: to try all of them takes long.
+  for (int const questions : {0, 1, 7, 20, 40}) {
+    vorn::test::Watching observer(questions);
+    EXPECT_THROW(calibrateScanner(renderedViews(), settings(), &observer), Cancelled);
+    EXPECT_EQ(observer.asked, questions + 1);
+  }
+  vorn::test::Watching observer;
+  calibrateScanner(renderedViews(), settings(), &observer);
+  EXPECT_EQ(observer.fraction, 1.0);
+  EXPECT_GT(observer.asked, 2 * viewCount * 5) << "within the decoding of single views too";
+}
+
+TEST(CalibrateScanner, RefusesSettingsOutOfRange) {
+  CalibrationSettings bad = settings();
+  bad.projector = {640, 0};
+  expectError([&] { calibrateScanner(renderedViews(), bad); },
+              "projector is [640 x 0], but must be 16 to 8192");
+  bad = settings();
+  bad.outlierRatio = 0.5;
+  expectError([&] { calibrateScanner(renderedViews(), bad); }, "outlierRatio is 0.5, but must be 1 or more");
+  bad = settings();
+  bad.outlierError = std::numeric_limits<double>::quiet_NaN();
+  expectError([&] { calibrateScanner(renderedViews(), bad); }, "outlierError is nan, but must be 0 or more");
+}
+
+TEST(GuessedProjector, IsTheLeastUsualSizeThatShowsWhatWasDecodedInAsManyImages) {
+  auto const guess = [](cv::Size const& truth, float unseen) {
+    auto const images = [](int extent, sl::StripeCode const& code) {
+      return static_cast<std::size_t>(sl::StripeCode::images(code.generatedPlanes(extent)));
+    };
+    return guessProjector({static_cast<float>(truth.width) - unseen, images(truth.width, sl::columnCode)},
+                          {static_cast<float>(truth.height) - unseen, images(truth.height, sl::rowCode)});
+  };
+  for (cv::Size const usual : {cv::Size(912, 570), cv::Size(1280, 800), cv::Size(1920, 1080)}) {
+    EXPECT_EQ(guess(usual, 3), usual);
+  }
+  EXPECT_EQ(guess({1280, 800}, 100), cv::Size(1280, 720)) << "the part that nobody saw cannot be known";
+  EXPECT_EQ(guess({700, 590}, 1), cv::Size(800, 600));
+  EXPECT_EQ(guess({5000, 3000}, 1), cv::Size(5000, 3000)) << "in whole eighths where none is usual";
+}
+
+TEST(CalibrateCamera, NeedsNoMarkers) {
+  std::vector<CameraView> views;
+  for (ScannerView const& view : renderedViews()) {
+    views.push_back({view.name, view.target});
+  }
+  CameraCalibration const calibration = calibrateCamera(views, settings());
+  cv::Mat const K = calibration.object.getK();
+  EXPECT_NEAR(K.at<double>(0, 0) / rig().camera.device.focal().x, 1, 5e-3);
+  EXPECT_EQ(calibration.report.devices.size(), 1U);
+  EXPECT_FALSE(toJson(calibration).contains("rotationDefect"));
+}
+
+} // namespace
+} // namespace vorn::mv

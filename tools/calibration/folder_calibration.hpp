@@ -1,0 +1,28 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <vorn/mv/scanner/calibrate_laser.hpp>
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+#include <vorn/mv/scanner/calibrate_stereo.hpp>
+
+/// The library's calibrations from the views in a folder: pose_00, pose_01 and so on in it, or in the one
+/// that it holds as "calib". A view whose pictures are missing or cannot be read is left out and says so.
+namespace vorn::tools {
+
+/// From pose_00/target.png, columns_00.png ..., rows_00.png ... and so on.
+/// @throws Exception when there are no such folders; what `mv::calibrateScanner` throws
+mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
+                                        Observer* observer = nullptr);
+
+/// From pose_00/target.png and pose_00/target_1.png and so on.
+mv::StereoCalibration calibrateStereo(std::string const& folder, mv::CalibrationSettings const& settings,
+                                      Observer* observer = nullptr);
+
+/// From pose_00/target.png and pose_00/line_00.png ..., an image a laser line.
+mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSettings const& settings,
+                                    Observer* observer = nullptr);
+
+} // namespace vorn::tools

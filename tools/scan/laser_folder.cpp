@@ -1,0 +1,160 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/scan/laser_folder.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/calib/line_scanner.hpp>
+#include <vorn/mv/geometry/plane3f.hpp>
+
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/files/output_path.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+Exception failure(std::string const& message) {
+  return {message, nullptr, 0, "scan"};
+}
+
+/// A word of a file that may be anything, for a message.
+std::string printable(std::string word) {
+  constexpr std::size_t longest = 20;
+  if (word.size() > longest) {
+    word = word.substr(0, longest) + "...";
+  }
+  std::replace_if(
+      word.begin(), word.end(), [](unsigned char c) { return std::isprint(c) == 0; }, '?');
+  return word;
+}
+
+/// The numbers of a text with commas, semicolons or blanks between them.
+/// @throws Exception for anything else, naming `what`
+std::vector<double> numbersIn(std::string text, std::string const& what) {
+  for (char& c : text) {
+    c = c == ',' || c == ';' ? ' ' : c;
+  }
+  std::istringstream in(text);
+  std::vector<double> numbers;
+  for (std::string word; in >> word;) {
+    std::size_t end = 0;
+    double value = 0;
+    try {
+      value = std::stod(word, &end);
+    } catch (std::exception const&) {
+      end = 0;
+    }
+    if (end != word.size() || !std::isfinite(value)) {
+      throw failure(what + ": \"" + printable(word) + "\" is no number");
+    }
+    numbers.push_back(value);
+  }
+  return numbers;
+}
+
+std::vector<double> numbersOf(nlohmann::json const& json, std::string const& what) {
+  try {
+    return json.get<std::vector<double>>();
+  } catch (nlohmann::json::exception const&) {
+    throw failure(what + " is no list of numbers");
+  }
+}
+
+cv::Vec3d readStep(std::string const& folder, StageMotion const& motion) {
+  std::vector<double> step;
+  std::string const path = (std::filesystem::path(folder) / "stage.json").string();
+  if (!motion.step.empty()) {
+    step = numbersIn(motion.step, "--step " + motion.step);
+  } else if (std::filesystem::exists(path)) {
+    nlohmann::json const json = readJsonFile(path);
+    step = numbersOf(json.is_object() ? json.value("step", nlohmann::json()) : nlohmann::json(),
+                     "\"step\" in " + path);
+  } else {
+    throw failure("There is no " + path + ": give the stage's motion by --step X,Y,Z");
+  }
+  if (step.size() != 3 || cv::norm(step) == 0) {
+    throw failure("The stage's step is not three numbers that differ from 0,0,0");
+  }
+  return {step[0], step[1], step[2]};
+}
+
+std::vector<double> readEncoder(std::string const& path) {
+  if (lowerCaseEnding(path) == ".json") {
+    return numbersOf(readJsonFile(path), path);
+  }
+  std::ifstream file(path);
+  if (!file) {
+    throw failure("Cannot read " + path);
+  }
+  std::vector<double> places;
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    bool const isHeading = number == 1 && line.find_first_of("0123456789") == std::string::npos;
+    std::vector<double> const inLine =
+        isHeading ? std::vector<double>() : numbersIn(line, path + ", line " + std::to_string(number));
+    places.insert(places.end(), inLine.begin(), inLine.end());
+  }
+  return places;
+}
+
+/// @param positions of the stage; a single one without an encoder needs no motion
+mv::Stage readStage(std::string const& folder, StageMotion const& motion, std::size_t positions) {
+  mv::Stage stage;
+  if (positions > 1 || !motion.encoder.empty()) {
+    stage.step = readStep(folder, motion);
+  }
+  if (!motion.encoder.empty()) {
+    stage.places = readEncoder(motion.encoder);
+    if (stage.places.empty()) {
+      throw failure(motion.encoder + " has no places");
+    }
+  }
+  return stage;
+}
+
+} // namespace
+
+mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& scanner,
+                              StageMotion const& motion, mv::LaserScanSettings const& settings,
+                              Observer* observer) {
+  std::vector<NumberedFile> const files = findSequence(folder, "line");
+  std::size_t const planes = std::max<std::size_t>(1, scanner.getPlanes().size());
+  if (files.empty() || files.size() % planes != 0) {
+    throw failure(folder + " has " + std::to_string(files.size()) + " images line_00 ..., no multiple of " +
+                  std::to_string(planes) + " laser lines");
+  }
+  mv::Stage const stage = readStage(folder, motion, files.size() / planes);
+  mv::LaserScanResult scan = mv::scanLaser(
+      scanner, files.size(), [&](std::size_t i) { return readLaserImage(files[i].path); }, stage, settings,
+      observer);
+  if (scan.points == 0) {
+    throw failure("None of the " + std::to_string(files.size()) + " images in " + folder +
+                  " shows a laser line");
+  }
+  return scan;
+}
+
+nlohmann::json scanReport(mv::LaserScanResult const& scan) {
+  cv::Point3f const origin = scan.cloud.boxOrigin();
+  cv::Vec3f const size = scan.cloud.boxDims();
+  return {{"Images", scan.images},
+          {"ImagesWithoutLine", scan.emptyImages},
+          {"Points", scan.points},
+          {"Times",
+           {{"Read", scan.readTime}, {"Extract", scan.extractTime}, {"Triangulate", scan.triangulateTime}}},
+          {"Box", {{"Origin", {origin.x, origin.y, origin.z}}, {"Size", {size[0], size[1], size[2]}}}}};
+}
+
+} // namespace vorn::tools
