@@ -1,11 +1,9 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
-#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <vorn/mv.hpp>
 
@@ -54,23 +52,14 @@ int main(int argc, char** argv) try {
   if (argc != 4) {
     throw std::invalid_argument("usage: example_host_scan scanner.json FOLDER cloud.ply");
   }
-  Library::init();
+  Library::start(false);
   Sl3dScanner scanner;
-  scanner.read(nlohmann::json::parse(std::ifstream(argv[1])));
-  scanner["EnableTexture"] = true;
+  vorn::load(argv[1], scanner);
   ReplayedRig rig(argv[2], scanner.getProjectorModel().getResolution());
 
-  cv::Mat_<float> const map = scanner.decode(capture(rig));
-  cv::Mat_<cv::Vec3f> xyz;
-  scanner.triangulate(map, xyz, cv::Rect(0, 0, map.cols, map.rows));
-
-  cv::Mat_<cv::Vec3b> colors;
-  cv::Mat const grey[] = {scanner.getTexture(), scanner.getTexture(), scanner.getTexture()};
-  cv::merge(grey, 3, colors);
-  PointCloud cloud(xyz, true, {}, colors);
-  cloud.filterByZRange(1, 10000); // mm; unmeasured pixels lie at z = -1
-  cloud.saveToFile(argv[3], "ply");
-  std::cout << cloud.presentCount() << " points\n";
+  ScanResult const result = scan(scanner, capture(rig));
+  result.cloud.save(argv[3]);
+  std::cout << result.counts.points << " points\n";
 } catch (std::exception const& e) {
   std::cerr << e.what() << '\n';
   return EXIT_FAILURE;

@@ -15,16 +15,6 @@ namespace vorn::mv {
 
 namespace {
 
-/// A copy that shares no pixels.
-PointCloud separated(PointCloud const& cloud) {
-  PointCloud copy = cloud;
-  copy.points() = cloud.points().clone();
-  copy.normals() = cloud.normals().clone();
-  copy.texture() = cloud.texture().clone();
-  copy.state() = cloud.state().clone();
-  return copy;
-}
-
 bool needsGrid(pc::IFilter const& filter) {
   return dynamic_cast<pc::DzFilter const*>(&filter) != nullptr;
 }
@@ -34,7 +24,7 @@ bool needsGrid(pc::IFilter const& filter) {
 PointCloud applyFilters(PointCloud const& cloud, FilterChain<pc::IFilter> const& chain, Observer* observer) {
   Progress const progress(observer);
   progress.at("filtering", 0.0);
-  PointCloud result = separated(cloud);
+  PointCloud result = cloud.clone();
   for (std::size_t i = 0; i < chain.size(); ++i) {
     pc::IFilter& filter = *chain[i];
     std::string const name = "Filter " + std::to_string(i + 1) + ", " + filter.getClassName();

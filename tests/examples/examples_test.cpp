@@ -198,6 +198,9 @@ TEST(Examples, HostCalibratesAndScans) {
   EXPECT_EQ(work.cloud("host.ply"), work.cloud("tool.ply"));
   work.run("example_scan scanner.json rig/scan/columns_*.png readme.ply");
   EXPECT_LT(ballFit(work.cloud("readme.ply")).rms, mostError);
+  work.run("example_measure 15 rig/scan measured.ply rig/calib/pose_*");
+  EXPECT_LT(ballFit(work.cloud("measured.ply")).rms, mostError);
+  EXPECT_GT(ballFit(work.cloud("measured.ply")).count, 700);
 }
 
 /// The words of a text that begin with a digit.

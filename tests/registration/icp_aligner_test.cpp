@@ -124,7 +124,10 @@ TEST_F(Align, SamplesHoldAGrooveInAPlane) {
   auto const onWalls = [&](std::vector<unsigned> const& indices) {
     double count = 0.0;
     for (unsigned const index : indices) {
-      count += std::abs(grooved.normals()(static_cast<int>(index) / 150, static_cast<int>(index) % 150)[0]) > 0.4F ? 1.0 : 0.0;
+      count +=
+          std::abs(grooved.normals()(static_cast<int>(index) / 150, static_cast<int>(index) % 150)[0]) > 0.4F
+              ? 1.0
+              : 0.0;
     }
     return count / static_cast<double>(indices.size());
   };

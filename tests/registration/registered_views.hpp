@@ -21,7 +21,8 @@ inline cv::Vec3d bumps(double u, double v) {
 }
 
 /// A square grid of a surface, 0.1 apart from (u, v) on, with noise along each axis.
-inline cv::Mat_<cv::Vec3f> view(Surface const& surface, int side, double u, double v, double sigma, unsigned seed) {
+inline cv::Mat_<cv::Vec3f> view(Surface const& surface, int side, double u, double v, double sigma,
+                                unsigned seed) {
   std::mt19937 random(seed);
   std::normal_distribution<double> noise(0.0, 1.0);
   cv::Mat_<cv::Vec3f> points(side, side);
@@ -39,9 +40,22 @@ inline cv::Matx44d motionAbout(cv::Vec3d const& pivot, cv::Vec3d const& degrees,
   cv::Matx33d rotation;
   cv::Rodrigues(degrees * (CV_PI / 180.0), rotation);
   cv::Vec3d const offset = pivot + shift - rotation * pivot;
-  return {rotation(0, 0), rotation(0, 1), rotation(0, 2), offset[0], rotation(1, 0), rotation(1, 1),
-          rotation(1, 2), offset[1],      rotation(2, 0), rotation(2, 1), rotation(2, 2), offset[2],
-          0,              0,              0,              1};
+  return {rotation(0, 0),
+          rotation(0, 1),
+          rotation(0, 2),
+          offset[0],
+          rotation(1, 0),
+          rotation(1, 1),
+          rotation(1, 2),
+          offset[1],
+          rotation(2, 0),
+          rotation(2, 1),
+          rotation(2, 2),
+          offset[2],
+          0,
+          0,
+          0,
+          1};
 }
 
 inline cv::Vec3d movePoint(cv::Matx44d const& motion, cv::Vec3d const& point) {
@@ -52,7 +66,8 @@ inline cv::Vec3d movePoint(cv::Matx44d const& motion, cv::Vec3d const& point) {
 inline cv::Mat_<cv::Vec3f> moveAll(cv::Matx44d const& motion, cv::Mat_<cv::Vec3f> const& points) {
   cv::Mat_<cv::Vec3f> moved(points.size());
   for (int i = 0; i < static_cast<int>(points.total()); ++i) {
-    moved(i / points.cols, i % points.cols) = movePoint(motion, cv::Vec3d(points(i / points.cols, i % points.cols)));
+    moved(i / points.cols, i % points.cols) =
+        movePoint(motion, cv::Vec3d(points(i / points.cols, i % points.cols)));
   }
   return moved;
 }

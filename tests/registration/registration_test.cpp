@@ -59,7 +59,8 @@ TEST_F(Register, IsExactWithoutNoise) {
   // The same places, so that only the floats' rounding is left: 400 has steps of 3e-5.
   cv::Matx44d const truth = motionAbout(middle, {0.5, 1.0, -0.7}, {0.1, 0.2, -0.1});
   cv::Mat_<cv::Vec3f> const target = view(bumps, 140, 0.0, 0.0, 0.0, 1);
-  Registration const found = registerClouds(PointCloud(moveAll(truth.inv(), target), true), PointCloud(target, true));
+  Registration const found =
+      registerClouds(PointCloud(moveAll(truth.inv(), target), true), PointCloud(target, true));
   EXPECT_LT(cv::norm(errorOf(found.targetFromSource, truth, middle)), 2e-5);
   EXPECT_LT(found.resolution, 4e-5);
   EXPECT_GT(found.resolution, 1e-5);
@@ -89,7 +90,8 @@ TEST_F(Register, CovarianceIsThatOfRepeatedScans) {
   cv::Vec6d claimed;
   for (unsigned trial = 0; trial < trials; ++trial) {
     cv::Mat_<cv::Vec3f> const target = view(bumps, 120, 0.0, 0.0, 0.02, 2 * trial + 10);
-    cv::Mat_<cv::Vec3f> const source = moveAll(truth.inv(), view(bumps, 120, 0.04, 0.03, 0.02, 2 * trial + 11));
+    cv::Mat_<cv::Vec3f> const source =
+        moveAll(truth.inv(), view(bumps, 120, 0.04, 0.03, 0.02, 2 * trial + 11));
     Registration const result = registerClouds(PointCloud(source, true), PointCloud(target, true));
     cv::Vec6d const error = errorOf(result.targetFromSource, truth, result.pivot);
     for (int i = 0; i < 6; ++i) {
