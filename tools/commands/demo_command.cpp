@@ -15,6 +15,7 @@
 
 #include <vorn/mv/sl/patterns.hpp>
 
+#include "sl/coding/stripe_code.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/commands.hpp"
@@ -110,7 +111,7 @@ void run(DemoOptions const& options) {
   save((folder / "scanner.json").string(), scanner);
   writeGraphic((folder / "scan.ply").string(), scan.cloud.getGraphicObject(true));
   writeImage((folder / "scan.png").string(), drawRelief(scan.xyz));
-  constexpr float period = 4.0F;
+  constexpr auto period = static_cast<float>(mv::sl::columnCode.period);
   writeImage((folder / "map.png").string(), drawDecodedMap(scan.map, period));
   nlohmann::json report = scanReport(scan);
   report["Truth"] = comparisonReport(comparison, figures);

@@ -10,6 +10,7 @@
 #include <vorn/core/timer.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 
+#include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
 #include "tools/commands/property_options.hpp"
@@ -54,7 +55,7 @@ void writeCloud(std::string const& path, mv::ScanResult const& result) {
 
 void writeMap(std::string const& path, cv::Mat_<float> const& map) {
   // The periods of the two coded axes differ; either shows as bands.
-  constexpr float period = 8.0F;
+  constexpr auto period = static_cast<float>(mv::sl::rowCode.period);
   writeImage(path, isTiff(path) ? cv::Mat(map) : drawDecodedMap(map, period));
 }
 
