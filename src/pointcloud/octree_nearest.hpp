@@ -61,7 +61,8 @@ public:
   void operator()(BasicOctant<unsigned> const& leaf) const {
     unsigned const* const chain = chain_ + leaf.first;
     unsigned i = 0;
-    for (; i + 4 <= leaf.count; i += 4) {
+    // Nothing is nearer than a point at no distance: a leaf of identical points is not read to its end.
+    for (; i + 4 <= leaf.count && nearest_.worst() > 0.0F; i += 4) {
       cv::v_float32x4 const four = distancesOfFour_(points_, chain + i);
       if (cv::v_signmask(four < cv::v_setall_f32(nearest_.worst())) != 0) {
         float distances[4];
@@ -71,7 +72,7 @@ public:
         }
       }
     }
-    for (; i < leaf.count; ++i) {
+    for (; i < leaf.count && nearest_.worst() > 0.0F; ++i) {
       float const* point = points_[chain[i]];
       offer(chain[i], Kind::between(point[0] - query_[0], point[1] - query_[1], point[2] - query_[2]));
     }

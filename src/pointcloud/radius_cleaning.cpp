@@ -10,6 +10,7 @@
 #include "core/bits.hpp"
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
+#include "pointcloud/octant_counts.hpp"
 #include "pointcloud/octree_search.hpp"
 #include "pointcloud/point_access.hpp"
 
@@ -50,6 +51,7 @@ public:
   }
 
   bool isEmpty() const { return x_.empty(); }
+  std::size_t count() const { return x_.size(); }
 
   void fillUp() {
     constexpr float nowhere[] = {std::numeric_limits<float>::infinity(), 0.0F, 0.0F};
@@ -95,18 +97,25 @@ public:
         octantCount_(static_cast<unsigned>(tree.octants().size())), radius_(radius),
         // Rounding may let one point find another that does not find it in turn.
         reach_(radius * (1.0F + 10.0F * boundSlack) + 2.0F * tree.tolerance()), minNeighbours_(minNeighbours),
-        removed_(states.size()), waits_(states.size()) {}
+        removed_(states.size()), waits_(states.size()) {
+    if (countsByOctants() && !tree_.isEmpty) {
+      counts_ = OctantCounts(tree_, octantCount_, states_);
+    }
+  }
 
   std::vector<uchar> run() {
     if (minNeighbours_ <= 0) {
       return std::move(removed_);
     }
     removePointsWithoutNeighbours();
-    std::vector<unsigned> candidates = findDoubtful();
+    std::vector<unsigned> candidates = countsByOctants() ? standing() : findDoubtful();
     while (!candidates.empty()) {
       std::vector<unsigned> const sparse = findSparse(candidates);
       for (unsigned const point : sparse) {
         removed_[point] = 1;
+        if (countsByOctants()) {
+          counts_.remove(points_[point]);
+        }
       }
       candidates = findBereaved(sparse);
     }
@@ -114,6 +123,24 @@ public:
   }
 
 private:
+  /// Whether so many neighbours are asked for that counting them point by point would take far longer than
+  /// adding up the octants that lie in a ball.
+  bool countsByOctants() const {
+    constexpr int manyNeighbours = 256;
+    return minNeighbours_ > manyNeighbours;
+  }
+
+  /// The present points that have not been removed.
+  std::vector<unsigned> standing() const {
+    std::vector<unsigned> points;
+    for (std::size_t i = 0; i < states_.size(); ++i) {
+      if (states_[i] == 0 && removed_[i] == 0) {
+        points.push_back(static_cast<unsigned>(i));
+      }
+    }
+    return points;
+  }
+
   /// Points that are no numbers have no neighbours, not even themselves.
   void removePointsWithoutNeighbours() {
     for (std::size_t i = 0; i < states_.size(); ++i) {
@@ -156,10 +183,14 @@ private:
     }
     // A negative radius finds nothing; its square would.
     float const square = L2::norm(std::max(radius_, 0.0F));
+    // Where a ball holds most of a cloud, its points are not gathered for every leaf: some are enough to
+    // clear nearly all, and the rest are judged one by one.
+    constexpr std::size_t enoughGathered = 8192;
     auto const addOthers = [&](BasicOctant<unsigned> const& octant) {
       if (octant.first != leaf.first) {
         addPresent(octant, near);
       }
+      return near.count() < enoughGathered;
     };
     visitCube(leaf, leaf.halfSize + reach_, addOthers);
     near.fillUp();
@@ -180,7 +211,7 @@ private:
     }
   }
 
-  /// Visits the leaves that touch a cube around the centre of `middle`.
+  /// Visits the leaves that touch a cube around the centre of `middle` until `visit` returns false.
   template <class Visit>
   void visitCube(BasicOctant<unsigned> const& middle, float halfSize, Visit const& visit) const {
     using LInf = Distance<cv::Vec3f>::LInf;
@@ -191,7 +222,9 @@ private:
     while (count > 0) {
       BasicOctant<unsigned> const& octant = tree_.octants[waiting[--count]];
       if (octant.isLeaf) {
-        visit(octant);
+        if (!visit(octant)) {
+          return;
+        }
         continue;
       }
       unsigned toVisit =
@@ -222,10 +255,32 @@ private:
     return states_[neighbour] == 0 && !(removed_[neighbour] != 0 && neighbour < point);
   }
 
+  /// The points of an octant that count as neighbours of `point`, all being near enough.
+  int countIn(BasicOctant<unsigned> const& octant, unsigned point) const {
+    if (counts_.removed(octant) == 0) {
+      return static_cast<int>(counts_.present(octant));
+    }
+    int found = 0;
+    if (octant.isLeaf) {
+      unsigned const* const chain = tree_.chain + octant.first;
+      for (unsigned i = 0; i < octant.count; ++i) {
+        found += counts(chain[i], point) ? 1 : 0;
+      }
+    } else {
+      counts_.visitChildren(octant,
+                            [&](BasicOctant<unsigned> const& child) { found += countIn(child, point); });
+    }
+    return found;
+  }
+
   bool hasEnoughNeighbours(unsigned point) const {
     int missing = minNeighbours_;
     Ball<L2> const ball(points_[point], radius_);
     auto const whole = [&](BasicOctant<unsigned> const& octant) {
+      if (countsByOctants()) {
+        missing -= countIn(octant, point);
+        return missing > 0;
+      }
       unsigned const* const chain = tree_.chain + octant.first;
       for (unsigned i = 0; i < octant.count && missing > 0; ++i) {
         missing -= counts(chain[i], point) ? 1 : 0;
@@ -246,6 +301,10 @@ private:
 
   /// The points that may still stand and have lost a neighbour of lower index to `sparse`.
   std::vector<unsigned> findBereaved(std::vector<unsigned> const& sparse) {
+    // With many lost neighbours each, it is quicker to judge all again than to find out who lost one.
+    if (countsByOctants() && sparse.size() * static_cast<std::size_t>(minNeighbours_) > 8 * states_.size()) {
+      return standing();
+    }
     std::vector<std::vector<unsigned>> found((sparse.size() + pointsPerTask - 1) / pointsPerTask);
     parallelTasks(sparse.size(), [&](std::size_t task, std::size_t start, std::size_t end) {
       for (std::size_t i = start; i < end; ++i) {
@@ -285,6 +344,7 @@ private:
   Points points_;
   std::vector<uchar> const& states_;
   OctreeView tree_;
+  OctantCounts counts_;
   unsigned octantCount_;
   float radius_;
   float reach_;

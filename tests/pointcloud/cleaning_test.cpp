@@ -127,11 +127,47 @@ TEST_F(Cleaning, ClustersInSpaceAreThoseOfAFloodFill) {
   }
 }
 
-TEST_F(Cleaning, MillionPointsOnOneSpotTakeNoTime) {
+TEST_F(Cleaning, MillionPointsOnOneSpotAreJudgedTogether) {
+  // One by one, each against all others, they would take hours.
+  constexpr int million = 1000000;
   PointCloud cloud(cv::Mat_<cv::Vec3f>(1000, 1000, cv::Vec3f(1, 2, 3)), true);
   cloud.points()(0, 0) = {0, 0, 0};
   EXPECT_EQ(cloud.filterSmallCluster(0.1F, 1000), 1);
-  EXPECT_EQ(cloud.clean(0.1F, 2), 0);
+  for (int const minNeighbours : {2, 500, million - 1}) {
+    EXPECT_EQ(cloud.clean(0.1F, minNeighbours), 0);
+  }
+  EXPECT_EQ(cloud.clean(0.1F, million), million - 1);
+  EXPECT_EQ(cloud.presentCount(), 0U);
+  cloud.resetState();
+  EXPECT_EQ(cloud.clean(10.0F, million), 0);
+  EXPECT_EQ(cloud.clean(10.0F, million + 1), million);
+  cloud.resetState();
+  PointCloud other = cloud.clone();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(cloud.calcDistStat(other), cv::Vec2d(0, 0));
+  testing::internal::GetCapturedStdout();
+}
+
+TEST_F(Cleaning, ManyNeighboursAreCountedAsFewAre) {
+  // Two dense clusters and a thin cloud, with deleted points between: holes eat their way into the clusters.
+  std::vector<cv::Vec3f> points = test::randomPoints(1500, 0.0F, 1.0F);
+  for (cv::Vec3f const& point : test::randomPoints(1500, 0.0F, 4.0F)) {
+    points.push_back(point + cv::Vec3f(1.0F, 0.0F, 0.0F));
+  }
+  points.insert(points.end(), 700, cv::Vec3f(2.0F, 2.0F, 2.0F));
+  points.emplace_back(test::notANumber, 0.0F, 0.0F);
+  for (float const radius : {0.5F, 0.8F, 100.0F}) {
+    for (int const minNeighbours : {257, 600, 1400, 3650, 3651}) {
+      PointCloud cloud(test::asGrid(points, 1), false);
+      for (int i = 0; i < 50; ++i) {
+        cloud.state()(i * 70) = 255;
+      }
+      cv::Mat_<uchar> expected = savedStates(cloud);
+      int const removed = cleanPlainly(cloud, expected, radius, minNeighbours);
+      runEverywhere(cloud, [=](PointCloud& c) { EXPECT_EQ(c.clean(radius, minNeighbours), removed); });
+      expectSameStates(cloud, expected);
+    }
+  }
 }
 
 TEST_F(Cleaning, EdgePointsAreCountedAndColoured) {
