@@ -199,7 +199,8 @@ void PointCloud::calcBoundingBox() {
 
 void PointCloud::applyTransform() {
   checkSizes();
-  if (!isEmpty()) {
+  // The identity is not multiplied: zeros times infinity are no numbers.
+  if (!isEmpty() && transform_ != cv::Matx44d::eye()) {
     markChanged();
     RigidMotion const motion(transform_);
     parallelRows(points_.rows, [&](int firstRow, int endRow) {
@@ -229,6 +230,7 @@ graphic::GraphicObject PointCloud::getGraphicObject(bool applyTransform) const {
   object.vertices().reserve(count);
   object.normals().reserve(hasNormals() ? count : 0);
   object.colors().reserve(hasTexture() ? count : 0);
+  bool const isMoved = applyTransform && transform_ != cv::Matx44d::eye();
   RigidMotion const motion(transform_);
   for (int row = 0; row < points_.rows; ++row) {
     for (int column = 0; column < points_.cols; ++column) {
@@ -236,10 +238,10 @@ graphic::GraphicObject PointCloud::getGraphicObject(bool applyTransform) const {
         continue;
       }
       cv::Vec3f const& point = points_(row, column);
-      object.vertices().push_back(applyTransform ? motion.move(point) : point);
+      object.vertices().push_back(isMoved ? motion.move(point) : point);
       if (hasNormals()) {
         cv::Vec3f const& normal = normals_(row, column);
-        object.normals().push_back(applyTransform ? motion.turn(normal) : normal);
+        object.normals().push_back(isMoved ? motion.turn(normal) : normal);
       }
       if (hasTexture()) {
         object.colors().push_back(colorFromTexture(texture_(row, column)));

@@ -142,6 +142,22 @@ TEST(PointCloud, MovesPresentPointsAndTurnsTheirNormals) {
   EXPECT_EQ(cloud.octree().radiusNeighborsCount<L2>({1.0F, 14.0F, -1.0F}, 0.5F), 1U);
 }
 
+TEST(PointCloud, TheIdentityChangesNoBitOfAPoint) {
+  constexpr float infinite = std::numeric_limits<float>::infinity();
+  cv::Mat_<cv::Vec3f> points(1, 3, cv::Vec3f(infinite, -infinite, 0.0F));
+  points(1) = {test::notANumber, 1.0F, 2.0F};
+  points(2) = {-0.0F, 0.0F, -0.0F};
+  PointCloud cloud(points, false);
+  auto const expectUntouched = [](cv::Vec3f const* found) {
+    EXPECT_EQ(found[0], cv::Vec3f(infinite, -infinite, 0.0F));
+    EXPECT_EQ(found[1][2], 2.0F);
+    EXPECT_TRUE(std::signbit(found[2][0]) && !std::signbit(found[2][1]));
+  };
+  expectUntouched(cloud.getGraphicObject(true).vertices().data());
+  cloud.applyTransform();
+  expectUntouched(std::as_const(cloud).points()[0]);
+}
+
 TEST(PointCloud, SearchesSeeMovedPointsOfCloudsThatShareThem) {
   PointCloud cloud(somePoints(), true);
   PointCloud copy(cloud);
