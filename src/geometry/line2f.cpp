@@ -120,7 +120,9 @@ void Line2f::draw(cv::Mat& image, cv::Scalar const& color, float thickness) cons
     start = {xAt(0), 0};
     end = {xAt(image.rows), image.rows};
   }
-  cv::line(image, start, end, color, std::max(1, static_cast<int>(thickness)), cv::LINE_8, 0);
+  constexpr float thickest = 32767.0F; // that OpenCV draws
+  float const width = thickness >= 1.0F ? std::min(thickness, thickest) : 1.0F;
+  cv::line(image, start, end, color, static_cast<int>(width), cv::LINE_8, 0);
 }
 
 void Line2f::write(nlohmann::json& json) const {

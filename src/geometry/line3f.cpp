@@ -48,6 +48,9 @@ Line3f::Line3f(std::vector<cv::Point3f> const& points, float threshold, float ra
     throw error("Not enough data!", "Line3f");
   }
   std::mt19937 random; // its own, always seeded alike
+  if (std::all_of(points.begin(), points.end(), [&](cv::Point3f const& p) { return p == points.front(); })) {
+    return; // no two of them give a line, however often it is tried
+  }
   std::vector<cv::Point3f> working = points;
   for (long iteration = 0; iteration <= maxIterations; ++iteration) {
     std::size_t const n = working.size();

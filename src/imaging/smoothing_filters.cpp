@@ -2,8 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 
+#include <cmath>
+#include <sstream>
+
 #include <opencv2/imgproc.hpp>
 
+#include "core/error.hpp"
 #include "imaging/filter_settings.hpp"
 
 namespace vorn::mv {
@@ -12,6 +16,21 @@ namespace {
 
 cv::Point const kernelCentre(-1, -1);
 
+/// OpenCV's filter divides the range of a float image into a table, and reads beyond it for an infinite
+/// range.
+void assertFiniteRange(cv::Mat const& input) {
+  if (input.depth() == CV_32F && !input.empty()) {
+    double low = 0.0;
+    double high = 0.0;
+    cv::minMaxLoc(input.reshape(1), &low, &high);
+    if (!std::isfinite(static_cast<float>(high - low) * static_cast<float>(input.channels()))) {
+      std::ostringstream range;
+      range << "Pixels between " << low << " and " << high << " are too far apart for the filter";
+      throw error(range.str(), "BilateralFilter");
+    }
+  }
+}
+
 } // namespace
 
 BilateralFilter::BilateralFilter()
@@ -19,6 +38,7 @@ BilateralFilter::BilateralFilter()
                        new Property("SigmaSpace", 1.0, 1.0, 10.0)}) {}
 
 cv::Mat BilateralFilter::apply(cv::Mat const& input) const {
+  assertFiniteRange(input);
   cv::Mat output;
   cv::bilateralFilter(input, output, intOf(*this, "Diameter"), doubleOf(*this, "SigmaColor"),
                       doubleOf(*this, "SigmaSpace"), cv::BORDER_DEFAULT);

@@ -337,5 +337,22 @@ TEST_F(CalibPatternDetectorTest, ResultHoldsWhatIsAddedAndDrawsIt) {
   EXPECT_GT(canvas.at<cv::Vec3b>(30, 40)[2], 100) << "the x axis";
 }
 
+TEST_F(CalibPatternDetectorTest, DrawsWhatMakesSenseOfAbsurdResults) {
+  CalibPatternDetector::Result result;
+  float const noNumber = std::numeric_limits<float>::quiet_NaN();
+  for (float const absurd : {noNumber, 1e38F, -1e38F, 1e9F, std::numeric_limits<float>::infinity()}) {
+    result.addKeyPoint({{20, 30}, {absurd, 0}});
+    result.addKeyPoint({{40, 60}, {15, absurd}});
+  }
+  cv::Mat canvas = cv::Mat::zeros(100, 100, CV_8UC3);
+  result.draw(canvas, std::numeric_limits<int>::max(), {255, 0, 0}, {0, 0, 255});
+  canvas.setTo(0);
+  result.draw(canvas, 5, {255, 0, 0}, {0, 0, 255});
+  EXPECT_GT(canvas.at<cv::Vec3b>(35, 20)[0], 100) << "the ring about the first dot";
+  int const sizes[] = {4, 5, 6};
+  cv::Mat block(3, sizes, CV_32F, cv::Scalar(0));
+  expectError([&] { result.draw(block, 5, {255, 0, 0}, {0, 0, 255}); }, "3 dimensions");
+}
+
 } // namespace
 } // namespace vorn::test

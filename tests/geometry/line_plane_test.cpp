@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -130,7 +131,9 @@ TEST(Line2f, DrawsFromEdgeToEdge) {
   for (Line2f const& line : {Line2f({0, 5}, {59, 30}), Line2f({10, 0}, {25, 39}), Line2f({50, 0}, {12, 39}),
                              Line2f({7, 3}, {7, 9}), Line2f({7, 3}, {2, 3})}) {
     cv::Mat const image = drawn(line);
-    EXPECT_GE(cv::countNonZero(image), 40);
+    // One pixel in every column of a flat line, in every row of a steep one.
+    bool const isFlat = std::abs(line.direction()[0]) > std::abs(line.direction()[1]);
+    EXPECT_EQ(cv::countNonZero(image), isFlat ? image.cols : image.rows);
     std::vector<cv::Point> pixels;
     cv::findNonZero(image, pixels);
     for (cv::Point const& pixel : pixels) {
@@ -139,9 +142,20 @@ TEST(Line2f, DrawsFromEdgeToEdge) {
     }
   }
   EXPECT_EQ(cv::countNonZero(drawn(Line2f({7.0F, 3.0F}, {7.0F, 9.0F})).col(7)), 40);
+  for (float const thickness : {1e30F, std::numeric_limits<float>::infinity()}) {
+    cv::Mat image = cv::Mat::zeros(40, 60, CV_8U);
+    Line2f({0, 5}, {59, 30}).draw(image, cv::Scalar(255), thickness);
+    EXPECT_EQ(cv::countNonZero(image), 40 * 60);
+  }
   Line2f broken;
   broken.read(nlohmann::json{{"p", {0, 0}}, {"a", {nullptr, 1}}});
   EXPECT_EQ(cv::countNonZero(drawn(broken)), 0);
+}
+
+TEST(Line3f, OfPointsOnOneSpotIsGivenUpAtOnce) {
+  std::vector<cv::Point3f> const heap(1000, {1, 2, 3});
+  Line3f const line(heap, 0.1F, 0.1F, std::numeric_limits<int>::max());
+  EXPECT_EQ(line.direction(), cv::Vec3f(0, 0, 0));
 }
 
 TEST(Line3f, IsMadeFromPointsAndDirections) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <string>
 
 #include <opencv2/imgproc.hpp>
 
@@ -27,7 +28,9 @@ float pitchOf(std::vector<CalibKeyPoint> const& keyPoints) {
     std::vector<float> values;
     values.reserve(keyPoints.size());
     for (CalibKeyPoint const& point : keyPoints) {
-      values.push_back(point.objPnt.*coordinate);
+      if (std::isfinite(point.objPnt.*coordinate)) {
+        values.push_back(point.objPnt.*coordinate);
+      }
     }
     std::sort(values.begin(), values.end());
     for (std::size_t i = 1; i < values.size(); ++i) {
@@ -40,6 +43,12 @@ float pitchOf(std::vector<CalibKeyPoint> const& keyPoints) {
   return std::isfinite(least) ? least : 1.0F;
 }
 
+/// The whole number next to a coordinate in steps; far off every grid for one that is none.
+int gridNumber(float steps) {
+  constexpr float farOff = 1e6F;
+  return std::abs(steps) < farOff ? cvRound(steps) : static_cast<int>(farOff);
+}
+
 /// Draws a detected grid; see `Result::draw`.
 class GridDrawing {
 public:
@@ -47,7 +56,8 @@ public:
       : image_(image), keyPoints_(keyPoints) {
     float const pitch = pitchOf(keyPoints);
     for (std::size_t i = 0; i < keyPoints.size(); ++i) {
-      cv::Point const index(cvRound(keyPoints[i].objPnt.x / pitch), cvRound(keyPoints[i].objPnt.y / pitch));
+      cv::Point const index(gridNumber(keyPoints[i].objPnt.x / pitch),
+                            gridNumber(keyPoints[i].objPnt.y / pitch));
       indices_.push_back(index);
       if (GridIndex::contains(index)) {
         places_.set(index, static_cast<int>(i));
@@ -225,6 +235,11 @@ void CalibPatternDetector::Result::draw(cv::Mat& image, int radius, cv::Scalar c
   if (isEmpty() || image.empty()) {
     return;
   }
+  if (image.dims != 2) {
+    throw error("Cannot draw into an image of " + std::to_string(image.dims) + " dimensions", "draw");
+  }
+  // A larger circle around a dot in the image leaves no trace in it.
+  radius = std::min(radius, image.cols + image.rows);
   GridDrawing drawing(image, own().keyPoints);
   drawing.dots(std::max(radius, 1), color1);
   drawing.axis({1, 0}, "x", color2);
