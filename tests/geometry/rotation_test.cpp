@@ -131,6 +131,12 @@ TEST(AxisAngle, RebuildsRotationsByAnyAngle) {
   }
 }
 
+TEST(AxisAngle, TakesAMatrixThatRoundingMadeLargerThanARotation) {
+  // The cosine that the trace gives is above 1, as it comes out of floats.
+  cv::Vec4d const found = math::getRotationAxisAngle(math::rotZ(1e-3) * (1 + 2e-6));
+  EXPECT_LT(cv::norm(found - cv::Vec4d(0, 0, 1, 0)), 1e-12);
+}
+
 TEST(AxisAngle, KnowsTheIdentityAndHalfTurns) {
   EXPECT_EQ(getRotationAxisAngle(cv::Matx33d::eye()), cv::Vec4d(1, 0, 0, 0));
   EXPECT_EQ(getRotationAxisAngle(cv::Matx44d::eye()), cv::Vec4d(1, 0, 0, 0));

@@ -40,13 +40,14 @@ TEST(Transform, CarriesPointsVectorsAndClouds) {
   EXPECT_EQ(Transform3D(turn, shift).transformPoints(points), expected);
   EXPECT_TRUE(math::transformPoints({}, turnAndShift).empty());
 
-  cv::Mat_<cv::Vec3f> frame(3, 4, cv::Vec3f(7, 7, 7));
-  cv::Mat_<cv::Vec3f> inner = frame(cv::Rect(1, 1, 2, 2));
+  cv::Mat_<cv::Vec3f> frame(4, 7, cv::Vec3f(7, 7, 7));
+  cv::Mat_<cv::Vec3f> inner = frame(cv::Rect(1, 1, 5, 2));
   inner.setTo(cv::Scalar(1, 2, 3));
   inner(1, 1) = cv::Vec3f::all(std::numeric_limits<float>::quiet_NaN());
   cv::Mat_<cv::Vec3f> const carried = math::transformPointCloud(turnAndShift, inner);
   EXPECT_EQ(carried.size(), inner.size());
   EXPECT_EQ(carried(1, 0), cv::Vec3f(13, 21, 32));
+  EXPECT_EQ(carried(0, 4), cv::Vec3f(13, 21, 32));
   EXPECT_TRUE(std::isnan(carried(1, 1)[0]));
   EXPECT_EQ(inner(1, 0), cv::Vec3f(1, 2, 3));
   EXPECT_TRUE(math::transformPointCloud(turnAndShift, cv::Mat_<cv::Vec3f>()).empty());

@@ -139,6 +139,16 @@ TEST(PLYFile, TakesEveryScalarTypeInBothByteOrders) {
   }
 }
 
+TEST(PLYFile, ColoursOfFloatsAreSharesAndOfIntegersBytes) {
+  std::string const start = "ply\nformat ascii 1.0\nelement vertex 1\n" + xyz;
+  for (std::string const type : {"float", "double"}) {
+    GraphicObject const object = parse(start + "property " + type + " red\nproperty " + type +
+                                       " green\nproperty uchar blue\nend_header\n1 2 3 1.0 0.4 77\n");
+    ASSERT_TRUE(object.hasColors());
+    EXPECT_EQ(object.colors()[0], cv::Vec4b(255, 102, 77, 255)) << type;
+  }
+}
+
 TEST(PLYFile, PolygonsAndStripsBecomeTriangles) {
   std::string const start = "ply\nformat ascii 1.0\nelement vertex 6\n" + xyz;
   std::string const points = "end_header\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n2 0 0\n2 1 0\n";

@@ -51,6 +51,24 @@ std::string const facet =
 
 } // namespace
 
+TEST(STLFile, MeshesWithoutSharedCornersAreReadToo) {
+  constexpr int count = 5000; // three vertices each, where a mesh usually has half a vertex a triangle
+  GraphicObject object;
+  for (int i = 0; i < count; ++i) {
+    auto const x = static_cast<float>(2 * i);
+    object.vertices().insert(object.vertices().end(), {{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}});
+    object.triangles().emplace_back(3 * i, 3 * i + 1, 3 * i + 2);
+  }
+  vorn::test::TemporaryFolder const folder;
+  std::string const path = (folder / "loose.stl").string();
+  for (auto const format : {STLFile::Format::Binary, STLFile::Format::Ascii}) {
+    STLFile(format).write(path, object);
+    GraphicObject const read = STLFile().read(path);
+    EXPECT_EQ(read.vertices(), object.vertices());
+    EXPECT_EQ(read.triangles(), object.triangles());
+  }
+}
+
 TEST(STLFile, BothFormatsKeepEveryBitAndJoinCorners) {
   vorn::test::TemporaryFolder const folder;
   std::string const path = (folder / "a.stl").string();

@@ -53,13 +53,15 @@ TEST_F(GridFilters, KeepsPointsAtTheEndsOfTheDepthRange) {
 }
 
 TEST_F(GridFilters, DepthStepsAreDistancesInSpaceToFourNeighbours) {
-  // 0 and a distance that some neighbours have exactly are the edges of the comparison.
-  float const exact = static_cast<float>(std::sqrt(1.0 + 1.0));
-  for (float const maxStep : {1.5F, 0.9F, exact, 0.0F, -1.0F, 30.0F, 1e-20F, 1e20F}) {
+  // 0 and 5, a distance that some neighbours have exactly, are the edges of the comparison.
+  for (float const maxStep :
+       {1.5F, 0.9F, 5.0F, std::nextafter(5.0F, 0.0F), 0.0F, -1.0F, 30.0F, 1e-20F, 1e20F}) {
     for (float const noise : {0.1F, 0.0F}) {
       PointCloud cloud = scan(noise);
       cloud.points()(10, 10) = {10, 10, 50};
-      cloud.points()(10, 11) = {11, 10, 51};
+      cloud.points()(10, 11) = {13, 10, 54};
+      cloud.points().row(12).setTo(cv::Scalar(7, 8, 50));
+      cloud.points()(12, 20) = {10, 12, 50}; // 5 from both its neighbours in the row
       cv::Mat_<uchar> expected = cloud.state().clone();
       cv::Mat_<cv::Vec3f> const points = cloud.points();
       for (int row = 1; row < rows - 1; ++row) {

@@ -85,7 +85,7 @@ protected:
       }
       std::vector<float> expected = distanceOf;
       std::sort(expected.begin(), expected.end());
-      for (int const k : {1, 7, 40, 100000}) {
+      for (int const k : {1, 7, 64, 65, 150, 100000}) { // 64 are held in order, more in heaps
         std::vector<unsigned> indices{7, 7};
         std::vector<float> distances{7.0F};
         std::size_t const size = std::min(points().size(), static_cast<std::size_t>(k));
@@ -281,6 +281,16 @@ TEST(Octree, OwnCopyOutlivesTheContainer) {
   points[1].x = 100;
   ListOctree const moved = std::move(tree);
   EXPECT_EQ(moved.radiusNeighborsCount<ListL2>({1, 0, 0}, 0.5F), 1U);
+}
+
+TEST(Octree, OwnCopyOfAGridOutlivesItsPoints) {
+  cv::Mat_<cv::Vec3f> grid = test::asGrid(test::randomPoints(1000, -1.0F, 1.0F), 10);
+  GridOctree tree;
+  tree.init(grid, GridOctree::Param(32, true));
+  std::size_t const found = tree.radiusNeighborsCount<L2>({0, 0, 0}, 0.5F);
+  EXPECT_GT(found, 0U);
+  grid.setTo(cv::Scalar::all(100.0));
+  EXPECT_EQ(tree.radiusNeighborsCount<L2>({0, 0, 0}, 0.5F), found);
 }
 
 TEST(Octree, SurvivesCoordinatesAtTheEndOfTheRange) {
