@@ -15,6 +15,7 @@
 #include <vorn/mv/sl/scanner_type.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
+#include "scanner/projector_axis.hpp"
 #include "support/expect_error.hpp"
 
 namespace vorn::mv {
@@ -88,6 +89,24 @@ std::vector<Projector> sizes() {
 INSTANTIATE_TEST_SUITE_P(Boundaries, ProjectorSizes, testing::ValuesIn(sizes()), [](auto const& given) {
   return (given.param.isAlongWidth() ? "Columns" : "Rows") + std::to_string(given.param.length);
 });
+
+TEST(GuessedProjector, IsTheUsualOneThatTheImagesAreMadeFor) {
+  Library::init();
+  System::set("EnableDebugMode", Variant(false));
+  for (cv::Size const& size :
+       {cv::Size(320, 240), cv::Size(640, 400), cv::Size(912, 570), cv::Size(1024, 768), cv::Size(1280, 1024),
+        cv::Size(1920, 1200), cv::Size(2048, 1080)}) {
+    auto const extent = [&](Projector const& projector, ProjectorAxis const& axis) {
+      std::vector<cv::Mat> const images = seen(projector, 12);
+      cv::Mat_<float> const map = decodeAxis(axis, images, {}, {});
+      EXPECT_EQ(cv::countNonZero(map < 0), 0) << size;
+      return DecodedExtent{farthestOf(map), images.size()};
+    };
+    EXPECT_EQ(guessProjector(extent({ScannerType::Horizontal, size.width}, columnAxis),
+                             extent({ScannerType::Vertical, size.height}, rowAxis)),
+              size);
+  }
+}
 
 TEST(ProjectorSizesBeyondTheCode, AreRefused) {
   for (Projector const& projector :
