@@ -72,8 +72,10 @@ std::vector<ScanCase> scanCases(int divisor) {
     }
   }
   for (double const ratio : sampledRatios) {
+    // At full resolution the finest projector would have more columns than the code has stripes for.
+    int const coarser = ratio < 0.5 ? std::max(divisor, 2) : divisor;
     add(cv::format("%.2g camera pixels a projector pixel", ratio),
-        [&](sim::Rig& rig) { rig = sim::demoRigSampled(ratio, divisor); });
+        [&](sim::Rig& rig) { rig = sim::demoRigSampled(ratio, coarser); });
   }
   add("sharp projector", [](sim::Rig& rig) { defocus(rig, 0.2); });
   add(
