@@ -49,9 +49,27 @@ std::string temporaryName(std::string const& target) {
   return (std::filesystem::path(target).parent_path() / name).string();
 }
 
+/// Whether a path names one of this process's open files, such as /dev/stdout: what the shell has opened is
+/// written on, and not replaced, even if it is a regular file.
+bool isOpenFile(std::string const& path) {
+  for (char const* prefix : {"/dev/stdout", "/dev/stderr", "/dev/fd/", "/proc/self/fd/"}) {
+    if (path.rfind(prefix, 0) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 } // namespace
 
 AtomicFile::AtomicFile(std::string const& path) : path_(path), file_(std::make_unique<SystemFile>()) {
+  if (isOpenFile(path)) {
+    target_ = path;
+    if (int const reason = file_->openForWriting(path)) {
+      fail("open", reason);
+    }
+    return;
+  }
   std::optional<std::string> const target = followLinks(path);
   if (!target) {
     fail("open", ELOOP);

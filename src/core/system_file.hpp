@@ -44,7 +44,7 @@ public:
 
   /// @return 0, or why not
   int openForReading(std::string const& path);
-  /// Opens what exists for writing over it, such as a pipe or a device.
+  /// Opens what exists for writing at its end, such as a pipe or a device.
   int openForWriting(std::string const& path);
   /// Creates a file that must not exist yet.
   int create(std::string const& path);

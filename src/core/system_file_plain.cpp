@@ -73,7 +73,7 @@ int SystemFile::openForReading(std::string const& path) {
 
 int SystemFile::openForWriting(std::string const& path) {
   path_ = path;
-  return take(std::fopen(path.c_str(), "wb"));
+  return take(std::fopen(path.c_str(), "ab"));
 }
 
 int SystemFile::create(std::string const& path) {

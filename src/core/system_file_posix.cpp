@@ -59,7 +59,7 @@ int SystemFile::openForReading(std::string const& path) {
 }
 
 int SystemFile::openForWriting(std::string const& path) {
-  return take(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  return take(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
 }
 
 int SystemFile::create(std::string const& path) {

@@ -209,6 +209,18 @@ TEST(AtomicFile, LinksStayAndTheirFileIsReplaced) {
   EXPECT_EQ(contentOf(folder / "data/absent.txt"), "made");
 }
 
+TEST(AtomicFile, WritesOnWhatTheShellHasOpened) {
+  TemporaryFolder const folder;
+  put(folder / "log", "old\n");
+  int const descriptor = ::open((folder / "log").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  ASSERT_GE(descriptor, 0);
+  save("/dev/fd/" + std::to_string(descriptor), "new\n");
+  save("/proc/self/fd/" + std::to_string(descriptor), "newer\n");
+  ::close(descriptor);
+  EXPECT_EQ(contentOf(folder / "log"), "old\nnew\nnewer\n");
+  EXPECT_EQ(filesIn(folder.path()), 1U);
+}
+
 TEST(AtomicFile, TargetInTheCurrentFolder) {
   TemporaryFolder const folder;
   fs::path const before = fs::current_path();

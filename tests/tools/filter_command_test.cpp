@@ -145,7 +145,8 @@ TEST_F(FilterCommand, RunsItsStepsInTheOrderGiven) {
   std::vector<TableRow> const twice{{"z-range 300 600", highCount, all - highCount},
                                     {"outlier 1.5 3", strayCount, all - highCount - strayCount},
                                     {"z-range 600 700", planeCount + islandCount, 0}};
-  EXPECT_EQ(tableOf(filter({"--z-range", "300", "600", "--outlier", "1.5", "3", "--z-range", "600", "700"})),
+  EXPECT_EQ(tableOf(filter({"--z-range", "300", "600", "--outlier", "1.5", "3", "--z-range", "600", "700",
+                            "--allow-loss"})),
             twice);
   EXPECT_EQ(pointsLeft(), 0U);
 }
@@ -200,9 +201,16 @@ TEST_F(FilterCommand, UsesTheGridOfAnImageOfPoints) {
   EXPECT_EQ(tableOf(eroded)[0].removed, holes * aroundHole);
 }
 
-TEST_F(FilterCommand, SkipsGridFiltersWithoutAGrid) {
-  ToolOutcome const outcome = filter({"--dz", "0.5", "--border", "3", "--z-range", "300", "700", "--erode",
-                                      "1", "--filter", "DzFilter:Dz=0.5"});
+TEST_F(FilterCommand, SkipsGridFiltersWithoutAGridWhereThatIsAllowed) {
+  for (std::vector<std::string> const& steps : std::vector<std::vector<std::string>>{
+           {"--dz", "0.5"}, {"--border", "3"}, {"--erode", "1"}, {"--filter", "DzFilter:Dz=0.5"}}) {
+    ToolOutcome const refused = filter(steps);
+    EXPECT_EQ(refused.status, 1) << steps[0];
+    EXPECT_NE(refused.errors.find("needs the camera's grid"), std::string::npos) << refused.errors;
+    EXPECT_EQ(contentOf(out_), "old");
+  }
+  ToolOutcome const outcome = filter({"--allow-loss", "--dz", "0.5", "--border", "3", "--z-range", "300",
+                                      "700", "--erode", "1", "--filter", "DzFilter:Dz=0.5"});
   ASSERT_EQ(outcome.status, 0) << outcome.errors;
   EXPECT_EQ(tableOf(outcome).size(), 1U) << outcome.output;
   for (std::string const skipped : {"dz 0.5", "border 3", "erode 1", "DzFilter"}) {
@@ -211,6 +219,28 @@ TEST_F(FilterCommand, SkipsGridFiltersWithoutAGrid) {
         << outcome.output;
   }
   EXPECT_EQ(pointsLeft(), dirtyPlane().vertices().size() - highCount);
+}
+
+TEST_F(FilterCommand, LosesNothingWithoutAWord) {
+  ToolOutcome const empty = filter({"--z-range", "1", "2"});
+  EXPECT_EQ(empty.status, 1);
+  EXPECT_NE(empty.errors.find("No point of "), std::string::npos) << empty.errors;
+  EXPECT_EQ(contentOf(out_), "old");
+  EXPECT_EQ(filter({"--z-range", "1", "2", "--allow-loss"}).status, 0);
+
+  graphic::GraphicObject mesh;
+  mesh.vertices() = {{0, 0, 400}, {1, 0, 400}, {0, 1, 400}};
+  mesh.triangles() = {{0, 1, 2}};
+  writeGraphic(folder_ / "mesh.ply", mesh);
+  ToolOutcome const meshed = filter(folder_ / "mesh.ply", {"--z-range", "300", "500"});
+  EXPECT_EQ(meshed.status, 1);
+  EXPECT_NE(meshed.errors.find("1 triangles"), std::string::npos) << meshed.errors;
+
+  std::string const before = contentOf(in_);
+  ToolOutcome const onto = run({"filter", in_, in_, "--z-range", "300", "700"});
+  EXPECT_EQ(onto.status, 1);
+  EXPECT_NE(onto.errors.find("it is an input"), std::string::npos) << onto.errors;
+  EXPECT_EQ(contentOf(in_), before);
 }
 
 TEST_F(FilterCommand, BadInputIsOneLineAndHarmsNothing) {

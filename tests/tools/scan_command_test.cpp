@@ -134,6 +134,28 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
        }),
        {}},
       {"not calibrated", recalibrated([](auto& json) { json["CameraModel"]["Error"] = 0.7; }), {}},
+      {"columns_02.jpg is incomplete",
+       [](auto const& files) {
+         // As a copy that broke off leaves it.
+         std::string const whole = encodedImage("a.jpg", readGrayImage(files / "scan/columns_02.png"));
+         fs::remove(files / "scan/columns_02.png");
+         put(files / "scan/columns_02.jpg", whole.substr(0, whole.size() * 6 / 10));
+       },
+       {}},
+      {"has a point: 76800 ",
+       [](auto const& files) {
+         for (NumberedFile const& file : findSequence(files / "scan", "columns")) {
+           writeImage(file.path, cv::Mat::zeros(240, 320, CV_8U));
+         }
+       },
+       {}},
+      {"no pictures columns_00.png",
+       [](auto const& files) {
+         for (NumberedFile const& file : findSequence(files / "scan", "columns")) {
+           fs::remove(file.path);
+         }
+       },
+       {}},
       {"absent", nothing, {"--preview", "/absent/p.png"}},
       {"points.png", nothing, {"--xyz", fs::temp_directory_path() / "points.png"}},
       {"Sensitivty", nothing, {"--set", "Sensitivty=3"}},
@@ -151,6 +173,41 @@ TEST(ScanCommand, BadInputIsOneLineAndHarmsNothing) {
     EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
     EXPECT_EQ(contentOf(files / "cloud.ply"), "old") << c.part;
   }
+}
+
+TEST(ScanCommand, RefusesToWriteOverInputsAndOtherOutputs) {
+  RenderedScan const files;
+  std::string const calibration = contentOf(files / "scanner_truth.json");
+  fs::create_symlink(files / "scanner_truth.json", files / "link.json");
+  struct Case {
+    std::vector<std::string> outputs;
+    char const* part;
+  };
+  std::vector<Case> const cases{
+      {{"--report", files / "scanner_truth.json"}, "it is an input"},
+      {{"--report", files / "link.json"}, "it is an input"},
+      {{"--preview", files / "scan/../scan/columns_03.png"}, "it is an input"},
+      {{"--preview", files / "a.png", "--map", files / "a.png"}, "another output goes there too"},
+      {{"--out", files / "q.ply", "--report", files / "scan/../q.ply"}, "another output goes there too"},
+  };
+  for (Case const& c : cases) {
+    ToolOutcome const outcome = files.scan(c.outputs);
+    EXPECT_EQ(outcome.status, 1) << c.outputs[1];
+    EXPECT_NE(outcome.errors.find(c.part), std::string::npos) << outcome.errors;
+  }
+  EXPECT_EQ(contentOf(files / "scanner_truth.json"), calibration);
+  EXPECT_FALSE(fs::exists(files / "q.ply"));
+  EXPECT_EQ(files.scan({"--report", "/dev/null", "--preview", files / "p.png"}).status, 0);
+}
+
+TEST(ScanCommand, ReadsWholeJpegFiles) {
+  RenderedScan const files;
+  for (NumberedFile const& file : findSequence(files / "scan", "columns")) {
+    std::string const bytes = encodedImage("a.jpg", readGrayImage(file.path));
+    fs::remove(file.path);
+    put(fs::path(file.path).replace_extension(".jpg"), bytes);
+  }
+  EXPECT_EQ(files.scan({}).status, 0);
 }
 
 TEST(DemoCommand, MeasuresSpheresAndPlane) {

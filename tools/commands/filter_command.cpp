@@ -41,8 +41,14 @@ struct FilterOptions {
   std::string input;
   std::string output;
   std::vector<Step> steps;
+  bool allowLoss = false;
   std::string preview;
 };
+
+/// What would be lost without a word.
+Exception loss(std::string const& what) {
+  return {what + " (--allow-loss goes on all the same)", nullptr, 0, "filter"};
+}
 
 /// Points, normals and colours without a grid, all of them.
 mv::PointCloud cloudOf(graphic::GraphicObject& object) {
@@ -64,9 +70,14 @@ mv::PointCloud cloudOf(graphic::GraphicObject& object) {
 
 /// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
 /// removed.
-mv::PointCloud readCloud(std::string const& path) {
+/// @throws Exception for a mesh, whose triangles a cloud does not keep, unless that is allowed
+mv::PointCloud readCloud(std::string const& path, bool allowLoss) {
   if (!isTiff(path)) {
     graphic::GraphicObject object = readGraphic(path);
+    if (object.hasTriangles() && !allowLoss) {
+      throw loss(path + " is a mesh, whose " + std::to_string(object.triangles().size()) +
+                 " triangles filtered points would lose");
+    }
     return cloudOf(object);
   }
   cv::Mat const image = readImage(path);
@@ -110,13 +121,17 @@ void writePreview(std::string const& path, mv::PointCloud const& cloud) {
 
 void run(FilterOptions const& options) {
   checkGraphicPath(options.output);
-  checkOutputs({options.output, options.preview});
+  checkOutputs({options.output, options.preview}, {options.input});
   checkPicturePath(options.preview);
-  mv::PointCloud cloud = readCloud(options.input);
+  mv::PointCloud cloud = readCloud(options.input, options.allowLoss);
   std::printf("%-44s %12s %12s %9s\n", "step", "removed", "left", "ms");
   std::printf("%-44s %12s %12zu\n", options.input.c_str(), "", cloud.presentCount());
   for (Step const& step : options.steps) {
     if (step.needs == Needs::Grid && !cloud.isOrganized()) {
+      if (!options.allowLoss) {
+        throw loss(step.name + " needs the camera's grid, but the points of " + options.input +
+                   " have none: take those of scan --xyz");
+      }
       std::printf("%-44s %12s\n", step.name.c_str(), "skipped: the points have no grid (see scan --xyz)");
       continue;
     }
@@ -127,6 +142,9 @@ void run(FilterOptions const& options) {
     std::size_t const left = cloud.presentCount();
     std::printf("%-44s %12zu %12zu %9.1f\n", step.name.c_str(), before - left, left, elapsed);
     std::fflush(stdout);
+    if (left == 0 && !options.allowLoss) {
+      throw loss("No point of " + options.input + " is left after " + step.name);
+    }
   }
   if (!options.preview.empty()) {
     writePreview(options.preview, cloud);
@@ -245,6 +263,9 @@ void addFilterCommand(CLI::App& app) {
       [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
   addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "TEXT",
                              [&steps](std::string const& path) { addChain(steps, path); });
+  command->add_flag("--allow-loss", options->allowLoss,
+                    "Go on where no point is left, a filter needs a grid that the points do not have, or a "
+                    "mesh loses its triangles");
   command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png)");
   command->callback([options] { run(*options); });
 }

@@ -59,10 +59,19 @@ void writeMap(std::string const& path, cv::Mat_<float> const& map) {
   writeImage(path, isTiff(path) ? cv::Mat(map) : drawDecodedMap(map, period));
 }
 
+/// What a scan reads, as far as it is there.
+std::vector<std::string> inputsOf(ScanOptions const& options, std::string const& prefix) {
+  std::vector<std::string> inputs{options.calibration, options.motion.encoder};
+  for (NumberedFile const& file : findSequence(options.folder, prefix)) {
+    inputs.push_back(file.path);
+  }
+  return inputs;
+}
+
 void runLaser(ScanOptions const& options) {
   mv::LineScanner scanner;
   load(options.calibration, scanner);
-  checkOutputs({options.out, options.preview, options.report});
+  checkOutputs({options.out, options.preview, options.report}, inputsOf(options, "line"));
   checkPicturePath(options.preview);
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
@@ -95,7 +104,8 @@ void runPattern(ScanOptions const& options) {
   mv::Sl3dScanner scanner;
   load(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
-  checkOutputs({options.out, options.xyz, options.map, options.preview, options.report});
+  checkOutputs({options.out, options.xyz, options.map, options.preview, options.report},
+               inputsOf(options, sequencePrefix(scanner)));
   checkPicturePath(options.preview);
   checkPicturePath(options.map);
   if (!options.xyz.empty() && !isTiff(options.xyz)) {
@@ -110,12 +120,23 @@ void runPattern(ScanOptions const& options) {
     return readSequence(options.folder, sequencePrefix(scanner), readGrayImage, bar);
   });
   double const readTime = timer.toc();
+  if (images.empty()) {
+    throw Exception(options.folder + " has no pictures " + sequencePrefix(scanner) + "_00.png, " +
+                        sequencePrefix(scanner) + "_01.png, ...",
+                    nullptr, 0, "scan");
+  }
   mv::ScanSettings settings;
   settings.makeTexture = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
   settings.makeModulation = false;
   settings.makeSigma = false;
   mv::ScanResult const result =
       watched([&](Observer* bar) { return mv::scan(scanner, images, settings, bar); });
+
+  if (result.counts.points == 0) {
+    throw Exception("None of the " + std::to_string(result.counts.pixels) + " pixels of " + options.folder +
+                        " has a point: " + reasonText(result.counts),
+                    nullptr, 0, "scan");
+  }
 
   timer.tic();
   if (!options.out.empty()) {

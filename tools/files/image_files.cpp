@@ -46,8 +46,31 @@ std::vector<unsigned char> readBytes(std::string const& path) {
   return bytes;
 }
 
+/// Whether a JPEG file breaks off: its reader fills what is missing with grey and says nothing. In the coded
+/// picture, which the first scan (FF DA) begins, FF D9 stands for nothing but the end.
+bool isCutJpeg(std::vector<unsigned char> const& bytes) {
+  constexpr unsigned char marker = 0xFF;
+  constexpr unsigned char startOfImage = 0xD8;
+  constexpr unsigned char startOfScan = 0xDA;
+  constexpr unsigned char endOfImage = 0xD9;
+  if (bytes.size() < 4 || bytes[0] != marker || bytes[1] != startOfImage) {
+    return false;
+  }
+  std::size_t at = 2;
+  while (at + 4 <= bytes.size() && bytes[at] == marker && bytes[at + 1] != startOfScan) {
+    // A fill byte stands alone, a segment says its length.
+    at += bytes[at + 1] == marker ? 1U : 2U + 256U * bytes[at + 2] + bytes[at + 3];
+  }
+  std::vector<unsigned char> const end{marker, endOfImage};
+  return at >= bytes.size() || std::search(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end(),
+                                           end.begin(), end.end()) == bytes.end();
+}
+
 cv::Mat decoded(std::string const& path, int flags) {
   std::vector<unsigned char> const bytes = readBytes(path);
+  if (isCutJpeg(bytes)) {
+    throw failure(path + " is incomplete: the end of the picture is missing");
+  }
   cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, flags);
   if (image.empty()) {
     throw failure(path + " is not a picture that can be read");

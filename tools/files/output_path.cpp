@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <list>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -18,25 +19,76 @@ namespace vorn::tools {
 
 namespace fs = std::filesystem;
 
-void checkOutputs(std::initializer_list<std::string> paths) {
+namespace {
+
+Exception refusal(std::string const& path, std::string const& reason) {
+  return {"Cannot write " + path + ": " + reason, nullptr, 0, "output"};
+}
+
+/// A terminal, a pipe, /dev/null, an open file of the shell's: what takes any number of files without losing
+/// one.
+bool isStream(std::string const& path) {
+  std::error_code absent;
+  if (path.rfind("/dev/", 0) == 0 || path.rfind("/proc/self/fd/", 0) == 0) {
+    return fs::exists(path, absent) && !fs::is_directory(path, absent);
+  }
+  fs::file_status const status = fs::status(path, absent);
+  return !absent && fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
+}
+
+/// Whether both lead to one file, which may not be there yet.
+bool areOneFile(std::string const& a, std::string const& b) {
+  std::error_code absent;
+  if (fs::equivalent(a, b, absent) && !absent) {
+    return true;
+  }
+  std::error_code failedA;
+  std::error_code failedB;
+  fs::path const placeA = fs::weakly_canonical(a, failedA);
+  fs::path const placeB = fs::weakly_canonical(b, failedB);
+  return !failedA && !failedB && placeA == placeB;
+}
+
+void checkPlace(std::string const& path) {
+  std::error_code reason;
+  if (fs::is_directory(path, reason)) {
+    throw refusal(path, "it is a folder");
+  }
+  fs::path const parent = fs::path(path).parent_path();
+  fs::path const folder = parent.empty() ? "." : parent;
+  if (!fs::is_directory(folder, reason)) {
+    throw refusal(path, "there is no folder " + folder.string());
+  }
+  // A stream is written to where it stands; a file is replaced, which is its folder's affair.
+  std::string const written = isStream(path) ? path : folder.string();
+  if (access(written.c_str(), W_OK) != 0) {
+    throw refusal(path, std::strerror(errno));
+  }
+}
+
+} // namespace
+
+void checkOutputs(std::initializer_list<std::string> paths, std::vector<std::string> const& inputs) {
+  std::vector<std::string> earlier;
   for (std::string const& path : paths) {
     if (path.empty()) {
       continue;
     }
-    auto const failure = [&](std::string const& reason) {
-      return Exception("Cannot write " + path + ": " + reason, nullptr, 0, "output");
-    };
-    if (fs::is_directory(path)) {
-      throw failure("it is a folder");
+    checkPlace(path);
+    if (isStream(path)) {
+      continue;
     }
-    fs::path const parent = fs::path(path).parent_path();
-    fs::path const folder = parent.empty() ? "." : parent;
-    if (!fs::is_directory(folder)) {
-      throw failure("there is no folder " + folder.string());
+    for (std::string const& input : inputs) {
+      if (!input.empty() && areOneFile(path, input)) {
+        throw refusal(path, "it is an input, " + input);
+      }
     }
-    if (access(folder.c_str(), W_OK) != 0) {
-      throw failure(std::strerror(errno));
+    for (std::string const& other : earlier) {
+      if (areOneFile(path, other)) {
+        throw refusal(path, "another output goes there too");
+      }
     }
+    earlier.push_back(path);
   }
 }
 

@@ -9,9 +9,10 @@
 namespace vorn::tools {
 
 /// Checks before a long computation that its results can be written: that the folder of each path exists and
-/// can be written to, and that no folder stands in the file's place. Empty paths are passed over.
+/// can be written to, that no folder stands in the file's place, and that no two of them are one file, nor
+/// one of the inputs. Empty paths are passed over.
 /// @throws Exception that names the first path for which this does not hold
-void checkOutputs(std::initializer_list<std::string> paths);
+void checkOutputs(std::initializer_list<std::string> paths, std::vector<std::string> const& inputs = {});
 
 /// The ending of a path in lower case, with its dot; empty when there is none.
 std::string lowerCaseEnding(std::string const& path);

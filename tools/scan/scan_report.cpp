@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scan/scan_report.hpp"
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -26,6 +28,22 @@ constexpr std::pair<mv::PixelReason, char const*> reasonNames[] = {
 std::string sequencePrefix(mv::Sl3dScanner const& scanner) {
   IEnum const& type = scanner.getProperty("ScannerType");
   return type.getIndex() == mv::scanner::ScannerType::Horizontal ? "columns" : "rows";
+}
+
+std::string reasonText(mv::ScanCounts const& counts) {
+  std::vector<std::pair<std::size_t, char const*>> found;
+  for (auto const& [reason, name] : reasonNames) {
+    if (counts.of(reason) > 0) {
+      found.emplace_back(counts.of(reason), name);
+    }
+  }
+  std::stable_sort(found.begin(), found.end(),
+                   [](auto const& a, auto const& b) { return a.first > b.first; });
+  std::string text;
+  for (auto const& [count, name] : found) {
+    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + name;
+  }
+  return text;
 }
 
 nlohmann::json scanReport(mv::ScanResult const& result) {

@@ -14,6 +14,9 @@ namespace vorn::tools {
 /// "columns" or "rows": which sequence of images the scanner decodes, by its "ScannerType".
 std::string sequencePrefix(mv::Sl3dScanner const& scanner);
 
+/// Why pixels have no point, in words: "90 Dark, 10 NoCode", the most frequent reasons first.
+std::string reasonText(mv::ScanCounts const& counts);
+
 /// The figures of a scan: counts, times, box.
 nlohmann::json scanReport(mv::ScanResult const& result);
 

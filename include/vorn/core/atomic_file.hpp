@@ -25,7 +25,8 @@ class SystemFile;
 ///
 /// A replaced file keeps its permission bits, and its owner where the process may set that. A symbolic link
 /// stays, and the file it leads to is replaced. A target that is no regular file but can be written to, such
-/// as a pipe or `/dev/stdout`, is written directly.
+/// as a pipe, is written directly. So are this process's own open files, `/dev/stdout`, `/dev/stderr` and
+/// `/dev/fd/N`, at their end, whatever the shell has opened them on.
 ///
 /// Every failure is an Exception with the path and the system's reason:
 /// "Cannot open out/cloud.ply: No such file or directory".
