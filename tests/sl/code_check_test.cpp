@@ -68,12 +68,12 @@ struct Seen {
     settings.period = period;
     settings.resolution = columns;
     float wrapped = 0;
-    short candidate = 0;
+    short order = 0;
     int reading = 0;
     uchar contrast = 0;
     uchar state = 0;
     PixelReader(pixel, settings, {1, 1, 1, 1})
-        .read(0, PhaseSource::Images, {&wrapped, &candidate, &reading, &contrast, &state});
+        .read(0, PhaseSource::Images, {&wrapped, &order, &reading, &contrast, &state});
     return static_cast<CodeReading>(reading);
   }
 };

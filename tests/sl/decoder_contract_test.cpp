@@ -185,6 +185,16 @@ TEST(DecoderLimits, TheOutputMayBeOneOfTheInputs) {
   EXPECT_EQ(images[0].at<short>(0, 1), 0);
 }
 
+TEST(DecoderLimits, TheOutputMayBeTheMask) {
+  Stack images(2);
+  images[0] = (cv::Mat_<uchar>(1, 3) << 200, 10, 200);
+  images[1] = (cv::Mat_<uchar>(1, 3) << 10, 200, 10);
+  cv::Mat mask = (cv::Mat_<uchar>(1, 3) << 255, 0, 255);
+  decode_binary_xor0_pattern(images, mask, 9, 9, 0, mask);
+  cv::Mat_<short> const expected = (cv::Mat_<short>(1, 3) << 1, 0, 1);
+  EXPECT_EQ(cv::norm(mask, expected, cv::NORM_INF), 0);
+}
+
 TEST(GlobalDirectLight, SeparatesASyntheticScene) {
   Stack images;
   for (int const bright : {1, 0, 1}) {

@@ -74,6 +74,19 @@ TEST(HoleFilling, LeavesNarrowButLongHoles) {
   EXPECT_EQ(wire.fill(9), 1);
 }
 
+TEST(HoleFilling, AsksForASmoothSurroundingByTheRootOfTheMeanSquare) {
+  // Neighbours that alternate about a surface by so much are that far from it, root mean square.
+  for (auto const& [ripple, isFilled] : {std::pair(0.45F, true), std::pair(0.6F, false)}) {
+    Surface surface(4);
+    for (int y = 0; y < surface.phase.rows; ++y) {
+      for (int x = 0; x < surface.phase.cols; ++x) {
+        surface.phase(y, x) += (x + y) % 2 == 0 ? ripple : -ripple;
+      }
+    }
+    EXPECT_EQ(surface.fill(9) > 0, isFilled) << ripple;
+  }
+}
+
 TEST(HoleFilling, PixelsOwnPhasesDecide) {
   Surface surface(4);
   cv::Point const agreeing(36, 30);

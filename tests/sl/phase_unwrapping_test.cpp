@@ -14,6 +14,8 @@
 
 #include <vorn/mv/sl/phase_quality.hpp>
 
+#include "sl/unwrap/growth_queue.hpp"
+
 namespace vorn::mv {
 namespace {
 
@@ -227,6 +229,22 @@ TEST(PhaseUnwrapping, RefusesMapsThatDoNotFitAndChangesNothing) {
   refuse(maps.quality, maps.state, maps.mask);
   refuse(maps.quality, cv::Mat(), maps.mask);
   refuse(maps.quality, maps.code, maps.mask.rowRange(0, 9));
+}
+
+TEST(PhaseUnwrapping, TheMaskMayBeTheStateItself) {
+  // Only what waited from the start is open then: what growth changes in the state must not unmask it.
+  Maps const maps = randomMaps({60, 40}, 0.4, false, false);
+  Maps expected = copyOf(maps);
+  unwrap_phase(expected.phase, expected.quality, expected.state, expected.code, maps.state.clone());
+  Maps actual = copyOf(maps);
+  unwrap_phase(actual.phase, actual.quality, actual.state, actual.code, actual.state);
+  expectSame(actual, expected);
+}
+
+TEST(PhaseUnwrapping, ZerosOfEitherSignAreOneQuality) {
+  EXPECT_EQ(GrowthQueue::keyOf(-0.0F, 7), GrowthQueue::keyOf(0.0F, 7));
+  EXPECT_GT(GrowthQueue::keyOf(-0.0F, 3), GrowthQueue::keyOf(0.0F, 4));
+  EXPECT_GT(GrowthQueue::keyOf(0.0F, 3), GrowthQueue::keyOf(-1e-30F, 3));
 }
 
 TEST(PhaseUnwrapping, RecoversARampFromScatteredSeeds) {

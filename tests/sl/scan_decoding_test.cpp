@@ -230,6 +230,53 @@ TEST(Decode, IsTheSameForViewsThreadsAndReusedMemory) {
   EXPECT_EQ(cv::norm(cv::Mat(first), cv::Mat(scan.scanner.decode(scan.images)), cv::NORM_INF), 0.0);
 }
 
+TEST(Decode, LeavesNothingOfImagesOfAnotherSize) {
+  Scan scan(sim::demoRig(4), sim::demoScene());
+  cv::Mat const expected = scan.scanner.decode(scan.images);
+  // A wider camera, then the first one again, with the same scanner.
+  cv::Size const size = scan.images[0].size();
+  std::vector<cv::Mat> wide;
+  for (cv::Mat const& image : scan.images) {
+    cv::Mat two;
+    cv::hconcat(image, image, two);
+    wide.push_back(two);
+  }
+  auto const setWidth = [&](int width) {
+    nlohmann::json model;
+    scan.scanner.getCameraModel().write(model);
+    model["Resolution"] = cv::Size(width, size.height);
+    scan.scanner.getCameraModel().read(model);
+  };
+  setWidth(2 * size.width);
+  cv::Mat_<float> const both = scan.scanner.decode(wide);
+  // Away from the seam each half is the scan; what is made up for flicker differs by a little.
+  cv::Rect const inside(20, 0, size.width - 40, size.height);
+  EXPECT_LT(cv::countNonZero(cv::abs(both(inside) - expected(inside)) > 1e-3), 20);
+  setWidth(size.width);
+  EXPECT_EQ(cv::norm(cv::Mat(scan.scanner.decode(scan.images)), expected, cv::NORM_INF), 0.0);
+}
+
+TEST(Decode, APixelInAHoleIsAskedOnlyWhenItsFringesAreStrongEnough) {
+  Scan scan = planeScan();
+  scan.scanner["Sensitivity"] = 10;
+  cv::Point const centre(150, 120);
+  // The fringes of a few pixels, with an amplitude of 7 and turned by half a period: they would contradict.
+  for (int y = centre.y - 2; y <= centre.y + 2; ++y) {
+    for (int x = centre.x - 2; x <= centre.x + 2; ++x) {
+      double const column = scan.truth.projector(y, x)[0];
+      for (std::size_t k = 0; k < 4; ++k) {
+        double const phase = 2 * CV_PI * column / 4 + static_cast<double>(k) * CV_PI / 2 + CV_PI;
+        scan.images[k].at<uchar>(y, x) = cv::saturate_cast<uchar>(60 + 7 * std::sin(phase));
+      }
+    }
+  }
+  cv::Mat_<float> const map = scan.scanner.decode(scan.images);
+  constexpr float noise = 0.1F;
+  EXPECT_NEAR(map(centre), scan.truth.projector(centre)[0], noise);
+  scan.scanner["Sensitivity"] = 3;
+  EXPECT_EQ(scan.scanner.decode(scan.images)(centre), -1.0F);
+}
+
 TEST(Decode, NoiseInTheDarkIsNoSurface) {
   sim::Rig const rig = sim::demoRig(4);
   Sl3dScanner scanner = scannerOf(rig);

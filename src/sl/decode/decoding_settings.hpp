@@ -15,7 +15,6 @@ struct DecodingRules {
   bool certainImages = true;  ///< a code is trusted only where every image is far from its threshold
   bool awayFromBorder = true; ///< and where the phase is not near the border of a stripe
   bool phaseMiddle = true;    ///< thresholds come from the fringes' mean, too, not from the range alone
-  bool votes = true;          ///< and where more neighbours agree than contradict
   bool bridging = true;       ///< pixels between trusted ones of neighbouring stripes follow the phase
   bool codeCheck = true;      ///< bridged and grown pixels must agree with their certain code images
   bool growth = true;         ///< the rest takes its order from the best neighbour

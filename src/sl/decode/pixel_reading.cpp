@@ -21,6 +21,7 @@ namespace {
 
 constexpr int saturated = 255;
 constexpr int phaseImages = StripeCode::phaseImages;
+
 /// Projector pixels on either side of a code border where codes are not trusted, however certain they look.
 constexpr float borderZone = 0.2F;
 
@@ -212,7 +213,7 @@ struct JudgedRow {
   uchar const* needed;
   uchar const* contrast;
   uchar const* exposed;
-  short* candidate;
+  short* order;
   uchar* state;
 };
 
@@ -235,13 +236,14 @@ void judgeRow(Steps const& steps, JudgedRow const& row, JudgeLimits const& limit
   uchar const* const needed = row.needed;
   uchar const* const contrast = row.contrast;
   uchar const* const exposed = row.exposed;
-  short* const candidate = row.candidate;
+  short* const orders = row.order;
   uchar* const state = row.state;
   JudgeLimits const limit = limits;
   constexpr auto open = static_cast<float>(pixel_state::open);
   constexpr auto unsettled = static_cast<float>(pixel_state::unsettledContrast);
   constexpr auto dark = static_cast<float>(pixel_state::dark);
   constexpr auto clipped = static_cast<float>(pixel_state::clipped);
+  constexpr auto trusted = static_cast<float>(pixel_state::trusted);
   VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const m = magnitude[x];
@@ -253,17 +255,17 @@ void judgeRow(Steps const& steps, JudgedRow const& row, JudgeLimits const& limit
     float const strong = m - (limit.magnitude + weak * limit.weakExcess);
     float const modulated =
         m > 0.0F ? std::min(m - limit.magnitude, limit.residualFactor * m - residual) : -1.0F;
-    float const isFringe = strong >= 0.0F ? open : unsettled;
-    float const isExposed = modulated >= 0.0F ? isFringe : dark;
-    float const settled = exposed[x] > 0 ? isExposed : clipped;
+    float const shown = strong >= 0.0F ? open : unsettled;
+    float const decoded = modulated >= 0.0F ? shown : dark;
+    float const settled = exposed[x] > 0 ? decoded : clipped;
     float const order = c - (p > limit.border ? 1.0F : 0.0F);
     float const farFromBorder = std::fabs(p - limit.border) - limit.borderZone;
     float const farFromThreshold =
         limit.marginWeight * (static_cast<float>(margin[x]) - static_cast<float>(needed[x]));
     float const certain = std::min(std::min(farFromBorder, farFromThreshold), std::min(c, order));
-    float const trusted = settled == open ? certain : -1.0F;
-    state[x] = static_cast<uchar>(static_cast<int>(settled));
-    candidate[x] = static_cast<short>(static_cast<int>(trusted >= 0.0F ? order : -1.0F));
+    float const believed = settled == open ? certain : -1.0F;
+    state[x] = static_cast<uchar>(static_cast<int>(believed >= 0.0F ? trusted : settled));
+    orders[x] = static_cast<short>(static_cast<int>(believed >= 0.0F ? order : -1.0F));
   }
 }
 
@@ -341,7 +343,7 @@ void PixelReader::readCode(int y, int x0, int n, Chunk& chunk, uchar* contrast) 
 void PixelReader::judge(int y, int x0, int n, Chunk const& chunk, PixelRow const& row) const {
   judgeRow({images_, y, x0},
            {row.wrapped + x0, chunk.magnitude.data(), chunk.code.data(), chunk.margin.data(),
-            chunk.needed.data(), row.contrast + x0, chunk.exposed.data(), row.candidate + x0, row.state + x0},
+            chunk.needed.data(), row.contrast + x0, chunk.exposed.data(), row.order + x0, row.state + x0},
            {limits_.magnitude, limits_.weakExcess, limits_.residualFactor, limits_.border, limits_.borderZone,
             limits_.marginWeight},
            n);

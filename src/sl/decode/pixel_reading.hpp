@@ -19,11 +19,11 @@ enum class PhaseSource {
 
 /// What is read from a row of images; each array of the images' width.
 struct PixelRow {
-  float* wrapped;   ///< phase in [0, 2 pi), or `noPhase`
-  short* candidate; ///< order of the fringe that the pixel's own code tells for certain, or `noOrder`
-  int* reading;     ///< a `CodeReading`
-  uchar* contrast;  ///< 255: the code images range over "minContrast" at least
-  uchar* state;     ///< closed, open, or of unsettled contrast
+  float* wrapped;  ///< phase in [0, 2 pi), or `noPhase`
+  short* order;    ///< of the fringe, where the pixel's own code tells it for certain, else `noOrder`
+  int* reading;    ///< a `CodeReading`
+  uchar* contrast; ///< 255: the code images range over "minContrast" at least
+  uchar* state;    ///< closed, trusted, open, or of unsettled contrast
 };
 
 /// Reads all that the images of one scan tell of a pixel by itself, in one pass over them.

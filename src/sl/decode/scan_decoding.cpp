@@ -11,7 +11,7 @@
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
-#include "sl/decode/code_trust.hpp"
+#include "sl/decode/contrast_mask.hpp"
 #include "sl/decode/hole_filling.hpp"
 #include "sl/decode/pixel_reading.hpp"
 #include "sl/decode/segments.hpp"
@@ -27,9 +27,6 @@ namespace {
 
 /// Rows of a 12-megapixel image that take a few milliseconds in any stage.
 constexpr int rowsBetweenAskings = 256;
-/// Rows that go through reading, voting and bridging together, so that what one leaves the next finds in the
-/// cache.
-constexpr int bandRows = 32;
 
 /// The phases that a pixel's images show, or a negative number when they are clipped or show no fringe.
 float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& flicker, cv::Point pixel,
@@ -43,83 +40,6 @@ float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& f
   bool const isModulated = std::hypot(v[0] - v[2], v[1] - v[3]) >= 2.0 * minAmplitude;
   return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : noPhase;
 }
-
-/// Reads the images, trusts codes and bridges stripe borders along the rows, band after band.
-class Reading {
-public:
-  Reading(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings,
-          std::array<float, 4> const& flicker, PhaseSource source, int reach, ScanMaps& maps)
-      : reader_(images, settings, flicker), settings_(settings), source_(source), maps_(maps),
-        bridging_(settings, reach, maps), width_(maps.size().width),
-        candidates_(bandRows + 2, width_ + 2, noOrder), haloPhases_(2, width_ + 2, noPhase),
-        unusedReading_(1, width_), unusedBytes_(2, width_) {}
-
-  /// @param hasUnsettled takes, for every row, whether a pixel's contrast is not settled; such rows are not
-  /// bridged yet
-  void readBand(int firstRow, int endRow, std::vector<uchar>& hasUnsettled) {
-    for (int y = firstRow - 1; y <= endRow; ++y) {
-      readRow(y, firstRow, endRow);
-    }
-    for (int y = firstRow; y < endRow; ++y) {
-      trustRow(y, firstRow, endRow);
-    }
-    for (int y = firstRow; y < endRow; ++y) {
-      uchar const* const state = maps_.state.inner[y];
-      uchar& isUnsettled = hasUnsettled[static_cast<std::size_t>(y)];
-      isUnsettled =
-          std::find(state, state + width_, pixel_state::unsettledContrast) != state + width_ ? 1 : 0;
-      if (isUnsettled == 0 && settings_.rules.bridging) {
-        bridging_.alongRow(y);
-      }
-    }
-  }
-
-private:
-  bool isInImage(int y) const { return y >= 0 && y < maps_.size().height; }
-  short* candidateRow(int y, int firstRow) { return candidates_[y - firstRow + 1] + 1; }
-  float* phaseRow(int y, int firstRow, int endRow) {
-    bool const isOwn = y >= firstRow && y < endRow;
-    return isOwn ? maps_.wrapped.inner[y] : haloPhases_[y < firstRow ? 0 : 1] + 1;
-  }
-
-  void readRow(int y, int firstRow, int endRow) {
-    short* const candidate = candidateRow(y, firstRow);
-    float* const phase = phaseRow(y, firstRow, endRow);
-    if (!isInImage(y)) {
-      std::fill_n(candidate, width_, noOrder);
-      std::fill_n(phase, width_, noPhase);
-      return;
-    }
-    bool const isOwn = y >= firstRow && y < endRow;
-    if (!isOwn && source_ == PhaseSource::Map) {
-      std::copy_n(maps_.wrapped.inner[y], width_, phase);
-    }
-    PixelRow const row =
-        isOwn ? PixelRow{phase, candidate, maps_.reading.inner[y], maps_.contrast[y], maps_.state.inner[y]}
-              : PixelRow{phase, candidate, unusedReading_[0], unusedBytes_[0], unusedBytes_[1]};
-    reader_.read(y, source_, row);
-  }
-
-  void trustRow(int y, int firstRow, int endRow) {
-    VotingRows rows{};
-    for (int k = 0; k < 3; ++k) {
-      rows.wrapped[k] = phaseRow(y - 1 + k, firstRow, endRow);
-      rows.candidate[k] = candidateRow(y - 1 + k, firstRow);
-    }
-    trustAgreeing(rows, settings_.rules.votes, width_, maps_.order.inner[y], maps_.state.inner[y]);
-  }
-
-  PixelReader reader_;
-  ScanDecodingSettings const& settings_;
-  PhaseSource source_;
-  ScanMaps& maps_;
-  StripeBridging bridging_;
-  int width_;
-  cv::Mat_<short> candidates_; ///< of the band and the rows beside it; a pixel more on either side
-  cv::Mat_<float> haloPhases_; ///< of the rows beside the band
-  cv::Mat_<int> unusedReading_;
-  cv::Mat_<uchar> unusedBytes_;
-};
 
 class Decoding {
 public:
@@ -144,9 +64,20 @@ public:
     PhaseSource const source = settings_.phaseBlurRadius > 0 ? PhaseSource::Map : PhaseSource::Images;
     parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.0, 0.5), "decoding",
                  [&](int firstRow, int endRow) {
-                   Reading reading(images_, settings_, flicker_, source, reach_, maps_);
-                   for (int y = firstRow; y < endRow; y += bandRows) {
-                     reading.readBand(y, std::min(y + bandRows, endRow), hasUnsettled_);
+                   PixelReader const reader(images_, settings_, flicker_);
+                   StripeBridging bridging(settings_, reach_, maps_);
+                   for (int y = firstRow; y < endRow; ++y) {
+                     reader.read(y, source,
+                                 {maps_.wrapped.inner[y], maps_.order.inner[y], maps_.reading.inner[y],
+                                  maps_.contrast[y], maps_.state.inner[y]});
+                     // What reading leaves bridging finds in the cache.
+                     uchar const* const state = maps_.state.inner[y];
+                     uchar const* const end = state + maps_.size().width;
+                     uchar& isUnsettled = hasUnsettled_[static_cast<std::size_t>(y)];
+                     isUnsettled = std::find(state, end, pixel_state::unsettledContrast) != end ? 1 : 0;
+                     if (isUnsettled == 0 && settings_.rules.bridging) {
+                       bridging.alongRow(y);
+                     }
                    }
                  });
   }
