@@ -72,7 +72,7 @@ int main(int argc, char** argv) try {
     throw std::invalid_argument("usage: example_calibrate scanner.json PITCH PROJECTOR_WIDTH "
                                 "PROJECTOR_HEIGHT pose_00 pose_01 pose_02 ...");
   }
-  Library::init();
+  Library::start(false);
   vorn::System::set("EnableDebugMode", false);
   CalibPatternDetector detector;
   detector["PatternDim"] = std::stod(argv[2]);

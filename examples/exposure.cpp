@@ -60,7 +60,7 @@ int main(int argc, char** argv) try {
     throw std::invalid_argument(
         "usage: example_exposure columns_00.png columns_01.png columns_02.png columns_03.png");
   }
-  vorn::mv::Library::init();
+  vorn::mv::Library::start(false);
   std::vector<cv::Mat> fringes;
   for (int i = 1; i <= 4; ++i) {
     fringes.push_back(cv::imread(argv[i], cv::IMREAD_GRAYSCALE));

@@ -15,7 +15,7 @@ int main(int argc, char** argv) try {
     throw std::invalid_argument(
         "usage: example_laser laser.json STEP_Y line_00.png line_01.png ... cloud.ply");
   }
-  vorn::mv::Library::init();
+  vorn::mv::Library::start(false);
   vorn::mv::LineScanner scanner;
   scanner.read(nlohmann::json::parse(std::ifstream(argv[1])));
   // How the stage moves the scene from one image to the next, mm in the camera's frame.

@@ -78,7 +78,7 @@ int main(int argc, char** argv) try {
   if (argc != 6) {
     throw std::invalid_argument("usage: example_own_filter in.png out.png chain.json cloud.ply clean.ply");
   }
-  vorn::mv::Library::init();
+  vorn::mv::Library::start(false);
   auto imageFilters = vorn::mv::imageFilters(); // a copy, to be added to
   imageFilters.add<host::GammaFilter>();
   auto const chain = vorn::readFilterChain(nlohmann::json::parse(std::ifstream(argv[3])), imageFilters);

@@ -129,7 +129,7 @@ int main(int argc, char** argv) try {
   if (argc != 5) {
     throw std::invalid_argument("usage: example_two_cameras stereo.json PITCH target.png target_1.png");
   }
-  Library::init();
+  Library::start(false);
   vorn::System::set("EnableDebugMode", false);
   StereoCamera stereo;
   stereo.read(nlohmann::json::parse(std::ifstream(argv[1])));

@@ -44,7 +44,7 @@ int main(int argc, char** argv) try {
     throw std::invalid_argument(
         "usage: example_two_scans scanner.json FOLDER second.json SECOND_FOLDER both.ply");
   }
-  Library::init();
+  Library::start(false);
   vorn::System::set("EnableDebugMode", false);
   Sl3dScanner scanner0 = readScanner(argv[1]);
   Sl3dScanner scanner1 = readScanner(argv[3]);

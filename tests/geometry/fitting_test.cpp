@@ -91,13 +91,18 @@ TEST(QuadraticFit, IsZeroWhereNothingIsDetermined) {
   EXPECT_EQ(cv::norm(quadraticFit({})), 0);
   EXPECT_EQ(cv::norm(quadraticFit({{0, 0, 1}, {1, 0, 2}, {0, 1, 3}, {1, 1, 4}})), 0);
   EXPECT_EQ(quadraticFit({}).size(), cv::Size(1, 5));
-  for (int const count : {5, 10, 20, 1000}) {
-    std::vector<cv::Point3f> line;
-    for (int i = 0; i < count; ++i) {
-      auto const t = static_cast<float>(i);
-      line.emplace_back(t + 1, 2 * t + 3, t * t);
+  // Rounding leaves something of either sign where a pivot should be zero, in proportion to the coordinates.
+  for (float const scale : {1.0F, 100.0F, 4096.0F}) {
+    for (float const slope : {-3.0F, 0.5F, 2.0F, 7.0F}) {
+      for (int const count : {5, 10, 20, 1000}) {
+        std::vector<cv::Point3f> line;
+        for (int i = 0; i < count; ++i) {
+          auto const t = static_cast<float>(i);
+          line.emplace_back(scale * (t + 1), scale * (slope * t + 3), t * t);
+        }
+        EXPECT_EQ(cv::norm(quadraticFit(line)), 0) << count << " points, " << scale << ", slope " << slope;
+      }
     }
-    EXPECT_EQ(cv::norm(quadraticFit(line)), 0) << count;
   }
 }
 
