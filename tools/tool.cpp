@@ -13,6 +13,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/suggestion.hpp"
 
 namespace vorn::tools {
 
@@ -29,6 +30,37 @@ std::string oneLine(std::string text) {
   return text;
 }
 
+/// What a command line that was not understood may have meant; empty for no idea. Options are those of the
+/// command named, if any.
+std::string suggestion(CLI::App& program, std::vector<std::string> const& arguments) {
+  CLI::App* command = &program;
+  std::vector<std::string> commands;
+  for (CLI::App const* known : program.get_subcommands({})) {
+    commands.push_back(known->get_name());
+  }
+  for (std::string const& argument : arguments) {
+    bool const isOption = argument.rfind("--", 0) == 0;
+    if (command == &program && !isOption) {
+      if (std::find(commands.begin(), commands.end(), argument) == commands.end()) {
+        return nearestWord(argument, commands);
+      }
+      command = program.get_subcommand(argument);
+    } else if (isOption) {
+      std::vector<std::string> options;
+      for (CLI::Option const* option : command->get_options()) {
+        for (std::string const& name : option->get_lnames()) {
+          options.push_back("--" + name);
+        }
+      }
+      std::string const name = argument.substr(0, argument.find('='));
+      if (std::find(options.begin(), options.end(), name) == options.end()) {
+        return nearestWord(name, options);
+      }
+    }
+  }
+  return "";
+}
+
 } // namespace
 
 int runTool(std::vector<std::string> arguments) {
@@ -36,11 +68,18 @@ int runTool(std::vector<std::string> arguments) {
   mv::Library::start(false);
   System::setMessageSink([](std::string const& /*text*/) {}); // commands say themselves what they did
   // The parser takes the arguments last first.
+  std::vector<std::string> const given = arguments;
   std::reverse(arguments.begin(), arguments.end());
   try {
     program->parse(std::move(arguments));
   } catch (CLI::ParseError const& e) {
-    return program->exit(e) == 0 ? 0 : wrongUsage;
+    if (program->exit(e) == 0) {
+      return 0;
+    }
+    if (std::string const meant = suggestion(*program, given); !meant.empty()) {
+      std::cerr << "Did you mean \"" << meant << "\"?\n";
+    }
+    return wrongUsage;
   } catch (Cancelled const&) {
     std::cerr << "vorn-mv: interrupted\n";
     return interrupted;

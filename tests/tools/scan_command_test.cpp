@@ -224,6 +224,21 @@ TEST(DemoCommand, MeasuresSpheresAndPlane) {
   EXPECT_LT(truth["Artefacts"]["back plane: flatness"].get<double>(), 10.0 * noise);
 }
 
+TEST(Tool, SuggestsWhatAMisspeltWordMeans) {
+  auto const errors = [](std::vector<std::string> const& arguments) {
+    ToolOutcome const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 2);
+    return outcome.errors;
+  };
+  EXPECT_NE(errors({"scna", "folder"}).find("mean \"scan\"?"), std::string::npos);
+  EXPECT_NE(errors({"--verbose", "calibarte"}).find("mean \"calibrate\"?"), std::string::npos);
+  EXPECT_NE(errors({"scan", "x", "--calib", "y", "--reprot", "z"}).find("mean \"--report\"?"),
+            std::string::npos);
+  EXPECT_NE(errors({"scan", "x", "--calib=y", "--prevew=z"}).find("mean \"--preview\"?"), std::string::npos);
+  EXPECT_EQ(errors({"frobnicate"}).find("mean"), std::string::npos);
+  EXPECT_EQ(errors({"scan"}).find("mean"), std::string::npos) << "nothing is misspelt";
+}
+
 TEST(Tool, WrongUsageIsStatusTwo) {
   EXPECT_EQ(run({}).status, 2);
   EXPECT_EQ(run({"scan"}).status, 2);
