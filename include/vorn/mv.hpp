@@ -33,12 +33,14 @@
 #include <vorn/mv/calib/calibration_check.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/calib/detect_target.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
 #include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/calib/stereo_points.hpp>
 #include <vorn/mv/calib/stereo_rectification.hpp>
+#include <vorn/mv/calib/target_description.hpp>
 #include <vorn/mv/calib/target_shape.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>

@@ -24,6 +24,7 @@ struct RoughView {
   TargetView view;
   bool areMarkersClear = false;
   double dotRadius = 0; ///< pitches
+  std::vector<SearchReport::Step> steps;
 };
 
 /// The grid that the image shows when reduced by `factor`.
@@ -42,7 +43,13 @@ RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& setti
     crosses = findCrosses(dots, settings.maxAreaMultiplier);
   }
   DotGrid const grid = assignGrid(image, dots, crosses, settings);
-  RoughView rough{{{}, grid.isOriginMarked}, grid.areMarkersClear, grid.dotRadius};
+  RoughView rough;
+  rough.view.isOriginMarked = grid.isOriginMarked;
+  rough.areMarkersClear = grid.areMarkersClear;
+  rough.dotRadius = grid.dotRadius;
+  rough.steps = {{"candidates", static_cast<int>(candidates.size())},
+                 {"like dots", static_cast<int>(dots.size())},
+                 {"in one grid", static_cast<int>(grid.dots.size())}};
   for (GridDot const& dot : grid.dots) {
     rough.view.dots.push_back({dot.index, dots[static_cast<std::size_t>(dot.candidate)].centre});
   }
@@ -133,21 +140,59 @@ void centreIndices(std::vector<TargetDot>& dots) {
   }
 }
 
+/// Takes dots through steps that may drop some, and keeps a record of them where one is wanted.
+class Sieve {
+public:
+  Sieve(std::vector<MeasuredDot>& dots, SearchReport* report) : dots_(dots), report_(report) {}
+
+  template <class Step>
+  void apply(char const* left, char const* reason, Step const& step) {
+    if (report_ == nullptr) {
+      step();
+      return;
+    }
+    std::vector<MeasuredDot> const before = dots_;
+    step();
+    GridIndex places;
+    for (MeasuredDot const& dot : dots_) {
+      places.set(dot.dot.index, 0);
+    }
+    for (MeasuredDot const& dot : before) {
+      if (places.at(dot.dot.index) == GridIndex::none) {
+        report_->dropped.push_back({cv::Point2f(dot.dot.centre), reason});
+      }
+    }
+    report_->steps.push_back({left, static_cast<int>(dots_.size())});
+  }
+
+private:
+  std::vector<MeasuredDot>& dots_;
+  SearchReport* report_;
+};
+
 /// Everything from the first measurement of a grid's dots to the finished view.
-TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSettings const& settings) {
+TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSettings const& settings,
+                  SearchReport* report) {
+  if (report != nullptr) {
+    report->steps.push_back({"measured", static_cast<int>(dots.size())});
+  }
   if (dots.empty()) {
     return {};
   }
-  grid.refine(dots);
+  Sieve sieve(dots, report);
+  sieve.apply("measured to their edges", "it is not whole", [&] { grid.refine(dots); });
   grid.fitEdges(dots);
   correctPerspective(dots);
-  dropMissized(dots, grid);
-  dropMisplaced(dots);
-  keepWithinBounds(dots, grid, settings);
+  sieve.apply("of the size of their neighbours", "its size is not that of its neighbours",
+              [&] { dropMissized(dots, grid); });
+  sieve.apply("where their neighbours say", "it does not stand where its neighbours say",
+              [&] { dropMisplaced(dots); });
+  sieve.apply("within the bounds of area and shape", "its area or shape is out of bounds",
+              [&] { keepWithinBounds(dots, grid, settings); });
   if (settings.centreMethod == CentreMethod::TemplatePeak) {
     measureByTemplate(grid, dots);
   }
-  TargetView view{targetDots(dots), grid.isMarked()};
+  TargetView view{targetDots(dots), grid.isMarked(), grid.dotRadius()};
   if (!view.isOriginMarked && !view.dots.empty()) {
     centreIndices(view.dots);
   }
@@ -156,6 +201,9 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
            dot.index.y < settings.minIndex.y || dot.index.y > settings.maxIndex.y;
   };
   view.dots.erase(std::remove_if(view.dots.begin(), view.dots.end(), isOutside), view.dots.end());
+  if (report != nullptr) {
+    report->steps.push_back({"within the range of indices", static_cast<int>(view.dots.size())});
+  }
   if (view.dots.size() < static_cast<std::size_t>(settings.minKeyPointCount)) {
     return {};
   }
@@ -167,21 +215,27 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
 
 /// The finished view of a marked grid; nothing where its markers do not stand up to a close look.
 std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& rough,
-                                       TargetSettings const& settings) {
+                                       TargetSettings const& settings, SearchReport* report) {
   GridMeasurement grid(image, settings, true, rough.dotRadius);
   std::vector<MeasuredDot> dots = grid.start(rough.view.dots);
-  return grid.hasMarkers(dots) ? std::optional(finish(grid, std::move(dots), settings)) : std::nullopt;
+  if (!grid.hasMarkers(dots)) {
+    return std::nullopt;
+  }
+  if (report != nullptr) {
+    report->steps = rough.steps;
+  }
+  return finish(grid, std::move(dots), settings, report);
 }
 
 } // namespace
 
-TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
+TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report) {
   RoughView unmarked;
   RoughView blurred;
   for (int const factor : searchFactors(image.size(), settings)) {
     RoughView rough = findGrid(image, factor, settings);
     if (rough.view.isOriginMarked && rough.areMarkersClear) {
-      if (auto view = finishMarked(image, rough, settings)) {
+      if (auto view = finishMarked(image, rough, settings, report)) {
         return *view;
       }
     }
@@ -191,13 +245,23 @@ TargetView findTarget(cv::Mat const& image, TargetSettings const& settings) {
     }
     if (rough.view.dots.size() > unmarked.view.dots.size()) {
       unmarked = std::move(rough);
+    } else if (unmarked.view.dots.empty() && !rough.steps.empty() &&
+               (unmarked.steps.empty() || rough.steps.front().count > unmarked.steps.front().count)) {
+      unmarked.steps = std::move(rough.steps);
+    }
+    if (settings.expectedDots > 0 &&
+        unmarked.view.dots.size() >= static_cast<std::size_t>(settings.expectedDots)) {
+      break;
     }
   }
-  if (auto view = finishMarked(image, blurred, settings)) {
+  if (auto view = finishMarked(image, blurred, settings, report)) {
     return *view;
   }
   GridMeasurement grid(image, settings, false, unmarked.dotRadius);
-  return finish(grid, grid.start(unmarked.view.dots), settings);
+  if (report != nullptr) {
+    report->steps = unmarked.steps;
+  }
+  return finish(grid, grid.start(unmarked.view.dots), settings, report);
 }
 
 } // namespace vorn::mv

@@ -6,6 +6,8 @@
 #include <opencv2/core/types.hpp>
 #include <vector>
 
+#include "calib/target/search_report.hpp"
+
 namespace vorn::mv {
 
 /// How a dot's centre is measured once it is known which dot it is.
@@ -36,6 +38,8 @@ struct TargetSettings {
   double minAreaMultiplier = 0.6;
   double maxAreaMultiplier = 6;
   CentreMethod centreMethod = CentreMethod::Edge;
+  /// A grid without markers of this many dots ends the search for a larger one; 0 when its size is not known.
+  int expectedDots = 0;
 };
 
 /// A dot of the target: where on the grid it stands and where its centre appears in the image.
@@ -49,11 +53,14 @@ struct TargetView {
   std::vector<TargetDot> dots;
   /// True when the marker dots fixed the origin and the directions of the indices.
   bool isOriginMarked = false;
+  /// Of the ordinary dots, pitches.
+  double dotRadius = 0;
 };
 
 /// Finds the dots of a circle-grid target with bright dots on a darker ground.
 ///
-/// @param image H x W CV_8UC1, any step; must not be empty
-TargetView findTarget(cv::Mat const& image, TargetSettings const& settings);
+/// @param image  H x W CV_8UC1, any step; must not be empty
+/// @param report (out) how the search went; may be null
+TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report = nullptr);
 
 } // namespace vorn::mv

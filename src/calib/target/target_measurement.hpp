@@ -34,6 +34,7 @@ public:
 
   cv::Mat const& image() const { return image_; }
   bool isMarked() const { return isMarked_; }
+  double dotRadius() const { return ordinaryRadius_; }
   bool isMarker(cv::Point const& index) const {
     return isMarked_ && index.x >= 0 && index.y >= 0 && index.x + index.y <= 1;
   }

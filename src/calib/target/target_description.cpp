@@ -1,0 +1,157 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/calib/target_description.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <string>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "core/error.hpp"
+
+namespace vorn::mv {
+namespace {
+
+/// Farther than any index that the search for a target reaches.
+constexpr int farthestIndex = 96;
+
+template <class Value>
+using Names = std::array<std::pair<char const*, Value>, 3>;
+
+constexpr Names<TargetKind> kinds = {{{"circles", TargetKind::Circles},
+                                      {"staggered", TargetKind::StaggeredCircles},
+                                      {"chessboard", TargetKind::Chessboard}}};
+constexpr Names<TargetPolarity> polarities = {
+    {{"either", TargetPolarity::Either}, {"bright", TargetPolarity::Bright}, {"dark", TargetPolarity::Dark}}};
+
+template <class Value>
+Value valueOf(Names<Value> const& names, std::string const& name, char const* member) {
+  std::string known;
+  for (auto const& entry : names) {
+    if (name == entry.first) {
+      return entry.second;
+    }
+    known += (known.empty() ? "" : ", ") + std::string(entry.first);
+  }
+  throw error("\"" + std::string(member) + "\" of a target is \"" + name + "\" and must be one of " + known,
+              "TargetDescription");
+}
+
+template <class Value>
+char const* nameOf(Names<Value> const& names, Value value) {
+  return std::find_if(names.begin(), names.end(), [&](auto const& entry) { return entry.second == value; })
+      ->first;
+}
+
+/// The numbers of a list, of which there must be `Count`.
+template <class Number, std::size_t Count>
+std::array<Number, Count> numbersOf(nlohmann::json const& json, char const* member) {
+  bool const isRight = json.is_array() && json.size() == Count &&
+                       std::all_of(json.begin(), json.end(), [](auto const& j) { return j.is_number(); });
+  if (!isRight) {
+    throw error("\"" + std::string(member) + "\" of a target holds " + json.dump() + " in place of " +
+                    std::to_string(Count) + " numbers",
+                "TargetDescription");
+  }
+  return json.get<std::array<Number, Count>>();
+}
+
+cv::Point pointOf(nlohmann::json const& json, char const* member) {
+  auto const [x, y] = numbersOf<int, 2>(json, member);
+  return {x, y};
+}
+
+nlohmann::json listOf(nlohmann::json const& json, char const* member) {
+  nlohmann::json list = json.value(member, nlohmann::json::array());
+  if (!list.is_array()) {
+    throw error("\"" + std::string(member) + "\" of a target is no list", "TargetDescription");
+  }
+  return list;
+}
+
+void require(bool isMet, std::string const& message) {
+  if (!isMet) {
+    throw error(message, "TargetDescription");
+  }
+}
+
+} // namespace
+
+void TargetDescription::check() const {
+  require(pitch > 0 && std::isfinite(pitch),
+          "The pitch of a target is " + std::to_string(pitch) + " mm and must be above 0");
+  auto const text = std::to_string(size.width) + " x " + std::to_string(size.height);
+  require(size == cv::Size() || (size.width >= 2 && size.height >= 2),
+          "The size of a target is " + text + " and must be 2 x 2 or more, or 0 x 0 when it is not known");
+  require(std::max(size.width, size.height) <= farthestIndex,
+          "The size of a target is " + text + " and must be at most " + std::to_string(farthestIndex) +
+              " each way");
+  require(kind == TargetKind::Circles || size != cv::Size(),
+          "A " + std::string(nameOf(kinds, kind)) + " target takes its size: columns and rows");
+  require(kind == TargetKind::Circles || first == cv::Point(),
+          "The indices of a " + std::string(nameOf(kinds, kind)) + " target begin at 0, 0");
+  require(std::max(std::abs(first.x), std::abs(first.y)) <= farthestIndex,
+          "\"first\" of a target lies beyond " + std::to_string(farthestIndex));
+  require(kind != TargetKind::Chessboard || marks.empty(), "A chessboard has no marks");
+}
+
+bool TargetDescription::hasCornerMarks() const {
+  std::array<cv::Point, 3> const corner = {cv::Point(0, 0), cv::Point(1, 0), cv::Point(0, 1)};
+  return kind == TargetKind::Circles && marks.size() == corner.size() &&
+         std::all_of(corner.begin(), corner.end(), [&](cv::Point const& place) {
+           return std::find(marks.begin(), marks.end(), place) != marks.end();
+         });
+}
+
+cv::Point2d TargetDescription::position(cv::Point const& index) const {
+  cv::Point2d place = cv::Point2d(index) * pitch;
+  for (DotDeviation const& deviation : deviations) {
+    if (deviation.index == index) {
+      place += deviation.offset;
+    }
+  }
+  return place;
+}
+
+void TargetDescription::read(nlohmann::json const& json) {
+  TargetDescription target;
+  require(json.is_object() && json.contains("pitch") && json["pitch"].is_number(),
+          "A target's description takes its \"pitch\", mm");
+  target.pitch = json["pitch"].get<double>();
+  target.kind = valueOf(kinds, json.value("kind", "circles"), "kind");
+  target.polarity = valueOf(polarities, json.value("polarity", "either"), "polarity");
+  if (json.contains("size")) {
+    target.size = pointOf(json["size"], "size");
+  }
+  if (json.contains("first")) {
+    target.first = pointOf(json["first"], "first");
+  }
+  for (nlohmann::json const& mark : listOf(json, "marks")) {
+    target.marks.push_back(pointOf(mark, "marks"));
+  }
+  for (nlohmann::json const& entry : listOf(json, "deviations")) {
+    auto const [column, row, dx, dy] = numbersOf<double, 4>(entry, "deviations");
+    target.deviations.push_back({{cvRound(column), cvRound(row)}, {dx, dy}});
+  }
+  target.check();
+  *this = std::move(target);
+}
+
+void TargetDescription::write(nlohmann::json& json) const {
+  nlohmann::json marked = nlohmann::json::array();
+  for (cv::Point const& mark : marks) {
+    marked.push_back({mark.x, mark.y});
+  }
+  nlohmann::json moved = nlohmann::json::array();
+  for (DotDeviation const& deviation : deviations) {
+    moved.push_back({deviation.index.x, deviation.index.y, deviation.offset.x, deviation.offset.y});
+  }
+  json = {{"kind", nameOf(kinds, kind)}, {"pitch", pitch},  {"size", {size.width, size.height}},
+          {"first", {first.x, first.y}}, {"marks", marked}, {"polarity", nameOf(polarities, polarity)},
+          {"deviations", moved}};
+}
+
+} // namespace vorn::mv
