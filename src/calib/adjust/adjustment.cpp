@@ -199,6 +199,7 @@ public:
       checkDevice(starts_[i], i);
     }
     bundle_ = bundleOf(views, static_cast<int>(starts_.size()), isRead);
+    result_.isRead = isRead;
   }
 
   Adjustment run() {
@@ -234,6 +235,7 @@ private:
     DotNeighbours const neighbours = neighboursOf(bundle_.target);
     for (int device = 0; device < static_cast<int>(starts_.size()); ++device) {
       bundle_.sigma[device] = noiseBefore(bundle_, neighbours, residuals, device);
+      (device == 0 ? result_.localNoise.camera0 : result_.localNoise.camera1) = bundle_.sigma[device];
     }
   }
 

@@ -42,7 +42,9 @@ int Bundle::deviceCount() const {
 
 cv::Vec3d Bundle::dotInTarget(int dot) const {
   cv::Point2f const& place = target[static_cast<std::size_t>(dot)];
-  return cv::Vec3d(place.x, place.y, 0) + shape.deviation(dot, shapeParameters);
+  cv::Vec3d const known =
+      knownDeviations.empty() ? cv::Vec3d() : knownDeviations[static_cast<std::size_t>(dot)];
+  return cv::Vec3d(place.x, place.y, 0) + known + shape.deviation(dot, shapeParameters);
 }
 
 void Bundle::extendShape(ShapeBasis::Level level) {

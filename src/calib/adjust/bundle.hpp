@@ -39,6 +39,7 @@ struct BundleDot {
 struct BundleView {
   std::vector<BundleDot> dots;
   Placement dev0_from_target;
+  int station = 0; ///< which transform between the devices it has
 };
 
 /// A camera or projector and which of its numbers are free, by their indices in `Projection`'s order.
@@ -56,6 +57,10 @@ struct Bundle {
   Eigen::VectorXd shapeParameters;
   std::vector<BundleDevice> devices;
   Placement dev0_from_dev1;
+  /// Further transforms between the devices, of views whose station is 1 and so on: where a device was moved.
+  std::vector<Placement> otherStations;
+  /// What the target's dots are known to be off by; none when empty.
+  std::vector<cv::Vec3d> knownDeviations;
   std::vector<BundleView> views;
   /// Whether the points of device 1 were read where device 0 sees the dots.
   bool isRead = false;
@@ -66,7 +71,12 @@ struct Bundle {
   int commonCount() const { return deviceCount() + transformCount() + shape.parameterCount(); }
   /// Those of all devices.
   int deviceCount() const;
-  int transformCount() const { return devices.size() > 1 ? 6 : 0; }
+  int transformCount() const {
+    return devices.size() > 1 ? 6 * (1 + static_cast<int>(otherStations.size())) : 0;
+  }
+  Placement const& dev0_from_dev1_of(BundleView const& view) const {
+    return view.station == 0 ? dev0_from_dev1 : otherStations[static_cast<std::size_t>(view.station) - 1];
+  }
   cv::Vec3d dotInTarget(int target) const;
   /// Goes over to another shape that holds the present one.
   void extendShape(ShapeBasis::Level level);

@@ -67,7 +67,11 @@ void move(Bundle& bundle, BundleStep const& step) {
   }
   if (bundle.transformCount() > 0) {
     bundle.dev0_from_dev1 = bundle.dev0_from_dev1.moved(vectorOf(values), vectorOf(values + 3));
-    values += bundle.transformCount();
+    values += 6;
+    for (Placement& station : bundle.otherStations) {
+      station = station.moved(vectorOf(values), vectorOf(values + 3));
+      values += 6;
+    }
   }
   bundle.shapeParameters += Eigen::Map<Eigen::VectorXd const>(values, bundle.shape.parameterCount());
   for (std::size_t i = 0; i < bundle.views.size(); ++i) {
@@ -175,6 +179,10 @@ double parametersTakenBy(NormalEquations const& whole, Eigen::MatrixXd const& co
 double gainOf(Bundle const& solved, ShapeBasis::Level level) {
   Bundle extended = solved;
   extended.extendShape(level);
+  return gainOf(solved, extended);
+}
+
+double gainOf(Bundle const& solved, Bundle const& extended) {
   Transfers const transfers = transfersOf(extended);
   auto const equations = reduced(normalEquationsOf(extended, transfers));
   if (!equations) {

@@ -35,5 +35,7 @@ double parametersTakenBy(NormalEquations const& whole, Eigen::MatrixXd const& co
 
 /// By how much the squares of a solved bundle would fall with another shape, to first order.
 double gainOf(Bundle const& solved, ShapeBasis::Level level);
+/// The same with more unknowns of any kind, whose values leave the model as it is.
+double gainOf(Bundle const& solved, Bundle const& extended);
 
 } // namespace vorn::mv

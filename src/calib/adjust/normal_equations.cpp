@@ -19,7 +19,7 @@ class DotModel {
 public:
   explicit DotModel(Bundle const& bundle)
       : bundle_(bundle), isPair_(bundle.devices.size() > 1), projection0_(bundle.devices[0].numbers),
-        projection1_(bundle.devices.back().numbers), dev1_from_dev0_(bundle.dev0_from_dev1.R.t()) {
+        projection1_(bundle.devices.back().numbers) {
     for (int i = 0; i < static_cast<int>(bundle.target.size()); ++i) {
       dots_.push_back(bundle.dotInTarget(i));
     }
@@ -43,11 +43,13 @@ public:
       result.in0 = projection0_(inDev0, &result.by0, isSlope ? &result.byParameters[0] : nullptr);
     }
     if (isPair_ && dot.has1) {
-      result.beside1 = inDev0 - bundle_.dev0_from_dev1.t;
+      Placement const& dev0_from_dev1 = bundle_.dev0_from_dev1_of(view);
+      cv::Matx33d const dev1_from_dev0 = dev0_from_dev1.R.t();
+      result.beside1 = inDev0 - dev0_from_dev1.t;
       cv::Matx23d byOwn;
       result.in1 =
-          projection1_(dev1_from_dev0_ * result.beside1, &byOwn, isSlope ? &result.byParameters[1] : nullptr);
-      result.by1 = byOwn * dev1_from_dev0_;
+          projection1_(dev1_from_dev0 * result.beside1, &byOwn, isSlope ? &result.byParameters[1] : nullptr);
+      result.by1 = byOwn * dev1_from_dev0;
     }
   }
 
@@ -70,7 +72,6 @@ private:
   bool isPair_;
   Projection projection0_;
   Projection projection1_;
-  cv::Matx33d dev1_from_dev0_;
   std::vector<cv::Vec3d> dots_;
 };
 
@@ -109,8 +110,9 @@ public:
   /// Of device 1: its image less `transfer` times that in device 0.
   void fill1(DotModel::Images const& images, int target, cv::Matx22d const* transfer, Rows rows) const {
     fillLens(images.byParameters[1], 1, columns_.device1, rows);
-    rows.middleCols<3>(columns_.transform) = eigenOf<3>(images.by1 * math::skew3(images.beside1));
-    rows.middleCols<3>(columns_.transform + 3) = -eigenOf<3>(images.by1);
+    int const transform = columns_.transform + 6 * station_;
+    rows.middleCols<3>(transform) = eigenOf<3>(images.by1 * math::skew3(images.beside1));
+    rows.middleCols<3>(transform + 3) = -eigenOf<3>(images.by1);
     cv::Matx23d byDot = images.by1;
     if (transfer != nullptr) {
       byDot -= *transfer * images.by0;
@@ -139,12 +141,16 @@ private:
   }
 
 public:
-  void setRotation(cv::Matx33d const& R) { R_ = R; }
+  void setView(BundleView const& view) {
+    R_ = view.dev0_from_target.R;
+    station_ = view.station;
+  }
 
 private:
   Bundle const& bundle_;
   Columns columns_;
   cv::Matx33d R_;
+  int station_ = 0;
 };
 
 /// The weighted derivatives and residuals of a view.
@@ -164,7 +170,7 @@ ViewRows viewRowsOf(Bundle const& bundle, DotModel const& model, Columns const& 
   rows.slope.setZero(count, columns.end);
   rows.residual.resize(count);
   DotRows dotRows(bundle, columns);
-  dotRows.setRotation(view.dev0_from_target.R);
+  dotRows.setView(view);
   Eigen::Matrix<double, 2, Eigen::Dynamic> two(2, columns.end);
   int row = 0;
   auto const append = [&](cv::Vec2d const& residual, double scale, int target) {

@@ -87,10 +87,14 @@ void chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress co
     break;
   }
   for (Level const level : {Level::Quadratic, Level::Smooth, Level::Dots}) {
-    if (level == Level::Dots && !areDotsOff(bundle)) {
+    Squares const squares = squaresOf(bundle, transfersOf(bundle));
+    // Dots that are printed off differ from their neighbours too, so residuals exceed that noise for other
+    // reasons.
+    constexpr double mostS0 = 2;
+    bool const isScatter = squares.total() < mostS0 * mostS0 * freedomOf(bundle, squares);
+    if (level == Level::Dots && !(isScatter && areDotsOff(bundle))) {
       return;
     }
-    Squares const squares = squaresOf(bundle, transfersOf(bundle));
     double const more = ShapeBasis(level, bundle.target).parameterCount() - bundle.shape.parameterCount();
     double const gain = gainOf(bundle, level);
     double const rest = std::max(squares.total() - gain, 0.0);

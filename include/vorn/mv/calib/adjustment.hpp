@@ -109,6 +109,10 @@ struct Adjustment {
   double s0 = 1;
   /// The noise of the points as the residuals show it.
   AdjustmentNoise noise;
+  /// The noise that dots do not share with their neighbours: what `s0` compares the residuals with.
+  AdjustmentNoise localNoise;
+  /// Whether the points of the second device were taken as read where the first one sees the dots.
+  bool isRead = false;
   /// One for each given view.
   std::vector<ViewAdjustment> views;
 };

@@ -1,0 +1,351 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/calib/diagnosis.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/geometry/transform.hpp>
+
+#include "calib/adjust/bundle_solver.hpp"
+#include "calib/adjust/bundle_start.hpp"
+#include "calib/adjust/view_statistics.hpp"
+#include "core/error.hpp"
+#include "core/progress.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+/// Residuals that exceed the noise by more are not chance.
+constexpr double mostS0 = 1.3;
+
+std::string rounded(double value, int digits) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.*f", digits, value);
+  return text;
+}
+
+/// A finding of a view with its name.
+std::string named(AdjustmentView const& view, int index) {
+  return view.name.empty() ? "view " + std::to_string(index) : view.name;
+}
+
+class Diagnosis {
+public:
+  Diagnosis(std::vector<AdjustmentView> const& views, Adjustment const& adjustment, Observer* observer)
+      : views_(views), adjustment_(adjustment), progress_(observer) {
+    std::size_t const models = adjustment.models.size();
+    if (adjustment.poses.size() != views.size() || adjustment.views.size() != views.size() || models < 1) {
+      throw error("The adjustment has " + std::to_string(adjustment.poses.size()) + " views, not " +
+                      std::to_string(views.size()),
+                  "diagnose");
+    }
+    bundle_ = solvedBundle(views, adjustment);
+  }
+
+  std::vector<Finding> run() {
+    findMirrored();
+    findWrongDots();
+    findBentTarget();
+    if (findings_.empty() || findings_.back().cause == FindingCause::BentTarget ||
+        findings_.back().cause == FindingCause::WrongDots) {
+      findWhatResidualsTell();
+    }
+    findPoorViews();
+    return std::move(findings_);
+  }
+
+private:
+  void add(FindingCause cause, int view, int device, double value, double limit, std::string text,
+           std::string advice, bool isGrave) {
+    findings_.push_back({cause, view, device, value, limit, std::move(text), std::move(advice), isGrave});
+  }
+
+  void findMirrored() {
+    for (std::size_t i = 0; i < views_.size(); ++i) {
+      for (int device = 0; device < deviceCount(); ++device) {
+        double const turn = handednessOf(views_[i], device);
+        if (turn < 0) {
+          add(FindingCause::Mirrored, static_cast<int>(i), device, turn, 0,
+              named(views_[i], static_cast<int>(i)) + ": the image of device " + std::to_string(device) +
+                  " is mirrored",
+              "Turn mirroring off in the camera or projector, and take the views again.", true);
+        }
+      }
+    }
+  }
+
+  void findWrongDots() {
+    constexpr double mostShare = 0.005;
+    std::size_t wrong = 0;
+    std::size_t all = 0;
+    for (ViewAdjustment const& view : adjustment_.views) {
+      wrong += view.leftOut.size();
+      all += view.leftOut.size() + static_cast<std::size_t>(view.dotCount);
+    }
+    double const share = static_cast<double>(wrong) / static_cast<double>(std::max<std::size_t>(1, all));
+    if (share > mostShare) {
+      add(FindingCause::WrongDots, -1, -1, share, mostShare,
+          std::to_string(wrong) + " of " + std::to_string(all) +
+              " dots are not where they should be; they were left out",
+          "Look for glare, dirt and shadows on the target, and for dots that the edge of the light cuts.",
+          false);
+    }
+  }
+
+  void findBentTarget() {
+    constexpr double leastSignificance = 6;
+    constexpr double mostRatio = 0.5;
+    TargetShape const& shape = adjustment_.shape;
+    double const ratio = adjustment_.s0 / std::max(shape.flatS0, 1e-9);
+    if (shape.kind != TargetShape::Kind::Flat && shape.significance > leastSignificance &&
+        ratio < mostRatio) {
+      add(FindingCause::BentTarget, -1, -1, shape.significance, leastSignificance,
+          "The target is off its shape by " + rounded(shape.rms, 3) + " root mean square, bent by " +
+              rounded(shape.sagX, 3) + " along x and " + rounded(shape.sagY, 3) +
+              " along y; the calibration takes it into account",
+          "Glue the target to something stiff and flat, or keep the shape found with it.", false);
+    }
+  }
+
+  /// One cause for residuals that are greater than noise; of views that disagree in small, which.
+  void findWhatResidualsTell() {
+    if (adjustment_.s0 > mostS0 && findWrongView()) {
+      return;
+    }
+    if (adjustment_.s0 > mostS0 && deviceCount() > 1 && findStep()) {
+      return;
+    }
+    findSmallFaults();
+  }
+
+  bool findWrongView() {
+    constexpr double mostRatio = 0.6;
+    constexpr std::size_t fewest = 4;
+    if (views_.size() < fewest) {
+      return false;
+    }
+    std::size_t worst = 0;
+    double least = std::numeric_limits<double>::infinity();
+    for (std::size_t i = 0; i < views_.size(); ++i) {
+      progress_.at("diagnosing", 0.5 * static_cast<double>(i) / static_cast<double>(views_.size()));
+      Bundle without = bundle_;
+      without.views.erase(without.views.begin() + static_cast<std::ptrdiff_t>(i));
+      if (auto const s0 = solvedS0(without); s0 && *s0 < least) {
+        least = *s0;
+        worst = i;
+      }
+    }
+    double const ratio = least / adjustment_.s0;
+    if (!(ratio < mostRatio)) {
+      return false;
+    }
+    add(FindingCause::WrongView, static_cast<int>(worst), -1, ratio, mostRatio,
+        named(views_[worst], static_cast<int>(worst)) + ": without this view the residuals are " +
+            rounded(100 * ratio, 0) + " % of what they are with it",
+        "Leave the view out: the target moved while it was taken, or its images are of several poses.", true);
+    return true;
+  }
+
+  /// Two transforms, of the views before and from some view on.
+  Bundle splitAt(std::size_t first) const {
+    Bundle split = bundle_;
+    split.otherStations = {split.dev0_from_dev1};
+    for (std::size_t i = first; i < split.views.size(); ++i) {
+      split.views[i].station = 1;
+    }
+    return split;
+  }
+
+  bool findStep() {
+    constexpr double mostRatio = 0.5;
+    std::size_t best = 0;
+    double greatest = 0;
+    for (std::size_t first = 2; first + 1 < views_.size(); ++first) {
+      double const gain = gainOf(bundle_, splitAt(first));
+      if (gain > greatest) {
+        greatest = gain;
+        best = first;
+      }
+    }
+    if (best == 0) {
+      return false;
+    }
+    Bundle split = splitAt(best);
+    auto const s0 = solvedS0(split);
+    double const ratio = s0 ? *s0 / adjustment_.s0 : 1;
+    if (!(ratio < mostRatio)) {
+      return false;
+    }
+    auto const index = static_cast<int>(best);
+    for (int device = 0; device < deviceCount(); ++device) {
+      double const alone = s0Alone(device);
+      if (alone > mostS0) {
+        add(FindingCause::FocusChanged, index, device, alone, mostS0,
+            "Focus or zoom of device " + std::to_string(device) + " changed before " +
+                named(views_[best], index) + ": by itself its residuals are " + rounded(alone, 1) +
+                " times its noise",
+            "Fix the lens's rings, and take all views again.", true);
+        return true;
+      }
+    }
+    Placement const& before = split.dev0_from_dev1;
+    double const degrees = angleBetween(before.R, split.otherStations[0].R) * 180 / CV_PI;
+    add(FindingCause::DeviceMoved, index, -1, ratio, mostRatio,
+        "A device moved before " + named(views_[best], index) + ": the two turned by " + rounded(degrees, 3) +
+            " degrees to each other, shifted by " + rounded(cv::norm(before.t - split.otherStations[0].t), 3),
+        "Fix both devices to one stiff base, and take all views again.", true);
+    return true;
+  }
+
+  /// Views that disagree on the transform, or a lens that five coefficients do not describe: what explains
+  /// more.
+  void findSmallFaults() {
+    std::vector<double> const gains = disagreements();
+    auto const greatest = std::max_element(gains.begin(), gains.end());
+    std::vector<Finding> const lenses = lensFindings(greatest == gains.end() ? 0 : *greatest);
+    if (!lenses.empty()) {
+      findings_.insert(findings_.end(), lenses.begin(), lenses.end());
+      return;
+    }
+    constexpr double mostChi2 = 30; // a sixth of it; 1 by chance
+    for (std::size_t i = 0; i < gains.size(); ++i) {
+      double const chi2 = gains[i] / 6;
+      if (chi2 > mostChi2) {
+        add(FindingCause::ViewDisagrees, static_cast<int>(i), -1, chi2, mostChi2,
+            named(views_[i], static_cast<int>(i)) +
+                ": shows the devices elsewhere to each other than the other views do",
+            "Leave the view out: the target or a device moved while it was taken.", true);
+      }
+    }
+  }
+
+  /// By how much the squares fall when a view has a transform of its own.
+  std::vector<double> disagreements() const {
+    std::vector<double> gains;
+    for (std::size_t i = 0; i < views_.size() && views_.size() > 2 && deviceCount() > 1; ++i) {
+      Bundle own = bundle_;
+      own.otherStations = {own.dev0_from_dev1};
+      own.views[i].station = 1;
+      gains.push_back(gainOf(bundle_, own));
+    }
+    return gains;
+  }
+
+  /// Lenses whose squares fall with thin prism terms, by more than `leastGain` too.
+  std::vector<Finding> lensFindings(double leastGain) const {
+    constexpr double mostRatio = 1.05;
+    std::vector<Finding> findings;
+    for (int device = 0; device < deviceCount(); ++device) {
+      if (bundle_.devices[static_cast<std::size_t>(device)].freeParameters.size() != 9) {
+        continue; // held, or with prism terms already
+      }
+      Bundle prism = bundle_;
+      auto& free = prism.devices[static_cast<std::size_t>(device)].freeParameters;
+      free.insert(free.end(), {12, 13, 14, 15});
+      double const squares = squaresOf(bundle_, transfersOf(bundle_)).total();
+      double const gain = gainOf(bundle_, prism);
+      double const ratio = squares / std::max(squares - gain, 1e-300);
+      if (ratio > mostRatio && gain > leastGain) {
+        findings.push_back(
+            {FindingCause::LensModel, -1, device, ratio, mostRatio,
+             "The lens of device " + std::to_string(device) +
+                 " needs more than five coefficients: thin prism terms lower the squares by the "
+                 "factor " +
+                 rounded(ratio, 2),
+             "Adjust with AdjustmentSettings::Lens::ThinPrism.", false});
+      }
+    }
+    // The lens that gains most: the other one takes its errors up in part.
+    auto const most = std::max_element(findings.begin(), findings.end(),
+                                       [](Finding const& a, Finding const& b) { return a.value < b.value; });
+    return most == findings.end() ? findings : std::vector<Finding>{*most};
+  }
+
+  /// What the places and tilts of the target leave to be desired.
+  void findPoorViews() {
+    constexpr double leastCoverage[] = {0.6, 0.5};
+    for (int device = 0; device < deviceCount(); ++device) {
+      cv::Size const size = adjustment_.models[static_cast<std::size_t>(device)].getResolution();
+      double const share = coverageOf(views_, device, size);
+      if (share < leastCoverage[device] && isFree(device)) {
+        add(FindingCause::Coverage, -1, device, share, leastCoverage[device],
+            "The dots fill " + rounded(100 * share, 0) + " % of the image of device " +
+                std::to_string(device),
+            "Hold the target into the corners too, or nearer.", false);
+      }
+    }
+    constexpr double leastTilt = 25;
+    double const tilt = greatestTiltOf(adjustment_.poses);
+    if (tilt < leastTilt && (isFree(0) || (deviceCount() > 1 && isFree(1)))) {
+      add(FindingCause::SmallTilts, -1, -1, tilt, leastTilt,
+          "The target's directions differ by " + rounded(tilt, 0) + " degrees at most",
+          "Tilt the target by 20 to 40 degrees to all sides.", false);
+    }
+    constexpr double leastMotion = 2;
+    for (std::size_t i = 0; i < views_.size(); ++i) {
+      for (std::size_t j = 0; j < i; ++j) {
+        double const motion = motionBetween(views_[j], views_[i]);
+        if (motion < leastMotion) {
+          add(FindingCause::SamePose, static_cast<int>(i), -1, motion, leastMotion,
+              named(views_[i], static_cast<int>(i)) + ": shows the same pose as " +
+                  named(views_[j], static_cast<int>(j)) + ", to " + rounded(motion, 1) + " px",
+              "Move the target between views.", false);
+        }
+      }
+    }
+  }
+
+  int deviceCount() const { return static_cast<int>(adjustment_.models.size()); }
+  bool isFree(int device) const {
+    return !bundle_.devices[static_cast<std::size_t>(device)].freeParameters.empty();
+  }
+
+  /// The residuals over the noise once solved; nothing when there is no solution.
+  static std::optional<double> solvedS0(Bundle& bundle) {
+    constexpr int rounds = 30;
+    try {
+      solveBundle(bundle, rounds);
+    } catch (Exception const&) {
+      return std::nullopt;
+    }
+    return bundleS0(bundle);
+  }
+
+  /// Of one device by itself. The noise that a projector's points have by themselves is more than the part
+  /// that the camera's do not explain, so it is taken from neighbours anew.
+  double s0Alone(int device) const {
+    std::vector<AdjustmentView> own;
+    for (AdjustmentView const& view : views_) {
+      own.push_back({view.name, view.objPnts, device == 0 ? view.points0 : view.points1, {}, view.sigmas});
+    }
+    try {
+      return adjustCamera(own, adjustment_.models[static_cast<std::size_t>(device)]).s0;
+    } catch (Exception const&) { // too few of its views show enough dots
+      return 1;
+    }
+  }
+
+  std::vector<AdjustmentView> const& views_;
+  Adjustment const& adjustment_;
+  Progress progress_;
+  Bundle bundle_;
+  std::vector<Finding> findings_;
+};
+
+} // namespace
+
+std::vector<Finding> diagnose(std::vector<AdjustmentView> const& views, Adjustment const& adjustment,
+                              Observer* observer) {
+  return Diagnosis(views, adjustment, observer).run();
+}
+
+} // namespace vorn::mv
