@@ -103,6 +103,7 @@ void findThresholds(uchar const* lowest, uchar const* highest, uchar const* unce
       middle[x] = static_cast<uchar>((lowest[x] + highest[x]) / 2);
     }
   }
+  VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     auto const ofRange = static_cast<uchar>((lowest[x] + highest[x]) / 2);
     lower[x] = std::min(ofRange, middle[x]);
@@ -253,17 +254,19 @@ void judgeRow(Steps const& steps, JudgedRow const& row, JudgeLimits const& limit
     float const residual = 0.5F * std::fabs(static_cast<float>(p0[x] - p1[x] + p2[x] - p3[x]));
     float const weak = static_cast<float>(255 - contrast[x]) * (1.0F / 255.0F);
     float const strong = m - (limit.magnitude + weak * limit.weakExcess);
+    // A magnitude above 0 is 1 at least.
     float const modulated =
-        m > 0.0F ? std::min(m - limit.magnitude, limit.residualFactor * m - residual) : -1.0F;
+        std::min(std::min(m - limit.magnitude, limit.residualFactor * m - residual), m - 0.5F);
+    float const isExposed = static_cast<float>(exposed[x]) - 0.5F;
     float const shown = strong >= 0.0F ? open : unsettled;
     float const decoded = modulated >= 0.0F ? shown : dark;
-    float const settled = exposed[x] > 0 ? decoded : clipped;
+    float const settled = isExposed >= 0.0F ? decoded : clipped;
     float const order = c - (p > limit.border ? 1.0F : 0.0F);
     float const farFromBorder = std::fabs(p - limit.border) - limit.borderZone;
     float const farFromThreshold =
         limit.marginWeight * (static_cast<float>(margin[x]) - static_cast<float>(needed[x]));
     float const certain = std::min(std::min(farFromBorder, farFromThreshold), std::min(c, order));
-    float const believed = settled == open ? certain : -1.0F;
+    float const believed = std::min(std::min(strong, modulated), std::min(certain, isExposed));
     state[x] = static_cast<uchar>(static_cast<int>(believed >= 0.0F ? trusted : settled));
     orders[x] = static_cast<short>(static_cast<int>(believed >= 0.0F ? order : -1.0F));
   }
