@@ -18,8 +18,9 @@ namespace vorn::mv {
 struct DetectSettings {
   /// Fewer points are no target; 0: 20, or as many as the target has.
   int minKeyPoints = 0;
-  /// Of the ordinary dots, px²; narrow bounds make the search faster.
+  /// Least area of the ordinary dots, px², 0 or more; narrow bounds make the search faster.
   double minDotArea = 20;
+  /// Greatest area of the ordinary dots, px²; `minDotArea` or more, and at least 1.
   double maxDotArea = 32000;
   /// Least ratio of a dot's short axis to its long one, above 0 and up to 1.
   double minDotRatio = 0.2;
@@ -35,13 +36,13 @@ struct DetectSettings {
 /// How much was left after a step of a detection.
 struct DetectionStep {
   std::string name; ///< such as "candidates", "in a grid", "measured"
-  int count = 0;
+  int count = 0;    ///< dots or corners left
 };
 
 /// A dot that was found and is not among the key points.
 struct DroppedDot {
   cv::Point2f imgPnt; ///< pixels
-  std::string reason;
+  std::string reason; ///< why, in words
 };
 
 /// What was found of a target in an image.
@@ -63,6 +64,7 @@ struct Detection {
   /// Why nothing was found, with the figure that decided; empty when something was.
   std::string reason;
 
+  /// Whether no target was found.
   bool isEmpty() const { return keyPoints.empty(); }
 };
 

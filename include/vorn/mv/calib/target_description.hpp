@@ -34,6 +34,7 @@ struct DotDeviation {
 /// Indices count columns to the right and rows downwards, seen from the front. Of a staggered grid, an index
 /// counts half steps: the dots of row 0 are at (0, 0), (2, 0), ..., those of row 1 at (1, 1), (3, 1), ...
 struct VORN_API TargetDescription : IJsonSerializable {
+  /// What its points are. Staggered grids and chessboards take a known size, and `first` at (0, 0).
   TargetKind kind = TargetKind::Circles;
   /// The unit of the grid, mm; above 0. Of dots the way to the next column, of a staggered grid the way to
   /// the next row, which is half the way from one dot of a row to the next; of a chessboard a square's side.
@@ -47,6 +48,8 @@ struct VORN_API TargetDescription : IJsonSerializable {
   /// Dots that are larger than the others. Three at (0, 0), (1, 0) and (0, 1) fix the indices of any part of
   /// the target in which they are seen; other ones tell which way round a grid of known size lies.
   std::vector<cv::Point> marks;
+  /// Whether dots are brighter or darker than their ground; Either takes what the image shows. Chessboards
+  /// have none.
   TargetPolarity polarity = TargetPolarity::Either;
   /// Of dots that do not stand where they were meant to; others do.
   std::vector<DotDeviation> deviations;

@@ -23,7 +23,9 @@ public:
   /// @throws Exception when the radius is negative or a number is not finite
   Sphere3f(cv::Point3f const& centre, float radius);
 
+  /// The centre, in the frame and unit of the points.
   cv::Point3f const& centre() const { return centre_; }
+  /// The radius, in the unit of the points, never negative.
   float radius() const { return radius_; }
 
   /// The distance of a point from the surface, never negative; reckoned in double.

@@ -34,6 +34,7 @@ struct FitSettings {
 /// A feature fitted to points: the one with the least sum of squared distances to the inliers.
 template <class Feature>
 struct Fit {
+  /// What was fitted, in the frame and unit of the points.
   Feature feature;
   /// The places in the list of points, or the cells of the cloud row by row, that the feature was fitted to;
   /// ascending.

@@ -25,7 +25,9 @@ enum class FocusMeasure {
   EdgeWidth
 };
 
+/// How `calcFocus` measures sharpness.
 struct FocusSettings {
+  /// What is measured.
   FocusMeasure measure = FocusMeasure::Tenengrad;
   /// Smoothing before everything, standard deviation in px: 0.3 to 10. More of it bears more noise.
   double smoothing = 1.0;
@@ -35,6 +37,7 @@ struct FocusSettings {
   cv::Mat mask;
 };
 
+/// The sharpness of an image.
 struct Focus {
   /// The measure over the image; NaN when no pixel counts, and for `EdgeWidth` when there are no edges.
   double value = std::numeric_limits<double>::quiet_NaN();

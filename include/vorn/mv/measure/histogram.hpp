@@ -21,6 +21,7 @@ struct HistogramSettings {
   /// depth's range, so that each value stands in the middle of its bin; for other depths the image's least
   /// and greatest finite value.
   double low = std::numeric_limits<double>::quiet_NaN();
+  /// Upper end of the last bin, as `low`.
   double high = std::numeric_limits<double>::quiet_NaN();
   /// CV_8UC1 of the image's size: pixels with 0 do not count; empty: all count.
   cv::Mat mask;
@@ -34,16 +35,17 @@ struct ChannelHistogram {
   std::uint64_t notFinite = 0;       ///< NaN and infinite ones
   /// Of all finite values, in bins or not; NaN when there is none.
   double least = std::numeric_limits<double>::quiet_NaN();
-  double greatest = std::numeric_limits<double>::quiet_NaN();
-  double mean = std::numeric_limits<double>::quiet_NaN();
+  double greatest = std::numeric_limits<double>::quiet_NaN(); ///< as `least`
+  double mean = std::numeric_limits<double>::quiet_NaN();     ///< as `least`
 };
 
 /// How often which values occur in an image.
 struct VORN_API Histogram {
-  double low = 0.0;  ///< lower end of the first bin
-  double high = 0.0; ///< upper end of the last
-  std::vector<ChannelHistogram> channels;
+  double low = 0.0;                       ///< lower end of the first bin
+  double high = 0.0;                      ///< upper end of the last
+  std::vector<ChannelHistogram> channels; ///< of the image, in its order
 
+  /// From one bin's lower end to the next one's, in the unit of the values; 0 without channels.
   double binWidth() const;
   /// The middle of a bin.
   double center(std::size_t bin) const;

@@ -20,63 +20,67 @@ namespace vorn::mv {
 
 /// How the numbers of a series are shown.
 enum class SeriesKind {
-  Points,
-  Line,  ///< through the points in their order; broken where one is not finite
-  Bars,  ///< from nought, as wide as their distance
-  Arrows ///< from (x, y) along (dx, dy) times `Plot::arrowScale`
+  Points, ///< dots at (x, y)
+  Line,   ///< through the points in their order; broken where one is not finite
+  Bars,   ///< from nought, as wide as their distance
+  Arrows  ///< from (x, y) along (dx, dy) times `Plot::arrowScale`
 };
 
 /// Numbers of a plot, under one name.
 struct PlotSeries {
-  std::string name; ///< in the legend; empty: not there
-  SeriesKind kind = SeriesKind::Points;
-  std::vector<double> x;
-  std::vector<double> y;
-  std::vector<double> dx; ///< arrows only
-  std::vector<double> dy;
-  std::optional<cv::Vec3b> color; ///< blue, green, red; else the next of `seriesColor`
-  double size = 2.0;              ///< radius of points or width of lines, px: 0.1 to 100
+  std::string name;                     ///< in the legend; empty: not there
+  SeriesKind kind = SeriesKind::Points; ///< how they are shown
+  std::vector<double> x;                ///< in the axis' unit; what is not finite is left out and counted
+  std::vector<double> y;                ///< as many as x
+  std::vector<double> dx;               ///< arrows only: as many as x
+  std::vector<double> dy;               ///< the same along y
+  std::optional<cv::Vec3b> color;       ///< blue, green, red; else the next of `seriesColor`
+  double size = 2.0;                    ///< radius of points or width of lines, px: 0.1 to 100
 };
 
 /// An axis; ends that are NaN fit the numbers.
 struct PlotAxis {
-  std::string title;
-  std::string unit;
-  double low = std::numeric_limits<double>::quiet_NaN();
-  double high = std::numeric_limits<double>::quiet_NaN();
+  std::string title;                                      ///< UTF-8; empty: none
+  std::string unit;                                       ///< stands behind the title; empty: none
+  double low = std::numeric_limits<double>::quiet_NaN();  ///< lower end, below `high`; not infinite
+  double high = std::numeric_limits<double>::quiet_NaN(); ///< upper end; not infinite
 };
 
 /// A plot as data.
 struct Plot {
-  std::string title;
-  PlotAxis x;
-  PlotAxis y;
-  std::vector<PlotSeries> series;
+  std::string title;              ///< above the plot, UTF-8; empty: none
+  PlotAxis x;                     ///< the axis across
+  PlotAxis y;                     ///< the upright axis
+  std::vector<PlotSeries> series; ///< drawn in this order, later ones on top
   /// A heat map behind the series, CV_32FC1, or empty: its values stand at the axes' integers, rows along y.
   cv::Mat heat;
-  ColorMap heatMap = ColorMap::Turbo;
-  PlotAxis heatScale; ///< its colours' title, unit and range
+  ColorMap heatMap = ColorMap::Turbo; ///< its colours
+  PlotAxis heatScale;                 ///< its colours' title, unit and range
   /// One unit of x is as long as one of y, as in images.
   bool isEqualScale = false;
   /// y grows downwards, as in images.
   bool isYDown = false;
+  /// Units of the axes that an arrow is long for each unit of dx and dy; finite.
   double arrowScale = 1.0;
   /// The length of the arrow that stands in the legend as a scale, before `arrowScale`; 0: none.
   double arrowSample = 0.0;
+  /// The unit that stands behind `arrowSample` in the legend.
   std::string arrowUnit;
-  cv::Size size{900, 600}; ///< of the picture, px: 100 to 20000
-  Ground ground = Ground::Light;
+  cv::Size size{900, 600};       ///< of the picture, px: 100 to 20000
+  Ground ground = Ground::Light; ///< what the plot stands on
 };
 
+/// A plot as a picture.
 struct PlotDrawing {
-  cv::Mat picture; ///< CV_8UC3
-  /// Numbers left out because they are not finite.
+  cv::Mat picture; ///< CV_8UC3, of `Plot::size`
+  /// Points of the series left out because a number of theirs is not finite.
   std::size_t notFinite = 0;
 };
 
+/// A plot as SVG.
 struct PlotSvg {
-  std::string document;
-  std::size_t notFinite = 0;
+  std::string document;      ///< a whole SVG file, UTF-8
+  std::size_t notFinite = 0; ///< as in `PlotDrawing`
 };
 
 /// Draws axes with round numbers and units, grid, series, heat map with its scale, and a legend.

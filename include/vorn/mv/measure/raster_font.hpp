@@ -15,14 +15,25 @@ namespace vorn::mv {
 /// The three sizes of the built-in letters: capitals of 7, 10 and 14 pixels.
 enum class FontSize { Small, Medium, Large };
 
-/// Which point of a text's box a position means, across and down. `Baseline` is that of the first line.
-enum class TextAcross { Left, Middle, Right };
-enum class TextDown { Top, Middle, Baseline, Bottom };
+/// Which point of a text's box a position means, across.
+enum class TextAcross {
+  Left,   ///< the box begins there
+  Middle, ///< half of the box lies on either side
+  Right   ///< the box ends there
+};
+
+/// Which point of a text's box a position means, down.
+enum class TextDown {
+  Top,      ///< the top of the first line, above the accents
+  Middle,   ///< half of the box lies above
+  Baseline, ///< the baseline of the first line
+  Bottom    ///< the lower end of the last line
+};
 
 /// How much room a text takes, in pixels.
 struct TextExtent {
-  int width = 0;
-  int height = 0;
+  int width = 0;  ///< of the widest line
+  int height = 0; ///< of all lines
   /// Characters that the font has no glyph for; a box stands in their place.
   std::size_t missing = 0;
 };
@@ -31,11 +42,12 @@ struct TextExtent {
 struct TextStyle {
   /// In the picture's own channels and units.
   cv::Scalar color = cv::Scalar::all(255);
+  /// Whether a ring is drawn around the letters.
   bool hasOutline = false;
   /// Of the ring around the letters, one font pixel wide, for contrast on any ground.
   cv::Scalar outline = cv::Scalar::all(0);
-  TextAcross across = TextAcross::Left;
-  TextDown down = TextDown::Top;
+  TextAcross across = TextAcross::Left; ///< what of the text stands at the position, across
+  TextDown down = TextDown::Top;        ///< and down
 };
 
 /// Letters of pixels, built in: nothing depends on what is installed, and every machine draws the same bits.
@@ -49,12 +61,15 @@ public:
   /// @throws Exception for another scale
   explicit RasterFont(FontSize size = FontSize::Medium, int scale = 1);
 
+  /// The size of the letters before they are enlarged.
   FontSize size() const { return size_; }
+  /// Picture pixels a font pixel, 1 to 64.
   int scale() const { return scale_; }
   /// From one line's top to the next one's.
   int lineHeight() const;
   /// From the top of a line, above the accents, to the row below the baseline's.
   int ascent() const;
+  /// Of capitals, in picture pixels.
   int capHeight() const;
 
   /// The width of the widest line, and the height of all lines.

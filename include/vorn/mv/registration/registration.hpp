@@ -45,22 +45,23 @@ enum class RegistrationStop {
 /// A motion that the shape of what both clouds saw does not hold: the source may slide along it and fits as
 /// well as before.
 struct FreeMotion {
+  /// How the source may move.
   enum class Kind {
     Translation, ///< along `axis`
     Rotation     ///< about the line through `point` along `axis`
   };
 
-  Kind kind = Kind::Translation;
-  cv::Vec3d axis;  ///< of length 1, in the target's frame
-  cv::Vec3d point; ///< in the target's frame
+  Kind kind = Kind::Translation; ///< how the source may move
+  cv::Vec3d axis;                ///< of length 1, in the target's frame
+  cv::Vec3d point;               ///< in the target's frame
 };
 
 /// Where one cloud lies in the frame of another, and how well that is known.
 struct VORN_API Registration {
   /// Moves the source's `points()` to the target's; what was begun with when there is no overlap.
   cv::Matx44d targetFromSource = cv::Matx44d::eye();
-  RegistrationStop stop = RegistrationStop::NoOverlap;
-  int iterations = 0;
+  RegistrationStop stop = RegistrationStop::NoOverlap; ///< why it ended
+  int iterations = 0;                                  ///< steps taken, those on coarser samples included
   /// RMS distance of the points used to the planes of their places on the target, weighted as used.
   double rms = 0.0;
   /// Robust standard deviation of those distances.

@@ -27,7 +27,7 @@ struct CameraView {
 
 /// A calibrated camera, which is the views' device.
 struct CameraCalibration : Calibration {
-  CameraModel object;
+  CameraModel object; ///< its matrix, distortion and image size
 };
 
 /// Calibrates a camera from views of the target. As `calibrateScanner`, but the target's markers need not be

@@ -28,7 +28,7 @@ struct LaserView {
 
 /// A calibrated laser line scanner, its camera the views' device.
 struct LaserCalibration : Calibration {
-  LineScanner object;
+  LineScanner object; ///< its camera and the laser planes in the camera's frame, in the views' order of lines
 };
 
 /// Calibrates a camera and its laser planes from views of the target. As `calibrateScanner`.

@@ -30,7 +30,7 @@ struct ScannerView {
 
 /// A calibrated structured-light scanner; its views' devices are the camera and the projector.
 struct ScannerCalibration : Calibration {
-  Sl3dScanner object;
+  Sl3dScanner object; ///< its camera, its projector and the transform between them
 };
 
 /// Calibrates a structured-light scanner from views of the target.

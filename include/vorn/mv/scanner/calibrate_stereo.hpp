@@ -27,7 +27,7 @@ struct StereoView {
 
 /// Two calibrated cameras, which are the views' devices.
 struct StereoCalibration : Calibration {
-  StereoCamera object;
+  StereoCamera object; ///< both cameras and the transform between them
 };
 
 /// Calibrates two cameras from views of the target that both see. As `calibrateScanner`; a view that one

@@ -66,6 +66,7 @@ struct CalibratedView {
   /// The laser lines, where the calibration has any.
   std::vector<ViewLine> lines;
 
+  /// Whether the view takes part.
   bool isUsed() const { return reason.empty(); }
 };
 
@@ -98,7 +99,7 @@ struct CalibrationReport {
 /// What every calibration gives beside the calibrated object.
 struct Calibration {
   std::vector<CalibratedView> views; ///< all views in their order, those left out too
-  CalibrationReport report;
+  CalibrationReport report;          ///< how well it turned out
 };
 
 /// The figures and what became of every view, as `vorn-mv calibrate --report` writes them.

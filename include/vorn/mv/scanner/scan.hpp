@@ -66,8 +66,8 @@ struct ScanResult {
   /// where there is none. What is smoothed ("PhaseBlurRadius") is better than that.
   cv::Mat_<float> sigma;
   cv::Mat_<float> modulation; ///< fringe amplitude, grey levels, at every pixel
-  ScanCounts counts;
-  ScanTimes times;
+  ScanCounts counts;          ///< how many pixels came how far
+  ScanTimes times;            ///< how long the stages took
 };
 
 /// From the images of a scan to its cloud: decoding, triangulation, texture.

@@ -40,7 +40,7 @@ struct LaserScanSettings {
 struct LaserScanResult {
   /// Points in one row, mm, image by image; where they lay in the camera's frame in the first image.
   PointCloud cloud;
-  std::size_t images = 0;
+  std::size_t images = 0;       ///< all that were given
   std::size_t emptyImages = 0;  ///< images without a line
   std::size_t points = 0;       ///< of the cloud
   double readTime = 0.0;        ///< ms of all threads, to get the images
