@@ -21,7 +21,7 @@ bool CodeCheck::fits(CodeReading reading, float absolutePhase) const {
   unsigned const certain = reading >> certainShift;
   // Beside a border the images that change there may be at any stage of it, each at its own by noise.
   float const place =
-      (absolutePhase - border_) * (1.0F / twoPi) + 1.0F; // not negative, so truncation is floor
+      (absolutePhase - border_) * (1.0F / twoPiFloat) + 1.0F; // not negative, so truncation is floor
   int const stripe = static_cast<int>(place);
   float const part = place - static_cast<float>(stripe);
   unsigned changing = 0;

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-namespace vorn::mv::sl {
+#include "core/pi.hpp"
 
-constexpr float twoPi = 6.2831853F;
+namespace vorn::mv::sl {
 
 /// A code image counts as certain when it lies at least so far from the middle between bright and dark, in
 /// parts of twice the fringe amplitude: 0.4 amplitudes.
@@ -14,7 +14,7 @@ constexpr float certainPartOfMagnitude = 0.2F;
 
 /// The phase at which the code changes: half a projector pixel before the phase wraps.
 inline float codeBorder(int period) {
-  return twoPi * (1.0F - 0.5F / static_cast<float>(period));
+  return twoPiFloat * (1.0F - 0.5F / static_cast<float>(period));
 }
 
 /// What the code images of a pixel show: bit k of the lower half tells whether image k is brighter than the

@@ -16,7 +16,6 @@ namespace vorn::mv {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586;
 constexpr float sqrt3 = 1.7320508F;
 
 /// False while the tables are empty or being built.
@@ -25,7 +24,7 @@ std::atomic<bool> areBuilt{false};
 /// The angle of (x, y) in [0, 2π).
 float positiveAngle(float y, float x) {
   float const angle = std::atan2(y, x);
-  return angle < 0.0F ? static_cast<float>(angle + twoPi) : angle;
+  return angle < 0.0F ? static_cast<float>(angle + CV_2PI) : angle;
 }
 
 float vectorLength(float y, float x) {

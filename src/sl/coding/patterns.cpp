@@ -22,7 +22,6 @@ namespace vorn::mv {
 
 namespace {
 
-constexpr double pi = 3.141592653589793;
 constexpr uchar lit = 255;
 
 /// Which coordinate of a pixel an image codes.
@@ -112,13 +111,13 @@ uchar rounded(double value) {
 
 /// The images that code one coordinate of a projector.
 std::vector<cv::Mat> combinedSequence(cv::Size size, Axis axis, sl::StripeCode const& code) {
-  constexpr std::array<double, 4> offsets{0.0, 1.5707963267948966, 3.141592653589793, 4.71238898038469};
+  constexpr std::array<double, 4> offsets{0.0, 0.5 * CV_PI, CV_PI, 1.5 * CV_PI};
   int const planes = code.generatedPlanes(axis == Axis::Column ? size.width : size.height);
 
   std::vector<cv::Mat> images;
   for (double const offset : offsets) {
     images.push_back(makeImage(size, axis, [=](int c) {
-      auto const angle = static_cast<float>(c * 2 * pi / code.period + offset);
+      auto const angle = static_cast<float>(c * 2 * CV_PI / code.period + offset);
       return rounded((std::sin(angle) + 1.0) * 128.0);
     }));
   }
@@ -187,7 +186,7 @@ cv::Mat generate_phase_pattern(cv::Size_<int> const& size, int period, int shift
   requireSize(size, context);
   requirePeriod(period, context);
   requireGamma(gamma, context);
-  auto const radiansPerPixel = static_cast<float>(2 * pi / period);
+  auto const radiansPerPixel = static_cast<float>(2 * CV_PI / period);
   return makeImage(size, codedAxis(vertical), [=](int c) {
     auto const position = static_cast<float>((std::int64_t{c} + shift) % period);
     float const wave = std::sin(position * radiansPerPixel);
@@ -203,7 +202,7 @@ cv::Mat generate_horizontal_phase_shift_pattern(int width, int height, int perio
   requireSize({width, height}, context);
   requirePeriod(period, context);
   return makeImage({width, height}, Axis::Row, [=](int y) {
-    double const angle = static_cast<double>(std::int64_t{y} - shift) * 2 * pi / period;
+    double const angle = static_cast<double>(std::int64_t{y} - shift) * 2 * CV_PI / period;
     return truncated((std::cos(angle) + 1.0) * 255.0 * 0.5);
   });
 }
@@ -214,7 +213,7 @@ cv::Mat generate_vertical_phase_shift_pattern(int width, int height, int period,
   requirePeriod(period, context);
   requireGamma(gamma, context);
   return makeImage({width, height}, Axis::Column, [=](int x) {
-    double const angle = static_cast<double>(std::int64_t{x} - shift) * 2 * pi / period;
+    double const angle = static_cast<double>(std::int64_t{x} - shift) * 2 * CV_PI / period;
     auto const brightness = static_cast<float>((std::cos(angle) + 1.0) * 0.5);
     return truncated(std::pow(brightness, gamma) * 255.0);
   });

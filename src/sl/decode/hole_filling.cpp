@@ -13,14 +13,13 @@ namespace vorn::mv::sl {
 
 namespace {
 
-constexpr double pi = 3.14159265358979324;
 /// Known pixels around a hole that its surface is fitted to.
 constexpr int ringWidth = 2;
 /// A quadratic surface has six parameters; so many pixels more make the fit a check as well.
 constexpr std::size_t leastRing = 12;
 /// Largest RMS and largest single residual in radians of pixels that lie on one smooth surface.
 constexpr double maxRmsResidual = 0.5;
-constexpr double maxResidual = 0.5 * pi;
+constexpr double maxResidual = 0.5 * CV_PI;
 /// Largest difference in radians of a pixel's own phase from the surface.
 constexpr double maxDeviation = 1.0;
 
@@ -112,7 +111,7 @@ std::optional<float> filling(float own, double expected) {
   if (own < 0.0F) {
     return static_cast<float>(expected);
   }
-  double const absolute = own + 2.0 * pi * std::floor((expected - own) / (2.0 * pi) + 0.5);
+  double const absolute = own + CV_2PI * std::floor((expected - own) / CV_2PI + 0.5);
   return std::fabs(absolute - expected) < maxDeviation ? std::optional<float>(static_cast<float>(absolute))
                                                        : std::nullopt;
 }

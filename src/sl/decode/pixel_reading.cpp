@@ -287,7 +287,8 @@ PixelReader::PixelReader(std::vector<cv::Mat> const& images, ScanDecodingSetting
                      : 0.0F;
   limits_.residualFactor = rules.consistency ? (1.0F - confidence) / confidence : anyResidual;
   limits_.border = codeBorder(settings.period);
-  limits_.borderZone = rules.awayFromBorder ? twoPi * borderZone / static_cast<float>(settings.period) : 0.0F;
+  limits_.borderZone =
+      rules.awayFromBorder ? twoPiFloat * borderZone / static_cast<float>(settings.period) : 0.0F;
   limits_.marginWeight = rules.certainImages ? 1.0F : 0.0F;
   limits_.maxSum = 4 * settings.maxGrayLevel;
   limits_.minContrast = settings.minContrast;

@@ -134,10 +134,10 @@ public:
     cv::Mat_<uchar>& state = maps_.state.inner;
     auto const known = [&](cv::Point p) {
       bool const isMeasured = pixel_state::isKnown(state(p)) && state(p) != pixel_state::filled;
-      return isMeasured ? wrapped(p) + twoPi * static_cast<float>(maps_.order.inner(p)) : unknownPhase;
+      return isMeasured ? wrapped(p) + twoPiFloat * static_cast<float>(maps_.order.inner(p)) : unknownPhase;
     };
     auto const own = [&](cv::Point p) { return ownPhase(images_, flicker_, p, settings_.minAmplitude); };
-    auto const pixelsPerRadian = static_cast<float>(settings_.period / 6.283185307179586);
+    auto const pixelsPerRadian = static_cast<float>(settings_.period / CV_2PI);
     auto const put = [&](cv::Point p, float absolute) {
       scan.coordinates(p) = absolute * pixelsPerRadian;
       state(p) = pixel_state::filled;

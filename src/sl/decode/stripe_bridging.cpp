@@ -14,7 +14,7 @@ namespace vorn::mv::sl {
 namespace {
 
 /// Largest change of phase from one pixel to the next that is still followed.
-constexpr float stepLimit = 0.4F * twoPi;
+constexpr float stepLimit = 0.4F * twoPiFloat;
 /// The length of a gap that is not to be bridged.
 constexpr uchar noGap = 255;
 
@@ -100,7 +100,7 @@ void StripeBridging::alongColumns(int block) {
 }
 
 float StripeBridging::absolutePhase(cv::Point p) const {
-  return wrapped_(p) + twoPi * static_cast<float>(order_(p));
+  return wrapped_(p) + twoPiFloat * static_cast<float>(order_(p));
 }
 
 /// The stripe that the code of a known pixel's place belongs to.
@@ -120,14 +120,14 @@ void StripeBridging::bridge(cv::Point from, cv::Point step, int length) {
   for (int i = 1; i <= length; ++i) {
     float const wrapped = wrapped_(from + i * step);
     // Rounding to the nearest order; the offset of one keeps what is truncated positive.
-    orders[i - 1] = static_cast<int>((before - wrapped) * (1.0F / twoPi) + 1.5F) - 1;
-    float const here = wrapped + twoPi * static_cast<float>(orders[i - 1]);
+    orders[i - 1] = static_cast<int>((before - wrapped) * (1.0F / twoPiFloat) + 1.5F) - 1;
+    float const here = wrapped + twoPiFloat * static_cast<float>(orders[i - 1]);
     if (std::fabs(here - before) > stepLimit || here < 0.0F) {
       return;
     }
     before = here;
   }
-  if (std::fabs(before - absolutePhase(to)) > 0.5F * twoPi) {
+  if (std::fabs(before - absolutePhase(to)) > 0.5F * twoPiFloat) {
     return;
   }
   for (int i = 1; i < length; ++i) {
@@ -136,7 +136,7 @@ void StripeBridging::bridge(cv::Point from, cv::Point step, int length) {
 }
 
 void StripeBridging::settle(cv::Point p, int order) {
-  float const absolute = wrapped_(p) + twoPi * static_cast<float>(order);
+  float const absolute = wrapped_(p) + twoPiFloat * static_cast<float>(order);
   if (!isChecked_ || codes_.fits(static_cast<CodeReading>(reading_(p)), absolute)) {
     order_(p) = static_cast<short>(order);
     state_(p) = pixel_state::bridged;

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <limits>
 
+#include "core/pi.hpp"
 #include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
 #include "sl/decode/segments.hpp"
@@ -16,12 +17,11 @@ namespace vorn::mv::sl {
 
 namespace {
 
-constexpr float pi = 3.14159265F;
 /// Change of phase to the next pixel from which on the two lie on different surfaces; to a diagonal one; to
 /// the next but one.
-constexpr float jump = pi;
-constexpr float diagonalJump = 1.4F * pi;
-constexpr float farJump = 1.25F * pi;
+constexpr float jump = piFloat;
+constexpr float diagonalJump = 1.4F * piFloat;
+constexpr float farJump = 1.25F * piFloat;
 /// A surface so many times brighter spoils the pixel next but one, too.
 constexpr float outshining = 3.0F;
 /// Where a surface ends, a pixel that shows less than this part of the amplitude before it is covered in
@@ -102,7 +102,7 @@ void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __res
 VORN_TARGET_CLONES
 void absoluteRow(float const* wrapped, short const* order, uchar const* state, int n, float* __restrict out) {
   for (int x = 0; x < n; ++x) {
-    float const absolute = wrapped[x] + twoPi * static_cast<float>(order[x]);
+    float const absolute = wrapped[x] + twoPiFloat * static_cast<float>(order[x]);
     out[x] = state[x] >= pixel_state::knownBit ? absolute : unknownPhase;
   }
 }
@@ -157,8 +157,7 @@ public:
   EdgeWalk(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
            cv::Mat_<uchar> const& seams, cv::Mat_<float>& coordinates)
       : images_(phaseImages), maps_(maps), seams_(seams), coordinates_(coordinates),
-        limits_(limitsOf(settings.rules)),
-        pixelsPerRadian_(static_cast<float>(settings.period / 6.283185307179586)),
+        limits_(limitsOf(settings.rules)), pixelsPerRadian_(static_cast<float>(settings.period / CV_2PI)),
         phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
         magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F),
         isEdge_(static_cast<std::size_t>(maps.size().width)) {}
@@ -237,7 +236,7 @@ EdgeLimits EdgeWalk::limitsOf(DecodingRules const& rules) {
 
 float absolutePhase(ScanMaps const& maps, int y, int x) {
   return pixel_state::isKnown(maps.state.inner(y, x))
-             ? maps.wrapped.inner(y, x) + twoPi * static_cast<float>(maps.order.inner(y, x))
+             ? maps.wrapped.inner(y, x) + twoPiFloat * static_cast<float>(maps.order.inner(y, x))
              : unknownPhase;
 }
 

@@ -8,6 +8,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "core/pi.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv::sl {
@@ -76,7 +77,6 @@ void addRow(std::vector<cv::Mat> const& images, int y, int maxSum, Products& pro
   }
 }
 
-constexpr float twoPi = 6.2831853F;
 /// Factors nearer to 1 than this move the phase by less than the rounding of its table.
 constexpr float negligible = 2e-5F;
 
@@ -105,8 +105,8 @@ void correctRow(std::array<uchar const*, 4> const& row, std::array<float, 4> con
     // The tangent of the turn, and its arc by the first terms of the series.
     float const tangent = dot > 0.0F ? cross / dot : 0.0F;
     float const turned = phase[x] + (tangent - tangent * tangent * tangent * (1.0F / 3.0F));
-    float const notBelow = turned < 0.0F ? turned + twoPi : turned;
-    float const wrapped = notBelow >= twoPi ? notBelow - twoPi : notBelow;
+    float const notBelow = turned < 0.0F ? turned + twoPiFloat : turned;
+    float const wrapped = notBelow >= twoPiFloat ? notBelow - twoPiFloat : notBelow;
     phase[x] = wrapped;
   }
 }
@@ -117,7 +117,7 @@ float correctedPhase(int i0, int i1, int i2, int i3, std::array<float, 4> const&
   float const sine = factors[0] * static_cast<float>(i0) - factors[2] * static_cast<float>(i2);
   float const cosine = factors[1] * static_cast<float>(i1) - factors[3] * static_cast<float>(i3);
   float const angle = std::atan2(sine, cosine);
-  return angle < 0.0F ? angle + twoPi : angle;
+  return angle < 0.0F ? angle + twoPiFloat : angle;
 }
 
 bool isCorrection(std::array<float, 4> const& factors) {

@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "core/parallel.hpp"
+#include "core/pi.hpp"
 
 namespace vorn::mv::sl {
 
@@ -17,8 +18,7 @@ namespace {
 using Phasor = std::complex<float>;
 using Phasors = cv::Mat_<Phasor>;
 
-constexpr float pi = 3.14159265F;
-constexpr float largestTurn = pi / 4.0F;
+constexpr float largestTurn = piFloat / 4.0F;
 
 Phasors phasorsOf(cv::Mat_<float> const& phase, cv::Mat_<float> const& magnitude,
                   cv::Mat_<uchar> const& mask) {
@@ -91,10 +91,10 @@ void blurPhase(cv::Mat_<float>& phase, cv::Mat_<float> const& magnitude, cv::Mat
           continue;
         }
         float const angle = std::arg(smooth(y, x));
-        float const turn = std::remainder(angle - phase(y, x), 2.0F * pi);
+        float const turn = std::remainder(angle - phase(y, x), twoPiFloat);
         if (std::fabs(turn) <= largestTurn) {
-          float const wrapped = angle < 0.0F ? angle + 2.0F * pi : angle;
-          phase(y, x) = wrapped < 2.0F * pi ? wrapped : 0.0F;
+          float const wrapped = angle < 0.0F ? angle + twoPiFloat : angle;
+          phase(y, x) = wrapped < twoPiFloat ? wrapped : 0.0F;
         }
       }
     }

@@ -15,8 +15,7 @@ namespace vorn::mv {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586;
-constexpr double perTwoPi = 0.15915494309189535;
+constexpr double perTwoPi = 1.0 / CV_2PI;
 /// The smallest float jump whose excess over 2π is more than π.
 constexpr float tooFar = 9.42477798F;
 constexpr int blockLength = 512;
@@ -42,7 +41,7 @@ void gradeBlock(float const* upper, float const* phase, float const* lower, int 
     jumps[x] = larger(sideways, upright);
   }
   for (int x = 0; x < length; ++x) {
-    auto const excess = static_cast<float>(jumps[x] - twoPi);
+    auto const excess = static_cast<float>(jumps[x] - CV_2PI);
     quality[x] = static_cast<float>(1.0 - excess * perTwoPi);
   }
   for (int x = 0; x < length; ++x) {

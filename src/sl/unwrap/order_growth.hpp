@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "core/pi.hpp"
 #include "core/progress.hpp"
 #include "sl/coding/code_check.hpp"
 #include "sl/decode/scan_maps.hpp"
@@ -33,12 +34,11 @@ struct OrderMaps {
 
     /// As `calc_quality`: the larger, the smaller the largest jump of the phase to a neighbour.
     float quality(int x) const {
-      constexpr double period = 6.283185307179586;
-      constexpr double perPeriod = 0.15915494309189535;
+      constexpr double perPeriod = 1.0 / CV_2PI;
       float const p = phases[x];
       float const jump = std::max(std::max(std::fabs(p - phases[x - 1]), std::fabs(p - phases[x + 1])),
                                   std::max(std::fabs(p - above[x]), std::fabs(p - below[x])));
-      return static_cast<float>(1.0 - static_cast<float>(jump - period) * perPeriod);
+      return static_cast<float>(1.0 - static_cast<float>(jump - CV_2PI) * perPeriod);
     }
 
     uchar state(int x) const {
@@ -48,14 +48,14 @@ struct OrderMaps {
                                        : unwrap_state::refused;
     }
     float known(int x) const {
-      return pixel_state::isKnown(states[x]) ? phases[x] + twoPi * static_cast<float>(orders[x])
+      return pixel_state::isKnown(states[x]) ? phases[x] + twoPiFloat * static_cast<float>(orders[x])
                                              : std::numeric_limits<float>::quiet_NaN();
     }
     bool isOpen(int x) const { return states[x] == pixel_state::open; }
     void wait(int x) const { states[x] = pixel_state::waiting; }
     void settle(int x, float absolute, uchar state) const {
       if (state == unwrap_state::unwrapped) {
-        orders[x] = static_cast<short>(std::lrint((absolute - phases[x]) / twoPi));
+        orders[x] = static_cast<short>(std::lrint((absolute - phases[x]) / twoPiFloat));
         states[x] = pixel_state::grown;
       } else if (state == unwrap_state::refused) {
         states[x] = pixel_state::noCode;

@@ -8,15 +8,13 @@
 #include <cstddef>
 #include <limits>
 
+#include "core/pi.hpp"
 #include "sl/unwrap/order_growth.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586;
-constexpr float twoPiFloat = 6.2831855F;
-constexpr float piFloat = 3.1415927F;
 constexpr float rejected = -1.0F;
 
 /// std::floor, inline: growth asks for it four times a pixel.
@@ -39,7 +37,7 @@ Fit fitOrder(float wrapped, std::array<float, 4> const& known) {
   float best = rejected;
   float bestDistance = 9999.0F;
   for (float const absolute : known) {
-    float const order = floorOf(static_cast<float>((absolute - wrapped) / twoPi + 0.5));
+    float const order = floorOf(static_cast<float>((absolute - wrapped) / CV_2PI + 0.5));
     float const candidate = order * twoPiFloat + wrapped;
     float const distance = std::abs(candidate - absolute);
     // Which neighbours are unwrapped is as good as random: selecting is cheaper than branching.

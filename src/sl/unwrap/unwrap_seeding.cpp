@@ -4,13 +4,13 @@
 
 #include <utility>
 
+#include "core/pi.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
-constexpr float twoPi = 6.2831855F;
 constexpr float rejected = -1.0F;
 
 VORN_TARGET_CLONES
@@ -26,7 +26,7 @@ VORN_TARGET_CLONES
 void addOrders(uchar const* sources, std::int16_t const* code, uchar const* mask, int length,
                float* __restrict phase) {
   for (int x = 0; x < length; ++x) {
-    float const absolute = phase[x] + static_cast<float>(code[x]) * twoPi;
+    float const absolute = phase[x] + static_cast<float>(code[x]) * twoPiFloat;
     float const kept = sources[x] != 0 ? absolute : phase[x];
     phase[x] = mask[x] != 0 ? kept : rejected;
   }
