@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "core/radix_sort.hpp"
 #include "core/simd.hpp"
 #include "pointcloud/octree_search.hpp"
 #include "pointcloud/point_access.hpp"
@@ -22,12 +23,8 @@ using Octant = BasicOctant<unsigned>;
 constexpr int levelsPerKey = 10;
 /// Points whose keys are worked out together.
 constexpr int batchSize = 64;
-/// Digits of the radix sort: three passes of ten bits.
-constexpr int digitBits = 10;
-constexpr unsigned digitCount = 1U << digitBits;
-constexpr int keyBits = 3 * levelsPerKey;
-/// Below this number of points a comparison sort beats clearing the radix sort's counters.
-constexpr std::size_t radixSortThreshold = 512;
+/// Of the radix sort, which makes three passes.
+constexpr unsigned int digitBits = levelsPerKey;
 
 /// A point's key in the upper and its index in the lower half, so that sorting by the whole keeps the index
 /// order.
@@ -191,37 +188,10 @@ private:
       std::stable_sort(keyed.begin(), keyed.end(),
                        [](KeyedPoint a, KeyedPoint b) { return keyOf(a) < keyOf(b); });
     } else {
-      radixSort(keyed);
+      std::vector<KeyedPoint> other;
+      sortByUpperHalf<digitBits, KeyOrder::Rising>(keyed, other);
     }
     return keyed;
-  }
-
-  static void radixSort(std::vector<KeyedPoint>& keyed) {
-    constexpr int passes = keyBits / digitBits;
-    std::vector<std::array<unsigned, digitCount>> counts(passes);
-    for (KeyedPoint const point : keyed) {
-      for (int pass = 0; pass < passes; ++pass) {
-        ++counts[static_cast<std::size_t>(pass)][(keyOf(point) >> (pass * digitBits)) % digitCount];
-      }
-    }
-    std::vector<KeyedPoint> sorted(keyed.size());
-    for (int pass = 0; pass < passes; ++pass) {
-      int const shift = 32 + pass * digitBits;
-      std::array<unsigned, digitCount>& next = counts[static_cast<std::size_t>(pass)];
-      if (next[(keyed.front() >> shift) % digitCount] == keyed.size()) {
-        continue; // All digits are the same.
-      }
-      unsigned start = 0;
-      for (unsigned& count : next) {
-        unsigned const size = count;
-        count = start;
-        start += size;
-      }
-      for (KeyedPoint const point : keyed) {
-        sorted[next[(point >> shift) % digitCount]++] = point;
-      }
-      keyed.swap(sorted);
-    }
   }
 
   /// Makes the children of an octant and theirs, as far as the keys reach; `keyed` is addressed by chain

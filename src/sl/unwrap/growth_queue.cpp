@@ -3,55 +3,13 @@
 #include "sl/unwrap/growth_queue.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <functional>
 
+#include "core/radix_sort.hpp"
+
 namespace vorn::mv {
-
-namespace {
-
-/// Below this number of keys a comparison sort beats clearing the counters of the radix sort.
-constexpr std::size_t radixSortThreshold = 512;
-
-/// Qualities are sorted in three passes.
-constexpr unsigned int digitBits = 11;
-constexpr std::size_t digitValues = std::size_t{1} << digitBits;
-constexpr std::array<unsigned int, 3> digitShifts = {32, 32 + digitBits, 32 + 2 * digitBits};
-
-/// Sorts keys by falling upper halves; equal ones keep their order. `other` is working memory.
-void radixSort(std::vector<std::uint64_t>& keys, std::vector<std::uint64_t>& other) {
-  // The largest digit comes first.
-  auto const digitOf = [](std::uint64_t key, unsigned int shift) {
-    return static_cast<std::size_t>(~key >> shift) % digitValues;
-  };
-  std::array<std::array<std::uint32_t, digitValues>, digitShifts.size()> counts{};
-  for (std::uint64_t const key : keys) {
-    for (std::size_t pass = 0; pass < digitShifts.size(); ++pass) {
-      ++counts[pass][digitOf(key, digitShifts[pass])];
-    }
-  }
-  for (std::size_t pass = 0; pass < digitShifts.size(); ++pass) {
-    unsigned int const shift = digitShifts[pass];
-    if (counts[pass][digitOf(keys[0], shift)] == keys.size()) {
-      continue;
-    }
-    std::uint32_t start = 0;
-    for (std::uint32_t& count : counts[pass]) {
-      std::uint32_t const size = count;
-      count = start;
-      start += size;
-    }
-    other.resize(keys.size());
-    for (std::uint64_t const key : keys) {
-      other[counts[pass][digitOf(key, shift)]++] = key;
-    }
-    keys.swap(other);
-  }
-}
-
-} // namespace
 
 void GrowthQueue::clear() {
   clearSeeds();
@@ -78,7 +36,8 @@ void GrowthQueue::sortSeeds() {
   if (seeds_.size() < radixSortThreshold) {
     std::sort(seeds_.begin(), seeds_.end(), std::greater<>());
   } else {
-    radixSort(seeds_, sorted_);
+    constexpr unsigned int digitBits = 11; // a float in three passes
+    sortByUpperHalf<digitBits, KeyOrder::Falling>(seeds_, sorted_);
   }
 }
 

@@ -1,0 +1,53 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace vorn {
+
+/// Below this number of keys a comparison sort beats clearing the counters of the radix sort.
+constexpr std::size_t radixSortThreshold = 512;
+
+enum class KeyOrder { Rising, Falling };
+
+/// Sorts keys by their upper halves, of which the lowest 3 `digitBits` bits count; equal ones keep their order.
+/// @param keys fewer than 2^32
+/// @param other working memory
+template <unsigned int digitBits, KeyOrder order>
+void sortByUpperHalf(std::vector<std::uint64_t>& keys, std::vector<std::uint64_t>& other) {
+  constexpr std::size_t digitValues = std::size_t{1} << digitBits;
+  constexpr std::array<unsigned int, 3> shifts = {32, 32 + digitBits, 32 + 2 * digitBits};
+  auto const digitOf = [](std::uint64_t key, unsigned int shift) {
+    return static_cast<std::size_t>((order == KeyOrder::Falling ? ~key : key) >> shift) % digitValues;
+  };
+  std::array<std::array<std::uint32_t, digitValues>, shifts.size()> counts{};
+  for (std::uint64_t const key : keys) {
+    for (std::size_t pass = 0; pass < shifts.size(); ++pass) {
+      ++counts[pass][digitOf(key, shifts[pass])];
+    }
+  }
+  for (std::size_t pass = 0; pass < shifts.size(); ++pass) {
+    unsigned int const shift = shifts[pass];
+    std::array<std::uint32_t, digitValues>& next = counts[pass];
+    if (keys.empty() || next[digitOf(keys[0], shift)] == keys.size()) {
+      continue; // all digits are the same
+    }
+    std::uint32_t start = 0;
+    for (std::uint32_t& count : next) {
+      std::uint32_t const size = count;
+      count = start;
+      start += size;
+    }
+    other.resize(keys.size());
+    for (std::uint64_t const key : keys) {
+      other[next[digitOf(key, shift)]++] = key;
+    }
+    keys.swap(other);
+  }
+}
+
+} // namespace vorn
