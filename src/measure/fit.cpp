@@ -9,6 +9,7 @@
 
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
+#include "core/median.hpp"
 #include "measure/robust_fit.hpp"
 
 namespace vorn::mv {
@@ -46,9 +47,7 @@ double bandWidth(std::vector<double> values, double share) {
   double const tail = (1.0 - share) / 2.0;
   auto const last = static_cast<double>(values.size() - 1);
   auto const ranked = [&](double place) {
-    auto const nth = values.begin() + static_cast<std::ptrdiff_t>(std::lround(place * last));
-    std::nth_element(values.begin(), nth, values.end());
-    return *nth;
+    return rankedAmong(values, static_cast<std::size_t>(std::lround(place * last)));
   };
   double const low = ranked(tail);
   return ranked(1.0 - tail) - low;

@@ -12,6 +12,7 @@
 #include <vorn/mv/measure/fit.hpp>
 
 #include "core/error.hpp"
+#include "core/median.hpp"
 #include "measure/shape.hpp"
 
 namespace vorn::mv {
@@ -45,10 +46,7 @@ double typicalDistance(Shape const& shape, Points const& points, Indices const& 
   for (std::size_t const i : among) {
     distances.push_back(std::abs(shape.residual(points[i])));
   }
-  std::size_t const rank = std::min(among.size() - 1, (among.size() + Shape::unknowns) / 2);
-  auto const nth = distances.begin() + static_cast<std::ptrdiff_t>(rank);
-  std::nth_element(distances.begin(), nth, distances.end());
-  return *nth;
+  return rankedAmong(distances, std::min(among.size() - 1, (among.size() + Shape::unknowns) / 2));
 }
 
 /// How far from the shape an inlier may be.

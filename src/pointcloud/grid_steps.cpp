@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "core/median.hpp"
 #include "pointcloud/point_access.hpp"
 
 namespace vorn::mv {
@@ -34,12 +35,7 @@ float medianSpacing(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& st
       }
     }
   }
-  if (distances.empty()) {
-    return 0.0F;
-  }
-  auto const middle = distances.begin() + static_cast<std::ptrdiff_t>(distances.size() / 2);
-  std::nth_element(distances.begin(), middle, distances.end());
-  return std::sqrt(*middle);
+  return std::sqrt(medianAmong(distances));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include "core/error.hpp"
+#include "core/median.hpp"
 #include "pointcloud/grid_normals.hpp"
 #include "pointcloud/grid_steps.hpp"
 #include "pointcloud/neighbour_normals.hpp"
@@ -40,12 +41,7 @@ cv::Mat_<uchar> weakFits(NormalField const& field) {
       errors.push_back(error);
     }
   }
-  float limit = 0.0F;
-  if (!errors.empty()) {
-    auto const middle = errors.begin() + static_cast<std::ptrdiff_t>(errors.size() / 2);
-    std::nth_element(errors.begin(), middle, errors.end());
-    limit = weakOverMedian * *middle;
-  }
+  float const limit = weakOverMedian * medianAmong(errors);
   cv::Mat_<uchar> weak(field.fitError.size());
   std::transform(field.fitError.begin(), field.fitError.end(), weak.begin(),
                  [limit](float error) { return static_cast<uchar>(error <= limit ? 0 : 255); });

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "core/median.hpp"
 #include "pointcloud/grid_steps.hpp"
 #include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
@@ -57,12 +58,7 @@ double medianNeighbourDistance(cv::Mat_<cv::Vec3f> const& points, GridOctree con
       squares.push_back(nearest.worst());
     }
   }
-  if (squares.empty()) {
-    return 0.0;
-  }
-  auto const middle = squares.begin() + static_cast<std::ptrdiff_t>(squares.size() / 2);
-  std::nth_element(squares.begin(), middle, squares.end());
-  return std::sqrt(static_cast<double>(*middle));
+  return std::sqrt(static_cast<double>(medianAmong(squares)));
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/median.hpp"
 #include "registration/held_motions.hpp"
 #include "registration/small_motion.hpp"
 
@@ -29,7 +30,7 @@ constexpr int mostLeadingSteps = 30;
 constexpr std::size_t medianPairs = 40000;
 
 template <class Value>
-double medianOf(std::vector<SurfacePair> const& pairs, Value const& value) {
+double medianOfPairs(std::vector<SurfacePair> const& pairs, Value const& value) {
   std::vector<double> values;
   // Odd, so that it takes all columns of a patch in turn.
   std::size_t const stride = std::max<std::size_t>(1, pairs.size() / medianPairs) | 1U;
@@ -38,12 +39,7 @@ double medianOf(std::vector<SurfacePair> const& pairs, Value const& value) {
       values.push_back(value(pairs[i]));
     }
   }
-  if (values.empty()) {
-    return 0.0;
-  }
-  auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+  return medianAmong(values);
 }
 
 } // namespace
@@ -95,12 +91,12 @@ bool SurfaceRegistration::step(SourceSamples const& samples, double& stepOverUnc
   if (!findValidPairs(samples)) {
     return false;
   }
-  result_.sigma =
-      sigmaOverMedian * medianOf(pairs_, [](SurfacePair const& pair) { return std::abs(pair.residual); });
+  result_.sigma = sigmaOverMedian *
+                  medianOfPairs(pairs_, [](SurfacePair const& pair) { return std::abs(pair.residual); });
   cutoff_ = cutoffOverSigma * result_.sigma;
   equations_ = sumEquations(samples, pairs_, cutoff_);
   if (settings_.maxDistance <= 0.0) {
-    double const median = medianOf(pairs_, [](SurfacePair const& pair) { return pair.distance; });
+    double const median = medianOfPairs(pairs_, [](SurfacePair const& pair) { return pair.distance; });
     rule_.maxDistance = gateOverMedian * median + target_.spacing();
   }
   HeldMotions const motions = heldMotionsOf(equations_);

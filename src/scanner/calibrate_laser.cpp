@@ -14,6 +14,7 @@
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 
+#include "core/median.hpp"
 #include "scanner/laser_on_target.hpp"
 #include "scanner/target_views.hpp"
 
@@ -157,10 +158,8 @@ bool dropStrayPoints(std::vector<CalibratedView>& views, Distances const& distan
   if (all.empty()) {
     return false;
   }
-  auto const middle = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2);
-  std::nth_element(all.begin(), middle, all.end());
   constexpr double mostRelativeDistance = 7.5; // five standard deviations of a normal distribution
-  double const most = mostRelativeDistance * *middle;
+  double const most = mostRelativeDistance * medianAmong(all);
   bool isAnyDropped = false;
   std::size_t number = 0;
   for (CalibratedView& view : views) {

@@ -7,6 +7,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "core/median.hpp"
+
 namespace vorn::mv {
 
 namespace {
@@ -37,10 +39,8 @@ cv::Mat evenGround(cv::Mat const& target, Stripe const& stripe) {
   for (LaserPeak const& peak : stripe.peaks) {
     widths.push_back(peak.width);
   }
-  auto const middle = widths.begin() + static_cast<std::ptrdiff_t>(widths.size() / 2);
-  std::nth_element(widths.begin(), middle, widths.end());
   constexpr float widthsToEnd = 3;
-  int const across = 2 * cvCeil(widthsToEnd * *middle) + 1;
+  int const across = 2 * cvCeil(widthsToEnd * medianAmong(widths)) + 1;
   constexpr int along = 3; // the lens's blur
   bool const isPerColumn = stripe.direction == LaserLineOptions::Direction::PerColumn;
   cv::Mat const reach(isPerColumn ? cv::Size(along, across) : cv::Size(across, along), CV_8U, cv::Scalar(1));

@@ -9,6 +9,7 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
+#include "core/median.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/target_views.hpp"
 
@@ -57,9 +58,7 @@ float farthestOf(cv::Mat_<float> const& map) {
   if (values.empty()) {
     return 0;
   }
-  auto const nth = values.begin() + static_cast<std::ptrdiff_t>(values.size() - 1 - values.size() / 2000);
-  std::nth_element(values.begin(), nth, values.end());
-  return *nth;
+  return rankedAmong(values, values.size() - 1 - values.size() / 2000);
 }
 
 cv::Size guessProjector(DecodedExtent const& columns, DecodedExtent const& rows) {

@@ -11,6 +11,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "core/error.hpp"
+#include "core/median.hpp"
 #include "scanner/side_by_side.hpp"
 
 namespace vorn::mv {
@@ -51,9 +52,7 @@ bool rejectOutliers(std::vector<CalibratedView>& views, std::vector<std::string>
     if (errors.empty()) {
       break;
     }
-    auto const middle = errors.begin() + static_cast<std::ptrdiff_t>(errors.size() / 2);
-    std::nth_element(errors.begin(), middle, errors.end());
-    double const most = std::max(settings.outlierError, settings.outlierRatio * *middle);
+    double const most = std::max(settings.outlierError, settings.outlierRatio * medianAmong(errors));
     for (CalibratedView& view : views) {
       double const error = view.isUsed() ? rms(view.devices[device].residuals) : 0;
       if (error > most) {

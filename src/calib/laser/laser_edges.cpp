@@ -115,9 +115,7 @@ NoiseModel noiseOf(std::vector<LaserSample> const& samples, std::vector<Chain> c
 }
 
 double lowerQuartile(std::vector<double> values) {
-  auto const quarter = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 4);
-  std::nth_element(values.begin(), quarter, values.end());
-  return *quarter;
+  return rankedAmong(values, values.size() / 4);
 }
 
 /// Flags the stripes whose odd part, or its mean over neighbours, is too large for noise.

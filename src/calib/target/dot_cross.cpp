@@ -6,6 +6,7 @@
 
 #include "calib/target/dot_grid.hpp"
 #include "calib/target/point_buckets.hpp"
+#include "core/median.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -112,9 +113,7 @@ std::vector<std::optional<GridCross>> findCrosses(std::vector<DotCandidate> cons
   if (candidates.empty()) {
     return crosses;
   }
-  auto const middle = areas.begin() + static_cast<std::ptrdiff_t>(areas.size() / 2);
-  std::nth_element(areas.begin(), middle, areas.end());
-  PointBuckets const buckets(centres, 2.0 * std::sqrt(*middle));
+  PointBuckets const buckets(centres, 2.0 * std::sqrt(medianAmong(areas)));
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     crosses[i] =
         crossOf(candidates, oppositePairs(nearestNeighbours(candidates, i, buckets, areaMultiplier)));

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "core/median.hpp"
+
 namespace vorn::mv {
 namespace {
 
@@ -147,21 +149,16 @@ GreyPlane robustPlane(cv::Mat const& image, GroundRing const& ring, cv::Point co
     }
   });
   std::vector<double> deviations(pixels.size());
-  auto const median = [](std::vector<double>& values) {
-    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-  };
   std::transform(pixels.begin(), pixels.end(), deviations.begin(), [](auto const& p) { return p.second; });
   GreyPlane plane;
-  plane.value = median(deviations);
+  plane.value = medianAmong(deviations);
   for (int round = 0; round < 4; ++round) {
     auto const deviation = [&](std::pair<cv::Point, double> const& p) {
       return std::abs(p.second - plane.at(p.first.x - origin.x, p.first.y - origin.y));
     };
     std::transform(pixels.begin(), pixels.end(), deviations.begin(), deviation);
     constexpr double gaussianSigma = 1.4826;
-    double const limit = std::max(2.5 * gaussianSigma * median(deviations), 1.0);
+    double const limit = std::max(2.5 * gaussianSigma * medianAmong(deviations), 1.0);
     PlaneSums sums(origin);
     for (auto const& pixel : pixels) {
       if (deviation(pixel) <= limit) {
