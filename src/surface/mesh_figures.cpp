@@ -1,0 +1,179 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <string>
+#include <vorn/mv/surface/mesh.hpp>
+
+#include "core/error.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+void checkTriangles(SurfaceMesh const& mesh, char const* function) {
+  auto const count = static_cast<int>(mesh.vertices.size());
+  for (cv::Vec3i const& triangle : mesh.triangles) {
+    for (int const corner : triangle.val) {
+      if (corner < 0 || corner >= count) {
+        throw error("A triangle names vertex " + std::to_string(corner) + " of " + std::to_string(count), function);
+      }
+    }
+  }
+}
+
+cv::Vec3d vertexAt(SurfaceMesh const& mesh, int index) {
+  return cv::Vec3d(mesh.vertices[static_cast<std::size_t>(index)]);
+}
+
+/// Twice the area of a triangle along its normal.
+cv::Vec3d crossOf(SurfaceMesh const& mesh, cv::Vec3i const& triangle) {
+  cv::Vec3d const origin = vertexAt(mesh, triangle[0]);
+  return (vertexAt(mesh, triangle[1]) - origin).cross(vertexAt(mesh, triangle[2]) - origin);
+}
+
+/// An edge of one triangle, from its lower to its higher vertex.
+struct Edge {
+  int low;
+  int high;
+  bool isForward; ///< the triangle goes from low to high
+
+  bool operator<(Edge const& other) const { return low != other.low ? low < other.low : high < other.high; }
+};
+
+std::vector<Edge> sortedEdges(SurfaceMesh const& mesh) {
+  std::vector<Edge> edges;
+  edges.reserve(3 * mesh.triangles.size());
+  for (cv::Vec3i const& triangle : mesh.triangles) {
+    for (int i = 0; i < 3; ++i) {
+      int const a = triangle[i];
+      int const b = triangle[(i + 1) % 3];
+      edges.push_back({std::min(a, b), std::max(a, b), a < b});
+    }
+  }
+  std::stable_sort(edges.begin(), edges.end());
+  return edges;
+}
+
+/// Follows the edges that only one triangle has, each from its start to its end, into closed loops.
+std::vector<std::vector<int>> loopsOf(std::vector<cv::Vec2i> boundary) {
+  std::sort(boundary.begin(), boundary.end(),
+            [](cv::Vec2i const& a, cv::Vec2i const& b) { return a[0] != b[0] ? a[0] < b[0] : a[1] < b[1]; });
+  std::vector<bool> isTaken(boundary.size());
+  std::vector<std::vector<int>> loops;
+  for (std::size_t first = 0; first < boundary.size(); ++first) {
+    std::vector<int> loop;
+    for (std::size_t edge = first; edge < boundary.size() && !isTaken[edge];) {
+      isTaken[edge] = true;
+      loop.push_back(boundary[edge][0]);
+      int const next = boundary[edge][1];
+      edge = static_cast<std::size_t>(
+          std::lower_bound(boundary.begin(), boundary.end(), next,
+                           [](cv::Vec2i const& a, int vertex) { return a[0] < vertex; }) -
+          boundary.begin());
+      // A vertex in two loops has two edges that start there.
+      while (edge < boundary.size() && boundary[edge][0] == next && isTaken[edge]) {
+        ++edge;
+      }
+      if (edge < boundary.size() && boundary[edge][0] != next) {
+        break;
+      }
+    }
+    if (!loop.empty()) {
+      loops.push_back(std::move(loop));
+    }
+  }
+  return loops;
+}
+
+std::size_t countPieces(SurfaceMesh const& mesh) {
+  std::vector<int> parents(mesh.vertices.size());
+  std::iota(parents.begin(), parents.end(), 0);
+  auto const rootOf = [&](int vertex) {
+    while (parents[static_cast<std::size_t>(vertex)] != vertex) {
+      int& parent = parents[static_cast<std::size_t>(vertex)];
+      parent = parents[static_cast<std::size_t>(parent)];
+      vertex = parent;
+    }
+    return vertex;
+  };
+  std::vector<bool> isUsed(mesh.vertices.size());
+  for (cv::Vec3i const& triangle : mesh.triangles) {
+    int const root = rootOf(triangle[0]);
+    for (int const corner : triangle.val) {
+      parents[static_cast<std::size_t>(rootOf(corner))] = root;
+      isUsed[static_cast<std::size_t>(corner)] = true;
+    }
+  }
+  std::size_t pieces = 0;
+  for (std::size_t i = 0; i < parents.size(); ++i) {
+    pieces += isUsed[i] && parents[i] == static_cast<int>(i) ? 1 : 0;
+  }
+  return pieces;
+}
+
+} // namespace
+
+MeshFigures figuresOf(SurfaceMesh const& mesh) {
+  checkTriangles(mesh, "figuresOf");
+  MeshFigures figures;
+  cv::Vec3d const origin = mesh.vertices.empty() ? cv::Vec3d() : vertexAt(mesh, 0);
+  double sixVolumes = 0.0;
+  for (cv::Vec3i const& triangle : mesh.triangles) {
+    cv::Vec3d const cross = crossOf(mesh, triangle);
+    double const area = std::sqrt(cross.dot(cross)) / 2.0;
+    figures.area += area;
+    figures.degenerateTriangles += area > 0.0 ? 0 : 1;
+    sixVolumes += cross.dot(vertexAt(mesh, triangle[0]) - origin);
+  }
+  std::vector<Edge> const edges = sortedEdges(mesh);
+  std::vector<cv::Vec2i> boundary;
+  for (std::size_t first = 0; first < edges.size();) {
+    std::size_t end = first;
+    while (end < edges.size() && !(edges[first] < edges[end])) {
+      ++end;
+    }
+    Edge const& edge = edges[first];
+    if (end - first == 1) {
+      // Against the triangle's way, so that the loop goes round the hole as the surface beyond would.
+      boundary.emplace_back(edge.isForward ? edge.high : edge.low, edge.isForward ? edge.low : edge.high);
+    } else if (end - first > 2 || edge.isForward == edges[first + 1].isForward) {
+      ++figures.faultyEdges;
+    }
+    first = end;
+  }
+  bool const isClosed = boundary.empty() && figures.faultyEdges == 0 && !mesh.triangles.empty();
+  figures.volume = isClosed ? sixVolumes / 6.0 : std::numeric_limits<double>::quiet_NaN();
+  figures.boundaries = loopsOf(std::move(boundary));
+  figures.pieces = countPieces(mesh);
+  return figures;
+}
+
+std::vector<cv::Vec3f> vertexNormalsOf(SurfaceMesh const& mesh) {
+  checkTriangles(mesh, "vertexNormalsOf");
+  std::vector<cv::Vec3d> sums(mesh.vertices.size());
+  for (cv::Vec3i const& triangle : mesh.triangles) {
+    cv::Vec3d const cross = crossOf(mesh, triangle);
+    double const length = std::sqrt(cross.dot(cross));
+    if (!(length > 0.0)) {
+      continue;
+    }
+    for (int i = 0; i < 3; ++i) {
+      cv::Vec3d const corner = vertexAt(mesh, triangle[i]);
+      cv::Vec3d const a = vertexAt(mesh, triangle[(i + 1) % 3]) - corner;
+      cv::Vec3d const b = vertexAt(mesh, triangle[(i + 2) % 3]) - corner;
+      double const angle = std::atan2(length, a.dot(b));
+      sums[static_cast<std::size_t>(triangle[i])] += cross * (angle / length);
+    }
+  }
+  std::vector<cv::Vec3f> normals(sums.size());
+  std::transform(sums.begin(), sums.end(), normals.begin(), [](cv::Vec3d const& sum) {
+    double const length = std::sqrt(sum.dot(sum));
+    return length > 0.0 ? cv::Vec3f(sum * (1.0 / length)) : cv::Vec3f();
+  });
+  return normals;
+}
+
+} // namespace vorn::mv

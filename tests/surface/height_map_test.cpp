@@ -1,0 +1,119 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include <vorn/mv/surface/height_map.hpp>
+
+#include "support/expect_error.hpp"
+#include "support/point_sets.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using namespace vorn::test;
+
+/// Five points in the cell (1, 2) of a grid of 2 x 4 cells over z = 10, one at its other end.
+PointCloud heap() {
+  cv::Mat_<cv::Vec3f> points(1, 8);
+  float const heights[] = {14.0F, 11.0F, 12.0F, 19.0F, 13.0F};
+  for (int i = 0; i < 5; ++i) {
+    points(i) = {4.0F + 0.1F * static_cast<float>(i), 2.0F, heights[i]};
+  }
+  points(5) = {0.0F, 0.0F, 10.0F};
+  points(6) = {6.0F, 0.0F, 11.5F};
+  points(7) = {4.0F, 2.0F, notANumber};
+  PointCloud cloud(points, false);
+  cloud.fields()["sigma"] = (cv::Mat_<float>(1, 8) << 1, 1, 0.5F, 2, 1, 1, 1, 1);
+  return cloud;
+}
+
+TEST(HeightMap, TakesTheHeightThatItsRuleSays) {
+  HeightMapSettings settings;
+  settings.plane = Plane3f(cv::Point3f(0, 0, 10), cv::Vec3f(0, 0, 1));
+  settings.cellSize = 2.0;
+  std::pair<HeightRule, double> const rules[] = {
+      {HeightRule::Top, 9.0},
+      {HeightRule::Mean, (4.0 + 1.0 + 2.0 + 9.0 + 3.0) / 5.0},
+      {HeightRule::Median, 3.0},
+      {HeightRule::Weighted, (4.0 + 1.0 + 4.0 * 2.0 + 9.0 / 4.0 + 3.0) / (3.0 + 4.0 + 0.25)}};
+  for (auto const& [rule, height] : rules) {
+    settings.rule = rule;
+    HeightMap const map = heightMapOf(heap(), settings);
+    ASSERT_EQ(map.heights.size(), cv::Size(4, 2));
+    EXPECT_NEAR(static_cast<double>(map.heights(1, 2)), height, 1e-5);
+    EXPECT_EQ(map.counts(1, 2), 5);
+    EXPECT_EQ(map.heights(0, 3), 1.5F);
+    EXPECT_TRUE(std::isnan(map.heights(0, 1)));
+    EXPECT_EQ(map.counts(0, 1), 0);
+    EXPECT_DOUBLE_EQ(map.coverage, 3.0 / 8.0);
+  }
+  PointCloud even = heap();
+  even.state()(3) = 1;
+  settings.rule = HeightRule::Median;
+  EXPECT_EQ(heightMapOf(even, settings).heights(1, 2), 2.5F) << "the mean of the two in the middle";
+}
+
+TEST(HeightMap, FitsItsPlaneAndGoesBackToTheCloud) {
+  // A tilted plane with a box of height 2 on it, seen from the origin.
+  cv::Vec3d const x = cv::Vec3d(2.0, 0.0, 1.0) * (1.0 / std::sqrt(5.0));
+  cv::Vec3d const y(0.0, 1.0, 0.0);
+  cv::Vec3d const up = x.cross(y) * -1.0;
+  cv::Mat_<cv::Vec3f> points(80, 100);
+  for (int row = 0; row < 80; ++row) {
+    for (int column = 0; column < 100; ++column) {
+      bool const isBox = row >= 38 && row < 42 && column >= 48 && column < 52;
+      points(row, column) = cv::Vec3d(10, 20, 300) + 0.3 * column * x + 0.3 * row * y + (isBox ? 2.0 : 0.0) * up;
+    }
+  }
+  PointCloud const cloud(points, true);
+  HeightMapSettings settings;
+  settings.cellSize = 0.3;
+  HeightMap const map = heightMapOf(cloud, settings);
+  EXPECT_GT(map.coverage, 0.9);
+  double low = 0.0;
+  double high = 0.0;
+  cv::minMaxLoc(map.heights, &low, &high, nullptr, nullptr, map.counts > 0);
+  EXPECT_NEAR(high - low, 2.0, 0.05) << "towards the sensor is up";
+  PointCloud const back = cloudOf(map);
+  EXPECT_TRUE(back.isOrganized());
+  for (int row = 5; row < back.points().rows - 5; row += 7) {
+    for (int column = 5; column < back.points().cols - 5; column += 7) {
+      cv::Vec3d const point(back.points()(row, column));
+      double const above = (point - cv::Vec3d(10, 20, 300)).dot(up);
+      EXPECT_TRUE(!std::isfinite(point[2]) || std::abs(above) < 0.05 || std::abs(above - 2.0) < 0.05) << above;
+    }
+  }
+  EXPECT_NEAR(heightMapOf(cloud).cellSize, 0.3, 0.01) << "a point a cell";
+}
+
+TEST(HeightMap, RefusesWhatHasNone) {
+  expectError([] { heightMapOf(PointCloud()); }, "0 points, fewer than 3");
+  cv::Mat_<cv::Vec3f> line(1, 50);
+  for (int i = 0; i < 50; ++i) {
+    line(i) = cv::Vec3f(1.0F, 2.0F, 3.0F) * static_cast<float>(i);
+  }
+  expectError([&] { heightMapOf(PointCloud(line, false)); }, "lie on a line");
+  HeightMapSettings settings;
+  settings.cellSize = 1e-7;
+  expectError([&] { heightMapOf(heap(), settings); }, "no grid of at most 2^28 cells");
+  settings.cellSize = -1.0;
+  expectError([&] { heightMapOf(heap(), settings); }, "no grid");
+  settings = {};
+  settings.plane = Plane3f();
+  expectError([&] { heightMapOf(heap(), settings); }, "no normal");
+  settings = {};
+  settings.rule = HeightRule::Weighted;
+  PointCloud cloud = heap();
+  cloud.fields()["sigma"] = cv::Mat_<float>(1, 8, 0.0F);
+  expectError([&] { heightMapOf(cloud, settings); }, "sigma is 0");
+  cloud.fields().clear();
+  expectError([&] { heightMapOf(cloud, settings); }, "no field sigma");
+  expectError([] { cloudOf(HeightMap()); }, "cell size is 0");
+}
+
+} // namespace
+} // namespace vorn::mv

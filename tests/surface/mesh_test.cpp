@@ -1,0 +1,174 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <vorn/graphic/stl_file.hpp>
+#include <vorn/mv/surface/mesh.hpp>
+
+#include "support/expect_error.hpp"
+#include "support/point_sets.hpp"
+#include "support/temporary_folder.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using namespace vorn::test;
+
+/// A tilted plane 100 in front of the sensor, 0.5 apart.
+cv::Mat_<cv::Vec3f> tilted(int rows, int columns) {
+  cv::Mat_<cv::Vec3f> points(rows, columns);
+  for (int row = 0; row < rows; ++row) {
+    for (int column = 0; column < columns; ++column) {
+      float const x = 0.5F * static_cast<float>(column);
+      points(row, column) = {x, 0.5F * static_cast<float>(row), 100.0F + 0.75F * x};
+    }
+  }
+  return points;
+}
+
+/// A cube of edge 2 whose corners are counterclockwise seen from outside.
+SurfaceMesh cube() {
+  SurfaceMesh mesh;
+  for (int i = 0; i < 8; ++i) {
+    mesh.vertices.emplace_back(cv::Vec3d(i % 2 * 2.0 + 50.0, i / 2 % 2 * 2.0, i / 4 * 2.0));
+  }
+  mesh.triangles = {{0, 2, 1}, {1, 2, 3}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
+                    {2, 6, 3}, {3, 6, 7}, {0, 4, 2}, {2, 4, 6}, {1, 3, 5}, {3, 7, 5}};
+  return mesh;
+}
+
+TEST(GridMesh, CoversAPlaneExactlyAndFacesTheSensor) {
+  cv::Mat_<cv::Vec3b> const texture(30, 40, cv::Vec3b(1, 2, 3));
+  SurfaceMesh const mesh = meshOf(PointCloud(tilted(30, 40), true, {}, texture));
+  MeshFigures const figures = figuresOf(mesh);
+  EXPECT_EQ(mesh.triangles.size(), 2U * 29 * 39);
+  EXPECT_EQ(mesh.vertices.size(), 1200U);
+  EXPECT_NEAR(figures.area, 14.5 * 19.5 * 1.25, 1e-3);
+  EXPECT_EQ(figures.pieces, 1U);
+  EXPECT_EQ(figures.faultyEdges, 0U);
+  EXPECT_TRUE(std::isnan(figures.volume)) << "an open mesh encloses nothing";
+  ASSERT_EQ(figures.boundaries.size(), 1U);
+  EXPECT_EQ(figures.boundaries[0].size(), 2U * (29 + 39));
+  for (cv::Vec3f const& normal : mesh.normals) {
+    ASSERT_LT(cv::norm(normal - cv::Vec3f(0.6F, 0.0F, -0.8F)), 1e-5F);
+  }
+  EXPECT_EQ(graphicObjectOf(mesh).colors()[0], cv::Vec4b(3, 2, 1, 255));
+  EXPECT_EQ(mesh.cells[41], 41U);
+}
+
+TEST(GridMesh, FacesTheSensorWhateverTheOrderOfRows) {
+  cv::Mat_<cv::Vec3f> flipped;
+  cv::flip(tilted(30, 40), flipped, 0);
+  for (cv::Vec3f const& normal : meshOf(PointCloud(flipped, true)).normals) {
+    ASSERT_LT(normal[2], 0.0F);
+  }
+}
+
+TEST(GridMesh, KeepsHolesAndDoesNotBridgeSteps) {
+  cv::Mat_<cv::Vec3f> points = tilted(30, 40);
+  for (int row = 0; row < 30; ++row) {
+    for (int column = 20; column < 40; ++column) {
+      points(row, column)[2] += 4.0F;
+    }
+  }
+  points(10, 10)[0] = notANumber;
+  PointCloud cloud(points, true);
+  cloud.state()(10, 11) = 1;
+  cloud.state()(29, 39) = 255;
+  SurfaceMesh const mesh = meshOf(cloud);
+  MeshFigures const figures = figuresOf(mesh);
+  EXPECT_EQ(figures.pieces, 2U);
+  EXPECT_EQ(figures.faultyEdges, 0U);
+  EXPECT_EQ(figures.boundaries.size(), 3U) << "two outer ends and a hole";
+  EXPECT_EQ(mesh.vertices.size(), 1197U);
+  std::size_t const shortest = std::min_element(figures.boundaries.begin(), figures.boundaries.end(),
+                                                [](auto const& a, auto const& b) { return a.size() < b.size(); })
+                                   ->size();
+  EXPECT_EQ(shortest, 6U) << "ten cells around two, less four corners that three points close";
+  for (cv::Vec3i const& triangle : mesh.triangles) {
+    std::set<bool> sides;
+    for (int const corner : triangle.val) {
+      sides.insert(mesh.cells[static_cast<std::size_t>(corner)] % 40 >= 20);
+    }
+    ASSERT_EQ(sides.size(), 1U);
+  }
+}
+
+TEST(GridMesh, RefusesWhatHasNoMesh) {
+  expectError([] { meshOf(PointCloud(tilted(10, 10), false)); }, "no grid");
+  expectError([] { meshOf(PointCloud(cv::Mat_<cv::Vec3f>(9, 9, cv::Vec3f(1, 2, 3)), true)); }, "81 present points");
+  expectError([] { meshOf(PointCloud(cv::Mat_<cv::Vec3f>(), true)); }, "0 present points");
+  MeshSettings settings;
+  settings.maxViewAngle = 0.0;
+  expectError([&] { meshOf(PointCloud(tilted(10, 10), true), settings); }, "maxViewAngle is 0");
+  settings = {};
+  settings.maxEdge = 0.4F;
+  expectError([&] { meshOf(PointCloud(tilted(10, 10), true), settings); }, "can be joined");
+}
+
+TEST(GridMesh, IsWrittenAsStl) {
+  TemporaryFolder const folder;
+  SurfaceMesh const mesh = meshOf(PointCloud(tilted(12, 9), true));
+  graphic::STLFile().write(folder / "mesh.stl", graphicObjectOf(mesh));
+  EXPECT_EQ(graphic::STLFile().read(folder / "mesh.stl").triangles().size(), mesh.triangles.size());
+}
+
+TEST(MeshFigures, AreThoseOfACube) {
+  SurfaceMesh mesh = cube();
+  MeshFigures const figures = figuresOf(mesh);
+  EXPECT_NEAR(figures.area, 24.0, 1e-9);
+  EXPECT_NEAR(figures.volume, 8.0, 1e-9);
+  EXPECT_TRUE(figures.boundaries.empty());
+  std::vector<cv::Vec3f> const normals = vertexNormalsOf(mesh);
+  for (int i = 0; i < 8; ++i) {
+    // Weighted by angles, each face counts alike however it is cut into triangles.
+    cv::Vec3f const expected = cv::Vec3d(i % 2 * 2.0 - 1.0, i / 2 % 2 * 2.0 - 1.0, i / 4 * 2.0 - 1.0);
+    EXPECT_LT(cv::norm(normals[static_cast<std::size_t>(i)] - expected * (1.0F / std::sqrt(3.0F))), 1e-5F) << i;
+  }
+  for (cv::Vec3i& triangle : mesh.triangles) {
+    std::swap(triangle[1], triangle[2]);
+  }
+  EXPECT_NEAR(figuresOf(mesh).volume, -8.0, 1e-9) << "inside out";
+}
+
+TEST(MeshFigures, SayWhatIsWrong) {
+  SurfaceMesh flipped = cube();
+  std::swap(flipped.triangles[3][0], flipped.triangles[3][1]);
+  EXPECT_EQ(figuresOf(flipped).faultyEdges, 3U);
+  EXPECT_TRUE(std::isnan(figuresOf(flipped).volume));
+  SurfaceMesh fin = cube();
+  fin.vertices.emplace_back(0.0F, 0.0F, 9.0F);
+  fin.triangles.emplace_back(4, 5, 8);
+  EXPECT_EQ(figuresOf(fin).faultyEdges, 1U);
+  SurfaceMesh needle = cube();
+  needle.triangles.emplace_back(0, 0, 7);
+  EXPECT_EQ(figuresOf(needle).degenerateTriangles, 1U);
+  SurfaceMesh wrong = cube();
+  wrong.triangles.emplace_back(0, 1, 8);
+  expectError([&] { figuresOf(wrong); }, "names vertex 8 of 8");
+  expectError([&] { vertexNormalsOf(wrong); }, "names vertex 8 of 8");
+  SurfaceMesh two = cube();
+  SurfaceMesh const other = cube();
+  for (int i = 0; i < 8; ++i) {
+    two.vertices.push_back(other.vertices[static_cast<std::size_t>(i)] + cv::Vec3f(5.0F, 0.0F, 0.0F));
+  }
+  for (int i = 2; i < 12; ++i) {
+    two.triangles.push_back(other.triangles[static_cast<std::size_t>(i)] + cv::Vec3i(8, 8, 8));
+  }
+  MeshFigures const figures = figuresOf(two);
+  EXPECT_EQ(figures.pieces, 2U);
+  ASSERT_EQ(figures.boundaries.size(), 1U);
+  std::vector<int> loop = figures.boundaries[0];
+  std::sort(loop.begin(), loop.end());
+  EXPECT_EQ(loop, (std::vector<int>{8, 9, 10, 11})) << "the face that is missing";
+}
+
+} // namespace
+} // namespace vorn::mv
