@@ -14,7 +14,8 @@ constexpr std::size_t radixSortThreshold = 512;
 
 enum class KeyOrder { Rising, Falling };
 
-/// Sorts keys by their upper halves, of which the lowest 3 `digitBits` bits count; equal ones keep their order.
+/// Sorts keys by their upper halves, of which the lowest 3 `digitBits` bits count; equal ones keep their
+/// order.
 /// @param keys fewer than 2^32
 /// @param other working memory
 template <unsigned int digitBits, KeyOrder order>

@@ -36,13 +36,15 @@ public:
   GridJoiner(PointCloud const& cloud, MeshSettings const& settings)
       : points_(cloud.points()), state_(cloud.state()),
         steps_(gridStepsOf(points_, state_, settings.maxEdge)),
-        diagonal_(settings.maxEdge > 0.0F ? settings.maxEdge : std::hypot(steps_.alongRow, steps_.alongColumn)),
+        diagonal_(settings.maxEdge > 0.0F ? settings.maxEdge
+                                          : std::hypot(steps_.alongRow, steps_.alongColumn)),
         view_(settings.viewpoint.x, settings.viewpoint.y, settings.viewpoint.z),
         leastCosine_(std::cos(settings.maxViewAngle * CV_PI / 180.0)) {}
 
   void joinRow(int row) {
     for (int column = 0; column + 1 < points_.cols; ++column) {
-      cv::Point const corners[4] = {{column, row}, {column + 1, row}, {column + 1, row + 1}, {column, row + 1}};
+      cv::Point const corners[4] = {
+          {column, row}, {column + 1, row}, {column + 1, row + 1}, {column, row + 1}};
       bool present[4];
       int count = 0;
       for (int i = 0; i < 4; ++i) {
@@ -123,7 +125,8 @@ void takeVertices(PointCloud const& cloud, SurfaceMesh& mesh) {
       continue;
     }
     vertexOf[cell] = static_cast<int>(mesh.vertices.size());
-    cv::Point const at(static_cast<int>(cell) % cloud.points().cols, static_cast<int>(cell) / cloud.points().cols);
+    cv::Point const at(static_cast<int>(cell) % cloud.points().cols,
+                       static_cast<int>(cell) / cloud.points().cols);
     mesh.vertices.push_back(cloud.points()(at));
     mesh.cells.push_back(static_cast<unsigned>(cell));
     if (cloud.hasNormals()) {

@@ -18,7 +18,8 @@ void checkTriangles(SurfaceMesh const& mesh, char const* function) {
   for (cv::Vec3i const& triangle : mesh.triangles) {
     for (int const corner : triangle.val) {
       if (corner < 0 || corner >= count) {
-        throw error("A triangle names vertex " + std::to_string(corner) + " of " + std::to_string(count), function);
+        throw error("A triangle names vertex " + std::to_string(corner) + " of " + std::to_string(count),
+                    function);
       }
     }
   }

@@ -66,7 +66,8 @@ TEST(HeightMap, FitsItsPlaneAndGoesBackToTheCloud) {
   for (int row = 0; row < 80; ++row) {
     for (int column = 0; column < 100; ++column) {
       bool const isBox = row >= 38 && row < 42 && column >= 48 && column < 52;
-      points(row, column) = cv::Vec3d(10, 20, 300) + 0.3 * column * x + 0.3 * row * y + (isBox ? 2.0 : 0.0) * up;
+      points(row, column) =
+          cv::Vec3d(10, 20, 300) + 0.3 * column * x + 0.3 * row * y + (isBox ? 2.0 : 0.0) * up;
     }
   }
   PointCloud const cloud(points, true);
@@ -84,7 +85,8 @@ TEST(HeightMap, FitsItsPlaneAndGoesBackToTheCloud) {
     for (int column = 5; column < back.points().cols - 5; column += 7) {
       cv::Vec3d const point(back.points()(row, column));
       double const above = (point - cv::Vec3d(10, 20, 300)).dot(up);
-      EXPECT_TRUE(!std::isfinite(point[2]) || std::abs(above) < 0.05 || std::abs(above - 2.0) < 0.05) << above;
+      EXPECT_TRUE(!std::isfinite(point[2]) || std::abs(above) < 0.05 || std::abs(above - 2.0) < 0.05)
+          << above;
     }
   }
   EXPECT_NEAR(heightMapOf(cloud).cellSize, 0.3, 0.01) << "a point a cell";

@@ -88,9 +88,10 @@ TEST(GridMesh, KeepsHolesAndDoesNotBridgeSteps) {
   EXPECT_EQ(figures.faultyEdges, 0U);
   EXPECT_EQ(figures.boundaries.size(), 3U) << "two outer ends and a hole";
   EXPECT_EQ(mesh.vertices.size(), 1197U);
-  std::size_t const shortest = std::min_element(figures.boundaries.begin(), figures.boundaries.end(),
-                                                [](auto const& a, auto const& b) { return a.size() < b.size(); })
-                                   ->size();
+  std::size_t const shortest =
+      std::min_element(figures.boundaries.begin(), figures.boundaries.end(),
+                       [](auto const& a, auto const& b) { return a.size() < b.size(); })
+          ->size();
   EXPECT_EQ(shortest, 6U) << "ten cells around two, less four corners that three points close";
   for (cv::Vec3i const& triangle : mesh.triangles) {
     std::set<bool> sides;
@@ -103,7 +104,8 @@ TEST(GridMesh, KeepsHolesAndDoesNotBridgeSteps) {
 
 TEST(GridMesh, RefusesWhatHasNoMesh) {
   expectError([] { meshOf(PointCloud(tilted(10, 10), false)); }, "no grid");
-  expectError([] { meshOf(PointCloud(cv::Mat_<cv::Vec3f>(9, 9, cv::Vec3f(1, 2, 3)), true)); }, "81 present points");
+  expectError([] { meshOf(PointCloud(cv::Mat_<cv::Vec3f>(9, 9, cv::Vec3f(1, 2, 3)), true)); },
+              "81 present points");
   expectError([] { meshOf(PointCloud(cv::Mat_<cv::Vec3f>(), true)); }, "0 present points");
   MeshSettings settings;
   settings.maxViewAngle = 0.0;
@@ -130,7 +132,8 @@ TEST(MeshFigures, AreThoseOfACube) {
   for (int i = 0; i < 8; ++i) {
     // Weighted by angles, each face counts alike however it is cut into triangles.
     cv::Vec3f const expected = cv::Vec3d(i % 2 * 2.0 - 1.0, i / 2 % 2 * 2.0 - 1.0, i / 4 * 2.0 - 1.0);
-    EXPECT_LT(cv::norm(normals[static_cast<std::size_t>(i)] - expected * (1.0F / std::sqrt(3.0F))), 1e-5F) << i;
+    EXPECT_LT(cv::norm(normals[static_cast<std::size_t>(i)] - expected * (1.0F / std::sqrt(3.0F))), 1e-5F)
+        << i;
   }
   for (cv::Vec3i& triangle : mesh.triangles) {
     std::swap(triangle[1], triangle[2]);
