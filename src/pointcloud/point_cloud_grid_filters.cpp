@@ -6,6 +6,7 @@
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include "core/parallel.hpp"
+#include "core/runs.hpp"
 #include "core/simd.hpp"
 #include "pointcloud/grid_links.hpp"
 
@@ -46,29 +47,7 @@ VORN_TARGET_CLONES void peelRow(uchar const* above, uchar const* row, uchar cons
   }
 }
 
-/// Present cells of one row that follow each other without a gap.
-struct Run {
-  int row;
-  int start;
-  int end;
-  unsigned parent; ///< A run of the same cluster, itself for the first one.
-};
-
-unsigned findFirstRun(std::vector<Run>& runs, unsigned run) {
-  while (runs[run].parent != run) {
-    runs[run].parent = runs[runs[run].parent].parent;
-    run = runs[run].parent;
-  }
-  return run;
-}
-
-void joinRuns(std::vector<Run>& runs, unsigned a, unsigned b) {
-  a = findFirstRun(runs, a);
-  b = findFirstRun(runs, b);
-  runs[std::max(a, b)].parent = std::min(a, b);
-}
-
-/// The runs of a grid, joined where cells of two rows are linked.
+/// The clusters of linked cells, as runs of present cells that follow each other, each linked to the next.
 std::vector<Run> findClusters(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& state,
                               float maxDistance) {
   DistanceLimit const limit(maxDistance);
@@ -77,8 +56,8 @@ std::vector<Run> findClusters(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar>
   std::vector<Run> runs;
   std::vector<uchar> across(width);
   std::vector<uchar> down(width);
-  std::vector<unsigned> runAbove(width);
-  std::vector<unsigned> runHere(width);
+  std::vector<int> runAbove(width);
+  std::vector<int> runHere(width);
   for (int row = 0; row < points.rows; ++row) {
     uchar const* const here = state[row];
     limit.compareNearer(points[row], points[row] + 1, columns - 1, across.data() + 1);
@@ -89,19 +68,19 @@ std::vector<Run> findClusters(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar>
       bool const continues =
           column > 0 && here[column - 1] == 0 && across[static_cast<std::size_t>(column)] != 0;
       if (!continues) {
-        runs.push_back({row, column, column, static_cast<unsigned>(runs.size())});
+        runs.push_back({row, column, column, static_cast<int>(runs.size())});
       }
       runs.back().end = column + 1;
-      runHere[static_cast<std::size_t>(column)] = static_cast<unsigned>(runs.size() - 1);
+      runHere[static_cast<std::size_t>(column)] = static_cast<int>(runs.size() - 1);
     }
     if (row > 0) {
       uchar const* const above = state[row - 1];
       limit.compareNearer(points[row - 1], points[row], columns, down.data());
       // Neighbouring columns mostly join the same two runs.
-      std::pair<unsigned, unsigned> joined{0, 0};
+      std::pair<int, int> joined{0, 0};
       for (std::size_t column = 0; column < width; ++column) {
         if (above[column] == 0 && here[column] == 0 && down[column] != 0) {
-          std::pair<unsigned, unsigned> const pair{runAbove[column], runHere[column]};
+          std::pair<int, int> const pair{runAbove[column], runHere[column]};
           if (pair != joined) {
             joinRuns(runs, pair.first, pair.second);
             joined = pair;
@@ -111,6 +90,7 @@ std::vector<Run> findClusters(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar>
     }
     runAbove.swap(runHere);
   }
+  settleRuns(runs);
   return runs;
 }
 
@@ -183,19 +163,11 @@ int PointCloud::filterSmallClusterOrganized(float maxDistance, int minClusterSiz
     return 0;
   }
   saveState();
-  std::vector<Run> runs = findClusters(points_, state_, maxDistance);
-  std::vector<int> sizes(runs.size());
-  for (unsigned run = 0; run < runs.size(); ++run) {
-    sizes[findFirstRun(runs, run)] += runs[run].end - runs[run].start;
-  }
   int removed = 0;
-  for (unsigned run = 0; run < runs.size(); ++run) {
-    if (sizes[findFirstRun(runs, run)] < minClusterSize) {
-      int const length = runs[run].end - runs[run].start;
-      std::fill_n(state_[runs[run].row] + runs[run].start, length, deletedNow);
-      removed += length;
-    }
-  }
+  forEachSmallRun(findClusters(points_, state_, maxDistance), minClusterSize, [&](Run const& run) {
+    std::fill(state_[run.row] + run.begin, state_[run.row] + run.end, deletedNow);
+    removed += run.end - run.begin;
+  });
   calcBoundingBox();
   return removed;
 }

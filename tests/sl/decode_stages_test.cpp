@@ -244,7 +244,7 @@ TEST(DoubtfulGrowth, GoesWhereItTouchesAJumpAndStaysElsewhere) {
     ScanMaps maps = mapsOf(
         {30, 15}, [&](int x, int y) { return 30 + 0.1 * x + (cv::Point(x, y) == jump ? 3.5 : 0); },
         [&](int x, int y) { return isGrown(x, y) ? pixel_state::grown : pixel_state::trusted; });
-    std::vector<sl::Run> runs;
+    std::vector<vorn::Run> runs;
     dropDoubtfulGrowth(maps, runs);
     EXPECT_EQ(
         cv::countNonZero(maps.state.inner(cv::Rect(5, 5, 4, 4)) == static_cast<int>(pixel_state::noCode)),

@@ -59,13 +59,13 @@ MarkedRow rowsOf(cv::Mat_<uchar> const& map) {
 }
 
 void expectSameSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood) {
-  std::vector<sl::Run> runs;
+  std::vector<vorn::Run> runs;
   findSegments(map.size(), rowsOf(map), value, neighbourhood, runs);
   cv::Mat_<int> const expected = floodLabels(map, value, neighbourhood == Neighbourhood::Eight);
   std::map<int, int> labelOf;
   std::map<int, int> segmentOf;
   int pixels = 0;
-  for (sl::Run const& run : runs) {
+  for (Run const& run : runs) {
     for (int x = run.begin; x < run.end; ++x, ++pixels) {
       int const label = expected(run.row, x);
       EXPECT_EQ(labelOf.emplace(run.segment, label).first->second, label);
@@ -100,9 +100,9 @@ TEST(Segments, SmallOnesGoAndOthersStay) {
       expected(y, x) = large ? 255 : 0;
     }
   }
-  std::vector<sl::Run> runs;
+  std::vector<vorn::Run> runs;
   findSegments(map.size(), rowsOf(map), 255, Neighbourhood::Four, runs);
-  forEachSmallRun(runs, minSize, [&](sl::Run const& run) {
+  forEachSmallRun(runs, minSize, [&](vorn::Run const& run) {
     std::fill(map[run.row] + run.begin, map[run.row] + run.end, uchar{0});
   });
   EXPECT_EQ(cv::norm(cv::Mat(map), cv::Mat(expected), cv::NORM_INF), 0.0);

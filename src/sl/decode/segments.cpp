@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/decode/segments.hpp"
 
-#include <algorithm>
 #include <cstring>
 
 #include "core/simd.hpp"
@@ -39,21 +38,6 @@ void makeRoom(std::vector<Run>& runs, cv::Size size, MarkedRow const& marks, uch
   }
 }
 
-int rootOf(std::vector<Run>& runs, int i) {
-  while (runs[static_cast<std::size_t>(i)].segment != i) {
-    int& parent = runs[static_cast<std::size_t>(i)].segment;
-    parent = runs[static_cast<std::size_t>(parent)].segment;
-    i = parent;
-  }
-  return i;
-}
-
-void join(std::vector<Run>& runs, int a, int b) {
-  a = rootOf(runs, a);
-  b = rootOf(runs, b);
-  runs[static_cast<std::size_t>(std::max(a, b))].segment = std::min(a, b);
-}
-
 /// Joins the runs of one row, from `current` on, with those of the row above that they touch.
 void joinRows(std::vector<Run>& runs, int above, int current, int reach) {
   int const end = static_cast<int>(runs.size());
@@ -62,7 +46,7 @@ void joinRows(std::vector<Run>& runs, int above, int current, int reach) {
     Run const& upper = runs[static_cast<std::size_t>(above)];
     Run const& lower = runs[static_cast<std::size_t>(current)];
     if (upper.begin < lower.end + reach && lower.begin < upper.end + reach) {
-      join(runs, above, current);
+      joinRuns(runs, above, current);
     }
     if (upper.end < lower.end) {
       ++above;
@@ -91,10 +75,7 @@ void findSegments(cv::Size size, MarkedRow const& marks, uchar value, Neighbourh
     joinRows(runs, above, current, reach);
     above = current;
   }
-  // A segment's index is never greater than its runs', so one pass in order settles them all.
-  for (Run& run : runs) {
-    run.segment = runs[static_cast<std::size_t>(run.segment)].segment;
-  }
+  settleRuns(runs);
 }
 
 } // namespace vorn::mv::sl

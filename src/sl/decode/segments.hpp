@@ -8,15 +8,9 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
-namespace vorn::mv::sl {
+#include "core/runs.hpp"
 
-/// Pixels [begin, end) of one row that belong to one segment.
-struct Run {
-  int row;
-  int begin;
-  int end;
-  int segment; ///< index of the segment's first run
-};
+namespace vorn::mv::sl {
 
 enum class Neighbourhood { Four, Eight };
 
@@ -30,19 +24,5 @@ using MarkedRow = std::function<uchar const*(int row)>;
 /// @param marks is asked for every row twice, in order
 void findSegments(cv::Size size, MarkedRow const& marks, uchar value, Neighbourhood neighbourhood,
                   std::vector<Run>& runs);
-
-/// The runs of the segments of fewer than `minSize` pixels.
-template <class Visit>
-void forEachSmallRun(std::vector<Run> const& runs, int minSize, Visit const& visit) {
-  std::vector<int> sizes(runs.size());
-  for (Run const& run : runs) {
-    sizes[static_cast<std::size_t>(run.segment)] += run.end - run.begin;
-  }
-  for (Run const& run : runs) {
-    if (sizes[static_cast<std::size_t>(run.segment)] < minSize) {
-      visit(run);
-    }
-  }
-}
 
 } // namespace vorn::mv::sl

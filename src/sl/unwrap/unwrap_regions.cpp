@@ -2,10 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sl/unwrap/unwrap_regions.hpp"
 
-#include <algorithm>
 #include <cstring>
 
 #include "core/bits.hpp"
+#include "core/joined_sets.hpp"
 
 namespace vorn::mv {
 
@@ -90,19 +90,8 @@ void GrowthRegions::addRow(std::vector<uchar> const& open, uchar const* state, u
   rows_.push_back({begin, next});
 }
 
-std::uint32_t GrowthRegions::regionOf(std::uint32_t label) {
-  while (labels_[label].parent != label) {
-    std::uint32_t& parent = labels_[label].parent;
-    parent = labels_[parent].parent;
-    label = parent;
-  }
-  return label;
-}
-
 void GrowthRegions::unite(std::uint32_t a, std::uint32_t b) {
-  std::uint32_t const regionA = regionOf(a);
-  std::uint32_t const regionB = regionOf(b);
-  labels_[std::max(regionA, regionB)].parent = std::min(regionA, regionB);
+  joinSets(a, b, [&](std::uint32_t label) -> std::uint32_t& { return labels_[label].parent; });
 }
 
 /// Gives every label the one that stands for its region.

@@ -101,7 +101,6 @@ private:
     Run* end;
   };
 
-  std::uint32_t regionOf(std::uint32_t label);
   void unite(std::uint32_t a, std::uint32_t b);
   void settleLabels();
   void placeBatch(int batch);
