@@ -14,6 +14,7 @@
 #include "core/error.hpp"
 #include "core/median.hpp"
 #include "core/parallel.hpp"
+#include "geometry/quadratic_fit.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -44,7 +45,7 @@ struct Sample {
   bool isInDot;
 };
 
-using Coefficients = cv::Vec6d; // of 1, x, y, x², xy, y²
+using Coefficients = cv::Vec6d; // of the quadratic terms
 
 double evaluate(Coefficients const& c, Sample const& s) {
   return c[0] + s.x * (c[1] + s.x * c[3] + s.y * c[4]) + s.y * (c[2] + s.y * c[5]);
@@ -140,8 +141,7 @@ constexpr double tukeyWidth = 4.685;
 
 std::optional<Coefficients> weightedFit(std::vector<Sample> const& samples, Coefficients const& fit,
                                         Scales const& scales) {
-  cv::Matx66d normal = cv::Matx66d::zeros();
-  Coefficients right = {};
+  QuadraticFit<6, 1> next;
   for (Sample const& s : samples) {
     double const scale = scales.of(s);
     double const u = (s.value - evaluate(fit, s)) / (tukeyWidth * scale);
@@ -149,22 +149,10 @@ std::optional<Coefficients> weightedFit(std::vector<Sample> const& samples, Coef
       continue;
     }
     double const weight = (1 - u * u) * (1 - u * u) / (scale * scale);
-    Coefficients const p(1, s.x, s.y, s.x * s.x, s.x * s.y, s.y * s.y);
-    for (int i = 0; i < 6; ++i) {
-      right[i] += weight * p[i] * s.value;
-      for (int j = 0; j <= i; ++j) {
-        normal(i, j) += weight * p[i] * p[j];
-      }
-    }
+    next.add(quadraticTerms(s.x, s.y), s.value, weight);
   }
-  for (int i = 0; i < 6; ++i) {
-    for (int j = i + 1; j < 6; ++j) {
-      normal(i, j) = normal(j, i);
-    }
-  }
-  bool isSolved = false;
-  cv::Matx66d const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
-  return isSolved ? std::optional<Coefficients>(inverse * right) : std::nullopt;
+  auto const fitted = next.solve();
+  return fitted ? std::optional(Coefficients(fitted->coefficients.val)) : std::nullopt;
 }
 
 /// Whether every sector of the dot is decoded and lies on the fit.

@@ -6,14 +6,10 @@
 #include <cmath>
 #include <opencv2/calib3d.hpp>
 
+#include "geometry/quadratic_fit.hpp"
+
 namespace vorn::mv {
 namespace {
-
-using Powers = std::array<double, 6>;
-
-Powers powers(cv::Point2d const& d) {
-  return {1, d.x, d.y, d.x * d.x, d.x * d.y, d.y * d.y};
-}
 
 /// A dot near the centre of a local map.
 struct Sample {
@@ -35,31 +31,20 @@ int distinctValues(std::vector<Sample> const& samples, double cv::Point2d::*coor
 template <int Count>
 bool fitPolynomial(std::vector<Sample> const& samples, std::array<cv::Point2d, 6>& coefficients,
                    double& variance) {
-  cv::Matx<double, Count, Count> normal = cv::Matx<double, Count, Count>::zeros();
-  cv::Matx<double, Count, 2> right = cv::Matx<double, Count, 2>::zeros();
+  QuadraticFit<Count, 2> fit;
   for (Sample const& sample : samples) {
-    Powers const p = powers(sample.step);
-    for (int i = 0; i < Count; ++i) {
-      double const pi = p[static_cast<std::size_t>(i)];
-      right(i, 0) += pi * sample.residual.x;
-      right(i, 1) += pi * sample.residual.y;
-      for (int j = 0; j < Count; ++j) {
-        normal(i, j) += pi * p[static_cast<std::size_t>(j)];
-      }
-    }
+    fit.add(quadraticTerms(sample.step.x, sample.step.y), sample.residual);
   }
-  bool isSolved = false;
-  cv::Matx<double, Count, Count> const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
+  auto const fitted = fit.solve();
   constexpr double mostVariance = 20;
-  if (!isSolved || !(inverse(0, 0) < mostVariance)) {
+  if (!fitted || !(fitted->originVariance < mostVariance)) {
     return false;
   }
-  cv::Matx<double, Count, 2> const solution = inverse * right;
   coefficients = {};
   for (int i = 0; i < Count; ++i) {
-    coefficients[static_cast<std::size_t>(i)] = {solution(i, 0), solution(i, 1)};
+    coefficients[static_cast<std::size_t>(i)] = {fitted->coefficients(i, 0), fitted->coefficients(i, 1)};
   }
-  variance = inverse(0, 0);
+  variance = fitted->originVariance;
   return true;
 }
 
@@ -68,9 +53,10 @@ bool fitPolynomial(std::vector<Sample> const& samples, std::array<cv::Point2d, 6
 cv::Point2d LocalMap::position(cv::Point2d const& index) const {
   cv::Vec3d const h = homography_ * cv::Vec3d(index.x, index.y, 1);
   cv::Point2d result(h[0] / h[2], h[1] / h[2]);
-  Powers const p = powers(index - centre_);
-  for (std::size_t i = 0; i < p.size(); ++i) {
-    result += p[i] * offset_[i];
+  cv::Point2d const d = index - centre_;
+  cv::Vec6d const terms = quadraticTerms(d.x, d.y);
+  for (std::size_t i = 0; i < offset_.size(); ++i) {
+    result += terms[static_cast<int>(i)] * offset_[i];
   }
   return result;
 }

@@ -9,6 +9,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "geometry/quadratic_fit.hpp"
+
 namespace vorn::mv::sl {
 
 namespace {
@@ -23,8 +25,6 @@ constexpr double maxResidual = 0.5 * CV_PI;
 /// Largest difference in radians of a pixel's own phase from the surface.
 constexpr double maxDeviation = 1.0;
 
-using Terms = cv::Vec<double, 6>;
-
 /// A hole's bounding box and the chain of its runs.
 struct Hole {
   cv::Rect box;
@@ -35,12 +35,10 @@ struct Hole {
 struct Surface {
   cv::Point2d centre;
   double scale;
-  Terms coefficients;
+  cv::Vec6d coefficients;
 
-  Terms terms(int x, int y) const {
-    double const u = (x - centre.x) * scale;
-    double const v = (y - centre.y) * scale;
-    return {1.0, u, v, u * u, u * v, v * v};
+  cv::Vec6d terms(int x, int y) const {
+    return quadraticTerms((x - centre.x) * scale, (y - centre.y) * scale);
   }
   double at(int x, int y) const { return terms(x, y).dot(coefficients); }
 };
@@ -89,19 +87,15 @@ std::optional<Surface> fitSurface(cv::Rect const& window, KnownPhase const& know
   Surface surface{{window.x + 0.5 * (window.width - 1), window.y + 0.5 * (window.height - 1)},
                   2.0 / std::max(window.width, window.height),
                   {}};
-  cv::Matx<double, 6, 6> normal = cv::Matx<double, 6, 6>::zeros();
-  Terms right = Terms::all(0.0);
+  QuadraticFit<6, 1> fit;
   for (Measured const& measured : ring) {
-    Terms const terms = surface.terms(measured.pixel.x, measured.pixel.y);
-    normal += terms * terms.t();
-    right += terms * static_cast<double>(measured.phase);
+    fit.add(surface.terms(measured.pixel.x, measured.pixel.y), static_cast<double>(measured.phase));
   }
-  bool solved = false;
-  cv::Matx<double, 6, 6> const inverse = normal.inv(cv::DECOMP_CHOLESKY, &solved);
-  if (!solved) {
+  auto const fitted = fit.solve();
+  if (!fitted) {
     return std::nullopt;
   }
-  surface.coefficients = inverse * right;
+  surface.coefficients = cv::Vec6d(fitted->coefficients.val);
   return fitsWell(surface, ring) ? std::optional<Surface>(surface) : std::nullopt;
 }
 

@@ -1,0 +1,59 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <optional>
+
+#include <opencv2/core/matx.hpp>
+
+namespace vorn::mv {
+
+/// 1, x, y, x^2, xy, y^2.
+inline cv::Vec6d quadraticTerms(double x, double y) {
+  return {1.0, x, y, x * x, x * y, y * y};
+}
+
+/// Weighted least squares of surfaces over the plane, as many at once as there are values at a place: with
+/// the first three of the quadratic terms planes, with all six quadratic ones.
+///
+/// By normal equations: centre and scale the places to about -1 to 1.
+template <int termCount, int valueCount>
+class QuadraticFit {
+public:
+  struct Surfaces {
+    cv::Matx<double, termCount, valueCount> coefficients;
+    double originVariance; ///< of the value at the origin, for samples of weight and variance 1
+  };
+
+  void add(cv::Vec6d const& terms, cv::Vec<double, valueCount> const& values, double weight = 1.0) {
+    for (int i = 0; i < termCount; ++i) {
+      double const weighted = weight * terms[i];
+      for (int k = 0; k < valueCount; ++k) {
+        right_(i, k) += weighted * values[k];
+      }
+      for (int j = 0; j <= i; ++j) {
+        normal_(i, j) += weighted * terms[j];
+      }
+    }
+  }
+
+  /// Nothing when the samples do not determine the surfaces.
+  std::optional<Surfaces> solve() const {
+    cv::Matx<double, termCount, termCount> normal = normal_;
+    for (int i = 0; i < termCount; ++i) {
+      for (int j = i + 1; j < termCount; ++j) {
+        normal(i, j) = normal(j, i);
+      }
+    }
+    bool isSolved = false;
+    auto const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
+    return isSolved ? std::optional<Surfaces>({inverse * right_, inverse(0, 0)}) : std::nullopt;
+  }
+
+private:
+  cv::Matx<double, termCount, termCount> normal_ =
+      cv::Matx<double, termCount, termCount>::zeros(); // lower half
+  cv::Matx<double, termCount, valueCount> right_ = cv::Matx<double, termCount, valueCount>::zeros();
+};
+
+} // namespace vorn::mv
