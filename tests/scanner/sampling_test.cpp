@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include <vorn/core/exception.hpp>
+
 #include "sim/map_comparison.hpp"
 #include "support/scanner_rig.hpp"
 
@@ -53,6 +55,20 @@ TEST_P(DecodeSampled, IsExactAndComplete) {
   EXPECT_LE(outcome.overBound(), errorOverBound);
   EXPECT_GE(outcome.cleanReturned, leastComplete * outcome.clean);
   EXPECT_LE(outcome.orderErrors, mostOrderErrors * outcome.returned);
+}
+
+/// Some 1.5 camera pixels a fringe: of four projector pixels for columns, of eight for rows.
+TEST(DecodeTooCoarse, IsRefusedWithWhatWasMeasured) {
+  for (Sampling const& sampling :
+       {Sampling{0.35, ScannerType::Horizontal}, Sampling{0.175, ScannerType::Vertical}}) {
+    try {
+      scanned(sampling);
+      ADD_FAILURE() << sampling.ratio;
+    } catch (Exception const& exception) {
+      EXPECT_NE(std::string(exception.what()).find("(decode)"), std::string::npos) << exception.what();
+      EXPECT_NE(std::string(exception.what()).find("at least 1.9 are needed"), std::string::npos);
+    }
+  }
 }
 
 std::vector<Sampling> samplings() {

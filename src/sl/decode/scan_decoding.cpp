@@ -14,6 +14,7 @@
 #include "sl/decode/contrast_mask.hpp"
 #include "sl/decode/hole_filling.hpp"
 #include "sl/decode/pixel_reading.hpp"
+#include "sl/decode/sampling_check.hpp"
 #include "sl/decode/segments.hpp"
 #include "sl/decode/stripe_bridging.hpp"
 #include "sl/decode/surface_edges.hpp"
@@ -80,6 +81,10 @@ public:
                      }
                    }
                  });
+  }
+
+  void checkSampling() const {
+    requireResolvedFringes(maps_, settings_, static_cast<int>(images_.size()) - StripeCode::phaseImages);
   }
 
   void settleContrast() { sl::settleContrast(maps_, hasUnsettled_, 2 * settings_.period); }
@@ -212,6 +217,7 @@ DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings 
   decoding.balanceLight();
   report("-Masking:");
   decoding.readPixels();
+  decoding.checkSampling();
   report("-Phase decoding:");
   decoding.settleContrast();
   report("-Binary decoding:");
