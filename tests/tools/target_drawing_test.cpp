@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include <vorn/core/json_file.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
+#include <vorn/mv/calib/detect_target.hpp>
 #include <vorn/mv/core/library.hpp>
 
 #include "support/expect_error.hpp"
@@ -72,6 +74,10 @@ TEST(TargetDrawing, FilesHoldTheScale) {
   EXPECT_EQ(circles, 315U);
   cv::Mat const picture = tools::readGrayImage(path + ".png"); // its checksums are right, or it is not read
   EXPECT_EQ(cv::norm(picture, tools::targetPicture(target), cv::NORM_INF), 0);
+  // The description is all that a search takes.
+  auto const found = mv::detectTarget(picture, load<mv::TargetDescription>(path + ".json"));
+  EXPECT_EQ(found.keyPoints.size(), 315U) << found.reason;
+  EXPECT_TRUE(found.isOriginMarked);
   std::ifstream pngFile(path + ".png", std::ios::binary);
   std::string const png((std::istreambuf_iterator<char>(pngFile)), std::istreambuf_iterator<char>());
   // 60 dpi are 2362 = 0x93a pixels a metre.

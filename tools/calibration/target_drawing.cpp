@@ -15,6 +15,7 @@
 
 #include <vorn/core/atomic_file.hpp>
 #include <vorn/core/exception.hpp>
+#include <vorn/core/json_file.hpp>
 
 namespace vorn::tools {
 
@@ -193,6 +194,18 @@ cv::Mat targetPicture(TargetDrawing const& target) {
   return picture;
 }
 
+mv::TargetDescription describe(TargetDrawing const& target) {
+  mv::TargetDescription description;
+  description.pitch = target.pitch;
+  description.size = target.maxIndex - target.minIndex + cv::Point(1, 1);
+  description.first = target.minIndex;
+  if (target.hasMarkers) {
+    description.marks = {{0, 0}, {1, 0}, {0, 1}};
+  }
+  description.polarity = target.hasDarkDots ? mv::TargetPolarity::Dark : mv::TargetPolarity::Bright;
+  return description;
+}
+
 void writeTarget(std::string const& path, TargetDrawing const& target) {
   std::string const extension = fs::path(path).extension().string();
   if (!extension.empty() && extension != ".svg" && extension != ".png") {
@@ -206,6 +219,8 @@ void writeTarget(std::string const& path, TargetDrawing const& target) {
     std::vector<std::uint8_t> const png = pngToScale(targetPicture(target), target.resolution);
     writeBytes(extension.empty() ? path + ".png" : path, png.data(), png.size());
   }
+  save(extension.empty() ? path + ".json" : fs::path(path).replace_extension(".json").string(),
+       describe(target));
 }
 
 } // namespace vorn::tools

@@ -7,6 +7,8 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
+#include <vorn/mv/calib/target_description.hpp>
+
 namespace vorn::tools {
 
 /// A circle-grid calibration target to print. Lengths in millimetres on the paper.
@@ -35,8 +37,11 @@ std::string targetSvg(TargetDrawing const& target);
 /// @throws Exception as `pageSize`, and for more than 500 million pixels
 cv::Mat targetPicture(TargetDrawing const& target);
 
+/// What the drawn target is, for programs that look for it.
+mv::TargetDescription describe(TargetDrawing const& target);
+
 /// Writes SVG or PNG by the path's extension, or both beside each other when it has none. The PNG holds its
-/// resolution, so that programs print it to scale.
+/// resolution, so that programs print it to scale. Its description stands beside it as .json.
 /// @throws Exception for another extension, and when a file cannot be written
 void writeTarget(std::string const& path, TargetDrawing const& target);
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,9 +12,11 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
+#include <vorn/mv/calib/detect_target.hpp>
 
 #include "tools/commands/commands.hpp"
 #include "tools/commands/property_options.hpp"
+#include "tools/commands/target_options.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/progress.hpp"
@@ -29,6 +32,8 @@ struct DetectOptions {
   std::vector<std::string> images;
   std::string output;
   std::string overlays;
+  std::string explanations;
+  TargetOptions target;
   PitchOption pitch;
   std::vector<std::string> assignments;
 };
@@ -60,7 +65,122 @@ void writeOverlay(std::string const& path, cv::Mat const& grey, CalibPatternDete
   writeImage(path, picture);
 }
 
+/// What was found by a description of the target, in the form of the detector's result.
+CalibPatternDetector::Result resultOf(mv::Detection const& detection) {
+  CalibPatternDetector::Result result;
+  for (mv::CalibKeyPoint const& point : detection.keyPoints) {
+    result.addKeyPoint(point);
+  }
+  result.setOriginMarked(detection.isOriginMarked);
+  return result;
+}
+
+nlohmann::json toJson(mv::Detection const& detection) {
+  nlohmann::json points = nlohmann::json::array();
+  for (std::size_t i = 0; i < detection.keyPoints.size(); ++i) {
+    mv::CalibKeyPoint const& point = detection.keyPoints[i];
+    points.push_back({{"index", {detection.indices[i].x, detection.indices[i].y}},
+                      {"objPnt", {point.objPnt.x, point.objPnt.y}},
+                      {"imgPnt", {point.imgPnt.x, point.imgPnt.y}}});
+  }
+  nlohmann::json steps = nlohmann::json::array();
+  for (mv::DetectionStep const& step : detection.steps) {
+    steps.push_back({{"name", step.name}, {"count", step.count}});
+  }
+  nlohmann::json dropped = nlohmann::json::array();
+  for (mv::DroppedDot const& dot : detection.dropped) {
+    dropped.push_back({{"imgPnt", {dot.imgPnt.x, dot.imgPnt.y}}, {"reason", dot.reason}});
+  }
+  return {{"originMarked", detection.isOriginMarked},
+          {"count", detection.keyPoints.size()},
+          {"points", points},
+          {"readings", detection.readings},
+          {"reason", detection.reason},
+          {"steps", steps},
+          {"dropped", dropped}};
+}
+
+/// Prints how many candidates each step left, and draws what was found and what was dropped.
+void explain(std::string const& path, cv::Mat const& grey, mv::Detection const& detection) {
+  for (mv::DetectionStep const& step : detection.steps) {
+    std::cout << "  " << step.count << ' ' << step.name << '\n';
+  }
+  std::map<std::string, int> reasons;
+  for (mv::DroppedDot const& dot : detection.dropped) {
+    ++reasons[dot.reason];
+  }
+  for (auto const& [reason, count] : reasons) {
+    std::cout << "  " << count << (count == 1 ? " dot" : " dots") << " dropped: " << reason << '\n';
+  }
+  cv::Mat picture;
+  cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
+  int const radius = std::max(4, grey.rows / 120);
+  resultOf(detection).draw(picture, radius, {80, 220, 80}, {60, 60, 255});
+  for (mv::DroppedDot const& dot : detection.dropped) {
+    cv::drawMarker(picture, cv::Point(dot.imgPnt), {0, 140, 255}, cv::MARKER_TILTED_CROSS, 2 * radius, 2);
+  }
+  writeImage(path, picture);
+}
+
+/// Searches one image by a description of the target.
+nlohmann::json detectDescribed(DetectOptions const& options, std::size_t number,
+                               mv::TargetDescription const& target) {
+  std::string const& path = options.images[number];
+  cv::Mat const image = readImage(path);
+  mv::Detection const detection = detectTarget(image, target);
+  std::cout << path << ": "
+            << (detection.isEmpty() ? "no target: " + detection.reason
+                                    : std::to_string(detection.keyPoints.size()) + " points")
+            << (detection.readings > 1 ? ", looks the same turned" : "")
+            << (!detection.isEmpty() && detection.readings == 0 ? ", counted from the middle" : "") << '\n';
+  bool const isOnly = options.images.size() == 1;
+  cv::Mat const grey = readGrayImage(path);
+  if (!options.explanations.empty()) {
+    explain(overlayPath(options.explanations, path, number, isOnly), grey, detection);
+  }
+  if (!options.overlays.empty()) {
+    writeOverlay(overlayPath(options.overlays, path, number, isOnly), grey, resultOf(detection));
+  }
+  nlohmann::json entry = toJson(detection);
+  entry["file"] = path;
+  entry["size"] = {image.cols, image.rows};
+  return entry;
+}
+
+/// Writes what was found. @throws Exception when that is nothing
+void finish(DetectOptions const& options, nlohmann::json const& images, int found) {
+  if (!options.output.empty()) {
+    writeJsonFile(options.output, {{"images", images}});
+  }
+  if (found == 0) {
+    throw Exception("No target found in any of " + std::to_string(options.images.size()) + " images", nullptr,
+                    0, "detect");
+  }
+}
+
+void runDescribed(DetectOptions const& options) {
+  mv::TargetDescription const target = options.target.description(options.pitch.pitch);
+  for (std::string const& folder : {options.overlays, options.explanations}) {
+    if (!folder.empty()) {
+      makeFolder(folder);
+    }
+  }
+  nlohmann::json images = nlohmann::json::array();
+  int found = 0;
+  ProgressBar bar;
+  for (std::size_t i = 0; i < options.images.size(); ++i) {
+    tell(&bar, "detecting targets", i, options.images.size());
+    images.push_back(detectDescribed(options, i, target));
+    found += images.back()["count"] == 0 ? 0 : 1;
+  }
+  finish(options, images, found);
+}
+
 void run(DetectOptions const& options) {
+  if (options.target.isGiven() || !options.explanations.empty()) {
+    runDescribed(options);
+    return;
+  }
   CalibPatternDetector detector;
   applyAssignments(detector, options.assignments);
   options.pitch.apply(detector, options.assignments);
@@ -88,13 +208,7 @@ void run(DetectOptions const& options) {
                    result);
     }
   }
-  if (!options.output.empty()) {
-    writeJsonFile(options.output, {{"images", images}});
-  }
-  if (found == 0) {
-    throw Exception("No target found in any of " + std::to_string(options.images.size()) + " images", nullptr,
-                    0, "detect");
-  }
+  finish(options, images, found);
 }
 
 } // namespace
@@ -106,7 +220,15 @@ void addDetectCommand(CLI::App& app) {
   command->add_option("--out", options->output, "JSON file for the key points");
   command->add_option("--overlay", options->overlays, "Folder for pictures of what was found");
   options->pitch.addTo(*command);
-  addSetOption(*command, options->assignments, "detector");
+  options->target.addTo(*command);
+  CLI::Option* explain = command->add_option(
+      "--explain", options->explanations,
+      "Folder for pictures of what was found and what was dropped; prints what each step left");
+  CLI::Option* set = addSetOption(*command, options->assignments, "detector");
+  for (CLI::Option* option : {explain, command->get_option("--target"), command->get_option("--size"),
+                              command->get_option("--kind")}) {
+    option->excludes(set);
+  }
   command->callback([options] { run(*options); });
 }
 

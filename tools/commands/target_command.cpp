@@ -38,7 +38,8 @@ void run(TargetOptions const& options) {
   cv::Size2d const page = pageSize(target);
   std::cout << target.maxIndex.x - target.minIndex.x + 1 << " x " << target.maxIndex.y - target.minIndex.y + 1
             << " dots, pitch " << target.pitch << " mm, on " << page.width << " x " << page.height
-            << " mm: " << options.output << "\nPrint it at 100 %, then measure the pitch over many dots.\n";
+            << " mm: " << options.output << "\nIts description for --target stands beside it as .json."
+            << "\nPrint it at 100 %, then measure the pitch over many dots.\n";
 }
 
 } // namespace
