@@ -10,12 +10,14 @@
 #include <sstream>
 #include <vector>
 
+#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include <vorn/core/atomic_file.hpp>
 #include <vorn/core/exception.hpp>
-#include <vorn/core/json_file.hpp>
+
+#include "tools/files/json_file.hpp"
+#include "tools/files/output_path.hpp"
 
 namespace vorn::tools {
 
@@ -119,10 +121,25 @@ std::vector<std::uint8_t> pngToScale(cv::Mat const& picture, double resolution) 
   return bytes;
 }
 
-void writeBytes(std::string const& path, void const* bytes, std::size_t size) {
-  AtomicFile file(path);
-  file.write(bytes, size);
-  file.commit();
+/// Nobody asked for the description's file by name: one that is something else, or holds what was measured,
+/// stays.
+void checkReplaceable(std::string const& path) {
+  if (!fs::exists(path)) {
+    return;
+  }
+  mv::TargetDescription old;
+  try {
+    load(path, old);
+  } catch (Exception const&) {
+    throw Exception("The description of the target would replace " + path +
+                        ", which is none; give the target another name",
+                    nullptr, 0, "target");
+  }
+  if (!old.deviations.empty()) {
+    throw Exception("The description of the target would replace " + path + ", which holds deviations of " +
+                        std::to_string(old.deviations.size()) + " dots; give the target another name",
+                    nullptr, 0, "target");
+  }
 }
 
 } // namespace
@@ -211,16 +228,20 @@ void writeTarget(std::string const& path, TargetDrawing const& target) {
   if (!extension.empty() && extension != ".svg" && extension != ".png") {
     throw Exception("A target is written as .svg or .png, not to " + path, nullptr, 0, "target");
   }
+  std::string const stem = extension.empty() ? path : fs::path(path).replace_extension().string();
+  checkReplaceable(stem + ".json");
+  std::vector<FileContent> files;
   if (extension != ".png") {
-    std::string const svg = targetSvg(target);
-    writeBytes(extension.empty() ? path + ".svg" : path, svg.data(), svg.size());
+    files.push_back({stem + ".svg", targetSvg(target)});
   }
   if (extension != ".svg") {
     std::vector<std::uint8_t> const png = pngToScale(targetPicture(target), target.resolution);
-    writeBytes(extension.empty() ? path + ".png" : path, png.data(), png.size());
+    files.push_back({stem + ".png", std::string(png.begin(), png.end())});
   }
-  save(extension.empty() ? path + ".json" : fs::path(path).replace_extension(".json").string(),
-       describe(target));
+  nlohmann::json description;
+  describe(target).write(description);
+  files.push_back({stem + ".json", jsonText(description)});
+  writeTogether(files);
 }
 
 } // namespace vorn::tools

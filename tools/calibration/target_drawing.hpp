@@ -41,8 +41,10 @@ cv::Mat targetPicture(TargetDrawing const& target);
 mv::TargetDescription describe(TargetDrawing const& target);
 
 /// Writes SVG or PNG by the path's extension, or both beside each other when it has none. The PNG holds its
-/// resolution, so that programs print it to scale. Its description stands beside it as .json.
-/// @throws Exception for another extension, and when a file cannot be written
+/// resolution, so that programs print it to scale. Its description stands beside it as .json; all of them are
+/// written, or none.
+/// @throws Exception for another extension, when a file cannot be written, and when the .json would replace
+///         what is no description or holds deviations of dots
 void writeTarget(std::string const& path, TargetDrawing const& target);
 
 } // namespace vorn::tools

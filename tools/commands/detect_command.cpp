@@ -13,12 +13,14 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
+#include <vorn/mv/measure/amat.hpp>
 
 #include "tools/commands/commands.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/target_options.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
 
 namespace vorn::tools {
@@ -56,13 +58,17 @@ std::string overlayPath(std::string const& folder, std::string const& image, std
       .string();
 }
 
-void writeOverlay(std::string const& path, cv::Mat const& grey, CalibPatternDetector::Result const& result) {
-  cv::Mat picture;
-  cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
+int markRadius(cv::Mat const& picture) {
+  return std::max(4, picture.rows / 120);
+}
+
+/// The image in 8 bits with the key points, deeper ones from their darkest to their brightest.
+cv::Mat overlayOf(cv::Mat const& image, CalibPatternDetector::Result const& result) {
+  cv::Mat picture = mv::AMat(image).draw().picture;
   cv::Scalar const green(80, 220, 80);
   cv::Scalar const red(60, 60, 255);
-  result.draw(picture, std::max(4, grey.rows / 120), green, red);
-  writeImage(path, picture);
+  result.draw(picture, markRadius(picture), green, red);
+  return picture;
 }
 
 /// What was found by a description of the target, in the form of the detector's result.
@@ -100,8 +106,8 @@ nlohmann::json toJson(mv::Detection const& detection) {
           {"dropped", dropped}};
 }
 
-/// Prints how many candidates each step left, and draws what was found and what was dropped.
-void explain(std::string const& path, cv::Mat const& grey, mv::Detection const& detection) {
+/// Prints how many candidates each step left and how many dots were dropped for which reason.
+void printSteps(mv::Detection const& detection) {
   for (mv::DetectionStep const& step : detection.steps) {
     std::cout << "  " << step.count << ' ' << step.name << '\n';
   }
@@ -112,14 +118,15 @@ void explain(std::string const& path, cv::Mat const& grey, mv::Detection const& 
   for (auto const& [reason, count] : reasons) {
     std::cout << "  " << count << (count == 1 ? " dot" : " dots") << " dropped: " << reason << '\n';
   }
-  cv::Mat picture;
-  cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
-  int const radius = std::max(4, grey.rows / 120);
-  resultOf(detection).draw(picture, radius, {80, 220, 80}, {60, 60, 255});
+}
+
+/// Marks what was dropped.
+void drawDropped(cv::Mat& picture, mv::Detection const& detection) {
+  cv::Scalar const orange(0, 140, 255);
   for (mv::DroppedDot const& dot : detection.dropped) {
-    cv::drawMarker(picture, cv::Point(dot.imgPnt), {0, 140, 255}, cv::MARKER_TILTED_CROSS, 2 * radius, 2);
+    cv::drawMarker(picture, cv::Point(dot.imgPnt), orange, cv::MARKER_TILTED_CROSS, 2 * markRadius(picture),
+                   2);
   }
-  writeImage(path, picture);
 }
 
 /// Searches one image by a description of the target.
@@ -134,12 +141,14 @@ nlohmann::json detectDescribed(DetectOptions const& options, std::size_t number,
             << (detection.readings > 1 ? ", looks the same turned" : "")
             << (!detection.isEmpty() && detection.readings == 0 ? ", counted from the middle" : "") << '\n';
   bool const isOnly = options.images.size() == 1;
-  cv::Mat const grey = readGrayImage(path);
-  if (!options.explanations.empty()) {
-    explain(overlayPath(options.explanations, path, number, isOnly), grey, detection);
-  }
   if (!options.overlays.empty()) {
-    writeOverlay(overlayPath(options.overlays, path, number, isOnly), grey, resultOf(detection));
+    writeImage(overlayPath(options.overlays, path, number, isOnly), overlayOf(image, resultOf(detection)));
+  }
+  if (!options.explanations.empty()) {
+    printSteps(detection);
+    cv::Mat picture = overlayOf(image, resultOf(detection));
+    drawDropped(picture, detection);
+    writeImage(overlayPath(options.explanations, path, number, isOnly), picture);
   }
   nlohmann::json entry = toJson(detection);
   entry["file"] = path;
@@ -176,7 +185,23 @@ void runDescribed(DetectOptions const& options) {
   finish(options, images, found);
 }
 
+/// For what is to be told before any image is searched.
+void checkPlaces(DetectOptions const& options) {
+  std::vector<std::string> inputs = options.images;
+  inputs.push_back(options.target.file());
+  checkOutputs({options.output}, inputs);
+  auto const place = [](std::string const& folder) {
+    return fs::weakly_canonical(fs::absolute(folder) / "");
+  };
+  if (!options.overlays.empty() && !options.explanations.empty() &&
+      place(options.overlays) == place(options.explanations)) {
+    throw Exception("--overlay and --explain would write the same pictures to " + options.overlays, nullptr,
+                    0, "detect");
+  }
+}
+
 void run(DetectOptions const& options) {
+  checkPlaces(options);
   if (options.target.isGiven() || !options.explanations.empty()) {
     runDescribed(options);
     return;
@@ -204,8 +229,8 @@ void run(DetectOptions const& options) {
               << (result.isEmpty() ? "no target" : std::to_string(result.count()) + " dots")
               << (result.isEmpty() || result.isOriginMarked() ? "" : ", markers not seen") << '\n';
     if (!options.overlays.empty()) {
-      writeOverlay(overlayPath(options.overlays, options.images[i], i, options.images.size() == 1), grey,
-                   result);
+      writeImage(overlayPath(options.overlays, options.images[i], i, options.images.size() == 1),
+                 overlayOf(grey, result));
     }
   }
   finish(options, images, found);

@@ -19,6 +19,9 @@ public:
   /// Whether any of them is given.
   bool isGiven() const { return !file_.empty() || !size_.empty() || !kind_.empty(); }
 
+  /// The file given by `--target`; empty when it is not.
+  std::string const& file() const { return file_; }
+
   /// The target that they describe.
   /// @param pitch mm, as `--pitch` gives it; 0 when it does not, which counts positions in pitches
   /// @throws Exception when both a file and the pitch are given, or what is given makes no target
