@@ -58,8 +58,7 @@ protected:
 
 TEST_F(DetectCommand, FileAndOptionsDescribeTheSameTarget) {
   std::string const image = save("a.png", plate());
-  std::string const file =
-      saveText("plate.json", R"({"pitch": 2.5, "size": [9, 7], "polarity": "either"})");
+  std::string const file = saveText("plate.json", R"({"pitch": 2.5, "size": [9, 7], "polarity": "either"})");
   ToolOutcome const byFile = run({"detect", image, "--target", file, "--out", path("file.json")});
   ASSERT_EQ(byFile.status, 0) << byFile.errors;
   ToolOutcome const byOptions = run({"detect", image, "--size", "9x7", "--kind", "circles", "--pitch", "2.5",
