@@ -72,17 +72,19 @@ void requireResolvedFringes(ScanMaps const& maps, ScanDecodingSettings const& se
       }
     }
   }
-  if (slopes.size() < leastPlaces || static_cast<double>(slopes.size()) < leastShare * static_cast<double>(seen)) {
+  if (slopes.size() < leastPlaces ||
+      static_cast<double>(slopes.size()) < leastShare * static_cast<double>(seen)) {
     return;
   }
   auto const middle = slopes.begin() + static_cast<std::ptrdiff_t>(slopes.size() / 2);
   std::nth_element(slopes.begin(), middle, slopes.end());
   if (*middle * leastFringe > 1.0) {
-    throw error(cv::format("The camera sees the fringes too finely: %.2f of its pixels a fringe of %d projector "
-                               "pixels (median of %zu places), but at least %.1f are needed. Bring the camera "
-                               "nearer, or use one with more pixels, or a projector with fewer.",
-                               1.0 / *middle, settings.period, slopes.size(), leastFringe),
-                    "decode");
+    throw error(
+        cv::format("The camera sees the fringes too finely: %.2f of its pixels a fringe of %d projector "
+                   "pixels (median of %zu places), but at least %.1f are needed. Bring the camera "
+                   "nearer, or use one with more pixels, or a projector with fewer.",
+                   1.0 / *middle, settings.period, slopes.size(), leastFringe),
+        "decode");
   }
 }
 
