@@ -11,9 +11,8 @@ namespace vorn {
 
 /// Watches a long call and may stop it. A progress bar, a cancel button and a time limit are observers.
 ///
-/// The call asks often enough that a stop takes effect within about 50 ms on an image of 12 megapixels; what
-/// cannot be asked in between (single calls of OpenCV, such as a lens calibration) is named with the call
-/// that takes an observer.
+/// The call asks between bands of rows and between its steps. What cannot be asked in between (single calls
+/// of OpenCV, such as a lens calibration, and single steps over a whole map) delays a stop until it is done.
 class VORN_API Observer {
 public:
   virtual ~Observer();

@@ -23,7 +23,7 @@ constexpr int grid = 4;
 constexpr double leastFringe = 1.9;
 /// Fewer places than this do not speak for a scan.
 constexpr std::size_t leastPlaces = 100;
-/// Of the places with contrast, the share that must lie on surfaces: noise has none, any scene a third.
+/// Of the places with contrast, the share that must lie on straight stripes: the words of noise seldom do.
 constexpr double leastShare = 0.1;
 
 class Stripes {

@@ -86,7 +86,9 @@ struct ScanResult {
 /// 35 bytes a pixel more with "PointcloudBlurRadius". The result takes 37 bytes a pixel with all its parts.
 /// @param scanner  calibrated; keeps its working memory and the rays of both devices for the next scan
 /// @param images   as `Sl3dScanner::decode` takes them
-/// @param observer asked within 50 ms at 12 megapixels
+/// @param observer asked between bands of rows; not within the smoothing of the phase, the search for small
+/// pieces,
+///        the filling of holes and the making of the cloud
 /// @throws Exception for a scanner that is not calibrated, or whose calibration leaves no base between camera
 ///         and projector or gives one of them a field of view below 1 or above 170 degrees; for settings out
 ///         of their range; what `Sl3dScanner::decode` throws
