@@ -15,7 +15,11 @@ set -m
 "$tool" calibrate "$folder/rig" --pitch 15 --set MinDotArea=20 --out "$folder/scanner.json" --report "$folder/r.json" \
   > "$folder/log" 2> "$folder/errors" &
 pid=$!
-# Interrupts as soon as the tool catches the signal (bit 2 of the mask), which it does while a job runs.
+# Interrupts as soon as the tool catches the signal (bit 2 of the mask), which it does while a job runs. Until the new
+# process has become the tool, it is still the shell, which catches the signal too and would die of it.
+until [ "/proc/$pid/exe" -ef "$tool" ]; do
+  kill -0 "$pid"
+done
 until mask=$(sed -nE 's/^SigCgt:\s*//p' "/proc/$pid/status") && (((16#${mask:-0} & 2) != 0)); do
   kill -0 "$pid"
 done
