@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/pi.hpp"
+#include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv::sl {
 
@@ -32,7 +33,27 @@ public:
   bool fits(CodeReading reading, float absolutePhase) const;
 
 private:
+  /// Part of a stripe beside its border in which the images that change there are not held against a pixel.
+  static constexpr float besideBorder = 0.2F;
+
   float border_;
 };
+
+// Inline: growth and bridging ask for every pixel.
+inline bool CodeCheck::fits(CodeReading reading, float absolutePhase) const {
+  if (!(absolutePhase >= 0.0F)) {
+    return false;
+  }
+  unsigned const bits = reading & ((1U << certainShift) - 1U);
+  unsigned const certain = reading >> certainShift;
+  // Beside a border the images that change there may be at any stage of it, each at its own by noise.
+  float const place =
+      (absolutePhase - border_) * (1.0F / twoPiFloat) + 1.0F; // not negative, so truncation is floor
+  int const stripe = static_cast<int>(place);
+  float const part = place - static_cast<float>(stripe);
+  int const beside = stripe + (part > 1.0F - besideBorder ? 1 : 0) - (part < besideBorder ? 1 : 0);
+  unsigned const changing = StripeCode::shownWord(stripe) ^ StripeCode::shownWord(beside);
+  return ((bits ^ StripeCode::shownWord(stripe)) & certain & ~changing) == 0;
+}
 
 } // namespace vorn::mv::sl

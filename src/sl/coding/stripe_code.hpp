@@ -33,7 +33,8 @@ struct StripeCode {
   /// of a stack mean nothing.
   static constexpr unsigned shownWord(int stripe) {
     unsigned const w = word(stripe);
-    return (w & 1U) != 0 ? w ^ ~1U : w;
+    unsigned const reference = w & 1U;
+    return w ^ (~1U & (0U - reference));
   }
 
   /// Images of a stack with so many planes: phases, reference, planes.

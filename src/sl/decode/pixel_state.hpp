@@ -26,7 +26,7 @@ constexpr uchar edge = reasonOf(PixelReason::Edge);
 constexpr uchar smallPiece = reasonOf(PixelReason::SmallPiece);
 
 constexpr uchar open = 0x40;
-/// Open, in the queue of growth.
+/// Open, beside a known pixel, for growth to take its turn.
 constexpr uchar waiting = 0x41;
 /// Open if pixels of good contrast lie around it, else of low contrast.
 constexpr uchar unsettledContrast = 0x42;
@@ -43,11 +43,17 @@ constexpr uchar filled = 0x83;
 constexpr uchar knownBit = 0x80;
 constexpr uchar openBit = 0x40;
 
+/// Of an open pixel, the steps of growth that have come to it; of one of unsettled contrast, none.
+constexpr uchar growthBits = 0x1c;
+
 constexpr bool isKnown(uchar state) {
   return (state & knownBit) != 0;
 }
 constexpr bool isOpen(uchar state) {
   return (state & openBit) != 0;
+}
+constexpr bool isWaiting(uchar state) {
+  return (state & (knownBit | waiting)) == waiting;
 }
 constexpr bool isClosed(uchar state) {
   return state < openBit;

@@ -7,7 +7,6 @@
 #include <opencv2/core/mat.hpp>
 
 #include "sl/decode/pixel_state.hpp"
-#include "sl/unwrap/unwrap_regions.hpp"
 
 namespace vorn::mv::sl {
 
@@ -45,7 +44,6 @@ struct ScanMaps {
   PaddedMap<uchar> state;   ///< as in `pixel_state`
   PaddedMap<int> reading;   ///< of the pixel's code images, as a `CodeReading`
   cv::Mat_<uchar> contrast; ///< 255: the pixel's code images range far enough
-  GrowthRegions growth;
 
   void create(cv::Size size) {
     wrapped.create(size, noPhase);

@@ -32,8 +32,8 @@ std::uint64_t GrowthQueue::keyOf(float quality, std::uint32_t index) {
   return static_cast<std::uint64_t>(rank) << 32U | static_cast<std::uint32_t>(~index);
 }
 
-void GrowthQueue::sortSeeds() {
-  if (seeds_.size() < radixSortThreshold) {
+void GrowthQueue::sortSeeds(SeedOrder added) {
+  if (seeds_.size() < radixSortThreshold || added == SeedOrder::Any) {
     std::sort(seeds_.begin(), seeds_.end(), std::greater<>());
   } else {
     constexpr unsigned int digitBits = 11; // a float in three passes

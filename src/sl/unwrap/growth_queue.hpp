@@ -7,6 +7,9 @@
 
 namespace vorn::mv {
 
+/// In which order seeds are added: any, or by rising index, which lets many of them be sorted faster.
+enum class SeedOrder { Any, ByIndex };
+
 /// Hands out pixels by falling quality, equal qualities by rising index, a quality of NaN last.
 ///
 /// Most pixels are known before growth starts. Sorted once they cost a fifth of what a heap would take for
@@ -17,10 +20,10 @@ public:
   void clear();
   void clearSeeds();
 
-  /// Takes a pixel before growth starts; in the order of their indices.
+  /// Takes a pixel before growth starts.
   void addSeed(float quality, std::uint32_t index) { seeds_.push_back(keyOf(quality, index)); }
   /// After the last seed.
-  void sortSeeds();
+  void sortSeeds(SeedOrder added = SeedOrder::ByIndex);
 
   void push(float quality, std::uint32_t index);
 

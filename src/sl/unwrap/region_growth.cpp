@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <limits>
 
+#include "core/parallel.hpp"
 #include "core/pi.hpp"
-#include "sl/unwrap/order_growth.hpp"
 
 namespace vorn::mv {
 
@@ -50,14 +50,9 @@ Fit fitOrder(float wrapped, std::array<float, 4> const& known) {
 
 } // namespace
 
-template <class Maps>
-void RegionGrowth<Maps>::growGatheredPixel(GrowthPixel* pixels, std::uint32_t index) {
+void RegionGrowth::growGatheredPixel(GrowthPixel* pixels, std::uint32_t index) {
   GrowthPixel& pixel = pixels[index];
   Fit const fit = fitOrder(pixel.phase, pixel.known);
-  if (fit.isFound && !maps_.accepts(pixel.reading, fit.absolute)) {
-    pixel.state = unwrap_state::refused;
-    return;
-  }
   pixel.phase = fit.absolute;
   if (!fit.isFound) {
     return;
@@ -85,17 +80,7 @@ void RegionGrowth<Maps>::growGatheredPixel(GrowthPixel* pixels, std::uint32_t in
   }
 }
 
-/// Between two askings lie about a millisecond's turns.
-template <class Maps>
-void RegionGrowth<Maps>::askNowAndThen() {
-  constexpr std::uint32_t period = 8192;
-  if (++turns_ % period == 0) {
-    progress_.at("unwrapping", 0.5);
-  }
-}
-
-template <class Maps>
-void RegionGrowth<Maps>::growGathered(int region) {
+void RegionGrowth::growGathered(int region) {
   GrowthPixel* const pixels = regions_.pixels();
   queue_.clear();
   for (std::uint32_t k = regions_.begin(region); k < regions_.begin(region + 1); ++k) {
@@ -106,14 +91,12 @@ void RegionGrowth<Maps>::growGathered(int region) {
   queue_.sortSeeds();
   while (!queue_.empty()) {
     growGatheredPixel(pixels, queue_.pop());
-    askNowAndThen();
   }
 }
 
 /// Keys for all seeds at once would be the larger part of the memory; indices, and keys for one band after
 /// the other, take half of it.
-template <class Maps>
-void RegionGrowth<Maps>::sortSeedsIntoBands(int region) {
+void RegionGrowth::sortSeedsIntoBands(int region) {
   constexpr std::size_t bandCount = std::size_t{1} << 16;
   constexpr unsigned int bandShift = 48;
   auto const bandOf = [](float quality) {
@@ -141,8 +124,7 @@ void RegionGrowth<Maps>::sortSeedsIntoBands(int region) {
   forEachSeed([&](std::size_t band, std::uint32_t index) { seeds_[bandEnds_[band]++] = index; });
 }
 
-template <class Maps>
-void RegionGrowth<Maps>::growLarge(int region) {
+void RegionGrowth::growLarge(int region) {
   sortSeedsIntoBands(region);
   auto const columns = static_cast<std::uint32_t>(maps_.size().width);
   std::uint32_t next = 0;
@@ -160,17 +142,14 @@ void RegionGrowth<Maps>::growLarge(int region) {
     queue_.sortSeeds();
     while (queue_.hasSeeds()) {
       growMapPixel(queue_.pop());
-      askNowAndThen();
     }
   }
   while (!queue_.empty()) {
     growMapPixel(queue_.pop());
-    askNowAndThen();
   }
 }
 
-template <class Maps>
-void RegionGrowth<Maps>::growMapPixel(std::uint32_t index) {
+void RegionGrowth::growMapPixel(std::uint32_t index) {
   cv::Size const size = maps_.size();
   int const row = static_cast<int>(index / static_cast<std::uint32_t>(size.width));
   int const column = static_cast<int>(index % static_cast<std::uint32_t>(size.width));
@@ -196,10 +175,6 @@ void RegionGrowth<Maps>::growMapPixel(std::uint32_t index) {
     own.settle(column, fit.absolute, unwrap_state::waiting);
     return;
   }
-  if (!maps_.accepts(own.reading(column), fit.absolute)) {
-    own.settle(column, fit.absolute, unwrap_state::refused);
-    return;
-  }
   own.settle(column, fit.absolute, unwrap_state::unwrapped);
   for (Neighbour const& n : neighbours) {
     if (n.isInside && n.pixels.isOpen(n.column)) {
@@ -216,15 +191,13 @@ constexpr std::size_t batchesPerMap = 16;
 
 } // namespace
 
-template <class Maps>
-void growRegions(Maps const& maps, GrowthRegions& regions, Progress const& progress) {
+void growRegions(UnwrapMaps const& maps, GrowthRegions& regions) {
   regions.layOut(static_cast<std::uint32_t>(static_cast<std::size_t>(maps.size().area()) / batchesPerMap));
   for (int batch = 0; batch < regions.batchCount(); ++batch) {
-    progress.at("unwrapping", static_cast<double>(batch) / regions.batchCount());
     regions.gather(batch, maps);
     int const large = batch == 0 ? regions.largeCount() : 0;
     parallelRows(large + regions.count(), [&](int first, int end) {
-      RegionGrowth<Maps> growth(maps, regions, progress);
+      RegionGrowth growth(maps, regions);
       for (int region = first; region < end; ++region) {
         if (region < large) {
           growth.growLarge(region);
@@ -236,8 +209,5 @@ void growRegions(Maps const& maps, GrowthRegions& regions, Progress const& progr
     regions.writeBack(maps);
   }
 }
-
-template void growRegions(UnwrapMaps const&, GrowthRegions&, Progress const&);
-template void growRegions(sl::OrderMaps const&, GrowthRegions&, Progress const&);
 
 } // namespace vorn::mv

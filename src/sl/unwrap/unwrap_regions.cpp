@@ -3,9 +3,11 @@
 #include "sl/unwrap/unwrap_regions.hpp"
 
 #include <cstring>
+#include <limits>
 
 #include "core/bits.hpp"
 #include "core/joined_sets.hpp"
+#include "core/parallel.hpp"
 
 namespace vorn::mv {
 
@@ -147,6 +149,71 @@ void GrowthRegions::placeBatch(int batch) {
     }
   }
   pixels_ = memory_.provide(end - begin);
+}
+
+void GrowthRegions::gatherRow(int row, UnwrapMaps const& maps) const {
+  // An open pixel beside one of the region is of the region, so it is gathered, too.
+  auto const placeAt = [](Run const*& run, Run const* end, int column) {
+    while (run < end && run->end <= column) {
+      ++run;
+    }
+    return run < end && run->begin <= column ? run->placeOf(column) : noGrowthPixel;
+  };
+  constexpr float none = std::numeric_limits<float>::quiet_NaN();
+  int const lastColumn = maps.size().width - 2;
+  int const lastRow = maps.size().height - 2;
+  auto const here = maps.row(row);
+  auto const above = maps.row(row - 1);
+  auto const below = maps.row(row + 1);
+  Run const* upper = rowAt(row - 1).begin;
+  Run const* const endOfUpper = rowAt(row - 1).end;
+  Run const* lower = row < lastRow ? rowAt(row + 1).begin : nullptr;
+  Run const* const endOfLower = row < lastRow ? rowAt(row + 1).end : nullptr;
+  for (Run const* own = rowAt(row).begin; own < rowAt(row).end; ++own) {
+    Run const run = *own;
+    if (!run.isGathered()) {
+      continue;
+    }
+    GrowthPixel* out = pixels_ + run.placeOf(run.begin);
+    for (int x = run.begin; x < run.end; ++x, ++out) {
+      out->phase = here.wrapped(x);
+      out->quality = here.quality(x);
+      out->known = {x > 1 ? here.known(x - 1) : none, x < lastColumn ? here.known(x + 1) : none,
+                    row > 1 ? above.known(x) : none, row < lastRow ? below.known(x) : none};
+      out->upper = placeAt(upper, endOfUpper, x);
+      out->lower = placeAt(lower, endOfLower, x);
+      out->hasLeft = x > run.begin;
+      out->hasRight = x + 1 < run.end;
+      out->state = here.state(x);
+    }
+  }
+}
+
+void GrowthRegions::gather(int batch, UnwrapMaps const& maps) {
+  placeBatch(batch);
+  parallelRows(maps.size().height - 2, [&](int firstRow, int endRow) {
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      gatherRow(row, maps);
+    }
+  });
+}
+
+void GrowthRegions::writeBack(UnwrapMaps const& maps) {
+  parallelRows(maps.size().height - 2, [&](int firstRow, int endRow) {
+    for (int row = firstRow + 1; row < endRow + 1; ++row) {
+      auto const out = maps.row(row);
+      for (Run* run = rowAt(row).begin; run < rowAt(row).end; ++run) {
+        if (!run->isGathered()) {
+          continue;
+        }
+        GrowthPixel const* pixel = pixels_ + run->placeOf(run->begin);
+        for (int x = run->begin; x < run->end; ++x, ++pixel) {
+          out.settle(x, pixel->phase, pixel->state);
+        }
+        run->region = grownLabel;
+      }
+    }
+  });
 }
 
 } // namespace vorn::mv

@@ -3,13 +3,11 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
 
 #include "core/large_array.hpp"
-#include "core/parallel.hpp"
 #include "sl/unwrap/unwrap_seeding.hpp"
 
 namespace vorn::mv {
@@ -24,7 +22,7 @@ constexpr std::uint32_t noGrowthPixel = 0xFFFFFFFFU;
 /// together it fits the caches. That takes memory, so regions are gathered in batches; one that exceeds a
 /// batch fits no cache either way and is left in the maps.
 ///
-/// Takes 40 bytes for each pixel of a batch and 12 for each run of pixels in a row.
+/// Takes 36 bytes for each pixel of a batch and 12 for each run of pixels in a row.
 class GrowthRegions {
 public:
   /// Pixels begin <= x < end of a row.
@@ -53,11 +51,9 @@ public:
 
   int batchCount() const { return static_cast<int>(batches_.size()) - 1; }
   /// Takes from the maps what growth asks of the pixels of a batch.
-  template <class Maps>
-  void gather(int batch, Maps const& maps);
+  void gather(int batch, UnwrapMaps const& maps);
   /// Puts phases and states of the gathered pixels back into the maps.
-  template <class Maps>
-  void writeBack(Maps const& maps);
+  void writeBack(UnwrapMaps const& maps);
 
   /// The gathered pixels, region after region, in row order within each.
   GrowthPixel* pixels() const { return pixels_; }
@@ -104,8 +100,7 @@ private:
   void unite(std::uint32_t a, std::uint32_t b);
   void settleLabels();
   void placeBatch(int batch);
-  template <class Maps>
-  void gatherRow(int row, Maps const& maps) const;
+  void gatherRow(int row, UnwrapMaps const& maps) const;
   Row const& rowAt(int row) const { return rows_[static_cast<std::size_t>(row)]; }
 
   RowStore<Run> runs_;
@@ -119,74 +114,5 @@ private:
   ReusedArray<GrowthPixel> memory_;
   GrowthPixel* pixels_ = nullptr;
 };
-
-template <class Maps>
-void GrowthRegions::gatherRow(int row, Maps const& maps) const {
-  // An open pixel beside one of the region is of the region, so it is gathered, too.
-  auto const placeAt = [](Run const*& run, Run const* end, int column) {
-    while (run < end && run->end <= column) {
-      ++run;
-    }
-    return run < end && run->begin <= column ? run->placeOf(column) : noGrowthPixel;
-  };
-  constexpr float none = std::numeric_limits<float>::quiet_NaN();
-  int const lastColumn = maps.size().width - 2;
-  int const lastRow = maps.size().height - 2;
-  auto const here = maps.row(row);
-  auto const above = maps.row(row - 1);
-  auto const below = maps.row(row + 1);
-  Run const* upper = rowAt(row - 1).begin;
-  Run const* const endOfUpper = rowAt(row - 1).end;
-  Run const* lower = row < lastRow ? rowAt(row + 1).begin : nullptr;
-  Run const* const endOfLower = row < lastRow ? rowAt(row + 1).end : nullptr;
-  for (Run const* own = rowAt(row).begin; own < rowAt(row).end; ++own) {
-    Run const run = *own;
-    if (!run.isGathered()) {
-      continue;
-    }
-    GrowthPixel* out = pixels_ + run.placeOf(run.begin);
-    for (int x = run.begin; x < run.end; ++x, ++out) {
-      out->phase = here.wrapped(x);
-      out->quality = here.quality(x);
-      out->known = {x > 1 ? here.known(x - 1) : none, x < lastColumn ? here.known(x + 1) : none,
-                    row > 1 ? above.known(x) : none, row < lastRow ? below.known(x) : none};
-      out->upper = placeAt(upper, endOfUpper, x);
-      out->lower = placeAt(lower, endOfLower, x);
-      out->reading = here.reading(x);
-      out->hasLeft = x > run.begin;
-      out->hasRight = x + 1 < run.end;
-      out->state = here.state(x);
-    }
-  }
-}
-
-template <class Maps>
-void GrowthRegions::gather(int batch, Maps const& maps) {
-  placeBatch(batch);
-  parallelRows(maps.size().height - 2, [&](int firstRow, int endRow) {
-    for (int row = firstRow + 1; row < endRow + 1; ++row) {
-      gatherRow(row, maps);
-    }
-  });
-}
-
-template <class Maps>
-void GrowthRegions::writeBack(Maps const& maps) {
-  parallelRows(maps.size().height - 2, [&](int firstRow, int endRow) {
-    for (int row = firstRow + 1; row < endRow + 1; ++row) {
-      auto const out = maps.row(row);
-      for (Run* run = rowAt(row).begin; run < rowAt(row).end; ++run) {
-        if (!run->isGathered()) {
-          continue;
-        }
-        GrowthPixel const* pixel = pixels_ + run->placeOf(run->begin);
-        for (int x = run->begin; x < run->end; ++x, ++pixel) {
-          out.settle(x, pixel->phase, pixel->state);
-        }
-        run->region = grownLabel;
-      }
-    }
-  });
-}
 
 } // namespace vorn::mv

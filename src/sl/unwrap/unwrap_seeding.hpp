@@ -16,8 +16,6 @@ namespace unwrap_state {
 constexpr uchar unreached = 0;
 constexpr uchar waiting = 95;
 constexpr uchar unwrapped = 255;
-/// Its order contradicts what else is known of it.
-constexpr uchar refused = 1;
 } // namespace unwrap_state
 
 /// A pixel that growth may give a phase, with all that growth asks of its surroundings.
@@ -28,8 +26,7 @@ struct GrowthPixel {
       known;           ///< absolute phases of the left, right, upper and lower neighbour; NaN: none yet
   std::uint32_t upper; ///< index; `noGrowthPixel`: closed to growth
   std::uint32_t lower;
-  std::uint32_t reading; ///< what else is known of the pixel, for those maps that hold it against its phase
-  bool hasLeft;          ///< the left neighbour is the pixel before
+  bool hasLeft; ///< the left neighbour is the pixel before
   bool hasRight;
   uchar state; ///< as in `unwrap_state`
 };
@@ -53,7 +50,6 @@ struct UnwrapMaps {
 
     float wrapped(int x) const { return phases[x]; }
     float quality(int x) const { return qualities[x]; }
-    std::uint32_t reading(int /*x*/) const { return 0; }
     uchar state(int x) const { return states[x]; }
     /// The absolute phase; NaN where the pixel is not unwrapped.
     float known(int x) const {
@@ -71,8 +67,6 @@ struct UnwrapMaps {
   Row row(int y) const {
     return {phase[y], quality[y], state.ptr<uchar>(y), mask.empty() ? nullptr : mask.ptr<uchar>(y)};
   }
-  /// Whether what else is known of a pixel agrees with an absolute phase.
-  static bool accepts(std::uint32_t /*reading*/, float /*absolute*/) { return true; }
 };
 
 /// The first half of phase unwrapping, row after row from the second to the last but one: trusted pixels get
