@@ -39,5 +39,6 @@ if(VORN_MV_BUILD_TOOLS)
   install(FILES ${manual_dir}/vorn-mv.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES ${manual_dir}/vorn-mv.bash RENAME vorn-mv
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  install(DIRECTORY tools/report/schema DESTINATION ${CMAKE_INSTALL_DATADIR}/vorn-mv COMPONENT tools)
   install(FILES ${manual_dir}/_vorn-mv DESTINATION ${VORN_MV_ZSH_FUNCTIONS} COMPONENT tools)
 endif()

@@ -66,7 +66,7 @@ TEST_F(DetectCommand, FileAndOptionsDescribeTheSameTarget) {
   ASSERT_EQ(byOptions.status, 0) << byOptions.errors;
   EXPECT_NE(byFile.output.find("63 points, looks the same turned"), std::string::npos) << byFile.output;
   nlohmann::json const json = readJsonFile(path("file.json"));
-  EXPECT_EQ(json, readJsonFile(path("options.json")));
+  EXPECT_EQ(json["images"], readJsonFile(path("options.json"))["images"]);
   nlohmann::json const points = json["images"][0]["points"];
   ASSERT_EQ(points.size(), std::size_t{rows * columns});
   for (auto const& point : points) {

@@ -319,7 +319,7 @@ TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
   ToolOutcome const good =
       with({"--out", out / "cloud.ply", "--report", out / "r.json", "--preview", out / "p.png"});
   ASSERT_EQ(good.status, 0) << good.errors;
-  EXPECT_EQ(tools::readJsonFile(out / "r.json")["Points"].get<std::size_t>(),
+  EXPECT_EQ(tools::readJsonFile(out / "r.json")["points"].get<std::size_t>(),
             tools::readGraphic(out / "cloud.ply").vertices().size());
   EXPECT_TRUE(fs::exists(out / "p.png"));
   std::ofstream(out / "encoder.txt") << "1\n2\nthree\n";

@@ -82,7 +82,7 @@ TEST(ScanCommand, MeasuresTheSceneThatWasRendered) {
   EXPECT_LT(std::sqrt(squares / measured), mostError);
 
   nlohmann::json const report = readJsonFile(files / "r.json");
-  EXPECT_EQ(report["Points"].get<std::size_t>(), readGraphic(files / "cloud.ply").vertices().size());
+  EXPECT_EQ(report["points"].get<std::size_t>(), readGraphic(files / "cloud.ply").vertices().size());
   EXPECT_EQ(cv::imread(files / "p.png").rows, xyz.rows);
   EXPECT_EQ(cv::imread(files / "map.tiff", cv::IMREAD_UNCHANGED).type(), CV_32F);
 }
@@ -213,15 +213,15 @@ TEST(ScanCommand, ReadsWholeJpegFiles) {
 TEST(DemoCommand, MeasuresSpheresAndPlane) {
   test::TemporaryFolder const folder;
   ASSERT_EQ(run({"demo", "--true-calibration", "--divisor", "2", "--out", folder.path()}).status, 0);
-  nlohmann::json const truth = readJsonFile(folder / "report.json")["Truth"];
+  nlohmann::json const truth = readJsonFile(folder / "report.json")["truth"];
   // Pixels twice as large as the rig's own make about 0.06 mm of noise, the worst of thousands five times
   // that.
   constexpr double noise = 0.1;
-  EXPECT_LT(truth["RMS"].get<double>(), noise);
-  EXPECT_GT(truth["RMS"].get<double>(), 0.0);
-  EXPECT_LT(std::abs(truth["Artefacts"]["sphere A: size error"].get<double>()), noise);
-  EXPECT_LT(std::abs(truth["Artefacts"]["sphere A to sphere B: distance error"].get<double>()), noise);
-  EXPECT_LT(truth["Artefacts"]["back plane: flatness"].get<double>(), 10.0 * noise);
+  EXPECT_LT(truth["rms"].get<double>(), noise);
+  EXPECT_GT(truth["rms"].get<double>(), 0.0);
+  EXPECT_LT(std::abs(truth["artefacts"]["sphere A: size error"].get<double>()), noise);
+  EXPECT_LT(std::abs(truth["artefacts"]["sphere A to sphere B: distance error"].get<double>()), noise);
+  EXPECT_LT(truth["artefacts"]["back plane: flatness"].get<double>(), 10.0 * noise);
 }
 
 TEST(Tool, SuggestsWhatAMisspeltWordMeans) {

@@ -91,6 +91,23 @@ std::vector<cv::Mat> readNeeded(fs::path const& pose, std::string const& prefix,
 
 } // namespace
 
+std::vector<std::string> calibrationPictures(std::string const& folder,
+                                             std::vector<std::string> const& prefixes) {
+  PoseFolders const poses = poseFolders(folder);
+  std::vector<std::string> files;
+  for (std::string const& name : poses.names) {
+    for (auto const& entry : fs::directory_iterator(poses.root / name)) {
+      std::string const file = entry.path().filename().string();
+      std::string const start = file.substr(0, file.find_first_of("._"));
+      if (std::find(prefixes.begin(), prefixes.end(), start) != prefixes.end()) {
+        files.push_back(entry.path().string());
+      }
+    }
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
                                         Observer* observer) {
   return calibrate<mv::ScannerView>(

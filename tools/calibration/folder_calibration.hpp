@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <vorn/mv/scanner/calibrate_laser.hpp>
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
@@ -11,6 +12,12 @@
 /// The library's calibrations from the views in a folder: pose_00, pose_01 and so on in it, or in the one
 /// that it holds as "calib". A view whose pictures are missing or cannot be read is left out and says so.
 namespace vorn::tools {
+
+/// The pictures in the views' folders whose names begin with one of `prefixes`, a full stop or an underscore
+/// behind it, as "columns" for columns_00.png; in order.
+/// @throws Exception when there are no such folders
+std::vector<std::string> calibrationPictures(std::string const& folder,
+                                             std::vector<std::string> const& prefixes);
 
 /// From pose_00/target.png, columns_00.png ..., rows_00.png ... and so on.
 /// @throws Exception when there are no such folders; what `mv::calibrateScanner` throws

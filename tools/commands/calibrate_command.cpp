@@ -17,6 +17,7 @@
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
@@ -25,7 +26,6 @@ namespace {
 struct CalibrateOptions {
   std::string folder;
   std::string output;
-  std::string report;
   std::string plot;
   std::string projector;
   bool isStereo = false;
@@ -38,12 +38,10 @@ struct CalibrateOptions {
 /// Shows the figures of a calibration and writes its files together, the object last: it stands there only
 /// with the report and the plot that belong to it.
 void finish(CalibrateOptions const& options, mv::Calibration const& calibration,
-            IJsonSerializable const& object) {
+            IJsonSerializable const& object, Report& report) {
   std::cout << table(calibration);
-  std::vector<FileContent> files;
-  if (!options.report.empty()) {
-    files.push_back({options.report, jsonText(mv::toJson(calibration))});
-  }
+  report.add(mv::toJson(calibration));
+  std::vector<FileContent> files = report.takeFiles();
   if (!options.plot.empty()) {
     files.push_back({options.plot, encodedImage(options.plot, plotResiduals(calibration))});
   }
@@ -53,29 +51,38 @@ void finish(CalibrateOptions const& options, mv::Calibration const& calibration,
   writeTogether(files);
 }
 
-void run(CalibrateOptions const& options) {
+std::vector<std::string> prefixesOf(CalibrateOptions const& options) {
+  if (options.isLaser) {
+    return {"target", "line"};
+  }
+  return options.isStereo ? std::vector<std::string>{"target"}
+                          : std::vector<std::string>{"target", "columns", "rows"};
+}
+
+void run(CalibrateOptions const& options, Report& report) {
   options.pitch.require(options.assignments);
-  checkOutputs({options.output, options.report, options.plot});
-  checkPicturePath(options.plot);
   mv::CalibrationSettings settings;
   applyAssignments(settings.detector, options.assignments);
   options.pitch.apply(settings.detector, options.assignments);
+  report.declare(calibrationPictures(options.folder, prefixesOf(options)), {options.output, options.plot});
+  checkPicturePath(options.plot);
   if (!options.projector.empty()) {
     settings.projector = parsePixels(options.projector, "--projector");
   }
+  report.addProperties(settings.detector);
   settings.line.minContrast = options.contrast;
   if (options.isLaser) {
     mv::LaserCalibration const calibration =
         watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object);
+    finish(options, calibration, calibration.object, report);
   } else if (options.isStereo) {
     mv::StereoCalibration const calibration =
         watched([&](Observer* bar) { return calibrateStereo(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object);
+    finish(options, calibration, calibration.object, report);
   } else {
     mv::ScannerCalibration const calibration =
         watched([&](Observer* bar) { return calibrateScanner(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object);
+    finish(options, calibration, calibration.object, report);
   }
 }
 
@@ -96,7 +103,7 @@ void addCalibrateCommand(CLI::App& app) {
   addContrastOption(*command, options->contrast)->needs(laser);
   CLI::Option* stereo = command->add_flag(
       "--stereo", options->isStereo, "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
-  command->add_option("--out", options->output, "The calibrated object, a JSON file")->required();
+  command->add_option("-o,--out", options->output, "The calibrated object, a JSON file")->required();
   laser->excludes(stereo);
   command
       ->add_option("--projector", options->projector,
@@ -104,11 +111,11 @@ void addCalibrateCommand(CLI::App& app) {
       ->type_name("SIZE")
       ->excludes(laser)
       ->excludes(stereo);
-  command->add_option("--report", options->report, "JSON file for the errors of every view");
   command->add_option("--plot", options->plot, "Picture of the reprojection errors");
   options->pitch.addTo(*command);
   addSetOption(*command, options->assignments, "detector, such as MinDotArea=20");
-  command->callback([options] { run(*options); });
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "--report", "the errors of every view");
 }
 
 } // namespace vorn::tools

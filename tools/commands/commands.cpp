@@ -15,7 +15,7 @@ std::unique_ptr<CLI::App> makeProgram() {
   app.require_subcommand(1);
   app.set_version_flag("--version", VORN_MV_VERSION);
   auto const verbose = std::make_shared<bool>(false);
-  app.add_flag("--verbose", *verbose, "Show the library's own messages on standard error");
+  app.add_flag("--verbose", *verbose, "The library's own messages on standard error");
   app.parse_complete_callback([verbose] { System::set("EnableDebugMode", Variant(*verbose)); });
   // In the order of a job, which is that of the help text.
   addPatternsCommand(app);

@@ -24,6 +24,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/work.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
 #include "tools/scan/truth_comparison.hpp"
@@ -60,7 +61,7 @@ Capture capture(sim::Rig const& rig, sim::Scene const& scene) {
 }
 
 /// Renders views of the target, as a user would photograph them, and calibrates from their files.
-mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& folder) {
+mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& folder, Report& report) {
   sim::Target const target = sim::demoTarget();
   sim::FolderOptions rendering;
   rendering.rows = true;
@@ -78,6 +79,7 @@ mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& fol
   mv::ScannerCalibration const calibration =
       watched([&](Observer* bar) { return calibrateScanner(folder.string(), settings, bar); });
   std::cout << table(calibration);
+  report["calibration"] = mv::toJson(calibration);
   return calibration.object;
 }
 
@@ -87,14 +89,16 @@ mv::Sl3dScanner trulyCalibrated(sim::Rig const& rig) {
   return scanner;
 }
 
-void run(DemoOptions const& options) {
+void run(DemoOptions const& options, Report& report) {
   makeFolder(options.out);
   std::filesystem::path const folder = options.out;
   sim::Rig const rig = sim::demoRig(options.divisor);
   sim::Scene const scene = sim::demoScene();
   std::cout << "The virtual rig: camera " << sizeText(rig.camera.device.resolution()) << ", projector "
             << sizeText(rig.projector.device.resolution()) << " pixels\n";
-  mv::Sl3dScanner scanner = options.isCalibrating ? calibrated(rig, folder / "calib") : trulyCalibrated(rig);
+  mv::Sl3dScanner scanner =
+      options.isCalibrating ? calibrated(rig, folder / "calib", report) : trulyCalibrated(rig);
+  report.addProperties(scanner);
 
   std::cout << "Scanning a scene" << std::endl;
   Capture const captured = capture(rig, scene);
@@ -113,9 +117,10 @@ void run(DemoOptions const& options) {
   writeImage((folder / "scan.png").string(), drawRelief(scan.xyz));
   constexpr auto period = static_cast<float>(mv::sl::columnCode.period);
   writeImage((folder / "map.png").string(), drawDecodedMap(scan.map, period));
-  nlohmann::json report = scanReport(scan);
-  report["Truth"] = comparisonReport(comparison, figures);
-  writeJsonFile((folder / "report.json").string(), report);
+  report.add(scanReport(scan));
+  report["images"] = captured.images.size();
+  report["truth"] = comparisonReport(comparison, figures);
+  report.alsoWriteTo((folder / "report.json").string());
   std::cout << "In " << options.out << ": scan.ply, its picture scan.png, the decoded map.png, scanner.json, "
             << "report.json\n";
 }
@@ -126,14 +131,16 @@ void addDemoCommand(CLI::App& app) {
   auto options = std::make_shared<DemoOptions>();
   CLI::App* command =
       app.add_subcommand("demo", "Scan with the virtual rig and compare with the exact truth");
-  command->add_option("--out", options->out, "Folder for the results; made if need be")
+  command->add_option("-o,--out", options->out, "Folder for the results; made if need be")
       ->capture_default_str();
   constexpr int coarsest = 2; // beyond it the dots of the target are too small to be found
   command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
-      ->check(CLI::Range(1, coarsest));
+      ->check(CLI::Range(1, coarsest))
+      ->capture_default_str();
   command->add_flag("!--true-calibration", options->isCalibrating,
                     "Scan with the rig's true calibration instead of calibrating first");
-  command->callback([options] { run(*options); });
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "--report", "the figures");
 }
 
 } // namespace vorn::tools

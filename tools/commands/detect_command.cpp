@@ -19,9 +19,8 @@
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/target_options.hpp"
 #include "tools/files/image_files.hpp"
-#include "tools/files/json_file.hpp"
-#include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
@@ -32,7 +31,6 @@ namespace {
 
 struct DetectOptions {
   std::vector<std::string> images;
-  std::string output;
   std::string overlays;
   std::string explanations;
   TargetOptions target;
@@ -157,17 +155,16 @@ nlohmann::json detectDescribed(DetectOptions const& options, std::size_t number,
 }
 
 /// Writes what was found. @throws Exception when that is nothing
-void finish(DetectOptions const& options, nlohmann::json const& images, int found) {
-  if (!options.output.empty()) {
-    writeJsonFile(options.output, {{"images", images}});
-  }
+void finish(DetectOptions const& options, nlohmann::json const& images, int found, Report& report) {
+  report["images"] = images;
+  report.write();
   if (found == 0) {
     throw Exception("No target found in any of " + std::to_string(options.images.size()) + " images", nullptr,
                     0, "detect");
   }
 }
 
-void runDescribed(DetectOptions const& options) {
+void runDescribed(DetectOptions const& options, Report& report) {
   mv::TargetDescription const target = options.target.description(options.pitch.pitch);
   for (std::string const& folder : {options.overlays, options.explanations}) {
     if (!folder.empty()) {
@@ -182,14 +179,14 @@ void runDescribed(DetectOptions const& options) {
     images.push_back(detectDescribed(options, i, target));
     found += images.back()["count"] == 0 ? 0 : 1;
   }
-  finish(options, images, found);
+  finish(options, images, found, report);
 }
 
 /// For what is to be told before any image is searched.
-void checkPlaces(DetectOptions const& options) {
+void checkPlaces(DetectOptions const& options, Report& report) {
   std::vector<std::string> inputs = options.images;
   inputs.push_back(options.target.file());
-  checkOutputs({options.output}, inputs);
+  report.declare(inputs, {});
   auto const place = [](std::string const& folder) {
     return fs::weakly_canonical(fs::absolute(folder) / "");
   };
@@ -200,15 +197,16 @@ void checkPlaces(DetectOptions const& options) {
   }
 }
 
-void run(DetectOptions const& options) {
-  checkPlaces(options);
+void run(DetectOptions const& options, Report& report) {
+  checkPlaces(options, report);
   if (options.target.isGiven() || !options.explanations.empty()) {
-    runDescribed(options);
+    runDescribed(options, report);
     return;
   }
   CalibPatternDetector detector;
   applyAssignments(detector, options.assignments);
   options.pitch.apply(detector, options.assignments);
+  report.addProperties(detector);
   double const pitch = detector["PatternDim"].getValue().toDouble();
   if (!options.overlays.empty()) {
     makeFolder(options.overlays);
@@ -233,7 +231,7 @@ void run(DetectOptions const& options) {
                  overlayOf(grey, result));
     }
   }
-  finish(options, images, found);
+  finish(options, images, found, report);
 }
 
 } // namespace
@@ -242,7 +240,6 @@ void addDetectCommand(CLI::App& app) {
   auto options = std::make_shared<DetectOptions>();
   CLI::App* command = app.add_subcommand("detect", "Find the dots of the calibration target in images");
   command->add_option("images", options->images, "Photographs of the target")->required();
-  command->add_option("--out", options->output, "JSON file for the key points");
   command->add_option("--overlay", options->overlays, "Folder for pictures of what was found");
   options->pitch.addTo(*command);
   options->target.addTo(*command);
@@ -254,7 +251,8 @@ void addDetectCommand(CLI::App& app) {
                               command->get_option("--kind")}) {
     option->excludes(set);
   }
-  command->callback([options] { run(*options); });
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "-o,--out,--report", "the key points");
 }
 
 } // namespace vorn::tools

@@ -3,8 +3,11 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
+#include <iomanip>
+#include <iostream>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,6 +25,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/report/work.hpp"
 #include "tools/scan/preview.hpp"
 
 namespace vorn::tools {
@@ -41,6 +45,7 @@ struct FilterOptions {
   std::string input;
   std::string output;
   std::vector<Step> steps;
+  std::vector<std::string> chains; ///< files that some of the steps stood in
   bool allowLoss = false;
   std::string preview;
 };
@@ -119,20 +124,38 @@ void writePreview(std::string const& path, mv::PointCloud const& cloud) {
   writeImage(path, drawCloud(points, colors));
 }
 
-void run(FilterOptions const& options) {
+/// A line of the table of steps.
+void printRow(std::string const& name, std::string const& removed, std::string const& left,
+              std::string const& time) {
+  constexpr int nameWidth = 44;
+  constexpr int countWidth = 12;
+  constexpr int timeWidth = 9;
+  std::cout << std::left << std::setw(nameWidth) << name << std::right << ' ' << std::setw(countWidth)
+            << removed << ' ' << std::setw(countWidth) << left << ' ' << std::setw(timeWidth) << time
+            << std::endl;
+}
+
+void run(FilterOptions const& options, Report& report) {
   checkGraphicPath(options.output);
-  checkOutputs({options.output, options.preview}, {options.input});
+  std::vector<std::string> inputs = options.chains;
+  inputs.push_back(options.input);
+  report.declare(inputs, {options.output, options.preview});
   checkPicturePath(options.preview);
   mv::PointCloud cloud = readCloud(options.input, options.allowLoss);
-  std::printf("%-44s %12s %12s %9s\n", "step", "removed", "left", "ms");
-  std::printf("%-44s %12s %12zu\n", options.input.c_str(), "", cloud.presentCount());
+  printRow("step", "removed", "left", "ms");
+  printRow(options.input, "", std::to_string(cloud.presentCount()), "");
+  report["pointsRead"] = cloud.presentCount();
+  nlohmann::json& steps = report["steps"] = nlohmann::json::array();
   for (Step const& step : options.steps) {
     if (step.needs == Needs::Grid && !cloud.isOrganized()) {
       if (!options.allowLoss) {
         throw loss(step.name + " needs the camera's grid, but the points of " + options.input +
                    " have none: take those of scan --xyz");
       }
-      std::printf("%-44s %12s\n", step.name.c_str(), "skipped: the points have no grid (see scan --xyz)");
+      std::string const reason = "skipped: the points have no grid (see scan --xyz)";
+      printRow(step.name, reason, "", "");
+      report.warn(step.name + " " + reason);
+      steps.push_back({{"name", step.name}, {"skipped", true}});
       continue;
     }
     std::size_t const before = cloud.presentCount();
@@ -140,8 +163,10 @@ void run(FilterOptions const& options) {
     step.run(cloud);
     double const elapsed = timer.toc();
     std::size_t const left = cloud.presentCount();
-    std::printf("%-44s %12zu %12zu %9.1f\n", step.name.c_str(), before - left, left, elapsed);
-    std::fflush(stdout);
+    std::ostringstream time;
+    time << std::fixed << std::setprecision(1) << elapsed;
+    printRow(step.name, std::to_string(before - left), std::to_string(left), time.str());
+    steps.push_back({{"name", step.name}, {"removed", before - left}, {"left", left}, {"time", elapsed}});
     if (left == 0 && !options.allowLoss) {
       throw loss("No point of " + options.input + " is left after " + step.name);
     }
@@ -150,6 +175,7 @@ void run(FilterOptions const& options) {
     writePreview(options.preview, cloud);
   }
   writeGraphic(options.output, cloud.getGraphicObject(true));
+  report["points"] = cloud.presentCount();
 }
 
 /// The steps stand in the order in which the command line names them, so options act as soon as they are
@@ -262,12 +288,17 @@ void addFilterCommand(CLI::App& app) {
       *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "FILTER",
       [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
   addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "TEXT",
-                             [&steps](std::string const& path) { addChain(steps, path); });
+                             [&steps, &chains = options->chains](std::string const& path) {
+                               addChain(steps, path);
+                               chains.push_back(path);
+                             });
   command->add_flag("--allow-loss", options->allowLoss,
                     "Go on where no point is left, a filter needs a grid that the points do not have, or a "
                     "mesh loses its triangles");
   command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png)");
-  command->callback([options] { run(*options); });
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "--report",
+      "what each step removed and took");
 }
 
 } // namespace vorn::tools

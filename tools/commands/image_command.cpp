@@ -18,6 +18,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
@@ -103,22 +104,25 @@ void writeGallery(std::string const& folder, cv::Mat const& image) {
   }
 }
 
-void run(ImageOptions const& options) {
+void run(ImageOptions const& options, Report& report) {
   if (options.list) {
     for (std::string const& name : mv::imageFilters().names()) {
       printProperties(std::cout, *mv::createImageFilter(name));
+      report["filters"].push_back(name);
     }
     return;
   }
+  report.declare({options.input, options.chainFile}, {options.output, options.savedChain});
   if (!options.gallery.empty()) {
     writeGallery(options.gallery, options.input.empty() ? galleryImage() : readImage(options.input));
     return;
   }
   ImageFilters const chain = chainOf(options);
+  nlohmann::json json;
+  writeFilterChain(chain, json);
+  report["filters"] = json;
   if (!options.savedChain.empty()) {
-    nlohmann::json json;
-    writeFilterChain(chain, json);
-    writeJsonFile(options.savedChain, json);
+    writeTogether({{options.savedChain, jsonText(json)}});
   }
   if (!options.input.empty()) {
     cv::Mat image = readImage(options.input);
@@ -126,6 +130,8 @@ void run(ImageOptions const& options) {
       image = applied(*filter, image);
     }
     writeImage(options.output, storable(image, options.output));
+    report["size"] = {image.cols, image.rows};
+    report["type"] = cv::typeToString(image.type());
   }
 }
 
@@ -147,13 +153,13 @@ void addImageCommand(CLI::App& app) {
   command->add_option("--gallery", options->gallery,
                       "Write to a folder what every filter makes of the picture, or of one rendered here");
   command->add_flag("--list", options->list, "Print all filters with their properties and ranges");
-  command->callback([=] {
+  setWork(*command, [=](Report& report) {
     bool const isComplete = options->list || !options->gallery.empty() || output->count() > 0 ||
                             (input->count() == 0 && !options->savedChain.empty());
     if (!isComplete) {
       throw CLI::RequiredError("input and output");
     }
-    run(*options);
+    run(*options, report);
   });
 }
 

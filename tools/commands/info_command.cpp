@@ -11,6 +11,7 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/calib/stereo_camera.hpp>
+#include <vorn/mv/calib/target_description.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/imaging/image_filters.hpp>
@@ -25,33 +26,50 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/report/report_text.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
 namespace {
 
-void printCamera(std::string const& title, mv::CameraModel const& camera) {
+// Each of these prints what it says, and returns it for the report.
+
+nlohmann::json cameraInfo(std::string const& title, mv::CameraModel const& camera) {
+  nlohmann::json info = {{"resolution", {camera.getResolution().width, camera.getResolution().height}},
+                         {"isCalibrated", camera.isCalibrated()}};
   std::cout << title << ": " << camera.getResolution().width << " x " << camera.getResolution().height
             << " pixels, ";
   if (camera.getK().empty()) {
     std::cout << "not calibrated\n";
-    return;
+    return info;
   }
   cv::Matx33d const k = camera.getK();
   std::cout << "error " << camera.getCalibError() << " px"
             << (camera.isCalibrated() ? "" : " (not calibrated)") << "\n  focal lengths " << k(0, 0) << ", "
             << k(1, 1) << " px; centre " << k(0, 2) << ", " << k(1, 2) << " px; distortion";
+  info["error"] = camera.getCalibError();
+  info["focalLengths"] = {k(0, 0), k(1, 1)};
+  info["centre"] = {k(0, 2), k(1, 2)};
+  info["distortion"] = nlohmann::json::array();
   for (double const coefficient : cv::Mat_<double>(camera.getD())) {
     std::cout << ' ' << coefficient;
+    info["distortion"].push_back(coefficient);
   }
   std::cout << '\n';
+  return info;
 }
 
-void printScanner(mv::Sl3dScanner const& scanner) {
+nlohmann::json listOf(cv::Vec3d const& vector) {
+  return {vector[0], vector[1], vector[2]};
+}
+
+nlohmann::json scannerInfo(mv::Sl3dScanner const& scanner) {
   std::cout << "Structured-light scanner, " << (scanner.isCalibrated() ? "calibrated" : "not calibrated")
             << '\n';
-  printCamera("Camera", scanner.getCameraModel());
-  printCamera("Projector", scanner.getProjectorModel());
+  nlohmann::json info = {{"kind", "scanner"}, {"isCalibrated", scanner.isCalibrated()}};
+  info["camera"] = cameraInfo("Camera", scanner.getCameraModel());
+  info["projector"] = cameraInfo("Projector", scanner.getProjectorModel());
   cv::Matx44d const cam_from_proj = scanner.getTransform();
   cv::Vec3d const projector(cam_from_proj(0, 3), cam_from_proj(1, 3), cam_from_proj(2, 3));
   std::cout << "Projector at " << projector << " mm in the camera's frame, baseline " << cv::norm(projector)
@@ -59,81 +77,129 @@ void printScanner(mv::Sl3dScanner const& scanner) {
   for (Property const* property : scanner.getProperties()) {
     std::cout << "  " << property->toString() << '\n';
   }
+  info["projectorInCamera"] = listOf(projector);
+  info["baseline"] = cv::norm(projector);
+  return info;
 }
 
-void printStereo(mv::StereoCamera const& stereo) {
+nlohmann::json stereoInfo(mv::StereoCamera const& stereo) {
   std::cout << "Stereo camera, " << (stereo.isCalibrated() ? "calibrated" : "not calibrated") << '\n';
-  printCamera("Camera 0", stereo.getCameraModel0());
-  printCamera("Camera 1", stereo.getCameraModel1());
+  nlohmann::json info = {{"kind", "stereoCamera"}, {"isCalibrated", stereo.isCalibrated()}};
+  info["camera"] = cameraInfo("Camera 0", stereo.getCameraModel0());
+  info["camera_1"] = cameraInfo("Camera 1", stereo.getCameraModel1());
   cv::Vec3d const camera1 = mv::math::getT3(stereo.getTransform());
   std::cout << "Camera 1 at " << camera1 << " mm in the frame of camera 0, baseline " << cv::norm(camera1)
             << " mm\n";
+  info["camera1InCamera"] = listOf(camera1);
+  info["baseline"] = cv::norm(camera1);
+  return info;
 }
 
-void printLineScanner(mv::LineScanner const& scanner) {
+nlohmann::json lineScannerInfo(mv::LineScanner const& scanner) {
   std::cout << "Laser line scanner, " << (scanner.isCalibrated() ? "calibrated" : "not calibrated") << '\n';
-  printCamera("Camera", scanner.getCameraModel());
+  nlohmann::json info = {{"kind", "lineScanner"}, {"isCalibrated", scanner.isCalibrated()}};
+  info["camera"] = cameraInfo("Camera", scanner.getCameraModel());
+  info["planes"] = nlohmann::json::array();
   for (mv::Plane3f const& plane : scanner.getPlanes()) {
     std::cout << "Laser plane through " << plane.point() << " mm, normal " << plane.normal() << '\n';
+    info["planes"].push_back(
+        {{"point", listOf(cv::Vec3f(plane.point()))}, {"normal", listOf(cv::Vec3f(plane.normal()))}});
   }
+  return info;
 }
 
-void printJson(std::string const& path) {
+nlohmann::json targetInfo(mv::TargetDescription const& target) {
+  nlohmann::json description;
+  target.write(description);
+  std::cout << "Description of a target\n";
+  for (auto const& [name, value] : description.items()) {
+    std::cout << "  " << name << ' ' << value << '\n';
+  }
+  return {{"kind", "target"}, {"target", description}};
+}
+
+nlohmann::json chainInfo(nlohmann::json const& chain) {
+  std::cout << "Chain of " << chain.size() << " filters\n";
+  for (auto const& filter : chain) {
+    std::cout << "  " << filter.dump() << '\n';
+  }
+  return {{"kind", "filters"}, {"filters", chain}};
+}
+
+nlohmann::json reportInfo(nlohmann::json const& report) {
+  printReport(std::cout, report);
+  return {{"kind", "report"}, {"report", report}};
+}
+
+nlohmann::json jsonInfo(std::string const& path) {
   nlohmann::json const json = readJsonFile(path);
   if (json.contains("ProjectorModel")) {
-    mv::Sl3dScanner scanner;
-    load(path, scanner);
-    printScanner(scanner);
-  } else if (json.contains("CameraModel0")) {
-    mv::StereoCamera stereo;
-    load(path, stereo);
-    printStereo(stereo);
-  } else if (json.contains("Plane_0")) {
-    mv::LineScanner scanner;
-    load(path, scanner);
-    printLineScanner(scanner);
-  } else if (json.contains("K")) {
-    mv::CameraModel camera;
-    load(path, camera);
-    printCamera("Camera", camera);
-  } else {
-    throw Exception(path + " holds no scanner and no camera", nullptr, 0, "info");
+    return scannerInfo(load<mv::Sl3dScanner>(path));
   }
+  if (json.contains("CameraModel0")) {
+    return stereoInfo(load<mv::StereoCamera>(path));
+  }
+  if (json.contains("Plane_0")) {
+    return lineScannerInfo(load<mv::LineScanner>(path));
+  }
+  if (json.contains("K")) {
+    return {{"kind", "camera"}, {"camera", cameraInfo("Camera", load<mv::CameraModel>(path))}};
+  }
+  if (nlohmann::json const report = asReport(json); !report.is_null()) {
+    return reportInfo(report);
+  }
+  if (json.contains("pitch")) {
+    return targetInfo(load<mv::TargetDescription>(path));
+  }
+  if (json.is_array() && !json.empty() && json.front().contains("class")) {
+    return chainInfo(json);
+  }
+  throw Exception(path + " holds no scanner, camera, target, chain of filters or report", nullptr, 0, "info");
 }
 
-void printPicture(std::string const& path) {
+nlohmann::json pictureInfo(std::string const& path) {
   cv::Mat const image = readImage(path);
   double least = 0.0;
   double greatest = 0.0;
   cv::minMaxLoc(image.reshape(1), &least, &greatest);
   std::cout << "Picture, " << image.cols << " x " << image.rows << ", " << cv::typeToString(image.type())
             << ", values " << least << " to " << greatest << '\n';
+  return {{"kind", "picture"},
+          {"size", {image.cols, image.rows}},
+          {"type", cv::typeToString(image.type())},
+          {"values", {least, greatest}}};
 }
 
 /// Every class that is set up by properties.
-void printAllProperties() {
-  printProperties(std::cout, mv::Sl3dScanner());
-  printProperties(std::cout, mv::LineScanner());
-  printProperties(std::cout, mv::CalibPatternDetector());
+nlohmann::json allProperties() {
+  nlohmann::json classes;
+  auto const add = [&](IPropertySet const& object) {
+    std::string const name = object.getClassName();
+    classes[name.substr(name.rfind(':') + 1)] = printProperties(std::cout, object);
+  };
+  add(mv::Sl3dScanner());
+  add(mv::LineScanner());
+  add(mv::CalibPatternDetector());
   for (std::string const& name : mv::pc::filters().names()) {
-    printProperties(std::cout, *mv::pc::createFilter(name));
+    add(*mv::pc::createFilter(name));
   }
-  printProperties(std::cout, mv::pc::ICPAligner());
-  printProperties(std::cout, mv::pc::ICPAligner2());
+  add(mv::pc::ICPAligner());
+  add(mv::pc::ICPAligner2());
   for (std::string const& name : mv::imageFilters().names()) {
-    printProperties(std::cout, *mv::createImageFilter(name));
+    add(*mv::createImageFilter(name));
   }
+  return classes;
 }
 
-void run(std::string const& path) {
+nlohmann::json infoOf(std::string const& path) {
   std::string const ending = lowerCaseEnding(path);
   if (ending == ".json") {
-    printJson(path);
-  } else if (ending == ".ply" || ending == ".obj" || ending == ".stl") {
-    printCloudInfo(readGraphic(path));
-  } else {
-    printPicture(path);
+    return jsonInfo(path);
   }
+  if (ending == ".ply" || ending == ".obj" || ending == ".stl") {
+    return printCloudInfo(readGraphic(path));
+  }
+  return pictureInfo(path);
 }
 
 } // namespace
@@ -142,21 +208,26 @@ void addInfoCommand(CLI::App& app) {
   auto path = std::make_shared<std::string>();
   auto properties = std::make_shared<bool>(false);
   CLI::App* command =
-      app.add_subcommand("info", "Say what a file holds: a calibration, a cloud or a picture");
+      app.add_subcommand("info", "Say what a file holds: a calibration, a cloud, a picture, a report");
   CLI::Option* file = command->add_option("file", *path, "The file");
   command
       ->add_flag("--properties", *properties,
                  "Print the properties of every class instead, with types, defaults and allowed values")
       ->excludes(file);
-  command->callback([=] {
-    if (*properties) {
-      printAllProperties();
-    } else if (file->count() == 0) {
-      throw CLI::RequiredError("file");
-    } else {
-      run(*path);
-    }
-  });
+  setWork(
+      *command,
+      [=](Report& report) {
+        if (*properties) {
+          report["classes"] = allProperties();
+          return;
+        }
+        if (file->count() == 0) {
+          throw CLI::RequiredError("file");
+        }
+        report.declare({*path}, {});
+        report.add(infoOf(*path));
+      },
+      "--report", "what the file holds");
 }
 
 } // namespace vorn::tools

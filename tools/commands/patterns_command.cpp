@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include <vorn/core/exception.hpp>
@@ -13,6 +14,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
@@ -34,7 +36,7 @@ void writeSequence(PatternsOptions const& options, std::string const& prefix,
   }
 }
 
-void run(PatternsOptions const& options) {
+void run(PatternsOptions const& options, Report& report) {
   std::vector<cv::Mat> columns;
   std::vector<cv::Mat> rows;
   cv::Size const size(options.width, options.height);
@@ -46,6 +48,7 @@ void run(PatternsOptions const& options) {
     writeImage((std::filesystem::path(options.folder) / "white.png").string(),
                cv::Mat(size, CV_8UC1, cv::Scalar(255)));
   }
+  report.add({{"columns", columns.size()}, {"rows", rows.size()}, {"size", {size.width, size.height}}});
   std::cout << columns.size() << " column and " << rows.size() << " row patterns of " << options.width
             << " x " << options.height << " pixels in " << options.folder << "\n"
             << "Capture one image for each, in this order, under the same names.\n";
@@ -68,7 +71,7 @@ void addPatternsCommand(CLI::App& app) {
       ->required()
       ->check(CLI::Range(1, mostRows));
   command->add_flag("--white", options->white, "Also write a white image, for the target's view");
-  command->callback([options] { run(*options); });
+  setWork(*command, [options](Report& report) { run(*options, report); });
 }
 
 } // namespace vorn::tools

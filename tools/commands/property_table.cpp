@@ -48,7 +48,7 @@ std::string allowedValues(Property const& property) {
 
 } // namespace
 
-void printProperties(std::ostream& out, IPropertySet const& object) {
+nlohmann::json printProperties(std::ostream& out, IPropertySet const& object) {
   out << object.getClassName() << '\n';
   int nameWidth = 0;
   int defaultWidth = 0;
@@ -60,12 +60,17 @@ void printProperties(std::ostream& out, IPropertySet const& object) {
     widen(nameWidth, property->getName());
     widen(defaultWidth, property->getDefault().toString());
   }
+  nlohmann::json table = nlohmann::json::object();
   for (Property const* property : object.getProperties()) {
     constexpr int typeWidth = 8;
     out << "  " << std::left << std::setw(nameWidth) << property->getName() << std::setw(typeWidth)
         << typeName(*property) << std::setw(defaultWidth) << property->getDefault().toString()
         << allowedValues(*property) << '\n';
+    table[property->getName()] = {{"type", typeName(*property)},
+                                  {"default", property->getDefault().toString()},
+                                  {"allowed", allowedValues(*property)}};
   }
+  return table;
 }
 
 } // namespace vorn::tools

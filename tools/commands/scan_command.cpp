@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -19,6 +20,7 @@
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/work.hpp"
 #include "tools/scan/laser_folder.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
@@ -34,7 +36,6 @@ struct ScanOptions {
   std::string preview;
   std::string map;
   std::string xyz;
-  std::string report;
   bool isLaser = false;
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
@@ -65,13 +66,18 @@ std::vector<std::string> inputsOf(ScanOptions const& options, std::string const&
   for (NumberedFile const& file : findSequence(options.folder, prefix)) {
     inputs.push_back(file.path);
   }
+  std::string const stage = stagePath(options.folder);
+  if (options.isLaser && options.motion.step.empty() && std::filesystem::exists(stage)) {
+    inputs.push_back(stage);
+  }
   return inputs;
 }
 
-void runLaser(ScanOptions const& options) {
+void runLaser(ScanOptions const& options, Report& report) {
   mv::LineScanner scanner;
   load(options.calibration, scanner);
-  checkOutputs({options.out, options.preview, options.report}, inputsOf(options, "line"));
+  report.declare(inputsOf(options, "line"), {options.out, options.preview});
+  report.addProperties(scanner);
   checkPicturePath(options.preview);
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
@@ -90,9 +96,7 @@ void runLaser(ScanOptions const& options) {
   if (!options.preview.empty()) {
     writeImage(options.preview, drawCloud(std::vector<cv::Vec3f>(scan.cloud.points())));
   }
-  if (!options.report.empty()) {
-    writeJsonFile(options.report, scanReport(scan));
-  }
+  report.add(scanReport(scan));
   std::cout << scan.points << " points from " << scan.images << " images";
   if (scan.emptyImages > 0) {
     std::cout << ", " << scan.emptyImages << " of them without a laser line";
@@ -100,12 +104,13 @@ void runLaser(ScanOptions const& options) {
   std::cout << '\n';
 }
 
-void runPattern(ScanOptions const& options) {
+void runPattern(ScanOptions const& options, Report& report) {
   mv::Sl3dScanner scanner;
   load(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
-  checkOutputs({options.out, options.xyz, options.map, options.preview, options.report},
-               inputsOf(options, sequencePrefix(scanner)));
+  report.declare(inputsOf(options, sequencePrefix(scanner)),
+                 {options.out, options.xyz, options.map, options.preview});
+  report.addProperties(scanner);
   checkPicturePath(options.preview);
   checkPicturePath(options.map);
   if (!options.xyz.empty() && !isTiff(options.xyz)) {
@@ -152,13 +157,10 @@ void runPattern(ScanOptions const& options) {
     writeImage(options.preview, drawRelief(result.xyz, result.cloud.texture()));
   }
   double const writeTime = timer.toc();
-  if (!options.report.empty()) {
-    nlohmann::json report = scanReport(result);
-    report["Images"] = images.size();
-    report["Times"]["Read"] = readTime;
-    report["Times"]["Write"] = writeTime;
-    writeJsonFile(options.report, report);
-  }
+  report.add(scanReport(result));
+  report["images"] = images.size();
+  report["times"]["read"] = readTime;
+  report["times"]["write"] = writeTime;
   std::cout << result.counts.points << " points from " << images.size() << " images of " << result.map.cols
             << " x " << result.map.rows << '\n';
 }
@@ -188,7 +190,7 @@ void addScanCommand(CLI::App& app) {
                    "The stage's places in mm along the step, a number a position: text, CSV or JSON")
       ->needs(laser);
   addContrastOption(*command, options->contrast)->needs(laser);
-  command->add_option("--out", options->out, "Write the points as .ply or .obj, or the surface as .stl");
+  command->add_option("-o,--out", options->out, "Write the points as .ply or .obj, or the surface as .stl");
   command->add_option("--preview", options->preview, "Write a shaded picture of the depths");
   command->add_option("--map", options->map, "Write the decoded coordinates: a picture, or CV_32F as .tiff")
       ->excludes(laser);
@@ -196,9 +198,13 @@ void addScanCommand(CLI::App& app) {
       ->add_option("--xyz", options->xyz,
                    "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
       ->excludes(laser);
-  command->add_option("--report", options->report, "Write counts, times in ms and the box as JSON");
   addSetOption(*command, options->assignments, "scanner")->excludes(laser);
-  command->callback([options] { options->isLaser ? runLaser(*options) : runPattern(*options); });
+  setWork(
+      *command,
+      [options](Report& report) {
+        options->isLaser ? runLaser(*options, report) : runPattern(*options, report);
+      },
+      "--report", "counts, times in ms and the box");
 }
 
 } // namespace vorn::tools

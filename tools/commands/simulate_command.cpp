@@ -10,6 +10,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
@@ -86,8 +87,10 @@ void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
             << "  scanner_truth.json  the true calibration\n";
 }
 
-void run(SimulateOptions const& options) {
+void run(SimulateOptions const& options, Report& report) {
   makeFolder(options.folder);
+  report["folder"] = options.folder;
+  report["rig"] = options.isLaser ? "laser" : options.isStereo ? "stereo" : "scanner";
   if (options.isLaser) {
     simulateLaser(options);
   } else if (options.isStereo) {
@@ -127,8 +130,9 @@ void addSimulateCommand(CLI::App& app) {
       ->excludes(laser);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
-      ->check(CLI::Range(1, coarsest));
-  command->callback([options] { run(*options); });
+      ->check(CLI::Range(1, coarsest))
+      ->capture_default_str();
+  setWork(*command, [options](Report& report) { run(*options, report); });
 }
 
 } // namespace vorn::tools

@@ -5,11 +5,14 @@
 #include <memory>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include <vorn/core/exception.hpp>
 
 #include "tools/calibration/target_drawing.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/size_option.hpp"
+#include "tools/report/work.hpp"
 
 namespace vorn::tools {
 
@@ -29,16 +32,18 @@ cv::Size2d pageOf(std::string const& text) {
   return paper != papers.end() ? paper->second : parseSize(text, "--page");
 }
 
-void run(TargetOptions const& options) {
+void run(TargetOptions const& options, Report& report) {
   TargetDrawing target = options.target;
   if (!options.page.empty()) {
     target.page = pageOf(options.page);
   }
   writeTarget(options.output, target);
   cv::Size2d const page = pageSize(target);
-  std::cout << target.maxIndex.x - target.minIndex.x + 1 << " x " << target.maxIndex.y - target.minIndex.y + 1
-            << " dots, pitch " << target.pitch << " mm, on " << page.width << " x " << page.height
-            << " mm: " << options.output << "\nIts description for --target stands beside it as .json."
+  cv::Point const dots = target.maxIndex - target.minIndex + cv::Point(1, 1);
+  report.add({{"dots", {dots.x, dots.y}}, {"pitch", target.pitch}, {"page", {page.width, page.height}}});
+  std::cout << dots.x << " x " << dots.y << " dots, pitch " << target.pitch << " mm, on " << page.width
+            << " x " << page.height << " mm: " << options.output
+            << "\nIts description for --target stands beside it as .json."
             << "\nPrint it at 100 %, then measure the pitch over many dots.\n";
 }
 
@@ -75,7 +80,7 @@ void addTargetCommand(CLI::App& app) {
       ->capture_default_str();
   command->add_flag("--dark-dots", target.hasDarkDots, "Dark dots on white instead of white dots on grey");
   command->add_flag("!--no-markers", target.hasMarkers, "Leave out the three marker dots");
-  command->callback([options] { run(*options); });
+  setWork(*command, [options](Report& report) { run(*options, report); });
 }
 
 } // namespace vorn::tools

@@ -25,7 +25,7 @@ std::vector<cv::Point3f> finitePoints(std::vector<cv::Vec3f> const& points) {
   return finite;
 }
 
-void printBox(std::vector<cv::Point3f> const& points) {
+nlohmann::json printBox(std::vector<cv::Point3f> const& points) {
   cv::Vec3f low = points.front();
   cv::Vec3f high = low;
   for (cv::Vec3f const p : points) {
@@ -35,6 +35,8 @@ void printBox(std::vector<cv::Point3f> const& points) {
     }
   }
   std::cout << "Box from " << low << " to " << high << ", size " << high - low << '\n';
+  cv::Vec3f const size = high - low;
+  return {{"origin", {low[0], low[1], low[2]}}, {"size", {size[0], size[1], size[2]}}};
 }
 
 /// The median distance of a point to the nearest other one, over points from all parts of the list.
@@ -58,8 +60,14 @@ float usualSpacing(std::vector<cv::Point3f> const& points) {
 
 } // namespace
 
-void printCloudInfo(graphic::GraphicObject const& object) {
+nlohmann::json printCloudInfo(graphic::GraphicObject const& object) {
   std::vector<cv::Point3f> const finite = finitePoints(object.vertices());
+  nlohmann::json info = {{"kind", "cloud"},
+                         {"points", object.vertices().size()},
+                         {"finitePoints", finite.size()},
+                         {"triangles", object.triangles().size()},
+                         {"hasNormals", object.hasNormals()},
+                         {"hasColors", object.hasColors()}};
   std::cout << object.vertices().size() << " points";
   if (finite.size() < object.vertices().size()) {
     std::cout << " (" << object.vertices().size() - finite.size() << " of them not finite)";
@@ -67,11 +75,14 @@ void printCloudInfo(graphic::GraphicObject const& object) {
   std::cout << ", " << object.triangles().size() << " triangles; " << (object.hasNormals() ? "" : "no ")
             << "normals, " << (object.hasColors() ? "" : "no ") << "colours\n";
   if (!finite.empty()) {
-    printBox(finite);
+    info["box"] = printBox(finite);
   }
   if (finite.size() > 1) {
-    std::cout << "Usual spacing " << usualSpacing(finite) << " (median distance to the nearest point)\n";
+    float const spacing = usualSpacing(finite);
+    std::cout << "Usual spacing " << spacing << " (median distance to the nearest point)\n";
+    info["spacing"] = spacing;
   }
+  return info;
 }
 
 } // namespace vorn::tools

@@ -2,11 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include <vorn/graphic/graphic_object.hpp>
 
 namespace vorn::tools {
 
 /// Prints how many points and triangles there are, what they carry, their box and their usual spacing.
-void printCloudInfo(graphic::GraphicObject const& object);
+/// @return the same as members of a report
+nlohmann::json printCloudInfo(graphic::GraphicObject const& object);
 
 } // namespace vorn::tools

@@ -7,7 +7,8 @@
 namespace vorn::tools {
 
 std::string jsonText(nlohmann::json const& json) {
-  return json.dump(1) + "\n";
+  // A file's name need not be UTF-8.
+  return json.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 } // namespace vorn::tools

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <list>
@@ -20,6 +21,9 @@ namespace vorn::tools {
 namespace fs = std::filesystem;
 
 namespace {
+
+/// What stands for standard output in place of a path.
+char const* const dash = "-";
 
 Exception refusal(std::string const& path, std::string const& reason) {
   return {"Cannot write " + path + ": " + reason, nullptr, 0, "output"};
@@ -66,12 +70,23 @@ void checkPlace(std::string const& path) {
   }
 }
 
+/// Past the stream of what people read, which may be silenced.
+void writeToStandardOutput(std::string const& bytes) {
+  if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() || std::fflush(stdout) != 0) {
+    throw refusal("to standard output", std::strerror(errno));
+  }
+}
+
 } // namespace
 
-void checkOutputs(std::initializer_list<std::string> paths, std::vector<std::string> const& inputs) {
+bool isStandardOutput(std::string const& path) {
+  return path == dash || path == "/dev/stdout" || path == "/dev/fd/1" || path == "/proc/self/fd/1";
+}
+
+void checkOutputs(std::vector<std::string> const& paths, std::vector<std::string> const& inputs) {
   std::vector<std::string> earlier;
   for (std::string const& path : paths) {
-    if (path.empty()) {
+    if (path.empty() || path == dash) {
       continue;
     }
     checkPlace(path);
@@ -107,7 +122,14 @@ bool isTiff(std::string const& path) {
 void writeTogether(std::vector<FileContent> const& contents) {
   std::list<AtomicFile> files;
   for (FileContent const& content : contents) {
-    files.emplace_back(content.path).write(content.bytes);
+    if (content.path != dash) {
+      files.emplace_back(content.path).write(content.bytes);
+    }
+  }
+  for (FileContent const& content : contents) {
+    if (content.path == dash) {
+      writeToStandardOutput(content.bytes);
+    }
   }
   for (AtomicFile& file : files) {
     file.commit();

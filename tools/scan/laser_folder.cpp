@@ -19,6 +19,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/scan/scan_report.hpp"
 
 namespace vorn::tools {
 
@@ -73,7 +74,7 @@ std::vector<double> numbersOf(nlohmann::json const& json, std::string const& wha
 
 cv::Vec3d readStep(std::string const& folder, StageMotion const& motion) {
   std::vector<double> step;
-  std::string const path = (std::filesystem::path(folder) / "stage.json").string();
+  std::string const path = stagePath(folder);
   if (!motion.step.empty()) {
     step = numbersIn(motion.step, "--step " + motion.step);
   } else if (std::filesystem::exists(path)) {
@@ -126,6 +127,10 @@ mv::Stage readStage(std::string const& folder, StageMotion const& motion, std::s
 
 } // namespace
 
+std::string stagePath(std::string const& folder) {
+  return (std::filesystem::path(folder) / "stage.json").string();
+}
+
 mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& scanner,
                               StageMotion const& motion, mv::LaserScanSettings const& settings,
                               Observer* observer) {
@@ -147,14 +152,12 @@ mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& 
 }
 
 nlohmann::json scanReport(mv::LaserScanResult const& scan) {
-  cv::Point3f const origin = scan.cloud.boxOrigin();
-  cv::Vec3f const size = scan.cloud.boxDims();
-  return {{"Images", scan.images},
-          {"ImagesWithoutLine", scan.emptyImages},
-          {"Points", scan.points},
-          {"Times",
-           {{"Read", scan.readTime}, {"Extract", scan.extractTime}, {"Triangulate", scan.triangulateTime}}},
-          {"Box", {{"Origin", {origin.x, origin.y, origin.z}}, {"Size", {size[0], size[1], size[2]}}}}};
+  return {{"images", scan.images},
+          {"imagesWithoutLine", scan.emptyImages},
+          {"points", scan.points},
+          {"times",
+           {{"read", scan.readTime}, {"extract", scan.extractTime}, {"triangulate", scan.triangulateTime}}},
+          {"box", boxReport(scan.cloud)}};
 }
 
 } // namespace vorn::tools

@@ -20,6 +20,9 @@ struct StageMotion {
   std::string encoder;
 };
 
+/// The file beside a laser scan's images that says how the stage moves.
+std::string stagePath(std::string const& folder);
+
 /// The library's laser scan of line_00.png, line_01.png ... in a folder: at each position of the stage an
 /// image a laser line, in the order of the scanner's planes.
 /// @throws Exception that names the file and what is wrong in it; when none of the images shows a line; what

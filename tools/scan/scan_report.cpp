@@ -15,13 +15,13 @@ namespace vorn::tools {
 namespace {
 
 constexpr std::pair<mv::PixelReason, char const*> reasonNames[] = {
-    {mv::PixelReason::Clipped, "Clipped"},
-    {mv::PixelReason::Dark, "Dark"},
-    {mv::PixelReason::LowContrast, "LowContrast"},
-    {mv::PixelReason::NoCode, "NoCode"},
-    {mv::PixelReason::Edge, "Edge"},
-    {mv::PixelReason::SmallPiece, "SmallPiece"},
-    {mv::PixelReason::NoPoint, "NoPoint"}};
+    {mv::PixelReason::Clipped, "clipped"},
+    {mv::PixelReason::Dark, "dark"},
+    {mv::PixelReason::LowContrast, "lowContrast"},
+    {mv::PixelReason::NoCode, "noCode"},
+    {mv::PixelReason::Edge, "edge"},
+    {mv::PixelReason::SmallPiece, "smallPiece"},
+    {mv::PixelReason::NoPoint, "noPoint"}};
 
 } // namespace
 
@@ -46,19 +46,23 @@ std::string reasonText(mv::ScanCounts const& counts) {
   return text;
 }
 
+nlohmann::json boxReport(mv::PointCloud const& cloud) {
+  cv::Point3f const origin = cloud.boxOrigin();
+  cv::Vec3f const size = cloud.boxDims();
+  return {{"origin", {origin.x, origin.y, origin.z}}, {"size", {size[0], size[1], size[2]}}};
+}
+
 nlohmann::json scanReport(mv::ScanResult const& result) {
   nlohmann::json report;
-  report["Pixels"] = result.counts.pixels;
-  report["Decoded"] = result.counts.decoded;
-  report["Points"] = result.counts.points;
+  report["pixels"] = result.counts.pixels;
+  report["decoded"] = result.counts.decoded;
+  report["points"] = result.counts.points;
   for (auto const& [reason, name] : reasonNames) {
-    report["NotMeasured"][name] = result.counts.of(reason);
+    report["notMeasured"][name] = result.counts.of(reason);
   }
-  report["Times"] = {{"Decode", result.times.decode}, {"Triangulate", result.times.triangulate}};
+  report["times"] = {{"decode", result.times.decode}, {"triangulate", result.times.triangulate}};
   if (result.counts.points > 0) {
-    cv::Point3f const origin = result.cloud.boxOrigin();
-    cv::Vec3f const dims = result.cloud.boxDims();
-    report["Box"] = {{"Origin", {origin.x, origin.y, origin.z}}, {"Size", {dims[0], dims[1], dims[2]}}};
+    report["box"] = boxReport(result.cloud);
   }
   return report;
 }

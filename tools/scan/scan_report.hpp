@@ -14,8 +14,11 @@ namespace vorn::tools {
 /// "columns" or "rows": which sequence of images the scanner decodes, by its "ScannerType".
 std::string sequencePrefix(mv::Sl3dScanner const& scanner);
 
-/// Why pixels have no point, in words: "90 Dark, 10 NoCode", the most frequent reasons first.
+/// Why pixels have no point, in words: "90 dark, 10 noCode", the most frequent reasons first.
 std::string reasonText(mv::ScanCounts const& counts);
+
+/// Where the points of a cloud lie: "origin" and "size", mm.
+nlohmann::json boxReport(mv::PointCloud const& cloud);
 
 /// The figures of a scan: counts, times, box.
 nlohmann::json scanReport(mv::ScanResult const& result);

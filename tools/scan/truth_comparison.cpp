@@ -160,11 +160,11 @@ void printComparison(TruthComparison const& comparison, std::vector<ArtefactFigu
 
 nlohmann::json comparisonReport(TruthComparison const& comparison,
                                 std::vector<ArtefactFigure> const& figures) {
-  nlohmann::json report{{"Expected", comparison.expected}, {"Measured", comparison.measured},
-                        {"RMS", comparison.rms},           {"Median", comparison.median},
-                        {"Error95", comparison.error95},   {"Worst", comparison.worst}};
+  nlohmann::json report{{"expected", comparison.expected}, {"measured", comparison.measured},
+                        {"rms", comparison.rms},           {"median", comparison.median},
+                        {"error95", comparison.error95},   {"worst", comparison.worst}};
   for (ArtefactFigure const& figure : figures) {
-    report["Artefacts"][figure.what] = figure.value;
+    report["artefacts"][figure.what] = figure.value;
   }
   return report;
 }

@@ -1,0 +1,160 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/report/report.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <set>
+
+#include <vorn/core/exception.hpp>
+
+#include "tools/files/json_file.hpp"
+#include "tools/report/sha256.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+/// "small-cluster" as a member's name: "smallCluster".
+std::string memberName(std::string const& option) {
+  std::string name;
+  bool isUpper = false;
+  for (char const c : option.substr(std::min(option.find_first_not_of('-'), option.size()))) {
+    name += isUpper ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
+    isUpper = c == '-';
+    if (isUpper) {
+      name.pop_back();
+    }
+  }
+  return name;
+}
+
+/// A number where the option takes numbers; paths and names may look like one.
+nlohmann::json valueOf(std::string const& text, bool isText) {
+  nlohmann::json const parsed = isText ? nlohmann::json() : nlohmann::json::parse(text, nullptr, false);
+  return parsed.is_number() ? parsed : nlohmann::json(text);
+}
+
+nlohmann::json valuesOf(CLI::Option const& option) {
+  if (option.get_items_expected_max() == 0) {
+    return option.count() > 0; // a flag
+  }
+  bool const isText = option.get_type_name().rfind("TEXT", 0) == 0;
+  if (option.count() == 0) {
+    return valueOf(option.get_default_str(), isText);
+  }
+  nlohmann::json values = nlohmann::json::array();
+  for (std::string const& text : option.results()) {
+    values.push_back(valueOf(text, isText));
+  }
+  return option.get_items_expected_max() == 1 ? values.front() : values;
+}
+
+nlohmann::json optionsOf(CLI::App const& command) {
+  static std::set<std::string> const others{"help", "report", "json", "quiet", "verbose"};
+  nlohmann::json options = nlohmann::json::object();
+  for (CLI::Option const* option : command.get_options()) {
+    std::string const name = memberName(option->get_single_name());
+    bool const isSaid =
+        option->count() > 0 || !option->get_default_str().empty() || option->get_items_expected_max() == 0;
+    // Steps that act in the order of the command line are the command's own to report.
+    if (others.count(name) == 0 && isSaid && !option->get_trigger_on_parse()) {
+      options[name] = valuesOf(*option);
+    }
+  }
+  return options;
+}
+
+nlohmann::json valueOf(Property const& property) {
+  Variant const value = property.getValue();
+  switch (value.type()) {
+  case Variant::Type::Int:
+  case Variant::Type::Int64:
+    return value.toInt64();
+  case Variant::Type::Double:
+    return value.toDouble();
+  case Variant::Type::Bool:
+    return value.toBool();
+  default:
+    return value.toString();
+  }
+}
+
+std::string hashOf(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  Sha256 hash;
+  constexpr std::size_t pieceSize = std::size_t{1} << 18;
+  std::vector<char> piece(pieceSize);
+  while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount() > 0) {
+    hash.update(piece.data(), static_cast<std::size_t>(file.gcount()));
+  }
+  if (!file.eof()) {
+    throw Exception("Cannot read " + path + ": " + std::strerror(errno), nullptr, 0, "report");
+  }
+  return hash.digest();
+}
+
+} // namespace
+
+Report::Report(CLI::App const& command, std::vector<std::string> paths) : paths_(std::move(paths)) {
+  constexpr int version = 1;
+  json_ = {{"schema", {{"name", "vorn-mv." + command.get_name()}, {"version", version}}},
+           {"tool", {{"name", "vorn-mv"}, {"version", VORN_MV_VERSION}}},
+           {"inputs", nlohmann::json::array()},
+           {"settings", {{"options", optionsOf(command)}, {"properties", nlohmann::json::object()}}},
+           {"warnings", nlohmann::json::array()}};
+}
+
+void Report::declare(std::vector<std::string> const& inputs, std::vector<std::string> outputs) {
+  outputs.insert(outputs.end(), paths_.begin(), paths_.end());
+  checkOutputs(outputs, inputs);
+  for (std::string const& input : inputs) {
+    if (isWanted() && !input.empty()) {
+      addInput(input);
+    }
+  }
+}
+
+void Report::addInput(std::string const& path) {
+  nlohmann::json input = {{"path", path}, {"size", nullptr}, {"sha256", nullptr}};
+  if (std::filesystem::is_regular_file(path)) {
+    input["size"] = std::filesystem::file_size(path);
+    input["sha256"] = hashOf(path);
+  }
+  json_["inputs"].push_back(std::move(input));
+}
+
+void Report::addProperties(IPropertySet const& object) {
+  std::string const name = object.getClassName();
+  nlohmann::json& values = json_["settings"]["properties"][name.substr(name.rfind(':') + 1)];
+  values = nlohmann::json::object();
+  for (Property const* property : object.getProperties()) {
+    values[property->getName()] = valueOf(*property);
+  }
+}
+
+void Report::warn(std::string const& text) {
+  std::cerr << "vorn-mv: warning: " << text << '\n';
+  json_["warnings"].push_back(text);
+}
+
+std::vector<FileContent> Report::takeFiles() {
+  std::vector<FileContent> files;
+  for (std::string const& path : isTaken_ ? std::vector<std::string>() : paths_) {
+    files.push_back({path, jsonText(json_)});
+  }
+  isTaken_ = true;
+  return files;
+}
+
+void Report::write() {
+  writeTogether(takeFiles());
+}
+
+} // namespace vorn::tools
