@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Every stage of decoding by itself, on small maps whose outcome is known.
+#include <algorithm>
 #include <cmath>
 #include <functional>
 
@@ -11,6 +12,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "sl/decode/contrast_mask.hpp"
+#include "sl/decode/doubtful_growth.hpp"
 #include "sl/decode/pixel_reading.hpp"
 #include "sl/decode/stripe_bridging.hpp"
 #include "sl/decode/surface_edges.hpp"
@@ -135,6 +137,43 @@ TEST(ContrastMask, OpensWhatGoodPixelsSurroundAndTakesBackTheRim) {
   EXPECT_EQ(maps.state.inner(25, 5), pixel_state::lowContrast);
 }
 
+TEST(ContrastMask, IsAClosingOverAllBands) {
+  constexpr int reach = 8;
+  constexpr int around = reach / 2;
+  cv::Size const size(40, 300);
+  cv::RNG random(3);
+  cv::Mat_<uchar> lit(size);
+  for (uchar& pixel : lit) {
+    pixel = random.uniform(0, 100) < 2 ? 255 : 0;
+  }
+  ScanMaps maps = mapsOf(
+      size, [](int, int) { return 1.0; }, [](int, int) { return pixel_state::unsettledContrast; });
+  lit.copyTo(maps.contrast);
+  std::vector<uchar> hasUnsettled(static_cast<std::size_t>(size.height), 1);
+  settleContrast(maps, hasUnsettled, reach);
+  cv::Rect const image({0, 0}, size);
+  auto const window = [&](int x, int y) {
+    return cv::Rect(x - around, y - around, 2 * around + 1, 2 * around + 1) & image;
+  };
+  int open = 0;
+  for (int y = 0; y < size.height; ++y) {
+    for (int x = 0; x < size.width; ++x) {
+      // Wherever a window that covers the pixel lies, there is light in it.
+      bool isSurrounded = true;
+      cv::Rect const places = window(x, y);
+      for (int v = places.y; v < places.br().y; ++v) {
+        for (int u = places.x; u < places.br().x; ++u) {
+          isSurrounded = isSurrounded && cv::countNonZero(lit(window(u, v))) > 0;
+        }
+      }
+      ASSERT_EQ(maps.state.inner(y, x), isSurrounded ? pixel_state::open : pixel_state::lowContrast)
+          << x << " " << y;
+      open += isSurrounded ? 1 : 0;
+    }
+  }
+  EXPECT_GT(open, 500);
+}
+
 /// A row or a column over the border of two stripes, five of its pixels open.
 struct Bridge {
   static constexpr int length = 20;
@@ -244,14 +283,55 @@ TEST(DoubtfulGrowth, GoesWhereItTouchesAJumpAndStaysElsewhere) {
     ScanMaps maps = mapsOf(
         {30, 15}, [&](int x, int y) { return 30 + 0.1 * x + (cv::Point(x, y) == jump ? 3.5 : 0); },
         [&](int x, int y) { return isGrown(x, y) ? pixel_state::grown : pixel_state::trusted; });
-    std::vector<vorn::Run> runs;
-    dropDoubtfulGrowth(maps, runs);
+    dropDoubtfulGrowth(maps, Progress());
     EXPECT_EQ(
         cv::countNonZero(maps.state.inner(cv::Rect(5, 5, 4, 4)) == static_cast<int>(pixel_state::noCode)),
         16);
     EXPECT_EQ(cv::countNonZero(maps.state.inner == static_cast<int>(pixel_state::grown)), 12);
     EXPECT_EQ(maps.state.inner(jump), pixel_state::trusted);
   }
+}
+
+TEST(DoubtfulGrowth, GoesAsAWholeOverAllBands) {
+  // Growth in random pieces, some of them over several bands of rows, and a few places where the phase jumps.
+  cv::Size const size(60, 300);
+  cv::RNG random(5);
+  cv::Mat_<uchar> state(size);
+  for (uchar& pixel : state) {
+    pixel = random.uniform(0, 100) < 38 ? pixel_state::grown : pixel_state::trusted;
+  }
+  std::vector<cv::Point> const jumps{{10, 20}, {40, 126}, {20, 128}, {50, 200}, {30, 255}, {31, 299}};
+  ScanMaps maps = mapsOf(
+      size,
+      [&](int x, int y) {
+        return 30 + 0.01 * x +
+               (std::find(jumps.begin(), jumps.end(), cv::Point(x, y)) != jumps.end() ? 4 : 0);
+      },
+      [&](int x, int y) { return state(y, x); });
+  cv::Mat_<uchar> expected = state.clone();
+  std::vector<cv::Point> open;
+  auto const drop = [&](cv::Point p) {
+    if (p.inside({{0, 0}, size}) && expected(p) == pixel_state::grown) {
+      expected(p) = pixel_state::noCode;
+      open.push_back(p);
+    }
+  };
+  for (cv::Point const& jump : jumps) {
+    for (cv::Point const& step : {cv::Point(0, 0), {1, 0}, {-1, 0}, {0, 1}, {0, -1}}) {
+      drop(jump + step);
+    }
+  }
+  while (!open.empty()) {
+    cv::Point const p = open.back();
+    open.pop_back();
+    for (int k = 0; k < 9; ++k) {
+      drop(p + cv::Point(k % 3 - 1, k / 3 - 1));
+    }
+  }
+  dropDoubtfulGrowth(maps, Progress());
+  EXPECT_EQ(cv::norm(maps.state.inner, expected, cv::NORM_L1), 0);
+  EXPECT_GT(cv::countNonZero(expected == static_cast<int>(pixel_state::noCode)), 300);
+  EXPECT_GT(cv::countNonZero(expected == static_cast<int>(pixel_state::grown)), 300);
 }
 
 /// A surface that something happens to beyond column 80, seen turned by quarters.
@@ -307,9 +387,11 @@ TEST(SurfaceEdges, LosePixelsOnBothSidesOfAJumpWhicheverWayItRuns) {
   for (int quarters = 0; quarters < 4; ++quarters) {
     SCOPED_TRACE(quarters);
     EXPECT_EQ(EdgeScene().closed(quarters), Pixels());
-    EdgeScene jump;
-    jump.absolute = [](int along) { return 100 + 0.3 * along + (along > 80 ? 3.0 : 0); };
-    EXPECT_EQ(jump.closed(quarters), (Pixels{80, 81}));
+    for (int at : {62, 63, 64, 65, 80}) { // where pixels that are judged together end, and elsewhere
+      EdgeScene jump;
+      jump.absolute = [at](int along) { return 100 + 0.3 * along + (along > at ? 3.0 : 0); };
+      EXPECT_EQ(jump.closed(quarters), (Pixels{at, at + 1}));
+    }
     // Beyond a pixel of unknown phase.
     EdgeScene gap;
     gap.absolute = [](int along) { return 100 + (along > 80 ? 4.1 : 0); };

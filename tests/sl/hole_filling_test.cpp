@@ -35,7 +35,7 @@ struct Surface {
       int maxRadius, OwnPhase const& own = [](cv::Point) { return noPhase; }) {
     std::vector<Run> missing;
     findSegments(
-        kept.size(), [&](int y) { return kept[y]; }, 0, Neighbourhood::Eight, missing);
+        kept.size(), [&](int y, uchar* /*room*/) { return kept[y]; }, 0, Neighbourhood::Eight, missing);
     cv::Mat_<uchar> const measured = kept.clone();
     auto const known = [&](cv::Point p) { return measured(p) != 0 ? phase(p) : std::nanf(""); };
     auto const put = [&](cv::Point p, float value) {

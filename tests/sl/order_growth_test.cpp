@@ -67,7 +67,8 @@ public:
   Outcome run() {
     for (int y = 0; y < state_.rows; ++y) {
       for (int x = 0; x < state_.cols; ++x) {
-        bool const isBesideKnown = isKnown(y, x - 1) || isKnown(y, x + 1) || isKnown(y - 1, x) || isKnown(y + 1, x);
+        bool const isBesideKnown =
+            isKnown(y, x - 1) || isKnown(y, x + 1) || isKnown(y - 1, x) || isKnown(y + 1, x);
         if (state_(y, x) == pixel_state::open && isBesideKnown) {
           await({x, y});
         }
@@ -124,9 +125,9 @@ private:
       }
     }
     bool const isFound = order != noOrder;
-    bool const fits =
-        isFound && CodeCheck(4).fits(static_cast<CodeReading>(maps_.reading.inner(p)),
-                                     static_cast<float>(own) + static_cast<float>(twoPi) * static_cast<float>(order));
+    bool const fits = isFound && CodeCheck(4).fits(static_cast<CodeReading>(maps_.reading.inner(p)),
+                                                   static_cast<float>(own) +
+                                                       static_cast<float>(twoPi) * static_cast<float>(order));
     state_(p) = fits ? pixel_state::grown : isFound ? pixel_state::noCode : pixel_state::waiting;
     order_(p) = static_cast<short>(order);
     for (cv::Point const& d : steps) {

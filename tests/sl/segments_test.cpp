@@ -55,7 +55,7 @@ cv::Mat_<uchar> randomMap(cv::Size size, int percent, unsigned seed) {
 }
 
 MarkedRow rowsOf(cv::Mat_<uchar> const& map) {
-  return [map](int y) { return map[y]; };
+  return [map](int y, uchar* /*room*/) { return map[y]; };
 }
 
 void expectSameSegments(cv::Mat_<uchar> const& map, uchar value, Neighbourhood neighbourhood) {
@@ -87,6 +87,12 @@ TEST(Segments, AreThoseOfFloodFill) {
     }
   }
   expectSameSegments(cv::Mat_<uchar>(3, 5, uchar{255}), 0, Neighbourhood::Four);
+  // Several bands of rows.
+  for (int percent : {30, 60}) {
+    cv::Mat_<uchar> const tall = randomMap({17, 300}, percent, test::seed());
+    expectSameSegments(tall, 255, Neighbourhood::Four);
+    expectSameSegments(tall, 255, Neighbourhood::Eight);
+  }
 }
 
 TEST(Segments, SmallOnesGoAndOthersStay) {

@@ -6,33 +6,56 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "core/simd.hpp"
+
 namespace vorn::mv::sl {
 
-void settleContrast(ScanMaps& maps, std::vector<uchar> const& hasUnsettled, int reach) {
-  auto const first = std::find(hasUnsettled.begin(), hasUnsettled.end(), 1);
-  if (first == hasUnsettled.end()) {
-    return;
+namespace {
+
+/// Rows whose surroundings are closed together.
+constexpr int bandRows = 128;
+constexpr int bandsBetweenAskings = 4;
+
+VORN_TARGET_CLONES
+void settleRow(uchar const* around, int n, uchar* __restrict state) {
+  for (int x = 0; x < n; ++x) {
+    uchar const settled = around[x] != 0 ? pixel_state::open : pixel_state::lowContrast;
+    state[x] = state[x] == pixel_state::unsettledContrast ? settled : state[x];
   }
-  auto const last = std::find(hasUnsettled.rbegin(), hasUnsettled.rend(), 1);
-  int const firstRow = static_cast<int>(first - hasUnsettled.begin());
-  int const endRow = static_cast<int>(hasUnsettled.rend() - last);
+}
+
+/// Settles rows [firstRow, endRow).
+void settleBand(ScanMaps& maps, int firstRow, int endRow, int reach) {
   int const width = 2 * (reach / 2) + 1;
   // What the closing of these rows depends on.
   int const top = std::max(0, firstRow - width);
   int const bottom = std::min(maps.contrast.rows, endRow + width);
   cv::Mat const kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(width, width));
-  cv::Mat lit = maps.contrast.rowRange(top, bottom);
-  cv::dilate(lit, lit, kernel, {-1, -1}, 1, cv::BORDER_CONSTANT | cv::BORDER_ISOLATED);
-  cv::erode(lit, lit, kernel, {-1, -1}, 1, cv::BORDER_CONSTANT | cv::BORDER_ISOLATED);
+  cv::Mat_<uchar> lit;
+  constexpr int isolated = cv::BORDER_CONSTANT | cv::BORDER_ISOLATED;
+  cv::dilate(maps.contrast.rowRange(top, bottom), lit, kernel, {-1, -1}, 1, isolated);
+  cv::erode(lit, lit, kernel, {-1, -1}, 1, isolated);
   for (int y = firstRow; y < endRow; ++y) {
-    uchar const* const around = maps.contrast[y];
-    uchar* const state = maps.state.inner[y];
-    for (int x = 0; hasUnsettled[static_cast<std::size_t>(y)] != 0 && x < maps.contrast.cols; ++x) {
-      if (state[x] == pixel_state::unsettledContrast) {
-        state[x] = around[x] != 0 ? pixel_state::open : pixel_state::lowContrast;
+    settleRow(lit[y - top], lit.cols, maps.state.inner[y]);
+  }
+}
+
+} // namespace
+
+void settleContrast(ScanMaps& maps, std::vector<uchar> const& hasUnsettled, int reach,
+                    Progress const& progress) {
+  int const rows = maps.size().height;
+  int const bands = (rows + bandRows - 1) / bandRows;
+  parallelRows(bands, bandsBetweenAskings, progress, "decoding", [&](int first, int end) {
+    for (int band = first; band < end; ++band) {
+      auto const rowAt = [&](int y) { return hasUnsettled.begin() + y; };
+      int const firstRow = band * bandRows;
+      int const endRow = std::min(firstRow + bandRows, rows);
+      if (std::find(rowAt(firstRow), rowAt(endRow), 1) != rowAt(endRow)) {
+        settleBand(maps, firstRow, endRow, reach);
       }
     }
-  }
+  });
 }
 
 } // namespace vorn::mv::sl

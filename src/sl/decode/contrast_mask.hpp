@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "core/progress.hpp"
 #include "sl/decode/scan_maps.hpp"
 
 namespace vorn::mv::sl {
@@ -12,6 +13,7 @@ namespace vorn::mv::sl {
 /// around, within `reach` pixels, closed elsewhere. At every second stripe border all code images pass the
 /// middle together, and their range vanishes between stripes that have it.
 /// @param hasUnsettled for every row, whether there is such a pixel
-void settleContrast(ScanMaps& maps, std::vector<uchar> const& hasUnsettled, int reach);
+void settleContrast(ScanMaps& maps, std::vector<uchar> const& hasUnsettled, int reach,
+                    Progress const& progress = {});
 
 } // namespace vorn::mv::sl

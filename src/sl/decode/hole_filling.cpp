@@ -113,7 +113,7 @@ std::optional<float> filling(float own, double expected) {
 } // namespace
 
 int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhase const& known,
-              OwnPhase const& own, FillPixel const& fill) {
+              OwnPhase const& own, FillPixel const& fill, Progress const& progress) {
   std::vector<Hole> holes(missing.size());
   std::vector<int> previousRun(missing.size(), -1);
   for (std::size_t i = 0; i < missing.size(); ++i) {
@@ -124,7 +124,12 @@ int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, Kno
   }
   int const widest = 2 * maxRadius + 1;
   int filled = 0;
-  for (Hole const& hole : holes) {
+  for (std::size_t k = 0; k < holes.size(); ++k) {
+    constexpr std::size_t holesBetweenAskings = 256;
+    if (k % holesBetweenAskings == 0) {
+      progress.at("filling holes", static_cast<double>(k) / static_cast<double>(holes.size()));
+    }
+    Hole const& hole = holes[k];
     bool const inside =
         hole.box.x > 0 && hole.box.y > 0 && hole.box.br().x < size.width && hole.box.br().y < size.height;
     if (hole.lastRun < 0 || !inside || hole.box.width > widest || hole.box.height > widest) {

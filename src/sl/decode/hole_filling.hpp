@@ -30,6 +30,6 @@ using FillPixel = std::function<void(cv::Point pixel, float absolutePhase)>;
 /// @param missing the runs of all missing pixels, from `findSegments`
 /// @return the number of pixels closed
 int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhase const& known,
-              OwnPhase const& own, FillPixel const& fill);
+              OwnPhase const& own, FillPixel const& fill, Progress const& progress = {});
 
 } // namespace vorn::mv::sl

@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdlib>
+#include <functional>
+#include <mutex>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
 #include "core/error.hpp"
+#include "core/parallel.hpp"
 
 namespace vorn::mv::sl {
 
@@ -53,37 +57,82 @@ bool isStraight(int before, int here, int after) {
   return before >= 0 && after >= 0 && std::abs(before + after - 2 * here) <= 1;
 }
 
-} // namespace
-
-void requireResolvedFringes(ScanMaps const& maps, ScanDecodingSettings const& settings, int codeImages) {
-  Stripes const stripes(maps, settings, codeImages);
-  std::vector<double> slopes; // fringes a camera pixel
-  std::size_t seen = 0;
-  for (int y = reach; y < maps.size().height - reach; y += grid) {
-    for (int x = reach; x < maps.size().width - reach; x += grid) {
-      seen += stripes.hasContrast(y, x) ? 1U : 0U;
+/// How fast stripes pass over the image, in fringes a camera pixel, as the counts of their squares: whole
+/// numbers in units of 1 / (2 `reach`), whose sums no order changes.
+class Slopes {
+public:
+  void addRow(Stripes const& stripes, int y, int width) {
+    for (int x = reach; x < width - reach; x += grid) {
+      seen_ += stripes.hasContrast(y, x) ? 1U : 0U;
       int const here = stripes.at(y, x);
+      if (here < 0) {
+        continue;
+      }
       int const left = stripes.at(y, x - reach);
       int const right = stripes.at(y, x + reach);
       int const above = stripes.at(y - reach, x);
       int const below = stripes.at(y + reach, x);
-      if (here >= 0 && isStraight(left, here, right) && isStraight(above, here, below)) {
-        slopes.push_back(std::hypot(right - left, below - above) / (2.0 * reach));
+      if (isStraight(left, here, right) && isStraight(above, here, below)) {
+        int const square = (right - left) * (right - left) + (below - above) * (below - above);
+        ++counts_[static_cast<std::size_t>(std::min(square, steepest))];
+        ++places_;
       }
     }
   }
-  if (slopes.size() < leastPlaces ||
-      static_cast<double>(slopes.size()) < leastShare * static_cast<double>(seen)) {
+
+  void add(Slopes const& other) {
+    std::transform(counts_.begin(), counts_.end(), other.counts_.begin(), counts_.begin(), std::plus<>());
+    places_ += other.places_;
+    seen_ += other.seen_;
+  }
+
+  std::size_t places() const { return places_; }
+  /// Places with contrast, straight or not.
+  std::size_t seen() const { return seen_; }
+
+  double middle() const {
+    std::size_t square = 0;
+    for (std::size_t below = counts_[0]; below <= places_ / 2; below += counts_[square]) {
+      ++square;
+    }
+    return std::sqrt(static_cast<double>(square)) / (2.0 * reach);
+  }
+
+private:
+  /// Stripes that are steeper than four a pixel count as that.
+  static constexpr int steepest = 1 << 12;
+
+  std::vector<std::size_t> counts_ = std::vector<std::size_t>(steepest + 1);
+  std::size_t places_ = 0;
+  std::size_t seen_ = 0;
+};
+
+} // namespace
+
+void requireResolvedFringes(ScanMaps const& maps, ScanDecodingSettings const& settings, int codeImages) {
+  Stripes const stripes(maps, settings, codeImages);
+  Slopes slopes;
+  std::mutex adding;
+  int const gridRows = (maps.size().height - 2 * reach + grid - 1) / grid;
+  parallelRows(gridRows, [&](int first, int end) {
+    Slopes ofRows;
+    for (int row = first; row < end; ++row) {
+      ofRows.addRow(stripes, reach + row * grid, maps.size().width);
+    }
+    std::lock_guard<std::mutex> const lock(adding);
+    slopes.add(ofRows);
+  });
+  if (slopes.places() < leastPlaces ||
+      static_cast<double>(slopes.places()) < leastShare * static_cast<double>(slopes.seen())) {
     return;
   }
-  auto const middle = slopes.begin() + static_cast<std::ptrdiff_t>(slopes.size() / 2);
-  std::nth_element(slopes.begin(), middle, slopes.end());
-  if (*middle * leastFringe > 1.0) {
+  double const middle = slopes.middle();
+  if (middle * leastFringe > 1.0) {
     throw error(
         cv::format("The camera sees the fringes too finely: %.2f of its pixels a fringe of %d projector "
                    "pixels (median of %zu places), but at least %.1f are needed. Bring the camera "
                    "nearer, or use one with more pixels, or a projector with fewer.",
-                   1.0 / *middle, settings.period, slopes.size(), leastFringe),
+                   1.0 / middle, settings.period, slopes.places(), leastFringe),
         "decode");
   }
 }

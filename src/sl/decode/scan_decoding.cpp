@@ -8,10 +8,11 @@
 
 #include <vorn/mv/sl/phase_decoding.hpp>
 
-#include "core/parallel.hpp"
+#include "core/large_pages.hpp"
 #include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
 #include "sl/decode/contrast_mask.hpp"
+#include "sl/decode/doubtful_growth.hpp"
 #include "sl/decode/hole_filling.hpp"
 #include "sl/decode/pixel_reading.hpp"
 #include "sl/decode/sampling_check.hpp"
@@ -63,7 +64,7 @@ public:
       blurPhases();
     }
     PhaseSource const source = settings_.phaseBlurRadius > 0 ? PhaseSource::Map : PhaseSource::Images;
-    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.0, 0.5), "decoding",
+    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.2, 0.45), "decoding",
                  [&](int firstRow, int endRow) {
                    PixelReader const reader(images_, settings_, flicker_);
                    StripeBridging bridging(settings_, reach_, maps_);
@@ -87,23 +88,26 @@ public:
     requireResolvedFringes(maps_, settings_, static_cast<int>(images_.size()) - StripeCode::phaseImages);
   }
 
-  void settleContrast() { sl::settleContrast(maps_, hasUnsettled_, 2 * settings_.period); }
+  void settleContrast() {
+    sl::settleContrast(maps_, hasUnsettled_, 2 * settings_.period, progress_.part(0.45, 0.5));
+  }
 
   /// Rows whose contrast was not settled before, and all columns.
   void bridgeRest() {
     if (!settings_.rules.bridging) {
       return;
     }
-    parallelRows(maps_.size().height, [&](int firstRow, int endRow) {
-      StripeBridging bridging(settings_, reach_, maps_);
-      for (int y = firstRow; y < endRow; ++y) {
-        if (hasUnsettled_[static_cast<std::size_t>(y)] != 0) {
-          bridging.alongRow(y);
-        }
-      }
-    });
+    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.5, 0.52), "decoding",
+                 [&](int firstRow, int endRow) {
+                   StripeBridging bridging(settings_, reach_, maps_);
+                   for (int y = firstRow; y < endRow; ++y) {
+                     if (hasUnsettled_[static_cast<std::size_t>(y)] != 0) {
+                       bridging.alongRow(y);
+                     }
+                   }
+                 });
     int const blocks = (maps_.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
-    parallelRows(blocks, 1, progress_.part(0.5, 0.55), "decoding", [&](int first, int end) {
+    parallelRows(blocks, 1, progress_.part(0.52, 0.55), "decoding", [&](int first, int end) {
       StripeBridging bridging(settings_, reach_, maps_);
       for (int block = first; block < end; ++block) {
         bridging.alongColumns(block);
@@ -113,18 +117,18 @@ public:
 
   void grow() {
     if (settings_.rules.growth) {
-      growOrders({maps_, CodeCheck(settings_.period), settings_.rules.codeCheck}, progress_.part(0.55, 0.8));
+      growOrders({maps_, CodeCheck(settings_.period), settings_.rules.codeCheck}, progress_.part(0.55, 0.75));
     }
   }
 
   DecodedScan finish() {
-    std::vector<Run> runs;
     if (settings_.rules.growth && settings_.rules.doubtfulGrowth) {
-      dropDoubtfulGrowth(maps_, runs);
+      dropDoubtfulGrowth(maps_, progress_.part(0.75, 0.8));
     }
     DecodedScan scan{cv::Mat_<float>(maps_.size()), cv::Mat_<uchar>(), 0};
+    wishLargePages(scan.coordinates.data, scan.coordinates.total() * sizeof(float));
     closeEdges(phaseImages_, settings_, maps_, scan.coordinates, progress_.part(0.8, 0.9));
-    dropSmallPieces(runs, scan.coordinates);
+    dropSmallPieces(scan.coordinates);
     return scan;
   }
 
@@ -133,8 +137,7 @@ public:
       return;
     }
     std::vector<Run> missing;
-    findSegments(maps_.size(), knownRows(), 0, Neighbourhood::Eight, missing);
-    progress_.at("filling holes", 0.95);
+    findSegments(maps_.size(), knownRows(), 0, Neighbourhood::Eight, missing, progress_.part(0.93, 0.96));
     cv::Mat_<float> const& wrapped = maps_.wrapped.inner;
     cv::Mat_<uchar>& state = maps_.state.inner;
     auto const known = [&](cv::Point p) {
@@ -147,7 +150,8 @@ public:
       scan.coordinates(p) = absolute * pixelsPerRadian;
       state(p) = pixel_state::filled;
     };
-    scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put);
+    scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put,
+                            progress_.part(0.96, 0.99));
   }
 
   cv::Mat_<uchar> reasons() const {
@@ -164,32 +168,35 @@ public:
 private:
   void blurPhases() {
     PixelReader const reader(images_, settings_, flicker_);
-    parallelRows(maps_.size().height, [&](int firstRow, int endRow) {
-      for (int y = firstRow; y < endRow; ++y) {
-        reader.readPhases(y, maps_.wrapped.inner[y]);
-      }
-    });
+    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.0, 0.03), "smoothing",
+                 [&](int firstRow, int endRow) {
+                   for (int y = firstRow; y < endRow; ++y) {
+                     reader.readPhases(y, maps_.wrapped.inner[y]);
+                   }
+                 });
     cv::Mat_<float> magnitude;
     cv::Mat const isExposed = maps_.wrapped.inner >= 0.0F;
+    progress_.at("smoothing", 0.04);
     calc_magnitude(phaseImages_, magnitude, isExposed);
-    blurPhase(maps_.wrapped.inner, magnitude, isExposed, settings_.phaseBlurRadius);
+    blurPhase(maps_.wrapped.inner, magnitude, isExposed, settings_.phaseBlurRadius,
+              progress_.part(0.05, 0.2));
   }
 
-  MarkedRow knownRows() {
-    marks_.resize(static_cast<std::size_t>(maps_.size().width));
-    return [this](int y) {
+  MarkedRow knownRows() const {
+    return [this](int y, uchar* room) {
       uchar const* const state = maps_.state.inner[y];
-      std::transform(state, state + marks_.size(), marks_.begin(),
+      std::transform(state, state + maps_.size().width, room,
                      [](uchar s) { return static_cast<uchar>(s >= pixel_state::knownBit ? 255 : 0); });
-      return marks_.data();
+      return room;
     };
   }
 
-  void dropSmallPieces(std::vector<Run>& runs, cv::Mat_<float>& coordinates) {
+  void dropSmallPieces(cv::Mat_<float>& coordinates) {
     if (settings_.minSegmentSize <= 1 || !settings_.rules.smallSegments) {
       return;
     }
-    findSegments(maps_.size(), knownRows(), 255, Neighbourhood::Four, runs);
+    std::vector<Run> runs;
+    findSegments(maps_.size(), knownRows(), 255, Neighbourhood::Four, runs, progress_.part(0.9, 0.93));
     forEachSmallRun(runs, settings_.minSegmentSize, [&](Run const& run) {
       uchar* const state = maps_.state.inner[run.row];
       std::fill(state + run.begin, state + run.end, pixel_state::smallPiece);
@@ -205,7 +212,6 @@ private:
   std::array<float, 4> flicker_{1.0F, 1.0F, 1.0F, 1.0F};
   int reach_ = 0;
   std::vector<uchar> hasUnsettled_; ///< for every row, whether the contrast of a pixel is still to be settled
-  std::vector<uchar> marks_;
 };
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include "core/large_pages.hpp"
 #include "sl/decode/pixel_state.hpp"
 
 namespace vorn::mv::sl {
@@ -51,6 +52,11 @@ struct ScanMaps {
     state.create(size, pixel_state::noCode);
     reading.create(size, 0);
     contrast.create(size);
+    // Growth and bridging jump between rows, each in another page.
+    for (cv::Mat const& map :
+         {cv::Mat(wrapped.whole), cv::Mat(order.whole), cv::Mat(state.whole), cv::Mat(reading.whole)}) {
+      wishLargePages(map.data, map.total() * map.elemSize());
+    }
   }
 
   cv::Size size() const { return state.inner.size(); }

@@ -10,8 +10,7 @@
 
 #include "core/pi.hpp"
 #include "core/simd.hpp"
-#include "sl/coding/code_check.hpp"
-#include "sl/decode/segments.hpp"
+#include "sl/decode/absolute_phase.hpp"
 
 namespace vorn::mv::sl {
 
@@ -19,7 +18,7 @@ namespace {
 
 /// Change of phase to the next pixel from which on the two lie on different surfaces; to a diagonal one; to
 /// the next but one.
-constexpr float jump = piFloat;
+constexpr float jump = surfaceJump;
 constexpr float diagonalJump = 1.4F * piFloat;
 constexpr float farJump = 1.25F * piFloat;
 /// A surface so many times brighter spoils the pixel next but one, too.
@@ -60,6 +59,32 @@ inline bool endsTowards(Side const& outer, float phase, float magnitude, Side co
          (endsBeyond & (magnitude < limits.shadedPart * before));
 }
 
+/// Pixels of a row that are judged together.
+constexpr int chunkLength = 64;
+/// Phases that change by no more than this from pixel to pixel make no edge, near or far or diagonal.
+constexpr float calmStep = 0.6F * piFloat;
+static_assert(calmStep <= jump && 2 * calmStep <= farJump && 2 * calmStep <= diagonalJump);
+
+/// Whether all phases are known, and change by no more than `calmStep` to the next one.
+VORN_TARGET_CLONES
+bool isCalmAlong(float const* phase, int n) {
+  int calm = 0;
+  for (int x = 0; x + 1 < n; ++x) {
+    calm += std::fabs(phase[x + 1] - phase[x]) <= calmStep ? 1 : 0;
+  }
+  return calm == n - 1;
+}
+
+/// Whether all phases change by no more than `calmStep` from one row to the next.
+VORN_TARGET_CLONES
+bool isCalmAcross(float const* phase, float const* below, int n) {
+  int calm = 0;
+  for (int x = 0; x < n; ++x) {
+    calm += std::fabs(below[x] - phase[x]) <= calmStep ? 1 : 0;
+  }
+  return calm == n;
+}
+
 /// What is kept of the rows around the one that is judged.
 constexpr int ringRows = 5;
 constexpr int pad = 2;
@@ -67,6 +92,15 @@ constexpr int pad = 2;
 struct EdgeRows {
   float const* phase[ringRows]; ///< absolute; the middle row is the one that is judged
   float const* magnitude[ringRows];
+
+  EdgeRows from(int x) const {
+    EdgeRows rows = *this;
+    for (int k = 0; k < ringRows; ++k) {
+      rows.phase[k] += x;
+      rows.magnitude[k] += x;
+    }
+    return rows;
+  }
 };
 
 /// Whether each pixel of a row lies on an edge, 1 or 0.
@@ -96,14 +130,6 @@ void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __res
         (std::fabs(above1[x - 1] - c) > w.diagonalJump) | (std::fabs(above1[x + 1] - c) > w.diagonalJump) |
         (std::fabs(below1[x - 1] - c) > w.diagonalJump) | (std::fabs(below1[x + 1] - c) > w.diagonalJump);
     isEdge[x] = edge ? 1 : 0;
-  }
-}
-
-VORN_TARGET_CLONES
-void absoluteRow(float const* wrapped, short const* order, uchar const* state, int n, float* __restrict out) {
-  for (int x = 0; x < n; ++x) {
-    float const absolute = wrapped[x] + twoPiFloat * static_cast<float>(order[x]);
-    out[x] = state[x] >= pixel_state::knownBit ? absolute : unknownPhase;
   }
 }
 
@@ -159,8 +185,8 @@ public:
       : images_(phaseImages), maps_(maps), seams_(seams), coordinates_(coordinates),
         limits_(limitsOf(settings.rules)), pixelsPerRadian_(static_cast<float>(settings.period / CV_2PI)),
         phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
-        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F),
-        isEdge_(static_cast<std::size_t>(maps.size().width)) {}
+        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F), calmAlong_(ringRows, chunks()),
+        calmAcross_(ringRows, chunks()), isEdge_(static_cast<std::size_t>(maps.size().width)) {}
 
   void walk(int block) {
     block_ = block;
@@ -177,6 +203,7 @@ public:
 
 private:
   static EdgeLimits limitsOf(DecodingRules const& rules);
+  int chunks() const { return (maps_.size().width + chunkLength - 1) / chunkLength; }
   static int slot(int y) { return (y + ringRows) % ringRows; } // rows begin at -2
 
   /// The states of a row before any edge was closed.
@@ -196,12 +223,31 @@ private:
     if (y < 0 || y >= maps_.size().height) {
       std::fill_n(phase, n, unknownPhase);
       std::fill_n(magnitude, n, -1.0F);
+      calmAlong_.row(slot(y)).setTo(0);
+      calmAcross_.row(slot(y)).setTo(0);
       return;
     }
     uchar const* const state = stateBefore(y);
     absoluteRow(maps_.wrapped.inner[y], maps_.order.inner[y], state, n, phase);
     magnitudeRow({images_[0].ptr(y), images_[1].ptr(y), images_[2].ptr(y), images_[3].ptr(y)}, state, n,
                  magnitude);
+    // Of a chunk with the two pixels beside it that decide on its first and last ones.
+    float const* const above = phase_[slot(y - 1)] + pad;
+    for (int chunk = 0; chunk < chunks(); ++chunk) {
+      int const x = chunk * chunkLength - pad;
+      int const length = std::min(chunkLength, n - chunk * chunkLength) + 2 * pad;
+      calmAlong_(slot(y), chunk) = isCalmAlong(phase + x, length) ? 1 : 0;
+      calmAcross_(slot(y), chunk) = isCalmAcross(above + x, phase + x, length) ? 1 : 0;
+    }
+  }
+
+  /// Whether there is no edge in a chunk of a row, judging by phases alone.
+  bool isCalm(int y, int chunk) const {
+    uchar calm = calmAlong_(slot(y - pad), chunk);
+    for (int row = y - pad + 1; row <= y + pad; ++row) {
+      calm = static_cast<uchar>(calm & calmAlong_(slot(row), chunk) & calmAcross_(slot(row), chunk));
+    }
+    return calm != 0;
   }
 
   void judge(int y) {
@@ -211,7 +257,14 @@ private:
       rows.magnitude[k] = magnitude_[slot(y - pad + k)] + pad;
     }
     int const n = maps_.size().width;
-    edgeRow(rows, limits_, n, isEdge_.data());
+    for (int x = 0; x < n; x += chunkLength) {
+      int const length = std::min(chunkLength, n - x);
+      if (isCalm(y, x / chunkLength)) {
+        std::fill_n(isEdge_.begin() + x, length, uchar{0});
+      } else {
+        edgeRow(rows.from(x), limits_, length, isEdge_.data() + x);
+      }
+    }
     finishRow(rows.phase[2], isEdge_.data(), pixelsPerRadian_, n, maps_.state.inner[y], coordinates_[y]);
   }
 
@@ -224,6 +277,8 @@ private:
   float pixelsPerRadian_;
   cv::Mat_<float> phase_;
   cv::Mat_<float> magnitude_;
+  cv::Mat_<uchar> calmAlong_;  ///< for each chunk of the rows that are kept
+  cv::Mat_<uchar> calmAcross_; ///< to the row above
   std::vector<uchar> isEdge_;
 };
 
@@ -234,56 +289,7 @@ EdgeLimits EdgeWalk::limitsOf(DecodingRules const& rules) {
           rules.edgeShading ? shadedPart : -never};
 }
 
-float absolutePhase(ScanMaps const& maps, int y, int x) {
-  return pixel_state::isKnown(maps.state.inner(y, x))
-             ? maps.wrapped.inner(y, x) + twoPiFloat * static_cast<float>(maps.order.inner(y, x))
-             : unknownPhase;
-}
-
-/// Whether any pixel of a run lies beside a jump to the next pixel.
-bool touchesJump(ScanMaps const& maps, Run const& run) {
-  cv::Rect const image({0, 0}, maps.size());
-  constexpr int beside[4][2] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}};
-  for (int x = run.begin; x < run.end; ++x) {
-    float const phase = absolutePhase(maps, run.row, x);
-    for (auto const& step : beside) {
-      cv::Point const p(x + step[0], run.row + step[1]);
-      if (image.contains(p) && std::fabs(absolutePhase(maps, p.y, p.x) - phase) > jump) {
-        return true;
-      }
-    }
-  }
-  return false;
-}
-
-VORN_TARGET_CLONES
-void markGrown(uchar const* state, int n, uchar* __restrict marks) {
-  for (int x = 0; x < n; ++x) {
-    marks[x] = state[x] == pixel_state::grown ? 255 : 0;
-  }
-}
-
 } // namespace
-
-void dropDoubtfulGrowth(ScanMaps& maps, std::vector<Run>& runs) {
-  cv::Mat_<uchar>& state = maps.state.inner;
-  std::vector<uchar> marks(static_cast<std::size_t>(state.cols));
-  auto const grown = [&](int y) {
-    markGrown(state[y], state.cols, marks.data());
-    return marks.data();
-  };
-  findSegments(state.size(), grown, 255, Neighbourhood::Eight, runs);
-  std::vector<uchar> doubtful(runs.size());
-  for (Run const& run : runs) {
-    uchar& segment = doubtful[static_cast<std::size_t>(run.segment)];
-    segment = segment != 0 || touchesJump(maps, run) ? 1 : 0;
-  }
-  for (Run const& run : runs) {
-    if (doubtful[static_cast<std::size_t>(run.segment)] != 0) {
-      std::fill(state[run.row] + run.begin, state[run.row] + run.end, pixel_state::noCode);
-    }
-  }
-}
 
 void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
                 cv::Mat_<float>& coordinates, Progress const& progress) {

@@ -7,14 +7,8 @@
 #include "core/progress.hpp"
 #include "sl/decode/decoding_settings.hpp"
 #include "sl/decode/scan_maps.hpp"
-#include "sl/decode/segments.hpp"
 
 namespace vorn::mv::sl {
-
-/// Closes connected sets of grown pixels that touch a jump of the phase: by its phase alone a pixel there
-/// fits the surface on either side, and growth may have come from the wrong one.
-/// @param runs working memory
-void dropDoubtfulGrowth(ScanMaps& maps, std::vector<Run>& runs);
 
 /// Closes the known pixels that do not see one surface alone, and writes the coordinates of the others.
 ///

@@ -4,6 +4,8 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include "core/progress.hpp"
+
 namespace vorn::mv::sl {
 
 /// Smooths a wrapped phase over (2 `radius` + 1) x (2 `radius` + 1) pixels.
@@ -15,6 +17,6 @@ namespace vorn::mv::sl {
 /// @param phase [0, 2 pi), in place
 /// @param mask  0: left out
 void blurPhase(cv::Mat_<float>& phase, cv::Mat_<float> const& magnitude, cv::Mat_<uchar> const& mask,
-               int radius);
+               int radius, Progress const& progress = {});
 
 } // namespace vorn::mv::sl

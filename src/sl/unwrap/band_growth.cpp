@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "core/pi.hpp"
+#include "core/prefetch.hpp"
 
 namespace vorn::mv::sl {
 
@@ -90,9 +91,15 @@ void BandGrowth::growInside(int firstRow, int endRow, GrowthPass const& pass,
         return;
       }
       switch (claim(index)) {
-      case Extent::Inside: grow(); break;
-      case Extent::Across: markClaimed(pass.postponed); break;
-      case Extent::Large: markClaimed(growth_step::left); break;
+      case Extent::Inside:
+        grow();
+        break;
+      case Extent::Across:
+        markClaimed(pass.postponed);
+        break;
+      case Extent::Large:
+        markClaimed(growth_step::left);
+        break;
       }
     });
   }
@@ -117,6 +124,10 @@ BandGrowth::Extent BandGrowth::claim(std::uint32_t first) {
   bool isAcross = false;
   for (std::size_t k = 0; k < size; ++k) {
     std::uint32_t const index = region[k];
+    // Growth is going to ask for these in an order that no processor foresees.
+    prefetch(wrapped_ + index);
+    prefetch(order_ + index);
+    prefetch(reading_ + index);
     bool const isInFirstRow = index < inside_;
     bool const isInLastRow = index >= endInside_;
     isAcross |= isInFirstRow | isInLastRow;
@@ -192,34 +203,45 @@ float BandGrowth::qualityAt(std::uint32_t index) const {
 /// The pixel takes the order that fits one of its known neighbours best, and its open ones wait.
 void BandGrowth::takeTurn(std::uint32_t index) {
   float const wrapped = wrapped_[index];
+  auto const reading = static_cast<CodeReading>(reading_[index]); // far away, so asked for early
   std::array<std::uint32_t, 4> const neighbours = {index - 1, index + 1, index - stride_, index + stride_};
-  int order = 0;
-  float distance = twoPiFloat;
-  for (std::uint32_t const neighbour : neighbours) {
-    // Which neighbours are known is as good as random: selecting is cheaper than branching.
-    float const rise = wrapped_[neighbour] - wrapped;
+  std::array<float, neighbours.size()> distances{};
+  std::array<int, neighbours.size()> orders{};
+  // Which neighbours are known is as good as random: reckoning is cheaper than branching.
+  constexpr std::array<float, 2> ofUnknown = {twoPiFloat, 0.0F};
+  for (std::size_t k = 0; k < neighbours.size(); ++k) {
+    float const rise = wrapped_[neighbours[k]] - wrapped;
     float const apart = std::fabs(rise);
-    float const inPeriod = apart > piFloat ? twoPiFloat - apart : apart;
-    float const fit = pixel_state::isKnown(state_[neighbour]) ? inPeriod : twoPiFloat;
-    int const fitting = order_[neighbour] + (rise > piFloat ? 1 : 0) - (rise < -piFloat ? 1 : 0);
-    order = fit < distance ? fitting : order;
-    distance = std::min(distance, fit);
+    std::size_t const isKnown = state_[neighbours[k]] / pixel_state::knownBit;
+    distances[k] = std::min(apart, twoPiFloat - apart) + ofUnknown[isKnown];
+    orders[k] = order_[neighbours[k]] + (rise > piFloat ? 1 : 0) - (rise < -piFloat ? 1 : 0);
   }
-  float const absolute = wrapped + twoPiFloat * static_cast<float>(order);
-  if (distance >= piFloat) {
+  auto const nearer = [&](std::size_t i, std::size_t k) {
+    return i + (k - i) * static_cast<std::size_t>(distances[k] < distances[i]);
+  };
+  std::size_t const best = nearer(nearer(0, 1), nearer(2, 3));
+  if (distances[best] >= piFloat) {
     return;
   }
-  if (absolute < 0.0F || (isChecked_ && !codes_.fits(static_cast<CodeReading>(reading_[index]), absolute))) {
+  int const order = orders[best];
+  float const absolute = wrapped + twoPiFloat * static_cast<float>(order);
+  if (absolute < 0.0F || (isChecked_ && !codes_.fits(reading, absolute))) {
     state_[index] = pixel_state::noCode;
     return;
   }
   order_[index] = static_cast<short>(order);
   state_[index] = pixel_state::grown;
+  std::array<std::uint32_t, neighbours.size()> woken{};
+  std::size_t count = 0;
   for (std::uint32_t const neighbour : neighbours) {
-    if (isOpenAndNotWaiting(state_[neighbour])) {
-      state_[neighbour] = static_cast<uchar>(state_[neighbour] | waitingBit);
-      queue_.push(qualityAt(neighbour), neighbour);
-    }
+    uchar const state = state_[neighbour];
+    bool const isWoken = isOpenAndNotWaiting(state);
+    state_[neighbour] = static_cast<uchar>(state | (isWoken ? waitingBit : 0));
+    woken[count] = neighbour;
+    count += isWoken ? 1 : 0;
+  }
+  for (std::size_t k = 0; k < count; ++k) {
+    queue_.push(qualityAt(woken[k]), woken[k]);
   }
 }
 
