@@ -51,7 +51,7 @@ void measure(LaserView const& given, CalibrationSettings const& settings, Measur
              ViewSteps& steps) {
   CalibratedView& view = measured.result;
   steps.begin("detecting targets");
-  findTarget(measured, given.target, "target image", settings.detector);
+  findTarget(measured, given.target, "target image", settings);
   if (given.lines.empty()) {
     throw calibrationFailure("there are no images of laser lines");
   }

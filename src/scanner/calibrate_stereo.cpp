@@ -2,10 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
 
+#include <algorithm>
+
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
 
+#include "scanner/target_turns.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -32,16 +35,19 @@ void fillJointResiduals(std::vector<CalibratedView>& views, StereoCamera const& 
 
 std::vector<std::string> const labels = {"first camera's image", "second camera's image"};
 
-void measure(StereoView const& view, CalibrationSettings const& settings, MeasuredView& measured,
-             ViewSteps& steps) {
+/// In how many ways both cameras may have counted the target's dots differently.
+int measure(StereoView const& view, CalibrationSettings const& settings, MeasuredView& measured,
+            ViewSteps& steps) {
   if (view.images.size() != labels.size()) {
     throw calibrationFailure("it has " + std::to_string(view.images.size()) + " images, one a camera makes " +
                              std::to_string(labels.size()));
   }
+  int readings = 1;
   for (std::size_t c = 0; c < labels.size(); ++c) {
     steps.begin("detecting targets");
-    findTarget(measured, view.images[c], labels[c], settings.detector);
+    readings = std::max(readings, findCountedTarget(measured, view.images[c], labels[c], settings));
   }
+  return readings;
 }
 
 } // namespace
@@ -52,15 +58,19 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
   settings.check();
   Progress const progress(observer);
   constexpr std::size_t stepsPerView = 3;
+  std::vector<int> readings(names.size(), 1);
   std::vector<MeasuredView> measured =
       measureViews(names, progress.part(0.0, 0.9), stepsPerView,
                    [&](std::size_t number, MeasuredView& result, ViewSteps& steps) {
                      steps.begin("reading views");
-                     measure(view(number), settings, result, steps);
+                     readings[number] = measure(view(number), settings, result, steps);
                    });
   StereoCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), labels, sizes);
+  if (settings.target) {
+    countAlike(calibration.views, readings, *settings.target, sizes);
+  }
   calibrateViews(calibration.views, {"camera", "camera_1"}, settings, [&] {
     progress.at("calibrating", 0.9);
     CameraCalibData data0 = calibData(calibration.views, 0);

@@ -73,6 +73,10 @@ void CalibrationSettings::check() const {
   if (!(outlierError >= 0.0)) {
     throw outOfRange("outlierError", outlierError, "0 or more");
   }
+  detect.check();
+  if (target) {
+    target->check();
+  }
 }
 
 double rms(std::vector<cv::Point2f> const& residuals) {

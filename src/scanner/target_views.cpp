@@ -23,21 +23,6 @@ constexpr std::size_t leastViews = 3;
 /// Between the two most different views, degrees.
 constexpr double leastTurn = 4;
 
-void requireViews(std::vector<CalibratedView> const& views) {
-  ViewReasons rejected;
-  for (CalibratedView const& view : views) {
-    if (!view.isUsed()) {
-      rejected.emplace_back(view.name, view.reason);
-    }
-  }
-  std::size_t const usable = views.size() - rejected.size();
-  if (usable < leastViews) {
-    throw calibrationFailure("Only " + std::to_string(usable) + " of " + std::to_string(views.size()) +
-                             " views can be used, and a calibration takes " + std::to_string(leastViews) +
-                             (rejected.empty() ? "" : "; ") + groupedText(rejected));
-  }
-}
-
 /// Leaves out views whose error stands out. Returns whether there were any.
 bool rejectOutliers(std::vector<CalibratedView>& views, std::vector<std::string> const& devices,
                     CalibrationSettings const& settings) {
@@ -77,6 +62,48 @@ double largestTurn(CameraCalibData const& data) {
   return std::acos(std::clamp(least, -1.0, 1.0)) * 180.0 / CV_PI;
 }
 
+int findByDetector(ViewPoints& points, cv::Mat const& image, std::string const& label,
+                   CalibPatternDetector const& detector) {
+  CalibPatternDetector::Result const found = detector.detect(image);
+  if (found.isEmpty()) {
+    throw calibrationFailure("no target found in the " + label +
+                             ", or fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels");
+  }
+  points.imgPnts = found.getImgPnts();
+  points.objPnts = found.getObjPnts();
+  return found.isOriginMarked() ? 1 : 0;
+}
+
+/// Finds the described target, or a part of a target with corner marks in which these are not seen.
+Detection detectAnyPart(cv::Mat const& image, CalibrationSettings const& settings) {
+  Detection found = detectTarget(image, *settings.target, settings.detect);
+  if (found.isEmpty() && settings.target->hasCornerMarks()) {
+    TargetDescription part = *settings.target;
+    part.size = cv::Size();
+    Detection unmarked = detectTarget(image, part, settings.detect);
+    return unmarked.isEmpty() ? found : unmarked;
+  }
+  return found;
+}
+
+int findDescribed(ViewPoints& points, cv::Mat const& image, std::string const& label,
+                  CalibrationSettings const& settings) {
+  Detection const found = detectAnyPart(image, settings);
+  if (found.isEmpty()) {
+    throw calibrationFailure("no target found in the " + label + ": " + found.reason);
+  }
+  if (found.readings != 1 && !settings.target->deviations.empty()) {
+    throw calibrationFailure(
+        "the target's deviations belong to dots that cannot be told apart in the " + label + ": " +
+        (found.readings == 0 ? "its marks are not in view" : "it looks the same turned"));
+  }
+  for (CalibKeyPoint const& point : found.keyPoints) {
+    points.imgPnts.push_back(point.imgPnt);
+    points.objPnts.push_back(point.objPnt);
+  }
+  return found.readings;
+}
+
 } // namespace
 
 Exception calibrationFailure(std::string const& message) {
@@ -105,6 +132,21 @@ std::string groupedText(ViewReasons const& reasons) {
   return text;
 }
 
+void requireViews(std::vector<CalibratedView> const& views) {
+  ViewReasons rejected;
+  for (CalibratedView const& view : views) {
+    if (!view.isUsed()) {
+      rejected.emplace_back(view.name, view.reason);
+    }
+  }
+  std::size_t const usable = views.size() - rejected.size();
+  if (usable < leastViews) {
+    throw calibrationFailure("Only " + std::to_string(usable) + " of " + std::to_string(views.size()) +
+                             " views can be used, and a calibration takes " + std::to_string(leastViews) +
+                             (rejected.empty() ? "" : "; ") + groupedText(rejected));
+  }
+}
+
 std::vector<MeasuredView>
 measureViews(std::vector<std::string> const& names, Progress const& progress, std::size_t stepsPerView,
              std::function<void(std::size_t, MeasuredView&, ViewSteps&)> const& measure) {
@@ -126,25 +168,26 @@ measureViews(std::vector<std::string> const& names, Progress const& progress, st
   return views;
 }
 
-void findTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
-                CalibPatternDetector const& detector, Markers markers) {
+int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
+               CalibrationSettings const& settings) {
   if (image.empty()) {
     throw calibrationFailure("there is no " + label);
   }
   view.sizes.push_back(image.size());
-  CalibPatternDetector::Result const found = detector.detect(image);
-  if (found.isEmpty()) {
-    throw calibrationFailure("no target found in the " + label +
-                             ", or fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels");
-  }
-  // An unmarked grid is counted from another origin by every device.
-  if (markers == Markers::Needed && !found.isOriginMarked()) {
+  view.result.devices.emplace_back();
+  ViewPoints& points = view.result.devices.back();
+  return settings.target ? findDescribed(points, image, label, settings)
+                         : findByDetector(points, image, label, settings.detector);
+}
+
+int findCountedTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
+                      CalibrationSettings const& settings) {
+  int const readings = findTarget(view, image, label, settings);
+  // Counted from the middle of what is seen, every device would have another origin.
+  if (readings == 0) {
     throw calibrationFailure("the marker dots are not in view in the " + label);
   }
-  ViewPoints points;
-  points.imgPnts = found.getImgPnts();
-  points.objPnts = found.getObjPnts();
-  view.result.devices.push_back(std::move(points));
+  return readings;
 }
 
 std::vector<CalibratedView> agreeOnSizes(std::vector<MeasuredView> views,

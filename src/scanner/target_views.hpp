@@ -79,13 +79,19 @@ std::vector<std::string> namesOf(std::vector<View> const& views) {
   return names;
 }
 
-enum class Markers { Needed, Optional };
-
 /// Appends the points of the target in an image to the view's devices.
 /// @param label what to call the image in messages
+/// @return in how many ways its dots may be counted: 1 when marks or its shape fix their indices, 2 or 4 when
+/// it
+///         looks the same turned, 0 when indices count from the middle of what is seen
 /// @throws Exception when they cannot be used, saying why
-void findTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
-                CalibPatternDetector const& detector, Markers markers = Markers::Needed);
+int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
+               CalibrationSettings const& settings);
+
+/// As `findTarget` for devices that must count the dots from one origin.
+/// @throws Exception when the origin cannot be known
+int findCountedTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
+                      CalibrationSettings const& settings);
 
 /// Takes the views' results. Those whose images differ in size from the first ones with a target are left
 /// out.
@@ -94,6 +100,9 @@ void findTarget(MeasuredView& view, cv::Mat const& image, std::string const& lab
 std::vector<CalibratedView> agreeOnSizes(std::vector<MeasuredView> views,
                                          std::vector<std::string> const& labels,
                                          std::vector<cv::Size>& sizes);
+
+/// @throws Exception when fewer than three views are left, naming every view with its reason
+void requireViews(std::vector<CalibratedView> const& views);
 
 /// Calibrates, and once more without the views whose error stands out, if there are any.
 /// @param calibrate fills in the residuals of the views that are used

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,15 +12,28 @@
 
 #include <vorn/core/export.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
+#include <vorn/mv/calib/detect_target.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
+#include <vorn/mv/calib/target_description.hpp>
 
 /// What all calibrations from target views have in common: settings, what became of every view, figures.
 namespace vorn::mv {
 
 /// What views of the target are calibrated with.
 struct CalibrationSettings {
-  /// Finds the target. Its "PatternDim" is the unit of all lengths: the pitch of your target, in mm.
+  /// Finds the target, unless `target` describes it. Its "PatternDim" is the unit of all lengths: the pitch
+  /// of your target, in mm.
   CalibPatternDetector detector;
+  /// What the target is, of any kind, size and polarity, with marks or without. When it is given, it is found
+  /// by `detectTarget` in images of any depth, its pitch is the unit of all lengths and `detector` is not
+  /// used.
+  ///
+  /// A target that looks the same turned serves: a camera may count it either way, and two cameras are made
+  /// to count alike by how they stand to each other in all views. Deviations of its dots need marks that tell
+  /// the dots apart.
+  std::optional<TargetDescription> target;
+  /// Bounds of the search for `target`.
+  DetectSettings detect;
   /// The projector's pixels; empty to take them from the decoded images.
   cv::Size projector;
   /// How laser lines are looked for; their direction is found.
