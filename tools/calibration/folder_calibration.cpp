@@ -18,31 +18,38 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// A folder with views.
-struct PoseFolders {
-  fs::path root;
-  std::vector<std::string> names; ///< pose_00, ...
-};
-
-PoseFolders poseFolders(std::string const& folder) {
+/// The folder that holds the views: the one given, or "calib" in it.
+fs::path viewFolder(std::string const& folder) {
   fs::path const inner = fs::path(folder) / "calib";
-  PoseFolders poses;
-  poses.root = fs::is_directory(inner) ? inner : fs::path(folder);
-  if (!fs::is_directory(poses.root)) {
-    throw Exception("There is no folder " + poses.root.string(), nullptr, 0, "calibrate");
+  fs::path const root = fs::is_directory(inner) ? inner : fs::path(folder);
+  if (!fs::is_directory(root)) {
+    throw Exception("There is no folder " + root.string(), nullptr, 0, "calibrate");
   }
-  for (auto const& entry : fs::directory_iterator(poses.root)) {
-    std::string const name = entry.path().filename().string();
-    if (entry.is_directory() && name.rfind("pose_", 0) == 0) {
-      poses.names.push_back(name);
+  return root;
+}
+
+/// The names of those entries of a folder that `isWanted`, in order.
+template <class Wanted>
+std::vector<std::string> entriesOf(fs::path const& folder, Wanted const& isWanted) {
+  std::vector<std::string> names;
+  for (auto const& entry : fs::directory_iterator(folder)) {
+    if (isWanted(entry)) {
+      names.push_back(entry.path().filename().string());
     }
   }
-  if (poses.names.empty()) {
-    throw Exception("There are no folders pose_00, pose_01, ... in " + poses.root.string(), nullptr, 0,
-                    "calibrate");
-  }
-  std::sort(poses.names.begin(), poses.names.end());
-  return poses;
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// pose_00, pose_01, ...
+std::vector<std::string> posesIn(fs::path const& root) {
+  return entriesOf(root, [](fs::directory_entry const& entry) {
+    return entry.is_directory() && entry.path().filename().string().rfind("pose_", 0) == 0;
+  });
+}
+
+std::vector<std::string> picturesIn(fs::path const& root) {
+  return entriesOf(root, [](fs::directory_entry const& entry) { return hasPictureEnding(entry.path()); });
 }
 
 /// A reason without the path of the view's folder: the view is named beside it.
@@ -58,25 +65,38 @@ std::string withoutFolder(std::string reason, std::string const& folder) {
   return reason;
 }
 
-/// Runs `job(names, view)` with the views that `read` makes of the poses' folders.
+/// Runs `job(names, view)` with the views that `read` makes of those names in a folder.
 template <class View, class Read, class Job>
-auto calibrate(std::string const& folder, Read const& read, Job const& job) {
-  PoseFolders const poses = poseFolders(folder);
+auto calibrate(fs::path const& root, std::vector<std::string> const& names, Read const& read,
+               Job const& job) {
   auto const view = [&](std::size_t number) {
-    fs::path const pose = poses.root / poses.names[number];
+    fs::path const path = root / names[number];
     try {
-      View result = read(pose);
-      result.name = poses.names[number];
+      View result = read(path);
+      result.name = names[number];
       return result;
     } catch (Exception const& e) {
-      throw Exception(withoutFolder(e.message(), pose.string()), nullptr, 0, "calibrate");
+      throw Exception(withoutFolder(e.message(), path.string()), nullptr, 0, "calibrate");
     }
   };
-  return job(poses.names, view);
+  return job(names, view);
 }
 
-cv::Mat readTarget(fs::path const& pose, char const* name) {
-  return readGrayImage((pose / name).string());
+/// The same with the poses' folders.
+template <class View, class Read, class Job>
+auto calibrate(std::string const& folder, Read const& read, Job const& job) {
+  fs::path const root = viewFolder(folder);
+  std::vector<std::string> const poses = posesIn(root);
+  if (poses.empty()) {
+    throw Exception("There are no folders pose_00, pose_01, ... in " + root.string(), nullptr, 0,
+                    "calibrate");
+  }
+  return calibrate<View>(root, poses, read, job);
+}
+
+/// A described target is searched in the picture as it is, the detector wants it grey and of 8 bits.
+cv::Mat readTarget(fs::path const& path, mv::CalibrationSettings const& settings) {
+  return settings.target ? readImage(path.string()) : readGrayImage(path.string());
 }
 
 /// The pictures of a sequence, of which there must be some.
@@ -93,10 +113,10 @@ std::vector<cv::Mat> readNeeded(fs::path const& pose, std::string const& prefix,
 
 std::vector<std::string> calibrationPictures(std::string const& folder,
                                              std::vector<std::string> const& prefixes) {
-  PoseFolders const poses = poseFolders(folder);
+  fs::path const root = viewFolder(folder);
   std::vector<std::string> files;
-  for (std::string const& name : poses.names) {
-    for (auto const& entry : fs::directory_iterator(poses.root / name)) {
+  for (std::string const& name : posesIn(root)) {
+    for (auto const& entry : fs::directory_iterator(root / name)) {
       std::string const file = entry.path().filename().string();
       std::string const start = file.substr(0, file.find_first_of("._"));
       if (std::find(prefixes.begin(), prefixes.end(), start) != prefixes.end()) {
@@ -104,16 +124,55 @@ std::vector<std::string> calibrationPictures(std::string const& folder,
       }
     }
   }
+  if (files.empty()) {
+    for (std::string const& name : picturesIn(root)) {
+      files.push_back((root / name).string());
+    }
+  }
   std::sort(files.begin(), files.end());
   return files;
+}
+
+std::string targetFileOf(std::string const& folder) {
+  fs::path const given = fs::path(folder) / "";
+  std::vector<fs::path> places = {given, given / "calib"};
+  if (given.parent_path().filename() == "calib") {
+    places.push_back(given / "..");
+  }
+  for (fs::path const& place : places) {
+    fs::path const file = (place / "target.json").lexically_normal();
+    if (fs::is_regular_file(file)) {
+      return file.string();
+    }
+  }
+  return "";
+}
+
+mv::CameraCalibration calibrateCamera(std::string const& folder, mv::CalibrationSettings const& settings,
+                                      Observer* observer) {
+  fs::path const root = viewFolder(folder);
+  std::vector<std::string> const poses = posesIn(root);
+  std::vector<std::string> const pictures = picturesIn(root);
+  if (poses.empty() && pictures.empty()) {
+    throw Exception("There are neither folders pose_00, pose_01, ... nor pictures in " + root.string(),
+                    nullptr, 0, "calibrate");
+  }
+  return calibrate<mv::CameraView>(
+      root, poses.empty() ? pictures : poses,
+      [&](fs::path const& path) {
+        return mv::CameraView{"", readTarget(poses.empty() ? path : path / "target.png", settings)};
+      },
+      [&](auto const& names, auto const& view) {
+        return mv::calibrateCamera(names, view, settings, observer);
+      });
 }
 
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
                                         Observer* observer) {
   return calibrate<mv::ScannerView>(
       folder,
-      [](fs::path const& pose) {
-        return mv::ScannerView{"", readTarget(pose, "target.png"), readNeeded(pose, "columns"),
+      [&](fs::path const& pose) {
+        return mv::ScannerView{"", readTarget(pose / "target.png", settings), readNeeded(pose, "columns"),
                                readNeeded(pose, "rows")};
       },
       [&](auto const& names, auto const& view) {
@@ -125,8 +184,9 @@ mv::StereoCalibration calibrateStereo(std::string const& folder, mv::Calibration
                                       Observer* observer) {
   return calibrate<mv::StereoView>(
       folder,
-      [](fs::path const& pose) {
-        return mv::StereoView{"", {readTarget(pose, "target.png"), readTarget(pose, "target_1.png")}};
+      [&](fs::path const& pose) {
+        return mv::StereoView{
+            "", {readTarget(pose / "target.png", settings), readTarget(pose / "target_1.png", settings)}};
       },
       [&](auto const& names, auto const& view) {
         return mv::calibrateStereo(names, view, settings, observer);
@@ -138,7 +198,8 @@ mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSe
   return calibrate<mv::LaserView>(
       folder,
       [](fs::path const& pose) {
-        return mv::LaserView{"", readTarget(pose, "target.png"), readNeeded(pose, "line", readLaserImage)};
+        return mv::LaserView{"", readGrayImage((pose / "target.png").string()),
+                             readNeeded(pose, "line", readLaserImage)};
       },
       [&](auto const& names, auto const& view) {
         return mv::calibrateLaser(names, view, settings, observer);

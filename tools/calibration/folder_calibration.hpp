@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <vorn/mv/scanner/calibrate_camera.hpp>
 #include <vorn/mv/scanner/calibrate_laser.hpp>
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
@@ -14,10 +15,19 @@
 namespace vorn::tools {
 
 /// The pictures in the views' folders whose names begin with one of `prefixes`, a full stop or an underscore
-/// behind it, as "columns" for columns_00.png; in order.
-/// @throws Exception when there are no such folders
+/// behind it, as "columns" for columns_00.png; in order. Where there are no such folders, every picture.
+/// @throws Exception when there is neither
 std::vector<std::string> calibrationPictures(std::string const& folder,
                                              std::vector<std::string> const& prefixes);
+
+/// The description of the target that lies with the views, target.json in the folder, in its "calib", or
+/// beside the folder when that is "calib" itself; empty when there is none.
+std::string targetFileOf(std::string const& folder);
+
+/// From pose_00/target.png and so on; where there are no such folders, from every picture in the folder.
+/// @throws Exception when there is neither; what `mv::calibrateCamera` throws
+mv::CameraCalibration calibrateCamera(std::string const& folder, mv::CalibrationSettings const& settings,
+                                      Observer* observer = nullptr);
 
 /// From pose_00/target.png, columns_00.png ..., rows_00.png ... and so on.
 /// @throws Exception when there are no such folders; what `mv::calibrateScanner` throws

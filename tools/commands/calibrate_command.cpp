@@ -2,10 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/core/json_file.hpp>
 
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
@@ -13,6 +17,7 @@
 #include "tools/commands/laser_options.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/size_option.hpp"
+#include "tools/commands/target_options.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
@@ -28,9 +33,11 @@ struct CalibrateOptions {
   std::string output;
   std::string plot;
   std::string projector;
+  bool isCamera = false;
   bool isStereo = false;
   bool isLaser = false;
   double contrast = mv::LaserLineOptions().minContrast;
+  TargetOptions target;
   PitchOption pitch;
   std::vector<std::string> assignments;
 };
@@ -55,25 +62,91 @@ std::vector<std::string> prefixesOf(CalibrateOptions const& options) {
   if (options.isLaser) {
     return {"target", "line"};
   }
-  return options.isStereo ? std::vector<std::string>{"target"}
-                          : std::vector<std::string>{"target", "columns", "rows"};
+  return options.isStereo || options.isCamera ? std::vector<std::string>{"target"}
+                                              : std::vector<std::string>{"target", "columns", "rows"};
+}
+
+/// Whether the detector finds a described target as it is described.
+bool isForDetector(mv::TargetDescription const& target) {
+  return target.hasCornerMarks() && target.deviations.empty();
+}
+
+/// Takes the description of the target that lies with the views. A pitch that is given goes before the
+/// file's; the detector's own properties, where some are set, need its kind of target.
+void applyFound(mv::CalibrationSettings& settings, std::string const& file, CalibrateOptions const& options,
+                Report& report) {
+  auto target = load<mv::TargetDescription>(file);
+  double const given = options.pitch.given(options.assignments);
+  std::cout << "Target: " << file << ", pitch " << target.pitch << " mm\n";
+  if (given > 0 && given != target.pitch) {
+    std::ostringstream text;
+    text << "the pitch is taken as " << given << " mm, as given, and " << file << " says " << target.pitch
+         << " mm";
+    report.warn(text.str());
+    target.pitch = given;
+  }
+  if (options.assignments.empty()) {
+    settings.target = target;
+  } else if (isForDetector(target)) {
+    settings.detector["PatternDim"] = target.pitch;
+  } else {
+    throw Exception("The detector, whose properties --set sets, does not find the target that " + file +
+                        " describes; leave --set out",
+                    nullptr, 0, "calibrate");
+  }
+}
+
+/// How the target is found, from the options or from the description that lies with the views. Returns the
+/// file of the description; empty when there is none.
+std::string chooseTarget(mv::CalibrationSettings& settings, CalibrateOptions const& options, Report& report) {
+  applyAssignments(settings.detector, options.assignments);
+  options.pitch.apply(settings.detector, options.assignments);
+  if (options.target.isGiven()) {
+    if (options.target.file().empty()) {
+      options.pitch.require(options.assignments);
+    }
+    settings.target = options.target.description(options.pitch.pitch);
+    return options.target.file();
+  }
+  std::string const file = targetFileOf(options.folder);
+  if (file.empty()) {
+    options.pitch.require(options.assignments);
+  } else {
+    applyFound(settings, file, options, report);
+  }
+  return file;
+}
+
+/// Notes what the target was found by.
+void note(mv::CalibrationSettings const& settings, Report& report) {
+  if (settings.target) {
+    settings.target->write(report["target"]);
+  } else {
+    report.addProperties(settings.detector);
+  }
 }
 
 void run(CalibrateOptions const& options, Report& report) {
-  options.pitch.require(options.assignments);
   mv::CalibrationSettings settings;
-  applyAssignments(settings.detector, options.assignments);
-  options.pitch.apply(settings.detector, options.assignments);
-  report.declare(calibrationPictures(options.folder, prefixesOf(options)), {options.output, options.plot});
+  std::string const targetFile = chooseTarget(settings, options, report);
+  std::vector<std::string> inputs = calibrationPictures(options.folder, prefixesOf(options));
+  if (!targetFile.empty()) {
+    inputs.push_back(targetFile);
+  }
+  report.declare(inputs, {options.output, options.plot});
   checkPicturePath(options.plot);
   if (!options.projector.empty()) {
     settings.projector = parsePixels(options.projector, "--projector");
   }
-  report.addProperties(settings.detector);
+  note(settings, report);
   settings.line.minContrast = options.contrast;
   if (options.isLaser) {
     mv::LaserCalibration const calibration =
         watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
+    finish(options, calibration, calibration.object, report);
+  } else if (options.isCamera) {
+    mv::CameraCalibration const calibration =
+        watched([&](Observer* bar) { return calibrateCamera(options.folder, settings, bar); });
     finish(options, calibration, calibration.object, report);
   } else if (options.isStereo) {
     mv::StereoCalibration const calibration =
@@ -91,7 +164,8 @@ void run(CalibrateOptions const& options, Report& report) {
 void addCalibrateCommand(CLI::App& app) {
   auto options = std::make_shared<CalibrateOptions>();
   CLI::App* command = app.add_subcommand(
-      "calibrate", "Calibrate a scanner, two cameras or a laser line scanner from images of the target");
+      "calibrate",
+      "Calibrate a scanner, one or two cameras or a laser line scanner from images of the target");
   command
       ->add_option("folder", options->folder,
                    "Folder with pose_00/target.png, columns_00.png, rows_00.png, ...")
@@ -103,17 +177,23 @@ void addCalibrateCommand(CLI::App& app) {
   addContrastOption(*command, options->contrast)->needs(laser);
   CLI::Option* stereo = command->add_flag(
       "--stereo", options->isStereo, "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
+  CLI::Option* camera = command->add_flag(
+      "--camera", options->isCamera,
+      "Calibrate one camera, from pose_00/target.png ... or from every picture in the folder");
   command->add_option("-o,--out", options->output, "The calibrated object, a JSON file")->required();
   laser->excludes(stereo);
+  camera->excludes(laser)->excludes(stereo);
   command
       ->add_option("--projector", options->projector,
                    "The projector's pixels, as 640x400; default: taken from the images")
       ->type_name("SIZE")
       ->excludes(laser)
-      ->excludes(stereo);
+      ->excludes(stereo)
+      ->excludes(camera);
   command->add_option("--plot", options->plot, "Picture of the reprojection errors");
   options->pitch.addTo(*command);
-  addSetOption(*command, options->assignments, "detector, such as MinDotArea=20");
+  options->target.addTo(*command,
+                        addSetOption(*command, options->assignments, "detector, such as MinDotArea=20"));
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "the errors of every view");
 }

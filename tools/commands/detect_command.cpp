@@ -242,15 +242,12 @@ void addDetectCommand(CLI::App& app) {
   command->add_option("images", options->images, "Photographs of the target")->required();
   command->add_option("--overlay", options->overlays, "Folder for pictures of what was found");
   options->pitch.addTo(*command);
-  options->target.addTo(*command);
   CLI::Option* explain = command->add_option(
       "--explain", options->explanations,
       "Folder for pictures of what was found and what was dropped; prints what each step left");
   CLI::Option* set = addSetOption(*command, options->assignments, "detector");
-  for (CLI::Option* option : {explain, command->get_option("--target"), command->get_option("--size"),
-                              command->get_option("--kind")}) {
-    option->excludes(set);
-  }
+  explain->excludes(set);
+  options->target.addTo(*command, set);
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "-o,--out,--report", "the key points");
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/mv/calib/calib_pattern_detector.hpp>
 
 namespace vorn::tools {
 
@@ -56,6 +57,13 @@ void PitchOption::apply(PropertySetBase& detector, std::vector<std::string> cons
   if (pitch > 0) {
     detector["PatternDim"] = pitch;
   }
+}
+
+double PitchOption::given(std::vector<std::string> const& assignments) const {
+  mv::CalibPatternDetector detector;
+  applyAssignments(detector, assignments);
+  apply(detector, assignments);
+  return pitch > 0 || givesPitch(assignments) ? detector["PatternDim"].get<double>() : 0.0;
 }
 
 void PitchOption::require(std::vector<std::string> const& assignments) const {

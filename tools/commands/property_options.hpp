@@ -32,6 +32,9 @@ struct PitchOption {
   /// @throws CLI::ValidationError when both give it
   void apply(PropertySetBase& detector, std::vector<std::string> const& assignments) const;
 
+  /// The pitch that the option or an assignment of "PatternDim" gives, mm; 0 when neither does.
+  double given(std::vector<std::string> const& assignments) const;
+
   /// @throws CLI::RequiredError when neither the option nor an assignment gives the pitch: without it every
   ///         length of a calibration would be wrong by one factor, which nothing in its figures shows
   void require(std::vector<std::string> const& assignments) const;

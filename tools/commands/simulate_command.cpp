@@ -4,6 +4,9 @@
 #include <iostream>
 #include <memory>
 
+#include <vorn/core/json_file.hpp>
+#include <vorn/mv/calib/target_description.hpp>
+
 #include <sim/demo.hpp>
 #include <sim/folder.hpp>
 
@@ -32,14 +35,28 @@ sim::FolderOptions following(std::string const& what) {
   return rendering;
 }
 
+/// Writes the description of the target in the views, by which they are calibrated.
+void writeDescription(std::filesystem::path const& folder) {
+  sim::DotGrid const& grid = sim::demoTarget().grid;
+  mv::TargetDescription target;
+  target.pitch = grid.pitch;
+  target.first = {grid.columns.start, grid.rows.start};
+  target.size = {grid.columns.size(), grid.rows.size()};
+  target.marks = {{0, 0}, {1, 0}, {0, 1}};
+  target.polarity = mv::TargetPolarity::Bright;
+  save((folder / "target.json").string(), target);
+}
+
 void simulateStereo(SimulateOptions const& options) {
   sim::StereoRig const rig = sim::demoStereoRig(options.divisor);
   std::filesystem::path const folder = options.folder;
   sim::writeStereoTruth((folder / "stereo_truth.json").string(), rig);
   sim::writeStereoFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
                          following("rendering the target views"));
+  writeDescription(folder);
   std::cout << "In " << options.folder << ":\n"
             << "  calib/             target views of both cameras, pitch 15 mm\n"
+            << "  target.json        the target in the views\n"
             << "  stereo_truth.json  the true calibration\n";
 }
 
@@ -55,10 +72,12 @@ void simulateLaser(SimulateOptions const& options) {
   if (options.withCalibration) {
     sim::writeLaserCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(),
                                      sim::demoTargetPoses(), following("rendering the target views"));
+    writeDescription(folder);
   }
   std::cout << "In " << options.folder << ":\n"
             << "  scan/             images of a laser line that a stage carries over the scene\n"
             << (options.withCalibration ? "  calib/            target views to calibrate from, pitch 15 mm\n"
+                                          "  target.json       the target in the views\n"
                                         : "")
             << "  laser_truth.json  the true calibration\n";
 }
@@ -78,11 +97,13 @@ void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
     calibration.progress = followFolder("rendering the target views");
     sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
                                 calibration);
+    writeDescription(folder);
   }
   std::cout << "In " << folder.string() << ":\n"
             << "  scan/               captured images of one scan, with their truth\n"
             << (options.withCalibration
                     ? "  calib/              target views to calibrate from, pitch 15 mm\n"
+                      "  target.json         the target in the views\n"
                     : "")
             << "  scanner_truth.json  the true calibration\n";
 }

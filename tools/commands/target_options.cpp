@@ -11,19 +11,24 @@
 
 namespace vorn::tools {
 
-void TargetOptions::addTo(CLI::App& command) {
+void TargetOptions::addTo(CLI::App& command, CLI::Option* other) {
   CLI::Option* file =
       command.add_option("--target", file_, "Description of the target, a file as target.json");
-  command
-      .add_option(
-          "--size", size_,
-          "Columns and rows of a target without the three markers, as 10x8: of dots, of a staggered grid's "
-          "dots in a row and rows, of a chessboard's inner corners")
-      ->type_name("CxR")
-      ->excludes(file);
-  command.add_option("--kind", kind_, "What the target's points are; default: circles")
-      ->check(CLI::IsMember({"circles", "staggered", "chessboard"}))
-      ->excludes(file);
+  CLI::Option* size = command
+                          .add_option("--size", size_,
+                                      "Columns and rows of a target without the three markers, as 10x8: of "
+                                      "dots, of a staggered grid's "
+                                      "dots in a row and rows, of a chessboard's inner corners")
+                          ->type_name("CxR")
+                          ->excludes(file);
+  CLI::Option* kind = command.add_option("--kind", kind_, "What the target's points are; default: circles")
+                          ->check(CLI::IsMember({"circles", "staggered", "chessboard"}))
+                          ->excludes(file);
+  if (other != nullptr) {
+    for (CLI::Option* option : {file, size, kind}) {
+      option->excludes(other);
+    }
+  }
 }
 
 mv::TargetDescription TargetOptions::description(double pitch) const {

@@ -13,8 +13,8 @@ namespace vorn::tools {
 /// The target as a command's options describe it: a file, or its size and kind.
 class TargetOptions {
 public:
-  /// Adds `--target`, `--size` and `--kind`.
-  void addTo(CLI::App& command);
+  /// Adds `--target`, `--size` and `--kind`, none of which goes with another option.
+  void addTo(CLI::App& command, CLI::Option* other = nullptr);
 
   /// Whether any of them is given.
   bool isGiven() const { return !file_.empty() || !size_.empty() || !kind_.empty(); }

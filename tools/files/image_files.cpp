@@ -80,13 +80,11 @@ cv::Mat decoded(std::string const& path, int flags) {
 
 /// The number in PREFIX_NN.EXT, when `name` is such a name.
 std::optional<int> sequenceNumber(fs::path const& name, std::string const& prefix) {
-  static std::vector<std::string> const extensions{".png", ".bmp", ".tif", ".tiff", ".jpg", ".jpeg", ".pgm"};
-  std::string const extension = lowerCaseEnding(name);
   std::string const stem = name.stem().string();
   std::string const start = prefix + "_";
   constexpr std::size_t mostDigits = 6;
-  if (std::find(extensions.begin(), extensions.end(), extension) == extensions.end() ||
-      stem.rfind(start, 0) != 0 || stem.size() == start.size() || stem.size() > start.size() + mostDigits ||
+  if (!hasPictureEnding(name) || stem.rfind(start, 0) != 0 || stem.size() == start.size() ||
+      stem.size() > start.size() + mostDigits ||
       !std::all_of(stem.begin() + static_cast<std::ptrdiff_t>(start.size()), stem.end(),
                    [](unsigned char c) { return std::isdigit(c) != 0; })) {
     return std::nullopt;
@@ -95,6 +93,11 @@ std::optional<int> sequenceNumber(fs::path const& name, std::string const& prefi
 }
 
 } // namespace
+
+bool hasPictureEnding(std::filesystem::path const& path) {
+  static std::vector<std::string> const endings{".png", ".bmp", ".tif", ".tiff", ".jpg", ".jpeg", ".pgm"};
+  return std::find(endings.begin(), endings.end(), lowerCaseEnding(path)) != endings.end();
+}
 
 cv::Mat readGrayImage(std::string const& path) {
   return decoded(path, cv::IMREAD_GRAYSCALE);

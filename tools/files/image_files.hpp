@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,9 @@
 #include <vorn/core/observer.hpp>
 
 namespace vorn::tools {
+
+/// Whether a file's name ends like that of a picture that can be read.
+bool hasPictureEnding(std::filesystem::path const& path);
 
 /// Reads a picture as 8-bit grey.
 /// @throws Exception when the file cannot be opened or is no picture that OpenCV reads
