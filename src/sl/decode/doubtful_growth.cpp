@@ -36,8 +36,9 @@ void markJumps(PhaseRows const& rows, uchar const* state, int n, uchar* __restri
   VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const p = own[x];
-    bool const isJump = (std::fabs(own[x - 1] - p) > surfaceJump) | (std::fabs(own[x + 1] - p) > surfaceJump) |
-                        (std::fabs(above[x] - p) > surfaceJump) | (std::fabs(below[x] - p) > surfaceJump);
+    bool const isJump = (std::fabs(own[x - 1] - p) > surfaceJump) |
+                        (std::fabs(own[x + 1] - p) > surfaceJump) | (std::fabs(above[x] - p) > surfaceJump) |
+                        (std::fabs(below[x] - p) > surfaceJump);
     marks[x] = isJump & (state[x] == pixel_state::grown) ? 1 : 0;
   }
 }

@@ -85,6 +85,10 @@ void BandGrowth::growInside(int firstRow, int endRow, GrowthPass const& pass,
     if (hasWaiting[static_cast<std::size_t>(row)] == 0) {
       continue;
     }
+    constexpr int rowsBetweenAskings = 16;
+    if (row % rowsBetweenAskings == 0) {
+      progress_.at("unwrapping", static_cast<double>(row) / size_.height);
+    }
     forEachWaiting(row, [&](std::uint32_t index) {
       uchar const step = state_[index] & pixel_state::growthBits;
       if (step != growth_step::none && step != pass.from) {

@@ -82,8 +82,8 @@ void growOrders(OrderMaps const& maps, Progress const& progress) {
   int const rows = maps.maps.size().height;
   auto const growBands = [&](int offset, GrowthPass const& pass, Progress const& part) {
     int const bands = (rows + offset + bandRows - 1) / bandRows;
-    parallelRows(bands, bandsBetweenAskings, part, "unwrapping", [&](int first, int last) {
-      BandGrowth growth(maps);
+    parallelRows(bands, [&](int first, int last) {
+      BandGrowth growth(maps, part);
       for (int band = first; band < last; ++band) {
         growth.growInside(pad + std::max(0, band * bandRows - offset),
                           pad + std::min(rows, (band + 1) * bandRows - offset), pass, hasWaiting);
