@@ -26,10 +26,10 @@ std::vector<cv::Mat> readImages(std::string const& pattern) {
 cv::Mat decode(std::vector<cv::Mat> const& images, scanner::ScannerType const& type,
                cv::Size const& projector) {
   Sl3dScanner decoder;
-  decoder["ScannerType"] = type;
-  decoder["MaxFillRadius"] = 0;
-  decoder["MinSegmentSize"] = 20;
-  decoder["MaxGrayLevel"] = 200;
+  decoder.setScannerType(type);
+  decoder.setMaxFillRadius(0);
+  decoder.setMinSegmentSize(20);
+  decoder.setMaxGrayLevel(200);
   decoder.getCameraModel().setResolution(images.at(0).size());
   decoder.getProjectorModel().setResolution(projector);
   return decoder.decode(images);
@@ -75,8 +75,8 @@ int main(int argc, char** argv) try {
   Library::start(false);
   vorn::System::set("EnableDebugMode", false);
   CalibPatternDetector detector;
-  detector["PatternDim"] = std::stod(argv[2]);
-  detector["MinDotArea"] = 20.0;
+  detector.setPatternDim(std::stod(argv[2]));
+  detector.setMinDotArea(20.0);
   cv::Size const projector(std::stoi(argv[3]), std::stoi(argv[4]));
 
   CameraCalibData cameraData;

@@ -18,7 +18,7 @@ int main(int argc, char** argv) try {
   nlohmann::json const json = nlohmann::json::parse(std::ifstream(argv[2]));
 
   vorn::mv::GaussianFilter gaussian;
-  gaussian["Radius"] = 3;
+  gaussian.setRadius(3);
   cv::Mat const smooth = gaussian.apply(image);
 
   auto const filter = vorn::mv::createImageFilter("LocalAverageAdaptiveThreshold");

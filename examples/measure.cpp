@@ -29,8 +29,8 @@ std::vector<cv::Mat> read(std::string const& pattern) {
 int main(int argc, char** argv) try {
   Library::start(false);
   CalibrationSettings settings;
-  settings.detector["PatternDim"] = std::stod(argv[1]); // mm from dot to dot
-  settings.detector["MinDotArea"] = 20.0;
+  settings.detector.setPatternDim(std::stod(argv[1])); // mm from dot to dot
+  settings.detector.setMinDotArea(20.0);
   std::vector<std::string> const poses(argv + 4, argv + argc);
   auto const view = [&](std::size_t i) {
     return ScannerView{poses[i], read(poses[i] + "/target.png").at(0), read(poses[i] + "/columns_*.png"),

@@ -14,15 +14,16 @@
 namespace host {
 
 /// Brightens or darkens an 8-bit image: (value / 255) ^ (1 / Gamma).
-///
-/// "Gamma" (2.2, 0.1 .. 10).
 class GammaFilter : public vorn::mv::ImageFilterBase<GammaFilter> {
 public:
   static constexpr char const* className = "host::GammaFilter";
-  GammaFilter() : ImageFilterBase({new vorn::Property("Gamma", 2.2, 0.1, 10.0)}) {}
+  GammaFilter() : ImageFilterBase({gammaRow()}) {}
+
+  /// Above 1 brightens.
+  VORN_PROPERTY(double, gamma, Gamma, 2.2, 0.1, 10.0);
 
   cv::Mat apply(cv::Mat const& input) const override {
-    double const exponent = 1 / getProperty("Gamma").getValue().toDouble();
+    double const exponent = 1 / gamma();
     cv::Mat_<uchar> table(1, 256);
     for (int i = 0; i < table.cols; ++i) {
       table(i) = cv::saturate_cast<uchar>(255 * std::pow(i / 255.0, exponent));
@@ -43,28 +44,29 @@ public:
 };
 
 /// Deletes the dark points of a cloud, in a new undo generation.
-///
-/// "MinBrightness" (30, 0 .. 255): grey levels; points with a texture below it go. "Channel" (Green): where
-/// the texture is looked at.
 class DarkPointFilter : public vorn::mv::pc::FilterBase<DarkPointFilter> {
 public:
   static constexpr char const* className = "host::DarkPointFilter";
-  DarkPointFilter()
-      : FilterBase(
-            {new vorn::Property("MinBrightness", 30, 0, 255), new vorn::Property("Channel", Channel())}) {}
+  DarkPointFilter() : FilterBase({minBrightnessRow(), channelRow()}) {}
+
+  /// Points whose texture is darker go, grey levels.
+  VORN_PROPERTY(int, minBrightness, MinBrightness, 30, 0, 255);
+
+  /// Where the texture is looked at.
+  VORN_PROPERTY(Channel, channel, Channel, Channel());
 
   void operator()(vorn::mv::PointCloud& cloud) override {
     if (!cloud.hasTexture()) {
       throw vorn::Exception("The cloud has no texture", nullptr, 0, className);
     }
-    int const least = getProperty("MinBrightness");
-    vorn::IEnum const& channel = getProperty("Channel");
+    int const least = minBrightness();
+    int const looked = channel().getIndex();
     cloud.saveState(); // a generation of its own, which undoState takes back
     cv::Mat_<cv::Vec3b> const& texture = cloud.texture();
     cv::Mat_<uchar>& state = cloud.state();
     for (int y = 0; y < state.rows; ++y) {
       for (int x = 0; x < state.cols; ++x) {
-        if (state(y, x) == 0 && texture(y, x)[channel.getIndex()] < least) {
+        if (state(y, x) == 0 && texture(y, x)[looked] < least) {
           state(y, x) = 1;
         }
       }

@@ -134,8 +134,8 @@ int main(int argc, char** argv) try {
   StereoCamera stereo;
   stereo.read(nlohmann::json::parse(std::ifstream(argv[1])));
   CalibPatternDetector detector;
-  detector["PatternDim"] = std::stod(argv[2]);
-  detector["MinDotArea"] = 20.0;
+  detector.setPatternDim(std::stod(argv[2]));
+  detector.setMinDotArea(20.0);
 
   Matches const matches = matchTarget(detector, cv::imread(argv[3], cv::IMREAD_GRAYSCALE),
                                       cv::imread(argv[4], cv::IMREAD_GRAYSCALE));

@@ -21,6 +21,7 @@
 #include <vorn/core/system.hpp>
 #include <vorn/core/text.hpp>
 #include <vorn/core/timer.hpp>
+#include <vorn/core/typed_property.hpp>
 #include <vorn/core/variant.hpp>
 #include <vorn/graphic/graphic_object.hpp>
 #include <vorn/graphic/obj_file.hpp>

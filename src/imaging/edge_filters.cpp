@@ -4,8 +4,6 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include <vorn/mv/imaging/image_depth.hpp>
-
 #include "imaging/filter_settings.hpp"
 
 namespace vorn::mv {
@@ -15,43 +13,31 @@ namespace {
 constexpr double scale = 1.0;
 constexpr double delta = 0.0;
 
-Property* outputDepth() {
-  return new Property("Depth", ImageDepth());
-}
-
-int depthOf(IPropertySet const& filter) {
-  IEnum const& depth = filter["Depth"];
-  return dynamic_cast<ImageDepth const&>(depth).cvDepth();
-}
-
 } // namespace
 
-CannyFilter::CannyFilter()
-    : ImageFilterBase({new Property("Threshold1", 50, 0, 255), new Property("Threshold2", 100, 0, 255)}) {}
+CannyFilter::CannyFilter() : ImageFilterBase({threshold1Row(), threshold2Row()}) {}
 
 cv::Mat CannyFilter::apply(cv::Mat const& input) const {
   constexpr int aperture = 3;
   cv::Mat output;
-  cv::Canny(input, output, intOf(*this, "Threshold1"), intOf(*this, "Threshold2"), aperture);
+  cv::Canny(input, output, threshold1(), threshold2(), aperture);
   return output;
 }
 
-LaplacianFilter::LaplacianFilter() : ImageFilterBase({radiusProperty(), outputDepth()}) {}
+LaplacianFilter::LaplacianFilter() : ImageFilterBase({radiusRow(), depthRow()}) {}
 
 cv::Mat LaplacianFilter::apply(cv::Mat const& input) const {
   cv::Mat output;
-  cv::Laplacian(input, output, depthOf(*this), intOf(*this, "Radius"), scale, delta, cv::BORDER_DEFAULT);
+  cv::Laplacian(input, output, depth().cvDepth(), radius(), scale, delta, cv::BORDER_DEFAULT);
   return output;
 }
 
-SobelFilter::SobelFilter()
-    : ImageFilterBase(
-          {radiusProperty(), outputDepth(), new Property("Dx", 1, -5, 5), new Property("Dy", 1, -5, 5)}) {}
+SobelFilter::SobelFilter() : ImageFilterBase({radiusRow(), depthRow(), dxRow(), dyRow()}) {}
 
 cv::Mat SobelFilter::apply(cv::Mat const& input) const {
   cv::Mat output;
-  cv::Sobel(input, output, depthOf(*this), intOf(*this, "Dx"), intOf(*this, "Dy"), kernelSize(*this).width,
-            scale, delta, cv::BORDER_DEFAULT);
+  cv::Sobel(input, output, depth().cvDepth(), dx(), dy(), kernelSize(*this).width, scale, delta,
+            cv::BORDER_DEFAULT);
   return output;
 }
 

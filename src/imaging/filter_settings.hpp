@@ -20,11 +20,6 @@ inline bool boolOf(IPropertySet const& filter, char const* name) {
   return filter[name].getValue().toBool();
 }
 
-/// The "Radius" of most filters; 0 looks at one pixel alone.
-inline Property* radiusProperty() {
-  return new Property("Radius", 1, 0, 32);
-}
-
 /// The square of 2 * Radius + 1 pixels a side that most filters look at.
 inline cv::Size kernelSize(IPropertySet const& filter) {
   int const side = 2 * intOf(filter, "Radius") + 1;

@@ -4,26 +4,20 @@
 
 #include <opencv2/imgproc.hpp>
 
-#include <vorn/mv/imaging/morph_shape.hpp>
-
 #include "imaging/filter_settings.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
-Property* shape() {
-  return new Property("Shape", MorphShape());
-}
-
-cv::Mat neighbourhood(IPropertySet const& filter) {
-  IEnum const& shape = filter["Shape"];
-  return cv::getStructuringElement(dynamic_cast<MorphShape const&>(shape).cvShape(), kernelSize(filter));
+template <class Filter>
+cv::Mat neighbourhood(Filter const& filter) {
+  return cv::getStructuringElement(filter.shape().cvShape(), kernelSize(filter));
 }
 
 } // namespace
 
-DilateFilter::DilateFilter() : ImageFilterBase({radiusProperty(), shape()}) {}
+DilateFilter::DilateFilter() : ImageFilterBase({radiusRow(), shapeRow()}) {}
 
 cv::Mat DilateFilter::apply(cv::Mat const& input) const {
   cv::Mat output;
@@ -31,7 +25,7 @@ cv::Mat DilateFilter::apply(cv::Mat const& input) const {
   return output;
 }
 
-ErodeFilter::ErodeFilter() : ImageFilterBase({radiusProperty(), shape()}) {}
+ErodeFilter::ErodeFilter() : ImageFilterBase({radiusRow(), shapeRow()}) {}
 
 cv::Mat ErodeFilter::apply(cv::Mat const& input) const {
   cv::Mat output;

@@ -33,19 +33,16 @@ void assertFiniteRange(cv::Mat const& input) {
 
 } // namespace
 
-BilateralFilter::BilateralFilter()
-    : ImageFilterBase({new Property("Diameter", 1, 1, 32), new Property("SigmaColor", 1.0, 1.0, 10.0),
-                       new Property("SigmaSpace", 1.0, 1.0, 10.0)}) {}
+BilateralFilter::BilateralFilter() : ImageFilterBase({diameterRow(), sigmaColorRow(), sigmaSpaceRow()}) {}
 
 cv::Mat BilateralFilter::apply(cv::Mat const& input) const {
   assertFiniteRange(input);
   cv::Mat output;
-  cv::bilateralFilter(input, output, intOf(*this, "Diameter"), doubleOf(*this, "SigmaColor"),
-                      doubleOf(*this, "SigmaSpace"), cv::BORDER_DEFAULT);
+  cv::bilateralFilter(input, output, diameter(), sigmaColor(), sigmaSpace(), cv::BORDER_DEFAULT);
   return output;
 }
 
-BlurFilter::BlurFilter() : ImageFilterBase({radiusProperty()}) {}
+BlurFilter::BlurFilter() : ImageFilterBase({radiusRow()}) {}
 
 cv::Mat BlurFilter::apply(cv::Mat const& input) const {
   cv::Mat output;
@@ -53,7 +50,7 @@ cv::Mat BlurFilter::apply(cv::Mat const& input) const {
   return output;
 }
 
-BoxFilter::BoxFilter() : ImageFilterBase({radiusProperty()}) {}
+BoxFilter::BoxFilter() : ImageFilterBase({radiusRow()}) {}
 
 cv::Mat BoxFilter::apply(cv::Mat const& input) const {
   constexpr int depthOfInput = -1;
@@ -63,18 +60,15 @@ cv::Mat BoxFilter::apply(cv::Mat const& input) const {
   return output;
 }
 
-GaussianFilter::GaussianFilter()
-    : ImageFilterBase({radiusProperty(), new Property("SigmaX", 1.0, 0.0, 32.0),
-                       new Property("SigmaY", 1.0, 0.0, 32.0)}) {}
+GaussianFilter::GaussianFilter() : ImageFilterBase({radiusRow(), sigmaXRow(), sigmaYRow()}) {}
 
 cv::Mat GaussianFilter::apply(cv::Mat const& input) const {
   cv::Mat output;
-  cv::GaussianBlur(input, output, kernelSize(*this), doubleOf(*this, "SigmaX"), doubleOf(*this, "SigmaY"),
-                   cv::BORDER_DEFAULT);
+  cv::GaussianBlur(input, output, kernelSize(*this), sigmaX(), sigmaY(), cv::BORDER_DEFAULT);
   return output;
 }
 
-MedianFilter::MedianFilter() : ImageFilterBase({radiusProperty()}) {}
+MedianFilter::MedianFilter() : ImageFilterBase({radiusRow()}) {}
 
 cv::Mat MedianFilter::apply(cv::Mat const& input) const {
   cv::Mat output;

@@ -17,31 +17,11 @@ constexpr double unusedMaxValue = 255.0;
 /// Passed where OpenCV finds the threshold itself.
 constexpr double ignoredThreshold = 0.0;
 
-Property* maxValue() {
-  return new Property("MaxValue", 255, 1, 255);
-}
-
-Property* inverted() {
-  return new Property("Inverted", false);
-}
-
-Property* globalThreshold() {
-  return new Property("Threshold", 127, 1, 255);
-}
-
-Property* adaptiveRadius() {
-  return new Property("Radius", 1, 1, 50);
-}
-
-Property* offset() {
-  return new Property("C", 2, 0, 50);
-}
-
 int binaryType(IPropertySet const& filter) {
   return boolOf(filter, "Inverted") ? cv::THRESH_BINARY_INV : cv::THRESH_BINARY;
 }
 
-cv::Mat threshold(cv::Mat const& input, double value, double maxValue, int type) {
+cv::Mat thresholded(cv::Mat const& input, double value, double maxValue, int type) {
   cv::Mat output;
   cv::threshold(input, output, value, maxValue, type);
   return output;
@@ -57,22 +37,21 @@ cv::Mat adaptiveThreshold(IPropertySet const& filter, cv::Mat const& input, int 
 } // namespace
 
 BinaryThresholdFilter::BinaryThresholdFilter()
-    : ImageFilterBase({maxValue(), globalThreshold(), inverted()}) {}
+    : ImageFilterBase({maxValueRow(), thresholdRow(), invertedRow()}) {}
 
 cv::Mat BinaryThresholdFilter::apply(cv::Mat const& input) const {
-  return threshold(input, doubleOf(*this, "Threshold"), doubleOf(*this, "MaxValue"), binaryType(*this));
+  return thresholded(input, threshold(), maxValue(), binaryType(*this));
 }
 
 GaussianAdaptiveThresholdFilter::GaussianAdaptiveThresholdFilter()
-    : ImageFilterBase({maxValue(), inverted(), adaptiveRadius(), offset()}) {}
+    : ImageFilterBase({maxValueRow(), invertedRow(), radiusRow(), cRow()}) {}
 
 cv::Mat GaussianAdaptiveThresholdFilter::apply(cv::Mat const& input) const {
   return adaptiveThreshold(*this, input, cv::ADAPTIVE_THRESH_GAUSSIAN_C);
 }
 
 LocalAverageAdaptiveThresholdFilter::LocalAverageAdaptiveThresholdFilter()
-    : ImageFilterBase({maxValue(), inverted(), new Property("Radius", 5, 5, 50),
-                       new Property("Threshold", 90, 0, 100)}) {}
+    : ImageFilterBase({maxValueRow(), invertedRow(), radiusRow(), thresholdRow()}) {}
 
 cv::Mat LocalAverageAdaptiveThresholdFilter::apply(cv::Mat const& input) const {
   if (input.channels() != 1) {
@@ -81,11 +60,11 @@ cv::Mat LocalAverageAdaptiveThresholdFilter::apply(cv::Mat const& input) const {
   if (input.dims > 2 || input.depth() != CV_8U) {
     throw error("This method only works with an 8-bit image. (input.type() == CV_8UC1)", "apply");
   }
-  uchar const high = static_cast<uchar>(intOf(*this, "MaxValue"));
-  bool const isInverted = boolOf(*this, "Inverted");
+  uchar const high = static_cast<uchar>(maxValue());
+  bool const isInverted = inverted();
   LocalAverageThreshold rule{};
-  rule.radius = intOf(*this, "Radius");
-  rule.percent = intOf(*this, "Threshold");
+  rule.radius = radius();
+  rule.percent = threshold();
   rule.passValue = isInverted ? uchar(0) : high;
   rule.failValue = isInverted ? high : uchar(0);
   cv::Mat output;
@@ -94,35 +73,35 @@ cv::Mat LocalAverageAdaptiveThresholdFilter::apply(cv::Mat const& input) const {
 }
 
 MeanAdaptiveThresholdFilter::MeanAdaptiveThresholdFilter()
-    : ImageFilterBase({maxValue(), inverted(), adaptiveRadius(), offset()}) {}
+    : ImageFilterBase({maxValueRow(), invertedRow(), radiusRow(), cRow()}) {}
 
 cv::Mat MeanAdaptiveThresholdFilter::apply(cv::Mat const& input) const {
   return adaptiveThreshold(*this, input, cv::ADAPTIVE_THRESH_MEAN_C);
 }
 
-OtsuThresholdFilter::OtsuThresholdFilter() : ImageFilterBase({maxValue()}) {}
+OtsuThresholdFilter::OtsuThresholdFilter() : ImageFilterBase({maxValueRow()}) {}
 
 cv::Mat OtsuThresholdFilter::apply(cv::Mat const& input) const {
-  return threshold(input, ignoredThreshold, doubleOf(*this, "MaxValue"), cv::THRESH_OTSU);
+  return thresholded(input, ignoredThreshold, maxValue(), cv::THRESH_OTSU);
 }
 
-ToZeroThresholdFilter::ToZeroThresholdFilter() : ImageFilterBase({globalThreshold(), inverted()}) {}
+ToZeroThresholdFilter::ToZeroThresholdFilter() : ImageFilterBase({thresholdRow(), invertedRow()}) {}
 
 cv::Mat ToZeroThresholdFilter::apply(cv::Mat const& input) const {
-  int const type = boolOf(*this, "Inverted") ? cv::THRESH_TOZERO_INV : cv::THRESH_TOZERO;
-  return threshold(input, doubleOf(*this, "Threshold"), unusedMaxValue, type);
+  int const type = inverted() ? cv::THRESH_TOZERO_INV : cv::THRESH_TOZERO;
+  return thresholded(input, threshold(), unusedMaxValue, type);
 }
 
-TriangleThresholdFilter::TriangleThresholdFilter() : ImageFilterBase({maxValue()}) {}
+TriangleThresholdFilter::TriangleThresholdFilter() : ImageFilterBase({maxValueRow()}) {}
 
 cv::Mat TriangleThresholdFilter::apply(cv::Mat const& input) const {
-  return threshold(input, ignoredThreshold, doubleOf(*this, "MaxValue"), cv::THRESH_TRIANGLE);
+  return thresholded(input, ignoredThreshold, maxValue(), cv::THRESH_TRIANGLE);
 }
 
-TruncateThresholdFilter::TruncateThresholdFilter() : ImageFilterBase({globalThreshold()}) {}
+TruncateThresholdFilter::TruncateThresholdFilter() : ImageFilterBase({thresholdRow()}) {}
 
 cv::Mat TruncateThresholdFilter::apply(cv::Mat const& input) const {
-  return threshold(input, doubleOf(*this, "Threshold"), unusedMaxValue, cv::THRESH_TRUNC);
+  return thresholded(input, threshold(), unusedMaxValue, cv::THRESH_TRUNC);
 }
 
 } // namespace vorn::mv

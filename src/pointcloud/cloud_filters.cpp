@@ -23,10 +23,6 @@ float floatOf(IPropertySet const& filter, char const* property) {
   return filter.getProperty(property).getValue().toFloat();
 }
 
-int intOf(IPropertySet const& filter, char const* property) {
-  return filter.getProperty(property).getValue().toInt();
-}
-
 } // namespace
 
 IFilter::~IFilter() = default;
@@ -42,33 +38,29 @@ std::unique_ptr<IFilter> createFilter(std::string const& name) {
   return filters().create(name);
 }
 
-DzFilter::DzFilter() : FilterBase({new Property("Dz", 0.5, 0.05, 10.0)}) {}
+DzFilter::DzFilter() : FilterBase({dzRow()}) {}
 
 void DzFilter::operator()(PointCloud& cloud) {
   cloud.filterByDz(floatOf(*this, "Dz"));
 }
 
-ZRangeFilter::ZRangeFilter()
-    : FilterBase({new Property("Zmin", 300.0, 0.0, 500.0), new Property("Zmax", 700.0, 300.0, 3000.0)}) {}
+ZRangeFilter::ZRangeFilter() : FilterBase({zminRow(), zmaxRow()}) {}
 
 void ZRangeFilter::operator()(PointCloud& cloud) {
   cloud.filterByZRange(floatOf(*this, "Zmin"), floatOf(*this, "Zmax"));
 }
 
-OutlierFilter::OutlierFilter()
-    : FilterBase({new Property("Radius", 1.0, 0.1, 20.0), new Property("MinNeighbourCount", 8, 1, 1000)}) {}
+OutlierFilter::OutlierFilter() : FilterBase({radiusRow(), minNeighbourCountRow()}) {}
 
 void OutlierFilter::operator()(PointCloud& cloud) {
-  int const removed = cloud.clean(floatOf(*this, "Radius"), intOf(*this, "MinNeighbourCount"));
+  int const removed = cloud.clean(floatOf(*this, "Radius"), minNeighbourCount());
   System::message("Removed " + std::to_string(removed) + " points.\n");
 }
 
-SmallClusterFilter::SmallClusterFilter()
-    : FilterBase({new Property("Radius", 1.0, 0.1, 20.0), new Property("MinClusterSize", 500, 500, 100000)}) {
-}
+SmallClusterFilter::SmallClusterFilter() : FilterBase({radiusRow(), minClusterSizeRow()}) {}
 
 void SmallClusterFilter::operator()(PointCloud& cloud) {
-  cloud.filterSmallCluster(floatOf(*this, "Radius"), intOf(*this, "MinClusterSize"));
+  cloud.filterSmallCluster(floatOf(*this, "Radius"), minClusterSize());
 }
 
 struct PlaneRemovalFilter::Private : Record<PlaneRemovalFilter::Private, PropertySetBase::Private> {
@@ -76,7 +68,7 @@ struct PlaneRemovalFilter::Private : Record<PlaneRemovalFilter::Private, Propert
 };
 
 PlaneRemovalFilter::PlaneRemovalFilter() : FilterBase(new Private) {
-  declareProperties({new Property("Tolerance", 1.0, 0.01, 10.0)});
+  declareProperties({toleranceRow()});
 }
 
 Plane3f const& PlaneRemovalFilter::getPlane() const {
@@ -97,7 +89,7 @@ void PlaneRemovalFilter::operator()(PointCloud& cloud) {
   if (plane.normal() == cv::Vec3f(0, 0, 0)) {
     throw error("No plane was set", "PlaneRemovalFilter");
   }
-  double const tolerance = getProperty("Tolerance").getValue().toDouble();
+  double const farthest = tolerance();
   cloud.checkSizes();
   cloud.saveState();
   cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
@@ -105,7 +97,7 @@ void PlaneRemovalFilter::operator()(PointCloud& cloud) {
     for (int row = firstRow; row < endRow; ++row) {
       for (int column = 0; column < points.cols; ++column) {
         uchar& state = cloud.state()(row, column);
-        if (state == 0 && plane.distance(cv::Point3f(points(row, column))) <= tolerance) {
+        if (state == 0 && plane.distance(cv::Point3f(points(row, column))) <= farthest) {
           state = 1;
         }
       }
@@ -127,7 +119,7 @@ void PlaneRemovalFilter::write(nlohmann::json& json) const {
   getPlane().write(json[planeMember]);
 }
 
-UniformSampler::UniformSampler() : FilterBase({new Property("Radius", 0.5, 0.05, 10.0)}) {}
+UniformSampler::UniformSampler() : FilterBase({radiusRow()}) {}
 
 void UniformSampler::operator()(PointCloud& cloud) {
   cloud.checkSizes();

@@ -60,11 +60,8 @@ namespace pc {
 IAligner::~IAligner() = default;
 
 AlignerBase::AlignerBase(std::initializer_list<Property*> more) : AlignerBase(new PropertySetBase::Private) {
-  declareProperties({new Property("MaxNormalAngle", 45.0, 1.0, 90.0), new Property("BatchSize", 10, 1, 1000),
-                     new Property("MaxDistance", 50.0, 1.0, 100000.0),
-                     new Property("MinSampleCount", 200, 100, 50000),
-                     new Property("LowCutRate", 0.5, 0.0, 0.9), new Property("HighCutRate", 0.8, 0.0, 0.9),
-                     new Property("MaxIteration", 50, 1, 1000), new Property("MinError", 1e-4, 0.0, 10.0)});
+  declareProperties({maxNormalAngleRow(), batchSizeRow(), maxDistanceRow(), minSampleCountRow(),
+                     lowCutRateRow(), highCutRateRow(), maxIterationRow(), minErrorRow()});
   for (Property* const property : more) {
     addProperty(property);
   }
@@ -76,13 +73,13 @@ double AlignerBase::apply(PointCloud& source, PointCloud& target, std::vector<un
   PointCloud sampled = withNormals(source, Progress());
   PointCloud const surface = withNormals(target, Progress());
   TrimmedIcp settings;
-  settings.maxNormalAngle = doubleOf(*this, "MaxNormalAngle");
-  settings.maxDistance = doubleOf(*this, "MaxDistance");
+  settings.maxNormalAngle = maxNormalAngle();
+  settings.maxDistance = maxDistance();
   settings.minSamples = countOf(*this, "MinSampleCount");
-  settings.lowCut = doubleOf(*this, "LowCutRate");
-  settings.highCut = doubleOf(*this, "HighCutRate");
-  settings.maxIterations = getProperty("MaxIteration").getValue().toInt();
-  settings.minError = doubleOf(*this, "MinError");
+  settings.lowCut = lowCutRate();
+  settings.highCut = highCutRate();
+  settings.maxIterations = maxIteration();
+  settings.minError = minError();
   TrimmedAlignment alignment = alignTrimmed(sampled, surface, chooseSamples(sampled), settings, "apply");
   indices = std::move(alignment.used);
   source.setTransform(alignment.targetFromSource);
@@ -113,9 +110,7 @@ std::vector<unsigned> ICPAligner::chooseSamples(PointCloud& source) {
 }
 
 ICPAligner2::ICPAligner2()
-    : AlignerBase({new Property("SampleAngleThreshold", 10.0, 1.0, 90.0),
-                   new Property("SampleRadius", 2.0, 0.05, 100.0),
-                   new Property("AngledSampleRadius", 0.5, 0.05, 100.0)}) {}
+    : AlignerBase({sampleAngleThresholdRow(), sampleRadiusRow(), angledSampleRadiusRow()}) {}
 
 std::string const& ICPAligner2::getClassName() const {
   static std::string const name = className;
@@ -134,9 +129,9 @@ std::vector<unsigned> ICPAligner2::getSamples(PointCloud& cloud, int count) {
     return {};
   }
   SampleSpread spread;
-  spread.radius = doubleOf(*this, "SampleRadius");
-  spread.angledRadius = doubleOf(*this, "AngledSampleRadius");
-  spread.angleThreshold = doubleOf(*this, "SampleAngleThreshold");
+  spread.radius = sampleRadius();
+  spread.angledRadius = angledSampleRadius();
+  spread.angleThreshold = sampleAngleThreshold();
   return spreadSamples(cloud, evenSamples(cloud, cloud.pointCount()), spread,
                        static_cast<std::size_t>(count));
 }
@@ -146,8 +141,8 @@ std::vector<unsigned> ICPAligner2::chooseSamples(PointCloud& source) {
       std::min<std::size_t>(wantedSamples(*this, source), std::numeric_limits<int>::max());
   std::vector<unsigned> samples = getSamples(source, static_cast<int>(most));
   // Parts smaller than the radii are meant for: better even samples than too few.
-  double const kept = 1.0 - std::max(doubleOf(*this, "LowCutRate"), doubleOf(*this, "HighCutRate"));
-  bool const isEnough = static_cast<double>(samples.size()) * kept >= doubleOf(*this, "MinSampleCount");
+  double const kept = 1.0 - std::max(lowCutRate(), highCutRate());
+  bool const isEnough = static_cast<double>(samples.size()) * kept >= minSampleCount();
   return isEnough || source.isEmpty() ? samples : evenSamples(source, most);
 }
 

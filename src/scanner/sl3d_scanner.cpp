@@ -116,14 +116,10 @@ struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Priv
 };
 
 Sl3dScanner::Sl3dScanner() : AlgorithmBase(new Private) {
-  declareProperties(
-      {new Property("ScannerType", scanner::ScannerType()),
-       new Property("EncodingType", scanner::EncodingType()), new Property("EnableTexture", false),
-       new Property("TextureExposure", 12000, 1000, 100000), new Property("MaxGrayLevel", 150, 100, 200),
-       new Property("BlackWhiteSensitivity", 15, 5, 100), new Property("MinPhaseConfident", 0.5, 0.5, 0.95),
-       new Property("Sensitivity", 3, 0, 20), new Property("PhaseBlurRadius", 0, 0, 10),
-       new Property("PointcloudBlurRadius", 0, 0, 10), new Property("MinSegmentSize", 100, 0, 10000),
-       new Property("MaxFillRadius", 9, 0, 21), new Property("EnableDebug", false)});
+  declareProperties({scannerTypeRow(), encodingTypeRow(), enableTextureRow(), textureExposureRow(),
+                     maxGrayLevelRow(), blackWhiteSensitivityRow(), minPhaseConfidentRow(), sensitivityRow(),
+                     phaseBlurRadiusRow(), pointcloudBlurRadiusRow(), minSegmentSizeRow(), maxFillRadiusRow(),
+                     enableDebugRow()});
 }
 
 Sl3dScanner::~Sl3dScanner() = default;

@@ -72,7 +72,7 @@ std::vector<cv::Point3f> pointsOnLaserPlane(LineScannerCalibData const& data, Ca
 } // namespace
 
 LineScanner::LineScanner() : PropertySetBase(new Private) {
-  declareProperties({new Property("PlaneCount", 1, 1, 64)});
+  declareProperties({planeCountRow()});
 }
 
 LineScanner::~LineScanner() = default;
@@ -85,8 +85,8 @@ void LineScanner::calib(LineScannerCalibData& data) {
   if (data.count() < 3) {
     throw error("Insufficient calibration data!", "calib");
   }
-  int const planeCount = getProperty("PlaneCount").getValue().toInt();
-  if (!holdsLines(data, planeCount)) {
+  int const lineCount = planeCount();
+  if (!holdsLines(data, lineCount)) {
     throw error("Invalid calibration input data!", "calib");
   }
   CameraModel camera = getCameraModel();
@@ -98,7 +98,7 @@ void LineScanner::calib(LineScannerCalibData& data) {
   }
   std::vector<Plane3f> planes;
   std::vector<std::vector<cv::Point3f>> planePntss;
-  for (int p = 0; p < planeCount; ++p) {
+  for (int p = 0; p < lineCount; ++p) {
     if (isDebug) {
       System::message("Plane id=" + std::to_string(p) + "\n");
     }
@@ -146,8 +146,7 @@ std::vector<Plane3f> const& LineScanner::getPlanes() const {
 }
 
 bool LineScanner::isCalibrated() const {
-  auto const planeCount = static_cast<std::size_t>(getProperty("PlaneCount").getValue().toInt());
-  return getCameraModel().isCalibrated() && getPlanes().size() == planeCount;
+  return getCameraModel().isCalibrated() && getPlanes().size() == static_cast<std::size_t>(planeCount());
 }
 
 std::string const& LineScanner::getClassName() const {

@@ -59,17 +59,10 @@ cv::Mat withBrightDots(cv::Mat const& image, int patternType) {
 } // namespace
 
 CalibPatternDetector::CalibPatternDetector() : AlgorithmBase(new PropertySetBase::Private) {
-  declareProperties({new Property("PatternType", CalibPatternType(CalibPatternType::CircleGridWhiteOnGray)),
-                     new Property("PatternDim", 20.0, 1.0, 100.0), new Property("XMin", -10, -30, -1),
-                     new Property("XMax", 10, 1, 30), new Property("YMin", -7, -30, -1),
-                     new Property("YMax", 7, 1, 30), new Property("MinKeypointCount", 30, 9, 100),
-                     new Property("MinDotArea", 50.0, 0.0, 500.0),
-                     new Property("MaxDotArea", 1000.0, 100.0, 10000.0), new Property("BlurRadius", 7, 0, 15),
-                     new Property("MorphRadius", 1, 0, 10), new Property("MinDotRatio", 0.3, 0.1, 1.0),
-                     new Property("MinDotAreaMultiplier", 0.6, 0.1, 1.0),
-                     new Property("MaxDotAreaMultiplier", 6.0, 1.0, 10.0), new Property("PXMin", -2, -5, -1),
-                     new Property("PXMax", 2, 1, 5), new Property("PYMin", -2, -5, -1),
-                     new Property("PYMax", 2, 1, 5), new Property("QuadraticFit", false)});
+  declareProperties({patternTypeRow(), patternDimRow(), xMinRow(), xMaxRow(), yMinRow(), yMaxRow(),
+                     minKeypointCountRow(), minDotAreaRow(), maxDotAreaRow(), blurRadiusRow(),
+                     morphRadiusRow(), minDotRatioRow(), minDotAreaMultiplierRow(), maxDotAreaMultiplierRow(),
+                     pxMinRow(), pxMaxRow(), pyMinRow(), pyMaxRow(), quadraticFitRow()});
 }
 
 CalibPatternDetector::Result CalibPatternDetector::detect(cv::Mat const& image) const {

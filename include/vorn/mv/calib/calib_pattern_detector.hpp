@@ -10,6 +10,7 @@
 
 #include <vorn/core/algorithm.hpp>
 #include <vorn/core/export.hpp>
+#include <vorn/core/typed_property.hpp>
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
 
@@ -28,28 +29,6 @@ namespace vorn::mv {
 ///
 /// Dots that are cut by the image border, by the edge of the light or by something in front of the target are
 /// left out, and so are dots that do not stand where those around them say.
-///
-/// Properties:
-/// - "PatternType" enum CircleGridWhiteOnGray: polarity of the dots
-/// - "PatternDim" double 20.0 [1.0, 100.0]: the pitch; the unit of the positions on the target
-/// - "XMin" int -10 [-30, -1], "XMax" int 10 [1, 30]: first and last column of the grid
-/// - "YMin" int -7 [-30, -1], "YMax" int 7 [1, 30]: first and last row of the grid
-/// - "MinKeypointCount" int 30 [9, 100]: fewer dots count as no target
-/// - "MinDotArea" double 50.0 [0.0, 500.0], "MaxDotArea" double 1000.0 [100.0, 10000.0]: bounds of the
-///   ordinary dots' areas, px²; narrow bounds make the search faster. They say what is looked for: of a grid
-///   whose dots lie about a bound all are kept
-/// - "BlurRadius" int 7 [0, 15]: of the smoothing before the search, px; its Gaussian has a third of it as
-///   deviation, and never more than a sixth of the smallest dot's diameter
-/// - "MorphRadius" int 1 [0, 10]: specks and necks of less than this radius are taken off the blobs, px
-/// - "MinDotRatio" double 0.3 [0.1, 1.0]: least ratio of a dot's short axis to its long one; 0.5 is a tilt of
-///   60 degrees
-/// - "MinDotAreaMultiplier" double 0.6 [0.1, 1.0], "MaxDotAreaMultiplier" double 6.0 [1.0, 10.0]: bounds of a
-///   dot's area relative to the ordinary dots; the upper one bounds the markers
-/// - "PXMin" int -2 [-5, -1], "PXMax" int 2 [1, 5], "PYMin" int -2 [-5, -1], "PYMax" int 2 [1, 5]: the
-///   indices around the origin whose dots must agree on one homography; a lens with strong distortion wants
-///   less
-/// - "QuadraticFit" bool false: measure centres by the peak of the correlation with a drawn dot, refined by
-///   `math::quadraticFit`, instead of by a fit to its edge, which is faster and scatters less
 class VORN_API CalibPatternDetector : public AlgorithmBase {
 public:
   class Result;
@@ -66,6 +45,68 @@ public:
   Result detect(cv::Mat const& image) const;
 
   std::string const& getClassName() const override;
+
+  /// Polarity of the dots.
+  VORN_PROPERTY(CalibPatternType, patternType, PatternType,
+                CalibPatternType(CalibPatternType::CircleGridWhiteOnGray));
+
+  /// The pitch; the unit of the positions on the target.
+  VORN_PROPERTY(double, patternDim, PatternDim, 20.0, 1.0, 100.0);
+
+  /// First column of the grid.
+  VORN_PROPERTY(int, xMin, XMin, -10, -30, -1);
+
+  /// Last column of the grid.
+  VORN_PROPERTY(int, xMax, XMax, 10, 1, 30);
+
+  /// First row of the grid.
+  VORN_PROPERTY(int, yMin, YMin, -7, -30, -1);
+
+  /// Last row of the grid.
+  VORN_PROPERTY(int, yMax, YMax, 7, 1, 30);
+
+  /// Fewer dots count as no target.
+  VORN_PROPERTY(int, minKeypointCount, MinKeypointCount, 30, 9, 100);
+
+  /// Least area of the ordinary dots, px²; narrow bounds make the search faster. They say what is looked for:
+  /// of a grid whose dots lie about a bound all are kept.
+  VORN_PROPERTY(double, minDotArea, MinDotArea, 50.0, 0.0, 500.0);
+
+  /// Greatest area of the ordinary dots, px², likewise.
+  VORN_PROPERTY(double, maxDotArea, MaxDotArea, 1000.0, 100.0, 10000.0);
+
+  /// Of the smoothing before the search, px; its Gaussian has a third of it as deviation, and never more than
+  /// a sixth of the smallest dot's diameter.
+  VORN_PROPERTY(int, blurRadius, BlurRadius, 7, 0, 15);
+
+  /// Specks and necks of less than this radius are taken off the blobs, px.
+  VORN_PROPERTY(int, morphRadius, MorphRadius, 1, 0, 10);
+
+  /// Least ratio of a dot's short axis to its long one; 0.5 is a tilt of 60 degrees.
+  VORN_PROPERTY(double, minDotRatio, MinDotRatio, 0.3, 0.1, 1.0);
+
+  /// Least area of a dot relative to the ordinary dots.
+  VORN_PROPERTY(double, minDotAreaMultiplier, MinDotAreaMultiplier, 0.6, 0.1, 1.0);
+
+  /// Greatest area of a dot relative to the ordinary dots; bounds the markers.
+  VORN_PROPERTY(double, maxDotAreaMultiplier, MaxDotAreaMultiplier, 6.0, 1.0, 10.0);
+
+  /// First column of the dots around the origin that must agree on one homography; a lens with strong
+  /// distortion wants fewer.
+  VORN_PROPERTY(int, pxMin, PXMin, -2, -5, -1);
+
+  /// Last column of those dots.
+  VORN_PROPERTY(int, pxMax, PXMax, 2, 1, 5);
+
+  /// First row of those dots.
+  VORN_PROPERTY(int, pyMin, PYMin, -2, -5, -1);
+
+  /// Last row of those dots.
+  VORN_PROPERTY(int, pyMax, PYMax, 2, 1, 5);
+
+  /// Measures centres by the peak of the correlation with a drawn dot, refined by `math::quadraticFit`,
+  /// instead of by a fit to its edge, which is faster and scatters less.
+  VORN_PROPERTY(bool, quadraticFit, QuadraticFit, false);
 };
 
 /// The dots that a detector found.

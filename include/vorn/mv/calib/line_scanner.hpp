@@ -9,6 +9,7 @@
 
 #include <vorn/core/export.hpp>
 #include <vorn/core/property_set.hpp>
+#include <vorn/core/typed_property.hpp>
 
 namespace vorn::mv {
 
@@ -17,8 +18,6 @@ class LineScannerCalibData;
 class Plane3f;
 
 /// Turns image points of laser lines into points in space: a camera and one plane for each laser line.
-///
-/// Property: "PlaneCount" (int, default 1, from 1 to 64), the number of laser lines.
 class VORN_API LineScanner : public PropertySetBase {
 public:
   LineScanner();
@@ -64,6 +63,9 @@ public:
   /// normal
   void read(nlohmann::json const& json) override;
   void write(nlohmann::json& json) const override;
+
+  /// The number of laser lines.
+  VORN_PROPERTY(int, planeCount, PlaneCount, 1, 1, 64);
 
 private:
   struct Private;

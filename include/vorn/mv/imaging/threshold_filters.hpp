@@ -3,21 +3,26 @@
 #pragma once
 
 #include <vorn/core/export.hpp>
+#include <vorn/core/typed_property.hpp>
 #include <vorn/mv/imaging/image_filter.hpp>
 
 namespace vorn::mv {
 
 /// Splits the image at one value: pixels above it become MaxValue, others 0 (cv::threshold).
-///
-/// Properties:
-/// - "MaxValue" int 255 [1, 255]
-/// - "Threshold" int 127 [1, 255]
-/// - "Inverted" bool false: swaps the two results
 class VORN_API BinaryThresholdFilter : public ImageFilterBase<BinaryThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::BinaryThresholdFilter";
   BinaryThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
+
+  /// The value of pixels that pass.
+  VORN_PROPERTY(int, maxValue, MaxValue, 255, 1, 255);
+
+  /// The value that splits.
+  VORN_PROPERTY(int, threshold, Threshold, 127, 1, 255);
+
+  /// Swaps the two results.
+  VORN_PROPERTY(bool, inverted, Inverted, false);
 
 protected:
   using ImageFilterBase::ImageFilterBase;
@@ -27,16 +32,24 @@ protected:
 /// MaxValue, others 0 (cv::adaptiveThreshold). Pixels beyond the edge repeat the last one. Working memory: 4
 /// bytes a pixel.
 ///
-/// Input: CV_8UC1. Properties:
-/// - "MaxValue" int 255 [1, 255]
-/// - "Inverted" bool false: swaps the two results
-/// - "Radius" int 1 [1, 50]: the neighbourhood is a square of 2 * Radius + 1 pixels
-/// - "C" int 2 [0, 50]: grey levels
+/// Input: CV_8UC1.
 class VORN_API GaussianAdaptiveThresholdFilter : public ImageFilterBase<GaussianAdaptiveThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::GaussianAdaptiveThresholdFilter";
   GaussianAdaptiveThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
+
+  /// The value of pixels that pass.
+  VORN_PROPERTY(int, maxValue, MaxValue, 255, 1, 255);
+
+  /// Swaps the two results.
+  VORN_PROPERTY(bool, inverted, Inverted, false);
+
+  /// The neighbourhood is a square of 2 * Radius + 1 pixels.
+  VORN_PROPERTY(int, radius, Radius, 1, 1, 50);
+
+  /// Taken off the mean, grey levels.
+  VORN_PROPERTY(int, c, C, 2, 0, 50);
 
 protected:
   using ImageFilterBase::ImageFilterBase;
@@ -56,11 +69,7 @@ protected:
 /// formed that could leave the range of its type, as a 32-bit integral image does above 8.4 million white
 /// pixels. A region of a larger image is treated as an image of its own.
 ///
-/// Input: CV_8UC1. Properties:
-/// - "MaxValue" int 255 [1, 255]
-/// - "Inverted" bool false: swaps the two results
-/// - "Radius" int 5 [5, 50]: half the window's side, px
-/// - "Threshold" int 90 [0, 100]: percent of the local mean
+/// Input: CV_8UC1.
 /// @throws Exception from `apply` for an image that is not 8-bit or of several channels
 class VORN_API LocalAverageAdaptiveThresholdFilter
     : public ImageFilterBase<LocalAverageAdaptiveThresholdFilter> {
@@ -69,6 +78,18 @@ public:
   LocalAverageAdaptiveThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
 
+  /// The value of pixels that pass.
+  VORN_PROPERTY(int, maxValue, MaxValue, 255, 1, 255);
+
+  /// Swaps the two results.
+  VORN_PROPERTY(bool, inverted, Inverted, false);
+
+  /// Half the window's side, px.
+  VORN_PROPERTY(int, radius, Radius, 5, 5, 50);
+
+  /// Percent of the local mean.
+  VORN_PROPERTY(int, threshold, Threshold, 90, 0, 100);
+
 protected:
   using ImageFilterBase::ImageFilterBase;
 };
@@ -76,16 +97,24 @@ protected:
 /// Splits the image at the mean of each pixel's neighbourhood less C: pixels above become MaxValue, others 0
 /// (cv::adaptiveThreshold). Pixels beyond the edge repeat the last one.
 ///
-/// Input: CV_8UC1. Properties:
-/// - "MaxValue" int 255 [1, 255]
-/// - "Inverted" bool false: swaps the two results
-/// - "Radius" int 1 [1, 50]: the neighbourhood is a square of 2 * Radius + 1 pixels
-/// - "C" int 2 [0, 50]: grey levels
+/// Input: CV_8UC1.
 class VORN_API MeanAdaptiveThresholdFilter : public ImageFilterBase<MeanAdaptiveThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::MeanAdaptiveThresholdFilter";
   MeanAdaptiveThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
+
+  /// The value of pixels that pass.
+  VORN_PROPERTY(int, maxValue, MaxValue, 255, 1, 255);
+
+  /// Swaps the two results.
+  VORN_PROPERTY(bool, inverted, Inverted, false);
+
+  /// The neighbourhood is a square of 2 * Radius + 1 pixels.
+  VORN_PROPERTY(int, radius, Radius, 1, 1, 50);
+
+  /// Taken off the mean, grey levels.
+  VORN_PROPERTY(int, c, C, 2, 0, 50);
 
 protected:
   using ImageFilterBase::ImageFilterBase;
@@ -94,28 +123,32 @@ protected:
 /// Splits the image at the value that separates its histogram into the two most distinct classes (method of
 /// Otsu, 1979; cv::threshold): pixels above become MaxValue, others 0.
 ///
-/// Input: one channel, 8-bit or CV_16U. Properties:
-/// - "MaxValue" int 255 [1, 255]
+/// Input: one channel, 8-bit or CV_16U.
 class VORN_API OtsuThresholdFilter : public ImageFilterBase<OtsuThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::OtsuThresholdFilter";
   OtsuThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
 
+  /// The value of pixels that pass.
+  VORN_PROPERTY(int, maxValue, MaxValue, 255, 1, 255);
+
 protected:
   using ImageFilterBase::ImageFilterBase;
 };
 
 /// Keeps the pixels above a value and sets others to 0 (cv::threshold).
-///
-/// Properties:
-/// - "Threshold" int 127 [1, 255]
-/// - "Inverted" bool false: keeps the others and sets those above to 0
 class VORN_API ToZeroThresholdFilter : public ImageFilterBase<ToZeroThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::ToZeroThresholdFilter";
   ToZeroThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
+
+  /// The value that splits.
+  VORN_PROPERTY(int, threshold, Threshold, 127, 1, 255);
+
+  /// Keeps the others and sets those above to 0.
+  VORN_PROPERTY(bool, inverted, Inverted, false);
 
 protected:
   using ImageFilterBase::ImageFilterBase;
@@ -124,27 +157,29 @@ protected:
 /// Splits the image at the value farthest below the line from the peak of its histogram to the histogram's
 /// end (triangle method of Zack, 1977; cv::threshold): pixels above become MaxValue, others 0.
 ///
-/// Input: CV_8UC1. Properties:
-/// - "MaxValue" int 255 [1, 255]
+/// Input: CV_8UC1.
 class VORN_API TriangleThresholdFilter : public ImageFilterBase<TriangleThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::TriangleThresholdFilter";
   TriangleThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
 
+  /// The value of pixels that pass.
+  VORN_PROPERTY(int, maxValue, MaxValue, 255, 1, 255);
+
 protected:
   using ImageFilterBase::ImageFilterBase;
 };
 
 /// Cuts the image off at a value: pixels above become that value, others stay (cv::threshold).
-///
-/// Properties:
-/// - "Threshold" int 127 [1, 255]
 class VORN_API TruncateThresholdFilter : public ImageFilterBase<TruncateThresholdFilter> {
 public:
   static constexpr char const* className = "vorn::mv::TruncateThresholdFilter";
   TruncateThresholdFilter();
   cv::Mat apply(cv::Mat const& input) const override;
+
+  /// The value that splits.
+  VORN_PROPERTY(int, threshold, Threshold, 127, 1, 255);
 
 protected:
   using ImageFilterBase::ImageFilterBase;

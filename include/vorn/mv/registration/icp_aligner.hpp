@@ -8,6 +8,7 @@
 
 #include <vorn/core/algorithm.hpp>
 #include <vorn/core/export.hpp>
+#include <vorn/core/typed_property.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 namespace vorn::mv::pc {
@@ -35,18 +36,35 @@ protected:
 
 /// What the aligners share: point-to-plane steps on samples of the source, of which those that fit worst are
 /// left out. For a registration with its uncertainty see `registerClouds`.
-///
-/// "MaxNormalAngle" (45, 1 .. 90): normals of one place differ by at most this, in degrees. "BatchSize" (10,
-/// 1 .. 1000): one sample is taken from so many rows and columns of the grid, without a grid from so many
-/// points squared; more when these are fewer than "MinSampleCount" (200, 100 .. 50000), below which `apply`
-/// fails. "MaxDistance" (50, 1 .. 100000): points of one place are at most this far apart, in mm.
-/// "LowCutRate" (0.5, 0 .. 0.9) and "HighCutRate" (0.8, 0 .. 0.9): the least and the largest share of samples
-/// that are left out; in between it are those farther from the surface than three robust standard deviations.
-/// "MaxIteration" (50, 1 .. 1000). "MinError" (0.0001, 0 .. 10): the work ends when a step changes the RMS
-/// distance by less, in mm.
 class VORN_API AlignerBase : public AlgorithmBase, public IAligner {
 public:
   double apply(PointCloud& source, PointCloud& target, std::vector<unsigned>& indices) override;
+
+  /// Normals of one place differ by at most this, in degrees.
+  VORN_PROPERTY(double, maxNormalAngle, MaxNormalAngle, 45.0, 1.0, 90.0);
+
+  /// One sample is taken from so many rows and columns of the grid, without a grid from so many points
+  /// squared.
+  VORN_PROPERTY(int, batchSize, BatchSize, 10, 1, 1000);
+
+  /// Points of one place are at most this far apart, in mm.
+  VORN_PROPERTY(double, maxDistance, MaxDistance, 50.0, 1.0, 100000.0);
+
+  /// More samples are taken when the batches give fewer; with fewer in the end `apply` fails.
+  VORN_PROPERTY(int, minSampleCount, MinSampleCount, 200, 100, 50000);
+
+  /// The least share of samples that are left out. Between this and "HighCutRate" it are those farther from
+  /// the surface than three robust standard deviations.
+  VORN_PROPERTY(double, lowCutRate, LowCutRate, 0.5, 0.0, 0.9);
+
+  /// The largest share of samples that are left out.
+  VORN_PROPERTY(double, highCutRate, HighCutRate, 0.8, 0.0, 0.9);
+
+  /// The largest number of steps.
+  VORN_PROPERTY(int, maxIteration, MaxIteration, 50, 1, 1000);
+
+  /// The work ends when a step changes the RMS distance by less, in mm.
+  VORN_PROPERTY(double, minError, MinError, 1e-4, 0.0, 10.0);
 
 protected:
   /// Takes over `record`, which must be a `PropertySetBase::Private`.
@@ -74,10 +92,6 @@ protected:
 /// Aligns with samples that hold all six degrees of freedom as far as the source's shape can: as many from
 /// each direction of the normals (S. Rusinkiewicz and M. Levoy, "Efficient Variants of the ICP Algorithm",
 /// 3DIM 2001), denser where the surface bends. A groove in a large plane then counts as much as the plane.
-///
-/// Properties of `AlignerBase`, and: "SampleRadius" (2, 0.05 .. 100): distance of samples on an even surface,
-/// in mm. "AngledSampleRadius" (0.5, 0.05 .. 100): the same where normals differ by more than
-/// "SampleAngleThreshold" (10, 1 .. 90), in degrees.
 class VORN_API ICPAligner2 : public AlignerBase {
 public:
   static constexpr char const* className = "vorn::mv::pc::ICPAligner2";
@@ -89,6 +103,15 @@ public:
   /// @param count the largest number of them
   /// @throws Exception when the cloud has no normals, or `count` is below 1
   std::vector<unsigned> getSamples(PointCloud& cloud, int count);
+
+  /// Normals that differ by more, in degrees, are a bend.
+  VORN_PROPERTY(double, sampleAngleThreshold, SampleAngleThreshold, 10.0, 1.0, 90.0);
+
+  /// Distance of samples on an even surface, in mm.
+  VORN_PROPERTY(double, sampleRadius, SampleRadius, 2.0, 0.05, 100.0);
+
+  /// Distance of samples where the surface bends, in mm.
+  VORN_PROPERTY(double, angledSampleRadius, AngledSampleRadius, 0.5, 0.05, 100.0);
 
 protected:
   using AlignerBase::AlignerBase;

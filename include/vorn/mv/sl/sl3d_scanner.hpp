@@ -11,6 +11,9 @@
 
 #include <vorn/core/algorithm.hpp>
 #include <vorn/core/export.hpp>
+#include <vorn/core/typed_property.hpp>
+#include <vorn/mv/sl/encoding_type.hpp>
+#include <vorn/mv/sl/scanner_type.hpp>
 #include <vorn/mv/sl/sl_pattern_info.hpp>
 
 namespace vorn::mv {
@@ -24,25 +27,6 @@ struct ScannerAccess;
 /// `decode` finds for every camera pixel the projector coordinate that it sees, `triangulate` the point in
 /// space. Lengths are in the unit of the calibration target, as a rule millimetres; the frame is the
 /// camera's, carried on by the pose.
-///
-/// Properties (default, range):
-/// - "ScannerType" (Horizontal): the coded projector axis, see scanner::ScannerType
-/// - "EncodingType" (BinaryXor0_PhaseShift4x4px): see scanner::EncodingType
-/// - "EnableTexture" (false): `decode` also makes a texture
-/// - "TextureExposure" (12000, 1000 to 100000): for the host, which captures the texture
-/// - "MaxGrayLevel" (150, 100 to 200): largest mean of a pixel's phase images; pixels above, and pixels that
-///   are clipped at 255 in any phase image, count as saturated and are dropped
-/// - "BlackWhiteSensitivity" (15, 5 to 100): least range, in grey levels, of a pixel's code images
-/// - "MinPhaseConfident" (0.5, 0.5 to 0.95): least phase confidence m / (m + r), m twice the fringe amplitude
-///   and r = |P0 - P1 + P2 - P3| / 2, which is zero for a sinusoid
-/// - "Sensitivity" (3, 0 to 20): least fringe amplitude in grey levels
-/// - "PhaseBlurRadius" (0, 0 to 10): smooths the phase over 2 r + 1 pixels in square; 0 leaves it
-/// - "PointcloudBlurRadius" (0, 0 to 10): Gaussian blur of the points over 2 r + 1 pixels in square; 0 leaves
-///   them. Invalid points take part: use it on maps without holes.
-/// - "MinSegmentSize" (100, 0 to 10000): smaller connected pieces of surface, in pixels, are dropped
-/// - "MaxFillRadius" (9, 0 to 21): holes within one smooth surface that fit into a square of 2 r + 1 pixels
-///   are closed; 0 fills nothing
-/// - "EnableDebug" (false): logs the number of decoded pixels, while diagnostics are on
 class VORN_API Sl3dScanner : public AlgorithmBase {
 public:
   Sl3dScanner();
@@ -139,3 +123,45 @@ private:
 };
 
 } // namespace vorn::mv
+  /// The projector axis that is coded.
+  VORN_PROPERTY(scanner::ScannerType, scannerType, ScannerType, scanner::ScannerType());
+
+  /// The pattern set.
+  VORN_PROPERTY(scanner::EncodingType, encodingType, EncodingType, scanner::EncodingType());
+
+  /// Whether `decode` also makes a texture.
+  VORN_PROPERTY(bool, enableTexture, EnableTexture, false);
+
+  /// For the host, which captures the texture.
+  VORN_PROPERTY(int, textureExposure, TextureExposure, 12000, 1000, 100000);
+
+  /// Largest mean of a pixel's phase images; pixels above, and pixels that are clipped at 255 in any phase
+  /// image, count as saturated and are dropped.
+  VORN_PROPERTY(int, maxGrayLevel, MaxGrayLevel, 150, 100, 200);
+
+  /// Least range, in grey levels, of a pixel's code images.
+  VORN_PROPERTY(int, blackWhiteSensitivity, BlackWhiteSensitivity, 15, 5, 100);
+
+  /// Least phase confidence m / (m + r), m twice the fringe amplitude and r = |P0 - P1 + P2 - P3| / 2, which
+  /// is zero for a sinusoid.
+  VORN_PROPERTY(double, minPhaseConfident, MinPhaseConfident, 0.5, 0.5, 0.95);
+
+  /// Least fringe amplitude in grey levels.
+  VORN_PROPERTY(int, sensitivity, Sensitivity, 3, 0, 20);
+
+  /// Smooths the phase over 2 r + 1 pixels in square; 0 leaves it.
+  VORN_PROPERTY(int, phaseBlurRadius, PhaseBlurRadius, 0, 0, 10);
+
+  /// Gaussian blur of the points over 2 r + 1 pixels in square; 0 leaves them. Invalid points take part: use
+  /// it on maps without holes.
+  VORN_PROPERTY(int, pointcloudBlurRadius, PointcloudBlurRadius, 0, 0, 10);
+
+  /// Smaller connected pieces of surface, in pixels, are dropped.
+  VORN_PROPERTY(int, minSegmentSize, MinSegmentSize, 100, 0, 10000);
+
+  /// Holes within one smooth surface that fit into a square of 2 r + 1 pixels are closed; 0 fills nothing.
+  VORN_PROPERTY(int, maxFillRadius, MaxFillRadius, 9, 0, 21);
+
+  /// Logs the number of decoded pixels, while diagnostics are on.
+  VORN_PROPERTY(bool, enableDebug, EnableDebug, false);
+
