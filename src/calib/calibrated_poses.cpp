@@ -27,8 +27,8 @@ std::vector<cv::Matx44d> latestPoses(CameraCalibData const& data) {
 }
 
 void addNewPoses(CameraCalibData& data, CameraCalibData const& calibrated) {
-  for (std::size_t i = data.getPoses().size(); i < calibrated.getPoses().size(); ++i) {
-    data.addPose(calibrated.getPoses()[i]);
+  for (cv::Matx44d const& pose : latestPoses(calibrated)) {
+    data.addPose(pose);
   }
 }
 

@@ -18,8 +18,8 @@ cv::Matx44d meanTransform(std::vector<cv::Matx44d> const& a_from_pattern,
 /// The poses of the data's last calibration, one a view.
 std::vector<cv::Matx44d> latestPoses(CameraCalibData const& data);
 
-/// Appends the poses that a calibration added to a copy of `data`. The data's points stay in place, so that
-/// references to them hold.
+/// Appends the poses of the last calibration of a copy of `data`. The data's points stay in place, so that
+/// references to them hold; the poses that one object collects as the data of two devices follow each other.
 void addNewPoses(CameraCalibData& data, CameraCalibData const& calibrated);
 
 } // namespace vorn::mv

@@ -228,6 +228,9 @@ bool ScannerAccess::calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraC
   double const cameraError = cameraModel.calib(cameraData, maxIterations);
   double const projectorError = projectorModel.calib(projectorData, maxIterations);
   auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
+  if (projector.count() < 3) {
+    throw error("Not enough calibration sample.", "calib");
+  }
   own.camera = cameraModel;
   own.projector = projectorModel;
   own.camFromProj = meanTransform(latestPoses(cameraData), latestPoses(projectorData));

@@ -99,7 +99,12 @@ TEST(Sl3dScanner, RefusesTooFewOrUnequalSamples) {
   CameraCalibData three = two;
   three.add({{0, 0}}, {{0, 0}});
   expectError([&] { scanner.calib(two, three); }, "Insufficient calibration data");
-  expectError([&] { scanner.calib(three, two); }, "samples: 3, the projector: 2");
+  expectError([&] { scanner.calib(three, two); }, "Not enough calibration sample.");
+  CameraCalibData none;
+  expectError([&] { scanner.calib(three, none); }, "Not enough calibration sample.");
+  CameraCalibData four = three;
+  four.add({{0, 0}}, {{0, 0}});
+  expectError([&] { scanner.calib(three, four); }, "samples: 3, the projector: 4");
 }
 
 TEST(Sl3dScanner, ScansARegionLikeTheWhole) {
@@ -258,6 +263,14 @@ TEST(Sl3dScanner, CalibratesFromTargetsThatBothDevicesSee) {
   constexpr double angleTolerance = 1e-4;
   EXPECT_LT(cv::norm(math::getT3(difference), cv::NORM_INF), placeTolerance);
   EXPECT_LT(cv::norm(math::getR3(difference), cv::NORM_INF), angleTolerance);
+
+  // One object as both: the poses of both calibrations, and a projector that stands in the camera.
+  std::size_t const before = camera.getPoses().size();
+  scanner.getProjectorModel().setResolution(rig.camera.device.resolution());
+  scanner.calib(camera, camera);
+  ASSERT_EQ(camera.getPoses().size(), before + 2 * sim::demoTargetPoses().size());
+  EXPECT_EQ(camera.getPoses()[before], camera.getPoses()[before + sim::demoTargetPoses().size()]);
+  EXPECT_LT(cv::norm(scanner.getTransform() - cv::Matx44d::eye(), cv::NORM_INF), angleTolerance);
 }
 
 TEST(Sl3dScanner, BlursThePointsWhenAskedTo) {

@@ -71,8 +71,10 @@ public:
   /// The projector's image points are the projector coordinates of the target's points. The resolutions of
   /// both models must be set before. Both data get the target's pose in each view. Working memory: 8 bytes a
   /// pixel of both devices, which stay as their rays, and about 100 a dot of all views.
-  /// @throws Exception "Insufficient calibration data" for fewer than 3 samples, and when the data hold
-  ///         different numbers of samples; nothing is changed then
+  /// One object as both data collects the camera's poses, then the projector's.
+  /// @throws Exception "Insufficient calibration data" for fewer than 3 samples of the camera, "Not enough
+  ///         calibration sample." for fewer than 3 of the projector, and when the data hold different
+  ///         numbers of samples; nothing is changed then
   void calib(CameraCalibData& camera, CameraCalibData& projector);
 
   /// The shape of the pattern set that codes the projector's columns or rows.
