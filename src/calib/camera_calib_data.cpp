@@ -10,6 +10,7 @@
 
 #include "calib/camera_calib_data_record.hpp"
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::mv {
 
@@ -88,9 +89,9 @@ std::vector<std::string> const& CameraCalibData::getInterfaces() const {
 }
 
 void CameraCalibData::read(nlohmann::json const& json) {
-  auto poses = json.at("Poses").get<std::vector<cv::Matx44d>>();
-  auto imgPntss = json.at("ImgPntss").get<std::vector<std::vector<cv::Point2f>>>();
-  auto objPntss = json.at("ObjPntss").get<std::vector<std::vector<cv::Point2f>>>();
+  auto poses = jsonValue<std::vector<cv::Matx44d>>(json, "Poses", "CameraCalibData");
+  auto imgPntss = jsonValue<std::vector<std::vector<cv::Point2f>>>(json, "ImgPntss", "CameraCalibData");
+  auto objPntss = jsonValue<std::vector<std::vector<cv::Point2f>>>(json, "ObjPntss", "CameraCalibData");
   if (imgPntss.size() != objPntss.size()) {
     throw error("\"ImgPntss\" holds " + std::to_string(imgPntss.size()) + " views and \"ObjPntss\" " +
                     std::to_string(objPntss.size()),

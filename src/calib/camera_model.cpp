@@ -2,13 +2,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/calib/camera_model.hpp>
 
+#include <array>
 #include <cfloat>
+#include <cmath>
+#include <string>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <vorn/core/variant.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
@@ -17,6 +21,7 @@
 
 #include "calib/undistortion.hpp"
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::mv {
 
@@ -34,6 +39,8 @@ struct CameraModel::Private : Record<CameraModel::Private> {
 };
 
 namespace {
+
+constexpr char const* context = "CameraModel";
 
 /// Pattern points in space: they lie in its plane z = 0.
 std::vector<cv::Point3f> lifted(std::vector<cv::Point2f> const& points) {
@@ -67,10 +74,58 @@ std::vector<cv::Vec3d> pointsOnPlane(std::vector<cv::Point2d> const& rays, cv::V
 /// A matrix of a document as double, or an empty one where it is left out.
 cv::Mat readDoubles(nlohmann::json const& json, char const* key) {
   cv::Mat result;
-  if (auto const member = json.find(key); member != json.end()) {
-    member->get<cv::Mat>().convertTo(result, CV_64F);
+  if (json.contains(key)) {
+    jsonValue<cv::Mat>(json, key, context).convertTo(result, CV_64F);
   }
   return result;
+}
+
+/// Focal lengths in pixels beyond this are no lens's: a field of view of a millionth of a degree, or one that
+/// cannot be told from 180 degrees.
+constexpr double leastFocalLength = 1e-3;
+constexpr double greatestFocalLength = 1e9;
+
+void checkFocalLength(cv::Matx33d const& K, int axis) {
+  double const f = K(axis, axis);
+  if (!(f >= leastFocalLength && f <= greatestFocalLength)) {
+    throw JsonRefusal(
+        "data[" + std::to_string(4 * axis) + ']',
+        " is " + Variant(f).toString() + ", but a focal length lies between 0.001 and 1e9 pixels", context);
+  }
+}
+
+/// @param read CV_64F, as `readDoubles` makes it
+void checkFinite(cv::Mat const& read) {
+  for (int i = 0; i < static_cast<int>(read.total()); ++i) {
+    if (!std::isfinite(read.ptr<double>()[i])) {
+      throw JsonRefusal("data[" + std::to_string(i) + ']', " is not finite", context);
+    }
+  }
+}
+
+/// A camera matrix of a document: what no calibration makes would be ignored in silence, or measured with.
+void checkMatrixOf(cv::Mat const& read) {
+  if (read.size() != cv::Size(3, 3) || read.channels() != 1) {
+    throw JsonRefusal(
+        "", " is " + std::to_string(read.rows) + " x " + std::to_string(read.cols) + ", not 3 x 3", context);
+  }
+  cv::Matx33d const K = read;
+  checkFinite(read);
+  checkFocalLength(K, 0);
+  checkFocalLength(K, 1);
+  constexpr std::array<int, 5> fixed = {1, 3, 6, 7, 8};
+  for (int const i : fixed) {
+    double const wanted = i == 8 ? 1 : 0;
+    if (std::abs(K.val[i] - wanted) > 1e-9) {
+      throw JsonRefusal("data[" + std::to_string(i) + ']',
+                        " is " + Variant(K.val[i]).toString() + ", but a camera matrix has " +
+                            (i == 1   ? "no skew: 0"
+                             : i == 8 ? "1"
+                                      : "0") +
+                            " there",
+                        context);
+    }
+  }
 }
 
 } // namespace
@@ -211,15 +266,19 @@ std::vector<std::string> const& CameraModel::getInterfaces() const {
 }
 
 void CameraModel::read(nlohmann::json const& json) {
-  auto const resolution = json.at("Resolution").get<cv::Size>();
+  auto const resolution = jsonValue<cv::Size>(json, "Resolution", context);
   cv::Mat const K = readDoubles(json, "K");
   cv::Mat const D = readDoubles(json, "D");
-  auto const calibError = json.at("Error").get<double>();
+  auto const calibError = jsonValue<double>(json, "Error", context);
   if (resolution.width < 0 || resolution.height < 0) {
-    throw error("The resolution must not be negative", "CameraModel");
+    throw JsonRefusal("Resolution", " must not be negative", context);
   }
   if (!K.empty() || !D.empty()) {
-    checkCamera(K, D);
+    atJsonPlace("K", context, [&] { checkMatrixOf(K); });
+    atJsonPlace("D", context, [&] {
+      checkFinite(D);
+      checkCamera(K, D);
+    });
   }
   auto& model = static_cast<Private&>(ownRecord());
   model.resolution = resolution;

@@ -18,6 +18,7 @@
 #include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::mv {
 
@@ -154,8 +155,8 @@ std::string const& StereoCamera::getClassName() const {
 void StereoCamera::read(nlohmann::json const& json) {
   CameraModel model0;
   CameraModel model1;
-  model0.read(json.at("CameraModel0"));
-  model1.read(json.at("CameraModel1"));
+  readJsonObject(json, "CameraModel0", model0, "StereoCamera");
+  readJsonObject(json, "CameraModel1", model1, "StereoCamera");
   cv::Matx44d const transform = readTransform(json, "Hpc", "StereoCamera");
   cv::Matx44d const pose = readTransform(json, "Hpose", "StereoCamera");
   auto& own = static_cast<Private&>(ownRecord());

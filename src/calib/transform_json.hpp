@@ -8,8 +8,8 @@
 namespace vorn::mv {
 
 /// The transform in the member `key` of a calibrated object's document.
-/// @throws Exception with `context` when an element is not finite: nothing could be measured with it
-/// @throws nlohmann::json::exception when it is missing or no matrix
+/// @throws JsonRefusal when it is missing or no rigid motion; the mean of rotations near each other, which
+///         calibrations store, is near enough to one
 cv::Matx44d readTransform(nlohmann::json const& json, char const* key, char const* context);
 
 } // namespace vorn::mv

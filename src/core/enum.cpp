@@ -10,6 +10,7 @@
 #include <vorn/core/variant.hpp>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn {
 
@@ -49,7 +50,7 @@ void IEnum::read(nlohmann::json const& json) {
   if (json.is_number_integer()) {
     setIndex(Variant(json.get<double>()).toInt()); // clamped where `get<int>` would wrap around
   } else {
-    setItem(json.get<std::string>());
+    setItem(jsonAs<std::string>(json, getClassName().c_str()));
   }
 }
 

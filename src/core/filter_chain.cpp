@@ -2,14 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/core/filter_chain.hpp>
 
-#include <exception>
-
 #include <nlohmann/json.hpp>
 
 #include <vorn/core/exception.hpp>
 #include <vorn/core/text.hpp>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::detail {
 
@@ -55,15 +54,15 @@ void readFilterChain(nlohmann::json const& json, AddFilter const& add) {
     throw error(std::string("A filter chain is a JSON array, not ") + json.type_name(), "readFilterChain");
   }
   for (std::size_t i = 0; i < json.size(); ++i) {
-    auto const fail = [i](std::exception const& reason) {
-      throw error("Filter " + std::to_string(i + 1) + " of the chain: " + reason.what(), "readFilterChain");
+    auto const fail = [i](std::string const& reason) {
+      throw error("Filter " + std::to_string(i + 1) + " of the chain: " + reason, "readFilterChain");
     };
     try {
       readFilter(json[i], add);
     } catch (Exception const& e) {
-      fail(e);
+      fail(e.message());
     } catch (nlohmann::json::exception const& e) { // from what a filter keeps besides its properties
-      fail(e);
+      fail(wordsOf(e));
     }
   }
 }

@@ -12,6 +12,7 @@
 #include <vorn/core/atomic_file.hpp>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn {
 
@@ -27,7 +28,7 @@ void inFile(std::string const& path, char const* caller, Body const& body) {
   } catch (Exception const& e) {
     throw error(path + ": " + e.message(), e.file().empty() ? caller : e.file().c_str());
   } catch (nlohmann::json::exception const& e) {
-    throw error(path + ": " + e.what(), caller);
+    throw error(path + ": " + wordsOf(e), caller);
   }
 }
 
@@ -57,7 +58,7 @@ nlohmann::json readJsonFile(std::string const& path) {
   try {
     return nlohmann::json::parse(text);
   } catch (nlohmann::json::exception const& e) {
-    throw error(path + " is not JSON: " + e.what(), context);
+    throw error(path + " is not JSON: " + wordsOf(e), context);
   }
 }
 

@@ -130,7 +130,7 @@ void Line2f::write(nlohmann::json& json) const {
 }
 
 void Line2f::read(nlohmann::json const& json) {
-  readPair(json, point_, "a", direction_);
+  readPair(json, point_, "a", direction_, "Line2f");
 }
 
 void Line2f::write(cv::FileStorage& storage) const {

@@ -104,7 +104,7 @@ void Line3f::write(nlohmann::json& json) const {
 }
 
 void Line3f::read(nlohmann::json const& json) {
-  readPair(json, point_, "a", direction_);
+  readPair(json, point_, "a", direction_, "Line3f");
 }
 
 void Line3f::write(cv::FileStorage& storage) const {

@@ -96,7 +96,7 @@ void Plane3f::write(nlohmann::json& json) const {
 }
 
 void Plane3f::read(nlohmann::json const& json) {
-  readPair(json, point_, "n", normal_);
+  readPair(json, point_, "n", normal_, "Plane3f");
 }
 
 void Plane3f::write(cv::FileStorage& storage) const {

@@ -11,6 +11,7 @@
 #include <vorn/mv/core/matrix_json.hpp>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 /// What lines and planes have in common: they are a point and a unit vector.
 namespace vorn::mv {
@@ -33,9 +34,10 @@ void writePair(nlohmann::json& json, Point const& point, char const* vectorKey, 
 }
 
 template <class Point, class Vector>
-void readPair(nlohmann::json const& json, Point& point, char const* vectorKey, Vector& vector) {
-  auto const newPoint = json.at("p").get<Point>();
-  json.at(vectorKey).get_to(vector);
+void readPair(nlohmann::json const& json, Point& point, char const* vectorKey, Vector& vector,
+              char const* context) {
+  auto const newPoint = jsonValue<Point>(json, "p", context);
+  readJson(json, vectorKey, vector, context);
   point = newPoint;
 }
 

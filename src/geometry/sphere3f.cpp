@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 #include "geometry/point_and_vector.hpp"
 
 namespace vorn::mv {
@@ -29,7 +30,7 @@ void Sphere3f::write(nlohmann::json& json) const {
 }
 
 void Sphere3f::read(nlohmann::json const& json) {
-  *this = Sphere3f(json.at("c").get<cv::Point3f>(), json.at("r").get<float>());
+  *this = Sphere3f(jsonValue<cv::Point3f>(json, "c", "Sphere3f"), jsonValue<float>(json, "r", "Sphere3f"));
 }
 
 void Sphere3f::write(cv::FileStorage& storage) const {

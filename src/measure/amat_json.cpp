@@ -6,12 +6,14 @@
 #include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/measure/amat.hpp>
 
-#include "core/error.hpp"
+#include "core/json_member.hpp"
 #include "measure/mark_names.hpp"
 
 namespace vorn::mv {
 
 namespace {
+
+constexpr char const* context = "AMat";
 
 using Names = std::initializer_list<char const*>;
 
@@ -29,10 +31,10 @@ std::string item(Names const& names, Enum value) {
 
 template <class Enum>
 Enum valueOf(Names const& names, nlohmann::json const& json, char const* member) {
-  auto const name = json.at(member).get<std::string>();
+  auto const name = jsonValue<std::string>(json, member, context);
   auto const found = std::find(names.begin(), names.end(), name);
   if (found == names.end()) {
-    throw error("\"" + std::string(member) + "\" has no item \"" + name + "\"", "AMat");
+    throw JsonRefusal(member, " has no item \"" + name + '"', context);
   }
   return static_cast<Enum>(found - names.begin());
 }
@@ -55,15 +57,15 @@ nlohmann::json toJson(MarkStyle const& style) {
 MarkStyle styleFrom(nlohmann::json const& json) {
   MarkStyle style;
   style.meaning = valueOf<Meaning>(meanings, json, "meaning");
-  json.at("width").get_to(style.width);
-  json.at("size").get_to(style.size);
-  json.at("filled").get_to(style.isFilled);
-  json.at("opacity").get_to(style.opacity);
-  json.at("halo").get_to(style.hasHalo);
+  readJson(json, "width", style.width, context);
+  readJson(json, "size", style.size, context);
+  readJson(json, "filled", style.isFilled, context);
+  readJson(json, "opacity", style.opacity, context);
+  readJson(json, "halo", style.hasHalo, context);
   style.font = valueOf<FontSize>(fonts, json, "font");
-  json.at("fontScale").get_to(style.fontScale);
+  readJson(json, "fontScale", style.fontScale, context);
   if (json.contains("color")) {
-    style.color = json.at("color").get<cv::Vec3b>();
+    style.color = jsonValue<cv::Vec3b>(json, "color", context);
   }
   return style;
 }
@@ -93,20 +95,21 @@ Mark markFrom(nlohmann::json const& json) {
   Mark mark;
   mark.kind = valueOf<MarkKind>(kinds, json, "kind");
   mark.space = valueOf<MarkSpace>(spaces, json, "space");
-  json.at("points").get_to(mark.points);
-  mark.style = styleFrom(json.at("style"));
-  json.at("layer").get_to(mark.layer);
-  json.at("text").get_to(mark.text);
+  readJson(json, "points", mark.points, context);
+  nlohmann::json const& style = jsonMember(json, "style", context);
+  mark.style = atJsonPlace("style", context, [&] { return styleFrom(style); });
+  readJson(json, "layer", mark.layer, context);
+  readJson(json, "text", mark.text, context);
   if (mark.kind == MarkKind::Legend) {
     mark.map = valueOf<ColorMap>(maps, json, "map");
-    json.at("low").get_to(mark.low);
-    json.at("high").get_to(mark.high);
-    json.at("unit").get_to(mark.unit);
+    readJson(json, "low", mark.low, context);
+    readJson(json, "high", mark.high, context);
+    readJson(json, "unit", mark.unit, context);
   } else {
-    json.at("length").get_to(mark.length);
-    json.at("length2").get_to(mark.length2);
-    json.at("angle").get_to(mark.angle);
-    json.at("mmPerPixel").get_to(mark.mmPerPixel);
+    readJson(json, "length", mark.length, context);
+    readJson(json, "length2", mark.length2, context);
+    readJson(json, "angle", mark.angle, context);
+    readJson(json, "mmPerPixel", mark.mmPerPixel, context);
   }
   return mark;
 }
@@ -124,15 +127,21 @@ void AMat::write(nlohmann::json& json) const {
 
 void AMat::read(nlohmann::json const& json) {
   AMat other;
-  json.at("Title").get_to(other.title_);
-  json.at("HiddenLayers").get_to(other.hiddenLayers_);
-  for (nlohmann::json const& mark : json.at("Marks")) {
-    other.add(markFrom(mark));
-  }
+  readJson(json, "Title", other.title_, context);
+  readJson(json, "HiddenLayers", other.hiddenLayers_, context);
+  nlohmann::json const& marks = jsonMember(json, "Marks", context);
+  atJsonPlace("Marks", context, [&] {
+    requireJson(marks.is_array(), marks, "a list", context);
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+      atJsonIndex(i, context, [&] { other.add(markFrom(marks[i])); });
+    }
+  });
   if (json.contains("View")) {
-    CameraModel camera;
-    camera.read(json.at("View").at("Camera"));
-    other.setView(camera, json.at("View").at("CamFromWorld").get<cv::Matx44d>());
+    atJsonPlace("View", context, [&] {
+      CameraModel camera;
+      readJsonObject(json["View"], "Camera", camera, context);
+      other.setView(camera, jsonValue<cv::Matx44d>(json["View"], "CamFromWorld", context));
+    });
   }
   other.image_ = image_;
   *this = std::move(other);

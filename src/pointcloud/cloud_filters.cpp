@@ -10,6 +10,7 @@
 #include <vorn/core/system.hpp>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 #include "core/parallel.hpp"
 #include "pointcloud/uniform_sampling.hpp"
 
@@ -108,7 +109,7 @@ void PlaneRemovalFilter::operator()(PointCloud& cloud) {
 void PlaneRemovalFilter::read(nlohmann::json const& json) {
   Plane3f plane = getPlane();
   if (json.is_object() && json.contains(planeMember)) {
-    plane.read(json[planeMember]);
+    readJsonObject(json, planeMember, plane, className);
   }
   FilterBase::read(json);
   setPlane(plane);

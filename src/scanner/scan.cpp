@@ -48,6 +48,7 @@ void checkScanner(Sl3dScanner const& scanner) {
   if (!scanner.isCalibrated()) {
     throw error("The scanner is not calibrated: it has no models with an error below half a pixel", "scan");
   }
+  ScannerAccess::requireTransform(scanner, "scan");
   checkView(scanner.getCameraModel(), "camera");
   checkView(scanner.getProjectorModel(), "projector");
   double const base = cv::norm(math::getT3(scanner.getTransform()));

@@ -24,6 +24,9 @@ struct ScannerAccess {
   /// The geometry of a calibrated scanner, with the rays of both devices, which it keeps.
   static sl::TriangulationSetup triangulationSetup(Sl3dScanner& scanner, Progress const& progress = {});
 
+  /// @throws Exception when the scanner was read from a document that lacks the transform
+  static void requireTransform(Sl3dScanner const& scanner, char const* context);
+
   /// `Sl3dScanner::calib` without the rays of both devices and the messages about them. Returns whether the
   /// errors of both are small enough to have them.
   static bool calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraCalibData& projector);

@@ -25,6 +25,7 @@
 #include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/triangulation.hpp"
 #include "sl/decode/scan_decoding.hpp"
@@ -109,6 +110,8 @@ struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Priv
   CameraModel projector;
   cv::Matx44d camFromProj = cv::Matx44d::eye();
   cv::Matx44d poseFromCam = cv::Matx44d::eye();
+  /// A document without "Hpc" was read and no transform was given since.
+  bool lacksTransform = false;
   LensMap cameraMap;
   LensMap projectorMap;
   cv::Mat texture;
@@ -181,11 +184,21 @@ sl::TriangulationSetup ScannerAccess::triangulationSetup(Sl3dScanner& scanner, P
   return {own.cameraMap.rays, own.projectorMap.rays, own.camFromProj, own.poseFromCam};
 }
 
+void ScannerAccess::requireTransform(Sl3dScanner const& scanner, char const* context) {
+  if (static_cast<Sl3dScanner::Private const&>(scanner.record()).lacksTransform) {
+    throw error(
+        "The scanner was read from a document without \"Hpc\", the transform from the projector to the "
+        "camera: take a complete document, or set the transform",
+        context);
+  }
+}
+
 void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>& xyz, cv::Rect const& roi) {
   if (!isCalibrated()) {
     throw error("Attempting to use an uncalibrated system.", "triangulate");
   }
   Library::assertValid();
+  ScannerAccess::requireTransform(*this, "triangulate");
   Sl3dScanner const& self = *this;
   cv::Mat_<float> const coordinates = sl::cropTo(phase, roi, self.getCameraModel().getResolution());
   sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(*this);
@@ -215,6 +228,9 @@ bool ScannerAccess::calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraC
   if (camera.count() < 3) {
     throw error("Insufficient calibration data", "calib");
   }
+  if (projector.count() < 3) {
+    throw error("Not enough calibration sample.", "calib");
+  }
   if (camera.count() != projector.count()) {
     throw error(text("The camera has samples: ", camera.count()) +
                     text(", the projector: ", projector.count()),
@@ -228,11 +244,9 @@ bool ScannerAccess::calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraC
   double const cameraError = cameraModel.calib(cameraData, maxIterations);
   double const projectorError = projectorModel.calib(projectorData, maxIterations);
   auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
-  if (projector.count() < 3) {
-    throw error("Not enough calibration sample.", "calib");
-  }
   own.camera = cameraModel;
   own.projector = projectorModel;
+  own.lacksTransform = false;
   own.camFromProj = meanTransform(latestPoses(cameraData), latestPoses(projectorData));
   addNewPoses(camera, cameraData);
   addNewPoses(projector, projectorData);
@@ -273,7 +287,9 @@ cv::Matx44d Sl3dScanner::getTransform() const {
 }
 
 void Sl3dScanner::setTransform(cv::Matx44d const& camFromProj) {
-  static_cast<Private&>(ownRecord()).camFromProj = camFromProj;
+  auto& own = static_cast<Private&>(ownRecord());
+  own.camFromProj = camFromProj;
+  own.lacksTransform = false;
 }
 
 cv::Matx44d Sl3dScanner::getPose() const {
@@ -304,18 +320,19 @@ std::string Sl3dScanner::toString() const {
 void Sl3dScanner::read(nlohmann::json const& json) {
   CameraModel camera;
   CameraModel projector;
-  camera.read(json.at("CameraModel"));
-  projector.read(json.at("ProjectorModel"));
+  readJsonObject(json, "CameraModel", camera, "Sl3dScanner");
+  readJsonObject(json, "ProjectorModel", projector, "Sl3dScanner");
   cv::Matx44d const poseFromCam = readTransform(json, "Hpose", "Sl3dScanner");
-  cv::Matx44d const camFromProj =
-      json.contains("Hpc") ? readTransform(json, "Hpc", "Sl3dScanner") : getTransform();
-  if (auto const member = json.find("Properties"); member != json.end()) {
-    AlgorithmBase::read(*member);
+  bool const hasTransform = json.contains("Hpc");
+  cv::Matx44d const camFromProj = hasTransform ? readTransform(json, "Hpc", "Sl3dScanner") : getTransform();
+  if (json.contains("Properties")) {
+    atJsonPlace("Properties", "Sl3dScanner", [&] { AlgorithmBase::read(json["Properties"]); });
   }
   auto& own = static_cast<Private&>(ownRecord());
   own.camera = camera;
   own.projector = projector;
   own.camFromProj = camFromProj;
+  own.lacksTransform = !hasTransform;
   own.poseFromCam = poseFromCam;
 }
 
@@ -324,7 +341,9 @@ void Sl3dScanner::write(nlohmann::json& json) const {
   nlohmann::json document = nlohmann::json::object();
   own.camera.write(document["CameraModel"]);
   own.projector.write(document["ProjectorModel"]);
-  document["Hpc"] = own.camFromProj;
+  if (!own.lacksTransform) {
+    document["Hpc"] = own.camFromProj;
+  }
   document["Hpose"] = own.poseFromCam;
   AlgorithmBase::write(document["Properties"]);
   json = std::move(document);

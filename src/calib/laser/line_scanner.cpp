@@ -20,6 +20,7 @@
 #include "calib/calibrated_poses.hpp"
 #include "calib/target/point_spread.hpp"
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::mv {
 
@@ -156,13 +157,13 @@ std::string const& LineScanner::getClassName() const {
 
 void LineScanner::read(nlohmann::json const& json) {
   CameraModel camera;
-  camera.read(json.at("CameraModel"));
+  readJsonObject(json, "CameraModel", camera, "LineScanner");
   std::vector<Plane3f> planes;
-  for (auto plane = json.find(planeKey(0)); plane != json.end(); plane = json.find(planeKey(planes.size()))) {
+  for (std::string key = planeKey(0); json.contains(key); key = planeKey(planes.size())) {
     planes.emplace_back();
-    planes.back().read(*plane);
+    readJsonObject(json, key, planes.back(), "LineScanner");
     if (!cv::checkRange(cv::Vec3f(planes.back().point())) || !(cv::norm(planes.back().normal()) > 0)) {
-      throw error('"' + planeKey(planes.size() - 1) + "\" is no plane", "LineScanner");
+      throw JsonRefusal(key, " is no plane: \"p\" and \"n\" must be finite, and \"n\" not 0", "LineScanner");
     }
   }
   auto& own = static_cast<Private&>(ownRecord());

@@ -10,6 +10,7 @@
 
 #include "calib/camera_calib_data_record.hpp"
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::mv {
 
@@ -70,10 +71,12 @@ std::string const& LineScannerCalibData::getClassName() const {
 }
 
 void LineScannerCalibData::read(nlohmann::json const& json) {
-  auto linePntsss = json.at("LinePntsss").get<std::vector<std::vector<std::vector<cv::Point2f>>>>();
-  if (linePntsss.size() != json.at("ImgPntss").size()) {
+  auto linePntsss = jsonValue<std::vector<std::vector<std::vector<cv::Point2f>>>>(json, "LinePntsss",
+                                                                                  "LineScannerCalibData");
+  std::size_t const viewCount = jsonMember(json, "ImgPntss", "LineScannerCalibData").size();
+  if (linePntsss.size() != viewCount) {
     throw error("\"LinePntsss\" holds " + std::to_string(linePntsss.size()) + " views and \"ImgPntss\" " +
-                    std::to_string(json.at("ImgPntss").size()),
+                    std::to_string(viewCount),
                 "LineScannerCalibData");
   }
   CameraCalibData::read(json);

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "core/error.hpp"
+#include "core/json_member.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -72,6 +73,10 @@ nlohmann::json listOf(nlohmann::json const& json, char const* member) {
   return list;
 }
 
+std::string nameIn(nlohmann::json const& json, char const* member, char const* usual) {
+  return json.contains(member) ? jsonValue<std::string>(json, member, "TargetDescription") : usual;
+}
+
 void require(bool isMet, std::string const& message) {
   if (!isMet) {
     throw error(message, "TargetDescription");
@@ -118,11 +123,9 @@ cv::Point2d TargetDescription::position(cv::Point const& index) const {
 
 void TargetDescription::read(nlohmann::json const& json) {
   TargetDescription target;
-  require(json.is_object() && json.contains("pitch") && json["pitch"].is_number(),
-          "A target's description takes its \"pitch\", mm");
-  target.pitch = json["pitch"].get<double>();
-  target.kind = valueOf(kinds, json.value("kind", "circles"), "kind");
-  target.polarity = valueOf(polarities, json.value("polarity", "either"), "polarity");
+  readJson(json, "pitch", target.pitch, "TargetDescription");
+  target.kind = valueOf(kinds, nameIn(json, "kind", "circles"), "kind");
+  target.polarity = valueOf(polarities, nameIn(json, "polarity", "either"), "polarity");
   if (json.contains("size")) {
     target.size = pointOf(json["size"], "size");
   }

@@ -114,17 +114,15 @@ public:
   std::string const& getClassName() const override;
   std::string toString() const override;
   /// Takes "CameraModel", "ProjectorModel" and "Hpose", and "Hpc" and "Properties" where they are present.
-  /// @throws Exception when a transform or a camera holds a number that is not finite
+  /// Without "Hpc" the transform stays, but counts as unknown: `triangulate` and `scan` refuse the scanner
+  /// until it is set.
+  /// @throws Exception that names the member, such as "CameraModel.K.data[0]", for what is missing or not of
+  ///         its kind, a transform that is no rigid motion, and a camera that cannot be; nothing is changed
+  ///         then
   void read(nlohmann::json const& json) override;
   /// Writes the members that `read` takes.
   void write(nlohmann::json& json) const override;
 
-private:
-  friend struct ScannerAccess; // whole jobs, inside the library
-  struct Private;
-};
-
-} // namespace vorn::mv
   /// The projector axis that is coded.
   VORN_PROPERTY(scanner::ScannerType, scannerType, ScannerType, scanner::ScannerType());
 
@@ -167,3 +165,9 @@ private:
   /// Logs the number of decoded pixels, while diagnostics are on.
   VORN_PROPERTY(bool, enableDebug, EnableDebug, false);
 
+private:
+  friend struct ScannerAccess; // whole jobs, inside the library
+  struct Private;
+};
+
+} // namespace vorn::mv
