@@ -115,6 +115,19 @@ TEST(PixelReading, ClaimsAnOrderOnlyWhereEveryImageIsCertain) {
   EXPECT_EQ(claim({140, 140, 40}, settings), noOrder);
 }
 
+TEST(PixelReading, CallsAnImageCertainBeyondItsDistanceFromTheMiddle) {
+  // The middle is 90 and the amplitude 50: beyond 20 grey levels.
+  auto const certain = [](std::vector<int> const& codes) {
+    std::vector<int> levels{90, 40, 90, 140};
+    levels.insert(levels.end(), codes.begin(), codes.end());
+    return static_cast<CodeReading>(ReadPixel(levels, smallProjector()).reading) >> certainShift;
+  };
+  EXPECT_EQ(certain({140, 110, 40}), 0b101U);
+  EXPECT_EQ(certain({140, 111, 40}), 0b111U);
+  EXPECT_EQ(certain({140, 70, 40}), 0b101U);
+  EXPECT_EQ(certain({140, 69, 40}), 0b111U);
+}
+
 TEST(ContrastMask, OpensWhatGoodPixelsSurroundAndTakesBackTheRim) {
   constexpr int reach = 8;
   auto const isGood = [](int x, int y) { return (x < 10 || (x >= 16 && x < 30)) && y < 20; };
