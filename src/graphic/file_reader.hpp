@@ -27,6 +27,8 @@ public:
   FileReader(FileReader const&) = delete;
   FileReader& operator=(FileReader const&) = delete;
 
+  /// As it was given.
+  std::string const& path() const { return path_; }
   /// Bytes from the current position to the end of the file.
   std::uint64_t remaining() const { return size_ - position(); }
   /// Bytes of the whole file.

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <system_error>
 
+#include <vorn/core/system.hpp>
+
 #include "graphic/file_colors.hpp"
 #include "graphic/line_fields.hpp"
 
@@ -94,8 +96,7 @@ private:
 class ObjReader {
 public:
   explicit ObjReader(FileReader& file)
-      : file_(file), vertexRange_("vertex", file.size() / shortestStatement),
-        normalRange_("normal", file.size() / shortestStatement) {}
+      : file_(file), vertexRange_("vertex", file.size() / shortestStatement) {}
 
   GraphicObject read() {
     std::string_view line;
@@ -113,7 +114,6 @@ public:
       }
     }
     vertexRange_.assertBelow(object_.vertices().size(), file_);
-    normalRange_.assertBelow(normals_.size(), file_);
     if (object_.isEmpty() && hasUnknown_) {
       file_.fail("it is no OBJ file: it has no vertices");
     }
@@ -196,7 +196,7 @@ private:
       }
       int const vertex = vertexRange_.resolve(corner->vertex, object_.vertices().size(), file_);
       if (corner->normal != 0) {
-        nameNormal(vertex, normalRange_.resolve(corner->normal, normals_.size(), file_));
+        nameNormal(vertex, corner->normal);
       }
       if (count >= 2) {
         object_.triangles().emplace_back(first, last, vertex);
@@ -209,17 +209,36 @@ private:
     }
   }
 
-  void nameNormal(int vertex, int normal) {
+  /// Notes the normal that a corner names. That it is not there costs the file its normals, not its surface:
+  /// exporters that leave them out leave their indices behind.
+  /// @param index as it stands in the file
+  void nameNormal(int vertex, std::int64_t index) {
+    std::int64_t const normal = index > 0 ? index - 1 : static_cast<std::int64_t>(normals_.size()) + index;
+    if (normal < 0 || normal > highestNormal_) {
+      bool const isThere = normal >= 0 && normal < std::numeric_limits<int>::max();
+      highestNormal_ = isThere ? normal : std::numeric_limits<std::int64_t>::max();
+      highestName_ = index;
+      highestLine_ = file_.lineNumber();
+    }
+    if (highestNormal_ >= std::numeric_limits<int>::max()) {
+      return; // none of them will be taken
+    }
     std::size_t const place = static_cast<std::size_t>(vertex);
     if (normalOfVertex_.size() <= place) {
       normalOfVertex_.resize(std::max(place + 1, object_.vertices().size()), none);
     }
     if (normalOfVertex_[place] == none) {
-      normalOfVertex_[place] = normal;
+      normalOfVertex_[place] = static_cast<int>(normal);
     }
   }
 
   void assignNormals() {
+    if (highestNormal_ >= static_cast<std::int64_t>(normals_.size())) {
+      System::message(file_.path() + ": line " + std::to_string(highestLine_) + " names the normal " +
+                      std::to_string(highestName_) + ", but there are " + std::to_string(normals_.size()) +
+                      "; it is read without normals\n");
+      return;
+    }
     if (!normalOfVertex_.empty()) {
       object_.normals().resize(object_.vertices().size());
       for (std::size_t vertex = 0; vertex < normalOfVertex_.size(); ++vertex) {
@@ -251,7 +270,9 @@ private:
   std::vector<cv::Vec3f> normals_;
   std::vector<int> normalOfVertex_; ///< as long as needed for the vertices that have one
   IndexRange vertexRange_;
-  IndexRange normalRange_;
+  std::int64_t highestNormal_ = none; ///< the greatest index from 0 that a corner named
+  std::int64_t highestName_ = 0;      ///< the same as the file has it
+  std::uint64_t highestLine_ = 0;     ///< where
   std::string joined_;
   bool hasUnknown_ = false;
 };

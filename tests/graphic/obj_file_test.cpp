@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include <vorn/core/system.hpp>
+
 #include "support/expect_error.hpp"
 #include "support/file_content.hpp"
 #include "support/graphic_objects.hpp"
@@ -105,6 +107,27 @@ TEST(OBJFile, VerticesWithSomeOfTheirAttributes) {
   EXPECT_FALSE(object.hasNormals()) << "one normal for four vertices belongs to none of them";
 }
 
+TEST(OBJFile, NormalsThatAreNotThereCostOnlyTheNormals) {
+  std::string said;
+  vorn::System::setMessageSink([&](std::string const& text) { said += text; });
+  std::string const normal = "vn 0 0 1\n";
+  // Later than the faces is not missing.
+  EXPECT_EQ(parse(square + "f 1//1 2//1 3//1\n" + normal).normals().size(), 4U);
+  EXPECT_EQ(parse(square + normal + "f 1//-1 2//-1 3//-1\n").normals()[2], cv::Vec3f(0, 0, 1));
+  EXPECT_EQ(said, "");
+  for (char const* face : {"f 1//1 2//2 3//1\nf 1//1 3//1 4//1\n", "f 1//1 2//-2 3//1\nf 1//1 3//1 4//1\n",
+                           "f 1//1 2//3000000000 3//1\nf 1//1 3//1 4//1\n"}) {
+    said.clear();
+    GraphicObject const object = parse(square + normal + face);
+    EXPECT_EQ(object.vertices().size(), 4U);
+    EXPECT_EQ(object.triangles().size(), 2U);
+    EXPECT_FALSE(object.hasNormals());
+    EXPECT_NE(said.find("test.obj: line 6 names the normal "), std::string::npos) << said;
+    EXPECT_NE(said.find(", but there are 1; it is read without normals\n"), std::string::npos) << said;
+  }
+  vorn::System::setMessageSink({});
+}
+
 TEST(OBJFile, DamagedFilesAreNamedWithPlaceAndReason) {
   struct Case {
     std::string content;
@@ -126,7 +149,6 @@ TEST(OBJFile, DamagedFilesAreNamedWithPlaceAndReason) {
            {square + "f 1 2 2000000000\n", "line 5: the vertex index 2000000000"},
            {square + "f 1 2 99999999999999999999\n", "line 5: '99999999999999999999' is no corner of a face"},
            {square + "f 1 2 -5\n", "line 5: the vertex index -5, but there are 4"},
-           {square + "f 1//1 2//1 3//1\n", "line 5: the normal index 1, but there are 0"},
            {square + "f 0 1 2\n", "line 5: '0' is no corner of a face"},
            {square + "f 1/2/3/4 1 2\n", "line 5: '1/2/3/4' is no corner of a face"},
            {square + "f 1 2 /3\n", "line 5: '/3' is no corner of a face"},

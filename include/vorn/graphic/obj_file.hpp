@@ -17,7 +17,9 @@ namespace vorn::graphic {
 /// `v/vt/vn`, counted from 1 or, negative, back from the last one read; polygons become triangle fans.
 ///
 /// A vertex takes the normal that the first face corner at it names, and (0, 0, 0) when none does. If no face
-/// names a normal and there are as many normals as vertices, they belong together in their order.
+/// names a normal and there are as many normals as vertices, they belong together in their order. A file
+/// whose faces name normals that are not there is read without normals, which a message says
+/// (`System::message`).
 class VORN_API OBJFile {
 public:
   /// The content of the file at `path`. Working memory: up to as much as the result takes.
