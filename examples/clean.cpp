@@ -10,8 +10,7 @@ int main(int argc, char** argv) try {
   if (argc != 3) {
     throw std::invalid_argument("usage: example_clean cloud.ply clean.ply");
   }
-  vorn::mv::PointCloud cloud;
-  cloud.loadFromFile(argv[1], "ply");
+  auto cloud = vorn::mv::PointCloud::load(argv[1]);
   std::cout << "present: " << cloud.presentCount() << '\n';
 
   // Too strict on purpose: ten neighbours within a tenth of a millimetre.
@@ -20,11 +19,11 @@ int main(int argc, char** argv) try {
   cloud.undoState(); // they are back
   std::cout << "present again: " << cloud.presentCount() << '\n';
 
-  int const outliers = cloud.clean(4.0F, 8);
-  int const inSmallClusters = cloud.filterSmallCluster(4.0F, 500);
+  int const outliers = cloud.clean(3.0F, 8);
+  int const inSmallClusters = cloud.filterSmallCluster(3.0F, 500);
   std::cout << "outliers: " << outliers << "\nin small clusters: " << inSmallClusters
             << "\npresent: " << cloud.presentCount() << '\n';
-  cloud.saveToFile(argv[2], "ply"); // the present points only
+  cloud.save(argv[2]); // the present points only
 } catch (std::exception const& e) {
   std::cerr << e.what() << '\n';
   return EXIT_FAILURE;

@@ -1,12 +1,12 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <vorn/core/json_file.hpp>
 #include <vorn/mv/imaging/image_filters.hpp>
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 
@@ -15,7 +15,7 @@ int main(int argc, char** argv) try {
     throw std::invalid_argument("usage: example_image_filters in.png chain.json marks.png result.png");
   }
   cv::Mat const image = cv::imread(argv[1], cv::IMREAD_GRAYSCALE);
-  nlohmann::json const json = nlohmann::json::parse(std::ifstream(argv[2]));
+  nlohmann::json const json = vorn::readJsonFile(argv[2]);
 
   vorn::mv::GaussianFilter gaussian;
   gaussian.setRadius(3);

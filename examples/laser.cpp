@@ -2,11 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
-#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <vorn/mv.hpp>
 
@@ -17,7 +15,7 @@ int main(int argc, char** argv) try {
   }
   vorn::mv::Library::start(false);
   vorn::mv::LineScanner scanner;
-  scanner.read(nlohmann::json::parse(std::ifstream(argv[1])));
+  vorn::load(argv[1], scanner);
   // How the stage moves the scene from one image to the next, mm in the camera's frame.
   cv::Point3f const step(0, std::stof(argv[2]), 0);
   vorn::mv::LaserLineOptions line;

@@ -2,7 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
@@ -83,16 +82,15 @@ int main(int argc, char** argv) try {
   vorn::mv::Library::start(false);
   auto imageFilters = vorn::mv::imageFilters(); // a copy, to be added to
   imageFilters.add<host::GammaFilter>();
-  auto const chain = vorn::readFilterChain(nlohmann::json::parse(std::ifstream(argv[3])), imageFilters);
+  auto const chain = vorn::readFilterChain(vorn::readJsonFile(argv[3]), imageFilters);
   cv::imwrite(argv[2], vorn::mv::applyFilters(chain, cv::imread(argv[1], cv::IMREAD_GRAYSCALE)));
 
   auto cloudFilters = vorn::mv::pc::filters();
   cloudFilters.add<host::DarkPointFilter>();
   auto const dark = vorn::parseFilter("DarkPoint:MinBrightness=60", cloudFilters);
-  vorn::mv::PointCloud cloud;
-  cloud.loadFromFile(argv[4], "ply");
+  auto cloud = vorn::mv::PointCloud::load(argv[4]);
   (*dark)(cloud);
-  cloud.saveToFile(argv[5], "ply");
+  cloud.save(argv[5]);
   nlohmann::json json;
   dark->write(json);
   std::cout << dark->getClassName() << ' ' << json << ": " << cloud.presentCount() << " of "

@@ -2,12 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <stdexcept>
 
-#include <nlohmann/json.hpp>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <vorn/mv.hpp>
@@ -132,7 +130,7 @@ int main(int argc, char** argv) try {
   Library::start(false);
   vorn::System::set("EnableDebugMode", false);
   StereoCamera stereo;
-  stereo.read(nlohmann::json::parse(std::ifstream(argv[1])));
+  vorn::load(argv[1], stereo);
   CalibPatternDetector detector;
   detector.setPatternDim(std::stod(argv[2]));
   detector.setMinDotArea(20.0);

@@ -2,11 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
-#include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <vorn/mv.hpp>
 
@@ -16,7 +14,7 @@ namespace {
 
 Sl3dScanner readScanner(std::string const& path) {
   Sl3dScanner scanner;
-  scanner.read(nlohmann::json::parse(std::ifstream(path)));
+  vorn::load(path, scanner);
   return scanner;
 }
 
