@@ -78,6 +78,7 @@
 #include <vorn/mv/pointcloud/cloud_filter.hpp>
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>
+#include <vorn/mv/pointcloud/measured_count.hpp>
 #include <vorn/mv/pointcloud/normals.hpp>
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
