@@ -149,7 +149,7 @@ public:
   /// Least fringe amplitude in grey levels.
   VORN_PROPERTY(int, sensitivity, Sensitivity, 3, 0, 20);
 
-  /// Smooths the phase over 2 r + 1 pixels in square; 0 leaves it.
+  /// Smooths the phase over 2 r + 1 pixels in square, which shrinks what is curved; 0 leaves it.
   VORN_PROPERTY(int, phaseBlurRadius, PhaseBlurRadius, 0, 0, 10);
 
   /// Gaussian blur of the points over 2 r + 1 pixels in square; 0 leaves them. Invalid points take part: use
