@@ -67,6 +67,15 @@ TEST(Image, ConvertsEveryOrderToTheSameColours) {
   }
 }
 
+TEST(Image, KeepsItsRowsAndColumns) {
+  std::vector<std::uint8_t> const bytes{1, 2, 3, 4, 5, 6};
+  Image const image(bytes.data(), 3, 2, PixelFormat{PixelFormat::Order::Gray, 8});
+  cv::Mat const expected = (cv::Mat_<std::uint8_t>(2, 3) << 1, 2, 3, 4, 5, 6);
+  ASSERT_EQ(toGrayMat(image).size(), cv::Size(3, 2));
+  EXPECT_EQ(cv::norm(toGrayMat(image), expected, cv::NORM_INF), 0);
+  EXPECT_EQ(toBGRMat(image).size(), cv::Size(3, 2));
+}
+
 TEST(Image, ScalesWordsAndOwnsItsPixels) {
   std::vector<std::uint16_t> words{0, 65535, 49151, 257};
   Image const image(words.data(), 2, 2, PixelFormat{PixelFormat::Order::Gray, 16});
