@@ -9,29 +9,22 @@
 #include <opencv2/imgproc.hpp>
 
 #include "core/error.hpp"
-#include "measure/legend.hpp"
-#include "measure/ticks.hpp"
+#include "measure/plot_layout.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
 constexpr char const* function = "drawPlot";
-constexpr int gap = 8;
-constexpr int tickLength = 5;
-constexpr int legendSwatch = 22;
+constexpr int gap = PlotLayout::gap;
+constexpr int tickLength = PlotLayout::tickLength;
+constexpr int legendSwatch = PlotLayout::swatch;
 
-struct Range {
-  double low = std::numeric_limits<double>::infinity();
-  double high = -std::numeric_limits<double>::infinity();
-  void add(double value) {
-    if (std::isfinite(value)) {
-      low = std::min(low, value);
-      high = std::max(high, value);
-    }
-  }
-  double span() const { return high - low; }
-};
+/// The pixel at a place; one half way between two is taken up wherever the plot stands.
+double onPixel(double place) {
+  constexpr double slack = 1e-6;
+  return std::floor(place + 0.5 + slack);
+}
 
 void check(PlotAxis const& axis, char const* name) {
   if (std::isinf(axis.low) || std::isinf(axis.high) || axis.low >= axis.high) {
@@ -78,38 +71,23 @@ void check(Plot const& plot) {
   }
 }
 
-/// The ends of an axis: as told, or the numbers with some air around.
-Range fitted(Range range, PlotAxis const& axis, double air) {
-  if (range.low > range.high) {
-    range = {0.0, 1.0};
-  }
-  double const room = range.span() > 0.0 ? air * range.span() : std::max(0.5, std::abs(range.low) * 0.1);
-  Range result{std::isnan(axis.low) ? range.low - room : axis.low,
-               std::isnan(axis.high) ? range.high + room : axis.high};
-  if (!(result.low < result.high)) { // all numbers beyond the end that is told
-    (std::isnan(axis.low) ? result.low : result.high) =
-        std::isnan(axis.low) ? result.high - 1.0 : result.low + 1.0;
-  }
-  return result;
-}
-
 /// Draws one plot on one canvas.
 class Plotter {
 public:
-  Plotter(Canvas& canvas, Plot const& plot) : canvas_(canvas), plot_(plot), inks_(Inks::on(plot.ground)) {}
+  Plotter(Canvas& canvas, Plot const& plot, cv::Point corner)
+      : canvas_(canvas), plot_(plot), inks_(Inks::on(plot.ground)), at_(plot, corner), area_(at_.area),
+        notFinite_(at_.notFinite) {}
 
   /// @return how many numbers were left out
   std::size_t draw() {
-    measure();
-    layOut();
-    canvas_.fill(cv::Rect(cv::Point(), plot_.size), inks_.ground);
+    canvas_.fill(at_.whole, inks_.ground);
     drawHeat();
     drawGrid();
     canvas_.clip(area_);
     for (std::size_t i = 0; i < plot_.series.size(); ++i) {
       drawSeries(plot_.series[i], colorOfSeries(i));
     }
-    canvas_.clip(cv::Rect(cv::Point(), plot_.size));
+    canvas_.clip(at_.whole);
     drawFrame();
     drawLegend();
     return notFinite_;
@@ -128,93 +106,6 @@ private:
     return result;
   }
 
-  void measure() {
-    Range x, y;
-    bool hasBars = false;
-    for (PlotSeries const& series : plot_.series) {
-      for (std::size_t i = 0; i < series.x.size(); ++i) {
-        if (std::isfinite(series.x[i]) && std::isfinite(series.y[i])) {
-          x.add(series.x[i]);
-          y.add(series.y[i]);
-        } else {
-          ++notFinite_;
-        }
-      }
-      hasBars = hasBars || series.kind == SeriesKind::Bars;
-    }
-    if (hasBars) {
-      y.add(0.0);
-    }
-    constexpr double air = 0.04;
-    if (!plot_.heat.empty()) {
-      x = {-0.5, plot_.heat.cols - 0.5};
-      y = {-0.5, plot_.heat.rows - 0.5};
-    }
-    x_ = fitted(x, plot_.x, plot_.heat.empty() ? air : 0.0);
-    y_ = fitted(y, plot_.y, plot_.heat.empty() ? air : 0.0);
-    heat_ = {0.0, 1.0};
-    if (!plot_.heat.empty()) {
-      Range values;
-      for (float const value : cv::Mat_<float>(plot_.heat)) {
-        values.add(static_cast<double>(value));
-      }
-      heat_ = fitted(values, plot_.heatScale, 0.0);
-    }
-  }
-
-  void layOut() {
-    RasterFont const font;
-    int const line = font.lineHeight();
-    int const top = plot_.title.empty() ? gap + line / 2 : line + 2 * gap;
-    int const bottom = tickLength + gap + 2 * line;
-    int const height = std::max(20, plot_.size.height - top - bottom);
-    yTicks_ = ticksOf(y_.low, y_.high, std::clamp(height / (3 * line), 2, 10));
-    int widest = 0;
-    for (std::string const& text : yTicks_.labels) {
-      widest = std::max(widest, font.measure(text).width);
-    }
-    int const left = gap + line + widest + gap + tickLength;
-    int right = 2 * gap;
-    for (PlotSeries const& series : plot_.series) {
-      if (!series.name.empty()) {
-        right = std::max(right, 3 * gap + legendSwatch + font.measure(series.name).width);
-      }
-    }
-    if (plot_.arrowSample > 0.0) {
-      right = std::max(right, 3 * gap + font.measure(arrowText()).width);
-    }
-    if (!plot_.heat.empty()) {
-      right = std::max(right, 3 * gap + colorScaleWidth(heatScale(), height, 1));
-    }
-    area_ = cv::Rect(left, top, std::max(20, plot_.size.width - left - right), height);
-    if (plot_.isEqualScale) {
-      makeEqual();
-    }
-    constexpr int pixelsATick = 90;
-    xTicks_ = ticksOf(x_.low, x_.high, std::clamp(area_.width / pixelsATick, 2, 12));
-    yTicks_ = ticksOf(y_.low, y_.high, std::clamp(area_.height / (3 * line), 2, 10));
-  }
-
-  /// Shortens the area on the side that has too much of it.
-  void makeEqual() {
-    double const unit = std::min(area_.width / x_.span(), area_.height / y_.span());
-    cv::Size const size(std::max(2, cvRound(unit * x_.span())), std::max(2, cvRound(unit * y_.span())));
-    area_ = cv::Rect(area_.x, area_.y + (area_.height - size.height) / 2, size.width, size.height);
-  }
-
-  ColorScale heatScale() const {
-    return {plot_.heatMap, heat_.low, heat_.high, withUnit(plot_.heatScale.title, plot_.heatScale.unit)};
-  }
-
-  std::string arrowText() const { return shortNumber(plot_.arrowSample) + ' ' + plot_.arrowUnit; }
-
-  cv::Point2d place(double x, double y) const {
-    double const across = (x - x_.low) / x_.span();
-    double const up = (y - y_.low) / y_.span();
-    return {area_.x - 0.5 + across * area_.width,
-            area_.y - 0.5 + (plot_.isYDown ? up : 1.0 - up) * area_.height};
-  }
-
   void drawHeat() {
     if (plot_.heat.empty()) {
       return;
@@ -223,17 +114,18 @@ private:
     cv::Mat_<float> shown(area_.size());
     for (int y = 0; y < shown.rows; ++y) {
       double const up = (y + 0.5) / shown.rows;
-      double const row = y_.low + (plot_.isYDown ? up : 1.0 - up) * y_.span();
+      double const row = at_.y.low + (plot_.isYDown ? up : 1.0 - up) * at_.y.span();
       for (int x = 0; x < shown.cols; ++x) {
-        double const column = x_.low + (x + 0.5) / shown.cols * x_.span();
+        double const column = at_.x.low + (x + 0.5) / shown.cols * at_.x.span();
         cv::Point const at(toPixel(column), toPixel(row));
         bool const isInside = cv::Rect(0, 0, plot_.heat.cols, plot_.heat.rows).contains(at);
         shown(y, x) = isInside ? plot_.heat.at<float>(at) : std::numeric_limits<float>::quiet_NaN();
       }
     }
-    canvas_.picture(colored(shown, plot_.heatMap, heat_.low, heat_.high, inks_.faint), area_.tl());
-    drawColorScale(canvas_, heatScale(), {area_.br().x + 2 * gap, area_.y - RasterFont().lineHeight() / 2},
-                   std::min(area_.height, 420) + RasterFont().lineHeight() / 2, 1, inks_.text);
+    canvas_.picture(colored(shown, plot_.heatMap, at_.heat.low, at_.heat.high, inks_.faint), area_.tl());
+    drawColorScale(canvas_, at_.heatScale(),
+                   {area_.br().x + 2 * gap, area_.y - RasterFont().lineHeight() / 2}, at_.heatScaleHeight(),
+                   1, inks_.text);
   }
 
   void drawGrid() {
@@ -241,12 +133,12 @@ private:
       return;
     }
     Pen const pen{1.0, inks_.faint, 0.0};
-    for (double const x : xTicks_.values) {
-      double const at = std::round(place(x, y_.low).x);
+    for (double const x : at_.xTicks.values) {
+      double const at = onPixel(at_.place(x, at_.y.low).x);
       canvas_.stroke({{at, 1.0 * area_.y}, {at, area_.br().y - 1.0}}, pen);
     }
-    for (double const y : yTicks_.values) {
-      double const at = std::round(place(x_.low, y).y);
+    for (double const y : at_.yTicks.values) {
+      double const at = onPixel(at_.place(at_.x.low, y).y);
       canvas_.stroke({{1.0 * area_.x, at}, {area_.br().x - 1.0, at}}, pen);
     }
   }
@@ -258,15 +150,16 @@ private:
     double const top = area_.y;
     double const bottom = area_.br().y - 1.0;
     canvas_.stroke({{left, top}, {left, bottom}, {right, bottom}, {right, top}, {left, top}}, pen);
-    for (std::size_t i = 0; i < xTicks_.values.size(); ++i) {
-      double const x = std::round(place(xTicks_.values[i], y_.low).x);
+    for (std::size_t i = 0; i < at_.xTicks.values.size(); ++i) {
+      double const x = onPixel(at_.place(at_.xTicks.values[i], at_.y.low).x);
       canvas_.stroke({{x, bottom}, {x, bottom + tickLength}}, pen);
-      canvas_.text(xTicks_.labels[i], {x, bottom + tickLength + 1}, label(TextAcross::Middle, TextDown::Top));
+      canvas_.text(at_.xTicks.labels[i], {x, bottom + tickLength + 1},
+                   label(TextAcross::Middle, TextDown::Top));
     }
-    for (std::size_t i = 0; i < yTicks_.values.size(); ++i) {
-      double const y = std::round(place(x_.low, yTicks_.values[i]).y);
+    for (std::size_t i = 0; i < at_.yTicks.values.size(); ++i) {
+      double const y = onPixel(at_.place(at_.x.low, at_.yTicks.values[i]).y);
       canvas_.stroke({{left - tickLength, y}, {left, y}}, pen);
-      canvas_.text(yTicks_.labels[i], {left - tickLength - gap / 2, y},
+      canvas_.text(at_.yTicks.labels[i], {left - tickLength - gap / 2, y},
                    label(TextAcross::Right, TextDown::Middle));
     }
     double const middle = 0.5 * (left + right);
@@ -275,35 +168,52 @@ private:
                  label(TextAcross::Middle, TextDown::Top));
     Label upright = label(TextAcross::Middle, TextDown::Top);
     upright.isUpright = true;
-    canvas_.text(withUnit(plot_.y.title, plot_.y.unit), {gap / 2.0, 0.5 * (top + bottom)}, upright);
+    canvas_.text(withUnit(plot_.y.title, plot_.y.unit), {at_.whole.x + gap / 2.0, 0.5 * (top + bottom)},
+                 upright);
     canvas_.text(plot_.title, {left, top - gap / 2.0}, label(TextAcross::Left, TextDown::Bottom));
   }
 
   void drawLegend() {
     RasterFont const font;
-    double y = area_.y + (plot_.heat.empty() ? 0.0 : 440.0) + font.lineHeight() / 2.0;
+    double y =
+        area_.y + (plot_.heat.empty() ? 0.0 : at_.heatScaleHeight() + 1.0 * gap) + font.lineHeight() / 2.0;
     double const x = area_.br().x + gap;
-    for (std::size_t i = 0; i < plot_.series.size(); ++i) {
-      PlotSeries const& series = plot_.series[i];
-      if (series.name.empty()) {
+    double const samples = plot_.arrowSample > 0.0 ? 3.0 * font.lineHeight() : 0.0;
+    std::size_t left = 0; // names not yet written
+    for (PlotSeries const& series : plot_.series) {
+      left += series.name.empty() ? 0U : 1U;
+    }
+    for (std::size_t i = 0; i < plot_.series.size() && left > 0; ++i) {
+      if (plot_.series[i].name.empty()) {
         continue;
       }
-      if (series.kind == SeriesKind::Points) {
-        canvas_.stroke({{x + legendSwatch / 2.0, y}},
-                       {2.0 * std::clamp(series.size, 2.0, 4.0), colorOfSeries(i), 0.0});
-      } else {
-        canvas_.stroke({{x, y}, {x + legendSwatch - 4.0, y}},
-                       {std::clamp(series.size, 1.5, 5.0), colorOfSeries(i), 0.0});
+      if (left > 1 && y + 1.5 * font.lineHeight() + samples > at_.whole.br().y) {
+        canvas_.text("and " + std::to_string(left) + " more", {x, y},
+                     label(TextAcross::Left, TextDown::Middle));
+        y += font.lineHeight();
+        break;
       }
-      canvas_.text(series.name, {x + legendSwatch + gap / 2.0, y}, label(TextAcross::Left, TextDown::Middle));
+      drawName(plot_.series[i], colorOfSeries(i), {x, y});
       y += font.lineHeight();
+      --left;
     }
     if (plot_.arrowSample > 0.0) {
-      double const length = plot_.arrowSample * plot_.arrowScale * area_.width / x_.span();
       y += font.lineHeight() / 2.0;
-      arrow({x, y}, {x + length, y}, inks_.text, 1.5);
-      canvas_.text(arrowText(), {x, y + gap}, label(TextAcross::Left, TextDown::Top));
+      arrow({x, y}, {x + at_.arrowLength(), y}, inks_.text, 1.5);
+      canvas_.text(at_.arrowText(), {x, y + gap}, label(TextAcross::Left, TextDown::Top));
     }
+  }
+
+  void drawName(PlotSeries const& series, cv::Vec3b const& color, cv::Point2d at) {
+    if (series.kind == SeriesKind::Points) {
+      canvas_.stroke({at + cv::Point2d(legendSwatch / 2.0, 0)},
+                     {2.0 * std::clamp(series.size, 2.0, 4.0), color, 0.0});
+    } else {
+      canvas_.stroke({at, at + cv::Point2d(legendSwatch - 4.0, 0)},
+                     {std::clamp(series.size, 1.5, 5.0), color, 0.0});
+    }
+    canvas_.text(series.name, at + cv::Point2d(legendSwatch + gap / 2.0, 0),
+                 label(TextAcross::Left, TextDown::Middle));
   }
 
   void arrow(cv::Point2d from, cv::Point2d to, cv::Vec3b const& color, double width) {
@@ -328,17 +238,17 @@ private:
       if (!std::isfinite(series.x[i]) || !std::isfinite(series.y[i])) {
         continue;
       }
-      cv::Point2d const at = place(series.x[i], series.y[i]);
+      cv::Point2d const at = at_.place(series.x[i], series.y[i]);
       if (series.kind == SeriesKind::Points) {
         canvas_.stroke({at}, {2.0 * series.size, color, 0.0});
       } else if (series.kind == SeriesKind::Bars) {
-        cv::Point2d const low = place(series.x[i] - 0.5 * barWidth, 0.0);
-        cv::Point2d const high = place(series.x[i] + 0.5 * barWidth, series.y[i]);
+        cv::Point2d const low = at_.place(series.x[i] - 0.5 * barWidth, 0.0);
+        cv::Point2d const high = at_.place(series.x[i] + 0.5 * barWidth, series.y[i]);
         canvas_.fill(Outline{low, {high.x, low.y}, high, {low.x, high.y}}, color, 0.8);
       } else if (std::isfinite(series.dx[i]) && std::isfinite(series.dy[i])) {
         arrow(at,
-              place(series.x[i] + series.dx[i] * plot_.arrowScale,
-                    series.y[i] + series.dy[i] * plot_.arrowScale),
+              at_.place(series.x[i] + series.dx[i] * plot_.arrowScale,
+                        series.y[i] + series.dy[i] * plot_.arrowScale),
               color, std::min(series.size, 1.2));
       } else {
         ++notFinite_;
@@ -371,7 +281,7 @@ private:
         flush();
         continue;
       }
-      cv::Point2d const at = place(series.x[i], series.y[i]);
+      cv::Point2d const at = at_.place(series.x[i], series.y[i]);
       if (!column.empty() && std::floor(at.x) != std::floor(column.front().x)) {
         flushColumn();
       }
@@ -383,57 +293,82 @@ private:
   Canvas& canvas_;
   Plot const& plot_;
   Inks inks_;
-  Range x_, y_, heat_;
+  PlotLayout at_;
   cv::Rect area_;
-  Ticks xTicks_, yTicks_;
-  std::size_t notFinite_ = 0;
+  std::size_t notFinite_;
 };
+
+/// Where plots stand below each other or in rows, and the size of them all.
+struct Sheet {
+  std::vector<cv::Point> corners;
+  cv::Size size;
+};
+
+Sheet sheetOf(std::vector<Plot> const& plots, int columns) {
+  if (plots.empty() || columns < 1) {
+    throw error("A sheet takes one plot or more and one column or more, not " + std::to_string(plots.size()) +
+                    " plots in " + std::to_string(columns) + " columns",
+                "drawPlots");
+  }
+  Sheet sheet;
+  cv::Point corner;
+  int rowHeight = 0;
+  for (std::size_t i = 0; i < plots.size(); ++i) {
+    check(plots[i]);
+    if (i % static_cast<std::size_t>(columns) == 0) {
+      corner = {0, corner.y + rowHeight};
+      rowHeight = 0;
+    }
+    sheet.corners.push_back(corner);
+    corner.x += plots[i].size.width;
+    rowHeight = std::max(rowHeight, plots[i].size.height);
+    sheet.size = {std::max(sheet.size.width, corner.x), corner.y + rowHeight};
+  }
+  constexpr int most = 32000;
+  if (std::max(sheet.size.width, sheet.size.height) > most) {
+    throw error("A sheet of plots must be at most " + std::to_string(most) + " px wide and high, not " +
+                    std::to_string(sheet.size.width) + " x " + std::to_string(sheet.size.height),
+                "drawPlots");
+  }
+  return sheet;
+}
+
+/// @return how many numbers were left out
+std::size_t drawSheet(Canvas& canvas, std::vector<Plot> const& plots, Sheet const& sheet) {
+  canvas.fill(cv::Rect(cv::Point(), sheet.size), Inks::on(plots.front().ground).ground);
+  std::size_t notFinite = 0;
+  for (std::size_t i = 0; i < plots.size(); ++i) {
+    notFinite += Plotter(canvas, plots[i], sheet.corners[i]).draw();
+  }
+  return notFinite;
+}
 
 } // namespace
 
-PlotDrawing drawPlot(Plot const& plot) {
-  check(plot);
+PlotDrawing drawPlots(std::vector<Plot> const& plots, int columns) {
+  Sheet const sheet = sheetOf(plots, columns);
   PlotDrawing drawing;
-  drawing.picture.create(plot.size, CV_8UC3);
+  drawing.picture.create(sheet.size, CV_8UC3);
   RasterCanvas canvas(drawing.picture, 0.0, 255.0);
-  drawing.notFinite = Plotter(canvas, plot).draw();
+  drawing.notFinite = drawSheet(canvas, plots, sheet);
   return drawing;
 }
 
-PlotSvg drawPlotSvg(Plot const& plot) {
-  check(plot);
-  SvgCanvas canvas(plot.size);
+PlotSvg drawPlotsSvg(std::vector<Plot> const& plots, int columns) {
+  Sheet const sheet = sheetOf(plots, columns);
+  SvgCanvas canvas(sheet.size);
   PlotSvg drawing;
-  drawing.notFinite = Plotter(canvas, plot).draw();
+  drawing.notFinite = drawSheet(canvas, plots, sheet);
   drawing.document = canvas.document();
   return drawing;
 }
 
-Plot plotOf(Histogram const& histogram, std::string const& title, std::string const& unit) {
-  static char const* const names[] = {"blue", "green", "red", "alpha"};
-  Plot plot;
-  plot.title = title;
-  plot.x.title = "value";
-  plot.x.unit = unit;
-  plot.y.title = "pixels";
-  plot.y.low = 0.0;
-  bool const isColor = histogram.channels.size() == 3 || histogram.channels.size() == 4;
-  for (std::size_t c = 0; c < histogram.channels.size(); ++c) {
-    PlotSeries series;
-    series.kind = SeriesKind::Line;
-    series.size = 1.5;
-    series.name = isColor ? names[c] : histogram.channels.size() == 1 ? "" : "channel " + std::to_string(c);
-    if (isColor) {
-      static cv::Vec3b const colors[] = {{210, 90, 30}, {50, 150, 40}, {50, 40, 210}, {120, 120, 120}};
-      series.color = colors[c];
-    }
-    for (std::size_t bin = 0; bin < histogram.channels[c].counts.size(); ++bin) {
-      series.x.push_back(histogram.center(bin));
-      series.y.push_back(static_cast<double>(histogram.channels[c].counts[bin]));
-    }
-    plot.series.push_back(std::move(series));
-  }
-  return plot;
+PlotDrawing drawPlot(Plot const& plot) {
+  return drawPlots({plot}, 1);
+}
+
+PlotSvg drawPlotSvg(Plot const& plot) {
+  return drawPlotsSvg({plot}, 1);
 }
 
 } // namespace vorn::mv

@@ -184,6 +184,50 @@ TEST(Plot, SvgLooksLikeThePicture) {
   }
 }
 
+TEST(Plot, SeveralShareAPicture) {
+  Plot first = plotWith(SeriesKind::Line, {1, 4, 6, 9}, {20, 80, 30, 60});
+  first.size = {400, 300};
+  Plot second = plotWith(SeriesKind::Points, {2.5, 7}, {75.0, 20});
+  second.size = {300, 260};
+  Plot third = first;
+  third.series[0].y[2] = std::numeric_limits<double>::quiet_NaN();
+  PlotDrawing const drawing = drawPlots({first, second, third}, 2);
+  ASSERT_EQ(drawing.picture.size(), cv::Size(700, 600));
+  EXPECT_EQ(drawing.notFinite, 1U);
+  struct Part {
+    Plot const& plot;
+    cv::Point corner;
+  };
+  for (Part const& part : {Part{first, {0, 0}}, Part{second, {400, 0}}, Part{third, {0, 300}}}) {
+    cv::Mat const alone = drawPlot(part.plot).picture;
+    EXPECT_EQ(cv::norm(drawing.picture(cv::Rect(part.corner, alone.size())), alone, cv::NORM_INF), 0);
+  }
+  cv::Mat difference;
+  cv::absdiff(test::rasterized(drawPlotsSvg({first, second, third}, 2).document), drawing.picture,
+              difference);
+  EXPECT_EQ(cv::countNonZero(difference.reshape(1) > 100), 0);
+  expectError([] { drawPlots({}, 1); }, "0 plots");
+  expectError([&] { drawPlots({first}, 0); }, "0 columns");
+}
+
+TEST(Plot, ALegendWithoutRoomSaysHowManyNamesThereAreMore) {
+  Plot plot = plotWith(SeriesKind::Points, {2.5}, {75.0});
+  for (int i = 0; i < 60; ++i) {
+    plot.series.push_back(plot.series[0]);
+    plot.series.back().name = "view " + std::to_string(i);
+  }
+  cv::Mat const picture = drawPlot(plot).picture;
+  RasterFont const font;
+  cv::Mat_<uchar> const ink = pixelsOf(picture, {30, 30, 30});
+  int const x = frameOf(picture).br().x + 7;
+  bool isSaid = false;
+  for (int y = picture.rows - 60; y + font.lineHeight() <= picture.rows; ++y) {
+    std::string const line = test::readLine(ink(cv::Rect(x, y, picture.cols - x, font.lineHeight())), font);
+    isSaid = isSaid || (line.find("and ") != std::string::npos && line.find(" more") != std::string::npos);
+  }
+  EXPECT_TRUE(isSaid);
+}
+
 TEST(Plot, OfAHistogramShowsItsCounts) {
   cv::Mat image(100, 100, CV_8UC3, cv::Scalar(10, 20, 30));
   Plot const plot = plotOf(calcHistogram(image), "Histogram");

@@ -84,12 +84,20 @@ struct PlotSvg {
 };
 
 /// Draws axes with round numbers and units, grid, series, heat map with its scale, and a legend.
+/// Where the legend has no room for all names, it says how many more there are.
 /// @throws Exception for a size out of its range, a series whose lists differ in length, an axis whose low
-/// end
-///         is not below its high end, or a heat map of another type
+///         end is not below its high end, or a heat map of another type
 VORN_API PlotDrawing drawPlot(Plot const& plot);
 /// The same as SVG, which looks the same. @throws Exception as `drawPlot`
 VORN_API PlotSvg drawPlotSvg(Plot const& plot);
+
+/// Several plots in one picture, row after row, each of its own size.
+/// @param columns plots a row, 1 or more
+/// @throws Exception as `drawPlot`, for no plots, for less than one column, and for a picture of more than
+///         32000 px on one side
+VORN_API PlotDrawing drawPlots(std::vector<Plot> const& plots, int columns = 1);
+/// The same as SVG, which looks the same. @throws Exception as `drawPlots`
+VORN_API PlotSvg drawPlotsSvg(std::vector<Plot> const& plots, int columns = 1);
 
 /// A histogram as a plot: a line a channel (blue, green, red where there are three).
 VORN_API Plot plotOf(Histogram const& histogram, std::string const& title,
