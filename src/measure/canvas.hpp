@@ -100,6 +100,8 @@ private:
   void blend(cv::Rect const& box, cv::Mat_<float> const& coverage, cv::Vec3b const& color);
   /// Draws what a sheet of distances from a line covers.
   void ink(cv::Rect const& box, cv::Mat_<float>& distances, Pen const& pen);
+  cv::Rect widened(cv::Rect box) const;
+  void fetch(cv::Rect const& box) const;
   cv::Mat_<float> sheetOf(cv::Size size);
   void strokeInParts(cv::Point2d const& a, cv::Point2d const& b, Pen const& pen, double partLength);
 

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 #include <opencv2/core.hpp>
 
@@ -69,6 +70,12 @@ private:
   }
 };
 
+/// Counts each byte of a word in a table of its own.
+template <class Tables, std::size_t... table>
+void countEach(Tables& tables, std::uint64_t bytes, std::index_sequence<table...> /*which*/) {
+  (++tables[table][(bytes >> (8 * table)) & 0xFFU], ...);
+}
+
 /// One channel of bytes: neighbours are often equal, and one counter cannot be raised twice at once, so eight
 /// tables take turns.
 Counts countsOfBytes(cv::Mat const& image) {
@@ -85,9 +92,7 @@ Counts countsOfBytes(cv::Mat const& image) {
       for (; x + tables <= width; x += tables) {
         std::uint64_t eight = 0;
         std::memcpy(&eight, row + x, tables);
-        for (std::size_t i = 0; i < tables; ++i) {
-          ++part[i][(eight >> (8 * i)) & 0xFFU];
-        }
+        countEach(part, eight, std::make_index_sequence<tables>());
       }
       for (; x < width; ++x) {
         ++part[0][row[x]];

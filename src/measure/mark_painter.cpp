@@ -79,6 +79,12 @@ std::optional<Outline> MarkPainter::shapeOf(Mark const& mark) const {
   if (mark.kind == MarkKind::Circle && mark.space == MarkSpace::World) {
     return placed(mark, circleInSpace(mark.points[0], mark.length), 1);
   }
+  if (mark.kind == MarkKind::Circle && !mark.style.isFilled) { // drawn by its centre: its outermost points do
+    cv::Point2d const centre = at_.place({mark.points[0].x, mark.points[0].y});
+    double const radius = mark.length * at_.zoom;
+    return Outline{centre + cv::Point2d(radius, 0), centre + cv::Point2d(0, radius),
+                   centre - cv::Point2d(radius, 0), centre - cv::Point2d(0, radius)};
+  }
   if (mark.kind == MarkKind::Circle || mark.kind == MarkKind::Ellipse) {
     double const second = mark.kind == MarkKind::Circle ? mark.length : mark.length2;
     return ellipseOutline(at_.place({mark.points[0].x, mark.points[0].y}),

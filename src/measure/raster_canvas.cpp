@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <type_traits>
 
 #include <opencv2/core.hpp>
 
 #include "core/simd.hpp"
 #include "measure/canvas.hpp"
+#include "measure/inked_row.hpp"
 
 namespace vorn::mv {
 
@@ -111,104 +111,6 @@ void addSpan(float* row, cv::Rect const& box, double from, double to, float weig
   row[last] += weight * static_cast<float>(right - last);
 }
 
-template <class T>
-T mixed(T old, double color, double share) {
-  if constexpr (std::is_floating_point_v<T>) {
-    // What is not finite has no shade to mix with.
-    return static_cast<T>(
-        std::isfinite(old) ? static_cast<double>(old) + (color - static_cast<double>(old)) * share : color);
-  } else {
-    return cv::saturate_cast<T>(old + (color - old) * share);
-  }
-}
-
-template <class T>
-void blendRow(T* row, float const* coverage, int columns, cv::Vec3d const& color) {
-  for (int x = 0; x < columns; ++x) {
-    if (coverage[x] > 0.0F) {
-      double const share = std::min(1.0, static_cast<double>(coverage[x]));
-      for (int c = 0; c < 3; ++c) {
-        row[3 * x + c] = mixed(row[3 * x + c], color[c], share);
-      }
-    }
-  }
-}
-
-/// A pen in the units of the picture.
-struct InkedPen {
-  cv::Vec3d color;
-  cv::Vec3d halo;
-  float half;     ///< of the width
-  float haloHalf; ///< with the rim; as `half` without
-  cv::Vec3i byteColor;
-  cv::Vec3i byteHalo;
-};
-
-template <class T>
-void inkPixel(T* pixel, float distance, InkedPen const& pen) {
-  constexpr float edge = 0.5F;
-  float const inked = std::clamp(pen.half + edge - distance, 0.0F, 1.0F);
-  if (pen.haloHalf > pen.half && inked < 1.0F) {
-    float const rimmed = std::min(1.0F, pen.haloHalf + edge - distance);
-    for (int c = 0; c < 3; ++c) {
-      pixel[c] = mixed(pixel[c], pen.halo[c], static_cast<double>(rimmed));
-    }
-  }
-  for (int c = 0; c < 3; ++c) {
-    pixel[c] = mixed(pixel[c], pen.color[c], static_cast<double>(inked));
-  }
-}
-
-/// The same in whole numbers: bytes are what most pictures are made of.
-void inkPixel(uchar* pixel, float distance, InkedPen const& pen) {
-  constexpr int whole = 1 << 15;
-  constexpr float edge = 0.5F;
-  auto const shareOf = [&](float reach) {
-    return static_cast<int>(std::clamp(reach - distance, 0.0F, 1.0F) * static_cast<float>(whole));
-  };
-  int const inked = shareOf(pen.half + edge);
-  int const rimmed = pen.haloHalf > pen.half ? shareOf(pen.haloHalf + edge) : 0;
-  for (int c = 0; c < 3; ++c) {
-    int value = pixel[c] * whole;
-    value += (pen.byteHalo[c] - pixel[c]) * rimmed;
-    int const under = (value + whole / 2) / whole;
-    value = under * whole + (pen.byteColor[c] - under) * inked;
-    pixel[c] = static_cast<uchar>((value + whole / 2) / whole);
-  }
-}
-
-template <class T>
-void inkRow(T* row, float const* distances, int columns, InkedPen const& pen) {
-  float const reach = pen.haloHalf + 0.5F;
-  for (int x = 0; x < columns; ++x) {
-    if (distances[x] < reach) {
-      inkPixel(row + 3 * x, distances[x], pen);
-    }
-  }
-}
-
-/// Calls `body` with a row of a picture in its own type.
-template <class Body>
-void withRow(cv::Mat& picture, cv::Point at, Body const& body) {
-  uchar* row = picture.ptr(at.y) + static_cast<std::size_t>(at.x) * picture.elemSize();
-  switch (picture.depth()) {
-  case CV_8U:
-    return body(row);
-  case CV_8S:
-    return body(reinterpret_cast<schar*>(row));
-  case CV_16U:
-    return body(reinterpret_cast<ushort*>(row));
-  case CV_16S:
-    return body(reinterpret_cast<short*>(row));
-  case CV_32S:
-    return body(reinterpret_cast<int*>(row));
-  case CV_32F:
-    return body(reinterpret_cast<float*>(row));
-  default:
-    return body(reinterpret_cast<double*>(row));
-  }
-}
-
 } // namespace
 
 RasterCanvas::RasterCanvas(cv::Mat& picture, double low, double high)
@@ -230,24 +132,47 @@ cv::Vec3d RasterCanvas::toDepth(cv::Vec3b const& color) const {
 void RasterCanvas::blend(cv::Rect const& box, cv::Mat_<float> const& coverage, cv::Vec3b const& color) {
   cv::Vec3d const value = toDepth(color);
   for (int y = 0; y < box.height; ++y) {
-    withRow(picture_, {box.x, box.y + y},
-            [&](auto* row) { blendRow(row, coverage.ptr<float>(y), box.width, value); });
+    blendRow(picture_, {box.x, box.y + y}, coverage.ptr<float>(y), box.width, value);
   }
 }
 
 void RasterCanvas::ink(cv::Rect const& box, cv::Mat_<float>& distances, Pen const& pen) {
-  auto const half = static_cast<float>(0.5 * pen.width);
-  auto const bytes = [](cv::Vec3d const& color) {
-    return cv::Vec3i(cv::Vec3b(cv::saturate_cast<uchar>(color[0]), cv::saturate_cast<uchar>(color[1]),
-                               cv::saturate_cast<uchar>(color[2])));
+  constexpr double edge = 0.5; // ink fades out over a pixel
+  auto const inkOf = [&](cv::Vec3b const& color) {
+    cv::Vec3d const value = toDepth(color);
+    return picture_.depth() == CV_8U // which is mixed in whole numbers
+               ? cv::Vec3d(cv::saturate_cast<uchar>(value[0]), cv::saturate_cast<uchar>(value[1]),
+                           cv::saturate_cast<uchar>(value[2]))
+               : value;
   };
-  cv::Vec3d const color = toDepth(pen.color);
-  cv::Vec3d const halo = toDepth(haloColor);
-  InkedPen const inked{color, halo, half, half + static_cast<float>(pen.halo), bytes(color), bytes(halo)};
+  InkedPen const inked{inkOf(pen.color), inkOf(haloColor), static_cast<float>(0.5 * pen.width + edge),
+                       pen.halo > 0.0 ? static_cast<float>(0.5 * pen.width + pen.halo + edge) : 0.0F};
   for (int y = 0; y < box.height; ++y) {
-    withRow(picture_, {box.x, box.y + y},
-            [&](auto* row) { inkRow(row, distances.ptr<float>(y), box.width, inked); });
+    inkRow(picture_, {box.x, box.y + y}, distances.ptr<float>(y), box.width, inked);
   }
+}
+
+/// A box as wide as bytes are mixed at once, where there is room: the rest of it is out of reach.
+cv::Rect RasterCanvas::widened(cv::Rect box) const {
+  constexpr int step = 16;
+  box.width = std::min((box.width + step - 1) / step * step, clip_.br().x - box.x);
+  return box;
+}
+
+/// Fetches what will be drawn into while its distances are reckoned: marks lie all over a picture that is
+/// larger than any cache.
+void RasterCanvas::fetch(cv::Rect const& box) const {
+#if defined(__GNUC__)
+  constexpr std::size_t line = 64;
+  std::size_t const pixel = picture_.elemSize();
+  std::size_t const bytes = static_cast<std::size_t>(box.width) * pixel;
+  for (int y = box.y; y < box.y + box.height; ++y) {
+    uchar const* row = picture_.ptr(y) + static_cast<std::size_t>(box.x) * pixel;
+    for (std::size_t at = 0; at < bytes + line; at += line) {
+      __builtin_prefetch(row + std::min(at, bytes - 1), 1);
+    }
+  }
+#endif
 }
 
 cv::Mat_<float> RasterCanvas::sheetOf(cv::Size size) {
@@ -263,10 +188,12 @@ void RasterCanvas::circle(cv::Point2d centre, double radius, Pen const& pen) {
     stroke(ellipseOutline(centre, {radius, radius}, 0.0), pen);
     return;
   }
-  cv::Rect const box = boxOf({centre}, radius + 0.5 * pen.width + pen.halo + 1.0) & clip_;
+  cv::Rect box = boxOf({centre}, radius + 0.5 * pen.width + pen.halo + 1.0) & clip_;
   if (box.empty()) {
     return;
   }
+  box = widened(box);
+  fetch(box);
   cv::Mat_<float> sheet = sheetOf(box.size());
   for (int y = 0; y < box.height; ++y) {
     distancesFromCircle(sheet.ptr<float>(y), box.width, static_cast<float>(box.x - centre.x),
@@ -280,21 +207,23 @@ void RasterCanvas::stroke(Outline const& line, Pen const& pen) {
     return;
   }
   double const reach = 0.5 * pen.width + pen.halo + 0.5;
-  cv::Rect const whole = boxOf(line, reach + 0.5) & clip_;
-  if (whole.empty()) {
+  cv::Rect box = boxOf(line, reach + 0.5) & clip_;
+  if (box.empty()) {
     return;
   }
+  box = widened(box);
   // One sheet for the whole line, so that its corners are covered once; piece by piece when it would be
   // large.
   constexpr std::int64_t largestSheet = 1 << 16;
   std::size_t const pieces = std::max<std::size_t>(1, line.size() - 1);
-  if (static_cast<std::int64_t>(whole.width) * whole.height <= largestSheet) {
-    cv::Mat_<float> sheet = sheetOf(whole.size());
+  if (static_cast<std::int64_t>(box.width) * box.height <= largestSheet) {
+    fetch(box);
+    cv::Mat_<float> sheet = sheetOf(box.size());
     sheet.setTo(farAway);
     for (std::size_t i = 0; i < pieces; ++i) {
-      approach(line[i], line[std::min(i + 1, line.size() - 1)], reach, whole, sheet);
+      approach(line[i], line[std::min(i + 1, line.size() - 1)], reach, box, sheet);
     }
-    ink(whole, sheet, pen);
+    ink(box, sheet, pen);
     return;
   }
   constexpr double partLength = 96.0; // of a long piece, so that its sheets stay small
