@@ -8,6 +8,9 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <sim/demo.hpp>
+#include <sim/render.hpp>
+
 #include <vorn/mv/measure/focus.hpp>
 
 #include "support/expect_error.hpp"
@@ -72,6 +75,38 @@ TEST(Focus, EachMeasureHasItsExtremeAtTheSharpImage) {
       EXPECT_NEAR(extremeOf(values), one.sharpest, 0.25)
           << "measure " << static_cast<int>(measure) << ", contrast " << one.contrast << ", noise "
           << one.noise;
+    }
+  }
+}
+
+/// What the virtual rig's camera sees in white light with its lens so many steps from focus.
+cv::Mat seenByTheRig(double steps, double light, int number) {
+  constexpr double stepBlur = 0.6; // px that the circle of confusion grows with each step
+  sim::Rig rig = sim::demoRig(4);
+  rig.camera.blur = std::hypot(rig.camera.blur, stepBlur * steps);
+  rig.camera.sensor.exposure *= light;
+  cv::Mat const white(rig.projector.device.resolution(), CV_8UC1, cv::Scalar(255));
+  return sim::ProjectorView(rig.camera, rig.projector, sim::demoScene()).capture({white}, number).front();
+}
+
+TEST(Focus, OnTheVirtualRigEachMeasureIsExtremeInFocus) {
+  constexpr double inFocus = 3.35;
+  constexpr int images = 8;
+  for (double const light : {1.0, 0.1}) { // well lit, and a tenth of it: more noise for the same contrast
+    std::vector<cv::Mat> series;
+    for (int i = 0; i < images; ++i) {
+      series.push_back(seenByTheRig(i - inFocus, light, i));
+    }
+    for (FocusMeasure const measure : measures) {
+      FocusSettings settings;
+      settings.measure = measure;
+      std::vector<double> values;
+      for (cv::Mat const& image : series) {
+        double const value = calcFocus(image, settings).value;
+        values.push_back(measure == FocusMeasure::EdgeWidth ? -value : value);
+      }
+      EXPECT_NEAR(extremeOf(values), inFocus, 0.25)
+          << "measure " << static_cast<int>(measure) << ", light " << light;
     }
   }
 }
