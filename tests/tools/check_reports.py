@@ -142,6 +142,13 @@ def check_all(folder):
     lines = pictures(laser / "scan", "line_*", "stage.json") + [laser / "laser_truth.json"]
     check("scan", laser / "scan", "--laser", "--calib", laser / "laser_truth.json", inputs=lines)
 
+    check("focus", target, inputs=[target])
+    check("histogram", target, inputs=[target])
+    check("profile", target, 5, 20, 150, 60, "--width", 3, inputs=[target])
+    fringes = [rig / f"scan/columns_0{i}.png" for i in range(4)]
+    check("exposure", rig / "scan", inputs=fringes)
+    check("exposure", laser / "scan", inputs=pictures(laser / "scan", "line_*"))
+
     report = folder / "r.json"
     run("scan", rig / "scan", "--calib", scanner, "--report", report)
     old = folder / "old.json"

@@ -25,6 +25,10 @@ std::unique_ptr<CLI::App> makeProgram() {
   addScanCommand(app);
   addFilterCommand(app);
   addImageCommand(app);
+  addFocusCommand(app);
+  addExposureCommand(app);
+  addHistogramCommand(app);
+  addProfileCommand(app);
   addInfoCommand(app);
   addSimulateCommand(app);
   addDemoCommand(app);

@@ -111,13 +111,18 @@ cv::Mat readImage(std::string const& path) {
   return decoded(path, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
 }
 
-std::string encodedImage(std::string const& path, cv::Mat const& image) {
+std::string encodedImage(std::string const& path, cv::Mat const& image, Packing packing) {
   std::string const extension = fs::path(path).extension().string();
   std::vector<unsigned char> bytes;
   bool encoded = false;
   // The default for floating-point TIFF is a lossy encoding of luminance.
   constexpr int lzw = 5;
-  std::vector<int> const parameters{cv::IMWRITE_TIFF_COMPRESSION, lzw};
+  std::vector<int> parameters{cv::IMWRITE_TIFF_COMPRESSION, lzw};
+  if (packing == Packing::Small) {
+    constexpr int most = 9;
+    parameters.insert(parameters.end(), {cv::IMWRITE_PNG_COMPRESSION, most, cv::IMWRITE_PNG_STRATEGY,
+                                         cv::IMWRITE_PNG_STRATEGY_DEFAULT});
+  }
   try {
     encoded = !extension.empty() && cv::imencode(extension, image, bytes, parameters);
   } catch (cv::Exception const&) {

@@ -27,9 +27,12 @@ cv::Mat readLaserImage(std::string const& path);
 /// Reads a picture in the type it is stored in, with alpha dropped.
 cv::Mat readImage(std::string const& path);
 
+/// How PNG files are packed: fast for what is large, small for what is drawn.
+enum class Packing { Fast, Small };
+
 /// The bytes of a picture file in the format of the path's extension.
 /// @throws Exception for an unknown extension
-std::string encodedImage(std::string const& path, cv::Mat const& image);
+std::string encodedImage(std::string const& path, cv::Mat const& image, Packing packing = Packing::Fast);
 
 /// For what is to be told before long work.
 /// @throws Exception when a path's ending is that of no picture format; none for an empty path

@@ -16,4 +16,7 @@ using vorn::writeJsonFile;
 /// The text of a JSON file: indented.
 std::string jsonText(nlohmann::json const& json);
 
+/// A number as JSON: null for what is not finite, which JSON has no place for.
+nlohmann::json finiteOrNull(double value);
+
 } // namespace vorn::tools

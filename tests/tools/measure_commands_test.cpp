@@ -1,0 +1,193 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <sim/demo.hpp>
+#include <sim/folder.hpp>
+
+#include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/scan/exposure.hpp"
+
+namespace vorn::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::run;
+using test::ToolOutcome;
+
+class MeasureCommands : public testing::Test {
+protected:
+  std::string path(std::string const& name) const { return (folder_.path() / name).string(); }
+
+  std::string save(std::string const& name, cv::Mat const& image) const {
+    writeImage(path(name), image);
+    return path(name);
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+cv::Mat discs(double blur) {
+  cv::Mat image(200, 260, CV_8UC1, cv::Scalar(60));
+  for (int i = 0; i < 30; ++i) {
+    cv::circle(image, {20 + (i % 6) * 44, 20 + (i / 6) * 40}, 12, cv::Scalar(180), cv::FILLED, cv::LINE_AA);
+  }
+  cv::GaussianBlur(image, image, {}, blur);
+  return image;
+}
+
+TEST_F(MeasureCommands, FocusNamesTheSharpest) {
+  std::vector<std::string> arguments{"focus", "--json", "--map", path("map.png")};
+  for (double const blur : {2.0, 0.6, 1.2}) {
+    arguments.push_back(save("at" + std::to_string(blur) + ".png", discs(blur)));
+  }
+  ToolOutcome const outcome = run(arguments);
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const json = nlohmann::json::parse(outcome.output);
+  EXPECT_EQ(json["sharpest"], arguments[5]);
+  EXPECT_NEAR(json["images"][0]["edgeWidth"].get<double>(), 2.0, 0.3);
+  EXPECT_GT(json["images"][1]["tenengrad"], json["images"][2]["tenengrad"]);
+  EXPECT_FALSE(cv::imread(path("map.png")).empty());
+}
+
+TEST_F(MeasureCommands, HistogramCountsAndDraws) {
+  cv::Mat image(50, 40, CV_8UC1, cv::Scalar(7));
+  image.rowRange(0, 10).setTo(200);
+  ToolOutcome const outcome = run({"histogram", save("a.png", image), "--json", "--plot", path("plot.svg")});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const channel = nlohmann::json::parse(outcome.output)["channels"][0];
+  EXPECT_EQ(channel["counts"][7], 1600);
+  EXPECT_EQ(channel["counts"][200], 400);
+  EXPECT_TRUE(std::filesystem::exists(path("plot.svg")));
+}
+
+TEST_F(MeasureCommands, ProfileFindsAnEdge) {
+  cv::Mat image(50, 80, CV_8UC1, cv::Scalar(30));
+  image.colRange(40, 80).setTo(200);
+  ToolOutcome const outcome = run({"profile", save("a.png", image), "5", "20", "75", "20", "--json",
+                                   "--overlay", path("overlay.png"), "--plot", path("plot.png")});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const edges = nlohmann::json::parse(outcome.output)["edges"];
+  ASSERT_EQ(edges.size(), 1U);
+  EXPECT_NEAR(edges[0]["point"][0].get<double>(), 39.5, 0.05);
+  EXPECT_EQ(run({"profile", path("a.png"), "5", "20", "75"}).status, 1) << "a point lacks its y";
+}
+
+/// Four fringe images of an amplitude and noise; the last columns clipped, the first ones dark.
+void saveFringes(std::string const& folder, double amplitude, double noise) {
+  for (int k = 0; k < 4; ++k) {
+    cv::Mat_<float> image(120, 200);
+    for (int y = 0; y < image.rows; ++y) {
+      for (int x = 0; x < image.cols; ++x) {
+        double const strength = x < 60 ? 0.0 : 1.0;
+        double const value = 100.0 + strength * amplitude * std::cos(0.4 * x - 0.5 * CV_PI * k);
+        image(y, x) = static_cast<float>((x >= 180 ? 300.0 : value) + cv::theRNG().gaussian(noise));
+      }
+    }
+    cv::Mat eight;
+    image.convertTo(eight, CV_8U);
+    writeImage(folder + "/columns_0" + std::to_string(k) + ".png", eight);
+  }
+}
+
+TEST_F(MeasureCommands, ExposureTellsWhatIsClippedDarkAndNoisy) {
+  saveFringes(folder_.path().string(), 50.0, 2.0);
+  ToolOutcome const outcome =
+      run({"exposure", folder_.path().string(), "--json", "--picture", path("where.png")});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const columns = nlohmann::json::parse(outcome.output)["sequences"][0];
+  EXPECT_NEAR(columns["clipped"].get<double>(), 0.1, 1e-9);
+  EXPECT_NEAR(columns["dark"].get<double>(), 0.3, 0.01);
+  EXPECT_NEAR(columns["noise"].get<double>(), 2.0, 0.1);
+  EXPECT_NEAR(columns["amplitude"].get<double>(), 50.0, 0.5);
+  EXPECT_NEAR(columns["sigma"].get<double>(), 2.0 / (std::sqrt(2.0) * 50.0) * 4.0 / (2.0 * CV_PI), 0.002);
+  EXPECT_FALSE(columns["advice"].empty());
+  cv::Mat const picture = cv::imread(path("where.png"));
+  cv::Vec3b const clipped = picture.at<cv::Vec3b>(picture.rows - 20, 195);
+  EXPECT_GT(clipped[2], 200) << "clipped pixels are red";
+  EXPECT_LT(clipped[0], 120);
+}
+
+TEST_F(MeasureCommands, ExposureSaysWhereAndForAnyPictures) {
+  fs::create_directories(folder_.path() / "pose_00");
+  saveFringes((folder_.path() / "pose_00").string(), 50.0, 2.0);
+  cv::Mat bright = discs(0.7);
+  bright(cv::Rect(0, 0, 60, 50)).setTo(255);
+  save("pose_00/target.png", bright);
+  ToolOutcome const outcome = run({"exposure", folder_.path().string(), "--json"});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const sequences = nlohmann::json::parse(outcome.output)["sequences"];
+  ASSERT_EQ(sequences.size(), 2U);
+  auto const& columns = sequences[0];
+  EXPECT_EQ(columns["name"], "pose_00/columns");
+  EXPECT_NE(columns["advice"].dump().find("most upper right (29.9 %)"), std::string::npos)
+      << columns["advice"];
+  EXPECT_NEAR(columns["ninths"]["clipped"][2].get<double>(), 20.0 / 67.0, 0.01);
+  EXPECT_NEAR(columns["ninths"]["dark"][3].get<double>(), 60.0 / 66.0, 0.02);
+  auto const& target = sequences[1];
+  EXPECT_EQ(target["name"], "pose_00/target");
+  EXPECT_NEAR(target["clipped"].get<double>(), 60.0 * 50.0 / (260.0 * 200.0), 1e-9);
+  EXPECT_TRUE(target["sigma"].is_null()) << "no fringes";
+  EXPECT_NE(target["advice"].dump().find("upper left"), std::string::npos) << target["advice"];
+  EXPECT_EQ(
+      run({"exposure", (folder_.path() / "pose_00").string(), "--picture", path("pose_00/columns_02.png")})
+          .status,
+      1)
+      << "a picture over an input";
+}
+
+TEST_F(MeasureCommands, NoiseOfPicturesIsToldFromTheirFinestDetail) {
+  for (double const noise : {1.0, 3.0}) {
+    cv::Mat_<float> image;
+    discs(1.0).convertTo(image, CV_32F);
+    for (float& value : image) {
+      value += static_cast<float>(cv::theRNG().gaussian(noise));
+    }
+    cv::Mat eight;
+    image.convertTo(eight, CV_8U);
+    // Rounding adds a twelfth to the variance.
+    EXPECT_NEAR(exposureOfImages({eight}).noise, std::hypot(noise, std::sqrt(1.0 / 12.0)), 0.1 * noise);
+  }
+}
+
+TEST_F(MeasureCommands, ExposureKnowsTooLittleAndTooMuchLight) {
+  struct Case {
+    double factor;
+    char const* advice;
+  };
+  for (Case const& one : {Case{0.15, "lengthen"}, Case{4.0, "shorten"}}) {
+    sim::Rig rig = sim::demoRig(8);
+    rig.camera.sensor.exposure *= one.factor;
+    sim::FolderOptions options;
+    options.truth = false;
+    std::string const folder = path(one.advice);
+    sim::writeScanFolder(folder, rig, sim::demoScene(), options);
+    ToolOutcome const outcome = run({"exposure", folder});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_NE(outcome.output.find(one.advice), std::string::npos) << outcome.output;
+  }
+}
+
+TEST_F(MeasureCommands, BadInputIsSaidAndNothingIsWritten) {
+  EXPECT_EQ(run({"exposure", folder_.path().string()}).status, 1);
+  EXPECT_EQ(run({"focus", path("none.png")}).status, 1);
+  ToolOutcome const outcome = run({"histogram", save("a.png", discs(1.0)), "--plot", path("none/plot.png")});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.errors.find("none"), std::string::npos);
+  EXPECT_TRUE(outcome.output.empty()) << "told before any work";
+  EXPECT_EQ(run({"histogram", path("a.png"), "--plot", path("plot.txt")}).status, 1);
+}
+
+} // namespace
+} // namespace vorn::tools

@@ -1,0 +1,263 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/scan/exposure.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/mv/measure/focus.hpp>
+#include <vorn/mv/measure/histogram.hpp>
+
+#include "core/median.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
+constexpr uchar white = 255;
+
+std::string textOf(double value, char const* unit) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.3g%s", value, unit);
+  return text;
+}
+
+std::string percent(double share) {
+  return textOf(100.0 * share, " %");
+}
+
+cv::Rect ninthOf(cv::Size size, int number) {
+  int const column = number % 3;
+  int const row = number / 3;
+  cv::Point const from(column * size.width / 3, row * size.height / 3);
+  return {from, cv::Point((column + 1) * size.width / 3, (row + 1) * size.height / 3)};
+}
+
+Spread shareOf(cv::Mat_<uchar> const& mask) {
+  Spread spread;
+  spread.all = cv::countNonZero(mask) / static_cast<double>(mask.total());
+  for (int i = 0; i < 9; ++i) {
+    cv::Rect const part = ninthOf(mask.size(), i);
+    spread.ninths[static_cast<std::size_t>(i)] =
+        part.empty() ? spread.all : cv::countNonZero(mask(part)) / static_cast<double>(part.area());
+  }
+  return spread;
+}
+
+Spread blurOf(cv::Mat_<uchar> const& image) {
+  mv::FocusSettings settings;
+  settings.measure = mv::FocusMeasure::EdgeWidth;
+  settings.cell = 32;
+  mv::Focus const focus = mv::calcFocus(image, settings);
+  Spread spread;
+  spread.all = focus.value;
+  cv::Mat_<float> const map = focus.map;
+  for (int i = 0; i < 9; ++i) {
+    std::vector<float> blurs;
+    for (float const blur : cv::Mat_<float>(map(ninthOf(map.size(), i)))) {
+      if (std::isfinite(blur)) {
+        blurs.push_back(blur);
+      }
+    }
+    spread.ninths[static_cast<std::size_t>(i)] =
+        blurs.empty() ? notANumber : static_cast<double>(medianAmong(blurs));
+  }
+  return spread;
+}
+
+/// The four images of a fringe hold three numbers, so P0 - P1 + P2 - P3 is noise alone, of twice its
+/// deviation.
+double noiseOfFringes(std::vector<cv::Mat_<uchar>> const& p, cv::Mat_<uchar> const& isClipped) {
+  double sum = 0.0;
+  std::size_t count = 0;
+  for (int y = 0; y < p[0].rows; ++y) {
+    for (int x = 0; x < p[0].cols; ++x) {
+      if (isClipped(y, x) == 0) {
+        sum += std::abs(p[0](y, x) - p[1](y, x) + p[2](y, x) - p[3](y, x));
+        ++count;
+      }
+    }
+  }
+  // Whole numbers: the mean size is finer than their median. Of a normal distribution it is 0.798 sigma.
+  constexpr double meanSize = 0.79788;
+  return count == 0 ? 0.0 : sum / static_cast<double>(count) / meanSize / 2.0;
+}
+
+/// The least over the images of what the finest detail of most pixels says (Immerkaer 1996, by the median, so
+/// that edges do not count).
+double noiseOfImages(std::vector<cv::Mat> const& images) {
+  cv::Matx33f const finest(1, -2, 1, -2, 4, -2, 1, -2, 1);
+  constexpr double ofUnitNoise = 6.0; // deviation of the filtered image
+  double least = std::numeric_limits<double>::infinity();
+  for (cv::Mat const& image : images) {
+    cv::Mat filtered;
+    cv::filter2D(image, filtered, CV_16S, finest);
+    cv::Mat const sizes = cv::abs(filtered);
+    mv::Histogram const histogram = mv::calcHistogram(sizes);
+    // Whole numbers: the share up to the median's bin tells where within it the median lies.
+    double const middle = histogram.percentile(0, 0.5);
+    mv::HistogramSettings upTo;
+    upTo.low = -0.5;
+    upTo.high = middle + 0.5;
+    upTo.bins = static_cast<int>(middle) + 1;
+    mv::Histogram const lower = mv::calcHistogram(sizes, upTo);
+    std::vector<std::uint64_t> const counts = lower.cumulative(0);
+    double const total = static_cast<double>(lower.total(0));
+    double const before = counts.size() > 1 ? static_cast<double>(counts[counts.size() - 2]) : 0.0;
+    double const within = static_cast<double>(counts.back()) - before;
+    double const median = middle - 0.5 + (0.5 * total - before) / std::max(1.0, within);
+    constexpr double medianSize = 0.67449; // of a normal distribution
+    least = std::min(least, std::max(0.0, median) / medianSize / ofUnitNoise);
+  }
+  return least;
+}
+
+std::vector<std::string> adviceFor(Exposure const& e) {
+  constexpr double muchClipped = 0.002;
+  constexpr double muchDark = 0.2;
+  constexpr double wellLit = 200.0;
+  constexpr double aim = 230.0;
+  constexpr double blurred = 1.5;
+  constexpr double flat = 0.3;
+  std::vector<std::string> advice;
+  bool const isClipped = e.clipped.all > muchClipped;
+  std::string const clipped = percent(e.clipped.all) + " clipped" + e.clipped.where(100.0, " %");
+  if (isClipped && e.bright < wellLit) {
+    advice.push_back(
+        clipped + ", the rest no brighter than " + textOf(e.bright, "") +
+        ": no exposure suits both; take highlights away (spray, polarisers, another angle) or scan "
+        "twice");
+  } else if (isClipped) {
+    advice.push_back(clipped + ": shorten the exposure, or dim the projector, by a third and look again");
+  } else if (e.bright < wellLit) {
+    advice.push_back("the brightest grey values reach " + textOf(e.bright, "") +
+                     " of 255: lengthen the exposure to " + textOf(aim / std::max(e.bright, 1.0), "") +
+                     " times as long");
+  }
+  if (e.dark.all > muchDark) {
+    advice.push_back(percent(e.dark.all) + " dark" + e.dark.where(100.0, " %") +
+                     ": shadows and the ground count; where there is surface, bring light to it");
+  }
+  if (e.modulation < flat) {
+    advice.push_back("fringes are only " + percent(e.modulation) +
+                     " of the brightness: shield ambient light, and focus the projector");
+  }
+  if (e.blur.all > blurred) {
+    advice.push_back("edges are blurred by " + textOf(e.blur.all, " px") + e.blur.where(1.0, " px") +
+                     ": focus the camera (vorn-mv focus shows where)");
+  }
+  return advice;
+}
+
+/// What all stacks have in common.
+Exposure commonOf(std::vector<cv::Mat> const& images) {
+  Exposure result;
+  cv::Mat brightest = images[0].clone();
+  cv::Mat sum;
+  images[0].convertTo(sum, CV_32S);
+  for (std::size_t k = 1; k < images.size(); ++k) {
+    cv::max(brightest, images[k], brightest);
+    cv::add(sum, images[k], sum, cv::noArray(), CV_32S);
+  }
+  sum.convertTo(result.mean, CV_8U, 1.0 / static_cast<double>(images.size()));
+  cv::compare(brightest, white, result.isClipped, cv::CMP_EQ);
+  result.bright = mv::calcHistogram(brightest).percentile(0, 0.99);
+  return result;
+}
+
+/// Takes the amplitudes of all pixels: which are dark, and the median of the others.
+void judge(Exposure& result, cv::Mat_<float> const& amplitudes, double leastAmplitude) {
+  constexpr double timesNoise = 4.0;
+  double const least = std::max(leastAmplitude, timesNoise * result.noise);
+  result.isDark = cv::Mat_<uchar>(amplitudes.size(), uchar{0});
+  std::vector<float> lit;
+  double brightness = 0.0;
+  for (int y = 0; y < amplitudes.rows; ++y) {
+    for (int x = 0; x < amplitudes.cols; ++x) {
+      if (result.isClipped(y, x) != 0) {
+        continue;
+      }
+      if (static_cast<double>(amplitudes(y, x)) < least) {
+        result.isDark(y, x) = white;
+      } else {
+        lit.push_back(amplitudes(y, x));
+        brightness += result.mean(y, x);
+      }
+    }
+  }
+  result.amplitude = lit.empty() ? notANumber : static_cast<double>(medianAmong(lit));
+  result.modulation = result.amplitude * static_cast<double>(lit.size()) / brightness;
+  result.clipped = shareOf(result.isClipped);
+  result.dark = shareOf(result.isDark);
+  result.blur = blurOf(result.mean);
+}
+
+} // namespace
+
+std::string Spread::where(double factor, char const* unit) const {
+  static std::array<char const*, 9> const names{{"upper left", "at the top", "upper right", "at the left",
+                                                 "in the middle", "at the right", "lower left",
+                                                 "at the bottom", "lower right"}};
+  std::size_t worst = 0;
+  for (std::size_t i = 1; i < ninths.size(); ++i) {
+    if (ninths[i] > ninths[worst] || !std::isfinite(ninths[worst])) {
+      worst = i;
+    }
+  }
+  constexpr double muchMore = 1.3;
+  return ninths[worst] > muchMore * all
+             ? std::string(", most ") + names[worst] + " (" + textOf(factor * ninths[worst], unit) + ")"
+             : "";
+}
+
+Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period) {
+  constexpr double leastAmplitude = 2.0; // grey values
+  std::vector<cv::Mat_<uchar>> const p(phases.begin(), phases.begin() + 4);
+  Exposure result = commonOf({p.begin(), p.end()});
+  result.noise = noiseOfFringes(p, result.isClipped);
+  cv::Mat_<float> amplitudes(p[0].size());
+  for (int y = 0; y < amplitudes.rows; ++y) {
+    for (int x = 0; x < amplitudes.cols; ++x) {
+      amplitudes(y, x) =
+          static_cast<float>(0.5 * std::hypot(p[0](y, x) - p[2](y, x), p[1](y, x) - p[3](y, x)));
+    }
+  }
+  judge(result, amplitudes, leastAmplitude);
+  // Four steps: the phase's deviation is noise / (sqrt(2) amplitude).
+  result.sigma = result.noise / (std::sqrt(2.0) * result.amplitude) * period / (2.0 * CV_PI);
+  result.advice = adviceFor(result);
+  return result;
+}
+
+Exposure exposureOfImages(std::vector<cv::Mat> const& images) {
+  constexpr double leastBrightness = 16.0;
+  constexpr double leastAmplitude = 2.0;
+  Exposure result = commonOf(images);
+  result.noise = noiseOfImages(images);
+  cv::Mat amplitudes;
+  if (images.size() == 1) { // nothing to compare: what is lit at all
+    images[0].convertTo(amplitudes, CV_32F);
+    judge(result, amplitudes, leastBrightness);
+    result.amplitude = notANumber;
+  } else {
+    cv::Mat least = images[0].clone();
+    cv::Mat greatest = images[0].clone();
+    for (cv::Mat const& image : images) {
+      cv::min(least, image, least);
+      cv::max(greatest, image, greatest);
+    }
+    cv::Mat const range = greatest - least;
+    range.convertTo(amplitudes, CV_32F, 0.5);
+    judge(result, amplitudes, leastAmplitude);
+  }
+  result.modulation = notANumber; // of fringes only
+  result.advice = adviceFor(result);
+  return result;
+}
+
+} // namespace vorn::tools

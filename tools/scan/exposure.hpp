@@ -1,0 +1,52 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <array>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+namespace vorn::tools {
+
+/// A figure over the whole image and over its ninths, row by row from the upper left one.
+struct Spread {
+  double all = std::numeric_limits<double>::quiet_NaN();
+  std::array<double, 9> ninths{};
+
+  /// Where it is worst, such as ", most upper left (12.5)"; empty where it is much the same all over.
+  /// @param factor on the figures that are told
+  std::string where(double factor, char const* unit) const;
+};
+
+/// How a stack of images is exposed.
+struct Exposure {
+  Spread clipped;     ///< share of pixels at the upper end of 8 bits in one of the images
+  Spread dark;        ///< share of pixels whose signal does not stand out from the noise
+  Spread blur;        ///< median blur of the edges of the mean image, px; NaN without edges
+  double noise = 0.0; ///< standard deviation of a grey value
+  double amplitude =
+      0.0;             ///< median amplitude of the signal of the other pixels, grey values; NaN for one image
+  double bright = 0.0; ///< what 99 % of the brightest grey values do not exceed
+  /// Median standard deviation of the coordinate of the other pixels, projector pixels; NaN where the images
+  /// are no fringes.
+  double sigma = std::numeric_limits<double>::quiet_NaN();
+  double modulation =
+      std::numeric_limits<double>::quiet_NaN(); ///< of fringes: amplitude over mean brightness
+  cv::Mat_<uchar> mean;                         ///< of the images
+  cv::Mat_<uchar> isClipped;
+  cv::Mat_<uchar> isDark;
+  std::vector<std::string> advice; ///< what to change; empty when nothing need be
+};
+
+/// @param phases four images of one size, CV_8UC1, fringes shifted by a quarter each
+/// @param period of the fringes, projector pixels
+Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period);
+
+/// Of images of one size that show the same scene in any light, CV_8UC1, one or more. Their noise is told
+/// from the finest detail, so texture adds to it.
+Exposure exposureOfImages(std::vector<cv::Mat> const& images);
+
+} // namespace vorn::tools
