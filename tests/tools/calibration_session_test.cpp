@@ -17,6 +17,7 @@
 #include "support/temporary_folder.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
+#include "tools/calibration/residual_plot.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/image_files.hpp"
 
@@ -73,8 +74,24 @@ TEST_F(CalibrationSession, RecoversTheRig) {
   nlohmann::json const report = mv::toJson(calibration);
   EXPECT_EQ(report.at("views").size(), 6U);
   EXPECT_EQ(report.at("camera").at("rms").get<double>(), camera.getCalibError());
-  cv::Mat const plot = tools::plotResiduals(calibration);
-  EXPECT_GT(plot.rows, plot.cols / 2);
+  std::vector<mv::Plot> const plots = tools::residualPlots(calibration, mv::Ground::Light);
+  ASSERT_EQ(plots.size(), 2U);
+  for (std::size_t d = 0; d < plots.size(); ++d) {
+    ASSERT_EQ(plots[d].series.size(), 6U);
+    EXPECT_EQ(plots[d].series[3].name, "pose_03");
+    double squares = 0.0;
+    std::size_t count = 0;
+    for (mv::PlotSeries const& arrows : plots[d].series) {
+      count += arrows.dx.size();
+      for (std::size_t i = 0; i < arrows.dx.size(); ++i) {
+        squares += arrows.dx[i] * arrows.dx[i] + arrows.dy[i] * arrows.dy[i];
+      }
+    }
+    double const error = calibration.report.devices[d].rms;
+    EXPECT_NEAR(std::sqrt(squares / static_cast<double>(count)), error, 1e-4 * error);
+    EXPECT_GT(plots[d].arrowSample, error) << "the scale is an arrow that is seen";
+    EXPECT_LT(plots[d].arrowSample, 5.0 * error);
+  }
 }
 
 TEST_F(CalibrationSession, LeavesOutBadViewsAndSaysWhy) {

@@ -88,8 +88,8 @@ TEST_F(DetectCommand, PicturesShowDeepImagesToo) {
   EXPECT_NE(outcome.output.find(" measured\n"), std::string::npos) << outcome.output;
   for (char const* name : {"why/deep.png", "found/deep.png"}) {
     cv::Mat const picture = readImage(path(name));
-    ASSERT_EQ(picture.size(), deep.size());
-    EXPECT_GT(picture.at<cv::Vec3b>(3, 3)[0], 200) << name;
+    ASSERT_GT(picture.rows, deep.rows) << "a title above the image";
+    EXPECT_GT(picture.at<cv::Vec3b>(picture.rows - deep.rows + 3, 3)[0], 200) << name;
   }
 }
 

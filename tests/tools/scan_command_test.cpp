@@ -83,7 +83,7 @@ TEST(ScanCommand, MeasuresTheSceneThatWasRendered) {
 
   nlohmann::json const report = readJsonFile(files / "r.json");
   EXPECT_EQ(report["points"].get<std::size_t>(), readGraphic(files / "cloud.ply").vertices().size());
-  EXPECT_EQ(cv::imread(files / "p.png").rows, xyz.rows);
+  EXPECT_GT(cv::imread(files / "p.png").rows, xyz.rows) << "a title above the relief";
   EXPECT_EQ(cv::imread(files / "map.tiff", cv::IMREAD_UNCHANGED).type(), CV_32F);
 }
 

@@ -167,6 +167,10 @@ mv::CameraCalibration calibrateCamera(std::string const& folder, mv::Calibration
       });
 }
 
+std::string viewPath(std::string const& folder, std::string const& view) {
+  return (viewFolder(folder) / view).string();
+}
+
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
                                         Observer* observer) {
   return calibrate<mv::ScannerView>(

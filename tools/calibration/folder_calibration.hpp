@@ -29,6 +29,10 @@ std::string targetFileOf(std::string const& folder);
 mv::CameraCalibration calibrateCamera(std::string const& folder, mv::CalibrationSettings const& settings,
                                       Observer* observer = nullptr);
 
+/// Where the pictures of a view lie, or its picture.
+/// @throws Exception when there is no such folder
+std::string viewPath(std::string const& folder, std::string const& view);
+
 /// From pose_00/target.png, columns_00.png ..., rows_00.png ... and so on.
 /// @throws Exception when there are no such folders; what `mv::calibrateScanner` throws
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,

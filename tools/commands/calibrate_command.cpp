@@ -13,15 +13,18 @@
 
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
+#include "tools/calibration/residual_plot.hpp"
+#include "tools/calibration/view_overlays.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/commands/target_options.hpp"
-#include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/figure_files.hpp"
+#include "tools/report/figure_options.hpp"
 #include "tools/report/work.hpp"
 
 namespace vorn::tools {
@@ -32,6 +35,8 @@ struct CalibrateOptions {
   std::string folder;
   std::string output;
   std::string plot;
+  std::string overlays;
+  FigureOptions look;
   std::string projector;
   bool isCamera = false;
   bool isStereo = false;
@@ -44,13 +49,18 @@ struct CalibrateOptions {
 
 /// Shows the figures of a calibration and writes its files together, the object last: it stands there only
 /// with the report and the plot that belong to it.
+/// @param pitch of the target, mm
 void finish(CalibrateOptions const& options, mv::Calibration const& calibration,
-            IJsonSerializable const& object, Report& report) {
+            IJsonSerializable const& object, double pitch, Report& report) {
   std::cout << table(calibration);
+  if (!options.overlays.empty()) {
+    writeViewOverlays(options.folder, options.overlays, calibration, pitch, options.look.drawSettings());
+  }
   report.add(mv::toJson(calibration));
   std::vector<FileContent> files = report.takeFiles();
   if (!options.plot.empty()) {
-    files.push_back({options.plot, encodedImage(options.plot, plotResiduals(calibration))});
+    files.push_back(
+        {options.plot, encodedFigure(options.plot, residualPlots(calibration, options.look.ground()))});
   }
   nlohmann::json json;
   object.write(json);
@@ -134,28 +144,30 @@ void run(CalibrateOptions const& options, Report& report) {
     inputs.push_back(targetFile);
   }
   report.declare(inputs, {options.output, options.plot});
-  checkPicturePath(options.plot);
+  checkFigurePath(options.plot);
   if (!options.projector.empty()) {
     settings.projector = parsePixels(options.projector, "--projector");
   }
   note(settings, report);
   settings.line.minContrast = options.contrast;
+  double const pitch =
+      settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
   if (options.isLaser) {
     mv::LaserCalibration const calibration =
         watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, report);
+    finish(options, calibration, calibration.object, pitch, report);
   } else if (options.isCamera) {
     mv::CameraCalibration const calibration =
         watched([&](Observer* bar) { return calibrateCamera(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, report);
+    finish(options, calibration, calibration.object, pitch, report);
   } else if (options.isStereo) {
     mv::StereoCalibration const calibration =
         watched([&](Observer* bar) { return calibrateStereo(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, report);
+    finish(options, calibration, calibration.object, pitch, report);
   } else {
     mv::ScannerCalibration const calibration =
         watched([&](Observer* bar) { return calibrateScanner(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, report);
+    finish(options, calibration, calibration.object, pitch, report);
   }
 }
 
@@ -190,7 +202,10 @@ void addCalibrateCommand(CLI::App& app) {
       ->excludes(laser)
       ->excludes(stereo)
       ->excludes(camera);
-  command->add_option("--plot", options->plot, "Picture of the reprojection errors");
+  command->add_option("--plot", options->plot, "Picture (or .svg) of the reprojection errors");
+  command->add_option("--overlay", options->overlays,
+                      "Folder for pictures of the views with the dots, laser lines and errors");
+  options->look.addLight(*command);
   options->pitch.addTo(*command);
   options->target.addTo(*command,
                         addSetOption(*command, options->assignments, "detector, such as MinDotArea=20"));

@@ -24,6 +24,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/figure_files.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
@@ -114,9 +115,10 @@ void run(DemoOptions const& options, Report& report) {
 
   save((folder / "scanner.json").string(), scanner);
   writeGraphic((folder / "scan.ply").string(), scan.cloud.getGraphicObject(true));
-  writeImage((folder / "scan.png").string(), drawRelief(scan.xyz));
+  writeFigure((folder / "scan.png").string(),
+              drawRelief(scan.xyz, {}, "demo: " + std::to_string(scan.counts.points) + " points"));
   constexpr auto period = static_cast<float>(mv::sl::columnCode.period);
-  writeImage((folder / "map.png").string(), drawDecodedMap(scan.map, period));
+  writeFigure((folder / "map.png").string(), drawDecodedMap(scan.map, period, "column", "decoded columns"));
   report.add(scanReport(scan));
   report["images"] = captured.images.size();
   report["truth"] = comparisonReport(comparison, figures);

@@ -2,24 +2,24 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <filesystem>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
 #include <vorn/mv/measure/amat.hpp>
 
+#include "tools/calibration/target_overlay.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/target_options.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/figure_files.hpp"
 #include "tools/report/work.hpp"
 
 namespace vorn::tools {
@@ -48,35 +48,33 @@ nlohmann::json toJson(CalibPatternDetector::Result const& result, double pitch) 
   return {{"originMarked", result.isOriginMarked()}, {"count", result.count()}, {"points", points}};
 }
 
-/// Where the picture of an image's key points goes: images of one name in different folders must not meet.
-std::string overlayPath(std::string const& folder, std::string const& image, std::size_t number,
-                        bool isOnly) {
-  std::string const stem = fs::path(image).stem().string();
-  return (fs::path(folder) / (isOnly ? stem + ".png" : std::to_string(number) + "_" + stem + ".png"))
-      .string();
-}
-
-int markRadius(cv::Mat const& picture) {
-  return std::max(4, picture.rows / 120);
-}
-
-/// The image in 8 bits with the key points, deeper ones from their darkest to their brightest.
-cv::Mat overlayOf(cv::Mat const& image, CalibPatternDetector::Result const& result) {
-  cv::Mat picture = mv::AMat(image).draw().picture;
-  cv::Scalar const green(80, 220, 80);
-  cv::Scalar const red(60, 60, 255);
-  result.draw(picture, markRadius(picture), green, red);
+/// The image with what was found; deep ones from their darkest to their brightest.
+mv::AMat overlayOf(cv::Mat const& image, std::vector<SeenDot> const& dots, bool isOriginMarked,
+                   std::string const& title) {
+  mv::AMat picture(image);
+  picture.setTitle(title);
+  addTarget(picture, dots, isOriginMarked);
   return picture;
 }
 
-/// What was found by a description of the target, in the form of the detector's result.
-CalibPatternDetector::Result resultOf(mv::Detection const& detection) {
-  CalibPatternDetector::Result result;
-  for (mv::CalibKeyPoint const& point : detection.keyPoints) {
-    result.addKeyPoint(point);
+std::vector<SeenDot> dotsOf(CalibPatternDetector::Result const& result, double pitch) {
+  std::vector<SeenDot> dots;
+  for (mv::CalibKeyPoint const& point : result.getKeyPoints()) {
+    dots.push_back({point.imgPnt, {cvRound(point.objPnt.x / pitch), cvRound(point.objPnt.y / pitch)}});
   }
-  result.setOriginMarked(detection.isOriginMarked);
-  return result;
+  return dots;
+}
+
+std::vector<SeenDot> dotsOf(mv::Detection const& detection) {
+  std::vector<SeenDot> dots;
+  for (std::size_t i = 0; i < detection.keyPoints.size(); ++i) {
+    dots.push_back({detection.keyPoints[i].imgPnt, detection.indices[i]});
+  }
+  return dots;
+}
+
+void writePicture(std::string const& folder, std::string const& name, mv::AMat const& picture) {
+  writeFigure((fs::path(folder) / (name + ".png")).string(), picture);
 }
 
 nlohmann::json toJson(mv::Detection const& detection) {
@@ -109,44 +107,39 @@ void printSteps(mv::Detection const& detection) {
   for (mv::DetectionStep const& step : detection.steps) {
     std::cout << "  " << step.count << ' ' << step.name << '\n';
   }
-  std::map<std::string, int> reasons;
-  for (mv::DroppedDot const& dot : detection.dropped) {
-    ++reasons[dot.reason];
-  }
-  for (auto const& [reason, count] : reasons) {
-    std::cout << "  " << count << (count == 1 ? " dot" : " dots") << " dropped: " << reason << '\n';
+  for (std::string const& line : droppedKey(detection.dropped)) {
+    std::cout << "  " << line << '\n';
   }
 }
 
-/// Marks what was dropped.
-void drawDropped(cv::Mat& picture, mv::Detection const& detection) {
-  cv::Scalar const orange(0, 140, 255);
-  for (mv::DroppedDot const& dot : detection.dropped) {
-    cv::drawMarker(picture, cv::Point(dot.imgPnt), orange, cv::MARKER_TILTED_CROSS, 2 * markRadius(picture),
-                   2);
-  }
+std::string summary(mv::Detection const& detection) {
+  return (detection.isEmpty() ? "no target: " + detection.reason
+                              : std::to_string(detection.keyPoints.size()) + " points") +
+         (detection.readings > 1 ? ", looks the same turned" : "") +
+         (!detection.isEmpty() && detection.readings == 0 ? ", counted from the middle" : "");
 }
 
 /// Searches one image by a description of the target.
-nlohmann::json detectDescribed(DetectOptions const& options, std::size_t number,
+/// @param name of its pictures
+nlohmann::json detectDescribed(DetectOptions const& options, std::string const& path, std::string const& name,
                                mv::TargetDescription const& target) {
-  std::string const& path = options.images[number];
   cv::Mat const image = readImage(path);
   mv::Detection const detection = detectTarget(image, target);
-  std::cout << path << ": "
-            << (detection.isEmpty() ? "no target: " + detection.reason
-                                    : std::to_string(detection.keyPoints.size()) + " points")
-            << (detection.readings > 1 ? ", looks the same turned" : "")
-            << (!detection.isEmpty() && detection.readings == 0 ? ", counted from the middle" : "") << '\n';
-  bool const isOnly = options.images.size() == 1;
+  std::cout << path << ": " << summary(detection) << '\n';
+  mv::AMat picture =
+      overlayOf(image, dotsOf(detection), detection.isOriginMarked, name + ": " + summary(detection));
   if (!options.overlays.empty()) {
-    writeImage(overlayPath(options.overlays, path, number, isOnly), overlayOf(image, resultOf(detection)));
+    writePicture(options.overlays, name, picture);
   }
   if (!options.explanations.empty()) {
     printSteps(detection);
-    cv::Mat picture = overlayOf(image, resultOf(detection));
-    drawDropped(picture, detection);
-    writeImage(overlayPath(options.explanations, path, number, isOnly), picture);
+    addDropped(picture, detection.dropped);
+    std::string title = picture.title();
+    for (std::string const& line : droppedKey(detection.dropped)) {
+      title += '\n' + line;
+    }
+    picture.setTitle(title);
+    writePicture(options.explanations, name, picture);
   }
   nlohmann::json entry = toJson(detection);
   entry["file"] = path;
@@ -174,9 +167,10 @@ void runDescribed(DetectOptions const& options, Report& report) {
   nlohmann::json images = nlohmann::json::array();
   int found = 0;
   ProgressBar bar;
+  std::vector<std::string> const names = pictureNames(options.images);
   for (std::size_t i = 0; i < options.images.size(); ++i) {
     tell(&bar, "detecting targets", i, options.images.size());
-    images.push_back(detectDescribed(options, i, target));
+    images.push_back(detectDescribed(options, options.images[i], names[i], target));
     found += images.back()["count"] == 0 ? 0 : 1;
   }
   finish(options, images, found, report);
@@ -214,6 +208,7 @@ void run(DetectOptions const& options, Report& report) {
   nlohmann::json images = nlohmann::json::array();
   int found = 0;
   ProgressBar bar;
+  std::vector<std::string> const names = pictureNames(options.images);
   for (std::size_t i = 0; i < options.images.size(); ++i) {
     tell(&bar, "detecting targets", i, options.images.size());
     cv::Mat const grey = readGrayImage(options.images[i]);
@@ -223,12 +218,13 @@ void run(DetectOptions const& options, Report& report) {
     entry["size"] = {grey.cols, grey.rows};
     images.push_back(entry);
     found += result.isEmpty() ? 0 : 1;
-    std::cout << options.images[i] << ": "
-              << (result.isEmpty() ? "no target" : std::to_string(result.count()) + " dots")
-              << (result.isEmpty() || result.isOriginMarked() ? "" : ", markers not seen") << '\n';
+    std::string const text =
+        (result.isEmpty() ? std::string("no target") : std::to_string(result.count()) + " dots") +
+        (result.isEmpty() || result.isOriginMarked() ? "" : ", markers not seen");
+    std::cout << options.images[i] << ": " << text << '\n';
     if (!options.overlays.empty()) {
-      writeImage(overlayPath(options.overlays, options.images[i], i, options.images.size() == 1),
-                 overlayOf(grey, result));
+      writePicture(options.overlays, names[i],
+                   overlayOf(grey, dotsOf(result, pitch), result.isOriginMarked(), names[i] + ": " + text));
     }
   }
   finish(options, images, found, report);

@@ -25,6 +25,8 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/report/figure_files.hpp"
+#include "tools/report/figure_options.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/preview.hpp"
 
@@ -48,6 +50,7 @@ struct FilterOptions {
   std::vector<std::string> chains; ///< files that some of the steps stood in
   bool allowLoss = false;
   std::string preview;
+  FigureOptions look;
 };
 
 /// What would be lost without a word.
@@ -102,11 +105,13 @@ mv::PointCloud readCloud(std::string const& path, bool allowLoss) {
   return cloud;
 }
 
-void writePreview(std::string const& path, mv::PointCloud const& cloud) {
+void writePreview(FilterOptions const& options, mv::PointCloud const& cloud) {
+  std::string const title = std::to_string(cloud.presentCount()) + " points";
+  mv::DrawSettings const settings = options.look.drawSettings();
   if (cloud.isOrganized()) {
     cv::Mat_<cv::Vec3f> visible = cloud.points().clone();
     visible.setTo(cv::Scalar::all(std::numeric_limits<double>::quiet_NaN()), cloud.state());
-    writeImage(path, drawRelief(visible, cloud.texture()));
+    writeFigure(options.preview, drawRelief(visible, cloud.texture(), title, options.look), settings);
     return;
   }
   std::vector<cv::Vec3f> points;
@@ -121,7 +126,7 @@ void writePreview(std::string const& path, mv::PointCloud const& cloud) {
       }
     }
   }
-  writeImage(path, drawCloud(points, colors));
+  writeFigure(options.preview, drawCloud(points, colors, title, options.look), settings);
 }
 
 /// A line of the table of steps.
@@ -140,7 +145,8 @@ void run(FilterOptions const& options, Report& report) {
   std::vector<std::string> inputs = options.chains;
   inputs.push_back(options.input);
   report.declare(inputs, {options.output, options.preview});
-  checkPicturePath(options.preview);
+  checkFigurePath(options.preview);
+  options.look.check();
   mv::PointCloud cloud = readCloud(options.input, options.allowLoss);
   printRow("step", "removed", "left", "ms");
   printRow(options.input, "", std::to_string(cloud.presentCount()), "");
@@ -172,7 +178,7 @@ void run(FilterOptions const& options, Report& report) {
     }
   }
   if (!options.preview.empty()) {
-    writePreview(options.preview, cloud);
+    writePreview(options, cloud);
   }
   writeGraphic(options.output, cloud.getGraphicObject(true));
   report["points"] = cloud.presentCount();
@@ -295,7 +301,9 @@ void addFilterCommand(CLI::App& app) {
   command->add_flag("--allow-loss", options->allowLoss,
                     "Go on where no point is left, a filter needs a grid that the points do not have, or a "
                     "mesh loses its triangles");
-  command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png)");
+  command->add_option("--preview", options->preview, "Picture of the filtered cloud to write (png, svg)");
+  options->look.addRange(*command, "depths in mm");
+  options->look.addLight(*command);
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report",
       "what each step removed and took");

@@ -20,12 +20,16 @@
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/figure_files.hpp"
+#include "tools/report/figure_options.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/laser_folder.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
 
 namespace vorn::tools {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -36,6 +40,7 @@ struct ScanOptions {
   std::string preview;
   std::string map;
   std::string xyz;
+  FigureOptions look;
   bool isLaser = false;
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
@@ -54,10 +59,21 @@ void writeCloud(std::string const& path, mv::ScanResult const& result) {
   writeGraphic(path, object);
 }
 
-void writeMap(std::string const& path, cv::Mat_<float> const& map) {
+std::string countTitle(std::string const& folder, std::size_t points) {
+  return fs::weakly_canonical(folder).filename().string() + ": " + std::to_string(points) + " points";
+}
+
+void writeMap(ScanOptions const& options, mv::ScanResult const& result, std::string const& axis) {
+  if (isTiff(options.map)) {
+    writeImage(options.map, result.map);
+    return;
+  }
   // The periods of the two coded axes differ; either shows as bands.
   constexpr auto period = static_cast<float>(mv::sl::rowCode.period);
-  writeImage(path, isTiff(path) ? cv::Mat(map) : drawDecodedMap(map, period));
+  FigureOptions look = options.look;
+  look.range.reset(); // of the depths
+  writeFigure(options.map, drawDecodedMap(result.map, period, axis, "decoded " + axis + "s", look),
+              look.drawSettings());
 }
 
 /// What a scan reads, as far as it is there.
@@ -78,7 +94,7 @@ void runLaser(ScanOptions const& options, Report& report) {
   load(options.calibration, scanner);
   report.declare(inputsOf(options, "line"), {options.out, options.preview});
   report.addProperties(scanner);
-  checkPicturePath(options.preview);
+  checkFigurePath(options.preview);
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
     if (lowerCaseEnding(options.out) == ".stl") {
@@ -94,7 +110,10 @@ void runLaser(ScanOptions const& options, Report& report) {
     writeGraphic(options.out, scan.cloud.getGraphicObject(false));
   }
   if (!options.preview.empty()) {
-    writeImage(options.preview, drawCloud(std::vector<cv::Vec3f>(scan.cloud.points())));
+    writeFigure(options.preview,
+                drawCloud(std::vector<cv::Vec3f>(scan.cloud.points()), {},
+                          countTitle(options.folder, scan.points), options.look),
+                options.look.drawSettings());
   }
   report.add(scanReport(scan));
   std::cout << scan.points << " points from " << scan.images << " images";
@@ -111,8 +130,8 @@ void runPattern(ScanOptions const& options, Report& report) {
   report.declare(inputsOf(options, sequencePrefix(scanner)),
                  {options.out, options.xyz, options.map, options.preview});
   report.addProperties(scanner);
-  checkPicturePath(options.preview);
-  checkPicturePath(options.map);
+  checkFigurePath(options.preview);
+  checkFigurePath(options.map);
   if (!options.xyz.empty() && !isTiff(options.xyz)) {
     throw Exception("Points are stored as .tiff, not to " + options.xyz, nullptr, 0, "scan");
   }
@@ -151,10 +170,13 @@ void runPattern(ScanOptions const& options, Report& report) {
     writeImage(options.xyz, result.xyz);
   }
   if (!options.map.empty()) {
-    writeMap(options.map, result.map);
+    writeMap(options, result, sequencePrefix(scanner) == "rows" ? "row" : "column");
   }
   if (!options.preview.empty()) {
-    writeImage(options.preview, drawRelief(result.xyz, result.cloud.texture()));
+    writeFigure(options.preview,
+                drawRelief(result.xyz, result.cloud.texture(),
+                           countTitle(options.folder, result.counts.points), options.look),
+                options.look.drawSettings());
   }
   double const writeTime = timer.toc();
   report.add(scanReport(result));
@@ -191,9 +213,13 @@ void addScanCommand(CLI::App& app) {
       ->needs(laser);
   addContrastOption(*command, options->contrast)->needs(laser);
   command->add_option("-o,--out", options->out, "Write the points as .ply or .obj, or the surface as .stl");
-  command->add_option("--preview", options->preview, "Write a shaded picture of the depths");
-  command->add_option("--map", options->map, "Write the decoded coordinates: a picture, or CV_32F as .tiff")
+  command->add_option("--preview", options->preview, "Write a shaded picture (or .svg) of the depths");
+  command
+      ->add_option("--map", options->map,
+                   "Write the decoded coordinates: a picture, .svg, or CV_32F as .tiff")
       ->excludes(laser);
+  options->look.addRange(*command, "depths in mm");
+  options->look.addLight(*command);
   command
       ->add_option("--xyz", options->xyz,
                    "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
@@ -202,6 +228,7 @@ void addScanCommand(CLI::App& app) {
   setWork(
       *command,
       [options](Report& report) {
+        options->look.check();
         options->isLaser ? runLaser(*options, report) : runPattern(*options, report);
       },
       "--report", "counts, times in ms and the box");

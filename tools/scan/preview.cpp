@@ -4,16 +4,21 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <limits>
+#include <utility>
 
 #include <opencv2/imgproc.hpp>
+
+#include "core/median.hpp"
 
 namespace vorn::tools {
 
 namespace {
 
-cv::Vec3b const background(40, 36, 34);
+/// What is shown where there is nothing.
+cv::Vec3b absentColor(mv::Ground ground) {
+  return ground == mv::Ground::Light ? cv::Vec3b(255, 255, 255) : cv::Vec3b(40, 36, 34);
+}
 
 bool isFinite(cv::Vec3f const& p) {
   return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
@@ -49,22 +54,6 @@ DepthRange depthRange(cv::Mat_<cv::Vec3f> const& xyz) {
   DepthRange range{quantile(stray), quantile(1.0 - stray)};
   range.far = std::max(range.far, range.near + 1e-3F);
   return range;
-}
-
-/// 256 colours from near to far.
-cv::Mat_<cv::Vec3b> depthColors() {
-  cv::Mat_<uchar> ramp(1, 256);
-  for (int i = 0; i < ramp.cols; ++i) {
-    ramp(0, i) = static_cast<uchar>(255 - i);
-  }
-  cv::Mat_<cv::Vec3b> colors;
-  cv::applyColorMap(ramp, colors, cv::COLORMAP_TURBO);
-  return colors;
-}
-
-int colorIndex(float depth, DepthRange const& range) {
-  float const share = (depth - range.near) / (range.far - range.near);
-  return static_cast<int>(std::lround(255.0F * std::clamp(share, 0.0F, 1.0F)));
 }
 
 /// The step along the surface from one side of (y, x) to the other, over the farthest present neighbours in
@@ -106,55 +95,73 @@ cv::Vec3b scaled(cv::Vec3b const& color, float factor) {
   return result;
 }
 
-/// @param lift what was added to the depths
-void drawScale(cv::Mat_<cv::Vec3b>& strip, DepthRange const& range, float lift,
-               cv::Mat_<cv::Vec3b> const& colors) {
-  int const margin = std::max(strip.rows / 20, 4);
-  int const barWidth = std::max(strip.cols / 6, 2);
-  int const height = std::max(strip.rows - 2 * margin, 1);
-  for (int y = 0; y < height; ++y) {
-    int const index = std::clamp(y * 255 / height, 0, 255);
-    cv::Rect const line(margin / 2, margin + y, barWidth, 1);
-    strip(line & cv::Rect(0, 0, strip.cols, strip.rows)).setTo(colors(0, index));
+/// A length of 1, 2 or 5 times a power of ten that takes at most a quarter of a width.
+double roundLength(double widthMm) {
+  double const most = 0.25 * widthMm;
+  double const decade = std::pow(10.0, std::floor(std::log10(most)));
+  for (double const factor : {5.0, 2.0}) {
+    if (factor * decade <= most) {
+      return factor * decade;
+    }
   }
-  constexpr int labels = 5;
-  double const fontScale = strip.cols / 280.0;
-  for (int i = 0; i < labels; ++i) {
-    float const depth = range.near + (range.far - range.near) * static_cast<float>(i) / (labels - 1);
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f mm", static_cast<double>(depth - lift));
-    cv::putText(strip, text, cv::Point(margin / 2 + barWidth + 4, margin + 4 + height * i / (labels - 1)),
-                cv::FONT_HERSHEY_SIMPLEX, fontScale, cv::Scalar(230, 230, 230), 1, cv::LINE_AA);
-  }
+  return decade;
 }
 
-/// The points of a grid, each enlarged to a square of `enlarge` pixels, and the scale of the depths, to which
-/// `lift` was added.
-cv::Mat drawLifted(cv::Mat_<cv::Vec3f> const& xyz, float lift, int enlarge,
-                   cv::Mat_<cv::Vec3b> const& texture) {
-  DepthRange const range = depthRange(xyz);
-  cv::Mat_<cv::Vec3b> const colors = depthColors();
-  cv::Mat_<cv::Vec3b> relief(xyz.size(), background);
+/// The median step across the camera's view from a pixel to the next, mm; 0 without neighbours.
+double stepAcross(cv::Mat_<cv::Vec3f> const& xyz) {
+  std::vector<float> steps;
   for (int y = 0; y < xyz.rows; ++y) {
-    for (int x = 0; x < xyz.cols; ++x) {
-      if (isPresent(xyz(y, x))) {
-        cv::Vec3b const color = texture.empty() ? colors(0, colorIndex(xyz(y, x)[2], range)) : texture(y, x);
-        relief(y, x) = scaled(color, shade(xyz, {x, y}));
+    for (int x = 0; x + 1 < xyz.cols; ++x) {
+      if (isPresent(xyz(y, x)) && isPresent(xyz(y, x + 1))) {
+        steps.push_back(std::abs(xyz(y, x + 1)[0] - xyz(y, x)[0]));
       }
     }
   }
-  if (enlarge > 1) {
+  return steps.empty() ? 0.0 : static_cast<double>(medianAmong(steps));
+}
+
+/// Points on a grid and how they are to be shown.
+struct Relief {
+  cv::Mat_<cv::Vec3f> xyz;
+  cv::Mat_<cv::Vec3b> texture; ///< or empty
+  float lift = 0.0F;           ///< what was added to the depths
+  int enlarge = 1;             ///< side of the square that shows a point, pixels
+  double mmPerPixel = 0.0;     ///< of the picture; 0: unknown
+};
+
+mv::AMat pictureOf(Relief const& relief, std::string const& title, FigureOptions const& look) {
+  DepthRange range = depthRange(relief.xyz);
+  if (look.range) {
+    range = {static_cast<float>(look.range->first) + relief.lift,
+             static_cast<float>(look.range->second) + relief.lift};
+  }
+  cv::Mat_<cv::Vec3b> shown(relief.xyz.size(), absentColor(look.ground()));
+  bool const hasTexture = !relief.texture.empty();
+  for (int y = 0; y < shown.rows; ++y) {
+    for (int x = 0; x < shown.cols; ++x) {
+      cv::Vec3f const& point = relief.xyz(y, x);
+      if (isPresent(point)) {
+        double const share = static_cast<double>((point[2] - range.near) / (range.far - range.near));
+        cv::Vec3b const color =
+            hasTexture ? relief.texture(y, x) : mv::colorOf(mv::ColorMap::TurboDown, share);
+        shown(y, x) = scaled(color, shade(relief.xyz, {x, y}));
+      }
+    }
+  }
+  if (relief.enlarge > 1) {
     cv::Mat enlarged;
-    cv::resize(relief, enlarged, cv::Size(), enlarge, enlarge, cv::INTER_NEAREST);
-    relief = enlarged;
+    cv::resize(shown, enlarged, cv::Size(), relief.enlarge, relief.enlarge, cv::INTER_NEAREST);
+    shown = enlarged;
   }
-  if (!texture.empty()) {
-    return std::move(relief); // only colours that stand for depths have a scale
+  mv::AMat picture(shown);
+  picture.setTitle(title);
+  if (!hasTexture) { // only colours that stand for depths have a legend
+    picture.addLegend(mv::ColorMap::TurboDown, static_cast<double>(range.near - relief.lift),
+                      static_cast<double>(range.far - relief.lift), "mm", "z");
   }
-  cv::Mat_<cv::Vec3b> strip(relief.rows, std::clamp(relief.cols / 8, 60, 160), background);
-  drawScale(strip, range, lift, colors);
-  cv::Mat picture;
-  cv::hconcat(relief, strip, picture);
+  if (relief.mmPerPixel > 0.0) {
+    picture.addScaleBar(roundLength(relief.mmPerPixel * shown.cols), relief.mmPerPixel);
+  }
   return picture;
 }
 
@@ -203,58 +210,69 @@ CloudFrame frameOf(std::vector<cv::Vec3f> const& points) {
 
 } // namespace
 
-cv::Mat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture) {
-  return drawLifted(xyz, 0.0F, 1, texture);
+mv::AMat drawRelief(cv::Mat_<cv::Vec3f> const& xyz, cv::Mat_<cv::Vec3b> const& texture,
+                    std::string const& title, FigureOptions const& look) {
+  return pictureOf({xyz, texture, 0.0F, 1, stepAcross(xyz)}, title, look);
 }
 
-cv::Mat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> const& colors) {
+mv::AMat drawCloud(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3b> const& colors,
+                   std::string const& title, FigureOptions const& look) {
   CloudFrame const frame = frameOf(points);
   if (frame.cells.empty()) {
-    return cv::Mat(longSide / 2, longSide, CV_8UC3, cv::Scalar(background[0], background[1], background[2]));
+    mv::AMat nothing(cv::Mat(cv::Size(longSide, longSide / 2), CV_8UC3, absentColor(look.ground())));
+    nothing.setTitle(title.empty() ? "no points" : title + ": no points");
+    return nothing;
   }
   // Depths may be negative in a cloud that was moved: the relief wants them positive.
-  float lift = 0.0F;
+  Relief relief;
   for (cv::Vec3f const& p : points) {
-    lift = isFinite(p) ? std::max(lift, 1.0F - p[2]) : lift;
+    relief.lift = isFinite(p) ? std::max(relief.lift, 1.0F - p[2]) : relief.lift;
   }
-  cv::Mat_<cv::Vec3f> nearest(frame.cells, cv::Vec3f(0, 0, 0));
-  cv::Mat_<cv::Vec3b> texture(colors.empty() ? cv::Size() : frame.cells);
+  relief.xyz.create(frame.cells);
+  relief.xyz.setTo(cv::Scalar::all(0));
+  relief.texture.create(colors.empty() ? cv::Size() : frame.cells);
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (!isFinite(points[i])) {
       continue;
     }
     cv::Point const cell = frame.cellOf(points[i]);
-    cv::Vec3f const lifted = points[i] + cv::Vec3f(0, 0, lift);
-    if (!isPresent(nearest(cell)) || lifted[2] < nearest(cell)[2]) {
-      nearest(cell) = lifted;
+    cv::Vec3f const lifted = points[i] + cv::Vec3f(0, 0, relief.lift);
+    if (!isPresent(relief.xyz(cell)) || lifted[2] < relief.xyz(cell)[2]) {
+      relief.xyz(cell) = lifted;
       if (!colors.empty()) {
-        texture(cell) = colors[i];
+        relief.texture(cell) = colors[i];
       }
     }
   }
-  return drawLifted(nearest, lift, std::max(1, longSide / nearest.cols), texture);
+  relief.enlarge = std::max(1, longSide / relief.xyz.cols);
+  relief.mmPerPixel = static_cast<double>(frame.step) / relief.enlarge;
+  return pictureOf(relief, title, look);
 }
 
-cv::Mat drawDecodedMap(cv::Mat_<float> const& map, float period) {
+mv::AMat drawDecodedMap(cv::Mat_<float> const& map, float period, std::string const& axis,
+                        std::string const& title, FigureOptions const& look) {
   double greatest = 0.0;
   cv::minMaxLoc(map, nullptr, &greatest);
-  cv::Mat_<cv::Vec3b> hsv(map.size());
+  double const low = look.range ? look.range->first : 0.0;
+  double const high = look.range ? look.range->second : std::max(greatest, 1.0);
+  cv::Mat_<cv::Vec3b> picture(map.size(), absentColor(look.ground()));
   for (int y = 0; y < map.rows; ++y) {
     for (int x = 0; x < map.cols; ++x) {
       float const value = map(y, x);
-      if (!(value >= 0.0F)) {
-        hsv(y, x) = cv::Vec3b(0, 0, 45);
-        continue;
+      if (value >= 0.0F) {
+        // Short of the ends of black and white, so that the colours stay what the legend says.
+        constexpr float darkest = 0.6F;
+        float const phase = value / period - std::floor(value / period);
+        picture(y, x) =
+            scaled(mv::colorOf(mv::ColorMap::Turbo, (static_cast<double>(value) - low) / (high - low)),
+                   darkest + (1.0F - darkest) * phase);
       }
-      constexpr float hues = 170.0F; // short of 180, so that the two ends differ
-      float const phase = value / period - std::floor(value / period);
-      hsv(y, x) = cv::Vec3b(static_cast<uchar>(hues * value / std::max(static_cast<float>(greatest), 1.0F)),
-                            200, static_cast<uchar>(120.0F + 135.0F * phase));
     }
   }
-  cv::Mat picture;
-  cv::cvtColor(hsv, picture, cv::COLOR_HSV2BGR);
-  return picture;
+  mv::AMat shown(picture);
+  shown.setTitle(title);
+  shown.addLegend(mv::ColorMap::Turbo, low, high, "projector px", axis);
+  return shown;
 }
 
 } // namespace vorn::tools
