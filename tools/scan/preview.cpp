@@ -160,7 +160,12 @@ mv::AMat pictureOf(Relief const& relief, std::string const& title, FigureOptions
                       static_cast<double>(range.far - relief.lift), "mm", "z");
   }
   if (relief.mmPerPixel > 0.0) {
-    picture.addScaleBar(roundLength(relief.mmPerPixel * shown.cols), relief.mmPerPixel);
+    mv::MarkStyle style;
+    if (look.isLight) { // white would need its rim to be seen at all
+      style.color = cv::Vec3b(30, 30, 30);
+      style.hasHalo = false;
+    }
+    picture.addScaleBar(roundLength(relief.mmPerPixel * shown.cols), relief.mmPerPixel, style);
   }
   return picture;
 }
