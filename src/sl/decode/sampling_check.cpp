@@ -23,8 +23,13 @@ namespace {
 constexpr int reach = 8;
 /// Of every so many rows and columns one is looked at.
 constexpr int grid = 4;
-/// Camera pixels a fringe. Two are what sampling needs; the measure is exact to a tenth.
-constexpr double leastFringe = 1.9;
+/// Camera pixels a fringe. Two are what sampling needs, and at a little more the light of a fringe is still
+/// lost in the pixels: scans that see 2.0 at the best give next to nothing, those that see 2.3 most of
+/// theirs.
+constexpr double leastFringe = 2.1;
+/// Of the places, those with the widest fringes that decide: the rest of a scan may be seen at grazing
+/// angles. There the fringes' amplitude is gone and pixels drop out as dark or without a code.
+constexpr double decidingShare = 0.1;
 /// Fewer places than this do not speak for a scan.
 constexpr std::size_t leastPlaces = 100;
 /// Of the places with contrast, the share that must lie on straight stripes: the words of noise seldom do.
@@ -90,9 +95,11 @@ public:
   /// Places with contrast, straight or not.
   std::size_t seen() const { return seen_; }
 
-  double middle() const {
+  /// The slope that this share of the places lies below.
+  double below(double share) const {
+    auto const rank = static_cast<std::size_t>(share * static_cast<double>(places_));
     std::size_t square = 0;
-    for (std::size_t below = counts_[0]; below <= places_ / 2; below += counts_[square]) {
+    for (std::size_t below = counts_[0]; below <= rank; below += counts_[square]) {
       ++square;
     }
     return std::sqrt(static_cast<double>(square)) / (2.0 * reach);
@@ -126,13 +133,13 @@ void requireResolvedFringes(ScanMaps const& maps, ScanDecodingSettings const& se
       static_cast<double>(slopes.places()) < leastShare * static_cast<double>(slopes.seen())) {
     return;
   }
-  double const middle = slopes.middle();
-  if (middle * leastFringe > 1.0) {
+  double const widest = slopes.below(decidingShare);
+  if (widest * leastFringe > 1.0) {
     throw error(
-        cv::format("The camera sees the fringes too finely: %.2f of its pixels a fringe of %d projector "
-                   "pixels (median of %zu places), but at least %.1f are needed. Bring the camera "
-                   "nearer, or use one with more pixels, or a projector with fewer.",
-                   1.0 / middle, settings.period, slopes.places(), leastFringe),
+        cv::format("The camera sees the fringes too finely: at most %.2f of its pixels a fringe of %d "
+                   "projector pixels at nine tenths of %zu places, but at least %.1f are needed. Bring the "
+                   "camera nearer, or use one with more pixels, or a projector with fewer.",
+                   1.0 / widest, settings.period, slopes.places(), leastFringe),
         "decode");
   }
 }
