@@ -9,7 +9,7 @@
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 
 #include "core/error.hpp"
-#include "core/progress.hpp"
+#include "core/pieces.hpp"
 
 namespace vorn::mv {
 
@@ -24,16 +24,22 @@ bool needsGrid(pc::IFilter const& filter) {
 PointCloud applyFilters(PointCloud const& cloud, FilterChain<pc::IFilter> const& chain, Observer* observer) {
   Progress const progress(observer);
   progress.at("filtering", 0.0);
-  PointCloud result = cloud.clone();
+  PartObserver copying(progress.part(0.0, 0.1));
+  PointCloud result = cloud.clone(copying.ifWatched());
+  Progress const filtering = progress.part(0.1, 1.0);
+  auto const count = static_cast<double>(chain.size());
   for (std::size_t i = 0; i < chain.size(); ++i) {
     pc::IFilter& filter = *chain[i];
     std::string const name = "Filter " + std::to_string(i + 1) + ", " + filter.getClassName();
-    progress.at(filter.getClassName(), static_cast<double>(i) / static_cast<double>(chain.size()));
     if (needsGrid(filter) && !result.isOrganized()) {
       throw error(name + ", needs a grid, but the cloud is not organized", "applyFilters");
     }
     try {
-      filter(result);
+      auto const place = static_cast<double>(i);
+      PartObserver part(filtering.part(place / count, (place + 1.0) / count));
+      filter.run(result, part.ifWatched());
+    } catch (Cancelled const&) {
+      throw;
     } catch (Exception const& e) {
       throw error(name + ": " + e.message(), "applyFilters");
     }

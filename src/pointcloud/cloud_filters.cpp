@@ -12,6 +12,7 @@
 #include "core/error.hpp"
 #include "core/json_member.hpp"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "pointcloud/uniform_sampling.hpp"
 
 namespace vorn::mv::pc {
@@ -27,6 +28,11 @@ float floatOf(IPropertySet const& filter, char const* property) {
 } // namespace
 
 IFilter::~IFilter() = default;
+
+void IFilter::run(PointCloud& cloud, Observer* observer) {
+  Progress(observer).at(getClassName(), 0.0);
+  (*this)(cloud);
+}
 
 Registry<IFilter> const& filters() {
   static Registry<IFilter> const registry =
@@ -54,14 +60,22 @@ void ZRangeFilter::operator()(PointCloud& cloud) {
 OutlierFilter::OutlierFilter() : FilterBase({radiusRow(), minNeighbourCountRow()}) {}
 
 void OutlierFilter::operator()(PointCloud& cloud) {
-  int const removed = cloud.clean(floatOf(*this, "Radius"), minNeighbourCount());
+  run(cloud, nullptr);
+}
+
+void OutlierFilter::run(PointCloud& cloud, Observer* observer) {
+  int const removed = cloud.clean(floatOf(*this, "Radius"), minNeighbourCount(), observer);
   System::message("Removed " + std::to_string(removed) + " points.\n");
 }
 
 SmallClusterFilter::SmallClusterFilter() : FilterBase({radiusRow(), minClusterSizeRow()}) {}
 
 void SmallClusterFilter::operator()(PointCloud& cloud) {
-  cloud.filterSmallCluster(floatOf(*this, "Radius"), minClusterSize());
+  run(cloud, nullptr);
+}
+
+void SmallClusterFilter::run(PointCloud& cloud, Observer* observer) {
+  cloud.filterSmallCluster(floatOf(*this, "Radius"), minClusterSize(), observer);
 }
 
 struct PlaneRemovalFilter::Private : Record<PlaneRemovalFilter::Private, PropertySetBase::Private> {
@@ -123,10 +137,13 @@ void PlaneRemovalFilter::write(nlohmann::json& json) const {
 UniformSampler::UniformSampler() : FilterBase({radiusRow()}) {}
 
 void UniformSampler::operator()(PointCloud& cloud) {
+  run(cloud, nullptr);
+}
+
+void UniformSampler::run(PointCloud& cloud, Observer* observer) {
   cloud.checkSizes();
   System::message("Thinning " + std::to_string(cloud.presentCount()) + " points...\n");
-  cloud.saveState();
-  deleteDensePoints(cloud, floatOf(*this, "Radius"));
+  deleteDensePoints(cloud, floatOf(*this, "Radius"), observer);
   cloud.markUncontinuous();
   System::message("Kept " + std::to_string(cloud.presentCount()) + " points.\n");
 }

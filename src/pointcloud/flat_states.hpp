@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <algorithm>
-#include <opencv2/core/mat.hpp>
+#include <cstddef>
 #include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include <vorn/mv/pointcloud/point_cloud.hpp>
 
 namespace vorn::mv {
 
@@ -18,12 +21,22 @@ inline std::vector<uchar> flatStates(cv::Mat_<uchar> const& states) {
   return flat;
 }
 
-/// Writes the cells back.
-inline void storeStates(std::vector<uchar> const& flat, cv::Mat_<uchar>& states) {
+/// Opens a new undo generation in a cloud and deletes the points that are marked, which are present ones.
+/// Returns their number.
+inline int deleteMarked(PointCloud& cloud, std::vector<uchar> const& isMarked) {
+  constexpr uchar deletedNow = 1;
+  cloud.saveState();
+  cv::Mat_<uchar>& states = cloud.state();
+  int count = 0;
   for (int row = 0; row < states.rows; ++row) {
-    auto const first = flat.begin() + static_cast<std::ptrdiff_t>(row) * states.cols;
-    std::copy(first, first + states.cols, states[row]);
+    uchar const* const marks = isMarked.data() + static_cast<std::ptrdiff_t>(row) * states.cols;
+    for (int column = 0; column < states.cols; ++column) {
+      uchar& state = states(row, column);
+      count += marks[column] != 0 ? 1 : 0;
+      state = marks[column] != 0 ? deletedNow : state;
+    }
   }
+  return count;
 }
 
 } // namespace vorn::mv

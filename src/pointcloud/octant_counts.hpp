@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "core/pieces.hpp"
 #include "pointcloud/octree_search.hpp"
 
 namespace vorn::mv {
@@ -16,20 +17,27 @@ public:
   OctantCounts() = default;
 
   /// @param states of all points; 0 is present
-  OctantCounts(OctreeView const& tree, std::size_t octantCount, std::vector<unsigned char> const& states)
+  /// @throws Cancelled when the observer stops it
+  OctantCounts(OctreeView const& tree, std::size_t octantCount, std::vector<unsigned char> const& states,
+               Progress const& progress)
       : tree_(tree.octants), present_(octantCount), removed_(octantCount) {
-    // Children stand behind their parents.
-    for (std::size_t place = octantCount; place-- > 0;) {
-      BasicOctant<unsigned> const& octant = tree_[place];
-      if (octant.isLeaf) {
-        unsigned const* const chain = tree.chain + octant.first;
-        for (unsigned i = 0; i < octant.count; ++i) {
-          present_[place] += states[chain[i]] == 0 ? 1U : 0U;
-        }
-      } else {
-        visitChildren(octant, [&](BasicOctant<unsigned> const& child) { present_[place] += present(child); });
-      }
-    }
+    constexpr std::size_t octantsAtOnce = 1 << 14;
+    inPieces(
+        octantCount, octantsAtOnce, progress, "counting points", [&](std::size_t first, std::size_t end) {
+          // Backwards: children stand behind their parents.
+          for (std::size_t place = octantCount - first; place-- > octantCount - end;) {
+            BasicOctant<unsigned> const& octant = tree_[place];
+            if (octant.isLeaf) {
+              unsigned const* const chain = tree.chain + octant.first;
+              for (unsigned i = 0; i < octant.count; ++i) {
+                present_[place] += states[chain[i]] == 0 ? 1U : 0U;
+              }
+            } else {
+              visitChildren(octant,
+                            [&](BasicOctant<unsigned> const& child) { present_[place] += present(child); });
+            }
+          }
+        });
   }
 
   /// The points of an octant that were present at first.

@@ -12,6 +12,7 @@
 
 #include "core/bits.hpp"
 #include "core/error.hpp"
+#include "core/progress.hpp"
 #include "pointcloud/ball_counter.hpp"
 #include "pointcloud/octree_build.hpp"
 #include "pointcloud/octree_nearest.hpp"
@@ -217,6 +218,11 @@ decltype(auto) Octree<Point, Container, Index>::withPoints(Body const& body) con
 
 template <class Point, class Container, class Index>
 void Octree<Point, Container, Index>::init(Container const& points, Param const& param) {
+  init(points, param, nullptr);
+}
+
+template <class Point, class Container, class Index>
+void Octree<Point, Container, Index>::init(Container const& points, Param const& param, Observer* observer) {
   std::size_t const count = sizeOf(points);
   if (count > std::numeric_limits<Index>::max()) {
     throw error("More points than an index can number: " + std::to_string(count), "Octree");
@@ -226,7 +232,7 @@ void Octree<Point, Container, Index>::init(Container const& points, Param const&
   if (count > 0) {
     tree.hold(points);
     OctreeParts parts = tree.withPoints([&](auto const& access) {
-      return buildOctree(access, count, param.bucketCapacity, param.minHalfSize);
+      return buildOctree(access, count, param.bucketCapacity, param.minHalfSize, Progress(observer));
     });
     tree.octants_ = std::move(parts.octants);
     tree.chain_ = std::move(parts.chain);

@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
+#include "core/pieces.hpp"
 #include "core/radix_sort.hpp"
 #include "core/simd.hpp"
 #include "pointcloud/octree_search.hpp"
@@ -25,6 +27,11 @@ constexpr int levelsPerKey = 10;
 constexpr int batchSize = 64;
 /// Of the radix sort, which makes three passes.
 constexpr unsigned int digitBits = levelsPerKey;
+
+constexpr char const* stage = "building the octree";
+/// Some milliseconds of work.
+constexpr std::size_t pointsAtOnce = std::size_t{1} << 18;
+constexpr std::size_t splitsBetweenAskings = std::size_t{1} << 12;
 
 /// A point's key in the upper and its index in the lower half, so that sorting by the whole keeps the index
 /// order.
@@ -80,11 +87,11 @@ VORN_TARGET_CLONES void computeKeys(Batch& batch, Octant const& octant) {
 template <class Points>
 class OctreeBuilder {
 public:
-  OctreeBuilder(Points const& points, std::size_t bucketCapacity, float minHalfSize)
+  OctreeBuilder(Points const& points, std::size_t bucketCapacity, float minHalfSize, Progress progress)
       // Cubes shrink to a half size of 0 and no further: with a negative bound they would be halved for ever.
       // A single point cannot be divided: cubes around it would be halved until they have no size.
       : points_(points), bucketCapacity_(std::max<std::size_t>(bucketCapacity, 1)),
-        minHalfSize_(std::max(minHalfSize, 0.0F)) {}
+        minHalfSize_(std::max(minHalfSize, 0.0F)), progress_(std::move(progress)) {}
 
   OctreeParts build(std::size_t count) {
     Octant root{};
@@ -92,11 +99,13 @@ public:
       return std::move(parts_);
     }
     parts_.chain.reserve(root.count);
-    for (std::size_t i = 0; i < count; ++i) {
-      if (isFinite(points_[i])) {
-        parts_.chain.push_back(static_cast<unsigned>(i));
+    inPieces(count, pointsAtOnce, progress_.part(0.05, 0.1), stage, [&](std::size_t first, std::size_t end) {
+      for (std::size_t i = first; i < end; ++i) {
+        if (isFinite(points_[i])) {
+          parts_.chain.push_back(static_cast<unsigned>(i));
+        }
       }
-    }
+    });
     parts_.octants.reserve(root.count / 8 + 1);
     parts_.octants.push_back(root);
     splitWithKeys(0);
@@ -112,16 +121,18 @@ private:
     std::array<float, 3> low{huge, huge, huge};
     std::array<float, 3> high{-huge, -huge, -huge};
     std::size_t finite = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      float const* point = points_[i];
-      if (isFinite(point)) {
-        ++finite;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-          low[axis] = point[axis] < low[axis] ? point[axis] : low[axis];
-          high[axis] = point[axis] > high[axis] ? point[axis] : high[axis];
+    inPieces(count, pointsAtOnce, progress_.part(0.0, 0.05), stage, [&](std::size_t first, std::size_t end) {
+      for (std::size_t i = first; i < end; ++i) {
+        float const* point = points_[i];
+        if (isFinite(point)) {
+          ++finite;
+          for (std::size_t axis = 0; axis < 3; ++axis) {
+            low[axis] = point[axis] < low[axis] ? point[axis] : low[axis];
+            high[axis] = point[axis] > high[axis] ? point[axis] : high[axis];
+          }
         }
       }
-    }
+    });
     if (finite == 0) {
       return false;
     }
@@ -156,6 +167,7 @@ private:
       return;
     }
     std::vector<KeyedPoint> keyed = computeSortedKeys(octant);
+    progress_.at(stage, 0.6);
     for (std::size_t i = 0; i < keyed.size(); ++i) {
       parts_.chain[octant.first + i] = indexOf(keyed[i]);
     }
@@ -171,6 +183,9 @@ private:
     std::vector<KeyedPoint> keyed(octant.count);
     Batch batch{};
     for (std::size_t start = 0; start < keyed.size(); start += batchSize) {
+      if (start % pointsAtOnce == 0) {
+        progress_.at(stage, 0.1 + 0.2 * static_cast<double>(start) / static_cast<double>(keyed.size()));
+      }
       std::size_t const size = std::min<std::size_t>(batchSize, keyed.size() - start);
       unsigned const* chain = &parts_.chain[octant.first + start];
       for (std::size_t i = 0; i < size; ++i) {
@@ -189,7 +204,7 @@ private:
                        [](KeyedPoint a, KeyedPoint b) { return keyOf(a) < keyOf(b); });
     } else {
       std::vector<KeyedPoint> other;
-      sortByUpperHalf<digitBits, KeyOrder::Rising>(keyed, other);
+      sortByUpperHalf<digitBits, KeyOrder::Rising>(keyed, other, progress_.part(0.3, 0.6));
     }
     return keyed;
   }
@@ -226,6 +241,10 @@ private:
     }
     octant.children = children;
     parts_.octants[place] = octant;
+    if (splits_++ % splitsBetweenAskings == 0) {
+      double const share = static_cast<double>(octant.first) / static_cast<double>(parts_.chain.size());
+      progress_.at(stage, 0.6 + 0.3 * share);
+    }
     auto const childrenEnd = static_cast<unsigned>(parts_.octants.size());
     for (unsigned child = children; child < childrenEnd; ++child) {
       Octant const& made = parts_.octants[child];
@@ -241,31 +260,40 @@ private:
 
   void sketchPoints() {
     parts_.sketches.resize(parts_.chain.size() + sketchLanes - 1);
-    for (Octant const& octant : parts_.octants) {
-      if (octant.isLeaf) {
-        SketchGrid const grid(octant, parts_.tolerance);
-        for (unsigned place = octant.first; place < octant.first + octant.count; ++place) {
-          parts_.sketches[place] = grid.sketch(points_[parts_.chain[place]]);
-        }
+    auto const sketchLeaf = [&](Octant const& leaf) {
+      SketchGrid const grid(leaf, parts_.tolerance);
+      for (unsigned place = leaf.first; place < leaf.first + leaf.count; ++place) {
+        parts_.sketches[place] = grid.sketch(points_[parts_.chain[place]]);
       }
-    }
+    };
+    constexpr std::size_t octantsAtOnce = 1 << 14;
+    inPieces(parts_.octants.size(), octantsAtOnce, progress_.part(0.9, 1.0), stage,
+             [&](std::size_t first, std::size_t end) {
+               for (std::size_t i = first; i < end; ++i) {
+                 if (parts_.octants[i].isLeaf) {
+                   sketchLeaf(parts_.octants[i]);
+                 }
+               }
+             });
   }
 
   Points points_;
   std::size_t bucketCapacity_;
   float minHalfSize_;
+  Progress progress_;
   OctreeParts parts_;
+  std::size_t splits_ = 0;
 };
 
 } // namespace
 
 template <class Points>
 OctreeParts buildOctree(Points const& points, std::size_t count, std::size_t bucketCapacity,
-                        float minHalfSize) {
-  return OctreeBuilder<Points>(points, bucketCapacity, minHalfSize).build(count);
+                        float minHalfSize, Progress const& progress) {
+  return OctreeBuilder<Points>(points, bucketCapacity, minHalfSize, progress).build(count);
 }
 
-template OctreeParts buildOctree(ContiguousPoints const&, std::size_t, std::size_t, float);
-template OctreeParts buildOctree(StridedPoints const&, std::size_t, std::size_t, float);
+template OctreeParts buildOctree(ContiguousPoints const&, std::size_t, std::size_t, float, Progress const&);
+template OctreeParts buildOctree(StridedPoints const&, std::size_t, std::size_t, float, Progress const&);
 
 } // namespace vorn::mv

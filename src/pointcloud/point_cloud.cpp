@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <limits>
@@ -15,6 +16,7 @@
 
 #include "core/error.hpp"
 #include "core/parallel.hpp"
+#include "core/pieces.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/rigid_motion.hpp"
 #include "pointcloud/texture_colors.hpp"
@@ -39,6 +41,19 @@ cv::Mat_<To> gridOf(std::vector<From> const& list, int rows, Convert const& conv
     cell = convert(list[next++]);
   }
   return grid;
+}
+
+template <class T>
+cv::Mat_<T> copyOf(cv::Mat_<T> const& matrix, Progress const& progress) {
+  constexpr std::size_t bytesAtOnce = std::size_t{1} << 23; // some milliseconds
+  cv::Mat_<T> copy(matrix.size());
+  auto const rows = static_cast<std::size_t>(matrix.rows);
+  std::size_t const rowBytes = std::max<std::size_t>(1, sizeof(T) * static_cast<std::size_t>(matrix.cols));
+  inPieces(rows, bytesAtOnce / rowBytes, progress, "copying points", [&](std::size_t first, std::size_t end) {
+    cv::Range const band(static_cast<int>(first), static_cast<int>(end));
+    matrix.rowRange(band).copyTo(copy.rowRange(band));
+  });
+  return copy;
 }
 
 bool isSameMatrix(cv::Mat const& a, cv::Mat const& b) {
@@ -100,14 +115,19 @@ PointCloud& PointCloud::operator=(PointCloud&& other) noexcept = default;
 PointCloud::~PointCloud() = default;
 
 PointCloud PointCloud::clone() const {
+  return clone(nullptr);
+}
+
+PointCloud PointCloud::clone(Observer* observer) const {
+  Progress const progress(observer);
   PointCloud copy(*this);
-  copy.points_ = points_.clone();
-  copy.normals_ = normals_.clone();
-  copy.texture_ = texture_.clone();
-  copy.state_ = state_.clone();
-  copy.auxMask_ = auxMask_.clone();
+  copy.points_ = copyOf(points_, progress.part(0.0, 0.4));
+  copy.normals_ = copyOf(normals_, progress.part(0.4, 0.8));
+  copy.texture_ = copyOf(texture_, progress.part(0.8, 0.9));
+  copy.state_ = copyOf(state_, progress.part(0.9, 1.0));
+  copy.auxMask_ = copyOf(auxMask_, progress.part(1.0, 1.0));
   for (auto& [name, values] : copy.fields_) {
-    values = values.clone();
+    values = copyOf(values, progress.part(1.0, 1.0));
   }
   copy.revision_ = std::make_shared<Revision>();
   return copy;
@@ -148,6 +168,10 @@ std::size_t PointCloud::presentCount() const {
 }
 
 GridOctree const& PointCloud::octree() {
+  return octree(nullptr);
+}
+
+GridOctree const& PointCloud::octree(Observer* observer) {
   std::size_t const revision = revision_ == nullptr ? 0 : revision_->number.load();
   if (octree_ == nullptr || octreeRevision_ != revision || !isSameMatrix(octreePoints_, points_)) {
     Timer timer;
@@ -157,7 +181,7 @@ GridOctree const& PointCloud::octree() {
     // Built anew in its place: references to the tree stay good.
     octree_->clear();
     octreePoints_.release();
-    octree_->init(points_, GridOctree::Param(32, false, 0.0F));
+    octree_->init(points_, GridOctree::Param(32, false, 0.0F), observer);
     octreePoints_ = points_;
     octreeRevision_ = revision;
     if (Library::getEnableDebug()) {

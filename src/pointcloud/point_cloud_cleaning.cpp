@@ -14,6 +14,7 @@
 #include <vorn/core/timer.hpp>
 
 #include "core/parallel.hpp"
+#include "core/pieces.hpp"
 #include "pointcloud/flat_states.hpp"
 #include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
@@ -26,16 +27,23 @@ namespace {
 
 using L2 = Distance<cv::Vec3f>::L2;
 
-constexpr uchar deletedNow = 1;
-
-/// Sets the state of all points of clusters below `minClusterSize` to 1 and returns how many they are.
+/// Marks all present points of clusters below `minClusterSize`.
 template <class Points>
-int deleteSmallClusters(GridOctree const& tree, Points const& points, float maxDistance, int minClusterSize,
-                        std::vector<uchar>& states) {
-  RemainingPoints<Points> remaining(tree, points, states);
+std::vector<uchar> findSmallClusters(GridOctree const& tree, Points const& points, float maxDistance,
+                                     int minClusterSize, std::vector<uchar> const& states,
+                                     Progress const& progress) {
+  RemainingPoints<Points> remaining(tree, points, states, progress.part(0.0, 0.2));
   std::vector<uchar> isVisited(states.size());
+  std::vector<uchar> isSmall(states.size());
   std::vector<unsigned> cluster;
-  int removed = 0;
+  std::size_t visited = 0;
+  auto const askSometimes = [&] {
+    constexpr std::size_t pointsBetweenAskings = std::size_t{1} << 14;
+    if (visited++ % pointsBetweenAskings == 0) {
+      double const share = static_cast<double>(visited) / static_cast<double>(states.size());
+      progress.at("finding clusters", 0.2 + 0.8 * share);
+    }
+  };
   for (unsigned seed = 0; seed < states.size(); ++seed) {
     if (states[seed] != 0 || isVisited[seed] != 0) {
       continue;
@@ -43,6 +51,7 @@ int deleteSmallClusters(GridOctree const& tree, Points const& points, float maxD
     cluster.assign(1, seed);
     isVisited[seed] = 1;
     for (std::size_t next = 0; next < cluster.size(); ++next) {
+      askSometimes();
       std::size_t size = cluster.size();
       remaining.takeBall(points[cluster[next]], maxDistance, cluster);
       for (std::size_t i = size; i < cluster.size(); ++i) {
@@ -56,12 +65,11 @@ int deleteSmallClusters(GridOctree const& tree, Points const& points, float maxD
     }
     if (cluster.size() < static_cast<std::size_t>(std::max(minClusterSize, 0))) {
       for (unsigned const point : cluster) {
-        states[point] = deletedNow;
+        isSmall[point] = 1;
       }
-      removed += static_cast<int>(cluster.size());
     }
   }
-  return removed;
+  return isSmall;
 }
 
 /// The distance to the nearest point alone, squared.
@@ -104,36 +112,41 @@ std::vector<float> nearestDistances(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<
 } // namespace
 
 int PointCloud::clean(float radius, int minNeighbours) {
+  return clean(radius, minNeighbours, nullptr);
+}
+
+int PointCloud::clean(float radius, int minNeighbours, Observer* observer) {
   checkSizes();
   if (isEmpty()) {
     return 0;
   }
-  GridOctree const& tree = octree();
-  saveState();
-  std::vector<uchar> states = flatStates(state_);
-  std::vector<uchar> const removed = findSparsePoints(points_, states, tree, radius, minNeighbours);
-  int count = 0;
-  for (std::size_t i = 0; i < states.size(); ++i) {
-    count += removed[i];
-    states[i] = removed[i] != 0 ? deletedNow : states[i];
-  }
-  storeStates(states, state_);
+  Progress const progress(observer);
+  PartObserver treeObserver(progress.part(0.0, 0.4));
+  GridOctree const& tree = octree(treeObserver.ifWatched());
+  std::vector<uchar> const removed =
+      findSparsePoints(points_, flatStates(state_), tree, radius, minNeighbours, progress.part(0.4, 1.0));
+  int const count = deleteMarked(*this, removed);
   calcBoundingBox();
   return count;
 }
 
 int PointCloud::filterSmallCluster(float maxDistance, int minClusterSize) {
+  return filterSmallCluster(maxDistance, minClusterSize, nullptr);
+}
+
+int PointCloud::filterSmallCluster(float maxDistance, int minClusterSize, Observer* observer) {
   checkSizes();
   if (isEmpty()) {
     return 0;
   }
-  GridOctree const& tree = octree();
-  saveState();
-  std::vector<uchar> states = flatStates(state_);
-  int const removed = withPointAccess(points_, [&](auto const& points) {
-    return deleteSmallClusters(tree, points, maxDistance, minClusterSize, states);
+  Progress const progress(observer);
+  PartObserver treeObserver(progress.part(0.0, 0.4));
+  GridOctree const& tree = octree(treeObserver.ifWatched());
+  std::vector<uchar> const isSmall = withPointAccess(points_, [&](auto const& points) {
+    return findSmallClusters(tree, points, maxDistance, minClusterSize, flatStates(state_),
+                             progress.part(0.4, 1.0));
   });
-  storeStates(states, state_);
+  int const removed = deleteMarked(*this, isSmall);
   calcBoundingBox();
   return removed;
 }

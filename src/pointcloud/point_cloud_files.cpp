@@ -78,13 +78,21 @@ PointCloud PointCloud::load(std::string const& path) {
   PointCloud cloud;
   withFileClassOf(path, "load", [&](auto file, char const* /*format*/) {
     graphic::GraphicObject const object = file.read(path);
-    if (object.vertices().size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-      throw error(path + " has more than 2147483647 points", "load");
+    try {
+      cloud = fromVertices(object);
+    } catch (Exception const& e) {
+      throw error(path + ": " + e.message(), "load");
     }
-    cloud = PointCloud(columnOf(object.vertices()), false, columnOf(object.normals()),
-                       columnOfTexture(object.colors()));
   });
   return cloud;
+}
+
+PointCloud PointCloud::fromVertices(graphic::GraphicObject const& object) {
+  if (object.vertices().size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    throw error(std::to_string(object.vertices().size()) + " points are more than 2147483647",
+                "fromVertices");
+  }
+  return {columnOf(object.vertices()), false, columnOf(object.normals()), columnOfTexture(object.colors())};
 }
 
 void PointCloud::save(std::string const& path) const {

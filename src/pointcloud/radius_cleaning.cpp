@@ -24,9 +24,10 @@ using L2 = Distance<cv::Vec3f>::L2;
 constexpr std::size_t pointsPerTask = 1024;
 
 template <class Body>
-void parallelTasks(std::size_t count, Body const& body) {
+void parallelTasks(std::size_t count, Progress const& progress, Body const& body) {
+  constexpr int tasksBetweenAskings = 2;
   auto const tasks = static_cast<int>((count + pointsPerTask - 1) / pointsPerTask);
-  parallelRows(tasks, [&](int first, int end) {
+  parallelRows(tasks, tasksBetweenAskings, progress, "counting neighbours", [&](int first, int end) {
     for (int task = first; task < end; ++task) {
       std::size_t const start = static_cast<std::size_t>(task) * pointsPerTask;
       body(static_cast<std::size_t>(task), start, std::min(start + pointsPerTask, count));
@@ -92,14 +93,14 @@ template <class Points>
 class RadiusCleaning {
 public:
   RadiusCleaning(Points const& points, std::vector<uchar> const& states, GridOctree const& tree, float radius,
-                 int minNeighbours)
+                 int minNeighbours, Progress progress)
       : points_(points), states_(states), tree_(tree),
         octantCount_(static_cast<unsigned>(tree.octants().size())), radius_(radius),
         // Rounding may let one point find another that does not find it in turn.
         reach_(radius * (1.0F + 10.0F * boundSlack) + 2.0F * tree.tolerance()), minNeighbours_(minNeighbours),
-        removed_(states.size()), waits_(states.size()) {
+        removed_(states.size()), waits_(states.size()), progress_(std::move(progress)) {
     if (countsByOctants() && !tree_.isEmpty) {
-      counts_ = OctantCounts(tree_, octantCount_, states_);
+      counts_ = OctantCounts(tree_, octantCount_, states_, progress_.part(0.0, 0.1));
     }
   }
 
@@ -107,7 +108,9 @@ public:
     if (minNeighbours_ <= 0) {
       return std::move(removed_);
     }
+    progress_.at("counting neighbours", 0.1);
     removePointsWithoutNeighbours();
+    progress_.at("counting neighbours", 0.1);
     std::vector<unsigned> candidates = countsByOctants() ? standing() : findDoubtful();
     while (!candidates.empty()) {
       std::vector<unsigned> const sparse = findSparse(candidates);
@@ -160,12 +163,13 @@ private:
       }
     }
     std::vector<std::vector<unsigned>> found((leaves.size() + pointsPerTask - 1) / pointsPerTask);
-    parallelTasks(leaves.size(), [&](std::size_t task, std::size_t start, std::size_t end) {
-      NearPoints near;
-      for (std::size_t i = start; i < end; ++i) {
-        findDoubtfulIn(tree_.octants[leaves[i]], near, found[task]);
-      }
-    });
+    parallelTasks(leaves.size(), progress_.part(0.1, 0.7),
+                  [&](std::size_t task, std::size_t start, std::size_t end) {
+                    NearPoints near;
+                    for (std::size_t i = start; i < end; ++i) {
+                      findDoubtfulIn(tree_.octants[leaves[i]], near, found[task]);
+                    }
+                  });
     std::vector<unsigned> doubtful;
     for (std::vector<unsigned> const& part : found) {
       doubtful.insert(doubtful.end(), part.begin(), part.end());
@@ -237,11 +241,12 @@ private:
 
   std::vector<unsigned> findSparse(std::vector<unsigned> const& candidates) const {
     std::vector<uchar> isSparse(candidates.size());
-    parallelTasks(candidates.size(), [&](std::size_t /*task*/, std::size_t start, std::size_t end) {
-      for (std::size_t i = start; i < end; ++i) {
-        isSparse[i] = hasEnoughNeighbours(candidates[i]) ? 0 : 1;
-      }
-    });
+    parallelTasks(candidates.size(), progress_.part(0.7, 0.9),
+                  [&](std::size_t /*task*/, std::size_t start, std::size_t end) {
+                    for (std::size_t i = start; i < end; ++i) {
+                      isSparse[i] = hasEnoughNeighbours(candidates[i]) ? 0 : 1;
+                    }
+                  });
     std::vector<unsigned> sparse;
     for (std::size_t i = 0; i < candidates.size(); ++i) {
       if (isSparse[i] != 0) {
@@ -306,11 +311,12 @@ private:
       return standing();
     }
     std::vector<std::vector<unsigned>> found((sparse.size() + pointsPerTask - 1) / pointsPerTask);
-    parallelTasks(sparse.size(), [&](std::size_t task, std::size_t start, std::size_t end) {
-      for (std::size_t i = start; i < end; ++i) {
-        listLaterNeighbours(sparse[i], found[task]);
-      }
-    });
+    parallelTasks(sparse.size(), progress_.part(0.9, 1.0),
+                  [&](std::size_t task, std::size_t start, std::size_t end) {
+                    for (std::size_t i = start; i < end; ++i) {
+                      listLaterNeighbours(sparse[i], found[task]);
+                    }
+                  });
     std::vector<unsigned> bereaved;
     for (std::vector<unsigned> const& part : found) {
       for (unsigned const point : part) {
@@ -351,15 +357,17 @@ private:
   int minNeighbours_;
   std::vector<uchar> removed_;
   std::vector<uchar> waits_;
+  Progress progress_;
 };
 
 } // namespace
 
 std::vector<uchar> findSparsePoints(cv::Mat_<cv::Vec3f> const& points, std::vector<uchar> const& states,
-                                    GridOctree const& tree, float radius, int minNeighbours) {
+                                    GridOctree const& tree, float radius, int minNeighbours,
+                                    Progress const& progress) {
   return withPointAccess(points, [&](auto const& access) {
     using Points = std::decay_t<decltype(access)>;
-    return RadiusCleaning<Points>(access, states, tree, radius, minNeighbours).run();
+    return RadiusCleaning<Points>(access, states, tree, radius, minNeighbours, progress).run();
   });
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/bits.hpp"
+#include "core/pieces.hpp"
 #include "pointcloud/octree_search.hpp"
 
 namespace vorn::mv {
@@ -20,22 +21,18 @@ class RemainingPoints {
 
 public:
   /// All points of the tree with state 0; `states` is indexed like the points.
-  RemainingPoints(GridOctree const& tree, Points const& points, std::vector<uchar> const& states)
+  /// @throws Cancelled when the observer stops it
+  RemainingPoints(GridOctree const& tree, Points const& points, std::vector<uchar> const& states,
+                  Progress const& progress)
       : tree_(tree), points_(points), chain_(tree.chain()), counts_(tree.octants().size()) {
-    // Children stand behind their parents, so backwards every octant finds its children counted.
-    for (std::size_t place = counts_.size(); place-- > 0;) {
-      BasicOctant<unsigned> const& octant = tree_.octants[place];
-      unsigned count = 0;
-      if (octant.isLeaf) {
-        for (unsigned i = octant.first; i < octant.first + octant.count; ++i) {
-          chain_[octant.first + count] = chain_[i];
-          count += states[chain_[i]] == 0 ? 1U : 0U;
-        }
-      } else {
-        count = countOfChildren(octant);
+    constexpr std::size_t octantsAtOnce = 1 << 14;
+    std::size_t const octants = counts_.size();
+    inPieces(octants, octantsAtOnce, progress, "counting points", [&](std::size_t first, std::size_t end) {
+      // Children stand behind their parents, so backwards every octant finds its children counted.
+      for (std::size_t place = octants - first; place-- > octants - end;) {
+        count(place, states);
       }
-      counts_[place] = count;
-    }
+    });
   }
 
   /// Appends the remaining points that an L2 radius search around `query` finds to `taken`; they remain no
@@ -48,6 +45,21 @@ public:
   }
 
 private:
+  /// Brings the points of a leaf that are present to its front, and counts those of any octant.
+  void count(std::size_t place, std::vector<uchar> const& states) {
+    BasicOctant<unsigned> const& octant = tree_.octants[place];
+    unsigned found = 0;
+    if (octant.isLeaf) {
+      for (unsigned i = octant.first; i < octant.first + octant.count; ++i) {
+        chain_[octant.first + found] = chain_[i];
+        found += states[chain_[i]] == 0 ? 1U : 0U;
+      }
+    } else {
+      found = countOfChildren(octant);
+    }
+    counts_[place] = found;
+  }
+
   unsigned countOfChildren(BasicOctant<unsigned> const& octant) const {
     unsigned count = 0;
     unsigned const end = childPlace(octant, 7) + ((octant.childMask >> 7) & 1U);

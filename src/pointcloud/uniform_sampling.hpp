@@ -6,8 +6,10 @@
 
 namespace vorn::mv {
 
-/// Goes through the present points in row-major order, keeps each that still stands, and sets the state of
-/// all others that a radius search finds around it to 1.
-void deleteDensePoints(PointCloud& cloud, float radius);
+/// Goes through the present points in row-major order, keeps each that still stands, and deletes all others
+/// that a radius search finds around it, in a new undo generation.
+/// @param observer may be null
+/// @throws Cancelled when the observer stops it; the states are as they were
+void deleteDensePoints(PointCloud& cloud, float radius, Observer* observer = nullptr);
 
 } // namespace vorn::mv

@@ -22,7 +22,7 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
                      steps.begin("reading views");
                      CameraView const given = view(number);
                      steps.begin("detecting targets");
-                     findTarget(result, given.target, "target image", settings);
+                     findTarget(result, given.target, "target image", settings, steps.now());
                    });
   CameraCalibration calibration;
   std::vector<cv::Size> sizes;

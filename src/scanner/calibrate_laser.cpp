@@ -51,7 +51,7 @@ void measure(LaserView const& given, CalibrationSettings const& settings, Measur
              ViewSteps& steps) {
   CalibratedView& view = measured.result;
   steps.begin("detecting targets");
-  findTarget(measured, given.target, "target image", settings);
+  findTarget(measured, given.target, "target image", settings, steps.now());
   if (given.lines.empty()) {
     throw calibrationFailure("there are no images of laser lines");
   }
@@ -63,7 +63,7 @@ void measure(LaserView const& given, CalibrationSettings const& settings, Measur
                                sizeText(image.size()) + ", the target image " + sizeText(target.size()));
     }
     steps.now().at("finding laser lines", 0.0);
-    ViewLine line = laserLineOnTarget(image, target, view.devices[0], settings.line);
+    ViewLine line = laserLineOnTarget(image, target, view.devices[0], settings.line, steps.now());
     if (line.imgPnts.size() < leastLinePoints) {
       addRemark(view, missText(view.lines.size(), line.imgPnts.size()));
       line.imgPnts.clear();

@@ -55,7 +55,7 @@ constexpr std::size_t stepsPerView = 4;
 void measure(ScannerView const& view, CalibrationSettings const& settings, MeasuredView& measured,
              DecodedExtents& extents, ViewSteps& steps) {
   steps.begin("detecting targets");
-  findTarget(measured, view.target, "target image", settings);
+  findTarget(measured, view.target, "target image", settings, steps.now());
   requireSize(view.columns, view.target.size(), columnAxis.name);
   requireSize(view.rows, view.target.size(), rowAxis.name);
   steps.begin("decoding columns");

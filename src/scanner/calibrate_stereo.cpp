@@ -45,7 +45,8 @@ int measure(StereoView const& view, CalibrationSettings const& settings, Measure
   int readings = 1;
   for (std::size_t c = 0; c < labels.size(); ++c) {
     steps.begin("detecting targets");
-    readings = std::max(readings, findCountedTarget(measured, view.images[c], labels[c], settings));
+    readings =
+        std::max(readings, findCountedTarget(measured, view.images[c], labels[c], settings, steps.now()));
   }
   return readings;
 }

@@ -73,6 +73,7 @@ void CalibrationSettings::check() const {
   if (!(outlierError >= 0.0)) {
     throw outOfRange("outlierError", outlierError, "0 or more");
   }
+  line.check();
   detect.check();
   if (target) {
     target->check();

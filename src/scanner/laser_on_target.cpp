@@ -8,10 +8,13 @@
 #include <opencv2/imgproc.hpp>
 
 #include "core/median.hpp"
+#include "core/pieces.hpp"
 
 namespace vorn::mv {
 
 namespace {
+
+constexpr char const* stage = "finding laser lines";
 
 struct Stripe {
   std::vector<LaserPeak> peaks;
@@ -19,12 +22,13 @@ struct Stripe {
 };
 
 /// The peaks along columns or along rows, whichever cut the line more often.
-Stripe findStripe(cv::Mat const& image, LaserLineOptions options) {
+Stripe findStripe(cv::Mat const& image, LaserLineOptions options, Progress const& progress) {
   options.dropMoved = false; // the target's own image tells where its edges are, and spares what is between
   Stripe best;
+  PartObserver observer(progress);
   for (auto const direction : {LaserLineOptions::Direction::PerColumn, LaserLineOptions::Direction::PerRow}) {
     options.direction = direction;
-    std::vector<LaserPeak> peaks = mv::extract_laser_peaks(image, options);
+    std::vector<LaserPeak> peaks = mv::extract_laser_peaks(image, options, observer.ifWatched());
     if (peaks.size() > best.peaks.size()) {
       best = {std::move(peaks), direction};
     }
@@ -34,7 +38,7 @@ Stripe findStripe(cv::Mat const& image, LaserLineOptions options) {
 
 /// Where the target's plain view is even within a stripe's reach: a stripe across the rim of a dot is not
 /// symmetric, and its place is off by up to its width.
-cv::Mat evenGround(cv::Mat const& target, Stripe const& stripe) {
+cv::Mat evenGround(cv::Mat const& target, Stripe const& stripe, Progress const& progress) {
   std::vector<float> widths;
   for (LaserPeak const& peak : stripe.peaks) {
     widths.push_back(peak.width);
@@ -49,8 +53,11 @@ cv::Mat evenGround(cv::Mat const& target, Stripe const& stripe) {
   cv::GaussianBlur(target, smooth, {3, 3}, 0);
   cv::Mat most;
   cv::Mat least;
+  progress.at(stage, 0.0);
   cv::dilate(smooth, most, reach);
+  progress.at(stage, 0.0);
   cv::erode(smooth, least, reach);
+  progress.at(stage, 0.0);
   // Uneven light counts as even: a gradient of this share over the reach moves a stripe of width w by
   // w^2 times its share a pixel, some hundredths of a pixel. Grey levels are for the noise.
   constexpr double unevenShare = 0.15;
@@ -63,15 +70,15 @@ cv::Mat evenGround(cv::Mat const& target, Stripe const& stripe) {
 } // namespace
 
 ViewLine laserLineOnTarget(cv::Mat const& image, cv::Mat const& target, ViewPoints const& dots,
-                           LaserLineOptions const& options) {
-  Stripe const stripe = findStripe(image, options);
+                           LaserLineOptions const& options, Progress const& progress) {
+  Stripe const stripe = findStripe(image, options, progress);
   ViewLine line;
   if (stripe.peaks.empty()) {
     return line;
   }
   std::vector<cv::Point2f> hull;
   cv::convexHull(dots.imgPnts, hull);
-  cv::Mat const isEven = evenGround(target, stripe);
+  cv::Mat const isEven = evenGround(target, stripe, progress);
   for (LaserPeak const& peak : stripe.peaks) {
     cv::Point const pixel(cvRound(peak.point.x), cvRound(peak.point.y));
     if (isEven.at<uchar>(pixel) != 0 && cv::pointPolygonTest(hull, peak.point, false) >= 0) {

@@ -7,11 +7,14 @@
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/scanner/calibration.hpp>
 
+#include "core/progress.hpp"
+
 namespace vorn::mv {
 
 /// The points of a laser line on the even ground of the target, within the hull of its dots.
 /// @param image  shows the line, @param target the target under plain light, grey
+/// @throws Cancelled when the observer stops it
 ViewLine laserLineOnTarget(cv::Mat const& image, cv::Mat const& target, ViewPoints const& dots,
-                           LaserLineOptions const& options);
+                           LaserLineOptions const& options, Progress const& progress);
 
 } // namespace vorn::mv

@@ -16,6 +16,7 @@
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "core/error.hpp"
+#include "core/pieces.hpp"
 #include "scanner/scan_noise.hpp"
 #include "scanner/scan_points.hpp"
 #include "scanner/scanner_access.hpp"
@@ -70,11 +71,15 @@ void checkImages(Sl3dScanner const& scanner, std::vector<cv::Mat> const& images)
   }
 }
 
+constexpr char const* makingCloud = "making the cloud";
+/// Rows of a 12-megapixel image that a pass takes a few milliseconds for.
+constexpr std::size_t bandRows = 128;
+
 /// Takes from the mask what triangulation dropped, and counts.
-void finishMask(ScanResult& result) {
+void finishMask(ScanResult& result, Progress const& progress) {
   ScanCounts& counts = result.counts;
   counts.pixels = result.map.total();
-  for (int y = 0; y < result.mask.rows; ++y) {
+  auto const finishRow = [&](int y) {
     for (int x = 0; x < result.mask.cols; ++x) {
       uchar& reason = result.mask(y, x);
       if (result.map(y, x) >= 0.0F) {
@@ -84,16 +89,32 @@ void finishMask(ScanResult& result) {
       }
       ++counts.reasons[reason];
     }
-  }
+  };
+  auto const rows = static_cast<std::size_t>(result.mask.rows);
+  inPieces(rows, bandRows, progress, makingCloud, [&](std::size_t first, std::size_t end) {
+    for (std::size_t y = first; y < end; ++y) {
+      finishRow(static_cast<int>(y));
+    }
+  });
   counts.points = counts.of(PixelReason::Measured);
 }
 
-PointCloud cloudOf(ScanResult const& result, cv::Mat const& white) {
-  cv::Mat_<cv::Vec3b> texture;
-  if (!white.empty()) {
-    cv::cvtColor(white, texture, cv::COLOR_GRAY2BGR);
-  }
-  PointCloud cloud(result.xyz.clone(), true, cv::Mat_<cv::Vec3f>(), texture);
+/// @param white empty for a cloud without texture
+PointCloud cloudOf(ScanResult const& result, cv::Mat const& white, Progress const& progress) {
+  cv::Mat_<cv::Vec3f> points(result.xyz.size());
+  cv::Mat_<cv::Vec3b> texture(white.size());
+  auto const rows = static_cast<std::size_t>(points.rows);
+  inPieces(rows, bandRows, progress.part(0.0, 0.6), makingCloud, [&](std::size_t first, std::size_t end) {
+    cv::Range const band(static_cast<int>(first), static_cast<int>(end));
+    result.xyz.rowRange(band).copyTo(points.rowRange(band));
+    if (!white.empty()) {
+      cv::Mat part = texture.rowRange(band);
+      cv::cvtColor(white.rowRange(band), part, cv::COLOR_GRAY2BGR);
+    }
+  });
+  progress.at(makingCloud, 0.6);
+  PointCloud cloud(points, true, cv::Mat_<cv::Vec3f>(), texture);
+  progress.at(makingCloud, 0.8);
   constexpr int removedForGood = 255;
   cloud.state().setTo(removedForGood, result.mask != static_cast<int>(PixelReason::Measured));
   cloud.calcBoundingBox();
@@ -143,19 +164,19 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
 
   timer.tic();
   if (settings.makeModulation) {
-    result.modulation = modulationOf(images, progress.part(0.85, 0.88));
+    result.modulation = modulationOf(images, progress.part(0.85, 0.87));
   }
   if (settings.makeSigma) {
-    NoiseModel const noise =
-        settings.noise > 0.0 ? NoiseModel(settings.noise) : NoiseModel(images, result.map);
+    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise)
+                                                  : NoiseModel(images, result.map, progress.part(0.87, 0.88));
     int const period = ScannerAccess::codedAxis(scanner).code.period;
     result.sigma = sigmaOf(images, result.map, noise, period, progress.part(0.88, 0.92));
   }
-  progress.at("making the cloud", 0.92);
-  finishMask(result);
-  progress.at("making the cloud", 0.95);
-  result.cloud = cloudOf(result, settings.makeTexture ? sl::whiteLevel(images) : cv::Mat());
-  progress.at("making the cloud", 1.0);
+  finishMask(result, progress.part(0.92, 0.95));
+  progress.at(makingCloud, 0.95);
+  cv::Mat const white = settings.makeTexture ? sl::whiteLevel(images) : cv::Mat();
+  result.cloud = cloudOf(result, white, progress.part(0.95, 1.0));
+  progress.at(makingCloud, 1.0);
   result.times.rest = timer.toc();
   return result;
 }

@@ -15,7 +15,7 @@
 #include <vorn/mv/geometry/plane3f.hpp>
 
 #include "core/error.hpp"
-#include "core/progress.hpp"
+#include "core/pieces.hpp"
 #include "scanner/side_by_side.hpp"
 #include "scanner/target_views.hpp"
 
@@ -94,7 +94,7 @@ struct ImagePoints {
 };
 
 ImagePoints pointsOf(LineScanner const& scanner, std::size_t number, LaserImageSource const& source,
-                     LaserLineOptions options, cv::Vec3d const& moved) {
+                     LaserLineOptions options, cv::Vec3d const& moved, Progress const& progress) {
   ImagePoints result;
   Timer timer;
   cv::Mat const image = source(number);
@@ -108,7 +108,8 @@ ImagePoints pointsOf(LineScanner const& scanner, std::size_t number, LaserImageS
   std::size_t const plane = number % scanner.getPlanes().size();
   timer.tic();
   options.direction = directionOf(scanner.getPlanes()[plane]);
-  std::vector<cv::Point2f> const line = extract_laser_line(image, options);
+  PartObserver observer(progress);
+  std::vector<cv::Point2f> const line = extract_laser_line(image, options, observer.ifWatched());
   result.hasLine = !line.empty();
   result.extractTime = timer.toc();
 
@@ -145,8 +146,13 @@ LaserScanResult joined(std::vector<ImagePoints> const& images) {
 
 } // namespace
 
+void LaserScanSettings::check() const {
+  line.check();
+}
+
 LaserScanResult scanLaser(LineScanner const& scanner, std::size_t imageCount, LaserImageSource const& image,
                           Stage const& stage, LaserScanSettings const& settings, Observer* observer) {
+  settings.check();
   checkScanner(scanner, imageCount);
   std::vector<cv::Vec3d> const motions = motionsOf(stage, imageCount, scanner.getPlanes().size());
   checkMotions(motions);
@@ -154,8 +160,9 @@ LaserScanResult scanLaser(LineScanner const& scanner, std::size_t imageCount, La
   std::vector<ImagePoints> images(imageCount);
   std::atomic<std::size_t> done{0};
   forEachSideBySide(imageCount, [&](std::size_t i) {
-    progress.at("finding laser lines", static_cast<double>(done++) / static_cast<double>(imageCount));
-    images[i] = pointsOf(scanner, i, image, settings.line, motions[i]);
+    double const place = static_cast<double>(done++) / static_cast<double>(imageCount);
+    progress.at("finding laser lines", place);
+    images[i] = pointsOf(scanner, i, image, settings.line, motions[i], progress.part(place, place));
   });
   progress.at("finding laser lines", 1.0);
   return joined(images);

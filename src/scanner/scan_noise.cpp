@@ -73,11 +73,15 @@ NoiseModel::NoiseModel(double noise) {
   byLevel_.fill(static_cast<float>(noise));
 }
 
-NoiseModel::NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const& map) {
+NoiseModel::NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const& map,
+                       Progress const& progress) {
   std::vector<Excesses> bins(binCount);
   Excesses all;
   constexpr int rowStep = 4; // a quarter of the pixels is plenty
   for (int y = 0; y < map.rows; y += rowStep) {
+    if (y % bandRows == 0) {
+      progress.at("estimating the noise", static_cast<double>(y) / map.rows);
+    }
     PhaseRow const row(images, y);
     for (int x = 0; x < map.cols; ++x) {
       if (map(y, x) >= 0.0F) {

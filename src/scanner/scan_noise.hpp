@@ -19,7 +19,8 @@ public:
 
   /// From the deviation of four phase images from a sinusoid, P0 - P1 + P2 - P3, at the decoded pixels of
   /// `map`.
-  NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const& map);
+  /// @throws Cancelled when the observer stops it
+  NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const& map, Progress const& progress);
 
   /// At the mean grey level of a pixel's phase images.
   float at(float level) const { return byLevel_[static_cast<std::size_t>(level) / levelsPerBin]; }

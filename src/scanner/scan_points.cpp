@@ -23,9 +23,9 @@ bool isMeasured(cv::Vec3f const& p) {
 
 /// Puts NaN in place of what is not a point in front of the camera: the markers for no coordinate, and
 /// intersections behind it.
-void dropUnmeasured(cv::Mat_<cv::Vec3f> xyz) {
+void dropUnmeasured(cv::Mat_<cv::Vec3f> xyz, Progress const& progress) {
   constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-  parallelRows(xyz.rows, [&](int firstRow, int endRow) {
+  parallelRows(xyz.rows, bandRows, progress, "triangulating", [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       for (int x = 0; x < xyz.cols; ++x) {
         cv::Vec3f& p = xyz(y, x);
@@ -42,10 +42,11 @@ void dropUnmeasured(cv::Mat_<cv::Vec3f> xyz) {
 cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float> const& map,
                                    MapCoordinate coordinate, Progress const& progress) {
   setup.poseFromCam = cv::Matx44d::eye();
-  cv::Mat_<cv::Vec3f> xyz(map.size(), cv::Vec3f(0, 0, 0));
+  cv::Mat_<cv::Vec3f> xyz(map.size());
   int const beside = coordinate == MapCoordinate::Column ? 0 : rowsLeftOut;
   for (int begin = 0; begin < map.rows; begin += bandRows) {
-    progress.at("triangulating", static_cast<double>(begin) / map.rows);
+    progress.at("triangulating", 0.8 * begin / map.rows);
+    xyz.rowRange(begin, std::min(map.rows, begin + bandRows)).setTo(0.0F);
     int const first = std::max(0, begin - beside);
     int const end = std::min(map.rows, begin + bandRows + beside);
     cv::Rect const band(0, first, map.cols, end - first);
@@ -56,14 +57,15 @@ cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float>
       sl::triangulateRows(setup, map(band), band, part);
     }
   }
-  dropUnmeasured(xyz);
+  dropUnmeasured(xyz, progress.part(0.8, 1.0));
   return xyz;
 }
 
 void blurMeasured(cv::Mat_<cv::Vec3f>& xyz, int radius, Progress const& progress) {
   // Points and their weight, blurred together.
   cv::Mat_<cv::Vec4f> weighted(xyz.size());
-  parallelRows(xyz.rows, [&](int firstRow, int endRow) {
+  constexpr char const* stage = "smoothing points";
+  parallelRows(xyz.rows, bandRows, progress, stage, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       for (int x = 0; x < xyz.cols; ++x) {
         cv::Vec3f const& p = xyz(y, x);
@@ -74,7 +76,7 @@ void blurMeasured(cv::Mat_<cv::Vec3f>& xyz, int radius, Progress const& progress
   cv::Size const kernel(2 * radius + 1, 2 * radius + 1);
   cv::Mat_<cv::Vec4f> blurred;
   for (int begin = 0; begin < xyz.rows; begin += bandRows) {
-    progress.at("smoothing points", static_cast<double>(begin) / xyz.rows);
+    progress.at(stage, static_cast<double>(begin) / xyz.rows);
     int const end = std::min(xyz.rows, begin + bandRows);
     // Not isolated: the rows beside the band take part.
     cv::GaussianBlur(weighted.rowRange(begin, end), blurred, kernel, 0, 0, cv::BORDER_REFLECT_101);

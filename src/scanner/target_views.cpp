@@ -12,6 +12,7 @@
 
 #include "core/error.hpp"
 #include "core/median.hpp"
+#include "core/pieces.hpp"
 #include "scanner/side_by_side.hpp"
 
 namespace vorn::mv {
@@ -63,8 +64,8 @@ double largestTurn(CameraCalibData const& data) {
 }
 
 int findByDetector(ViewPoints& points, cv::Mat const& image, std::string const& label,
-                   CalibPatternDetector const& detector) {
-  CalibPatternDetector::Result const found = detector.detect(image);
+                   CalibPatternDetector const& detector, Observer* observer) {
+  CalibPatternDetector::Result const found = detector.detect(image, observer);
   if (found.isEmpty()) {
     throw calibrationFailure("no target found in the " + label +
                              ", or fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels");
@@ -75,20 +76,20 @@ int findByDetector(ViewPoints& points, cv::Mat const& image, std::string const& 
 }
 
 /// Finds the described target, or a part of a target with corner marks in which these are not seen.
-Detection detectAnyPart(cv::Mat const& image, CalibrationSettings const& settings) {
-  Detection found = detectTarget(image, *settings.target, settings.detect);
+Detection detectAnyPart(cv::Mat const& image, CalibrationSettings const& settings, Observer* observer) {
+  Detection found = detectTarget(image, *settings.target, settings.detect, observer);
   if (found.isEmpty() && settings.target->hasCornerMarks()) {
     TargetDescription part = *settings.target;
     part.size = cv::Size();
-    Detection unmarked = detectTarget(image, part, settings.detect);
+    Detection unmarked = detectTarget(image, part, settings.detect, observer);
     return unmarked.isEmpty() ? found : unmarked;
   }
   return found;
 }
 
 int findDescribed(ViewPoints& points, cv::Mat const& image, std::string const& label,
-                  CalibrationSettings const& settings) {
-  Detection const found = detectAnyPart(image, settings);
+                  CalibrationSettings const& settings, Observer* observer) {
+  Detection const found = detectAnyPart(image, settings, observer);
   if (found.isEmpty()) {
     throw calibrationFailure("no target found in the " + label + ": " + found.reason);
   }
@@ -169,20 +170,21 @@ measureViews(std::vector<std::string> const& names, Progress const& progress, st
 }
 
 int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
-               CalibrationSettings const& settings) {
+               CalibrationSettings const& settings, Progress const& progress) {
   if (image.empty()) {
     throw calibrationFailure("there is no " + label);
   }
   view.sizes.push_back(image.size());
   view.result.devices.emplace_back();
   ViewPoints& points = view.result.devices.back();
-  return settings.target ? findDescribed(points, image, label, settings)
-                         : findByDetector(points, image, label, settings.detector);
+  PartObserver observer(progress);
+  return settings.target ? findDescribed(points, image, label, settings, observer.ifWatched())
+                         : findByDetector(points, image, label, settings.detector, observer.ifWatched());
 }
 
 int findCountedTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
-                      CalibrationSettings const& settings) {
-  int const readings = findTarget(view, image, label, settings);
+                      CalibrationSettings const& settings, Progress const& progress) {
+  int const readings = findTarget(view, image, label, settings, progress);
   // Counted from the middle of what is seen, every device would have another origin.
   if (readings == 0) {
     throw calibrationFailure("the marker dots are not in view in the " + label);

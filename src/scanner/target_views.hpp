@@ -84,14 +84,14 @@ std::vector<std::string> namesOf(std::vector<View> const& views) {
 /// @return in how many ways its dots may be counted: 1 when marks or its shape fix their indices, 2 or 4 when
 /// it
 ///         looks the same turned, 0 when indices count from the middle of what is seen
-/// @throws Exception when they cannot be used, saying why
+/// @throws Exception when they cannot be used, saying why; Cancelled when the observer stops it
 int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
-               CalibrationSettings const& settings);
+               CalibrationSettings const& settings, Progress const& progress);
 
 /// As `findTarget` for devices that must count the dots from one origin.
 /// @throws Exception when the origin cannot be known
 int findCountedTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,
-                      CalibrationSettings const& settings);
+                      CalibrationSettings const& settings, Progress const& progress);
 
 /// Takes the views' results. Those whose images differ in size from the first ones with a target are left
 /// out.

@@ -14,7 +14,6 @@
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <vorn/core/exception.hpp>
 #include <vorn/core/timer.hpp>
@@ -58,35 +57,17 @@ Exception loss(std::string const& what) {
   return {what + " (--allow-loss goes on all the same)", nullptr, 0, "filter"};
 }
 
-/// Points, normals and colours without a grid, all of them.
-mv::PointCloud cloudOf(graphic::GraphicObject& object) {
-  auto const count = static_cast<int>(object.vertices().size());
-  cv::Mat_<cv::Vec3b> texture;
-  if (object.hasColors()) {
-    cv::cvtColor(cv::Mat(object.colors()), texture, cv::COLOR_RGBA2BGR);
-  }
-  cv::Mat_<cv::Vec3f> normals;
-  if (object.hasNormals()) {
-    normals = cv::Mat_<cv::Vec3f>(object.normals(), true);
-  }
-  cv::Mat_<cv::Vec3f> points;
-  if (count > 0) {
-    points = cv::Mat_<cv::Vec3f>(object.vertices(), true);
-  }
-  return {points, false, normals, texture};
-}
-
 /// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
 /// removed.
 /// @throws Exception for a mesh, whose triangles a cloud does not keep, unless that is allowed
 mv::PointCloud readCloud(std::string const& path, bool allowLoss) {
   if (!isTiff(path)) {
-    graphic::GraphicObject object = readGraphic(path);
+    graphic::GraphicObject const object = readGraphic(path);
     if (object.hasTriangles() && !allowLoss) {
       throw loss(path + " is a mesh, whose " + std::to_string(object.triangles().size()) +
                  " triangles filtered points would lose");
     }
-    return cloudOf(object);
+    return mv::PointCloud::fromVertices(object);
   }
   cv::Mat const image = readImage(path);
   if (image.type() != CV_32FC3) {

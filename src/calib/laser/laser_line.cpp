@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <mutex>
+#include <sstream>
 #include <string>
 
 #include <opencv2/core.hpp>
@@ -15,6 +16,7 @@
 #include "calib/laser/laser_profile.hpp"
 #include "core/error.hpp"
 #include "core/parallel.hpp"
+#include "core/progress.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv {
@@ -22,6 +24,8 @@ namespace vorn::mv {
 namespace {
 
 using Direction = LaserLineOptions::Direction;
+
+constexpr char const* stage = "finding laser lines";
 
 /// Candidates are the highest places of sums over so many pixels: enough to keep most noise from being a
 /// peak, few enough to tell narrow stripes apart.
@@ -153,14 +157,17 @@ void findAlongRows(cv::Mat const& image, CandidateTest const& test, int firstRow
 }
 
 /// The candidates of the whole image, in the order of the lines (columns or rows) that they lie on.
-std::vector<Candidate> findCandidates(cv::Mat const& image, LaserLineOptions const& options) {
+std::vector<Candidate> findCandidates(cv::Mat const& image, LaserLineOptions const& options,
+                                      Progress const& progress) {
   CandidateTest const test = candidateTest(options);
   bool const perColumn = options.direction == Direction::PerColumn;
   std::vector<Candidate> candidates;
   std::mutex mutex;
   // Ranges of many rows, as each sums up the rows around it first.
   constexpr int blockRows = 128;
-  parallelRows((image.rows + blockRows - 1) / blockRows, [&](int firstBlock, int endBlock) {
+  constexpr int blocksAtOnce = 2;
+  int const blocks = (image.rows + blockRows - 1) / blockRows;
+  parallelRows(blocks, blocksAtOnce, progress, stage, [&](int firstBlock, int endBlock) {
     int const firstRow = firstBlock * blockRows;
     int const endRow = std::min(endBlock * blockRows, image.rows);
     std::vector<Candidate> found;
@@ -168,6 +175,7 @@ std::vector<Candidate> findCandidates(cv::Mat const& image, LaserLineOptions con
     std::lock_guard<std::mutex> const lock(mutex);
     candidates.insert(candidates.end(), found.begin(), found.end());
   });
+  progress.at(stage, 1.0);
   // The ranges arrive in any order.
   std::sort(candidates.begin(), candidates.end(), [perColumn](Candidate const& a, Candidate const& b) {
     return perColumn ? std::pair(a.column, a.row) < std::pair(b.column, b.row)
@@ -194,20 +202,6 @@ void appendBest(std::vector<ProfilePeak> found, int maxPeaks, std::vector<Profil
             [](ProfilePeak const& a, ProfilePeak const& b) { return a.place < b.place; });
 }
 
-void checkOptions(LaserLineOptions const& options) {
-  auto const check = [](bool isGood, char const* message) {
-    if (!isGood) {
-      throw error(message, "extract_laser_line");
-    }
-  };
-  constexpr double widest = 10;
-  check(options.width >= 0 && options.width <= widest, "width must lie between 0 and 10");
-  check(options.minWidth >= 0 && options.minWidth <= options.maxWidth && options.maxWidth <= widest,
-        "minWidth and maxWidth must be in order and lie between 0 and 10");
-  check(options.minContrast > 0, "minContrast must be above 0");
-  check(options.maxPeaks >= 1, "maxPeaks must be at least 1");
-}
-
 /// The brightest channel of every pixel.
 cv::Mat brightest(cv::Mat const& image) {
   cv::Mat result(image.size(), CV_8U);
@@ -226,8 +220,30 @@ cv::Mat brightest(cv::Mat const& image) {
 
 } // namespace
 
+void LaserLineOptions::check() const {
+  auto const require = [](bool isGood, char const* option, auto value, std::string const& bound) {
+    if (!isGood) {
+      std::ostringstream message;
+      message << "LaserLineOptions: " << option << " is " << value << ", but must be " << bound;
+      throw error(message.str(), "extract_laser_line");
+    }
+  };
+  constexpr double widest = 10;
+  require(width >= 0 && width <= widest, "width", width, "0 to 10");
+  require(maxWidth >= 0 && maxWidth <= widest, "maxWidth", maxWidth, "0 to 10");
+  require(minWidth >= 0 && minWidth <= maxWidth, "minWidth", minWidth,
+          "0 or more and at most maxWidth, " + cv::format("%g", maxWidth));
+  require(minContrast > 0, "minContrast", minContrast, "above 0");
+  require(maxPeaks >= 1, "maxPeaks", maxPeaks, "1 or more");
+}
+
 std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOptions const& options) {
-  checkOptions(options);
+  return extract_laser_peaks(image, options, nullptr);
+}
+
+std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOptions const& options,
+                                           Observer* observer) {
+  options.check();
   if (image.empty()) {
     return {};
   }
@@ -237,16 +253,23 @@ std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOption
   }
   cv::Mat const grey = image.channels() == 3 ? brightest(image) : image;
   bool const perColumn = options.direction == Direction::PerColumn;
-  auto const candidates = findCandidates(grey, options);
+  Progress const progress(observer);
+  auto const candidates = findCandidates(grey, options, progress.part(0.0, 0.5));
 
   std::vector<LaserSample> samples;
   std::vector<ProfilePeak> found;
   std::vector<ProfilePeak> best;
+  std::size_t lines = 0;
   for (auto candidate = candidates.begin(); candidate != candidates.end();) {
     int const line = perColumn ? candidate->column : candidate->row;
     Profile const profile =
         perColumn ? Profile{grey.ptr() + line, static_cast<std::ptrdiff_t>(grey.step), grey.rows}
                   : Profile{grey.ptr(line), 1, grey.cols};
+    auto const done = static_cast<std::size_t>(candidate - candidates.begin());
+    constexpr std::size_t linesBetweenAskings = 32;
+    if (lines++ % linesBetweenAskings == 0) {
+      progress.part(0.5, 1.0).at(stage, static_cast<double>(done) / static_cast<double>(candidates.size()));
+    }
     found.clear();
     for (; candidate != candidates.end() && (perColumn ? candidate->column : candidate->row) == line;
          ++candidate) {
@@ -259,6 +282,7 @@ std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOption
       samples.push_back({line, peak});
     }
   }
+  progress.at(stage, 1.0);
   std::vector<bool> const isMoved =
       options.dropMoved ? movedByEdges(samples) : std::vector<bool>(samples.size(), false);
   std::vector<LaserPeak> peaks;
@@ -275,8 +299,13 @@ std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOption
 }
 
 std::vector<cv::Point2f> extract_laser_line(cv::Mat const& image, LaserLineOptions const& options) {
+  return extract_laser_line(image, options, nullptr);
+}
+
+std::vector<cv::Point2f> extract_laser_line(cv::Mat const& image, LaserLineOptions const& options,
+                                            Observer* observer) {
   std::vector<cv::Point2f> points;
-  for (LaserPeak const& peak : extract_laser_peaks(image, options)) {
+  for (LaserPeak const& peak : extract_laser_peaks(image, options, observer)) {
     points.push_back(peak.point);
   }
   return points;

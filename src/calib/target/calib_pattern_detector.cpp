@@ -10,6 +10,7 @@
 
 #include "calib/target/target_finder.hpp"
 #include "core/error.hpp"
+#include "core/progress.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -66,6 +67,10 @@ CalibPatternDetector::CalibPatternDetector() : AlgorithmBase(new PropertySetBase
 }
 
 CalibPatternDetector::Result CalibPatternDetector::detect(cv::Mat const& image) const {
+  return detect(image, nullptr);
+}
+
+CalibPatternDetector::Result CalibPatternDetector::detect(cv::Mat const& image, Observer* observer) const {
   Library::assertValid();
   TargetSettings const settings = settingsOf(*this);
   IEnum const& type = getProperty("PatternType");
@@ -77,7 +82,7 @@ CalibPatternDetector::Result CalibPatternDetector::detect(cv::Mat const& image) 
   if (grey.empty()) {
     return result;
   }
-  TargetView const view = findTarget(grey, settings);
+  TargetView const view = findTarget(grey, settings, nullptr, Progress(observer));
   for (TargetDot const& dot : view.dots) {
     result.addKeyPoint({cv::Point2f(dot.centre), cv::Point2f(dot.index) * pitch});
   }

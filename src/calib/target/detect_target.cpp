@@ -20,6 +20,7 @@
 #include "calib/target/target_finder.hpp"
 #include "calib/target/target_map.hpp"
 #include "core/error.hpp"
+#include "core/progress.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -107,10 +108,11 @@ void place(Detection& detection, cv::Mat const& image, TargetView const& view,
 }
 
 /// What is found of a target of bright dots.
-Detection detectDots(cv::Mat const& image, TargetDescription const& target, DetectSettings const& settings) {
+Detection detectDots(cv::Mat const& image, TargetDescription const& target, DetectSettings const& settings,
+                     Progress const& progress) {
   SearchReport report;
   int const least = leastKeyPoints(target, settings);
-  TargetView view = findTarget(image, searchSettings(target, settings), &report);
+  TargetView view = findTarget(image, searchSettings(target, settings), &report, progress);
   Detection detection;
   for (auto& step : report.steps) {
     detection.steps.push_back({std::move(step.name), step.count});
@@ -196,11 +198,13 @@ void DetectSettings::check() const {
                                                             std::to_string(mostMorph));
 }
 
-Detection detectTarget(cv::Mat const& image, TargetDescription const& target,
-                       DetectSettings const& settings) {
+Detection detectTarget(cv::Mat const& image, TargetDescription const& target, DetectSettings const& settings,
+                       Observer* observer) {
   Library::assertValid();
   target.check();
   settings.check();
+  Progress const progress(observer);
+  progress.at("detecting targets", 0.0);
   cv::Mat const grey = greyImage(image, "detectTarget");
   if (target.kind == TargetKind::Chessboard) {
     return detectChessboard(grey, target);
@@ -211,8 +215,8 @@ Detection detectTarget(cv::Mat const& image, TargetDescription const& target,
     if (target.polarity != TargetPolarity::Either && target.polarity != polarity) {
       continue;
     }
-    Detection detection =
-        detectDots(polarity == TargetPolarity::Bright ? grey : cv::Mat(255 - grey), target, settings);
+    Detection detection = detectDots(polarity == TargetPolarity::Bright ? grey : cv::Mat(255 - grey), target,
+                                     settings, isFirst ? progress.part(0.0, 0.5) : progress.part(0.5, 1.0));
     if (isFirst || tellsMore(detection, best)) {
       best = std::move(detection);
       isFirst = false;

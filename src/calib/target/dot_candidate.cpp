@@ -9,6 +9,8 @@
 namespace vorn::mv {
 namespace {
 
+constexpr char const* stage = "detecting targets";
+
 /// Diameter in reduced pixels from which dots are found reliably. Twice as large ones still are, and a marker
 /// is half as large again; together they span the step from one factor to the next.
 constexpr double leastReducedDiameter = 6.5;
@@ -48,14 +50,33 @@ void smooth(ReducedImage& level, TargetSettings const& settings) {
   }
 }
 
-cv::Mat binarise(ReducedImage const& level, TargetSettings const& settings) {
-  cv::Mat ground;
-  cv::adaptiveThreshold(level.image, ground, 255, cv::ADAPTIVE_THRESH_GAUSSIAN_C, cv::THRESH_BINARY_INV,
-                        blockSize(surroundingsSigma), -minExcess);
+/// 255 where the image is no brighter than its surroundings. Band by band, each with the rows beside it that
+/// its averages need: the same as at once, without two images of floats.
+cv::Mat groundOf(cv::Mat const& image, Progress const& progress) {
+  int const block = blockSize(surroundingsSigma);
+  constexpr int bandRows = 256;
+  cv::Mat ground(image.size(), CV_8U);
+  cv::Mat band;
+  for (int first = 0; first < image.rows; first += bandRows) {
+    progress.at(stage, static_cast<double>(first) / image.rows);
+    int const end = std::min(first + bandRows, image.rows);
+    int const top = std::max(0, first - block / 2);
+    int const bottom = std::min(image.rows, end + block / 2);
+    cv::adaptiveThreshold(image.rowRange(top, bottom), band, 255, cv::ADAPTIVE_THRESH_GAUSSIAN_C,
+                          cv::THRESH_BINARY_INV, block, -minExcess);
+    band.rowRange(first - top, end - top).copyTo(ground.rowRange(first, end));
+  }
+  return ground;
+}
+
+cv::Mat binarise(ReducedImage const& level, TargetSettings const& settings, Progress const& progress) {
+  cv::Mat ground = groundOf(level.image, progress);
   if (settings.morphRadius > 0) {
+    progress.at(stage, 1.0);
     int const radius = std::max(1, cvRound(static_cast<double>(settings.morphRadius) / level.factor));
     cv::Mat const element = cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * radius + 1, 2 * radius + 1});
     cv::dilate(ground, ground, element);
+    progress.at(stage, 1.0);
     cv::erode(ground, ground, element);
   }
   return ground;
@@ -143,9 +164,13 @@ std::vector<int> searchFactors(cv::Size const& size, TargetSettings const& setti
   return factors;
 }
 
-std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings const& settings) {
+std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings const& settings,
+                                         Progress const& progress) {
+  progress.at(stage, 0.0);
   smooth(level, settings);
-  cv::Mat const ground = binarise(level, settings);
+  progress.at(stage, 0.0);
+  cv::Mat const ground = binarise(level, settings, progress.part(0.0, 0.5));
+  progress.at(stage, 0.5);
   std::vector<std::vector<cv::Point>> contours;
   std::vector<cv::Vec4i> hierarchy;
   cv::findContours(ground, contours, hierarchy, cv::RETR_CCOMP, cv::CHAIN_APPROX_NONE);
@@ -158,6 +183,11 @@ std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings con
   std::vector<DotCandidate> candidates;
   for (std::size_t i = 0; i < contours.size(); ++i) {
     constexpr int parent = 3;
+    constexpr std::size_t contoursBetweenAskings = 4096;
+    if (i % contoursBetweenAskings == 0) {
+      double const share = static_cast<double>(i) / static_cast<double>(contours.size());
+      progress.at(stage, 0.6 + 0.4 * share);
+    }
     bool const isHole = hierarchy[i][parent] >= 0;
     if (!isHole || static_cast<double>(contours[i].size()) > maxLength) {
       continue;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "calib/target/target_finder.hpp"
+#include "core/progress.hpp"
 
 namespace vorn::mv {
 
@@ -51,6 +52,8 @@ std::vector<int> searchFactors(cv::Size const& size, TargetSettings const& setti
 
 /// Bright blobs of the shape and size of dots: smooths `level.image` in place, binarises it against its
 /// surroundings, cleans it up and follows the contours.
-std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings const& settings);
+/// @throws Cancelled when the observer stops it
+std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings const& settings,
+                                         Progress const& progress);
 
 } // namespace vorn::mv

@@ -7,6 +7,7 @@
 #include "calib/target/dot_grid.hpp"
 #include "calib/target/point_buckets.hpp"
 #include "core/median.hpp"
+#include "core/pieces.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -102,7 +103,7 @@ std::optional<GridCross> crossOf(std::vector<DotCandidate> const& candidates,
 } // namespace
 
 std::vector<std::optional<GridCross>> findCrosses(std::vector<DotCandidate> const& candidates,
-                                                  double areaMultiplier) {
+                                                  double areaMultiplier, Progress const& progress) {
   std::vector<cv::Point2d> centres;
   std::vector<double> areas;
   for (DotCandidate const& candidate : candidates) {
@@ -114,10 +115,14 @@ std::vector<std::optional<GridCross>> findCrosses(std::vector<DotCandidate> cons
     return crosses;
   }
   PointBuckets const buckets(centres, 2.0 * std::sqrt(medianAmong(areas)));
-  for (std::size_t i = 0; i < candidates.size(); ++i) {
-    crosses[i] =
-        crossOf(candidates, oppositePairs(nearestNeighbours(candidates, i, buckets, areaMultiplier)));
-  }
+  constexpr std::size_t candidatesAtOnce = 512;
+  inPieces(candidates.size(), candidatesAtOnce, progress, "detecting targets",
+           [&](std::size_t first, std::size_t end) {
+             for (std::size_t i = first; i < end; ++i) {
+               crosses[i] = crossOf(candidates,
+                                    oppositePairs(nearestNeighbours(candidates, i, buckets, areaMultiplier)));
+             }
+           });
   return crosses;
 }
 

@@ -132,7 +132,8 @@ void keepAllowedIndices(DotGrid& grid, TargetSettings const& settings) {
 } // namespace
 
 DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candidates,
-                   std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings) {
+                   std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings,
+                   Progress const& progress) {
   std::vector<cv::Point2d> centres;
   double meanSize = 0;
   for (DotCandidate const& candidate : candidates) {
@@ -146,6 +147,7 @@ DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candid
     if (!growth.canStart(i)) {
       continue;
     }
+    progress.at("detecting targets", static_cast<double>(i) / static_cast<double>(candidates.size()));
     RawGrid const raw(candidates, growth.run(static_cast<int>(i)));
     if (raw.dots().size() < leastGridSize) {
       continue;

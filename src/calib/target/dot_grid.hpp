@@ -51,8 +51,9 @@ struct GridCross {
 
 /// The cross of neighbours around each candidate, where there is one. `areaMultiplier` bounds the ratio of a
 /// neighbour's area to the dot's, either way.
+/// @throws Cancelled when the observer stops it
 std::vector<std::optional<GridCross>> findCrosses(std::vector<DotCandidate> const& candidates,
-                                                  double areaMultiplier);
+                                                  double areaMultiplier, Progress const& progress);
 
 /// A candidate that has its place on the grid.
 struct GridDot {
@@ -74,7 +75,9 @@ struct DotGrid {
 /// and directions. Empty when there is none, or none whose indices agree with a homography around the origin.
 ///
 /// @param image in which the candidates were found, H x W CV_8UC1
+/// @throws Cancelled when the observer stops it
 DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candidates,
-                   std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings);
+                   std::vector<std::optional<GridCross>> const& crosses, TargetSettings const& settings,
+                   Progress const& progress);
 
 } // namespace vorn::mv

@@ -104,45 +104,50 @@ cv::Point2d quadraticPeak(cv::Mat const& response, cv::Point const& at) {
 } // namespace
 
 std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandidate> const& candidates,
-                               std::vector<std::optional<GridCross>> const& crosses) {
+                               std::vector<std::optional<GridCross>> const& crosses,
+                               Progress const& progress) {
   constexpr int radius = 5;
   constexpr int half = 8; // templateReach * radius
   constexpr int play = 1;
-  std::vector<char> isJudged(candidates.size(), 0);
+  std::vector<char> isPart(candidates.size(), 0);
   for (std::size_t i = 0; i < crosses.size(); ++i) {
     if (crosses[i]) {
-      isJudged[i] = 1;
+      isPart[i] = 1;
       for (int const neighbour : crosses[i]->neighbours) {
-        isJudged[static_cast<std::size_t>(neighbour)] = 1;
+        isPart[static_cast<std::size_t>(neighbour)] = 1;
       }
     }
   }
-  auto const count = static_cast<std::size_t>(std::count(isJudged.begin(), isJudged.end(), 1));
-  std::vector<char> resembles(candidates.size(), 1);
-  if (count == 0) {
-    return resembles;
-  }
-  Atlas atlas(count, half + play);
-  std::size_t patch = 0;
+  std::vector<std::size_t> judged;
   for (std::size_t i = 0; i < candidates.size(); ++i) {
-    if (isJudged[i] != 0) {
-      cv::Point2d const centre = level.fromFull(candidates[i].centre);
-      cv::Matx22d const scale = candidates[i].outline * (1.0 / (radius * level.factor));
-      atlas.fill(patch++, [&](cv::Point2d const& offset) {
+    if (isPart[i] != 0) {
+      judged.push_back(i);
+    }
+  }
+  std::vector<char> resembles(candidates.size(), 1);
+  cv::Mat const drawn = drawTemplate(radius, half, 1.5);
+  cv::Mat response;
+  // In noise nearly all candidates are part of something: their patches together would outweigh the image.
+  constexpr std::size_t patchesAtOnce = 1024;
+  for (std::size_t first = 0; first < judged.size(); first += patchesAtOnce) {
+    progress.at("detecting targets", static_cast<double>(first) / static_cast<double>(judged.size()));
+    std::size_t const count = std::min(patchesAtOnce, judged.size() - first);
+    Atlas atlas(count, half + play);
+    for (std::size_t patch = 0; patch < count; ++patch) {
+      DotCandidate const& candidate = candidates[judged[first + patch]];
+      cv::Point2d const centre = level.fromFull(candidate.centre);
+      cv::Matx22d const scale = candidate.outline * (1.0 / (radius * level.factor));
+      atlas.fill(patch, [&](cv::Point2d const& offset) {
         cv::Vec2d const step = scale * cv::Vec2d(offset.x, offset.y);
         return sample(level.image, {centre.x + step[0], centre.y + step[1]});
       });
     }
-  }
-  cv::Mat response;
-  cv::matchTemplate(atlas.image(), drawTemplate(radius, half, 1.5), response, cv::TM_CCOEFF_NORMED);
-  patch = 0;
-  for (std::size_t i = 0; i < candidates.size(); ++i) {
-    if (isJudged[i] != 0) {
-      cv::Rect const around(atlas.corner(patch++), cv::Size(2 * play + 1, 2 * play + 1));
+    cv::matchTemplate(atlas.image(), drawn, response, cv::TM_CCOEFF_NORMED);
+    for (std::size_t patch = 0; patch < count; ++patch) {
+      cv::Rect const around(atlas.corner(patch), cv::Size(2 * play + 1, 2 * play + 1));
       double best = 0;
       cv::minMaxLoc(response(around), nullptr, &best);
-      resembles[i] = best >= leastCorrelation;
+      resembles[judged[first + patch]] = best >= leastCorrelation;
     }
   }
   return resembles;

@@ -14,8 +14,10 @@ namespace vorn::mv {
 
 /// Which candidates look like a dot once their outline is made a circle: correlation with a drawn dot. Judged
 /// are those that are part of a cross; the others pass.
+/// @throws Cancelled when the observer stops it
 std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandidate> const& candidates,
-                               std::vector<std::optional<GridCross>> const& crosses);
+                               std::vector<std::optional<GridCross>> const& crosses,
+                               Progress const& progress);
 
 /// A dot made round and evenly lit.
 struct RectifiedDot {

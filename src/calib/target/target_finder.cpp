@@ -19,6 +19,8 @@
 namespace vorn::mv {
 namespace {
 
+constexpr char const* stage = "detecting targets";
+
 /// A grid with dots where their blobs are, to start measuring from.
 struct RoughView {
   TargetView view;
@@ -28,11 +30,12 @@ struct RoughView {
 };
 
 /// The grid that the image shows when reduced by `factor`.
-RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings) {
+RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings,
+                   Progress const& progress) {
   ReducedImage level = reduce(image, factor);
-  std::vector<DotCandidate> const candidates = findCandidates(level, settings);
-  auto crosses = findCrosses(candidates, settings.maxAreaMultiplier);
-  std::vector<char> const resembles = resembleDots(level, candidates, crosses);
+  std::vector<DotCandidate> const candidates = findCandidates(level, settings, progress.part(0.0, 0.5));
+  auto crosses = findCrosses(candidates, settings.maxAreaMultiplier, progress.part(0.5, 0.6));
+  std::vector<char> const resembles = resembleDots(level, candidates, crosses, progress.part(0.6, 0.8));
   std::vector<DotCandidate> dots;
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     if (resembles[i] != 0) {
@@ -40,9 +43,9 @@ RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& setti
     }
   }
   if (dots.size() < candidates.size()) {
-    crosses = findCrosses(dots, settings.maxAreaMultiplier);
+    crosses = findCrosses(dots, settings.maxAreaMultiplier, progress.part(0.8, 0.9));
   }
-  DotGrid const grid = assignGrid(image, dots, crosses, settings);
+  DotGrid const grid = assignGrid(image, dots, crosses, settings, progress.part(0.9, 1.0));
   RoughView rough;
   rough.view.isOriginMarked = grid.isOriginMarked;
   rough.areMarkersClear = grid.areMarkersClear;
@@ -143,10 +146,12 @@ void centreIndices(std::vector<TargetDot>& dots) {
 /// Takes dots through steps that may drop some, and keeps a record of them where one is wanted.
 class Sieve {
 public:
-  Sieve(std::vector<MeasuredDot>& dots, SearchReport* report) : dots_(dots), report_(report) {}
+  Sieve(std::vector<MeasuredDot>& dots, SearchReport* report, Progress progress)
+      : dots_(dots), report_(report), progress_(std::move(progress)) {}
 
   template <class Step>
   void apply(char const* left, char const* reason, Step const& step) {
+    progress_.at(stage, 1.0);
     if (report_ == nullptr) {
       step();
       return;
@@ -168,20 +173,23 @@ public:
 private:
   std::vector<MeasuredDot>& dots_;
   SearchReport* report_;
+  Progress progress_;
 };
 
 /// Everything from the first measurement of a grid's dots to the finished view.
 TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSettings const& settings,
-                  SearchReport* report) {
+                  SearchReport* report, Progress const& progress) {
   if (report != nullptr) {
     report->steps.push_back({"measured", static_cast<int>(dots.size())});
   }
   if (dots.empty()) {
     return {};
   }
-  Sieve sieve(dots, report);
+  Sieve sieve(dots, report, progress);
   sieve.apply("measured to their edges", "it is not whole", [&] { grid.refine(dots); });
+  progress.at(stage, 1.0);
   grid.fitEdges(dots);
+  progress.at(stage, 1.0);
   correctPerspective(dots);
   sieve.apply("of the size of their neighbours", "its size is not that of its neighbours",
               [&] { dropMissized(dots, grid); });
@@ -190,6 +198,7 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
   sieve.apply("within the bounds of area and shape", "its area or shape is out of bounds",
               [&] { keepWithinBounds(dots, grid, settings); });
   if (settings.centreMethod == CentreMethod::TemplatePeak) {
+    progress.at(stage, 1.0);
     measureByTemplate(grid, dots);
   }
   TargetView view{targetDots(dots), grid.isMarked(), grid.dotRadius()};
@@ -215,7 +224,9 @@ TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSe
 
 /// The finished view of a marked grid; nothing where its markers do not stand up to a close look.
 std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& rough,
-                                       TargetSettings const& settings, SearchReport* report) {
+                                       TargetSettings const& settings, SearchReport* report,
+                                       Progress const& progress) {
+  progress.at(stage, 1.0);
   GridMeasurement grid(image, settings, true, rough.dotRadius);
   std::vector<MeasuredDot> dots = grid.start(rough.view.dots);
   if (!grid.hasMarkers(dots)) {
@@ -224,18 +235,23 @@ std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& ro
   if (report != nullptr) {
     report->steps = rough.steps;
   }
-  return finish(grid, std::move(dots), settings, report);
+  return finish(grid, std::move(dots), settings, report, progress);
 }
 
 } // namespace
 
-TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report) {
+TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report,
+                      Progress const& progress) {
   RoughView unmarked;
   RoughView blurred;
+  double searched = 0.0;
   for (int const factor : searchFactors(image.size(), settings)) {
-    RoughView rough = findGrid(image, factor, settings);
+    // Each search takes a few times as long as the one before: the last one decides.
+    double const after = 0.25 + 0.75 * searched;
+    RoughView rough = findGrid(image, factor, settings, progress.part(searched, after));
+    searched = after;
     if (rough.view.isOriginMarked && rough.areMarkersClear) {
-      if (auto view = finishMarked(image, rough, settings, report)) {
+      if (auto view = finishMarked(image, rough, settings, report, progress)) {
         return *view;
       }
     }
@@ -254,14 +270,15 @@ TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, Sear
       break;
     }
   }
-  if (auto view = finishMarked(image, blurred, settings, report)) {
+  if (auto view = finishMarked(image, blurred, settings, report, progress)) {
     return *view;
   }
+  progress.at(stage, 1.0);
   GridMeasurement grid(image, settings, false, unmarked.dotRadius);
   if (report != nullptr) {
     report->steps = unmarked.steps;
   }
-  return finish(grid, grid.start(unmarked.view.dots), settings, report);
+  return finish(grid, grid.start(unmarked.view.dots), settings, report, progress);
 }
 
 } // namespace vorn::mv

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "calib/target/search_report.hpp"
+#include "core/progress.hpp"
 
 namespace vorn::mv {
 
@@ -61,6 +62,8 @@ struct TargetView {
 ///
 /// @param image  H x W CV_8UC1, any step; must not be empty
 /// @param report (out) how the search went; may be null
-TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report = nullptr);
+/// @throws Cancelled when the observer stops it
+TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report = nullptr,
+                      Progress const& progress = {});
 
 } // namespace vorn::mv

@@ -14,6 +14,10 @@
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
 
+namespace vorn {
+class Observer;
+}
+
 namespace vorn::mv {
 
 /// Finds the dots of a circle-grid calibration target in an image and tells which dot each one is.
@@ -43,6 +47,11 @@ public:
   /// @return the dots by rows of the grid; an empty result when there is no target in view
   /// @throws Exception "Invalid input image type" for any other image, and before `Library::init`
   Result detect(cv::Mat const& image) const;
+
+  /// The same, watched.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it
+  Result detect(cv::Mat const& image, Observer* observer) const;
 
   std::string const& getClassName() const override;
 

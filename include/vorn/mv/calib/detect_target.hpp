@@ -12,6 +12,10 @@
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/target_description.hpp>
 
+namespace vorn {
+class Observer;
+}
+
 namespace vorn::mv {
 
 /// Bounds of a search for a target; as they are they leave out nothing that can be measured.
@@ -82,9 +86,9 @@ struct Detection {
 /// @param image H x W, 8- or 16-bit unsigned, float or double, one channel or three in blue, green, red; not
 ///              empty
 /// @throws Exception for an image of another type or none, a description or settings out of bounds, and
-/// before
-///         `Library::init`
+///         before `Library::init`
+/// @throws Cancelled when the observer stops it
 VORN_API Detection detectTarget(cv::Mat const& image, TargetDescription const& target,
-                                DetectSettings const& settings = {});
+                                DetectSettings const& settings = {}, Observer* observer = nullptr);
 
 } // namespace vorn::mv

@@ -9,6 +9,10 @@
 
 #include <vorn/core/export.hpp>
 
+namespace vorn {
+class Observer;
+}
+
 namespace vorn::mv {
 
 /// How a laser line is looked for in an image.
@@ -49,6 +53,9 @@ struct LaserLineOptions {
   /// edge that follows about half of the line or more, within two degrees of it, is not found out: it looks
   /// like a laser that is asymmetric itself.
   bool dropMoved = true;
+
+  /// @throws Exception that names the option, its value and the bound
+  VORN_API void check() const;
 };
 
 /// A laser stripe cut by one column or row.
@@ -71,8 +78,20 @@ struct LaserPeak {
 VORN_API std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image,
                                                     LaserLineOptions const& options = {});
 
+/// The same, watched.
+/// @param observer may be null
+/// @throws Cancelled when the observer stops it
+VORN_API std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOptions const& options,
+                                                    Observer* observer);
+
 /// The places of those peaks, as LineScannerCalibData and LineScanner take them.
 VORN_API std::vector<cv::Point2f> extract_laser_line(cv::Mat const& image,
                                                      LaserLineOptions const& options = {});
+
+/// The same, watched.
+/// @param observer may be null
+/// @throws Cancelled when the observer stops it
+VORN_API std::vector<cv::Point2f> extract_laser_line(cv::Mat const& image, LaserLineOptions const& options,
+                                                     Observer* observer);
 
 } // namespace vorn::mv

@@ -17,7 +17,7 @@ namespace vorn::mv {
 /// shares nothing with it.
 ///
 /// Working memory: that of each filter.
-/// @param observer asked between filters, whose single passes are not interrupted
+/// @param observer asked between filters and within those that take long
 /// @throws Exception for a filter that needs a grid and a cloud that is not organized, and what a filter
 ///         throws, each with the filter's number and name
 /// @throws Cancelled when the observer stops it

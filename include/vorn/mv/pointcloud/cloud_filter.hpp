@@ -23,6 +23,11 @@ public:
   /// operation, at most a byte a point unless the filter says otherwise.
   virtual void operator()(PointCloud& cloud) = 0;
 
+  /// The same, watched. A filter that does not override this is asked about once, before it begins.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it; the cloud is unchanged then
+  virtual void run(PointCloud& cloud, Observer* observer);
+
 protected:
   IFilter() = default;
   IFilter(IFilter const&) = default;

@@ -46,6 +46,7 @@ public:
   static constexpr char const* className = "vorn::mv::pc::OutlierFilter";
   OutlierFilter();
   void operator()(PointCloud& cloud) override;
+  void run(PointCloud& cloud, Observer* observer) override;
 
   /// How near a neighbour is, in mm.
   VORN_PROPERTY(double, radius, Radius, 1.0, 0.1, 20.0);
@@ -63,6 +64,7 @@ public:
   static constexpr char const* className = "vorn::mv::pc::SmallClusterFilter";
   SmallClusterFilter();
   void operator()(PointCloud& cloud) override;
+  void run(PointCloud& cloud, Observer* observer) override;
 
   /// How near the points of a cluster are to each other, in mm.
   VORN_PROPERTY(double, radius, Radius, 1.0, 0.1, 20.0);
@@ -115,6 +117,7 @@ public:
   static constexpr char const* className = "vorn::mv::pc::UniformSampler";
   UniformSampler();
   void operator()(PointCloud& cloud) override;
+  void run(PointCloud& cloud, Observer* observer) override;
 
   /// The least distance of points that stay, in mm.
   VORN_PROPERTY(double, radius, Radius, 0.5, 0.05, 10.0);

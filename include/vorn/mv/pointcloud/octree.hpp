@@ -12,6 +12,10 @@
 #include <vorn/core/export.hpp>
 #include <vorn/mv/pointcloud/distance.hpp>
 
+namespace vorn {
+class Observer;
+}
+
 namespace vorn::mv {
 
 /// One cube of an octree.
@@ -82,6 +86,11 @@ public:
   /// A grid is indexed row by row and may be a region of a larger matrix.
   /// @throws Exception when there are more points than an index can number
   void init(Container const& points, Param const& param = Param());
+
+  /// The same, watched.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it; the earlier tree stays then
+  void init(Container const& points, Param const& param, Observer* observer);
 
   /// Drops the tree and the copy of the points, if any.
   void clear();

@@ -87,6 +87,11 @@ public:
   /// @throws Exception that names the path, for any other ending and when the file cannot be read
   [[nodiscard]] static PointCloud load(std::string const& path);
 
+  /// All vertices of an object, in its order, as one column of points; normals and colours where it has them.
+  /// The cloud is not organized. It shares nothing with the object.
+  /// @throws Exception for more points than a matrix has rows
+  [[nodiscard]] static PointCloud fromVertices(graphic::GraphicObject const& object);
+
   /// Writes the present points, moved by the pending transform, to a file. An existing file is replaced only
   /// once the new one is complete.
   /// @param path ends in .ply, .obj or .stl, in capitals or not
@@ -97,6 +102,11 @@ public:
 
   /// A cloud with the same content that shares nothing with this one. It has no octree yet.
   [[nodiscard]] PointCloud clone() const;
+
+  /// The same, watched.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it
+  [[nodiscard]] PointCloud clone(Observer* observer) const;
 
   /// True when there are no cells.
   bool isEmpty() const { return points_.empty(); }
@@ -156,6 +166,11 @@ public:
   /// The reference stays good until the cloud is assigned to, moved from or destroyed. Until the next call it
   /// is the tree of the points as they were.
   GridOctree const& octree();
+
+  /// The same, watched.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it
+  GridOctree const& octree(Observer* observer);
 
   /// The pending transform.
   cv::Matx44d const& getTransform() const { return transform_; }
@@ -285,6 +300,11 @@ public:
   /// @return the number of points deleted
   int clean(float radius, int minNeighbours);
 
+  /// The same, watched.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it; the states are as they were
+  int clean(float radius, int minNeighbours, Observer* observer);
+
   /// Deletes clusters of fewer than `minClusterSize` points in a new undo generation and recomputes the box.
   ///
   /// Grid neighbours (left, right, above, below) belong to one cluster when they are nearer than
@@ -299,6 +319,11 @@ public:
   /// cluster. Working memory beside the octree: 11 bytes a point, up to 17 when most are in one cluster.
   /// @return the number of points deleted
   int filterSmallCluster(float maxDistance, int minClusterSize);
+
+  /// The same, watched.
+  /// @param observer may be null
+  /// @throws Cancelled when the observer stops it; the states are as they were
+  int filterSmallCluster(float maxDistance, int minClusterSize, Observer* observer);
 
   /// Colours white the present points with fewer than `minNeighbours` points within `radius`, deleted ones
   /// and themselves included. Without texture the points are counted only.

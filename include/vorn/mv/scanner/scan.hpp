@@ -87,8 +87,7 @@ struct ScanResult {
 /// @param scanner  calibrated; keeps its working memory and the rays of both devices for the next scan
 /// @param images   as `Sl3dScanner::decode` takes them
 /// @param observer asked between bands of rows; not within the smoothing of the phase, the search for small
-/// pieces,
-///        the filling of holes and the making of the cloud
+///        pieces and the filling of holes
 /// @throws Exception for a scanner that is not calibrated, or whose calibration leaves no base between camera
 ///         and projector or gives one of them a field of view below 1 or above 170 degrees; for settings out
 ///         of their range; what `Sl3dScanner::decode` throws

@@ -34,6 +34,9 @@ struct Stage {
 struct LaserScanSettings {
   /// How the lines are looked for; the direction is taken from the laser planes.
   LaserLineOptions line;
+
+  /// @throws Exception that names the setting, its value and the bound
+  VORN_API void check() const;
 };
 
 /// What a laser scan gives.
@@ -53,7 +56,7 @@ struct LaserScanResult {
 /// @param scanner  calibrated
 /// @param images   at each position of the stage an image a laser line, in the order of the scanner's planes;
 ///                 CV_8UC1 or CV_8UC3, of the camera's size
-/// @param observer asked between images
+/// @param observer asked between images and within them
 /// @throws Exception when the scanner is not calibrated; when the images are no multiple of its planes or of
 ///         another size, naming the image; when the stage's places do not go with the images, or it moves by
 ///         more than a kilometre, or not at all; what `extract_laser_line` throws

@@ -1,0 +1,44 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+#include <utility>
+
+#include "core/progress.hpp"
+
+namespace vorn {
+
+/// Passes what a job tells on to the progress of the whole that it is a part of: for calls that take an
+/// observer.
+class PartObserver : public Observer {
+public:
+  explicit PartObserver(Progress whole) : whole_(std::move(whole)) {}
+
+  bool onProgress(std::string_view stage, double fraction) override {
+    whole_.at(stage, fraction);
+    return true;
+  }
+
+  /// This observer, or none where nobody watches the whole.
+  Observer* ifWatched() { return whole_.isWatched() ? this : nullptr; }
+
+private:
+  Progress whole_;
+};
+
+/// Calls `body(first, end)` for pieces of [0, count) one after the other, between which the observer is
+/// asked.
+template <class Body>
+void inPieces(std::size_t count, std::size_t piece, Progress const& progress, std::string_view stage,
+              Body const& body) {
+  std::size_t const size = progress.isWatched() ? std::max<std::size_t>(1, piece) : count;
+  for (std::size_t first = 0; first < count; first += size) {
+    progress.at(stage, static_cast<double>(first) / static_cast<double>(count));
+    body(first, std::min(first + size, count));
+  }
+}
+
+} // namespace vorn
