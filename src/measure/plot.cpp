@@ -80,6 +80,7 @@ public:
 
   /// @return how many numbers were left out
   std::size_t draw() {
+    canvas_.clip(at_.whole); // as yet that of the plot before
     canvas_.fill(at_.whole, inks_.ground);
     drawHeat();
     drawGrid();
