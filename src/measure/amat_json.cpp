@@ -128,7 +128,16 @@ void AMat::write(nlohmann::json& json) const {
 void AMat::read(nlohmann::json const& json) {
   AMat other;
   readJson(json, "Title", other.title_, context);
-  readJson(json, "HiddenLayers", other.hiddenLayers_, context);
+  nlohmann::json const& hidden = jsonMember(json, "HiddenLayers", context);
+  atJsonPlace("HiddenLayers", context, [&] {
+    requireJson(hidden.is_array(), hidden, "a list", context);
+    for (std::size_t i = 0; i < hidden.size(); ++i) {
+      atJsonIndex(i, context, [&] {
+        requireJson(hidden[i].is_string(), hidden[i], "a text", context);
+        other.hiddenLayers_.insert(hidden[i].get<std::string>());
+      });
+    }
+  });
   nlohmann::json const& marks = jsonMember(json, "Marks", context);
   atJsonPlace("Marks", context, [&] {
     requireJson(marks.is_array(), marks, "a list", context);
