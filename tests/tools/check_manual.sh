@@ -63,6 +63,20 @@ expect "--calib --contrast" vorn-mv scan folder --c
 expect "a cloud.ply" vorn-mv filter a
 expect "a cloud.ply" vorn-mv scan folder --out a
 expect "" vorn-mv target --pitch a
+# Names of properties and filters, and of values behind "=". A shell splits what is typed at "=" and ":".
+expect "circles staggered chessboard" vorn-mv detect a.png --kind ""
+expect "MinDotArea=" vorn-mv calibrate rig --set MinDotA
+expect "MinDotArea=" vorn-mv detect a.png --set MinDotA
+expect "ScannerType=" vorn-mv scan rig --set ScannerT
+expect "Horizontal Vertical" vorn-mv scan rig --set ScannerType =
+expect "Vertical" vorn-mv scan rig --set ScannerType = V
+expect "ScannerType=Vertical" vorn-mv scan rig --set ScannerType=V
+expect "ScannerType=" vorn-mv scan rig --set = ScannerT
+expect "Gaussian GaussianAdaptiveThreshold" vorn-mv image a.png --filter Gau
+expect "Radius= MinNeighbourCount=" vorn-mv filter a.ply b.ply --filter Outlier :
+expect "3,MinNeighbourCount=" vorn-mv filter a.ply b.ply --filter Outlier : Radius = 3,Min
+expect "Outlier:Radius=3,MinNeighbourCount=" vorn-mv filter a.ply b.ply --filter Outlier:Radius=3,Min
+expect "" vorn-mv filter a.ply b.ply --filter Gauss
 
 if command -v groff > /dev/null; then
   complaints=$(groff -ww -man -Tascii -z "$page" 2>&1)

@@ -7,6 +7,8 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 
+#include "tools/commands/option_words.hpp"
+
 namespace vorn::tools {
 
 namespace {
@@ -18,11 +20,15 @@ bool givesPitch(std::vector<std::string> const& assignments) {
 
 } // namespace
 
-CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what) {
-  return command.add_option("--set", assignments, "Set a property of the " + what + ", as NAME=VALUE")
-      ->type_name("NAME=VALUE")
-      ->allow_extra_args(false)
-      ->take_all();
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what,
+                          IPropertySet const& object) {
+  CLI::Option* option =
+      command.add_option("--set", assignments, "Set a property of the " + what + ", as NAME=VALUE")
+          ->type_name("NAME=VALUE")
+          ->allow_extra_args(false)
+          ->take_all();
+  setWords(*option, propertyWords(object));
+  return option;
 }
 
 void applyAssignments(PropertySetBase& object, std::vector<std::string> const& assignments) {

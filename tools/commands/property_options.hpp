@@ -12,8 +12,10 @@
 namespace vorn::tools {
 
 /// Adds `--set NAME=VALUE`, which may be given more than once, and returns it.
-/// @param what whose properties they are, for the help text
-CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what);
+/// @param what   whose properties they are, for the help text
+/// @param object one that has them, for the shells' completion
+CLI::Option* addSetOption(CLI::App& command, std::vector<std::string>& assignments, std::string const& what,
+                          IPropertySet const& object);
 
 /// Sets properties from "NAME=VALUE" texts.
 /// @throws Exception for a text without "=", an unknown name (with those that exist) or a refused value

@@ -6,6 +6,8 @@
 #include <set>
 #include <sstream>
 
+#include "tools/commands/option_words.hpp"
+
 namespace vorn::tools {
 
 char const* const pathKind = "PATH";
@@ -52,6 +54,18 @@ std::string rangeRule(std::string const& constraint) {
          constraint.substr(dash + 3, constraint.size() - dash - 4) + ".";
 }
 
+/// The parser describes a choice of words as "{circles,staggered,chessboard}".
+std::vector<std::string> choices(std::string const& constraint) {
+  std::vector<std::string> words;
+  if (constraint.size() > 2 && constraint.front() == '{' && constraint.back() == '}') {
+    std::istringstream list(constraint.substr(1, constraint.size() - 2));
+    for (std::string word; std::getline(list, word, ',');) {
+      words.push_back(word);
+    }
+  }
+  return words;
+}
+
 ArgumentOutline argumentOf(CLI::Option const& option) {
   ArgumentOutline outline{};
   outline.names = option.nonpositional() ? dashed(option) : std::vector{option.get_name(true)};
@@ -67,7 +81,11 @@ ArgumentOutline argumentOf(CLI::Option const& option) {
     for (std::string kind; kinds >> kind;) {
       outline.values.push_back(kind == "TEXT" ? pathKind : kind);
     }
+    outline.words = wordsOf(option);
     if (colon != std::string::npos) {
+      if (outline.words.empty()) {
+        outline.words = choices(type.substr(colon + 1));
+      }
       outline.rules.push_back(rangeRule(type.substr(colon + 1)));
     }
     if (!option.get_default_str().empty()) {

@@ -17,6 +17,7 @@ struct ArgumentOutline {
   std::vector<std::string> names;  ///< with their dashes; the one name of a positional argument
   std::vector<std::string> values; ///< the kinds of its values, as PATH or MM COUNT; none for a flag
   std::string help;
+  std::vector<std::string> words; ///< what a shell offers as values, see `setWords`; none for anything
   std::vector<std::string> rules; ///< sentences: range, default, what it needs and excludes
   bool isRequired;
   bool mayRepeat;

@@ -34,7 +34,15 @@ bool isAny(ArgumentOutline const& /*option*/) {
 }
 
 bool takesNoPath(ArgumentOutline const& option) {
-  return !option.values.empty() && !option.takesPath();
+  return !option.values.empty() && (!option.takesPath() || !option.words.empty());
+}
+
+std::string joined(std::vector<std::string> const& words) {
+  std::string text;
+  for (std::string const& word : words) {
+    text += (text.empty() ? "" : " ") + word;
+  }
+  return text;
 }
 
 /// Text between single quotes, in which zsh gives a meaning to brackets and colons.
@@ -55,7 +63,12 @@ void writeZshOptions(std::ostream& out, std::vector<ArgumentOutline> const& opti
     for (std::string const& name : option.names) {
       out << " \\\n        '" << (option.mayRepeat ? "*" : "") << name << '[' << zshText(option.help) << ']';
       for (std::string const& value : option.values) {
-        out << ':' << zshText(value) << ':' << (value == pathKind ? "_files" : "");
+        out << ':' << zshText(value) << ':';
+        if (!option.words.empty()) {
+          out << "{compadd -S \"\" - " << zshText(joined(option.words)) << '}';
+        } else if (value == pathKind) {
+          out << "_files";
+        }
       }
       out << '\'';
     }
@@ -67,9 +80,32 @@ void writeZshOptions(std::ostream& out, std::vector<ArgumentOutline> const& opti
 void writeBashCompletion(std::ostream& out, CLI::App const& program) {
   std::vector<CommandOutline> const commands = commandsOf(program);
   out << "# Completion of vorn-mv for bash.\n"
+         "# The words that go on from what is typed of one, behind the last comma; values only behind their "
+         "\"=\".\n"
+         "_vorn_mv_words() { # WORDS TYPED\n"
+         "  local class= last=${2##*[:,]} word\n"
+         "  [[ $2 == *:* ]] && class=${2%%:*}:\n"
+         "  for word in $1; do\n"
+         "    [[ $word == \"$class\"* ]] || continue\n"
+         "    word=${word#\"$class\"}\n"
+         "    [[ $word == *:* || ( $word == *=?* && $last != *=* ) || $word != \"$last\"* ]] && continue\n"
+         "    COMPREPLY+=(\"${2%\"$last\"}$word\")\n"
+         "  done\n"
+         "}\n"
          "_vorn_mv() {\n"
-         "  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}\n"
-         "  local command= options= plain= word\n"
+         "  # What is typed may be split at \"=\" and \":\".\n"
+         "  local at=$COMP_CWORD typed=${COMP_WORDS[COMP_CWORD]}\n"
+         "  while ((at > 1)) && [[ $typed == [:=]* || ${COMP_WORDS[at - 1]} == [:=] ]]; do\n"
+         "    ((at -= 1))\n"
+         "    typed=${COMP_WORDS[at]}$typed\n"
+         "  done\n"
+         "  local split=${typed%\"${typed##*[:=]}\"} current=$typed previous=${COMP_WORDS[at - 1]}\n"
+         "  ((at < COMP_CWORD)) || split=\n"
+         "  if [[ $typed == --*=* ]]; then\n"
+         "    previous=${typed%%=*} current=${typed#*=}\n"
+         "    split=${split#\"$previous=\"}\n"
+         "  fi\n"
+         "  local command= options= plain= words= word\n"
          "  for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"
          "    if [[ $word != -* ]]; then\n"
          "      command=$word\n"
@@ -85,8 +121,21 @@ void writeBashCompletion(std::ostream& out, CLI::App const& program) {
   out << "    *) options='" << names(commands) << ' ' << names(outlineOf(program).options, isAny)
       << "' ;;\n"
          "  esac\n"
+         "  case \"$command $previous\" in\n";
+  for (CommandOutline const& command : commands) {
+    for (ArgumentOutline const& option : command.options) {
+      for (std::string const& name : option.words.empty() ? std::vector<std::string>() : option.names) {
+        out << "    '" << command.name << ' ' << name << "') words='" << joined(option.words) << "' ;;\n";
+      }
+    }
+  }
+  out << "  esac\n"
          "  COMPREPLY=()\n"
-         "  if [[ -z $command || $current == -* ]]; then\n"
+         "  if [[ -n $words ]]; then\n"
+         "    _vorn_mv_words \"$words\" \"$current\"\n"
+         "    COMPREPLY=(\"${COMPREPLY[@]#\"$split\"}\")\n"
+         "    [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null\n"
+         "  elif [[ -z $command || $current == -* ]]; then\n"
          "    mapfile -t COMPREPLY < <(compgen -W \"$options\" -- \"$current\")\n"
          "  elif [[ \" $plain \" != *\" $previous \"* ]]; then\n"
          "    compopt -o filenames 2>/dev/null\n"
