@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
@@ -83,8 +84,17 @@ int runTool(std::vector<std::string> arguments) {
   } catch (Cancelled const&) {
     std::cerr << "vorn-mv: interrupted\n";
     return interrupted;
+  } catch (std::filesystem::filesystem_error const& e) {
+    // Its own text is that of a function call.
+    std::cerr << "vorn-mv: " << oneLine(e.path1().string()) << ": " << e.code().message() << '\n';
+    return failed;
   } catch (std::exception const& e) {
     std::cerr << "vorn-mv: " << oneLine(e.what()) << '\n';
+    return failed;
+  }
+  if (!std::cout.flush()) {
+    std::cout.clear();
+    std::cerr << "vorn-mv: Cannot write to standard output\n";
     return failed;
   }
   return 0;

@@ -118,6 +118,7 @@ def check_all(folder):
     check("detect", target, "--target", folder / "target.json", inputs=[target, folder / "target.json"])
 
     views = pictures(rig / "calib", "pose_*/target.png", "pose_*/columns_*", "pose_*/rows_*")
+    views += pictures(rig, "target.json")
     scanner = folder / "scanner.json"
     calibration = check("calibrate", rig, "--pitch", 15, "--set", "MinDotArea=8", "-o", scanner, inputs=views + [rig / "target.json"])
     scanned = pictures(rig / "scan", "columns_*") + [scanner]
@@ -161,7 +162,7 @@ def check_all(folder):
                  stereo):
         check("info", file, inputs=[file], strict=file == report)
     check("info", "--properties")
-    shown = check("info", old, inputs=[old])["report"]
+    shown = check("info", old, inputs=[old])["files"][0]["report"]
     if shown["notMeasured"] != {"lowContrast": 5} or shown["times"] != {"read": 1.5}:
         fail(f"info: an old report is read as {shown}")
     if "calibrate" not in run("info", write(folder / "calib.json", calibration)).stdout:

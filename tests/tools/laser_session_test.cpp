@@ -322,6 +322,15 @@ TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
   EXPECT_EQ(tools::readJsonFile(out / "r.json")["points"].get<std::size_t>(),
             tools::readGraphic(out / "cloud.ply").vertices().size());
   EXPECT_TRUE(fs::exists(out / "p.png"));
+  for (char const* first : {"nan", "h1,2", "9mm", "inf;h2", "-x"}) {
+    std::ofstream(out / "encoder.txt") << first << "\n1\n2\n";
+    EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("line 1"), std::string::npos) << first;
+  }
+  for (char const* heading : {"h1,h2", "place (mm)", "\"s 1\""}) {
+    std::ofstream(out / "encoder.txt") << heading << "\nthree\n";
+    EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("line 2: \"three\""), std::string::npos)
+        << heading;
+  }
   std::ofstream(out / "encoder.txt") << "1\n2\nthree\n";
   EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("encoder.txt, line 3"), std::string::npos);
   EXPECT_NE(with({"--step", "1,2"}).errors.find("three numbers"), std::string::npos);

@@ -40,15 +40,15 @@ TEST_F(ReportOptions, JsonIsAllThatStandardOutputHas) {
   EXPECT_EQ(outcome.errors, "");
   nlohmann::json const report = nlohmann::json::parse(outcome.output);
   EXPECT_EQ(report["schema"]["name"], "vorn-mv.info");
-  EXPECT_EQ(report["size"], nlohmann::json({12, 8}));
-  EXPECT_EQ(report["values"], nlohmann::json({7.0, 7.0}));
+  EXPECT_EQ(report["files"][0]["size"], nlohmann::json({12, 8}));
+  EXPECT_EQ(report["files"][0]["values"], nlohmann::json({7.0, 7.0}));
 }
 
 TEST_F(ReportOptions, DashLeadsTheReportToStandardOutputAndTextToStandardError) {
   for (char const* path : {"-", "/dev/stdout"}) {
     ToolOutcome const outcome = run({"info", folder_ / "a.png", "--report", path});
     ASSERT_EQ(outcome.status, 0) << outcome.errors;
-    EXPECT_EQ(nlohmann::json::parse(outcome.output)["kind"], "picture");
+    EXPECT_EQ(nlohmann::json::parse(outcome.output)["files"][0]["kind"], "picture");
     EXPECT_NE(outcome.errors.find("12 x 8"), std::string::npos) << outcome.errors;
   }
 }
@@ -56,7 +56,7 @@ TEST_F(ReportOptions, DashLeadsTheReportToStandardOutputAndTextToStandardError) 
 TEST_F(ReportOptions, QuietSaysNothing) {
   ToolOutcome const outcome = run({"info", folder_ / "a.png", "--quiet", "--report", folder_ / "r.json"});
   EXPECT_EQ(outcome.output + outcome.errors, "");
-  EXPECT_EQ(readJsonFile(folder_ / "r.json")["kind"], "picture");
+  EXPECT_EQ(readJsonFile(folder_ / "r.json")["files"][0]["kind"], "picture");
   // The next run is heard again.
   EXPECT_NE(run({"info", folder_ / "a.png"}).output, "");
 }

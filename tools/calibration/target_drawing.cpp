@@ -223,24 +223,35 @@ mv::TargetDescription describe(TargetDrawing const& target) {
   return description;
 }
 
-void writeTarget(std::string const& path, TargetDrawing const& target) {
+std::vector<std::string> targetFiles(std::string const& path) {
   std::string const extension = fs::path(path).extension().string();
   if (!extension.empty() && extension != ".svg" && extension != ".png") {
     throw Exception("A target is written as .svg or .png, not to " + path, nullptr, 0, "target");
   }
   std::string const stem = extension.empty() ? path : fs::path(path).replace_extension().string();
-  checkReplaceable(stem + ".json");
-  std::vector<FileContent> files;
-  if (extension != ".png") {
-    files.push_back({stem + ".svg", targetSvg(target)});
-  }
-  if (extension != ".svg") {
-    std::vector<std::uint8_t> const png = pngToScale(targetPicture(target), target.resolution);
-    files.push_back({stem + ".png", std::string(png.begin(), png.end())});
-  }
+  std::vector<std::string> files =
+      extension.empty() ? std::vector<std::string>{stem + ".svg", stem + ".png"} : std::vector{path};
+  files.push_back(stem + ".json");
+  return files;
+}
+
+void writeTarget(std::string const& path, TargetDrawing const& target) {
+  std::vector<std::string> const paths = targetFiles(path);
+  checkReplaceable(paths.back());
   nlohmann::json description;
   describe(target).write(description);
-  files.push_back({stem + ".json", jsonText(description)});
+  std::vector<FileContent> files;
+  for (std::string const& file : paths) {
+    std::string const extension = fs::path(file).extension().string();
+    if (extension == ".svg") {
+      files.push_back({file, targetSvg(target)});
+    } else if (extension == ".png") {
+      std::vector<std::uint8_t> const png = pngToScale(targetPicture(target), target.resolution);
+      files.push_back({file, std::string(png.begin(), png.end())});
+    } else {
+      files.push_back({file, jsonText(description)});
+    }
+  }
   writeTogether(files);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
@@ -39,6 +40,10 @@ cv::Mat targetPicture(TargetDrawing const& target);
 
 /// What the drawn target is, for programs that look for it.
 mv::TargetDescription describe(TargetDrawing const& target);
+
+/// The files that `writeTarget` writes for a path: the drawings, and the description last.
+/// @throws Exception for an extension that is neither .svg nor .png
+std::vector<std::string> targetFiles(std::string const& path);
 
 /// Writes SVG or PNG by the path's extension, or both beside each other when it has none. The PNG holds its
 /// resolution, so that programs print it to scale. Its description stands beside it as .json; all of them are

@@ -208,7 +208,8 @@ void addCalibrateCommand(CLI::App& app) {
   options->look.addLight(*command);
   options->pitch.addTo(*command);
   options->target.addTo(*command,
-                        addSetOption(*command, options->assignments, "detector, such as MinDotArea=20"));
+                        addSetOption(*command, options->assignments, "detector, such as MinDotArea=20",
+                                     mv::CalibrationSettings().detector));
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "the errors of every view");
 }

@@ -92,6 +92,7 @@ mv::Sl3dScanner trulyCalibrated(sim::Rig const& rig) {
 
 void run(DemoOptions const& options, Report& report) {
   makeFolder(options.out);
+  report.declare({}, {});
   std::filesystem::path const folder = options.out;
   sim::Rig const rig = sim::demoRig(options.divisor);
   sim::Scene const scene = sim::demoScene();

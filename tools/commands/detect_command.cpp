@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/target_options.hpp"
+#include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
@@ -73,8 +75,12 @@ std::vector<SeenDot> dotsOf(mv::Detection const& detection) {
   return dots;
 }
 
+std::string picturePath(std::string const& folder, std::string const& name) {
+  return (fs::path(folder) / (name + ".png")).string();
+}
+
 void writePicture(std::string const& folder, std::string const& name, mv::AMat const& picture) {
-  writeFigure((fs::path(folder) / (name + ".png")).string(), picture);
+  writeFigure(picturePath(folder, name), picture);
 }
 
 nlohmann::json toJson(mv::Detection const& detection) {
@@ -180,7 +186,14 @@ void runDescribed(DetectOptions const& options, Report& report) {
 void checkPlaces(DetectOptions const& options, Report& report) {
   std::vector<std::string> inputs = options.images;
   inputs.push_back(options.target.file());
-  report.declare(inputs, {});
+  std::vector<std::string> outputs;
+  for (std::string const& folder : {options.overlays, options.explanations}) {
+    for (std::string const& name :
+         fs::is_directory(folder) ? pictureNames(options.images) : std::vector<std::string>()) {
+      outputs.push_back(picturePath(folder, name));
+    }
+  }
+  report.declare(inputs, outputs);
   auto const place = [](std::string const& folder) {
     return fs::weakly_canonical(fs::absolute(folder) / "");
   };
@@ -235,17 +248,24 @@ void run(DetectOptions const& options, Report& report) {
 void addDetectCommand(CLI::App& app) {
   auto options = std::make_shared<DetectOptions>();
   CLI::App* command = app.add_subcommand("detect", "Find the dots of the calibration target in images");
-  command->add_option("images", options->images, "Photographs of the target")->required();
+  command
+      ->add_option("images", options->images, "Photographs of the target; * and ? stand for parts of names")
+      ->required();
   command->add_option("--overlay", options->overlays, "Folder for pictures of what was found");
   options->pitch.addTo(*command);
   CLI::Option* explain = command->add_option(
       "--explain", options->explanations,
       "Folder for pictures of what was found and what was dropped; prints what each step left");
-  CLI::Option* set = addSetOption(*command, options->assignments, "detector");
+  CLI::Option* set = addSetOption(*command, options->assignments, "detector", CalibPatternDetector());
   explain->excludes(set);
   options->target.addTo(*command, set);
   setWork(
-      *command, [options](Report& report) { run(*options, report); }, "-o,--out,--report", "the key points");
+      *command,
+      [options](Report& report) {
+        options->images = expandFiles(options->images);
+        run(*options, report);
+      },
+      "-o,--out,--report", "the key points");
 }
 
 } // namespace vorn::tools

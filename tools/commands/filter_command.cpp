@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -20,12 +21,14 @@
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/option_words.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/report/figure_files.hpp"
 #include "tools/report/figure_options.hpp"
+#include "tools/report/warning.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/preview.hpp"
 
@@ -57,6 +60,16 @@ Exception loss(std::string const& what) {
   return {what + " (--allow-loss goes on all the same)", nullptr, 0, "filter"};
 }
 
+/// Says so when the points' colours are translucent, which a cloud's are not.
+void warnOfAlpha(std::string const& path, graphic::GraphicObject const& object) {
+  auto const translucent = std::count_if(object.colors().begin(), object.colors().end(),
+                                         [](cv::Vec4b const& color) { return color[3] != 255; });
+  if (translucent > 0) {
+    warn("the transparency (alpha) of " + std::to_string(translucent) + " points of " + path +
+         " is lost: a cloud's colours have none");
+  }
+}
+
 /// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
 /// removed.
 /// @throws Exception for a mesh, whose triangles a cloud does not keep, unless that is allowed
@@ -67,6 +80,7 @@ mv::PointCloud readCloud(std::string const& path, bool allowLoss) {
       throw loss(path + " is a mesh, whose " + std::to_string(object.triangles().size()) +
                  " triangles filtered points would lose");
     }
+    warnOfAlpha(path, object);
     return mv::PointCloud::fromVertices(object);
   }
   cv::Mat const image = readImage(path);
@@ -110,6 +124,16 @@ void writePreview(FilterOptions const& options, mv::PointCloud const& cloud) {
   writeFigure(options.preview, drawCloud(points, colors, title, options.look), settings);
 }
 
+/// As STL a grid of points is written by its surface.
+void writeCloud(std::string const& path, mv::PointCloud const& cloud) {
+  graphic::GraphicObject object = cloud.getGraphicObject(true);
+  if (lowerCaseEnding(path) == ".stl" && cloud.isOrganized()) {
+    cv::Mat const present = cloud.state() == 0;
+    addSurface(object, cloud.points(), present);
+  }
+  writeGraphic(path, object);
+}
+
 /// A line of the table of steps.
 void printRow(std::string const& name, std::string const& removed, std::string const& left,
               std::string const& time) {
@@ -141,7 +165,7 @@ void run(FilterOptions const& options, Report& report) {
       }
       std::string const reason = "skipped: the points have no grid (see scan --xyz)";
       printRow(step.name, reason, "", "");
-      report.warn(step.name + " " + reason);
+      warn(step.name + " " + reason);
       steps.push_back({{"name", step.name}, {"skipped", true}});
       continue;
     }
@@ -161,7 +185,7 @@ void run(FilterOptions const& options, Report& report) {
   if (!options.preview.empty()) {
     writePreview(options, cloud);
   }
-  writeGraphic(options.output, cloud.getGraphicObject(true));
+  writeCloud(options.output, cloud);
   report["points"] = cloud.presentCount();
 }
 
@@ -274,6 +298,7 @@ void addFilterCommand(CLI::App& app) {
   addStepOption<std::string>(
       *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "FILTER",
       [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
+  setWords(*command->get_option("--filter"), filterWords(mv::pc::filters()));
   addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "TEXT",
                              [&steps, &chains = options->chains](std::string const& path) {
                                addChain(steps, path);

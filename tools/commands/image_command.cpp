@@ -14,6 +14,7 @@
 #include "sim/demo.hpp"
 #include "sim/render.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/option_words.hpp"
 #include "tools/commands/property_table.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
@@ -92,11 +93,24 @@ cv::Mat galleryImage() {
   return view.capture({stripes}).at(0)(cv::Rect(95, 32, 160, 120)).clone();
 }
 
+/// The class without its namespace of every filter, and "input".
+std::vector<std::string> galleryNames() {
+  std::vector<std::string> names{"input"};
+  for (std::string const& name : mv::imageFilters().names()) {
+    names.push_back(name.substr(name.rfind(':') + 1));
+  }
+  return names;
+}
+
+std::string galleryPath(std::string const& folder, std::string const& name) {
+  return (fs::path(folder) / (name + ".png")).string();
+}
+
 /// Writes the input and what each filter makes of it with its default settings.
 void writeGallery(std::string const& folder, cv::Mat const& image) {
   makeFolder(folder);
   auto const write = [&](std::string const& name, cv::Mat const& picture) {
-    writeImage((fs::path(folder) / (name + ".png")).string(), picture);
+    writeImage(galleryPath(folder, name), picture);
   };
   write("input", image);
   for (std::string const& name : mv::imageFilters().names()) {
@@ -112,7 +126,13 @@ void run(ImageOptions const& options, Report& report) {
     }
     return;
   }
-  report.declare({options.input, options.chainFile}, {options.output, options.savedChain});
+  std::vector<std::string> outputs{options.output, options.savedChain};
+  for (std::string const& name : galleryNames()) {
+    if (!options.gallery.empty() && fs::is_directory(options.gallery)) {
+      outputs.push_back(galleryPath(options.gallery, name));
+    }
+  }
+  report.declare({options.input, options.chainFile}, outputs);
   if (!options.gallery.empty()) {
     writeGallery(options.gallery, options.input.empty() ? galleryImage() : readImage(options.input));
     return;
@@ -143,12 +163,14 @@ void addImageCommand(CLI::App& app) {
   CLI::Option* input = command->add_option("input", options->input, "Picture to filter");
   CLI::Option* output = command->add_option("output", options->output, "Picture to write")->needs(input);
   command->add_option("--filters", options->chainFile, "JSON file with a chain of filters");
-  command
-      ->add_option("--filter", options->filters,
-                   "A filter, after those of --filters, as Gaussian:Radius=3,SigmaX=1.2; may be repeated")
-      ->type_name("FILTER")
-      ->allow_extra_args(false)
-      ->take_all();
+  CLI::Option* filter =
+      command
+          ->add_option("--filter", options->filters,
+                       "A filter, after those of --filters, as Gaussian:Radius=3,SigmaX=1.2; may be repeated")
+          ->type_name("FILTER")
+          ->allow_extra_args(false)
+          ->take_all();
+  setWords(*filter, filterWords(mv::imageFilters()));
   command->add_option("--save-filters", options->savedChain, "Write the whole chain to a JSON file");
   command->add_option("--gallery", options->gallery,
                       "Write to a folder what every filter makes of the picture, or of one rendered here");

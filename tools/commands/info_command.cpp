@@ -23,6 +23,7 @@
 #include "tools/commands/property_table.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_info.hpp"
+#include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
@@ -205,11 +206,11 @@ nlohmann::json infoOf(std::string const& path) {
 } // namespace
 
 void addInfoCommand(CLI::App& app) {
-  auto path = std::make_shared<std::string>();
+  auto paths = std::make_shared<std::vector<std::string>>();
   auto properties = std::make_shared<bool>(false);
   CLI::App* command =
-      app.add_subcommand("info", "Say what a file holds: a calibration, a cloud, a picture, a report");
-  CLI::Option* file = command->add_option("file", *path, "The file");
+      app.add_subcommand("info", "Say what files hold: a calibration, a cloud, a picture, a report");
+  CLI::Option* file = command->add_option("files", *paths, "The files; * and ? stand for parts of names");
   command
       ->add_flag("--properties", *properties,
                  "Print the properties of every class instead, with types, defaults and allowed values")
@@ -222,12 +223,21 @@ void addInfoCommand(CLI::App& app) {
           return;
         }
         if (file->count() == 0) {
-          throw CLI::RequiredError("file");
+          throw CLI::RequiredError("files");
         }
-        report.declare({*path}, {});
-        report.add(infoOf(*path));
+        std::vector<std::string> const files = expandFiles(*paths);
+        report.declare(files, {});
+        report["files"] = nlohmann::json::array();
+        for (std::string const& path : files) {
+          if (files.size() > 1) {
+            std::cout << path << ":\n";
+          }
+          nlohmann::json info = infoOf(path);
+          info["file"] = path;
+          report["files"].push_back(std::move(info));
+        }
       },
-      "--report", "what the file holds");
+      "--report", "what the files hold");
 }
 
 } // namespace vorn::tools

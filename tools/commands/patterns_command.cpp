@@ -42,6 +42,7 @@ void run(PatternsOptions const& options, Report& report) {
   cv::Size const size(options.width, options.height);
   mv::generate_ps4_patterns(columns, rows, size);
   makeFolder(options.folder);
+  report.declare({}, {});
   writeSequence(options, "columns", columns);
   writeSequence(options, "rows", rows);
   if (options.white) {

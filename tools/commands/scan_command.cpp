@@ -17,6 +17,7 @@
 #include "tools/commands/property_options.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
@@ -50,11 +51,8 @@ struct ScanOptions {
 void writeCloud(std::string const& path, mv::ScanResult const& result) {
   graphic::GraphicObject object = result.cloud.getGraphicObject(true);
   if (lowerCaseEnding(path) == ".stl") {
-    // A mesh format: neighbours on the camera's grid make the triangles. An edge several times the usual
-    // distance between neighbours crosses a step.
-    constexpr float stepRatio = 5.0F;
     cv::Mat const present = result.cloud.state() == 0;
-    addGridTriangles(object, result.xyz, present, stepRatio * medianSpacing(result.xyz));
+    addSurface(object, result.xyz, present);
   }
   writeGraphic(path, object);
 }
@@ -89,7 +87,24 @@ std::vector<std::string> inputsOf(ScanOptions const& options, std::string const&
   return inputs;
 }
 
+/// Where pictures of a sequence may be meant that the folder does not have.
+std::string hint(std::string const& folder, std::string const& prefix) {
+  std::string const inner = (std::filesystem::path(folder) / "scan").string();
+  if (std::filesystem::is_directory(inner) && !findSequence(inner, prefix).empty()) {
+    return "; " + inner + " has";
+  }
+  for (auto const& entry : std::filesystem::directory_iterator(folder)) {
+    std::string const name = entry.path().filename().string();
+    std::string const ending = lowerCaseEnding(name);
+    if (name.rfind("truth", 0) != 0 && (ending == ".png" || isTiff(name) || ending == ".bmp")) {
+      return ", but " + name;
+    }
+  }
+  return "";
+}
+
 void runLaser(ScanOptions const& options, Report& report) {
+  checkInputFile(options.calibration);
   mv::LineScanner scanner;
   load(options.calibration, scanner);
   report.declare(inputsOf(options, "line"), {options.out, options.preview});
@@ -124,6 +139,7 @@ void runLaser(ScanOptions const& options, Report& report) {
 }
 
 void runPattern(ScanOptions const& options, Report& report) {
+  checkInputFile(options.calibration);
   mv::Sl3dScanner scanner;
   load(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
@@ -146,7 +162,8 @@ void runPattern(ScanOptions const& options, Report& report) {
   double const readTime = timer.toc();
   if (images.empty()) {
     throw Exception(options.folder + " has no pictures " + sequencePrefix(scanner) + "_00.png, " +
-                        sequencePrefix(scanner) + "_01.png, ...",
+                        sequencePrefix(scanner) + "_01.png, ..." +
+                        hint(options.folder, sequencePrefix(scanner)),
                     nullptr, 0, "scan");
   }
   mv::ScanSettings settings;
@@ -224,7 +241,7 @@ void addScanCommand(CLI::App& app) {
       ->add_option("--xyz", options->xyz,
                    "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
       ->excludes(laser);
-  addSetOption(*command, options->assignments, "scanner")->excludes(laser);
+  addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);
   setWork(
       *command,
       [options](Report& report) {

@@ -110,6 +110,7 @@ void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
 
 void run(SimulateOptions const& options, Report& report) {
   makeFolder(options.folder);
+  report.declare({}, {});
   report["folder"] = options.folder;
   report["rig"] = options.isLaser ? "laser" : options.isStereo ? "stereo" : "scanner";
   if (options.isLaser) {

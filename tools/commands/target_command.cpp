@@ -37,6 +37,7 @@ void run(TargetOptions const& options, Report& report) {
   if (!options.page.empty()) {
     target.page = pageOf(options.page);
   }
+  report.declare({}, targetFiles(options.output));
   writeTarget(options.output, target);
   cv::Size2d const page = pageSize(target);
   cv::Point const dots = target.maxIndex - target.minIndex + cv::Point(1, 1);

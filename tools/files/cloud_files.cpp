@@ -10,11 +10,14 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/core/system.hpp>
 #include <vorn/graphic/obj_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
 
+#include "tools/files/input_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/report/warning.hpp"
 
 namespace vorn::tools {
 
@@ -36,14 +39,33 @@ Format formatOf(std::string const& path) {
   throw Exception(path + " does not end in .ply, .obj or .stl", nullptr, 0, "cloud");
 }
 
+/// What the reader says of the file, such as normals that are not there, becomes a warning.
+graphic::GraphicObject readObj(std::string const& path) {
+  std::string said;
+  System::setMessageSink([&](std::string const& text) { said += text; });
+  auto const finish = [&] { System::setMessageSink([](std::string const& /*text*/) {}); };
+  try {
+    graphic::GraphicObject object = graphic::OBJFile().read(path);
+    finish();
+    if (!said.empty()) {
+      warn(said.substr(0, said.find_last_not_of('\n') + 1));
+    }
+    return object;
+  } catch (...) {
+    finish();
+    throw;
+  }
+}
+
 } // namespace
 
 graphic::GraphicObject readGraphic(std::string const& path) {
+  checkInputFile(path);
   switch (formatOf(path)) {
   case Format::Ply:
     return graphic::PLYFile().read(path);
   case Format::Obj:
-    return graphic::OBJFile().read(path);
+    return readObj(path);
   case Format::Stl:
     break;
   }
@@ -121,6 +143,12 @@ void addGridTriangles(graphic::GraphicObject& object, cv::Mat_<cv::Vec3f> const&
       add({cv::Point(x + 1, y), cv::Point(x, y + 1), cv::Point(x + 1, y + 1)});
     }
   }
+}
+
+void addSurface(graphic::GraphicObject& object, cv::Mat_<cv::Vec3f> const& xyz,
+                cv::Mat_<uchar> const& present) {
+  constexpr float stepRatio = 5.0F;
+  addGridTriangles(object, xyz, present, stepRatio * medianSpacing(xyz));
 }
 
 } // namespace vorn::tools

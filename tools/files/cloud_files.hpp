@@ -33,4 +33,9 @@ float medianSpacing(cv::Mat_<cv::Vec3f> const& xyz);
 void addGridTriangles(graphic::GraphicObject& object, cv::Mat_<cv::Vec3f> const& xyz,
                       cv::Mat_<uchar> const& present, float maxEdge);
 
+/// `addGridTriangles` with edges of up to five times the usual distance between neighbours: longer ones cross
+/// a step.
+void addSurface(graphic::GraphicObject& object, cv::Mat_<cv::Vec3f> const& xyz,
+                cv::Mat_<uchar> const& present);
+
 } // namespace vorn::tools

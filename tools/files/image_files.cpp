@@ -4,22 +4,23 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
+#include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
+#include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include <vorn/core/atomic_file.hpp>
 #include <vorn/core/exception.hpp>
 
 #include "tools/commands/size_option.hpp"
+#include "tools/files/input_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/files/silence.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/warning.hpp"
 
 namespace vorn::tools {
 
@@ -29,21 +30,6 @@ namespace {
 
 Exception failure(std::string const& message) {
   return {message, nullptr, 0, "images"};
-}
-
-std::vector<unsigned char> readBytes(std::string const& path) {
-  if (fs::is_directory(path)) {
-    throw failure("Cannot open " + path + ": it is a folder");
-  }
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    throw failure("Cannot open " + path + ": " + std::strerror(errno));
-  }
-  std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (file.bad()) {
-    throw failure("Cannot read " + path);
-  }
-  return bytes;
 }
 
 /// Whether a JPEG file breaks off: its reader fills what is missing with grey and says nothing. In the coded
@@ -66,16 +52,54 @@ bool isCutJpeg(std::vector<unsigned char> const& bytes) {
                                            end.begin(), end.end()) == bytes.end();
 }
 
-cv::Mat decoded(std::string const& path, int flags) {
-  std::vector<unsigned char> const bytes = readBytes(path);
+/// The picture in a file's bytes; empty when there is none. What the codecs would say of it names no file.
+cv::Mat decodedQuietly(std::vector<unsigned char> const& bytes, int flags) {
+  Silence const silence;
+  try {
+    return bytes.empty() ? cv::Mat() : cv::imdecode(bytes, flags);
+  } catch (cv::Exception const&) {
+    return {};
+  }
+}
+
+cv::Mat decoded(std::string const& path, std::vector<unsigned char> const& bytes, int flags) {
   if (isCutJpeg(bytes)) {
     throw failure(path + " is incomplete: the end of the picture is missing");
   }
-  cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, flags);
+  cv::Mat image = decodedQuietly(bytes, flags);
   if (image.empty()) {
     throw failure(path + " is not a picture that can be read");
   }
   return image;
+}
+
+/// Whether a PNG file has an alpha channel, as its colour type says.
+bool isPngWithAlpha(std::vector<unsigned char> const& bytes) {
+  constexpr std::size_t colourType = 25; // behind signature, length and name of the first chunk, and the size
+  constexpr unsigned char alphaBit = 4;
+  return bytes.size() > colourType && bytes[0] == 0x89 && bytes[1] == 'P' &&
+         (bytes[colourType] & alphaBit) != 0;
+}
+
+/// A picture in 8 bits: of deeper ones the upper 8.
+/// @throws Exception also for 16 bits of which hardly more than 12 are used: nearly nothing would be left
+cv::Mat decodedIn8Bits(std::string const& path, int flags) {
+  std::vector<unsigned char> const bytes = readInputFile(path);
+  constexpr std::size_t pngDepth = 24; // behind signature, length and name of the first chunk, and the size
+  bool const isPng = bytes.size() > pngDepth && bytes[0] == 0x89 && bytes[1] == 'P';
+  if (isPng ? bytes[pngDepth] == 16 : isTiff(path)) {
+    cv::Mat const deep = decoded(path, bytes, flags | cv::IMREAD_ANYDEPTH);
+    double most = 0;
+    cv::minMaxLoc(deep.reshape(1), nullptr, &most);
+    constexpr double range12 = 4096;
+    if (deep.depth() == CV_16U && most < range12) {
+      throw failure(
+          path + " has 16 bits but no value above " + std::to_string(std::lround(most)) +
+          ": of what is measured, its upper 8 bits, hardly anything is left. Store values of 10 or 12 "
+          "bits in the upper bits, or the picture in 8 bits");
+    }
+  }
+  return decoded(path, bytes, flags);
 }
 
 /// The number in PREFIX_NN.EXT, when `name` is such a name.
@@ -100,15 +124,20 @@ bool hasPictureEnding(std::filesystem::path const& path) {
 }
 
 cv::Mat readGrayImage(std::string const& path) {
-  return decoded(path, cv::IMREAD_GRAYSCALE);
+  return decodedIn8Bits(path, cv::IMREAD_GRAYSCALE);
 }
 
 cv::Mat readLaserImage(std::string const& path) {
-  return decoded(path, cv::IMREAD_ANYCOLOR);
+  return decodedIn8Bits(path, cv::IMREAD_ANYCOLOR);
 }
 
 cv::Mat readImage(std::string const& path) {
-  return decoded(path, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
+  std::vector<unsigned char> const bytes = readInputFile(path);
+  cv::Mat image = decoded(path, bytes, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
+  if (isPngWithAlpha(bytes)) {
+    warn("the transparency (alpha) of " + path + " is left out");
+  }
+  return image;
 }
 
 std::string encodedImage(std::string const& path, cv::Mat const& image, Packing packing) {

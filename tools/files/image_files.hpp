@@ -16,7 +16,9 @@ namespace vorn::tools {
 bool hasPictureEnding(std::filesystem::path const& path);
 
 /// Reads a picture as 8-bit grey.
-/// @throws Exception when the file cannot be opened or is no picture that OpenCV reads
+/// @throws Exception as `readInputFile`; when the file is no picture that OpenCV reads; when it has 16 bits
+/// and
+///         no value above 4095, of which the upper 8 bits would hold hardly anything
 cv::Mat readGrayImage(std::string const& path);
 
 /// Reads a picture in 8 bits, as colours (blue, green, red) where it has any: grey would take most of its
@@ -24,7 +26,7 @@ cv::Mat readGrayImage(std::string const& path);
 /// @throws Exception as `readGrayImage`
 cv::Mat readLaserImage(std::string const& path);
 
-/// Reads a picture in the type it is stored in, with alpha dropped.
+/// Reads a picture in the type it is stored in, with alpha dropped; a warning says so for PNG files.
 cv::Mat readImage(std::string const& path);
 
 /// How PNG files are packed: fast for what is large, small for what is drawn.

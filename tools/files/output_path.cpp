@@ -40,6 +40,16 @@ bool isStream(std::string const& path) {
   return !absent && fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
 }
 
+/// Where a path leads, through links also where nothing stands at their end yet.
+fs::path placeOf(fs::path path, std::error_code& failed) {
+  constexpr int mostLinks = 40; // the kernel's own limit
+  std::error_code noLink;
+  for (int i = 0; i < mostLinks && fs::is_symlink(fs::symlink_status(path, noLink)); ++i) {
+    path = path.parent_path() / fs::read_symlink(path, failed);
+  }
+  return fs::weakly_canonical(fs::absolute(path), failed);
+}
+
 /// Whether both lead to one file, which may not be there yet.
 bool areOneFile(std::string const& a, std::string const& b) {
   std::error_code absent;
@@ -48,8 +58,8 @@ bool areOneFile(std::string const& a, std::string const& b) {
   }
   std::error_code failedA;
   std::error_code failedB;
-  fs::path const placeA = fs::weakly_canonical(a, failedA);
-  fs::path const placeB = fs::weakly_canonical(b, failedB);
+  fs::path const placeA = placeOf(a, failedA);
+  fs::path const placeB = placeOf(b, failedB);
   return !failedA && !failedB && placeA == placeB;
 }
 
@@ -70,7 +80,9 @@ void checkPlace(std::string const& path) {
   }
 }
 
-/// Past the stream of what people read, which may be silenced.
+/// Past the stream of what people read, which may be silenced, and on the open file itself: opening
+/// /dev/stdout anew needs rights that the file's owner may not have given, and writes from the start of a
+/// file.
 void writeToStandardOutput(std::string const& bytes) {
   if (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() || std::fflush(stdout) != 0) {
     throw refusal("to standard output", std::strerror(errno));
@@ -86,7 +98,14 @@ bool isStandardOutput(std::string const& path) {
 void checkOutputs(std::vector<std::string> const& paths, std::vector<std::string> const& inputs) {
   std::vector<std::string> earlier;
   for (std::string const& path : paths) {
-    if (path.empty() || path == dash) {
+    if (path.empty()) {
+      continue;
+    }
+    if (isStandardOutput(path)) {
+      if (std::any_of(earlier.begin(), earlier.end(), isStandardOutput)) {
+        throw refusal("to standard output", "two outputs go there");
+      }
+      earlier.push_back(path);
       continue;
     }
     checkPlace(path);
@@ -122,12 +141,12 @@ bool isTiff(std::string const& path) {
 void writeTogether(std::vector<FileContent> const& contents) {
   std::list<AtomicFile> files;
   for (FileContent const& content : contents) {
-    if (content.path != dash) {
+    if (!isStandardOutput(content.path)) {
       files.emplace_back(content.path).write(content.bytes);
     }
   }
   for (FileContent const& content : contents) {
-    if (content.path == dash) {
+    if (isStandardOutput(content.path)) {
       writeToStandardOutput(content.bytes);
     }
   }

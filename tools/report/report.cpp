@@ -14,8 +14,10 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/report/sha256.hpp"
+#include "tools/report/warning.hpp"
 
 namespace vorn::tools {
 
@@ -102,7 +104,11 @@ std::string hashOf(std::string const& path) {
 
 } // namespace
 
-Report::Report(CLI::App const& command, std::vector<std::string> paths) : paths_(std::move(paths)) {
+Report::Report(CLI::App const& command, std::vector<std::string> paths, bool mayReplace)
+    : mayReplace_(mayReplace) {
+  for (std::string const& path : paths) {
+    places_.push_back(placeOf(path));
+  }
   constexpr int version = 1;
   json_ = {{"schema", {{"name", "vorn-mv." + command.get_name()}, {"version", version}}},
            {"tool", {{"name", "vorn-mv"}, {"version", VORN_MV_VERSION}}},
@@ -112,9 +118,12 @@ Report::Report(CLI::App const& command, std::vector<std::string> paths) : paths_
 }
 
 void Report::declare(std::vector<std::string> const& inputs, std::vector<std::string> outputs) {
-  outputs.insert(outputs.end(), paths_.begin(), paths_.end());
-  checkOutputs(outputs, inputs);
+  for (Place const& place : places_) {
+    outputs.push_back(place.path);
+  }
+  checkOutputs(outputs, mayReplace_ ? std::vector<std::string>() : inputs);
   for (std::string const& input : inputs) {
+    checkInputFile(input);
     if (isWanted() && !input.empty()) {
       addInput(input);
     }
@@ -139,15 +148,26 @@ void Report::addProperties(IPropertySet const& object) {
   }
 }
 
-void Report::warn(std::string const& text) {
-  std::cerr << "vorn-mv: warning: " << text << '\n';
-  json_["warnings"].push_back(text);
+Report::Place Report::placeOf(std::string const& path) {
+  std::error_code absent;
+  auto const time = std::filesystem::last_write_time(path, absent);
+  return {path, !absent, time};
 }
 
 std::vector<FileContent> Report::takeFiles() {
   std::vector<FileContent> files;
-  for (std::string const& path : isTaken_ ? std::vector<std::string>() : paths_) {
-    files.push_back({path, jsonText(json_)});
+  for (std::string const& warning : takeWarnings()) {
+    json_["warnings"].push_back(warning);
+  }
+  for (Place const& place : isTaken_ ? std::vector<Place>() : places_) {
+    Place const now = placeOf(place.path);
+    bool const isFile = std::filesystem::is_regular_file(std::filesystem::status(place.path));
+    if (isFile && now.isThere && (!place.isThere || now.time != place.time) &&
+        !isStandardOutput(place.path)) {
+      throw Exception("Cannot write the report to " + place.path + ": another output went there", nullptr, 0,
+                      "report");
+    }
+    files.push_back({place.path, jsonText(json_)});
   }
   isTaken_ = true;
   return files;

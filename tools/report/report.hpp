@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -26,33 +27,33 @@ namespace vorn::tools {
 ///   what is no regular file, such as a pipe;
 /// - "settings": "options", those of the command line with their values and defaults, and "properties", all
 ///   properties that were used, by class;
-/// - "warnings": a list of texts;
+/// - "warnings": a list of texts, those of `warn`;
 ///
 /// and beside them the command's own members. All names are in camelCase, those of properties as they are.
 /// Each command's form stands in tools/report/schema as a JSON schema.
 class Report {
 public:
-  /// @param command whose options are taken as they were parsed
-  /// @param paths   where to write it, "-" for standard output; none when nobody wants one
-  Report(CLI::App const& command, std::vector<std::string> paths);
+  /// @param command       whose options are taken as they were parsed
+  /// @param paths         where to write it, "-" for standard output; none when nobody wants one
+  /// @param mayReplace    whether outputs may be inputs
+  Report(CLI::App const& command, std::vector<std::string> paths, bool mayReplace);
 
   /// Whether it is written anywhere. Inputs are hashed only then.
-  bool isWanted() const { return !paths_.empty(); }
+  bool isWanted() const { return !places_.empty(); }
 
   /// To be called before long work: checks that the outputs and the report can be written and that none of
   /// them is another or an input, and notes the inputs, which are read through once more for their hashes.
   /// Empty paths are passed over.
-  /// @throws Exception as `checkOutputs`, or when an input cannot be read
+  /// @throws Exception as `checkOutputs`; for an input that is a folder, a device or too large, or that
+  /// cannot
+  ///         be read
   void declare(std::vector<std::string> const& inputs, std::vector<std::string> outputs);
 
   /// Writes it to one more file, whether or not another is wanted.
-  void alsoWriteTo(std::string const& path) { paths_.push_back(path); }
+  void alsoWriteTo(std::string const& path) { places_.push_back(placeOf(path)); }
 
   /// Adds the properties of an object, all of them.
   void addProperties(IPropertySet const& object);
-
-  /// Says on standard error what the user should know though the work goes on, and notes it.
-  void warn(std::string const& text);
 
   /// A member of the command's own.
   nlohmann::json& operator[](std::string const& name) { return json_[name]; }
@@ -65,13 +66,23 @@ public:
   std::vector<FileContent> takeFiles();
 
   /// Writes it to where it goes, unless that is done.
-  /// @throws Exception when that is not possible
+  /// @throws Exception when that is not possible, or when the command itself has written a file there since
+  ///         the report was begun
   void write();
 
 private:
+  /// What stood under a path, to see whether it was written.
+  struct Place {
+    std::string path;
+    bool isThere;
+    std::filesystem::file_time_type time;
+  };
+
+  static Place placeOf(std::string const& path);
   void addInput(std::string const& path);
 
-  std::vector<std::string> paths_;
+  std::vector<Place> places_;
+  bool mayReplace_;
   nlohmann::json json_;
   bool isTaken_ = false;
 };

@@ -11,6 +11,9 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/core/system.hpp>
 
+#include "tools/files/input_file.hpp"
+#include "tools/report/warning.hpp"
+
 namespace vorn::tools {
 
 namespace {
@@ -20,6 +23,8 @@ struct CommonOptions {
   bool isJson = false;
   bool isQuiet = false;
   bool isVerbose = false;
+  bool mayReplace = false;
+  std::uint64_t mostMegabytes = usualInputLimit >> 20U;
 };
 
 /// Leads `std::cout` elsewhere as long as it lives: nowhere when null.
@@ -48,6 +53,8 @@ void doWork(CLI::App const& command, CommonOptions const& options, std::function
   if (options.isVerbose) {
     System::set("EnableDebugMode", Variant(true));
   }
+  setInputLimit(options.mostMegabytes << 20U);
+  takeWarnings(); // of an earlier command
   std::vector<std::string> paths;
   if (!options.report.empty()) {
     paths.push_back(options.report);
@@ -58,7 +65,7 @@ void doWork(CLI::App const& command, CommonOptions const& options, std::function
   if (std::count_if(paths.begin(), paths.end(), isStandardOutput) > 1) {
     throw CLI::ExcludesError("--json", "--report " + options.report);
   }
-  Report report(command, std::move(paths));
+  Report report(command, std::move(paths), options.mayReplace);
   std::streambuf* const target = options.isQuiet || options.isJson ? nullptr
                                  : givesStandardOutput(command)    ? std::cerr.rdbuf()
                                                                    : std::cout.rdbuf();
@@ -78,6 +85,12 @@ void setWork(CLI::App& command, std::function<void(Report&)> work, std::string c
   command.add_flag("--json", options->isJson, "The report on standard output, and nothing else there");
   command.add_flag("--quiet", options->isQuiet, "Nothing on standard output but files that go there");
   command.add_flag("--verbose", options->isVerbose, "The library's own messages on standard error");
+  constexpr std::uint64_t most = std::uint64_t{1} << 40;
+  command.add_flag("--replace-input", options->mayReplace, "Let an output take the place of an input");
+  command.add_option("--max-input", options->mostMegabytes, "Refuse files to read that are larger")
+      ->type_name("MB")
+      ->check(CLI::Range(std::uint64_t{1}, most >> 20U))
+      ->capture_default_str();
   command.callback([&command, options, work = std::move(work)] { doWork(command, *options, work); });
 }
 

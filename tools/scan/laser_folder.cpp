@@ -6,7 +6,8 @@
 #include <cctype>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
+#include <iterator>
+#include <optional>
 #include <sstream>
 
 #include <nlohmann/json.hpp>
@@ -17,6 +18,7 @@
 #include <vorn/mv/geometry/plane3f.hpp>
 
 #include "tools/files/image_files.hpp"
+#include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/scan/scan_report.hpp"
@@ -40,26 +42,43 @@ std::string printable(std::string word) {
   return word;
 }
 
-/// The numbers of a text with commas, semicolons or blanks between them.
-/// @throws Exception for anything else, naming `what`
-std::vector<double> numbersIn(std::string text, std::string const& what) {
+std::vector<std::string> wordsIn(std::string text) {
   for (char& c : text) {
     c = c == ',' || c == ';' ? ' ' : c;
   }
   std::istringstream in(text);
-  std::vector<double> numbers;
-  for (std::string word; in >> word;) {
+  return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
+}
+
+/// The number that a whole word is; none for anything else.
+std::optional<double> numberOf(std::string const& word) {
+  try {
     std::size_t end = 0;
-    double value = 0;
-    try {
-      value = std::stod(word, &end);
-    } catch (std::exception const&) {
-      end = 0;
-    }
-    if (end != word.size() || !std::isfinite(value)) {
+    double const value = std::stod(word, &end);
+    return end == word.size() ? std::optional<double>(value) : std::nullopt;
+  } catch (std::exception const&) {
+    return std::nullopt;
+  }
+}
+
+/// Whether a line names columns, as "h1,h2": words that do not begin as numbers do, and are none ("nan").
+bool isHeadingLine(std::string const& line) {
+  std::vector<std::string> const words = wordsIn(line);
+  return !words.empty() && std::all_of(words.begin(), words.end(), [](std::string const& word) {
+    return std::string("0123456789+-.").find(word[0]) == std::string::npos && !numberOf(word);
+  });
+}
+
+/// The numbers of a text with commas, semicolons or blanks between them.
+/// @throws Exception for anything else, naming `what`
+std::vector<double> numbersIn(std::string const& text, std::string const& what) {
+  std::vector<double> numbers;
+  for (std::string const& word : wordsIn(text)) {
+    std::optional<double> const value = numberOf(word);
+    if (!value || !std::isfinite(*value)) {
       throw failure(what + ": \"" + printable(word) + "\" is no number");
     }
-    numbers.push_back(value);
+    numbers.push_back(*value);
   }
   return numbers;
 }
@@ -94,15 +113,13 @@ std::vector<double> readEncoder(std::string const& path) {
   if (lowerCaseEnding(path) == ".json") {
     return numbersOf(readJsonFile(path), path);
   }
-  std::ifstream file(path);
-  if (!file) {
-    throw failure("Cannot read " + path);
-  }
+  std::vector<unsigned char> const bytes = readInputFile(path);
+  std::istringstream file(std::string(bytes.begin(), bytes.end()));
   std::vector<double> places;
   int number = 0;
   for (std::string line; std::getline(file, line);) {
     ++number;
-    bool const isHeading = number == 1 && line.find_first_of("0123456789") == std::string::npos;
+    bool const isHeading = number == 1 && isHeadingLine(line);
     std::vector<double> const inLine =
         isHeading ? std::vector<double>() : numbersIn(line, path + ", line " + std::to_string(number));
     places.insert(places.end(), inLine.begin(), inLine.end());
