@@ -40,7 +40,7 @@ for command in "" $commands; do
   section=$(section_of "$command")
   offered=$(complete_words vorn-mv $command -)
   for option in $options; do
-    grep -qE -- "^(-h, )?$option( |\$|,)" <<< "$section" || fail "The page of '$command' lacks $option"
+    grep -qE -- "^(-[a-z], |--[a-z-]+, )*$option( |\$|,)" <<< "$section" || fail "The page of '$command' lacks $option"
     grep -qx -- "$option" <<< "$offered" || fail "'vorn-mv $command -' is not completed to $option"
   done
   [ "$(wc -w <<< "$offered")" -eq "$(wc -w <<< "$options")" ] || fail "'vorn-mv $command -' offers more:" $offered
@@ -65,8 +65,8 @@ expect "a cloud.ply" vorn-mv scan folder --out a
 expect "" vorn-mv target --pitch a
 # Names of properties and filters, and of values behind "=". A shell splits what is typed at "=" and ":".
 expect "circles staggered chessboard" vorn-mv detect a.png --kind ""
-expect "MinDotArea=" vorn-mv calibrate rig --set MinDotA
-expect "MinDotArea=" vorn-mv detect a.png --set MinDotA
+expect "MinDotArea= MinDotAreaMultiplier=" vorn-mv calibrate rig --set MinDotA
+expect "MinDotAreaMultiplier=" vorn-mv detect a.png --set MinDotAreaM
 expect "ScannerType=" vorn-mv scan rig --set ScannerT
 expect "Horizontal Vertical" vorn-mv scan rig --set ScannerType =
 expect "Vertical" vorn-mv scan rig --set ScannerType = V

@@ -201,6 +201,21 @@ TEST_F(FilterCommand, UsesTheGridOfAnImageOfPoints) {
   EXPECT_EQ(tableOf(eroded)[0].removed, holes * aroundHole);
 }
 
+TEST_F(FilterCommand, GridsBecomeSurfacesAndTheBoundsOfPropertiesNameTheWayAroundThem) {
+  cv::Mat_<cv::Vec3f> const grid = steppedGrid();
+  writeImage(folder_ / "grid.tiff", grid);
+  ToolOutcome const surface = run({"filter", folder_ / "grid.tiff", folder_ / "s.stl"});
+  ASSERT_EQ(surface.status, 0) << surface.errors;
+  // Two triangles a cell, but for the column across the step and what touches the two points that are
+  // missing.
+  int const cells = (grid.rows - 1) * (grid.cols - 2);
+  EXPECT_EQ(readGraphic(folder_ / "s.stl").triangles().size(), static_cast<std::size_t>(2 * cells - 2 * 6));
+  ToolOutcome const wide =
+      run({"filter", folder_ / "grid.tiff", folder_ / "w.ply", "--filter", "Outlier:Radius=30"});
+  EXPECT_EQ(wide.status, 1);
+  EXPECT_NE(wide.errors.find("--outlier has no such bounds"), std::string::npos) << wide.errors;
+}
+
 TEST_F(FilterCommand, SkipsGridFiltersWithoutAGridWhereThatIsAllowed) {
   for (std::vector<std::string> const& steps : std::vector<std::vector<std::string>>{
            {"--dz", "0.5"}, {"--border", "3"}, {"--erode", "1"}, {"--filter", "DzFilter:Dz=0.5"}}) {

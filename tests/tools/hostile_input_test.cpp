@@ -50,13 +50,13 @@ TEST_F(HostileInput, DamagedPicturesAreOneLineThatNamesTheFile) {
   cv::Mat noise(60, 80, CV_8UC1);
   cv::randu(noise, 0, 256);
   for (char const* ending : {".png", ".bmp", ".pgm", ".tiff", ".jpg"}) {
-    std::string const whole = encodedImage(ending, noise);
+    std::string const whole = encodedImage(std::string("a") + ending, noise);
     std::string const name = std::string("half") + ending;
     std::string const file = put(name, whole.substr(0, whole.size() / 2));
     refusal({"info", file}, name);
     refusal({"image", file, path("out.png"), "--filter", "Blur"}, name);
   }
-  std::string flipped = encodedImage(".png", noise);
+  std::string flipped = encodedImage("a.png", noise);
   flipped[flipped.size() / 2] = static_cast<char>(flipped[flipped.size() / 2] ^ 0x55);
   refusal({"info", put("flipped.png", flipped)}, "flipped.png");
 }

@@ -211,6 +211,23 @@ void addObjectStep(std::vector<Step>& steps, std::shared_ptr<mv::pc::IFilter> co
                    [filter](mv::PointCloud& cloud) { (*filter)(cloud); }});
 }
 
+/// A filter from "Class:Property=value,...". Where a value is refused, the option that takes any is named.
+std::unique_ptr<mv::pc::IFilter> parsedFilter(std::string const& text) {
+  try {
+    return parseFilter(text, mv::pc::filters());
+  } catch (Exception const& e) {
+    std::pair<char const*, char const*> const options[] = {
+        {"Outlier", "outlier"}, {"SmallCluster", "small-cluster"}, {"Dz", "dz"}, {"ZRange", "z-range"}};
+    std::string const name = text.substr(0, text.find(':'));
+    for (auto const& [filter, option] : options) {
+      if (name == filter && e.message().find(" is not in [") != std::string::npos) {
+        throw Exception(e.message() + "; --" + option + " has no such bounds", nullptr, 0, e.file().c_str());
+      }
+    }
+    throw;
+  }
+}
+
 void addChain(std::vector<Step>& steps, std::string const& path) {
   nlohmann::json const json = readJsonFile(path);
   try {
@@ -295,9 +312,9 @@ void addFilterCommand(CLI::App& app) {
   std::vector<Step>& steps = options->steps;
   addPointSteps(*command, steps);
   addGridSteps(*command, steps);
-  addStepOption<std::string>(
-      *command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5", "FILTER",
-      [&steps](std::string const& text) { addObjectStep(steps, parseFilter(text, mv::pc::filters())); });
+  addStepOption<std::string>(*command, "filter", "Any filter by its class, such as UniformSampler:Radius=0.5",
+                             "FILTER",
+                             [&steps](std::string const& text) { addObjectStep(steps, parsedFilter(text)); });
   setWords(*command->get_option("--filter"), filterWords(mv::pc::filters()));
   addStepOption<std::string>(*command, "properties", "The filters of a chain stored as JSON", "TEXT",
                              [&steps, &chains = options->chains](std::string const& path) {

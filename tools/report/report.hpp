@@ -15,6 +15,7 @@
 #include <vorn/core/property_set.hpp>
 
 #include "tools/files/output_path.hpp"
+#include "tools/report/warning.hpp"
 
 namespace vorn::tools {
 
@@ -54,6 +55,9 @@ public:
 
   /// Adds the properties of an object, all of them.
   void addProperties(IPropertySet const& object);
+
+  /// Says on standard error what the user should know though the work goes on, and notes it.
+  void warn(std::string const& text) { tools::warn(text); }
 
   /// A member of the command's own.
   nlohmann::json& operator[](std::string const& name) { return json_[name]; }
