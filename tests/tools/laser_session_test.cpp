@@ -326,7 +326,7 @@ TEST_F(LaserSession, TheCommandWritesCloudReportAndPreview) {
     std::ofstream(out / "encoder.txt") << first << "\n1\n2\n";
     EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("line 1"), std::string::npos) << first;
   }
-  for (char const* heading : {"h1,h2", "place (mm)", "\"s 1\""}) {
+  for (char const* heading : {"h1,h2", "place (mm)", "\"s1\""}) {
     std::ofstream(out / "encoder.txt") << heading << "\nthree\n";
     EXPECT_NE(with({"--encoder", out / "encoder.txt"}).errors.find("line 2: \"three\""), std::string::npos)
         << heading;
