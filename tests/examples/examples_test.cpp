@@ -96,13 +96,13 @@ private:
   TemporaryFolder folder_;
 };
 
-/// Collects the names of all members at any depth, those of a scanner's properties excepted.
+/// Collects the names of all members at any depth, those of properties and of a command's options excepted.
 void collectNames(nlohmann::json const& json, std::set<std::string>& names) {
   for (auto const& [name, value] : json.items()) {
     if (json.is_object()) {
       names.insert(name);
     }
-    if (value.is_structured() && name != "Properties") {
+    if (value.is_structured() && name != "Properties" && name != "properties" && name != "options") {
       collectNames(value, names);
     }
   }
