@@ -18,8 +18,8 @@ namespace vorn::mv {
 namespace {
 
 /// The mean of rotations, as calibrations are averaged, is a little short of a rotation: by the cosine of
-/// their distance from the mean. This is the cosine of 8 degrees; the views of a calibration that fits to
-/// half a pixel lie within one degree, whose cosine is 0.9998.
+/// their distance from the mean. This is the cosine of 8 degrees; calibrations whose views differ by two
+/// degrees are refused before they are written.
 constexpr double leastStretch = 0.99;
 /// A mean is never longer than what it is of; the rest are the digits of files in single precision.
 constexpr double greatestStretch = 1.0001;

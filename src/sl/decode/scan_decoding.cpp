@@ -33,8 +33,8 @@ constexpr int rowsBetweenAskings = 256;
 /// How far bridging goes from one known pixel to the next, and how far pixels of good contrast vouch for a
 /// weak one between them: camera pixels, whatever the fringes' width. What is uncertain about the border of a
 /// stripe is what the camera's blur and a projector pixel on either side cover, ten pixels of a camera that
-/// has five to a projector pixel. From 8 to 16 no sampling from 0.75 to 5 makes a difference; less loses
-/// pixels at 5, and more bridges over what only looks alike.
+/// has five to a projector pixel. Bridging gains nothing from 8 to 16 at any sampling from 0.75 to 5;
+/// less loses pixels at 5, and more bridges over what only looks alike.
 constexpr int stripeBorderReach = 16;
 
 /// The phases that a pixel's images show, or a negative number when they are clipped or show no fringe.
