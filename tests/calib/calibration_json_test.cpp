@@ -50,6 +50,16 @@ nlohmann::json documentOf(IJsonSerializable const& object) {
   return json;
 }
 
+StereoCamera oddStereo() {
+  nlohmann::json const camera = documentOf(oddCamera());
+  StereoCamera stereo;
+  stereo.read({{"CameraModel0", camera},
+               {"CameraModel1", camera},
+               {"Hpc", oddTransform()},
+               {"Hpose", oddTransform()}});
+  return stereo;
+}
+
 /// Reads the object's document through text into a fresh object; there, each number in turn is null.
 template <class Object>
 Object throughText(Object const& object) {
@@ -92,12 +102,7 @@ TEST(CalibrationJson, Scanner) {
 }
 
 TEST(CalibrationJson, StereoCamera) {
-  nlohmann::json const camera = documentOf(oddCamera());
-  StereoCamera stereo;
-  stereo.read({{"CameraModel0", camera},
-               {"CameraModel1", camera},
-               {"Hpc", oddTransform()},
-               {"Hpose", oddTransform()}});
+  StereoCamera const stereo = oddStereo();
   EXPECT_EQ(throughText(stereo).getTransform(), oddTransform());
 }
 
@@ -214,11 +219,7 @@ TEST(JsonRefusal, NamesTheMemberOfACalibration) {
   }
   refusesAnyDamage(scanner, optional);
   nlohmann::json const camera = documentOf(oddCamera());
-  StereoCamera stereo;
-  stereo.read({{"CameraModel0", camera},
-               {"CameraModel1", camera},
-               {"Hpc", oddTransform()},
-               {"Hpose", oddTransform()}});
+  StereoCamera const stereo = oddStereo();
   refusesAnyDamage(stereo, {"D"});
   LineScanner line;
   line.read({{"CameraModel", camera}, {"Plane_0", documentOf(Plane3f({1, 2, 3}, {0, 0, 1}))}});

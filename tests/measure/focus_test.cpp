@@ -54,6 +54,18 @@ double extremeOf(std::vector<double> const& values) {
   return best + 0.5 * (before - after) / (before - 2.0 * here + after);
 }
 
+/// The place of the sharpest image of a series by a measure, in steps.
+double sharpestOf(std::vector<cv::Mat> const& series, FocusMeasure measure) {
+  FocusSettings settings;
+  settings.measure = measure;
+  std::vector<double> values;
+  for (cv::Mat const& image : series) {
+    double const value = calcFocus(image, settings).value;
+    values.push_back(measure == FocusMeasure::EdgeWidth ? -value : value);
+  }
+  return extremeOf(values);
+}
+
 TEST(Focus, EachMeasureHasItsExtremeAtTheSharpImage) {
   struct Case {
     double contrast, noise, sharpest;
@@ -65,14 +77,7 @@ TEST(Focus, EachMeasureHasItsExtremeAtTheSharpImage) {
       series.emplace_back(scene(std::hypot(0.5, 0.6 * (i - one.sharpest)), one.contrast, one.noise));
     }
     for (FocusMeasure const measure : measures) {
-      FocusSettings settings;
-      settings.measure = measure;
-      std::vector<double> values;
-      for (cv::Mat const& image : series) {
-        double const value = calcFocus(image, settings).value;
-        values.push_back(measure == FocusMeasure::EdgeWidth ? -value : value);
-      }
-      EXPECT_NEAR(extremeOf(values), one.sharpest, 0.25)
+      EXPECT_NEAR(sharpestOf(series, measure), one.sharpest, 0.25)
           << "measure " << static_cast<int>(measure) << ", contrast " << one.contrast << ", noise "
           << one.noise;
     }
@@ -98,14 +103,7 @@ TEST(Focus, OnTheVirtualRigEachMeasureIsExtremeInFocus) {
       series.push_back(seenByTheRig(i - inFocus, light, i));
     }
     for (FocusMeasure const measure : measures) {
-      FocusSettings settings;
-      settings.measure = measure;
-      std::vector<double> values;
-      for (cv::Mat const& image : series) {
-        double const value = calcFocus(image, settings).value;
-        values.push_back(measure == FocusMeasure::EdgeWidth ? -value : value);
-      }
-      EXPECT_NEAR(extremeOf(values), inFocus, 0.25)
+      EXPECT_NEAR(sharpestOf(series, measure), inFocus, 0.25)
           << "measure " << static_cast<int>(measure) << ", light " << light;
     }
   }
