@@ -13,8 +13,8 @@
 #include <vorn/core/system.hpp>
 #include <vorn/mv/core/library.hpp>
 
+#include "core/nearest_word.hpp"
 #include "tools/commands/commands.hpp"
-#include "tools/suggestion.hpp"
 
 namespace vorn::tools {
 

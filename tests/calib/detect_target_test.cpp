@@ -252,8 +252,10 @@ TEST(TargetDescriptionTest, ReadsWhatItWrites) {
   EXPECT_EQ(json.at("kind"), "staggered");
   copy.read({{"pitch", 2.5}});
   EXPECT_EQ(copy.size, cv::Size()) << "the rest may be missing";
+  copy.read({{"pitch", 2.5}, {"maker", "ourselves"}});
   for (auto const& [text, message] : {std::pair(R"({})", "pitch"),
                                       {R"({"pitch": 0})", "pitch"},
+                                      {R"({"pitch": 1, "seize": [4, 5]})", "did you mean \"size\""},
                                       {R"({"pitch": 1, "kind": "dots"})", "circles"},
                                       {R"({"pitch": 1, "size": [3]})", "size"},
                                       {R"({"pitch": 1, "size": [1, 5]})", "1 x 5"},

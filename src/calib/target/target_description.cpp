@@ -12,6 +12,7 @@
 
 #include "core/error.hpp"
 #include "core/json_member.hpp"
+#include "core/nearest_word.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -77,6 +78,19 @@ std::string nameIn(nlohmann::json const& json, char const* member, char const* u
   return json.contains(member) ? jsonValue<std::string>(json, member, "TargetDescription") : usual;
 }
 
+/// Members of other names are for others, but not one that is misspelt: what it says would be passed over.
+void requireNoMisspelling(nlohmann::json const& json) {
+  static std::vector<std::string> const known = {"kind",  "pitch",    "size",      "first",
+                                                 "marks", "polarity", "deviations"};
+  for (auto const& [name, value] : json.items()) {
+    std::string const meant = nearestWord(name, known);
+    if (!meant.empty() && meant != name) {
+      throw error("\"" + name + "\" is no member of a target's description; did you mean \"" + meant + "\"?",
+                  "TargetDescription");
+    }
+  }
+}
+
 void require(bool isMet, std::string const& message) {
   if (!isMet) {
     throw error(message, "TargetDescription");
@@ -124,6 +138,7 @@ cv::Point2d TargetDescription::position(cv::Point const& index) const {
 void TargetDescription::read(nlohmann::json const& json) {
   TargetDescription target;
   readJson(json, "pitch", target.pitch, "TargetDescription");
+  requireNoMisspelling(json);
   target.kind = valueOf(kinds, nameIn(json, "kind", "circles"), "kind");
   target.polarity = valueOf(polarities, nameIn(json, "polarity", "either"), "polarity");
   if (json.contains("size")) {

@@ -67,7 +67,8 @@ struct VORN_API TargetDescription : IJsonSerializable {
   /// "marks" [[column, row], ...], "polarity" ("either", "bright", "dark") and "deviations"
   /// [[column, row, dx, dy], ...]; all but "pitch" may be missing. The description is as it was when it
   /// throws.
-  /// @throws Exception for a member of a wrong type or value
+  /// @throws Exception for a member of a wrong type or value, or whose name is misspelt; others are passed
+  /// over
   void read(nlohmann::json const& json) override;
   void write(nlohmann::json& json) const override;
 };

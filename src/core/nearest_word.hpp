@@ -1,16 +1,18 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/suggestion.hpp"
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
+#include <string>
+#include <vector>
 
-namespace vorn::tools {
+namespace vorn {
 
-namespace {
+namespace detail {
 
 /// The number of edits from one word to the other (Damerau 1964, adjacent letters exchanged at most once).
-std::size_t editsBetween(std::string const& a, std::string const& b) {
+inline std::size_t editsBetween(std::string const& a, std::string const& b) {
   std::vector<std::vector<std::size_t>> edits(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
   for (std::size_t i = 0; i <= a.size(); ++i) {
     for (std::size_t k = 0; k <= b.size(); ++k) {
@@ -28,13 +30,15 @@ std::size_t editsBetween(std::string const& a, std::string const& b) {
   return edits[a.size()][b.size()];
 }
 
-} // namespace
+} // namespace detail
 
-std::string nearestWord(std::string const& word, std::vector<std::string> const& known) {
+/// The one of `known` that a misspelt word most likely stands for: the fewest letters left out, put in,
+/// changed or exchanged with their neighbour, at most a third of the word's. Empty when there is none.
+inline std::string nearestWord(std::string const& word, std::vector<std::string> const& known) {
   std::string best;
   std::size_t fewest = word.size() / 3 + 1;
   for (std::string const& candidate : known) {
-    std::size_t const edits = editsBetween(word, candidate);
+    std::size_t const edits = detail::editsBetween(word, candidate);
     if (edits < fewest) {
       fewest = edits;
       best = candidate;
@@ -43,4 +47,4 @@ std::string nearestWord(std::string const& word, std::vector<std::string> const&
   return best;
 }
 
-} // namespace vorn::tools
+} // namespace vorn
