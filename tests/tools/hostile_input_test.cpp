@@ -98,6 +98,10 @@ TEST_F(HostileInput, TwelveBitsInSixteenAreRefusedWhereEightAreUsed) {
   writeImage(path("low.tiff"), deep);
   EXPECT_NE(refusal({"detect", path("low.png")}, "low.png").find("no value above 4000"), std::string::npos);
   refusal({"detect", path("low.tiff")}, "low.tiff");
+  writeImage(path("low.pgm"), deep);
+  refusal({"detect", path("low.pgm")}, "low.pgm");
+  writeImage(path("plain.pgm"), cv::Mat(40, 60, CV_8UC1, cv::Scalar(9)));
+  EXPECT_NE(run({"detect", path("plain.pgm")}).output.find("plain.pgm: no target"), std::string::npos);
   writeImage(path("high.png"), cv::Mat(deep * 16));
   EXPECT_NE(run({"detect", path("high.png")}).output.find("high.png: no target"), std::string::npos);
 }

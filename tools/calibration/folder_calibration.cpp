@@ -10,6 +10,7 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
 
 namespace vorn::tools {
@@ -28,7 +29,7 @@ fs::path viewFolder(std::string const& folder) {
   return root;
 }
 
-/// The names of those entries of a folder that `isWanted`, in order.
+/// The names of those entries of a folder that `isWanted`, in the order of their numbers.
 template <class Wanted>
 std::vector<std::string> entriesOf(fs::path const& folder, Wanted const& isWanted) {
   std::vector<std::string> names;
@@ -37,7 +38,7 @@ std::vector<std::string> entriesOf(fs::path const& folder, Wanted const& isWante
       names.push_back(entry.path().filename().string());
     }
   }
-  std::sort(names.begin(), names.end());
+  std::sort(names.begin(), names.end(), comesBefore);
   return names;
 }
 
@@ -49,13 +50,15 @@ std::vector<std::string> posesIn(fs::path const& root) {
 }
 
 std::vector<std::string> picturesIn(fs::path const& root) {
-  return entriesOf(root, [](fs::directory_entry const& entry) { return hasPictureEnding(entry.path()); });
+  return entriesOf(root, [](fs::directory_entry const& entry) {
+    return entry.is_regular_file() && hasPictureEnding(entry.path());
+  });
 }
 
-/// A reason without the path of the view's folder: the view is named beside it.
-std::string withoutFolder(std::string reason, std::string const& folder) {
-  std::string const paths[] = {folder + "/", folder};
-  std::string const texts[] = {"", "its folder"};
+/// A reason without the path of the view, which is named beside it.
+std::string withoutPath(std::string reason, fs::path const& view) {
+  std::string const paths[] = {view.string() + "/", view.string()};
+  std::string const texts[] = {"", fs::is_directory(view) ? "its folder" : "it"};
   for (int i = 0; i < 2; ++i) {
     for (auto at = reason.find(paths[i]); at != std::string::npos;
          at = reason.find(paths[i], at + texts[i].size())) {
@@ -76,7 +79,7 @@ auto calibrate(fs::path const& root, std::vector<std::string> const& names, Read
       result.name = names[number];
       return result;
     } catch (Exception const& e) {
-      throw Exception(withoutFolder(e.message(), path.string()), nullptr, 0, "calibrate");
+      throw Exception(withoutPath(e.message(), path), nullptr, 0, "calibrate");
     }
   };
   return job(names, view);

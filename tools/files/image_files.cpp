@@ -87,7 +87,8 @@ cv::Mat decodedIn8Bits(std::string const& path, int flags) {
   std::vector<unsigned char> const bytes = readInputFile(path);
   constexpr std::size_t pngDepth = 24; // behind signature, length and name of the first chunk, and the size
   bool const isPng = bytes.size() > pngDepth && bytes[0] == 0x89 && bytes[1] == 'P';
-  if (isPng ? bytes[pngDepth] == 16 : isTiff(path)) {
+  bool const isPnm = !bytes.empty() && bytes[0] == 'P'; // of 16 bits when its greatest value says so
+  if (isPng ? bytes[pngDepth] == 16 : isPnm || isTiff(path)) {
     cv::Mat const deep = decoded(path, bytes, flags | cv::IMREAD_ANYDEPTH);
     double most = 0;
     cv::minMaxLoc(deep.reshape(1), nullptr, &most);

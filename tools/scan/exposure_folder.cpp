@@ -13,8 +13,8 @@
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/size_option.hpp"
+#include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
-#include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
 
 namespace vorn::tools {
@@ -24,11 +24,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using Sequences = std::map<std::string, std::vector<std::string>>;
-
-bool isPicture(fs::path const& path) {
-  static std::set<std::string> const endings{".png", ".bmp", ".tif", ".tiff", ".jpg", ".jpeg", ".pgm"};
-  return endings.count(lowerCaseEnding(path.string())) != 0;
-}
 
 /// A picture's name without the two digits or more that number it.
 std::string sequenceOf(fs::path const& path) {
@@ -52,11 +47,12 @@ std::string sequenceOf(fs::path const& path) {
 void addSequences(fs::path const& folder, std::string const& prefix, Sequences& sequences) {
   std::vector<fs::path> pictures;
   for (auto const& entry : fs::directory_iterator(folder)) {
-    if (entry.is_regular_file() && isPicture(entry.path())) {
+    if (entry.is_regular_file() && hasPictureEnding(entry.path())) {
       pictures.push_back(entry.path());
     }
   }
-  std::sort(pictures.begin(), pictures.end());
+  std::sort(pictures.begin(), pictures.end(),
+            [](fs::path const& a, fs::path const& b) { return comesBefore(a.string(), b.string()); });
   static std::set<std::string> const captured{"columns", "rows", "line", "target", "target_1"};
   auto const isCaptured = [](fs::path const& picture) { return captured.count(sequenceOf(picture)) != 0; };
   if (std::any_of(pictures.begin(), pictures.end(), isCaptured)) {
