@@ -6,7 +6,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -15,17 +14,18 @@
 #include <vorn/mv/sl/gray_code.hpp>
 
 #include "core/error.hpp"
-#include "core/parallel.hpp"
+#include "sl/coding/axis_image.hpp"
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
-constexpr uchar lit = 255;
-
-/// Which coordinate of a pixel an image codes.
-enum class Axis { Row, Column };
+using sl::Axis;
+using sl::fringeLevel;
+using sl::litWhere;
+using sl::makeAxisImage;
+using sl::roundedLevel;
 
 Axis codedAxis(bool vertical) {
   return vertical ? Axis::Column : Axis::Row;
@@ -51,44 +51,12 @@ void requireGamma(float gamma, char const* context) {
   }
 }
 
-uchar litWhere(bool condition) {
-  return condition ? lit : uchar{0};
-}
-
-/// The image whose pixel values depend on one coordinate c alone, by the rule value(c).
-template <class Value>
-cv::Mat makeImage(cv::Size size, Axis axis, Value const& value) {
-  cv::Mat image(size, CV_8UC1);
-  if (image.empty()) {
-    return image;
-  }
-  auto const width = static_cast<std::size_t>(size.width);
-  if (axis == Axis::Column) {
-    uchar* const first = image.ptr<uchar>(0);
-    for (int x = 0; x < size.width; ++x) {
-      first[x] = value(x);
-    }
-    parallelRows(size.height, [&](int firstRow, int endRow) {
-      for (int y = std::max(firstRow, 1); y < endRow; ++y) {
-        std::memcpy(image.ptr<uchar>(y), first, width);
-      }
-    });
-  } else {
-    parallelRows(size.height, [&](int firstRow, int endRow) {
-      for (int y = firstRow; y < endRow; ++y) {
-        std::memset(image.ptr<uchar>(y), value(y), width);
-      }
-    });
-  }
-  return image;
-}
-
 /// Bit `bit` of the Gray code of c / period, over c; the bit's number counts modulo 32.
 cv::Mat grayImage(cv::Size size, int period, int bit, Axis axis, char const* context) {
   requireSize(size, context);
   requirePeriod(period, context);
   unsigned int const shift = static_cast<unsigned int>(bit) % 32U;
-  return makeImage(size, axis, [=](int c) {
+  return makeAxisImage(size, axis, [=](int c) {
     return litWhere(((bin2Gray(static_cast<unsigned int>(c / period)) >> shift) & 1U) != 0);
   });
 }
@@ -96,17 +64,12 @@ cv::Mat grayImage(cv::Size size, int period, int bit, Axis axis, char const* con
 cv::Mat lineImage(cv::Size size, int period, int phase, Axis axis, char const* context) {
   requireSize(size, context);
   requirePeriod(period, context);
-  return makeImage(size, axis, [=](int c) { return litWhere(c % period == phase); });
+  return makeAxisImage(size, axis, [=](int c) { return litWhere(c % period == phase); });
 }
 
 /// The double's integer part, held to 0..255: an exponent below 0 brightens without bound.
 uchar truncated(double value) {
   return static_cast<uchar>(std::clamp(value, 0.0, 255.0));
-}
-
-/// The nearest integer, ties to even, held to 0..255.
-uchar rounded(double value) {
-  return static_cast<uchar>(std::lrint(std::clamp(value, 0.0, 255.0)));
 }
 
 /// The images that code one coordinate of a projector.
@@ -116,13 +79,11 @@ std::vector<cv::Mat> combinedSequence(cv::Size size, Axis axis, sl::StripeCode c
 
   std::vector<cv::Mat> images;
   for (double const offset : offsets) {
-    images.push_back(makeImage(size, axis, [=](int c) {
-      auto const angle = static_cast<float>(c * 2 * CV_PI / code.period + offset);
-      return rounded((std::sin(angle) + 1.0) * 128.0);
-    }));
+    images.push_back(
+        makeAxisImage(size, axis, [=](int c) { return fringeLevel(c * 2 * CV_PI / code.period + offset); }));
   }
   for (int bit = 0; bit <= planes; ++bit) {
-    images.push_back(makeImage(size, axis, [=](int c) {
+    images.push_back(makeAxisImage(size, axis, [=](int c) {
       return litWhere((sl::StripeCode::shownWord(code.stripeOf(c)) >> bit & 1U) != 0);
     }));
   }
@@ -155,7 +116,7 @@ cv::Mat generate_vertical_stripe_pattern(int width, int height, int period, int 
   constexpr char const* context = "generate_vertical_stripe_pattern";
   requireSize({width, height}, context);
   requirePeriod(period, context);
-  return makeImage({width, height}, Axis::Column, [=](int x) {
+  return makeAxisImage({width, height}, Axis::Column, [=](int x) {
     std::int64_t const shifted = std::int64_t{x} + period - offset;
     return litWhere(shifted % period < stripeWidth);
   });
@@ -174,8 +135,9 @@ void generate_high_frequency_patterns(int width, int height, std::vector<cv::Mat
   int const step = period / count;
   for (int k = 0; k < count; ++k) {
     auto const isLit = [=](int x) { return (x + std::int64_t{k} * step) / period % 2 == 1; };
-    images.push_back(makeImage({width, height}, Axis::Column, [=](int x) { return litWhere(isLit(x)); }));
-    images.push_back(makeImage({width, height}, Axis::Column, [=](int x) { return litWhere(!isLit(x)); }));
+    images.push_back(makeAxisImage({width, height}, Axis::Column, [=](int x) { return litWhere(isLit(x)); }));
+    images.push_back(
+        makeAxisImage({width, height}, Axis::Column, [=](int x) { return litWhere(!isLit(x)); }));
   }
   out = std::move(images);
 }
@@ -187,12 +149,12 @@ cv::Mat generate_phase_pattern(cv::Size_<int> const& size, int period, int shift
   requirePeriod(period, context);
   requireGamma(gamma, context);
   auto const radiansPerPixel = static_cast<float>(2 * CV_PI / period);
-  return makeImage(size, codedAxis(vertical), [=](int c) {
+  return makeAxisImage(size, codedAxis(vertical), [=](int c) {
     auto const position = static_cast<float>((std::int64_t{c} + shift) % period);
     float const wave = std::sin(position * radiansPerPixel);
     auto const brightness = static_cast<float>(wave * 0.5 + 0.5);
     // 256, not 255: a full crest saturates.
-    return rounded(std::pow(brightness, gamma) * 256.0);
+    return roundedLevel(std::pow(brightness, gamma) * 256.0);
   });
 }
 
@@ -201,7 +163,7 @@ cv::Mat generate_horizontal_phase_shift_pattern(int width, int height, int perio
   constexpr char const* context = "generate_horizontal_phase_shift_pattern";
   requireSize({width, height}, context);
   requirePeriod(period, context);
-  return makeImage({width, height}, Axis::Row, [=](int y) {
+  return makeAxisImage({width, height}, Axis::Row, [=](int y) {
     double const angle = static_cast<double>(std::int64_t{y} - shift) * 2 * CV_PI / period;
     return truncated((std::cos(angle) + 1.0) * 255.0 * 0.5);
   });
@@ -212,7 +174,7 @@ cv::Mat generate_vertical_phase_shift_pattern(int width, int height, int period,
   requireSize({width, height}, context);
   requirePeriod(period, context);
   requireGamma(gamma, context);
-  return makeImage({width, height}, Axis::Column, [=](int x) {
+  return makeAxisImage({width, height}, Axis::Column, [=](int x) {
     double const angle = static_cast<double>(std::int64_t{x} - shift) * 2 * CV_PI / period;
     auto const brightness = static_cast<float>((std::cos(angle) + 1.0) * 0.5);
     return truncated(std::pow(brightness, gamma) * 255.0);

@@ -1,0 +1,45 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/patterns/fringe_equations.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include <opencv2/core.hpp>
+
+namespace vorn::mv::sl {
+
+FringeEquations::FringeEquations(PatternSet const& set, Fringe const& fringe) {
+  double longest = 0.0;
+  for (PatternImage const& image : set.images) {
+    longest = std::max(longest, image.exposure);
+  }
+  for (std::size_t const i : fringe.images) {
+    double const gain = set.images[i].exposure / longest;
+    double const angle = angleOf(set.images[i]);
+    rows_.push_back({static_cast<float>(gain), static_cast<float>(gain * std::cos(angle)),
+                     static_cast<float>(gain * std::sin(angle))});
+  }
+}
+
+FringeEquations::Inverse FringeEquations::inverse(std::uint32_t lost) const {
+  cv::Matx33d normal = cv::Matx33d::zeros();
+  int images = 0;
+  for (std::size_t k = 0; k < rows_.size(); ++k) {
+    if ((lost >> k & 1U) == 0) {
+      cv::Vec3d const r(rows_[k].gain, rows_[k].cosine, rows_[k].sine);
+      normal += r * r.t();
+      ++images;
+    }
+  }
+  // Offsets that nearly repeat make the phase as good as all noise: five times that of even steps.
+  constexpr double leastDeterminant = 0.01;
+  double const energy = normal(0, 0);
+  double const ofEvenSteps = energy * energy * energy / 4.0;
+  bool const isSolvable =
+      images >= 3 && energy > 0.0 && cv::determinant(normal) > leastDeterminant * ofEvenSteps;
+  cv::Matx33d const matrix = isSolvable ? normal.inv(cv::DECOMP_CHOLESKY) : cv::Matx33d::zeros();
+  return {cv::Matx33f(matrix), isSolvable, images};
+}
+
+} // namespace vorn::mv::sl
