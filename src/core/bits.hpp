@@ -24,6 +24,15 @@ inline int lowestBit(std::uint64_t bits) {
 #endif
 }
 
+/// Eight bytes as one number, the first one lowest.
+inline std::uint64_t eightBytes(unsigned char const* bytes) {
+  std::uint64_t word = 0;
+  for (unsigned k = 0; k < 8; ++k) {
+    word |= static_cast<std::uint64_t>(bytes[k]) << (8 * k);
+  }
+  return word;
+}
+
 /// The place of the highest bit set in a value that is not 0.
 inline int highestBit(std::uint64_t bits) {
 #ifdef VORN_BUILTIN_BITS

@@ -111,17 +111,35 @@ inline void scatter(cv::v_float32x4 const (&pixels)[4], Quadruples& values, int 
   }
 }
 
+inline cv::v_float32x4 at(Step const& step, cv::v_float32x4 const& fraction) {
+  return cv::v_load(step.at) + fraction * cv::v_load(step.step);
+}
+
 /// The four numbers of every pixel at its fractional coordinate.
-/// @param stride steps of the table from one whole coordinate to the next
-void interpolate(Step const* steps, int stride, int const* whole, float const* fraction, Quadruples& values,
-                 int n) {
+void interpolate(Step const* steps, int const* whole, float const* fraction, Quadruples& values, int n) {
   for (int k = 0; k < n; k += 4) {
     cv::v_float32x4 pixels[4];
     for (int i = 0; i < 4; ++i) {
-      Step const& s = steps[static_cast<std::ptrdiff_t>(whole[k + i]) * stride];
-      pixels[i] = cv::v_load(s.at) + cv::v_setall_f32(fraction[k + i]) * cv::v_load(s.step);
+      pixels[i] = at(steps[whole[k + i]], cv::v_setall_f32(fraction[k + i]));
     }
     scatter(pixels, values, k);
+  }
+}
+
+/// Likewise the guides to the rows, two steps each.
+void interpolateGuides(Step const* steps, int const* whole, float const* fraction, Quadruples& along,
+                       Quadruples& across, int n) {
+  for (int k = 0; k < n; k += 4) {
+    cv::v_float32x4 first[4];
+    cv::v_float32x4 second[4];
+    for (int i = 0; i < 4; ++i) {
+      Step const* const guide = steps + 2 * static_cast<std::ptrdiff_t>(whole[k + i]);
+      cv::v_float32x4 const f = cv::v_setall_f32(fraction[k + i]);
+      first[i] = at(guide[0], f);
+      second[i] = at(guide[1], f);
+    }
+    scatter(first, along, k);
+    scatter(second, across, k);
   }
 }
 
@@ -330,8 +348,7 @@ void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& 
         float const* const coordinates = columns[y] + x;
         splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays.x, w.rays.y, n);
         splitCoordinates(coordinates, last, w.whole, w.fraction, n);
-        interpolate(guides.data(), 2, w.whole, w.fraction, w.along, n);
-        interpolate(guides.data() + 1, 2, w.whole, w.fraction, w.across, n);
+        interpolateGuides(guides.data(), w.whole, w.fraction, w.along, w.across, n);
         estimateRows(w.rays, w.along, w.across, height, w.row, n);
         interpolatePairs(map, width, w.row, w.whole, w.fraction, w.pairs, n);
         if (isPosed) {
@@ -366,7 +383,7 @@ void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& row
         int const n = std::min(chunk, xyz.cols - border - x);
         float const* const coordinates = rows[y] + x;
         splitCoordinates(coordinates, last, w.whole, w.fraction, n);
-        interpolate(steps.data(), 1, w.whole, w.fraction, w.pairs, n);
+        interpolate(steps.data(), w.whole, w.fraction, w.pairs, n);
         splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays.x, w.rays.y, n);
         writePoints(planes, w.pairs, w.rays, coordinates, last, -FLT_MAX, xyz[y][x].val, n);
       }

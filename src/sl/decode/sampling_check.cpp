@@ -21,8 +21,10 @@ namespace {
 
 /// Camera pixels between the codes that are compared.
 constexpr int reach = 8;
-/// Of every so many rows and columns one is looked at.
-constexpr int grid = 4;
+/// Of every so many columns and rows one is looked at; what is compared across lies in such rows, too, so
+/// that no others are read.
+constexpr int gridColumns = 4;
+constexpr int gridRows = reach;
 /// Camera pixels a fringe. Two are what sampling needs, and at a little more the light of a fringe is still
 /// lost in the pixels: scans that see 2.0 at the best give next to nothing, those that see 2.3 most of
 /// theirs.
@@ -67,7 +69,7 @@ bool isStraight(int before, int here, int after) {
 class Slopes {
 public:
   void addRow(Stripes const& stripes, int y, int width) {
-    for (int x = reach; x < width - reach; x += grid) {
+    for (int x = reach; x < width - reach; x += gridColumns) {
       seen_ += stripes.hasContrast(y, x) ? 1U : 0U;
       int const here = stripes.at(y, x);
       if (here < 0) {
@@ -120,11 +122,11 @@ void requireResolvedFringes(ScanMaps const& maps, ScanDecodingSettings const& se
   Stripes const stripes(maps, settings, codeImages);
   Slopes slopes;
   std::mutex adding;
-  int const gridRows = (maps.size().height - 2 * reach + grid - 1) / grid;
-  parallelRows(gridRows, [&](int first, int end) {
+  int const rows = (maps.size().height - 2 * reach + gridRows - 1) / gridRows;
+  parallelRows(rows, [&](int first, int end) {
     Slopes ofRows;
     for (int row = first; row < end; ++row) {
-      ofRows.addRow(stripes, reach + row * grid, maps.size().width);
+      ofRows.addRow(stripes, reach + row * gridRows, maps.size().width);
     }
     std::lock_guard<std::mutex> const lock(adding);
     slopes.add(ofRows);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 
 #include <vorn/mv/sl/phase_decoding.hpp>
 
@@ -36,6 +37,14 @@ constexpr int rowsBetweenAskings = 256;
 /// has five to a projector pixel. Bridging gains nothing from 8 to 16 at any sampling from 0.75 to 5;
 /// less loses pixels at 5, and more bridges over what only looks alike.
 constexpr int stripeBorderReach = 16;
+
+/// 255 for the pixels whose state is known, and 0 for the others.
+VORN_TARGET_CLONES
+void markKnown(uchar const* state, int n, uchar* __restrict marks) {
+  for (int x = 0; x < n; ++x) {
+    marks[x] = state[x] >= pixel_state::knownBit ? 255 : 0;
+  }
+}
 
 /// The phases that a pixel's images show, or a negative number when they are clipped or show no fringe.
 float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& flicker, cv::Point pixel,
@@ -80,9 +89,10 @@ public:
                                   maps_.contrast[y], maps_.state.inner[y]});
                      // What reading leaves bridging finds in the cache.
                      uchar const* const state = maps_.state.inner[y];
-                     uchar const* const end = state + maps_.size().width;
+                     auto const width = static_cast<std::size_t>(maps_.size().width);
                      uchar& isUnsettled = hasUnsettled_[static_cast<std::size_t>(y)];
-                     isUnsettled = std::find(state, end, pixel_state::unsettledContrast) != end ? 1 : 0;
+                     isUnsettled =
+                         std::memchr(state, pixel_state::unsettledContrast, width) != nullptr ? 1 : 0;
                      if (isUnsettled == 0 && settings_.rules.bridging) {
                        bridging.alongRow(y);
                      }
@@ -190,9 +200,7 @@ private:
 
   MarkedRow knownRows() const {
     return [this](int y, uchar* room) {
-      uchar const* const state = maps_.state.inner[y];
-      std::transform(state, state + maps_.size().width, room,
-                     [](uchar s) { return static_cast<uchar>(s >= pixel_state::knownBit ? 255 : 0); });
+      markKnown(maps_.state.inner[y], maps_.size().width, room);
       return room;
     };
   }

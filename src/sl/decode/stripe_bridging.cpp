@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 
+#include "core/bits.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv::sl {
@@ -15,26 +15,25 @@ namespace {
 
 /// Largest change of phase from one pixel to the next that is still followed.
 constexpr float stepLimit = 0.4F * twoPiFloat;
+/// Rows that are asked for before their turn when columns are walked down.
+constexpr std::size_t prefetchedRows = 4;
 /// The length of a gap that is not to be bridged.
 constexpr uchar noGap = 255;
 
-/// The first pixel from `x` on whose state is known, or is not.
-int nextKnown(uchar const* state, int x, int n) {
-  while (x < n && !pixel_state::isKnown(state[x])) {
-    ++x;
-  }
-  return x;
-}
+enum class Known { No, Yes };
 
-int nextUnknown(uchar const* state, int x, int n) {
-  constexpr std::uint64_t allKnown = 0x8080808080808080U;
-  for (std::uint64_t word = 0; x + 8 <= n; x += 8) {
-    std::memcpy(&word, state + x, sizeof(word));
-    if ((word & allKnown) != allKnown) {
-      break;
+/// The first pixel from `x` on whose order is known, or is not. Gaps begin and end as if at random: looking
+/// at eight states at a time is cheaper than branching at each.
+int next(Known wanted, uchar const* state, int x, int n) {
+  constexpr std::uint64_t knownBits = 0x8080808080808080U;
+  std::uint64_t const others = wanted == Known::Yes ? 0 : knownBits;
+  for (; x + 8 <= n; x += 8) {
+    std::uint64_t const found = (eightBytes(state + x) & knownBits) ^ others;
+    if (found != 0) {
+      return x + lowestBit(found) / 8;
     }
   }
-  while (x < n && pixel_state::isKnown(state[x])) {
+  while (x < n && pixel_state::isKnown(state[x]) != (wanted == Known::Yes)) {
     ++x;
   }
   return x;
@@ -62,20 +61,21 @@ bool followGaps(uchar const* state, int n, uchar* __restrict gap, uchar* __restr
 } // namespace
 
 StripeBridging::StripeBridging(ScanDecodingSettings const& settings, int reach, ScanMaps& maps)
-    : codes_(settings.period), isChecked_(settings.rules.codeCheck), wrapped_(maps.wrapped.inner),
-      reading_(maps.reading.inner), order_(maps.order.inner), state_(maps.state.inner),
+    : codes_(settings.period), isChecked_(settings.rules.codeCheck), size_(maps.size()),
+      stride_(static_cast<std::size_t>(maps.state.whole.cols)), wrapped_(maps.wrapped.inner[0]),
+      reading_(maps.reading.inner[0]), order_(maps.order.inner[0]), state_(maps.state.inner[0]),
       border_(codeBorder(settings.period)), reach_(std::min(reach, longestReach)) {}
 
 void StripeBridging::alongRow(int y) {
-  uchar const* const states = state_[y];
-  int const n = state_.cols;
-  int x = nextKnown(states, 0, n);
+  std::size_t const row = static_cast<std::size_t>(y) * stride_;
+  uchar const* const states = state_ + row;
+  int const n = size_.width;
+  int x = next(Known::Yes, states, 0, n);
   while (x < n) {
-    int const begin = nextUnknown(states, x, n);
-    int const end = nextKnown(states, begin, n);
-    bool const isOpen = std::all_of(states + begin, states + end, pixel_state::isOpen);
-    if (begin < end && end < n && isOpen) {
-      bridge({begin - 1, y}, {1, 0}, end - begin + 1);
+    int const begin = next(Known::No, states, x, n);
+    int const end = next(Known::Yes, states, begin, n);
+    if (end < n) {
+      bridge(row + static_cast<std::size_t>(begin) - 1, 1, end - begin + 1);
     }
     x = end;
   }
@@ -83,65 +83,71 @@ void StripeBridging::alongRow(int y) {
 
 void StripeBridging::alongColumns(int block) {
   int const firstColumn = block * columnBlock;
-  int const n = std::min(columnBlock, state_.cols - firstColumn);
+  int const n = std::min(columnBlock, size_.width - firstColumn);
   uchar gap[columnBlock];
   uchar ended[columnBlock];
   std::fill_n(gap, n, noGap);
-  for (int y = 0; y < state_.rows; ++y) {
-    if (!followGaps(state_[y] + firstColumn, n, gap, ended)) {
+  for (int y = 0; y < size_.height; ++y) {
+    std::size_t const row = static_cast<std::size_t>(y) * stride_ + static_cast<std::size_t>(firstColumn);
+    for (int x = 0; x < n; x += 64) {
+      prefetch(state_ + row + prefetchedRows * stride_ + x);
+    }
+    if (!followGaps(state_ + row, n, gap, ended)) {
       continue;
     }
     for (int x = 0; x < n; ++x) {
       if (ended[x] != 0) {
-        bridge({firstColumn + x, y - ended[x] - 1}, {0, 1}, ended[x] + 1);
+        int const length = ended[x] + 1;
+        bridge(row + static_cast<std::size_t>(x) - static_cast<std::size_t>(length) * stride_, stride_,
+               length);
       }
     }
   }
 }
 
-float StripeBridging::absolutePhase(cv::Point p) const {
-  return wrapped_(p) + twoPiFloat * static_cast<float>(order_(p));
-}
-
 /// The stripe that the code of a known pixel's place belongs to.
-int StripeBridging::stripeAt(cv::Point p) const {
-  return order_(p) + (wrapped_(p) > border_ ? 1 : 0);
+int StripeBridging::stripeAt(std::size_t index) const {
+  return order_[index] + (wrapped_[index] > border_ ? 1 : 0);
 }
 
 /// What is bridged is a border, so the ends are in different stripes; along a border, many pixels one after
 /// the other are uncertain, and following them would only tell that both ends are on one surface.
-void StripeBridging::bridge(cv::Point from, cv::Point step, int length) {
-  cv::Point const to = from + length * step;
+void StripeBridging::bridge(std::size_t from, std::size_t step, int length) {
+  std::size_t const to = from + static_cast<std::size_t>(length) * step;
   if (length > reach_ || (length > 2 && stripeAt(from) == stripeAt(to))) {
     return;
   }
   int orders[longestReach];
-  float before = absolutePhase(from);
-  for (int i = 1; i <= length; ++i) {
-    float const wrapped = wrapped_(from + i * step);
-    // Rounding to the nearest order; the offset of one keeps what is truncated positive.
-    orders[i - 1] = static_cast<int>((before - wrapped) * (1.0F / twoPiFloat) + 1.5F) - 1;
-    float const here = wrapped + twoPiFloat * static_cast<float>(orders[i - 1]);
-    if (std::fabs(here - before) > stepLimit || here < 0.0F) {
-      return;
-    }
-    before = here;
+  int order = order_[from];
+  int lowest = order;
+  float before = wrapped_[from];
+  float farthest = 0;
+  uchar open = pixel_state::openBit;
+  for (int i = 0; i < length; ++i) {
+    std::size_t const here = from + static_cast<std::size_t>(i + 1) * step;
+    float const wrapped = wrapped_[here];
+    float const rise = wrapped - before;
+    float const apart = std::fabs(rise);
+    order += (rise < -piFloat ? 1 : 0) - (rise > piFloat ? 1 : 0);
+    lowest = std::min(lowest, order);
+    farthest = std::max(farthest, std::min(apart, twoPiFloat - apart));
+    open = static_cast<uchar>(open & (state_[here] | (here == to ? pixel_state::openBit : 0)));
+    orders[i] = order;
+    before = wrapped;
   }
-  if (std::fabs(before - absolutePhase(to)) > 0.5F * twoPiFloat) {
+  if (open == 0 || lowest < 0 || farthest > stepLimit || order != order_[to]) {
     return;
   }
-  for (int i = 1; i < length; ++i) {
-    settle(from + i * step, orders[i - 1]);
-  }
+  settle(from, step, orders, length - 1);
 }
 
-void StripeBridging::settle(cv::Point p, int order) {
-  float const absolute = wrapped_(p) + twoPiFloat * static_cast<float>(order);
-  if (!isChecked_ || codes_.fits(static_cast<CodeReading>(reading_(p)), absolute)) {
-    order_(p) = static_cast<short>(order);
-    state_(p) = pixel_state::bridged;
-  } else {
-    state_(p) = pixel_state::noCode;
+void StripeBridging::settle(std::size_t from, std::size_t step, int const* orders, int count) {
+  for (int i = 0; i < count; ++i) {
+    std::size_t const index = from + static_cast<std::size_t>(i + 1) * step;
+    float const absolute = wrapped_[index] + twoPiFloat * static_cast<float>(orders[i]);
+    bool const fits = !isChecked_ || codes_.fits(static_cast<CodeReading>(reading_[index]), absolute);
+    order_[index] = static_cast<short>(fits ? orders[i] : order_[index]);
+    state_[index] = fits ? pixel_state::bridged : pixel_state::noCode;
   }
 }
 

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+
 #include "sl/coding/code_check.hpp"
 #include "sl/decode/decoding_settings.hpp"
 #include "sl/decode/scan_maps.hpp"
@@ -25,17 +27,18 @@ public:
   void alongColumns(int block);
 
 private:
-  float absolutePhase(cv::Point p) const;
-  int stripeAt(cv::Point p) const;
-  void bridge(cv::Point from, cv::Point step, int length);
-  void settle(cv::Point p, int order);
+  int stripeAt(std::size_t index) const;
+  void bridge(std::size_t from, std::size_t step, int length);
+  void settle(std::size_t from, std::size_t step, int const* orders, int count);
 
   CodeCheck codes_;
   bool isChecked_;
-  cv::Mat_<float> const& wrapped_;
-  cv::Mat_<int> const& reading_;
-  cv::Mat_<short>& order_;
-  cv::Mat_<uchar>& state_;
+  cv::Size size_;
+  std::size_t stride_; ///< pixels from row to row in all maps
+  float const* wrapped_;
+  int const* reading_;
+  short* order_;
+  uchar* state_;
   float border_;
   int reach_;
 };

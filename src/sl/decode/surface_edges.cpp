@@ -185,8 +185,9 @@ public:
       : images_(phaseImages), maps_(maps), seams_(seams), coordinates_(coordinates),
         limits_(limitsOf(settings.rules)), pixelsPerRadian_(static_cast<float>(settings.period / CV_2PI)),
         phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
-        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F), calmAlong_(ringRows, chunks()),
-        calmAcross_(ringRows, chunks()), isEdge_(static_cast<std::size_t>(maps.size().width)) {}
+        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F), hasMagnitude_(ringRows, chunks()),
+        calmAlong_(ringRows, chunks()), calmAcross_(ringRows, chunks()),
+        isEdge_(static_cast<std::size_t>(maps.size().width)) {}
 
   void walk(int block) {
     block_ = block;
@@ -218,19 +219,17 @@ private:
 
   void load(int y) {
     float* const phase = phase_[slot(y)] + pad;
-    float* const magnitude = magnitude_[slot(y)] + pad;
     int const n = maps_.size().width;
     if (y < 0 || y >= maps_.size().height) {
       std::fill_n(phase, n, unknownPhase);
-      std::fill_n(magnitude, n, -1.0F);
+      std::fill_n(magnitude_[slot(y)] + pad, n, -1.0F);
+      hasMagnitude_.row(slot(y)).setTo(1);
       calmAlong_.row(slot(y)).setTo(0);
       calmAcross_.row(slot(y)).setTo(0);
       return;
     }
-    uchar const* const state = stateBefore(y);
-    absoluteRow(maps_.wrapped.inner[y], maps_.order.inner[y], state, n, phase);
-    magnitudeRow({images_[0].ptr(y), images_[1].ptr(y), images_[2].ptr(y), images_[3].ptr(y)}, state, n,
-                 magnitude);
+    absoluteRow(maps_.wrapped.inner[y], maps_.order.inner[y], stateBefore(y), n, phase);
+    hasMagnitude_.row(slot(y)).setTo(0);
     // Of a chunk with the two pixels beside it that decide on its first and last ones.
     float const* const above = phase_[slot(y - 1)] + pad;
     for (int chunk = 0; chunk < chunks(); ++chunk) {
@@ -238,6 +237,20 @@ private:
       int const length = std::min(chunkLength, n - chunk * chunkLength) + 2 * pad;
       calmAlong_(slot(y), chunk) = isCalmAlong(phase + x, length) ? 1 : 0;
       calmAcross_(slot(y), chunk) = isCalmAcross(above + x, phase + x, length) ? 1 : 0;
+    }
+  }
+
+  /// The magnitudes of a chunk of a row and of the two pixels on either side of it: only where phases change
+  /// much are they asked for. The row's edges may be closed by now, which makes no pixel clipped.
+  void loadMagnitude(int y, int chunk) {
+    uchar& hasMagnitude = hasMagnitude_(slot(y), chunk);
+    if (hasMagnitude == 0) {
+      int const x = std::max(0, chunk * chunkLength - pad);
+      int const end = std::min(maps_.size().width, (chunk + 1) * chunkLength + pad);
+      magnitudeRow(
+          {images_[0].ptr(y) + x, images_[1].ptr(y) + x, images_[2].ptr(y) + x, images_[3].ptr(y) + x},
+          stateBefore(y) + x, end - x, magnitude_[slot(y)] + pad + x);
+      hasMagnitude = 1;
     }
   }
 
@@ -262,6 +275,9 @@ private:
       if (isCalm(y, x / chunkLength)) {
         std::fill_n(isEdge_.begin() + x, length, uchar{0});
       } else {
+        for (int row = y - pad; row <= y + pad; ++row) {
+          loadMagnitude(row, x / chunkLength);
+        }
         edgeRow(rows.from(x), limits_, length, isEdge_.data() + x);
       }
     }
@@ -277,8 +293,9 @@ private:
   float pixelsPerRadian_;
   cv::Mat_<float> phase_;
   cv::Mat_<float> magnitude_;
-  cv::Mat_<uchar> calmAlong_;  ///< for each chunk of the rows that are kept
-  cv::Mat_<uchar> calmAcross_; ///< to the row above
+  cv::Mat_<uchar> hasMagnitude_; ///< for each chunk of the rows that are kept
+  cv::Mat_<uchar> calmAlong_;    ///< for each chunk of the rows that are kept
+  cv::Mat_<uchar> calmAcross_;   ///< to the row above
   std::vector<uchar> isEdge_;
 };
 

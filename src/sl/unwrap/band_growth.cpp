@@ -7,8 +7,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/bits.hpp"
 #include "core/pi.hpp"
-#include "core/prefetch.hpp"
 
 namespace vorn::mv::sl {
 
