@@ -37,7 +37,11 @@ struct Surface {
     findSegments(
         kept.size(), [&](int y, uchar* /*room*/) { return kept[y]; }, 0, Neighbourhood::Eight, missing);
     cv::Mat_<uchar> const measured = kept.clone();
-    auto const known = [&](cv::Point p) { return measured(p) != 0 ? phase(p) : std::nanf(""); };
+    auto const known = [&](cv::Point p, int count, float* phases) {
+      for (int k = 0; k < count; ++k) {
+        phases[k] = measured(p.y, p.x + k) != 0 ? phase(p.y, p.x + k) : std::nanf("");
+      }
+    };
     auto const put = [&](cv::Point p, float value) {
       phase(p) = value;
       kept(p) = 255;

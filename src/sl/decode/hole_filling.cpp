@@ -3,6 +3,7 @@
 #include "sl/decode/hole_filling.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <optional>
 #include <utility>
@@ -53,17 +54,27 @@ struct Measured {
   float phase;
 };
 
-std::vector<Measured> measuredIn(cv::Rect const& window, KnownPhase const& known) {
-  std::vector<Measured> found;
+/// Memory that is kept from hole to hole.
+struct Room {
+  std::vector<float> phases;
+  std::vector<Measured> measured;
+};
+
+/// Lists the measured pixels of a window.
+void findMeasured(cv::Rect const& window, KnownPhases const& known, Room& room) {
+  std::vector<float>& phases = room.phases;
+  std::vector<Measured>& found = room.measured;
+  phases.resize(static_cast<std::size_t>(window.width));
+  found.clear();
   for (int y = window.y; y < window.br().y; ++y) {
-    for (int x = window.x; x < window.br().x; ++x) {
-      float const phase = known({x, y});
+    known({window.x, y}, window.width, phases.data());
+    for (int k = 0; k < window.width; ++k) {
+      float const phase = phases[static_cast<std::size_t>(k)];
       if (!std::isnan(phase)) {
-        found.push_back({{x, y}, phase});
+        found.push_back({{window.x + k, y}, phase});
       }
     }
   }
-  return found;
 }
 
 bool fitsWell(Surface const& surface, std::vector<Measured> const& ring) {
@@ -78,9 +89,8 @@ bool fitsWell(Surface const& surface, std::vector<Measured> const& ring) {
   return sum <= maxRmsResidual * maxRmsResidual * static_cast<double>(ring.size());
 }
 
-/// The surface through the known pixels of `window`, or nothing when they are few or not on one.
-std::optional<Surface> fitSurface(cv::Rect const& window, KnownPhase const& known) {
-  std::vector<Measured> const ring = measuredIn(window, known);
+/// The surface through the measured pixels of `window`, or nothing when they are few or not on one.
+std::optional<Surface> fitSurface(cv::Rect const& window, std::vector<Measured> const& ring) {
   if (ring.size() < leastRing) {
     return std::nullopt;
   }
@@ -110,43 +120,72 @@ std::optional<float> filling(float own, double expected) {
                                                        : std::nullopt;
 }
 
-} // namespace
-
-int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhase const& known,
-              OwnPhase const& own, FillPixel const& fill, Progress const& progress) {
-  std::vector<Hole> holes(missing.size());
-  std::vector<int> previousRun(missing.size(), -1);
-  for (std::size_t i = 0; i < missing.size(); ++i) {
-    Run const& run = missing[i];
-    Hole& hole = holes[static_cast<std::size_t>(run.segment)];
-    hole.box |= cv::Rect(run.begin, run.row, run.end - run.begin, 1);
-    previousRun[i] = std::exchange(hole.lastRun, static_cast<int>(i));
+/// Fills the holes of a map one by one. Each depends on what was measured alone, so their order is free.
+class HoleFilling {
+public:
+  HoleFilling(cv::Size size, std::vector<Run> const& missing, int maxRadius)
+      : size_(size), missing_(missing), widest_(2 * maxRadius + 1), holes_(missing.size()),
+        previousRun_(missing.size(), -1) {
+    for (std::size_t i = 0; i < missing.size(); ++i) {
+      Run const& run = missing[i];
+      Hole& hole = holes_[static_cast<std::size_t>(run.segment)];
+      hole.box |= cv::Rect(run.begin, run.row, run.end - run.begin, 1);
+      previousRun_[i] = std::exchange(hole.lastRun, static_cast<int>(i));
+    }
   }
-  int const widest = 2 * maxRadius + 1;
-  int filled = 0;
-  for (std::size_t k = 0; k < holes.size(); ++k) {
-    constexpr std::size_t holesBetweenAskings = 256;
-    if (k % holesBetweenAskings == 0) {
-      progress.at("filling holes", static_cast<double>(k) / static_cast<double>(holes.size()));
+
+  /// One for each run, of which the first of a hole stands for it.
+  int count() const { return static_cast<int>(holes_.size()); }
+
+  /// @return the number of pixels closed
+  int fill(int number, KnownPhases const& known, OwnPhase const& own, FillPixel const& put,
+           Room& room) const {
+    Hole const& hole = holes_[static_cast<std::size_t>(number)];
+    cv::Rect const& box = hole.box;
+    bool const isInside = box.x > 0 && box.y > 0 && box.br().x < size_.width && box.br().y < size_.height;
+    if (hole.lastRun < 0 || !isInside || box.width > widest_ || box.height > widest_) {
+      return 0;
     }
-    Hole const& hole = holes[k];
-    bool const inside =
-        hole.box.x > 0 && hole.box.y > 0 && hole.box.br().x < size.width && hole.box.br().y < size.height;
-    if (hole.lastRun < 0 || !inside || hole.box.width > widest || hole.box.height > widest) {
-      continue;
-    }
-    auto const surface = fitSurface(grown(hole.box, ringWidth, size), known);
-    for (int i = surface ? hole.lastRun : -1; i >= 0; i = previousRun[static_cast<std::size_t>(i)]) {
-      Run const& run = missing[static_cast<std::size_t>(i)];
+    cv::Rect const window = grown(box, ringWidth, size_);
+    findMeasured(window, known, room);
+    auto const surface = fitSurface(window, room.measured);
+    int filled = 0;
+    for (int i = surface ? hole.lastRun : -1; i >= 0; i = previousRun_[static_cast<std::size_t>(i)]) {
+      Run const& run = missing_[static_cast<std::size_t>(i)];
       for (int x = run.begin; x < run.end; ++x) {
         auto const value = filling(own({x, run.row}), surface->at(x, run.row));
         if (value) {
-          fill({x, run.row}, *value);
+          put({x, run.row}, *value);
           ++filled;
         }
       }
     }
+    return filled;
   }
+
+private:
+  cv::Size size_;
+  std::vector<Run> const& missing_;
+  int widest_;
+  std::vector<Hole> holes_; ///< at the first run of each; the others are empty
+  std::vector<int> previousRun_;
+};
+
+} // namespace
+
+int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhases const& known,
+              OwnPhase const& own, FillPixel const& fill, Progress const& progress) {
+  HoleFilling const holes(size, missing, maxRadius);
+  std::atomic<int> filled = 0;
+  constexpr int runsBetweenAskings = 16384;
+  parallelRows(holes.count(), runsBetweenAskings, progress, "filling holes", [&](int first, int end) {
+    Room room;
+    int count = 0;
+    for (int number = first; number < end; ++number) {
+      count += holes.fill(number, known, own, fill, room);
+    }
+    filled += count;
+  });
   return filled;
 }
 

@@ -12,6 +12,7 @@
 #include "core/large_pages.hpp"
 #include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
+#include "sl/decode/absolute_phase.hpp"
 #include "sl/decode/contrast_mask.hpp"
 #include "sl/decode/doubtful_growth.hpp"
 #include "sl/decode/hole_filling.hpp"
@@ -55,7 +56,9 @@ float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& f
                  [&](cv::Mat const& image) { return image.ptr(pixel.y)[pixel.x]; });
   constexpr int saturated = 255;
   bool const isClipped = *std::max_element(v, v + steps) == saturated;
-  bool const isModulated = std::hypot(v[0] - v[2], v[1] - v[3]) >= 2.0 * minAmplitude;
+  int const sine = v[0] - v[2];
+  int const cosine = v[1] - v[3];
+  bool const isModulated = sine * sine + cosine * cosine >= 4 * minAmplitude * minAmplitude;
   return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : noPhase;
 }
 
@@ -154,20 +157,23 @@ public:
     }
     std::vector<Run> missing;
     findSegments(maps_.size(), knownRows(), 0, Neighbourhood::Eight, missing, progress_.part(0.93, 0.96));
-    cv::Mat_<float> const& wrapped = maps_.wrapped.inner;
-    cv::Mat_<uchar>& state = maps_.state.inner;
-    auto const known = [&](cv::Point p) {
-      bool const isMeasured = pixel_state::isKnown(state(p)) && state(p) != pixel_state::filled;
-      return isMeasured ? wrapped(p) + twoPiFloat * static_cast<float>(maps_.order.inner(p)) : unknownPhase;
+    auto const known = [&](cv::Point p, int count, float* phases) {
+      absoluteRow(maps_.wrapped.inner[p.y] + p.x, maps_.order.inner[p.y] + p.x, maps_.state.inner[p.y] + p.x,
+                  count, phases);
     };
     auto const own = [&](cv::Point p) { return ownPhase(images_, flicker_, p, settings_.minAmplitude); };
     auto const pixelsPerRadian = static_cast<float>(settings_.period / CV_2PI);
-    auto const put = [&](cv::Point p, float absolute) {
-      scan.coordinates(p) = absolute * pixelsPerRadian;
-      state(p) = pixel_state::filled;
-    };
+    auto const put = [&](cv::Point p, float absolute) { scan.coordinates(p) = absolute * pixelsPerRadian; };
     scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put,
                             progress_.part(0.96, 0.99));
+    // Only now, as a state says of others whether they were measured.
+    for (Run const& run : missing) {
+      float const* const coordinates = scan.coordinates[run.row];
+      uchar* const state = maps_.state.inner[run.row];
+      for (int x = run.begin; x < run.end; ++x) {
+        state[x] = coordinates[x] >= 0.0F ? pixel_state::filled : state[x];
+      }
+    }
   }
 
   cv::Mat_<uchar> reasons() const {
