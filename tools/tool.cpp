@@ -3,11 +3,13 @@
 #include "tools/tool.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 
 #include <CLI/CLI.hpp>
+#include <opencv2/core/utility.hpp>
 
 #include <vorn/core/observer.hpp>
 #include <vorn/core/system.hpp>
@@ -62,9 +64,17 @@ std::string suggestion(CLI::App& program, std::vector<std::string> const& argume
   return "";
 }
 
+/// As many threads as OPENCV_FOR_THREADS_NUM says: an OpenCV built with TBB reads it only when it is told to.
+void takeThreadCount() {
+  if (std::getenv("OPENCV_FOR_THREADS_NUM") != nullptr) {
+    cv::setNumThreads(-1);
+  }
+}
+
 } // namespace
 
 int runTool(std::vector<std::string> arguments) {
+  takeThreadCount();
   auto const program = makeProgram();
   mv::Library::start(false);
   System::setMessageSink([](std::string const& /*text*/) {}); // commands say themselves what they did
