@@ -107,6 +107,9 @@ def main():
 def check_all(folder):
     rig = folder / "rig"
     check("simulate", rig, "--divisor", 4)
+    line = check("simulate", folder / "line", "--line", 2, "--divisor", 8, "--no-calib")
+    if line["parts"] != 2 or len(list((folder / "line").glob("part_*"))) != 2:
+        fail(f"simulate: a line of two parts is {line}")
     check("patterns", folder / "patterns", "--width", 64, "--height", 48)
     check("target", folder / "target.svg")
     target = rig / "calib/pose_05/target.png"

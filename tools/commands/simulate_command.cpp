@@ -1,14 +1,18 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include <vorn/core/json_file.hpp>
 #include <vorn/mv/calib/target_description.hpp>
 
 #include <sim/demo.hpp>
 #include <sim/folder.hpp>
+#include <sim/folder_writer.hpp>
+#include <sim/line.hpp>
 
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
@@ -26,6 +30,8 @@ struct SimulateOptions {
   bool withSecondCamera = false;
   bool isStereo = false;
   bool isLaser = false;
+  /// Parts of a production line in place of the one scene; 0 for none.
+  int lineParts = 0;
   int divisor = 1;
 };
 
@@ -82,6 +88,26 @@ void simulateLaser(SimulateOptions const& options) {
             << "  laser_truth.json  the true calibration\n";
 }
 
+/// Writes the target views if they are wanted.
+void simulateCalibration(sim::Rig const& rig, std::filesystem::path const& folder,
+                         SimulateOptions const& options) {
+  if (!options.withCalibration) {
+    return;
+  }
+  sim::FolderOptions calibration = following("rendering the target views");
+  calibration.rows = true;
+  sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
+                              calibration);
+  writeDescription(folder);
+}
+
+/// The lines that say where the target views are.
+std::string calibrationNote(SimulateOptions const& options) {
+  return options.withCalibration ? "  calib/              target views to calibrate from, pitch 15 mm\n"
+                                   "  target.json         the target in the views\n"
+                                 : "";
+}
+
 void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
                      SimulateOptions const& options) {
   sim::writeScannerTruth((folder / "scanner_truth.json").string(), rig);
@@ -91,21 +117,41 @@ void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
   scan.progress = followFolder("rendering the scan");
   sim::writeScanFolder((folder / "scan").string(), rig, sim::demoScene(), scan);
 
-  if (options.withCalibration) {
-    sim::FolderOptions calibration;
-    calibration.rows = true;
-    calibration.progress = followFolder("rendering the target views");
-    sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
-                                calibration);
-    writeDescription(folder);
-  }
+  simulateCalibration(rig, folder, options);
   std::cout << "In " << folder.string() << ":\n"
             << "  scan/               captured images of one scan, with their truth\n"
-            << (options.withCalibration
-                    ? "  calib/              target views to calibrate from, pitch 15 mm\n"
-                      "  target.json         the target in the views\n"
-                    : "")
-            << "  scanner_truth.json  the true calibration\n";
+            << calibrationNote(options) << "  scanner_truth.json  the true calibration\n";
+}
+
+/// part_01 for the first of 50.
+std::string partName(int index, int count) {
+  std::ostringstream name;
+  name << "part_" << std::setfill('0') << std::setw(static_cast<int>(std::to_string(count).size()))
+       << index + 1;
+  return name.str();
+}
+
+void simulateLine(SimulateOptions const& options) {
+  sim::Rig rig = sim::demoRig(options.divisor);
+  std::filesystem::path const folder = options.folder;
+  sim::writeScannerTruth((folder / "scanner_truth.json").string(), rig);
+  std::vector<sim::LinePart> const parts = sim::lineParts(options.lineParts);
+  sim::FolderWriter(folder.string()).json("line_truth.json", sim::linePartsJson(parts));
+  auto const follow = followFolder("rendering the parts");
+  for (int i = 0; i < options.lineParts; ++i) {
+    sim::FolderOptions scan;
+    scan.truth = false;
+    ++rig.camera.sensor.seed; // every scan has noise of its own
+    sim::writeScanFolder((folder / partName(i, options.lineParts)).string(), rig, sim::lineScene(parts[i]),
+                         scan);
+    follow(i + 1, options.lineParts);
+  }
+  simulateCalibration(sim::demoRig(options.divisor), folder, options);
+  std::cout << "In " << options.folder << ":\n"
+            << "  " << std::left << std::setw(20) << partName(0, options.lineParts) + " ..."
+            << "captured images of " << options.lineParts << " parts\n"
+            << "  line_truth.json     their heights and faults\n"
+            << calibrationNote(options) << "  scanner_truth.json  the true calibration\n";
 }
 
 void run(SimulateOptions const& options, Report& report) {
@@ -117,6 +163,9 @@ void run(SimulateOptions const& options, Report& report) {
     simulateLaser(options);
   } else if (options.isStereo) {
     simulateStereo(options);
+  } else if (options.lineParts > 0) {
+    report["parts"] = options.lineParts;
+    simulateLine(options);
   } else {
     std::filesystem::path const folder = options.folder;
     simulateScanner(sim::demoRig(options.divisor), folder, options);
@@ -142,14 +191,25 @@ void addSimulateCommand(CLI::App& app) {
   CLI::Option* laser =
       command->add_flag("--laser", options->isLaser, "A laser line and a stage in place of a projector")
           ->excludes(stereo);
-  command->add_flag("--rows", options->withRows, "Also the row sequence of the scan")
-      ->excludes(stereo)
-      ->excludes(laser);
+  CLI::Option* rows = command->add_flag("--rows", options->withRows, "Also the row sequence of the scan")
+                          ->excludes(stereo)
+                          ->excludes(laser);
+  CLI::Option* second =
+      command
+          ->add_flag("--second-camera", options->withSecondCamera,
+                     "Also what a camera on the projector's other side sees of the same, in second/")
+          ->excludes(stereo)
+          ->excludes(laser);
+  constexpr int mostParts = 10000;
   command
-      ->add_flag("--second-camera", options->withSecondCamera,
-                 "Also what a camera on the projector's other side sees of the same, in second/")
+      ->add_option("--line", options->lineParts,
+                   "Scans of this many parts of a production line, part_01 ..., in place of the one scan: a "
+                   "height drifts, and two parts of ten or more are faulty")
+      ->check(CLI::Range(1, mostParts))
       ->excludes(stereo)
-      ->excludes(laser);
+      ->excludes(laser)
+      ->excludes(rows)
+      ->excludes(second);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
       ->check(CLI::Range(1, coarsest))
