@@ -1,6 +1,7 @@
 # Copyright 2026 the vorn authors
 # SPDX-License-Identifier: Apache-2.0
-# What is installed, in three components: "library" to run programs, "development" to build them, and "tools".
+# What is installed, in components: "library" to run programs, "development" to build them, and "tools"; "batch", which
+# is installed as its sources lie, says so itself.
 include(CMakePackageConfigHelpers)
 
 set(vorn_mv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn_mv)

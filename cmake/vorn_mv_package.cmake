@@ -11,7 +11,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${CMAKE_PROJECT_NAME} built using CMake")
 set(CPACK_COMPONENTS_ALL library development)
 if(VORN_MV_BUILD_TOOLS)
-  list(APPEND CPACK_COMPONENTS_ALL tools)
+  list(APPEND CPACK_COMPONENTS_ALL tools batch)
 endif()
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
@@ -59,6 +59,20 @@ point clouds and image filters, on OpenCV matrices.
 
 This package holds vorn-mv, which calibrates, scans, cleans clouds and renders
 what a rig would capture, from the command line.")
+
+set(CPACK_DEBIAN_BATCH_PACKAGE_NAME vorn-mv-batch)
+set(CPACK_DEBIAN_BATCH_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_BATCH_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_BATCH_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_BATCH_PACKAGE_DEPENDS
+  "vorn-mv-tools (>= ${vorn_mv_same_version}), python3 (>= 3.9), python3-dask, python3-distributed")
+set(CPACK_DEBIAN_BATCH_DESCRIPTION "machine vision for optical 3D measurement - many scans
+Structured light and laser line scanning, calibration of cameras and scanners,
+point clouds and image filters, on OpenCV matrices.
+
+This package holds vorn-mv-batch, which runs commands of vorn-mv for many scans
+on one computer or on a cluster, goes on where it was stopped, and shows all
+results on one page.")
 
 # Files that Debian wants in every package and nobody elsewhere.
 find_program(VORN_MV_GZIP gzip)

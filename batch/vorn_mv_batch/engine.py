@@ -1,0 +1,227 @@
+# Copyright 2026 the vorn authors
+# SPDX-License-Identifier: Apache-2.0
+"""Hands jobs to the workers of a Dask cluster, here or elsewhere, and takes back how they went.
+
+Only a few more jobs than there are workers are handed over at a time, so that the client's memory does not grow with
+their number. A job that failed is tried again, on another worker if there is one. What a lost worker or scheduler was
+busy with is handed over again; each job itself counts on how often a worker was lost while at it (see job.py).
+"""
+
+import collections
+import contextlib
+import itertools
+import logging
+import os
+import queue
+import socket
+import time
+from dataclasses import dataclass, field
+
+import dask
+from distributed import Client, LocalCluster
+from distributed.scheduler import KilledWorker
+
+from . import BatchError
+from .job import run_job
+
+TICK_SECONDS = 0.25
+CONNECT_SECONDS = 5
+STOP_SECONDS = 15
+# More than any poisonous job needs; only against a fault that hides what it does.
+MOST_LOSSES = 50
+
+
+@dataclass
+class Flight:
+    """A job on its way: how often it failed, on which workers, and how often it was lost."""
+
+    order: dict
+    losses: int = 0
+    shunned: set = field(default_factory=set)
+    future: object = None
+
+
+def quiet_dask():
+    """Lost workers and schedulers are said by this program, in its own words."""
+    for name in ("distributed", "tornado", "asyncio", "bokeh"):
+        logging.getLogger(name).setLevel(logging.CRITICAL)
+    # Workers are forks of one process that has read Dask's code, which takes each of them a second otherwise.
+    dask.config.set({"distributed.worker.multiprocessing-method": "forkserver",
+                     "distributed.scheduler.allowed-failures": 0, "distributed.comm.retry.count": 0,
+                     "distributed.worker.daemon": True})
+
+
+class Cluster:
+    """The workers, on this computer or behind a scheduler's address."""
+
+    def __init__(self, address, workers, folder, wait_seconds, say):
+        self.address = address
+        self.wait_seconds = wait_seconds
+        self.say = say
+        self.local = None
+        self.client = None
+        if address is None:
+            self.local = LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, memory_limit=0,
+                                      dashboard_address=None, host="127.0.0.1", silence_logs=logging.CRITICAL,
+                                      local_directory=os.path.join(folder, "dask"))
+            self.client = Client(self.local, set_as_default=False)
+        else:
+            self.connect()
+
+    def connect(self):
+        """Waits for the scheduler, also for one that is started again."""
+        until = time.monotonic() + self.wait_seconds
+        while True:
+            try:
+                self.client = Client(self.address, timeout=CONNECT_SECONDS, set_as_default=False)
+                return
+            except (OSError, TimeoutError, ValueError) as error:
+                if time.monotonic() > until or isinstance(error, ValueError):
+                    raise BatchError(f"no scheduler answers at {self.address}: {error}") from error
+                time.sleep(TICK_SECONDS)
+
+    def is_lost(self):
+        return self.client.status != "running"
+
+    def reconnect(self):
+        self.say(f"the scheduler at {self.address} is gone; waiting for it up to {self.wait_seconds:.0f} s")
+        self.close_client()
+        self.connect()
+        self.say(f"the scheduler at {self.address} is back")
+
+    def workers(self):
+        """{address: threads} of the workers there are."""
+        return {address: worker["nthreads"] for address, worker in self.client.scheduler_info()["workers"].items()}
+
+    def close_client(self):
+        with contextlib.suppress(Exception):
+            self.client.close(timeout=2)
+
+    def close(self):
+        self.close_client()
+        if self.local is not None:
+            with contextlib.suppress(Exception):
+                self.local.close(timeout=10)
+
+
+class Engine:
+    """Runs orders to their end. `on_result(outcome)` is called once for each that was not stopped."""
+
+    def __init__(self, cluster, orders, tries, on_result, on_tick, should_stop):
+        self.cluster = cluster
+        self.orders = iter(orders)
+        self.tries = tries
+        self.on_result = on_result
+        self.on_tick = on_tick
+        self.should_stop = should_stop
+        self.again = collections.deque()
+        self.flying = {}
+        self.events = queue.SimpleQueue()
+        self.numbers = itertools.count()
+        self.last_worker = time.monotonic()
+
+    def run(self):
+        is_exhausted = False
+        while not self.should_stop():
+            workers = self.cluster.workers() if not self.cluster.is_lost() else {}
+            self.watch_workers(workers)
+            is_exhausted = self.hand_over(workers, is_exhausted)
+            if is_exhausted and not self.flying and not self.again:
+                return
+            self.take_back()
+            self.on_tick(len(workers))
+        self.stop()
+
+    def watch_workers(self, workers):
+        now = time.monotonic()
+        if workers:
+            self.last_worker = now
+        elif now - self.last_worker > self.cluster.wait_seconds:
+            raise BatchError(f"there is no worker since {now - self.last_worker:.0f} s")
+
+    def hand_over(self, workers, is_exhausted):
+        room = 2 * sum(workers.values()) + 2 if workers else 0
+        while len(self.flying) < room:
+            flight = self.again.popleft() if self.again else None
+            if flight is None:
+                order = next(self.orders, None) if not is_exhausted else None
+                if order is None:
+                    return True
+                flight = Flight(order)
+            self.submit(flight, workers)
+        return is_exhausted
+
+    def submit(self, flight, workers):
+        others = [address for address in workers if address not in flight.shunned]
+        preference = {"workers": others, "allow_other_workers": True} if flight.shunned and others else {}
+        key = f"{flight.order['name']}-{flight.order['run']}-{next(self.numbers)}"
+        flight.future = self.cluster.client.submit(run_task, flight.order, key=key, pure=False, retries=0, **preference)
+        self.flying[key] = flight
+        flight.future.add_done_callback(lambda future, key=key: self.events.put(key))
+
+    def take_back(self):
+        keys = set()
+        with contextlib.suppress(queue.Empty):
+            keys.add(self.events.get(timeout=TICK_SECONDS))
+            while True:
+                keys.add(self.events.get_nowait())
+        if self.cluster.is_lost() and self.cluster.local is None:
+            self.lose_all()
+            return
+        flights = [self.flying.pop(key) for key in keys if key in self.flying]
+        finished = [flight for flight in flights if flight.future.status == "finished"]
+        try:
+            outcomes = self.cluster.client.gather([flight.future for flight in finished]) if finished else []
+        except Exception:  # a worker went between the end of its job and now: its jobs are handed over again
+            self.again.extend(finished)
+            outcomes, finished = [], []
+        for flight, outcome in zip(finished, outcomes):
+            self.judge(flight, outcome)
+        for flight in flights:
+            if flight.future.status in ("error", "lost", "cancelled"):
+                self.lose(flight)
+
+    def judge(self, flight, outcome):
+        address = outcome.pop("address")
+        if outcome["status"] == "failed":
+            flight.order = {**flight.order, "failures": flight.order["failures"] + 1}
+            flight.shunned.add(address)
+            if flight.order["failures"] < self.tries and outcome["line"]["error"]["cause"] != "lost":
+                self.again.append(flight)
+                return
+        if outcome["status"] == "stopped":
+            if not self.should_stop():  # by the mark of a run that was killed
+                self.again.append(flight)
+            return
+        outcome["tries"] = flight.order["failures"] + (outcome["status"] != "failed")
+        self.on_result(outcome)
+
+    def lose(self, flight):
+        """A worker died, at this job or at another one that it had been given."""
+        flight.losses += 1
+        error = flight.future.exception() if flight.future.status == "error" else None
+        if flight.losses >= MOST_LOSSES or not (error is None or isinstance(error, KilledWorker)):
+            self.on_result({"name": flight.order["name"], "status": "failed", "line": None, "worker": None,
+                            "tries": flight.losses, "text": f"the cluster could not run it: {error!r}"})
+        else:
+            self.again.append(flight)
+
+    def lose_all(self):
+        self.cluster.reconnect()
+        self.again.extend(self.flying.values())
+        self.flying.clear()
+        self.last_worker = time.monotonic()
+
+    def stop(self):
+        """Waits until running jobs have noticed that the run ends; nothing of them is left but finished ones."""
+        until = time.monotonic() + STOP_SECONDS
+        while self.flying and time.monotonic() < until and not self.cluster.is_lost():
+            self.take_back()
+
+
+def run_task(order):
+    """Runs on the worker."""
+    from distributed import get_worker
+
+    worker = get_worker()
+    return {**run_job({**order, "worker": f"{socket.gethostname()} {worker.name}"}), "address": worker.address}
