@@ -93,6 +93,7 @@
 #include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/scanner/scan_laser.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>
 #include <vorn/mv/sl/gray_code.hpp>

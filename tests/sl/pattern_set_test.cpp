@@ -72,7 +72,8 @@ TEST(PatternSet, FringesHaveThePhasesOfTheirPlaces) {
         double sine = 0.0;
         double cosine = 0.0;
         for (int k = 0; k < 5; ++k) {
-          double const value = images[i + static_cast<std::size_t>(k)].at<uchar>(isColumn ? 3 : c, isColumn ? c : 3);
+          double const value =
+              images[i + static_cast<std::size_t>(k)].at<uchar>(isColumn ? 3 : c, isColumn ? c : 3);
           sine += value * std::cos(0.4 * CV_PI * k);
           cosine += value * std::sin(0.4 * CV_PI * k);
         }
@@ -166,7 +167,8 @@ TEST(PatternSet, JsonRefusalsNameTheMember) {
   };
   std::string const head = R"({"projector": [64, 8], "images": [)";
   for (Case const& c : {
-           Case{R"({"role": "phase", "axis": "column", "perod": 64, "steps": 3}]})", "did you mean \"period\""},
+           Case{R"({"role": "phase", "axis": "column", "perod": 64, "steps": 3}]})",
+                "did you mean \"period\""},
            Case{R"({"role": "phase", "axis": "colunm", "period": 64}]})", "images[0].axis"},
            Case{R"({"role": "white"}, {"role": "graycode"}]})", "images[1].role"},
            Case{R"({"role": "white", "bit": 2}]})", "images[0].bit"},
@@ -181,7 +183,8 @@ TEST(PatternSet, JsonRefusalsNameTheMember) {
     EXPECT_EQ(set.images.size(), grayPhase().images.size());
   }
   PatternSet set;
-  expectError([&] { set.read(nlohmann::json::parse(R"({"projector": [64, 8], "picture": []})")); }, "picture");
+  expectError([&] { set.read(nlohmann::json::parse(R"({"projector": [64, 8], "picture": []})")); },
+              "picture");
 }
 
 TEST(PatternSet, WhatCannotBeDecodedIsRefusedByName) {
@@ -208,7 +211,8 @@ TEST(PatternSet, WhatCannotBeDecodedIsRefusedByName) {
            Case{"gray-phase", drop(5), "lack the inverse of bit 4"},
            Case{"gray", drop(2), "lack bit"},
            Case{"gray-phase", [](PatternSet& s) { s.images[2].step = 1; }, "is there twice: image 1"},
-           Case{"gray-phase", [](PatternSet& s) { s.images[2].step = 4; }, "step 4 and must be one from 0 to 3"},
+           Case{"gray-phase", [](PatternSet& s) { s.images[2].step = 4; },
+                "step 4 and must be one from 0 to 3"},
            Case{"gray-phase", [](PatternSet& s) { s.images[0].period = 1.5; }, "period 1.5"},
            Case{"gray-phase", [](PatternSet& s) { s.images[3].exposure = -2; }, "the exposure -2"},
            Case{"gray-phase", [](PatternSet& s) { s.images[6].cell = 3; }, "another code, cell or shift"},
@@ -217,11 +221,18 @@ TEST(PatternSet, WhatCannotBeDecodedIsRefusedByName) {
            Case{"gray-phase", repeat(2.0, true), "exposures must rise"},
            Case{"gray-phase", repeat(1.0, false), "is there twice"},
            Case{"gray-phase", [](PatternSet& s) { s.images[4].exposure = 3; }, "is missing at exposure"},
-           Case{"multi-frequency", [](PatternSet& s) { s.images.erase(s.images.begin(), s.images.begin() + 4); },
+           Case{"multi-frequency",
+                [](PatternSet& s) { s.images.erase(s.images.begin(), s.images.begin() + 4); },
                 "repeat after"},
            Case{"heterodyne", [](PatternSet& s) { s.images.resize(4); }, "repeat after"},
-           Case{"gray-phase", [](PatternSet& s) { s.images.resize(2); s.images[0].steps = s.images[1].steps = 1;
-                  s.images[0].step = s.images[1].step = 0; s.images[1].offset = 90; }, "do not determine a phase"},
+           Case{"gray-phase",
+                [](PatternSet& s) {
+                  s.images.resize(2);
+                  s.images[0].steps = s.images[1].steps = 1;
+                  s.images[0].step = s.images[1].step = 0;
+                  s.images[1].offset = 90;
+                },
+                "do not determine a phase"},
            Case{"gray-phase", [](PatternSet& s) { s.images.clear(); }, "neither fringes nor bits"},
            Case{"gray-phase", [](PatternSet& s) { s.images[0].file = "a"; }, "either all images have a file"},
        }) {

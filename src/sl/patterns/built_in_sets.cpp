@@ -219,9 +219,9 @@ PatternSet PatternSet::builtIn(std::string const& name, cv::Size projector,
       continue;
     }
     int const resolution = axis == PatternAxis::Column ? projector.width : projector.height;
-    Images const images = set.make({axis, std::max(1, resolution),
-                                    options.steps == 0 ? usualSteps : options.steps, options.period,
-                                    options.hasInverses});
+    Images const images =
+        set.make({axis, std::max(1, resolution), options.steps == 0 ? usualSteps : options.steps,
+                  options.period, options.hasInverses});
     made.images.insert(made.images.end(), images.begin(), images.end());
   }
   made.validate();

@@ -16,7 +16,8 @@ namespace vorn::mv::sl {
 ///
 ///   I = e (a + s cos(o) + c sin(o)),   s = B sin(phase), c = B cos(phase),
 ///
-/// with its exposure e, relative to the longest, and its offset o: linear in the mean level a, and in s and c.
+/// with its exposure e, relative to the longest, and its offset o: linear in the mean level a, and in s and
+/// c.
 class FringeEquations {
 public:
   static constexpr std::size_t mostImages = 32;

@@ -42,9 +42,9 @@ void checkFringe(std::string const& name, PatternImage const& image, int resolut
           name + " has the period " + toString(image.period) + " and must have one of 2 to 1000000 pixels");
   require(image.steps >= 1 && image.steps <= mostSteps,
           name + " is one of " + std::to_string(image.steps) + " steps; there must be 1 to 1000");
-  require(image.step >= 0 && image.step < image.steps,
-          name + " is step " + std::to_string(image.step) + " and must be one from 0 to " +
-              std::to_string(image.steps - 1));
+  require(image.step >= 0 && image.step < image.steps, name + " is step " + std::to_string(image.step) +
+                                                           " and must be one from 0 to " +
+                                                           std::to_string(image.steps - 1));
   require(std::isfinite(image.offset), name + " has the offset " + toString(image.offset));
   require(std::abs(image.sign) == 1,
           name + " has the sign " + std::to_string(image.sign) + " and must have 1 or -1");
@@ -112,9 +112,8 @@ void checkExposures(PatternSet const& set) {
   }
   for (auto const& [key, same] : patterns) {
     for (double const exposure : exposures) {
-      bool const isThere = std::any_of(same.begin(), same.end(), [&](std::size_t i) {
-        return set.images[i].exposure == exposure;
-      });
+      bool const isThere = std::any_of(same.begin(), same.end(),
+                                       [&](std::size_t i) { return set.images[i].exposure == exposure; });
       require(isThere, nameOf(set, same.front()) + " is missing at exposure " + toString(exposure));
     }
   }
@@ -127,12 +126,12 @@ void checkSteps(PatternSet const& set, sl::Fringe const& fringe) {
     PatternImage const& image = set.images[i];
     shifts[{image.steps, image.sign, image.steps == 1 ? 0.0 : image.offset}].insert(image.step);
   }
-  std::string const name = "The fringe of period " + toString(fringe.period) + " along " +
-                           wordOf(fringe.axis);
+  std::string const name =
+      "The fringe of period " + toString(fringe.period) + " along " + wordOf(fringe.axis);
   for (auto const& [shift, steps] : shifts) {
     for (int step = 0; step < std::get<0>(shift); ++step) {
-      require(steps.count(step) != 0, name + " lacks step " + std::to_string(step) + " of " +
-                                          std::to_string(std::get<0>(shift)));
+      require(steps.count(step) != 0,
+              name + " lacks step " + std::to_string(step) + " of " + std::to_string(std::get<0>(shift)));
     }
   }
   require(fringe.images.size() <= sl::FringeEquations::mostImages,
@@ -155,15 +154,16 @@ void checkBits(PatternSet const& set, PatternAxis axis, std::vector<std::size_t>
   std::string const code = std::string("The bits along ") + wordOf(axis);
   int const count = *plain.rbegin() + 1;
   for (int bit = 0; bit < count; ++bit) {
-    require(plain.count(bit) != 0, code + " lack bit " + std::to_string(bit) + " of " + std::to_string(count));
+    require(plain.count(bit) != 0,
+            code + " lack bit " + std::to_string(bit) + " of " + std::to_string(count));
     require(inverse.empty() || inverse.count(bit) != 0,
             code + " lack the inverse of bit " + std::to_string(bit));
   }
   double const stripes = std::ceil((sl::resolutionAlong(set, axis) + first.shift) / first.cell);
-  require(stripes <= std::ldexp(1.0, count),
-          code + " are " + std::to_string(count) + " and tell " + toString(std::ldexp(1.0, count)) +
-              " stripes apart; the projector shows " + toString(stripes) + " of " + toString(first.cell) +
-              " pixels");
+  require(stripes <= std::ldexp(1.0, count), code + " are " + std::to_string(count) + " and tell " +
+                                                 toString(std::ldexp(1.0, count)) +
+                                                 " stripes apart; the projector shows " + toString(stripes) +
+                                                 " of " + toString(first.cell) + " pixels");
   auto const has = [&](PatternRole role) {
     return std::any_of(set.images.begin(), set.images.end(),
                        [&](PatternImage const& image) { return image.role == role; });
@@ -180,16 +180,16 @@ void checkAxis(PatternSet const& set, PatternAxis axis) {
   for (sl::Fringe const& fringe : fringes) {
     checkSteps(set, fringe);
   }
-  bool const hasPlain = std::any_of(bits.begin(), bits.end(),
-                                    [&](std::size_t i) { return !set.images[i].isInverse; });
+  bool const hasPlain =
+      std::any_of(bits.begin(), bits.end(), [&](std::size_t i) { return !set.images[i].isInverse; });
   require(bits.empty() || hasPlain, std::string("The bits along ") + wordOf(axis) + " are all inverses");
   if (!bits.empty()) {
     checkBits(set, axis, bits);
-    double const widest = fringes.empty() ? 0.0
-                                          : std::max_element(fringes.begin(), fringes.end(),
-                                                             [](auto const& a, auto const& b) {
-                                                               return a.period < b.period;
-                                                             })->period;
+    double const widest =
+        fringes.empty() ? 0.0
+                        : std::max_element(fringes.begin(), fringes.end(), [](auto const& a, auto const& b) {
+                            return a.period < b.period;
+                          })->period;
     double const cell = set.images[bits.front()].cell;
     require(fringes.empty() || cell <= widest,
             nameOf(set, bits.front()) + " has stripes of " + toString(cell) +

@@ -31,7 +31,7 @@ enum class PatternAxis { Column, Row };
 enum class BitCode {
   Gray,   ///< reflected: from stripe to stripe one bit changes
   Binary, ///< as numbers are
-  Xor     ///< that of `generate_ps4_patterns`: of the number + 2, bit 0, and each other one exclusive-or bit 0
+  Xor ///< that of `generate_ps4_patterns`: of the number + 2, bit 0, and each other one exclusive-or bit 0
 };
 
 /// One image of a set. With c the projector coordinate of its axis, whose pixel centres are whole numbers:

@@ -1,0 +1,410 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/patterns/axis_decoding.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include <opencv2/core.hpp>
+
+#include "core/pi.hpp"
+#include "sl/decode/doubtful_growth.hpp"
+#include "sl/decode/segments.hpp"
+#include "sl/unwrap/order_growth.hpp"
+
+namespace vorn::mv::sl {
+
+namespace {
+
+constexpr int bandRows = 64;
+constexpr float unknown = -1.0F;
+constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
+/// Standard deviation of an even distribution one wide.
+constexpr float ofEven = 0.28867513F;
+
+/// How far a bit must be from its threshold to be certain, in standard deviations: one in 30 000 is not where
+/// it seems to be.
+constexpr float certainDeviations = 4.0F;
+
+} // namespace
+
+AxisDecoding::AxisDecoding(PatternSet const& set, ReadingPlan const& plan, DecodeSettings const& settings,
+                           PatternAxis axis, PatternReading& reading)
+    : set_(set), plan_(plan), settings_(settings), reading_(reading),
+      resolution_(resolutionAlong(set, axis)) {
+  for (std::size_t i = 0; i < plan.fringes.size(); ++i) {
+    FringeDesign const& design = plan.fringes[i];
+    if (design.fringe.axis == axis) {
+      constexpr float ofThree = 0.06F;
+      constexpr float ofMore = 0.03F;
+      float const spread = design.equations.inverse(0).matrix(1, 1);
+      fringes_.push_back({i, static_cast<float>(design.fringe.period), std::sqrt(spread),
+                          design.equations.size() <= 3 ? ofThree : ofMore});
+    }
+  }
+  std::sort(fringes_.begin(), fringes_.end(), [](Own const& a, Own const& b) { return a.period < b.period; });
+  for (std::size_t i = 0; i < plan.codes.size(); ++i) {
+    if (plan.codes[i].axis == axis) {
+      codes_.push_back(i);
+    }
+  }
+  std::vector<std::size_t> const bits = bitsAlong(set, axis);
+  if (!bits.empty()) {
+    int count = 0;
+    for (std::size_t const i : bits) {
+      count = std::max(count, set.images[i].bit + 1);
+    }
+    words_.emplace_back(set.images[bits[0]], count);
+    while (codeFringe_ + 1 < fringes_.size() && fringes_[codeFringe_].period < words_[0].cell()) {
+      ++codeFringe_;
+    }
+  }
+}
+
+void AxisDecoding::chooseNoise(cv::Size size) {
+  bool const isWhole = reading_.range().isWhole;
+  float const rounding = isWhole ? ofEven : 0.0F;
+  if (settings_.noise > 0.0) {
+    noise_ = LevelNoise(static_cast<float>(settings_.noise));
+  } else if (fringes_.empty()) {
+    // Bits alone tell nothing of it.
+    constexpr float usual = 1.0F / 128.0F;
+    float const white = reading_.range().white;
+    noise_ = LevelNoise(white < std::numeric_limits<float>::max() ? usual * white : 0.0F);
+  } else {
+    NoiseTally all;
+    for (Own const& own : fringes_) {
+      all.add(reading_.tally(own.index).noise);
+    }
+    noise_ = LevelNoise(all, rounding);
+  }
+  constexpr float twice = 2.0F;
+  bool const isAsked = settings_.minModulation >= 0.0;
+  least_ = isAsked || reading_.leastAmplitude() > 0.0F ? reading_.leastAmplitude() : twice * noise_.overall();
+  (void)size;
+}
+
+float AxisDecoding::noiseAt(int row, int x) const {
+  return noise_.at(reading_.fringe(fringes_[0].index).level(row, x));
+}
+
+/// The fringes of a row, in turns.
+void AxisDecoding::loadSamples(int row, Room& room) {
+  room.samples.turns.resize(fringes_.size());
+  room.samples.sigma.resize(fringes_.size());
+  room.samples.periods.resize(fringes_.size());
+  constexpr float perTurn = 1.0F / twoPiFloat;
+  for (std::size_t i = 0; i < fringes_.size(); ++i) {
+    FringeMaps const& maps = reading_.fringe(fringes_[i].index);
+    auto const width = static_cast<std::size_t>(maps.phase.cols);
+    room.samples.periods[i] = static_cast<double>(plan_.fringes[fringes_[i].index].fringe.period);
+    room.samples.turns[i].resize(width);
+    room.samples.sigma[i].resize(width);
+    float const* const phase = maps.phase[row];
+    float const* const precision = maps.precision[row];
+    uchar const* const level = maps.level[row];
+    for (std::size_t x = 0; x < width; ++x) {
+      room.samples.turns[i][x] = phase[x] * perTurn;
+      room.samples.sigma[i][x] = noise_.at(level[x]) * perTurn / std::max(precision[x], 1e-6F);
+    }
+  }
+}
+
+/// Of several exposures, that one counts whose bits are farthest from their thresholds.
+void AxisDecoding::loadCode(int row, RowCode& code) const {
+  CodeMaps const& first = reading_.code(codes_[0]);
+  auto const width = static_cast<std::size_t>(first.word.cols);
+  auto const* const word = first.word.ptr<std::uint32_t>(row);
+  code.word.assign(word, word + width);
+  code.weakest.assign(first.weakest[row], first.weakest[row] + width);
+  code.margin.assign(first.margin[row], first.margin[row] + width);
+  code.second.assign(first.second[row], first.second[row] + width);
+  for (std::size_t i = 1; i < codes_.size(); ++i) {
+    CodeMaps const& other = reading_.code(codes_[i]);
+    for (std::size_t x = 0; x < width; ++x) {
+      auto const at = static_cast<int>(x);
+      if (other.second(row, at) > code.second[x]) {
+        code.word[x] = other.word.ptr<std::uint32_t>(row)[x];
+        code.weakest[x] = other.weakest(row, at);
+        code.margin[x] = other.margin(row, at);
+        code.second[x] = other.second(row, at);
+      }
+    }
+  }
+}
+
+CodePlace AxisDecoding::placeOf(RowCode const& code, std::size_t x, float noise) const {
+  float const certain = certainDeviations * noise;
+  return words_[0].place(code.word[x], code.weakest[x], code.margin[x] > certain, code.second[x] > certain);
+}
+
+/// Why a pixel has no fringe; `open` when it has.
+uchar AxisDecoding::closedState(int row, int x) const {
+  uchar state = pixel_state::open;
+  for (Own const& own : fringes_) {
+    float const precision = reading_.fringe(own.index).precision(row, x);
+    if (precision <= 0.0F) {
+      return reading_.fringe(own.index).phase(row, x) < 0.0F ? pixel_state::clipped : pixel_state::dark;
+    }
+    if (!(precision * own.amplitudeOfPrecision >= least_)) {
+      state = pixel_state::dark;
+    }
+  }
+  return state;
+}
+
+/// From the stripe to the fringe that is at least as wide, and from there to ever finer ones.
+bool AxisDecoding::orderByCode(Room const& room, std::size_t x, float noise, int& order) const {
+  CodePlace const place = placeOf(room.code, x, noise);
+  if (place.kind == CodePlace::Unknown) {
+    return false;
+  }
+  std::size_t i = codeFringe_;
+  float const period = fringes_[i].period;
+  auto const nearest = [](float value) { return std::nearbyint(value); };
+  float turns = room.samples.turns[i][x];
+  float whole = nearest(place.position / period - turns);
+  float coordinate = period * (turns + whole);
+  // A tenth of a fringe is left for noise and for what blur does to the edges of stripes.
+  constexpr float mostOfPeriod = 0.4F;
+  constexpr float beyondEdge = 0.2F;
+  float const reach = period * (mostOfPeriod - 3.0F * room.samples.sigma[i][x]);
+  float const limit = place.kind == CodePlace::Border
+                          ? reach
+                          : std::min(reach, 0.5F * words_[0].cell() + beyondEdge * period);
+  if (std::fabs(coordinate - place.position) > limit) {
+    return false;
+  }
+  while (i > 0) {
+    --i;
+    turns = room.samples.turns[i][x];
+    float const exact = coordinate / fringes_[i].period - turns;
+    whole = nearest(exact);
+    constexpr float mostRest = 0.3F;
+    if (std::fabs(exact - whole) > mostRest) {
+      return false;
+    }
+    coordinate = fringes_[i].period * (turns + whole);
+  }
+  order = static_cast<int>(whole);
+  return true;
+}
+
+bool AxisDecoding::orderBySearch(Room const& room, std::size_t x, int& order) {
+  // Odds of 20 000 to 1 against the next best, and not far from it by itself.
+  constexpr float clearGap = 20.0F;
+  constexpr float mostCost = 100.0F;
+  order = room.found.order[x];
+  return room.samples.periods.size() == 1 ||
+         (room.found.gap[x] >= clearGap && room.found.cost[x] <= mostCost);
+}
+
+void AxisDecoding::decideRow(int row, Room& room, ScanMaps& maps) {
+  loadSamples(row, room);
+  int const width = maps.size().width;
+  if (!words_.empty()) {
+    loadCode(row, room.code);
+  } else if (fringes_.size() > 1) {
+    searchOrders(room.samples, resolution_, width, room.found);
+  }
+  FringeMaps const& finest = reading_.fringe(fringes_[0].index);
+  float* const wrapped = maps.wrapped.inner[row];
+  short* const orders = maps.order.inner[row];
+  uchar* const state = maps.state.inner[row];
+  for (int x = 0; x < width; ++x) {
+    orders[x] = noOrder;
+    state[x] = closedState(row, x);
+    wrapped[x] = state[x] == pixel_state::clipped ? noPhase : finest.phase(row, x);
+    if (!pixel_state::isOpen(state[x])) {
+      continue;
+    }
+    auto const at = static_cast<std::size_t>(x);
+    int order = 0;
+    if (!words_.empty()) {
+      // Lit pixels are noisier than the mean of a fringe.
+      auto const level = static_cast<uchar>(std::min(levelBins - 1, 2 * finest.level(row, x) + 1));
+      float const noise = std::max(noiseAt(row, x), noise_.at(level));
+      if (!orderByCode(room, at, noise, order)) {
+        continue;
+      }
+    } else if (fringes_.size() > 1) {
+      if (!orderBySearch(room, at, order)) {
+        continue;
+      }
+    }
+    if (order >= 0) {
+      orders[x] = static_cast<short>(order);
+      state[x] = pixel_state::trusted;
+    } else {
+      state[x] = pixel_state::noCode;
+    }
+  }
+}
+
+/// The weighted mean of what all fringes say, the finest one's order being known. A pixel that took it from
+/// its neighbours is given up when its own fringes contradict it.
+void AxisDecoding::combine(Room const& room, std::size_t x, bool isGrown, float& coordinate,
+                           float& sigma) const {
+  float const own = fringes_[0].period * room.samples.sigma[0][x];
+  float weights = 1.0F / (own * own);
+  float shift = 0.0F;
+  for (std::size_t i = 1; i < fringes_.size(); ++i) {
+    float const period = fringes_[i].period;
+    float const exact = coordinate / period - room.samples.turns[i][x];
+    float const rest = period * (std::nearbyint(exact) - exact);
+    float const ofFringe = period * room.samples.sigma[i][x];
+    constexpr float deviations = 6.0F;
+    float const limit =
+        deviations * std::sqrt(own * own + ofFringe * ofFringe) + fringes_[i].tolerance * period;
+    if (std::fabs(rest) > limit) {
+      if (isGrown) {
+        coordinate = unknown;
+        return;
+      }
+      continue;
+    }
+    float const weight = 1.0F / (ofFringe * ofFringe);
+    weights += weight;
+    shift += weight * rest;
+  }
+  coordinate += shift / weights;
+  sigma = 1.0F / std::sqrt(weights);
+}
+
+void AxisDecoding::finishRow(int row, Room& room, ScanMaps& maps, AxisResult& result) {
+  loadSamples(row, room);
+  bool const hasCode = !words_.empty();
+  if (hasCode) {
+    loadCode(row, room.code);
+  }
+  uchar* const state = maps.state.inner[row];
+  for (int x = 0; x < maps.size().width; ++x) {
+    float& coordinate = result.coordinate(row, x);
+    float& sigma = result.sigma(row, x);
+    coordinate = unknown;
+    sigma = notANumber;
+    if (pixel_state::isKnown(state[x])) {
+      auto const at = static_cast<std::size_t>(x);
+      bool const isGrown = state[x] == pixel_state::grown;
+      coordinate =
+          fringes_[0].period * (room.samples.turns[0][at] + static_cast<float>(maps.order.inner(row, x)));
+      if (isGrown && hasCode) {
+        CodePlace const place = placeOf(room.code, at, noiseAt(row, x));
+        constexpr float beyondEdge = 0.25F;
+        float const widest = std::max(words_[0].cell(), fringes_[0].period);
+        float const limit = 0.5F * words_[0].cell() + beyondEdge * widest;
+        if (place.kind != CodePlace::Unknown && std::fabs(coordinate - place.position) > limit) {
+          coordinate = unknown;
+        }
+      }
+      if (coordinate >= 0.0F) {
+        combine(room, at, isGrown, coordinate, sigma);
+      }
+      if (!(coordinate >= 0.0F && coordinate <= static_cast<float>(resolution_))) {
+        coordinate = unknown;
+        sigma = notANumber;
+        state[x] = pixel_state::noCode;
+      }
+    }
+    result.reason(row, x) = pixel_state::finalReason(state[x]);
+  }
+}
+
+/// Without fringes: the middles of stripes, and their borders.
+void AxisDecoding::readStripes(int row, RowCode& code, AxisResult& result) {
+  loadCode(row, code);
+  float const noise = noise_.overall();
+  float const certain = certainDeviations * noise;
+  float const cell = words_[0].cell();
+  float* const modulation = reading_.modulation()[row];
+  for (int x = 0; x < result.coordinate.cols; ++x) {
+    auto const at = static_cast<std::size_t>(x);
+    float range = 0.0F;
+    for (std::size_t const i : codes_) {
+      range = std::max(range, reading_.code(i).range(row, x));
+    }
+    modulation[x] = std::min(modulation[x], range);
+    CodePlace const place = placeOf(code, at, noise);
+    // Across a border the difference falls evenly from certain to certain.
+    float const coordinate =
+        place.kind == CodePlace::Border
+            ? place.position + 0.5F * cell * place.towards * std::min(1.0F, code.margin[at] / certain)
+            : place.position;
+    bool const isDark = !(range >= least_);
+    bool const isKnown = !isDark && place.kind != CodePlace::Unknown && coordinate > -1.0F &&
+                         coordinate <= static_cast<float>(resolution_);
+    result.coordinate(row, x) = isKnown ? std::max(0.0F, coordinate) : unknown;
+    result.sigma(row, x) = isKnown ? ofEven * cell : notANumber;
+    result.reason(row, x) = isKnown  ? pixel_state::reasonOf(PixelReason::Measured)
+                            : isDark ? pixel_state::dark
+                                     : pixel_state::noCode;
+  }
+}
+
+void AxisDecoding::dropSmallPieces(int smallest, AxisResult& result, Progress const& progress) {
+  if (smallest <= 1) {
+    return;
+  }
+  std::vector<Run> runs;
+  auto const measured = [&](int y, uchar* room) {
+    std::transform(result.reason[y], result.reason[y] + result.reason.cols, room,
+                   [](uchar reason) { return static_cast<uchar>(reason == 0 ? 255 : 0); });
+    return room;
+  };
+  findSegments(result.reason.size(), measured, 255, Neighbourhood::Four, runs, progress);
+  forEachSmallRun(runs, smallest, [&](Run const& run) {
+    for (int x = run.begin; x < run.end; ++x) {
+      result.reason(run.row, x) = pixel_state::smallPiece;
+      result.coordinate(run.row, x) = unknown;
+      result.sigma(run.row, x) = notANumber;
+    }
+  });
+}
+
+AxisResult AxisDecoding::run(Progress const& progress) {
+  cv::Size const size = reading_.modulation().size();
+  chooseNoise(size);
+  AxisResult result;
+  result.noise = noise_.overall();
+  auto const forRows = [&](Progress const& part, auto const& body) {
+    parallelRows(size.height, bandRows, part, "decoding", [&](int first, int end) {
+      Room room;
+      for (int y = first; y < end; ++y) {
+        body(y, room);
+      }
+    });
+  };
+  ScanMaps maps;
+  if (!fringes_.empty()) {
+    maps.create(size);
+    forRows(progress.part(0.0, 0.4), [&](int y, Room& room) { decideRow(y, room, maps); });
+    if (settings_.usesNeighbours) {
+      growOrders({maps, CodeCheck(1), false}, progress.part(0.4, 0.7));
+      dropDoubtfulGrowth(maps, progress.part(0.7, 0.75));
+    }
+  }
+  result.coordinate.create(size);
+  result.sigma.create(size);
+  result.reason.create(size);
+  forRows(progress.part(0.75, 0.95), [&](int y, Room& room) {
+    fringes_.empty() ? readStripes(y, room.code, result) : finishRow(y, room, maps, result);
+  });
+  dropSmallPieces(settings_.minSegmentSize, result, progress.part(0.95, 1.0));
+  for (Own const& own : fringes_) {
+    FringeDesign const& design = plan_.fringes[own.index];
+    FringeTally const tally = reading_.tally(own.index);
+    bool const isShown = design.source == NoiseSource::Quadrature || design.source == NoiseSource::Excess;
+    result.fringes.push_back({design.fringe.axis, design.fringe.period,
+                              static_cast<int>(design.fringe.images.size()),
+                              isShown && tally.power > 0.0 ? tally.harmonic / tally.power
+                                                           : std::numeric_limits<double>::quiet_NaN()});
+    reading_.fringe(own.index) = {};
+  }
+  for (std::size_t const code : codes_) {
+    reading_.code(code) = {};
+  }
+  return result;
+}
+
+} // namespace vorn::mv::sl

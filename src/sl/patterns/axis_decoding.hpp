@@ -1,0 +1,83 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include "core/progress.hpp"
+#include "sl/decode/scan_maps.hpp"
+#include "sl/patterns/code_word.hpp"
+#include "sl/patterns/order_search.hpp"
+#include "sl/patterns/pattern_reading.hpp"
+
+namespace vorn::mv::sl {
+
+/// What is known of one axis at the end.
+struct AxisResult {
+  cv::Mat_<float> coordinate; ///< projector pixels; -1 where unknown
+  cv::Mat_<float> sigma;      ///< NaN where unknown
+  cv::Mat_<uchar> reason;     ///< `PixelReason`
+  float noise = 0.0F;         ///< of an image, grey levels
+  std::vector<FringeFigures> fringes;
+};
+
+/// From what the images of an axis tell of each pixel to its coordinates. The maps of the reading are
+/// released on the way.
+class AxisDecoding {
+public:
+  AxisDecoding(PatternSet const& set, ReadingPlan const& plan, DecodeSettings const& settings,
+               PatternAxis axis, PatternReading& reading);
+
+  AxisResult run(Progress const& progress);
+
+private:
+  /// A fringe of the axis; they are sorted, the finest one first.
+  struct Own {
+    std::size_t index; ///< in the plan
+    float period;
+    float amplitudeOfPrecision; ///< the one is so many times the other where nothing is clipped
+    float tolerance;            ///< deviation that is not noise, in parts of the period
+  };
+  /// The bits of a row as the best exposure shows them.
+  struct RowCode {
+    std::vector<std::uint32_t> word;
+    std::vector<uchar> weakest;
+    std::vector<float> margin, second;
+  };
+  /// Room for a row's numbers.
+  struct Room {
+    FringeSamples samples;
+    FoundOrders found;
+    RowCode code;
+  };
+
+  void chooseNoise(cv::Size size);
+  void loadSamples(int row, Room& room);
+  void loadCode(int row, RowCode& code) const;
+  CodePlace placeOf(RowCode const& code, std::size_t x, float noise) const;
+  void decideRow(int row, Room& room, ScanMaps& maps);
+  bool orderByCode(Room const& room, std::size_t x, float noise, int& order) const;
+  static bool orderBySearch(Room const& room, std::size_t x, int& order);
+  uchar closedState(int row, int x) const;
+  float noiseAt(int row, int x) const;
+  void finishRow(int row, Room& room, ScanMaps& maps, AxisResult& result);
+  void combine(Room const& room, std::size_t x, bool isGrown, float& coordinate, float& sigma) const;
+  void readStripes(int row, RowCode& code, AxisResult& result);
+  static void dropSmallPieces(int smallest, AxisResult& result, Progress const& progress);
+
+  PatternSet const& set_;
+  ReadingPlan const& plan_;
+  DecodeSettings const& settings_;
+  PatternReading& reading_;
+  int resolution_;
+  std::vector<Own> fringes_;
+  std::vector<std::size_t> codes_;
+  std::vector<CodeWord> words_; ///< one, or none without bits
+  std::size_t codeFringe_ = 0;  ///< the one whose order the bits tell
+  LevelNoise noise_{0.0F};
+  float least_ = 0.0F; ///< amplitude
+};
+
+} // namespace vorn::mv::sl

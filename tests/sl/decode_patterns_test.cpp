@@ -1,0 +1,358 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/sl/decode_patterns.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "sl/pattern_capture.hpp"
+#include "support/expect_error.hpp"
+#include "support/watching.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using test::errorsOf;
+using test::PatternCapture;
+using test::PatternErrors;
+using vorn::test::expectError;
+
+PatternSet builtIn(std::string const& name, int steps = 0, cv::Size size = {640, 400}) {
+  PatternSetOptions options;
+  options.steps = steps;
+  return PatternSet::builtIn(name, size, options);
+}
+
+/// Standard deviation of the least-squares phases of all fringes of an axis together, projector pixels: of
+/// each 1 / (2 pi / period * B * sqrt(N / 2)).
+double boundOf(PatternSet const& set, PatternAxis axis, PatternCapture const& capture) {
+  double weights = 0.0;
+  for (PatternImage const& image : set.images) {
+    if (image.role == PatternRole::Phase && image.axis == axis) {
+      double const perPixel = 2 * CV_PI / image.period;
+      double const contrast = std::exp(-0.5 * perPixel * perPixel * capture.blur * capture.blur);
+      weights += 0.5 * std::pow(perPixel * capture.amplitude * contrast, 2);
+    }
+  }
+  // Rounding to whole numbers adds its own noise.
+  double const rounding = capture.type == CV_32FC1 ? 0.0 : 1.0 / 12.0;
+  return std::sqrt((capture.noise * capture.noise + rounding) / weights);
+}
+
+void expectAtBound(PatternErrors const& e, double bound, std::string const& what) {
+  EXPECT_GT(e.decoded, 0.999) << what;
+  EXPECT_EQ(e.wrong, 0.0) << what;
+  EXPECT_LT(e.rms / bound, 1.02) << what;
+  EXPECT_NEAR(e.meanSigma / e.rms, 1.0, 0.05) << what;
+}
+
+TEST(DecodePatterns, EveryBuiltInSetReachesTheBoundOfLeastSquares) {
+  for (std::string const name : {"xor4", "gray-phase", "multi-frequency", "heterodyne"}) {
+    for (int const steps : {3, 4, 5, 8}) {
+      if (name == "xor4" && steps != 4) {
+        continue;
+      }
+      PatternSet set = builtIn(name, name == "xor4" ? 0 : steps);
+      if (steps == 5) { // those go the other way from somewhere else, and stripes begin elsewhere
+        for (PatternImage& image : set.images) {
+          image.sign = -1;
+          image.offset = 33.0;
+          image.shift = 2.0;
+        }
+      }
+      PatternCapture const capture;
+      DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+      std::string const what = name + " of " + std::to_string(steps) + " steps";
+      expectAtBound(errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0),
+                    boundOf(set, PatternAxis::Column, capture), what);
+      expectAtBound(errorsOf(decoded.row, decoded.sigmaRow, capture.row, 1.0),
+                    boundOf(set, PatternAxis::Row, capture), what);
+      EXPECT_NEAR(decoded.noise, std::hypot(1.0, 0.2887), 0.08) << what;
+      EXPECT_EQ(cv::countNonZero(decoded.mask), 0) << what;
+    }
+  }
+}
+
+/// Half a stripe of one pixel at most, and less where a bit's margin tells the place within.
+TEST(DecodePatterns, BitsAloneGiveTheStripe) {
+  for (bool const hasInverses : {true, false}) {
+    PatternSetOptions options;
+    options.hasInverses = hasInverses;
+    PatternSet const set = PatternSet::builtIn("gray", {640, 400}, options);
+    PatternCapture const capture;
+    DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+    PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0);
+    EXPECT_GT(e.decoded, 0.99);
+    EXPECT_EQ(e.wrong, 0.0);
+    EXPECT_LT(e.rms, 0.29);
+    EXPECT_NEAR(e.systematic, 0.0, 0.01);
+    EXPECT_NEAR(decoded.modulation(60, 90), 80.0F, 8.0F);
+  }
+}
+
+/// The ratio of the periods and the noise are such that one order in a million is wrong: 4.9 standard
+/// deviations of what tells it from its neighbours. Steps of the surface give growth its chance to err.
+TEST(DecodePatterns, NoiseMakesNoWrongOrders) {
+  for (char const* const name : {"xor4", "gray-phase", "multi-frequency", "heterodyne"}) {
+    PatternSet const set = builtIn(name);
+    PatternCapture capture;
+    capture.noise = 11.0;
+    capture.column = [](int x, int y) {
+      return 20.3 + 1.37 * x + 0.21 * y + (x > 90 ? 60.0 : 0.0) + ((x / 20 + y / 20) % 7 == 0 ? 33.0 : 0.0);
+    };
+    DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+    PatternErrors const columns = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 2.5);
+    PatternErrors const rows = errorsOf(decoded.row, decoded.sigmaRow, capture.row, 4.0);
+    EXPECT_EQ(columns.wrong, 0.0) << name;
+    EXPECT_EQ(rows.wrong, 0.0) << name;
+    EXPECT_GT(columns.decoded, 0.8) << name;
+    EXPECT_GT(rows.decoded, 0.999) << name;
+    DecodeSettings alone;
+    alone.usesNeighbours = false;
+    DecodedPatterns const own = decode_patterns(set, capture.capture(set), alone);
+    EXPECT_LE(errorsOf(own.column, own.sigmaColumn, capture.column, 2.5).decoded, columns.decoded) << name;
+    EXPECT_NEAR(decoded.noise, 11.0, 0.6) << name;
+  }
+}
+
+/// Every pixel's equations solved by singular values, in double, with what is clipped left out.
+TEST(DecodePatterns, UnevenStepsExposuresAndClippingSolveTheEquations) {
+  PatternSet set;
+  set.projector = {640, 400};
+  for (double const exposure : {0.5, 2.0}) {
+    for (double const offset : {10.0, 75.0, 160.0, 230.0, 300.0}) {
+      PatternImage image;
+      image.role = PatternRole::Phase;
+      image.period = 700.0;
+      image.offset = offset;
+      image.sign = -1;
+      image.exposure = exposure;
+      set.images.push_back(image);
+    }
+  }
+  PatternCapture capture;
+  capture.size = {90, 40};
+  capture.mean = 240.0;
+  capture.amplitude = 200.0;
+  capture.albedo = [](int x, int) { return 0.3 + 0.02 * x; };
+  std::vector<cv::Mat> const images = capture.capture(set);
+  DecodedPatterns const decoded = decode_patterns(set, images);
+  int clipped = 0;
+  for (int y = 0; y < 40; y += 3) {
+    for (int x = 0; x < 90; ++x) {
+      std::vector<cv::Vec4d> rows;
+      for (std::size_t i = 0; i < images.size(); ++i) {
+        double const e = set.images[i].exposure / 2.0;
+        double const o = set.images[i].offset * CV_PI / 180.0;
+        double const value = images[i].at<uchar>(y, x);
+        if (value < 255.0) {
+          rows.emplace_back(e, e * std::cos(o), e * std::sin(o), value);
+        }
+      }
+      clipped += rows.size() < images.size() ? 1 : 0;
+      cv::Mat a(static_cast<int>(rows.size()), 3, CV_64F);
+      cv::Mat b(a.rows, 1, CV_64F);
+      for (int r = 0; r < a.rows; ++r) {
+        for (int c = 0; c < 3; ++c) {
+          a.at<double>(r, c) = rows[static_cast<std::size_t>(r)][c];
+        }
+        b.at<double>(r) = rows[static_cast<std::size_t>(r)][3];
+      }
+      cv::Mat solution;
+      cv::solve(a, b, solution, cv::DECOMP_SVD);
+      double const turns = std::atan2(solution.at<double>(1), solution.at<double>(2)) / (2 * CV_PI);
+      EXPECT_NEAR(static_cast<double>(decoded.column(y, x)), 700.0 * (turns - std::floor(turns)), 2e-3);
+      EXPECT_NEAR(static_cast<double>(decoded.modulation(y, x)),
+                  std::hypot(solution.at<double>(1), solution.at<double>(2)), 2e-3);
+    }
+  }
+  EXPECT_GT(clipped, 400);
+  PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 50.0);
+  EXPECT_NEAR(e.meanSigma / e.rms, 1.0, 0.1);
+}
+
+TEST(DecodePatterns, DeepImagesKeepTheirBits) {
+  for (int const type : {CV_16UC1, CV_32FC1}) {
+    PatternCapture capture;
+    capture.type = type;
+    capture.mean = 1800.0;
+    capture.amplitude = 1400.0;
+    capture.noise = 4.0;
+    capture.white = 4095.0;
+    PatternSet const set = builtIn("gray-phase");
+    DecodeSettings settings;
+    settings.whiteLevel = 4095.0;
+    std::vector<cv::Mat> const images = capture.capture(set);
+    DecodedPatterns const decoded = decode_patterns(set, images, settings);
+    expectAtBound(errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0),
+                  boundOf(set, PatternAxis::Column, capture), cv::typeToString(type));
+  }
+}
+
+TEST(DecodePatterns, SeveralExposuresCoverDarkAndShiningSurfaces) {
+  // One with inverses, and one whose bits are compared with the fringes' mean.
+  for (char const* const name : {"gray-phase", "xor4"}) {
+    PatternSet set = builtIn(name);
+    std::vector<PatternImage> const once = set.images;
+    set.images.clear();
+    for (double const exposure : {1.0, 4.0, 16.0}) {
+      for (PatternImage image : once) {
+        image.exposure = exposure;
+        set.images.push_back(image);
+      }
+    }
+    PatternCapture capture;
+    capture.albedo = [](int x, int y) {
+      double const highlight = 2.0 * std::exp(-0.01 * ((x - 150) * (x - 150) + (y - 60) * (y - 60)));
+      return ((x / 12) % 3 == 0 ? 0.03 : (x / 12) % 3 == 1 ? 0.3 : 0.9) + highlight;
+    };
+    capture.mean = 1300.0;
+    capture.amplitude = 1100.0;
+    std::vector<cv::Mat> const images = capture.capture(set);
+    DecodeSettings alone;
+    alone.usesNeighbours = false;
+    // Bright pixels have their bits at the shortest exposure, dark ones at the longest.
+    cv::Mat_<float> const own = decode_patterns(set, images, alone).column;
+    for (int const strip : {0, 1, 2}) {
+      cv::Mat const column = own.colRange(12 * strip + 36, 12 * strip + 48);
+      EXPECT_GT(cv::countNonZero(column >= 0), 0.5 * static_cast<double>(column.total())) << name << strip;
+    }
+    DecodedPatterns const decoded = decode_patterns(set, images);
+    PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0);
+    EXPECT_GT(e.decoded, 0.95) << name;
+    EXPECT_EQ(e.wrong, 0.0) << name;
+    EXPECT_NEAR(e.meanSigma / e.rms, 1.0, 0.1);
+  }
+}
+
+TEST(DecodePatterns, FiveStepsAndMoreAreFreeOfGammaAndMeasureIt) {
+  for (int const steps : {5, 6, 9}) {
+    PatternSet const set = builtIn("gray-phase", steps);
+    PatternCapture capture;
+    capture.gamma = 2.2;
+    capture.blur = 0.01;
+    capture.noise = 0.5;
+    DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+    PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0);
+    EXPECT_EQ(e.wrong, 0.0);
+    // Parts of the period of 8 pixels.
+    double const bound = boundOf(set, PatternAxis::Column, capture);
+    EXPECT_LT(std::sqrt(std::max(0.0, e.rms * e.rms - bound * bound)) / 8.0, 0.003) << steps;
+    // Of ((1 + sin) / 2)^gamma it is (gamma - 1) / (gamma + 2).
+    EXPECT_NEAR(decoded.fringes[0].secondHarmonic, 1.2 / 4.2, 0.01) << steps;
+  }
+}
+
+TEST(DecodePatterns, MaskSaysWhyAPixelIsMissing) {
+  PatternCapture capture;
+  capture.size = {240, 100};
+  capture.albedo = [](int x, int y) {
+    return x < 60                                   ? 0.01
+           : x > 200                                ? 3.0
+           : x > 120 && x < 124 && y > 50 && y < 54 ? 1.0
+           : x > 110 && x < 134                     ? 0.0
+                                                    : 1.0;
+  };
+  PatternSet const set = builtIn("gray-phase");
+  DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+  auto const reason = [&](int x, int y) { return static_cast<PixelReason>(decoded.mask(y, x)); };
+  EXPECT_EQ(reason(30, 20), PixelReason::Dark);
+  EXPECT_EQ(reason(220, 20), PixelReason::Clipped);
+  EXPECT_EQ(reason(122, 52), PixelReason::SmallPiece);
+  EXPECT_EQ(reason(90, 20), PixelReason::Measured);
+  for (cv::Point const& p : {cv::Point(30, 20), cv::Point(220, 20), cv::Point(122, 52)}) {
+    EXPECT_EQ(decoded.column(p), -1.0F);
+    EXPECT_TRUE(std::isnan(decoded.sigmaColumn(p)));
+  }
+}
+
+TEST(PatternDecoder, ImagesOneByOneGiveTheSameBits) {
+  for (std::string const name : {"xor4", "gray", "gray-phase", "multi-frequency"}) {
+    PatternSetOptions options;
+    options.hasInverses = name != "gray";
+    PatternSet set = PatternSet::builtIn(name, {640, 400}, options);
+    if (name == "gray") {
+      // White and black at the end: bits must wait for them.
+      std::rotate(set.images.begin(), set.images.begin() + 2, set.images.end());
+    }
+    PatternCapture capture;
+    capture.size = {131, 97};
+    capture.noise = 8.0;
+    std::vector<cv::Mat> const images = capture.capture(set);
+    DecodedPatterns const expected = decode_patterns(set, images);
+    PatternDecoder decoder(set);
+    for (int scan = 0; scan < 2; ++scan) {
+      cv::Mat buffer;
+      for (cv::Mat const& image : images) {
+        image.copyTo(buffer); // as a camera that gives the same memory again
+        decoder.add(buffer);
+        buffer.setTo(77);
+      }
+      DecodedPatterns const decoded = decoder.finish();
+      for (auto const& [a, b] : {std::pair<cv::Mat, cv::Mat>(decoded.column, expected.column),
+                                 {decoded.row, expected.row},
+                                 {decoded.mask, expected.mask},
+                                 {decoded.modulation, expected.modulation}}) {
+        EXPECT_EQ(cv::norm(a, b, cv::NORM_INF), 0.0) << name;
+      }
+      cv::patchNaNs(decoded.sigmaColumn, -1);
+      cv::Mat sigma = expected.sigmaColumn.clone();
+      cv::patchNaNs(sigma, -1);
+      EXPECT_EQ(cv::norm(decoded.sigmaColumn, sigma, cv::NORM_INF), 0.0) << name;
+    }
+  }
+}
+
+TEST(PatternDecoder, StopsLeaveNothingBehind) {
+  PatternSet const set = builtIn("multi-frequency", 3, {128, 64});
+  PatternCapture capture;
+  capture.size = {60, 200};
+  capture.column = [](int x, int) { return 10.0 + x; };
+  capture.row = [](int, int y) { return 0.25 * y; };
+  std::vector<cv::Mat> const images = capture.capture(set);
+  DecodedPatterns const expected = decode_patterns(set, images);
+  DecodedPatterns decoded;
+  EXPECT_GT(vorn::test::stopEverywhere(
+                [&](Observer& observer) { decoded = decode_patterns(set, images, {}, &observer); }, [] {}),
+            4);
+  EXPECT_EQ(cv::norm(decoded.column, expected.column, cv::NORM_INF), 0.0);
+  PatternDecoder decoder(set);
+  decoder.add(images[0]);
+  vorn::test::Watching observer(1);
+  EXPECT_THROW(decoder.add(images[1], &observer), Cancelled);
+  EXPECT_EQ(decoder.count(), 0U);
+  for (cv::Mat const& image : images) {
+    decoder.add(image);
+  }
+  EXPECT_EQ(cv::norm(decoder.finish().row, expected.row, cv::NORM_INF), 0.0);
+}
+
+TEST(PatternDecoder, RefusesWhatDoesNotBelong) {
+  PatternSet const set = builtIn("gray-phase", 4, {64, 64});
+  PatternCapture capture;
+  capture.size = {32, 24};
+  std::vector<cv::Mat> images = capture.capture(set);
+  PatternDecoder decoder(set);
+  expectError([&] { decoder.finish(); }, "next is Image 0");
+  decoder.add(images[0]);
+  expectError([&] { decoder.add(cv::Mat(24, 31, CV_8UC1)); }, "31 x 24");
+  expectError([&] { decoder.add(cv::Mat(24, 32, CV_8UC3)); }, "8UC3");
+  EXPECT_EQ(decoder.count(), 1U);
+  images.pop_back();
+  expectError([&] { decode_patterns(set, images); }, std::to_string(set.images.size()));
+  images.emplace_back(24, 32, CV_16UC1);
+  expectError([&] { decode_patterns(set, images); }, "16UC1");
+  DecodeSettings settings;
+  settings.noise = -1;
+  expectError([&] { PatternDecoder with(set, settings); }, "\"noise\"");
+  expectError([] { PatternDecoder with{PatternSet()}; }, "0 x 0");
+}
+
+} // namespace
+} // namespace vorn::mv

@@ -1,0 +1,142 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/sl/pattern_set.hpp>
+
+namespace vorn::mv::test {
+
+/// A camera's view of a projector's light, exact but for what is asked for: it shares nothing with the
+/// library but the meaning of a `PatternImage`, which it takes from the formulas of that.
+struct PatternCapture {
+  cv::Size size{180, 120};
+  /// Projector column and row that pixel (x, y) sees.
+  std::function<double(int, int)> column = [](int x, int y) { return 20.3 + 1.37 * x + 0.21 * y; };
+  std::function<double(int, int)> row = [](int x, int y) { return 40.7 + 1.13 * y - 0.11 * x; };
+  std::function<double(int, int)> albedo = [](int, int) { return 1.0; };
+  double mean = 110.0;     ///< grey level between dark and lit, at albedo 1 and the longest exposure
+  double amplitude = 80.0; ///< of lit and dark about it
+  double noise = 1.0;
+  double blur = 0.5; ///< standard deviation, projector pixels
+  double gamma = 1.0;
+  double white = 255.0; ///< no grey level is above
+  int type = CV_8UC1;
+
+  /// Brightness 0 to 1 of an image at a place, blurred.
+  double brightness(PatternImage const& image, double place) const {
+    if (image.role == PatternRole::White || image.role == PatternRole::Black) {
+      return image.role == PatternRole::White ? 1.0 : 0.0;
+    }
+    if (image.role == PatternRole::Reference) {
+      return 0.5;
+    }
+    if (image.role == PatternRole::Phase) {
+      double const turns = place / image.period + static_cast<double>(image.sign * image.step) / image.steps +
+                           image.offset / 360.0;
+      double const contrast = std::exp(-2.0 * CV_PI * CV_PI * blur * blur / (image.period * image.period));
+      return std::pow(0.5 + 0.5 * contrast * std::sin(2 * CV_PI * turns), gamma);
+    }
+    double sum = 0.0;
+    double weights = 0.0;
+    constexpr int reach = 6;
+    for (int k = -reach; k <= reach; ++k) {
+      double const t = 3.0 * k / reach;
+      double const weight = std::exp(-0.5 * t * t);
+      double const pixel = std::floor(place + t * blur + 0.5);
+      auto const stripe = static_cast<long>(std::floor((pixel + image.shift) / image.cell));
+      sum += weight * (isLit(image, stripe) ? 1.0 : 0.0);
+      weights += weight;
+    }
+    return sum / weights;
+  }
+
+  static bool isLit(PatternImage const& image, long stripe) {
+    long word = stripe;
+    if (image.code == BitCode::Gray) {
+      word = stripe ^ (stripe >> 1);
+    } else if (image.code == BitCode::Xor) {
+      word = stripe + 2;
+      word = image.bit > 0 && word % 2 != 0 ? ~word : word;
+    }
+    return ((word >> image.bit & 1) != 0) != image.isInverse;
+  }
+
+  std::vector<cv::Mat> capture(PatternSet const& set, unsigned seed = 1) const {
+    std::mt19937 random(seed);
+    std::normal_distribution<double> deviate(0.0, 1.0);
+    double longest = 0.0;
+    for (PatternImage const& image : set.images) {
+      longest = std::max(longest, image.exposure);
+    }
+    std::vector<cv::Mat> images;
+    for (PatternImage const& image : set.images) {
+      cv::Mat_<double> seen(size);
+      for (int y = 0; y < size.height; ++y) {
+        for (int x = 0; x < size.width; ++x) {
+          double const place = image.axis == PatternAxis::Column ? column(x, y) : row(x, y);
+          double const light = mean + amplitude * (2.0 * brightness(image, place) - 1.0);
+          double const exact = albedo(x, y) * light * image.exposure / longest;
+          seen(y, x) = std::min(white, exact + noise * deviate(random));
+        }
+      }
+      cv::Mat made;
+      seen.convertTo(made, type);
+      images.push_back(made);
+    }
+    return images;
+  }
+};
+
+/// What decoding of one axis came to.
+struct PatternErrors {
+  double decoded = 0.0;    ///< share of pixels
+  double wrong = 0.0;      ///< share of the decoded that are off by `gross` or more
+  double rms = 0.0;        ///< of the others
+  double systematic = 0.0; ///< their mean
+  double meanSigma = 0.0;  ///< root mean square of the foretold
+};
+
+inline PatternErrors errorsOf(cv::Mat_<float> const& coordinate, cv::Mat_<float> const& sigma,
+                              std::function<double(int, int)> const& truth, double gross) {
+  PatternErrors e;
+  double count = 0.0;
+  double wrong = 0.0;
+  double squares = 0.0;
+  double sum = 0.0;
+  double variances = 0.0;
+  for (int y = 0; y < coordinate.rows; ++y) {
+    for (int x = 0; x < coordinate.cols; ++x) {
+      if (coordinate(y, x) < 0) {
+        continue;
+      }
+      ++count;
+      double const error = static_cast<double>(coordinate(y, x)) - truth(x, y);
+      if (!(std::fabs(error) < gross)) {
+        ++wrong;
+        continue;
+      }
+      squares += error * error;
+      sum += error;
+      variances += static_cast<double>(sigma(y, x)) * static_cast<double>(sigma(y, x));
+    }
+  }
+  e.decoded = count / static_cast<double>(coordinate.total());
+  e.wrong = wrong / count;
+  double const good = count - wrong;
+  e.rms = std::sqrt(squares / good);
+  e.systematic = sum / good;
+  e.meanSigma = std::sqrt(variances / good);
+  return e;
+}
+
+} // namespace vorn::mv::test
