@@ -64,5 +64,6 @@ std::vector<MemoryCase> calibrationCases();
 std::vector<MemoryCase> imageCases();
 std::vector<MemoryCase> cloudCases();
 std::vector<MemoryCase> fileCases();
+std::vector<MemoryCase> jobCases();
 
 } // namespace vorn::bench
