@@ -12,7 +12,4 @@ namespace vorn::mv {
 /// @param image CV_8UC3, blue, green, red
 std::string storedPng(cv::Mat const& image);
 
-/// Bytes as letters, as data links want them (RFC 4648).
-std::string base64(std::string const& bytes);
-
 } // namespace vorn::mv

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "core/base64.hpp"
 #include "measure/canvas.hpp"
 #include "measure/png.hpp"
 
