@@ -23,9 +23,12 @@
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
 #include "tools/report/figure_options.hpp"
+#include "tools/report/page_options.hpp"
+#include "tools/report/page_tables.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/laser_folder.hpp"
 #include "tools/scan/preview.hpp"
+#include "tools/scan/scan_page.hpp"
 #include "tools/scan/scan_report.hpp"
 
 namespace vorn::tools {
@@ -42,19 +45,40 @@ struct ScanOptions {
   std::string map;
   std::string xyz;
   FigureOptions look;
+  PageOptions page;
   bool isLaser = false;
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
   std::vector<std::string> assignments;
 };
 
+bool isMesh(std::string const& path) {
+  return lowerCaseEnding(path) == ".stl";
+}
+
 void writeCloud(std::string const& path, mv::ScanResult const& result) {
   graphic::GraphicObject object = result.cloud.getGraphicObject(true);
-  if (lowerCaseEnding(path) == ".stl") {
+  if (isMesh(path)) {
     cv::Mat const present = result.cloud.state() == 0;
     addSurface(object, result.xyz, present);
   }
   writeGraphic(path, object);
+}
+
+/// Fills the page with a scan, as points, or as the surface where that is written.
+void fillPage(ScanOptions const& options, mv::ScanResult const& result, mv::Sl3dScanner const& scanner,
+              Page& page) {
+  page.title = "Scan";
+  page.subtitle = fs::weakly_canonical(options.folder).filename().string();
+  describeScan(page, result, scanner, sequencePrefix(scanner) == "rows" ? "row" : "column");
+  std::vector<cv::Vec3i> triangles;
+  if (isMesh(options.out)) {
+    graphic::GraphicObject object = result.cloud.getGraphicObject(true);
+    cv::Mat const present = result.cloud.state() == 0;
+    addSurface(object, result.xyz, present);
+    triangles = std::move(object.triangles());
+  }
+  page.add(pageCloud(result, std::move(triangles)));
 }
 
 std::string countTitle(std::string const& folder, std::size_t points) {
@@ -72,6 +96,26 @@ void writeMap(ScanOptions const& options, mv::ScanResult const& result, std::str
   look.range.reset(); // of the depths
   writeFigure(options.map, drawDecodedMap(result.map, period, axis, "decoded " + axis + "s", look),
               look.drawSettings());
+}
+
+/// Fills the page with a laser scan, whose figures are those of the report.
+void fillPage(ScanOptions const& options, mv::LaserScanResult const& scan, Report& report) {
+  Page& page = report.page();
+  page.title = "Laser scan";
+  page.subtitle = fs::weakly_canonical(options.folder).filename().string();
+  page.findings.push_back({scan.emptyImages > 0 ? PageFinding::Weight::Warning : PageFinding::Weight::Note,
+                           countText(scan.points) + " points from " + std::to_string(scan.images) +
+                               " images; " + std::to_string(scan.emptyImages) +
+                               " of them without a laser line.",
+                           ""});
+  std::vector<cv::Vec3f> points(scan.cloud.points());
+  FigureOptions look;
+  look.isLight = true;
+  page.add("Depth", "Seen along z, coloured by distance.", drawCloud(points, {}, "", look));
+  PageCloud cloud;
+  cloud.name = "points";
+  cloud.points = std::move(points);
+  page.add(cloud);
 }
 
 /// What a scan reads, as far as it is there.
@@ -112,7 +156,7 @@ void runLaser(ScanOptions const& options, Report& report) {
   checkFigurePath(options.preview);
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
-    if (lowerCaseEnding(options.out) == ".stl") {
+    if (isMesh(options.out)) {
       throw Exception("A laser scan is a cloud without triangles: write it as .ply or .obj", nullptr, 0,
                       "scan");
     }
@@ -131,6 +175,9 @@ void runLaser(ScanOptions const& options, Report& report) {
                 options.look.drawSettings());
   }
   report.add(scanReport(scan));
+  if (report.isPageWanted()) {
+    fillPage(options, scan, report);
+  }
   std::cout << scan.points << " points from " << scan.images << " images";
   if (scan.emptyImages > 0) {
     std::cout << ", " << scan.emptyImages << " of them without a laser line";
@@ -167,18 +214,29 @@ void runPattern(ScanOptions const& options, Report& report) {
                     nullptr, 0, "scan");
   }
   mv::ScanSettings settings;
-  settings.makeTexture = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
-  settings.makeModulation = false;
-  settings.makeSigma = false;
-  mv::ScanResult const result =
-      watched([&](Observer* bar) { return mv::scan(scanner, images, settings, bar); });
+  bool const isTextured = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
+  settings.makeTexture = isTextured || report.isPageWanted();
+  settings.makeModulation = report.isPageWanted();
+  settings.makeSigma = report.isPageWanted();
+  mv::ScanResult result = watched([&](Observer* bar) { return mv::scan(scanner, images, settings, bar); });
 
   if (result.counts.points == 0) {
+    if (report.isPageWanted()) {
+      report.add(scanReport(result));
+      fillPage(options, result, scanner, report.page());
+      report.writePage();
+    }
     throw Exception("None of the " + std::to_string(result.counts.pixels) + " pixels of " + options.folder +
                         " has a point: " + reasonText(result.counts),
                     nullptr, 0, "scan");
   }
 
+  if (report.isPageWanted()) {
+    fillPage(options, result, scanner, report.page());
+    if (!isTextured) { // the page alone has colours then
+      result.cloud.texture().release();
+    }
+  }
   timer.tic();
   if (!options.out.empty()) {
     writeCloud(options.out, result);
@@ -241,11 +299,13 @@ void addScanCommand(CLI::App& app) {
       ->add_option("--xyz", options->xyz,
                    "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
       ->excludes(laser);
+  options->page.addTo(*command);
   addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);
   setWork(
       *command,
       [options](Report& report) {
         options->look.check();
+        report.wantPage(options->page);
         options->isLaser ? runLaser(*options, report) : runPattern(*options, report);
       },
       "--report", "counts, times in ms and the box");

@@ -16,6 +16,8 @@
 
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/report/page.hpp"
+#include "tools/report/page_options.hpp"
 #include "tools/report/sha256.hpp"
 #include "tools/report/warning.hpp"
 
@@ -117,10 +119,19 @@ Report::Report(CLI::App const& command, std::vector<std::string> paths, bool may
            {"warnings", nlohmann::json::array()}};
 }
 
+void Report::wantPage(PageOptions const& options) {
+  if (!options.path.empty()) {
+    pagePath_ = options.path;
+    page_ = std::make_shared<Page>();
+    page_->setMostPoints(options.mostPoints);
+  }
+}
+
 void Report::declare(std::vector<std::string> const& inputs, std::vector<std::string> outputs) {
   for (Place const& place : places_) {
     outputs.push_back(place.path);
   }
+  outputs.push_back(pagePath_);
   checkOutputs(outputs, mayReplace_ ? std::vector<std::string>() : inputs);
   for (std::string const& input : inputs) {
     checkInputFile(input);
@@ -156,9 +167,7 @@ Report::Place Report::placeOf(std::string const& path) {
 
 std::vector<FileContent> Report::takeFiles() {
   std::vector<FileContent> files;
-  for (std::string const& warning : takeWarnings()) {
-    json_["warnings"].push_back(warning);
-  }
+  noteWarnings();
   for (Place const& place : isTaken_ ? std::vector<Place>() : places_) {
     Place const now = placeOf(place.path);
     bool const isFile = std::filesystem::is_regular_file(std::filesystem::status(place.path));
@@ -169,8 +178,31 @@ std::vector<FileContent> Report::takeFiles() {
     }
     files.push_back({place.path, jsonText(json_)});
   }
+  if (isPageWanted() && !isTaken_) {
+    files.push_back(pageFile());
+  }
   isTaken_ = true;
   return files;
+}
+
+void Report::noteWarnings() {
+  for (std::string const& warning : takeWarnings()) {
+    json_["warnings"].push_back(warning);
+    if (isPageWanted()) {
+      page_->findings.push_back({PageFinding::Weight::Warning, warning, ""});
+    }
+  }
+}
+
+FileContent Report::pageFile() const {
+  return {pagePath_, html(*page_, json_)};
+}
+
+void Report::writePage() {
+  if (isPageWanted()) {
+    noteWarnings();
+    writeTogether({pageFile()});
+  }
 }
 
 void Report::write() {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@
 #include "tools/report/warning.hpp"
 
 namespace vorn::tools {
+
+class Page;
+struct PageOptions;
 
 /// What a command did, in the one form that all reports of the tool have: an object with
 ///
@@ -39,8 +43,15 @@ public:
   /// @param mayReplace    whether outputs may be inputs
   Report(CLI::App const& command, std::vector<std::string> paths, bool mayReplace);
 
-  /// Whether it is written anywhere. Inputs are hashed only then.
-  bool isWanted() const { return !places_.empty(); }
+  /// Whether it is written anywhere, be it within a page. Inputs are hashed only then.
+  bool isWanted() const { return !places_.empty() || page_ != nullptr; }
+
+  /// Says before `declare` whether the report is to be shown as a page too, which is written with it.
+  void wantPage(PageOptions const& options);
+  /// Whether there is to be a page.
+  bool isPageWanted() const { return page_ != nullptr; }
+  /// What the page shows beside the report itself: to be filled before the report is written.
+  Page& page() { return *page_; }
 
   /// To be called before long work: checks that the outputs and the report can be written and that none of
   /// them is another or an input, and notes the inputs, which are read through once more for their hashes.
@@ -74,6 +85,9 @@ public:
   ///         the report was begun
   void write();
 
+  /// Writes the page alone, where one is wanted: of work that fails and has something to show all the same.
+  void writePage();
+
 private:
   /// What stood under a path, to see whether it was written.
   struct Place {
@@ -84,8 +98,12 @@ private:
 
   static Place placeOf(std::string const& path);
   void addInput(std::string const& path);
+  void noteWarnings();
+  FileContent pageFile() const;
 
   std::vector<Place> places_;
+  std::string pagePath_;
+  std::shared_ptr<Page> page_;
   bool mayReplace_;
   nlohmann::json json_;
   bool isTaken_ = false;
