@@ -27,7 +27,7 @@ inline void setPixel(ScanMaps& maps, cv::Point p, double absolute, uchar state) 
 }
 
 inline ScanMaps mapsOf(cv::Size size, std::function<double(int x, int y)> const& absolute,
-                std::function<uchar(int x, int y)> const& state) {
+                       std::function<uchar(int x, int y)> const& state) {
   ScanMaps maps;
   maps.create(size);
   maps.contrast.setTo(255);
