@@ -132,6 +132,11 @@ bool describe(std::vector<cv::Point> const& contour, TargetSettings const& setti
   return true;
 }
 
+/// Contours run the other way round holes than round what has them.
+bool surroundsHole(std::vector<cv::Point> const& contour) {
+  return cv::contourArea(contour, true) > 0;
+}
+
 } // namespace
 
 ReducedImage reduce(cv::Mat const& image, int factor) {
@@ -172,8 +177,8 @@ std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings con
   cv::Mat const ground = binarise(level, settings, progress.part(0.0, 0.5));
   progress.at(stage, 0.5);
   std::vector<std::vector<cv::Point>> contours;
-  std::vector<cv::Vec4i> hierarchy;
-  cv::findContours(ground, contours, hierarchy, cv::RETR_CCOMP, cv::CHAIN_APPROX_NONE);
+  // Not which contour lies in which: to find that for the holes of noise takes time with their square.
+  cv::findContours(ground, contours, cv::RETR_LIST, cv::CHAIN_APPROX_NONE);
 
   double const pixelArea = static_cast<double>(level.factor) * level.factor;
   double const minArea = settings.minDotArea / areaSlack / pixelArea;
@@ -182,14 +187,12 @@ std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings con
   double const maxLength = 4.0 * std::sqrt(maxArea / (CV_PI * settings.minDotRatio)) + 16.0;
   std::vector<DotCandidate> candidates;
   for (std::size_t i = 0; i < contours.size(); ++i) {
-    constexpr int parent = 3;
     constexpr std::size_t contoursBetweenAskings = 4096;
     if (i % contoursBetweenAskings == 0) {
       double const share = static_cast<double>(i) / static_cast<double>(contours.size());
       progress.at(stage, 0.6 + 0.4 * share);
     }
-    bool const isHole = hierarchy[i][parent] >= 0;
-    if (!isHole || static_cast<double>(contours[i].size()) > maxLength) {
+    if (static_cast<double>(contours[i].size()) > maxLength || !surroundsHole(contours[i])) {
       continue;
     }
     DotCandidate blob;
