@@ -114,9 +114,14 @@ PointCloud cloudOf(ScanResult const& result, cv::Mat const& white, Progress cons
   });
   progress.at(makingCloud, 0.6);
   PointCloud cloud(points, true, cv::Mat_<cv::Vec3f>(), texture);
+  cv::Mat_<uchar>& state = cloud.state();
+  inPieces(rows, bandRows, progress.part(0.7, 0.8), makingCloud, [&](std::size_t first, std::size_t end) {
+    constexpr int removedForGood = 255;
+    cv::Range const band(static_cast<int>(first), static_cast<int>(end));
+    state.rowRange(band).setTo(removedForGood,
+                               result.mask.rowRange(band) != static_cast<int>(PixelReason::Measured));
+  });
   progress.at(makingCloud, 0.8);
-  constexpr int removedForGood = 255;
-  cloud.state().setTo(removedForGood, result.mask != static_cast<int>(PixelReason::Measured));
   cloud.calcBoundingBox();
   return cloud;
 }
