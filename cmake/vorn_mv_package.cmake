@@ -64,6 +64,9 @@ set(CPACK_DEBIAN_BATCH_PACKAGE_NAME vorn-mv-batch)
 set(CPACK_DEBIAN_BATCH_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_BATCH_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_BATCH_PACKAGE_SHLIBDEPS OFF)
+# They compile the modules, and remove what that made.
+set(CPACK_DEBIAN_BATCH_PACKAGE_CONTROL_EXTRA
+  ${CMAKE_CURRENT_SOURCE_DIR}/packaging/batch/postinst ${CMAKE_CURRENT_SOURCE_DIR}/packaging/batch/prerm)
 set(CPACK_DEBIAN_BATCH_PACKAGE_DEPENDS
   "vorn-mv-tools (>= ${vorn_mv_same_version}), python3 (>= 3.9), python3-dask, python3-distributed")
 set(CPACK_DEBIAN_BATCH_DESCRIPTION "machine vision for optical 3D measurement - many scans

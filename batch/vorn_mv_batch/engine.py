@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Hands jobs to the workers of a Dask cluster, here or elsewhere, and takes back how they went.
 
-Only a few more jobs than there are workers are handed over at a time, so that the client's memory does not grow with
-their number. A job that failed is tried again, on another worker if there is one. What a lost worker or scheduler was
+Only a few more tasks than there are workers are handed over at a time, so that the client's memory does not grow with
+the number of jobs; short jobs share a task, since a task costs the scheduler some milliseconds. A job that failed is tried again, on another worker if there is one. What a lost worker or scheduler was
 busy with is handed over again; each job itself counts on how often a worker was lost while at it (see job.py).
 """
 
@@ -29,16 +29,23 @@ CONNECT_SECONDS = 5
 STOP_SECONDS = 15
 # More than any poisonous job needs; only against a fault that hides what it does.
 MOST_LOSSES = 50
+# A worker is left out when so many jobs in a row that failed there were done elsewhere: its disk may be full.
+MOST_BLAME = 3
+# Jobs share a task for about so long, but never more than so many.
+TASK_SECONDS = 0.4
+MOST_SHARING = 32
 
 
 @dataclass
 class Flight:
-    """A job on its way: how often it failed, on which workers, and how often it was lost."""
+    """Jobs on their way in one task: on which workers they failed, and how often they were lost."""
 
-    order: dict
+    orders: list
     losses: int = 0
     shunned: set = field(default_factory=set)
     future: object = None
+    # The only workers that it may go to; empty for any.
+    bound: set = field(default_factory=set)
 
 
 def quiet_dask():
@@ -107,10 +114,10 @@ class Cluster:
 class Engine:
     """Runs orders to their end. `on_result(outcome)` is called once for each that was not stopped."""
 
-    def __init__(self, cluster, orders, tries, on_result, on_tick, should_stop):
+    def __init__(self, cluster, common, orders, on_result, on_tick, should_stop):
         self.cluster = cluster
+        self.common = common
         self.orders = iter(orders)
-        self.tries = tries
         self.on_result = on_result
         self.on_tick = on_tick
         self.should_stop = should_stop
@@ -119,6 +126,8 @@ class Engine:
         self.events = queue.SimpleQueue()
         self.numbers = itertools.count()
         self.last_worker = time.monotonic()
+        self.job_seconds = TASK_SECONDS
+        self.blame = collections.Counter()
 
     def run(self):
         is_exhausted = False
@@ -138,24 +147,33 @@ class Engine:
             self.last_worker = now
         elif now - self.last_worker > self.cluster.wait_seconds:
             raise BatchError(f"there is no worker since {now - self.last_worker:.0f} s")
+        for flight in self.flying.values():
+            if workers and flight.bound and flight.bound.isdisjoint(workers):
+                flight.future.cancel()  # those it may go to are gone: it is handed over anew
 
     def hand_over(self, workers, is_exhausted):
         room = 2 * sum(workers.values()) + 2 if workers else 0
         while len(self.flying) < room:
             flight = self.again.popleft() if self.again else None
             if flight is None:
-                order = next(self.orders, None) if not is_exhausted else None
-                if order is None:
+                share = max(1, min(MOST_SHARING, int(TASK_SECONDS / self.job_seconds)))
+                orders = list(itertools.islice(self.orders, share)) if not is_exhausted else []
+                if not orders:
                     return True
-                flight = Flight(order)
+                flight = Flight(orders)
             self.submit(flight, workers)
         return is_exhausted
 
     def submit(self, flight, workers):
-        others = [address for address in workers if address not in flight.shunned]
-        preference = {"workers": others, "allow_other_workers": True} if flight.shunned and others else {}
-        key = f"{flight.order['name']}-{flight.order['run']}-{next(self.numbers)}"
-        flight.future = self.cluster.client.submit(run_task, flight.order, key=key, pure=False, retries=0, **preference)
+        left_out = {address for address in workers if self.blame[address] >= MOST_BLAME}
+        good = set(workers) - left_out
+        wanted = good - flight.shunned or good
+        is_bound = bool(left_out and good)
+        flight.bound = wanted if is_bound else set()
+        preference = {"workers": list(wanted), "allow_other_workers": not is_bound} if wanted != set(workers) else {}
+        key = f"{flight.orders[0]['name']}-{self.common['run']}-{next(self.numbers)}"
+        flight.future = self.cluster.client.submit(run_task, self.common, flight.orders, key=key, pure=False, retries=0,
+                                                   **preference)
         self.flying[key] = flight
         flight.future.add_done_callback(lambda future, key=key: self.events.put(key))
 
@@ -171,40 +189,52 @@ class Engine:
         flights = [self.flying.pop(key) for key in keys if key in self.flying]
         finished = [flight for flight in flights if flight.future.status == "finished"]
         try:
-            outcomes = self.cluster.client.gather([flight.future for flight in finished]) if finished else []
-        except Exception:  # a worker went between the end of its job and now: its jobs are handed over again
+            results = self.cluster.client.gather([flight.future for flight in finished]) if finished else []
+        except Exception:  # a worker went between the end of its task and now: its jobs are handed over again
             self.again.extend(finished)
-            outcomes, finished = [], []
-        for flight, outcome in zip(finished, outcomes):
-            self.judge(flight, outcome)
+            results, finished = [], []
+        for flight, result in zip(finished, results):
+            share = result["seconds"] / len(flight.orders)
+            self.job_seconds += 0.2 * (share - self.job_seconds)
+            for order, outcome in zip(flight.orders, result["outcomes"]):
+                self.put_blame(outcome, result["address"], flight.shunned)
+                self.judge(order, outcome, flight.shunned | {result["address"]})
         for flight in flights:
             if flight.future.status in ("error", "lost", "cancelled"):
                 self.lose(flight)
 
-    def judge(self, flight, outcome):
-        address = outcome.pop("address")
+    def put_blame(self, outcome, address, shunned):
+        if outcome["status"] != "done":
+            return
+        self.blame[address] = 0
+        for other in shunned - {address}:
+            self.blame[other] += 1
+            if self.blame[other] == MOST_BLAME:
+                self.cluster.say(f"the worker at {other} is left out: jobs that failed there were done elsewhere")
+
+    def judge(self, order, outcome, shunned):
         if outcome["status"] == "failed":
-            flight.order = {**flight.order, "failures": flight.order["failures"] + 1}
-            flight.shunned.add(address)
-            if flight.order["failures"] < self.tries and outcome["line"]["error"]["cause"] != "lost":
-                self.again.append(flight)
+            order["failures"] += 1
+            if order["failures"] < self.common["tries"] and outcome["line"]["error"]["cause"] != "lost":
+                self.again.append(Flight([order], shunned=shunned))
                 return
         if outcome["status"] == "stopped":
             if not self.should_stop():  # by the mark of a run that was killed
-                self.again.append(flight)
+                self.again.append(Flight([order]))
             return
-        outcome["tries"] = flight.order["failures"] + (outcome["status"] != "failed")
+        outcome["tries"] = order["failures"] + (outcome["status"] != "failed")
         self.on_result(outcome)
 
     def lose(self, flight):
         """A worker died, at this job or at another one that it had been given."""
         flight.losses += 1
         error = flight.future.exception() if flight.future.status == "error" else None
-        if flight.losses >= MOST_LOSSES or not (error is None or isinstance(error, KilledWorker)):
-            self.on_result({"name": flight.order["name"], "status": "failed", "line": None, "worker": None,
-                            "tries": flight.losses, "text": f"the cluster could not run it: {error!r}"})
-        else:
+        if flight.losses < MOST_LOSSES and (error is None or isinstance(error, KilledWorker)):
             self.again.append(flight)
+            return
+        for order in flight.orders:
+            self.on_result({"name": order["name"], "status": "failed", "line": None, "worker": None,
+                            "tries": flight.losses, "text": f"the cluster could not run it: {error!r}"})
 
     def lose_all(self):
         self.cluster.reconnect()
@@ -219,9 +249,12 @@ class Engine:
             self.take_back()
 
 
-def run_task(order):
+def run_task(common, orders):
     """Runs on the worker."""
     from distributed import get_worker
 
     worker = get_worker()
-    return {**run_job({**order, "worker": f"{socket.gethostname()} {worker.name}"}), "address": worker.address}
+    began = time.monotonic()
+    name = f"{socket.gethostname()} {worker.name}"
+    outcomes = [run_job({**common, **order, "worker": name}) for order in orders]
+    return {"outcomes": outcomes, "address": worker.address, "seconds": time.monotonic() - began}

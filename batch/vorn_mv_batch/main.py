@@ -4,6 +4,7 @@
 
 import argparse
 import os
+import shlex
 import signal
 import sys
 
@@ -108,14 +109,8 @@ def rehearse(batch, options):
           + (", such as" if batch.reasons else ""))
     for name in list(batch.reasons)[:1]:
         for words in batch.plan.commands(batch.names[name], name):
-            print("  vorn-mv " + " ".join(quoted(word) for word in words))
+            print("  vorn-mv " + " ".join(shlex.quote(word) for word in words))
     return 0
-
-
-def quoted(word):
-    import shlex
-
-    return shlex.quote(word)
 
 
 class Stop:
@@ -156,6 +151,7 @@ def work(batch, options):
             trouble = error
     progress.end()
     collector = batch.finish()
+    trouble = trouble or batch.trouble
     if trouble is not None:
         print(f"vorn-mv-batch: {trouble}", file=sys.stderr)
     return conclude(batch, collector, options, stop, trouble)
@@ -176,7 +172,7 @@ def run_jobs(batch, options, progress, stop):
             batch.take(outcome)
             progress.count(outcome["status"] == "failed")
 
-        Engine(cluster, batch.orders(), options.tries, take, progress.tick, stop.is_set).run()
+        Engine(cluster, batch.common(), batch.orders(), take, progress.tick, stop.is_set).run()
         progress.tick(len(cluster.workers()) if not cluster.is_lost() else 0, force=progress.is_terminal)
     finally:
         cluster.close()

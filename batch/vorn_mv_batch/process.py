@@ -7,6 +7,7 @@ import ctypes
 import os
 import resource
 import select
+import shutil
 import signal
 import subprocess
 import time
@@ -16,6 +17,8 @@ PR_SET_PDEATHSIG = 1
 POLL_SECONDS = 0.3
 # What a killed process may take to be gone; one that waits for a dead disk never is.
 GRACE_SECONDS = 10
+
+SETPRIV = shutil.which("setpriv")
 
 _libc = ctypes.CDLL(None)
 
@@ -30,22 +33,29 @@ class Ended:
 
 
 def _prepare_child(parent):
-    """In the new process: ends with the worker, can be interrupted, leaves no core file among the results."""
+    """In the new process: ends with the worker."""
     _libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
     if os.getppid() != parent:
         os._exit(127)
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
+
+
+def start(words, **streams):
+    """A process in a group of its own that ends with the worker and leaves no core file among the results."""
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    if SETPRIV is not None:
+        # Some milliseconds less than code of Python's between fork and exec.
+        return subprocess.Popen([SETPRIV, "--pdeathsig", "KILL", *words], start_new_session=True, **streams)
+    parent = os.getpid()
+    return subprocess.Popen(words, start_new_session=True, preexec_fn=lambda: _prepare_child(parent), **streams)
 
 
 def run_process(words, folder, out, errors, limit, should_stop, threads):
     """Runs a command in a folder with its streams in files, for `limit` seconds at most."""
     environment = {**os.environ, "OPENCV_FOR_THREADS_NUM": str(threads)}
     started = time.monotonic()
-    parent = os.getpid()
     with open(out, "wb") as out_file, open(errors, "wb") as errors_file:
-        child = subprocess.Popen(words, cwd=folder, stdin=subprocess.DEVNULL, stdout=out_file, stderr=errors_file,
-                                 env=environment, start_new_session=True, preexec_fn=lambda: _prepare_child(parent))
+        child = start(words, cwd=folder, stdin=subprocess.DEVNULL, stdout=out_file, stderr=errors_file,
+                      env=environment)
     cause = ""
     try:
         while not _has_ended(child, min(POLL_SECONDS, limit - (time.monotonic() - started))):

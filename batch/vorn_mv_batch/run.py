@@ -36,6 +36,7 @@ class Run:
         self.unwritten = {}
         self.tries = {}
         self.reasons = {}
+        self.trouble = None
 
     def expected(self, name):
         return expectation(self.digest, self.files, self.version, name)
@@ -79,16 +80,18 @@ class Run:
         changed = content.changed_since(path, record["inputs"])
         return f"its input has changed: {changed}" if changed else "its files are to be read again"
 
+    def common(self):
+        """What the orders of all jobs share."""
+        return {"out": self.store.root, "run": self.id, "steps": [dataclasses.asdict(step) for step in self.plan.steps],
+                "digest": self.digest, "files": self.files, "paths": self.plan.files, "tool": self.tool,
+                "version": self.version, "program": VERSION, "tries": self.options.tries,
+                "threads": self.options.threads, "time_limit": self.options.time_limit, "again": self.options.again,
+                "rehash": self.options.rehash, "sync": self.options.sync}
+
     def orders(self):
-        steps = [dataclasses.asdict(step) for step in self.plan.steps]
         for name in self.reasons:
             path = self.names[name]
-            yield {"name": name, "input": path, "out": self.store.root, "run": self.id, "steps": steps,
-                   "commands": self.plan.commands(path, name), "digest": self.digest, "files": self.files,
-                   "paths": self.plan.files, "tool": self.tool, "version": self.version, "program": VERSION,
-                   "tries": self.options.tries, "failures": 0, "threads": self.options.threads,
-                   "time_limit": self.options.time_limit, "again": self.options.again,
-                   "rehash": self.options.rehash, "sync": self.options.sync}
+            yield {"name": name, "input": path, "commands": self.plan.commands(path, name), "failures": 0}
 
     def limit(self, count):
         self.reasons = dict(list(self.reasons.items())[:count])
@@ -106,8 +109,11 @@ class Run:
             self.tries[name] = outcome["tries"]
             if read_record(self.store.failure(name)) is None:
                 self.unwritten[name] = line
-        with open(self.store.results, "a", encoding="utf-8") as file:
-            file.write(json.dumps(line, sort_keys=True) + "\n")
+        try:
+            with open(self.store.results, "a", encoding="utf-8") as file:
+                file.write(json.dumps(line, sort_keys=True) + "\n")
+        except OSError as error:  # the jobs' own records stay, and the lines are made from them at the end
+            self.trouble = f"cannot write results: {error.filename}: {error.strerror}"
 
     def line_without_record(self, name, outcome):
         return {"job": name, "input": self.names[name], "status": "failed", "seconds": 0, "worker": outcome["worker"],
@@ -139,11 +145,18 @@ class Run:
         """Writes results.jsonl and summary.html; what was said about each job is in both."""
         collector = Collector(self.plan)
         whole = self.store.results + ".new"
-        with open(whole, "w", encoding="utf-8") as file:
+        try:
+            with open(whole, "w", encoding="utf-8") as file:
+                for name, state, line in self.lines():
+                    collector.add(name, state, line)
+                    if line is not None:
+                        file.write(json.dumps(line, sort_keys=True) + "\n")
+            os.replace(whole, self.store.results)
+            write_whole(self.store.summary, Summary(collector, self.store).page())
+            self.trouble = None
+        except OSError as error:
+            self.trouble = f"cannot write results: {error.filename or whole}: {error.strerror}"
+            collector = Collector(self.plan)
             for name, state, line in self.lines():
                 collector.add(name, state, line)
-                if line is not None:
-                    file.write(json.dumps(line, sort_keys=True) + "\n")
-        os.replace(whole, self.store.results)
-        write_whole(self.store.summary, Summary(collector, self.store).page())
         return collector
