@@ -68,7 +68,7 @@ set(CPACK_DEBIAN_BATCH_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_BATCH_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/packaging/batch/postinst ${CMAKE_CURRENT_SOURCE_DIR}/packaging/batch/prerm)
 set(CPACK_DEBIAN_BATCH_PACKAGE_DEPENDS
-  "vorn-mv-tools (>= ${vorn_mv_same_version}), python3 (>= 3.9), python3-dask, python3-distributed")
+  "vorn-mv-tools (>= ${vorn_mv_same_version}), python3 (>= 3.9), python3-cryptography, python3-dask, python3-distributed")
 set(CPACK_DEBIAN_BATCH_DESCRIPTION "machine vision for optical 3D measurement - many scans
 Structured light and laser line scanning, calibration of cameras and scanners,
 point clouds and image filters, on OpenCV matrices.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "sim/laser.hpp"
+#include "sim/plain_object.hpp"
 
 namespace vorn::sim {
 namespace {
@@ -26,29 +27,19 @@ Device secondDevice(int divisor) {
                 divisor);
 }
 
-Object object(std::string name, int label, Shape shape, Pose const& pose, double albedo) {
-  Object result;
-  result.name = std::move(name);
-  result.label = label;
-  result.shape = std::move(shape);
-  result.world_from_object = pose;
-  result.material.albedo = albedo;
-  return result;
-}
-
 Object relief() {
   HeightField field;
   field.halfSize = {85, 58};
   field.bumps = {{-14, {-25, -5}, 22}, {-9, {38, 18}, 15}, {7, {30, -25}, 18}};
   field.waves = {{1.6, {0.8, 0.6}, 34, 0.4}, {0.5, {-0.6, 0.8}, 17, 1.1}};
-  Object result = object("relief", Relief, field, Pose::fromDegrees({92, 66, 560}, {-6, 5, 4}), 0.72);
+  Object result = plainObject("relief", Relief, field, Pose::fromDegrees({92, 66, 560}, {-6, 5, 4}), 0.72);
   result.material.texture = Ripple{64, 0.12};
   return result;
 }
 
 Object checkerPlate() {
-  Object result = object("checker plate", CheckerPlate, Rectangle{{60, 52}},
-                         Pose::fromDegrees({-112, 66, 556}, {9, -14, -5}), 0.78);
+  Object result = plainObject("checker plate", CheckerPlate, Rectangle{{60, 52}},
+                              Pose::fromDegrees({-112, 66, 556}, {9, -14, -5}), 0.78);
   result.material.texture = Checker{20, 0.34};
   return result;
 }
@@ -128,17 +119,17 @@ Scene demoScene() {
     return pose * Pose{cv::Matx33d::eye(), offset};
   };
   return Scene({
-      object("back plane", BackPlane, Rectangle{{205, 150}}, Pose::fromDegrees({0, 0, 590}, {3, -4, 0}),
-             0.66),
-      shiny(object("sphere A", SphereA, Sphere{27}, Pose{cv::Matx33d::eye(), {-140, -74, 530}}, 0.75)),
-      shiny(object("sphere B", SphereB, Sphere{27}, Pose{cv::Matx33d::eye(), {-40, -80, 541}}, 0.75)),
+      plainObject("back plane", BackPlane, Rectangle{{205, 150}}, Pose::fromDegrees({0, 0, 590}, {3, -4, 0}),
+                  0.66),
+      shiny(plainObject("sphere A", SphereA, Sphere{27}, Pose{cv::Matx33d::eye(), {-140, -74, 530}}, 0.75)),
+      shiny(plainObject("sphere B", SphereB, Sphere{27}, Pose{cv::Matx33d::eye(), {-40, -80, 541}}, 0.75)),
       // A cylinder's axis is y: turned to x it joins the spheres.
-      object("bar", Bar, Cylinder{4.5, 30}, Pose::fromDegrees({-90, -77, 535.5}, {0, 0, 90}), 0.6),
-      object("low step", LowStep, Box{{60, 42, 9}}, steps, 0.74),
-      object("high step", HighStep, Box{{30, 42, 9}}, on(steps, {30, 0, -12}), 0.74),
+      plainObject("bar", Bar, Cylinder{4.5, 30}, Pose::fromDegrees({-90, -77, 535.5}, {0, 0, 90}), 0.6),
+      plainObject("low step", LowStep, Box{{60, 42, 9}}, steps, 0.74),
+      plainObject("high step", HighStep, Box{{30, 42, 9}}, on(steps, {30, 0, -12}), 0.74),
       relief(),
       checkerPlate(),
-      object("rod", Rod, Cylinder{1.6, 62}, Pose::fromDegrees({-18, 66, 548}, {0, 0, 12}), 0.7),
+      plainObject("rod", Rod, Cylinder{1.6, 62}, Pose::fromDegrees({-18, 66, 548}, {0, 0, 12}), 0.7),
   });
 }
 
@@ -152,8 +143,8 @@ Scene shinyScene() {
 }
 
 Scene clutterScene() {
-  std::vector<Object> objects{object("back plane", BackPlane, Rectangle{{205, 150}},
-                                     Pose::fromDegrees({0, 0, 620}, {3, -4, 0}), 0.66)};
+  std::vector<Object> objects{plainObject("back plane", BackPlane, Rectangle{{205, 150}},
+                                          Pose::fromDegrees({0, 0, 620}, {3, -4, 0}), 0.66)};
   constexpr double albedos[] = {0.75, 0.2, 0.5, 0.9, 0.1, 0.35};
   int count = 0;
   for (int row = -4; row <= 4; ++row) {
@@ -171,7 +162,7 @@ Scene clutterScene() {
         shape = Box{{2 * size, 1.5 * size, size}};
       }
       objects.push_back(
-          object("piece " + std::to_string(k), Rod + 1 + k, std::move(shape), pose, albedos[k % 6]));
+          plainObject("piece " + std::to_string(k), Rod + 1 + k, std::move(shape), pose, albedos[k % 6]));
     }
   }
   return Scene(std::move(objects));

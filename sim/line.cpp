@@ -8,6 +8,8 @@
 #include <string>
 #include <utility>
 
+#include "sim/plain_object.hpp"
+
 namespace vorn::sim {
 namespace {
 
@@ -16,23 +18,13 @@ constexpr double drift = 1.5;
 constexpr double scatter = 0.03;
 constexpr int fewestWithFaults = 10;
 
-Object piece(std::string name, int label, Shape shape, Pose const& pose, double albedo) {
-  Object result;
-  result.name = std::move(name);
-  result.label = label;
-  result.shape = std::move(shape);
-  result.world_from_object = pose;
-  result.material.albedo = albedo;
-  return result;
-}
-
 /// A box that stands on the plate: its centre in the plate's plane, half its size there, its height.
 Object onPlate(std::string name, int label, Pose const& world_from_plate, cv::Vec2d const& centre,
                cv::Vec2d const& halfSize, double height) {
   // The camera looks along z: what stands on the plate is nearer.
   Pose const plate_from_box{cv::Matx33d::eye(), {centre[0], centre[1], -0.5 * height}};
-  return piece(std::move(name), label, Box{{halfSize[0], halfSize[1], 0.5 * height}},
-               world_from_plate * plate_from_box, 0.74);
+  return plainObject(std::move(name), label, Box{{halfSize[0], halfSize[1], 0.5 * height}},
+                     world_from_plate * plate_from_box, 0.74);
 }
 
 char const* name(LineFault fault) {
@@ -67,7 +59,7 @@ std::vector<LinePart> lineParts(int count) {
 Scene lineScene(LinePart const& part) {
   Pose const world_from_plate =
       Pose::fromDegrees({5 + part.shift[0], 2 + part.shift[1], 575}, {0, 0, part.turn});
-  Object plate = piece("plate", 1, Rectangle{{75, 55}}, world_from_plate, 0.68);
+  Object plate = plainObject("plate", 1, Rectangle{{75, 55}}, world_from_plate, 0.68);
   std::vector<Object> objects{std::move(plate), onPlate("block", 2, world_from_plate, {38, 12}, {22, 30}, 8)};
   if (part.fault != LineFault::BossMissing) {
     objects.push_back(onPlate("boss", 3, world_from_plate, {-32, -5}, {24, 28}, part.bossHeight));

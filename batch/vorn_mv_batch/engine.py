@@ -11,6 +11,7 @@ import collections
 import contextlib
 import itertools
 import logging
+import math
 import os
 import queue
 import socket
@@ -20,12 +21,14 @@ from dataclasses import dataclass, field
 import dask
 from distributed import Client, LocalCluster
 from distributed.scheduler import KilledWorker
+from distributed.security import Security
 
 from . import BatchError
 from .job import run_job
 
 TICK_SECONDS = 0.25
 CONNECT_SECONDS = 5
+ASK_SECONDS = 1
 STOP_SECONDS = 15
 # More than any poisonous job needs; only against a fault that hides what it does.
 MOST_LOSSES = 50
@@ -55,7 +58,9 @@ def quiet_dask():
     # Workers are forks of one process that has read Dask's code, which takes each of them a second otherwise.
     dask.config.set({"distributed.worker.multiprocessing-method": "forkserver",
                      "distributed.scheduler.allowed-failures": 0, "distributed.comm.retry.count": 0,
-                     "distributed.worker.daemon": True})
+                     # Dask measures itself for its own pages, with processor time that the jobs need.
+                     "distributed.worker.profile.enabled": False, "distributed.admin.system-monitor.interval": "10s",
+                     "distributed.admin.system-monitor.disk": False, "distributed.worker.daemon": True})
 
 
 class Cluster:
@@ -67,11 +72,16 @@ class Cluster:
         self.say = say
         self.local = None
         self.client = None
+        self.known = {}
+        self.asked = -math.inf
         if address is None:
+            # Encrypted with a key of this run, so that other users of the computer cannot send it work of their own.
+            security = Security.temporary()
             self.local = LocalCluster(n_workers=workers, threads_per_worker=1, processes=True, memory_limit=0,
-                                      dashboard_address=None, host="127.0.0.1", silence_logs=logging.CRITICAL,
-                                      local_directory=os.path.join(folder, "dask"))
-            self.client = Client(self.local, set_as_default=False)
+                                      host="127.0.0.1", dashboard_address="127.0.0.1:0",
+                                      worker_dashboard_address="127.0.0.1:0", security=security,
+                                      silence_logs=logging.CRITICAL, local_directory=os.path.join(folder, "dask"))
+            self.client = Client(self.local, security=security, set_as_default=False)
         else:
             self.connect()
 
@@ -93,12 +103,17 @@ class Cluster:
     def reconnect(self):
         self.say(f"the scheduler at {self.address} is gone; waiting for it up to {self.wait_seconds:.0f} s")
         self.close_client()
+        self.asked = -math.inf
         self.connect()
         self.say(f"the scheduler at {self.address} is back")
 
     def workers(self):
-        """{address: threads} of the workers there are."""
-        return {address: worker["nthreads"] for address, worker in self.client.scheduler_info()["workers"].items()}
+        """{address: threads} of the workers there are, as the scheduler said lately."""
+        if time.monotonic() - self.asked > ASK_SECONDS:
+            info = self.client.scheduler_info()["workers"]
+            self.known = {address: worker["nthreads"] for address, worker in info.items()}
+            self.asked = time.monotonic() if self.known else -math.inf
+        return self.known
 
     def close_client(self):
         with contextlib.suppress(Exception):

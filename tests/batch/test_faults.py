@@ -2,7 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """Faults on real clusters of processes: nothing is lost, nothing is done twice, and what failed is listed."""
 
+import contextlib
 import os
+import pathlib
 import signal
 import subprocess
 import unittest
@@ -77,6 +79,27 @@ class RunFaultTest(BatchCase):
         process.communicate(timeout=60)
         self.assertEqual(process.returncode, 0)
         self.assertEqual(self.starts(), dict.fromkeys(names(4), 1))
+
+    def test_nobody_else_can_reach_the_workers(self):
+        self.add_inputs(1, "hang")
+        process = self.start(self.command())
+        self.wait_until(lambda: self.starts(), "the job began")
+        sockets = {}
+        for kind in ("tcp", "tcp6"):
+            for line in pathlib.Path(f"/proc/net/{kind}").read_text().splitlines()[1:]:
+                words = line.split()
+                if words[3] == "0A":  # listening
+                    sockets[words[9]] = words[1]
+        group = subprocess.run(["pgrep", "-g", str(process.pid)], capture_output=True, text=True, check=True).stdout.split()
+        addresses = []
+        for pid in group:
+            for handle in pathlib.Path(f"/proc/{pid}/fd").iterdir():
+                with contextlib.suppress(OSError):
+                    target = os.readlink(handle)
+                    if target.startswith("socket:"):
+                        addresses += [sockets[target[8:-1]]] if target[8:-1] in sockets else []
+        self.assertGreaterEqual(len(addresses), 2)
+        self.assertEqual([address for address in addresses if not address.startswith("0100007F:")], [])
 
     def test_a_killed_run_goes_on(self):
         self.add_inputs(10, "slow")
