@@ -103,12 +103,14 @@ class RunFaultTest(BatchCase):
 
     def test_a_killed_run_goes_on(self):
         self.add_inputs(10, "slow")
+        self.add_input("part_03", "hang")
         process = self.start(self.command())
-        self.wait_until(lambda: len(self.done()) >= 3, "three jobs done")
+        self.wait_until(lambda: len(self.done()) >= 3 and self.starts()["part_03"], "three jobs done and one hangs")
         process.kill()
         process.wait()
         self.wait_until(lambda: not subprocess.run(["pgrep", "-f", f"scan {self.folder}"], capture_output=True).stdout,
                         "its tools end with it")
+        self.add_input("part_03", "ok", "5")
         done, before = self.done(), self.starts()
         self.run_batch()
         self.check_whole(names(10))

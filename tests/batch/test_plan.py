@@ -5,7 +5,7 @@
 import subprocess
 import unittest
 
-from batch_case import BATCH, BatchCase
+from batch_case import BATCH, HERE, BatchCase
 from vorn_mv_batch import UsageError
 from vorn_mv_batch.inputs import check_apart, find_inputs, name_jobs
 from vorn_mv_batch.plan import read_plan
@@ -78,6 +78,11 @@ class PlanTest(BatchCase):
         for change in ({"values": {"x": 2}}, {"steps": [{"run": "scan {input} {x} --fast"}]},
                        {"steps": [{"run": "scan {input} {x}", "accept": [0, 3]}]}):
             self.assertNotEqual(self.plan({**base, **change}).digest(), digest, change)
+
+    def test_the_plan_on_the_page_is_that_of_the_examples(self):
+        page = (HERE.parent.parent / "docs" / "batch.md").read_text()
+        shown = page[page.index("```json\n") + 8:]
+        self.assertEqual(shown[:shown.index("```")], (HERE.parent.parent / "examples" / "line_plan.json").read_text())
 
 
 class InputTest(BatchCase):

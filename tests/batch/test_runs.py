@@ -5,12 +5,13 @@
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
 import unittest
 
-from batch_case import FAKE_TOOL, BatchCase
+from batch_case import FAKE_TOOL, HERE, BatchCase
 
 REAL_TOOL = os.environ.get("VORN_MV_TOOL")
 
@@ -132,6 +133,25 @@ class RealToolTest(BatchCase):
                 path = str(pathlib.Path(line["input"]) / entry["path"])
                 if path in hashes:
                     self.assertEqual(entry["sha256"], hashes[path])
+
+    def test_the_summary_of_the_line_shows_its_drift_and_its_faulty_parts(self):
+        subprocess.run([REAL_TOOL, "simulate", self.folder / "line", "--line", "30", "--divisor", "4", "--no-calib", "--quiet"],
+                       check=True)
+        shutil.copy(HERE.parent.parent / "examples" / "line_plan.json", self.folder / "plan.json")
+        self.run_batch(inputs="line/part_*", tool=REAL_TOOL)
+        page = (self.out / "summary.html").read_text()
+        glance = page[page.index("At a glance"):page.index("What stands out")]
+        parts = json.loads((self.folder / "line/line_truth.json").read_text())
+        faulty = {f"part_{i:02}" for i, part in enumerate(parts, 1) if part["fault"]}
+        self.assertEqual(set(re.findall(r"part_\d\d(?=</a>)", glance)), faulty)
+        drift = float(re.search(r"<b>height</b> drifts: .*?, ([+-][\d.]+) mm", glance).group(1))
+        # From the first to the last fifth, whose middles lie a fifth of the line from its ends together.
+        self.assertAlmostEqual(drift, 0.8 * 1.5, delta=0.15)
+        heights = [line["figures"]["size.files.0.box.size.2"] for line in self.lines().values()]
+        offsets = [measured - part["height"] for measured, part in zip(heights, parts) if not part["fault"]]
+        self.assertLess(max(offsets) - min(offsets), 0.4, "the measured heights follow the true ones")
+        for name in faulty:
+            self.assertIn(f'<a href="jobs/{name}/page.html">{name}</a>', page)
 
 
 class ToolThreadsTest(BatchCase):
