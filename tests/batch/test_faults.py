@@ -41,10 +41,10 @@ class JobFaultTest(BatchCase):
         self.assertEqual(running, "", "processes are left")
 
     def test_a_killed_worker_costs_nothing(self):
-        self.add_inputs(8, "slow")
+        self.add_inputs(6, "slow")
         self.add_input("part_03", "poison-once")
-        self.run_batch()
-        self.check_whole(names(8))
+        self.run_batch(environment=self.environment(FAKE_SECONDS="0.3"))
+        self.check_whole(names(6))
         self.assertEqual(self.starts()["part_03"], 2)
         self.assertTrue(all(line["status"] == "done" for line in self.lines().values()))
 

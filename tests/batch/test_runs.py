@@ -108,7 +108,7 @@ class RealToolTest(BatchCase):
         self.check_bits(1)
 
     def check_bits(self, workers):
-        subprocess.run([REAL_TOOL, "simulate", self.folder / "line", "--line", "3", "--divisor", "8", "--no-calib", "--quiet"],
+        subprocess.run([REAL_TOOL, "simulate", self.folder / "line", "--line", "2", "--divisor", "8", "--no-calib", "--quiet"],
                        check=True)
         self.write_plan({
             "files": {"calib": "line/scanner_truth.json"},
