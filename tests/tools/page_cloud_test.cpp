@@ -95,14 +95,16 @@ TEST(PageCloud, ThinningKeepsAnEvenShareAndIsTheSameTwice) {
   std::vector<cv::Vec3d> const points = pointsOf(result);
   // A tenth of the surface's square keeps its tenth of the points.
   for (int i = 0; i < 10; ++i) {
-    auto const inside = std::count_if(points.begin(), points.end(),
-                                      [&](cv::Vec3d const& p) { return p[0] >= i - 0.05 && p[0] < i + 0.95; });
+    auto const inside = std::count_if(points.begin(), points.end(), [&](cv::Vec3d const& p) {
+      return p[0] >= i - 0.05 && p[0] < i + 0.95;
+    });
     EXPECT_NEAR(static_cast<double>(inside), 250.0, 60.0) << i;
   }
   EXPECT_EQ(result.bytes, packed(cloud, 2500).bytes);
   PageCloud turned = cloud;
   std::reverse(turned.points.begin(), turned.points.end());
-  EXPECT_EQ(packed(turned, 10000).bytes, packed(cloud, 10000).bytes) << "the order of the points does not matter";
+  EXPECT_EQ(packed(turned, 10000).bytes, packed(cloud, 10000).bytes)
+      << "the order of the points does not matter";
 }
 
 TEST(PageCloud, PointsThatAreNotFiniteAreLeftOutAndCounted) {
@@ -150,7 +152,8 @@ TEST(PageCloud, FieldsAndColoursFollowTheirPoints) {
   cloud.fields.push_back(field);
   PackedCloud const result = packed(cloud, 1000);
   auto const& told = result.description["fields"][0];
-  EXPECT_EQ(told["range"][0].get<double>(), -told["range"][1].get<double>()) << "signed: as far to both sides";
+  EXPECT_EQ(told["range"][0].get<double>(), -told["range"][1].get<double>())
+      << "signed: as far to both sides";
   std::size_t n = 0;
   for (cv::Vec3d const& p : pointsOf(result)) {
     unsigned const word = wordAt(result, told["offset"].get<std::size_t>() + 2 * n);
@@ -159,11 +162,12 @@ TEST(PageCloud, FieldsAndColoursFollowTheirPoints) {
     EXPECT_NEAR(static_cast<double>(color >> 11U) * 8.0, p[0] + 100.0, 9.0);
     EXPECT_NEAR(static_cast<double>(color & 31U) * 8.0, p[2] + 100.0, 9.0);
     std::size_t const at = result.description["normals"].get<std::size_t>() + 2 * n;
-    cv::Vec3d normal((byteAt(result, at) - 1.0) / 127.0 - 1.0, (byteAt(result, at + 1) - 1.0) / 127.0 - 1.0, 0.0);
+    cv::Vec3d normal((byteAt(result, at) - 1.0) / 127.0 - 1.0, (byteAt(result, at + 1) - 1.0) / 127.0 - 1.0,
+                     0.0);
     normal[2] = 1.0 - std::abs(normal[0]) - std::abs(normal[1]);
     if (normal[2] < 0.0) {
-      normal = {std::copysign(1.0 - std::abs(normal[1]), normal[0]), std::copysign(1.0 - std::abs(normal[0]), normal[1]),
-                normal[2]};
+      normal = {std::copysign(1.0 - std::abs(normal[1]), normal[0]),
+                std::copysign(1.0 - std::abs(normal[0]), normal[1]), normal[2]};
     }
     EXPECT_GT(cv::normalize(normal).dot(cv::normalize(p)), std::cos(0.02));
     ++n;
@@ -210,9 +214,9 @@ std::vector<cv::Vec3i> trianglesOf(PackedCloud const& cloud) {
 double areaOf(std::vector<cv::Vec3d> const& points, std::vector<cv::Vec3i> const& triangles) {
   double area = 0.0;
   for (cv::Vec3i const& t : triangles) {
-    cv::Vec3d const normal = (points.at(static_cast<std::size_t>(t[1])) - points.at(static_cast<std::size_t>(t[0])))
-                                 .cross(points.at(static_cast<std::size_t>(t[2])) -
-                                        points.at(static_cast<std::size_t>(t[0])));
+    cv::Vec3d const normal =
+        (points.at(static_cast<std::size_t>(t[1])) - points.at(static_cast<std::size_t>(t[0])))
+            .cross(points.at(static_cast<std::size_t>(t[2])) - points.at(static_cast<std::size_t>(t[0])));
     area += normal[2] / 2.0; // upwards: a triangle that was turned over counts against it
   }
   return area;

@@ -54,9 +54,9 @@ std::string pageWith(std::string const& words) {
 
 TEST(Page, NoWordsBecomeElements) {
   std::string const plain = pageWith("words");
-  for (std::string const words :
-       {"</script><script>alert(1)</script>", "<img src=x onerror=alert(1)>", "<!--<script>", "\" onload=\"alert(1)",
-        "' onload='alert(1)", "{{script}}", "a\xff\xc3<b", "</style>", "\x01<svg/onload=alert(1)>"}) {
+  for (std::string const words : {"</script><script>alert(1)</script>", "<img src=x onerror=alert(1)>",
+                                  "<!--<script>", "\" onload=\"alert(1)", "' onload='alert(1)", "{{script}}",
+                                  "a\xff\xc3<b", "</style>", "\x01<svg/onload=alert(1)>"}) {
     std::string const page = pageWith(words);
     for (std::string const mark : {"<", ">"}) {
       // What the words hold of them is written otherwise; ">" alone may stand in JSON.
@@ -106,8 +106,8 @@ TEST_F(PageOfAScan, DoesNotChangeTheCloudThatIsWritten) {
 
 TEST_F(PageOfAScan, IsRefusedBeforeTheWorkWhereItCannotStand) {
   test::put(folder_ / "a.html", "old");
-  std::vector<std::string> const places{folder_ / "none/a.html", folder_ / "a.ply", rig() / "r/scanner_truth.json",
-                                        folder_.path()};
+  std::vector<std::string> const places{folder_ / "none/a.html", folder_ / "a.ply",
+                                        rig() / "r/scanner_truth.json", folder_.path()};
   for (std::string const& path : places) {
     ToolOutcome const outcome = scan({"-o", folder_ / "a.ply", "--html", path});
     EXPECT_EQ(outcome.status, 1) << path;
@@ -123,7 +123,8 @@ TEST_F(PageOfAScan, IsRefusedBeforeTheWorkWhereItCannotStand) {
 }
 
 TEST_F(PageOfAScan, HoldsTheReportAndTheThinnedCloud) {
-  ASSERT_EQ(scan({"--html", folder_ / "a.html", "--html-points", "500", "--report", folder_ / "r.json"}).status, 0);
+  ASSERT_EQ(
+      scan({"--html", folder_ / "a.html", "--html-points", "500", "--report", folder_ / "r.json"}).status, 0);
   std::string const page = test::contentOf(folder_ / "a.html");
   auto const json = [&](std::string const& id) {
     std::string const start = "<script type=\"application/json\" id=\"" + id + "\">";

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/calibration/device_outlines.hpp"
 
+#include <cctype>
 #include <cmath>
 
 namespace vorn::tools {
@@ -42,11 +43,13 @@ PageOutline frustumOf(mv::CameraModel const& device, cv::Matx44d const& world_fr
   return outline;
 }
 
-PageView viewOf(mv::CameraModel const& device, cv::Matx44d const& world_from_device, std::string const& name) {
+PageView viewOf(mv::CameraModel const& device, cv::Matx44d const& world_from_device,
+                std::string const& name) {
   constexpr double degrees = 180.0 / CV_PI;
   double const halfHeight = 0.5 * device.getResolution().height / cv::Matx33d(device.getK())(1, 1);
   PageView view;
   view.name = name;
+  view.name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(view.name[0])));
   view.eye = moved(world_from_device, {0, 0, 0});
   view.forward = axis(world_from_device, 2);
   view.down = axis(world_from_device, 1);

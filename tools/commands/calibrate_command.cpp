@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -11,6 +12,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/core/json_file.hpp>
 
+#include "tools/calibration/calibration_page.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
 #include "tools/calibration/residual_plot.hpp"
@@ -25,6 +27,7 @@
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
 #include "tools/report/figure_options.hpp"
+#include "tools/report/page_options.hpp"
 #include "tools/report/work.hpp"
 
 namespace vorn::tools {
@@ -37,6 +40,7 @@ struct CalibrateOptions {
   std::string plot;
   std::string overlays;
   FigureOptions look;
+  PageOptions page;
   std::string projector;
   bool isCamera = false;
   bool isStereo = false;
@@ -50,20 +54,25 @@ struct CalibrateOptions {
 /// Shows the figures of a calibration and writes its files together, the object last: it stands there only
 /// with the report and the plot that belong to it.
 /// @param pitch of the target, mm
-void finish(CalibrateOptions const& options, mv::Calibration const& calibration,
-            IJsonSerializable const& object, double pitch, Report& report) {
+template <class SomeCalibration>
+void finish(CalibrateOptions const& options, SomeCalibration const& calibration, double pitch,
+            Report& report) {
   std::cout << table(calibration);
   if (!options.overlays.empty()) {
     writeViewOverlays(options.folder, options.overlays, calibration, pitch, options.look.drawSettings());
   }
   report.add(mv::toJson(calibration));
+  if (report.isPageWanted()) {
+    report.page().subtitle = std::filesystem::weakly_canonical(options.folder).filename().string();
+    describeCalibration(report.page(), calibration);
+  }
   std::vector<FileContent> files = report.takeFiles();
   if (!options.plot.empty()) {
     files.push_back(
         {options.plot, encodedFigure(options.plot, residualPlots(calibration, options.look.ground()))});
   }
   nlohmann::json json;
-  object.write(json);
+  calibration.object.write(json);
   files.push_back({options.output, jsonText(json)});
   writeTogether(files);
 }
@@ -143,6 +152,7 @@ void run(CalibrateOptions const& options, Report& report) {
   if (!targetFile.empty()) {
     inputs.push_back(targetFile);
   }
+  report.wantPage(options.page);
   report.declare(inputs, {options.output, options.plot});
   checkFigurePath(options.plot);
   if (!options.projector.empty()) {
@@ -155,19 +165,19 @@ void run(CalibrateOptions const& options, Report& report) {
   if (options.isLaser) {
     mv::LaserCalibration const calibration =
         watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, pitch, report);
+    finish(options, calibration, pitch, report);
   } else if (options.isCamera) {
     mv::CameraCalibration const calibration =
         watched([&](Observer* bar) { return calibrateCamera(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, pitch, report);
+    finish(options, calibration, pitch, report);
   } else if (options.isStereo) {
     mv::StereoCalibration const calibration =
         watched([&](Observer* bar) { return calibrateStereo(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, pitch, report);
+    finish(options, calibration, pitch, report);
   } else {
     mv::ScannerCalibration const calibration =
         watched([&](Observer* bar) { return calibrateScanner(options.folder, settings, bar); });
-    finish(options, calibration, calibration.object, pitch, report);
+    finish(options, calibration, pitch, report);
   }
 }
 
@@ -206,6 +216,7 @@ void addCalibrateCommand(CLI::App& app) {
   command->add_option("--overlay", options->overlays,
                       "Folder for pictures of the views with the dots, laser lines and errors");
   options->look.addLight(*command);
+  options->page.addTo(*command);
   options->pitch.addTo(*command);
   options->target.addTo(*command,
                         addSetOption(*command, options->assignments, "detector, such as MinDotArea=20",

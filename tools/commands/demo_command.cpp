@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <memory>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -16,6 +18,7 @@
 #include <vorn/mv/sl/patterns.hpp>
 
 #include "sl/coding/stripe_code.hpp"
+#include "tools/calibration/calibration_page.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/commands.hpp"
@@ -25,8 +28,11 @@
 #include "tools/files/json_file.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
+#include "tools/report/page_options.hpp"
+#include "tools/report/page_tables.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/preview.hpp"
+#include "tools/scan/scan_page.hpp"
 #include "tools/scan/scan_report.hpp"
 #include "tools/scan/truth_comparison.hpp"
 
@@ -38,6 +44,7 @@ struct DemoOptions {
   std::string out = "demo";
   int divisor = 1;
   bool isCalibrating = true;
+  PageOptions page;
 };
 
 /// What the rig's camera captures of a scene while the column sequence is projected.
@@ -81,6 +88,9 @@ mv::Sl3dScanner calibrated(sim::Rig const& rig, std::filesystem::path const& fol
       watched([&](Observer* bar) { return calibrateScanner(folder.string(), settings, bar); });
   std::cout << table(calibration);
   report["calibration"] = mv::toJson(calibration);
+  if (report.isPageWanted()) {
+    addErrorPlots(report.page(), calibration);
+  }
   return calibration.object;
 }
 
@@ -90,8 +100,44 @@ mv::Sl3dScanner trulyCalibrated(sim::Rig const& rig) {
   return scanner;
 }
 
+/// Fills the page with the scan, each clean point with how far it lies from the truth along its ray.
+void fillPage(Page& page, mv::ScanResult const& scan, mv::Sl3dScanner const& scanner, Capture const& captured,
+              TruthComparison const& comparison, std::vector<ArtefactFigure> const& figures) {
+  page.title = "Demo";
+  page.subtitle = "A scan of the virtual rig, compared with the truth";
+  PageCloud cloud = pageCloud(scan);
+  PageField error{"error", "mm", {}, true};
+  for (int y = 0; y < scan.mask.rows; ++y) {
+    for (int x = 0; x < scan.mask.cols; ++x) {
+      if (scan.cloud.state()(y, x) == 0) {
+        bool const isClean = captured.mask(y, x) == static_cast<uchar>(sim::TruthMask::Clean);
+        double const longer = cv::norm(scan.xyz(y, x)) - cv::norm(captured.truth.x_in_cam(y, x));
+        error.values.push_back(isClean ? static_cast<float>(longer)
+                                       : std::numeric_limits<float>::quiet_NaN());
+      }
+    }
+  }
+  cloud.fields.push_back(std::move(error));
+  cloud.coloredBy = "error";
+  page.add(cloud);
+  PageTable table;
+  table.title = "Against the truth";
+  table.rows = {{"clean pixels", countText(comparison.expected)},
+                {"measured of them", countText(comparison.measured)},
+                {"error, RMS [mm]", figure(comparison.rms)},
+                {"median [mm]", figure(comparison.median)},
+                {"95 % are below [mm]", figure(comparison.error95)},
+                {"worst [mm]", figure(comparison.worst)}};
+  for (ArtefactFigure const& measured : figures) {
+    table.rows.push_back({measured.what + " [mm]", figure(measured.value)});
+  }
+  page.tables.push_back(table);
+  describeScan(page, scan, scanner, "column");
+}
+
 void run(DemoOptions const& options, Report& report) {
   makeFolder(options.out);
+  report.wantPage(options.page);
   report.declare({}, {});
   std::filesystem::path const folder = options.out;
   sim::Rig const rig = sim::demoRig(options.divisor);
@@ -123,6 +169,9 @@ void run(DemoOptions const& options, Report& report) {
   report.add(scanReport(scan));
   report["images"] = captured.images.size();
   report["truth"] = comparisonReport(comparison, figures);
+  if (report.isPageWanted()) {
+    fillPage(report.page(), scan, scanner, captured, comparison, figures);
+  }
   report.alsoWriteTo((folder / "report.json").string());
   std::cout << "In " << options.out << ": scan.ply, its picture scan.png, the decoded map.png, scanner.json, "
             << "report.json\n";
@@ -142,6 +191,7 @@ void addDemoCommand(CLI::App& app) {
       ->capture_default_str();
   command->add_flag("!--true-calibration", options->isCalibrating,
                     "Scan with the rig's true calibration instead of calibrating first");
+  options->page.addTo(*command);
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "the figures");
 }

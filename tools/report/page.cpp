@@ -22,7 +22,7 @@ void Page::add(std::string const& name, std::string const& caption, mv::AMat con
 }
 
 void Page::add(std::string const& name, std::string const& caption, std::vector<mv::Plot> const& plots) {
-  pictures.push_back({name, caption, ".svg", encodedFigure("plot.svg", plots)});
+  pictures.push_back({name, caption, ".png", encodedFigure("plot.png", plots)});
 }
 
 } // namespace vorn::tools

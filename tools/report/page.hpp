@@ -19,28 +19,28 @@ namespace vorn::tools {
 
 /// Something beside the points: the frustum of a camera, a board.
 struct PageOutline {
-  std::string name;                           ///< written at its first point
-  std::string group;                          ///< what is shown and hidden together, such as "target poses"
-  cv::Vec3b color;                            ///< blue, green, red
+  std::string name;                            ///< written at its first point
+  std::string group;                           ///< what is shown and hidden together, such as "target poses"
+  cv::Vec3b color;                             ///< blue, green, red
   std::vector<std::vector<cv::Point3d>> lines; ///< each through two or more points, mm
-  std::vector<cv::Point3d> face;              ///< a convex plane polygon that is tinted; or none
-  bool isShown = true;                        ///< when the page opens; that of a group's first one counts
+  std::vector<cv::Point3d> face;               ///< a convex plane polygon that is tinted; or none
+  bool isShown = true;                         ///< when the page opens; that of a group's first one counts
 };
 
 /// A place to look from.
 struct PageView {
   std::string name;
-  cv::Point3d eye;                 ///< mm
-  cv::Vec3d forward{0, 0, 1};      ///< where it looks
-  cv::Vec3d down{0, 1, 0};         ///< which way is down in its picture
-  double fieldOfView = 0.0;        ///< from top to bottom, degrees
+  cv::Point3d eye;            ///< mm
+  cv::Vec3d forward{0, 0, 1}; ///< where it looks
+  cv::Vec3d down{0, 1, 0};    ///< which way is down in its picture
+  double fieldOfView = 0.0;   ///< from top to bottom, degrees
 };
 
 /// A picture with what it shows.
 struct PagePicture {
   std::string title;
   std::string caption;
-  std::string ending; ///< of the file that the bytes would be: .png, .jpg or .svg
+  std::string ending; ///< of the file that the bytes would be: .png or .jpg
   std::string bytes;
 };
 
@@ -61,7 +61,8 @@ struct PageFinding {
   std::string advice; ///< what to do about it; or none
 };
 
-/// What a command's page shows. All texts are plain words: whatever they hold, nothing of it is taken as HTML.
+/// What a command's page shows. All texts are plain words: whatever they hold, nothing of it is taken as
+/// HTML.
 class Page {
 public:
   std::string title;    ///< what was done
@@ -78,7 +79,7 @@ public:
   void add(PageCloud const& cloud) { clouds_.push_back(packed(cloud, mostPoints_)); }
   /// Adds a drawing, reduced to what a page shows: 1400 pixels on the longer side.
   void add(std::string const& title, std::string const& caption, mv::AMat const& drawing);
-  /// Adds plots, sharp at every size.
+  /// Adds plots, one below the other.
   void add(std::string const& title, std::string const& caption, std::vector<mv::Plot> const& plots);
 
   void setMostPoints(std::size_t count) { mostPoints_ = count; }

@@ -213,7 +213,8 @@ public:
   }
   /// The same with a sign: 0, -1, 1, -2 become 0, 1, 2, 3.
   void addSigned(std::int64_t value) {
-    addAny(value < 0 ? 2 * static_cast<std::uint64_t>(-(value + 1)) + 1 : 2 * static_cast<std::uint64_t>(value));
+    addAny(value < 0 ? 2 * static_cast<std::uint64_t>(-(value + 1)) + 1
+                     : 2 * static_cast<std::uint64_t>(value));
   }
   std::string take() { return std::move(bytes_); }
 
@@ -243,7 +244,8 @@ Block blockOf(std::vector<cv::Vec3f> const& points, std::vector<Index> const& or
   return {first, count, box.low, (box.high - box.low) * (1.0 / steps)};
 }
 
-/// Near points share a block; the fewer, the wider they lie apart, so that rounding stays far below the spacing.
+/// Near points share a block; the fewer, the wider they lie apart, so that rounding stays far below the
+/// spacing.
 std::vector<Block> blocksOf(std::vector<cv::Vec3f> const& points, std::vector<Index> const& order,
                             double spacing) {
   constexpr std::size_t most = 4096;
@@ -415,10 +417,16 @@ PackedCloud packed(PageCloud const& cloud, std::size_t most) {
   Packer packer(selection.points);
   PackedCloud result;
   nlohmann::json& description = result.description;
-  description = {{"name", cloud.name},       {"isShown", cloud.isShown},
-                 {"total", places.size()},   {"dropped", cloud.points.size() - places.size()},
-                 {"spacing", spacing},       {"count", selection.points.size()},
-                 {"triangleTotal", cloud.triangles.size()}, {"fields", nlohmann::json::array()}};
+  description = {{"name", cloud.name},
+                 {"isShown", cloud.isShown},
+                 {"coloredBy", cloud.coloredBy},
+                 {"isSurface", cloud.isSurface},
+                 {"total", places.size()},
+                 {"dropped", cloud.points.size() - places.size()},
+                 {"spacing", spacing},
+                 {"count", selection.points.size()},
+                 {"triangleTotal", cloud.triangles.size()},
+                 {"fields", nlohmann::json::array()}};
   if (!selection.points.empty()) {
     std::vector<float> depths;
     for (Index const n : selection.points) {

@@ -27,7 +27,9 @@ struct PageCloud {
   std::vector<cv::Vec3b> colors;    ///< one a point: blue, green, red; or none
   std::vector<cv::Vec3i> triangles; ///< of points; or none
   std::vector<PageField> fields;
-  bool isShown = true; ///< when the page opens
+  bool isSurface = true; ///< drawn closed; else as single dots
+  bool isShown = true;   ///< when the page opens
+  std::string coloredBy; ///< the field that it is coloured by then; empty: z
 };
 
 /// A cloud as a page keeps it: with 16 bits a coordinate within blocks of near points, little-endian.
@@ -36,10 +38,10 @@ struct PackedCloud {
   std::string bytes;
 };
 
-/// Packs a cloud. Points are put in an order that keeps neighbours together; where there are more than `most`,
-/// every so manieth of it is taken, or for a mesh, one for each cell of a grid. The same cloud always gives the
-/// same bytes. Coordinates are rounded by less than a twentieth of the distance between points, which the
-/// description states.
+/// Packs a cloud. Points are put in an order that keeps neighbours together; where there are more than
+/// `most`, every so manieth of it is taken, or for a mesh, one for each cell of a grid. The same cloud always
+/// gives the same bytes. Coordinates are rounded by less than a twentieth of the distance between points,
+/// which the description states.
 /// @param most 1 or more
 /// @throws Exception when the arrays do not fit the points, or a triangle names none
 PackedCloud packed(PageCloud const& cloud, std::size_t most);

@@ -72,7 +72,8 @@ std::string policyHash(std::string_view content) {
 
 std::string policy() {
   return "default-src 'none'; script-src " + policyHash(page::three) + ' ' + policyHash(page::script) +
-         "; style-src " + policyHash(page::style) + "; img-src data: blob:; base-uri 'none'; form-action 'none'";
+         "; style-src " + policyHash(page::style) +
+         "; img-src data: blob:; base-uri 'none'; form-action 'none'";
 }
 
 /// Now, or what SOURCE_DATE_EPOCH says, for pages that are to be the same twice.
@@ -106,18 +107,17 @@ std::string html(PageFinding const& finding) {
 }
 
 std::string html(PagePicture const& picture) {
-  static std::string const svg = ".svg";
-  std::string const kind = picture.ending == svg ? "svg+xml" : picture.ending == ".png" ? "png" : "jpeg";
-  return "<figure>\n<img alt=\"" + escaped(picture.title + ". " + picture.caption) + "\" src=\"data:image/" + kind +
-         ";base64," + base64(picture.bytes) + "\">\n<figcaption><strong>" + escaped(picture.title) + "</strong> " +
-         escaped(picture.caption) + "</figcaption>\n</figure>\n";
+  std::string const kind = picture.ending == ".png" ? "png" : "jpeg";
+  return "<figure>\n<img alt=\"" + escaped(picture.title + ". " + picture.caption) + "\" src=\"data:image/" +
+         kind + ";base64," + base64(picture.bytes) + "\">\n<figcaption><strong>" + escaped(picture.title) +
+         "</strong> " + escaped(picture.caption) + "</figcaption>\n</figure>\n";
 }
 
 std::string html(PageTable const& table) {
   constexpr std::size_t narrow = 3; // columns
   bool const isWide = table.head.size() > narrow;
-  std::string result = std::string("<div class=\"table") + (isWide ? " wide" : "") +
-                       "\"><table>\n<caption>" + escaped(table.title) + "</caption>\n";
+  std::string result = std::string("<div class=\"table") + (isWide ? " wide" : "") + "\"><table>\n<caption>" +
+                       escaped(table.title) + "</caption>\n";
   if (!table.head.empty()) {
     result += "<thead><tr>";
     for (std::string const& word : table.head) {
@@ -129,7 +129,8 @@ std::string html(PageTable const& table) {
   for (std::size_t row = 0; row < table.rows.size(); ++row) {
     std::string key;
     if (row < table.keys.size()) {
-      key = "<svg class=\"key\" viewBox=\"0 0 10 10\" aria-hidden=\"true\"><rect width=\"10\" height=\"10\" fill=\"" +
+      key = "<svg class=\"key\" viewBox=\"0 0 10 10\" aria-hidden=\"true\"><rect width=\"10\" height=\"10\" "
+            "fill=\"" +
             hex(table.keys[row]) + "\"/></svg>";
     }
     result += "<tr>";
@@ -138,7 +139,8 @@ std::string html(PageTable const& table) {
       constexpr std::size_t shortest = 16;
       std::string const& words = table.rows[row][column];
       std::string const start = words.size() <= shortest ? "<td class=\"short\">" : "<td>";
-      result += column == 0 ? "<th scope=\"row\">" + key + escaped(words) + "</th>" : start + escaped(words) + "</td>";
+      result += column == 0 ? "<th scope=\"row\">" + key + escaped(words) + "</th>"
+                            : start + escaped(words) + "</td>";
     }
     result += "</tr>\n";
   }
@@ -222,7 +224,8 @@ std::string cloudScripts(Page const& page) {
 }
 
 /// Puts each part where the frame names it, as {{name}}; what is put is not looked at again.
-std::string filled(std::string_view frame, std::vector<std::pair<std::string_view, std::string>> const& parts) {
+std::string filled(std::string_view frame,
+                   std::vector<std::pair<std::string_view, std::string>> const& parts) {
   std::string result;
   for (std::size_t at = 0; at < frame.size();) {
     std::size_t const open = frame.find("{{", at);

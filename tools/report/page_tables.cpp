@@ -42,9 +42,9 @@ std::string words(nlohmann::json const& value) {
 }
 
 bool isShort(nlohmann::json const& value) {
-  return value.is_primitive() ||
-         (value.is_array() && value.size() <= longestList &&
-          std::all_of(value.begin(), value.end(), [](auto const& element) { return element.is_primitive(); }));
+  return value.is_primitive() || (value.is_array() && value.size() <= longestList &&
+                                  std::all_of(value.begin(), value.end(),
+                                              [](auto const& element) { return element.is_primitive(); }));
 }
 
 /// "notMeasured" as "not measured"; "RMS" stays.

@@ -36,14 +36,22 @@ constexpr std::size_t reasonCount = mv::pixelReasonCount - 1; // but Measured
 std::array<ReasonWords, reasonCount> const& reasons() {
   static std::array<ReasonWords, reasonCount> const all{{
       {PixelReason::Clipped, "too bright", "Expose shorter, or dim the projector.", {40, 39, 214}},
-      {PixelReason::Dark, "too dark, or in shadow",
-       "Expose longer, or brighten the projector; shadows need another view.", {120, 70, 30}},
-      {PixelReason::LowContrast, "little contrast of the code",
-       "Shade other light, or brighten the projector.", {214, 160, 60}},
+      {PixelReason::Dark,
+       "too dark, or in shadow",
+       "Expose longer, or brighten the projector; shadows need another view.",
+       {120, 70, 30}},
+      {PixelReason::LowContrast,
+       "little contrast of the code",
+       "Shade other light, or brighten the projector.",
+       {214, 160, 60}},
       {PixelReason::NoCode, "code not known", "Sharpen the projector, or move nearer.", {189, 103, 148}},
-      {PixelReason::Edge, "at an edge", "Edges of surfaces are left out; another view shows what lies behind.",
+      {PixelReason::Edge,
+       "at an edge",
+       "Edges of surfaces are left out; another view shows what lies behind.",
        {14, 127, 255}},
-      {PixelReason::SmallPiece, "in a small piece", "MinSegmentSize sets how small a piece may be.",
+      {PixelReason::SmallPiece,
+       "in a small piece",
+       "MinSegmentSize sets how small a piece may be.",
        {60, 200, 230}},
       {PixelReason::NoPoint, "no point there", "Is the calibration that of this set-up?", {44, 160, 44}},
   }};
@@ -93,12 +101,14 @@ mv::AMat reasonPicture(cv::Mat_<uchar> const& mask) {
 /// A map of values with a legend; from the least to what 1 % exceed.
 mv::AMat valuePicture(cv::Mat_<float> const& values, std::string const& unit, std::string const& name) {
   std::vector<float> present;
-  std::copy_if(values.begin(), values.end(), std::back_inserter(present), [](float v) { return std::isfinite(v); });
+  std::copy_if(values.begin(), values.end(), std::back_inserter(present),
+               [](float v) { return std::isfinite(v); });
   constexpr double share = 0.99;
   double const high =
-      present.empty() ? 1.0
-                      : static_cast<double>(rankedAmong(
-                            present, static_cast<std::size_t>(share * static_cast<double>(present.size() - 1))));
+      present.empty()
+          ? 1.0
+          : static_cast<double>(rankedAmong(
+                present, static_cast<std::size_t>(share * static_cast<double>(present.size() - 1))));
   double const top = std::max(high, 1e-6);
   mv::AMat picture(mv::colored(values, mv::ColorMap::Turbo, 0.0, top, cv::Vec3b::all(255)));
   picture.addLegend(mv::ColorMap::Turbo, 0.0, top, unit, name);
@@ -109,18 +119,19 @@ PageTable figuresOf(mv::ScanResult const& result) {
   mv::ScanCounts const& counts = result.counts;
   PageTable table;
   table.title = "Scan";
-  table.rows = {{"points", countText(counts.points)},
-                {"share of the pixels", shareText(counts.points, counts.pixels)},
-                {"pixels of the camera", std::to_string(result.mask.cols) + " x " + std::to_string(result.mask.rows)},
-                {"pixels with a projector coordinate", countText(counts.decoded)}};
+  table.rows = {
+      {"points", countText(counts.points)},
+      {"share of the pixels", shareText(counts.points, counts.pixels)},
+      {"pixels of the camera", std::to_string(result.mask.cols) + " x " + std::to_string(result.mask.rows)},
+      {"pixels with a projector coordinate", countText(counts.decoded)}};
   if (counts.points > 0) {
     cv::Point3f const low = result.cloud.boxOrigin();
     cv::Vec3f const size = result.cloud.boxDims();
     float const ends[3] = {low.x, low.y, low.z};
     for (int i = 0; i < 3; ++i) {
-      table.rows.push_back({std::string("xyz").substr(static_cast<std::size_t>(i), 1) + " from, to [mm]",
-                            figure(static_cast<double>(ends[i])) + ", " +
-                                figure(static_cast<double>(ends[i] + size[i]))});
+      table.rows.push_back(
+          {std::string("xyz").substr(static_cast<std::size_t>(i), 1) + " from, to [mm]",
+           figure(static_cast<double>(ends[i])) + ", " + figure(static_cast<double>(ends[i] + size[i]))});
     }
   }
   table.rows.push_back({"time to decode [ms]", figure(result.times.decode)});
@@ -143,19 +154,22 @@ PageTable reasonTable(mv::ScanCounts const& counts) {
 }
 
 void addFindings(Page& page, mv::ScanCounts const& counts) {
-  ReasonWords const& main = *std::max_element(
-      reasons().begin(), reasons().end(),
-      [&](ReasonWords const& a, ReasonWords const& b) { return counts.of(a.reason) < counts.of(b.reason); });
+  ReasonWords const& main =
+      *std::max_element(reasons().begin(), reasons().end(), [&](ReasonWords const& a, ReasonWords const& b) {
+        return counts.of(a.reason) < counts.of(b.reason);
+      });
   std::string const missing = counts.of(main.reason) == 0
                                   ? ""
-                                  : "; most of the others (" + shareText(counts.of(main.reason), counts.pixels) +
+                                  : "; most of the others (" +
+                                        shareText(counts.of(main.reason), counts.pixels) +
                                         " of all pixels): " + main.name;
   bool const isEmpty = counts.points == 0;
-  page.findings.push_back({isEmpty ? PageFinding::Weight::Failure : PageFinding::Weight::Note,
-                           (isEmpty ? std::string("No pixel has a point")
-                                    : shareText(counts.points, counts.pixels) + " of the pixels have a point") +
-                               missing + ".",
-                           counts.of(main.reason) == 0 ? "" : main.advice});
+  page.findings.push_back(
+      {isEmpty ? PageFinding::Weight::Failure : PageFinding::Weight::Note,
+       (isEmpty ? std::string("No pixel has a point")
+                : shareText(counts.points, counts.pixels) + " of the pixels have a point") +
+           missing + ".",
+       counts.of(main.reason) == 0 ? "" : main.advice});
   if (isEmpty) {
     page.emptyReason = "There is no point to show: " + reasonText(counts) + ".";
   }
@@ -233,8 +247,8 @@ void describeScan(Page& page, mv::ScanResult const& result, mv::Sl3dScanner cons
   if (result.counts.points > 0) {
     page.add("Depth", "What the camera saw, coloured by distance.", drawRelief(result.xyz, {}, "", look));
   }
-  page.add("Pixels without a point",
-           "Coloured by reason, as in the table; measured pixels are light grey.", reasonPicture(result.mask));
+  page.add("Pixels without a point", "Coloured by reason, as in the table; measured pixels are light grey.",
+           reasonPicture(result.mask));
   // The periods of the two coded axes differ; either shows as bands.
   constexpr auto period = static_cast<float>(mv::sl::rowCode.period);
   page.add("Decoded " + axis + "s", "Projector coordinates, brighter along each period.",

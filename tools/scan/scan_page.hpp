@@ -17,8 +17,8 @@ namespace vorn::tools {
 /// @param triangles of the measured points in the grid's order; or none
 PageCloud pageCloud(mv::ScanResult const& result, std::vector<cv::Vec3i> triangles = {});
 
-/// Adds to a page what a scan gave beside its cloud: how much was measured and why the rest was not, devices, and
-/// pictures of depth, reasons, map, modulation and sigma. It may be a scan without points.
+/// Adds to a page what a scan gave beside its cloud: how much was measured and why the rest was not, devices,
+/// and pictures of depth, reasons, map, modulation and sigma. It may be a scan without points.
 /// @param axis what the map counts, "column" or "row"
 void describeScan(Page& page, mv::ScanResult const& result, mv::Sl3dScanner const& scanner,
                   std::string const& axis);

@@ -115,7 +115,9 @@ export class ShownCloud {
     geometry.setAttribute("color", this.colorAttribute);
     const triangles = cloud.triangles();
     const normals = cloud.normals();
-    this.uniforms = Object.assign({size: {value: cloud.description.spacing}}, uniforms);
+    // Points of a surface cover it; single dots leave room.
+    const size = cloud.description.spacing * (cloud.description.isSurface ? 1 : 0.25);
+    this.uniforms = Object.assign({size: {value: size}}, uniforms);
     this.isMesh = triangles !== null && triangles.length > 0;
     if (this.isMesh) {
       geometry.setIndex(new THREE.BufferAttribute(triangles, 1));

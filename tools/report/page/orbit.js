@@ -43,8 +43,8 @@ export class Orbit {
     return 2 * this.distance * Math.tan(this.fieldOfView * Math.PI / 360) / height;
   }
 
-  /** Looks from a side so that all corners of a box about the centre are seen. */
-  look(azimuth, elevation, corners, aspect) {
+  /** Looks from a side so that all of some places are seen. */
+  look(azimuth, elevation, places, aspect) {
     this.fieldOfView = usualFieldOfView;
     this.azimuth = azimuth * Math.PI / 180;
     this.elevation = Math.max(-steepest, Math.min(steepest, elevation * Math.PI / 180));
@@ -52,13 +52,13 @@ export class Orbit {
     const direction = this.direction();
     const across = this.up.clone().cross(direction).normalize();
     const upwards = direction.clone().cross(across);
-    const margin = 1.06;
+    const margin = 1.1;
     const upper = Math.tan(this.fieldOfView * Math.PI / 360) / margin;
     const side = upper * aspect;
-    this.distance = corners.reduce((distance, corner) => {
-      const wide = Math.abs(corner.dot(across)) / side;
-      const high = Math.abs(corner.dot(upwards)) / upper;
-      const near = this.isParallel ? 0 : corner.dot(direction);
+    this.distance = places.reduce((distance, place) => {
+      const wide = Math.abs(place.dot(across)) / side;
+      const high = Math.abs(place.dot(upwards)) / upper;
+      const near = this.isParallel ? 0 : place.dot(direction);
       return Math.max(distance, near + Math.max(wide, high));
     }, this.radius * 1e-3);
     this.onChange();

@@ -19,13 +19,16 @@ function pieces(lines, center) {
   return ends;
 }
 
-/** The outlines of one group as an object, with the places of their names. */
+/** The outlines of one group as an object, with all their places and those of their names. */
 export function makeGroup(outlines, center) {
   const group = new THREE.Group();
   const names = [];
+  const places = [];
   for (const outline of outlines) {
     const color = new THREE.Color(outline.color);
-    const geometry = new THREE.BufferGeometry().setFromPoints(pieces(outline.lines, center));
+    const ends = pieces(outline.lines, center);
+    places.push(...ends);
+    const geometry = new THREE.BufferGeometry().setFromPoints(ends);
     group.add(new THREE.LineSegments(geometry, new THREE.LineBasicMaterial({color})));
     if (outline.face.length > 2) {
       const face = new THREE.BufferGeometry().setFromPoints(relative(outline.face, center));
@@ -35,13 +38,13 @@ export function makeGroup(outlines, center) {
       }
       face.setIndex(corners);
       group.add(new THREE.Mesh(face, new THREE.MeshBasicMaterial(
-        {color, transparent: true, opacity: 0.18, side: THREE.DoubleSide, depthWrite: false})));
+        {color, transparent: true, opacity: 0.1, side: THREE.DoubleSide, depthWrite: false})));
     }
     if (outline.lines.length > 0 && outline.name) {
       names.push({text: outline.name, place: relative([outline.lines[0][0]], center)[0]});
     }
   }
-  return {object: group, names};
+  return {object: group, names, places};
 }
 
 /** Writes names at places of the picture over an element. */

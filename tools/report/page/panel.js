@@ -65,6 +65,8 @@ export class Colours {
     elements.field.disabled = this.ways.length === 0;
     elements.legend.hidden = this.ways.length === 0;
     if (this.ways.length > 0) {
+      const first = this.ways.findIndex((way) => way.name === clouds[0].cloud.description.coloredBy);
+      elements.field.selectedIndex = Math.max(first, 0);
       this.apply(null);
     }
   }
