@@ -19,6 +19,9 @@ namespace vorn {
 namespace {
 
 constexpr char const* context = "json";
+/// Far more than a calibration of a thousand views with its residuals, and less than what a pipe without an
+/// end could fill the memory with: parsed, a bracket takes forty times its byte.
+constexpr std::size_t mostMegabytes = 128;
 
 /// What a call of the JSON library throws, as an exception that names the file.
 template <class Body>
@@ -44,6 +47,10 @@ std::string contentOf(std::string const& path) {
   std::array<char, 65536> piece;
   while (file.read(piece.data(), piece.size()) || file.gcount() > 0) {
     text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
+    if (text.size() > mostMegabytes << 20U) {
+      throw error(path + " brings more than " + std::to_string(mostMegabytes) + " MB, too much for JSON",
+                  context);
+    }
   }
   if (file.bad()) {
     throw error("Cannot read " + path, context);

@@ -73,6 +73,11 @@ TEST_F(JsonFile, RefusalsNameTheFileAndWhatIsWrong) {
   EXPECT_TRUE(contains(folder, folder_.path().string())) << folder;
 }
 
+TEST_F(JsonFile, WhatHasNoEndIsRefusedBeforeItFillsTheMemory) {
+  std::string const endless = refusal([] { static_cast<void>(readJsonFile("/dev/zero")); });
+  EXPECT_TRUE(contains(endless, "/dev/zero brings more than 128 MB")) << endless;
+}
+
 /// An object that cannot be written.
 struct Broken : IJsonSerializable {
   void read(nlohmann::json const& /*json*/) override {}

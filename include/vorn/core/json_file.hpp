@@ -13,8 +13,7 @@ namespace vorn {
 
 /// The content of a JSON file.
 /// @throws Exception that names the file: "There is no file scanner.json", or with the system's reason, or
-/// with
-///         the line and column where it is no JSON
+///         that it is longer than 128 MB, or with the line and column where it is no JSON
 [[nodiscard]] VORN_API nlohmann::json readJsonFile(std::string const& path);
 
 /// Writes JSON, indented by one blank a level. An existing file is replaced only once the new one is complete
