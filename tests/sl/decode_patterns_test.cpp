@@ -249,6 +249,49 @@ TEST(DecodePatterns, FiveStepsAndMoreAreFreeOfGammaAndMeasureIt) {
   }
 }
 
+/// Three steps take the second harmonic for phase: c2 / c1 = (gamma - 1) / (gamma + 2) radians.
+TEST(DecodePatterns, PeriodsThatDisagreeTellWhatGammaDoesToThreeSteps) {
+  PatternSet set;
+  set.projector = {640, 400};
+  for (double const period : {40.0, 30.0}) {
+    for (int step = 0; step < 3; ++step) {
+      PatternImage image;
+      image.role = PatternRole::Phase;
+      image.period = period;
+      image.step = step;
+      image.steps = 3;
+      set.images.push_back(image);
+    }
+  }
+  for (int bit = 4; bit >= 0; --bit) {
+    for (bool const isInverse : {false, true}) {
+      PatternImage image;
+      image.role = PatternRole::Bit;
+      image.bit = bit;
+      image.cell = 40.0;
+      image.isInverse = isInverse;
+      set.images.push_back(image);
+    }
+  }
+  PatternCapture capture;
+  capture.gamma = 1.6;
+  capture.noise = 0.5;
+  std::vector<cv::Mat> const images = capture.capture(set);
+  DecodeSettings settings;
+  settings.correctsHarmonics = false;
+  DecodedPatterns const raw = decode_patterns(set, images, settings);
+  PatternErrors const before = errorsOf(raw.column, raw.sigmaColumn, capture.column, 8.0);
+  DecodedPatterns const decoded = decode_patterns(set, images);
+  PatternErrors const after = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 8.0);
+  EXPECT_GT(before.rms, 0.4);
+  EXPECT_EQ(after.wrong, 0.0);
+  EXPECT_GT(after.decoded, 0.99);
+  EXPECT_LT(after.rms, 0.08);
+  for (FringeFigures const& fringe : decoded.fringes) {
+    EXPECT_NEAR(fringe.corrected, 0.6 / 3.6 / (2 * CV_PI), 0.004);
+  }
+}
+
 TEST(DecodePatterns, MaskSaysWhyAPixelIsMissing) {
   PatternCapture capture;
   capture.size = {240, 100};

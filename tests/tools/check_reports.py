@@ -111,6 +111,10 @@ def check_all(folder):
     if line["parts"] != 2 or len(list((folder / "line").glob("part_*"))) != 2:
         fail(f"simulate: a line of two parts is {line}")
     check("patterns", folder / "patterns", "--width", 64, "--height", 48)
+    projected = folder / "projected"
+    check("patterns", projected, "--width", 64, "--height", 48, "--set", "gray")
+    captured = pictures(projected, "*.png") + pictures(projected, "pattern_set.json")
+    check("decode", projected, inputs=captured)
     check("target", folder / "target.svg")
     target = rig / "calib/pose_05/target.png"
     detect = check("detect", target, "--pitch", 15, "--set", "MinDotArea=8", inputs=[target])

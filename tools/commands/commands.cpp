@@ -22,6 +22,7 @@ std::unique_ptr<CLI::App> makeProgram() {
   addTargetCommand(app);
   addDetectCommand(app);
   addCalibrateCommand(app);
+  addDecodeCommand(app);
   addScanCommand(app);
   addFilterCommand(app);
   addImageCommand(app);

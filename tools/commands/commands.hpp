@@ -23,6 +23,7 @@ void addTargetCommand(CLI::App& app);
 void addDetectCommand(CLI::App& app);
 void addCalibrateCommand(CLI::App& app);
 void addImageCommand(CLI::App& app);
+void addDecodeCommand(CLI::App& app);
 void addScanCommand(CLI::App& app);
 void addFilterCommand(CLI::App& app);
 void addFocusCommand(CLI::App& app);

@@ -1,5 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <cstdint>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -8,11 +10,14 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/core/json_file.hpp>
+#include <vorn/mv/sl/pattern_set.hpp>
 #include <vorn/mv/sl/patterns.hpp>
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/work.hpp"
 
@@ -25,6 +30,11 @@ struct PatternsOptions {
   int width = 0;
   int height = 0;
   bool white = false;
+  std::string set; ///< empty: the sequences of the scanner
+  std::string axes = "both";
+  mv::PatternSetOptions options;
+  bool isWithoutInverses = false;
+  double gamma = 1.0;
 };
 
 void writeSequence(PatternsOptions const& options, std::string const& prefix,
@@ -36,7 +46,65 @@ void writeSequence(PatternsOptions const& options, std::string const& prefix,
   }
 }
 
+/// What a projector that shows light = value^gamma must be given to show what is meant.
+std::vector<std::uint8_t> gammaTable(double gamma) {
+  std::vector<std::uint8_t> table;
+  constexpr int levels = 256;
+  for (int v = 0; gamma != 1.0 && v < levels; ++v) {
+    table.push_back(cv::saturate_cast<std::uint8_t>(255.0 * std::pow(v / 255.0, 1.0 / gamma)));
+  }
+  return table;
+}
+
+/// A scan of more than the scanner's sequences code is refused; other sets have their own bounds.
+void checkSize(PatternsOptions const& options) {
+  using mv::sl::StripeCode;
+  auto const require = [&](char const* option, int value, mv::sl::StripeCode const& code) {
+    int const most = options.set.empty() ? code.capacity(StripeCode::maxGeneratedPlanes) : 32767;
+    if (value < 1 || value > most) {
+      throw CLI::ValidationError(option, "Value " + std::to_string(value) + " not in range [1 - " +
+                                             std::to_string(most) + "]");
+    }
+  };
+  require("--width", options.width, mv::sl::columnCode);
+  require("--height", options.height, mv::sl::rowCode);
+}
+
+void writeWhite(PatternsOptions const& options) {
+  if (options.white) {
+    writeImage((std::filesystem::path(options.folder) / "white.png").string(),
+               cv::Mat(options.height, options.width, CV_8UC1, cv::Scalar(255)));
+  }
+}
+
+void writeSet(PatternsOptions const& options, Report& report) {
+  mv::PatternSetOptions wanted = options.options;
+  wanted.hasInverses = !options.isWithoutInverses;
+  wanted.axes = options.axes == "columns" ? mv::PatternAxes::Columns
+                : options.axes == "rows"  ? mv::PatternAxes::Rows
+                                          : mv::PatternAxes::Both;
+  cv::Size const size(options.width, options.height);
+  mv::PatternSet set = mv::PatternSet::builtIn(options.set, size, wanted);
+  for (std::size_t i = 0; i < set.images.size(); ++i) {
+    set.images[i].file = sequencePath("", "pattern", static_cast<int>(i));
+  }
+  std::vector<cv::Mat> const images = set.generate(gammaTable(options.gamma));
+  makeFolder(options.folder);
+  report.declare({}, {});
+  writeSequence(options, "pattern", images);
+  save(patternSetPath(options.folder), set);
+  writeWhite(options);
+  report.add({{"set", set.name}, {"images", images.size()}, {"size", {size.width, size.height}}});
+  std::cout << images.size() << " patterns of the set " << set.name << " of " << options.width << " x "
+            << options.height << " pixels in " << options.folder << "\n"
+            << "Capture one image for each, under the same names, and put pattern_set.json beside them.\n";
+}
+
 void run(PatternsOptions const& options, Report& report) {
+  if (!options.set.empty()) {
+    writeSet(options, report);
+    return;
+  }
   std::vector<cv::Mat> columns;
   std::vector<cv::Mat> rows;
   cv::Size const size(options.width, options.height);
@@ -45,10 +113,7 @@ void run(PatternsOptions const& options, Report& report) {
   report.declare({}, {});
   writeSequence(options, "columns", columns);
   writeSequence(options, "rows", rows);
-  if (options.white) {
-    writeImage((std::filesystem::path(options.folder) / "white.png").string(),
-               cv::Mat(size, CV_8UC1, cv::Scalar(255)));
-  }
+  writeWhite(options);
   report.add({{"columns", columns.size()}, {"rows", rows.size()}, {"size", {size.width, size.height}}});
   std::cout << columns.size() << " column and " << rows.size() << " row patterns of " << options.width
             << " x " << options.height << " pixels in " << options.folder << "\n"
@@ -61,18 +126,36 @@ void addPatternsCommand(CLI::App& app) {
   auto options = std::make_shared<PatternsOptions>();
   CLI::App* command = app.add_subcommand("patterns", "Write the images that a projector shows during a scan");
   command->add_option("folder", options->folder, "Folder to write them to; made if need be")->required();
-  // A scan of more is refused.
-  using mv::sl::StripeCode;
-  constexpr int mostColumns = mv::sl::columnCode.capacity(StripeCode::maxGeneratedPlanes);
-  constexpr int mostRows = mv::sl::rowCode.capacity(StripeCode::maxGeneratedPlanes);
   command->add_option("--width", options->width, "Projector columns, as many as the patterns can code")
-      ->required()
-      ->check(CLI::Range(1, mostColumns));
-  command->add_option("--height", options->height, "Projector rows, likewise")
-      ->required()
-      ->check(CLI::Range(1, mostRows));
+      ->required();
+  command->add_option("--height", options->height, "Projector rows, likewise")->required();
   command->add_flag("--white", options->white, "Also write a white image, for the target's view");
-  setWork(*command, [options](Report& report) { run(*options, report); });
+  std::string names;
+  for (std::string const& name : mv::PatternSet::builtInNames()) {
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  CLI::Option* set = command->add_option(
+      "--set", options->set, "Another set, as one sequence, and its description pattern_set.json: " + names);
+  command->add_option("--axes", options->axes, "What a set codes: both, columns or rows")
+      ->check(CLI::IsMember({"both", "columns", "rows"}))
+      ->needs(set);
+  command->add_option("--steps", options->options.steps, "Steps of every phase shift; 0: as the set has them")
+      ->needs(set);
+  command
+      ->add_option("--period", options->options.period,
+                   "Period of the finest fringes, projector pixels; 0: as the set has it")
+      ->needs(set);
+  command
+      ->add_flag("--no-inverses", options->isWithoutInverses,
+                 "White and black in place of the inverses of bits")
+      ->needs(set);
+  command->add_option("--gamma", options->gamma, "Gamma of the projector, which the images are made up for")
+      ->check(CLI::Range(0.1, 10.0))
+      ->needs(set);
+  setWork(*command, [options](Report& report) {
+    checkSize(*options);
+    run(*options, report);
+  });
 }
 
 } // namespace vorn::tools

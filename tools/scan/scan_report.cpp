@@ -46,6 +46,14 @@ std::string reasonText(mv::ScanCounts const& counts) {
   return text;
 }
 
+nlohmann::json notMeasuredReport(mv::ScanCounts const& counts) {
+  nlohmann::json report;
+  for (auto const& [reason, name] : reasonNames) {
+    report[name] = counts.of(reason);
+  }
+  return report;
+}
+
 nlohmann::json boxReport(mv::PointCloud const& cloud) {
   cv::Point3f const origin = cloud.boxOrigin();
   cv::Vec3f const size = cloud.boxDims();
@@ -57,9 +65,7 @@ nlohmann::json scanReport(mv::ScanResult const& result) {
   report["pixels"] = result.counts.pixels;
   report["decoded"] = result.counts.decoded;
   report["points"] = result.counts.points;
-  for (auto const& [reason, name] : reasonNames) {
-    report["notMeasured"][name] = result.counts.of(reason);
-  }
+  report["notMeasured"] = notMeasuredReport(result.counts);
   report["times"] = {{"decode", result.times.decode}, {"triangulate", result.times.triangulate}};
   if (result.counts.points > 0) {
     report["box"] = boxReport(result.cloud);

@@ -17,6 +17,9 @@ std::string sequencePrefix(mv::Sl3dScanner const& scanner);
 /// Why pixels have no point, in words: "90 dark, 10 noCode", the most frequent reasons first.
 std::string reasonText(mv::ScanCounts const& counts);
 
+/// The same as an object: how many pixels of every reason.
+nlohmann::json notMeasuredReport(mv::ScanCounts const& counts);
+
 /// Where the points of a cloud lie: "origin" and "size", mm.
 nlohmann::json boxReport(mv::PointCloud const& cloud);
 

@@ -11,6 +11,7 @@
 #include "core/pi.hpp"
 #include "sl/decode/doubtful_growth.hpp"
 #include "sl/decode/segments.hpp"
+#include "sl/decode/stripe_bridging.hpp"
 #include "sl/unwrap/order_growth.hpp"
 
 namespace vorn::mv::sl {
@@ -39,8 +40,11 @@ AxisDecoding::AxisDecoding(PatternSet const& set, ReadingPlan const& plan, Decod
       constexpr float ofThree = 0.06F;
       constexpr float ofMore = 0.03F;
       float const spread = design.equations.inverse(0).matrix(1, 1);
-      fringes_.push_back({i, static_cast<float>(design.fringe.period), std::sqrt(spread),
-                          design.equations.size() <= 3 ? ofThree : ofMore});
+      fringes_.push_back({i,
+                          static_cast<float>(design.fringe.period),
+                          std::sqrt(spread),
+                          design.equations.size() <= 3 ? ofThree : ofMore,
+                          {}});
     }
   }
   std::sort(fringes_.begin(), fringes_.end(), [](Own const& a, Own const& b) { return a.period < b.period; });
@@ -69,7 +73,7 @@ void AxisDecoding::chooseNoise(cv::Size size) {
     noise_ = LevelNoise(static_cast<float>(settings_.noise));
   } else if (fringes_.empty()) {
     // Bits alone tell nothing of it.
-    constexpr float usual = 1.0F / 128.0F;
+    constexpr float usual = 1.0F / 256.0F;
     float const white = reading_.range().white;
     noise_ = LevelNoise(white < std::numeric_limits<float>::max() ? usual * white : 0.0F);
   } else {
@@ -104,8 +108,14 @@ void AxisDecoding::loadSamples(int row, Room& room) {
     float const* const phase = maps.phase[row];
     float const* const precision = maps.precision[row];
     uchar const* const level = maps.level[row];
+    StepError const& error = fringes_[i].error;
     for (std::size_t x = 0; x < width; ++x) {
-      room.samples.turns[i][x] = phase[x] * perTurn;
+      float const turns = phase[x] * perTurn;
+      room.samples.turns[i][x] = turns;
+      if (error.steps != 0 && turns >= 0.0F) {
+        float const right = turns - static_cast<float>(error.at(static_cast<double>(turns)));
+        room.samples.turns[i][x] = right - std::floor(right);
+      }
       room.samples.sigma[i][x] = noise_.at(level[x]) * perTurn / std::max(precision[x], 1e-6F);
     }
   }
@@ -134,8 +144,7 @@ void AxisDecoding::loadCode(int row, RowCode& code) const {
   }
 }
 
-CodePlace AxisDecoding::placeOf(RowCode const& code, std::size_t x, float noise) const {
-  float const certain = certainDeviations * noise;
+CodePlace AxisDecoding::placeOf(RowCode const& code, std::size_t x, float certain) const {
   return words_[0].place(code.word[x], code.weakest[x], code.margin[x] > certain, code.second[x] > certain);
 }
 
@@ -156,7 +165,7 @@ uchar AxisDecoding::closedState(int row, int x) const {
 
 /// From the stripe to the fringe that is at least as wide, and from there to ever finer ones.
 bool AxisDecoding::orderByCode(Room const& room, std::size_t x, float noise, int& order) const {
-  CodePlace const place = placeOf(room.code, x, noise);
+  CodePlace const place = placeOf(room.code, x, certainDeviations * noise);
   if (place.kind == CodePlace::Unknown) {
     return false;
   }
@@ -166,10 +175,11 @@ bool AxisDecoding::orderByCode(Room const& room, std::size_t x, float noise, int
   float turns = room.samples.turns[i][x];
   float whole = nearest(place.position / period - turns);
   float coordinate = period * (turns + whole);
-  // A tenth of a fringe is left for noise and for what blur does to the edges of stripes.
-  constexpr float mostOfPeriod = 0.4F;
+  // What blur does to the edges of stripes is some tenths of a projector pixel.
+  constexpr float mostGuard = 0.1F;
   constexpr float beyondEdge = 0.2F;
-  float const reach = period * (mostOfPeriod - 3.0F * room.samples.sigma[i][x]);
+  float const guard = std::min(mostGuard * period, 1.0F + 0.02F * period);
+  float const reach = 0.5F * period - guard - 3.0F * period * room.samples.sigma[i][x];
   float const limit = place.kind == CodePlace::Border
                           ? reach
                           : std::min(reach, 0.5F * words_[0].cell() + beyondEdge * period);
@@ -215,7 +225,8 @@ void AxisDecoding::decideRow(int row, Room& room, ScanMaps& maps) {
   for (int x = 0; x < width; ++x) {
     orders[x] = noOrder;
     state[x] = closedState(row, x);
-    wrapped[x] = state[x] == pixel_state::clipped ? noPhase : finest.phase(row, x);
+    float const phase = room.samples.turns[0][static_cast<std::size_t>(x)] * twoPiFloat;
+    wrapped[x] = state[x] == pixel_state::clipped ? noPhase : phase;
     if (!pixel_state::isOpen(state[x])) {
       continue;
     }
@@ -272,6 +283,78 @@ void AxisDecoding::combine(Room const& room, std::size_t x, bool isGrown, float&
   sigma = 1.0F / std::sqrt(weights);
 }
 
+/// Where stripes are as wide as the finest fringe, both end at one place, and what is uncertain there lies
+/// between trusted pixels.
+void AxisDecoding::bridgeStripes(ScanMaps& maps, Progress const& progress) const {
+  if (words_.empty() || codeFringe_ != 0 || words_[0].cell() != fringes_[0].period) {
+    return;
+  }
+  constexpr int reach = 16; // camera pixels, as of the scanner's own decoder
+  ScanDecodingSettings settings;
+  settings.period = static_cast<int>(std::lround(fringes_[0].period));
+  settings.rules.codeCheck = false;
+  parallelRows(maps.size().height, bandRows, progress, "decoding", [&](int first, int end) {
+    StripeBridging bridging(settings, reach, maps);
+    for (int y = first; y < end; ++y) {
+      bridging.alongRow(y);
+    }
+  });
+  int const blocks = (maps.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
+  parallelRows(blocks, [&](int first, int end) {
+    StripeBridging bridging(settings, reach, maps);
+    for (int block = first; block < end; ++block) {
+      bridging.alongColumns(block);
+    }
+  });
+}
+
+/// From pixels whose orders are trusted: three and four steps take what gamma makes for phase.
+void AxisDecoding::findStepErrors(ScanMaps const& maps) {
+  std::vector<double> periods;
+  std::vector<int> steps;
+  for (Own const& own : fringes_) {
+    FringeDesign const& design = plan_.fringes[own.index];
+    int const count = static_cast<int>(design.equations.size());
+    constexpr int mostSteps = 4;
+    bool const isEven = design.source == NoiseSource::Means || design.source == NoiseSource::Excess;
+    periods.push_back(design.fringe.period);
+    steps.push_back(isEven && count <= mostSteps ? count : 0);
+  }
+  if (!settings_.correctsHarmonics || periods.size() < 2 ||
+      std::all_of(steps.begin(), steps.end(), [](int count) { return count == 0; })) {
+    return;
+  }
+  constexpr int enough = 40000; // pixels
+  cv::Size const size = maps.size();
+  int const apart = std::max(1, static_cast<int>(std::sqrt(static_cast<double>(size.area()) / enough)));
+  std::vector<AgreementSample> samples;
+  Room room;
+  for (int y = 0; y < size.height; y += apart) {
+    loadSamples(y, room);
+    for (int x = 0; x < size.width; x += apart) {
+      if (maps.state.inner(y, x) != pixel_state::trusted) {
+        continue;
+      }
+      auto const at = static_cast<std::size_t>(x);
+      AgreementSample sample;
+      double const first =
+          periods[0] * (static_cast<double>(room.samples.turns[0][at]) + maps.order.inner(y, x));
+      for (std::size_t i = 0; i < periods.size(); ++i) {
+        auto const turns = static_cast<double>(room.samples.turns[i][at]);
+        sample.turns.push_back(turns);
+        sample.coordinates.push_back(periods[i] * (turns + std::nearbyint(first / periods[i] - turns)));
+      }
+      samples.push_back(std::move(sample));
+    }
+  }
+  std::vector<StepError> const errors = stepErrors(periods, steps, samples);
+  for (std::size_t i = 0; i < errors.size(); ++i) {
+    // Below that it is noise that would be taken off.
+    constexpr double least = 0.002;
+    fringes_[i].error = errors[i].largest() >= least ? errors[i] : StepError();
+  }
+}
+
 void AxisDecoding::finishRow(int row, Room& room, ScanMaps& maps, AxisResult& result) {
   loadSamples(row, room);
   bool const hasCode = !words_.empty();
@@ -286,11 +369,11 @@ void AxisDecoding::finishRow(int row, Room& room, ScanMaps& maps, AxisResult& re
     sigma = notANumber;
     if (pixel_state::isKnown(state[x])) {
       auto const at = static_cast<std::size_t>(x);
-      bool const isGrown = state[x] == pixel_state::grown;
+      bool const isGrown = state[x] != pixel_state::trusted;
       coordinate =
           fringes_[0].period * (room.samples.turns[0][at] + static_cast<float>(maps.order.inner(row, x)));
       if (isGrown && hasCode) {
-        CodePlace const place = placeOf(room.code, at, noiseAt(row, x));
+        CodePlace const place = placeOf(room.code, at, certainDeviations * noiseAt(row, x));
         constexpr float beyondEdge = 0.25F;
         float const widest = std::max(words_[0].cell(), fringes_[0].period);
         float const limit = 0.5F * words_[0].cell() + beyondEdge * widest;
@@ -315,7 +398,9 @@ void AxisDecoding::finishRow(int row, Room& room, ScanMaps& maps, AxisResult& re
 void AxisDecoding::readStripes(int row, RowCode& code, AxisResult& result) {
   loadCode(row, code);
   float const noise = noise_.overall();
-  float const certain = certainDeviations * noise;
+  // A bit that errs costs a stripe's width, not a fringe's; fine stripes are faint.
+  constexpr float deviations = 2.0F;
+  float const certain = deviations * noise;
   float const cell = words_[0].cell();
   float* const modulation = reading_.modulation()[row];
   for (int x = 0; x < result.coordinate.cols; ++x) {
@@ -325,7 +410,7 @@ void AxisDecoding::readStripes(int row, RowCode& code, AxisResult& result) {
       range = std::max(range, reading_.code(i).range(row, x));
     }
     modulation[x] = std::min(modulation[x], range);
-    CodePlace const place = placeOf(code, at, noise);
+    CodePlace const place = placeOf(code, at, certain);
     // Across a border the difference falls evenly from certain to certain.
     float const coordinate =
         place.kind == CodePlace::Border
@@ -378,9 +463,14 @@ AxisResult AxisDecoding::run(Progress const& progress) {
   ScanMaps maps;
   if (!fringes_.empty()) {
     maps.create(size);
-    forRows(progress.part(0.0, 0.4), [&](int y, Room& room) { decideRow(y, room, maps); });
+    forRows(progress.part(0.0, 0.3), [&](int y, Room& room) { decideRow(y, room, maps); });
+    findStepErrors(maps);
+    if (std::any_of(fringes_.begin(), fringes_.end(), [](Own const& own) { return own.error.steps != 0; })) {
+      forRows(progress.part(0.3, 0.4), [&](int y, Room& room) { decideRow(y, room, maps); });
+    }
     if (settings_.usesNeighbours) {
-      growOrders({maps, CodeCheck(1), false}, progress.part(0.4, 0.7));
+      bridgeStripes(maps, progress.part(0.4, 0.45));
+      growOrders({maps, CodeCheck(1), false}, progress.part(0.45, 0.7));
       dropDoubtfulGrowth(maps, progress.part(0.7, 0.75));
     }
   }
@@ -398,7 +488,8 @@ AxisResult AxisDecoding::run(Progress const& progress) {
     result.fringes.push_back({design.fringe.axis, design.fringe.period,
                               static_cast<int>(design.fringe.images.size()),
                               isShown && tally.power > 0.0 ? tally.harmonic / tally.power
-                                                           : std::numeric_limits<double>::quiet_NaN()});
+                                                           : std::numeric_limits<double>::quiet_NaN(),
+                              own.error.largest()});
     reading_.fringe(own.index) = {};
   }
   for (std::size_t const code : codes_) {

@@ -11,6 +11,7 @@
 #include "sl/patterns/code_word.hpp"
 #include "sl/patterns/order_search.hpp"
 #include "sl/patterns/pattern_reading.hpp"
+#include "sl/patterns/step_error.hpp"
 
 namespace vorn::mv::sl {
 
@@ -39,6 +40,7 @@ private:
     float period;
     float amplitudeOfPrecision; ///< the one is so many times the other where nothing is clipped
     float tolerance;            ///< deviation that is not noise, in parts of the period
+    StepError error;            ///< that is taken off
   };
   /// The bits of a row as the best exposure shows them.
   struct RowCode {
@@ -56,7 +58,9 @@ private:
   void chooseNoise(cv::Size size);
   void loadSamples(int row, Room& room);
   void loadCode(int row, RowCode& code) const;
-  CodePlace placeOf(RowCode const& code, std::size_t x, float noise) const;
+  void bridgeStripes(ScanMaps& maps, Progress const& progress) const;
+  void findStepErrors(ScanMaps const& maps);
+  CodePlace placeOf(RowCode const& code, std::size_t x, float certain) const;
   void decideRow(int row, Room& room, ScanMaps& maps);
   bool orderByCode(Room const& room, std::size_t x, float noise, int& order) const;
   static bool orderBySearch(Room const& room, std::size_t x, int& order);

@@ -33,6 +33,9 @@ struct DecodeSettings {
   /// Whether pixels whose own images do not tell the order of their fringe for certain take it from their
   /// neighbours.
   bool usesNeighbours = true;
+  /// Whether what fringes of three and four steps and several periods disagree about, where projector and
+  /// camera are not linear, is measured and taken off.
+  bool correctsHarmonics = true;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -46,6 +49,8 @@ struct FringeFigures {
   /// Second harmonic of the brightness in parts of the first, as projector and camera that are not linear
   /// make it; of gamma 2.2 it is 0.29. NaN where the steps do not show it: below four, or not evenly spread.
   double secondHarmonic = 0.0;
+  /// Largest error of the phase that was taken off by `DecodeSettings::correctsHarmonics`, parts of a period.
+  double corrected = 0.0;
 };
 
 /// What `decode_patterns` returns. The matrices are as large as the images.
@@ -78,7 +83,8 @@ struct DecodedPatterns {
 /// harmonic that a gamma does not make; of three steps from how the mean level changes from pixel to pixel,
 /// which texture makes too large.
 ///
-/// Working memory: 40 bytes a pixel and 9 more for every period of an axis.
+/// Working memory: for each axis 9 bytes a pixel for every period, 13 for bits at one exposure, and 16 that
+/// both axes use one after the other. The result takes 4 bytes a pixel, and 9 for each axis.
 /// @param set      as its `validate` allows
 /// @param images   one for each of `set.images`: CV_8UC1, CV_16UC1 or CV_32FC1, of one size and type
 /// @param observer asked between bands of rows
@@ -90,7 +96,7 @@ VORN_API DecodedPatterns decode_patterns(PatternSet const& set, std::vector<cv::
 /// The same with images that come one by one, none of which is kept: sums are. A bit image whose inverse,
 /// white, black, reference or fringes come later waits for them.
 ///
-/// Takes at most 60 bytes a pixel with three periods of four steps along both axes.
+/// With three periods of four steps along both axes it takes at most 61 bytes a pixel.
 class VORN_API PatternDecoder {
 public:
   /// @throws Exception for a set that cannot be decoded, and for settings out of their range

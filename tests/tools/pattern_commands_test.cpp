@@ -1,0 +1,128 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+
+#include <vorn/core/json_file.hpp>
+#include <vorn/mv/sl/pattern_set.hpp>
+
+#include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
+#include "tools/files/image_files.hpp"
+
+namespace vorn::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+using test::run;
+using test::ToolOutcome;
+
+class PatternCommands : public testing::Test {
+protected:
+  std::string path(std::string const& name) const { return (folder_.path() / name).string(); }
+
+  /// What a camera sees that looks straight at the projector's image, at half of its light.
+  void capture(std::string const& patterns) const {
+    for (auto const& entry : fs::directory_iterator(patterns)) {
+      if (entry.path().extension() == ".png") {
+        cv::Mat const shown = cv::imread(entry.path().string(), cv::IMREAD_GRAYSCALE);
+        writeImage(entry.path().string(), shown * 0.5 + 20);
+      }
+    }
+  }
+
+  ToolOutcome makeSet(std::vector<std::string> const& more) const {
+    std::vector<std::string> arguments{"patterns", path("set"), "--width", "160", "--height", "90", "--set"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run(arguments);
+  }
+
+  /// The largest difference of a decoded map to the pixel's own place.
+  static double worst(std::string const& map, bool isColumn) {
+    cv::Mat_<float> const found = cv::imread(map, cv::IMREAD_UNCHANGED);
+    double most = found.empty() ? 1e9 : 0.0;
+    for (int y = 0; y < found.rows; ++y) {
+      for (int x = 0; x < found.cols; ++x) {
+        most = std::max(most, std::fabs(static_cast<double>(found(y, x)) - (isColumn ? x : y)));
+      }
+    }
+    return most;
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+TEST_F(PatternCommands, WhatIsWrittenIsDecodedToThePlacesOfThePixels) {
+  for (std::string const& name : mv::PatternSet::builtInNames()) {
+    fs::remove_all(path("set"));
+    ASSERT_EQ(makeSet({name}).status, 0) << name;
+    capture(path("set"));
+    ToolOutcome const outcome =
+        run({"decode", path("set"), "-o", path("maps"), "--column", path("c.png"), "--json"});
+    ASSERT_EQ(outcome.status, 0) << name << outcome.errors;
+    auto const report = nlohmann::json::parse(outcome.output);
+    EXPECT_GT(report["decoded"].get<int>(), 160 * 90 * 0.9) << name;
+    for (bool const isColumn : {true, false}) {
+      cv::Mat const map =
+          cv::imread(path(isColumn ? "maps/column.tiff" : "maps/row.tiff"), cv::IMREAD_UNCHANGED);
+      cv::Mat_<float> known = map.clone();
+      for (int y = 0; y < known.rows; ++y) {
+        for (int x = 0; x < known.cols; ++x) {
+          // The very first column and row may fall before the projector's image.
+          known(y, x) = known(y, x) < 0 ? static_cast<float>(isColumn ? x : y) : known(y, x);
+        }
+      }
+      writeImage(path("known.tiff"), known);
+      EXPECT_LT(worst(path("known.tiff"), isColumn), 0.1) << name;
+    }
+    EXPECT_TRUE(fs::exists(path("c.png")));
+  }
+}
+
+TEST_F(PatternCommands, DescriptionsByHandTakeListsAndPatterns) {
+  ASSERT_EQ(makeSet({"gray-phase", "--axes", "columns", "--steps", "3", "--period", "16"}).status, 0);
+  capture(path("set"));
+  // 3 steps and 5 bits of cells of 8 pixels with inverses.
+  writeJsonFile(path("mine.json"), nlohmann::json::parse(R"({"projector": [160, 90], "images": [
+    {"role": "phase", "axis": "column", "period": 16, "files": "pattern_0[0-2].png"},
+    {"role": "gray", "axis": "column", "cell": 8, "inverse": "each", "files":
+      ["pattern_03.png", "pattern_04.png", "pattern_05.png", "pattern_06.png", "pattern_07.png",
+       "pattern_08.png", "pattern_09.png", "pattern_10.png", "pattern_11.png", "pattern_12.png"]}]})"));
+  ASSERT_EQ(run({"decode", path("set"), "-o", path("own")}).status, 0);
+  ASSERT_EQ(run({"decode", path("set"), "--patterns", path("mine.json"), "-o", path("mine")}).status, 0);
+  EXPECT_EQ(cv::norm(cv::imread(path("own/column.tiff"), cv::IMREAD_UNCHANGED),
+                     cv::imread(path("mine/column.tiff"), cv::IMREAD_UNCHANGED), cv::NORM_INF),
+            0.0);
+}
+
+TEST_F(PatternCommands, FailuresNameFileAndMember) {
+  ASSERT_EQ(makeSet({"gray"}).status, 0);
+  auto const expectFailure = [&](std::string const& part) {
+    ToolOutcome const outcome = run({"decode", path("set")});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.errors.find(part), std::string::npos) << outcome.errors;
+    EXPECT_EQ(std::count(outcome.errors.begin(), outcome.errors.end(), '\n'), 1) << outcome.errors;
+  };
+  fs::remove(path("set/pattern_03.png"));
+  expectFailure("pattern_03.png");
+  auto json = readJsonFile(path("set/pattern_set.json"));
+  json["images"][2]["inverce"] = true;
+  writeJsonFile(path("set/pattern_set.json"), json);
+  expectFailure("did you mean \"inverse\"");
+  fs::remove(path("set/pattern_set.json"));
+  expectFailure("pattern_set.json");
+  EXPECT_EQ(makeSet({"grey"}).status, 1);
+  EXPECT_EQ(run({"patterns", path("p"), "--width", "64", "--height", "48", "--steps", "5"}).status, 2);
+}
+
+} // namespace
+} // namespace vorn::tools
