@@ -55,11 +55,9 @@ struct Light {
   double noise = 1;       ///< standard deviation
 };
 
-/// The captured stack of 13 images: defocus of 0.7 projector pixels, a little light from elsewhere.
-inline std::vector<cv::Mat> capturedStack(cv::Size const& camera, Light const& light = {}) {
-  std::vector<cv::Mat> columns;
-  std::vector<cv::Mat> rows;
-  mv::generate_ps4_patterns(columns, rows, projectorSize);
+/// Images of patterns that code columns: defocus of 0.7 projector pixels, a little light from elsewhere.
+inline std::vector<cv::Mat> captured(std::vector<cv::Mat> const& columns, cv::Size const& camera,
+                                     Light const& light = {}) {
   std::vector<cv::Mat> stack;
   cv::Mat_<double> seen(camera);
   for (int y = 0; y < seen.rows; ++y) {
@@ -87,6 +85,14 @@ inline std::vector<cv::Mat> capturedStack(cv::Size const& camera, Light const& l
     stack.push_back(image);
   }
   return stack;
+}
+
+/// The captured stack of 13 images.
+inline std::vector<cv::Mat> capturedStack(cv::Size const& camera, Light const& light = {}) {
+  std::vector<cv::Mat> columns;
+  std::vector<cv::Mat> rows;
+  mv::generate_ps4_patterns(columns, rows, projectorSize);
+  return captured(columns, camera, light);
 }
 
 /// A stack of 13 images without any pattern.

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/scanner/scan.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 #include <string>
@@ -12,6 +13,7 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/geometry/transform.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
@@ -126,6 +128,47 @@ PointCloud cloudOf(ScanResult const& result, cv::Mat const& white, Progress cons
   return cloud;
 }
 
+MapCoordinate coordinateOf(Sl3dScanner const& scanner) {
+  IEnum const& type = scanner.getProperty("ScannerType");
+  return type.getIndex() == scanner::ScannerType::Horizontal ? MapCoordinate::Column : MapCoordinate::Row;
+}
+
+/// The points of a map in the frame of the scanner's pose, smoothed as its properties say.
+cv::Mat_<cv::Vec3f> placedPoints(Sl3dScanner& scanner, cv::Mat_<float> const& map, Progress const& progress) {
+  Sl3dScanner const& self = scanner;
+  sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(scanner, progress.part(0.0, 0.4));
+  cv::Mat_<cv::Vec3f> xyz = pointsInCamera(setup, map, coordinateOf(self), progress.part(0.4, 0.6));
+  int const blurRadius = self["PointcloudBlurRadius"];
+  if (blurRadius > 0) {
+    blurMeasured(xyz, blurRadius, progress.part(0.6, 0.8));
+  }
+  if (self.getPose() != cv::Matx44d::eye()) {
+    movePoints(xyz, self.getPose(), progress.part(0.8, 1.0));
+  }
+  return xyz;
+}
+
+/// Grey levels from the modulation: white is what one pixel in a hundred exceeds.
+cv::Mat textureOf(cv::Mat_<float> const& modulation, cv::Mat_<uchar> const& mask) {
+  std::vector<float> values;
+  for (int y = 0; y < mask.rows; ++y) {
+    for (int x = 0; x < mask.cols; ++x) {
+      if (mask(y, x) == static_cast<uchar>(PixelReason::Measured)) {
+        values.push_back(modulation(y, x));
+      }
+    }
+  }
+  cv::Mat texture = cv::Mat::zeros(mask.size(), CV_8UC1);
+  if (!values.empty()) {
+    constexpr double brightest = 0.99;
+    auto const at =
+        values.begin() + static_cast<std::ptrdiff_t>(brightest * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    modulation.convertTo(texture, CV_8U, *at > 0.0F ? 255.0 / static_cast<double>(*at) : 0.0);
+  }
+  return texture;
+}
+
 } // namespace
 
 void ScanSettings::check() const {
@@ -152,19 +195,7 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   result.times.decode = timer.toc();
 
   timer.tic();
-  Sl3dScanner const& self = scanner;
-  IEnum const& type = self.getProperty("ScannerType");
-  MapCoordinate const coordinate =
-      type.getIndex() == scanner::ScannerType::Horizontal ? MapCoordinate::Column : MapCoordinate::Row;
-  sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(scanner, progress.part(0.6, 0.7));
-  result.xyz = pointsInCamera(setup, result.map, coordinate, progress.part(0.7, 0.75));
-  int const blurRadius = self["PointcloudBlurRadius"];
-  if (blurRadius > 0) {
-    blurMeasured(result.xyz, blurRadius, progress.part(0.75, 0.8));
-  }
-  if (self.getPose() != cv::Matx44d::eye()) {
-    movePoints(result.xyz, self.getPose(), progress.part(0.8, 0.85));
-  }
+  result.xyz = placedPoints(scanner, result.map, progress.part(0.6, 0.85));
   result.times.triangulate = timer.toc();
 
   timer.tic();
@@ -181,6 +212,41 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   progress.at(makingCloud, 0.95);
   cv::Mat const white = settings.makeTexture ? sl::whiteLevel(images) : cv::Mat();
   result.cloud = cloudOf(result, white, progress.part(0.95, 1.0));
+  progress.at(makingCloud, 1.0);
+  result.times.rest = timer.toc();
+  return result;
+}
+
+ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded, ScanSettings const& settings,
+                       Observer* observer) {
+  Library::assertValid();
+  settings.check();
+  checkScanner(scanner);
+  bool const isColumn = coordinateOf(scanner) == MapCoordinate::Column;
+  cv::Mat_<float> const& map = isColumn ? decoded.column : decoded.row;
+  if (map.empty()) {
+    throw error(std::string("The patterns code no ") + (isColumn ? "columns" : "rows") +
+                    ", which the scanner's \"ScannerType\" asks for",
+                "scan");
+  }
+  checkImages(scanner, {map});
+  Progress const progress(observer);
+  ScanResult result;
+  Timer timer;
+  result.map = map.clone();
+  result.mask = decoded.mask.clone();
+  result.xyz = placedPoints(scanner, result.map, progress.part(0.0, 0.7));
+  result.times.triangulate = timer.toc();
+  timer.tic();
+  if (settings.makeModulation) {
+    result.modulation = decoded.modulation.clone();
+  }
+  if (settings.makeSigma) {
+    result.sigma = (isColumn ? decoded.sigmaColumn : decoded.sigmaRow).clone();
+  }
+  finishMask(result, progress.part(0.7, 0.8));
+  cv::Mat const white = settings.makeTexture ? textureOf(decoded.modulation, result.mask) : cv::Mat();
+  result.cloud = cloudOf(result, white, progress.part(0.8, 1.0));
   progress.at(makingCloud, 1.0);
   result.times.rest = timer.toc();
   return result;

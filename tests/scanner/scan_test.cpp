@@ -10,6 +10,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <vorn/core/observer.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
 
 #include "scanner/scan_points.hpp"
 #include "sim/map_comparison.hpp"
@@ -270,6 +271,45 @@ TEST(Scan, RefusesWhatCannotBeMeasured) {
     bad.read(json);
     expectError([&] { scan(bad, demoImages()); }, "The scanner's projector sees ");
   }
+}
+
+/// What the rig's camera captures of a set decodes to the true coordinates, and to points as near to the
+/// truth as those of the scanner's own sequence.
+TEST(ScanDecoded, PointsOfAnySetAreThoseOfTheScene) {
+  sim::Rig const rig = smallRig();
+  sim::ProjectorView const view(rig.camera, rig.projector, sim::demoScene());
+  sim::Truth const truth = sim::truth(rig.camera, rig.projector, sim::demoScene());
+  Sl3dScanner scanner = scannerOf(rig);
+  auto const meanError = [&](ScanResult const& result) {
+    double sum = 0.0;
+    double count = 0.0;
+    for (int y = 0; y < result.xyz.rows; ++y) {
+      for (int x = 0; x < result.xyz.cols; ++x) {
+        double const apart = cv::norm(result.xyz(y, x) - truth.x_in_cam(y, x));
+        if (apart < 5.0) { // false for a NaN, too
+          sum += apart;
+          ++count;
+        }
+      }
+    }
+    EXPECT_GT(count, 0.5 * static_cast<double>(result.xyz.total()));
+    return sum / count;
+  };
+  double const own = meanError(scan(scanner, demoImages()));
+  for (char const* const name : {"gray-phase", "multi-frequency"}) {
+    PatternSetOptions options;
+    options.axes = PatternAxes::Columns;
+    PatternSet const set = PatternSet::builtIn(name, rig.projector.device.resolution(), options);
+    DecodedPatterns const decoded = decode_patterns(set, view.capture(set.generate()));
+    ScanResult const result = scanDecoded(scanner, decoded);
+    // Fringes twice or four times as long have so much more noise.
+    EXPECT_LT(meanError(result), (name[0] == 'g' ? 2.0 : 4.0) * 1.3 * own) << name;
+    EXPECT_TRUE(areSame(result.map, decoded.column));
+    EXPECT_EQ(result.counts.points, static_cast<std::size_t>(cv::countNonZero(result.mask == 0)));
+    EXPECT_EQ(result.cloud.presentCount(), result.counts.points);
+  }
+  scanner["ScannerType"] = Type(Type::Vertical);
+  expectError([&] { scanDecoded(scanner, DecodedPatterns()); }, "code no rows");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -10,6 +11,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/core/timer.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
@@ -20,6 +22,7 @@
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
 #include "tools/report/figure_options.hpp"
@@ -185,13 +188,64 @@ void runLaser(ScanOptions const& options, Report& report) {
   std::cout << '\n';
 }
 
+/// Images of the scanner's own sequence, or of the set that a description in the folder tells of.
+struct Captured {
+  std::vector<cv::Mat> images;
+  std::optional<PatternFolder> described;
+};
+
+void declareInputs(ScanOptions const& options, Captured const& captured, std::string const& prefix,
+                   Report& report) {
+  std::vector<std::string> inputs;
+  if (captured.described) {
+    inputs = {options.calibration, captured.described->description};
+    inputs.insert(inputs.end(), captured.described->paths.begin(), captured.described->paths.end());
+    if (!options.assignments.empty()) {
+      report.warn("images of a pattern set are decoded without the scanner's properties; of those given "
+                  "with --set the ones of decoding have no effect");
+    }
+  } else {
+    inputs = inputsOf(options, prefix);
+  }
+  report.declare(inputs, {options.out, options.xyz, options.map, options.preview});
+}
+
+void readCaptured(ScanOptions const& options, std::string const& prefix, Captured& captured) {
+  captured.images = watched([&](Observer* bar) {
+    return captured.described ? readPatternImages(*captured.described, bar)
+                              : readSequence(options.folder, prefix, readGrayImage, bar);
+  });
+  if (captured.images.empty()) {
+    throw Exception(options.folder + " has no pictures " + prefix + "_00.png, " + prefix + "_01.png, ..." +
+                        hint(options.folder, prefix),
+                    nullptr, 0, "scan");
+  }
+}
+
+mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::ScanSettings const& settings) {
+  if (!captured.described) {
+    return watched([&](Observer* bar) { return mv::scan(scanner, captured.images, settings, bar); });
+  }
+  Timer timer;
+  mv::DecodedPatterns const decoded = watched(
+      [&](Observer* bar) { return mv::decode_patterns(captured.described->set, captured.images, {}, bar); });
+  double const decodeTime = timer.toc();
+  mv::ScanResult result =
+      watched([&](Observer* bar) { return mv::scanDecoded(scanner, decoded, settings, bar); });
+  result.times.decode = decodeTime;
+  return result;
+}
+
 void runPattern(ScanOptions const& options, Report& report) {
   checkInputFile(options.calibration);
   mv::Sl3dScanner scanner;
   load(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
-  report.declare(inputsOf(options, sequencePrefix(scanner)),
-                 {options.out, options.xyz, options.map, options.preview});
+  Captured captured;
+  if (fs::exists(patternSetPath(options.folder))) {
+    captured.described = readPatternFolder(options.folder, "");
+  }
+  declareInputs(options, captured, sequencePrefix(scanner), report);
   report.addProperties(scanner);
   checkFigurePath(options.preview);
   checkFigurePath(options.map);
@@ -203,22 +257,14 @@ void runPattern(ScanOptions const& options, Report& report) {
   }
 
   Timer timer;
-  std::vector<cv::Mat> const images = watched([&](Observer* bar) {
-    return readSequence(options.folder, sequencePrefix(scanner), readGrayImage, bar);
-  });
+  readCaptured(options, sequencePrefix(scanner), captured);
   double const readTime = timer.toc();
-  if (images.empty()) {
-    throw Exception(options.folder + " has no pictures " + sequencePrefix(scanner) + "_00.png, " +
-                        sequencePrefix(scanner) + "_01.png, ..." +
-                        hint(options.folder, sequencePrefix(scanner)),
-                    nullptr, 0, "scan");
-  }
   mv::ScanSettings settings;
   bool const isTextured = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
   settings.makeTexture = isTextured || report.isPageWanted();
   settings.makeModulation = report.isPageWanted();
   settings.makeSigma = report.isPageWanted();
-  mv::ScanResult result = watched([&](Observer* bar) { return mv::scan(scanner, images, settings, bar); });
+  mv::ScanResult result = scanOf(scanner, captured, settings);
 
   if (result.counts.points == 0) {
     if (report.isPageWanted()) {
@@ -255,11 +301,11 @@ void runPattern(ScanOptions const& options, Report& report) {
   }
   double const writeTime = timer.toc();
   report.add(scanReport(result));
-  report["images"] = images.size();
+  report["images"] = captured.images.size();
   report["times"]["read"] = readTime;
   report["times"]["write"] = writeTime;
-  std::cout << result.counts.points << " points from " << images.size() << " images of " << result.map.cols
-            << " x " << result.map.rows << '\n';
+  std::cout << result.counts.points << " points from " << captured.images.size() << " images of "
+            << result.map.cols << " x " << result.map.rows << '\n';
 }
 
 } // namespace
@@ -270,7 +316,7 @@ void addScanCommand(CLI::App& app) {
   command
       ->add_option("folder", options->folder,
                    "Folder with columns_00.png ... (rows_00.png ... for a vertical scanner), or with "
-                   "line_00.png ...")
+                   "line_00.png ..., or with pattern_set.json and the images that it names")
       ->required();
   command->add_option("--calib", options->calibration, "The calibrated scanner, a JSON file")->required();
   CLI::Option* laser = command->add_flag(

@@ -19,6 +19,7 @@ class Observer;
 namespace vorn::mv {
 
 class Sl3dScanner;
+struct DecodedPatterns;
 
 /// What a scan makes beside the points. What is decoded and how, the scanner's properties say.
 struct ScanSettings {
@@ -99,5 +100,17 @@ VORN_API ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& image
 /// the next scan.
 VORN_API ScanResult scan(Sl3dScanner const& scanner, std::vector<cv::Mat> const& images,
                          ScanSettings const& settings = {}, Observer* observer = nullptr);
+
+/// The points of what `decode_patterns` has decoded, from images of any pattern set, with the same scanner:
+/// its properties of decoding do not matter. The cloud's grey is the modulation, white what one pixel in a
+/// hundred exceeds; `ScanSettings::noise` does not matter.
+///
+/// Working memory: that of the first `Sl3dScanner::triangulate`, which the scanner keeps; the result as
+/// above.
+/// @param decoded of the camera's resolution, with the coordinate that "ScannerType" asks for
+/// @throws Exception for a scanner as above, and for maps of another size or coordinate; Cancelled when the
+///         observer stops it
+VORN_API ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded,
+                                ScanSettings const& settings = {}, Observer* observer = nullptr);
 
 } // namespace vorn::mv
