@@ -36,9 +36,21 @@ function wholeBox() {
   return box[0][0] <= box[1][0] ? box : null;
 }
 
+/** Whether the processor draws, which smooth edges would cost half of its time. */
+function isDrawnBySoftware() {
+  const probe = document.createElement("canvas").getContext("webgl");
+  const facts = probe && probe.getExtension("WEBGL_debug_renderer_info");
+  const name = facts ? String(probe.getParameter(facts.UNMASKED_RENDERER_WEBGL)) : "";
+  const release = probe && probe.getExtension("WEBGL_lose_context");
+  if (release) {
+    release.loseContext();
+  }
+  return /swiftshader|llvmpipe|software|basic render/i.test(name);
+}
+
 /** A renderer, or null where the browser has no WebGL. */
 function makeRenderer(canvas) {
-  const attributes = {antialias: true, alpha: true, preserveDrawingBuffer: false};
+  const attributes = {antialias: !isDrawnBySoftware(), alpha: true, preserveDrawingBuffer: false};
   const context = canvas.getContext("webgl", attributes);
   if (!context) {
     return null;
@@ -80,6 +92,7 @@ class View {
     this.labels = new Labels(byId("labels"));
     this.picks = [];
     this.lastFrame = NaN;
+    this.pause = 250;
     this.size = 1.5;
     this.addClouds();
     // A machine has to show that it is fast before it is asked for all points at once.
@@ -133,7 +146,7 @@ class View {
     this.rest = setTimeout(() => {
       this.isMoving = false;
       this.draw();
-    }, 200);
+    }, this.pause);
     this.draw();
   }
 
@@ -152,7 +165,9 @@ class View {
   watchSpeed(time) {
     const frame = time - this.lastFrame;
     this.lastFrame = this.isMoving ? time : NaN;
-    const slow = 45; // ms
+    // Rest begins after a pause that is longer than a frame, or slow machines would draw all points in between.
+    this.pause = Math.min(Math.max(3 * (frame || 0), 250), 3000); // ms
+    const slow = 45;
     const fast = 25;
     if (frame > slow) {
       this.share = Math.max(this.share * Math.max(35 / frame, 0.1), this.least);
