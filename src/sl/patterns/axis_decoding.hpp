@@ -34,6 +34,10 @@ public:
   AxisResult run(Progress const& progress);
 
 private:
+  /// How far a bit must be from its threshold to be certain, in standard deviations: one in 30 000 is not
+  /// where it seems to be.
+  static constexpr float certainDeviations = 4.0F;
+
   /// A fringe of the axis; they are sorted, the finest one first.
   struct Own {
     std::size_t index; ///< in the plan
@@ -55,7 +59,7 @@ private:
     RowCode code;
   };
 
-  void chooseNoise(cv::Size size);
+  void chooseNoise();
   void loadSamples(int row, Room& room);
   void loadCode(int row, RowCode& code) const;
   void bridgeStripes(ScanMaps& maps, Progress const& progress) const;
