@@ -34,8 +34,10 @@ STOP_SECONDS = 15
 MOST_LOSSES = 50
 # A worker is left out when so many jobs in a row that failed there were done elsewhere: its disk may be full.
 MOST_BLAME = 3
-# Jobs share a task for about so long, but never more than so many.
+# Jobs share a task when they are shorter than this, or so many workers would ask for more tasks a second than a
+# scheduler hands out; but never more jobs than so many.
 TASK_SECONDS = 0.4
+MOST_TASKS_A_SECOND = 40
 MOST_SHARING = 32
 
 
@@ -60,7 +62,8 @@ def quiet_dask():
                      "distributed.scheduler.allowed-failures": 0, "distributed.comm.retry.count": 0,
                      # Dask measures itself for its own pages, with processor time that the jobs need.
                      "distributed.worker.profile.enabled": False, "distributed.admin.system-monitor.interval": "10s",
-                     "distributed.admin.system-monitor.disk": False, "distributed.worker.daemon": True})
+                     "distributed.admin.system-monitor.disk": False, "distributed.admin.tick.interval": "2s",
+                     "distributed.worker.daemon": True})
 
 
 class Cluster:
@@ -129,10 +132,11 @@ class Cluster:
 class Engine:
     """Runs orders to their end. `on_result(outcome)` is called once for each that was not stopped."""
 
-    def __init__(self, cluster, common, orders, on_result, on_tick, should_stop):
+    def __init__(self, cluster, common, orders, count, on_result, on_tick, should_stop):
         self.cluster = cluster
         self.common = common
         self.orders = iter(orders)
+        self.left = count
         self.on_result = on_result
         self.on_tick = on_tick
         self.should_stop = should_stop
@@ -167,17 +171,23 @@ class Engine:
                 flight.future.cancel()  # those it may go to are gone: it is handed over anew
 
     def hand_over(self, workers, is_exhausted):
-        room = 2 * sum(workers.values()) + 2 if workers else 0
+        threads = sum(workers.values())
+        room = 2 * threads + 2 if workers else 0
         while len(self.flying) < room:
             flight = self.again.popleft() if self.again else None
             if flight is None:
-                share = max(1, min(MOST_SHARING, int(TASK_SECONDS / self.job_seconds)))
-                orders = list(itertools.islice(self.orders, share)) if not is_exhausted else []
+                orders = list(itertools.islice(self.orders, self.share(threads))) if not is_exhausted else []
                 if not orders:
                     return True
+                self.left -= len(orders)
                 flight = Flight(orders)
             self.submit(flight, workers)
         return is_exhausted
+
+    def share(self, threads):
+        """How many jobs the next task has: fewer towards the end, so that all workers end together."""
+        wanted = max(TASK_SECONDS, threads / MOST_TASKS_A_SECOND) / self.job_seconds
+        return max(1, int(min(wanted, MOST_SHARING, self.left / (2 * threads))))
 
     def submit(self, flight, workers):
         left_out = {address for address in workers if self.blame[address] >= MOST_BLAME}

@@ -3,6 +3,8 @@
 """The command line of vorn-mv-batch."""
 
 import argparse
+import multiprocessing
+import multiprocessing.forkserver
 import os
 import shlex
 import signal
@@ -158,6 +160,10 @@ def work(batch, options):
 
 
 def run_jobs(batch, options, progress, stop):
+    if options.scheduler is None:
+        # The process whose forks the workers are reads Dask's code while this one does.
+        multiprocessing.get_context("forkserver").set_forkserver_preload(["distributed"])
+        multiprocessing.forkserver.ensure_running()
     # Late, because it takes its time, and a run with nothing to do needs none of it.
     from .engine import Cluster, Engine, quiet_dask
 
@@ -172,7 +178,7 @@ def run_jobs(batch, options, progress, stop):
             batch.take(outcome)
             progress.count(outcome["status"] == "failed")
 
-        Engine(cluster, batch.common(), batch.orders(), take, progress.tick, stop.is_set).run()
+        Engine(cluster, batch.common(), batch.orders(), len(batch.reasons), take, progress.tick, stop.is_set).run()
         progress.tick(len(cluster.workers()) if not cluster.is_lost() else 0, force=progress.is_terminal)
     finally:
         cluster.close()

@@ -24,10 +24,11 @@ import time
 
 BATCH = pathlib.Path(__file__).resolve().parents[2] / "batch" / "vorn-mv-batch"
 NOTHING = """#!/bin/sh
-case $1 in
+case $1$2 in
   --version) echo 1 ;;
   --help) printf 'Subcommands:\\n  scan  x\\n' ;;
-  scan) {work} ;;
+  scan--help) ;;
+  scan*) {work} ;;
 esac
 """
 PR_SET_CHILD_SUBREAPER = 36
