@@ -30,6 +30,8 @@ TICK_SECONDS = 0.25
 CONNECT_SECONDS = 5
 ASK_SECONDS = 1
 STOP_SECONDS = 15
+# What made a job fail may pass in this time, where only workers are left that it has failed on.
+AGAIN_SECONDS = 2
 # More than any poisonous job needs; only against a fault that hides what it does.
 MOST_LOSSES = 50
 # A worker is left out when so many jobs in a row that failed there were done elsewhere: its disk may be full.
@@ -49,6 +51,8 @@ class Flight:
     losses: int = 0
     shunned: set = field(default_factory=set)
     future: object = None
+    # When a worker that it failed on may have it again.
+    not_before: float = 0.0
     # The only workers that it may go to; empty for any.
     bound: set = field(default_factory=set)
 
@@ -174,7 +178,7 @@ class Engine:
         threads = sum(workers.values())
         room = 2 * threads + 2 if workers else 0
         while len(self.flying) < room:
-            flight = self.again.popleft() if self.again else None
+            flight = self.next_again(workers)
             if flight is None:
                 orders = list(itertools.islice(self.orders, self.share(threads))) if not is_exhausted else []
                 if not orders:
@@ -184,6 +188,15 @@ class Engine:
             self.submit(flight, workers)
         return is_exhausted
 
+    def next_again(self, workers):
+        """A flight to try again: at once where there is a worker that it has not failed on, and else after a while."""
+        now = time.monotonic()
+        for flight in self.again:
+            if flight.not_before <= now or not flight.shunned.issuperset(workers):
+                self.again.remove(flight)
+                return flight
+        return None
+
     def share(self, threads):
         """How many jobs the next task has: fewer towards the end, so that all workers end together."""
         wanted = max(TASK_SECONDS, threads / MOST_TASKS_A_SECOND) / self.job_seconds
@@ -192,10 +205,9 @@ class Engine:
     def submit(self, flight, workers):
         left_out = {address for address in workers if self.blame[address] >= MOST_BLAME}
         good = set(workers) - left_out
-        wanted = good - flight.shunned or good
-        is_bound = bool(left_out and good)
-        flight.bound = wanted if is_bound else set()
-        preference = {"workers": list(wanted), "allow_other_workers": not is_bound} if wanted != set(workers) else {}
+        wanted = good - flight.shunned or good or set(workers)
+        flight.bound = wanted if wanted != set(workers) else set()
+        preference = {"workers": list(flight.bound)} if flight.bound else {}
         key = f"{flight.orders[0]['name']}-{self.common['run']}-{next(self.numbers)}"
         flight.future = self.cluster.client.submit(run_task, self.common, flight.orders, key=key, pure=False, retries=0,
                                                    **preference)
@@ -241,7 +253,8 @@ class Engine:
         if outcome["status"] == "failed":
             order["failures"] += 1
             if order["failures"] < self.common["tries"] and outcome["line"]["error"]["cause"] != "lost":
-                self.again.append(Flight([order], shunned=shunned))
+                self.cluster.asked = -math.inf  # whether there are others by now
+                self.again.append(Flight([order], shunned=shunned, not_before=time.monotonic() + AGAIN_SECONDS))
                 return
         if outcome["status"] == "stopped":
             if not self.should_stop():  # by the mark of a run that was killed
@@ -255,7 +268,8 @@ class Engine:
         flight.losses += 1
         error = flight.future.exception() if flight.future.status == "error" else None
         if flight.losses < MOST_LOSSES and (error is None or isinstance(error, KilledWorker)):
-            self.again.append(flight)
+            # One by one from now on, so that a job of which workers die takes no others along again.
+            self.again.extend(Flight([order], flight.losses, flight.shunned) for order in flight.orders)
             return
         for order in flight.orders:
             self.on_result({"name": order["name"], "status": "failed", "line": None, "worker": None,
