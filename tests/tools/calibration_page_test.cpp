@@ -51,7 +51,8 @@ mv::CalibratedView viewAt(std::string const& name, cv::Vec3d const& turn, cv::Ve
 mv::CameraCalibration calibration() {
   mv::CameraCalibration result;
   result.object = camera();
-  result.views = {viewAt("pose_00", {0.3, -0.2, 0.1}, {5, -20, 400}), viewAt("pose_01", {-0.4, 0.1, 1.0}, {-30, 10, 500})};
+  result.views = {viewAt("pose_00", {0.3, -0.2, 0.1}, {5, -20, 400}),
+                  viewAt("pose_01", {-0.4, 0.1, 1.0}, {-30, 10, 500})};
   mv::CalibratedView blind;
   blind.name = "pose_02";
   blind.reason = "no target";
@@ -75,7 +76,8 @@ TEST(CalibrationPage, BoardsStandWhereTheTargetStood) {
   ASSERT_EQ(page.outlines.size(), 3U) << "two boards and the camera";
   cv::Matx33d rotation;
   cv::Rodrigues(cv::Vec3d(-0.4, 0.1, 1.0), rotation);
-  for (cv::Vec3d const& corner : {cv::Vec3d(0, 0, 0), cv::Vec3d(40, 0, 0), cv::Vec3d(40, 30, 0), cv::Vec3d(0, 30, 0)}) {
+  for (cv::Vec3d const& corner :
+       {cv::Vec3d(0, 0, 0), cv::Vec3d(40, 0, 0), cv::Vec3d(40, 30, 0), cv::Vec3d(0, 30, 0)}) {
     cv::Point3d const wanted(cv::Vec3d(rotation * corner + cv::Vec3d(-30, 10, 500)));
     EXPECT_LT(distanceTo(page.outlines[1].face, wanted), 0.02) << corner;
   }
