@@ -68,9 +68,13 @@ def open_page(driver, path):
 
 
 def settle(driver):
-    """Waits until what was asked for is drawn."""
-    driver.execute_async_script("const done = arguments[0];"
-                                "setTimeout(() => requestAnimationFrame(() => requestAnimationFrame(done)), 300)")
+    """Waits until what was asked for is drawn, with all points: fewer are while the view moves."""
+    driver.execute_async_script("""
+        const done = arguments[0];
+        const look = () => window.vornPage?.view?.isMoving
+          ? setTimeout(look, 50)
+          : requestAnimationFrame(() => requestAnimationFrame(done));
+        setTimeout(look, 300);""")
 
 
 def check_silence(driver, what):

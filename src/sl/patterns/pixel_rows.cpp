@@ -88,6 +88,31 @@ void readBit(float const* difference, float scale, int bit, int n, CodeRow const
   }
 }
 
+/// The arctangent of a ratio up to 1 by a polynomial up to tan(pi / 8) (S. L. Moshier, Cephes, atanf).
+VORN_TARGET_CLONES
+void findPolar(float const* sine, float const* cosine, int n, float* __restrict angle,
+               float* __restrict length) {
+  for (int x = 0; x < n; ++x) {
+    float const s = sine[x];
+    float const c = cosine[x];
+    float const as = std::fabs(s);
+    float const ac = std::fabs(c);
+    float const larger = std::max(as, ac);
+    float const ratio = std::min(as, ac) / std::max(larger, 1e-30F);
+    bool const isSteep = ratio > 0.41421356F;
+    float const t = isSteep ? (ratio - 1.0F) / (ratio + 1.0F) : ratio;
+    float const z = t * t;
+    float const series =
+        ((8.05374449538e-2F * z - 1.38776856032e-1F) * z + 1.99777106478e-1F) * z - 3.33329491539e-1F;
+    float const eighth = t + t * z * series + (isSteep ? 0.25F * piFloat : 0.0F);
+    float const quarter = as > ac ? 0.5F * piFloat - eighth : eighth;
+    float const half = c < 0.0F ? piFloat - quarter : quarter;
+    float const whole = s < 0.0F ? twoPiFloat - half : half;
+    angle[x] = whole < twoPiFloat ? whole : 0.0F;
+    length[x] = std::sqrt(s * s + c * c);
+  }
+}
+
 } // namespace
 
 void loadRow(cv::Mat const& image, int row, float black, float* out) {
@@ -112,29 +137,8 @@ void addStep(float const* samples, StepWeights const& weights, float white, std:
   }
 }
 
-/// The arctangent of a ratio up to 1 by a polynomial up to tan(pi / 8) (S. L. Moshier, Cephes, atanf).
-VORN_TARGET_CLONES
-void polarRow(float const* sine, float const* cosine, int n, float* __restrict angle,
-              float* __restrict length) {
-  for (int x = 0; x < n; ++x) {
-    float const s = sine[x];
-    float const c = cosine[x];
-    float const as = std::fabs(s);
-    float const ac = std::fabs(c);
-    float const larger = std::max(as, ac);
-    float const ratio = std::min(as, ac) / std::max(larger, 1e-30F);
-    bool const isSteep = ratio > 0.41421356F;
-    float const t = isSteep ? (ratio - 1.0F) / (ratio + 1.0F) : ratio;
-    float const z = t * t;
-    float const series =
-        ((8.05374449538e-2F * z - 1.38776856032e-1F) * z + 1.99777106478e-1F) * z - 3.33329491539e-1F;
-    float const eighth = t + t * z * series + (isSteep ? 0.25F * piFloat : 0.0F);
-    float const quarter = as > ac ? 0.5F * piFloat - eighth : eighth;
-    float const half = c < 0.0F ? piFloat - quarter : quarter;
-    float const whole = s < 0.0F ? twoPiFloat - half : half;
-    angle[x] = whole < twoPiFloat ? whole : 0.0F;
-    length[x] = std::sqrt(s * s + c * c);
-  }
+void polarRow(float const* sine, float const* cosine, int n, float* angle, float* length) {
+  findPolar(sine, cosine, n, angle, length);
 }
 
 void addBit(float const* difference, BitScales const& scales, int bit, int n, CodeRow const& code) {

@@ -43,9 +43,9 @@ struct DecodeSettings {
 
 /// What the fringes of one period were like.
 struct FringeFigures {
-  PatternAxis axis = PatternAxis::Column;
-  double period = 0.0; ///< projector pixels
-  int images = 0;
+  PatternAxis axis = PatternAxis::Column; ///< along which the phase grows
+  double period = 0.0;                    ///< projector pixels
+  int images = 0;                         ///< of this period, all exposures together
   /// Second harmonic of the brightness in parts of the first, as projector and camera that are not linear
   /// make it; of gamma 2.2 it is 0.29. NaN where the steps do not show it: below four, or not evenly spread.
   double secondHarmonic = 0.0;
@@ -66,8 +66,8 @@ struct DecodedPatterns {
   /// Amplitude of the finest fringes, or half of the range of the bits, the lesser of both axes; grey levels
   /// at the longest exposure.
   cv::Mat_<float> modulation;
-  double noise = 0.0; ///< of an image, grey levels, over all decoded pixels: median
-  std::vector<FringeFigures> fringes;
+  double noise = 0.0;                 ///< of an image, grey levels, over all decoded pixels: median
+  std::vector<FringeFigures> fringes; ///< one for every axis and period
 };
 
 /// The projector coordinates that every camera pixel sees, from images of any pattern set.
@@ -101,7 +101,9 @@ class VORN_API PatternDecoder {
 public:
   /// @throws Exception for a set that cannot be decoded, and for settings out of their range
   explicit PatternDecoder(PatternSet set, DecodeSettings const& settings = {});
+  /// Takes over what the other has added, which can only be destroyed or assigned to then.
   PatternDecoder(PatternDecoder&&) noexcept;
+  /// Likewise.
   PatternDecoder& operator=(PatternDecoder&&) noexcept;
   ~PatternDecoder();
 

@@ -39,9 +39,9 @@ enum class BitCode {
 /// - Phase: brightness 1/2 + 1/2 sin(2 pi (c / period + sign * step / steps + offset / 360));
 /// - Bit: bit `bit` of the number floor((c + shift) / cell), written as `code` says.
 struct PatternImage {
-  std::string file; ///< its name beside the description; may be empty
-  PatternRole role = PatternRole::White;
-  PatternAxis axis = PatternAxis::Column;
+  std::string file;                       ///< its name beside the description; may be empty
+  PatternRole role = PatternRole::White;  ///< what it shows
+  PatternAxis axis = PatternAxis::Column; ///< along which it changes; of no meaning for plain images
   /// How long the camera looks, in any unit: images of one pattern at several exposures are merged.
   double exposure = 1.0;
 
@@ -51,11 +51,11 @@ struct PatternImage {
   double offset = 0.0; ///< degrees
   int sign = 1;        ///< 1, or -1 for fringes that move the other way
 
-  BitCode code = BitCode::Gray;
-  int bit = 0;            ///< 0 for the one that changes most often
-  double cell = 1.0;      ///< width of a stripe, projector pixels
-  double shift = 0.0;     ///< by how much stripe 0 begins before pixel 0, projector pixels
-  bool isInverse = false; ///< dark and lit exchanged
+  BitCode code = BitCode::Gray; ///< of stripes
+  int bit = 0;                  ///< 0 for the one that changes most often
+  double cell = 1.0;            ///< width of a stripe, projector pixels
+  double shift = 0.0;           ///< by how much stripe 0 begins before pixel 0, projector pixels
+  bool isInverse = false;       ///< dark and lit exchanged
 
   /// What it is in words, such as "step 1 of 4 of period 16 along columns".
   VORN_API std::string describe() const;
@@ -66,9 +66,9 @@ enum class PatternAxes { Both, Columns, Rows };
 
 /// What a built-in set is to be like. 0 leaves a number to the set.
 struct PatternSetOptions {
-  PatternAxes axes = PatternAxes::Both;
-  int steps = 0;       ///< of every phase shift, 3 to 32; usually 4
-  double period = 0.0; ///< of the finest fringes, projector pixels
+  PatternAxes axes = PatternAxes::Both; ///< what to code
+  int steps = 0;                        ///< of every phase shift, 3 to 32; usually 4
+  double period = 0.0;                  ///< of the finest fringes, projector pixels
   /// Whether every bit is followed by its inverse; else white and black come first. Of gray and gray-phase.
   bool hasInverses = true;
 };
@@ -76,9 +76,9 @@ struct PatternSetOptions {
 /// The images that a projector shows one after another, and what each of them means: everything that those
 /// who project, capture and decode them must agree on.
 struct VORN_API PatternSet : IJsonSerializable {
-  std::string name;
-  cv::Size projector; ///< columns and rows
-  std::vector<PatternImage> images;
+  std::string name;                 ///< such as "gray-phase"; free for sets of others
+  cv::Size projector;               ///< columns and rows
+  std::vector<PatternImage> images; ///< in the order in which they are shown
 
   /// A set that needs no description:
   ///
