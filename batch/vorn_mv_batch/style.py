@@ -3,10 +3,10 @@
 """The look of summary.html, in light and dark."""
 
 STYLE = """
-:root { color-scheme: light dark; --ground: #fff; --panel: #f5f6f8; --ink: #1b1f24; --faint: #626b76; --line: #d8dde3;
-  --accent: #2a6fb0; --good: #23804a; --warn: #a86200; --bad: #c22f2f; }
-@media (prefers-color-scheme: dark) { :root { --ground: #15181c; --panel: #1e2228; --ink: #e7eaee; --faint: #9aa4af;
-  --line: #363d46; --accent: #6fb1ee; --good: #5fc389; --warn: #e3a13c; --bad: #f07070; } }
+:root { color-scheme: light dark;
+  --ground: light-dark(#fff, #15181c); --panel: light-dark(#f5f6f8, #1e2228); --ink: light-dark(#1b1f24, #e7eaee);
+  --faint: light-dark(#626b76, #9aa4af); --line: light-dark(#d8dde3, #363d46); --accent: light-dark(#2a6fb0, #6fb1ee);
+  --good: light-dark(#23804a, #5fc389); --warn: light-dark(#a86200, #e3a13c); --bad: light-dark(#c22f2f, #f07070); }
 * { box-sizing: border-box; }
 body { margin: 0; background: var(--ground); color: var(--ink); font: 15px/1.45 system-ui, "DejaVu Sans", sans-serif; }
 main { max-width: 980px; margin: 0 auto; padding: 28px 20px 40px; }
