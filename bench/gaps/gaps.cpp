@@ -16,14 +16,11 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <vorn/core/observer.hpp>
 #include <vorn/core/system.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
-#include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/core/library.hpp>
-#include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/pointcloud/apply_filters.hpp>
 #include <vorn/mv/scanner/calibrate_camera.hpp>
 #include <vorn/mv/scanner/calibrate_laser.hpp>
@@ -34,7 +31,7 @@
 
 #include "cloud_inputs.hpp"
 #include "scan_inputs.hpp"
-#include "sim/target_photo.hpp"
+#include "target_inputs.hpp"
 
 namespace vorn::bench {
 
@@ -87,19 +84,9 @@ struct Call {
   std::function<Job()> prepare; ///< makes the inputs, which are not measured
 };
 
-/// A target that fills the image, seen from a side.
-cv::Mat targetPhoto(double turn) {
-  double const focal = 1.3 * imageSize.width;
-  sim::TargetPhoto photo;
-  photo.device = sim::Device({focal, focal}, {0.5 * imageSize.width, 0.5 * imageSize.height},
-                             {-0.12, 0.08, 0, 0, 0}, imageSize);
-  photo.cam_from_target = sim::viewOf({0, 0}, 500, 20, turn, 8);
-  photo.noise = 2;
-  return sim::render(photo);
-}
-
 std::vector<cv::Mat> const& photos() {
-  static std::vector<cv::Mat> const made = {targetPhoto(30), targetPhoto(150), targetPhoto(270)};
+  static std::vector<cv::Mat> const made = {targetPhoto(imageSize, 30), targetPhoto(imageSize, 150),
+                                            targetPhoto(imageSize, 270)};
   return made;
 }
 
@@ -107,23 +94,6 @@ cv::Mat noise() {
   cv::Mat image(imageSize, CV_8U);
   cv::randu(image, 0, 256);
   return image;
-}
-
-/// The photograph with a laser stripe down it.
-cv::Mat withLaser(cv::Mat const& photo) {
-  cv::Mat image = 0.2 * photo;
-  int const middle = image.cols / 2;
-  cv::line(image, {middle, 0}, {middle + 40, image.rows}, cv::Scalar(220), 5, cv::LINE_AA);
-  cv::GaussianBlur(image, image, {5, 5}, 1);
-  return image;
-}
-
-mv::CalibrationSettings calibrationSettings() {
-  mv::CalibrationSettings settings;
-  settings.detector["PatternDim"] = 15.0;
-  settings.detector["MinDotArea"] = 20.0;
-  settings.detector["MaxDotArea"] = 10000.0;
-  return settings;
 }
 
 template <class View, class Fill>
@@ -134,15 +104,6 @@ std::vector<View> views(Fill const& fill) {
     fill(result[i], photos()[i]);
   }
   return result;
-}
-
-mv::LineScanner lineScanner() {
-  nlohmann::json json;
-  cameraModel(imageSize, 1.3 * imageSize.width).write(json["CameraModel"]);
-  mv::Plane3f({0, 0, 500}, {0.8F, 0, 0.6F}).write(json["Plane_0"]);
-  mv::LineScanner scanner;
-  scanner.read(json);
-  return scanner;
 }
 
 Call filtering(std::string const& name, std::string const& chain) {
@@ -166,7 +127,7 @@ Call laserScanning(std::string const& name, std::function<cv::Mat()> const& make
             std::vector<cv::Mat> const images(2, make());
             return [=](Observer* observer) {
               mv::Stage const stage{{1, 0, 0}, {}};
-              mv::scanLaser(lineScanner(), images, stage, {}, observer);
+              mv::scanLaser(lineScanner(imageSize, {0.8F, 0, 0.6F}), images, stage, {}, observer);
             };
           }};
 }

@@ -18,24 +18,18 @@
 #include "memory_case.hpp"
 #include "scan_inputs.hpp"
 #include "sim/demo.hpp"
-#include "sim/target_photo.hpp"
 #include "sim/truth.hpp"
+#include "target_inputs.hpp"
 
 namespace vorn::bench {
 
 namespace {
 
-/// A photograph of a target that fills the image, a little tilted.
-cv::Mat const& targetPhoto(cv::Size const& size) {
+/// The last photograph that was asked for is kept.
+cv::Mat const& keptPhoto(cv::Size const& size) {
   static cv::Mat image;
   if (image.size() != size) {
-    double const focal = 1.3 * size.width;
-    sim::TargetPhoto photo;
-    photo.device =
-        sim::Device({focal, focal}, {0.5 * size.width, 0.5 * size.height}, {-0.12, 0.08, 0, 0, 0}, size);
-    photo.cam_from_target = sim::viewOf({0, 0}, 500, 20, 30, 8);
-    photo.noise = 2;
-    image = sim::render(photo);
+    image = targetPhoto(size, 30);
   }
   return image;
 }
@@ -54,20 +48,20 @@ double detect(cv::Mat const& image, mv::CalibPatternDetector const& detector) {
 
 double detectInColour(Sizes const& sizes) {
   cv::Mat colour;
-  cv::merge(std::vector<cv::Mat>(3, targetPhoto(sizes.image)), colour);
+  cv::merge(std::vector<cv::Mat>(3, keptPhoto(sizes.image)), colour);
   return detect(colour, detector());
 }
 
 double detectDark(Sizes const& sizes) {
   mv::CalibPatternDetector dark = detector();
   dark["PatternType"] = mv::CalibPatternType(mv::CalibPatternType::CircleGridGrayOnWhite);
-  return detect(255 - targetPhoto(sizes.image), dark);
+  return detect(255 - keptPhoto(sizes.image), dark);
 }
 
 double detectByTemplate(Sizes const& sizes) {
   mv::CalibPatternDetector byTemplate = detector();
   byTemplate["QuadraticFit"] = true;
-  return detect(targetPhoto(sizes.image), byTemplate);
+  return detect(keptPhoto(sizes.image), byTemplate);
 }
 
 /// The dots of the demonstration's target views.
@@ -169,11 +163,7 @@ double extractLaser(Sizes const& sizes, mv::LaserLineOptions::Direction directio
 }
 
 double triangulateLaser(Sizes const& sizes) {
-  nlohmann::json json;
-  cameraModel(sizes.image, 1.3 * sizes.image.width).write(json["CameraModel"]);
-  mv::Plane3f({0, 0, 500}, {0, 0.6F, 0.8F}).write(json["Plane_0"]);
-  mv::LineScanner scanner;
-  scanner.read(json);
+  mv::LineScanner const scanner = lineScanner(sizes.image, {0, 0.6F, 0.8F});
   std::vector<cv::Point2f> line(static_cast<std::size_t>(sizes.image.area()) / 10, {100, 100});
   return workingBytes(line.size(), [&] { return scanner.triangulate(line, 0, {}); });
 }
@@ -184,7 +174,7 @@ std::vector<MemoryCase> calibrationCases() {
   using Direction = mv::LaserLineOptions::Direction;
   return {
       {"`CalibPatternDetector::detect`",
-       [](Sizes const& s) { return detect(targetPhoto(s.image), detector()); }},
+       [](Sizes const& s) { return detect(keptPhoto(s.image), detector()); }},
       {"`CalibPatternDetector::detect`, noise alone",
        [](Sizes const& s) {
          cv::Mat image(s.image, CV_8U);

@@ -6,13 +6,10 @@
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <vorn/core/exception.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
-#include <vorn/mv/calib/line_scanner.hpp>
-#include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/measure/fit.hpp>
 #include <vorn/mv/pointcloud/apply_filters.hpp>
 #include <vorn/mv/scanner/calibrate_camera.hpp>
@@ -26,7 +23,7 @@
 #include "file_inputs.hpp"
 #include "memory_case.hpp"
 #include "scan_inputs.hpp"
-#include "sim/target_photo.hpp"
+#include "target_inputs.hpp"
 
 namespace vorn::bench {
 
@@ -38,31 +35,15 @@ std::vector<cv::Mat> const& photos(cv::Size const& size) {
   if (made.empty() || made[0].size() != size) {
     made.clear();
     for (double const turn : {30.0, 150.0, 270.0}) {
-      double const focal = 1.3 * size.width;
-      sim::TargetPhoto photo;
-      photo.device =
-          sim::Device({focal, focal}, {0.5 * size.width, 0.5 * size.height}, {-0.12, 0.08, 0, 0, 0}, size);
-      photo.cam_from_target = sim::viewOf({0, 0}, 500, 20, turn, 8);
-      photo.noise = 2;
-      made.push_back(sim::render(photo));
+      made.push_back(targetPhoto(size, turn));
     }
   }
   return made;
 }
 
-/// The photograph with a laser stripe down it.
-cv::Mat withLaser(cv::Mat const& photo) {
-  cv::Mat image = 0.2 * photo;
-  cv::line(image, {image.cols / 2, 0}, {image.cols / 2 + 40, image.rows}, cv::Scalar(220), 5, cv::LINE_AA);
-  cv::GaussianBlur(image, image, {5, 5}, 1);
-  return image;
-}
-
+/// However far off the views are, all of them are used.
 mv::CalibrationSettings settings() {
-  mv::CalibrationSettings made;
-  made.detector["PatternDim"] = 15.0;
-  made.detector["MinDotArea"] = 20.0;
-  made.detector["MaxDotArea"] = 10000.0;
+  mv::CalibrationSettings made = calibrationSettings();
   made.outlierRatio = 1e9;
   return made;
 }
@@ -126,11 +107,7 @@ double scan(Sizes const& sizes, bool isFirst) {
 }
 
 double scanLaser(Sizes const& sizes) {
-  nlohmann::json json;
-  cameraModel(sizes.image, 1.3 * sizes.image.width).write(json["CameraModel"]);
-  mv::Plane3f({0, 0, 500}, {0.8F, 0, 0.6F}).write(json["Plane_0"]);
-  mv::LineScanner scanner;
-  scanner.read(json);
+  mv::LineScanner const scanner = lineScanner(sizes.image, {0.8F, 0, 0.6F});
   std::vector<cv::Mat> const images(2, withLaser(photos(sizes.image)[0]));
   return workingBytes(images[0].total(), [&] { mv::scanLaser(scanner, images, {{1, 0, 0}, {}}); });
 }
