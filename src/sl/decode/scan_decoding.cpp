@@ -31,13 +31,6 @@ namespace {
 /// Rows of a 12-megapixel image that take a few milliseconds in any stage.
 constexpr int rowsBetweenAskings = 256;
 
-/// How far bridging goes from one known pixel to the next, and how far pixels of good contrast vouch for a
-/// weak one between them: camera pixels, whatever the fringes' width. What is uncertain about the border of a
-/// stripe is what the camera's blur and a projector pixel on either side cover, ten pixels of a camera that
-/// has five to a projector pixel. Bridging gains nothing from 8 to 16 at any sampling from 0.75 to 5;
-/// less loses pixels at 5, and more bridges over what only looks alike.
-constexpr int stripeBorderReach = 16;
-
 /// 255 for the pixels whose state is known, and 0 for the others.
 VORN_TARGET_CLONES
 void markKnown(uchar const* state, int n, uchar* __restrict marks) {
@@ -124,13 +117,7 @@ public:
                      }
                    }
                  });
-    int const blocks = (maps_.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
-    parallelRows(blocks, 1, progress_.part(0.52, 0.55), "decoding", [&](int first, int end) {
-      StripeBridging bridging(settings_, stripeBorderReach, maps_);
-      for (int block = first; block < end; ++block) {
-        bridging.alongColumns(block);
-      }
-    });
+    bridgeColumns(settings_, maps_, progress_.part(0.52, 0.55));
   }
 
   void grow() {

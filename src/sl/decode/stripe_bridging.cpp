@@ -151,4 +151,14 @@ void StripeBridging::settle(std::size_t from, std::size_t step, int const* order
   }
 }
 
+void bridgeColumns(ScanDecodingSettings const& settings, ScanMaps& maps, Progress const& progress) {
+  int const blocks = (maps.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
+  parallelRows(blocks, 1, progress, "decoding", [&](int first, int end) {
+    StripeBridging bridging(settings, stripeBorderReach, maps);
+    for (int block = first; block < end; ++block) {
+      bridging.alongColumns(block);
+    }
+  });
+}
+
 } // namespace vorn::mv::sl

@@ -120,23 +120,16 @@ void AxisDecoding::bridgeStripes(ScanMaps& maps, Progress const& progress) const
   if (words_.empty() || codeFringe_ != 0 || words_[0].cell() != fringes_[0].period) {
     return;
   }
-  constexpr int reach = 16; // camera pixels, as of the scanner's own decoder
   ScanDecodingSettings settings;
   settings.period = static_cast<int>(std::lround(fringes_[0].period));
   settings.rules.codeCheck = false;
-  parallelRows(maps.size().height, bandRows, progress, "decoding", [&](int first, int end) {
-    StripeBridging bridging(settings, reach, maps);
+  parallelRows(maps.size().height, bandRows, progress.part(0.0, 0.5), "decoding", [&](int first, int end) {
+    StripeBridging bridging(settings, stripeBorderReach, maps);
     for (int y = first; y < end; ++y) {
       bridging.alongRow(y);
     }
   });
-  int const blocks = (maps.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
-  parallelRows(blocks, [&](int first, int end) {
-    StripeBridging bridging(settings, reach, maps);
-    for (int block = first; block < end; ++block) {
-      bridging.alongColumns(block);
-    }
-  });
+  bridgeColumns(settings, maps, progress.part(0.5, 1.0));
 }
 
 /// From pixels whose orders are trusted: three and four steps take what gamma makes for phase.
