@@ -71,6 +71,7 @@ TEST_F(PatternCommands, WhatIsWrittenIsDecodedToThePlacesOfThePixels) {
     ASSERT_EQ(outcome.status, 0) << name << outcome.errors;
     auto const report = nlohmann::json::parse(outcome.output);
     EXPECT_GT(report["decoded"].get<int>(), 160 * 90 * 0.9) << name;
+    EXPECT_TRUE(report["warnings"].empty()) << name << report["warnings"];
     for (bool const isColumn : {true, false}) {
       cv::Mat const map =
           cv::imread(path(isColumn ? "maps/column.tiff" : "maps/row.tiff"), cv::IMREAD_UNCHANGED);
@@ -102,6 +103,15 @@ TEST_F(PatternCommands, DescriptionsByHandTakeListsAndPatterns) {
   EXPECT_EQ(cv::norm(cv::imread(path("own/column.tiff"), cv::IMREAD_UNCHANGED),
                      cv::imread(path("mine/column.tiff"), cv::IMREAD_UNCHANGED), cv::NORM_INF),
             0.0);
+}
+
+TEST_F(PatternCommands, ImagesOutOfOrderAreAWarning) {
+  ASSERT_EQ(makeSet({"gray-phase"}).status, 0);
+  capture(path("set"));
+  fs::rename(path("set/pattern_01.png"), path("other.png"));
+  fs::rename(path("set/pattern_08.png"), path("set/pattern_01.png"));
+  fs::rename(path("other.png"), path("set/pattern_08.png"));
+  EXPECT_NE(run({"decode", path("set")}).errors.find("some are out of order"), std::string::npos);
 }
 
 TEST_F(PatternCommands, FailuresNameFileAndMember) {

@@ -16,6 +16,7 @@
 #include <vorn/core/timer.hpp>
 #include <vorn/mv/sl/decode_patterns.hpp>
 
+#include "core/median.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
@@ -73,15 +74,10 @@ mv::ScanCounts countsOf(mv::DecodedPatterns const& decoded) {
   return counts;
 }
 
-double medianOf(cv::Mat_<float> const& map) {
+double medianOfFinite(cv::Mat_<float> const& map) {
   std::vector<float> values;
   std::copy_if(map.begin(), map.end(), std::back_inserter(values), [](float v) { return std::isfinite(v); });
-  if (values.empty()) {
-    return std::numeric_limits<double>::quiet_NaN();
-  }
-  auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return static_cast<double>(*middle);
+  return static_cast<double>(medianAmong(values));
 }
 
 /// The finest period of an axis, which shows as bands; without fringes a few pixels.
@@ -154,6 +150,22 @@ void warnOfDepth(DecodeOptions const& options, std::vector<cv::Mat> const& image
   }
 }
 
+/// Images in another order, or of another set, decode to something where they happen to agree; what they
+/// disagree about looks like noise.
+void warnOfNoise(mv::DecodedPatterns const& decoded, Report& report) {
+  cv::Mat_<float> ofDecoded = decoded.modulation.clone();
+  ofDecoded.setTo(std::numeric_limits<float>::quiet_NaN(), decoded.mask != 0);
+  double const amplitude = medianOfFinite(ofDecoded);
+  constexpr double much = 0.15;
+  if (decoded.noise > much * amplitude) {
+    report.warn(
+        printed("the images stray from what the set says by %.1f grey levels, with an amplitude of %.1f: "
+                "unless the camera is that noisy, some are out of order, of another set, or the light "
+                "changed",
+                decoded.noise, amplitude));
+  }
+}
+
 void run(DecodeOptions const& options, Report& report) {
   options.look.check();
   checkFigurePath(options.column);
@@ -179,6 +191,7 @@ void run(DecodeOptions const& options, Report& report) {
                         " is decoded: " + reasonText(counts),
                     nullptr, 0, "decode");
   }
+  warnOfNoise(decoded, report);
   std::vector<Axis> const axes = axesOf(decoded, options);
   timer.tic();
   writeMaps(options, folder, decoded, axes);
@@ -195,7 +208,7 @@ void run(DecodeOptions const& options, Report& report) {
   }
   std::cout << '\n';
   for (Axis const& axis : axes) {
-    double const sigma = medianOf(axis.sigma);
+    double const sigma = medianOfFinite(axis.sigma);
     report["sigma"][axis.name] = finiteOrNull(sigma);
     std::cout << printed("%ss to %.4f projector pixels (median), noise of an image %.2f grey levels\n",
                          axis.name, sigma, decoded.noise);
