@@ -32,6 +32,7 @@
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
 #include <vorn/mv/calib/calibration_check.hpp>
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/detect_target.hpp>

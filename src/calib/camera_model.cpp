@@ -13,12 +13,14 @@
 #include <opencv2/imgproc.hpp>
 
 #include <vorn/core/variant.hpp>
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 
+#include "calib/covariance_json.hpp"
 #include "calib/undistortion.hpp"
 #include "core/error.hpp"
 #include "core/json_member.hpp"
@@ -30,12 +32,13 @@ struct CameraModel::Private : Record<CameraModel::Private> {
   Private() { isNeverShared = true; }
   Private(Private const& other)
       : Record(other), K(other.K.clone()), D(other.D.clone()), resolution(other.resolution),
-        calibError(other.calibError) {}
+        calibError(other.calibError), covariance(other.covariance) {}
 
   cv::Mat K;
   cv::Mat D;
   cv::Size resolution;
   double calibError = -1;
+  CalibrationCovariance covariance; ///< never lent, so copies may share its matrix
 };
 
 namespace {
@@ -160,6 +163,7 @@ double CameraModel::calib(CameraCalibData& data, int maxIterations) {
   model.K = K;
   model.D = D;
   model.calibError = calibError;
+  model.covariance = {};
   return calibError;
 }
 
@@ -255,6 +259,17 @@ bool CameraModel::isCalibrated() const {
   return getCalibError() > 0 && getCalibError() < 0.5;
 }
 
+CalibrationCovariance CameraModel::getCovariance() const {
+  CalibrationCovariance covariance = static_cast<Private const&>(record()).covariance;
+  covariance.matrix = covariance.matrix.clone();
+  return covariance;
+}
+
+void CameraModel::setCovariance(CalibrationCovariance const& covariance) {
+  CalibrationCovariance const own = covarianceFor(1, covariance, "CameraModel");
+  static_cast<Private&>(ownRecord()).covariance = own;
+}
+
 std::string const& CameraModel::getClassName() const {
   static std::string const name = "vorn::mv::CameraModel";
   return name;
@@ -270,6 +285,7 @@ void CameraModel::read(nlohmann::json const& json) {
   cv::Mat const K = readDoubles(json, "K");
   cv::Mat const D = readDoubles(json, "D");
   auto const calibError = jsonValue<double>(json, "Error", context);
+  CalibrationCovariance const covariance = readCovariance(json, 1, context);
   if (resolution.width < 0 || resolution.height < 0) {
     throw JsonRefusal("Resolution", " must not be negative", context);
   }
@@ -285,6 +301,7 @@ void CameraModel::read(nlohmann::json const& json) {
   model.K = K;
   model.D = D;
   model.calibError = calibError;
+  model.covariance = covariance;
 }
 
 void CameraModel::write(nlohmann::json& json) const {
@@ -295,6 +312,7 @@ void CameraModel::write(nlohmann::json& json) const {
   if (!getD().empty()) {
     json["D"] = getD();
   }
+  writeCovariance(json, static_cast<Private const&>(record()).covariance);
 }
 
 } // namespace vorn::mv

@@ -9,12 +9,14 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/system.hpp>
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "calib/calibrated_poses.hpp"
+#include "calib/covariance_json.hpp"
 #include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
@@ -31,6 +33,7 @@ struct StereoCamera::Private : Record<StereoCamera::Private, PropertySetBase::Pr
   cv::Matx44d pose = cv::Matx44d::eye();
   cv::Mat_<cv::Vec2f> map0;
   cv::Mat_<cv::Vec2f> map1;
+  CalibrationCovariance covariance;
 };
 
 namespace {
@@ -86,6 +89,7 @@ void StereoCamera::calib(CameraCalibData& data0, CameraCalibData& data1) {
   own.model0 = model0;
   own.model1 = model1;
   own.cam0_from_cam1 = cam0_from_cam1;
+  own.covariance = {};
   own.map0.release();
   own.map1.release();
   addNewPoses(data0, calibrated0);
@@ -132,7 +136,9 @@ cv::Matx44d const& StereoCamera::getTransform() const {
 }
 
 void StereoCamera::setTransform(cv::Matx44d const& cam0_from_cam1) {
-  static_cast<Private&>(ownRecord()).cam0_from_cam1 = cam0_from_cam1;
+  auto& own = static_cast<Private&>(ownRecord());
+  own.cam0_from_cam1 = cam0_from_cam1;
+  own.covariance = {};
 }
 
 cv::Matx44d const& StereoCamera::getPose() const {
@@ -147,6 +153,17 @@ bool StereoCamera::isCalibrated() const {
   return getCameraModel0().isCalibrated() && getCameraModel1().isCalibrated();
 }
 
+CalibrationCovariance StereoCamera::getCovariance() const {
+  CalibrationCovariance covariance = static_cast<Private const&>(record()).covariance;
+  covariance.matrix = covariance.matrix.clone();
+  return covariance;
+}
+
+void StereoCamera::setCovariance(CalibrationCovariance const& covariance) {
+  CalibrationCovariance const own = covarianceFor(2, covariance, "StereoCamera");
+  static_cast<Private&>(ownRecord()).covariance = own;
+}
+
 std::string const& StereoCamera::getClassName() const {
   static std::string const name = "vorn::mv::StereoCamera";
   return name;
@@ -159,11 +176,13 @@ void StereoCamera::read(nlohmann::json const& json) {
   readJsonObject(json, "CameraModel1", model1, "StereoCamera");
   cv::Matx44d const transform = readTransform(json, "Hpc", "StereoCamera");
   cv::Matx44d const pose = readTransform(json, "Hpose", "StereoCamera");
+  CalibrationCovariance const covariance = readCovariance(json, 2, "StereoCamera");
   auto& own = static_cast<Private&>(ownRecord());
   own.model0 = model0;
   own.model1 = model1;
   own.cam0_from_cam1 = transform;
   own.pose = pose;
+  own.covariance = covariance;
   own.map0.release();
   own.map1.release();
 }
@@ -174,6 +193,7 @@ void StereoCamera::write(nlohmann::json& json) const {
   getCameraModel1().write(json["CameraModel1"]);
   json["Hpc"] = getTransform();
   json["Hpose"] = getPose();
+  writeCovariance(json, static_cast<Private const&>(record()).covariance);
 }
 
 } // namespace vorn::mv

@@ -13,6 +13,7 @@
 
 #include <vorn/core/system.hpp>
 #include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
@@ -22,6 +23,7 @@
 #include <vorn/mv/sl/scanner_type.hpp>
 
 #include "calib/calibrated_poses.hpp"
+#include "calib/covariance_json.hpp"
 #include "calib/transform_json.hpp"
 #include "calib/undistorted_map.hpp"
 #include "core/error.hpp"
@@ -112,6 +114,7 @@ struct Sl3dScanner::Private : Record<Sl3dScanner::Private, PropertySetBase::Priv
   cv::Matx44d poseFromCam = cv::Matx44d::eye();
   /// A document without "Hpc" was read and no transform was given since.
   bool lacksTransform = false;
+  CalibrationCovariance covariance;
   LensMap cameraMap;
   LensMap projectorMap;
   cv::Mat texture;
@@ -247,6 +250,7 @@ bool ScannerAccess::calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraC
   own.camera = cameraModel;
   own.projector = projectorModel;
   own.lacksTransform = false;
+  own.covariance = {};
   own.camFromProj = meanTransform(latestPoses(cameraData), latestPoses(projectorData));
   addNewPoses(camera, cameraData);
   addNewPoses(projector, projectorData);
@@ -290,6 +294,7 @@ void Sl3dScanner::setTransform(cv::Matx44d const& camFromProj) {
   auto& own = static_cast<Private&>(ownRecord());
   own.camFromProj = camFromProj;
   own.lacksTransform = false;
+  own.covariance = {};
 }
 
 cv::Matx44d Sl3dScanner::getPose() const {
@@ -306,6 +311,17 @@ cv::Mat Sl3dScanner::getTexture() const {
 
 bool Sl3dScanner::isCalibrated() const {
   return getCameraModel().isCalibrated() && getProjectorModel().isCalibrated();
+}
+
+CalibrationCovariance Sl3dScanner::getCovariance() const {
+  CalibrationCovariance covariance = static_cast<Private const&>(record()).covariance;
+  covariance.matrix = covariance.matrix.clone();
+  return covariance;
+}
+
+void Sl3dScanner::setCovariance(CalibrationCovariance const& covariance) {
+  CalibrationCovariance const own = covarianceFor(2, covariance, "Sl3dScanner");
+  static_cast<Private&>(ownRecord()).covariance = own;
 }
 
 std::string const& Sl3dScanner::getClassName() const {
@@ -325,6 +341,7 @@ void Sl3dScanner::read(nlohmann::json const& json) {
   cv::Matx44d const poseFromCam = readTransform(json, "Hpose", "Sl3dScanner");
   bool const hasTransform = json.contains("Hpc");
   cv::Matx44d const camFromProj = hasTransform ? readTransform(json, "Hpc", "Sl3dScanner") : getTransform();
+  CalibrationCovariance const covariance = readCovariance(json, 2, "Sl3dScanner");
   if (json.contains("Properties")) {
     atJsonPlace("Properties", "Sl3dScanner", [&] { AlgorithmBase::read(json["Properties"]); });
   }
@@ -334,6 +351,7 @@ void Sl3dScanner::read(nlohmann::json const& json) {
   own.camFromProj = camFromProj;
   own.lacksTransform = !hasTransform;
   own.poseFromCam = poseFromCam;
+  own.covariance = covariance;
 }
 
 void Sl3dScanner::write(nlohmann::json& json) const {
@@ -345,6 +363,7 @@ void Sl3dScanner::write(nlohmann::json& json) const {
     document["Hpc"] = own.camFromProj;
   }
   document["Hpose"] = own.poseFromCam;
+  writeCovariance(document, own.covariance);
   AlgorithmBase::write(document["Properties"]);
   json = std::move(document);
 }

@@ -16,6 +16,7 @@ namespace vorn::mv {
 
 class CameraCalibData;
 class Plane3f;
+struct CalibrationCovariance;
 
 /// A pinhole camera with lens distortion (OpenCV's model), calibrated from views of a plane pattern.
 ///
@@ -90,13 +91,20 @@ public:
   double getCalibError() const;
   /// Whether the calibration error lies between 0 and half a pixel, both excluded.
   bool isCalibrated() const;
+  /// How well the calibration is known; empty where it is not. A copy of its own.
+  CalibrationCovariance getCovariance() const;
+  /// Keeps how well the calibration is known, also in documents, as "Covariance": set it after the numbers
+  /// that it is about. `calib` drops it.
+  /// @throws Exception for what is no covariance, and for parameters other than those of device 0
+  void setCovariance(CalibrationCovariance const& covariance);
 
   std::string const& getClassName() const override;
   /// "vorn::IObject" and "vorn::IJsonSerializable".
   std::vector<std::string> const& getInterfaces() const override;
-  /// Reads "Resolution", "K", "D" and "Error". K and D may be of any element type, or both be left out.
+  /// Reads "Resolution", "K", "D" and "Error", and "Covariance" where it is present. K and D may be of any
+  /// element type, or both be left out.
   void read(nlohmann::json const& json) override;
-  /// Writes "Resolution", "K", "D" and "Error"; a model without K and D leaves them out.
+  /// Writes "Resolution", "K", "D", "Error" and "Covariance"; what the model has not is left out.
   void write(nlohmann::json& json) const override;
 
 private:

@@ -18,6 +18,7 @@
 namespace vorn::mv {
 
 class CameraCalibData;
+struct CalibrationCovariance;
 
 /// Two cameras, or a camera (0) and a projector (1), and the rigid transform between them.
 class VORN_API StereoCamera : public PropertySetBase {
@@ -92,11 +93,18 @@ public:
 
   /// Whether both cameras are calibrated.
   bool isCalibrated() const;
+  /// How well the calibration is known; empty where it is not. A copy of its own.
+  CalibrationCovariance getCovariance() const;
+  /// Keeps how well the calibration is known, also in documents, as "Covariance": set it after the numbers
+  /// that it is about. `calib` and `setTransform` drop it.
+  /// @throws Exception for what is no covariance
+  void setCovariance(CalibrationCovariance const& covariance);
 
   std::string const& getClassName() const override;
-  /// Reads "CameraModel0", "CameraModel1", "Hpc" (the transform) and "Hpose" (the pose). The maps are
-  /// dropped.
-  /// @throws Exception when a transform or a camera holds a number that is not finite
+  /// Reads "CameraModel0", "CameraModel1", "Hpc" (the transform) and "Hpose" (the pose), and "Covariance"
+  /// where it is present. The maps are dropped.
+  /// @throws Exception when a transform or a camera holds a number that is not finite, and for a covariance
+  ///         that is none
   void read(nlohmann::json const& json) override;
   void write(nlohmann::json& json) const override;
 

@@ -20,6 +20,7 @@ namespace vorn::mv {
 
 class CameraCalibData;
 class CameraModel;
+struct CalibrationCovariance;
 struct ScannerAccess;
 
 /// A structured-light scanner: one camera and one projector, which is a camera that works backwards.
@@ -110,15 +111,21 @@ public:
 
   /// Whether both models are calibrated.
   bool isCalibrated() const;
+  /// How well the calibration is known; empty where it is not. A copy of its own.
+  CalibrationCovariance getCovariance() const;
+  /// Keeps how well the calibration is known, also in documents, as "Covariance": set it after the numbers
+  /// that it is about. `calib` and `setTransform` drop it.
+  /// @throws Exception for what is no covariance
+  void setCovariance(CalibrationCovariance const& covariance);
 
   std::string const& getClassName() const override;
   std::string toString() const override;
-  /// Takes "CameraModel", "ProjectorModel" and "Hpose", and "Hpc" and "Properties" where they are present.
-  /// Without "Hpc" the transform stays, but counts as unknown: `triangulate` and `scan` refuse the scanner
-  /// until it is set.
+  /// Takes "CameraModel", "ProjectorModel" and "Hpose", and "Hpc", "Properties" and "Covariance" where they
+  /// are present. Without "Hpc" the transform stays, but counts as unknown: `triangulate` and `scan` refuse
+  /// the scanner until it is set.
   /// @throws Exception that names the member, such as "CameraModel.K.data[0]", for what is missing or not of
-  ///         its kind, a transform that is no rigid motion, and a camera that cannot be; nothing is changed
-  ///         then
+  ///         its kind, a transform that is no rigid motion, a camera that cannot be and a covariance that is
+  ///         none; nothing is changed then
   void read(nlohmann::json const& json) override;
   /// Writes the members that `read` takes.
   void write(nlohmann::json& json) const override;
