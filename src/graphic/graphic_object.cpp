@@ -11,8 +11,8 @@ namespace {
 
 constexpr char const* context = "GraphicObject";
 
-void assertOneEach(std::size_t count, std::size_t vertexCount, char const* name) {
-  if (count != 0 && count != vertexCount) {
+void assertOneEach(std::size_t count, std::size_t vertexCount, std::string const& name) {
+  if (count != vertexCount) {
     throw error(std::to_string(count) + " " + name + " for " + std::to_string(vertexCount) + " vertices",
                 context);
   }
@@ -21,8 +21,15 @@ void assertOneEach(std::size_t count, std::size_t vertexCount, char const* name)
 } // namespace
 
 void GraphicObject::assertValid() const {
-  assertOneEach(normals_.size(), vertices_.size(), "normals");
-  assertOneEach(colors_.size(), vertices_.size(), "colors");
+  if (hasNormals()) {
+    assertOneEach(normals_.size(), vertices_.size(), "normals");
+  }
+  if (hasColors()) {
+    assertOneEach(colors_.size(), vertices_.size(), "colors");
+  }
+  for (auto const& [name, values] : fields_) {
+    assertOneEach(values.size(), vertices_.size(), "values of the field " + name);
+  }
   for (std::size_t triangle = 0; triangle < triangles_.size(); ++triangle) {
     for (int const index : triangles_[triangle].val) {
       if (index < 0 || static_cast<std::size_t>(index) >= vertices_.size()) {

@@ -35,19 +35,28 @@ bool LineFields::keyword(std::string_view lowerCase) {
   return true;
 }
 
-bool LineFields::number(float& value) {
+template <class Float>
+bool LineFields::take(char const* (*parse)(char const*, char const*, Float&), Float& value) {
   skipBlanks();
   if (next_ == end_) {
     return false;
   }
-  float parsed = 0;
-  char const* const after = parseFloat(next_, end_, parsed);
+  Float parsed = 0;
+  char const* const after = parse(next_, end_, parsed);
   if (after == nullptr || !endsField(after)) {
     return false;
   }
   value = parsed;
   next_ = after;
   return true;
+}
+
+bool LineFields::number(float& value) {
+  return take(parseFloat, value);
+}
+
+bool LineFields::number(double& value) {
+  return take(parseDouble, value);
 }
 
 bool LineFields::integer(std::int64_t& value) {

@@ -25,6 +25,8 @@ public:
   bool keyword(std::string_view lowerCase);
   /// Takes a field that is a number, as `parseFloat` reads it; takes nothing when it is none.
   bool number(float& value);
+  /// The same as the nearest double.
+  bool number(double& value);
   /// Takes a field that is an integer of at most 64 bits; takes nothing when it is none.
   bool integer(std::int64_t& value);
   /// All that is left, without blanks around it.
@@ -39,6 +41,8 @@ private:
       ++next_;
     }
   }
+  template <class Float>
+  bool take(char const* (*parse)(char const*, char const*, Float&), Float& value);
   bool endsField(char const* place) const { return place == end_ || isBlank(*place); }
 
   char const* next_;

@@ -31,15 +31,17 @@ char const* takeDigits(char const* text, std::uint64_t& digits, int& count) {
 }
 
 /// The spellings of old C libraries, which `std::from_chars` does not know; null when `text` is none of them.
-char const* parseOldSpelling(char const* text, char const* end, bool negative, float& value) {
+template <class Float>
+char const* parseOldSpelling(char const* text, char const* end, bool negative, Float& value) {
   struct Spelling {
     std::string_view text;
-    float value;
+    Float value;
   };
-  constexpr std::array<Spelling, 4> spellings{{{"1.#INF", std::numeric_limits<float>::infinity()},
-                                               {"1.#QNAN", std::numeric_limits<float>::quiet_NaN()},
-                                               {"1.#SNAN", std::numeric_limits<float>::quiet_NaN()},
-                                               {"1.#IND", std::numeric_limits<float>::quiet_NaN()}}};
+  using Limits = std::numeric_limits<Float>;
+  constexpr std::array<Spelling, 4> spellings{{{"1.#INF", Limits::infinity()},
+                                               {"1.#QNAN", Limits::quiet_NaN()},
+                                               {"1.#SNAN", Limits::quiet_NaN()},
+                                               {"1.#IND", Limits::quiet_NaN()}}};
   std::string_view const rest(text, static_cast<std::size_t>(end - text));
   for (Spelling const& spelling : spellings) {
     if (rest.substr(0, spelling.text.size()) == spelling.text) {
@@ -55,14 +57,15 @@ char const* parseOldSpelling(char const* text, char const* end, bool negative, f
 }
 
 /// Any number, by the standard library. `text` stands behind the sign.
-char const* parseSlowly(char const* text, char const* end, bool negative, float& value) {
+template <class Float>
+char const* parseSlowly(char const* text, char const* end, bool negative, Float& value) {
   if (text == end || *text == '-') {
     return nullptr;
   }
   if (char const* const after = parseOldSpelling(text, end, negative, value)) {
     return after;
   }
-  float magnitude = 0;
+  Float magnitude = 0;
   std::from_chars_result const result = std::from_chars(text, end, magnitude);
   if (result.ec == std::errc::invalid_argument) {
     return nullptr;
@@ -76,7 +79,7 @@ char const* parseSlowly(char const* text, char const* end, bool negative, float&
       bool const tiny = exponent != number.npos ? number.substr(exponent + 1, 1) == "-" : number[0] == '0';
       wide = tiny ? 0 : std::numeric_limits<double>::infinity();
     }
-    magnitude = wide > 1 ? std::numeric_limits<float>::infinity() : 0.0F;
+    magnitude = wide > 1 ? std::numeric_limits<Float>::infinity() : Float(0);
   }
   value = negative ? -magnitude : magnitude;
   return result.ptr;
@@ -157,9 +160,18 @@ char const* parseFloat(char const* text, char const* end, float& value) {
   return after;
 }
 
+char const* parseDouble(char const* text, char const* end, double& value) {
+  bool const negative = *text == '-';
+  return parseSlowly(negative || *text == '+' ? text + 1 : text, end, negative, value);
+}
+
 char* putFloat(char* to, float value) {
   // The shortest form of a float has at most 9 digits, a sign, a point and an exponent: it always fits.
   return std::to_chars(to, to + longestFloat, value).ptr;
+}
+
+char* putDouble(char* to, double value) {
+  return std::to_chars(to, to + longestDouble, value).ptr;
 }
 
 char* putFloats(char* to, cv::Vec3f const& values) {
@@ -168,6 +180,14 @@ char* putFloats(char* to, cv::Vec3f const& values) {
   to = putFloat(to, values[1]);
   *to++ = ' ';
   return putFloat(to, values[2]);
+}
+
+char* putDoubles(char* to, cv::Vec3d const& values) {
+  to = putDouble(to, values[0]);
+  *to++ = ' ';
+  to = putDouble(to, values[1]);
+  *to++ = ' ';
+  return putDouble(to, values[2]);
 }
 
 } // namespace vorn::graphic

@@ -15,14 +15,25 @@ namespace vorn::graphic {
 /// @return the character behind the number, or null when there is none
 char const* parseFloat(char const* text, char const* end, float& value);
 
+/// The same for the nearest double.
+char const* parseDouble(char const* text, char const* end, double& value);
+
 /// The most characters that `putFloat` writes.
 constexpr int longestFloat = 16;
 
 /// Writes the fewest digits that read back as the same float: "0.1", "1e-09", "nan", "-inf".
 /// @return the end of what was written
 char* putFloat(char* to, float value);
+/// The most characters that `putDouble` writes.
+constexpr int longestDouble = 24;
+
+/// Writes the fewest digits that read back as the same double.
+/// @return the end of what was written
+char* putDouble(char* to, double value);
 /// Writes three floats with blanks between them.
 char* putFloats(char* to, cv::Vec3f const& values);
+/// Writes three doubles with blanks between them.
+char* putDoubles(char* to, cv::Vec3d const& values);
 
 /// The most characters that `putInteger` writes for 32 bits.
 constexpr int longestInteger = 11;

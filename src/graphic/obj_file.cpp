@@ -6,6 +6,7 @@
 #include <array>
 #include <string>
 
+#include "graphic/far_coordinates.hpp"
 #include "graphic/file_colors.hpp"
 #include "graphic/file_reader.hpp"
 #include "graphic/file_writer.hpp"
@@ -37,12 +38,14 @@ private:
 };
 
 void writeVertices(FileWriter& file, GraphicObject const& object) {
-  constexpr std::size_t longestLine = 2 + 3 * (longestFloat + 1) + 4 * 8 + 1;
+  constexpr std::size_t longestLine = 2 + 3 * (longestDouble + 1) + 4 * 8 + 1;
+  bool const isFar = hasOffset(object);
   ColorTexts const colorTexts;
   int const colorChannels = colorChannelsOf(object);
   for (std::size_t vertex = 0; vertex < object.vertices().size(); ++vertex) {
     char* to = putText(file.room(longestLine), "v ");
-    to = putFloats(to, object.vertices()[vertex]);
+    cv::Vec3f const& position = object.vertices()[vertex];
+    to = isFar ? putDoubles(to, placeOf(object, position)) : putFloats(to, position);
     for (int channel = 0; channel < colorChannels; ++channel) {
       to = putText(to, colorTexts[object.colors()[vertex][channel]]);
     }

@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/graphic/ply_file.hpp>
 
+#include "graphic/far_coordinates.hpp"
+#include "graphic/field_names.hpp"
 #include "graphic/file_colors.hpp"
 #include "graphic/file_reader.hpp"
 #include "graphic/file_writer.hpp"
@@ -17,13 +19,22 @@ std::string headerOf(GraphicObject const& object, PLYFile::Format format, int co
   std::string header = "ply\nformat ";
   header += formats[static_cast<std::size_t>(format)];
   header += " 1.0\nelement vertex " + std::to_string(object.vertices().size()) + "\n";
-  header += "property float x\nproperty float y\nproperty float z\n";
+  for (char const axis : {'x', 'y', 'z'}) {
+    header += hasOffset(object) ? "property double " : "property float ";
+    header += axis;
+    header += '\n';
+  }
   if (object.hasNormals()) {
     header += "property float nx\nproperty float ny\nproperty float nz\n";
   }
   constexpr std::string_view colors[] = {"red", "green", "blue", "alpha"};
   for (int channel = 0; channel < colorChannels; ++channel) {
     header += "property uchar " + std::string(colors[channel]) + "\n";
+  }
+  for (std::string const& name : fileFieldNames(object)) {
+    header += "property float ";
+    header += fieldPrefix;
+    header += name + "\n";
   }
   if (object.hasTriangles()) {
     header += "element face " + std::to_string(object.triangles().size()) +
@@ -32,7 +43,16 @@ std::string headerOf(GraphicObject const& object, PLYFile::Format format, int co
   return header + "end_header\n";
 }
 
-/// 4-byte values in a row.
+/// The arrays of the object's fields.
+std::vector<float const*> fieldArrays(GraphicObject const& object) {
+  std::vector<float const*> arrays;
+  for (auto const& field : object.fields()) {
+    arrays.push_back(field.second.data());
+  }
+  return arrays;
+}
+
+/// Values in a row.
 template <bool swapped, class T>
 char* putValues(char* to, cv::Vec<T, 3> const& values) {
   for (T const& value : values.val) {
@@ -43,11 +63,14 @@ char* putValues(char* to, cv::Vec<T, 3> const& values) {
 
 template <bool swapped>
 void writeBinary(FileWriter& file, GraphicObject const& object, int colorChannels) {
-  constexpr std::size_t longestVertex = 28;
+  constexpr std::size_t longestVertex = 40;
+  bool const isFar = hasOffset(object);
+  std::vector<float const*> const fields = fieldArrays(object);
   bool const hasNormals = object.hasNormals();
   for (std::size_t vertex = 0; vertex < object.vertices().size(); ++vertex) {
     char* to = file.room(longestVertex);
-    to = putValues<swapped>(to, object.vertices()[vertex]);
+    cv::Vec3f const& position = object.vertices()[vertex];
+    to = isFar ? putValues<swapped>(to, placeOf(object, position)) : putValues<swapped>(to, position);
     if (hasNormals) {
       to = putValues<swapped>(to, object.normals()[vertex]);
     }
@@ -57,6 +80,10 @@ void writeBinary(FileWriter& file, GraphicObject const& object, int colorChannel
       to += colorChannels;
     }
     file.advance(to);
+    for (float const* const field : fields) {
+      file.advance(putBytes(file.room(sizeof(float)),
+                            loadValue<float, swapped>(reinterpret_cast<char const*>(field + vertex))));
+    }
   }
   for (cv::Vec3i const& triangle : object.triangles()) {
     constexpr std::size_t triangleSize = 13;
@@ -67,11 +94,14 @@ void writeBinary(FileWriter& file, GraphicObject const& object, int colorChannel
 }
 
 void writeText(FileWriter& file, GraphicObject const& object, int colorChannels) {
-  constexpr std::size_t longestLine = 6 * (longestFloat + 1) + 4 * 4 + 1;
+  constexpr std::size_t longestLine = 3 * (longestDouble + 1) + 3 * (longestFloat + 1) + 4 * 4;
+  bool const isFar = hasOffset(object);
+  std::vector<float const*> const fields = fieldArrays(object);
   bool const hasNormals = object.hasNormals();
   for (std::size_t vertex = 0; vertex < object.vertices().size(); ++vertex) {
     char* const line = file.room(longestLine);
-    char* to = putFloats(line, object.vertices()[vertex]);
+    cv::Vec3f const& position = object.vertices()[vertex];
+    char* to = isFar ? putDoubles(line, placeOf(object, position)) : putFloats(line, position);
     if (hasNormals) {
       *to++ = ' ';
       to = putFloats(to, object.normals()[vertex]);
@@ -80,8 +110,15 @@ void writeText(FileWriter& file, GraphicObject const& object, int colorChannels)
       *to++ = ' ';
       to = putInteger(to, object.colors()[vertex][channel]);
     }
-    *to++ = '\n';
     file.advance(to);
+    for (float const* const field : fields) {
+      char* const value = file.room(longestFloat + 1);
+      *value = ' ';
+      file.advance(putFloat(value + 1, field[vertex]));
+    }
+    char* const end = file.room(1);
+    *end = '\n';
+    file.advance(end + 1);
   }
   for (cv::Vec3i const& triangle : object.triangles()) {
     constexpr std::size_t longestFace = 1 + 3 * (longestInteger + 1) + 1;

@@ -4,10 +4,15 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "core/large_array.hpp"
+#include "graphic/far_coordinates.hpp"
+#include "graphic/field_names.hpp"
 #include "graphic/line_fields.hpp"
 #include "graphic/ply_rows.hpp"
 #include "graphic/ply_values.hpp"
@@ -15,12 +20,12 @@
 namespace vorn::graphic {
 namespace {
 
-enum class Target { None, Position, Normal, Color };
+enum class Target { None, Position, Normal, Color, Scalar };
 
 /// Where the values of a vertex property go.
 struct Field {
   Target target = Target::None;
-  std::size_t channel = 0; ///< x, y, z or red, green, blue, alpha
+  std::size_t channel = 0; ///< x, y, z or red, green, blue, alpha or the number of the scalar
 };
 
 Field fieldNamed(std::string_view name) {
@@ -47,7 +52,7 @@ Field fieldNamed(std::string_view name) {
   if (std::size_t const channel = find(shortColors, name); channel < shortColors.size()) {
     return {Target::Color, channel};
   }
-  return {};
+  return {Target::Scalar, 0};
 }
 
 bool isComplete(std::vector<Field> const& fields, Target target) {
@@ -60,7 +65,8 @@ bool isComplete(std::vector<Field> const& fields, Target target) {
   return found[0] && found[1] && found[2];
 }
 
-/// The meaning of each property of a vertex element. Normals and colours that lack a component mean nothing.
+/// The meaning of each property of a vertex element. What there is of incomplete normals and colours are
+/// scalars.
 std::vector<Field> findFields(PlyElement const& element) {
   std::vector<Field> fields;
   for (PlyProperty const& property : element.properties) {
@@ -69,28 +75,70 @@ std::vector<Field> findFields(PlyElement const& element) {
   for (Target const target : {Target::Position, Target::Normal, Target::Color}) {
     if (!isComplete(fields, target)) {
       for (Field& field : fields) {
-        field.target = field.target == target ? Target::None : field.target;
+        field.target = field.target == target ? Target::Scalar : field.target;
       }
+    }
+  }
+  std::size_t scalars = 0;
+  for (Field& field : fields) {
+    if (field.target == Target::Scalar) {
+      field.channel = scalars++;
     }
   }
   return fields;
 }
 
+/// Whether coordinates are of a type that a float does not hold.
+bool hasWidePositions(PlyElement const& element, std::vector<Field> const& fields) {
+  for (std::size_t column = 0; column < fields.size(); ++column) {
+    PlyType const type = element.properties[column].type;
+    if (fields[column].target == Target::Position &&
+        (type == PlyType::Float64 || type == PlyType::Int32 || type == PlyType::UInt32)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 /// Where the next rows' values go; null for what the file does not have.
 struct Rows {
-  float* positions;
-  float* normals;
-  unsigned char* colors;
+  float* positions = nullptr; ///< null where there are wide ones
+  double* widePositions = nullptr;
+  float* normals = nullptr;
+  unsigned char* colors = nullptr;
+  std::vector<float*> scalars;
 
-  float* floats(Field const& field) const {
-    return (field.target == Target::Normal ? normals : positions) + field.channel;
+  /// Calls `action(place, channels a row)` with where the field's values go.
+  template <class Action>
+  auto with(Field const& field, Action const& action) const {
+    switch (field.target) {
+    case Target::Normal:
+      return action(normals + field.channel, 3);
+    case Target::Color:
+      return action(colors + field.channel, 4);
+    case Target::Scalar:
+      return action(scalars[field.channel], 1);
+    default:
+      break;
+    }
+    return widePositions != nullptr ? action(widePositions + field.channel, 3)
+                                    : action(positions + field.channel, 3);
   }
-  unsigned char* color(Field const& field) const { return colors + field.channel; }
 
   void advance(std::size_t count) {
-    positions += 3 * count;
-    normals = normals != nullptr ? normals + 3 * count : nullptr;
-    colors = colors != nullptr ? colors + 4 * count : nullptr;
+    move(positions, 3 * count);
+    move(widePositions, 3 * count);
+    move(normals, 3 * count);
+    move(colors, 4 * count);
+    for (float*& scalar : scalars) {
+      scalar += count;
+    }
+  }
+
+private:
+  template <class T>
+  static void move(T*& place, std::size_t count) {
+    place = place != nullptr ? place + count : nullptr;
   }
 };
 
@@ -99,18 +147,19 @@ struct Rows {
 template <class T, bool swapped, std::size_t width>
 void takeColumns(char const* from, std::size_t stride, std::size_t count, Field const& field,
                  Rows const& rows) {
-  auto const take = [&](auto* to, std::size_t channels, auto const& convert) {
+  rows.with(field, [&](auto* to, std::size_t channels) {
+    using To = std::remove_pointer_t<decltype(to)>;
     for (std::size_t row = 0; row < count; ++row, from += stride, to += channels) {
       for (std::size_t column = 0; column < width; ++column) {
-        to[column] = convert(loadValue<T, swapped>(from + column * sizeof(T)));
+        T const value = loadValue<T, swapped>(from + column * sizeof(T));
+        if constexpr (std::is_same_v<To, unsigned char>) {
+          to[column] = toColor(value);
+        } else {
+          to[column] = static_cast<To>(value);
+        }
       }
     }
-  };
-  if (field.target == Target::Color) {
-    take(rows.color(field), 4, [](T value) { return toColor(value); });
-  } else {
-    take(rows.floats(field), 3, [](T value) { return static_cast<float>(value); });
-  }
+  });
 }
 
 template <std::size_t width>
@@ -124,7 +173,7 @@ void takeColumns(PlyType type, bool swapped, char const* from, std::size_t strid
 
 /// True when three properties from `first` on are x, y, z or the like, in this order and of one type.
 bool isTriple(PlyElement const& element, std::vector<Field> const& fields, std::size_t first) {
-  if (first + 3 > fields.size() || fields[first].channel != 0) {
+  if (first + 3 > fields.size() || fields[first].channel != 0 || fields[first].target == Target::Scalar) {
     return false;
   }
   for (std::size_t column = first + 1; column < first + 3; ++column) {
@@ -195,11 +244,50 @@ void takeTextValues(FileReader const& file, LineFields& line, PlyElement const& 
     Field const& field = fields[column];
     if (field.target == Target::None) {
       skipProperty(file, line, property);
-    } else if (!(field.target == Target::Color ? takeColor(line, property.type, *rows.color(field))
-                                               : line.number(*rows.floats(field)))) {
+      continue;
+    }
+    bool const isTaken = rows.with(field, [&](auto* to, std::size_t /*channels*/) {
+      if constexpr (std::is_same_v<decltype(to), unsigned char*>) {
+        return takeColor(line, property.type, *to);
+      } else {
+        return line.number(*to);
+      }
+    });
+    if (!isTaken) {
       failAtValue(file, line, property);
     }
   }
+}
+
+void readRows(FileReader& file, PlyElement const& element, PlyEncoding encoding,
+              std::vector<Field> const& fields, Rows rows) {
+  if (encoding == PlyEncoding::Ascii) {
+    for (std::uint64_t row = 0; row < element.count; ++row, rows.advance(1)) {
+      takeTextRow(file, element,
+                  [&](LineFields& line) { takeTextValues(file, line, element, fields, rows); });
+    }
+  } else if (element.hasList()) {
+    readUnequalRows(file, element, fields, isSwapped(encoding), std::move(rows));
+  } else {
+    readEqualRows(file, element, fields, isSwapped(encoding), std::move(rows));
+  }
+}
+
+std::vector<std::string> scalarsOf(PlyElement const& element, std::vector<Field> const& fields) {
+  std::vector<std::string> names;
+  for (std::size_t column = 0; column < fields.size(); ++column) {
+    if (fields[column].target == Target::Scalar) {
+      names.push_back(element.properties[column].name);
+    }
+  }
+  return names;
+}
+
+template <class T>
+std::vector<T>& provide(std::vector<T>& array, std::size_t count, T const& value = T()) {
+  reserveLarge(array, count);
+  array.resize(count, value);
+  return array;
 }
 
 } // namespace
@@ -214,27 +302,25 @@ void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding en
     file.fail("its vertices lack x, y or z");
   }
   std::size_t const count = static_cast<std::size_t>(element.count);
-  reserveLarge(object.vertices(), count);
-  object.vertices().resize(count);
+  std::vector<cv::Vec3d> places;
+  Rows rows;
+  if (hasWidePositions(element, fields)) {
+    rows.widePositions = provide(places, count)[0].val;
+  } else {
+    rows.positions = provide(object.vertices(), count)[0].val;
+  }
   if (isComplete(fields, Target::Normal)) {
-    reserveLarge(object.normals(), count);
-    object.normals().resize(count);
+    rows.normals = provide(object.normals(), count)[0].val;
   }
   if (isComplete(fields, Target::Color)) {
-    reserveLarge(object.colors(), count);
-    object.colors().resize(count, cv::Vec4b(0, 0, 0, 255));
+    rows.colors = provide(object.colors(), count, cv::Vec4b(0, 0, 0, 255))[0].val;
   }
-  Rows rows = {object.vertices()[0].val, object.hasNormals() ? object.normals()[0].val : nullptr,
-               object.hasColors() ? object.colors()[0].val : nullptr};
-  if (encoding == PlyEncoding::Ascii) {
-    for (std::size_t row = 0; row < count; ++row, rows.advance(1)) {
-      takeTextRow(file, element,
-                  [&](LineFields& line) { takeTextValues(file, line, element, fields, rows); });
-    }
-  } else if (element.hasList()) {
-    readUnequalRows(file, element, fields, isSwapped(encoding), rows);
-  } else {
-    readEqualRows(file, element, fields, isSwapped(encoding), rows);
+  for (std::string const& name : fieldNamesOf(scalarsOf(element, fields))) {
+    rows.scalars.push_back(provide(object.fields()[name], count).data());
+  }
+  readRows(file, element, encoding, fields, std::move(rows));
+  if (!places.empty()) {
+    setPlaces(object, places);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "core/error.hpp"
+#include "graphic/far_coordinates.hpp"
 #include "graphic/file_reader.hpp"
 #include "graphic/file_writer.hpp"
 #include "graphic/number_text.hpp"
@@ -31,6 +32,10 @@ Facet facetOf(GraphicObject const& object, cv::Vec3i const& triangle) {
   double const length = std::sqrt(normal.dot(normal));
   if (length > 0 && std::isfinite(length)) {
     facet[0] = normal * (1 / length);
+  }
+  for (std::size_t corner = 1; corner <= 3 && hasOffset(object);
+       ++corner) { // zero would change signs of zero
+    facet[corner] = placeOf(object, facet[corner]);
   }
   return facet;
 }

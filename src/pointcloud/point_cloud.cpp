@@ -56,6 +56,21 @@ cv::Mat_<T> copyOf(cv::Mat_<T> const& matrix, Progress const& progress) {
   return copy;
 }
 
+/// The values of the present points, row by row.
+std::vector<float> presentValues(cv::Mat_<float> const& values, cv::Mat_<uchar> const& state,
+                                 std::size_t count) {
+  std::vector<float> present;
+  present.reserve(count);
+  for (int row = 0; row < values.rows; ++row) {
+    for (int column = 0; column < values.cols; ++column) {
+      if (state(row, column) == 0) {
+        present.push_back(values(row, column));
+      }
+    }
+  }
+  return present;
+}
+
 bool isSameMatrix(cv::Mat const& a, cv::Mat const& b) {
   return a.data == b.data && a.size() == b.size() && a.step[0] == b.step[0];
 }
@@ -74,13 +89,19 @@ PointCloud::PointCloud(cv::Mat_<cv::Vec3f> const& points, bool organized, cv::Ma
   calcBoundingBox();
 }
 
-PointCloud::PointCloud(graphic::GraphicObject const& object) : revision_(std::make_shared<Revision>()) {
+PointCloud::PointCloud(graphic::GraphicObject const& object)
+    : revision_(std::make_shared<Revision>()), offset_(object.offset()) {
   std::size_t const count = object.vertices().size();
   if (object.hasNormals() && object.normals().size() != count) {
     throw error("The object has not as many normals as vertices", "PointCloud");
   }
   if (object.hasColors() && object.colors().size() != count) {
     throw error("The object has not as many colours as vertices", "PointCloud");
+  }
+  for (auto const& [name, values] : object.fields()) {
+    if (values.size() != count) {
+      throw error("The object has not as many values of " + name + " as vertices", "PointCloud");
+    }
   }
   auto const rows = static_cast<int>(count / listColumns);
   if (rows > 0) {
@@ -92,6 +113,9 @@ PointCloud::PointCloud(graphic::GraphicObject const& object) : revision_(std::ma
     if (object.hasColors()) {
       texture_ = gridOf<cv::Vec3b>(object.colors(), rows, textureFromColor);
     }
+    for (auto const& [name, values] : object.fields()) {
+      fields_[name] = gridOf<float>(values, rows, [](float value) { return value; });
+    }
   }
   resetState();
   calcBoundingBox();
@@ -101,7 +125,7 @@ PointCloud::PointCloud(PointCloud const& other)
     : points_(other.points_), normals_(other.normals_), texture_(other.texture_), state_(other.state_),
       organized_(other.organized_), boxOrigin_(other.boxOrigin_), boxDims_(other.boxDims_),
       defaultColor_(other.defaultColor_), transform_(other.transform_), continuous_(other.continuous_),
-      auxMask_(other.auxMask_), fields_(other.fields_), revision_(other.revision_) {}
+      auxMask_(other.auxMask_), fields_(other.fields_), revision_(other.revision_), offset_(other.offset_) {}
 
 PointCloud::PointCloud(PointCloud&& other) noexcept = default;
 
@@ -272,6 +296,10 @@ graphic::GraphicObject PointCloud::getGraphicObject(bool applyTransform) const {
       }
     }
   }
+  for (auto const& [name, values] : fields_) {
+    object.fields()[name] = presentValues(values, state_, count);
+  }
+  object.offset() = offset_;
   return object;
 }
 

@@ -92,7 +92,14 @@ PointCloud PointCloud::fromVertices(graphic::GraphicObject const& object) {
     throw error(std::to_string(object.vertices().size()) + " points are more than 2147483647",
                 "fromVertices");
   }
-  return {columnOf(object.vertices()), false, columnOf(object.normals()), columnOfTexture(object.colors())};
+  PointCloud cloud(columnOf(object.vertices()), false, columnOf(object.normals()),
+                   columnOfTexture(object.colors()));
+  for (auto const& [name, values] : object.fields()) {
+    cloud.fields_[name] = columnOf(values);
+  }
+  cloud.checkSizes();
+  cloud.offset_ = object.offset();
+  return cloud;
 }
 
 void PointCloud::save(std::string const& path) const {

@@ -343,6 +343,38 @@ TEST(InfoCommand, DescribesACloud) {
   EXPECT_EQ(run({"info", folder / "absent.ply"}).status, 1);
 }
 
+TEST(FilterCommand, KeepsFieldsAndFarPlaces) {
+  test::TemporaryFolder const folder;
+  graphic::GraphicObject object;
+  for (int i = 0; i < 10; ++i) {
+    object.vertices().emplace_back(static_cast<float>(i) + 0.25F, 0.0F, static_cast<float>(i));
+    object.fields()["sigma"].push_back(0.5F * static_cast<float>(i));
+  }
+  object.fields()["sigma"][3] = test::notANumber;
+  object.offset() = {5e8, 0, 0};
+  writeGraphic(folder / "in.ply", object);
+  ASSERT_EQ(run({"filter", folder / "in.ply", folder / "out.ply", "--z-range", "2", "6"}).status, 0);
+  graphic::GraphicObject const found = readGraphic(folder / "out.ply");
+  ASSERT_EQ(found.vertices().size(), 5U);
+  EXPECT_EQ(found.offset()[0] + double{found.vertices()[4][0]}, 500000006.25);
+  EXPECT_EQ(found.fields().at("sigma")[4], 3.0F);
+
+  ToolOutcome const info = run({"info", folder / "out.ply", "--json"});
+  nlohmann::json const described = nlohmann::json::parse(info.output).at("files").at(0);
+  EXPECT_EQ(described.at("fields"),
+            nlohmann::json::parse(
+                R"([{"name": "sigma", "finiteValues": 4, "min": 1.0, "median": 2.5, "max": 3.0}])"));
+  EXPECT_EQ(described.at("offset"), nlohmann::json({5e8, 0.0, 0.0}));
+  std::string const said = run({"info", folder / "out.ply"}).output;
+  EXPECT_NE(said.find("Field sigma: 1 to 3, median 2.5 (1 values are not finite)"), std::string::npos)
+      << said;
+
+  // Where they cannot be kept, that is said.
+  ToolOutcome const lossy = run({"filter", folder / "in.ply", folder / "out.obj", "--z-range", "2", "6"});
+  EXPECT_EQ(lossy.status, 0);
+  EXPECT_NE(lossy.errors.find("is without the points' fields (sigma)"), std::string::npos) << lossy.errors;
+}
+
 TEST(InfoCommand, DescribesACameraWithoutDistortion) {
   test::TemporaryFolder const folder;
   nlohmann::json const K{

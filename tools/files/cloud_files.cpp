@@ -57,6 +57,25 @@ graphic::GraphicObject readObj(std::string const& path) {
   }
 }
 
+/// Says what a format has no place for.
+void warnOfLoss(std::string const& path, graphic::GraphicObject const& object) {
+  Format const format = formatOf(path);
+  if (format == Format::Ply) {
+    return;
+  }
+  if (!object.fields().empty()) {
+    std::string names;
+    for (auto const& field : object.fields()) {
+      names += (names.empty() ? "" : ", ") + field.first;
+    }
+    warn(path + " is without the points' fields (" + names + "): its format has no place for them");
+  }
+  if (format == Format::Stl && object.offset() != cv::Vec3d()) {
+    warn("the coordinates in " + path +
+         " are rounded: they lie so far from zero that floats lose their place");
+  }
+}
+
 } // namespace
 
 graphic::GraphicObject readGraphic(std::string const& path) {
@@ -73,6 +92,7 @@ graphic::GraphicObject readGraphic(std::string const& path) {
 }
 
 void writeGraphic(std::string const& path, graphic::GraphicObject const& object) {
+  warnOfLoss(path, object);
   switch (formatOf(path)) {
   case Format::Ply:
     graphic::PLYFile().write(path, object);

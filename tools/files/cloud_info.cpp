@@ -4,7 +4,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
 #include <iostream>
+#include <iterator>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -58,6 +64,32 @@ float usualSpacing(std::vector<cv::Point3f> const& points) {
   return std::sqrt(*middle);
 }
 
+/// Least, middle and greatest of the numbers among a field's values.
+nlohmann::json printField(std::string const& name, std::vector<float> const& values) {
+  std::vector<float> finite;
+  std::copy_if(values.begin(), values.end(), std::back_inserter(finite),
+               [](float value) { return std::isfinite(value); });
+  std::cout << "Field " << name << ": ";
+  nlohmann::json field = {{"name", name}, {"finiteValues", finite.size()}};
+  if (finite.empty()) {
+    std::cout << "no value is a finite number\n";
+    return field;
+  }
+  auto const middle = finite.begin() + static_cast<std::ptrdiff_t>(finite.size() / 2);
+  std::nth_element(finite.begin(), middle, finite.end());
+  float const median = *middle;
+  auto const [least, greatest] = std::minmax_element(finite.begin(), finite.end());
+  std::cout << *least << " to " << *greatest << ", median " << median;
+  if (finite.size() < values.size()) {
+    std::cout << " (" << values.size() - finite.size() << " values are not finite)";
+  }
+  std::cout << '\n';
+  field["min"] = *least;
+  field["median"] = median;
+  field["max"] = *greatest;
+  return field;
+}
+
 } // namespace
 
 nlohmann::json printCloudInfo(graphic::GraphicObject const& object) {
@@ -82,6 +114,18 @@ nlohmann::json printCloudInfo(graphic::GraphicObject const& object) {
     std::cout << "Usual spacing " << spacing << " (median distance to the nearest point)\n";
     info["spacing"] = spacing;
   }
+  if (object.offset() != cv::Vec3d()) {
+    std::ostringstream text;
+    text << std::setprecision(std::numeric_limits<double>::max_digits10) << object.offset();
+    std::cout << "Coordinates are relative to the offset " << text.str()
+              << ": floats would lose their place far from zero\n";
+    info["offset"] = {object.offset()[0], object.offset()[1], object.offset()[2]};
+  }
+  nlohmann::json fields = nlohmann::json::array();
+  for (auto const& [name, values] : object.fields()) {
+    fields.push_back(printField(name, values));
+  }
+  info["fields"] = fields;
   return info;
 }
 

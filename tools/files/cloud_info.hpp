@@ -8,7 +8,7 @@
 
 namespace vorn::tools {
 
-/// Prints how many points and triangles there are, what they carry, their box and their usual spacing.
+/// Prints how many points and triangles there are, what they carry, their box, usual spacing and fields.
 /// @return the same as members of a report
 nlohmann::json printCloudInfo(graphic::GraphicObject const& object);
 

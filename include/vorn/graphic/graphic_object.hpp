@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <map>
 #include <opencv2/core/matx.hpp>
+#include <string>
 #include <vector>
 
 #include <vorn/core/export.hpp>
@@ -12,9 +14,9 @@ namespace vorn::graphic {
 
 /// A point cloud or a triangle mesh: the content of a PLY, OBJ or STL file.
 ///
-/// `normals` and `colors` are either empty or as long as `vertices`; `triangles` hold indices into
-/// `vertices`. The arrays may be filled in any order, so this is not checked here but by what uses the object
-/// as a whole: writing an object that breaks it is an Exception.
+/// `normals` and `colors` are either empty or as long as `vertices`, every one of `fields` is as long as
+/// `vertices`; `triangles` hold indices into `vertices`. The arrays may be filled in any order, so this is
+/// not checked here but by what uses the object as a whole: writing an object that breaks it is an Exception.
 class VORN_API GraphicObject {
 public:
   /// Positions, one a vertex; NaN and infinite coordinates are allowed.
@@ -31,6 +33,19 @@ public:
   std::vector<cv::Vec4b> const& colors() const noexcept { return colors_; }
   /// The same, to change.
   std::vector<cv::Vec4b>& colors() noexcept { return colors_; }
+
+  /// Numbers that come with the vertices (uncertainty, modulation, deviation from a nominal shape ...), by
+  /// name, one a vertex. PLY, PCD and XYZ files hold them; OBJ and STL have no place for them.
+  std::map<std::string, std::vector<float>> const& fields() const noexcept { return fields_; }
+  /// The same, to change.
+  std::map<std::string, std::vector<float>>& fields() noexcept { return fields_; }
+
+  /// Where the vertices' zero lies: a vertex's place is `offset() + vertex`. Zero, unless they were read from
+  /// a file of double coordinates so far from zero that floats would lose their place. Files are
+  /// written with the sum, exactly but for STL, which holds floats only.
+  cv::Vec3d const& offset() const noexcept { return offset_; }
+  /// The same, to change.
+  cv::Vec3d& offset() noexcept { return offset_; }
 
   /// Three vertex indices a triangle, counter-clockwise as seen from outside.
   std::vector<cv::Vec3i> const& triangles() const noexcept { return triangles_; }
@@ -55,6 +70,8 @@ private:
   std::vector<cv::Vec3f> normals_;
   std::vector<cv::Vec4b> colors_;
   std::vector<cv::Vec3i> triangles_;
+  std::map<std::string, std::vector<float>> fields_;
+  cv::Vec3d offset_;
 };
 
 } // namespace vorn::graphic

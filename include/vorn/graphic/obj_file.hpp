@@ -28,7 +28,8 @@ public:
   GraphicObject read(std::string const& path) const;
 
   /// Writes all of `object` to `path`: every value with the fewest digits that read back as the same value,
-  /// colours behind their vertex, alpha only when some colour is not opaque. An existing file is replaced
+  /// colours behind their vertex, alpha only when some colour is not opaque. The format has no place for
+  /// fields. An existing file is replaced
   /// when the new one is complete. Working memory: none that grows with the object.
   /// @throws Exception when the object's arrays do not fit each other or the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;

@@ -17,9 +17,13 @@ namespace vorn::graphic {
 /// - `red`, `green`, `blue` and `alpha` (also with the prefix `diffuse_`, or as `r`, `g`, `b`, `a`): whole
 ///   numbers in 0..255, larger and smaller ones clamped, or floating point numbers in 0..1; alpha is 255 when
 ///   it is missing.
-/// Normals or colours that are not complete are left out. Polygons of the element `face` become triangle
-/// fans, `tristrips` become triangles; a polygon of fewer than three corners has no area and is passed over.
-/// Values beyond the range of `float` become infinite.
+/// - every other property that is a number, and what there is of normals and colours that are not complete,
+///   as one of the object's fields, in single precision. A field's name is the property's, without the prefix
+///   `scalar_` that marks it in files of this and of other programs.
+/// Lists of a vertex are passed over. Coordinates of types finer than float that floats would move by more
+/// than a millionth of the cloud's extent are kept relative to an offset of few digits, `offset()`. Polygons
+/// of the element `face` become triangle fans, `tristrips` become triangles; a polygon of fewer than three
+/// corners has no area and is passed over. Values beyond the range of `float` become infinite.
 class VORN_API PLYFile {
 public:
   /// How values are stored. Binary files hold the exact bits of every value, ascii files the fewest digits
@@ -30,14 +34,18 @@ public:
   /// @param format what `write` writes; `read` takes all of them
   explicit PLYFile(Format format) : format_(format) {}
 
-  /// The content of the file at `path`. Working memory: none that grows with the file.
+  /// The content of the file at `path`. Working memory: none that grows with the file; 24 bytes a vertex
+  /// where coordinates are of a type finer than float.
   /// @throws Exception that names the file, the line or byte and the reason, when the file cannot be opened,
   ///         is not PLY, is damaged, or holds less than its header promises
   GraphicObject read(std::string const& path) const;
 
-  /// Writes all of `object` to `path`; alpha is left out when every colour is opaque. An existing file is
-  /// replaced when the new one is complete. Working memory: none that grows with the object.
-  /// @throws Exception when the object's arrays do not fit each other or the file cannot be written
+  /// Writes all of `object` to `path`; alpha is left out when every colour is opaque. Fields become the float
+  /// properties `scalar_NAME`, with underscores for blanks and control characters in their names. Coordinates
+  /// with an offset are written as doubles. An existing file is replaced when the new one is complete.
+  /// Working memory: none that grows with the object.
+  /// @throws Exception when the object's arrays do not fit each other, a field has no name or that of another
+  ///         when blanks are replaced, or the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;
 
 private:

@@ -34,9 +34,9 @@ public:
   GraphicObject read(std::string const& path) const;
 
   /// Writes the triangles of `object` to `path`, each with the normal that its corners give (zero for a
-  /// triangle without area). The format has no place for vertex normals, colours and vertices that no
-  /// triangle uses. An existing file is replaced when the new one is complete. Working memory: none that
-  /// grows with the object.
+  /// triangle without area). The format has no place for vertex normals, colours, fields and vertices that no
+  /// triangle uses, nor for more than floats: where the object has an offset, its places are rounded. An
+  /// existing file is replaced when the new one is complete. Working memory: none that grows with the object.
   /// @throws Exception when the object has vertices but no triangles, since all its points would be lost;
   ///         when its arrays do not fit each other; or when the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;

@@ -67,8 +67,8 @@ public:
 
   /// A copy of the object's vertices in rows of 64; the last (number of vertices mod 64) ones are dropped.
   ///
-  /// Normals and colours are taken where the object has them. The cloud is not organized.
-  /// @throws Exception when there are not as many normals or colours as vertices
+  /// Normals, colours and fields are taken where the object has them. The cloud is not organized.
+  /// @throws Exception when there are not as many of them as vertices
   explicit PointCloud(graphic::GraphicObject const& object);
 
   /// Shares the other cloud's data; the octree is not copied.
@@ -81,14 +81,14 @@ public:
   PointCloud& operator=(PointCloud&& other) noexcept;
   ~PointCloud();
 
-  /// All vertices of a file, in its order, as one column of points; normals and colours where the file has
-  /// them. The cloud is not organized.
+  /// All vertices of a file, in its order, as one column of points; normals, colours and fields where the
+  /// file has them. The cloud is not organized.
   /// @param path ends in .ply, .obj or .stl, in capitals or not
   /// @throws Exception that names the path, for any other ending and when the file cannot be read
   [[nodiscard]] static PointCloud load(std::string const& path);
 
-  /// All vertices of an object, in its order, as one column of points; normals and colours where it has them.
-  /// The cloud is not organized. It shares nothing with the object.
+  /// All vertices of an object, in its order, as one column of points; normals, colours and fields where it
+  /// has them. The cloud is not organized. It shares nothing with the object.
   /// @throws Exception for more points than a matrix has rows
   [[nodiscard]] static PointCloud fromVertices(graphic::GraphicObject const& object);
 
@@ -147,6 +147,12 @@ public:
   std::map<std::string, cv::Mat_<float>> const& fields() const { return fields_; }
   /// The same, to change.
   std::map<std::string, cv::Mat_<float>>& fields() { return fields_; }
+  /// Where the zero of the points lies: a point's place is `offset() + point`. Zero, unless they are from a
+  /// file of double coordinates so far from zero that floats would lose their place; saving adds it again.
+  /// Everything else, the pending transform too, is relative to it.
+  cv::Vec3d const& offset() const { return offset_; }
+  /// Sets what `offset` returns; the points stay as they are.
+  void setOffset(cv::Vec3d const& offset) { offset_ = offset; }
   /// The colour for points without texture; white.
   cv::Vec3b const& defaultColor() const { return defaultColor_; }
 
@@ -200,7 +206,7 @@ public:
   /// to identity.
   void applyTransform();
 
-  /// The present points, row by row, with their normals and colours.
+  /// The present points, row by row, with their normals, colours and fields.
   /// @param applyTransform true: points and normals are moved by the pending transform
   graphic::GraphicObject getGraphicObject(bool applyTransform) const;
 
@@ -213,7 +219,7 @@ public:
   void loadFromFile(std::string const& path, std::string const& extension);
 
   /// Writes the present points, moved by the pending transform, to a file. Working memory: that of
-  /// `getGraphicObject`'s result, 12 bytes a point, 12 for a normal, 4 for a colour.
+  /// `getGraphicObject`'s result, 12 bytes a point, 12 for a normal, 4 for a colour and for each field.
   ///
   /// @param extension "ply", "obj" or "stl"; any other writes "Unsupported extension" to standard output only
   /// @throws Exception when the file cannot be written; an existing file is unchanged then
@@ -356,6 +362,7 @@ private:
   std::shared_ptr<Revision> revision_;
   std::size_t octreeRevision_ = 0;
   cv::Mat_<cv::Vec3f> octreePoints_; ///< the matrix that the octree is of
+  cv::Vec3d offset_;
 };
 
 } // namespace vorn::mv
