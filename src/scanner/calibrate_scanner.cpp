@@ -9,6 +9,7 @@
 
 #include "scanner/projector_axis.hpp"
 #include "scanner/scanner_access.hpp"
+#include "scanner/scanner_views.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -23,25 +24,6 @@ struct DecodedExtents {
   DecodedExtent columns;
   DecodedExtent rows;
 };
-
-/// The dots that the projector's light reaches, in its pixels.
-ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
-  std::vector<cv::Point2f> points;
-  std::vector<std::uint8_t> valid;
-  find_projector_points(columns, rows, camera.imgPnts, points, valid);
-  ViewPoints projector;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    if (valid[i] != 0) {
-      projector.imgPnts.push_back(points[i]);
-      projector.objPnts.push_back(camera.objPnts[i]);
-    }
-  }
-  if (projector.imgPnts.size() < leastProjectorPoints) {
-    throw calibrationFailure("the projector's light reaches only " +
-                             std::to_string(projector.imgPnts.size()) + " dots");
-  }
-  return projector;
-}
 
 void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, char const* name) {
   if (!images.empty() && images.front().size() != expected) {
@@ -80,24 +62,37 @@ cv::Size guessProjector(std::vector<CalibratedView> const& views,
 
 } // namespace
 
-ScannerCalibration calibrateScanner(std::vector<std::string> const& names, ScannerViewSource const& view,
-                                    CalibrationSettings const& settings, Observer* observer) {
+ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
+  std::vector<cv::Point2f> points;
+  std::vector<std::uint8_t> valid;
+  find_projector_points(columns, rows, camera.imgPnts, points, valid);
+  ViewPoints projector;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (valid[i] != 0) {
+      projector.imgPnts.push_back(points[i]);
+      projector.objPnts.push_back(camera.objPnts[i]);
+    }
+  }
+  if (projector.imgPnts.size() < leastProjectorPoints) {
+    throw calibrationFailure("the projector's light reaches only " +
+                             std::to_string(projector.imgPnts.size()) + " dots");
+  }
+  return projector;
+}
+
+ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettings const& settings,
+                                    Observer* observer) {
   Library::assertValid();
   settings.check();
   Progress const progress(observer);
-  std::vector<DecodedExtents> extents(names.size());
   std::vector<MeasuredView> measured =
-      measureViews(names, progress.part(0.0, 0.9), stepsPerView,
-                   [&](std::size_t number, MeasuredView& result, ViewSteps& steps) {
-                     steps.begin("reading views");
-                     measure(view(number), settings, result, extents[number], steps);
-                   });
+      measureViews(views.names, progress.part(0.0, 0.9), views.stepsPerView, views.measure);
   ScannerCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
   calibration.report.isProjectorGuessed = settings.projector.empty();
   cv::Size const projector =
-      settings.projector.empty() ? guessProjector(calibration.views, extents) : settings.projector;
+      settings.projector.empty() ? views.projector(calibration.views) : settings.projector;
   calibrateViews(calibration.views, {"camera", "projector"}, settings, [&] {
     progress.at("calibrating", 0.9);
     CameraCalibData cameraData = calibData(calibration.views, 0);
@@ -120,6 +115,20 @@ ScannerCalibration calibrateScanner(std::vector<std::string> const& names, Scann
   calibration.report.rotationDefect = agreedRotationDefect(scanner.getTransform());
   progress.at("calibrating", 1.0);
   return calibration;
+}
+
+ScannerCalibration calibrateScanner(std::vector<std::string> const& names, ScannerViewSource const& view,
+                                    CalibrationSettings const& settings, Observer* observer) {
+  std::vector<DecodedExtents> extents(names.size());
+  ScannerViews views;
+  views.names = names;
+  views.stepsPerView = stepsPerView;
+  views.measure = [&](std::size_t number, MeasuredView& result, ViewSteps& steps) {
+    steps.begin("reading views");
+    measure(view(number), settings, result, extents[number], steps);
+  };
+  views.projector = [&](std::vector<CalibratedView> const& used) { return guessProjector(used, extents); };
+  return calibrateScanner(views, settings, observer);
 }
 
 ScannerCalibration calibrateScanner(std::vector<ScannerView> const& views,

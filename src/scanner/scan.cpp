@@ -64,15 +64,6 @@ void checkScanner(Sl3dScanner const& scanner) {
   }
 }
 
-void checkImages(Sl3dScanner const& scanner, std::vector<cv::Mat> const& images) {
-  cv::Size const expected = scanner.getCameraModel().getResolution();
-  if (!images.empty() && images.front().size() != expected) {
-    throw error("The images are " + sizeText(images.front().size()) + ", but the scanner's camera has " +
-                    sizeText(expected),
-                "scan");
-  }
-}
-
 constexpr char const* makingCloud = "making the cloud";
 /// Rows of a 12-megapixel image that a pass takes a few milliseconds for.
 constexpr std::size_t bandRows = 128;
@@ -171,6 +162,16 @@ cv::Mat textureOf(cv::Mat_<float> const& modulation, cv::Mat_<uchar> const& mask
 
 } // namespace
 
+void ScannerAccess::requireScannable(Sl3dScanner const& scanner, cv::Size const& images) {
+  Library::assertValid();
+  checkScanner(scanner);
+  cv::Size const expected = scanner.getCameraModel().getResolution();
+  if (!images.empty() && images != expected) {
+    throw error("The images are " + sizeText(images) + ", but the scanner's camera has " + sizeText(expected),
+                "scan");
+  }
+}
+
 void ScanSettings::check() const {
   if (!std::isfinite(noise) || noise < 0.0) {
     std::ostringstream message;
@@ -181,10 +182,8 @@ void ScanSettings::check() const {
 
 ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSettings const& settings,
                 Observer* observer) {
-  Library::assertValid();
   settings.check();
-  checkScanner(scanner);
-  checkImages(scanner, images);
+  ScannerAccess::requireScannable(scanner, images.empty() ? cv::Size() : images.front().size());
   Progress const progress(observer);
   ScanResult result;
   Timer timer;
@@ -219,9 +218,8 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
 
 ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded, ScanSettings const& settings,
                        Observer* observer) {
-  Library::assertValid();
   settings.check();
-  checkScanner(scanner);
+  ScannerAccess::requireScannable(scanner, cv::Size());
   bool const isColumn = coordinateOf(scanner) == MapCoordinate::Column;
   cv::Mat_<float> const& map = isColumn ? decoded.column : decoded.row;
   if (map.empty()) {
@@ -229,7 +227,7 @@ ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded, Sca
                     ", which the scanner's \"ScannerType\" asks for",
                 "scan");
   }
-  checkImages(scanner, {map});
+  ScannerAccess::requireScannable(scanner, map.size());
   Progress const progress(observer);
   ScanResult result;
   Timer timer;

@@ -27,6 +27,10 @@ struct ScannerAccess {
   /// @throws Exception when the scanner was read from a document that lacks the transform
   static void requireTransform(Sl3dScanner const& scanner, char const* context);
 
+  /// @param images size of what is to become points; empty for none
+  /// @throws Exception for a scanner that cannot make points, or not of such images
+  static void requireScannable(Sl3dScanner const& scanner, cv::Size const& images);
+
   /// `Sl3dScanner::calib` without the rays of both devices and the messages about them. Returns whether the
   /// errors of both are small enough to have them.
   static bool calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraCalibData& projector);

@@ -9,9 +9,11 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/mv/scanner/pattern_scanner.hpp>
 
 #include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/pattern_folder.hpp"
 
 namespace vorn::tools {
 
@@ -112,6 +114,38 @@ std::vector<cv::Mat> readNeeded(fs::path const& pose, std::string const& prefix,
   return images;
 }
 
+/// The set of a view that describes it itself, or whose description lies beside the views.
+PatternFolder describedView(fs::path const& pose) {
+  bool const hasOwn = fs::exists(patternSetPath(pose.string()));
+  return readPatternFolder(pose.string(), hasOwn ? "" : patternSetPath(pose.parent_path().string()));
+}
+
+mv::PatternView readPatternView(fs::path const& pose, mv::CalibrationSettings const& settings) {
+  PatternFolder const captured = describedView(pose);
+  mv::PatternView view;
+  view.set = captured.set;
+  view.images = readPatternImages(captured, nullptr);
+  fs::path const target = pose / "target.png";
+  if (fs::exists(target)) {
+    view.target = readTarget(target, settings);
+  }
+  return view;
+}
+
+mv::ScannerCalibration calibrateByPatterns(std::string const& folder, std::string const& description,
+                                           mv::CalibrationSettings const& settings, Observer* observer) {
+  std::string const place = fs::path(description).parent_path().string();
+  // Where the set lies beside the views, globs in it are of their folders.
+  fs::path const root = viewFolder(folder);
+  std::string const images = fs::equivalent(place, root) ? (root / posesIn(root).front()).string() : place;
+  mv::PatternScanner scanner(readPatternFolder(images, description).set);
+  return calibrate<mv::PatternView>(
+      folder, [&](fs::path const& pose) { return readPatternView(pose, settings); },
+      [&](auto const& names, auto const& view) {
+        return scanner.calibrate(names, view, settings, observer);
+      });
+}
+
 } // namespace
 
 std::vector<std::string> calibrationPictures(std::string const& folder,
@@ -174,8 +208,42 @@ std::string viewPath(std::string const& folder, std::string const& view) {
   return (viewFolder(folder) / view).string();
 }
 
+std::string patternSetFileOf(std::string const& folder) {
+  fs::path const root = viewFolder(folder);
+  for (std::string const& pose : posesIn(root)) {
+    std::string const own = patternSetPath((root / pose).string());
+    if (fs::exists(own)) {
+      return own;
+    }
+  }
+  std::string const shared = patternSetPath(root.string());
+  return fs::exists(shared) ? shared : "";
+}
+
+std::vector<std::string> patternViewFiles(std::string const& folder) {
+  fs::path const root = viewFolder(folder);
+  std::vector<std::string> files{patternSetPath(root.string())};
+  for (std::string const& name : posesIn(root)) {
+    fs::path const pose = root / name;
+    files.push_back(patternSetPath(pose.string()));
+    files.push_back((pose / "target.png").string());
+    try {
+      PatternFolder const captured = describedView(pose);
+      files.insert(files.end(), captured.paths.begin(), captured.paths.end());
+    } catch (Exception const&) { // calibration says of this view why it does not serve
+    }
+  }
+  files.erase(std::remove_if(files.begin(), files.end(), [](auto const& file) { return !fs::exists(file); }),
+              files.end());
+  return files;
+}
+
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
                                         Observer* observer) {
+  std::string const description = patternSetFileOf(folder);
+  if (!description.empty()) {
+    return calibrateByPatterns(folder, description, settings, observer);
+  }
   return calibrate<mv::ScannerView>(
       folder,
       [&](fs::path const& pose) {

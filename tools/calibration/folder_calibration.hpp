@@ -33,7 +33,15 @@ mv::CameraCalibration calibrateCamera(std::string const& folder, mv::Calibration
 /// @throws Exception when there is no such folder
 std::string viewPath(std::string const& folder, std::string const& view);
 
-/// From pose_00/target.png, columns_00.png ..., rows_00.png ... and so on.
+/// The description of the pattern set that the views were captured with: pattern_set.json in the folder of
+/// the first view that has one, or beside the views; empty for views of the scanner's own sequence.
+std::string patternSetFileOf(std::string const& folder);
+
+/// Everything that is read of views of described pattern sets, as far as it is there.
+std::vector<std::string> patternViewFiles(std::string const& folder);
+
+/// From pose_00/target.png, columns_00.png ..., rows_00.png ... and so on; or, where `patternSetFileOf` finds
+/// a description, from target.png and the images that it names.
 /// @throws Exception when there are no such folders; what `mv::calibrateScanner` throws
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
                                         Observer* observer = nullptr);

@@ -85,6 +85,13 @@ std::vector<std::string> prefixesOf(CalibrateOptions const& options) {
                                               : std::vector<std::string>{"target", "columns", "rows"};
 }
 
+std::vector<std::string> inputsOf(CalibrateOptions const& options) {
+  bool const isScanner = !options.isLaser && !options.isStereo && !options.isCamera;
+  return isScanner && !patternSetFileOf(options.folder).empty()
+             ? patternViewFiles(options.folder)
+             : calibrationPictures(options.folder, prefixesOf(options));
+}
+
 /// Whether the detector finds a described target as it is described.
 bool isForDetector(mv::TargetDescription const& target) {
   return target.hasCornerMarks() && target.deviations.empty();
@@ -148,7 +155,7 @@ void note(mv::CalibrationSettings const& settings, Report& report) {
 void run(CalibrateOptions const& options, Report& report) {
   mv::CalibrationSettings settings;
   std::string const targetFile = chooseTarget(settings, options, report);
-  std::vector<std::string> inputs = calibrationPictures(options.folder, prefixesOf(options));
+  std::vector<std::string> inputs = inputsOf(options);
   if (!targetFile.empty()) {
     inputs.push_back(targetFile);
   }
@@ -190,7 +197,9 @@ void addCalibrateCommand(CLI::App& app) {
       "Calibrate a scanner, one or two cameras or a laser line scanner from images of the target");
   command
       ->add_option("folder", options->folder,
-                   "Folder with pose_00/target.png, columns_00.png, rows_00.png, ...")
+                   "Folder with pose_00/target.png, columns_00.png, rows_00.png, ..., or with "
+                   "pattern_set.json in it or "
+                   "in pose_00 ... and the images that it names")
       ->required();
   CLI::Option* laser =
       command->add_flag("--laser", options->isLaser,

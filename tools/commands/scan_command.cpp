@@ -11,7 +11,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/core/timer.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
-#include <vorn/mv/sl/decode_patterns.hpp>
+#include <vorn/mv/scanner/pattern_scanner.hpp>
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
@@ -222,17 +222,33 @@ void readCaptured(ScanOptions const& options, std::string const& prefix, Capture
   }
 }
 
-mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::ScanSettings const& settings) {
+/// Says how well columns and rows agree, where a set codes both.
+void note(mv::EpipolarFigures const& agreement, Report& report) {
+  if (agreement.pixels == 0) {
+    return;
+  }
+  report["epipolar"] = {{"pixels", agreement.pixels},       {"rejected", agreement.rejected},
+                        {"median", agreement.median},       {"rms", agreement.rms},
+                        {"deviation", agreement.deviation}, {"foretold", agreement.foretold}};
+  constexpr std::size_t oneIn = 50;
+  if (agreement.rejected > agreement.pixels / oneIn) {
+    report.warn(std::to_string(agreement.rejected) + " of " + std::to_string(agreement.pixels) +
+                " pixels have a column and a row that are not of one point: was the projector moved since it "
+                "was calibrated, or are columns and rows exchanged?");
+  }
+}
+
+mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::ScanSettings const& settings,
+                      Report& report) {
   if (!captured.described) {
     return watched([&](Observer* bar) { return mv::scan(scanner, captured.images, settings, bar); });
   }
-  Timer timer;
-  mv::DecodedPatterns const decoded = watched(
-      [&](Observer* bar) { return mv::decode_patterns(captured.described->set, captured.images, {}, bar); });
-  double const decodeTime = timer.toc();
-  mv::ScanResult result =
-      watched([&](Observer* bar) { return mv::scanDecoded(scanner, decoded, settings, bar); });
-  result.times.decode = decodeTime;
+  mv::PatternScanSettings described;
+  described.scan = settings;
+  mv::PatternScanner patterns(captured.described->set, scanner, described);
+  mv::PatternScanResult const result =
+      watched([&](Observer* bar) { return patterns.scan(captured.images, bar); });
+  note(result.agreement, report);
   return result;
 }
 
@@ -264,7 +280,7 @@ void runPattern(ScanOptions const& options, Report& report) {
   settings.makeTexture = isTextured || report.isPageWanted();
   settings.makeModulation = report.isPageWanted();
   settings.makeSigma = report.isPageWanted();
-  mv::ScanResult result = scanOf(scanner, captured, settings);
+  mv::ScanResult result = scanOf(scanner, captured, settings, report);
 
   if (result.counts.points == 0) {
     if (report.isPageWanted()) {

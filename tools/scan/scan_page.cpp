@@ -54,6 +54,10 @@ std::array<ReasonWords, reasonCount> const& reasons() {
        "MinSegmentSize sets how small a piece may be.",
        {60, 200, 230}},
       {PixelReason::NoPoint, "no point there", "Is the calibration that of this set-up?", {44, 160, 44}},
+      {PixelReason::Contradiction,
+       "column and row contradict",
+       "Was the projector moved since it was calibrated?",
+       {0, 0, 0}},
   }};
   return all;
 }

@@ -21,7 +21,8 @@ constexpr std::pair<mv::PixelReason, char const*> reasonNames[] = {
     {mv::PixelReason::NoCode, "noCode"},
     {mv::PixelReason::Edge, "edge"},
     {mv::PixelReason::SmallPiece, "smallPiece"},
-    {mv::PixelReason::NoPoint, "noPoint"}};
+    {mv::PixelReason::NoPoint, "noPoint"},
+    {mv::PixelReason::Contradiction, "contradiction"}};
 
 } // namespace
 

@@ -16,11 +16,12 @@ enum class PixelReason : std::uint8_t {
   NoCode,       ///< the order of its fringe is not known: no trusted code reaches it, or codes contradict it
   Edge,         ///< it lies on an edge of the surface, where fringes of two surfaces mix
   SmallPiece,   ///< its connected piece of surface has fewer than "MinSegmentSize" pixels
-  NoPoint       ///< it has a coordinate, but that is off the projector's image, or its ray meets the plane of
+  NoPoint,      ///< it has a coordinate, but that is off the projector's image, or its ray meets the plane of
                 ///< light behind the camera or nowhere
+  Contradiction ///< its column and its row are not of one point in space; see `PatternScanner`
 };
 
 /// How many reasons there are: their values are below.
-constexpr int pixelReasonCount = 8;
+constexpr int pixelReasonCount = 9;
 
 } // namespace vorn::mv

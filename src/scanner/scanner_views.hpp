@@ -1,0 +1,37 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+
+#include "scanner/target_views.hpp"
+
+namespace vorn::mv {
+
+/// How views become the points of a camera and a projector, whatever the projector showed.
+struct ScannerViews {
+  std::vector<std::string> names;
+  std::size_t stepsPerView = 1; ///< how often `measure` begins a step
+  /// Adds the points of both devices to a view. What it throws becomes the view's reason.
+  std::function<void(std::size_t number, MeasuredView& view, ViewSteps& steps)> measure;
+  /// The projector's pixels; asked where the settings do not say them.
+  std::function<cv::Size(std::vector<CalibratedView> const& views)> projector;
+};
+
+/// The dots that the projector's light reaches, in its pixels.
+/// @param columns, rows what was decoded
+/// @throws Exception when there are too few
+ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows);
+
+/// `calibrateScanner` of views that are measured by `views`.
+ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettings const& settings,
+                                    Observer* observer);
+
+} // namespace vorn::mv
