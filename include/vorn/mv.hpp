@@ -25,8 +25,10 @@
 #include <vorn/core/variant.hpp>
 #include <vorn/graphic/graphic_object.hpp>
 #include <vorn/graphic/obj_file.hpp>
+#include <vorn/graphic/pcd_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/graphic/xyz_file.hpp>
 #include <vorn/mv/calib/adjustment.hpp>
 #include <vorn/mv/calib/calib_key_point.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>

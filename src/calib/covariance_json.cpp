@@ -33,11 +33,11 @@ struct Kind {
 };
 
 constexpr std::array<Kind, 22> kinds{
-    {{"fx", "px", true},   {"fy", "px", true},       {"cx", "px", true},      {"cy", "px", true},
-     {"k1_", "1", true},   {"k2_", "1", true},       {"p1_", "1", true},      {"p2_", "1", true},
-     {"k3_", "1", true},   {"k4_", "1", true},       {"k5_", "1", true},      {"k6_", "1", true},
-     {"s1_", "1", true},   {"s2_", "1", true},       {"s3_", "1", true},      {"s4_", "1", true},
-     {"rx", "rad", false}, {"ry", "rad", false},     {"rz", "rad", false},    {"tx", "length", false},
+    {{"fx", "px", true},      {"fy", "px", true},     {"cx", "px", true},   {"cy", "px", true},
+     {"k1_", "1", true},      {"k2_", "1", true},     {"p1_", "1", true},   {"p2_", "1", true},
+     {"k3_", "1", true},      {"k4_", "1", true},     {"k5_", "1", true},   {"k6_", "1", true},
+     {"s1_", "1", true},      {"s2_", "1", true},     {"s3_", "1", true},   {"s4_", "1", true},
+     {"rx", "rad", false},    {"ry", "rad", false},   {"rz", "rad", false}, {"tx", "length", false},
      {"ty", "length", false}, {"tz", "length", false}}};
 
 /// The kind of a parameter; null for an unknown name.
@@ -88,7 +88,8 @@ void checkElements(cv::Mat_<double> const& matrix) {
       }
     }
     if (matrix(row, row) < 0) {
-      refuse(place(row, row), " is " + Variant(matrix(row, row)).toString() + ", but no variance is negative");
+      refuse(place(row, row),
+             " is " + Variant(matrix(row, row)).toString() + ", but no variance is negative");
     }
   }
   for (int row = 0; row < matrix.rows; ++row) {
@@ -102,7 +103,8 @@ void checkElements(cv::Mat_<double> const& matrix) {
     }
   }
   cv::Mat_<double> eigenvalues;
-  if (!matrix.empty() && (!cv::eigen(correlations, eigenvalues) || eigenvalues(matrix.rows - 1) < -rounding)) {
+  if (!matrix.empty() &&
+      (!cv::eigen(correlations, eigenvalues) || eigenvalues(matrix.rows - 1) < -rounding)) {
     refuse("Matrix", " is no covariance: it gives some combination of its parameters a negative variance");
   }
 }
@@ -177,10 +179,9 @@ CalibrationCovariance readCovariance(nlohmann::json const& json, int deviceCount
     for (std::size_t i = 0; i < units.size(); ++i) {
       std::string const wanted = kindOf(read.parameters[i])->unit;
       if (units[i] != wanted) {
-        throw JsonRefusal("Units" + element(i),
-                          " is \"" + units[i] + "\", but \"" + read.parameters[i] + "\" is in \"" + wanted +
-                              '"',
-                          context);
+        throw JsonRefusal(
+            "Units" + element(i),
+            " is \"" + units[i] + "\", but \"" + read.parameters[i] + "\" is in \"" + wanted + '"', context);
       }
     }
     return result;

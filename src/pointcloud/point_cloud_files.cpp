@@ -10,8 +10,10 @@
 #include <vorn/core/system.hpp>
 #include <vorn/graphic/graphic_object.hpp>
 #include <vorn/graphic/obj_file.hpp>
+#include <vorn/graphic/pcd_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/graphic/xyz_file.hpp>
 
 #include "core/error.hpp"
 #include "pointcloud/texture_colors.hpp"
@@ -49,11 +51,16 @@ std::string extensionOf(std::string const& path) {
   return extension;
 }
 
-/// As `withFileClass`, by the path's extension, which must be a known one.
+/// As `withFileClass`, by the path's extension, which must be a known one, and for more of them.
 template <class Action>
 void withFileClassOf(std::string const& path, char const* context, Action const& action) {
-  if (!withFileClass(extensionOf(path), action)) {
-    throw error(path + " does not end in .ply, .obj or .stl", context);
+  std::string const extension = extensionOf(path);
+  if (extension == "pcd") {
+    action(graphic::PCDFile(), "PCD");
+  } else if (extension == "xyz") {
+    action(graphic::XYZFile(), "XYZ");
+  } else if (!withFileClass(extension, action)) {
+    throw error(path + " does not end in .ply, .pcd, .xyz, .obj or .stl", context);
   }
 }
 

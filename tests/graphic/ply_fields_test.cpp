@@ -6,8 +6,8 @@
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <opencv2/core.hpp>
 #include <map>
+#include <opencv2/core.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -22,8 +22,8 @@ using vorn::test::expectError;
 
 namespace {
 
-constexpr std::array<PLYFile::Format, 3> formats = {
-    PLYFile::Format::BinaryLittleEndian, PLYFile::Format::BinaryBigEndian, PLYFile::Format::Ascii};
+constexpr std::array<PLYFile::Format, 3> formats = {PLYFile::Format::BinaryLittleEndian,
+                                                    PLYFile::Format::BinaryBigEndian, PLYFile::Format::Ascii};
 
 class PlyFields : public testing::Test {
 protected:
@@ -103,8 +103,7 @@ TEST_F(PlyFields, ComeBackBitForBitFromEveryFormat) {
     EXPECT_NE(content().find("\nproperty float scalar_sigma\n"), std::string::npos);
   }
   object.fields()["sigma"].pop_back();
-  expectError([&] { throughFile(object, formats[0]); },
-              "14999 values of the field sigma for 15000 vertices");
+  expectError([&] { throughFile(object, formats[0]); }, "14999 values of the field sigma for 15000 vertices");
 }
 
 TEST_F(PlyFields, HaveNamesThatFilesCanHold) {
@@ -125,10 +124,11 @@ TEST_F(PlyFields, HaveNamesThatFilesCanHold) {
 TEST_F(PlyFields, AreWhatOtherProgramsCallOtherwise) {
   std::string const header =
       "element vertex 2\nproperty float x\nproperty float y\nproperty float z\nproperty float nx\n"
-      "property uchar red\nproperty float scalar_Deviation\nproperty double quality\nproperty list uchar int tags\n"
+      "property uchar red\nproperty float scalar_Deviation\nproperty double quality\nproperty list uchar int "
+      "tags\n"
       "property int32 id\nproperty float scalar_id\nend_header\n";
-  GraphicObject const text =
-      parse("ply\nformat ascii 1.0\n" + header + "1 2 3 0.5 7 -1.5 0.1 2 8 9 70000 4\n4 5 6 nan 8 inf 1e99 0 -3 5\n");
+  GraphicObject const text = parse("ply\nformat ascii 1.0\n" + header +
+                                   "1 2 3 0.5 7 -1.5 0.1 2 8 9 70000 4\n4 5 6 nan 8 inf 1e99 0 -3 5\n");
   std::map<std::string, std::vector<float>> const& fields = text.fields();
   ASSERT_EQ(fields.size(), 6U) << "all but the list";
   EXPECT_EQ(text.vertices()[1], cv::Vec3f(4, 5, 6));
@@ -141,9 +141,10 @@ TEST_F(PlyFields, AreWhatOtherProgramsCallOtherwise) {
   EXPECT_EQ(fields.at("id"), (std::vector<float>{70000, -3}));
   EXPECT_EQ(fields.at("scalar_id"), (std::vector<float>{4, 5})) << "the plain name is taken";
 
-  GraphicObject const marks = parse("ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\n"
-                                    "property float z\nproperty float a\nproperty float scalar_a\n"
-                                    "property float scalar_scalar_a\nend_header\n1 2 3 4 5 6\n");
+  GraphicObject const marks =
+      parse("ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\n"
+            "property float z\nproperty float a\nproperty float scalar_a\n"
+            "property float scalar_scalar_a\nend_header\n1 2 3 4 5 6\n");
   EXPECT_EQ(marks.fields().size(), 3U) << "none is lost";
 
   // The same in binary, with the list in between.
@@ -181,7 +182,8 @@ TEST_F(PlyFields, FarCoordinatesKeepTheirPlace) {
     vorn::test::expectSameBits(found, object);
     EXPECT_EQ(found.offset(), object.offset());
     for (std::size_t i = 0; i < places.size(); ++i) {
-      EXPECT_LE(cv::norm(found.offset() + cv::Vec3d(found.vertices()[i]), places[i], cv::NORM_INF), largestRounding);
+      EXPECT_LE(cv::norm(found.offset() + cv::Vec3d(found.vertices()[i]), places[i], cv::NORM_INF),
+                largestRounding);
     }
   }
   EXPECT_NE(content().find("property double z\n"), std::string::npos);
@@ -206,8 +208,10 @@ TEST_F(PlyFields, OnlyCoordinatesThatFloatsWouldMoveHaveAnOffset) {
   }
   // A scan as any camera makes it, and doubles that were floats.
   for (double const scale : {1.0, 1e-3}) {
-    EXPECT_EQ(parse(textOf({{-70.1 * scale, 0.3, 600.7 * scale}, {60.2 * scale, -0.3, 610.9 * scale}}, "double")).offset(),
-              cv::Vec3d());
+    EXPECT_EQ(
+        parse(textOf({{-70.1 * scale, 0.3, 600.7 * scale}, {60.2 * scale, -0.3, 610.9 * scale}}, "double"))
+            .offset(),
+        cv::Vec3d());
   }
   GraphicObject const rounded = parse(textOf({{double{7e7F}, 1, 2}, {double{7e7F} + 8, 1, 2}}, "double"));
   EXPECT_EQ(rounded.offset(), cv::Vec3d());

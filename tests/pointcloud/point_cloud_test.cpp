@@ -291,9 +291,9 @@ TEST_F(PointCloudFiles, LoadAndSaveRefuseWhatTheyCannotDoNamingThePath) {
   PointCloud const cloud(somePoints(), true);
   auto const load = [](std::string const& name) { static_cast<void>(PointCloud::load(name)); };
   for (std::string const& name :
-       {path("xyz"), path("ply.gz"), std::string("ply"), std::string("./a.ply/cloud")}) {
-    test::expectError([&] { load(name); }, name + " does not end in .ply, .obj or .stl");
-    test::expectError([&] { cloud.save(name); }, name + " does not end in .ply, .obj or .stl");
+       {path("txt"), path("ply.gz"), std::string("ply"), std::string("./a.ply/cloud")}) {
+    test::expectError([&] { load(name); }, name + " does not end in .ply, .pcd, .xyz, .obj or .stl");
+    test::expectError([&] { cloud.save(name); }, name + " does not end in .ply, .pcd, .xyz, .obj or .stl");
     EXPECT_FALSE(std::filesystem::exists(name));
   }
   test::expectError([&] { load(path("ply")); }, path("ply"));

@@ -305,9 +305,11 @@ void addPointSteps(CLI::App& command, std::vector<Step>& steps) {
 void addFilterCommand(CLI::App& app) {
   auto options = std::make_shared<FilterOptions>();
   CLI::App* command = app.add_subcommand("filter", "Clean a cloud with filters, in the order given");
-  command->add_option("input", options->input, "Cloud to filter (ply, obj, stl), or a grid of points (tiff)")
+  command
+      ->add_option("input", options->input,
+                   "Cloud to filter (ply, pcd, xyz, obj, stl), or a grid of points (tiff)")
       ->required();
-  command->add_option("output", options->output, "Cloud to write (ply, obj, stl)")->required();
+  command->add_option("output", options->output, "Cloud to write (ply, pcd, xyz, obj, stl)")->required();
   // The command's callback, below, keeps the steps alive as long as the options.
   std::vector<Step>& steps = options->steps;
   addPointSteps(*command, steps);

@@ -197,7 +197,7 @@ nlohmann::json infoOf(std::string const& path) {
   if (ending == ".json") {
     return jsonInfo(path);
   }
-  if (ending == ".ply" || ending == ".obj" || ending == ".stl") {
+  if (ending == ".ply" || ending == ".pcd" || ending == ".xyz" || ending == ".obj" || ending == ".stl") {
     return printCloudInfo(readGraphic(path));
   }
   return pictureInfo(path);

@@ -349,7 +349,8 @@ void addScanCommand(CLI::App& app) {
                    "The stage's places in mm along the step, a number a position: text, CSV or JSON")
       ->needs(laser);
   addContrastOption(*command, options->contrast)->needs(laser);
-  command->add_option("-o,--out", options->out, "Write the points as .ply or .obj, or the surface as .stl");
+  command->add_option("-o,--out", options->out,
+                      "Write the points as .ply, .pcd, .xyz or .obj, or the surface as .stl");
   command->add_option("--preview", options->preview, "Write a shaded picture (or .svg) of the depths");
   command
       ->add_option("--map", options->map,

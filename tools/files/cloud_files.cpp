@@ -12,8 +12,10 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/core/system.hpp>
 #include <vorn/graphic/obj_file.hpp>
+#include <vorn/graphic/pcd_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/graphic/xyz_file.hpp>
 
 #include "tools/files/input_file.hpp"
 #include "tools/files/output_path.hpp"
@@ -23,12 +25,18 @@ namespace vorn::tools {
 
 namespace {
 
-enum class Format { Ply, Obj, Stl };
+enum class Format { Ply, Pcd, Xyz, Obj, Stl };
 
 Format formatOf(std::string const& path) {
   std::string const ending = lowerCaseEnding(path);
   if (ending == ".ply") {
     return Format::Ply;
+  }
+  if (ending == ".pcd") {
+    return Format::Pcd;
+  }
+  if (ending == ".xyz") {
+    return Format::Xyz;
   }
   if (ending == ".obj") {
     return Format::Obj;
@@ -36,16 +44,17 @@ Format formatOf(std::string const& path) {
   if (ending == ".stl") {
     return Format::Stl;
   }
-  throw Exception(path + " does not end in .ply, .obj or .stl", nullptr, 0, "cloud");
+  throw Exception(path + " does not end in .ply, .pcd, .xyz, .obj or .stl", nullptr, 0, "cloud");
 }
 
 /// What the reader says of the file, such as normals that are not there, becomes a warning.
-graphic::GraphicObject readObj(std::string const& path) {
+template <class File>
+graphic::GraphicObject readHearing(File const& file, std::string const& path) {
   std::string said;
   System::setMessageSink([&](std::string const& text) { said += text; });
   auto const finish = [&] { System::setMessageSink([](std::string const& /*text*/) {}); };
   try {
-    graphic::GraphicObject object = graphic::OBJFile().read(path);
+    graphic::GraphicObject object = file.read(path);
     finish();
     if (!said.empty()) {
       warn(said.substr(0, said.find_last_not_of('\n') + 1));
@@ -60,7 +69,12 @@ graphic::GraphicObject readObj(std::string const& path) {
 /// Says what a format has no place for.
 void warnOfLoss(std::string const& path, graphic::GraphicObject const& object) {
   Format const format = formatOf(path);
-  if (format == Format::Ply) {
+  bool const isOfPoints = format == Format::Pcd || format == Format::Xyz;
+  if (isOfPoints && object.hasTriangles()) {
+    warn(path + " is without the " + std::to_string(object.triangles().size()) +
+         " triangles: its format has no place for them");
+  }
+  if (format != Format::Obj && format != Format::Stl) {
     return;
   }
   if (!object.fields().empty()) {
@@ -84,7 +98,11 @@ graphic::GraphicObject readGraphic(std::string const& path) {
   case Format::Ply:
     return graphic::PLYFile().read(path);
   case Format::Obj:
-    return readObj(path);
+    return readHearing(graphic::OBJFile(), path);
+  case Format::Pcd:
+    return graphic::PCDFile().read(path);
+  case Format::Xyz:
+    return readHearing(graphic::XYZFile(), path);
   case Format::Stl:
     break;
   }
@@ -96,6 +114,12 @@ void writeGraphic(std::string const& path, graphic::GraphicObject const& object)
   switch (formatOf(path)) {
   case Format::Ply:
     graphic::PLYFile().write(path, object);
+    break;
+  case Format::Pcd:
+    graphic::PCDFile().write(path, object);
+    break;
+  case Format::Xyz:
+    graphic::XYZFile().write(path, object);
     break;
   case Format::Obj:
     graphic::OBJFile().write(path, object);

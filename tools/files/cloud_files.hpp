@@ -10,7 +10,7 @@
 
 namespace vorn::tools {
 
-/// Reads a cloud or mesh in the format of the path's ending: ply, obj or stl, in any case.
+/// Reads a cloud or mesh in the format of the path's ending: ply, pcd, xyz, obj or stl, in any case.
 /// @throws Exception for another ending or a file that cannot be read
 graphic::GraphicObject readGraphic(std::string const& path);
 

@@ -83,7 +83,7 @@ public:
 
   /// All vertices of a file, in its order, as one column of points; normals, colours and fields where the
   /// file has them. The cloud is not organized.
-  /// @param path ends in .ply, .obj or .stl, in capitals or not
+  /// @param path ends in .ply, .pcd, .xyz, .obj or .stl, in capitals or not
   /// @throws Exception that names the path, for any other ending and when the file cannot be read
   [[nodiscard]] static PointCloud load(std::string const& path);
 
@@ -94,7 +94,7 @@ public:
 
   /// Writes the present points, moved by the pending transform, to a file. An existing file is replaced only
   /// once the new one is complete.
-  /// @param path ends in .ply, .obj or .stl, in capitals or not
+  /// @param path ends in .ply, .pcd, .xyz, .obj or .stl, in capitals or not
   /// @throws Exception that names the path, for any other ending, when the file cannot be written, and for
   /// STL,
   ///         which holds triangles only
