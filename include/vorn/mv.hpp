@@ -99,6 +99,7 @@
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>
+#include <vorn/mv/sl/find_stripes.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
 #include <vorn/mv/sl/lookup_tables.hpp>

@@ -63,19 +63,20 @@ EpipolarResiduals epipolarResiduals(sl::TriangulationSetup const& setup, cv::Mat
     cv::Vec2f const camera = setup.cameraMap(y, x);
     // The plane of the base and the pixel's ray, whose trace in the projector's image is the line.
     cv::Vec3d const normal =
-        projFromCam * cv::Vec3d(static_cast<double>(camera[0]), static_cast<double>(camera[1]), 1.0).cross(base);
+        projFromCam *
+        cv::Vec3d(static_cast<double>(camera[0]), static_cast<double>(camera[1]), 1.0).cross(base);
     double const acrossX = normal[0] / projectorMatrix(0, 0);
     double const acrossY = normal[1] / projectorMatrix(1, 1);
     double const length = std::hypot(acrossX, acrossY);
     cv::Vec2f const ray = rays.at(column, row);
     double const distance =
-        (normal[0] * static_cast<double>(ray[0]) + normal[1] * static_cast<double>(ray[1]) + normal[2]) / length;
+        (normal[0] * static_cast<double>(ray[0]) + normal[1] * static_cast<double>(ray[1]) + normal[2]) /
+        length;
     out.distance(y, x) = std::isfinite(distance) ? static_cast<float>(distance) : nan;
     if (hasSigma) {
-      out.sigma(y, x) =
-          static_cast<float>(std::hypot(acrossX * static_cast<double>(maps.sigmaColumn(y, x)),
-                                        acrossY * static_cast<double>(maps.sigmaRow(y, x))) /
-                             length);
+      out.sigma(y, x) = static_cast<float>(std::hypot(acrossX * static_cast<double>(maps.sigmaColumn(y, x)),
+                                                      acrossY * static_cast<double>(maps.sigmaRow(y, x))) /
+                                           length);
     }
   };
   constexpr int bandRows = 64;

@@ -69,8 +69,7 @@ void measure(PatternView const& view, PatternSet const& set, DecodeSettings deco
   decode.minSegmentSize = std::min(decode.minSegmentSize, smallestDot);
   PartObserver observer(steps.now());
   DecodedPatterns const decoded = decode_patterns(set, view.images, decode, observer.ifWatched());
-  measured.result.devices.push_back(
-      projectorPoints(measured.result.devices[0], decoded.column, decoded.row));
+  measured.result.devices.push_back(projectorPoints(measured.result.devices[0], decoded.column, decoded.row));
 }
 
 /// The projector of a view's set, which is the scanner's.
@@ -189,10 +188,9 @@ PatternScanResult PatternScanner::triangulate(DecodedPatterns const& decoded, Ob
     judged.mask = decoded.mask.clone();
     sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(scanner_, progress.part(0.0, 0.2));
     Sl3dScanner const& self = scanner_;
-    EpipolarResiduals const residuals =
-        epipolarResiduals(setup, cv::Matx33d(self.getProjectorModel().getK()),
-                          {judged.column, judged.row, decoded.sigmaColumn, decoded.sigmaRow},
-                          progress.part(0.2, 0.3));
+    EpipolarResiduals const residuals = epipolarResiduals(
+        setup, cv::Matx33d(self.getProjectorModel().getK()),
+        {judged.column, judged.row, decoded.sigmaColumn, decoded.sigmaRow}, progress.part(0.2, 0.3));
     result.agreement = judge(residuals, settings_.mostEpipolar, judged);
     result.epipolar = residuals.distance;
   }

@@ -107,8 +107,9 @@ TEST(PatternScanner, ViewsThatDoNotServeSayWhy) {
   views[1] = {"half", {}, {}, setOf("gray-phase", PatternAxes::Rows)};
   views[2] = {"bare", {}, {}, setOf("multi-frequency")};
   PatternScanner scanner(setOf("gray-phase"));
-  for (char const* const part : {"far: its pattern set is for a projector of 400 x 200 pixels",
-                                 "half: the pattern set codes no columns", "bare: there is no target image"}) {
+  for (char const* const part :
+       {"far: its pattern set is for a projector of 400 x 200 pixels",
+        "half: the pattern set codes no columns", "bare: there is no target image"}) {
     expectError([&] { scanner.calibrate(views, calibrationSettings()); }, part);
   }
   CalibrationSettings settings = calibrationSettings();

@@ -46,18 +46,24 @@ struct PatternCapture {
       double const contrast = std::exp(-2.0 * CV_PI * CV_PI * blur * blur / (image.period * image.period));
       return std::pow(0.5 + 0.5 * contrast * std::sin(2 * CV_PI * turns), gamma);
     }
+    // Of each pixel nearby the share of its light that comes here.
+    double const width = std::max(blur, 1e-3) * std::sqrt(2.0);
+    auto const upTo = [&](double border) { return 0.5 * std::erf((border - place) / width); };
+    auto const reach = static_cast<int>(std::ceil(4.0 * blur)) + 1;
+    auto const middle = static_cast<int>(std::floor(place + 0.5));
     double sum = 0.0;
-    double weights = 0.0;
-    constexpr int reach = 6;
-    for (int k = -reach; k <= reach; ++k) {
-      double const t = 3.0 * k / reach;
-      double const weight = std::exp(-0.5 * t * t);
-      double const pixel = std::floor(place + t * blur + 0.5);
-      auto const stripe = static_cast<long>(std::floor((pixel + image.shift) / image.cell));
-      sum += weight * (isLit(image, stripe) ? 1.0 : 0.0);
-      weights += weight;
+    for (int pixel = middle - reach; pixel <= middle + reach; ++pixel) {
+      sum += isPixelLit(image, pixel) ? upTo(pixel + 0.5) - upTo(pixel - 0.5) : 0.0;
     }
-    return sum / weights;
+    return sum;
+  }
+
+  static bool isPixelLit(PatternImage const& image, int pixel) {
+    if (image.role == PatternRole::Line) {
+      double const within = std::fmod(pixel + image.shift, image.period);
+      return (within < 0.0 ? within + image.period : within) < image.cell;
+    }
+    return isLit(image, static_cast<long>(std::floor((pixel + image.shift) / image.cell)));
   }
 
   static bool isLit(PatternImage const& image, long stripe) {

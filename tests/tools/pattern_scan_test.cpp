@@ -73,8 +73,9 @@ fs::path const& renderedViews() {
 
 TEST(PatternScan, CalibratesByTheSetThatLiesWithTheViews) {
   test::TemporaryFolder const out;
-  std::vector<std::string> const call{"calibrate", renderedViews().string(), "--pitch", "15", "--out",
-                                      out / "scanner.json", "--set", "MinDotArea=20", "--json"};
+  std::vector<std::string> const call{"calibrate", renderedViews().string(), "--pitch", "15",
+                                      "--out",     out / "scanner.json",     "--set",   "MinDotArea=20",
+                                      "--json"};
   ToolOutcome const outcome = run(call);
   ASSERT_EQ(outcome.status, 0) << outcome.errors;
   auto const report = nlohmann::json::parse(outcome.output);
@@ -89,8 +90,8 @@ TEST(PatternScan, CalibratesByTheSetThatLiesWithTheViews) {
   fs::copy(renderedViews() / "calib", own.path() / "calib", fs::copy_options::recursive);
   fs::copy(own / "calib/pattern_set.json", own / "calib/pose_01/pattern_set.json");
   fs::remove(own / "calib/pose_02/shot_4.png");
-  ToolOutcome const failed = run({"calibrate", own.path().string(), "--pitch", "15", "--out", out / "s.json",
-                                  "--set", "MinDotArea=20"});
+  ToolOutcome const failed = run(
+      {"calibrate", own.path().string(), "--pitch", "15", "--out", out / "s.json", "--set", "MinDotArea=20"});
   EXPECT_EQ(failed.status, 1);
   EXPECT_NE(failed.errors.find("Only 2 of 3 views"), std::string::npos) << failed.errors;
   EXPECT_NE(failed.errors.find("shot_4.png"), std::string::npos) << failed.errors;
@@ -102,9 +103,9 @@ TEST(PatternScan, MakesPointsAndTellsHowWellTheCoordinatesAgree) {
   writeCapture(folder.path() / "scan", setOf(rig), rig, sim::demoScene(),
                folder.path() / "scan" / "pattern_set.json");
   sim::writeScannerTruth(folder / "scanner.json", rig);
-  std::vector<std::string> const call{"scan",  folder / "scan",     "--calib", folder / "scanner.json",
-                                      "--out", folder / "cloud.ply", "--json",  "--html",
-                                      folder / "page.html"};
+  std::vector<std::string> const call{
+      "scan",   folder / "scan", "--calib",           folder / "scanner.json", "--out", folder / "cloud.ply",
+      "--json", "--html",        folder / "page.html"};
   ToolOutcome const outcome = run(call);
   ASSERT_EQ(outcome.status, 0) << outcome.errors;
   auto const report = nlohmann::json::parse(outcome.output);

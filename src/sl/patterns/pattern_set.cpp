@@ -36,6 +36,8 @@ std::string PatternImage::describe() const {
     return "white" + exposureText(exposure);
   case PatternRole::Black:
     return "black" + exposureText(exposure);
+  case PatternRole::Line:
+    return "lines of period " + toString(period) + along + exposureText(exposure);
   case PatternRole::Reference:
     break;
   }
@@ -65,6 +67,9 @@ std::vector<cv::Mat> PatternSet::generate(std::vector<std::uint8_t> const& gamma
         return sl::fringeLevel(c * 2 * CV_PI / image.period + sl::angleOf(image));
       case PatternRole::Bit:
         return sl::litWhere(((sl::wordAt(image, c) >> image.bit & 1U) != 0) != image.isInverse);
+      case PatternRole::Line:
+        return sl::litWhere((c + static_cast<int>(image.shift)) % static_cast<int>(image.period) <
+                            static_cast<int>(image.cell));
       case PatternRole::Reference:
         return grey;
       case PatternRole::White:

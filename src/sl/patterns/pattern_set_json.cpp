@@ -25,17 +25,19 @@ struct Role {
   BitCode code;
 };
 
-constexpr std::array<Role, 7> roles{{{"phase", PatternRole::Phase, BitCode::Gray},
+constexpr std::array<Role, 8> roles{{{"phase", PatternRole::Phase, BitCode::Gray},
                                      {"gray", PatternRole::Bit, BitCode::Gray},
                                      {"binary", PatternRole::Bit, BitCode::Binary},
                                      {"xor", PatternRole::Bit, BitCode::Xor},
                                      {"white", PatternRole::White, BitCode::Gray},
                                      {"black", PatternRole::Black, BitCode::Gray},
-                                     {"reference", PatternRole::Reference, BitCode::Gray}}};
+                                     {"reference", PatternRole::Reference, BitCode::Gray},
+                                     {"line", PatternRole::Line, BitCode::Gray}}};
 
 Words const setMembers{"name", "projector", "images"};
 Words const commonMembers{"file", "files", "role", "exposure"};
 Words const phaseMembers{"axis", "period", "step", "steps", "offset", "sign"};
+Words const lineMembers{"axis", "period", "cell", "shift"};
 Words const bitMembers{"axis", "bit", "cell", "shift", "inverse", "order"};
 
 std::string listOf(Words const& words) {
@@ -181,9 +183,10 @@ void readImages(Json const& json, std::vector<PatternImage>& images) {
   requireJson(json.is_object(), json, "an object", context);
   Role const& role = roleIn(json);
   Words known = commonMembers;
-  Words const own = role.role == PatternRole::Phase ? phaseMembers
-                    : role.role == PatternRole::Bit ? bitMembers
-                                                    : Words();
+  Words const own = role.role == PatternRole::Phase  ? phaseMembers
+                    : role.role == PatternRole::Bit  ? bitMembers
+                    : role.role == PatternRole::Line ? lineMembers
+                                                     : Words();
   known.insert(known.end(), own.begin(), own.end());
   requireMembers(json, known);
   PatternImage image;
@@ -199,6 +202,11 @@ void readImages(Json const& json, std::vector<PatternImage>& images) {
   } else if (role.role == PatternRole::Bit) {
     readBits(json, image, files, images);
   } else {
+    if (role.role == PatternRole::Line) {
+      readJson(json, "period", image.period, context);
+      readOptional(json, "cell", image.cell);
+      readOptional(json, "shift", image.shift);
+    }
     if (files.size() != 1) {
       throw JsonRefusal("files", " are several; a " + std::string(role.word) + " image is one", context);
     }
@@ -218,7 +226,7 @@ Json jsonOf(PatternImage const& image) {
   if (image.exposure != 1.0) {
     json["exposure"] = image.exposure;
   }
-  if (image.role == PatternRole::Phase || image.role == PatternRole::Bit) {
+  if (image.role == PatternRole::Phase || image.role == PatternRole::Bit || image.role == PatternRole::Line) {
     json["axis"] = image.axis == PatternAxis::Column ? "column" : "row";
   }
   if (image.role == PatternRole::Phase) {
@@ -229,6 +237,8 @@ Json jsonOf(PatternImage const& image) {
     if (image.sign != 1) {
       json["sign"] = image.sign;
     }
+  } else if (image.role == PatternRole::Line) {
+    json.update({{"period", image.period}, {"cell", image.cell}, {"shift", image.shift}});
   } else if (image.role == PatternRole::Bit) {
     json.update({{"bit", image.bit}, {"cell", image.cell}, {"inverse", image.isInverse}});
     if (image.shift != 0.0) {

@@ -62,6 +62,18 @@ void checkBit(std::string const& name, PatternImage const& image) {
           name + " has the shift " + toString(image.shift) + "; it must be 0 or more");
 }
 
+void checkLines(std::string const& name, PatternImage const& image) {
+  constexpr double largest = 1e6;
+  auto const checkWhole = [&](double value, double least, double most, char const* what) {
+    require(value >= least && value <= most && value == std::floor(value),
+            name + " has the " + what + ' ' + toString(value) + " and must have a whole number of " +
+                toString(least) + " to " + toString(most));
+  };
+  checkWhole(image.period, 2.0, largest, "period");
+  checkWhole(image.cell, 1.0, image.period - 1.0, "cell");
+  checkWhole(image.shift, 0.0, largest, "shift");
+}
+
 void checkImage(PatternSet const& set, std::size_t index) {
   PatternImage const& image = set.images[index];
   std::string const name = nameOf(set, index);
@@ -71,6 +83,8 @@ void checkImage(PatternSet const& set, std::size_t index) {
     checkFringe(name, image, sl::resolutionAlong(set, image.axis));
   } else if (image.role == PatternRole::Bit) {
     checkBit(name, image);
+  } else if (image.role == PatternRole::Line) {
+    checkLines(name, image);
   }
 }
 
@@ -87,6 +101,8 @@ Key keyOf(PatternImage const& image) {
   }
   case PatternRole::Bit:
     return {image.role, image.axis, 0.0, 0.0, image.bit, image.isInverse};
+  case PatternRole::Line:
+    return {image.role, image.axis, image.period, image.shift, static_cast<int>(image.cell), false};
   default:
     return {image.role, PatternAxis::Column, 0.0, 0.0, 0, false};
   }

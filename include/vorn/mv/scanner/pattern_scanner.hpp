@@ -54,8 +54,8 @@ struct PatternScanSettings {
 struct EpipolarFigures {
   std::size_t pixels = 0;   ///< with both coordinates, those rejected too
   std::size_t rejected = 0; ///< by `PatternScanSettings::mostEpipolar`
-  double median = 0.0;      ///< of the residuals of those kept, projector pixels; what the calibration is off by
-  double rms = 0.0;         ///< of the same; edges of surfaces, where two mix, have their share
+  double median = 0.0; ///< of the residuals of those kept, projector pixels; what the calibration is off by
+  double rms = 0.0;    ///< of the same; edges of surfaces, where two mix, have their share
   /// Their standard deviation about the median from the middle of their distribution, 1.48 times the median
   /// absolute deviation: edges do not matter.
   double deviation = 0.0;
@@ -78,8 +78,8 @@ struct PatternScanResult : ScanResult {
 ///
 /// Points come from the coordinate that the scanner's "ScannerType" names. Where the set codes the other one
 /// too, it tells of every pixel whether the two belong together: camera, projector and point lie in one plane
-/// (R. I. Hartley, A. Zisserman, Multiple View Geometry in Computer Vision, 2004, chapter 9). That finds wrong
-/// orders that no other test finds, and a projector that was moved after calibration.
+/// (R. I. Hartley, A. Zisserman, Multiple View Geometry in Computer Vision, 2004, chapter 9). That finds
+/// wrong orders that no other test finds, and a projector that was moved after calibration.
 class VORN_API PatternScanner {
 public:
   /// @throws Exception for a set that cannot be decoded, and for settings out of their range

@@ -17,11 +17,12 @@ namespace vorn::mv {
 
 /// What an image of a pattern set shows.
 enum class PatternRole {
-  Phase,    ///< fringes: one of the steps of a phase shift
-  Bit,      ///< one bit of the numbers of stripes
-  White,    ///< all pixels lit
-  Black,    ///< none
-  Reference ///< what bits are compared with: a pixel is lit where it is brighter than here
+  Phase,     ///< fringes: one of the steps of a phase shift
+  Bit,       ///< one bit of the numbers of stripes
+  White,     ///< all pixels lit
+  Black,     ///< none
+  Reference, ///< what bits are compared with: a pixel is lit where it is brighter than here
+  Line       ///< bright lines on dark ground; decoding passes them over, `find_stripes` finds them
 };
 
 /// Which projector coordinate an image codes.
@@ -37,7 +38,8 @@ enum class BitCode {
 /// One image of a set. With c the projector coordinate of its axis, whose pixel centres are whole numbers:
 ///
 /// - Phase: brightness 1/2 + 1/2 sin(2 pi (c / period + sign * step / steps + offset / 360));
-/// - Bit: bit `bit` of the number floor((c + shift) / cell), written as `code` says.
+/// - Bit: bit `bit` of the number floor((c + shift) / cell), written as `code` says;
+/// - Line: lit where (c + shift) modulo `period`, all whole numbers, is below `cell`, dark elsewhere.
 struct PatternImage {
   std::string file;                       ///< its name beside the description; may be empty
   PatternRole role = PatternRole::White;  ///< what it shows
@@ -45,7 +47,7 @@ struct PatternImage {
   /// How long the camera looks, in any unit: images of one pattern at several exposures are merged.
   double exposure = 1.0;
 
-  double period = 0.0; ///< of fringes, projector pixels; at least 2
+  double period = 0.0; ///< of fringes and lines, projector pixels; at least 2
   int step = 0;        ///< of a phase shift: 0 to `steps` - 1
   int steps = 1;       ///< 1 for fringes whose offsets are all given
   double offset = 0.0; ///< degrees
@@ -53,7 +55,7 @@ struct PatternImage {
 
   BitCode code = BitCode::Gray; ///< of stripes
   int bit = 0;                  ///< 0 for the one that changes most often
-  double cell = 1.0;            ///< width of a stripe, projector pixels
+  double cell = 1.0;            ///< width of a stripe or line, projector pixels
   double shift = 0.0;           ///< by how much stripe 0 begins before pixel 0, projector pixels
   bool isInverse = false;       ///< dark and lit exchanged
 
@@ -117,10 +119,11 @@ struct VORN_API PatternSet : IJsonSerializable {
   /// Reads "name", "projector" [columns, rows] and "images", a list of objects:
   ///
   /// - "file", or "files", a list of names that stands for as many images;
-  /// - "role": "phase", "gray", "binary", "xor", "white", "black" or "reference";
+  /// - "role": "phase", "gray", "binary", "xor", "white", "black", "reference" or "line";
   /// - "axis" of fringes and bits: "column" or "row"; "exposure";
   /// - of fringes "period", "step", "steps", "offset" (of "files" also a list) and "sign". "files" are steps
   ///   one after another, from "step" or 0, of as many steps as files;
+  /// - of lines, one image each, "period", "cell" and "shift";
   /// - of bits "bit", "cell", "shift", "inverse". "files" are bits one after another, from the highest down
   ///   to 0, or from "bit" in the order "order" says, "falling" or "rising"; with "inverse" "each" every one
   ///   is followed by its inverse.
