@@ -20,6 +20,7 @@
 
 #include "ablation.hpp"
 #include "calibration_accuracy.hpp"
+#include "covariance_accuracy.hpp"
 #include "scan_accuracy.hpp"
 #include "tools/files/json_file.hpp"
 
@@ -104,6 +105,7 @@ struct Options {
   std::string folder;
   bool isCheck = false;
   bool isAblation = false;
+  int covarianceRuns = 0;
 };
 
 void run(Options const& options) {
@@ -159,6 +161,25 @@ private:
   bool isOpen_ = true;
 };
 
+/// Calibrations from drawn points against what they say of their own error.
+bool checkCovariances(int runs) {
+  Gate gate;
+  auto const within = [&](std::string const& what, double value, double least, double most) {
+    gate.atMost(what, value, most);
+    gate.atMost(what + ", inverse", 1 / value, 1 / least);
+  };
+  for (CovarianceFigures const& figures : compareCovariances(runs)) {
+    test::RunSummary const& ratios = figures.ratios;
+    within(figures.name + ": smallest parameter", ratios.parameterRatio(0), 0.85, 1.15);
+    within(figures.name + ": largest parameter", ratios.parameterRatio(1), 0.85, 1.15);
+    within(figures.name + ": rigid", ratios.rigid, 0.92, 1.08);
+    within(figures.name + ": lengths", ratios.bars, 0.92, 1.08);
+    within(figures.name + ": z of single lengths", ratios.zScore, 0.92, 1.08);
+    within(figures.name + ": z of scanned points", ratios.pointZ, 0.95, 1.10);
+  }
+  return gate.isOpen();
+}
+
 /// A few scans and a calibration, at half the resolution.
 bool check() {
   constexpr int divisor = 2;
@@ -196,6 +217,11 @@ int main(int argc, char** argv) {
                  "Scan only the cases with this in their names, and calibrate nothing");
   app.add_flag("--check", options.isCheck, "A few cases only; fail when one misses what must hold");
   app.add_flag("--ablation", options.isAblation, "Decode with each rule off in turn and show what it gains");
+  app.add_option(
+         "--covariance", options.covarianceRuns,
+         "Calibrate four rigs so many times from drawn points, and fail when their errors are not what "
+         "they predict")
+      ->check(CLI::Range(2, 10000));
   app.add_option("--folder", options.folder,
                  "With --ablation: also the scan in this folder, rendered with its truth");
   CLI11_PARSE(app, argc, argv);
@@ -204,6 +230,9 @@ int main(int argc, char** argv) {
     vorn::System::set("EnableDebugMode", vorn::Variant(false));
     if (options.isCheck) {
       return vorn::bench::check() ? 0 : 1;
+    }
+    if (options.covarianceRuns > 0) {
+      return vorn::bench::checkCovariances(options.covarianceRuns) ? 0 : 1;
     }
     if (options.isAblation) {
       vorn::bench::ablate(options);

@@ -111,6 +111,12 @@ void checkElements(cv::Mat_<double> const& matrix) {
 
 } // namespace
 
+int calibrationParameter(std::string const& name) {
+  constexpr int ofDevice = 16;
+  auto const place = static_cast<int>(kindOf(name) - kinds.data());
+  return place < ofDevice && name.back() == '0' ? place : place + ofDevice;
+}
+
 double CalibrationCovariance::sigmaOf(std::string const& parameter) const {
   auto const found = std::find(parameters.begin(), parameters.end(), parameter);
   auto const index = static_cast<int>(found - parameters.begin());

@@ -2,11 +2,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <string>
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <vorn/mv/calib/calibration_covariance.hpp>
 
 namespace vorn::mv {
+
+/// How many parameters a calibration of two devices may have: 16 of either lens, as `Projection` orders them,
+/// and 6 of the transform.
+constexpr int calibrationParameterCount = 38;
+
+/// The place of a parameter among them.
+/// @param name one that `CalibrationCovariance::check` lets pass
+int calibrationParameter(std::string const& name);
 
 /// A copy with a matrix of its own, for an object of so many devices; an empty one is left as it is.
 /// @param context names the object in refusals

@@ -119,11 +119,6 @@ PointCloud cloudOf(ScanResult const& result, cv::Mat const& white, Progress cons
   return cloud;
 }
 
-MapCoordinate coordinateOf(Sl3dScanner const& scanner) {
-  IEnum const& type = scanner.getProperty("ScannerType");
-  return type.getIndex() == scanner::ScannerType::Horizontal ? MapCoordinate::Column : MapCoordinate::Row;
-}
-
 /// The points of a map in the frame of the scanner's pose, smoothed as its properties say.
 cv::Mat_<cv::Vec3f> placedPoints(Sl3dScanner& scanner, cv::Mat_<float> const& map, Progress const& progress) {
   Sl3dScanner const& self = scanner;

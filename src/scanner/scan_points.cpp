@@ -8,6 +8,9 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include <vorn/mv/sl/scanner_type.hpp>
+#include <vorn/mv/sl/sl3d_scanner.hpp>
+
 namespace vorn::mv {
 
 namespace {
@@ -38,6 +41,11 @@ void dropUnmeasured(cv::Mat_<cv::Vec3f> xyz, Progress const& progress) {
 }
 
 } // namespace
+
+MapCoordinate coordinateOf(Sl3dScanner const& scanner) {
+  IEnum const& type = scanner.getProperty("ScannerType");
+  return type.getIndex() == scanner::ScannerType::Horizontal ? MapCoordinate::Column : MapCoordinate::Row;
+}
 
 cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float> const& map,
                                    MapCoordinate coordinate, Progress const& progress) {

@@ -10,8 +10,13 @@
 
 namespace vorn::mv {
 
+class Sl3dScanner;
+
 /// Which of the projector's axes a map has coordinates of.
 enum class MapCoordinate { Column, Row };
+
+/// Which one a scanner decodes, by its "ScannerType".
+MapCoordinate coordinateOf(Sl3dScanner const& scanner);
 
 /// The points of a whole map in the camera's frame; NaN where there is none in front of the camera.
 /// @param setup its pose is passed over
