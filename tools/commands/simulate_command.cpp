@@ -13,6 +13,7 @@
 #include <sim/folder.hpp>
 #include <sim/folder_writer.hpp>
 #include <sim/line.hpp>
+#include <sim/part.hpp>
 
 #include "tools/commands/commands.hpp"
 #include "tools/files/image_files.hpp"
@@ -32,6 +33,9 @@ struct SimulateOptions {
   bool isLaser = false;
   /// Parts of a production line in place of the one scene; 0 for none.
   int lineParts = 0;
+  /// Sides from which a part is scanned, in place of the one scene; 0 for none.
+  int views = 0;
+  bool isTurntable = false;
   int divisor = 1;
 };
 
@@ -154,6 +158,29 @@ void simulateLine(SimulateOptions const& options) {
             << calibrationNote(options) << "  scanner_truth.json  the true calibration\n";
 }
 
+void simulateViews(SimulateOptions const& options) {
+  sim::Rig rig = sim::demoRig(options.divisor);
+  std::filesystem::path const folder = options.folder;
+  sim::writeScannerTruth((folder / "scanner_truth.json").string(), rig);
+  std::vector<sim::Pose> const poses =
+      sim::partPoses(options.views, options.isTurntable ? sim::PartMotion::Turntable : sim::PartMotion::Free);
+  sim::FolderWriter(folder.string()).json("views.json", sim::partPosesJson(poses));
+  auto const follow = followFolder("rendering the views");
+  for (int i = 0; i < options.views; ++i) {
+    sim::FolderOptions scan;
+    scan.rows = options.withRows;
+    ++rig.camera.sensor.seed; // every scan has noise of its own
+    sim::writeScanFolder((folder / sim::partViewName(i)).string(), rig,
+                         sim::partScene().moved(poses[static_cast<std::size_t>(i)]), scan);
+    follow(i + 1, options.views);
+  }
+  simulateCalibration(sim::demoRig(options.divisor), folder, options);
+  std::cout << "In " << options.folder << ":\n"
+            << "  view_00 ...         captured images of a part from " << options.views << " sides\n"
+            << "  views.json          where each view truly is\n"
+            << calibrationNote(options) << "  scanner_truth.json  the true calibration\n";
+}
+
 void run(SimulateOptions const& options, Report& report) {
   makeFolder(options.folder);
   report.declare({}, {});
@@ -166,6 +193,9 @@ void run(SimulateOptions const& options, Report& report) {
   } else if (options.lineParts > 0) {
     report["parts"] = options.lineParts;
     simulateLine(options);
+  } else if (options.views > 0) {
+    report["views"] = options.views;
+    simulateViews(options);
   } else {
     std::filesystem::path const folder = options.folder;
     simulateScanner(sim::demoRig(options.divisor), folder, options);
@@ -201,15 +231,30 @@ void addSimulateCommand(CLI::App& app) {
           ->excludes(stereo)
           ->excludes(laser);
   constexpr int mostParts = 10000;
-  command
-      ->add_option("--line", options->lineParts,
-                   "Scans of this many parts of a production line, part_01 ..., in place of the one scan: a "
-                   "height drifts, and two parts of ten or more are faulty")
-      ->check(CLI::Range(1, mostParts))
-      ->excludes(stereo)
-      ->excludes(laser)
-      ->excludes(rows)
-      ->excludes(second);
+  CLI::Option* line =
+      command
+          ->add_option(
+              "--line", options->lineParts,
+              "Scans of this many parts of a production line, part_01 ..., in place of the one scan: "
+              "a height drifts, and two parts of ten or more are faulty")
+          ->check(CLI::Range(1, mostParts))
+          ->excludes(stereo)
+          ->excludes(laser)
+          ->excludes(rows)
+          ->excludes(second);
+  constexpr int mostViews = 100;
+  CLI::Option* views =
+      command
+          ->add_option("--views", options->views,
+                       "Scans of a part from this many sides, view_00 ..., in place of the one scan, as put "
+                       "there by hand")
+          ->check(CLI::Range(1, mostViews))
+          ->excludes(stereo)
+          ->excludes(laser)
+          ->excludes(second)
+          ->excludes(line);
+  command->add_flag("--turntable", options->isTurntable, "The part of --views is turned about one axis")
+      ->needs(views);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
       ->check(CLI::Range(1, coarsest))
