@@ -110,6 +110,9 @@ def check_all(folder):
     line = check("simulate", folder / "line", "--line", 2, "--divisor", 8, "--no-calib")
     if line["parts"] != 2 or len(list((folder / "line").glob("part_*"))) != 2:
         fail(f"simulate: a line of two parts is {line}")
+    sides = check("simulate", folder / "sides", "--views", 2, "--turntable", "--divisor", 8, "--no-calib")
+    if sides["views"] != 2 or len(list((folder / "sides").glob("view_*/columns_00.png"))) != 2:
+        fail(f"simulate: a part from two sides is {sides}")
     check("patterns", folder / "patterns", "--width", 64, "--height", 48)
     projected = folder / "projected"
     check("patterns", projected, "--width", 64, "--height", 48, "--set", "gray")
@@ -141,6 +144,11 @@ def check_all(folder):
     skipped = check("filter", folder / "c.ply", folder / "f.ply", "--dz", 2, "--allow-loss", inputs=[folder / "c.ply"])
     if len(skipped["warnings"]) != 1:
         fail(f"filter: warnings {skipped['warnings']}")
+    mesh = check("mesh", folder / "c.tiff", folder / "m.stl", inputs=[folder / "c.tiff"])
+    if mesh["mesh"]["faultyEdges"] or not mesh["mesh"]["boundaries"]:
+        fail(f"mesh: {mesh}")
+    check("height", folder / "c.tiff", folder / "h.tiff", "--depth", 16, inputs=[folder / "c.tiff"])
+    check("height", folder / "h.tiff", folder / "h.ply", inputs=[folder / "h.tiff", folder / "h.json"])
     check("image", target, folder / "blurred.png", "--filter", "Gaussian", inputs=[target])
     check("image", "--list")
     check("demo", "--out", folder / "demo", "--divisor", 2, "--true-calibration")

@@ -25,6 +25,8 @@ std::unique_ptr<CLI::App> makeProgram() {
   addDecodeCommand(app);
   addScanCommand(app);
   addFilterCommand(app);
+  addMeshCommand(app);
+  addHeightCommand(app);
   addImageCommand(app);
   addFocusCommand(app);
   addExposureCommand(app);

@@ -23,7 +23,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/commands/option_words.hpp"
 #include "tools/files/cloud_files.hpp"
-#include "tools/files/image_files.hpp"
+#include "tools/files/cloud_input.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/report/figure_files.hpp"
@@ -60,44 +60,15 @@ Exception loss(std::string const& what) {
   return {what + " (--allow-loss goes on all the same)", nullptr, 0, "filter"};
 }
 
-/// Says so when the points' colours are translucent, which a cloud's are not.
-void warnOfAlpha(std::string const& path, graphic::GraphicObject const& object) {
-  auto const translucent = std::count_if(object.colors().begin(), object.colors().end(),
-                                         [](cv::Vec4b const& color) { return color[3] != 255; });
-  if (translucent > 0) {
-    warn("the transparency (alpha) of " + std::to_string(translucent) + " points of " + path +
-         " is lost: a cloud's colours have none");
-  }
-}
-
-/// The points of a file; those of an image of coordinates are organized, and where they are no numbers,
-/// removed.
+/// The points of a file.
 /// @throws Exception for a mesh, whose triangles a cloud does not keep, unless that is allowed
 mv::PointCloud readCloud(std::string const& path, bool allowLoss) {
-  if (!isTiff(path)) {
-    graphic::GraphicObject const object = readGraphic(path);
-    if (object.hasTriangles() && !allowLoss) {
-      throw loss(path + " is a mesh, whose " + std::to_string(object.triangles().size()) +
-                 " triangles filtered points would lose");
-    }
-    warnOfAlpha(path, object);
-    return mv::PointCloud::fromVertices(object);
+  CloudInput input = readCloudInput(path);
+  if (input.object.hasTriangles() && !allowLoss) {
+    throw loss(path + " is a mesh, whose " + std::to_string(input.object.triangles().size()) +
+               " triangles filtered points would lose");
   }
-  cv::Mat const image = readImage(path);
-  if (image.type() != CV_32FC3) {
-    throw Exception(path + " is no image of points: it needs three channels of 32-bit floats", nullptr, 0,
-                    "filter");
-  }
-  mv::PointCloud cloud(cv::Mat_<cv::Vec3f>(image), true);
-  for (int row = 0; row < image.rows; ++row) {
-    for (int column = 0; column < image.cols; ++column) {
-      if (!cv::checkRange(cv::Mat(std::as_const(cloud).points()(row, column)))) {
-        cloud.state()(row, column) = 255;
-      }
-    }
-  }
-  cloud.calcBoundingBox();
-  return cloud;
+  return std::move(input.cloud);
 }
 
 void writePreview(FilterOptions const& options, mv::PointCloud const& cloud) {

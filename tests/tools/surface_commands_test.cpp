@@ -1,0 +1,166 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include "support/file_content.hpp"
+#include "support/point_sets.hpp"
+#include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+
+namespace vorn::tools {
+namespace {
+
+using test::run;
+using test::ToolOutcome;
+
+/// The cap of a sphere of radius 50 whose top is 450 before the sensor, 1 apart, with a hole of 3 x 3 points.
+cv::Mat_<cv::Vec3f> cap() {
+  constexpr int side = 41;
+  cv::Mat_<cv::Vec3f> points(side, side);
+  for (int row = 0; row < side; ++row) {
+    for (int column = 0; column < side; ++column) {
+      double const x = column - 20.0;
+      double const y = row - 20.0;
+      points(row, column) = cv::Vec3f(cv::Vec3d(x, y, 500.0 - std::sqrt(2500.0 - x * x - y * y)));
+    }
+  }
+  points(cv::Rect(9, 11, 3, 3)).setTo(cv::Scalar::all(test::notANumber));
+  return points;
+}
+
+/// A cube of edge 2, its triangles outwards, one of them missing where `isClosed` does not hold.
+graphic::GraphicObject cube(bool isClosed) {
+  graphic::GraphicObject object;
+  for (int i = 0; i < 8; ++i) {
+    object.vertices().emplace_back(cv::Vec3d(i % 2 * 2.0, i / 2 % 2 * 2.0, i / 4 * 2.0));
+  }
+  object.triangles() = {{0, 2, 1}, {1, 2, 3}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
+                        {2, 6, 3}, {3, 6, 7}, {0, 4, 2}, {2, 4, 6}, {1, 3, 5}};
+  if (isClosed) {
+    object.triangles().emplace_back(3, 7, 5);
+  }
+  return object;
+}
+
+class SurfaceCommands : public testing::Test {
+protected:
+  nlohmann::json reportOf(std::vector<std::string> arguments) const {
+    arguments.emplace_back("--json");
+    ToolOutcome const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    return outcome.status == 0 ? nlohmann::json::parse(outcome.output) : nlohmann::json();
+  }
+
+  std::string grid(cv::Mat_<cv::Vec3f> const& points) const {
+    writeImage(folder_ / "grid.tiff", points);
+    return folder_ / "grid.tiff";
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+TEST_F(SurfaceCommands, MeshJoinsAGridAroundItsHole) {
+  for (std::string const ending : {".stl", ".obj", ".ply"}) {
+    std::string const file = folder_ / ("mesh" + ending);
+    nlohmann::json const mesh = reportOf({"mesh", grid(cap()), file})["mesh"];
+    EXPECT_EQ(mesh["triangles"], 2 * (40 * 40 - 16) + 4) << "the corners of the hole are cut";
+    ASSERT_EQ(mesh["boundaries"].size(), 2U);
+    EXPECT_EQ(mesh["boundaries"][0]["vertices"], 160);
+    EXPECT_EQ(mesh["boundaries"][1]["vertices"], 12);
+    EXPECT_NEAR(mesh["boundaries"][1]["middle"][0].get<double>(), -10.0, 1e-4);
+    EXPECT_TRUE(mesh["volume"].is_null());
+    graphic::GraphicObject const written = readGraphic(file);
+    EXPECT_EQ(written.triangles().size(), mesh["triangles"].get<std::size_t>());
+    // Facing the sensor, which is at the origin: the first triangle's normal is towards it.
+    cv::Vec3i const& first = written.triangles()[0];
+    std::vector<cv::Vec3f> const& at = written.vertices();
+    auto const corner = [&](int i) { return at[static_cast<std::size_t>(first[i])]; };
+    EXPECT_LT((corner(1) - corner(0)).cross(corner(2) - corner(0)).dot(corner(0)), 0.0F);
+  }
+  nlohmann::json const away = reportOf({"mesh", grid(cap()), folder_ / "away.ply", "--orientation", "away"});
+  EXPECT_GT(readGraphic(folder_ / "away.ply").normals()[0][2], 0.0F);
+}
+
+TEST_F(SurfaceCommands, MeshMeasuresAMeshAndFlagsFaults) {
+  writeGraphic(folder_ / "closed.ply", cube(true));
+  nlohmann::json const closed = reportOf({"mesh", folder_ / "closed.ply", folder_ / "a.stl"});
+  EXPECT_NEAR(closed["mesh"]["volume"].get<double>(), 8.0, 1e-6);
+  EXPECT_NEAR(closed["mesh"]["area"].get<double>(), 24.0, 1e-6);
+  EXPECT_TRUE(closed["warnings"].empty());
+
+  writeGraphic(folder_ / "open.ply", cube(false));
+  nlohmann::json const open = reportOf({"mesh", folder_ / "open.ply", folder_ / "a.stl"})["mesh"];
+  EXPECT_TRUE(open["volume"].is_null());
+  EXPECT_EQ(open["boundaries"].size(), 1U);
+
+  graphic::GraphicObject flipped = cube(true);
+  std::swap(flipped.triangles()[4][0], flipped.triangles()[4][1]);
+  flipped.triangles().emplace_back(0, 0, 1);
+  writeGraphic(folder_ / "flipped.ply", flipped);
+  nlohmann::json const faulty = reportOf({"mesh", folder_ / "flipped.ply", folder_ / "a.ply"});
+  EXPECT_EQ(faulty["warnings"].size(), 2U) << faulty["warnings"];
+  EXPECT_EQ(faulty["mesh"]["degenerateTriangles"], 1);
+  EXPECT_TRUE(faulty["mesh"]["volume"].is_null());
+  nlohmann::json const inwards =
+      reportOf({"mesh", folder_ / "closed.ply", folder_ / "a.stl", "--orientation", "away"});
+  EXPECT_EQ(inwards["warnings"].size(), 1U) << "a volume below 0 is said";
+}
+
+TEST_F(SurfaceCommands, HeightsComeBackAsPoints) {
+  std::string const map = folder_ / "map.tiff";
+  for (std::string const depth : {"32", "16"}) {
+    nlohmann::json const report = reportOf(
+        {"height", grid(cap()), map, "--plane", "0", "0", "500", "0", "0", "-1", "--cell", "1", "--depth", depth});
+    EXPECT_EQ(report["size"], nlohmann::json({41, 41}));
+    EXPECT_NEAR(report["coverage"].get<double>(), 1.0 - 9.0 / (41 * 41), 1e-9);
+    EXPECT_NEAR(report["highest"].get<double>(), 50.0, 1e-4);
+    EXPECT_EQ(readImage(map).type(), depth == "32" ? CV_32FC1 : CV_16UC1);
+    if (depth == "32") {
+      cv::Mat_<float> const heights = readImage(map);
+      EXPECT_EQ(std::count_if(heights.begin(), heights.end(), [](float height) { return std::isnan(height); }), 9);
+    }
+    reportOf({"height", map, folder_ / "back.ply"});
+    std::vector<cv::Vec3f> const back = readGraphic(folder_ / "back.ply").vertices();
+    ASSERT_EQ(back.size(), 41U * 41 - 9);
+    // Half a step of the 16 bits over the range of heights, 50 - sqrt(2500 - 800) mm, and rounding.
+    double const bound = depth == "32" ? 1e-4 : 0.5 * 8.8 / 65534 + 1e-4;
+    for (cv::Vec3f const& point : back) {
+      double const x = point[0];
+      double const y = point[1];
+      ASSERT_NEAR(point[2], 500.0 - std::sqrt(2500.0 - x * x - y * y), bound);
+    }
+  }
+}
+
+TEST_F(SurfaceCommands, SayWhatTheyCannotDo) {
+  auto const refusal = [](std::vector<std::string> const& arguments) {
+    ToolOutcome const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 1);
+    return outcome.errors;
+  };
+  graphic::GraphicObject heap;
+  heap.vertices().assign(100, cv::Vec3f(1.0F, 2.0F, 3.0F));
+  writeGraphic(folder_ / "heap.ply", heap);
+  EXPECT_NE(refusal({"height", folder_ / "heap.ply", folder_ / "a.tiff"}).find("line"), std::string::npos);
+  EXPECT_NE(refusal({"mesh", folder_ / "heap.ply", folder_ / "a.ply"}).find("heap.ply"), std::string::npos);
+  test::put(folder_ / "map.json", "{\"cellSize\": 0, \"scale\": 1, \"offset\": 0, \"mapFromCloud\": "
+                                  "[[1,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]]}");
+  writeImage(folder_ / "map.tiff", cv::Mat_<float>(3, 3, 1.0F));
+  EXPECT_NE(refusal({"height", folder_ / "map.tiff", folder_ / "a.ply"}).find("cellSize"), std::string::npos);
+  // The map's JSON must not replace an input.
+  EXPECT_NE(refusal({"height", grid(cap()), folder_ / "b.tiff", "--report", folder_ / "b.json"}).find("b.json"),
+            std::string::npos);
+}
+
+} // namespace
+} // namespace vorn::tools

@@ -1,0 +1,154 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/surface/height_map.hpp>
+#include <vorn/mv/surface/mesh.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/cloud_input.hpp"
+#include "tools/files/height_file.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/report/printed.hpp"
+#include "tools/report/work.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct HeightOptions {
+  std::string input;
+  std::string output;
+  std::array<float, 6> plane{};
+  bool isPlaneGiven = false;
+  double cellSize = 0.0;
+  std::string rule = "mean";
+  int depth = 32;
+};
+
+std::map<std::string, mv::HeightRule> const& rules() {
+  static std::map<std::string, mv::HeightRule> const all{{"top", mv::HeightRule::Top},
+                                                         {"mean", mv::HeightRule::Mean},
+                                                         {"median", mv::HeightRule::Median},
+                                                         {"weighted", mv::HeightRule::Weighted}};
+  return all;
+}
+
+mv::HeightMapSettings settingsOf(HeightOptions const& options) {
+  mv::HeightMapSettings settings;
+  if (options.isPlaneGiven) {
+    std::array<float, 6> const& p = options.plane;
+    settings.plane = mv::Plane3f({p[0], p[1], p[2]}, {p[3], p[4], p[5]});
+  }
+  settings.cellSize = options.cellSize;
+  settings.rule = rules().at(options.rule);
+  return settings;
+}
+
+void describe(mv::HeightMap const& map, Report& report) {
+  double least = 0.0;
+  double greatest = 0.0;
+  cv::minMaxLoc(map.heights, &least, &greatest, nullptr, nullptr, map.heights == map.heights);
+  std::cout << printed("cells     %d x %d of %.4g mm\n", map.heights.cols, map.heights.rows, map.cellSize)
+            << printed("heights   %.6g to %.6g mm\n", least, greatest)
+            << printed("coverage  %.2f %%\n", 100.0 * map.coverage);
+  report["size"] = {map.heights.cols, map.heights.rows};
+  report["cellSize"] = map.cellSize;
+  report["coverage"] = map.coverage;
+  report["lowest"] = least;
+  report["highest"] = greatest;
+}
+
+void makeMap(HeightOptions const& options, Report& report) {
+  report.declare({options.input}, {options.output, heightJsonPath(options.output)});
+  CloudInput const input = readCloudInput(options.input);
+  if (input.object.hasTriangles()) {
+    report.warn("of the mesh only the vertices are laid onto the grid");
+  }
+  mv::HeightMap const map = heightMapOf(input.cloud, settingsOf(options));
+  describe(map, report);
+  writeTogether(heightFiles(options.output, map,
+                            options.depth == 16 ? HeightDepth::Bits16 : HeightDepth::Float));
+}
+
+void makeCloud(HeightOptions const& options, Report& report) {
+  checkGraphicPath(options.output);
+  report.declare({options.input, heightJsonPath(options.input)}, {options.output});
+  mv::HeightMap const map = readHeightMap(options.input);
+  if (cv::countNonZero(map.counts) == 0) {
+    throw Exception(options.input + " has no height in any cell", nullptr, 0, "height");
+  }
+  describe(map, report);
+  mv::PointCloud cloud = cloudOf(map);
+  cloud.state().setTo(255, map.counts == 0);
+  graphic::GraphicObject object;
+  if (lowerCaseEnding(options.output) == ".stl") {
+    mv::MeshSettings settings;
+    // From far above the plane every triangle is seen.
+    cv::Matx44d const back = map.mapFromCloud.inv();
+    double const away = 1e3 * (map.heights.cols + map.heights.rows) * map.cellSize;
+    settings.viewpoint = cv::Point3f(static_cast<float>(back(0, 3) + away * back(0, 2)),
+                                     static_cast<float>(back(1, 3) + away * back(1, 2)),
+                                     static_cast<float>(back(2, 3) + away * back(2, 2)));
+    object = graphicObjectOf(meshOf(cloud, settings));
+  } else {
+    object = cloud.getGraphicObject(false);
+  }
+  writeGraphic(options.output, object);
+}
+
+void run(HeightOptions const& options, Report& report) {
+  if (isTiff(options.output)) {
+    makeMap(options, report);
+  } else {
+    makeCloud(options, report);
+  }
+}
+
+} // namespace
+
+void addHeightCommand(CLI::App& app) {
+  auto options = std::make_shared<HeightOptions>();
+  CLI::App* command = app.add_subcommand("height", "Lay a cloud onto a grid of heights over a plane, or back");
+  command->add_option("input", options->input, "Cloud (ply, obj, stl, tiff), or a height map to turn back")
+      ->required();
+  command
+      ->add_option("output", options->output,
+                   "Height map to write (tiff; beside it a .json with cell size, frame and scale); with "
+                   "another ending (ply, obj, stl) the points of the input, which is a height map then")
+      ->required();
+  command
+      ->add_option("--plane", options->plane,
+                   "A point of the plane and its normal; default: the plane that fits the points best")
+      ->type_name("X Y Z NX NY NZ")
+      ->each([options](std::string const& /*text*/) { options->isPlaneGiven = true; });
+  command->add_option("--cell", options->cellSize, "Edge length of a cell; 0: the usual distance of points")
+      ->type_name("MM")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  std::vector<std::string> names;
+  for (auto const& [name, rule] : rules()) {
+    names.push_back(name);
+  }
+  command->add_option("--rule", options->rule, "Which height a cell with several points gets")
+      ->check(CLI::IsMember(names))
+      ->capture_default_str();
+  command->add_option("--depth", options->depth, "Bits of a height: 32, a float, or 16, scaled as the .json says")
+      ->check(CLI::IsMember({16, 32}))
+      ->capture_default_str();
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "--report",
+      "size, range and coverage of the map");
+}
+
+} // namespace vorn::tools

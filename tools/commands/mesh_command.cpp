@@ -1,0 +1,114 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/surface/mesh.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/cloud_input.hpp"
+#include "tools/progress.hpp"
+#include "tools/report/mesh_report.hpp"
+#include "tools/report/work.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct MeshOptions {
+  std::string input;
+  std::string output;
+  mv::MeshSettings settings;
+  std::array<float, 3> viewpoint{};
+  std::string orientation = "towards";
+};
+
+/// A mesh as it stands in a file.
+mv::SurfaceMesh meshOfObject(graphic::GraphicObject const& object) {
+  mv::SurfaceMesh mesh;
+  mesh.vertices = object.vertices();
+  mesh.triangles = object.triangles();
+  for (cv::Vec4b const& color : object.colors()) {
+    mesh.colors.emplace_back(color[2], color[1], color[0]);
+  }
+  mesh.normals = object.hasNormals() ? object.normals() : vertexNormalsOf(mesh);
+  return mesh;
+}
+
+mv::SurfaceMesh readMesh(MeshOptions const& options, Report& report) {
+  CloudInput const input = readCloudInput(options.input);
+  if (input.object.hasTriangles()) {
+    report["points"] = input.object.vertices().size();
+    return meshOfObject(input.object);
+  }
+  if (!input.cloud.isOrganized()) {
+    throw Exception("The points of " + options.input + " have no grid (take those of scan --xyz)", nullptr, 0,
+                    "mesh");
+  }
+  report["points"] = input.cloud.presentCount();
+  return watched([&](Observer* observer) { return meshOf(input.cloud, options.settings, observer); });
+}
+
+void turn(mv::SurfaceMesh& mesh) {
+  for (cv::Vec3i& triangle : mesh.triangles) {
+    std::swap(triangle[1], triangle[2]);
+  }
+  for (cv::Vec3f& normal : mesh.normals) {
+    normal = -normal;
+  }
+}
+
+void run(MeshOptions options, Report& report) {
+  checkGraphicPath(options.output);
+  report.declare({options.input}, {options.output});
+  options.settings.viewpoint = {options.viewpoint[0], options.viewpoint[1], options.viewpoint[2]};
+  mv::SurfaceMesh mesh = readMesh(options, report);
+  if (options.orientation == "away") {
+    turn(mesh);
+  }
+  reportMesh(mesh, report);
+  writeGraphic(options.output, graphicObjectOf(mesh));
+}
+
+} // namespace
+
+void addMeshCommand(CLI::App& app) {
+  auto options = std::make_shared<MeshOptions>();
+  CLI::App* command =
+      app.add_subcommand("mesh", "Join a cloud's points to a mesh, and measure it or another mesh");
+  command
+      ->add_option("input", options->input, "Grid of points (tiff), or a mesh, to measure (ply, obj, stl)")
+      ->required();
+  command->add_option("output", options->output, "Mesh to write (ply, obj, stl)")->required();
+  command
+      ->add_option("--max-edge", options->settings.maxEdge,
+                   "Points farther apart are not joined; 0: six times the usual distance")
+      ->type_name("MM")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command
+      ->add_option("--max-view-angle", options->settings.maxViewAngle,
+                   "Triangles seen at a flatter angle are walls across a step, which are left out")
+      ->type_name("DEGREES")
+      ->check(CLI::Range(1.0, 90.0))
+      ->capture_default_str();
+  command->add_option("--viewpoint", options->viewpoint, "Where the surface was seen from; default 0 0 0")
+      ->type_name("X Y Z");
+  command
+      ->add_option("--orientation", options->orientation,
+                   "Triangles face towards the viewpoint or away from it; of a mesh, as they are or turned")
+      ->check(CLI::IsMember({"towards", "away"}))
+      ->capture_default_str();
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "--report",
+      "what the mesh measures: area, volume, pieces, boundaries");
+}
+
+} // namespace vorn::tools
