@@ -7,7 +7,9 @@ namespace vorn::graphic {
 std::vector<char> unpackLzf(char const* data, std::size_t length, std::size_t size) {
   std::vector<char> out;
   out.reserve(size);
-  auto const byteAt = [&](std::size_t place) { return static_cast<std::size_t>(static_cast<unsigned char>(data[place])); };
+  auto const byteAt = [&](std::size_t place) {
+    return static_cast<std::size_t>(static_cast<unsigned char>(data[place]));
+  };
   for (std::size_t next = 0; next < length;) {
     std::size_t const control = byteAt(next++);
     if (control < 32) {

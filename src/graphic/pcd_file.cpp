@@ -43,9 +43,10 @@ std::string headerOf(GraphicObject const& object, PCDFile::Format format) {
     add(columnNameOf(name), "4", 'F');
   }
   std::string const count = std::to_string(object.vertices().size());
-  return "# .PCD v0.7 - Point Cloud Data file format\nVERSION 0.7\nFIELDS" + names + "\nSIZE" + sizes + "\nTYPE" +
-         types + "\nCOUNT" + counts + "\nWIDTH " + count + "\nHEIGHT 1\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS " + count +
-         "\nDATA " + (format == PCDFile::Format::Ascii ? "ascii" : "binary") + "\n";
+  return "# .PCD v0.7 - Point Cloud Data file format\nVERSION 0.7\nFIELDS" + names + "\nSIZE" + sizes +
+         "\nTYPE" + types + "\nCOUNT" + counts + "\nWIDTH " + count +
+         "\nHEIGHT 1\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS " + count + "\nDATA " +
+         (format == PCDFile::Format::Ascii ? "ascii" : "binary") + "\n";
 }
 
 std::uint32_t packed(cv::Vec4b const& color, bool hasAlpha) {

@@ -45,8 +45,8 @@ PlyType typeOf(char type, std::int64_t size, FileReader const& file) {
     std::int64_t size;
     PlyType result;
   };
-  constexpr Known known[] = {{'I', 1, PlyType::Int8},   {'I', 2, PlyType::Int16},   {'I', 4, PlyType::Int32},
-                             {'U', 1, PlyType::UInt8},  {'U', 2, PlyType::UInt16},  {'U', 4, PlyType::UInt32},
+  constexpr Known known[] = {{'I', 1, PlyType::Int8},    {'I', 2, PlyType::Int16},  {'I', 4, PlyType::Int32},
+                             {'U', 1, PlyType::UInt8},   {'U', 2, PlyType::UInt16}, {'U', 4, PlyType::UInt32},
                              {'F', 4, PlyType::Float32}, {'F', 8, PlyType::Float64}};
   for (Known const& each : known) {
     if (each.type == type && each.size == size) {
@@ -84,9 +84,10 @@ std::vector<PcdColumn> columnsOf(Declared const& declared, FileReader const& fil
 
 std::uint64_t pointsOf(Declared const& declared, FileReader const& file) {
   if (declared.width.has_value() && declared.height.has_value()) {
-    std::int64_t const cells = *declared.height > 0 && *declared.width > (std::int64_t{1} << 40) / *declared.height
-                                   ? std::numeric_limits<std::int64_t>::max()
-                                   : *declared.width * *declared.height;
+    std::int64_t const cells =
+        *declared.height > 0 && *declared.width > (std::int64_t{1} << 40) / *declared.height
+            ? std::numeric_limits<std::int64_t>::max()
+            : *declared.width * *declared.height;
     if (cells != declared.points.value_or(cells)) {
       file.fail("its header promises " + std::to_string(*declared.points) + " POINTS in " +
                 std::to_string(*declared.height) + " rows of " + std::to_string(*declared.width));
@@ -118,7 +119,8 @@ void assertFits(PcdHeader const& header, FileReader const& file) {
   std::uint64_t const left = file.remaining() + (header.data == PcdData::Ascii ? 1 : 0);
   if (header.data != PcdData::Compressed && least > 0 && header.points > left / least) {
     file.fail("the header promises " + std::to_string(header.points) + " points of at least " +
-              std::to_string(least) + " bytes, but only " + std::to_string(left) + " bytes are left for them");
+              std::to_string(least) + " bytes, but only " + std::to_string(left) +
+              " bytes are left for them");
   }
 }
 

@@ -104,8 +104,8 @@ public:
       std::size_t start = 0;
       for (std::size_t column = 0; column < values_.size(); ++column) {
         std::size_t const size = sizeOf(header_.columns[column].type);
-        values_[column] =
-            loadNumber(header_.columns[column].type, false, content.data() + start + static_cast<std::size_t>(row) * size);
+        values_[column] = loadNumber(header_.columns[column].type, false,
+                                     content.data() + start + static_cast<std::size_t>(row) * size);
         start += size * static_cast<std::size_t>(header_.points);
       }
       rows_.add(values_.data());
@@ -126,7 +126,8 @@ private:
     });
     for (std::size_t i = 0; i < columns.size(); ++i) {
       bool const hasAlpha = names[i] == "rgba";
-      bool const isPacked = (hasAlpha || names[i] == "rgb") && sizeOf(header.columns[i].type) == 4 && !hasColors;
+      bool const isPacked =
+          (hasAlpha || names[i] == "rgb") && sizeOf(header.columns[i].type) == 4 && !hasColors;
       isPacked_.push_back(isPacked);
       if (isPacked) {
         hasColors = true;

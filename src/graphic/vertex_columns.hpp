@@ -25,7 +25,8 @@ struct VertexColumn {
   std::size_t channel = 0; ///< x, y, z or red, green, blue
 };
 
-/// The meaning of columns by their names, in capitals or not: x y z; nx ny nz or normal_x ...; r g b or red ...;
+/// The meaning of columns by their names, in capitals or not: x y z; nx ny nz or normal_x ...; r g b or red
+/// ...;
 /// "_" is skipped, all others are fields, and so are incomplete normals and colours.
 std::vector<VertexColumn> columnsNamed(std::vector<std::string> const& names);
 

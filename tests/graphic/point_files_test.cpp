@@ -45,7 +45,8 @@ void expectSameTable(GraphicObject const& actual, GraphicObject expected) {
   for (auto const& [name, values] : expected.fields()) {
     ASSERT_EQ(actual.fields().count(name), 1U) << name;
     ASSERT_EQ(actual.fields().at(name).size(), values.size()) << name;
-    EXPECT_EQ(std::memcmp(actual.fields().at(name).data(), values.data(), values.size() * sizeof(float)), 0) << name;
+    EXPECT_EQ(std::memcmp(actual.fields().at(name).data(), values.data(), values.size() * sizeof(float)), 0)
+        << name;
   }
 }
 
@@ -70,7 +71,8 @@ using XyzFile = PointFile<XYZFile>;
 
 std::string pcdHeader(std::string const& fields, std::string const& sizes, std::string const& types,
                       std::string const& end) {
-  return "# made elsewhere\nVERSION .7\nFIELDS " + fields + "\nSIZE " + sizes + "\nTYPE " + types + "\n" + end;
+  return "# made elsewhere\nVERSION .7\nFIELDS " + fields + "\nSIZE " + sizes + "\nTYPE " + types + "\n" +
+         end;
 }
 
 std::string bytesOf(std::vector<float> const& values) {
@@ -124,8 +126,8 @@ TEST_F(PcdFile, TakesColoursAsEveryProgramPacksThem) {
   text.precision(9);
   text << asFloat;
   for (std::string const& color : {std::to_string(packed), text.str()}) {
-    GraphicObject const object =
-        parse(pcdHeader("rgb x y z", "4 4 4 4", "F F F F", "WIDTH 1\nHEIGHT 1\nDATA ascii\n") + color + " 1 2 3\n");
+    GraphicObject const object = parse(
+        pcdHeader("rgb x y z", "4 4 4 4", "F F F F", "WIDTH 1\nHEIGHT 1\nDATA ascii\n") + color + " 1 2 3\n");
     ASSERT_TRUE(object.hasColors()) << color;
     EXPECT_EQ(object.colors()[0], expected) << color;
     EXPECT_TRUE(object.fields().empty());
@@ -145,8 +147,9 @@ TEST_F(PcdFile, TakesColoursAsEveryProgramPacksThem) {
 }
 
 TEST_F(PcdFile, TakesFieldsOfAnyTypeAndNumberAndRowsOfPoints) {
-  std::string const header = pcdHeader("y _ x label z hist", "8 1 4 2 4 1", "F U F U F I",
-                                       "COUNT 1 3 1 1 1 2\nWIDTH 2\nHEIGHT 2\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS 4\n");
+  std::string const header =
+      pcdHeader("y _ x label z hist", "8 1 4 2 4 1", "F U F U F I",
+                "COUNT 1 3 1 1 1 2\nWIDTH 2\nHEIGHT 2\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS 4\n");
   std::string bytes;
   std::string text;
   for (int i = 0; i < 4; ++i) {
@@ -178,10 +181,11 @@ TEST_F(PcdFile, UnpacksCompressedColumns) {
   // into itself, then all of the first column by a repetition from 64 bytes back.
   std::vector<float> const ramp = {1, 2, 3, 4, 5, 6, 7, 8};
   std::string packed = std::string(1, 31) + bytesOf(ramp);
-  packed += std::string(2, '\0');                                // one zero as it is
-  packed += std::string{char(7 << 5), char(31 - 2 - 7), '\0'};   // 31 bytes from 1 back
+  packed += std::string(2, '\0');                                  // one zero as it is
+  packed += std::string{char(7 << 5), char(31 - 2 - 7), '\0'};     // 31 bytes from 1 back
   packed += std::string{char(7 << 5), char(32 - 2 - 7), char(63)}; // 32 bytes from 64 back
-  std::string const header = pcdHeader("x y z", "4 4 4", "F F F", "WIDTH 8\nHEIGHT 1\nPOINTS 8\nDATA binary_compressed\n");
+  std::string const header =
+      pcdHeader("x y z", "4 4 4", "F F F", "WIDTH 8\nHEIGHT 1\nPOINTS 8\nDATA binary_compressed\n");
   auto const file = [&](std::uint32_t compressed, std::uint32_t size, std::string const& data) {
     std::string content = header;
     appendNumber(content, compressed);
@@ -206,12 +210,14 @@ TEST_F(PcdFile, DamagedFilesAreNamedWithPlaceAndReason) {
   expectError([&] { parse(plain("POINTS 1\n")); }, "it is no PCD file");
   expectError([&] { parse(plain("POINTS -1\nDATA ascii\n")); }, "line 6: 'POINTS' needs a whole number");
   expectError([&] { parse(plain("WIDTH 3\nHEIGHT 2\nPOINTS 5\nDATA ascii\n")); }, "5 POINTS in 2 rows of 3");
-  expectError([&] { parse(plain("POINTS 99\nDATA binary\nabc")); }, "99 points of at least 12 bytes, but only 3");
+  expectError([&] { parse(plain("POINTS 99\nDATA binary\nabc")); },
+              "99 points of at least 12 bytes, but only 3");
   expectError([&] { parse(plain("POINTS 1\nDATA ascii\n1 2\n3")); }, "line 8: the value of 'z' is missing");
   expectError([&] { parse(plain("POINTS 1\nDATA ascii\n1 2 z")); }, "line 8: 'z' is no value of 'z'");
   expectError([&] { parse(plain("POINTS 1\nDATA ascii\n1 2 3 4")); }, "unexpected '4'");
   expectError([&] { parse(plain("POINTS 1\nDATA png\n")); }, "unknown kind of DATA 'png'");
-  expectError([&] { parse(pcdHeader("x y", "4 4", "F F", "POINTS 1\nDATA ascii\n1 2\n")); }, "lack x, y or z");
+  expectError([&] { parse(pcdHeader("x y", "4 4", "F F", "POINTS 1\nDATA ascii\n1 2\n")); },
+              "lack x, y or z");
   expectError([&] { parse(pcdHeader("x y z", "4 4 8", "F F I", "POINTS 1\nDATA ascii\n1 2 3\n")); },
               "of type 'I' and 8 bytes is unknown");
   expectError([&] { parse(pcdHeader("x y z", "4 4", "F F F", "POINTS 1\nDATA ascii\n1 2 3\n")); },
@@ -243,15 +249,18 @@ TEST_F(XyzFile, TakesWhatProgramsWriteAndSaysWhatItConcludes) {
   EXPECT_EQ(said([&] { object = parse("x,y,z,t\n1,2,3,4\n"); }), "");
   EXPECT_EQ(object.fields().at("t"), std::vector<float>{4});
 
-  std::string const conclusion = said([&] { object = parse("1 2 3 255 0 7 0.6 0 0.8 9\n4 5 6 1 1 1 0 1 0 -9\n"); });
-  EXPECT_NE(conclusion.find("4 to 6 as colours, 7 to 9 as normals, 10 as the field column_10"), std::string::npos)
+  std::string const conclusion =
+      said([&] { object = parse("1 2 3 255 0 7 0.6 0 0.8 9\n4 5 6 1 1 1 0 1 0 -9\n"); });
+  EXPECT_NE(conclusion.find("4 to 6 as colours, 7 to 9 as normals, 10 as the field column_10"),
+            std::string::npos)
       << conclusion;
   EXPECT_EQ(object.colors()[0], cv::Vec4b(255, 0, 7, 255));
   EXPECT_EQ(object.normals()[1], cv::Vec3f(0, 1, 0));
   EXPECT_EQ(object.fields().at("column_10")[1], -9.0F);
   // Names for another number of columns, and comments that name nothing, say nothing.
-  EXPECT_NE(said([&] { object = parse("# x y z\n# of the part\n1 2 3 0.5\n"); }).find("4 as the field column_4"),
-            std::string::npos);
+  EXPECT_NE(
+      said([&] { object = parse("# x y z\n# of the part\n1 2 3 0.5\n"); }).find("4 as the field column_4"),
+      std::string::npos);
 
   expectError([&] { parse("# nothing\n"); }, "it has no points");
   expectError([&] { parse("1 2 3\n4 5\n"); }, "line 2: a point needs three numbers, not 2");

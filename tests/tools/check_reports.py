@@ -113,6 +113,11 @@ def check_all(folder):
     sides = check("simulate", folder / "sides", "--views", 2, "--turntable", "--divisor", 8, "--no-calib")
     if sides["views"] != 2 or len(list((folder / "sides").glob("view_*/columns_00.png"))) != 2:
         fail(f"simulate: a part from two sides is {sides}")
+    views = pictures(folder / "sides", "view_*/columns_*", "views.json") + [folder / "sides/scanner_truth.json"]
+    fused = check("fuse", folder / "sides", "--calib", folder / "sides/scanner_truth.json", "-o", folder / "sides.ply",
+                  inputs=views)
+    if [view["name"] for view in fused["views"]] != ["view_00", "view_01"]:
+        fail(f"fuse: views {fused['views']}")
     check("patterns", folder / "patterns", "--width", 64, "--height", 48)
     projected = folder / "projected"
     check("patterns", projected, "--width", 64, "--height", 48, "--set", "gray")

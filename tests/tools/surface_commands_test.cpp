@@ -2,12 +2,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
+
+#include <sim/part.hpp>
 
 #include "support/file_content.hpp"
 #include "support/point_sets.hpp"
@@ -87,6 +90,10 @@ TEST_F(SurfaceCommands, MeshJoinsAGridAroundItsHole) {
     auto const corner = [&](int i) { return at[static_cast<std::size_t>(first[i])]; };
     EXPECT_LT((corner(1) - corner(0)).cross(corner(2) - corner(0)).dot(corner(0)), 0.0F);
   }
+  nlohmann::json const fewer =
+      reportOf({"mesh", grid(cap()), folder_ / "fewer.stl", "--simplify", "0.1"})["mesh"];
+  EXPECT_LT(fewer["triangles"], 800);
+  EXPECT_EQ(fewer["boundaries"].size(), 2U);
   nlohmann::json const away = reportOf({"mesh", grid(cap()), folder_ / "away.ply", "--orientation", "away"});
   EXPECT_GT(readGraphic(folder_ / "away.ply").normals()[0][2], 0.0F);
 }
@@ -119,15 +126,16 @@ TEST_F(SurfaceCommands, MeshMeasuresAMeshAndFlagsFaults) {
 TEST_F(SurfaceCommands, HeightsComeBackAsPoints) {
   std::string const map = folder_ / "map.tiff";
   for (std::string const depth : {"32", "16"}) {
-    nlohmann::json const report = reportOf(
-        {"height", grid(cap()), map, "--plane", "0", "0", "500", "0", "0", "-1", "--cell", "1", "--depth", depth});
+    nlohmann::json const report = reportOf({"height", grid(cap()), map, "--plane", "0", "0", "500", "0", "0",
+                                            "-1", "--cell", "1", "--depth", depth});
     EXPECT_EQ(report["size"], nlohmann::json({41, 41}));
     EXPECT_NEAR(report["coverage"].get<double>(), 1.0 - 9.0 / (41 * 41), 1e-9);
     EXPECT_NEAR(report["highest"].get<double>(), 50.0, 1e-4);
     EXPECT_EQ(readImage(map).type(), depth == "32" ? CV_32FC1 : CV_16UC1);
     if (depth == "32") {
       cv::Mat_<float> const heights = readImage(map);
-      EXPECT_EQ(std::count_if(heights.begin(), heights.end(), [](float height) { return std::isnan(height); }), 9);
+      EXPECT_EQ(
+          std::count_if(heights.begin(), heights.end(), [](float height) { return std::isnan(height); }), 9);
     }
     reportOf({"height", map, folder_ / "back.ply"});
     std::vector<cv::Vec3f> const back = readGraphic(folder_ / "back.ply").vertices();
@@ -140,6 +148,56 @@ TEST_F(SurfaceCommands, HeightsComeBackAsPoints) {
       ASSERT_NEAR(point[2], 500.0 - std::sqrt(2500.0 - x * x - y * y), bound);
     }
   }
+}
+
+TEST_F(SurfaceCommands, FuseMakesOnePartOfTheViewsOfAFolder) {
+  std::string const part = folder_ / "part";
+  ASSERT_EQ(run({"simulate", part, "--views", "3", "--turntable", "--divisor", "4", "--no-calib"}).status, 0);
+  std::string const scanner = part + "/scanner_truth.json";
+  nlohmann::json const report = reportOf(
+      {"fuse", part, "--calib", scanner, "-o", folder_ / "part.ply", "--html", folder_ / "part.html"});
+  ASSERT_EQ(report["views"].size(), 3U);
+  EXPECT_EQ(report["views"][2]["name"], "view_02");
+  EXPECT_TRUE(report["warnings"].empty()) << report["warnings"];
+  EXPECT_EQ(report["mesh"]["faultyEdges"], 0);
+  graphic::GraphicObject const fused = readGraphic(folder_ / "part.ply");
+  EXPECT_EQ(fused.vertices().size(), report["points"].get<std::size_t>());
+  EXPECT_EQ(fused.triangles().size(), report["mesh"]["triangles"].get<std::size_t>());
+  EXPECT_EQ(fused.fields().count("sigma"), 1U);
+  std::vector<double> errors;
+  for (cv::Vec3f const& point : fused.vertices()) {
+    errors.push_back(std::abs(sim::distanceToPart(cv::Vec3d(point))));
+  }
+  std::nth_element(errors.begin(), errors.begin() + static_cast<std::ptrdiff_t>(errors.size() / 2),
+                   errors.end());
+  EXPECT_LT(errors[errors.size() / 2], 0.1) << "mm";
+  EXPECT_GT(std::filesystem::file_size(folder_ / "part.html"), 10000U);
+
+  // The same from clouds, whose poses stand beside them; a wrong one is flagged.
+  std::string const clouds = folder_ / "clouds";
+  std::filesystem::create_directory(clouds);
+  nlohmann::json const views = readJsonFile(part + "/views.json")["views"];
+  for (int i = 0; i < 3; ++i) {
+    std::string const name = "view_0" + std::to_string(i);
+    ASSERT_EQ(
+        run({"scan", part + "/" + name, "--calib", scanner, "--xyz", clouds + "/" + name + ".tiff"}).status,
+        0);
+    nlohmann::json pose = views[static_cast<std::size_t>(i)];
+    if (i == 1) {
+      double const height = pose["commonFromView"][1][3].get<double>();
+      pose["commonFromView"][1][3] = height + 3.0;
+    }
+    test::put(clouds + "/" + name + ".json", pose.dump());
+  }
+  nlohmann::json const off = reportOf({"fuse", clouds, "-o", folder_ / "off.stl"});
+  EXPECT_GT(off["views"][1]["apart"].get<double>(), 0.1);
+  EXPECT_FALSE(off["warnings"].empty());
+  for (int i = 0; i < 3; ++i) {
+    std::filesystem::remove(clouds + "/view_0" + std::to_string(i) + ".json");
+  }
+  EXPECT_EQ(run({"fuse", clouds, "-o", folder_ / "none.ply", "--json"}).errors.find("no view of") ==
+                std::string::npos,
+            false);
 }
 
 TEST_F(SurfaceCommands, SayWhatTheyCannotDo) {
@@ -157,9 +215,14 @@ TEST_F(SurfaceCommands, SayWhatTheyCannotDo) {
                                   "[[1,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]]}");
   writeImage(folder_ / "map.tiff", cv::Mat_<float>(3, 3, 1.0F));
   EXPECT_NE(refusal({"height", folder_ / "map.tiff", folder_ / "a.ply"}).find("cellSize"), std::string::npos);
-  // The map's JSON must not replace an input.
-  EXPECT_NE(refusal({"height", grid(cap()), folder_ / "b.tiff", "--report", folder_ / "b.json"}).find("b.json"),
+  EXPECT_NE(refusal({"mesh", grid(cap()), folder_ / "a.xyz"}).find("triangles"), std::string::npos);
+  std::filesystem::create_directory(folder_ / "empty");
+  EXPECT_NE(refusal({"fuse", folder_ / "empty", "-o", folder_ / "a.ply"}).find("no views"),
             std::string::npos);
+  // The map's JSON must not replace an input.
+  EXPECT_NE(
+      refusal({"height", grid(cap()), folder_ / "b.tiff", "--report", folder_ / "b.json"}).find("b.json"),
+      std::string::npos);
 }
 
 } // namespace

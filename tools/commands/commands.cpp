@@ -25,6 +25,7 @@ std::unique_ptr<CLI::App> makeProgram() {
   addDecodeCommand(app);
   addScanCommand(app);
   addFilterCommand(app);
+  addFuseCommand(app);
   addMeshCommand(app);
   addHeightCommand(app);
   addImageCommand(app);

@@ -22,6 +22,7 @@ void addPatternsCommand(CLI::App& app);
 void addTargetCommand(CLI::App& app);
 void addDetectCommand(CLI::App& app);
 void addCalibrateCommand(CLI::App& app);
+void addFuseCommand(CLI::App& app);
 void addMeshCommand(CLI::App& app);
 void addHeightCommand(CLI::App& app);
 void addImageCommand(CLI::App& app);

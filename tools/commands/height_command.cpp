@@ -77,8 +77,8 @@ void makeMap(HeightOptions const& options, Report& report) {
   }
   mv::HeightMap const map = heightMapOf(input.cloud, settingsOf(options));
   describe(map, report);
-  writeTogether(heightFiles(options.output, map,
-                            options.depth == 16 ? HeightDepth::Bits16 : HeightDepth::Float));
+  writeTogether(
+      heightFiles(options.output, map, options.depth == 16 ? HeightDepth::Bits16 : HeightDepth::Float));
 }
 
 void makeCloud(HeightOptions const& options, Report& report) {
@@ -119,13 +119,17 @@ void run(HeightOptions const& options, Report& report) {
 
 void addHeightCommand(CLI::App& app) {
   auto options = std::make_shared<HeightOptions>();
-  CLI::App* command = app.add_subcommand("height", "Lay a cloud onto a grid of heights over a plane, or back");
-  command->add_option("input", options->input, "Cloud (ply, obj, stl, tiff), or a height map to turn back")
+  CLI::App* command =
+      app.add_subcommand("height", "Lay a cloud onto a grid of heights over a plane, or back");
+  command
+      ->add_option("input", options->input,
+                   "Cloud (ply, pcd, xyz, obj, stl, tiff), or a height map to turn back")
       ->required();
   command
-      ->add_option("output", options->output,
-                   "Height map to write (tiff; beside it a .json with cell size, frame and scale); with "
-                   "another ending (ply, obj, stl) the points of the input, which is a height map then")
+      ->add_option(
+          "output", options->output,
+          "Height map to write (tiff; beside it a .json with cell size, frame and scale); with "
+          "another ending (ply, pcd, xyz, obj, stl) the points of the input, which is a height map then")
       ->required();
   command
       ->add_option("--plane", options->plane,
@@ -143,7 +147,9 @@ void addHeightCommand(CLI::App& app) {
   command->add_option("--rule", options->rule, "Which height a cell with several points gets")
       ->check(CLI::IsMember(names))
       ->capture_default_str();
-  command->add_option("--depth", options->depth, "Bits of a height: 32, a float, or 16, scaled as the .json says")
+  command
+      ->add_option("--depth", options->depth,
+                   "Bits of a height: 32, a float, or 16, scaled as the .json says")
       ->check(CLI::IsMember({16, 32}))
       ->capture_default_str();
   setWork(

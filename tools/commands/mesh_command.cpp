@@ -10,6 +10,7 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/surface/mesh.hpp>
+#include <vorn/mv/surface/simplify.hpp>
 
 #include "tools/commands/commands.hpp"
 #include "tools/files/cloud_files.hpp"
@@ -28,6 +29,7 @@ struct MeshOptions {
   mv::MeshSettings settings;
   std::array<float, 3> viewpoint{};
   std::string orientation = "towards";
+  double maxError = 0.0; ///< of a simplified mesh; 0: as it is
 };
 
 /// A mesh as it stands in a file.
@@ -42,8 +44,7 @@ mv::SurfaceMesh meshOfObject(graphic::GraphicObject const& object) {
   return mesh;
 }
 
-mv::SurfaceMesh readMesh(MeshOptions const& options, Report& report) {
-  CloudInput const input = readCloudInput(options.input);
+mv::SurfaceMesh meshFrom(CloudInput const& input, MeshOptions const& options, Report& report) {
   if (input.object.hasTriangles()) {
     report["points"] = input.object.vertices().size();
     return meshOfObject(input.object);
@@ -66,15 +67,23 @@ void turn(mv::SurfaceMesh& mesh) {
 }
 
 void run(MeshOptions options, Report& report) {
-  checkGraphicPath(options.output);
+  checkMeshPath(options.output);
   report.declare({options.input}, {options.output});
   options.settings.viewpoint = {options.viewpoint[0], options.viewpoint[1], options.viewpoint[2]};
-  mv::SurfaceMesh mesh = readMesh(options, report);
+  CloudInput const input = readCloudInput(options.input);
+  mv::SurfaceMesh mesh = meshFrom(input, options, report);
   if (options.orientation == "away") {
     turn(mesh);
   }
+  if (options.maxError > 0.0) {
+    mv::SimplifySettings settings;
+    settings.maxError = options.maxError;
+    mesh = watched([&](Observer* observer) { return simplified(mesh, settings, observer); });
+  }
   reportMesh(mesh, report);
-  writeGraphic(options.output, graphicObjectOf(mesh));
+  graphic::GraphicObject object = graphicObjectOf(mesh);
+  object.offset() = input.object.offset();
+  writeGraphic(options.output, object);
 }
 
 } // namespace
@@ -83,8 +92,7 @@ void addMeshCommand(CLI::App& app) {
   auto options = std::make_shared<MeshOptions>();
   CLI::App* command =
       app.add_subcommand("mesh", "Join a cloud's points to a mesh, and measure it or another mesh");
-  command
-      ->add_option("input", options->input, "Grid of points (tiff), or a mesh, to measure (ply, obj, stl)")
+  command->add_option("input", options->input, "Grid of points (tiff), or a mesh, to measure (ply, obj, stl)")
       ->required();
   command->add_option("output", options->output, "Mesh to write (ply, obj, stl)")->required();
   command
@@ -106,6 +114,11 @@ void addMeshCommand(CLI::App& app) {
                    "Triangles face towards the viewpoint or away from it; of a mesh, as they are or turned")
       ->check(CLI::IsMember({"towards", "away"}))
       ->capture_default_str();
+  command
+      ->add_option("--simplify", options->maxError,
+                   "Fewer triangles, none of the points farther from them than this")
+      ->type_name("MM")
+      ->check(CLI::PositiveNumber);
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report",
       "what the mesh measures: area, volume, pieces, boundaries");

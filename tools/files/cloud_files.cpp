@@ -134,6 +134,18 @@ void checkGraphicPath(std::string const& path) {
   formatOf(path);
 }
 
+bool holdsTriangles(std::string const& path) {
+  Format const format = formatOf(path);
+  return format != Format::Pcd && format != Format::Xyz;
+}
+
+void checkMeshPath(std::string const& path) {
+  if (!holdsTriangles(path)) {
+    throw Exception(path + " would hold no triangles: meshes are written as .ply, .obj or .stl", nullptr, 0,
+                    "cloud");
+  }
+}
+
 float medianSpacing(cv::Mat_<cv::Vec3f> const& xyz) {
   std::vector<float> distances;
   for (int y = 0; y < xyz.rows; ++y) {

@@ -22,6 +22,12 @@ void writeGraphic(std::string const& path, graphic::GraphicObject const& object)
 ///         does not end in that
 void checkGraphicPath(std::string const& path);
 
+/// Whether the format of a path's ending holds triangles: ply, obj or stl.
+bool holdsTriangles(std::string const& path);
+
+/// The same as `checkGraphicPath` for a format that holds triangles.
+void checkMeshPath(std::string const& path);
+
 /// The usual distance between grid neighbours along rows, in mm; 0 where there are none.
 float medianSpacing(cv::Mat_<cv::Vec3f> const& xyz);
 

@@ -102,8 +102,10 @@ mv::HeightMap readHeightMap(std::string const& path) {
     scale = {json.at("scale").get<double>(), json.at("offset").get<double>()};
     for (int i = 0; i < 4; ++i) {
       for (int j = 0; j < 4; ++j) {
-        map.mapFromCloud(i, j) =
-            json.at("mapFromCloud").at(static_cast<std::size_t>(i)).at(static_cast<std::size_t>(j)).get<double>();
+        map.mapFromCloud(i, j) = json.at("mapFromCloud")
+                                     .at(static_cast<std::size_t>(i))
+                                     .at(static_cast<std::size_t>(j))
+                                     .get<double>();
       }
     }
   } catch (nlohmann::json::exception const& e) {

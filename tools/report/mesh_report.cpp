@@ -60,8 +60,8 @@ void print(mv::SurfaceMesh const& mesh, mv::MeshFigures const& figures,
   constexpr std::size_t shown = 5;
   for (std::size_t i = 0; i < std::min(shown, boundaries.size()); ++i) {
     Boundary const& one = boundaries[i];
-    std::cout << printed("  %.4g mm long, %zu vertices, around (%.2f, %.2f, %.2f)\n", one.length, one.vertices,
-                         one.middle[0], one.middle[1], one.middle[2]);
+    std::cout << printed("  %.4g mm long, %zu vertices, around (%.2f, %.2f, %.2f)\n", one.length,
+                         one.vertices, one.middle[0], one.middle[1], one.middle[2]);
   }
   if (boundaries.size() > shown) {
     std::cout << printed("  and %zu shorter ones\n", boundaries.size() - shown);

@@ -15,7 +15,8 @@ namespace vorn::graphic {
 /// Reading takes ascii, binary and binary_compressed data, fields of any type but 8-byte integers and in any
 /// order. Of a point it takes
 /// - `x`, `y`, `z`, which must be there, and `normal_x`, `normal_y`, `normal_z` (or `nx` ...);
-/// - `rgb` or `rgba`, packed into 4 bytes as a float or a whole number, or `r`, `g`, `b` (`red` ...) in 0..255;
+/// - `rgb` or `rgba`, packed into 4 bytes as a float or a whole number, or `r`, `g`, `b` (`red` ...) in
+/// 0..255;
 /// - all other fields, and what there is of incomplete normals and colours, as the object's fields in single
 ///   precision, those of several numbers as `NAME_0`, `NAME_1` ...; those called `_` are left out.
 /// The points of several rows come row after row; those without coordinates, NaN, stay. The viewpoint is not
@@ -39,8 +40,8 @@ public:
   /// Writes the points of `object` to `path` as one row, colours as `rgb`, or `rgba` when some colour is not
   /// opaque, coordinates as doubles when they have an offset, fields under their names (with `scalar_` before
   /// those that mean something else, and underscores for blanks and control characters). The format has no
-  /// place for triangles. An existing file is replaced when the new one is complete. Working memory: none that
-  /// grows with the object.
+  /// place for triangles. An existing file is replaced when the new one is complete. Working memory: none
+  /// that grows with the object.
   /// @throws Exception when the object's arrays do not fit each other, a field has no name or that of another
   ///         when blanks are replaced, or the file cannot be written
   void write(std::string const& path, GraphicObject const& object) const;

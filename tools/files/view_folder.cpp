@@ -1,0 +1,141 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/files/view_folder.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+#include <vorn/core/exception.hpp>
+
+#include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/files/output_path.hpp"
+
+namespace vorn::tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+char const* const poseName = "commonFromView";
+
+Exception refusal(std::string const& path, std::string const& reason) {
+  return {path + ": " + reason, nullptr, 0, "fuse"};
+}
+
+std::vector<std::string> const& cloudEndings() {
+  // A grid tells more than a list of the same points.
+  static std::vector<std::string> const endings{".tiff", ".tif", ".ply", ".pcd", ".xyz", ".obj"};
+  return endings;
+}
+
+cv::Matx44d poseOf(nlohmann::json const& json, std::string const& path) {
+  cv::Matx44d pose;
+  try {
+    nlohmann::json const& rows = json.at(poseName);
+    for (int i = 0; i < 4; ++i) {
+      for (int j = 0; j < 4; ++j) {
+        pose(i, j) = rows.at(static_cast<std::size_t>(i)).at(static_cast<std::size_t>(j)).get<double>();
+      }
+    }
+  } catch (nlohmann::json::exception const&) {
+    throw refusal(path, std::string("\"") + poseName + "\" is no list of four rows of four numbers");
+  }
+  return pose;
+}
+
+bool isScanFolder(fs::path const& path) {
+  return fs::is_directory(path) && !findSequence(path.string(), "columns").empty();
+}
+
+/// What a name stands for in a folder; none when nothing does.
+std::optional<ViewEntry> entryOf(fs::path const& folder, std::string const& name, bool calibrated) {
+  ViewEntry entry;
+  entry.name = name;
+  for (std::string const& ending : cloudEndings()) {
+    fs::path const cloud = folder / (name + ending);
+    if (fs::is_regular_file(cloud)) {
+      entry.path = cloud.string();
+      fs::path const pose = folder / (name + ".json");
+      if (fs::exists(pose)) {
+        entry.commonFromView = poseOf(readJsonFile(pose.string()), pose.string());
+        entry.hasPose = true;
+      }
+      return entry;
+    }
+  }
+  if (calibrated && isScanFolder(folder / name)) {
+    entry.path = (folder / name).string();
+    entry.isScan = true;
+    return entry;
+  }
+  return std::nullopt;
+}
+
+std::vector<ViewEntry> listedViews(fs::path const& folder, std::string const& list, bool calibrated) {
+  nlohmann::json const json = readJsonFile(list);
+  if (!json.contains("views") || !json["views"].is_array()) {
+    throw refusal(list, "\"views\" is no list");
+  }
+  std::vector<ViewEntry> views;
+  for (nlohmann::json const& view : json["views"]) {
+    if (!view.contains("name") || !view["name"].is_string()) {
+      throw refusal(list, "a view has no \"name\"");
+    }
+    std::string const name = view["name"].get<std::string>();
+    std::optional<ViewEntry> entry = entryOf(folder, name, calibrated);
+    if (!entry) {
+      std::string const missing = isScanFolder(folder / name)
+                                      ? "is a folder of images, which need --calib"
+                                      : "is neither a cloud nor a folder of images";
+      throw refusal(list, "the view " + name + " " + missing);
+    }
+    entry->commonFromView = poseOf(view, list);
+    entry->hasPose = true;
+    views.push_back(*std::move(entry));
+  }
+  return views;
+}
+
+} // namespace
+
+std::string viewsPath(std::string const& folder) {
+  return (fs::path(folder) / "views.json").string();
+}
+
+std::vector<ViewEntry> findViews(std::string const& folder, bool calibrated) {
+  if (!fs::is_directory(folder)) {
+    throw refusal(folder, "is no folder");
+  }
+  std::vector<ViewEntry> views;
+  if (fs::exists(viewsPath(folder))) {
+    views = listedViews(folder, viewsPath(folder), calibrated);
+  } else {
+    std::vector<std::string> names;
+    for (auto const& entry : fs::directory_iterator(folder)) {
+      fs::path const& path = entry.path();
+      auto const& endings = cloudEndings();
+      bool const isCloud =
+          std::find(endings.begin(), endings.end(), lowerCaseEnding(path.string())) != endings.end();
+      if (entry.is_directory() || isCloud) {
+        names.push_back(entry.is_directory() ? path.filename().string() : path.stem().string());
+      }
+    }
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    for (std::string const& name : names) {
+      if (auto entry = entryOf(folder, name, calibrated)) {
+        views.push_back(*std::move(entry));
+      }
+    }
+  }
+  if (views.empty()) {
+    throw refusal(folder, "has no views: neither clouds nor, with --calib, folders of images");
+  }
+  return views;
+}
+
+} // namespace vorn::tools

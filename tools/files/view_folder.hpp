@@ -1,0 +1,33 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <opencv2/core/matx.hpp>
+
+namespace vorn::tools {
+
+/// One view of a part in a folder.
+struct ViewEntry {
+  std::string name;
+  /// A cloud (tiff, ply, pcd, xyz, obj), or a folder with the images of a scan.
+  std::string path;
+  bool isScan = false;
+  cv::Matx44d commonFromView = cv::Matx44d::eye();
+  bool hasPose = false;
+};
+
+/// The views that a folder holds: those that its views.json names, each with its pose ("commonFromView", four
+/// rows), else all clouds in it and all folders in it with columns_00.png, by their names; beside a cloud its
+/// pose may stand as NAME.json.
+/// @param calibrated whether images of scans may be used; without a cloud of their name they are passed over
+///                   otherwise
+/// @throws Exception for no folder, no view, a pose that is none, and a view of views.json that is not there
+std::vector<ViewEntry> findViews(std::string const& folder, bool calibrated);
+
+/// The file with the poses in a folder.
+std::string viewsPath(std::string const& folder);
+
+} // namespace vorn::tools
