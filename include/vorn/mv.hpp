@@ -110,6 +110,7 @@
 #include <vorn/mv/sl/phase_quality.hpp>
 #include <vorn/mv/sl/phase_unwrapping.hpp>
 #include <vorn/mv/sl/pixel_reason.hpp>
+#include <vorn/mv/sl/plan_patterns.hpp>
 #include <vorn/mv/sl/projector_points.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>

@@ -29,7 +29,8 @@ struct PatternCapture {
   double noise = 1.0;
   double blur = 0.5; ///< standard deviation, projector pixels
   double gamma = 1.0;
-  double white = 255.0; ///< no grey level is above
+  double white = 255.0;     ///< no grey level is above
+  bool showsPixels = false; ///< fringes, too, are squares of even light, blurred
   int type = CV_8UC1;
 
   /// Brightness 0 to 1 of an image at a place, blurred.
@@ -40,7 +41,7 @@ struct PatternCapture {
     if (image.role == PatternRole::Reference) {
       return 0.5;
     }
-    if (image.role == PatternRole::Phase) {
+    if (image.role == PatternRole::Phase && !showsPixels) {
       double const turns = place / image.period + static_cast<double>(image.sign * image.step) / image.steps +
                            image.offset / 360.0;
       double const contrast = std::exp(-2.0 * CV_PI * CV_PI * blur * blur / (image.period * image.period));
@@ -53,9 +54,20 @@ struct PatternCapture {
     auto const middle = static_cast<int>(std::floor(place + 0.5));
     double sum = 0.0;
     for (int pixel = middle - reach; pixel <= middle + reach; ++pixel) {
-      sum += isPixelLit(image, pixel) ? upTo(pixel + 0.5) - upTo(pixel - 0.5) : 0.0;
+      sum += pixelLight(image, pixel) * (upTo(pixel + 0.5) - upTo(pixel - 0.5));
     }
     return sum;
+  }
+
+  /// What a pixel shows, 0 to 1.
+  static double pixelLight(PatternImage const& image, int pixel) {
+    if (image.role == PatternRole::Phase) {
+      return 0.5 + 0.5 * std::sin(2 * CV_PI *
+                                  (pixel / image.period +
+                                   static_cast<double>(image.sign * image.step) / image.steps +
+                                   image.offset / 360.0));
+    }
+    return isPixelLit(image, pixel) ? 1.0 : 0.0;
   }
 
   static bool isPixelLit(PatternImage const& image, int pixel) {

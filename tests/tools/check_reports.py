@@ -121,6 +121,7 @@ def check_all(folder):
     check("patterns", folder / "patterns", "--width", 64, "--height", 48)
     projected = folder / "projected"
     check("patterns", projected, "--width", 64, "--height", 48, "--set", "gray")
+    check("patterns", "--plan", "--width", 640, "--height", 400, "--images", 40)
     captured = pictures(projected, "*.png") + pictures(projected, "pattern_set.json")
     check("decode", projected, inputs=captured)
     check("target", folder / "target.svg")

@@ -105,6 +105,42 @@ TEST_F(PatternCommands, DescriptionsByHandTakeListsAndPatterns) {
             0.0);
 }
 
+TEST_F(PatternCommands, PlansAreToldAndTheBestIsWritten) {
+  std::vector<std::string> call{"patterns",    "--plan",  "--width", "640",     "--height",
+                                "400",         "--sigma", "0.03",    "--noise", "1.5",
+                                "--amplitude", "60",      "--blur",  "0.7",     "--json"};
+  ToolOutcome const told = run(call);
+  ASSERT_EQ(told.status, 0) << told.errors;
+  auto const plans = nlohmann::json::parse(told.output)["plans"];
+  ASSERT_GE(plans.size(), 2U);
+  EXPECT_LE(plans[0]["images"], plans[1]["images"]);
+  for (auto const& plan : plans) {
+    EXPECT_LE(plan["sigma"].get<double>(), 0.03);
+    EXPECT_EQ(plan["steps"].get<int>() > 0, !plan["periods"].empty());
+  }
+  call.insert(call.begin() + 1, path("best"));
+  ASSERT_EQ(run(call).status, 0);
+  auto const written = load<mv::PatternSet>(path("best/pattern_set.json"));
+  EXPECT_EQ(written.name, plans[0]["set"]);
+  EXPECT_EQ(written.images.size(), plans[0]["images"].get<std::size_t>());
+  EXPECT_TRUE(fs::exists(path("best") + "/" + written.images.back().file));
+
+  // Light as seen: blur and amplitude from how much fainter fringes of 4 pixels are than those of 8.
+  writeJsonFile(path("light.json"), nlohmann::json::parse(R"({"sequences": [
+    {"name": "columns", "amplitude": 29.5, "noise": 1.5}, {"name": "rows", "amplitude": 50.3, "noise": 1.4},
+    {"name": "target", "amplitude": null, "noise": 9}]})"));
+  auto const seen = nlohmann::json::parse(run({"patterns", "--plan", "--width", "640", "--height", "400",
+                                               "--images", "40", "--light", path("light.json"), "--json"})
+                                              .output);
+  EXPECT_NEAR(seen["light"]["blur"].get<double>(), 0.7, 0.01);
+  EXPECT_NEAR(seen["light"]["amplitude"].get<double>(), 60.0, 0.5);
+  EXPECT_EQ(seen["light"]["noise"], 1.5);
+  EXPECT_EQ(run({"patterns", "--plan", "--width", "640", "--height", "400"}).status, 1);
+  EXPECT_EQ(run({"patterns", "--plan", "--width", "640", "--height", "400", "--set", "gray"}).status, 2);
+  EXPECT_EQ(run({"patterns", "--width", "64", "--height", "48"}).status, 2) << "no folder";
+  EXPECT_EQ(run({"patterns", path("p"), "--width", "64", "--height", "48", "--axes", "rows"}).status, 2);
+}
+
 TEST_F(PatternCommands, ImagesOutOfOrderAreAWarning) {
   ASSERT_EQ(makeSet({"gray-phase"}).status, 0);
   capture(path("set"));

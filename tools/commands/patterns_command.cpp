@@ -16,6 +16,7 @@
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/pattern_plan.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
@@ -35,7 +36,18 @@ struct PatternsOptions {
   mv::PatternSetOptions options;
   bool isWithoutInverses = false;
   double gamma = 1.0;
+  PlanOptions plan;
+
+  mv::PatternAxes codedAxes() const {
+    return axes == "columns" ? mv::PatternAxes::Columns
+           : axes == "rows"  ? mv::PatternAxes::Rows
+                             : mv::PatternAxes::Both;
+  }
+  /// As many pixels as any set codes.
+  bool takesAnySize() const { return !set.empty() || plan.isWanted; }
 };
+
+constexpr int largestSet = 32767; ///< pixels each way that pattern sets code
 
 void writeSequence(PatternsOptions const& options, std::string const& prefix,
                    std::vector<cv::Mat> const& images) {
@@ -58,9 +70,12 @@ std::vector<std::uint8_t> gammaTable(double gamma) {
 
 /// A scan of more than the scanner's sequences code is refused; other sets have their own bounds.
 void checkSize(PatternsOptions const& options) {
+  if (options.axes != "both" && !options.takesAnySize()) {
+    throw CLI::RequiresError("--axes", "--set or --plan");
+  }
   using mv::sl::StripeCode;
   auto const require = [&](char const* option, int value, mv::sl::StripeCode const& code) {
-    int const most = options.set.empty() ? code.capacity(StripeCode::maxGeneratedPlanes) : 32767;
+    int const most = options.takesAnySize() ? largestSet : code.capacity(StripeCode::maxGeneratedPlanes);
     if (value < 1 || value > most) {
       throw CLI::ValidationError(option, "Value " + std::to_string(value) + " not in range [1 - " +
                                              std::to_string(most) + "]");
@@ -80,9 +95,7 @@ void writeWhite(PatternsOptions const& options) {
 void writeSet(PatternsOptions const& options, Report& report) {
   mv::PatternSetOptions wanted = options.options;
   wanted.hasInverses = !options.isWithoutInverses;
-  wanted.axes = options.axes == "columns" ? mv::PatternAxes::Columns
-                : options.axes == "rows"  ? mv::PatternAxes::Rows
-                                          : mv::PatternAxes::Both;
+  wanted.axes = options.codedAxes();
   cv::Size const size(options.width, options.height);
   mv::PatternSet set = mv::PatternSet::builtIn(options.set, size, wanted);
   for (std::size_t i = 0; i < set.images.size(); ++i) {
@@ -100,7 +113,29 @@ void writeSet(PatternsOptions const& options, Report& report) {
             << "Capture one image for each, under the same names, and put pattern_set.json beside them.\n";
 }
 
+/// Tells of the sets that serve, and writes the best one where a folder is given.
+void plan(PatternsOptions const& options, Report& report) {
+  report.declare({options.plan.light}, {});
+  cv::Size const size(options.width, options.height);
+  mv::PatternPlan const best = showPlans(options.plan, size, options.codedAxes(), report).front();
+  report["size"] = {size.width, size.height};
+  if (!options.folder.empty()) {
+    PatternsOptions chosen = options;
+    chosen.set = best.set.name;
+    chosen.options = best.options;
+    chosen.isWithoutInverses = !best.options.hasInverses;
+    writeSet(chosen, report);
+  }
+}
+
 void run(PatternsOptions const& options, Report& report) {
+  if (options.plan.isWanted) {
+    plan(options, report);
+    return;
+  }
+  if (options.folder.empty()) {
+    throw CLI::RequiredError("folder");
+  }
   if (!options.set.empty()) {
     writeSet(options, report);
     return;
@@ -125,10 +160,15 @@ void run(PatternsOptions const& options, Report& report) {
 void addPatternsCommand(CLI::App& app) {
   auto options = std::make_shared<PatternsOptions>();
   CLI::App* command = app.add_subcommand("patterns", "Write the images that a projector shows during a scan");
-  command->add_option("folder", options->folder, "Folder to write them to; made if need be")->required();
-  command->add_option("--width", options->width, "Projector columns, as many as the patterns can code")
-      ->required();
-  command->add_option("--height", options->height, "Projector rows, likewise")->required();
+  command->add_option("folder", options->folder, "Folder to write them to; made if need be");
+  using mv::sl::StripeCode;
+  auto const range = [](char const* what, StripeCode const& code) {
+    return std::string("Projector ") + what + ", 1 to " +
+           std::to_string(code.capacity(StripeCode::maxGeneratedPlanes)) + ", with --set or --plan to " +
+           std::to_string(largestSet);
+  };
+  command->add_option("--width", options->width, range("columns", mv::sl::columnCode))->required();
+  command->add_option("--height", options->height, range("rows", mv::sl::rowCode))->required();
   command->add_flag("--white", options->white, "Also write a white image, for the target's view");
   std::string names;
   for (std::string const& name : mv::PatternSet::builtInNames()) {
@@ -137,8 +177,7 @@ void addPatternsCommand(CLI::App& app) {
   CLI::Option* set = command->add_option(
       "--set", options->set, "Another set, as one sequence, and its description pattern_set.json: " + names);
   command->add_option("--axes", options->axes, "What a set codes: both, columns or rows")
-      ->check(CLI::IsMember({"both", "columns", "rows"}))
-      ->needs(set);
+      ->check(CLI::IsMember({"both", "columns", "rows"}));
   command->add_option("--steps", options->options.steps, "Steps of every phase shift; 0: as the set has them")
       ->needs(set);
   command
@@ -152,6 +191,8 @@ void addPatternsCommand(CLI::App& app) {
   command->add_option("--gamma", options->gamma, "Gamma of the projector, which the images are made up for")
       ->check(CLI::Range(0.1, 10.0))
       ->needs(set);
+  options->plan.addTo(*command);
+  set->excludes("--plan");
   setWork(*command, [options](Report& report) {
     checkSize(*options);
     run(*options, report);
