@@ -86,8 +86,12 @@
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 #include <vorn/mv/pointcloud/point_kind.hpp>
+#include <vorn/mv/registration/deviation.hpp>
 #include <vorn/mv/registration/icp_aligner.hpp>
+#include <vorn/mv/registration/markers.hpp>
+#include <vorn/mv/registration/register_views.hpp>
 #include <vorn/mv/registration/registration.hpp>
+#include <vorn/mv/registration/turntable.hpp>
 #include <vorn/mv/scanner/calibrate_camera.hpp>
 #include <vorn/mv/scanner/calibrate_laser.hpp>
 #include <vorn/mv/scanner/calibrate_scanner.hpp>

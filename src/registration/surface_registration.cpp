@@ -5,19 +5,14 @@
 #include <algorithm>
 #include <cmath>
 
-#include "core/median.hpp"
 #include "registration/held_motions.hpp"
+#include "registration/robust_pairs.hpp"
 #include "registration/small_motion.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
-/// From a median of absolute values to a standard deviation, for normally distributed ones.
-constexpr double sigmaOverMedian = 1.4826;
-/// The biweight's usual reach: 95 % of the efficiency of least squares on normally distributed residuals.
-constexpr double cutoffOverSigma = 4.685;
-constexpr double gateOverMedian = 3.0;
 /// Fewer pairs say nothing of how residuals scatter.
 constexpr std::size_t fewestPairs = 50;
 /// Steps smaller than this share of the result's standard deviation change nothing that matters; on samples
@@ -25,22 +20,6 @@ constexpr std::size_t fewestPairs = 50;
 constexpr double smallStep = 0.1;
 constexpr double smallLeadingStep = 0.5;
 constexpr int mostLeadingSteps = 30;
-
-/// Medians are of at most about so many pairs, spread over all: that is exact to a percent.
-constexpr std::size_t medianPairs = 40000;
-
-template <class Value>
-double medianOfPairs(std::vector<SurfacePair> const& pairs, Value const& value) {
-  std::vector<double> values;
-  // Odd, so that it takes all columns of a patch in turn.
-  std::size_t const stride = std::max<std::size_t>(1, pairs.size() / medianPairs) | 1U;
-  for (std::size_t i = 0; i < pairs.size(); i += stride) {
-    if (pairs[i].isValid) {
-      values.push_back(value(pairs[i]));
-    }
-  }
-  return medianAmong(values);
-}
 
 } // namespace
 
@@ -91,12 +70,12 @@ bool SurfaceRegistration::step(SourceSamples const& samples, double& stepOverUnc
   if (!findValidPairs(samples)) {
     return false;
   }
-  result_.sigma = sigmaOverMedian *
-                  medianOfPairs(pairs_, [](SurfacePair const& pair) { return std::abs(pair.residual); });
+  result_.sigma = sigmaOfPairs(pairs_);
   cutoff_ = cutoffOverSigma * result_.sigma;
   equations_ = sumEquations(samples, pairs_, cutoff_);
   if (settings_.maxDistance <= 0.0) {
-    double const median = medianOfPairs(pairs_, [](SurfacePair const& pair) { return pair.distance; });
+    double const median =
+        medianOf(valuesOfPairs(pairs_, [](SurfacePair const& pair) { return pair.distance; }));
     rule_.maxDistance = gateOverMedian * median + target_.spacing();
   }
   HeldMotions const motions = heldMotionsOf(equations_);
