@@ -97,9 +97,11 @@
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
 #include <vorn/mv/scanner/calibration.hpp>
+#include <vorn/mv/scanner/check_scan.hpp>
 #include <vorn/mv/scanner/pattern_scanner.hpp>
 #include <vorn/mv/scanner/point_uncertainty.hpp>
 #include <vorn/mv/scanner/scan.hpp>
+#include <vorn/mv/scanner/scan_fields.hpp>
 #include <vorn/mv/scanner/scan_laser.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/decode_patterns.hpp>

@@ -97,6 +97,19 @@ bool SightGeometry::isSeen(cv::Vec3d const& point) const {
          isInside(projectorSize_, projectorPixelOf(point));
 }
 
+SightGeometry::Across SightGeometry::across(cv::Vec3d const& point) const {
+  Projection::ByPoint byPoint;
+  cv::Vec2d const pixel = projector_(inProjector(point), &byPoint);
+  cv::Matx23d const slopes = byPoint * proj_from_cam_;
+  cv::Vec3d const ray = point / point[2];
+  cv::Vec3d const fromCentre = point - centre_;
+  auto const slopeOf = [&](int axis) { return cv::Vec3d(slopes(axis, 0), slopes(axis, 1), slopes(axis, 2)); };
+  cv::Vec3d const along = slopeOf(axis_);
+  cv::Vec3d const other = slopeOf(1 - axis_);
+  double const share = other.dot(ray) / along.dot(ray);
+  return {pixel[1 - axis_], other.cross(fromCentre) - share * along.cross(fromCentre)};
+}
+
 cv::Vec3d SightGeometry::byCoordinate(cv::Vec3d const& point) const {
   Projection::ByPoint byPoint;
   projector_(inProjector(point), &byPoint);

@@ -42,6 +42,15 @@ public:
   cv::Vec2d cameraPixelOf(cv::Vec3d const& point) const { return camera_(point); }
   cv::Vec2d projectorPixelOf(cv::Vec3d const& point) const { return projector_(inProjector(point)); }
 
+  /// The coordinate that a point does not come from.
+  struct Across {
+    double coordinate = 0;
+    /// By a small turn of the projector about its centre, in the camera's frame: the point moves along its
+    /// pixel's ray then, so that the coordinate that it comes from stays.
+    cv::Vec3d byTurn;
+  };
+  Across across(cv::Vec3d const& point) const;
+
   /// How a point moves with its coordinate.
   cv::Vec3d byCoordinate(cv::Vec3d const& point) const;
   /// How the point that its pixel and coordinate give moves with the parameters of the calibration.
