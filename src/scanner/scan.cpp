@@ -23,6 +23,7 @@
 #include "scanner/scan_points.hpp"
 #include "scanner/scanner_access.hpp"
 #include "sl/decode/scan_stack.hpp"
+#include "sl/decode/staircase.hpp"
 #include "sl/decode/texture.hpp"
 
 namespace vorn::mv {
@@ -183,9 +184,12 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   ScanResult result;
   Timer timer;
   sl::DecodedScan const decoded =
-      ScannerAccess::decode(scanner, images, sl::ReasonMap::Make, progress.part(0.0, 0.6));
+      ScannerAccess::decode(scanner, images, sl::ReasonMap::Make, progress.part(0.0, 0.59));
   result.map = decoded.coordinates;
   result.mask = decoded.reasons;
+  if (settings.correctsStaircase) {
+    result.staircase = sl::removeStaircase(result.map, nullptr, progress.part(0.59, 0.6));
+  }
   result.times.decode = timer.toc();
 
   timer.tic();
@@ -228,6 +232,7 @@ ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded, Sca
   Timer timer;
   result.map = map.clone();
   result.mask = decoded.mask.clone();
+  result.staircase = isColumn ? decoded.staircaseColumn : decoded.staircaseRow;
   result.xyz = placedPoints(scanner, result.map, progress.part(0.0, 0.7));
   result.times.triangulate = timer.toc();
   timer.tic();

@@ -181,6 +181,7 @@ void run(DecodeOptions const& options, Report& report) {
   mv::DecodeSettings settings = options.settings;
   settings.usesNeighbours = !options.isAlone;
   settings.correctsHarmonics = !options.isUncorrected;
+  settings.correctsStaircase = !options.isUncorrected;
   timer.tic();
   mv::DecodedPatterns const decoded =
       watched([&](Observer* bar) { return mv::decode_patterns(folder.set, images, settings, bar); });
@@ -200,6 +201,7 @@ void run(DecodeOptions const& options, Report& report) {
               {"decoded", counts.decoded},
               {"notMeasured", notMeasuredReport(counts)},
               {"noise", decoded.noise},
+              {"staircase", std::max(decoded.staircaseColumn, decoded.staircaseRow)},
               {"fringes", fringesReport(decoded)},
               {"times", {{"read", readTime}, {"decode", decodeTime}, {"write", timer.toc()}}}});
   std::cout << printed("%zu of %zu pixels decoded", counts.decoded, counts.pixels);
@@ -244,7 +246,8 @@ void addDecodeCommand(CLI::App& app) {
   command->add_flag("--alone", options->isAlone,
                     "Decode every pixel by itself: none takes the order of its fringe from neighbours");
   command->add_flag("--uncorrected", options->isUncorrected,
-                    "Leave in fringes of three and four steps what light that is not linear does to them");
+                    "Leave in what light that is not linear does to fringes of three and four steps, and the "
+                    "staircase of a sharp projector");
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "counts and times in ms");
 }

@@ -53,6 +53,7 @@ struct ScanOptions {
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
   std::vector<std::string> assignments;
+  bool keepsStaircase = false;
 };
 
 bool isMesh(std::string const& path) {
@@ -244,6 +245,7 @@ mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::Sc
     return watched([&](Observer* bar) { return mv::scan(scanner, captured.images, settings, bar); });
   }
   mv::PatternScanSettings described;
+  described.decode.correctsStaircase = settings.correctsStaircase;
   described.scan = settings;
   mv::PatternScanner patterns(captured.described->set, scanner, described);
   mv::PatternScanResult const result =
@@ -280,6 +282,7 @@ void runPattern(ScanOptions const& options, Report& report) {
   settings.makeTexture = isTextured || report.isPageWanted();
   settings.makeModulation = report.isPageWanted();
   settings.makeSigma = report.isPageWanted();
+  settings.correctsStaircase = !options.keepsStaircase;
   mv::ScanResult result = scanOf(scanner, captured, settings, report);
 
   if (result.counts.points == 0) {
@@ -318,6 +321,9 @@ void runPattern(ScanOptions const& options, Report& report) {
   double const writeTime = timer.toc();
   report.add(scanReport(result));
   report["images"] = captured.images.size();
+  if (result.staircase > 0.0) {
+    report["staircase"] = result.staircase;
+  }
   report["times"]["read"] = readTime;
   report["times"]["write"] = writeTime;
   std::cout << result.counts.points << " points from " << captured.images.size() << " images of "
@@ -361,6 +367,10 @@ void addScanCommand(CLI::App& app) {
   command
       ->add_option("--xyz", options->xyz,
                    "Write the points on the camera's grid, CV_32FC3 with NaN, as .tiff")
+      ->excludes(laser);
+  command
+      ->add_flag("--keep-staircase", options->keepsStaircase,
+                 "Leave in the coordinates what the squares of a sharp projector's pixels do to them")
       ->excludes(laser);
   options->page.addTo(*command);
   addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);

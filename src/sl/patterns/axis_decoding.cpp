@@ -11,6 +11,7 @@
 #include "core/pi.hpp"
 #include "sl/decode/doubtful_growth.hpp"
 #include "sl/decode/segments.hpp"
+#include "sl/decode/staircase.hpp"
 #include "sl/decode/stripe_bridging.hpp"
 #include "sl/unwrap/order_growth.hpp"
 
@@ -304,7 +305,10 @@ AxisResult AxisDecoding::run(Progress const& progress) {
   forRows(progress.part(0.75, 0.95), [&](int y, Room& room) {
     fringes_.empty() ? readStripes(y, room.code, result) : finishRow(y, room, maps, result);
   });
-  dropSmallPieces(settings_.minSegmentSize, result, progress.part(0.95, 1.0));
+  dropSmallPieces(settings_.minSegmentSize, result, progress.part(0.95, 0.97));
+  if (settings_.correctsStaircase && !fringes_.empty()) {
+    result.staircase = removeStaircase(result.coordinate, &result.sigma, progress.part(0.97, 1.0));
+  }
   for (Own const& own : fringes_) {
     FringeDesign const& design = plan_.fringes[own.index];
     FringeTally const tally = reading_.tally(own.index);

@@ -21,6 +21,7 @@ struct AxisResult {
   cv::Mat_<float> sigma;      ///< NaN where unknown
   cv::Mat_<uchar> reason;     ///< `PixelReason`
   float noise = 0.0F;         ///< of an image, grey levels
+  double staircase = 0.0;     ///< that was taken off, projector pixels
   std::vector<FringeFigures> fringes;
 };
 

@@ -60,6 +60,8 @@ DecodedPatterns joined(std::array<AxisResult, 2>& axes, cv::Mat_<float> modulati
   decoded.sigmaColumn = axes[0].sigma;
   decoded.row = axes[1].coordinate;
   decoded.sigmaRow = axes[1].sigma;
+  decoded.staircaseColumn = axes[0].staircase;
+  decoded.staircaseRow = axes[1].staircase;
   decoded.modulation = std::move(modulation);
   for (AxisResult& axis : axes) {
     decoded.noise = std::max(decoded.noise, static_cast<double>(axis.noise));

@@ -33,6 +33,9 @@ struct ScanSettings {
   /// Standard deviation of the noise of an image, grey levels, for `ScanResult::sigma`; 0 to estimate it from
   /// the images, by grey level.
   double noise = 0.0;
+  /// Whether what the squares of a sharp projector's pixels do to the coordinates is measured and taken off,
+  /// as by `DecodeSettings::correctsStaircase`. `scanDecoded` does not look at it.
+  bool correctsStaircase = false;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -69,6 +72,9 @@ struct ScanResult {
   cv::Mat_<float> modulation; ///< fringe amplitude, grey levels, at every pixel
   ScanCounts counts;          ///< how many pixels came how far
   ScanTimes times;            ///< how long the stages took
+  /// Largest error that `ScanSettings::correctsStaircase` took off, projector pixels, over the whole
+  /// image; 0 for none.
+  double staircase = 0.0;
 };
 
 /// From the images of a scan to its cloud: decoding, triangulation, texture.

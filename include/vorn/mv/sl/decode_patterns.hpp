@@ -36,6 +36,9 @@ struct DecodeSettings {
   /// Whether what fringes of three and four steps and several periods disagree about, where projector and
   /// camera are not linear, is measured and taken off.
   bool correctsHarmonics = true;
+  /// Whether what the squares of a sharp projector's pixels do to coordinates from fringes is measured and
+  /// taken off.
+  bool correctsStaircase = false;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -66,6 +69,10 @@ struct DecodedPatterns {
   /// Amplitude of the finest fringes, or half of the range of the bits, the lesser of both axes; grey levels
   /// at the longest exposure.
   cv::Mat_<float> modulation;
+  /// Largest error that `DecodeSettings::correctsStaircase` took off, projector pixels, over the whole
+  /// image; 0 for none.
+  double staircaseColumn = 0.0;
+  double staircaseRow = 0.0;          ///< likewise
   double noise = 0.0;                 ///< of an image, grey levels, over all decoded pixels: median
   std::vector<FringeFigures> fringes; ///< one for every axis and period
 };
@@ -82,6 +89,9 @@ struct DecodedPatterns {
 /// The noise is taken, by grey level, from what the steps have beside their fringe: the part of the second
 /// harmonic that a gamma does not make; of three steps from how the mean level changes from pixel to pixel,
 /// which texture makes too large.
+///
+/// A sharp projector's fringes are staircases, of known shape but for its sharpness. That shows in how the
+/// fractions of the coordinates are spread: evenly without stairs.
 ///
 /// Working memory: for each axis 9 bytes a pixel for every period, 13 for bits at one exposure, and 16 that
 /// both axes use one after the other. The result takes 4 bytes a pixel, and 9 for each axis.
