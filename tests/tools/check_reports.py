@@ -150,6 +150,11 @@ def check_all(folder):
     skipped = check("filter", folder / "c.ply", folder / "f.ply", "--dz", 2, "--allow-loss", inputs=[folder / "c.ply"])
     if len(skipped["warnings"]) != 1:
         fail(f"filter: warnings {skipped['warnings']}")
+    check("normals", folder / "c.tiff", folder / "n.ply", inputs=[folder / "c.tiff"])
+    aligned = check("align", folder / "c.ply", folder / "c.tiff", "-o", folder / "t.json", "--allow-free",
+                    inputs=[folder / "c.ply", folder / "c.tiff"])
+    if aligned["overlap"] < 0.8:
+        fail(f"align: a cloud onto itself overlaps by {aligned['overlap']}")
     mesh = check("mesh", folder / "c.tiff", folder / "m.stl", inputs=[folder / "c.tiff"])
     if mesh["mesh"]["faultyEdges"] or not mesh["mesh"]["boundaries"]:
         fail(f"mesh: {mesh}")

@@ -25,6 +25,8 @@ std::unique_ptr<CLI::App> makeProgram() {
   addDecodeCommand(app);
   addScanCommand(app);
   addFilterCommand(app);
+  addNormalsCommand(app);
+  addAlignCommand(app);
   addFuseCommand(app);
   addMeshCommand(app);
   addHeightCommand(app);

@@ -22,6 +22,8 @@ void addPatternsCommand(CLI::App& app);
 void addTargetCommand(CLI::App& app);
 void addDetectCommand(CLI::App& app);
 void addCalibrateCommand(CLI::App& app);
+void addNormalsCommand(CLI::App& app);
+void addAlignCommand(CLI::App& app);
 void addFuseCommand(CLI::App& app);
 void addMeshCommand(CLI::App& app);
 void addHeightCommand(CLI::App& app);

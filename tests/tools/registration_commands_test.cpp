@@ -1,0 +1,185 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/graphic/graphic_object.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
+
+#include "registration/registered_views.hpp"
+#include "support/file_content.hpp"
+#include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+
+namespace vorn::tools {
+namespace {
+
+using namespace vorn::test;
+
+class RegistrationCommands : public testing::Test {
+protected:
+  std::string path(std::string const& name) const { return folder_ / name; }
+
+  /// Writes points as a cloud, shifted as a whole.
+  void write(std::string const& name, cv::Mat_<cv::Vec3f> const& points, cv::Vec3d const& offset = {}) const {
+    graphic::GraphicObject object;
+    object.vertices().assign(points.begin(), points.end());
+    object.offset() = offset;
+    writeGraphic(path(name), object);
+  }
+
+  static cv::Matx44d matrixOf(nlohmann::json const& json) {
+    cv::Mat matrix;
+    json.get_to(matrix);
+    return cv::Matx44d(matrix.ptr<double>());
+  }
+
+private:
+  TemporaryFolder folder_;
+};
+
+cv::Vec3d const middle(4.0, 4.0, 400.0);
+constexpr int side = 80;
+
+cv::Vec3d slope(double u, double v) {
+  return {u, v, 400.0 + 0.25 * u};
+}
+
+TEST_F(RegistrationCommands, NormalsOfASlopeAreThoseOfItsPlane) {
+  cv::Mat_<cv::Vec3f> const points = view(slope, side, 0.0, 0.0, 0.0, 1);
+  write("in.ply", points);
+  writeImage(path("in.tiff"), points);
+  double const length = std::sqrt(1.0 + 0.25 * 0.25);
+  cv::Vec3f const towardsViewer(static_cast<float>(0.25 / length), 0.0F, static_cast<float>(-1.0 / length));
+  for (char const* const input : {"in.ply", "in.tiff"}) {
+    ToolOutcome const outcome =
+        run({"normals", path(input), path("out.ply"), "--orientation", "viewpoint", "--figures", "--json"});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    graphic::GraphicObject const found = readGraphic(path("out.ply"));
+    ASSERT_EQ(found.normals().size(), points.total()) << input;
+    for (cv::Vec3f const& normal : found.normals()) {
+      ASSERT_LT(cv::norm(normal - towardsViewer), 1e-3) << input;
+    }
+    EXPECT_EQ(found.fields().count("fit_error") + found.fields().count("curvature"), 2U);
+    EXPECT_EQ(nlohmann::json::parse(outcome.output).at("computed"), points.total());
+  }
+  // From behind they turn; of a grid they may be an image.
+  ASSERT_EQ(run({"normals", path("in.tiff"), path("n.tiff"), "--viewpoint", "0", "0", "900"}).status, 0);
+  cv::Mat_<cv::Vec3f> const image = readImage(path("n.tiff"));
+  ASSERT_EQ(image.size(), points.size());
+  EXPECT_LT(cv::norm(image(40, 40) + towardsViewer), 1e-3);
+
+  EXPECT_EQ(run({"normals", path("in.ply"), path("n.tiff")}).status, 1) << "no grid";
+  EXPECT_EQ(run({"normals", path("in.ply"), path("n.stl")}).status, 1) << "no place for normals";
+  cv::Mat_<cv::Vec3f> line(1, 50);
+  for (int i = 0; i < 50; ++i) {
+    line(0, i) = cv::Vec3f(static_cast<float>(i), 0, 1);
+  }
+  write("line.ply", line);
+  ToolOutcome const none = run({"normals", path("line.ply"), path("n.ply")});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_NE(none.errors.find("No point of"), std::string::npos) << none.errors;
+  EXPECT_FALSE(std::filesystem::exists(path("n.ply")));
+}
+
+TEST_F(RegistrationCommands, AlignFindsTheMotionAlsoFarFromZero) {
+  cv::Matx44d const truth = motionAbout(middle, {0.5, -0.8, 1.0}, {0.15, -0.1, 0.1});
+  cv::Vec3d const sourceOffset(3.5e6, 0, 0);
+  cv::Vec3d const targetOffset(5e6, 2e6, 0);
+  write("target.ply", view(bumps, side, 0.0, 0.0, 0.005, 1), targetOffset);
+  write("source.ply", moveAll(truth.inv(), view(bumps, side, 0.03, 0.02, 0.005, 2)), sourceOffset);
+  // The files lie 2.5e6 apart: the start brings them together.
+  cv::Matx44d start = cv::Matx44d::eye();
+  for (int i = 0; i < 3; ++i) {
+    start(i, 3) = targetOffset[i] - sourceOffset[i];
+  }
+  nlohmann::json json;
+  json["targetFromSource"] = cv::Mat(start);
+  vorn::test::put(path("start.json"), json.dump());
+  ToolOutcome const outcome = run({"align", path("source.ply"), path("target.ply"), "--start",
+                                   path("start.json"), "--out", path("t.json"), "--moved", path("moved.ply"),
+                                   "--picture", path("p.png"), "--html", path("p.html"), "--json"});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  nlohmann::json const file = nlohmann::json::parse(contentOf(path("t.json")));
+  EXPECT_EQ(file.at("targetFromSource"), nlohmann::json::parse(outcome.output).at("targetFromSource"));
+  EXPECT_EQ(file.at("stop"), "converged");
+  EXPECT_GT(file.at("overlap"), 0.9);
+  EXPECT_EQ(file.at("freeMotions").size(), 0U);
+  // The motion of the files moves the source's middle onto the target's.
+  cv::Vec3d const inSource = sourceOffset + movePoint(truth.inv(), middle);
+  EXPECT_LT(cv::norm(movePoint(matrixOf(file.at("targetFromSource")), inSource) - (targetOffset + middle)),
+            0.003);
+  graphic::GraphicObject const moved = readGraphic(path("moved.ply"));
+  std::vector<float> const& deviations = moved.fields().at("deviation");
+  double squares = 0.0;
+  int count = 0;
+  for (float const value : deviations) {
+    if (std::isfinite(value)) {
+      squares += static_cast<double>(value * value);
+      ++count;
+    }
+  }
+  EXPECT_GT(count, static_cast<int>(0.9 * deviations.size()));
+  // The noise of both along the normal, 0.007, of which the target's averages out but a little.
+  EXPECT_LT(std::sqrt(squares / count), 0.01);
+  EXPECT_GT(std::sqrt(squares / count), 0.003);
+  EXPECT_EQ(readImage(path("p.png")).channels(), 3);
+  EXPECT_NE(contentOf(path("p.html")).find("Alignment of two clouds"), std::string::npos);
+
+  // The result is a start that nothing is left to do from.
+  ToolOutcome const again =
+      run({"align", path("source.ply"), path("target.ply"), "--start", path("t.json"), "--json"});
+  cv::Matx44d const second = matrixOf(nlohmann::json::parse(again.output).at("targetFromSource"));
+  EXPECT_LT(cv::norm(movePoint(second, inSource) - (targetOffset + middle)), 0.003);
+}
+
+TEST_F(RegistrationCommands, AlignFailsWhereTheMotionIsNotHeld) {
+  write("target.ply", view(slope, side, 0.0, 0.0, 0.01, 1));
+  write("source.ply", view(slope, side, 0.4, 0.2, 0.01, 2));
+  ToolOutcome const outcome = run({"align", path("source.ply"), path("target.ply"), "-o", path("t.json")});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.errors.find("the source may slide along"), std::string::npos) << outcome.errors;
+  EXPECT_NE(outcome.errors.find("as a plane does"), std::string::npos) << outcome.errors;
+  nlohmann::json const file = nlohmann::json::parse(contentOf(path("t.json")));
+  EXPECT_EQ(file.at("freeShape"), "plane");
+  EXPECT_EQ(file.at("freeMotions").size(), 3U);
+  ToolOutcome const allowed = run({"align", path("source.ply"), path("target.ply"), "--allow-free"});
+  EXPECT_EQ(allowed.status, 0);
+  EXPECT_NE(allowed.errors.find("warning: the shapes do not hold the motion"), std::string::npos)
+      << allowed.errors;
+}
+
+TEST_F(RegistrationCommands, AlignSaysWhyNothingWasFound) {
+  cv::Mat_<cv::Vec3f> const points = view(bumps, side, 0.0, 0.0, 0.005, 1);
+  write("target.ply", points);
+  write("far.ply", moveAll(motionAbout(middle, {}, {500, 0, 0}), points));
+  ToolOutcome const far = run({"align", path("far.ply"), path("target.ply"), "--out", path("t.json")});
+  EXPECT_EQ(far.status, 1);
+  EXPECT_NE(far.errors.find("does not overlap"), std::string::npos) << far.errors;
+  EXPECT_FALSE(std::filesystem::exists(path("t.json")));
+  // A part in inches, and in metres.
+  for (auto const& [scale, units] :
+       {std::pair{1.0 / 25.4, "inches and millimetres"}, {1e-3, "metres and millimetres"}}) {
+    write("small.ply", cv::Mat_<cv::Vec3f>(points * scale));
+    ToolOutcome const small = run({"align", path("small.ply"), path("target.ply")});
+    EXPECT_EQ(small.status, 1);
+    EXPECT_NE(small.errors.find("different units"), std::string::npos) << small.errors;
+    EXPECT_TRUE(scale < 0.01 || small.errors.find(units) != std::string::npos) << small.errors;
+  }
+  write("few.ply", points(cv::Rect(0, 0, 6, 6)).clone());
+  EXPECT_EQ(run({"align", path("few.ply"), path("target.ply")}).status, 1);
+  vorn::test::put(path("start.json"), R"({"targetFromSource": {"rows": 4, "cols": 4, "dt": "d",
+      "data": [2, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1]}})");
+  ToolOutcome const bent = run({"align", path("far.ply"), path("target.ply"), "--start", path("start.json")});
+  EXPECT_EQ(bent.status, 1);
+  EXPECT_NE(bent.errors.find("is no rigid motion"), std::string::npos) << bent.errors;
+}
+
+} // namespace
+} // namespace vorn::tools

@@ -1,0 +1,263 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/registration/deviation.hpp>
+#include <vorn/mv/registration/registration.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/cloud_input.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/files/transform_file.hpp"
+#include "tools/progress.hpp"
+#include "tools/report/figure_files.hpp"
+#include "tools/report/figure_options.hpp"
+#include "tools/report/page.hpp"
+#include "tools/report/page_options.hpp"
+#include "tools/report/printed.hpp"
+#include "tools/report/registration_page.hpp"
+#include "tools/report/warning.hpp"
+#include "tools/report/work.hpp"
+
+namespace vorn::tools {
+
+namespace {
+
+struct AlignOptions {
+  std::string source;
+  std::string target;
+  std::string out;
+  std::string moved;
+  std::string picture;
+  std::string start;
+  bool allowFree = false;
+  mv::RegistrationSettings settings;
+  FigureOptions look;
+  PageOptions page;
+};
+
+[[noreturn]] void fail(std::string const& text) {
+  throw Exception(text, nullptr, 0, "align");
+}
+
+/// The longest edge of the box of the present points.
+double lengthOf(mv::PointCloud cloud) {
+  cloud.calcBoundingBox();
+  cv::Vec3f const size = cloud.boxDims();
+  return static_cast<double>(std::max({size[0], size[1], size[2]}));
+}
+
+/// Why clouds of such different lengths may be; empty when they differ as views of one part do.
+std::string unitsHint(double source, double target) {
+  struct Factor {
+    double value;
+    char const* units;
+  };
+  constexpr Factor factors[] = {{10.0, "centimetres and millimetres"},
+                                {25.4, "inches and millimetres"},
+                                {100.0, "metres and centimetres"},
+                                {304.8, "feet and millimetres"},
+                                {1000.0, "metres and millimetres"}};
+  double const ratio = std::max(source / target, target / source);
+  constexpr double leastRatio = 5.0;
+  if (!(ratio > leastRatio)) {
+    return "";
+  }
+  std::string const text =
+      printed("one cloud is %.4g times as large as the other, %.4g and %.4g: are they in different units",
+              ratio, source, target);
+  for (Factor const& factor : factors) {
+    constexpr double tolerance = 0.35;
+    if (std::abs(std::log(ratio / factor.value)) < tolerance) {
+      return text + ", such as " + factor.units + "?";
+    }
+  }
+  return text + "?";
+}
+
+mv::Registration registered(AlignOptions const& options, mv::PointCloud const& source,
+                            mv::PointCloud const& target, std::string const& hint) {
+  try {
+    return watched(
+        [&](Observer* observer) { return mv::registerClouds(source, target, options.settings, observer); });
+  } catch (Cancelled const&) {
+    throw;
+  } catch (Exception const& e) {
+    bool const says = hint.empty() || e.message().find("units") != std::string::npos;
+    fail(options.source + " onto " + options.target + ": " + e.message() + (says ? "" : "; " + hint));
+  }
+}
+
+void print(mv::Registration const& found, cv::Matx44d const& target_from_source) {
+  std::cout << printed(
+      "%.1f %% of the points have a place on the target, %zu used, %.4g RMS off it (sigma %.4g)\n",
+      100.0 * found.overlap, found.matches, found.rms, found.sigma);
+  for (int i = 0; i < 4; ++i) {
+    std::cout << printed("%14.9f %14.9f %14.9f %16.9g\n", target_from_source(i, 0), target_from_source(i, 1),
+                         target_from_source(i, 2), target_from_source(i, 3));
+  }
+  auto const deviation = [&](int i) { return std::sqrt(found.covariance(i, i)); };
+  constexpr double milli = 1000.0;
+  std::cout << printed(
+      "standard deviations: turn %.3g %.3g %.3g mrad, shift %.3g %.3g %.3g about (%.4g, %.4g, %.4g)\n",
+      milli * deviation(0), milli * deviation(1), milli * deviation(2), deviation(3), deviation(4),
+      deviation(5), found.pivot[0], found.pivot[1], found.pivot[2]);
+  std::cout << printed("%s after %d iterations\n",
+                       found.stop == mv::RegistrationStop::Converged ? "converged" : "stopped",
+                       found.iterations);
+}
+
+/// The points in the target's frame, with their deviations as a field.
+void writeMoved(std::string const& path, mv::PointCloud source, mv::Registration const& found,
+                cv::Vec3d const& targetOffset, cv::Mat_<float> const& deviations) {
+  source.fields()["deviation"] = deviations;
+  source.setTransform(found.targetFromSource);
+  source.setOffset(targetOffset);
+  writeGraphic(path, source.getGraphicObject(true));
+}
+
+/// Writes the moved cloud, the picture and what the page shows, as far as they are wanted.
+void showDeviations(AlignOptions const& options, mv::PointCloud const& source, mv::PointCloud const& target,
+                    mv::Registration const& found, Report& report) {
+  mv::DeviationSettings measure;
+  measure.surfaceFromCloud = found.targetFromSource;
+  // Farther points are of other places, such as the back of the part.
+  constexpr double share = 0.01;
+  constexpr double sigmas = 30.0;
+  measure.maxDistance = std::max(sigmas * std::max(found.sigma, found.resolution), share * lengthOf(target));
+  cv::Mat_<float> const deviations =
+      watched([&](Observer* observer) { return mv::calcDeviations(source, target, measure, observer); });
+  if (!options.moved.empty()) {
+    writeMoved(options.moved, source, found, target.offset(), deviations);
+  }
+  MovedCloud const moved = movedCloud(options.source, source, found.targetFromSource, deviations);
+  if (!options.picture.empty()) {
+    writeFigure(options.picture, drawDeviations(moved, options.look), options.look.drawSettings());
+  }
+  if (report.isPageWanted()) {
+    report.page().title = "Alignment of two clouds";
+    report.page().subtitle = options.source + " onto " + options.target;
+    describeRegistration(report.page(), found, moved, target, options.target);
+  }
+}
+
+void checkFound(AlignOptions const& options, mv::Registration const& found, std::string const& hint) {
+  if (!found.isFound()) {
+    fail(options.source + " does not overlap " + options.target +
+         " from where it is: fewer points than --min-overlap asks for find a place" +
+         (hint.empty() ? "; --start gives another beginning" : "; " + hint));
+  }
+}
+
+void run(AlignOptions& options, Report& report) {
+  if (!options.moved.empty()) {
+    checkGraphicPath(options.moved);
+  }
+  checkFigurePath(options.picture);
+  options.look.check();
+  report.wantPage(options.page);
+  std::vector<std::string> inputs{options.source, options.target};
+  if (!options.start.empty()) {
+    inputs.push_back(options.start);
+  }
+  report.declare(inputs, {options.out, options.moved, options.picture});
+  mv::PointCloud const source = readCloudInput(options.source).cloud;
+  mv::PointCloud const target = readCloudInput(options.target).cloud;
+  cv::Matx44d const start = options.start.empty() ? cv::Matx44d::eye() : readTransform(options.start);
+  options.settings.targetFromSource = betweenClouds(start, source.offset(), target.offset());
+  std::string const hint = unitsHint(lengthOf(source), lengthOf(target));
+  mv::Registration const found = registered(options, source, target, hint);
+  nlohmann::json const json = transformJson(found, source.offset(), target.offset());
+  report.add(json);
+  checkFound(options, found, hint);
+  if (!hint.empty()) {
+    warn(hint);
+  }
+  if (found.stop == mv::RegistrationStop::IterationLimit) {
+    warn("the motion was still changing after " + std::to_string(found.iterations) + " iterations");
+  }
+  if (found.resolution > found.sigma) {
+    warn(printed(
+        "coordinates are so far from zero that floats resolve them to %.3g, more than the noise of %.3g",
+        found.resolution, found.sigma));
+  }
+  print(found, betweenFiles(found.targetFromSource, source.offset(), target.offset()));
+  if (!options.out.empty()) {
+    writeJsonFile(options.out, json);
+  }
+  if (!options.moved.empty() || !options.picture.empty() || report.isPageWanted()) {
+    showDeviations(options, source, target, found, report);
+  }
+  std::string const free = freeMotionsInWords(found);
+  if (!free.empty() && !options.allowFree) {
+    report.write(); // with what was found, though that is no result
+    fail(free + " (--allow-free takes the nearest motion all the same)");
+  }
+  if (!free.empty()) {
+    warn(free);
+  }
+}
+
+void addSettings(CLI::App& command, mv::RegistrationSettings& settings) {
+  command
+      .add_option("--max-distance", settings.maxDistance,
+                  "Points farther apart are never the same place; 0: three times the median distance")
+      ->type_name("MM")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
+  command
+      .add_option("--max-angle", settings.maxNormalAngle, "Normals of one place differ by at most this angle")
+      ->type_name("DEGREES")
+      ->check(CLI::Range(1.0, 90.0))
+      ->capture_default_str();
+  command.add_option("--iterations", settings.maxIterations, "Steps after which the work ends in any case")
+      ->type_name("COUNT")
+      ->check(CLI::Range(1, 1000))
+      ->capture_default_str();
+  command
+      .add_option("--min-overlap", settings.minOverlap,
+                  "The share of the source's points that must find a place on the target")
+      ->type_name("SHARE")
+      ->check(CLI::Range(0.0, 1.0))
+      ->capture_default_str();
+}
+
+} // namespace
+
+void addAlignCommand(CLI::App& app) {
+  auto options = std::make_shared<AlignOptions>();
+  CLI::App* command = app.add_subcommand("align", "Find the motion that lays one cloud onto another");
+  command
+      ->add_option("source", options->source,
+                   "Cloud that is moved (ply, pcd, xyz, obj, stl), or a grid of points (tiff)")
+      ->required();
+  command->add_option("target", options->target, "Cloud that it is laid onto, or a grid of points (tiff)")
+      ->required();
+  command->add_option("-o,--out", options->out, "Write the motion and how well it is known as JSON");
+  command->add_option("--moved", options->moved,
+                      "Write the source in the target's frame, with its deviations (ply, pcd, xyz)");
+  command->add_option("--picture", options->picture, "Picture of the deviations to write (png, svg)");
+  command->add_option("--start", options->start, "Begin with the motion of this file, as --out writes it")
+      ->type_name("FILE");
+  addSettings(*command, options->settings);
+  command->add_flag("--allow-free", options->allowFree,
+                    "Take the motion also where the shapes do not hold it, as on a plane");
+  options->look.addRange(*command, "deviations in mm");
+  options->look.addLight(*command);
+  options->page.addTo(*command);
+  setWork(
+      *command, [options](Report& report) { run(*options, report); }, "--report",
+      "the motion, its covariance and what is not held");
+}
+
+} // namespace vorn::tools
