@@ -87,6 +87,7 @@
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 #include <vorn/mv/pointcloud/point_kind.hpp>
 #include <vorn/mv/registration/deviation.hpp>
+#include <vorn/mv/registration/find_start.hpp>
 #include <vorn/mv/registration/icp_aligner.hpp>
 #include <vorn/mv/registration/markers.hpp>
 #include <vorn/mv/registration/register_views.hpp>

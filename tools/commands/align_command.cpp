@@ -12,6 +12,8 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/registration/deviation.hpp>
+#include <vorn/mv/registration/find_start.hpp>
+#include <vorn/mv/registration/markers.hpp>
 #include <vorn/mv/registration/registration.hpp>
 
 #include "tools/commands/commands.hpp"
@@ -40,6 +42,8 @@ struct AlignOptions {
   std::string moved;
   std::string picture;
   std::string start;
+  std::vector<std::string> markers; ///< files of the source's and of the target's; or none
+  bool isSearched = false;
   bool allowFree = false;
   mv::RegistrationSettings settings;
   FigureOptions look;
@@ -151,11 +155,65 @@ void showDeviations(AlignOptions const& options, mv::PointCloud const& source, m
   }
 }
 
+/// The places of markers in a file of points.
+std::vector<cv::Vec3d> readMarkers(std::string const& path) {
+  graphic::GraphicObject const object = readGraphic(path);
+  std::vector<cv::Vec3d> places;
+  for (cv::Vec3f const& vertex : object.vertices()) {
+    places.push_back(object.offset() + cv::Vec3d(vertex));
+  }
+  return places;
+}
+
+cv::Matx44d searched(AlignOptions const& options, mv::PointCloud const& source, mv::PointCloud const& target,
+                     Report& report) {
+  mv::StartSettings settings;
+  settings.minOverlap = std::max(settings.minOverlap, options.settings.minOverlap);
+  mv::StartSearch const found =
+      watched([&](Observer* observer) { return mv::findStart(source, target, settings, observer); });
+  report["search"] = {{"overlap", found.overlap}, {"rivalOverlap", found.rivalOverlap}};
+  constexpr double percent = 100.0;
+  if (!found.isFound) {
+    fail(printed("%s: no motion found that lays it onto %s; the best one covers %.0f %%",
+                 options.source.c_str(), options.target.c_str(), percent * found.overlap));
+  }
+  std::cout << printed(
+      "start found: %.0f %% of the points lie on the target, %.0f %% by the next best motion\n",
+      percent * found.overlap, percent * found.rivalOverlap);
+  constexpr double leastLead = 1.1;
+  if (found.overlap < leastLead * found.rivalOverlap) {
+    warn(printed(
+        "the shapes hardly tell which motion is right: the next best one covers %.0f %% against %.0f %%",
+        percent * found.rivalOverlap, percent * found.overlap));
+  }
+  return found.targetFromSource;
+}
+
+/// Where the source is thought to lie, from what the options name.
+cv::Matx44d startOf(AlignOptions const& options, mv::PointCloud const& source, mv::PointCloud const& target,
+                    Report& report) {
+  if (options.isSearched) {
+    return searched(options, source, target, report);
+  }
+  cv::Matx44d start = cv::Matx44d::eye();
+  if (!options.markers.empty()) {
+    mv::MarkerMatch const found =
+        mv::matchMarkers(readMarkers(options.markers[0]), readMarkers(options.markers[1]));
+    std::cout << printed("%zu markers in both, %.3g RMS\n", found.pairs.size(), found.rms);
+    report["markers"] = {{"count", found.pairs.size()}, {"rms", found.rms}};
+    start = found.targetFromSource;
+  } else if (!options.start.empty()) {
+    start = readTransform(options.start);
+  }
+  return betweenClouds(start, source.offset(), target.offset());
+}
+
 void checkFound(AlignOptions const& options, mv::Registration const& found, std::string const& hint) {
   if (!found.isFound()) {
     fail(options.source + " does not overlap " + options.target +
          " from where it is: fewer points than --min-overlap asks for find a place" +
-         (hint.empty() ? "; --start gives another beginning" : "; " + hint));
+         (hint.empty() ? "; --search finds a start from the shapes, --start and --markers take one"
+                       : "; " + hint));
   }
 }
 
@@ -170,11 +228,11 @@ void run(AlignOptions& options, Report& report) {
   if (!options.start.empty()) {
     inputs.push_back(options.start);
   }
+  inputs.insert(inputs.end(), options.markers.begin(), options.markers.end());
   report.declare(inputs, {options.out, options.moved, options.picture});
   mv::PointCloud const source = readCloudInput(options.source).cloud;
   mv::PointCloud const target = readCloudInput(options.target).cloud;
-  cv::Matx44d const start = options.start.empty() ? cv::Matx44d::eye() : readTransform(options.start);
-  options.settings.targetFromSource = betweenClouds(start, source.offset(), target.offset());
+  options.settings.targetFromSource = startOf(options, source, target, report);
   std::string const hint = unitsHint(lengthOf(source), lengthOf(target));
   mv::Registration const found = registered(options, source, target, hint);
   nlohmann::json const json = transformJson(found, source.offset(), target.offset());
@@ -249,6 +307,15 @@ void addAlignCommand(CLI::App& app) {
   command->add_option("--picture", options->picture, "Picture of the deviations to write (png, svg)");
   command->add_option("--start", options->start, "Begin with the motion of this file, as --out writes it")
       ->type_name("FILE");
+  command
+      ->add_option("--markers", options->markers,
+                   "Begin with the markers that both views share: their places as the points of two files")
+      ->type_name("SOURCE TARGET")
+      ->expected(2)
+      ->excludes("--start");
+  command->add_flag("--search", options->isSearched, "Find where to begin from the shapes alone")
+      ->excludes("--start")
+      ->excludes("--markers");
   addSettings(*command, options->settings);
   command->add_flag("--allow-free", options->allowFree,
                     "Take the motion also where the shapes do not hold it, as on a plane");
