@@ -123,6 +123,14 @@ void StereoCamera::setResolution(cv::Size const& size0, cv::Size const& size1) {
   own.map1.release();
 }
 
+void StereoCamera::setCameraModels(CameraModel const& model0, CameraModel const& model1) {
+  auto& own = static_cast<Private&>(ownRecord());
+  own.model0 = model0;
+  own.model1 = model1;
+  own.map0.release();
+  own.map1.release();
+}
+
 CameraModel const& StereoCamera::getCameraModel0() const {
   return static_cast<Private const&>(record()).model0;
 }

@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/scanner/calibrate_camera.hpp>
 
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/core/library.hpp>
 
+#include "scanner/adjusted_views.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -27,7 +29,7 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
   CameraCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
-  calibrateViews(calibration.views, {"camera"}, settings, [&] {
+  auto const calibrateUsed = [&] {
     progress.at("calibrating", 0.9);
     CameraCalibData data = calibData(calibration.views, 0);
     CameraModel camera;
@@ -36,7 +38,17 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
     requireDifferentSides(data);
     fillResiduals(calibration.views, 0, camera, data);
     calibration.object = camera;
-  });
+  };
+  calibrateViews(calibration.views, {"camera"}, settings, calibrateUsed);
+  adjustViews(calibration, settings,
+              {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how,
+                   Observer* watch) { return adjustCamera(adjusted, calibration.object, how, watch); },
+               calibrateUsed,
+               [&](Adjustment const& adjustment) {
+         calibration.object = adjustment.models[0];
+         calibration.object.setCovariance(covarianceOf(adjustment));
+       }},
+              progress.part(0.95, 1.0));
   calibration.report.devices = {deviceReport("camera", calibration.object, calibration.views, 0)};
   progress.at("calibrating", 1.0);
   return calibration;

@@ -2,15 +2,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/sl/projector_points.hpp>
 
+#include "scanner/adjusted_views.hpp"
 #include "scanner/projector_axis.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/scanner_views.hpp"
 #include "scanner/target_views.hpp"
+#include "scanner/view_images.hpp"
 
 namespace vorn::mv {
 
@@ -45,6 +48,9 @@ void measure(ScannerView const& view, CalibrationSettings const& settings, Measu
   steps.begin("decoding rows");
   cv::Mat_<float> const rows = decodeAxis(rowAxis, view.rows, settings.projector, steps.now());
   extents = {{farthestOf(columns), view.columns.size()}, {farthestOf(rows), view.rows.size()}};
+  if (settings.isAdjusted) {
+    measured.result.figures = figuresOf(view, columns, rows, measured.result.devices[0].imgPnts);
+  }
   measured.result.devices.push_back(projectorPoints(measured.result.devices[0], columns, rows));
 }
 
@@ -90,10 +96,12 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
   ScannerCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
+  diagnoseImages(calibration, settings);
   calibration.report.isProjectorGuessed = settings.projector.empty();
   cv::Size const projector =
       settings.projector.empty() ? views.projector(calibration.views) : settings.projector;
-  calibrateViews(calibration.views, {"camera", "projector"}, settings, [&] {
+  cv::Matx44d meanTransform;
+  auto const calibrateUsed = [&] {
     progress.at("calibrating", 0.9);
     CameraCalibData cameraData = calibData(calibration.views, 0);
     CameraCalibData projectorData = calibData(calibration.views, 1);
@@ -104,15 +112,31 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
     requireDifferentSides(cameraData);
     fillResiduals(calibration.views, 0, scanner.getCameraModel(), cameraData);
     fillResiduals(calibration.views, 1, scanner.getProjectorModel(), projectorData);
+    meanTransform = scanner.getTransform();
     calibration.object = scanner;
-  });
-  if (calibration.object.isCalibrated()) {
-    ScannerAccess::triangulationSetup(calibration.object, progress.part(0.95, 1.0));
+  };
+  calibrateViews(calibration.views, {"camera", "projector"}, settings, calibrateUsed);
+  Sl3dScanner& object = calibration.object;
+  adjustViews(
+      calibration, settings,
+      {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {
+         return adjustScanner(adjusted, object.getCameraModel(), object.getProjectorModel(), how, watch);
+       },
+       calibrateUsed,
+       [&](Adjustment const& adjustment) {
+         object.getCameraModel() = adjustment.models[0];
+         object.getProjectorModel() = adjustment.models[1];
+         object.setTransform(adjustment.transform);
+         object.setCovariance(covarianceOf(adjustment));
+       }},
+      progress.part(0.92, 0.95));
+  calibration.report.rotationDefect = agreedRotationDefect(meanTransform);
+  if (object.isCalibrated()) {
+    ScannerAccess::triangulationSetup(object, progress.part(0.95, 1.0));
   }
-  Sl3dScanner const& scanner = std::as_const(calibration).object;
+  Sl3dScanner const& scanner = object;
   calibration.report.devices = {deviceReport("camera", scanner.getCameraModel(), calibration.views, 0),
                                 deviceReport("projector", scanner.getProjectorModel(), calibration.views, 1)};
-  calibration.report.rotationDefect = agreedRotationDefect(scanner.getTransform());
   progress.at("calibrating", 1.0);
   return calibration;
 }

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
 
+#include "scanner/adjusted_views.hpp"
 #include "scanner/target_turns.hpp"
 #include "scanner/target_views.hpp"
 
@@ -72,7 +74,8 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
   if (settings.target) {
     countAlike(calibration.views, readings, *settings.target, sizes);
   }
-  calibrateViews(calibration.views, {"camera", "camera_1"}, settings, [&] {
+  cv::Matx44d meanTransform;
+  auto const calibrateUsed = [&] {
     progress.at("calibrating", 0.9);
     CameraCalibData data0 = calibData(calibration.views, 0);
     CameraCalibData data1 = calibData(calibration.views, 1);
@@ -83,12 +86,31 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
     fillResiduals(calibration.views, 0, stereo.getCameraModel0(), data0);
     fillResiduals(calibration.views, 1, stereo.getCameraModel1(), data1);
     fillJointResiduals(calibration.views, stereo, data0, data1);
+    meanTransform = stereo.getTransform();
     calibration.object = stereo;
-  });
+  };
+  calibrateViews(calibration.views, {"camera", "camera_1"}, settings, calibrateUsed);
+  adjustViews(
+      calibration, settings,
+      {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {
+         StereoCamera const& stereo = calibration.object;
+         return adjustStereo(adjusted, stereo.getCameraModel0(), stereo.getCameraModel1(), how, watch);
+       },
+       calibrateUsed,
+       [&](Adjustment const& adjustment) {
+         StereoCamera& object = calibration.object;
+         object.setCameraModels(adjustment.models[0], adjustment.models[1]);
+         object.setTransform(adjustment.transform);
+         object.setCovariance(covarianceOf(adjustment));
+         if (object.isCalibrated()) {
+           object.calcUndistortedMaps();
+         }
+       }},
+      progress.part(0.95, 1.0));
   StereoCamera const& stereo = calibration.object;
   calibration.report.devices = {deviceReport("camera", stereo.getCameraModel0(), calibration.views, 0),
                                 deviceReport("camera_1", stereo.getCameraModel1(), calibration.views, 1)};
-  calibration.report.rotationDefect = agreedRotationDefect(stereo.getTransform());
+  calibration.report.rotationDefect = agreedRotationDefect(meanTransform);
   progress.at("calibrating", 1.0);
   return calibration;
 }

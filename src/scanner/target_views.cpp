@@ -178,8 +178,11 @@ int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& labe
   view.result.devices.emplace_back();
   ViewPoints& points = view.result.devices.back();
   PartObserver observer(progress);
-  return settings.target ? findDescribed(points, image, label, settings, observer.ifWatched())
-                         : findByDetector(points, image, label, settings.detector, observer.ifWatched());
+  int const readings = settings.target
+                           ? findDescribed(points, image, label, settings, observer.ifWatched())
+                           : findByDetector(points, image, label, settings.detector, observer.ifWatched());
+  view.result.isCounted = view.result.isCounted && readings == 1;
+  return readings;
 }
 
 int findCountedTarget(MeasuredView& view, cv::Mat const& image, std::string const& label,

@@ -61,6 +61,14 @@ void addFindings(Page& page, Calibration const& calibration) {
     page.findings.push_back({Weight::Warning, "The projector's pixels were taken from the decoded images.",
                              "--projector sets them."});
   }
+  if (!calibration.report.notAdjusted.empty()) {
+    page.findings.push_back(
+        {Weight::Warning, "The views were not adjusted together: " + calibration.report.notAdjusted, ""});
+  }
+  for (mv::Finding const& finding : calibration.report.findings) {
+    page.findings.push_back(
+        {finding.isGrave ? Weight::Failure : Weight::Warning, finding.text, finding.advice});
+  }
   for (CalibratedView const& view : calibration.views) {
     if (!view.isUsed()) {
       page.findings.push_back({Weight::Warning, view.name + " was left out: " + view.reason, ""});

@@ -33,6 +33,42 @@ std::string pixels(double value) {
   return out.str();
 }
 
+/// The place of a view among the used ones.
+std::size_t numberOf(CalibratedView const& view, Calibration const& calibration) {
+  std::size_t number = 0;
+  for (CalibratedView const& other : calibration.views) {
+    if (&other == &view) {
+      break;
+    }
+    number += other.isUsed() ? 1 : 0;
+  }
+  return number;
+}
+
+/// What an adjustment says of the views: how exactly the projector was read, and how well its place agrees.
+void addAdjusted(std::vector<Column>& columns, Calibration const& calibration) {
+  if (!calibration.report.adjustment) {
+    return;
+  }
+  mv::Adjustment const& adjustment = *calibration.report.adjustment;
+  if (adjustment.isRead) {
+    columns.push_back(
+        {"transfer px",
+         [&](CalibratedView const& v) { return pixels(adjustment.views[numberOf(v, calibration)].rms1); },
+         ""});
+  }
+  if (!calibration.report.deviations.empty()) {
+    columns.push_back({"agrees",
+                       [&](CalibratedView const& v) {
+                         std::ostringstream out;
+                         out << std::fixed << std::setprecision(1)
+                             << calibration.report.deviations[numberOf(v, calibration)].chi2;
+                         return out.str();
+                       },
+                       ""});
+  }
+}
+
 std::vector<Column> columnsOf(Calibration const& calibration) {
   std::vector<Column> columns;
   for (std::size_t d = 0; d < calibration.report.devices.size(); ++d) {
@@ -48,6 +84,7 @@ std::vector<Column> columnsOf(Calibration const& calibration) {
                          pixels(device.jointRms)});
     }
   }
+  addAdjusted(columns, calibration);
   std::vector<PlaneReport> const& planes = calibration.report.planes;
   for (std::size_t p = 0; p < planes.size(); ++p) {
     columns.push_back({"line " + std::to_string(p),
@@ -57,6 +94,26 @@ std::vector<Column> columnsOf(Calibration const& calibration) {
                        pixels(planes[p].rms)});
   }
   return columns;
+}
+
+/// What an adjustment found out, in lines.
+std::string adjustedText(mv::CalibrationReport const& report) {
+  mv::Adjustment const& adjustment = *report.adjustment;
+  std::ostringstream out;
+  out << "noise of a dot " << pixels(adjustment.noise.camera0) << " px";
+  if (adjustment.models.size() > 1) {
+    out << ", " << pixels(adjustment.noise.camera1) << " px in the " << report.devices[1].name
+        << (adjustment.isRead ? " beyond that" : "");
+  }
+  out << "; residuals " << std::fixed << std::setprecision(2) << adjustment.s0 << " times the noise\n";
+  mv::TargetShape const& shape = adjustment.shape;
+  if (shape.kind == mv::TargetShape::Kind::Flat) {
+    out << "target: flat, as far as the views tell\n";
+  } else {
+    out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "
+        << shape.sagX << " mm along x and " << shape.sagY << " mm along y; taken into account\n";
+  }
+  return out.str();
 }
 
 } // namespace
@@ -94,7 +151,9 @@ std::string table(Calibration const& calibration) {
                 : "")
         << (device.isCalibrated ? "" : ": not calibrated, its error is half a pixel or more") << '\n';
   }
-  if (calibration.report.devices.size() > 1) {
+  if (calibration.report.adjustment) {
+    out << adjustedText(calibration.report);
+  } else if (calibration.report.devices.size() > 1) {
     out << "the averaged rotation is " << std::scientific << std::setprecision(1)
         << calibration.report.rotationDefect << " from a rotation\n";
   }

@@ -45,11 +45,27 @@ struct CalibrateOptions {
   bool isCamera = false;
   bool isStereo = false;
   bool isLaser = false;
+  bool isAdjusted = true;
+  bool isRefused = true;
   double contrast = mv::LaserLineOptions().minContrast;
   TargetOptions target;
   PitchOption pitch;
   std::vector<std::string> assignments;
 };
+
+/// Says what is wrong with the views, or should be known; why a view was left out stands in the table.
+void warnOfFindings(mv::Calibration const& calibration, Report& report) {
+  if (!calibration.report.notAdjusted.empty()) {
+    report.warn("the views were not adjusted together: " + calibration.report.notAdjusted);
+  }
+  for (mv::Finding const& finding : calibration.report.findings) {
+    bool const isLeftOut =
+        finding.view >= 0 && !calibration.views[static_cast<std::size_t>(finding.view)].isUsed();
+    if (!isLeftOut) {
+      report.warn(finding.text + ". " + finding.advice);
+    }
+  }
+}
 
 /// Shows the figures of a calibration and writes its files together, the object last: it stands there only
 /// with the report and the plot that belong to it.
@@ -58,6 +74,7 @@ template <class SomeCalibration>
 void finish(CalibrateOptions const& options, SomeCalibration const& calibration, double pitch,
             Report& report) {
   std::cout << table(calibration);
+  warnOfFindings(calibration, report);
   if (!options.overlays.empty()) {
     writeViewOverlays(options.folder, options.overlays, calibration, pitch, options.look.drawSettings());
   }
@@ -166,6 +183,8 @@ void run(CalibrateOptions const& options, Report& report) {
     settings.projector = parsePixels(options.projector, "--projector");
   }
   note(settings, report);
+  settings.isAdjusted = options.isAdjusted;
+  settings.isRefused = options.isRefused;
   settings.line.minContrast = options.contrast;
   double const pitch =
       settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
@@ -221,6 +240,14 @@ void addCalibrateCommand(CLI::App& app) {
       ->excludes(laser)
       ->excludes(stereo)
       ->excludes(camera);
+  CLI::Option* separate =
+      command->add_flag("!--separate", options->isAdjusted,
+                        "Calibrate each device by itself, without adjusting all views together and without "
+                        "looking for what is wrong with them");
+  command
+      ->add_flag("!--keep-moved", options->isRefused,
+                 "Calibrate although a device was moved, or its focus changed, between two views")
+      ->excludes(separate);
   command->add_option("--plot", options->plot, "Picture (or .svg) of the reprojection errors");
   command->add_option("--overlay", options->overlays,
                       "Folder for pictures of the views with the dots, laser lines and errors");

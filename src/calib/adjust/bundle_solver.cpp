@@ -80,6 +80,27 @@ void move(Bundle& bundle, BundleStep const& step) {
   }
 }
 
+/// The undamped step of the common unknowns and what the squares fall by with it; empty and 0 when they are
+/// not determined.
+struct FreeStep {
+  Eigen::VectorXd common;
+  double gain = 0;
+};
+
+FreeStep freeStepOf(Bundle const& bundle, Transfers const& transfers) {
+  auto const equations = reduced(normalEquationsOf(bundle, transfers));
+  if (!equations) {
+    return {};
+  }
+  Eigen::LLT<Eigen::MatrixXd> const decomposition(equations->common);
+  if (decomposition.info() != Eigen::Success) {
+    return {};
+  }
+  FreeStep step{decomposition.solve(equations->slope), 0};
+  step.gain = equations->slope.dot(step.common);
+  return step;
+}
+
 } // namespace
 
 std::optional<ReducedEquations> reduced(NormalEquations const& normal) {
@@ -184,16 +205,22 @@ double gainOf(Bundle const& solved, ShapeBasis::Level level) {
 
 double gainOf(Bundle const& solved, Bundle const& extended) {
   Transfers const transfers = transfersOf(extended);
-  auto const equations = reduced(normalEquationsOf(extended, transfers));
-  if (!equations) {
-    return 0;
+  double const gain = freeStepOf(extended, transfers).gain;
+  return gain == 0 ? 0 : gain + squaresOf(solved, transfers).total() - squaresOf(extended, transfers).total();
+}
+
+OwnTransform ownTransformOf(Bundle const& solved, std::size_t view) {
+  Bundle own = solved;
+  own.otherStations = {own.dev0_from_dev1};
+  own.views[view].station = 1;
+  FreeStep const step = freeStepOf(own, transfersOf(own));
+  OwnTransform result;
+  if (step.common.size() > 0) {
+    double const* const common = step.common.data() + own.deviceCount();
+    double const* const ownPart = common + 6;
+    result = {vectorOf(ownPart) - vectorOf(common), vectorOf(ownPart + 3) - vectorOf(common + 3), step.gain};
   }
-  Eigen::LLT<Eigen::MatrixXd> const decomposition(equations->common);
-  if (decomposition.info() != Eigen::Success) {
-    return 0;
-  }
-  double const gain = equations->slope.dot(decomposition.solve(equations->slope));
-  return gain + squaresOf(solved, transfers).total() - squaresOf(extended, transfers).total();
+  return result;
 }
 
 } // namespace vorn::mv

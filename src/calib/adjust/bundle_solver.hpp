@@ -38,4 +38,12 @@ double gainOf(Bundle const& solved, ShapeBasis::Level level);
 /// The same with more unknowns of any kind, whose values leave the model as it is.
 double gainOf(Bundle const& solved, Bundle const& extended);
 
+/// What a solved bundle's view would have for a transform of its own, to first order.
+struct OwnTransform {
+  cv::Vec3d turn;  ///< beyond the common transform
+  cv::Vec3d shift; ///< likewise
+  double gain = 0; ///< of the squares
+};
+OwnTransform ownTransformOf(Bundle const& solved, std::size_t view);
+
 } // namespace vorn::mv

@@ -38,16 +38,32 @@ std::string named(AdjustmentView const& view, int index) {
   return view.name.empty() ? "view " + std::to_string(index) : view.name;
 }
 
+/// Of two devices that at least 3 views show.
+std::vector<TransformDeviation> deviationsOf(Bundle const& bundle) {
+  std::vector<TransformDeviation> deviations;
+  constexpr std::size_t fewest = 3;
+  for (std::size_t i = 0;
+       i < bundle.views.size() && bundle.views.size() >= fewest && bundle.devices.size() > 1; ++i) {
+    OwnTransform const own = ownTransformOf(bundle, i);
+    deviations.push_back({own.turn, own.shift, own.gain / 6});
+  }
+  return deviations;
+}
+
+void requireTogether(std::vector<AdjustmentView> const& views, Adjustment const& adjustment) {
+  if (adjustment.poses.size() != views.size() || adjustment.views.size() != views.size() ||
+      adjustment.models.empty()) {
+    throw error("The adjustment has " + std::to_string(adjustment.poses.size()) + " views, not " +
+                    std::to_string(views.size()),
+                "diagnose");
+  }
+}
+
 class Diagnosis {
 public:
   Diagnosis(std::vector<AdjustmentView> const& views, Adjustment const& adjustment, Observer* observer)
       : views_(views), adjustment_(adjustment), progress_(observer) {
-    std::size_t const models = adjustment.models.size();
-    if (adjustment.poses.size() != views.size() || adjustment.views.size() != views.size() || models < 1) {
-      throw error("The adjustment has " + std::to_string(adjustment.poses.size()) + " views, not " +
-                      std::to_string(views.size()),
-                  "diagnose");
-    }
+    requireTogether(views, adjustment);
     bundle_ = solvedBundle(views, adjustment);
   }
 
@@ -75,8 +91,7 @@ private:
         double const turn = handednessOf(views_[i], device);
         if (turn < 0) {
           add(FindingCause::Mirrored, static_cast<int>(i), device, turn, 0,
-              named(views_[i], static_cast<int>(i)) + ": the image of device " + std::to_string(device) +
-                  " is mirrored",
+              named(views_[i], static_cast<int>(i)) + ": the image of " + deviceName(device) + " is mirrored",
               "Turn mirroring off in the camera or projector, and take the views again.", true);
         }
       }
@@ -190,9 +205,8 @@ private:
       double const alone = s0Alone(device);
       if (alone > mostS0) {
         add(FindingCause::FocusChanged, index, device, alone, mostS0,
-            "Focus or zoom of device " + std::to_string(device) + " changed before " +
-                named(views_[best], index) + ": by itself its residuals are " + rounded(alone, 1) +
-                " times its noise",
+            "Focus or zoom of " + deviceName(device) + " changed before " + named(views_[best], index) +
+                ": by itself its residuals are " + rounded(alone, 1) + " times its noise",
             "Fix the lens's rings, and take all views again.", true);
         return true;
       }
@@ -216,7 +230,8 @@ private:
       findings_.insert(findings_.end(), lenses.begin(), lenses.end());
       return;
     }
-    constexpr double mostChi2 = 30; // a sixth of it; 1 by chance
+    // A sixth of it, 1 by chance: of what the other causes leave, not of the noise alone.
+    double const mostChi2 = 30 * std::max(1.0, adjustment_.s0 * adjustment_.s0);
     for (std::size_t i = 0; i < gains.size(); ++i) {
       double const chi2 = gains[i] / 6;
       if (chi2 > mostChi2) {
@@ -231,11 +246,8 @@ private:
   /// By how much the squares fall when a view has a transform of its own.
   std::vector<double> disagreements() const {
     std::vector<double> gains;
-    for (std::size_t i = 0; i < views_.size() && views_.size() > 2 && deviceCount() > 1; ++i) {
-      Bundle own = bundle_;
-      own.otherStations = {own.dev0_from_dev1};
-      own.views[i].station = 1;
-      gains.push_back(gainOf(bundle_, own));
+    for (TransformDeviation const& deviation : deviationsOf(bundle_)) {
+      gains.push_back(6 * deviation.chi2);
     }
     return gains;
   }
@@ -257,7 +269,7 @@ private:
       if (ratio > mostRatio && gain > leastGain) {
         findings.push_back(
             {FindingCause::LensModel, -1, device, ratio, mostRatio,
-             "The lens of device " + std::to_string(device) +
+             "The lens of " + deviceName(device) +
                  " needs more than five coefficients: thin prism terms lower the squares by the "
                  "factor " +
                  rounded(ratio, 2),
@@ -278,8 +290,7 @@ private:
       double const share = coverageOf(views_, device, size);
       if (share < leastCoverage[device] && isFree(device)) {
         add(FindingCause::Coverage, -1, device, share, leastCoverage[device],
-            "The dots fill " + rounded(100 * share, 0) + " % of the image of device " +
-                std::to_string(device),
+            "The dots fill " + rounded(100 * share, 0) + " % of the image of " + deviceName(device),
             "Hold the target into the corners too, or nearer.", false);
       }
     }
@@ -302,6 +313,14 @@ private:
         }
       }
     }
+  }
+
+  std::string deviceName(int device) const {
+    if (deviceCount() == 1) {
+      return "the camera";
+    }
+    return adjustment_.isRead ? (device == 0 ? "the camera" : "the projector")
+                              : "camera " + std::to_string(device);
   }
 
   int deviceCount() const { return static_cast<int>(adjustment_.models.size()); }
@@ -342,6 +361,21 @@ private:
 };
 
 } // namespace
+
+std::string nameOf(FindingCause cause) {
+  static char const* const names[] = {
+      "wrongDots",        "bentTarget", "wrongView",   "viewDisagrees",     "deviceMoved",  "focusChanged",
+      "coverage",         "smallTilts", "mirrored",    "samePose",          "lensModel",    "gamma",
+      "flicker",          "bands",      "overexposed", "targetOverexposed", "tooDark",      "cameraBlurred",
+      "projectorBlurred", "staircase",  "roomLight",   "movedBefore",       "movedBetween", "movedDuring"};
+  return names[static_cast<std::size_t>(cause)];
+}
+
+std::vector<TransformDeviation> transformDeviations(std::vector<AdjustmentView> const& views,
+                                                    Adjustment const& adjustment) {
+  requireTogether(views, adjustment);
+  return deviationsOf(solvedBundle(views, adjustment));
+}
 
 std::vector<Finding> diagnose(std::vector<AdjustmentView> const& views, Adjustment const& adjustment,
                               Observer* observer) {

@@ -77,6 +77,8 @@ public:
 
   /// Sets the image sizes of both cameras, pixels, and drops the maps.
   void setResolution(cv::Size const& size0, cv::Size const& size1);
+  /// Sets both cameras, such as an adjustment gives them, and drops the maps.
+  void setCameraModels(CameraModel const& model0, CameraModel const& model1);
   /// Camera 0, in whose frame the transform's results are.
   CameraModel const& getCameraModel0() const;
   /// Camera 1, or the projector.

@@ -11,10 +11,13 @@
 #include <opencv2/core/types.hpp>
 
 #include <vorn/core/export.hpp>
+#include <vorn/mv/calib/adjustment.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
+#include <vorn/mv/calib/diagnosis.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/target_description.hpp>
+#include <vorn/mv/scanner/view_figures.hpp>
 
 /// What all calibrations from target views have in common: settings, what became of every view, figures.
 namespace vorn::mv {
@@ -43,6 +46,15 @@ struct CalibrationSettings {
   double outlierRatio = 3.0;
   /// But no view with a reprojection error below this is, pixels. 0 or more.
   double outlierError = 0.1;
+  /// Whether lenses, poses, the target's shape and the transform are adjusted together and the views
+  /// diagnosed after each device was calibrated by itself. Not for laser line scanners.
+  bool isAdjusted = true;
+  /// How they are adjusted. Where the dots of a target cannot be told apart in every view, it is taken as
+  /// flat.
+  AdjustmentSettings adjustment;
+  /// Whether views are refused in which a device was moved, or its focus changed, from one view to the next:
+  /// no calibration holds for them all. Otherwise it only stands among the findings.
+  bool isRefused = true;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -51,7 +63,9 @@ struct CalibrationSettings {
 /// Points of the target that one device sees in one view, and how far the calibrated model misses them.
 struct ViewPoints {
   std::vector<cv::Point2f> imgPnts; ///< pixels of the device
-  std::vector<cv::Point2f> objPnts; ///< positions on the target, one for each
+  std::vector<cv::Point2f> objPnts; ///< positions on the perfect target, one for each
+  /// Pixels of dots that an adjustment left out as they are not where they should be.
+  std::vector<cv::Point2f> strayPnts;
   /// Model minus measurement, pixels, one for each; empty when the view took no part.
   std::vector<cv::Point2f> residuals;
   /// The same with the pose taken from the other device and carried over by the transform between the two;
@@ -75,10 +89,14 @@ struct CalibratedView {
   std::string reason;
   /// What is missing in a view that takes part all the same; mostly empty.
   std::string remark;
+  /// Whether the target's marks or its shape tell its dots apart in every device's image.
+  bool isCounted = true;
   /// The target as each device sees it, the first one a camera.
   std::vector<ViewPoints> devices;
   /// The laser lines, where the calibration has any.
   std::vector<ViewLine> lines;
+  /// What the images tell beside the points; of a scanner's views, when they are adjusted.
+  std::optional<ViewFigures> figures;
 
   /// Whether the view takes part.
   bool isUsed() const { return reason.empty(); }
@@ -108,6 +126,17 @@ struct CalibrationReport {
   double rotationDefect = 0.0;
   /// Whether the projector's pixels were taken from the images.
   bool isProjectorGuessed = false;
+  /// The adjustment of all used views together, in their order: noise, uncertainty, the target's shape. None
+  /// when it was not wanted or not possible.
+  std::optional<Adjustment> adjustment;
+  /// Why there is no adjustment though it was wanted; else empty.
+  std::string notAdjusted;
+  /// How far the devices stand elsewhere to each other in each used view, in their order; with an adjustment
+  /// of two devices.
+  std::vector<TransformDeviation> deviations;
+  /// What is wrong with the views, or should be known. `Finding::view` counts in `Calibration::views`; what
+  /// is said of a view that is not used is why it was left out.
+  std::vector<Finding> findings;
 };
 
 /// What every calibration gives beside the calibrated object.

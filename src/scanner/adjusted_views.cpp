@@ -1,0 +1,287 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "scanner/adjusted_views.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <utility>
+
+#include "calib/camera_model_of.hpp"
+#include "core/pieces.hpp"
+#include "scanner/target_views.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+using Place = std::pair<float, float>;
+
+Place placeOf(cv::Point2f const& dot) {
+  return {dot.x, dot.y};
+}
+
+cv::Point2f const none(std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::quiet_NaN());
+
+AdjustmentView adjustmentView(CalibratedView const& view) {
+  ViewPoints const& first = view.devices[0];
+  AdjustmentView result{view.name, first.objPnts, first.imgPnts, {}, {}};
+  if (view.devices.size() > 1) {
+    std::map<Place, std::size_t> indexOf;
+    for (std::size_t i = 0; i < first.objPnts.size(); ++i) {
+      indexOf.emplace(placeOf(first.objPnts[i]), i);
+    }
+    result.points1.assign(first.objPnts.size(), none);
+    ViewPoints const& second = view.devices[1];
+    for (std::size_t i = 0; i < second.objPnts.size(); ++i) {
+      auto const same = indexOf.find(placeOf(second.objPnts[i]));
+      if (same != indexOf.end()) {
+        result.points1[same->second] = second.imgPnts[i];
+      } else {
+        result.objPnts.push_back(second.objPnts[i]);
+        result.points0.push_back(none);
+        result.points1.push_back(second.imgPnts[i]);
+      }
+    }
+  }
+  return result;
+}
+
+std::vector<CalibratedView*> usedViews(std::vector<CalibratedView>& views) {
+  std::vector<CalibratedView*> used;
+  for (CalibratedView& view : views) {
+    if (view.isUsed()) {
+      used.push_back(&view);
+    }
+  }
+  return used;
+}
+
+/// The target's dots as they truly lie.
+std::vector<cv::Point3f> trueDots(std::vector<cv::Point2f> const& objPnts, TargetShape const& shape) {
+  std::map<Place, cv::Point3d> deviationOf;
+  for (std::size_t i = 0; i < shape.objPnts.size(); ++i) {
+    deviationOf.emplace(placeOf(shape.objPnts[i]), shape.deviations[i]);
+  }
+  std::vector<cv::Point3f> dots;
+  for (cv::Point2f const& dot : objPnts) {
+    auto const known = deviationOf.find(placeOf(dot));
+    cv::Point3d const deviation = known == deviationOf.end() ? cv::Point3d() : known->second;
+    dots.emplace_back(cv::Point3d(dot.x, dot.y, 0) + deviation);
+  }
+  return dots;
+}
+
+/// Takes the dots out of a device's points whose places are among those left out.
+void dropStrays(ViewPoints& points, std::vector<cv::Point2f> const& leftOut) {
+  ViewPoints kept;
+  for (std::size_t i = 0; i < points.imgPnts.size(); ++i) {
+    bool const isStray = std::find(leftOut.begin(), leftOut.end(), points.objPnts[i]) != leftOut.end();
+    if (isStray) {
+      kept.strayPnts.push_back(points.imgPnts[i]);
+    } else {
+      kept.imgPnts.push_back(points.imgPnts[i]);
+      kept.objPnts.push_back(points.objPnts[i]);
+    }
+  }
+  points = std::move(kept);
+}
+
+/// The residuals of one device from the common poses.
+void fillAdjusted(std::vector<CalibratedView*> const& used, std::size_t device, Adjustment const& adjustment) {
+  cv::Matx44d const device_from_dev0 =
+      device == 0 ? cv::Matx44d::eye() : cv::Matx44d(adjustment.transform.inv());
+  for (std::size_t i = 0; i < used.size(); ++i) {
+    ViewPoints& points = used[i]->devices[device];
+    points.residuals = adjustment.models[device].calcImagePoints(trueDots(points.objPnts, adjustment.shape),
+                                                                 device_from_dev0 * adjustment.poses[i]);
+    for (std::size_t k = 0; k < points.residuals.size(); ++k) {
+      points.residuals[k] -= points.imgPnts[k];
+    }
+    points.jointResiduals.clear();
+  }
+}
+
+double rmsOf(std::vector<CalibratedView*> const& used, std::size_t device) {
+  std::vector<cv::Point2f> all;
+  for (CalibratedView const* view : used) {
+    auto const& residuals = view->devices[device].residuals;
+    all.insert(all.end(), residuals.begin(), residuals.end());
+  }
+  return rms(all);
+}
+
+/// Gives the calibration what was adjusted.
+void take(Calibration& calibration, std::vector<AdjustmentView> const& views, Adjustment adjustment,
+          AdjustmentSettings const& settings, ViewAdjuster const& adjuster) {
+  std::vector<CalibratedView*> const used = usedViews(calibration.views);
+  for (std::size_t i = 0; i < used.size(); ++i) {
+    std::vector<cv::Point2f> leftOut;
+    for (int const dot : adjustment.views[i].leftOut) {
+      leftOut.push_back(views[i].objPnts[static_cast<std::size_t>(dot)]);
+    }
+    for (ViewPoints& device : used[i]->devices) {
+      dropStrays(device, leftOut);
+    }
+  }
+  for (std::size_t device = 0; device < adjustment.models.size(); ++device) {
+    fillAdjusted(used, device, adjustment);
+    bool const isHeld = device == 0 ? settings.holdCamera0 : settings.holdCamera1;
+    if (!isHeld) { // the error of the points as they were read, as without an adjustment
+      CameraModel const& model = adjustment.models[device];
+      adjustment.models[device] =
+          cameraModelOf(model.getK(), model.getD(), model.getResolution(), rmsOf(used, device));
+    }
+  }
+  calibration.report.deviations = transformDeviations(views, adjustment);
+  adjuster.take(adjustment);
+  calibration.report.adjustment = std::move(adjustment);
+}
+
+/// The view that is to be left out for what is found, and the finding; nothing when all may stay.
+Finding const* leavingOf(std::vector<Finding> const& findings, std::size_t viewCount) {
+  auto const isOfView = [](Finding const& finding) {
+    return finding.cause == FindingCause::WrongView || finding.cause == FindingCause::ViewDisagrees ||
+           finding.cause == FindingCause::Mirrored;
+  };
+  auto const mirrored = std::count_if(findings.begin(), findings.end(), [](Finding const& finding) {
+    return finding.cause == FindingCause::Mirrored;
+  });
+  Finding const* worst = nullptr;
+  for (Finding const& finding : findings) {
+    bool const isEverywhere =
+        finding.cause == FindingCause::Mirrored && 2 * static_cast<std::size_t>(mirrored) >= viewCount;
+    bool const isWorse = worst == nullptr ||
+                         (finding.cause == FindingCause::ViewDisagrees &&
+                          worst->cause == FindingCause::ViewDisagrees && finding.value > worst->value);
+    if (isOfView(finding) && finding.view >= 0 && !isEverywhere && isWorse) {
+      worst = &finding;
+    }
+  }
+  return worst;
+}
+
+/// Findings that count some views, as ones that count all.
+/// @param numbers of those views among all
+std::vector<Finding> counted(std::vector<Finding> findings, std::vector<int> const& numbers) {
+  for (Finding& finding : findings) {
+    finding.view = finding.view < 0 ? -1 : numbers[static_cast<std::size_t>(finding.view)];
+  }
+  return findings;
+}
+
+std::vector<int> usedNumbers(std::vector<CalibratedView> const& views) {
+  std::vector<int> numbers;
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    if (views[i].isUsed()) {
+      numbers.push_back(static_cast<int>(i));
+    }
+  }
+  return numbers;
+}
+
+/// What is said of a view, without its name in front.
+std::string reasonOf(Finding const& finding, CalibratedView const& view) {
+  std::string const start = view.name + ": ";
+  return finding.text.rfind(start, 0) == 0 ? finding.text.substr(start.size()) : finding.text;
+}
+
+void refuse(std::vector<Finding> const& findings) {
+  for (Finding const& finding : findings) {
+    if (finding.cause == FindingCause::DeviceMoved || finding.cause == FindingCause::FocusChanged) {
+      throw calibrationFailure(finding.text + ". " + finding.advice);
+    }
+  }
+}
+
+/// Settings under which dots that cannot be told apart have no shape of their own.
+AdjustmentSettings possibleSettings(std::vector<CalibratedView> const& views,
+                                    AdjustmentSettings const& wanted) {
+  AdjustmentSettings settings = wanted;
+  bool const isAnyUncounted = std::any_of(views.begin(), views.end(), [](CalibratedView const& view) {
+    return view.isUsed() && !view.isCounted;
+  });
+  if (isAnyUncounted) {
+    settings.shape = AdjustmentSettings::Shape::Flat;
+  }
+  return settings;
+}
+
+} // namespace
+
+std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views) {
+  std::vector<AdjustmentView> result;
+  for (CalibratedView const& view : views) {
+    if (view.isUsed()) {
+      result.push_back(adjustmentView(view));
+    }
+  }
+  return result;
+}
+
+void diagnoseImages(Calibration& calibration, CalibrationSettings const& settings) {
+  std::vector<NamedFigures> figures;
+  std::vector<int> numbers;
+  for (std::size_t i = 0; i < calibration.views.size(); ++i) {
+    if (calibration.views[i].figures) {
+      figures.push_back({calibration.views[i].name, *calibration.views[i].figures});
+      numbers.push_back(static_cast<int>(i));
+    }
+  }
+  std::vector<Finding> const findings = counted(diagnoseImages(figures), numbers);
+  calibration.report.findings = findings;
+  auto const saysMoved = [](Finding const& finding) {
+    return finding.cause == FindingCause::MovedBefore || finding.cause == FindingCause::MovedBetween ||
+           finding.cause == FindingCause::MovedDuring;
+  };
+  auto const moved = static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), saysMoved));
+  if (3 * moved > figures.size() || !std::isfinite(settings.outlierRatio)) {
+    return;
+  }
+  for (Finding const& finding : findings) {
+    CalibratedView* const view =
+        saysMoved(finding) ? &calibration.views[static_cast<std::size_t>(finding.view)] : nullptr;
+    if (view != nullptr && view->isUsed()) {
+      view->reason = reasonOf(finding, *view);
+    }
+  }
+}
+
+void adjustViews(Calibration& calibration, CalibrationSettings const& settings, ViewAdjuster const& adjuster,
+                 Progress const& progress) {
+  std::vector<Finding>& said = calibration.report.findings;
+  while (settings.isAdjusted) {
+    std::vector<AdjustmentView> const views = adjustmentViews(calibration.views);
+    AdjustmentSettings const adjustmentSettings = possibleSettings(calibration.views, settings.adjustment);
+    PartObserver observer(progress);
+    Adjustment adjustment;
+    std::vector<Finding> findings;
+    try {
+      adjustment = adjuster.adjust(views, adjustmentSettings, observer.ifWatched());
+      findings =
+          counted(diagnose(views, adjustment, observer.ifWatched()), usedNumbers(calibration.views));
+    } catch (Cancelled const&) {
+      throw;
+    } catch (Exception const& e) {
+      calibration.report.notAdjusted = e.message();
+      return;
+    }
+    if (settings.isRefused) {
+      refuse(findings);
+    }
+    Finding const* const leaving = leavingOf(findings, views.size());
+    if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
+      take(calibration, views, std::move(adjustment), adjustmentSettings, adjuster);
+      said.insert(said.end(), findings.begin(), findings.end());
+      return;
+    }
+    CalibratedView& view = calibration.views[static_cast<std::size_t>(leaving->view)];
+    view.reason = reasonOf(*leaving, view);
+    said.push_back(*leaving);
+    requireViews(calibration.views);
+    adjuster.recalibrate();
+  }
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,186 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <vorn/mv/scanner/view_figures.hpp>
+
+namespace vorn::mv {
+
+namespace {
+
+using Figure = std::function<double(ViewFigures const&)>;
+
+double larger(double a, double b) {
+  return std::fmax(a, b); // of one that is untold the other
+}
+
+/// A cause that a figure of single views shows.
+struct ImageCause {
+  FindingCause cause;
+  int device; ///< 0 the camera, 1 the projector, -1 neither by itself
+  Figure figure;
+  double limit;
+  bool isBelow; ///< found where the figure is below its limit, else above
+  /// What is said of a figure, after the views' names.
+  char const* text; ///< # stands for the figure
+  int digits;
+  double factor; ///< of the number in the text
+  char const* advice;
+};
+
+bool isFlickering(ViewFigures const& view) {
+  constexpr double mostFlicker = 0.003;
+  return larger(view.columns.flicker, view.rows.flicker) > mostFlicker;
+}
+
+bool isBent(ViewFigures const& view) {
+  constexpr double mostHarmonic = 0.02;
+  return larger(view.columns.secondHarmonic, view.rows.secondHarmonic) > mostHarmonic;
+}
+
+bool isClipped(ViewFigures const& view) {
+  constexpr double mostClipped = 0.002;
+  return larger(view.columns.clipped, view.rows.clipped) > mostClipped;
+}
+
+bool isBlurred(ViewFigures const& view) {
+  constexpr double mostBlur = 1.6;
+  return view.cameraBlur > mostBlur;
+}
+
+double const mostMotion = 0.05;
+/// In place of a figure that another cause explains.
+constexpr double explained = 0;
+constexpr double fullRange = 255;
+
+std::vector<ImageCause> const& imageCauses() {
+  static std::vector<ImageCause> const causes = {
+      {FindingCause::Gamma, -1,
+       [](ViewFigures const& v) {
+         return isClipped(v) ? explained : larger(v.columns.secondHarmonic, v.rows.secondHarmonic);
+       },
+       0.02, false,
+       "camera or projector are not linear: the fringes hold # % at twice their frequency", 1, 100,
+       "Set the gamma of camera and projector to 1, and switch image enhancements off."},
+      {FindingCause::Flicker, -1,
+       [](ViewFigures const& v) { return larger(v.columns.flicker, v.rows.flicker); }, 0.003, false,
+       "the light changes from image to image by # %", 1, 100,
+       "Expose for whole periods of the projector's and the room's lamps."},
+      {FindingCause::Bands, -1,
+       [](ViewFigures const& v) {
+         return isBent(v) || isClipped(v) ? explained : larger(v.columns.bands, v.rows.bands);
+       }, 5,
+       false, "bands run through the images, # times above the noise", 1, 1,
+       "Expose for whole periods of the projector's and the room's lamps, or use a global shutter."},
+      {FindingCause::Overexposed, 0,
+       [](ViewFigures const& v) { return larger(v.columns.clipped, v.rows.clipped); }, 0.002, false,
+       "# % of the fringe images are overexposed", 1, 100, "Expose less, or close the camera's aperture."},
+      {FindingCause::TargetOverexposed, 0, [](ViewFigures const& v) { return v.targetClipped; }, 0.02, false,
+       "# % of the target image are overexposed", 1, 100, "Expose the target image less."},
+      {FindingCause::TooDark, -1, [](ViewFigures const& v) { return isBlurred(v) ? fullRange : v.columns.amplitude; }, 8, true,
+       "the fringes are dark: their amplitude is # of 255 grey values", 1, 1,
+       "Expose longer, open the camera's aperture, or come nearer."},
+      {FindingCause::CameraBlurred, 0, [](ViewFigures const& v) { return v.cameraBlur; }, 1.6, false,
+       "the camera is out of focus: edges are blurred with a deviation of # px", 1, 1,
+       "Focus the camera on the middle of the volume, or close its aperture."},
+      {FindingCause::ProjectorBlurred, 1,
+       [](ViewFigures const& v) {
+         return isBlurred(v) ? 1 : v.columns.amplitude / v.rows.amplitude;
+       },
+       0.35, true, "the projector is out of focus: the columns' fringes have # % of the rows' amplitude", 0, 100,
+       "Focus the projector on the middle of the volume."},
+      {FindingCause::Staircase, 1,
+       [](ViewFigures const& v) {
+         return isFlickering(v) || isBent(v) ? explained : larger(v.columns.staircase, v.rows.staircase);
+       },
+       0.01, false, "the projector is too sharp: the decoded coordinates repeat with its pixels by # px", 3, 1,
+       "Defocus the projector by half of a pixel."},
+      {FindingCause::RoomLight, -1, [](ViewFigures const& v) { return isBent(v) || isBlurred(v) ? 1 : v.rows.contrast; },
+       0.45, true,
+       "light of the room: the rows' fringes have # % of the light's mean", 0, 100,
+       "Darken the room, or expose less with a brighter projector."},
+  };
+  return causes;
+}
+
+std::string number(double value, int digits) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.*f", digits, value);
+  return text;
+}
+
+/// "pose_03" or "3 of 12 views, most in pose_03".
+std::string named(std::vector<NamedFigures> const& views, std::vector<std::size_t> const& found,
+                  std::size_t worst) {
+  if (found.size() == 1) {
+    return views[worst].name;
+  }
+  return std::to_string(found.size()) + " of " + std::to_string(views.size()) + " views, most in " +
+         views[worst].name;
+}
+
+void find(ImageCause const& cause, std::vector<NamedFigures> const& views, std::vector<Finding>& findings) {
+  std::vector<std::size_t> found;
+  std::size_t worst = 0;
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    double const value = cause.figure(views[i].figures);
+    if (cause.isBelow ? value < cause.limit : value > cause.limit) {
+      double const most = cause.figure(views[worst].figures);
+      bool const isWorse = found.empty() || (cause.isBelow ? value < most : value > most);
+      found.push_back(i);
+      worst = isWorse ? i : worst;
+    }
+  }
+  if (!found.empty()) {
+    double const value = cause.figure(views[worst].figures);
+    std::string text = cause.text;
+    text.replace(text.find('#'), 1, number(cause.factor * value, cause.digits));
+    findings.push_back({cause.cause, found.size() == 1 ? static_cast<int>(worst) : -1, cause.device, value,
+                        cause.limit, named(views, found, worst) + ": " + text, cause.advice, false});
+  }
+}
+
+/// Whether the coordinates repeat with the fringes, as when the target creeps while they are shown.
+bool isCreeping(ViewFigures const& view) {
+  constexpr double mostRipple = 0.008;
+  constexpr double mostBands = 5;
+  return larger(view.columns.ripple, view.rows.ripple) > mostRipple && !isFlickering(view) && !isBent(view) &&
+         !(larger(view.columns.bands, view.rows.bands) > mostBands);
+}
+
+void findMotion(NamedFigures const& view, int index, std::vector<Finding>& findings) {
+  ViewFigures const& figures = view.figures;
+  double const motion = larger(figures.movedBefore, figures.movedBetween);
+  if (!(motion > mostMotion)) {
+    return;
+  }
+  bool const isBefore = figures.movedBefore >= figures.movedBetween;
+  FindingCause const cause = isCreeping(figures)  ? FindingCause::MovedDuring
+                             : isBefore           ? FindingCause::MovedBefore
+                                                  : FindingCause::MovedBetween;
+  std::string const when = cause == FindingCause::MovedDuring   ? "while the sequences were shown"
+                           : cause == FindingCause::MovedBefore ? "between the target image and the columns"
+                                                                : "between the columns and the rows";
+  findings.push_back({cause, index, -1, motion, mostMotion,
+                      view.name + ": the target moved " + when + " by " + number(motion, 2) + " px",
+                      "Put the target down, and wait until it stands still before the first image.", true});
+}
+
+} // namespace
+
+std::vector<Finding> diagnoseImages(std::vector<NamedFigures> const& views) {
+  std::vector<Finding> findings;
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    findMotion(views[i], static_cast<int>(i), findings);
+  }
+  for (ImageCause const& cause : imageCauses()) {
+    find(cause, views, findings);
+  }
+  return findings;
+}
+
+} // namespace vorn::mv

@@ -1,0 +1,22 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vector>
+
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/types.hpp>
+
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+#include <vorn/mv/scanner/view_figures.hpp>
+
+namespace vorn::mv {
+
+/// The figures of a view whose sequences have the scanner's own code.
+/// @param columns decoded column of each camera pixel
+/// @param rows    decoded row of each camera pixel
+/// @param dots    pixels of the target's dots
+ViewFigures figuresOf(ScannerView const& view, cv::Mat_<float> const& columns, cv::Mat_<float> const& rows,
+                      std::vector<cv::Point2f> const& dots);
+
+} // namespace vorn::mv

@@ -1,0 +1,262 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/calib3d.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+
+#include "scanner/rendered_view.hpp"
+#include "support/expect_error.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using vorn::test::expectError;
+
+sim::Rig rig() {
+  return sim::demoRig(2);
+}
+
+constexpr int viewCount = 6;
+
+sim::Pose poseOf(int view) {
+  return sim::demoTargetPoses()[static_cast<std::size_t>(view)];
+}
+
+/// Views of a clean rig, rendered once.
+std::vector<ScannerView> const& cleanViews() {
+  static std::vector<ScannerView> const views = [] {
+    Library::init();
+    std::vector<ScannerView> result;
+    for (int i = 0; i < viewCount; ++i) {
+      result.push_back(test::renderedView(rig(), poseOf(i), "pose_0" + std::to_string(i)));
+    }
+    return result;
+  }();
+  return views;
+}
+
+CalibrationSettings settings() {
+  CalibrationSettings result;
+  result.detector["PatternDim"] = 15.0;
+  result.detector["MinDotArea"] = 20.0;
+  return result;
+}
+
+/// The causes found, but for those that speak of a set as small as this.
+std::vector<std::string> causesOf(ScannerCalibration const& calibration) {
+  std::vector<std::string> causes;
+  for (Finding const& finding : calibration.report.findings) {
+    if (finding.cause != FindingCause::Coverage) {
+      causes.push_back(nameOf(finding.cause));
+    }
+  }
+  return causes;
+}
+
+/// Changes all images of a view's sequences, in floats, and its target image where that is wanted.
+void change(ScannerView& view, std::function<void(cv::Mat& image, int number)> const& changeImage,
+            bool isTargetToo = false) {
+  auto const applied = [&](cv::Mat& image, int number) {
+    cv::Mat changed;
+    image.convertTo(changed, CV_32F);
+    changeImage(changed, number);
+    changed.convertTo(image, CV_8U);
+  };
+  for (std::vector<cv::Mat>* sequence : {&view.columns, &view.rows}) {
+    for (std::size_t k = 0; k < sequence->size(); ++k) {
+      cv::Mat own = (*sequence)[k].clone();
+      applied(own, static_cast<int>(k));
+      (*sequence)[k] = own;
+    }
+  }
+  if (isTargetToo) {
+    cv::Mat own = view.target.clone();
+    applied(own, 0);
+    view.target = own;
+  }
+}
+
+TEST(CalibrationFindings, CleanViewsHaveNone) {
+  ScannerCalibration const calibration = calibrateScanner(cleanViews(), settings());
+  EXPECT_EQ(causesOf(calibration), std::vector<std::string>());
+  EXPECT_EQ(calibration.report.notAdjusted, "");
+  ASSERT_TRUE(calibration.report.adjustment);
+  EXPECT_NEAR(calibration.report.adjustment->s0, 1, 0.3);
+  ASSERT_EQ(calibration.report.deviations.size(), static_cast<std::size_t>(viewCount));
+  for (TransformDeviation const& deviation : calibration.report.deviations) {
+    EXPECT_LT(deviation.chi2, 10);
+  }
+  // Better than each device by itself, whose base is off by up to 2 mm.
+  cv::Matx44d const found = calibration.object.getTransform();
+  cv::Vec3d const base(found(0, 3), found(1, 3), found(2, 3));
+  EXPECT_LT(cv::norm(base - rig().projector.world_from_proj.translation), 0.5);
+}
+
+/// A fault of the images of one view and what it is called.
+struct ImageFault {
+  char const* cause;
+  std::function<void(ScannerView&)> apply;
+};
+
+/// Every image as a projector or camera of gamma 2 would give it.
+void bendLight(ScannerView& view) {
+  change(view, [](cv::Mat& image, int) {
+    image /= 255;
+    cv::pow(image, 0.5, image);
+    image *= 255;
+  });
+}
+
+std::vector<ImageFault> imageFaults() {
+  return {
+      {"gamma", bendLight},
+      {"flicker",
+       [](ScannerView& view) { change(view, [](cv::Mat& image, int k) { image *= k % 2 == 0 ? 1.03 : 0.97; }); }},
+      {"bands",
+       [](ScannerView& view) {
+         change(view, [](cv::Mat& image, int k) {
+           for (int y = 0; y < image.rows; ++y) {
+             image.row(y) *= 1 + 0.08 * std::sin(0.06 * y + 1.9 * k);
+           }
+         });
+       }},
+      {"overexposed", [](ScannerView& view) { change(view, [](cv::Mat& image, int) { image *= 1.9; }); }},
+      {"targetOverexposed", [](ScannerView& view) { view.target = cv::Mat(view.target * 2); }},
+      {"tooDark", [](ScannerView& view) { change(view, [](cv::Mat& image, int) { image *= 0.1; }); }},
+      {"cameraBlurred",
+       [](ScannerView& view) {
+         change(
+             view, [](cv::Mat& image, int) { cv::GaussianBlur(image, image, cv::Size(), 2); }, true);
+       }},
+      {"roomLight", [](ScannerView& view) { change(view, [](cv::Mat& image, int) { image = image * 0.6 + 90; }); }},
+      {"projectorBlurred",
+       [](ScannerView& view) {
+         // What a blur along the columns' fringes leaves of their amplitude.
+         cv::Mat mean = cv::Mat::zeros(view.target.size(), CV_32F);
+         for (std::size_t k = 0; k < 4; ++k) {
+           cv::accumulateWeighted(view.columns[k], mean, 1.0 / static_cast<double>(k + 1));
+         }
+         for (std::size_t k = 0; k < 4; ++k) {
+           cv::Mat changed;
+           cv::Mat image;
+           view.columns[k].convertTo(image, CV_32F);
+           cv::addWeighted(image, 0.3, mean, 0.7, 0, changed, CV_8U);
+           view.columns[k] = changed;
+         }
+       }},
+  };
+}
+
+TEST(CalibrationFindings, NameWhatIsWrongWithTheImages) {
+  for (ImageFault const& fault : imageFaults()) {
+    std::vector<ScannerView> views(cleanViews().begin(), cleanViews().begin() + 4);
+    for (cv::Mat& image : views[2].columns) {
+      image = image.clone();
+    }
+    fault.apply(views[2]);
+    ScannerCalibration const calibration = calibrateScanner(views, settings());
+    auto const found = std::find_if(
+        calibration.report.findings.begin(), calibration.report.findings.end(),
+        [&](Finding const& finding) { return nameOf(finding.cause) == fault.cause; });
+    ASSERT_NE(found, calibration.report.findings.end()) << fault.cause << " " << calibration.views[2].reason;
+    EXPECT_EQ(found->view, 2) << fault.cause;
+    EXPECT_NE(found->text.find("pose_02"), std::string::npos) << found->text;
+    EXPECT_EQ(std::count_if(calibration.report.findings.begin(), calibration.report.findings.end(),
+                            [](Finding const& finding) { return finding.cause >= FindingCause::Gamma; }),
+              1)
+        << fault.cause << toJson(calibration)["findings"].dump(1);
+  }
+}
+
+/// The finding of a cause; none when there is none.
+Finding const* findingOf(ScannerCalibration const& calibration, FindingCause cause) {
+  auto const& findings = calibration.report.findings;
+  auto const found = std::find_if(findings.begin(), findings.end(),
+                                  [cause](Finding const& finding) { return finding.cause == cause; });
+  return found == findings.end() ? nullptr : &*found;
+}
+
+/// A pose a little beside another, by a third of a millimetre: three quarters of a camera pixel.
+sim::Pose movedPose(sim::Pose pose) {
+  pose.translation += cv::Vec3d(0.3, 0.2, 0);
+  return pose;
+}
+
+TEST(CalibrationFindings, ViewsWhoseTargetMovedAreNamedAndLeftOut) {
+  ScannerView const moved = test::renderedView(rig(), movedPose(poseOf(3)), "moved");
+  std::vector<ScannerView> before = cleanViews();
+  before[3].columns = moved.columns;
+  before[3].rows = moved.rows;
+  std::vector<ScannerView> between = cleanViews();
+  between[3].rows = moved.rows;
+  for (auto const& [cause, views] :
+       {std::pair(FindingCause::MovedBefore, before), std::pair(FindingCause::MovedBetween, between)}) {
+    ScannerCalibration const calibration = calibrateScanner(views, settings());
+    Finding const* const finding = findingOf(calibration, cause);
+    ASSERT_NE(finding, nullptr) << nameOf(cause);
+    EXPECT_EQ(finding->view, 3);
+    EXPECT_NEAR(finding->value, 0.37, 0.2) << "camera pixels";
+    EXPECT_NE(calibration.views[3].reason.find("the target moved between"), std::string::npos);
+    EXPECT_EQ(calibration.report.adjustment->views.size(), static_cast<std::size_t>(viewCount) - 1);
+    EXPECT_LT(calibration.report.adjustment->s0, 1.3);
+
+    CalibrationSettings keeping = settings();
+    keeping.outlierRatio = std::numeric_limits<double>::infinity();
+    EXPECT_TRUE(calibrateScanner(views, keeping).views[3].isUsed());
+  }
+}
+
+TEST(CalibrationFindings, ProjectorPointsOfAnotherPoseAreNamed) {
+  // Each device by itself is content; the mean of the transforms is not one.
+  std::vector<ScannerView> views = cleanViews();
+  ScannerView const other = test::renderedView(rig(), poseOf(7), "other");
+  views[1].target = other.target;
+  views[1].columns = cleanViews()[1].columns;
+  ScannerCalibration const calibration = calibrateScanner(views, settings());
+  EXPECT_FALSE(calibration.views[1].isUsed());
+  EXPECT_EQ(std::count_if(calibration.views.begin(), calibration.views.end(),
+                          [](CalibratedView const& view) { return view.isUsed(); }),
+            viewCount - 1);
+}
+
+TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
+  sim::Rig turned = rig();
+  cv::Matx33d R;
+  cv::Rodrigues(cv::Vec3d(0, 0.1 * CV_PI / 180, 0), R);
+  turned.projector.world_from_proj.rotation = turned.projector.world_from_proj.rotation * R;
+  std::vector<ScannerView> views = cleanViews();
+  for (int i = 3; i < viewCount; ++i) {
+    views[static_cast<std::size_t>(i)] = test::renderedView(turned, poseOf(i), "pose_0" + std::to_string(i));
+  }
+  expectError([&] { calibrateScanner(views, settings()); }, "A device moved before pose_03");
+  CalibrationSettings keeping = settings();
+  keeping.isRefused = false;
+  ScannerCalibration const kept = calibrateScanner(views, keeping);
+  Finding const* const finding = findingOf(kept, FindingCause::DeviceMoved);
+  ASSERT_NE(finding, nullptr);
+  EXPECT_EQ(finding->view, 3);
+  EXPECT_TRUE(finding->isGrave);
+}
+
+TEST(CalibrationFindings, SeparateDevicesAreAsBefore) {
+  CalibrationSettings separate = settings();
+  separate.isAdjusted = false;
+  ScannerCalibration const calibration = calibrateScanner(cleanViews(), separate);
+  EXPECT_FALSE(calibration.report.adjustment);
+  EXPECT_TRUE(calibration.report.findings.empty());
+  EXPECT_FALSE(toJson(calibration).contains("adjustment"));
+}
+
+} // namespace
+} // namespace vorn::mv

@@ -1,0 +1,35 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
+
+#include "sim/target.hpp"
+#include "support/scanner_rig.hpp"
+
+namespace vorn::mv::test {
+
+/// The demonstration's target in a pose, under the light of a rig: the scene of a calibration view.
+inline sim::ProjectorView targetView(sim::Rig const& rig, sim::Pose const& pose) {
+  sim::RenderOptions options;
+  options.supersample = 1; // dots are drawn exactly whatever the number of rays
+  return {rig.camera, rig.projector, sim::Scene({sim::targetObject(sim::demoTarget(), pose)}), options};
+}
+
+/// One view of a scanner's calibration.
+inline ScannerView renderedView(sim::Rig const& rig, sim::Pose const& pose, std::string const& name) {
+  cv::Mat const white(rig.projector.device.resolution(), CV_8U, cv::Scalar(255));
+  sim::ProjectorView const view = targetView(rig, pose);
+  ScannerView rendered;
+  rendered.name = name;
+  rendered.target = view.capture({white})[0];
+  rendered.columns = view.capture(patternsOf(rig, scanner::ScannerType(scanner::ScannerType::Horizontal)));
+  rendered.rows = view.capture(patternsOf(rig, scanner::ScannerType(scanner::ScannerType::Vertical)));
+  return rendered;
+}
+
+} // namespace vorn::mv::test
