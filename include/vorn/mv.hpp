@@ -104,6 +104,7 @@
 #include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/scanner/scan_fields.hpp>
 #include <vorn/mv/scanner/scan_laser.hpp>
+#include <vorn/mv/scanner/view_figures.hpp>
 #include <vorn/mv/sl/code_decoding.hpp>
 #include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/encoding_type.hpp>

@@ -89,7 +89,8 @@ void dropStrays(ViewPoints& points, std::vector<cv::Point2f> const& leftOut) {
 }
 
 /// The residuals of one device from the common poses.
-void fillAdjusted(std::vector<CalibratedView*> const& used, std::size_t device, Adjustment const& adjustment) {
+void fillAdjusted(std::vector<CalibratedView*> const& used, std::size_t device,
+                  Adjustment const& adjustment) {
   cv::Matx44d const device_from_dev0 =
       device == 0 ? cv::Matx44d::eye() : cv::Matx44d(adjustment.transform.inv());
   for (std::size_t i = 0; i < used.size(); ++i) {
@@ -152,9 +153,9 @@ Finding const* leavingOf(std::vector<Finding> const& findings, std::size_t viewC
   for (Finding const& finding : findings) {
     bool const isEverywhere =
         finding.cause == FindingCause::Mirrored && 2 * static_cast<std::size_t>(mirrored) >= viewCount;
-    bool const isWorse = worst == nullptr ||
-                         (finding.cause == FindingCause::ViewDisagrees &&
-                          worst->cause == FindingCause::ViewDisagrees && finding.value > worst->value);
+    bool const isWorse =
+        worst == nullptr || (finding.cause == FindingCause::ViewDisagrees &&
+                             worst->cause == FindingCause::ViewDisagrees && finding.value > worst->value);
     if (isOfView(finding) && finding.view >= 0 && !isEverywhere && isWorse) {
       worst = &finding;
     }
@@ -208,6 +209,31 @@ AdjustmentSettings possibleSettings(std::vector<CalibratedView> const& views,
   return settings;
 }
 
+/// What views of so many devices, with or without figures of their images, cannot show.
+std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& views, std::size_t deviceCount) {
+  std::vector<FindingCause> causes;
+  auto const isUsed = [](CalibratedView const& view) { return view.isUsed(); };
+  if (!std::all_of(views.begin(), views.end(),
+                   [](auto const& view) { return !view.isUsed() || view.isCounted; })) {
+    causes.push_back(FindingCause::BentTarget);
+  }
+  constexpr auto fewestForOneWrong = 4;
+  if (std::count_if(views.begin(), views.end(), isUsed) < fewestForOneWrong) {
+    causes.push_back(FindingCause::WrongView);
+  }
+  if (deviceCount < 2) {
+    causes.insert(causes.end(),
+                  {FindingCause::ViewDisagrees, FindingCause::DeviceMoved, FindingCause::FocusChanged});
+  }
+  if (std::none_of(views.begin(), views.end(), [](auto const& view) { return view.figures.has_value(); })) {
+    for (int cause = static_cast<int>(FindingCause::Gamma);
+         cause <= static_cast<int>(FindingCause::MovedDuring); ++cause) {
+      causes.push_back(static_cast<FindingCause>(cause));
+    }
+  }
+  return causes;
+}
+
 } // namespace
 
 std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views) {
@@ -259,8 +285,7 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     std::vector<Finding> findings;
     try {
       adjustment = adjuster.adjust(views, adjustmentSettings, observer.ifWatched());
-      findings =
-          counted(diagnose(views, adjustment, observer.ifWatched()), usedNumbers(calibration.views));
+      findings = counted(diagnose(views, adjustment, observer.ifWatched()), usedNumbers(calibration.views));
     } catch (Cancelled const&) {
       throw;
     } catch (Exception const& e) {
@@ -274,6 +299,8 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
       take(calibration, views, std::move(adjustment), adjustmentSettings, adjuster);
       said.insert(said.end(), findings.begin(), findings.end());
+      calibration.report.untested =
+          untestedCauses(calibration.views, calibration.report.adjustment->models.size());
       return;
     }
     CalibratedView& view = calibration.views[static_cast<std::size_t>(leaving->view)];

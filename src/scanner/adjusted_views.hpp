@@ -23,19 +23,21 @@ struct ViewAdjuster {
   std::function<void(Adjustment const&)> take;
 };
 
-/// The used views, as adjustments take them: all dots of the first device, with those of the second one beside
-/// them, and dots that only the second one sees.
+/// The used views, as adjustments take them: all dots of the first device, with those of the second one
+/// beside them, and dots that only the second one sees.
 std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views);
 
-/// Adds what is found of the used views' images to the report. Views of which it says that the target moved are
-/// left out, unless that is so of more than a third of them or `CalibrationSettings::outlierRatio` keeps every
-/// view.
+/// Adds what is found of the used views' images to the report. Views of which it says that the target moved
+/// are left out, unless that is so of more than a third of them or `CalibrationSettings::outlierRatio` keeps
+/// every view.
 void diagnoseImages(Calibration& calibration, CalibrationSettings const& settings);
 
 /// Adjusts the used views together and diagnoses them. Views that a finding names are left out, unless
-/// `CalibrationSettings::outlierRatio` keeps every view; the object, residuals and report are those of the last
-/// adjustment. Where the views cannot be adjusted the calibration stays as it is and the report says why.
-/// @throws Exception when the diagnosis shows that no calibration holds for the views, or when fewer than three
+/// `CalibrationSettings::outlierRatio` keeps every view; the object, residuals and report are those of the
+/// last adjustment. Where the views cannot be adjusted the calibration stays as it is and the report says
+/// why.
+/// @throws Exception when the diagnosis shows that no calibration holds for the views, or when fewer than
+/// three
 ///         are left; Cancelled
 void adjustViews(Calibration& calibration, CalibrationSettings const& settings, ViewAdjuster const& adjuster,
                  Progress const& progress);

@@ -45,9 +45,9 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
                    Observer* watch) { return adjustCamera(adjusted, calibration.object, how, watch); },
                calibrateUsed,
                [&](Adjustment const& adjustment) {
-         calibration.object = adjustment.models[0];
-         calibration.object.setCovariance(covarianceOf(adjustment));
-       }},
+                 calibration.object = adjustment.models[0];
+                 calibration.object.setCovariance(covarianceOf(adjustment));
+               }},
               progress.part(0.95, 1.0));
   calibration.report.devices = {deviceReport("camera", calibration.object, calibration.views, 0)};
   progress.at("calibrating", 1.0);

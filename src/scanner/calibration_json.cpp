@@ -118,8 +118,9 @@ nlohmann::json toJson(Adjustment const& adjustment, CalibrationReport const& rep
 }
 
 nlohmann::json toJson(Finding const& finding, Calibration const& calibration) {
-  nlohmann::json json = {{"cause", nameOf(finding.cause)}, {"value", finding.value}, {"limit", finding.limit},
-                         {"text", finding.text},           {"advice", finding.advice}, {"grave", finding.isGrave}};
+  nlohmann::json json = {{"cause", nameOf(finding.cause)}, {"value", finding.value},
+                         {"limit", finding.limit},         {"text", finding.text},
+                         {"advice", finding.advice},       {"grave", finding.isGrave}};
   if (finding.view >= 0) {
     json["view"] = calibration.views[static_cast<std::size_t>(finding.view)].name;
   }
@@ -172,6 +173,10 @@ nlohmann::json toJson(Calibration const& calibration) {
     addAdjusted(json["views"], report);
     json["adjustment"] = toJson(*report.adjustment, report);
     json["findings"] = nlohmann::json::array();
+    json["untested"] = nlohmann::json::array();
+  }
+  for (FindingCause const cause : report.untested) {
+    json["untested"].push_back(nameOf(cause));
   }
   if (!report.notAdjusted.empty()) {
     json["notAdjusted"] = report.notAdjusted;

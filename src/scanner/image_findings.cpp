@@ -29,7 +29,6 @@ struct ImageCause {
   char const* text; ///< # stands for the figure
   int digits;
   double factor; ///< of the number in the text
-  char const* advice;
 };
 
 bool isFlickering(ViewFigures const& view) {
@@ -63,46 +62,38 @@ std::vector<ImageCause> const& imageCauses() {
        [](ViewFigures const& v) {
          return isClipped(v) ? explained : larger(v.columns.secondHarmonic, v.rows.secondHarmonic);
        },
-       0.02, false,
-       "camera or projector are not linear: the fringes hold # % at twice their frequency", 1, 100,
-       "Set the gamma of camera and projector to 1, and switch image enhancements off."},
+       0.02, false, "camera or projector are not linear: the fringes hold # % at twice their frequency", 1,
+       100},
       {FindingCause::Flicker, -1,
        [](ViewFigures const& v) { return larger(v.columns.flicker, v.rows.flicker); }, 0.003, false,
-       "the light changes from image to image by # %", 1, 100,
-       "Expose for whole periods of the projector's and the room's lamps."},
+       "the light changes from image to image by # %", 1, 100},
       {FindingCause::Bands, -1,
        [](ViewFigures const& v) {
          return isBent(v) || isClipped(v) ? explained : larger(v.columns.bands, v.rows.bands);
-       }, 5,
-       false, "bands run through the images, # times above the noise", 1, 1,
-       "Expose for whole periods of the projector's and the room's lamps, or use a global shutter."},
+       },
+       5, false, "bands run through the images, # times above the noise", 1, 1},
       {FindingCause::Overexposed, 0,
        [](ViewFigures const& v) { return larger(v.columns.clipped, v.rows.clipped); }, 0.002, false,
-       "# % of the fringe images are overexposed", 1, 100, "Expose less, or close the camera's aperture."},
+       "# % of the fringe images are overexposed", 1, 100},
       {FindingCause::TargetOverexposed, 0, [](ViewFigures const& v) { return v.targetClipped; }, 0.02, false,
-       "# % of the target image are overexposed", 1, 100, "Expose the target image less."},
-      {FindingCause::TooDark, -1, [](ViewFigures const& v) { return isBlurred(v) ? fullRange : v.columns.amplitude; }, 8, true,
-       "the fringes are dark: their amplitude is # of 255 grey values", 1, 1,
-       "Expose longer, open the camera's aperture, or come nearer."},
+       "# % of the target image are overexposed", 1, 100},
+      {FindingCause::TooDark, -1,
+       [](ViewFigures const& v) { return isBlurred(v) ? fullRange : v.columns.amplitude; }, 8, true,
+       "the fringes are dark: their amplitude is # of 255 grey values", 1, 1},
       {FindingCause::CameraBlurred, 0, [](ViewFigures const& v) { return v.cameraBlur; }, 1.6, false,
-       "the camera is out of focus: edges are blurred with a deviation of # px", 1, 1,
-       "Focus the camera on the middle of the volume, or close its aperture."},
+       "the camera is out of focus: edges are blurred with a deviation of # px", 1, 1},
       {FindingCause::ProjectorBlurred, 1,
-       [](ViewFigures const& v) {
-         return isBlurred(v) ? 1 : v.columns.amplitude / v.rows.amplitude;
-       },
-       0.35, true, "the projector is out of focus: the columns' fringes have # % of the rows' amplitude", 0, 100,
-       "Focus the projector on the middle of the volume."},
+       [](ViewFigures const& v) { return isBlurred(v) ? 1 : v.columns.amplitude / v.rows.amplitude; }, 0.35,
+       true, "the projector is out of focus: the columns' fringes have # % of the rows' amplitude", 0, 100},
       {FindingCause::Staircase, 1,
        [](ViewFigures const& v) {
          return isFlickering(v) || isBent(v) ? explained : larger(v.columns.staircase, v.rows.staircase);
        },
-       0.01, false, "the projector is too sharp: the decoded coordinates repeat with its pixels by # px", 3, 1,
-       "Defocus the projector by half of a pixel."},
-      {FindingCause::RoomLight, -1, [](ViewFigures const& v) { return isBent(v) || isBlurred(v) ? 1 : v.rows.contrast; },
-       0.45, true,
-       "light of the room: the rows' fringes have # % of the light's mean", 0, 100,
-       "Darken the room, or expose less with a brighter projector."},
+       0.01, false, "the projector is too sharp: the decoded coordinates repeat with its pixels by # px", 3,
+       1},
+      {FindingCause::RoomLight, -1,
+       [](ViewFigures const& v) { return isBent(v) || isBlurred(v) ? 1 : v.rows.contrast; }, 0.45, true,
+       "light of the room: the rows' fringes have # % of the light's mean", 0, 100},
   };
   return causes;
 }
@@ -140,7 +131,7 @@ void find(ImageCause const& cause, std::vector<NamedFigures> const& views, std::
     std::string text = cause.text;
     text.replace(text.find('#'), 1, number(cause.factor * value, cause.digits));
     findings.push_back({cause.cause, found.size() == 1 ? static_cast<int>(worst) : -1, cause.device, value,
-                        cause.limit, named(views, found, worst) + ": " + text, cause.advice, false});
+                        cause.limit, named(views, found, worst) + ": " + text, adviceOf(cause.cause), false});
   }
 }
 
@@ -159,15 +150,15 @@ void findMotion(NamedFigures const& view, int index, std::vector<Finding>& findi
     return;
   }
   bool const isBefore = figures.movedBefore >= figures.movedBetween;
-  FindingCause const cause = isCreeping(figures)  ? FindingCause::MovedDuring
-                             : isBefore           ? FindingCause::MovedBefore
-                                                  : FindingCause::MovedBetween;
+  FindingCause const cause = isCreeping(figures) ? FindingCause::MovedDuring
+                             : isBefore          ? FindingCause::MovedBefore
+                                                 : FindingCause::MovedBetween;
   std::string const when = cause == FindingCause::MovedDuring   ? "while the sequences were shown"
                            : cause == FindingCause::MovedBefore ? "between the target image and the columns"
                                                                 : "between the columns and the rows";
   findings.push_back({cause, index, -1, motion, mostMotion,
                       view.name + ": the target moved " + when + " by " + number(motion, 2) + " px",
-                      "Put the target down, and wait until it stands still before the first image.", true});
+                      adviceOf(cause), true});
 }
 
 } // namespace

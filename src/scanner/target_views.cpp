@@ -181,7 +181,7 @@ int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& labe
   int const readings = settings.target
                            ? findDescribed(points, image, label, settings, observer.ifWatched())
                            : findByDetector(points, image, label, settings.detector, observer.ifWatched());
-  view.result.isCounted = view.result.isCounted && readings == 1;
+  view.result.isCounted = view.result.isCounted && readings != 0;
   return readings;
 }
 

@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vorn/mv/calib/diagnosis.hpp>
+
 #include "support/file_content.hpp"
 #include "support/tool_run.hpp"
 
@@ -96,6 +98,15 @@ TEST(Documentation, CodeIsThatOfExamples) {
   }
   constexpr int fewest = 25;
   EXPECT_GT(count, fewest);
+}
+
+TEST(Documentation, TroubleshootingNamesAllFindingsWithTheirAdvice) {
+  std::string const text = contentOf(source / "docs/troubleshooting.md");
+  for (int i = 0; i <= static_cast<int>(mv::FindingCause::MovedDuring); ++i) {
+    auto const cause = static_cast<mv::FindingCause>(i);
+    EXPECT_NE(text.find("| `" + mv::nameOf(cause) + "` |"), std::string::npos) << mv::nameOf(cause);
+    EXPECT_NE(text.find("| " + mv::adviceOf(cause) + " |"), std::string::npos) << mv::adviceOf(cause);
+  }
 }
 
 /// A property's type, default and allowed values.

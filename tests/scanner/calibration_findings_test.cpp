@@ -122,7 +122,9 @@ std::vector<ImageFault> imageFaults() {
   return {
       {"gamma", bendLight},
       {"flicker",
-       [](ScannerView& view) { change(view, [](cv::Mat& image, int k) { image *= k % 2 == 0 ? 1.03 : 0.97; }); }},
+       [](ScannerView& view) {
+         change(view, [](cv::Mat& image, int k) { image *= k % 2 == 0 ? 1.03 : 0.97; });
+       }},
       {"bands",
        [](ScannerView& view) {
          change(view, [](cv::Mat& image, int k) {
@@ -139,7 +141,8 @@ std::vector<ImageFault> imageFaults() {
          change(
              view, [](cv::Mat& image, int) { cv::GaussianBlur(image, image, cv::Size(), 2); }, true);
        }},
-      {"roomLight", [](ScannerView& view) { change(view, [](cv::Mat& image, int) { image = image * 0.6 + 90; }); }},
+      {"roomLight",
+       [](ScannerView& view) { change(view, [](cv::Mat& image, int) { image = image * 0.6 + 90; }); }},
       {"projectorBlurred",
        [](ScannerView& view) {
          // What a blur along the columns' fringes leaves of their amplitude.
@@ -166,9 +169,9 @@ TEST(CalibrationFindings, NameWhatIsWrongWithTheImages) {
     }
     fault.apply(views[2]);
     ScannerCalibration const calibration = calibrateScanner(views, settings());
-    auto const found = std::find_if(
-        calibration.report.findings.begin(), calibration.report.findings.end(),
-        [&](Finding const& finding) { return nameOf(finding.cause) == fault.cause; });
+    auto const found =
+        std::find_if(calibration.report.findings.begin(), calibration.report.findings.end(),
+                     [&](Finding const& finding) { return nameOf(finding.cause) == fault.cause; });
     ASSERT_NE(found, calibration.report.findings.end()) << fault.cause << " " << calibration.views[2].reason;
     EXPECT_EQ(found->view, 2) << fault.cause;
     EXPECT_NE(found->text.find("pose_02"), std::string::npos) << found->text;

@@ -47,6 +47,7 @@ struct CalibrateOptions {
   bool isLaser = false;
   bool isAdjusted = true;
   bool isRefused = true;
+  bool hasPrism = false;
   double contrast = mv::LaserLineOptions().minContrast;
   TargetOptions target;
   PitchOption pitch;
@@ -185,6 +186,9 @@ void run(CalibrateOptions const& options, Report& report) {
   note(settings, report);
   settings.isAdjusted = options.isAdjusted;
   settings.isRefused = options.isRefused;
+  if (options.hasPrism) {
+    settings.adjustment.lens = mv::AdjustmentSettings::Lens::ThinPrism;
+  }
   settings.line.minContrast = options.contrast;
   double const pitch =
       settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
@@ -247,6 +251,8 @@ void addCalibrateCommand(CLI::App& app) {
   command
       ->add_flag("!--keep-moved", options->isRefused,
                  "Calibrate although a device was moved, or its focus changed, between two views")
+      ->excludes(separate);
+  command->add_flag("--prism", options->hasPrism, "Lenses with thin prism terms beside the five coefficients")
       ->excludes(separate);
   command->add_option("--plot", options->plot, "Picture (or .svg) of the reprojection errors");
   command->add_option("--overlay", options->overlays,

@@ -81,8 +81,8 @@ public:
 
 private:
   void add(FindingCause cause, int view, int device, double value, double limit, std::string text,
-           std::string advice, bool isGrave) {
-    findings_.push_back({cause, view, device, value, limit, std::move(text), std::move(advice), isGrave});
+           bool isGrave) {
+    findings_.push_back({cause, view, device, value, limit, std::move(text), adviceOf(cause), isGrave});
   }
 
   void findMirrored() {
@@ -92,7 +92,7 @@ private:
         if (turn < 0) {
           add(FindingCause::Mirrored, static_cast<int>(i), device, turn, 0,
               named(views_[i], static_cast<int>(i)) + ": the image of " + deviceName(device) + " is mirrored",
-              "Turn mirroring off in the camera or projector, and take the views again.", true);
+              true);
         }
       }
     }
@@ -111,23 +111,23 @@ private:
       add(FindingCause::WrongDots, -1, -1, share, mostShare,
           std::to_string(wrong) + " of " + std::to_string(all) +
               " dots are not where they should be; they were left out",
-          "Look for glare, dirt and shadows on the target, and for dots that the edge of the light cuts.",
           false);
     }
   }
 
   void findBentTarget() {
     constexpr double leastSignificance = 6;
-    constexpr double mostRatio = 0.5;
+    constexpr double leastShare = 0.5;
     TargetShape const& shape = adjustment_.shape;
-    double const ratio = adjustment_.s0 / std::max(shape.flatS0, 1e-9);
+    double const flatExcess = shape.flatS0 * shape.flatS0 - 1;
+    double const explained = shape.flatS0 * shape.flatS0 - adjustment_.s0 * adjustment_.s0;
     if (shape.kind != TargetShape::Kind::Flat && shape.significance > leastSignificance &&
-        ratio < mostRatio) {
+        shape.flatS0 > mostS0 && explained > leastShare * flatExcess) {
       add(FindingCause::BentTarget, -1, -1, shape.significance, leastSignificance,
           "The target is off its shape by " + rounded(shape.rms, 3) + " root mean square, bent by " +
               rounded(shape.sagX, 3) + " along x and " + rounded(shape.sagY, 3) +
               " along y; the calibration takes it into account",
-          "Glue the target to something stiff and flat, or keep the shape found with it.", false);
+          false);
     }
   }
 
@@ -166,7 +166,7 @@ private:
     add(FindingCause::WrongView, static_cast<int>(worst), -1, ratio, mostRatio,
         named(views_[worst], static_cast<int>(worst)) + ": without this view the residuals are " +
             rounded(100 * ratio, 0) + " % of what they are with it",
-        "Leave the view out: the target moved while it was taken, or its images are of several poses.", true);
+        true);
     return true;
   }
 
@@ -207,7 +207,7 @@ private:
         add(FindingCause::FocusChanged, index, device, alone, mostS0,
             "Focus or zoom of " + deviceName(device) + " changed before " + named(views_[best], index) +
                 ": by itself its residuals are " + rounded(alone, 1) + " times its noise",
-            "Fix the lens's rings, and take all views again.", true);
+            true);
         return true;
       }
     }
@@ -216,7 +216,7 @@ private:
     add(FindingCause::DeviceMoved, index, -1, ratio, mostRatio,
         "A device moved before " + named(views_[best], index) + ": the two turned by " + rounded(degrees, 3) +
             " degrees to each other, shifted by " + rounded(cv::norm(before.t - split.otherStations[0].t), 3),
-        "Fix both devices to one stiff base, and take all views again.", true);
+        true);
     return true;
   }
 
@@ -238,7 +238,7 @@ private:
         add(FindingCause::ViewDisagrees, static_cast<int>(i), -1, chi2, mostChi2,
             named(views_[i], static_cast<int>(i)) +
                 ": shows the devices elsewhere to each other than the other views do",
-            "Leave the view out: the target or a device moved while it was taken.", true);
+            true);
       }
     }
   }
@@ -266,14 +266,17 @@ private:
       double const squares = squaresOf(bundle_, transfersOf(bundle_)).total();
       double const gain = gainOf(bundle_, prism);
       double const ratio = squares / std::max(squares - gain, 1e-300);
-      if (ratio > mostRatio && gain > leastGain) {
+      // Where other faults are left, prism terms would take up a part of those.
+      constexpr double mostLeft = 1.2;
+      bool const isExplained = adjustment_.s0 < mostLeft * std::sqrt(ratio);
+      if (ratio > mostRatio && gain > leastGain && isExplained) {
         findings.push_back(
             {FindingCause::LensModel, -1, device, ratio, mostRatio,
              "The lens of " + deviceName(device) +
                  " needs more than five coefficients: thin prism terms lower the squares by the "
                  "factor " +
                  rounded(ratio, 2),
-             "Adjust with AdjustmentSettings::Lens::ThinPrism.", false});
+             adviceOf(FindingCause::LensModel), false});
       }
     }
     // The lens that gains most: the other one takes its errors up in part.
@@ -290,16 +293,14 @@ private:
       double const share = coverageOf(views_, device, size);
       if (share < leastCoverage[device] && isFree(device)) {
         add(FindingCause::Coverage, -1, device, share, leastCoverage[device],
-            "The dots fill " + rounded(100 * share, 0) + " % of the image of " + deviceName(device),
-            "Hold the target into the corners too, or nearer.", false);
+            "The dots fill " + rounded(100 * share, 0) + " % of the image of " + deviceName(device), false);
       }
     }
     constexpr double leastTilt = 25;
     double const tilt = greatestTiltOf(adjustment_.poses);
     if (tilt < leastTilt && (isFree(0) || (deviceCount() > 1 && isFree(1)))) {
       add(FindingCause::SmallTilts, -1, -1, tilt, leastTilt,
-          "The target's directions differ by " + rounded(tilt, 0) + " degrees at most",
-          "Tilt the target by 20 to 40 degrees to all sides.", false);
+          "The target's directions differ by " + rounded(tilt, 0) + " degrees at most", false);
     }
     constexpr double leastMotion = 2;
     for (std::size_t i = 0; i < views_.size(); ++i) {
@@ -309,7 +310,7 @@ private:
           add(FindingCause::SamePose, static_cast<int>(i), -1, motion, leastMotion,
               named(views_[i], static_cast<int>(i)) + ": shows the same pose as " +
                   named(views_[j], static_cast<int>(j)) + ", to " + rounded(motion, 1) + " px",
-              "Move the target between views.", false);
+              false);
         }
       }
     }
@@ -361,15 +362,6 @@ private:
 };
 
 } // namespace
-
-std::string nameOf(FindingCause cause) {
-  static char const* const names[] = {
-      "wrongDots",        "bentTarget", "wrongView",   "viewDisagrees",     "deviceMoved",  "focusChanged",
-      "coverage",         "smallTilts", "mirrored",    "samePose",          "lensModel",    "gamma",
-      "flicker",          "bands",      "overexposed", "targetOverexposed", "tooDark",      "cameraBlurred",
-      "projectorBlurred", "staircase",  "roomLight",   "movedBefore",       "movedBetween", "movedDuring"};
-  return names[static_cast<std::size_t>(cause)];
-}
 
 std::vector<TransformDeviation> transformDeviations(std::vector<AdjustmentView> const& views,
                                                     Adjustment const& adjustment) {

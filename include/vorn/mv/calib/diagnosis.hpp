@@ -45,6 +45,9 @@ enum class FindingCause {
 /// The name of a cause in files: "wrongDots", "bentTarget" and so on, as the enumerators.
 [[nodiscard]] VORN_API std::string nameOf(FindingCause cause);
 
+/// What to do about a cause, one sentence.
+[[nodiscard]] VORN_API std::string adviceOf(FindingCause cause);
+
 /// Something that is wrong with a calibration, or that its user should know.
 struct Finding {
   /// What.

@@ -89,7 +89,8 @@ struct CalibratedView {
   std::string reason;
   /// What is missing in a view that takes part all the same; mostly empty.
   std::string remark;
-  /// Whether the target's marks or its shape tell its dots apart in every device's image.
+  /// Whether every device's image tells which dot of the target is which; where the target looks the same
+  /// turned, it is taken as turned least against the image.
   bool isCounted = true;
   /// The target as each device sees it, the first one a camera.
   std::vector<ViewPoints> devices;
@@ -137,6 +138,8 @@ struct CalibrationReport {
   /// What is wrong with the views, or should be known. `Finding::view` counts in `Calibration::views`; what
   /// is said of a view that is not used is why it was left out.
   std::vector<Finding> findings;
+  /// The causes that these views cannot show, such as those of fringe images where there are none.
+  std::vector<FindingCause> untested;
 };
 
 /// What every calibration gives beside the calibrated object.

@@ -11,19 +11,19 @@
 
 namespace vorn::mv {
 
-/// What the images of one sequence of fringes on a target tell of the light and of motion, on the target's dots
-/// or ground, where it is lit and away from edges. NaN where the images do not tell.
+/// What the images of one sequence of fringes on a target tell of the light and of motion, on the target's
+/// dots or ground, where it is lit and away from edges. NaN where the images do not tell.
 struct SequenceFigures {
   static constexpr double untold = std::numeric_limits<double>::quiet_NaN();
 
   /// Amplitude of what the four fringe images hold at twice the phase, as a share of the fringe's: 0 where
   /// camera and projector are linear.
   double secondHarmonic = untold;
-  /// How much the first and third fringe image are brighter than the second and fourth, as a share of the mean:
-  /// lamps that flicker.
+  /// How much the first and third fringe image are brighter than the second and fourth, as a share of the
+  /// mean: lamps that flicker.
   double flicker = untold;
-  /// How much that share changes from image row to row, as a multiple of what noise makes of it: 1 where lamps
-  /// do not beat with a rolling shutter.
+  /// How much that share changes from image row to row, as a multiple of what noise makes of it: 1 where
+  /// lamps do not beat with a rolling shutter.
   double bands = untold;
   /// Share of samples of the fringe images at the upper end of their range.
   double clipped = untold;
@@ -58,10 +58,10 @@ struct NamedFigures {
   ViewFigures figures;
 };
 
-/// Names what is wrong with the images of a scanner's views: gamma, flicker, bands, exposure, focus, sharpness,
-/// light of the room, and a target that moved. Single faults of this kind change a calibration by less than its
-/// noise, but for motion, and spoil the scans that follow. Findings of motion count views; others stand for
-/// all views that they name.
+/// Names what is wrong with the images of a scanner's views: gamma, flicker, bands, exposure, focus,
+/// sharpness, light of the room, and a target that moved. Single faults of this kind change a calibration by
+/// less than its noise, but for motion, and spoil the scans that follow. Findings of motion count views;
+/// others stand for all views that they name.
 [[nodiscard]] VORN_API std::vector<Finding> diagnoseImages(std::vector<NamedFigures> const& views);
 
 } // namespace vorn::mv
