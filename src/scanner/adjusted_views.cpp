@@ -136,7 +136,7 @@ void take(Calibration& calibration, std::vector<AdjustmentView> const& views, Ad
     }
   }
   calibration.report.deviations = transformDeviations(views, adjustment);
-  adjuster.take(adjustment);
+  adjuster.take(adjustment, views);
   calibration.report.adjustment = std::move(adjustment);
 }
 

@@ -19,8 +19,8 @@ struct ViewAdjuster {
   std::function<Adjustment(std::vector<AdjustmentView> const&, AdjustmentSettings const&, Observer*)> adjust;
   /// Calibrates the object anew after a view was left out.
   std::function<void()> recalibrate;
-  /// Gives the object the models and the transform.
-  std::function<void(Adjustment const&)> take;
+  /// Gives the object the models and the transform of the adjustment of some views.
+  std::function<void(Adjustment const&, std::vector<AdjustmentView> const&)> take;
 };
 
 /// The used views, as adjustments take them: all dots of the first device, with those of the second one

@@ -44,7 +44,7 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
               {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how,
                    Observer* watch) { return adjustCamera(adjusted, calibration.object, how, watch); },
                calibrateUsed,
-               [&](Adjustment const& adjustment) {
+               [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& /*views*/) {
                  calibration.object = adjustment.models[0];
                  calibration.object.setCovariance(covarianceOf(adjustment));
                }},

@@ -66,6 +66,15 @@ cv::Size guessProjector(std::vector<CalibratedView> const& views,
   return guessProjector(all.columns, all.rows);
 }
 
+/// Nothing where the devices do not both see the volume, or the error is not calibrated.
+std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, WorkingVolume const& volume) {
+  try {
+    return PointUncertainty(scanner).over(volume);
+  } catch (Exception const&) {
+    return std::nullopt;
+  }
+}
+
 } // namespace
 
 ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
@@ -123,11 +132,12 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
          return adjustScanner(adjusted, object.getCameraModel(), object.getProjectorModel(), how, watch);
        },
        calibrateUsed,
-       [&](Adjustment const& adjustment) {
+       [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& adjusted) {
          object.getCameraModel() = adjustment.models[0];
          object.getProjectorModel() = adjustment.models[1];
          object.setTransform(adjustment.transform);
          object.setCovariance(covarianceOf(adjustment));
+         calibration.report.predicted = predictedError(object, workingVolume(adjustment, adjusted));
        }},
       progress.part(0.92, 0.95));
   calibration.report.rotationDefect = agreedRotationDefect(meanTransform);

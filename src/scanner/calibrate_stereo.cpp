@@ -97,7 +97,7 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
          return adjustStereo(adjusted, stereo.getCameraModel0(), stereo.getCameraModel1(), how, watch);
        },
        calibrateUsed,
-       [&](Adjustment const& adjustment) {
+       [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& /*views*/) {
          StereoCamera& object = calibration.object;
          object.setCameraModels(adjustment.models[0], adjustment.models[1]);
          object.setTransform(adjustment.transform);

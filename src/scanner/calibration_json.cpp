@@ -175,6 +175,17 @@ nlohmann::json toJson(Calibration const& calibration) {
     json["findings"] = nlohmann::json::array();
     json["untested"] = nlohmann::json::array();
   }
+  if (report.predicted) {
+    PredictedError const& predicted = *report.predicted;
+    json["predicted"] = {
+        {"raw", predicted.raw},
+        {"rigid", predicted.rigid},
+        {"scale", predicted.scale},
+        {"bar", predicted.bar},
+        {"barLength", predicted.barLength},
+        {"worst", predicted.worst},
+        {"worstPlace", {predicted.worstPlace.x, predicted.worstPlace.y, predicted.worstPlace.z}}};
+  }
   for (FindingCause const cause : report.untested) {
     json["untested"].push_back(nameOf(cause));
   }

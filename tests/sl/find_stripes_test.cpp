@@ -89,7 +89,8 @@ StripeErrors errorsOf(std::vector<StripePoint> const& points, double slope,
   return e;
 }
 
-/// How many crossings there are of the borders at which bits change, along camera rows, by walking along them.
+/// How many crossings there are of the borders at which bits change, along camera rows, by walking along
+/// them.
 double edgesAlongRows(PatternSet const& set, PatternCapture const& capture) {
   double count = 0.0;
   for (PatternImage const& image : set.images) {
@@ -99,7 +100,8 @@ double edgesAlongRows(PatternSet const& set, PatternCapture const& capture) {
     for (int y = 0; y < capture.size.height; ++y) {
       auto const isLit = [&](int x) {
         double const pixel = std::floor(capture.column(x, y) + 0.5);
-        return PatternCapture::isLit(image, static_cast<long>(std::floor((pixel + image.shift) / image.cell)));
+        return PatternCapture::isLit(image,
+                                     static_cast<long>(std::floor((pixel + image.shift) / image.cell)));
       };
       for (int x = 0; x + 1 < capture.size.width; ++x) {
         count += isLit(x) != isLit(x + 1) ? 1.0 : 0.0;
@@ -222,7 +224,8 @@ TEST(PatternSetLines, AreDescribedGeneratedAndChecked) {
   EXPECT_EQ(read.images.back().describe(), "lines of period 8 along rows");
   EXPECT_EQ(read.images.back().shift, 3.0);
   EXPECT_EQ(read.images.back().cell, 2.0);
-  for (auto const& [bad, part] : {std::pair(lines(1.0, 1.0, 0.0), "period 1 "), {lines(8.0, 8.0, 0.0), "cell 8 "},
+  for (auto const& [bad, part] : {std::pair(lines(1.0, 1.0, 0.0), "period 1 "),
+                                  {lines(8.0, 8.0, 0.0), "cell 8 "},
                                   {lines(8.0, 1.0, 0.5), "shift 0.5 "}}) {
     set.images.back() = bad;
     expectError([&] { set.validate(); }, part);

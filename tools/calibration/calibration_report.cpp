@@ -113,6 +113,15 @@ std::string adjustedText(mv::CalibrationReport const& report) {
     out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "
         << shape.sagX << " mm along x and " << shape.sagY << " mm along y; taken into account\n";
   }
+  if (report.predicted && report.predicted->barCount > 0) {
+    constexpr double micrometres = 1000;
+    constexpr double ppm = 1e6;
+    mv::PredictedError const& error = *report.predicted;
+    out << std::setprecision(1) << "expected error where the target was: shape " << micrometres * error.rigid
+        << " um, scale " << ppm * error.scale << " ppm, lengths of " << std::setprecision(0)
+        << error.barLength << " mm " << std::setprecision(1) << micrometres * error.bar
+        << " um, beside the pitch's own\n";
+  }
   return out.str();
 }
 

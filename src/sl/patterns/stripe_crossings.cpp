@@ -41,9 +41,9 @@ EdgeSample edgeSample(double contrast, double plateau, double sigma) {
 class Row {
 public:
   Row(ComparedImage const& image, int y, float leastDeviations)
-      : contrast_(image.contrast[y]), sigma_(image.sigma[y]),
-        above_(image.contrast[std::max(0, y - 1)]), below_(image.contrast[std::min(y + 1, image.contrast.rows - 1)]),
-        columns_(image.contrast.cols), least_(leastDeviations) {}
+      : contrast_(image.contrast[y]), sigma_(image.sigma[y]), above_(image.contrast[std::max(0, y - 1)]),
+        below_(image.contrast[std::min(y + 1, image.contrast.rows - 1)]), columns_(image.contrast.cols),
+        least_(leastDeviations) {}
 
   /// Of an edge between a column and the next.
   std::optional<Crossing> edgeAt(int x) const {
@@ -94,7 +94,8 @@ public:
     double const slope = 0.5 * (l[0] - l[2]);
     double const place = slope / bend;
     double const by[3] = {(0.5 - place) / bend, 2.0 * place / bend, (-0.5 - place) / bend};
-    double const variance = by[0] * by[0] * s[0] * s[0] + by[1] * by[1] * s[1] * s[1] + by[2] * by[2] * s[2] * s[2];
+    double const variance =
+        by[0] * by[0] * s[0] * s[0] + by[1] * by[1] * s[1] * s[1] + by[2] * by[2] * s[2] * s[2];
     return Crossing{0, static_cast<float>(x + place), static_cast<float>(std::sqrt(variance))};
   }
 

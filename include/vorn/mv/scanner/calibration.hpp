@@ -17,6 +17,7 @@
 #include <vorn/mv/calib/diagnosis.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/target_description.hpp>
+#include <vorn/mv/scanner/point_uncertainty.hpp>
 #include <vorn/mv/scanner/view_figures.hpp>
 
 /// What all calibrations from target views have in common: settings, what became of every view, figures.
@@ -135,6 +136,8 @@ struct CalibrationReport {
   /// How far the devices stand elsewhere to each other in each used view, in their order; with an adjustment
   /// of two devices.
   std::vector<TransformDeviation> deviations;
+  /// What the calibration is expected to be wrong by where the target was; of an adjusted scanner.
+  std::optional<PredictedError> predicted;
   /// What is wrong with the views, or should be known. `Finding::view` counts in `Calibration::views`; what
   /// is said of a view that is not used is why it was left out.
   std::vector<Finding> findings;
