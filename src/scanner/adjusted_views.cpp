@@ -88,6 +88,31 @@ void dropStrays(ViewPoints& points, std::vector<cv::Point2f> const& leftOut) {
   points = std::move(kept);
 }
 
+/// Model minus measurement where the target truly lies.
+std::vector<cv::Point2f> residualsOf(ViewPoints const& points, std::size_t device, cv::Matx44d const& pose,
+                                     Adjustment const& adjustment) {
+  std::vector<cv::Point2f> residuals =
+      adjustment.models[device].calcImagePoints(trueDots(points.objPnts, adjustment.shape), pose);
+  for (std::size_t i = 0; i < residuals.size(); ++i) {
+    residuals[i] -= points.imgPnts[i];
+  }
+  return residuals;
+}
+
+/// The residuals of both cameras, with the pose that the other one alone sees.
+void fillJoint(std::vector<CalibratedView*> const& used, Adjustment const& adjustment) {
+  cv::Matx44d const from_1_to_0 = adjustment.transform;
+  cv::Matx44d const from_0_to_1 = adjustment.transform.inv();
+  for (CalibratedView* view : used) {
+    ViewPoints& first = view->devices[0];
+    ViewPoints& second = view->devices[1];
+    cv::Matx44d const pose0 = adjustment.models[0].estimate(first.imgPnts, first.objPnts);
+    cv::Matx44d const pose1 = adjustment.models[1].estimate(second.imgPnts, second.objPnts);
+    first.jointResiduals = residualsOf(first, 0, from_1_to_0 * pose1, adjustment);
+    second.jointResiduals = residualsOf(second, 1, from_0_to_1 * pose0, adjustment);
+  }
+}
+
 /// The residuals of one device from the common poses.
 void fillAdjusted(std::vector<CalibratedView*> const& used, std::size_t device,
                   Adjustment const& adjustment) {
@@ -95,12 +120,7 @@ void fillAdjusted(std::vector<CalibratedView*> const& used, std::size_t device,
       device == 0 ? cv::Matx44d::eye() : cv::Matx44d(adjustment.transform.inv());
   for (std::size_t i = 0; i < used.size(); ++i) {
     ViewPoints& points = used[i]->devices[device];
-    points.residuals = adjustment.models[device].calcImagePoints(trueDots(points.objPnts, adjustment.shape),
-                                                                 device_from_dev0 * adjustment.poses[i]);
-    for (std::size_t k = 0; k < points.residuals.size(); ++k) {
-      points.residuals[k] -= points.imgPnts[k];
-    }
-    points.jointResiduals.clear();
+    points.residuals = residualsOf(points, device, device_from_dev0 * adjustment.poses[i], adjustment);
   }
 }
 
@@ -134,6 +154,9 @@ void take(Calibration& calibration, std::vector<AdjustmentView> const& views, Ad
       adjustment.models[device] =
           cameraModelOf(model.getK(), model.getD(), model.getResolution(), rmsOf(used, device));
     }
+  }
+  if (adjustment.models.size() > 1 && !adjustment.isRead) {
+    fillJoint(used, adjustment);
   }
   calibration.report.deviations = transformDeviations(views, adjustment);
   adjuster.take(adjustment, views);

@@ -10,6 +10,8 @@
 
 #include <vorn/mv/geometry/plane3f.hpp>
 
+#include "tools/calibration/adjustment_plots.hpp"
+#include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/device_outlines.hpp"
 #include "tools/calibration/residual_plot.hpp"
 #include "tools/report/page_tables.hpp"
@@ -66,6 +68,9 @@ void addFindings(Page& page, Calibration const& calibration) {
         {Weight::Warning, "The views were not adjusted together: " + calibration.report.notAdjusted, ""});
   }
   for (mv::Finding const& finding : calibration.report.findings) {
+    if (isLeftOut(finding, calibration)) {
+      continue; // said of the view, below
+    }
     page.findings.push_back(
         {finding.isGrave ? Weight::Failure : Weight::Warning, finding.text, finding.advice});
   }
@@ -220,6 +225,9 @@ void describe(Page& page, Calibration const& calibration, Devices const& devices
   }
   page.tables.push_back(viewTable(calibration));
   addErrorPlots(page, calibration);
+  for (mv::Plot const& plot : adjustmentPlots(calibration, mv::Ground::Light)) {
+    page.add("Views: " + plot.title, "", {plot});
+  }
   for (std::size_t v = 0; v < calibration.views.size(); ++v) {
     if (calibration.views[v].isUsed()) {
       page.outlines.push_back(boardOf(devices, calibration.views[v], v));

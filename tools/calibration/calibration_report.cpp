@@ -169,4 +169,8 @@ std::string table(Calibration const& calibration) {
   return out.str();
 }
 
+bool isLeftOut(mv::Finding const& finding, Calibration const& calibration) {
+  return finding.view >= 0 && !calibration.views[static_cast<std::size_t>(finding.view)].isUsed();
+}
+
 } // namespace vorn::tools

@@ -11,4 +11,7 @@ namespace vorn::tools {
 /// The figures of a calibration as a table.
 std::string table(mv::Calibration const& calibration);
 
+/// Whether a finding is why its view was left out.
+bool isLeftOut(mv::Finding const& finding, mv::Calibration const& calibration);
+
 } // namespace vorn::tools

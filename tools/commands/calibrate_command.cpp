@@ -12,6 +12,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/core/json_file.hpp>
 
+#include "tools/calibration/adjustment_plots.hpp"
 #include "tools/calibration/calibration_page.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
@@ -54,15 +55,21 @@ struct CalibrateOptions {
   std::vector<std::string> assignments;
 };
 
+/// What `--plot` shows.
+std::vector<mv::Plot> plotsOf(mv::Calibration const& calibration, mv::Ground ground) {
+  std::vector<mv::Plot> plots = residualPlots(calibration, ground);
+  std::vector<mv::Plot> const more = adjustmentPlots(calibration, ground);
+  plots.insert(plots.end(), more.begin(), more.end());
+  return plots;
+}
+
 /// Says what is wrong with the views, or should be known; why a view was left out stands in the table.
 void warnOfFindings(mv::Calibration const& calibration, Report& report) {
   if (!calibration.report.notAdjusted.empty()) {
     report.warn("the views were not adjusted together: " + calibration.report.notAdjusted);
   }
   for (mv::Finding const& finding : calibration.report.findings) {
-    bool const isLeftOut =
-        finding.view >= 0 && !calibration.views[static_cast<std::size_t>(finding.view)].isUsed();
-    if (!isLeftOut) {
+    if (!isLeftOut(finding, calibration)) {
       report.warn(finding.text + ". " + finding.advice);
     }
   }
@@ -86,8 +93,7 @@ void finish(CalibrateOptions const& options, SomeCalibration const& calibration,
   }
   std::vector<FileContent> files = report.takeFiles();
   if (!options.plot.empty()) {
-    files.push_back(
-        {options.plot, encodedFigure(options.plot, residualPlots(calibration, options.look.ground()))});
+    files.push_back({options.plot, encodedFigure(options.plot, plotsOf(calibration, options.look.ground()))});
   }
   nlohmann::json json;
   calibration.object.write(json);
