@@ -48,7 +48,7 @@ cv::Vec3d offsetFor(std::vector<cv::Vec3d> const& places) {
     farthest = std::max({farthest, std::abs(box.low[axis]), std::abs(box.high[axis])});
   }
   constexpr double halfStep = 1.0 / (1 << 24); // of floats, relative
-  constexpr double bearable = 1e-6;
+  constexpr double bearable = 1e-5;
   constexpr double least = std::numeric_limits<float>::min();
   if (farthest < least || extent <= 0 || farthest * halfStep <= bearable * extent) {
     return {};

@@ -9,9 +9,9 @@
 namespace vorn::graphic {
 
 /// Sets the object's vertices, and its offset, from coordinates in double precision. There is an offset only
-/// where floats would lose more than a millionth of the extent, so that files near zero, single points, and
-/// doubles that were floats once keep their coordinates as they are. It has as few digits as keep the
-/// vertices within some extents of zero.
+/// where floats would lose more than a hundred-thousandth of the extent, so that files near zero, single
+/// points, and doubles that were floats once keep their coordinates as they are. It has as few digits as keep
+/// the vertices within some extents of zero.
 void setPlaces(GraphicObject& object, std::vector<cv::Vec3d> const& places);
 
 /// The place of a vertex.

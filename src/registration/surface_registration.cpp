@@ -30,6 +30,10 @@ PointCloud withNormals(PointCloud const& cloud, Progress const& progress) {
     NormalSettings settings;
     settings.orientation =
         cloud.isOrganized() ? NormalOrientation::TowardsViewpoint : NormalOrientation::Consistent;
+    if (cloud.offset() != cv::Vec3d()) {
+      settings.viewpoint =
+          cv::Vec3f(-cloud.offset()); // the sensor is at the file's origin, not at the points'
+    }
     copy.calcNormals(settings);
   }
   return copy;

@@ -102,7 +102,7 @@ mv::Registration registered(AlignOptions const& options, mv::PointCloud const& s
   }
 }
 
-void print(mv::Registration const& found, cv::Matx44d const& target_from_source) {
+void print(mv::Registration const& found, cv::Matx44d const& target_from_source, cv::Vec3d const& pivot) {
   std::cout << printed(
       "%.1f %% of the points have a place on the target, %zu used, %.4g RMS off it (sigma %.4g)\n",
       100.0 * found.overlap, found.matches, found.rms, found.sigma);
@@ -115,7 +115,7 @@ void print(mv::Registration const& found, cv::Matx44d const& target_from_source)
   std::cout << printed(
       "standard deviations: turn %.3g %.3g %.3g mrad, shift %.3g %.3g %.3g about (%.4g, %.4g, %.4g)\n",
       milli * deviation(0), milli * deviation(1), milli * deviation(2), deviation(3), deviation(4),
-      deviation(5), found.pivot[0], found.pivot[1], found.pivot[2]);
+      deviation(5), pivot[0], pivot[1], pivot[2]);
   std::cout << printed("%s after %d iterations\n",
                        found.stop == mv::RegistrationStop::Converged ? "converged" : "stopped",
                        found.iterations);
@@ -249,7 +249,8 @@ void run(AlignOptions& options, Report& report) {
         "coordinates are so far from zero that floats resolve them to %.3g, more than the noise of %.3g",
         found.resolution, found.sigma));
   }
-  print(found, betweenFiles(found.targetFromSource, source.offset(), target.offset()));
+  print(found, betweenFiles(found.targetFromSource, source.offset(), target.offset()),
+        found.pivot + target.offset());
   if (!options.out.empty()) {
     writeJsonFile(options.out, json);
   }

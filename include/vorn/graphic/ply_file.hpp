@@ -21,9 +21,9 @@ namespace vorn::graphic {
 ///   as one of the object's fields, in single precision. A field's name is the property's, without the prefix
 ///   `scalar_` that marks it in files of this and of other programs.
 /// Lists of a vertex are passed over. Coordinates of types finer than float that floats would move by more
-/// than a millionth of the cloud's extent are kept relative to an offset of few digits, `offset()`. Polygons
-/// of the element `face` become triangle fans, `tristrips` become triangles; a polygon of fewer than three
-/// corners has no area and is passed over. Values beyond the range of `float` become infinite.
+/// than a hundred-thousandth of the cloud's extent are kept relative to an offset of few digits, `offset()`.
+/// Polygons of the element `face` become triangle fans, `tristrips` become triangles; a polygon of fewer than
+/// three corners has no area and is passed over. Values beyond the range of `float` become infinite.
 class VORN_API PLYFile {
 public:
   /// How values are stored. Binary files hold the exact bits of every value, ascii files the fewest digits
