@@ -127,3 +127,4 @@
 #include <vorn/mv/surface/height_map.hpp>
 #include <vorn/mv/surface/mesh.hpp>
 #include <vorn/mv/surface/simplify.hpp>
+#include <vorn/mv/surface/texture.hpp>

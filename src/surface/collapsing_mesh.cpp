@@ -69,8 +69,8 @@ void CollapsingMesh::findRims() {
       int const a = triangle[i];
       int const b = triangle[(i + 1) % 3];
       auto const& others = around_[static_cast<std::size_t>(a)];
-      auto const shared = std::count_if(others.begin(), others.end(),
-                                        [&](int other) { return has(corners(other), b); });
+      auto const shared =
+          std::count_if(others.begin(), others.end(), [&](int other) { return has(corners(other), b); });
       if (shared != 1) {
         continue;
       }
@@ -105,8 +105,7 @@ std::vector<int> CollapsingMesh::neighbours(int vertex) const {
 double CollapsingMesh::cost(int from, int to) const {
   cv::Vec3d const place = at(to);
   cv::Vec4d const p(place[0], place[1], place[2], 1.0);
-  Quadric const both =
-      quadrics_[static_cast<std::size_t>(from)] + quadrics_[static_cast<std::size_t>(to)];
+  Quadric const both = quadrics_[static_cast<std::size_t>(from)] + quadrics_[static_cast<std::size_t>(to)];
   return std::max(p.dot(both * p), 0.0);
 }
 

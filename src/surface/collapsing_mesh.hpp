@@ -32,13 +32,13 @@ private:
 
   /// What a collapse changes.
   struct Change {
-    std::vector<int> kept;         ///< triangles that get a new corner
-    std::vector<int> gone;         ///< triangles of both vertices
-    std::vector<int> displaced;    ///< vertices drawn away that lose their triangle
-    std::vector<int> places;       ///< the triangle of `kept`, or -1 - neighbour, that each comes to lie at
-    std::vector<int> rim;          ///< on a rim: what its new edge stands for
-    int before = -1;               ///< on a rim: the vertex before
-    int after = -1;                ///< on a rim: the vertex behind
+    std::vector<int> kept;      ///< triangles that get a new corner
+    std::vector<int> gone;      ///< triangles of both vertices
+    std::vector<int> displaced; ///< vertices drawn away that lose their triangle
+    std::vector<int> places;    ///< the triangle of `kept`, or -1 - neighbour, that each comes to lie at
+    std::vector<int> rim;       ///< on a rim: what its new edge stands for
+    int before = -1;            ///< on a rim: the vertex before
+    int after = -1;             ///< on a rim: the vertex behind
   };
 
   cv::Vec3d at(int vertex) const { return cv::Vec3d(mesh_.vertices[static_cast<std::size_t>(vertex)]); }
@@ -54,10 +54,10 @@ private:
   SurfaceMesh const& mesh_;
   double squaredError_;
   std::size_t triangleCount_;
-  std::vector<cv::Vec3i> triangles_; ///< (-1, -1, -1) where one is gone
-  std::vector<std::vector<int>> around_;  ///< the triangles of a vertex
+  std::vector<cv::Vec3i> triangles_;     ///< (-1, -1, -1) where one is gone
+  std::vector<std::vector<int>> around_; ///< the triangles of a vertex
   std::vector<Quadric> quadrics_;
-  std::vector<std::vector<int>> drawn_;   ///< the vertices drawn away next to a triangle
+  std::vector<std::vector<int>> drawn_; ///< the vertices drawn away next to a triangle
   std::unordered_map<int, int> rimNext_;
   std::unordered_map<int, int> rimBefore_;
   std::unordered_map<int, std::vector<int>> rimDrawn_; ///< drawn away from the rim's edge behind a vertex

@@ -10,6 +10,7 @@
 #include "core/progress.hpp"
 #include "pointcloud/grid_steps.hpp"
 #include "pointcloud/point_access.hpp"
+#include "surface/mesh_points.hpp"
 
 namespace vorn::mv {
 
@@ -18,10 +19,7 @@ namespace {
 constexpr int noVertex = -1;
 constexpr int rowsPerBand = 64;
 
-void checkSettings(PointCloud const& cloud, MeshSettings const& settings) {
-  if (!cloud.isOrganized() || !cloud.isContinous()) {
-    throw error("The cloud has no grid whose neighbours could be joined", "meshOf");
-  }
+void checkSettings(MeshSettings const& settings) {
   if (!(settings.maxEdge >= 0.0F)) {
     throw error("maxEdge is " + std::to_string(settings.maxEdge) + ", not at least 0", "meshOf");
   }
@@ -146,9 +144,12 @@ void takeVertices(PointCloud const& cloud, SurfaceMesh& mesh) {
 } // namespace
 
 SurfaceMesh meshOf(PointCloud const& cloud, MeshSettings const& settings, Observer* observer) {
-  checkSettings(cloud, settings);
+  checkSettings(settings);
   cloud.checkSizes();
   Progress const progress(observer);
+  if (!cloud.isOrganized() || !cloud.isContinous()) {
+    return meshOfPoints(cloud, settings, progress);
+  }
   GridJoiner joiner(cloud, settings);
   for (int row = 0; row + 1 < cloud.points().rows; ++row) {
     if (row % rowsPerBand == 0) {

@@ -13,8 +13,7 @@ namespace vorn::mv {
 namespace {
 
 std::uint64_t edgeKey(int from, int to) {
-  return static_cast<std::uint64_t>(static_cast<std::uint32_t>(from)) << 32U |
-         static_cast<std::uint32_t>(to);
+  return static_cast<std::uint64_t>(static_cast<std::uint32_t>(from)) << 32U | static_cast<std::uint32_t>(to);
 }
 
 std::uint64_t sideKey(int a, int b) {

@@ -17,8 +17,8 @@ struct GapLimits {
 };
 
 /// Adds triangles over the rims of gaps: the shortest edges first that join two vertices of a rim, are not in
-/// the mesh, and make triangles that face as the vertices do. Of a gap that cannot be filled whole the rest is
-/// left. No edge gets more than two triangles.
+/// the mesh, and make triangles that face as the vertices do. Of a gap that cannot be filled whole the rest
+/// is left. No edge gets more than two triangles.
 /// @param normals one a vertex: which side the mesh faces
 /// @param triangles no edge with more than two, all facing alike
 void fillGaps(std::vector<cv::Vec3f> const& vertices, std::vector<cv::Vec3f> const& normals,

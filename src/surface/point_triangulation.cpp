@@ -261,18 +261,19 @@ Fans fansOf(std::vector<cv::Vec3f> const& points, std::vector<cv::Vec3f> const& 
             PointCells const& cells, float maxEdge, Progress const& progress) {
   Fans fans(points.size());
   std::vector<std::vector<int>> blocks((cells.cellCount() + blockSize - 1) / blockSize);
-  overCells(cells, progress, "joining points", [&](std::size_t block, std::uint32_t first, std::uint32_t end) {
-    FanFinder finder(points, smooth, cells, maxEdge);
-    std::vector<int> fan;
-    for (std::uint32_t cell = first; cell < end; ++cell) {
-      auto const rows = cells.around(cell);
-      for (std::uint32_t i = cells.pointsOf(cell).first; i < cells.pointsOf(cell).end; ++i) {
-        std::uint32_t const point = cells.order()[i];
-        finder.find(point, smooth[point], rows, fan);
-        fans.set(point, fan, blocks[block]);
-      }
-    }
-  });
+  overCells(cells, progress, "joining points",
+            [&](std::size_t block, std::uint32_t first, std::uint32_t end) {
+              FanFinder finder(points, smooth, cells, maxEdge);
+              std::vector<int> fan;
+              for (std::uint32_t cell = first; cell < end; ++cell) {
+                auto const rows = cells.around(cell);
+                for (std::uint32_t i = cells.pointsOf(cell).first; i < cells.pointsOf(cell).end; ++i) {
+                  std::uint32_t const point = cells.order()[i];
+                  finder.find(point, smooth[point], rows, fan);
+                  fans.set(point, fan, blocks[block]);
+                }
+              }
+            });
   for (std::size_t block = 0; block < blocks.size(); ++block) {
     std::uint32_t const first = static_cast<std::uint32_t>(block) * blockSize;
     PointCells::Range const range =
@@ -295,7 +296,8 @@ std::vector<cv::Vec3i> triangulatedPoints(std::vector<cv::Vec3f> const& points,
   std::vector<cv::Vec3f> const smooth =
       smoothNormals(points, normals, cells, maxEdge, progress.part(0.0, 0.3));
   constexpr float hairOverEdge = 0.002F;
-  Fans const fans = fansOf(shaken(points, hairOverEdge * maxEdge), smooth, cells, maxEdge, progress.part(0.3, 0.9));
+  Fans const fans =
+      fansOf(shaken(points, hairOverEdge * maxEdge), smooth, cells, maxEdge, progress.part(0.3, 0.9));
   std::vector<cv::Vec3i> triangles;
   auto const isShort = [&](int a, int b) {
     cv::Vec3f const edge = points[static_cast<std::size_t>(a)] - points[static_cast<std::size_t>(b)];

@@ -17,8 +17,8 @@ namespace vorn::mv {
 
 namespace {
 
-/// Collapses in the order of their cost. Of equal ones the vertices' numbers decide, so that the result is the
-/// same everywhere.
+/// Collapses in the order of their cost. Of equal ones the vertices' numbers decide, so that the result is
+/// the same everywhere.
 class Simplifier {
 public:
   Simplifier(SurfaceMesh const& mesh, SimplifySettings const& settings)
@@ -34,7 +34,8 @@ public:
     std::size_t step = 0;
     while (!queue_.empty() && mesh_.triangleCount() > settings_.minTriangles) {
       if (step++ % stepsAtOnce == 0) {
-        progress.at("simplifying", 1.0 - static_cast<double>(mesh_.triangleCount()) / static_cast<double>(first_));
+        progress.at("simplifying",
+                    1.0 - static_cast<double>(mesh_.triangleCount()) / static_cast<double>(first_));
       }
       auto const [cost, from, to, version] = queue_.top();
       queue_.pop();

@@ -18,8 +18,8 @@ namespace vorn::test {
 
 /// Views of the rig's part with noise along the lines of sight.
 struct PartViews {
-  std::vector<mv::PointCloud> clouds;           ///< the poses pending
-  std::vector<cv::Mat_<cv::Vec3f>> exact;       ///< the points without noise
+  std::vector<mv::PointCloud> clouds;     ///< the poses pending
+  std::vector<cv::Mat_<cv::Vec3f>> exact; ///< the points without noise
   std::vector<sim::Pose> cam_from_part;
   sim::Rig rig;
   double sigma;
@@ -94,7 +94,8 @@ inline bool isAwayFromEdges(cv::Vec3d const& x, double radius) {
   double const sag = radius * radius / 10.0 + 0.15;
   for (int i = 0; i < 8; ++i) {
     double const angle = i * CV_PI / 4.0;
-    if (std::abs(sim::distanceToPart(x + radius * (std::cos(angle) * across + std::sin(angle) * along))) > sag) {
+    if (std::abs(sim::distanceToPart(x + radius * (std::cos(angle) * across + std::sin(angle) * along))) >
+        sag) {
       return false;
     }
   }

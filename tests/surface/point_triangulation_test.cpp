@@ -25,9 +25,8 @@ std::vector<cv::Vec3f> scattered(float least) {
   std::vector<cv::Vec3f> points;
   for (int i = 0; i < 20000; ++i) {
     cv::Vec3f const point(coordinate(random), coordinate(random), 5.0F);
-    bool const isFree = std::all_of(points.begin(), points.end(), [&](cv::Vec3f const& other) {
-      return cv::norm(other - point) >= least;
-    });
+    bool const isFree = std::all_of(points.begin(), points.end(),
+                                    [&](cv::Vec3f const& other) { return cv::norm(other - point) >= least; });
     if (isFree) {
       points.push_back(point);
     }
@@ -51,7 +50,8 @@ TEST(TriangulatedPoints, OfAPlaneLeaveNoPointInATrianglesCircle) {
         cv::Vec3d const o = p - d;
         return cv::Vec3d(o[0], o[1], o[0] * o[0] + o[1] * o[1]);
       };
-      // The in-circle determinant; above 0 inside of a counterclockwise triangle. Near 0 either side is right.
+      // The in-circle determinant; above 0 inside of a counterclockwise triangle. Near 0 either side is
+      // right.
       ASSERT_LT(row(a).dot(row(b).cross(row(c))), 1e-6);
     }
   }

@@ -67,7 +67,8 @@ double farthest(SurfaceMesh const& given, SurfaceMesh const& result) {
     for (cv::Vec3i const& t : result.triangles) {
       auto const at = [&](int i) { return cv::Vec3d(result.vertices[static_cast<std::size_t>(t[i])]); };
       cv::Vec3d const p(vertex);
-      double const radius = std::max({cv::norm(at(0) - at(1)), cv::norm(at(1) - at(2)), cv::norm(at(2) - at(0))});
+      double const radius =
+          std::max({cv::norm(at(0) - at(1)), cv::norm(at(1) - at(2)), cv::norm(at(2) - at(0))});
       if (cv::norm(p - at(0)) < nearest + radius) {
         nearest = std::min(nearest, distanceBySearch(p, at(0), at(1), at(2)));
       }

@@ -118,6 +118,9 @@ def check_all(folder):
                   inputs=views)
     if [view["name"] for view in fused["views"]] != ["view_00", "view_01"]:
         fail(f"fuse: views {fused['views']}")
+    pictured = pictures(folder / "sides", "view_*/white.png", "views.json", "scanner_truth.json") + [folder / "sides.ply"]
+    check("texture", folder / "sides.ply", folder / "sides", "--calib", folder / "sides/scanner_truth.json", "-o",
+          folder / "sides.obj", inputs=pictured)
     check("patterns", folder / "patterns", "--width", 64, "--height", 48)
     projected = folder / "projected"
     check("patterns", projected, "--width", 64, "--height", 48, "--set", "gray")
@@ -162,6 +165,7 @@ def check_all(folder):
     check("height", folder / "h.tiff", folder / "h.ply", inputs=[folder / "h.tiff", folder / "h.json"])
     check("image", target, folder / "blurred.png", "--filter", "Gaussian", inputs=[target])
     check("image", "--list")
+    check("demo", "--out", folder / "demopart", "--divisor", 2, "--true-calibration", "--part")
     check("demo", "--out", folder / "demo", "--divisor", 2, "--true-calibration")
 
     laser = folder / "laser"

@@ -173,6 +173,14 @@ TEST_F(SurfaceCommands, FuseMakesOnePartOfTheViewsOfAFolder) {
   EXPECT_LT(errors[errors.size() / 2], 0.1) << "mm";
   EXPECT_GT(std::filesystem::file_size(folder_ / "part.html"), 10000U);
 
+  nlohmann::json const texture =
+      reportOf({"texture", folder_ / "part.ply", part, "--calib", scanner, "-o", folder_ / "textured.obj"});
+  EXPECT_LT(texture["unseenVertices"].get<double>(), 0.05 * texture["vertices"].get<double>());
+  cv::Mat const atlas = readImage(folder_ / "textured.png");
+  EXPECT_EQ(nlohmann::json({atlas.cols, atlas.rows}), texture["atlas"]);
+  EXPECT_NE(test::contentOf(folder_ / "textured.mtl").find("map_Kd textured.png"), std::string::npos);
+  EXPECT_EQ(readGraphic(folder_ / "textured.obj").triangles().size(), fused.triangles().size());
+
   // The same from clouds, whose poses stand beside them; a wrong one is flagged.
   std::string const clouds = folder_ / "clouds";
   std::filesystem::create_directory(clouds);
@@ -189,7 +197,9 @@ TEST_F(SurfaceCommands, FuseMakesOnePartOfTheViewsOfAFolder) {
     }
     test::put(clouds + "/" + name + ".json", pose.dump());
   }
-  nlohmann::json const off = reportOf({"fuse", clouds, "-o", folder_ / "off.stl"});
+  nlohmann::json const found = reportOf({"fuse", clouds, "-o", folder_ / "found.stl"});
+  EXPECT_LT(found["views"][1]["apart"].get<double>(), 0.05) << "registration puts it right";
+  nlohmann::json const off = reportOf({"fuse", clouds, "-o", folder_ / "off.stl", "--no-register"});
   EXPECT_GT(off["views"][1]["apart"].get<double>(), 0.1);
   EXPECT_FALSE(off["warnings"].empty());
   for (int i = 0; i < 3; ++i) {
@@ -210,7 +220,7 @@ TEST_F(SurfaceCommands, SayWhatTheyCannotDo) {
   heap.vertices().assign(100, cv::Vec3f(1.0F, 2.0F, 3.0F));
   writeGraphic(folder_ / "heap.ply", heap);
   EXPECT_NE(refusal({"height", folder_ / "heap.ply", folder_ / "a.tiff"}).find("line"), std::string::npos);
-  EXPECT_NE(refusal({"mesh", folder_ / "heap.ply", folder_ / "a.ply"}).find("heap.ply"), std::string::npos);
+  EXPECT_NE(refusal({"mesh", folder_ / "heap.ply", folder_ / "a.ply"}).find("one place"), std::string::npos);
   test::put(folder_ / "map.json", "{\"cellSize\": 0, \"scale\": 1, \"offset\": 0, \"mapFromCloud\": "
                                   "[[1,0,0,0],[0,1,0,0],[0,0,1,0],[0,0,0,1]]}");
   writeImage(folder_ / "map.tiff", cv::Mat_<float>(3, 3, 1.0F));

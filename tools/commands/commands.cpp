@@ -28,6 +28,7 @@ std::unique_ptr<CLI::App> makeProgram() {
   addNormalsCommand(app);
   addAlignCommand(app);
   addFuseCommand(app);
+  addTextureCommand(app);
   addMeshCommand(app);
   addHeightCommand(app);
   addImageCommand(app);

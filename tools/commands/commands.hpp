@@ -25,6 +25,7 @@ void addCalibrateCommand(CLI::App& app);
 void addNormalsCommand(CLI::App& app);
 void addAlignCommand(CLI::App& app);
 void addFuseCommand(CLI::App& app);
+void addTextureCommand(CLI::App& app);
 void addMeshCommand(CLI::App& app);
 void addHeightCommand(CLI::App& app);
 void addImageCommand(CLI::App& app);

@@ -22,6 +22,7 @@
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/part_demo.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
@@ -44,6 +45,7 @@ struct DemoOptions {
   std::string out = "demo";
   int divisor = 1;
   bool isCalibrating = true;
+  bool isPart = false; ///< a part from several sides in place of the one scene
   PageOptions page;
 };
 
@@ -135,19 +137,10 @@ void fillPage(Page& page, mv::ScanResult const& scan, mv::Sl3dScanner const& sca
   describeScan(page, scan, scanner, "column");
 }
 
-void run(DemoOptions const& options, Report& report) {
-  makeFolder(options.out);
-  report.wantPage(options.page);
-  report.declare({}, {});
+void demonstrateScene(DemoOptions const& options, sim::Rig const& rig, mv::Sl3dScanner& scanner,
+                      Report& report) {
   std::filesystem::path const folder = options.out;
-  sim::Rig const rig = sim::demoRig(options.divisor);
   sim::Scene const scene = sim::demoScene();
-  std::cout << "The virtual rig: camera " << sizeText(rig.camera.device.resolution()) << ", projector "
-            << sizeText(rig.projector.device.resolution()) << " pixels\n";
-  mv::Sl3dScanner scanner =
-      options.isCalibrating ? calibrated(rig, folder / "calib", report) : trulyCalibrated(rig);
-  report.addProperties(scanner);
-
   std::cout << "Scanning a scene" << std::endl;
   Capture const captured = capture(rig, scene);
   mv::ScanResult const scan =
@@ -160,7 +153,6 @@ void run(DemoOptions const& options, Report& report) {
       measureArtefacts(scan.xyz, captured.truth, captured.mask, scene);
   printComparison(comparison, figures);
 
-  save((folder / "scanner.json").string(), scanner);
   writeGraphic((folder / "scan.ply").string(), scan.cloud.getGraphicObject(true));
   writeFigure((folder / "scan.png").string(),
               drawRelief(scan.xyz, {}, "demo: " + std::to_string(scan.counts.points) + " points"));
@@ -172,9 +164,31 @@ void run(DemoOptions const& options, Report& report) {
   if (report.isPageWanted()) {
     fillPage(report.page(), scan, scanner, captured, comparison, figures);
   }
-  report.alsoWriteTo((folder / "report.json").string());
   std::cout << "In " << options.out << ": scan.ply, its picture scan.png, the decoded map.png, scanner.json, "
             << "report.json\n";
+}
+
+void run(DemoOptions const& options, Report& report) {
+  makeFolder(options.out);
+  report.wantPage(options.page);
+  report.declare({}, {});
+  std::filesystem::path const folder = options.out;
+  sim::Rig const rig = sim::demoRig(options.divisor);
+  std::cout << "The virtual rig: camera " << sizeText(rig.camera.device.resolution()) << ", projector "
+            << sizeText(rig.projector.device.resolution()) << " pixels\n";
+  mv::Sl3dScanner scanner =
+      options.isCalibrating ? calibrated(rig, folder / "calib", report) : trulyCalibrated(rig);
+  report.addProperties(scanner);
+
+  save((folder / "scanner.json").string(), scanner);
+  if (options.isPart) {
+    demonstratePart(rig, scanner, folder, report);
+    std::cout << "In " << options.out
+              << ": part.ply, its picture part.png, views/, scanner.json, report.json\n";
+  } else {
+    demonstrateScene(options, rig, scanner, report);
+  }
+  report.alsoWriteTo((folder / "report.json").string());
 }
 
 } // namespace
@@ -191,6 +205,8 @@ void addDemoCommand(CLI::App& app) {
       ->capture_default_str();
   command->add_flag("!--true-calibration", options->isCalibrating,
                     "Scan with the rig's true calibration instead of calibrating first");
+  command->add_flag("--part", options->isPart,
+                    "Scan a part from eight sides, and fuse the views to one surface");
   options->page.addTo(*command);
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "the figures");

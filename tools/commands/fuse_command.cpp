@@ -12,6 +12,7 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/core/json_file.hpp>
+#include <vorn/mv/registration/register_views.hpp>
 #include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 #include <vorn/mv/surface/fuse.hpp>
@@ -36,6 +37,7 @@ struct FuseOptions {
   std::string output;
   std::string calibration;
   mv::FuseSettings settings;
+  bool isRegistering = true;
   PageOptions page;
 };
 
@@ -89,16 +91,28 @@ void declareInputs(FuseOptions const& options, std::vector<ViewEntry> const& ent
   report.declare(inputs, {options.output});
 }
 
-/// The points with their fields, and the mesh over them.
-graphic::GraphicObject objectOf(mv::Fusion const& fusion) {
-  graphic::GraphicObject object = fusion.cloud.getGraphicObject(false);
-  for (cv::Vec3i const& triangle : fusion.mesh.triangles) {
-    auto const pointOf = [&](int vertex) {
-      return static_cast<int>(fusion.mesh.cells[static_cast<std::size_t>(vertex)]);
-    };
-    object.triangles().emplace_back(pointOf(triangle[0]), pointOf(triangle[1]), pointOf(triangle[2]));
+/// Finds where the views lie, from their poses on.
+void registerAll(std::vector<mv::PointCloud>& views, std::vector<ViewEntry> const& entries, Report& report) {
+  mv::ViewsSettings settings;
+  for (mv::PointCloud const& view : views) {
+    settings.frameFromView.push_back(view.getTransform());
   }
-  return object;
+  mv::ViewsRegistration const found =
+      watched([&](Observer* observer) { return registerViews(views, settings, observer); });
+  reportRegistration(found, report);
+  if (found.stop == mv::RegistrationStop::NoOverlap) {
+    report.warn("registration found no two views that overlap: they lie where their poses say");
+    return;
+  }
+  for (std::vector<std::size_t> const& group : found.groups) {
+    if (!found.isConnected() && group != found.groups.front()) {
+      report.warn(entries[group.front()].name + (group.size() > 1 ? " and those that overlap it" : "") +
+                  " overlap no view of the others: they lie where their poses say");
+    }
+  }
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    views[i].setTransform(found.views[i].frameFromView);
+  }
 }
 
 void run(FuseOptions const& options, Report& report) {
@@ -108,12 +122,15 @@ void run(FuseOptions const& options, Report& report) {
   }
   std::vector<ViewEntry> const entries = findViews(options.folder, !options.calibration.empty());
   declareInputs(options, entries, report);
-  if (entries.size() > 1 && std::none_of(entries.begin(), entries.end(),
-                                         [](ViewEntry const& entry) { return entry.hasPose; })) {
+  if (entries.size() > 1 &&
+      std::none_of(entries.begin(), entries.end(), [](ViewEntry const& entry) { return entry.hasPose; })) {
     report.warn("no view of " + options.folder +
                 " has a pose (views.json): their points are taken to be in one frame");
   }
-  std::vector<mv::PointCloud> const views = readViews(options, entries);
+  std::vector<mv::PointCloud> views = readViews(options, entries);
+  if (options.isRegistering && views.size() > 1) {
+    registerAll(views, entries, report);
+  }
   mv::Fusion const fusion =
       watched([&](Observer* observer) { return fuse(views, options.settings, observer); });
   std::vector<std::string> names;
@@ -121,7 +138,7 @@ void run(FuseOptions const& options, Report& report) {
     names.push_back(entry.name);
   }
   reportFusion(fusion, names, report);
-  graphic::GraphicObject object = objectOf(fusion);
+  graphic::GraphicObject object = fusedObject(fusion);
   if (report.isPageWanted()) {
     fillFusionPage(fusion, std::filesystem::weakly_canonical(options.folder).filename().string(),
                    report.page());
@@ -141,7 +158,8 @@ void addLengths(CLI::App& command, mv::FuseSettings& settings) {
   };
   add("--spacing", settings.spacing, "Distance of the result's points; 0: that of the densest view");
   add("--reach", settings.reach,
-      "Skins farther apart than this are different surfaces; 0: six times the noise, at least half a spacing");
+      "Skins farther apart than this are different surfaces; 0: six times the noise, at least half a "
+      "spacing");
   add("--max-edge", settings.maxEdge, "Points farther apart are not joined; 0: three spacings");
   add("--close", settings.closeHoles, "Close holes with a rim up to this long; 0 closes none");
 }
@@ -162,6 +180,8 @@ void addFuseCommand(CLI::App& app) {
       ->required();
   command->add_option("--calib", options->calibration,
                       "The calibrated scanner, a JSON file, to scan views that are images");
+  command->add_flag("!--no-register", options->isRegistering,
+                    "Take the poses as they are; else they are where registration begins");
   addLengths(*command, options->settings);
   options->page.addTo(*command);
   setWork(

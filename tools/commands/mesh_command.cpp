@@ -15,6 +15,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
+#include "tools/files/mesh_input.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/mesh_report.hpp"
 #include "tools/report/work.hpp"
@@ -32,26 +33,10 @@ struct MeshOptions {
   double maxError = 0.0; ///< of a simplified mesh; 0: as it is
 };
 
-/// A mesh as it stands in a file.
-mv::SurfaceMesh meshOfObject(graphic::GraphicObject const& object) {
-  mv::SurfaceMesh mesh;
-  mesh.vertices = object.vertices();
-  mesh.triangles = object.triangles();
-  for (cv::Vec4b const& color : object.colors()) {
-    mesh.colors.emplace_back(color[2], color[1], color[0]);
-  }
-  mesh.normals = object.hasNormals() ? object.normals() : vertexNormalsOf(mesh);
-  return mesh;
-}
-
 mv::SurfaceMesh meshFrom(CloudInput const& input, MeshOptions const& options, Report& report) {
   if (input.object.hasTriangles()) {
     report["points"] = input.object.vertices().size();
     return meshOfObject(input.object);
-  }
-  if (!input.cloud.isOrganized()) {
-    throw Exception("The points of " + options.input + " have no grid (take those of scan --xyz)", nullptr, 0,
-                    "mesh");
   }
   report["points"] = input.cloud.presentCount();
   return watched([&](Observer* observer) { return meshOf(input.cloud, options.settings, observer); });
@@ -92,7 +77,10 @@ void addMeshCommand(CLI::App& app) {
   auto options = std::make_shared<MeshOptions>();
   CLI::App* command =
       app.add_subcommand("mesh", "Join a cloud's points to a mesh, and measure it or another mesh");
-  command->add_option("input", options->input, "Grid of points (tiff), or a mesh, to measure (ply, obj, stl)")
+  command
+      ->add_option(
+          "input", options->input,
+          "Grid of points (tiff), points (ply, pcd, xyz, obj), or a mesh, to measure (ply, obj, stl)")
       ->required();
   command->add_option("output", options->output, "Mesh to write (ply, obj, stl)")->required();
   command

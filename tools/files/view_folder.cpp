@@ -76,24 +76,16 @@ std::optional<ViewEntry> entryOf(fs::path const& folder, std::string const& name
 }
 
 std::vector<ViewEntry> listedViews(fs::path const& folder, std::string const& list, bool calibrated) {
-  nlohmann::json const json = readJsonFile(list);
-  if (!json.contains("views") || !json["views"].is_array()) {
-    throw refusal(list, "\"views\" is no list");
-  }
   std::vector<ViewEntry> views;
-  for (nlohmann::json const& view : json["views"]) {
-    if (!view.contains("name") || !view["name"].is_string()) {
-      throw refusal(list, "a view has no \"name\"");
-    }
-    std::string const name = view["name"].get<std::string>();
-    std::optional<ViewEntry> entry = entryOf(folder, name, calibrated);
+  for (ViewPose const& pose : readViewPoses(list)) {
+    std::optional<ViewEntry> entry = entryOf(folder, pose.name, calibrated);
     if (!entry) {
-      std::string const missing = isScanFolder(folder / name)
+      std::string const missing = isScanFolder(folder / pose.name)
                                       ? "is a folder of images, which need --calib"
                                       : "is neither a cloud nor a folder of images";
-      throw refusal(list, "the view " + name + " " + missing);
+      throw refusal(list, "the view " + pose.name + " " + missing);
     }
-    entry->commonFromView = poseOf(view, list);
+    entry->commonFromView = pose.commonFromView;
     entry->hasPose = true;
     views.push_back(*std::move(entry));
   }
@@ -101,6 +93,34 @@ std::vector<ViewEntry> listedViews(fs::path const& folder, std::string const& li
 }
 
 } // namespace
+
+std::vector<ViewPose> readViewPoses(std::string const& path) {
+  nlohmann::json const json = readJsonFile(path);
+  if (!json.contains("views") || !json["views"].is_array() || json["views"].empty()) {
+    throw refusal(path, "\"views\" is no list of views");
+  }
+  std::vector<ViewPose> poses;
+  for (nlohmann::json const& view : json["views"]) {
+    if (!view.contains("name") || !view["name"].is_string()) {
+      throw refusal(path, "a view has no \"name\"");
+    }
+    poses.push_back({view["name"].get<std::string>(), poseOf(view, path)});
+  }
+  return poses;
+}
+
+nlohmann::json viewPosesJson(std::vector<ViewPose> const& poses) {
+  nlohmann::json views = nlohmann::json::array();
+  for (ViewPose const& pose : poses) {
+    nlohmann::json rows = nlohmann::json::array();
+    for (int i = 0; i < 4; ++i) {
+      cv::Matx14d const row = pose.commonFromView.row(i);
+      rows.push_back({row(0), row(1), row(2), row(3)});
+    }
+    views.push_back({{"name", pose.name}, {poseName, rows}});
+  }
+  return {{"views", views}};
+}
 
 std::string viewsPath(std::string const& folder) {
   return (fs::path(folder) / "views.json").string();

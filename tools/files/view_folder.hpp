@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
 #include <opencv2/core/matx.hpp>
 
 namespace vorn::tools {
@@ -26,6 +27,19 @@ struct ViewEntry {
 ///                   otherwise
 /// @throws Exception for no folder, no view, a pose that is none, and a view of views.json that is not there
 std::vector<ViewEntry> findViews(std::string const& folder, bool calibrated);
+
+/// A view's name and pose.
+struct ViewPose {
+  std::string name;
+  cv::Matx44d commonFromView;
+};
+
+/// The poses that a views.json holds.
+/// @throws Exception when it cannot be read or is no such list
+std::vector<ViewPose> readViewPoses(std::string const& path);
+
+/// What a views.json holds.
+nlohmann::json viewPosesJson(std::vector<ViewPose> const& poses);
 
 /// The file with the poses in a folder.
 std::string viewsPath(std::string const& folder);

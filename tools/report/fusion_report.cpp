@@ -65,6 +65,26 @@ void reportFusion(mv::Fusion const& fusion, std::vector<std::string> const& name
   reportMesh(fusion.mesh, report);
 }
 
+void reportRegistration(mv::ViewsRegistration const& found, Report& report) {
+  std::cout << printed("registered  %zu views by %zu overlaps, %.4f mm RMS, in %d steps\n",
+                       found.views.size(), found.pairs.size(), found.rms, found.iterations);
+  report["registration"] = {{"rms", found.rms},
+                            {"overlaps", found.pairs.size()},
+                            {"groups", found.groups.size()},
+                            {"iterations", found.iterations}};
+}
+
+graphic::GraphicObject fusedObject(mv::Fusion const& fusion) {
+  graphic::GraphicObject object = fusion.cloud.getGraphicObject(false);
+  for (cv::Vec3i const& triangle : fusion.mesh.triangles) {
+    auto const pointOf = [&](int vertex) {
+      return static_cast<int>(fusion.mesh.cells[static_cast<std::size_t>(vertex)]);
+    };
+    object.triangles().emplace_back(pointOf(triangle[0]), pointOf(triangle[1]), pointOf(triangle[2]));
+  }
+  return object;
+}
+
 void fillFusionPage(mv::Fusion const& fusion, std::string const& name, Page& page) {
   page.title = "Fused part";
   page.subtitle = name;

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <vorn/graphic/graphic_object.hpp>
+#include <vorn/mv/registration/register_views.hpp>
 #include <vorn/mv/surface/fuse.hpp>
 
 #include "tools/report/page.hpp"
@@ -17,6 +19,12 @@ namespace vorn::tools {
 /// @param names of the views
 /// @throws Exception when there are several views and none of them overlaps another
 void reportFusion(mv::Fusion const& fusion, std::vector<std::string> const& names, Report& report);
+
+/// Prints how views were brought together, and adds it to a report as "registration".
+void reportRegistration(mv::ViewsRegistration const& found, Report& report);
+
+/// The points with their fields, and the mesh over them, for files.
+graphic::GraphicObject fusedObject(mv::Fusion const& fusion);
 
 /// Fills a page with the surface, coloured by its sigma.
 /// @param name of the part

@@ -71,7 +71,8 @@ std::vector<Pair> pairsOf(PatternSet const& set) {
     Pair const pair{i, isBit ? find(set, exposure, inverse) : std::nullopt, find(set, exposure, white),
                     find(set, exposure, black)};
     if (isBit && !pair.inverse && !(pair.white && pair.black)) {
-      throw error(sl::nameOf(set, i) + " has no edges to be found: its inverse is missing, or white and black",
+      throw error(sl::nameOf(set, i) +
+                      " has no edges to be found: its inverse is missing, or white and black",
                   context);
     }
     pairs.push_back(pair);
@@ -149,8 +150,9 @@ sl::ComparedImage compare(Grey const& grey, Pair const& pair, bool isLine, float
     Rows rows;
     for (int y = first; y < end; ++y) {
       grey.load(pair.image, y, rows.image);
-      for (auto const& [index, row] : {std::pair(pair.inverse, &rows.inverse), std::pair(pair.white, &rows.white),
-                                       std::pair(pair.black, &rows.black)}) {
+      for (auto const& [index, row] :
+           {std::pair(pair.inverse, &rows.inverse), std::pair(pair.white, &rows.white),
+            std::pair(pair.black, &rows.black)}) {
         if (index) {
           grey.load(*index, y, *row);
         }
@@ -216,7 +218,8 @@ float placeNear(PatternSet const& set, PatternImage const& image, float coordina
   for (int stripe = std::max(1, around - 2); stripe <= around + 3; ++stripe) {
     double const edge = stripe * image.cell - image.shift - 0.5;
     auto const wordOf = [&](int s) { return sl::wordAt(image, (s + 0.5) * image.cell - image.shift); };
-    bool const changes = ((wordOf(stripe) ^ wordOf(stripe - 1)) >> static_cast<unsigned>(image.bit) & 1U) != 0;
+    bool const changes =
+        ((wordOf(stripe) ^ wordOf(stripe - 1)) >> static_cast<unsigned>(image.bit) & 1U) != 0;
     bool const isShown = edge > 0.0 && edge < sl::resolutionAlong(set, image.axis) - 1;
     if (changes && isShown && std::fabs(edge - c) <= farthest && std::fabs(edge - c) < std::fabs(best - c)) {
       best = edge;
@@ -252,18 +255,23 @@ public:
     FoundStripes found;
     // Rounding alone, where nothing else is known.
     constexpr double rounding = 0.28867513;
-    found.noise = std::max(noise > 0.0 ? noise : noiseOfPairs(grey_, pairs).value_or(decoded_.noise), rounding);
+    found.noise =
+        std::max(noise > 0.0 ? noise : noiseOfPairs(grey_, pairs).value_or(decoded_.noise), rounding);
     for (std::size_t i = 0; i < pairs.size(); ++i) {
-      auto const share = [&](double part) { return (static_cast<double>(i) + part) / static_cast<double>(pairs.size()); };
+      auto const share = [&](double part) {
+        return (static_cast<double>(i) + part) / static_cast<double>(pairs.size());
+      };
       bool const isColumn = set_.images[pairs[i].image].axis == PatternAxis::Column;
       std::vector<StripePoint>& points = isColumn ? found.columns : found.rows;
       sl::StripeForm const form = pairs[i].form(set_);
       sl::ComparedImage compared =
           compare(grey_, pairs[i], form == sl::StripeForm::Line, static_cast<float>(found.noise));
-      add(pairs[i], findCrossings(compared, form, least_, progress.part(share(0.0), share(0.5))), false, points);
+      add(pairs[i], findCrossings(compared, form, least_, progress.part(share(0.0), share(0.5))), false,
+          points);
       cv::transpose(compared.contrast.clone(), compared.contrast);
       cv::transpose(compared.sigma.clone(), compared.sigma);
-      add(pairs[i], findCrossings(compared, form, least_, progress.part(share(0.5), share(1.0))), true, points);
+      add(pairs[i], findCrossings(compared, form, least_, progress.part(share(0.5), share(1.0))), true,
+          points);
     }
     return found;
   }

@@ -33,7 +33,8 @@ void checkSettings(std::vector<PointCloud> const& views, FuseSettings const& set
                                                     {"closeHoles", settings.closeHoles}};
   for (auto const& [name, length] : lengths) {
     if (!(length >= 0.0) || !std::isfinite(length)) {
-      throw error(std::string(name) + " is " + std::to_string(length) + ", not a number of at least 0", function);
+      throw error(std::string(name) + " is " + std::to_string(length) + ", not a number of at least 0",
+                  function);
     }
   }
   if (!(settings.maxNormalAngle > 0.0 && settings.maxNormalAngle <= 90.0)) {
@@ -209,8 +210,7 @@ Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings, 
   result.views.resize(views.size());
   std::vector<MergedPoint> merged;
   {
-    SkinPoints const points =
-        gather(all, outliersOf(all, limits, progress.part(0.2, 0.35)), result.views);
+    SkinPoints const points = gather(all, outliersOf(all, limits, progress.part(0.2, 0.35)), result.views);
     constexpr float cellOverSpacing = 2.0F;
     float const cell = std::max(cellOverSpacing * limits.spacing, limits.reach);
     PointCells const cells(points.places, cell, progress.part(0.35, 0.45));

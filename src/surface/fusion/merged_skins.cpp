@@ -76,7 +76,8 @@ float scatterAround(ViewSurface const& view, NormalLine const& line, int top, in
     constexpr float factors[] = {1.0F, -3.0F, 3.0F, -1.0F};
     float difference = 0.0F;
     for (int i = 0; i < 4; ++i) {
-      difference += factors[i] * line.normal.dot(view.points(row + i * down, column + i * right) - line.place);
+      difference +=
+          factors[i] * line.normal.dot(view.points(row + i * down, column + i * right) - line.place);
     }
     if (!std::isnan(difference)) {
       squares += difference * difference;
@@ -104,9 +105,9 @@ bool gridMeets(ViewSurface const& view, NormalLine const& line, int row, int col
     if (top < 0 || left < 0 || top + 1 >= view.points.rows || left + 1 >= view.points.cols) {
       continue;
     }
-    cv::Vec3f const corners[] = {
-        line.beside(view.points(top, left)), line.beside(view.points(top, left + 1)),
-        line.beside(view.points(top + 1, left + 1)), line.beside(view.points(top + 1, left))};
+    cv::Vec3f const corners[] = {line.beside(view.points(top, left)), line.beside(view.points(top, left + 1)),
+                                 line.beside(view.points(top + 1, left + 1)),
+                                 line.beside(view.points(top + 1, left))};
     // Absent corners are NaN and neither joined nor met.
     for (int skipped = 0; skipped < 4; ++skipped) {
       cv::Vec3f const& a = corners[(skipped + 1) % 4];

@@ -39,8 +39,7 @@ PointCells::PointCells(std::vector<cv::Vec3f> const& points, float size, Progres
     std::array<std::uint64_t, 3> at{};
     for (int axis = 0; axis < 3; ++axis) {
       auto const k = static_cast<std::size_t>(axis);
-      double const place =
-          (static_cast<double>(points[i][axis]) - static_cast<double>(low[axis])) * perCell;
+      double const place = (static_cast<double>(points[i][axis]) - static_cast<double>(low[axis])) * perCell;
       at[k] = std::min(static_cast<std::uint64_t>(place), std::uint64_t{counts_[k]} - 1);
     }
     std::uint64_t const key = (at[2] * counts_[1] + at[1]) * counts_[0] + at[0];
@@ -76,8 +75,8 @@ std::array<PointCells::Range, 9> PointCells::around(std::uint32_t cell) const {
       if (!isInside) {
         continue;
       }
-      std::uint32_t const middle =
-          key + static_cast<std::uint32_t>(down) * counts_[1] * counts_[0] + static_cast<std::uint32_t>(aside) * counts_[0];
+      std::uint32_t const middle = key + static_cast<std::uint32_t>(down) * counts_[1] * counts_[0] +
+                                   static_cast<std::uint32_t>(aside) * counts_[0];
       std::uint32_t const first = x > 0 ? middle - 1 : middle;
       std::uint32_t const last = x + 1 < counts_[0] ? middle + 1 : middle;
       auto const begin = std::lower_bound(keys_.begin(), keys_.end(), first);
@@ -85,7 +84,8 @@ std::array<PointCells::Range, 9> PointCells::around(std::uint32_t cell) const {
       while (end != keys_.end() && *end <= last) {
         ++end;
       }
-      row = {static_cast<std::uint32_t>(begin - keys_.begin()), static_cast<std::uint32_t>(end - keys_.begin())};
+      row = {static_cast<std::uint32_t>(begin - keys_.begin()),
+             static_cast<std::uint32_t>(end - keys_.begin())};
     }
   }
   return rows;

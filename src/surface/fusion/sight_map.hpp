@@ -15,8 +15,8 @@ enum class Sight {
   SeenThrough ///< it sees something behind
 };
 
-/// How far a view sees in each direction: its points as a depth map from its origin, in cells somewhat coarser
-/// than they lie, so that it needs no model of the camera. Read-only once built.
+/// How far a view sees in each direction: its points as a depth map from its origin, in cells somewhat
+/// coarser than they lie, so that it needs no model of the camera. Read-only once built.
 class SightMap {
 public:
   /// @param margin a point this much before or behind a surface is on it

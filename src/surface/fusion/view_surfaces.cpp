@@ -11,6 +11,7 @@
 
 #include "core/error.hpp"
 #include "core/median.hpp"
+#include "pointcloud/list_spacing.hpp"
 #include "pointcloud/point_access.hpp"
 
 namespace vorn::mv {
@@ -53,28 +54,6 @@ PointCloud withNormals(PointCloud const& cloud, cv::Mat_<float>& scatter, bool w
     copy.normals() = own;
   }
   return copy;
-}
-
-/// A typical distance of neighbours of a cloud without a grid: the median one to the nearest other point.
-float listSpacing(PointCloud& cloud) {
-  std::vector<float> distances;
-  auto const count = cloud.pointCount();
-  std::size_t const stride = std::max<std::size_t>(1, count / 4000);
-  GridOctree const& tree = cloud.octree();
-  cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
-  for (std::size_t i = 0; i < count; i += stride) {
-    cv::Vec3f const& here = points(static_cast<int>(i) / points.cols, static_cast<int>(i) % points.cols);
-    if (!isFinite(here.val)) {
-      continue;
-    }
-    std::vector<unsigned> found;
-    std::vector<float> squares;
-    tree.knnSearch<Distance<cv::Vec3f>::L2>(here, 2, found, squares);
-    if (squares.size() == 2 && squares[1] > 0.0F) {
-      distances.push_back(std::sqrt(squares[1]));
-    }
-  }
-  return medianAmong(distances);
 }
 
 struct Bounds {
@@ -165,8 +144,7 @@ void moveInto(ViewSurface& surface, PointCloud const& cloud, cv::Mat_<float> con
         cv::Vec4d const moved = commonFromView * cv::Vec4d(p[0], p[1], p[2], 1.0);
         surface.points(row, column) = cv::Vec3f(cv::Vec3d(moved[0], moved[1], moved[2]));
         surface.normals(row, column) = cv::Vec3f(rotation * (normal * (1.0 / length)));
-        surface.sigmas(row, column) =
-            sigmas(row, column) * static_cast<float>(std::max(cosine, leastCosine));
+        surface.sigmas(row, column) = sigmas(row, column) * static_cast<float>(std::max(cosine, leastCosine));
       }
     }
   });
@@ -190,8 +168,8 @@ ViewSurfaces viewSurfacesOf(std::vector<PointCloud> const& clouds, Progress cons
     bool const hasSigma = clouds[i].fields().count("sigma") != 0;
     PointCloud cloud = withNormals(clouds[i], scatter, !hasSigma);
     surface.isGrid = cloud.isOrganized() && cloud.isContinous();
-    surface.spacing = surface.isGrid ? gridSpacingOf(std::as_const(cloud).points(), cloud.state())
-                                     : listSpacing(cloud);
+    surface.spacing =
+        surface.isGrid ? gridSpacingOf(std::as_const(cloud).points(), cloud.state()) : listSpacingOf(cloud);
     if (!(surface.spacing > 0.0F)) {
       throw viewError(i, "has fewer than three distinct points: " + std::to_string(cloud.presentCount()) +
                              " are present");

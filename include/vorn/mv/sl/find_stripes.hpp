@@ -57,14 +57,16 @@ struct FoundStripes {
 /// degrees may be found both ways.
 ///
 /// Sets may have bits, fringes and lines together. Which edge or line a point lies on is known from decoding
-/// the set as by `decode_patterns`. Of several exposures the longest counts, and clipped pixels have no points.
+/// the set as by `decode_patterns`. Of several exposures the longest counts, and clipped pixels have no
+/// points.
 ///
 /// The noise comes from what bits and their inverses add up to, or else from decoding.
 ///
 /// Working memory: that of `decode_patterns`, and 16 bytes a pixel.
 /// @param set    with bits or lines
 /// @param images as `decode_patterns` takes them
-/// @throws Exception as `decode_patterns`, and for a set without edges and lines, or bits with neither inverses
+/// @throws Exception as `decode_patterns`, and for a set without edges and lines, or bits with neither
+/// inverses
 ///         nor white and black; Cancelled when the observer stops it
 VORN_API FoundStripes find_stripes(PatternSet const& set, std::vector<cv::Mat> const& images,
                                    StripeSettings const& settings = {}, Observer* observer = nullptr);

@@ -49,9 +49,9 @@ struct FusedView {
 
 /// One surface of several views.
 struct Fusion {
-  /// Without a grid, in the common frame (its offset that of the first view), with normals; with colours where all views have them. Fields: "sigma",
-  /// the standard deviation along the normal that follows from those of the views, and "views", how many of
-  /// them see the point.
+  /// Without a grid, in the common frame (its offset that of the first view), with normals; with colours
+  /// where all views have them. Fields: "sigma", the standard deviation along the normal that follows from
+  /// those of the views, and "views", how many of them see the point.
   PointCloud cloud;
   /// Over the cloud's points (`SurfaceMesh::cells`); holes are left as they are unless closing is asked.
   SurfaceMesh mesh;
@@ -67,16 +67,17 @@ struct Fusion {
 /// are left out. Of the rest so many are taken, those of earlier views first, that no place is emptier than
 /// the spacing; each is moved along its normal to the mean of all views that see it, weighted by 1 / variance
 /// along the normal. The other views are read between their points (in the triangle of the grid that the
-/// normal meets, without a grid in the plane of the nearest points), so nothing is smoothed along the surface.
-/// The variance is from the field "sigma" where a cloud has it, the standard deviation along the line of
-/// sight, else from how the points scatter about their neighbours' plane. Points become triangles with those
-/// around them by the Delaunay rule, taken in the plane of each; no edge has more than two.
+/// normal meets, without a grid in the plane of the nearest points), so nothing is smoothed along the
+/// surface. The variance is from the field "sigma" where a cloud has it, the standard deviation along the
+/// line of sight, else from how the points scatter about their neighbours' plane. Points become triangles
+/// with those around them by the Delaunay rule, taken in the plane of each; no edge has more than two.
 ///
 /// The result does not depend on the number of threads. Working memory: about 75 bytes a point of all views.
 /// @param views at most 255
-/// @throws Exception for no view, more than 255, a view with fewer than three distinct points, a transform that
-///         is no rigid motion, a setting out of its range, a field "sigma" with values that are not above 0, and
-///         when nothing can be joined
+/// @throws Exception for no view, more than 255, a view with fewer than three distinct points, a transform
+/// that
+///         is no rigid motion, a setting out of its range, a field "sigma" with values that are not above 0,
+///         and when nothing can be joined
 /// @throws Cancelled when stopped by the observer
 VORN_API Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings = {},
                      Observer* observer = nullptr);

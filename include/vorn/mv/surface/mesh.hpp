@@ -17,15 +17,17 @@ class Observer;
 
 namespace vorn::mv {
 
-/// How `meshOf` joins the points of a grid.
+/// How `meshOf` joins points.
 struct MeshSettings {
   /// Neighbours farther apart than this are not joined, in the cloud's unit. 0: six times the median distance
-  /// of neighbours, for rows and columns each.
+  /// of neighbours, for rows and columns each; without a grid four times that to the nearest point.
   float maxEdge = 0.0F;
   /// Triangles that the sensor saw at a flatter angle are walls across a step rather than a surface: the
   /// largest angle between a triangle's normal and the direction to the viewpoint, in degrees, above 0 .. 90.
+  /// Without a grid it does not count.
   double maxViewAngle = 82.0;
-  /// Where the surface was seen from, in the cloud's frame; triangles face it.
+  /// Where the surface was seen from, in the cloud's frame; triangles face it. Without a grid they face as
+  /// the cloud's normals do, or those that `PointCloud::calcNormals` gives it.
   cv::Point3f viewpoint{0.0F, 0.0F, 0.0F};
 };
 
@@ -50,12 +52,14 @@ struct MeshFigures {
   std::size_t degenerateTriangles = 0; ///< triangles without area
 };
 
-/// The mesh of an organized cloud: neighbouring present points joined, the shorter diagonal of four taken.
+/// The mesh of an organized cloud: neighbouring present points joined, the shorter diagonal of four taken. Of
+/// a cloud without a grid, or a thinned one: its points joined with those around them by the Delaunay rule in
+/// the tangent plane of each; of points nearer to each other than a tenth of the usual distance one is taken.
 ///
 /// Points in no triangle are left out. Normals are the cloud's, or the means of the triangles' around a
-/// vertex, weighted by their angles. No edge has more than two triangles. Working memory: 4 bytes a point
-/// beside the result.
-/// @throws Exception when the cloud is not organized, when a setting is outside its range, and when no three
+/// vertex, weighted by their angles. No edge has more than two triangles. Working memory beside the result: 4
+/// bytes a point, without a grid some 250.
+/// @throws Exception when a setting is outside its range, and when no three
 ///         neighbours can be joined
 /// @throws Cancelled when stopped by the observer
 VORN_API SurfaceMesh meshOf(PointCloud const& cloud, MeshSettings const& settings = {},

@@ -26,8 +26,8 @@ struct SimplifySettings {
 /// Vertices are drawn onto neighbours, those first that move the surface least by their quadrics (M. Garland
 /// and P. S. Heckbert, "Surface simplification using quadric error metrics", 1997). Every vertex that was
 /// drawn away is remembered with the triangle next to it, so the error is measured against the mesh given and
-/// does not add up; rims keep to theirs likewise. Pieces, holes and handles stay what they are, and no triangle
-/// turns by more than a right angle. Working memory: about 400 bytes a triangle.
+/// does not add up; rims keep to theirs likewise. Pieces, holes and handles stay what they are, and no
+/// triangle turns by more than a right angle. Working memory: about 400 bytes a triangle.
 /// @throws Exception when maxError is not above 0, a triangle names a vertex that does not exist, or an edge
 ///         has more than two triangles or two that face opposite sides
 /// @throws Cancelled when stopped by the observer

@@ -1,0 +1,66 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <opencv2/core/mat.hpp>
+#include <opencv2/core/matx.hpp>
+#include <vector>
+
+#include <vorn/core/export.hpp>
+#include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/surface/mesh.hpp>
+
+namespace vorn {
+class Observer;
+}
+
+namespace vorn::mv {
+
+/// An image of a part by a calibrated camera.
+struct TextureView {
+  cv::Mat image; ///< 8 bits, one channel or blue, green, red; as large as the camera's resolution
+  CameraModel camera;
+  cv::Matx44d viewFromMesh = cv::Matx44d::eye(); ///< rigid: from the mesh's frame to the camera's
+};
+
+/// How `textureFrom` takes colours.
+struct TextureSettings {
+  /// A view says nothing of what it sees at a flatter angle between normal and line of sight, in degrees,
+  /// above 0, below 90.
+  double maxViewAngle = 75.0;
+  /// What lies deeper than this behind the first surface in a pixel is hidden, in the mesh's unit. 0: three
+  /// times the usual edge of a triangle.
+  double depthTolerance = 0.0;
+  /// Pixels around each piece of the atlas, 0 .. 64.
+  int margin = 4;
+};
+
+/// Colours of a mesh.
+struct MeshTexture {
+  std::vector<cv::Vec3b> colors; ///< of the vertices, blue, green, red; grey (128) where none is seen
+  std::vector<int> views;        ///< how many views see each vertex
+  /// Pieces of the images, one for each patch of triangles that the same view sees best; empty for a mesh
+  /// without triangles.
+  cv::Mat_<cv::Vec3b> atlas;
+  /// Places in the atlas as OBJ files have them: 0 .. 1 from the left and from the bottom edge.
+  std::vector<cv::Vec2f> places;
+  std::vector<cv::Vec3i> placeTriangles; ///< three indices of `places` a triangle, in its order
+  std::vector<int> viewOfTriangle;       ///< whose image it shows; -1 where none sees it
+  std::size_t unseenVertices = 0;        ///< in no view
+  std::size_t unseenTriangles = 0;       ///< in no view as a whole: they show grey
+};
+
+/// Takes the colours of a mesh from images. What a view sees is decided by a depth map of the triangles in
+/// its pixels, of a mesh without triangles by discs about its vertices; a vertex gets the mean of all views
+/// that see it, weighted by how squarely; a triangle the view that shows it largest, with its neighbours if
+/// that costs little. Working memory: 20 bytes a pixel of one image, 40 bytes a triangle and view.
+/// @param mesh with normals
+/// @throws Exception for no view, an image of another size or type, a camera without calibration, a transform
+///         that is no rigid motion, a setting out of its range, a mesh without vertices or normals, an atlas
+///         of more than 32767 pixels a side, and when no view sees anything
+/// @throws Cancelled when stopped by the observer
+VORN_API MeshTexture textureFrom(SurfaceMesh const& mesh, std::vector<TextureView> const& views,
+                                 TextureSettings const& settings = {}, Observer* observer = nullptr);
+
+} // namespace vorn::mv

@@ -1,0 +1,13 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+
+namespace vorn::mv {
+
+/// A typical distance of neighbours of a cloud without a grid: the median one from a point to the nearest
+/// other place, of a few thousand points; 0 when all are in one place. Builds the cloud's octree.
+float listSpacingOf(PointCloud& cloud);
+
+} // namespace vorn::mv

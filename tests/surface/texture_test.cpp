@@ -1,0 +1,174 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/surface/texture.hpp>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/expect_error.hpp"
+
+namespace vorn::mv {
+namespace {
+
+constexpr int width = 320;
+constexpr int height = 240;
+constexpr double focal = 400.0;
+
+CameraModel pinhole() {
+  CameraModel camera;
+  nlohmann::json matrix = {
+      {"rows", 3}, {"cols", 3}, {"dt", "d"}, {"data", {focal, 0, 159.5, 0, focal, 119.5, 0, 0, 1}}};
+  nlohmann::json distortion = {{"rows", 1}, {"cols", 5}, {"dt", "d"}, {"data", {0, 0, 0, 0, 0}}};
+  camera.read({{"Resolution", {width, height}}, {"K", matrix}, {"D", distortion}, {"Error", 0.1}});
+  return camera;
+}
+
+/// The colour of a place on the sheet z = 0: smooth, different everywhere.
+cv::Vec3d colorOf(double x, double y) {
+  return {128.0 + 2.0 * x, 128.0 + 2.5 * y, 128.0 + 20.0 * std::sin(0.2 * x)};
+}
+
+/// A camera at a distance of 100 from the sheet z = 0, on the side of -z, turned about y and looking at the
+/// middle.
+cv::Matx44d viewFromMesh(double degrees) {
+  double const a = degrees * CV_PI / 180.0;
+  return {std::cos(a), 0, std::sin(a), 0, 0, 1, 0, 0, -std::sin(a), 0, std::cos(a), 100, 0, 0, 0, 1};
+}
+
+/// The image of the sheet by closed form: each pixel's ray met with it.
+cv::Mat imageOf(cv::Matx44d const& pose) {
+  cv::Mat_<cv::Vec3b> image(height, width, cv::Vec3b(7, 7, 7));
+  cv::Matx44d const back = pose.inv();
+  for (int row = 0; row < height; ++row) {
+    for (int column = 0; column < width; ++column) {
+      cv::Vec4d const ray = back * cv::Vec4d((column - 159.5) / focal, (row - 119.5) / focal, 1.0, 0.0);
+      double const t = -back(2, 3) / ray[2];
+      double const x = back(0, 3) + t * ray[0];
+      double const y = back(1, 3) + t * ray[1];
+      if (std::abs(x) < 25.0 && std::abs(y) < 20.0) {
+        image(row, column) = cv::Vec3b(colorOf(x, y));
+      }
+    }
+  }
+  return image;
+}
+
+/// The sheet |x| <= 20, |y| <= 15 of cells of 1, facing -z.
+SurfaceMesh sheet(double z = 0.0, double half = 20.0) {
+  SurfaceMesh mesh;
+  int const columns = static_cast<int>(2 * half) + 1;
+  for (int i = 0; i < columns * 31; ++i) {
+    mesh.vertices.emplace_back(cv::Vec3d(i % columns - half, i / columns - 15.0, z));
+    mesh.normals.emplace_back(0.0F, 0.0F, -1.0F);
+  }
+  for (int i = 0; i + columns + 1 < columns * 31; ++i) {
+    if (i % columns + 1 < columns) {
+      mesh.triangles.emplace_back(i, i + columns, i + 1);
+      mesh.triangles.emplace_back(i + 1, i + columns, i + columns + 1);
+    }
+  }
+  return mesh;
+}
+
+std::vector<TextureView> twoViews() {
+  std::vector<TextureView> views;
+  for (double const degrees : {-25.0, 20.0}) {
+    cv::Matx44d const pose = viewFromMesh(degrees);
+    views.push_back({imageOf(pose), pinhole(), pose});
+  }
+  return views;
+}
+
+double farthest(cv::Vec3d const& a, cv::Vec3d const& b) {
+  return cv::norm(a - b, cv::NORM_INF);
+}
+
+TEST(Texture, GivesEachPlaceItsColour) {
+  SurfaceMesh const mesh = sheet();
+  MeshTexture const texture = textureFrom(mesh, twoViews());
+  EXPECT_EQ(texture.unseenVertices, 0U);
+  constexpr double rounding = 1.5; // grey levels: of the image, of the mean, and of the sine within a pixel
+  for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
+    cv::Vec3f const& at = mesh.vertices[i];
+    ASSERT_LT(farthest(cv::Vec3d(texture.colors[i]), colorOf(at[0], at[1])), rounding);
+    ASSERT_EQ(texture.views[i], 2);
+  }
+  // The atlas, read as other programs read it: bilinear, v upwards.
+  for (std::size_t i = 0; i < mesh.triangles.size(); ++i) {
+    cv::Vec2f place;
+    cv::Vec3f at;
+    for (int k = 0; k < 3; ++k) {
+      place += texture.places[static_cast<std::size_t>(texture.placeTriangles[i][k])] * (1.0F / 3.0F);
+      at += mesh.vertices[static_cast<std::size_t>(mesh.triangles[i][k])] * (1.0F / 3.0F);
+    }
+    cv::Point2f const pixel(place[0] * static_cast<float>(texture.atlas.cols) - 0.5F,
+                            (1.0F - place[1]) * static_cast<float>(texture.atlas.rows) - 0.5F);
+    cv::Mat color;
+    cv::getRectSubPix(texture.atlas, {1, 1}, pixel, color);
+    ASSERT_LT(farthest(cv::Vec3d(color.at<cv::Vec3b>(0)), colorOf(at[0], at[1])), 3.0) << "triangle " << i;
+  }
+}
+
+TEST(Texture, TakesNothingFromHiddenOrTurnedPlaces) {
+  // A small sheet before the large one hides its middle.
+  SurfaceMesh mesh = sheet();
+  std::size_t const behind = mesh.vertices.size();
+  SurfaceMesh const front = sheet(-10.0, 5.0);
+  for (cv::Vec3i const& triangle : front.triangles) {
+    mesh.triangles.push_back(triangle + cv::Vec3i::all(static_cast<int>(behind)));
+  }
+  mesh.vertices.insert(mesh.vertices.end(), front.vertices.begin(), front.vertices.end());
+  mesh.normals.insert(mesh.normals.end(), front.normals.begin(), front.normals.end());
+  cv::Matx44d const pose = viewFromMesh(0.0);
+  MeshTexture const texture = textureFrom(mesh, {{imageOf(pose), pinhole(), pose}});
+  for (std::size_t i = 0; i < behind; ++i) {
+    cv::Vec3f const& at = mesh.vertices[i];
+    // By similar triangles the sheet 90 before the camera covers 100 / 90 as much of the one behind.
+    bool const isHidden = std::abs(at[0]) < 5.0F * 100.0F / 90.0F - 0.3F;
+    bool const isFree = std::abs(at[0]) > 5.0F * 100.0F / 90.0F + 0.3F;
+    if (isHidden || isFree) {
+      ASSERT_EQ(texture.views[i], isFree ? 1 : 0) << at;
+    }
+  }
+  EXPECT_GT(texture.unseenTriangles, 100U);
+  SurfaceMesh away = sheet();
+  for (cv::Vec3f& normal : away.normals) {
+    normal = -normal;
+  }
+  test::expectError([&] { textureFrom(away, twoViews()); }, "No view sees");
+}
+
+TEST(Texture, ColoursPointsWithoutTriangles) {
+  SurfaceMesh points = sheet();
+  points.triangles.clear();
+  MeshTexture const texture = textureFrom(points, twoViews());
+  EXPECT_EQ(texture.unseenVertices, 0U);
+  EXPECT_TRUE(texture.atlas.empty());
+  EXPECT_LT(
+      farthest(cv::Vec3d(texture.colors[100]), colorOf(points.vertices[100][0], points.vertices[100][1])),
+      2.0);
+}
+
+TEST(Texture, SaysWhatDoesNotFit) {
+  std::vector<TextureView> views = twoViews();
+  views[1].image = views[1].image(cv::Rect(0, 0, 100, 100));
+  test::expectError([&] { textureFrom(sheet(), views); }, "View 1 has an image of 100 x 100");
+  views = twoViews();
+  views[0].camera = CameraModel();
+  test::expectError([&] { textureFrom(sheet(), views); }, "View 0 has a camera without calibration");
+  views = twoViews();
+  views[0].viewFromMesh(0, 0) = 3.0;
+  test::expectError([&] { textureFrom(sheet(), views); }, "no rigid motion");
+  test::expectError([&] { textureFrom(sheet(), {}); }, "no views");
+  SurfaceMesh broken = sheet();
+  broken.triangles.emplace_back(0, 1, -4);
+  test::expectError([&] { textureFrom(broken, twoViews()); }, "vertex -4");
+}
+
+} // namespace
+} // namespace vorn::mv
