@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 
 #include "core/error.hpp"
@@ -164,6 +165,10 @@ ScannerCalibration PatternScanner::calibrate(std::vector<std::string> const& nam
   scanner_.getCameraModel() = found.getCameraModel();
   scanner_.getProjectorModel() = found.getProjectorModel();
   scanner_.setTransform(found.getTransform());
+  CalibrationCovariance const known = found.getCovariance();
+  if (!known.isEmpty()) {
+    scanner_.setCovariance(known);
+  }
   return calibration;
 }
 
