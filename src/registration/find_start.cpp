@@ -300,6 +300,30 @@ void checkCloud(SurfaceMatcher const& cloud, char const* name) {
   }
 }
 
+/// The search for one choice of the side that the source's normals point to.
+StartSearch searchOn(PointCloud& source, SurfaceMatcher const& sourceFigures, PointCloud const& target,
+                     SurfaceMatcher const& targetFigures, StartSettings const& settings,
+                     Progress const& progress) {
+  double edge = edgeOverSize * std::min(sourceFigures.size(), targetFigures.size());
+  std::vector<OrientedPoint> sourcePoints;
+  std::vector<OrientedPoint> targetPoints;
+  for (;; edge *= 1.25) {
+    sourcePoints = thinned(source, sourceFigures.middle(), edge);
+    targetPoints = thinned(target, targetFigures.middle(), edge);
+    if (std::max(sourcePoints.size(), targetPoints.size()) <= mostPoints) {
+      break;
+    }
+  }
+  if (std::min(sourcePoints.size(), targetPoints.size()) < fewestPoints) {
+    return {};
+  }
+  double const stride = std::sqrt(static_cast<double>(sourceFigures.usableCount()) / refiningSamples);
+  return StartFinder(std::move(sourcePoints), std::move(targetPoints), edge,
+                     sampleEvenly(source, std::max(1, static_cast<int>(std::lround(stride)))), targetFigures,
+                     settings, progress)
+      .run();
+}
+
 } // namespace
 
 StartSearch findStart(PointCloud const& source, PointCloud const& target, StartSettings const& settings,
@@ -324,24 +348,22 @@ StartSearch findStart(PointCloud const& source, PointCloud const& target, StartS
     refuse("The ratio of the clouds' sizes", ratio, "that of one part; are they in different units?");
   }
   progress.at("normals", 0.2);
-  double edge = edgeOverSize * std::min(sourceFigures.size(), targetFigures.size());
-  std::vector<OrientedPoint> sourcePoints;
-  std::vector<OrientedPoint> targetPoints;
-  for (;; edge *= 1.25) {
-    sourcePoints = thinned(sourceCloud, sourceFigures.middle(), edge);
-    targetPoints = thinned(targetCloud, targetFigures.middle(), edge);
-    if (std::max(sourcePoints.size(), targetPoints.size()) <= mostPoints) {
-      break;
+  bool const isSideKnown =
+      (source.hasNormals() || source.isOrganized()) && (target.hasNormals() || target.isOrganized());
+  auto const search = [&](Progress const& part) {
+    return searchOn(sourceCloud, sourceFigures, targetCloud, targetFigures, settings, part);
+  };
+  StartSearch best = search(progress.part(0.2, isSideKnown ? 1.0 : 0.6));
+  if (!isSideKnown) {
+    // Computed without a sensor's grid, normals may point inwards on one of them.
+    sourceCloud.normals() = cv::Mat_<cv::Vec3f>(-sourceCloud.normals());
+    StartSearch other = search(progress.part(0.6, 1.0));
+    if (other.overlap > best.overlap) {
+      std::swap(best, other);
     }
+    best.rivalOverlap = std::max(best.rivalOverlap, other.overlap);
   }
-  if (std::min(sourcePoints.size(), targetPoints.size()) < fewestPoints) {
-    return {};
-  }
-  double const stride = std::sqrt(static_cast<double>(sourceFigures.usableCount()) / refiningSamples);
-  return StartFinder(std::move(sourcePoints), std::move(targetPoints), edge,
-                     sampleEvenly(sourceCloud, std::max(1, static_cast<int>(std::lround(stride)))),
-                     targetFigures, settings, progress)
-      .run();
+  return best;
 }
 
 } // namespace vorn::mv
