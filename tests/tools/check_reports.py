@@ -145,6 +145,13 @@ def check_all(folder):
                  inputs=scanned)
     if "ScannerType" not in scan["settings"]["properties"]["Sl3dScanner"]:
         fail("scan: the scanner's properties are missing")
+    both = folder / "both"
+    run("simulate", both, "--divisor", 8, "--no-calib", "--rows")
+    truth = both / "scanner_truth.json"
+    checked = check("check", both / "scan", "--calib", truth,
+                    inputs=pictures(both / "scan", "columns_*", "rows_*") + [truth])
+    if checked["verdict"] != "good":
+        fail(f"check: the true calibration is {checked['verdict']}")
     for arguments in (["--outlier", 5, 4, "--dz", 8], ["--filter", "UniformSampler:Radius=2"]):
         cloud = folder / "c.tiff"
         filtered = check("filter", cloud, folder / "f.ply", *arguments, inputs=[cloud])

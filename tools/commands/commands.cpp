@@ -24,6 +24,7 @@ std::unique_ptr<CLI::App> makeProgram() {
   addCalibrateCommand(app);
   addDecodeCommand(app);
   addScanCommand(app);
+  addCheckCommand(app);
   addFilterCommand(app);
   addNormalsCommand(app);
   addAlignCommand(app);

@@ -31,6 +31,7 @@ void addHeightCommand(CLI::App& app);
 void addImageCommand(CLI::App& app);
 void addDecodeCommand(CLI::App& app);
 void addScanCommand(CLI::App& app);
+void addCheckCommand(CLI::App& app);
 void addFilterCommand(CLI::App& app);
 void addFocusCommand(CLI::App& app);
 void addExposureCommand(CLI::App& app);

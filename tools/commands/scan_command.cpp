@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -10,8 +11,10 @@
 
 #include <vorn/core/exception.hpp>
 #include <vorn/core/timer.hpp>
+#include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/scanner/pattern_scanner.hpp>
+#include <vorn/mv/scanner/scan_fields.hpp>
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
@@ -52,6 +55,7 @@ struct ScanOptions {
   bool isLaser = false;
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
+  std::vector<std::string> fields;
   std::vector<std::string> assignments;
   bool keepsStaircase = false;
 };
@@ -254,6 +258,21 @@ mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::Sc
   return result;
 }
 
+/// Before long work: that there is a file to keep numbers of points in, and what they are made of.
+void checkFields(ScanOptions const& options, mv::Sl3dScanner const& scanner) {
+  std::string const ending = lowerCaseEnding(options.out);
+  if (!options.fields.empty() && (options.out.empty() || ending == ".stl" || ending == ".obj")) {
+    throw Exception("--fields needs --out with a file that keeps numbers of points, such as .ply", nullptr, 0,
+                    "scan");
+  }
+  bool const isCalibrationWanted =
+      std::find(options.fields.begin(), options.fields.end(), "sigma_calibration") != options.fields.end();
+  if (isCalibrationWanted && scanner.getCovariance().isEmpty()) {
+    throw Exception(options.calibration + " has no \"Covariance\", which sigma_calibration is reckoned from",
+                    nullptr, 0, "scan");
+  }
+}
+
 void runPattern(ScanOptions const& options, Report& report) {
   checkInputFile(options.calibration);
   mv::Sl3dScanner scanner;
@@ -273,6 +292,7 @@ void runPattern(ScanOptions const& options, Report& report) {
   if (!options.out.empty()) {
     checkGraphicPath(options.out);
   }
+  checkFields(options, scanner);
 
   Timer timer;
   readCaptured(options, sequencePrefix(scanner), captured);
@@ -280,8 +300,9 @@ void runPattern(ScanOptions const& options, Report& report) {
   mv::ScanSettings settings;
   bool const isTextured = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
   settings.makeTexture = isTextured || report.isPageWanted();
-  settings.makeModulation = report.isPageWanted();
-  settings.makeSigma = report.isPageWanted();
+  bool const hasFields = !options.fields.empty();
+  settings.makeModulation = report.isPageWanted() || hasFields;
+  settings.makeSigma = report.isPageWanted() || hasFields;
   settings.correctsStaircase = !options.keepsStaircase;
   mv::ScanResult result = scanOf(scanner, captured, settings, report);
 
@@ -301,6 +322,9 @@ void runPattern(ScanOptions const& options, Report& report) {
     if (!isTextured) { // the page alone has colours then
       result.cloud.texture().release();
     }
+  }
+  if (hasFields) {
+    watched([&](Observer* bar) { mv::addScanFields(result, scanner, options.fields, bar); });
   }
   timer.tic();
   if (!options.out.empty()) {
@@ -371,6 +395,13 @@ void addScanCommand(CLI::App& app) {
   command
       ->add_flag("--keep-staircase", options->keepsStaircase,
                  "Leave in the coordinates what the squares of a sharp projector's pixels do to them")
+      ->excludes(laser);
+  command
+      ->add_option("--fields", options->fields,
+                   "Numbers to write with every point: modulation (grey levels), sigma (from noise, mm), "
+                   "sigma_calibration (mm)")
+      ->delimiter(',')
+      ->check(CLI::IsMember(mv::scanFieldNames()))
       ->excludes(laser);
   options->page.addTo(*command);
   addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);

@@ -1,0 +1,368 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/scanner/check_scan.hpp>
+#include <vorn/mv/scanner/scan.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
+#include <vorn/mv/sl/scanner_type.hpp>
+
+#include "tools/commands/commands.hpp"
+#include "tools/commands/property_options.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/input_file.hpp"
+#include "tools/files/json_file.hpp"
+#include "tools/files/pattern_folder.hpp"
+#include "tools/progress.hpp"
+#include "tools/report/page_options.hpp"
+#include "tools/report/page_tables.hpp"
+#include "tools/report/printed.hpp"
+#include "tools/report/work.hpp"
+#include "tools/scan/ball_length.hpp"
+#include "tools/scan/scan_report.hpp"
+
+namespace vorn::tools {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double degrees = 180.0 / CV_PI;
+
+struct CheckOptions {
+  std::string folder;
+  std::string calibration;
+  mv::ScanCheckSettings settings;
+  double length = 0.0;
+  std::vector<std::string> balls;
+  double tolerance = 0.02; ///< percent
+  std::string repair;
+  PageOptions page;
+  std::vector<std::string> assignments;
+};
+
+/// A scan's coordinates, and its points by the coordinate that the scanner takes.
+struct Coordinates {
+  cv::Mat_<float> columns;
+  cv::Mat_<float> rows;
+  cv::Mat_<cv::Vec3f> xyz;
+};
+
+mv::ScanSettings plainScan() {
+  mv::ScanSettings settings;
+  settings.makeTexture = settings.makeModulation = settings.makeSigma = false;
+  return settings;
+}
+
+std::vector<std::string> sequencePaths(std::string const& folder, std::string const& prefix) {
+  std::vector<std::string> paths;
+  for (NumberedFile const& file : findSequence(folder, prefix)) {
+    paths.push_back(file.path);
+  }
+  if (paths.empty()) {
+    throw Exception(folder + " has no pictures " + prefix +
+                        "_00.png, ...: a calibration is checked by a scan that has columns and rows",
+                    nullptr, 0, "check");
+  }
+  return paths;
+}
+
+/// @param described the folder's pattern set, where it has one
+std::vector<std::string> inputsOf(CheckOptions const& options,
+                                  std::optional<PatternFolder> const& described) {
+  std::vector<std::string> inputs{options.calibration};
+  auto const add = [&](std::vector<std::string> const& paths) {
+    inputs.insert(inputs.end(), paths.begin(), paths.end());
+  };
+  if (described) {
+    inputs.push_back(described->description);
+    add(described->paths);
+  } else {
+    add(sequencePaths(options.folder, "columns"));
+    add(sequencePaths(options.folder, "rows"));
+  }
+  return inputs;
+}
+
+Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner const& scanner) {
+  bool const isColumn = sequencePrefix(scanner) == "columns";
+  auto const read = [&](char const* prefix) {
+    return watched([&](Observer* bar) { return readSequence(options.folder, prefix, readGrayImage, bar); });
+  };
+  mv::ScanResult const scan = watched([&, images = read(isColumn ? "columns" : "rows")](Observer* bar) {
+    return mv::scan(scanner, images, plainScan(), bar);
+  });
+  mv::Sl3dScanner other = scanner;
+  other.setScannerType(isColumn ? mv::scanner::ScannerType::Vertical : mv::scanner::ScannerType::Horizontal);
+  cv::Mat_<float> const across = other.decode(read(isColumn ? "rows" : "columns"));
+  return {isColumn ? scan.map : across, isColumn ? across : scan.map, scan.xyz};
+}
+
+Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner) {
+  std::vector<cv::Mat> const images =
+      watched([&](Observer* bar) { return readPatternImages(described, bar); });
+  mv::DecodedPatterns const decoded =
+      watched([&](Observer* bar) { return mv::decode_patterns(described.set, images, {}, bar); });
+  if (decoded.column.empty() || decoded.row.empty()) {
+    throw Exception(described.description + " codes " + (decoded.row.empty() ? "no rows" : "no columns") +
+                        ": a calibration is checked by a scan that has columns and rows",
+                    nullptr, 0, "check");
+  }
+  mv::ScanResult const scan =
+      watched([&](Observer* bar) { return mv::scanDecoded(scanner, decoded, plainScan(), bar); });
+  return {decoded.column, decoded.row, scan.xyz};
+}
+
+char const* wordOf(mv::ScanVerdict verdict) {
+  switch (verdict) {
+  case mv::ScanVerdict::Good:
+    return "good";
+  case mv::ScanVerdict::Drifted:
+    return "drifted";
+  default:
+    return "unclear";
+  }
+}
+
+nlohmann::json inDegrees(cv::Vec3d const& angles) {
+  return {angles[0] * degrees, angles[1] * degrees, angles[2] * degrees};
+}
+
+nlohmann::json asJson(mv::ScanCheck const& check) {
+  nlohmann::json json{{"verdict", wordOf(check.verdict)},
+                      {"smooth", check.smooth},
+                      {"mean", check.mean},
+                      {"limit", check.limit},
+                      {"smoothSigma", check.smoothSigma},
+                      {"noise", check.noise},
+                      {"pixels", check.pixels},
+                      {"outliers", check.outliers},
+                      {"coverage", check.coverage}};
+  if (check.verdict == mv::ScanVerdict::Drifted) {
+    json["turn"] = inDegrees(check.turn);
+    json["turnSigma"] = inDegrees(check.turnSigma);
+    json["smoothAfter"] = check.smoothAfter;
+  }
+  return json;
+}
+
+/// In one sentence, for people.
+std::string sentence(mv::ScanCheck const& check) {
+  std::string const figures =
+      printed("by %.4f px (smooth part; limit %g) at %zu pixels with a noise of %.3f px", check.smooth,
+              check.limit, check.pixels, check.noise);
+  switch (check.verdict) {
+  case mv::ScanVerdict::Good:
+    return "Columns and rows agree: they differ " + figures;
+  case mv::ScanVerdict::Drifted:
+    return "The calibration has drifted: columns and rows differ " + figures;
+  default:
+    return "Nothing can be said: columns and rows differ " + figures +
+           ", which would hide what is looked for";
+  }
+}
+
+std::string turnSentence(mv::ScanCheck const& check) {
+  cv::Vec3d const turn = check.turn * degrees;
+  std::string const text =
+      printed("A projector turned by %.4f %.4f %.4f degrees about the camera's axes leaves %.4f px", turn[0],
+              turn[1], turn[2], check.smoothAfter);
+  return text + (check.smoothAfter <= check.limit ? "" : ": something else has changed, calibrate anew");
+}
+
+cv::Point parsePixel(std::string const& text) {
+  std::istringstream in(text);
+  cv::Point pixel;
+  char comma = 0;
+  if (!(in >> pixel.x >> comma >> pixel.y) || comma != ',' ||
+      in.peek() != std::istringstream::traits_type::eof()) {
+    throw Exception("--ball takes a pixel as X,Y, not " + text, nullptr, 0, "check");
+  }
+  return pixel;
+}
+
+/// Compares the distance of two balls with what it is; returns what is wrong, or nothing.
+std::string checkLength(CheckOptions const& options, cv::Mat_<cv::Vec3f> const& xyz, Report& report) {
+  BallLength const found = measureBalls(xyz, parsePixel(options.balls[0]), parsePixel(options.balls[1]));
+  double const error = found.length - options.length;
+  constexpr double significance = 3;
+  double const limit = std::max(0.01 * options.tolerance * options.length, significance * found.sigma);
+  bool const isGood = std::abs(error) <= limit;
+  nlohmann::json balls = nlohmann::json::array();
+  for (ScannedBall const& ball : found.balls) {
+    cv::Point3f const& centre = ball.sphere.centre();
+    balls.push_back({{"centre", {centre.x, centre.y, centre.z}},
+                     {"radius", ball.sphere.radius()},
+                     {"form", ball.form},
+                     {"points", ball.points}});
+  }
+  report["length"] = {{"nominal", options.length},
+                      {"measured", found.length},
+                      {"sigma", found.sigma},
+                      {"limit", limit},
+                      {"good", isGood},
+                      {"balls", balls}};
+  std::string const text =
+      printed("The balls are %.4f mm apart (sigma %.4f), %+.4f mm (%+.0f ppm) of %g", found.length,
+              found.sigma, error, 1e6 * error / options.length, options.length);
+  std::cout << text << '\n';
+  if (report.isPageWanted()) {
+    report.page().findings.push_back({isGood ? PageFinding::Weight::Good : PageFinding::Weight::Failure,
+                                      text + ".", isGood ? "" : "The scale has changed: calibrate anew."});
+  }
+  return isGood ? "" : printed("a length of %g mm is measured as %.4f mm", options.length, found.length);
+}
+
+void fillPage(CheckOptions const& options, mv::ScanCheck const& check, Page& page) {
+  page.title = "Check of a calibration";
+  page.subtitle = fs::weakly_canonical(options.folder).filename().string();
+  using Weight = PageFinding::Weight;
+  bool const isDrifted = check.verdict == mv::ScanVerdict::Drifted;
+  Weight const weight = isDrifted                                ? Weight::Failure
+                        : check.verdict == mv::ScanVerdict::Good ? Weight::Good
+                                                                 : Weight::Warning;
+  page.findings.push_back({weight, sentence(check) + ".", isDrifted ? turnSentence(check) + "." : ""});
+  mv::Plot plot;
+  plot.title = "decoded minus foretold projector coordinate, means of cells";
+  plot.heat = check.map;
+  plot.x.title = "column of cells";
+  plot.y.title = "row of cells";
+  plot.heatScale.title = "difference";
+  plot.heatScale.unit = "px";
+  plot.isEqualScale = true;
+  plot.isYDown = true;
+  page.add("Disagreement",
+           "Where one coordinate of the scan is not what the other one and the calibration foretell.",
+           std::vector<mv::Plot>{plot});
+  page.emptyReason = "A check shows no points.";
+}
+
+void checkOptions(CheckOptions const& options) {
+  options.settings.check();
+  if ((options.length > 0.0) != (options.balls.size() == 2) ||
+      (options.length == 0.0 && !options.balls.empty())) {
+    throw Exception("--length takes two balls: --ball X,Y --ball X,Y, a pixel on each", nullptr, 0, "check");
+  }
+}
+
+/// Writes the repaired scanner where that is called for; whether the drift is mended.
+bool repairScanner(CheckOptions const& options, mv::Sl3dScanner const& scanner, mv::ScanCheck const& check) {
+  if (options.repair.empty()) {
+    return false;
+  }
+  if (check.verdict != mv::ScanVerdict::Drifted) {
+    std::cout << "There is nothing to repair: " << options.repair << " is not written\n";
+    return false;
+  }
+  writeJsonFile(options.repair, [&] {
+    nlohmann::json json;
+    mv::repaired(scanner, check).write(json);
+    return json;
+  }());
+  std::cout << "The repaired calibration is in " << options.repair << '\n';
+  return true;
+}
+
+void run(CheckOptions const& options, Report& report) {
+  checkOptions(options);
+  checkInputFile(options.calibration);
+  mv::Sl3dScanner scanner;
+  load(options.calibration, scanner);
+  applyAssignments(scanner, options.assignments);
+  std::optional<PatternFolder> described;
+  if (fs::exists(patternSetPath(options.folder))) {
+    described = readPatternFolder(options.folder, "");
+  }
+  report.declare(inputsOf(options, described), {options.repair});
+  report.addProperties(scanner);
+  Coordinates const found = described ? decodeSet(*described, scanner) : decodeOwnSequences(options, scanner);
+  mv::ScanCheck const check = watched([&](Observer* bar) {
+    return mv::checkScan(scanner, found.columns, found.rows, options.settings, bar);
+  });
+  report.add(asJson(check));
+  std::cout << sentence(check) << '\n';
+  bool const isDrifted = check.verdict == mv::ScanVerdict::Drifted;
+  if (isDrifted) {
+    std::cout << turnSentence(check) << '\n';
+  }
+  if (report.isPageWanted()) {
+    fillPage(options, check, report.page());
+  }
+  std::string const wrongLength = options.length > 0.0 ? checkLength(options, found.xyz, report) : "";
+  std::string failure = wrongLength;
+  try {
+    bool const isRepaired = repairScanner(options, scanner, check);
+    report["repaired"] = isRepaired;
+    if (isDrifted && !isRepaired) {
+      failure = "the calibration has drifted" + (failure.empty() ? "" : ", and " + failure);
+    }
+  } catch (Exception const& e) {
+    report["repaired"] = false;
+    failure = e.message();
+  }
+  if (check.verdict == mv::ScanVerdict::Unclear && failure.empty()) {
+    failure = "the scan is too noisy, or has too few pixels, to tell";
+  }
+  if (!failure.empty()) { // a report of what is wrong is a report all the same
+    report.write();
+    throw Exception(options.calibration + " and " + options.folder + ": " + failure, nullptr, 0, "check");
+  }
+}
+
+} // namespace
+
+void addCheckCommand(CLI::App& app) {
+  auto options = std::make_shared<CheckOptions>();
+  CLI::App* command = app.add_subcommand(
+      "check", "Say whether a scan with columns and rows still agrees with its calibration");
+  command
+      ->add_option(
+          "folder", options->folder,
+          "Folder with columns_00.png ... and rows_00.png ..., or with pattern_set.json and the images "
+          "that it names")
+      ->required();
+  command->add_option("--calib", options->calibration, "The calibrated scanner, a JSON file")->required();
+  command
+      ->add_option("--limit", options->settings.limit,
+                   "What the smooth part of the disagreement may be, projector pixels")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+  CLI::Option* length =
+      command->add_option("--length", options->length, "The true distance of two balls in the scan, mm")
+          ->check(CLI::PositiveNumber);
+  command->add_option("--ball", options->balls, "A pixel on one of the two balls, X,Y; to be given twice")
+      ->needs(length);
+  command
+      ->add_option("--tolerance", options->tolerance,
+                   "How far that distance may be off, in percent, unless its own sigma is larger")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber)
+      ->needs(length);
+  command->add_option(
+      "--repair", options->repair,
+      "Write the calibration with the projector turned back, if it has drifted and that mends it");
+  options->page.addTo(*command);
+  addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner());
+  setWork(
+      *command,
+      [options](Report& report) {
+        report.wantPage(options->page);
+        run(*options, report);
+      },
+      "--report", "the verdict and its figures");
+}
+
+} // namespace vorn::tools
