@@ -260,7 +260,7 @@ TEST_F(FilterCommand, LosesNothingWithoutAWord) {
 
 TEST_F(FilterCommand, BadInputIsOneLineAndHarmsNothing) {
   put(folder_ / "cut.ply", contentOf(in_).substr(0, contentOf(in_).size() / 2));
-  put(folder_ / "cloud.xyz", "1 2 3\n");
+  put(folder_ / "cloud.abc", "1 2 3\n");
   writeImage(folder_ / "grey.tiff", cv::Mat::zeros(4, 4, CV_32F));
   put(folder_ / "broken.json", "[{");
   put(folder_ / "object.json", "{}");
@@ -278,7 +278,7 @@ TEST_F(FilterCommand, BadInputIsOneLineAndHarmsNothing) {
   std::vector<Case> const cases{
       {"absent.ply", folder_ / "absent.ply", {}},
       {"cut.ply", folder_ / "cut.ply", {}},
-      {"cloud.xyz", folder_ / "cloud.xyz", {}},
+      {"cloud.abc", folder_ / "cloud.abc", {}},
       {"grey.tiff", folder_ / "grey.tiff", {}},
       {"absent.tiff", folder_ / "absent.tiff", {}},
       {"absent.json", in_, chain("absent.json")},
@@ -343,7 +343,7 @@ TEST(InfoCommand, DescribesACloud) {
   EXPECT_EQ(run({"info", folder / "absent.ply"}).status, 1);
 }
 
-TEST(FilterCommand, KeepsFieldsAndFarPlaces) {
+TEST(FilteredFields, StayWithTheirPointsAndSoDoFarPlaces) {
   test::TemporaryFolder const folder;
   graphic::GraphicObject object;
   for (int i = 0; i < 10; ++i) {

@@ -41,6 +41,7 @@ enum class ScanVerdict {
 /// The smooth part is that of a cubic polynomial over the image: what a device that was moved, or a lens that
 /// changed, makes of it, while noise, edges and light between surfaces change from place to place.
 struct ScanCheck {
+  /// Whether the calibration still holds.
   ScanVerdict verdict = ScanVerdict::Unclear;
   double smooth = 0;        ///< root mean square of the smooth part, projector pixels
   double mean = 0;          ///< its mean

@@ -87,7 +87,9 @@ public:
   /// With a scanner that is calibrated already, by whatever set.
   PatternScanner(PatternSet set, Sl3dScanner scanner, PatternScanSettings const& settings = {});
 
+  /// The set that it was made with.
   PatternSet const& set() const { return set_; }
+  /// The settings that it was made with.
   PatternScanSettings const& settings() const { return settings_; }
   /// The calibrated devices, such as to be saved.
   Sl3dScanner const& scanner() const { return scanner_; }

@@ -38,7 +38,7 @@ struct UncertainPoint {
 
 /// The distance of two points, and one standard deviation of it by what causes it.
 struct UncertainLength {
-  double length = 0;
+  double length = 0;      ///< the distance
   double calibration = 0; ///< from the calibration's error, which both ends share as far as they are near
   double noise = 0;       ///< from the noise of both coordinates
   double pitch = 0;       ///< from the error of the target's pitch
@@ -56,11 +56,11 @@ struct WorkingVolume {
 /// What a calibration is expected to be wrong by over a volume: root mean squares of one standard deviation,
 /// the error of the target's pitch left out, which changes all lengths by the same share.
 struct PredictedError {
-  double raw = 0;   ///< of the points as they are
-  double rigid = 0; ///< of their shape: after the rigid motion that fits best
-  double scale = 0; ///< of the size of the whole volume, relative
-  double bar = 0;   ///< of lengths of `barLength` in seven directions; 0 where none fits in
-  double barLength = 0;
+  double raw = 0;         ///< of the points as they are
+  double rigid = 0;       ///< of their shape: after the rigid motion that fits best
+  double scale = 0;       ///< of the size of the whole volume, relative
+  double bar = 0;         ///< of lengths of `barLength` in seven directions; 0 where none fits in
+  double barLength = 0;   ///< of the lengths that `bar` is about
   int barCount = 0;       ///< how many such lengths count
   cv::Point3d worstPlace; ///< where the shape is worst, in the camera's frame
   double worst = 0;       ///< and by how much

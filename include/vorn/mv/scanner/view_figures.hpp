@@ -14,6 +14,7 @@ namespace vorn::mv {
 /// What the images of one sequence of fringes on a target tell of the light and of motion, on the target's
 /// dots or ground, where it is lit and away from edges. NaN where the images do not tell.
 struct SequenceFigures {
+  /// In place of a figure that the images do not tell.
   static constexpr double untold = std::numeric_limits<double>::quiet_NaN();
 
   /// Amplitude of what the four fringe images hold at twice the phase, as a share of the fringe's: 0 where
@@ -54,8 +55,8 @@ struct ViewFigures {
 
 /// A view's name and its figures.
 struct NamedFigures {
-  std::string name;
-  ViewFigures figures;
+  std::string name;    ///< for texts
+  ViewFigures figures; ///< of its images
 };
 
 /// Names what is wrong with the images of a scanner's views: gamma, flicker, bands, exposure, focus,

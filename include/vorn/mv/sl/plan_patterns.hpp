@@ -33,7 +33,7 @@ struct PatternWish {
 
 /// A built-in set, and what can be foretold of it.
 struct PatternPlan {
-  PatternSet set;
+  PatternSet set;              ///< the set
   PatternSetOptions options;   ///< that `PatternSet::builtIn` made it with
   std::vector<double> periods; ///< of the fringes along columns, or rows where there are no columns; rising
   double sigma = 0.0;          ///< standard deviation of a coordinate, the worse of both, projector pixels

@@ -19,8 +19,8 @@ namespace vorn::mv {
 
 /// An image of a part by a calibrated camera.
 struct TextureView {
-  cv::Mat image; ///< 8 bits, one channel or blue, green, red; as large as the camera's resolution
-  CameraModel camera;
+  cv::Mat image;      ///< 8 bits, one channel or blue, green, red; as large as the camera's resolution
+  CameraModel camera; ///< calibrated, of the image's resolution
   cv::Matx44d viewFromMesh = cv::Matx44d::eye(); ///< rigid: from the mesh's frame to the camera's
 };
 
