@@ -2,8 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <opencv2/core.hpp>
+#include <set>
+#include <utility>
 #include <vector>
 
+#include <vorn/mv/calib/adjustment.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/calib_pattern_type.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
@@ -96,6 +99,25 @@ double calibrateCamera(Sizes const& /*sizes*/) {
   return workingBytes(views.points, [&] { model.calib(views.data, 100); });
 }
 
+/// An adjustment that tries every shape of the target, which takes the most.
+double adjustCamera(Sizes const& /*sizes*/) {
+  Views views = demoViews();
+  std::vector<mv::AdjustmentView> adjusted;
+  std::set<std::pair<float, float>> dots;
+  for (int i = 0; i < views.data.count(); ++i) {
+    adjusted.push_back({"view", views.data.getObjPnts(i), views.data.getImgPnts(i), {}, {}});
+    for (cv::Point2f const& dot : adjusted.back().objPnts) {
+      dots.insert({dot.x, dot.y});
+    }
+  }
+  mv::CameraModel model;
+  model.setResolution(views.resolution);
+  mv::AdjustmentSettings settings;
+  settings.shape = mv::AdjustmentSettings::Shape::Dots;
+  return workingBytes(dots.size() * dots.size(),
+                      [&] { static_cast<void>(mv::adjustCamera(adjusted, model, settings)); });
+}
+
 /// Calibrates two devices, whose pixels' rays are the larger part.
 template <class Calibrate>
 double calibratePair(Calibrate const& calibrate) {
@@ -185,6 +207,7 @@ std::vector<MemoryCase> calibrationCases() {
       {"`CalibPatternDetector::detect`, dark dots", detectDark},
       {"`CalibPatternDetector::detect`, \"QuadraticFit\" at a megapixel", detectByTemplate},
       {"`CameraModel::calib`, per dot of all views", calibrateCamera},
+      {"`adjustCamera`, each dot by itself, per pair of the target's dots", adjustCamera},
       {"`Sl3dScanner::calib`, per pixel of both devices", calibrateScanner},
       {"`StereoCamera::calib`, per pixel of both cameras", calibrateStereo},
       {"`LineScanner::calib`, per dot and line point of all views", calibrateLineScanner},

@@ -41,9 +41,11 @@ std::vector<cv::Mat> const& photos(cv::Size const& size) {
   return made;
 }
 
-/// However far off the views are, all of them are used.
+/// However far off the views are, all of them are used. What an adjustment takes does not depend on the
+/// images and has a row of its own.
 mv::CalibrationSettings settings() {
   mv::CalibrationSettings made = calibrationSettings();
+  made.isAdjusted = false;
   made.outlierRatio = 1e9;
   return made;
 }

@@ -122,7 +122,7 @@ struct Adjustment {
 /// All adjustments: least squares by Levenberg and Marquardt's method over all unknowns together, the poses
 /// eliminated (Schur complement), weights from variance components; no view or dot counts less because it
 /// fits worse. Outliers are left out beforehand and said. The same input gives the same bits.
-/// Working memory: about 500 bytes a dot and view; with Shape::Dots and Auto besides 200 bytes a pair of the
+/// Working memory: about 500 bytes a dot and view; with Shape::Dots and Auto besides 400 bytes a pair of the
 /// target's dots.
 /// @param views at least 3 with at least 6 dots each that do not lie on one line; 1 view when the camera is
 ///        held. Lists of `points1` must be empty.
