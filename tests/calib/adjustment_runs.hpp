@@ -14,6 +14,7 @@
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "calib/adjustment_rig.hpp"
+#include "scanner/predicted_error.hpp"
 
 namespace vorn::test {
 
@@ -101,8 +102,10 @@ inline std::vector<double> numbersOf(mv::Adjustment const& adjustment, Adjustmen
     numbers.insert(numbers.end(), {K(0, 0), K(1, 1), K(0, 2), K(1, 2)});
     numbers.insert(numbers.end(), D.begin(), D.end());
   }
-  cv::Vec3d turn;
-  cv::Rodrigues(mv::math::getR3(adjustment.transform) * mv::math::getR3(rig.cam_from_proj).t(), turn);
+  // cv::Rodrigues calls a turn of less than 1e-5 none, which is what many of these are.
+  cv::Matx33d const turned = mv::math::getR3(adjustment.transform) * mv::math::getR3(rig.cam_from_proj).t();
+  cv::Vec3d const turn =
+      0.5 * cv::Vec3d(turned(2, 1) - turned(1, 2), turned(0, 2) - turned(2, 0), turned(1, 0) - turned(0, 1));
   cv::Vec3d const shift = mv::math::getT3(adjustment.transform) - mv::math::getT3(rig.cam_from_proj);
   numbers.insert(numbers.end(), {turn[0], turn[1], turn[2], shift[0], shift[1], shift[2]});
   return numbers;
@@ -178,7 +181,11 @@ inline RunSummary repeatAdjustments(AdjustmentRig const& rig, int viewCount, int
     sum.raw2 += own.raw2;
     sum.rigid2 += own.rigid2;
     scale2 += own.scale * own.scale;
-    mv::PredictedError const expected = uncertainty.over(volume);
+    // At the very places: another spread of them over the volume has another mean.
+    mv::SightGeometry const geometry(adjustment.models[0], adjustment.models[1], adjustment.transform,
+                                     mv::MapCoordinate::Column);
+    mv::PredictedError const expected =
+        predictedError(geometry, mv::wholeMatrix(covarianceOf(adjustment)), volume, places, 0);
     predicted.raw2 += expected.raw * expected.raw;
     predicted.rigid2 += expected.rigid * expected.rigid;
     predictedScale2 += expected.scale * expected.scale;
