@@ -47,6 +47,8 @@ public:
     auto const inverse = normal_.inv(cv::DECOMP_CHOLESKY, &isSolved);
     return isSolved ? std::optional<cv::Vec<double, count>>(inverse * right_) : std::nullopt;
   }
+  /// What a solution explains of the sum of the values' squares.
+  double explainedBy(cv::Vec<double, count> const& solution) const { return solution.dot(right_); }
 
 private:
   cv::Matx<double, count, count> normal_ = cv::Matx<double, count, count>::zeros();
@@ -309,10 +311,16 @@ cv::Mat_<float> fullLight(std::vector<cv::Mat> const& sequence, cv::Rect const& 
   return light;
 }
 
-/// By how many pixels what is seen in `from` lies elsewhere in `to`, whose gain and offset may differ.
+/// A motion that is not small: what is seen lies elsewhere altogether.
+constexpr double largeShift = 1;
+
+/// By how many pixels what is seen in `from` lies elsewhere in `to`, whose gain and offset may differ; by
+/// `largeShift` where no small shift explains the difference.
 std::optional<cv::Vec2d> shiftOf(cv::Mat_<float> const& from, cv::Mat_<float> const& to) {
   constexpr float clipped = 250;
   SmallFit<4> fit;
+  double sum = 0;
+  double squares = 0;
   for (int y = 1; y + 1 < from.rows; ++y) {
     for (int x = 1; x + 1 < from.cols; ++x) {
       if (from(y, x) >= clipped || to(y, x) >= clipped) {
@@ -321,11 +329,18 @@ std::optional<cv::Vec2d> shiftOf(cv::Mat_<float> const& from, cv::Mat_<float> co
       double const byX = 0.5 * (static_cast<double>(from(y, x + 1)) - from(y, x - 1));
       double const byY = 0.5 * (static_cast<double>(from(y + 1, x)) - from(y - 1, x));
       fit.add({from(y, x), 1, byX, byY}, to(y, x));
+      sum += to(y, x);
+      squares += static_cast<double>(to(y, x)) * to(y, x);
     }
   }
   auto const solved = fit.solve();
   if (!solved || std::abs((*solved)[0]) < 1e-6) {
     return std::nullopt;
+  }
+  double const varied = squares - sum * sum / ((from.rows - 2.0) * (from.cols - 2.0));
+  constexpr double leastExplained = 0.8;
+  if (squares - fit.explainedBy(*solved) > (1 - leastExplained) * varied) {
+    return cv::Vec2d(largeShift, 0);
   }
   return cv::Vec2d(-(*solved)[2] / (*solved)[0], -(*solved)[3] / (*solved)[0]);
 }
