@@ -209,16 +209,50 @@ double gainOf(Bundle const& solved, Bundle const& extended) {
   return gain == 0 ? 0 : gain + squaresOf(solved, transfers).total() - squaresOf(extended, transfers).total();
 }
 
-OwnTransform ownTransformOf(Bundle const& solved, std::size_t view) {
-  Bundle own = solved;
-  own.otherStations = {own.dev0_from_dev1};
-  own.views[view].station = 1;
-  FreeStep const step = freeStepOf(own, transfersOf(own));
-  OwnTransform result;
-  if (step.common.size() > 0) {
-    double const* const common = step.common.data() + own.deviceCount();
-    double const* const ownPart = common + 6;
-    result = {vectorOf(ownPart) - vectorOf(common), vectorOf(ownPart + 3) - vectorOf(common + 3), step.gain};
+std::vector<OwnTransform> ownTransformsOf(Bundle const& solved) {
+  Transfers const transfers = transfersOf(solved);
+  auto const whole = reduced(normalEquationsOf(solved, transfers));
+  if (!whole) {
+    return {};
+  }
+  std::vector<OwnTransform> result;
+  for (std::size_t i = 0; i < solved.views.size(); ++i) {
+    // The equations of all views, with those of one taken out and put in again with a transform of its own.
+    Bundle single = solved;
+    single.views = {solved.views[i]};
+    Transfers const own = transfers.empty() ? Transfers() : Transfers{transfers[i]};
+    auto const common = reduced(normalEquationsOf(single, own));
+    single.otherStations = {single.dev0_from_dev1};
+    single.views[0].station = 1;
+    auto const apart = reduced(normalEquationsOf(single, own));
+    if (!common || !apart) {
+      return {};
+    }
+    // The columns of the second transform stand before those of the shape.
+    Eigen::Index const first = solved.deviceCount() + solved.transformCount();
+    Eigen::Index const rest = whole->common.rows() - first;
+    std::vector<Eigen::Index> places;
+    for (Eigen::Index k = 0; k < first + rest; ++k) {
+      places.push_back(k < first ? k : k + 6);
+    }
+    Eigen::MatrixXd equations = apart->common;
+    Eigen::VectorXd slope = apart->slope;
+    for (Eigen::Index k = 0; k < first + rest; ++k) {
+      slope(places[static_cast<std::size_t>(k)]) += whole->slope(k) - common->slope(k);
+      for (Eigen::Index l = 0; l < first + rest; ++l) {
+        equations(places[static_cast<std::size_t>(k)], places[static_cast<std::size_t>(l)]) +=
+            whole->common(k, l) - common->common(k, l);
+      }
+    }
+    Eigen::LLT<Eigen::MatrixXd> const decomposition(equations);
+    if (decomposition.info() != Eigen::Success) {
+      return {};
+    }
+    Eigen::VectorXd const step = decomposition.solve(slope);
+    double const* const shared = step.data() + solved.deviceCount();
+    double const* const ownPart = shared + 6;
+    result.push_back({vectorOf(ownPart) - vectorOf(shared), vectorOf(ownPart + 3) - vectorOf(shared + 3),
+                      slope.dot(step)});
   }
   return result;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <vector>
 
 #include <Eigen/Core>
 
@@ -38,12 +39,13 @@ double gainOf(Bundle const& solved, ShapeBasis::Level level);
 /// The same with more unknowns of any kind, whose values leave the model as it is.
 double gainOf(Bundle const& solved, Bundle const& extended);
 
-/// What a solved bundle's view would have for a transform of its own, to first order.
+/// What a view of a solved bundle would have for a transform of its own, to first order.
 struct OwnTransform {
   cv::Vec3d turn;  ///< beyond the common transform
   cv::Vec3d shift; ///< likewise
   double gain = 0; ///< of the squares
 };
-OwnTransform ownTransformOf(Bundle const& solved, std::size_t view);
+/// Of every view; none where the unknowns are not determined.
+std::vector<OwnTransform> ownTransformsOf(Bundle const& solved);
 
 } // namespace vorn::mv

@@ -42,10 +42,10 @@ std::string named(AdjustmentView const& view, int index) {
 std::vector<TransformDeviation> deviationsOf(Bundle const& bundle) {
   std::vector<TransformDeviation> deviations;
   constexpr std::size_t fewest = 3;
-  for (std::size_t i = 0;
-       i < bundle.views.size() && bundle.views.size() >= fewest && bundle.devices.size() > 1; ++i) {
-    OwnTransform const own = ownTransformOf(bundle, i);
-    deviations.push_back({own.turn, own.shift, own.gain / 6});
+  if (bundle.views.size() >= fewest && bundle.devices.size() > 1) {
+    for (OwnTransform const& own : ownTransformsOf(bundle)) {
+      deviations.push_back({own.turn, own.shift, own.gain / 6});
+    }
   }
   return deviations;
 }
