@@ -240,13 +240,16 @@ std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& view
                    [](auto const& view) { return !view.isUsed() || view.isCounted; })) {
     causes.push_back(FindingCause::BentTarget);
   }
-  constexpr auto fewestForOneWrong = 4;
-  if (std::count_if(views.begin(), views.end(), isUsed) < fewestForOneWrong) {
+  constexpr auto fewest = 4; // of which one, or the last two, may differ from the others
+  bool const areFew = std::count_if(views.begin(), views.end(), isUsed) < fewest;
+  if (areFew) {
     causes.push_back(FindingCause::WrongView);
   }
   if (deviceCount < 2) {
-    causes.insert(causes.end(),
-                  {FindingCause::ViewDisagrees, FindingCause::DeviceMoved, FindingCause::FocusChanged});
+    causes.push_back(FindingCause::ViewDisagrees);
+  }
+  if (deviceCount < 2 || areFew) {
+    causes.insert(causes.end(), {FindingCause::DeviceMoved, FindingCause::FocusChanged});
   }
   if (std::none_of(views.begin(), views.end(), [](auto const& view) { return view.figures.has_value(); })) {
     for (int cause = static_cast<int>(FindingCause::Gamma);
@@ -269,7 +272,7 @@ std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& v
   return result;
 }
 
-void diagnoseImages(Calibration& calibration, CalibrationSettings const& settings) {
+void diagnoseImagesOf(Calibration& calibration, CalibrationSettings const& settings) {
   std::vector<NamedFigures> figures;
   std::vector<int> numbers;
   for (std::size_t i = 0; i < calibration.views.size(); ++i) {

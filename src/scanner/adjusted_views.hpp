@@ -30,7 +30,7 @@ std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& v
 /// Adds what is found of the used views' images to the report. Views of which it says that the target moved
 /// are left out, unless that is so of more than a third of them or `CalibrationSettings::outlierRatio` keeps
 /// every view.
-void diagnoseImages(Calibration& calibration, CalibrationSettings const& settings);
+void diagnoseImagesOf(Calibration& calibration, CalibrationSettings const& settings);
 
 /// Adjusts the used views together and diagnoses them. Views that a finding names are left out, unless
 /// `CalibrationSettings::outlierRatio` keeps every view; the object, residuals and report are those of the

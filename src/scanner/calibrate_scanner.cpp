@@ -105,7 +105,7 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
   ScannerCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
-  diagnoseImages(calibration, settings);
+  diagnoseImagesOf(calibration, settings);
   calibration.report.isProjectorGuessed = settings.projector.empty();
   cv::Size const projector =
       settings.projector.empty() ? views.projector(calibration.views) : settings.projector;

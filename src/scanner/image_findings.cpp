@@ -52,8 +52,6 @@ bool isBlurred(ViewFigures const& view) {
 }
 
 double const mostMotion = 0.05;
-/// Motions above are not measured.
-double const largeMotion = 0.9;
 /// In place of a figure that another cause explains.
 constexpr double explained = 0;
 constexpr double fullRange = 255;
@@ -158,10 +156,11 @@ void findMotion(NamedFigures const& view, int index, std::vector<Finding>& findi
   std::string const when = cause == FindingCause::MovedDuring   ? "while the sequences were shown"
                            : cause == FindingCause::MovedBefore ? "between the target image and the columns"
                                                                 : "between the columns and the rows";
-  findings.push_back({cause, index, -1, motion, mostMotion,
-                      view.name + ": the target moved " + when + " by " +
-                          (motion < largeMotion ? number(motion, 2) + " px" : "a pixel and more"),
-                      adviceOf(cause), true});
+  findings.push_back(
+      {cause, index, -1, motion, mostMotion,
+       view.name + ": the target moved " + when + " by " +
+           (motion < ViewFigures::largeMotion ? number(motion, 2) + " px" : "a pixel and more"),
+       adviceOf(cause), true});
 }
 
 } // namespace

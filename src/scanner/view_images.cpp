@@ -20,6 +20,7 @@ namespace vorn::mv {
 namespace {
 
 constexpr double fullRange = 255;
+
 /// Amplitude and phase of a fringe and what its four images hold beside, of pixels that tell them.
 struct FringeSample {
   cv::Point place;
@@ -271,7 +272,9 @@ SequenceFigures figuresOf(std::vector<cv::Mat> const& sequence, cv::Mat_<float> 
     }
     repetition.add(map, patch, fringes.isInner);
   }
-  figures.clipped = clipped / static_cast<double>(std::max<std::size_t>(1, patches.size()));
+  if (!patches.empty()) {
+    figures.clipped = clipped / static_cast<double>(patches.size());
+  }
   figures.amplitude = median(std::move(amplitudes));
   figures.contrast = median(std::move(contrasts));
   figures.staircase = repetition.staircase();
@@ -311,11 +314,8 @@ cv::Mat_<float> fullLight(std::vector<cv::Mat> const& sequence, cv::Rect const& 
   return light;
 }
 
-/// A motion that is not small: what is seen lies elsewhere altogether.
-constexpr double largeShift = 1;
-
 /// By how many pixels what is seen in `from` lies elsewhere in `to`, whose gain and offset may differ; by
-/// `largeShift` where no small shift explains the difference.
+/// `ViewFigures::largeMotion` where no small shift explains the difference.
 std::optional<cv::Vec2d> shiftOf(cv::Mat_<float> const& from, cv::Mat_<float> const& to) {
   constexpr float clipped = 250;
   SmallFit<4> fit;
@@ -340,12 +340,12 @@ std::optional<cv::Vec2d> shiftOf(cv::Mat_<float> const& from, cv::Mat_<float> co
   double const varied = squares - sum * sum / ((from.rows - 2.0) * (from.cols - 2.0));
   constexpr double leastExplained = 0.8;
   if (squares - fit.explainedBy(*solved) > (1 - leastExplained) * varied) {
-    return cv::Vec2d(largeShift, 0);
+    return cv::Vec2d(ViewFigures::largeMotion, 0);
   }
   return cv::Vec2d(-(*solved)[2] / (*solved)[0], -(*solved)[3] / (*solved)[0]);
 }
 
-/// The length of the median of shifts; untold for fewer than 10.
+/// The length of the median of shifts, at most `ViewFigures::largeMotion`; untold for fewer than 10.
 double typicalShift(std::vector<std::optional<cv::Vec2d>> const& shifts) {
   std::vector<double> x;
   std::vector<double> y;
@@ -356,7 +356,8 @@ double typicalShift(std::vector<std::optional<cv::Vec2d>> const& shifts) {
     }
   }
   constexpr std::size_t fewest = 10;
-  return x.size() < fewest ? SequenceFigures::untold : std::hypot(medianAmong(x), medianAmong(y));
+  return x.size() < fewest ? SequenceFigures::untold
+                           : std::min(ViewFigures::largeMotion, std::hypot(medianAmong(x), medianAmong(y)));
 }
 
 /// The blur of the edges of a dot: that of a step which is nowhere steeper.
@@ -401,7 +402,10 @@ ViewFigures figuresOf(ScannerView const& view, cv::Mat_<float> const& columns, c
       blurs.push_back(*blur);
     }
   }
-  figures.targetClipped = clipped / static_cast<double>(std::max<std::size_t>(1, patches.size()));
+  // Images of real numbers have no end of their range.
+  figures.targetClipped = view.target.depth() <= CV_16U && !patches.empty()
+                              ? clipped / static_cast<double>(patches.size())
+                              : SequenceFigures::untold;
   figures.cameraBlur = median(std::move(blurs));
   figures.movedBetween = typicalShift(between);
   figures.movedBefore = typicalShift(before);

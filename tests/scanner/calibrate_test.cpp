@@ -19,10 +19,6 @@ namespace {
 
 using vorn::test::expectError;
 
-sim::Rig rig() {
-  return sim::demoRig(2);
-}
-
 constexpr int viewCount = 4;
 
 /// Views of the demonstration's target, rendered once.
@@ -31,19 +27,12 @@ std::vector<ScannerView> const& renderedViews() {
     Library::init();
     std::vector<ScannerView> result;
     for (int i = 0; i < viewCount; ++i) {
-      result.push_back(test::renderedView(rig(), sim::demoTargetPoses()[static_cast<std::size_t>(i)],
-                                          "view " + std::to_string(i)));
+      result.push_back(test::renderedView(
+          test::halfRig(), sim::demoTargetPoses()[static_cast<std::size_t>(i)], "view " + std::to_string(i)));
     }
     return result;
   }();
   return views;
-}
-
-CalibrationSettings settings() {
-  CalibrationSettings result;
-  result.detector["PatternDim"] = 15.0;
-  result.detector["MinDotArea"] = 20.0;
-  return result;
 }
 
 nlohmann::json written(IJsonSerializable const& object) {
@@ -53,10 +42,10 @@ nlohmann::json written(IJsonSerializable const& object) {
 }
 
 TEST(CalibrateScanner, RecoversTheRigWithItsResiduals) {
-  ScannerCalibration const calibration = calibrateScanner(renderedViews(), settings());
+  ScannerCalibration const calibration = calibrateScanner(renderedViews(), test::halfRigSettings());
   cv::Matx44d const found = calibration.object.getTransform();
   cv::Vec3d const base(found(0, 3), found(1, 3), found(2, 3));
-  EXPECT_LT(cv::norm(base - rig().projector.world_from_proj.translation), 2.0) << "mm of 200";
+  EXPECT_LT(cv::norm(base - test::halfRig().projector.world_from_proj.translation), 2.0) << "mm of 200";
   EXPECT_TRUE(calibration.report.isProjectorGuessed);
   // The projector has 456 x 285 pixels: this is the least usual size that shows them.
   EXPECT_EQ(calibration.report.devices.at(1).resolution, cv::Size(480, 320));
@@ -73,9 +62,9 @@ TEST(CalibrateScanner, RecoversTheRigWithItsResiduals) {
 TEST(CalibrateScanner, ThreadsDoNotMatter) {
   int const threads = cv::getNumThreads();
   cv::setNumThreads(1);
-  ScannerCalibration const alone = calibrateScanner(renderedViews(), settings());
+  ScannerCalibration const alone = calibrateScanner(renderedViews(), test::halfRigSettings());
   cv::setNumThreads(4);
-  ScannerCalibration const together = calibrateScanner(renderedViews(), settings());
+  ScannerCalibration const together = calibrateScanner(renderedViews(), test::halfRigSettings());
   cv::setNumThreads(threads);
   EXPECT_EQ(written(alone.object), written(together.object));
   EXPECT_EQ(toJson(alone), toJson(together));
@@ -99,7 +88,7 @@ TEST(CalibrateScanner, LeavesOutTheViewWhoseErrorStandsOut) {
   for (cv::Mat& image : views.back().columns) {
     image = bent(image);
   }
-  CalibrationSettings keeping = settings();
+  CalibrationSettings keeping = test::halfRigSettings();
   keeping.isAdjusted = false; // or the diagnosis names the view too
   keeping.outlierRatio = std::numeric_limits<double>::infinity();
   ScannerCalibration const all = calibrateScanner(views, keeping);
@@ -109,7 +98,7 @@ TEST(CalibrateScanner, LeavesOutTheViewWhoseErrorStandsOut) {
   ASSERT_GT(worst, 0.2);
 
   // Five times the middle error is left out at a limit of three, and not at one above.
-  ScannerCalibration const some = calibrateScanner(views, settings());
+  ScannerCalibration const some = calibrateScanner(views, test::halfRigSettings());
   EXPECT_NE(some.views.back().reason.find("projector's reprojection error is "), std::string::npos);
   EXPECT_LT(some.report.devices[1].rms, all.report.devices[1].rms / 2);
   keeping.outlierRatio = 2 * worst / middle;
@@ -127,7 +116,7 @@ TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
   views[viewCount + 1].columns.clear();
   views[viewCount + 2].target = views[0].target.colRange(0, 500);
   views[viewCount + 3].rows = std::vector<cv::Mat>(views[0].rows.begin(), views[0].rows.begin() + 5);
-  ScannerCalibration const calibration = calibrateScanner(views, settings());
+  ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
   auto const reason = [&](std::size_t i) { return calibration.views[viewCount + i].reason; };
   EXPECT_NE(reason(0).find("no target found"), std::string::npos) << reason(0);
   EXPECT_NE(reason(1).find("no images of the columns"), std::string::npos) << reason(1);
@@ -136,7 +125,7 @@ TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
   EXPECT_NE(reason(3).find("Insufficient input patterns"), std::string::npos) << reason(3);
   EXPECT_EQ(calibration.views[0].reason, "");
   views.erase(views.begin() + 2, views.begin() + viewCount);
-  expectError([&] { calibrateScanner(views, settings()); },
+  expectError([&] { calibrateScanner(views, test::halfRigSettings()); },
               "Only 2 of 6 views can be used, and a calibration takes 3; bad 0: no target found");
 }
 
@@ -152,16 +141,17 @@ TEST(CalibrateScanner, TakesViewsOneByOne) {
     }
     return renderedViews()[i];
   };
-  ScannerCalibration const calibration = calibrateScanner(names, source, settings());
+  ScannerCalibration const calibration = calibrateScanner(names, source, test::halfRigSettings());
   EXPECT_EQ(calibration.views.back().reason, "the disk is gone");
-  EXPECT_EQ(written(calibration.object), written(calibrateScanner(renderedViews(), settings()).object));
+  EXPECT_EQ(written(calibration.object),
+            written(calibrateScanner(renderedViews(), test::halfRigSettings()).object));
 }
 
 TEST(CalibrateScanner, StopsWhenAskedTo) {
   // Some stops in each stage: to try all of them takes long.
   for (int const questions : {0, 1, 7, 20, 40}) {
     vorn::test::Watching observer(questions);
-    EXPECT_THROW(calibrateScanner(renderedViews(), settings(), &observer), Cancelled);
+    EXPECT_THROW(calibrateScanner(renderedViews(), test::halfRigSettings(), &observer), Cancelled);
     EXPECT_EQ(observer.asked, questions + 1);
   }
   struct : vorn::test::Watching {
@@ -171,21 +161,21 @@ TEST(CalibrateScanner, StopsWhenAskedTo) {
     }
     int askedInViews = 0;
   } observer;
-  calibrateScanner(renderedViews(), settings(), &observer);
+  calibrateScanner(renderedViews(), test::halfRigSettings(), &observer);
   EXPECT_EQ(observer.fraction, 1.0);
   constexpr int stepsOfView = 4;
   EXPECT_GT(observer.askedInViews, 4 * stepsOfView * viewCount) << "within the decoding of single views too";
 }
 
 TEST(CalibrateScanner, RefusesSettingsOutOfRange) {
-  CalibrationSettings bad = settings();
+  CalibrationSettings bad = test::halfRigSettings();
   bad.projector = {640, 0};
   expectError([&] { calibrateScanner(renderedViews(), bad); },
               "projector is [640 x 0], but must be 16 to 8192");
-  bad = settings();
+  bad = test::halfRigSettings();
   bad.outlierRatio = 0.5;
   expectError([&] { calibrateScanner(renderedViews(), bad); }, "outlierRatio is 0.5, but must be 1 or more");
-  bad = settings();
+  bad = test::halfRigSettings();
   bad.outlierError = std::numeric_limits<double>::quiet_NaN();
   expectError([&] { calibrateScanner(renderedViews(), bad); }, "outlierError is nan, but must be 0 or more");
 }
@@ -211,9 +201,9 @@ TEST(CalibrateCamera, NeedsNoMarkers) {
   for (ScannerView const& view : renderedViews()) {
     views.push_back({view.name, view.target});
   }
-  CameraCalibration const calibration = calibrateCamera(views, settings());
+  CameraCalibration const calibration = calibrateCamera(views, test::halfRigSettings());
   cv::Mat const K = calibration.object.getK();
-  EXPECT_NEAR(K.at<double>(0, 0) / rig().camera.device.focal().x, 1, 5e-3);
+  EXPECT_NEAR(K.at<double>(0, 0) / test::halfRig().camera.device.focal().x, 1, 5e-3);
   EXPECT_EQ(calibration.report.devices.size(), 1U);
   EXPECT_FALSE(toJson(calibration).contains("rotationDefect"));
 }

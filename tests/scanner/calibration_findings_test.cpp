@@ -23,10 +23,6 @@ namespace {
 
 using vorn::test::expectError;
 
-sim::Rig rig() {
-  return sim::demoRig(2);
-}
-
 constexpr int viewCount = 6;
 
 sim::Pose poseOf(int view) {
@@ -39,18 +35,11 @@ std::vector<ScannerView> const& cleanViews() {
     Library::init();
     std::vector<ScannerView> result;
     for (int i = 0; i < viewCount; ++i) {
-      result.push_back(test::renderedView(rig(), poseOf(i), "pose_0" + std::to_string(i)));
+      result.push_back(test::renderedView(test::halfRig(), poseOf(i), "pose_0" + std::to_string(i)));
     }
     return result;
   }();
   return views;
-}
-
-CalibrationSettings settings() {
-  CalibrationSettings result;
-  result.detector["PatternDim"] = 15.0;
-  result.detector["MinDotArea"] = 20.0;
-  return result;
 }
 
 /// The causes found, but for those that speak of a set as small as this.
@@ -88,7 +77,7 @@ void change(ScannerView& view, std::function<void(cv::Mat& image, int number)> c
 }
 
 TEST(CalibrationFindings, CleanViewsHaveNone) {
-  ScannerCalibration const calibration = calibrateScanner(cleanViews(), settings());
+  ScannerCalibration const calibration = calibrateScanner(cleanViews(), test::halfRigSettings());
   EXPECT_EQ(causesOf(calibration), std::vector<std::string>());
   EXPECT_EQ(calibration.report.notAdjusted, "");
   ASSERT_TRUE(calibration.report.adjustment);
@@ -100,7 +89,7 @@ TEST(CalibrationFindings, CleanViewsHaveNone) {
   // Better than each device by itself, whose base is off by up to 2 mm.
   cv::Matx44d const found = calibration.object.getTransform();
   cv::Vec3d const base(found(0, 3), found(1, 3), found(2, 3));
-  EXPECT_LT(cv::norm(base - rig().projector.world_from_proj.translation), 0.5);
+  EXPECT_LT(cv::norm(base - test::halfRig().projector.world_from_proj.translation), 0.5);
 }
 
 /// A fault of the images of one view and what it is called.
@@ -168,7 +157,7 @@ TEST(CalibrationFindings, NameWhatIsWrongWithTheImages) {
       image = image.clone();
     }
     fault.apply(views[2]);
-    ScannerCalibration const calibration = calibrateScanner(views, settings());
+    ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
     auto const found =
         std::find_if(calibration.report.findings.begin(), calibration.report.findings.end(),
                      [&](Finding const& finding) { return nameOf(finding.cause) == fault.cause; });
@@ -197,7 +186,7 @@ sim::Pose movedPose(sim::Pose pose) {
 }
 
 TEST(CalibrationFindings, ViewsWhoseTargetMovedAreNamedAndLeftOut) {
-  ScannerView const moved = test::renderedView(rig(), movedPose(poseOf(3)), "moved");
+  ScannerView const moved = test::renderedView(test::halfRig(), movedPose(poseOf(3)), "moved");
   std::vector<ScannerView> before = cleanViews();
   before[3].columns = moved.columns;
   before[3].rows = moved.rows;
@@ -205,7 +194,7 @@ TEST(CalibrationFindings, ViewsWhoseTargetMovedAreNamedAndLeftOut) {
   between[3].rows = moved.rows;
   for (auto const& [cause, views] :
        {std::pair(FindingCause::MovedBefore, before), std::pair(FindingCause::MovedBetween, between)}) {
-    ScannerCalibration const calibration = calibrateScanner(views, settings());
+    ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
     Finding const* const finding = findingOf(calibration, cause);
     ASSERT_NE(finding, nullptr) << nameOf(cause);
     EXPECT_EQ(finding->view, 3);
@@ -214,7 +203,7 @@ TEST(CalibrationFindings, ViewsWhoseTargetMovedAreNamedAndLeftOut) {
     EXPECT_EQ(calibration.report.adjustment->views.size(), static_cast<std::size_t>(viewCount) - 1);
     EXPECT_LT(calibration.report.adjustment->s0, 1.3);
 
-    CalibrationSettings keeping = settings();
+    CalibrationSettings keeping = test::halfRigSettings();
     keeping.outlierRatio = std::numeric_limits<double>::infinity();
     EXPECT_TRUE(calibrateScanner(views, keeping).views[3].isUsed());
   }
@@ -223,10 +212,10 @@ TEST(CalibrationFindings, ViewsWhoseTargetMovedAreNamedAndLeftOut) {
 TEST(CalibrationFindings, ProjectorPointsOfAnotherPoseAreNamed) {
   // Each device by itself is content; the mean of the transforms is not one.
   std::vector<ScannerView> views = cleanViews();
-  ScannerView const other = test::renderedView(rig(), poseOf(7), "other");
+  ScannerView const other = test::renderedView(test::halfRig(), poseOf(7), "other");
   views[1].target = other.target;
   views[1].columns = cleanViews()[1].columns;
-  ScannerCalibration const calibration = calibrateScanner(views, settings());
+  ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
   EXPECT_NE(
       calibration.views[1].reason.find("moved between the target image and the columns by a pixel and more"),
       std::string::npos)
@@ -237,7 +226,7 @@ TEST(CalibrationFindings, ProjectorPointsOfAnotherPoseAreNamed) {
 }
 
 TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
-  sim::Rig turned = rig();
+  sim::Rig turned = test::halfRig();
   cv::Matx33d R;
   cv::Rodrigues(cv::Vec3d(0, 0.1 * CV_PI / 180, 0), R);
   turned.projector.world_from_proj.rotation = turned.projector.world_from_proj.rotation * R;
@@ -245,8 +234,8 @@ TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
   for (int i = 3; i < viewCount; ++i) {
     views[static_cast<std::size_t>(i)] = test::renderedView(turned, poseOf(i), "pose_0" + std::to_string(i));
   }
-  expectError([&] { calibrateScanner(views, settings()); }, "A device moved before pose_03");
-  CalibrationSettings keeping = settings();
+  expectError([&] { calibrateScanner(views, test::halfRigSettings()); }, "A device moved before pose_03");
+  CalibrationSettings keeping = test::halfRigSettings();
   keeping.isRefused = false;
   ScannerCalibration const kept = calibrateScanner(views, keeping);
   Finding const* const finding = findingOf(kept, FindingCause::DeviceMoved);
@@ -256,7 +245,7 @@ TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
 }
 
 TEST(CalibrationFindings, SeparateDevicesAreAsBefore) {
-  CalibrationSettings separate = settings();
+  CalibrationSettings separate = test::halfRigSettings();
   separate.isAdjusted = false;
   ScannerCalibration const calibration = calibrateScanner(cleanViews(), separate);
   EXPECT_FALSE(calibration.report.adjustment);

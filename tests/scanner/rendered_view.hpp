@@ -13,6 +13,19 @@
 
 namespace vorn::mv::test {
 
+/// The demonstration's rig at half of its pixels.
+inline sim::Rig halfRig() {
+  return sim::demoRig(2);
+}
+
+/// Settings for that rig's images of the target.
+inline CalibrationSettings halfRigSettings() {
+  CalibrationSettings result;
+  result.detector["PatternDim"] = 15.0;
+  result.detector["MinDotArea"] = 20.0;
+  return result;
+}
+
 /// The demonstration's target in a pose, under the light of a rig: the scene of a calibration view.
 inline sim::ProjectorView targetView(sim::Rig const& rig, sim::Pose const& pose) {
   sim::RenderOptions options;

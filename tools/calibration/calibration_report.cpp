@@ -113,6 +113,13 @@ std::string adjustedText(mv::CalibrationReport const& report) {
     out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "
         << shape.sagX << " mm along x and " << shape.sagY << " mm along y; taken into account\n";
   }
+  if (!report.untested.empty()) {
+    out << "not to be told from these views:";
+    for (mv::FindingCause const cause : report.untested) {
+      out << (cause == report.untested.front() ? " " : ", ") << mv::nameOf(cause);
+    }
+    out << '\n';
+  }
   if (report.predicted && report.predicted->barCount > 0) {
     constexpr double micrometres = 1000;
     constexpr double ppm = 1e6;

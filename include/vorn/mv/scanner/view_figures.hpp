@@ -41,15 +41,18 @@ struct SequenceFigures {
 
 /// What the images of one pose before a scanner tell of light, focus and motion.
 struct ViewFigures {
+  /// What a motion is given as where it is so large that it is not measured.
+  static constexpr double largeMotion = 1;
+
   SequenceFigures columns; ///< of the column sequence
   SequenceFigures rows;    ///< of the row sequence
   /// Share of samples of the target image at the upper end of its range.
   double targetClipped = SequenceFigures::untold;
   /// Standard deviation of the camera's blur at the edges of dots, pixels: 0.9 and less when it is in focus.
   double cameraBlur = SequenceFigures::untold;
-  /// How far the target moved from the column to the row sequence, camera pixels.
+  /// How far the target moved from the column to the row sequence, camera pixels, at most `largeMotion`.
   double movedBetween = SequenceFigures::untold;
-  /// How far it moved from the target image to the column sequence, camera pixels.
+  /// How far it moved from the target image to the column sequence, the same way.
   double movedBefore = SequenceFigures::untold;
 };
 
