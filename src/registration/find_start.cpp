@@ -6,17 +6,16 @@
 #include <cmath>
 #include <limits>
 #include <opencv2/core.hpp>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <vorn/mv/registration/registration.hpp>
 
-#include "core/error.hpp"
 #include "core/progress.hpp"
 #include "registration/nearest_grid.hpp"
 #include "registration/point_motion.hpp"
+#include "registration/registration_checks.hpp"
 #include "registration/surface_features.hpp"
 #include "registration/surface_matcher.hpp"
 #include "registration/surface_registration.hpp"
@@ -26,8 +25,6 @@ namespace vorn::mv {
 namespace {
 
 constexpr char const* context = "findStart";
-constexpr std::size_t fewestPoints = 50;
-constexpr double mostSizeRatio = 30.0;
 /// The edge of the cubes that clouds are thinned by, over the size (RMS distance from the middle) of the
 /// smaller one.
 constexpr double edgeOverSize = 0.08;
@@ -285,21 +282,6 @@ private:
   NearestGrid grid_;
 };
 
-template <class Value>
-[[noreturn]] void refuse(char const* name, Value value, char const* bound) {
-  std::ostringstream text;
-  text << name << " is " << value << ", not " << bound;
-  throw error(text.str(), context);
-}
-
-void checkCloud(SurfaceMatcher const& cloud, char const* name) {
-  if (cloud.usableCount() < fewestPoints) {
-    throw error("The " + std::string(name) + " has " + std::to_string(cloud.usableCount()) +
-                    " points with a normal, fewer than " + std::to_string(fewestPoints),
-                context);
-  }
-}
-
 /// The search for one choice of the side that the source's normals point to.
 StartSearch searchOn(PointCloud& source, SurfaceMatcher const& sourceFigures, PointCloud const& target,
                      SurfaceMatcher const& targetFigures, StartSettings const& settings,
@@ -329,10 +311,10 @@ StartSearch searchOn(PointCloud& source, SurfaceMatcher const& sourceFigures, Po
 StartSearch findStart(PointCloud const& source, PointCloud const& target, StartSettings const& settings,
                       Observer* observer) {
   if (!(settings.minOverlap > 0.0 && settings.minOverlap <= 1.0)) {
-    refuse("minOverlap", settings.minOverlap, "above 0 .. 1");
+    refuse("minOverlap", settings.minOverlap, "above 0 .. 1", context);
   }
   if (settings.candidates < 1 || settings.candidates > 200) {
-    refuse("candidates", settings.candidates, "1 .. 200");
+    refuse("candidates", settings.candidates, "1 .. 200", context);
   }
   source.checkSizes();
   target.checkSizes();
@@ -341,12 +323,9 @@ StartSearch findStart(PointCloud const& source, PointCloud const& target, StartS
   PointCloud const targetCloud = withNormals(target, progress);
   SurfaceMatcher const sourceFigures(sourceCloud);
   SurfaceMatcher const targetFigures(targetCloud);
-  checkCloud(sourceFigures, "source");
-  checkCloud(targetFigures, "target");
-  double const ratio = sourceFigures.size() / targetFigures.size();
-  if (!(std::max(ratio, 1.0 / ratio) < mostSizeRatio)) {
-    refuse("The ratio of the clouds' sizes", ratio, "that of one part; are they in different units?");
-  }
+  checkCount(sourceFigures.usableCount(), "The source", context);
+  checkCount(targetFigures.usableCount(), "The target", context);
+  checkSizes(sourceFigures.size(), targetFigures.size(), context);
   progress.at("normals", 0.2);
   bool const isSideKnown =
       (source.hasNormals() || source.isOrganized()) && (target.hasNormals() || target.isOrganized());

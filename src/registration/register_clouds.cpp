@@ -2,69 +2,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <vorn/mv/registration/registration.hpp>
 
-#include "core/error.hpp"
+#include "registration/registration_checks.hpp"
 #include "registration/surface_registration.hpp"
 
 namespace vorn::mv {
 
 namespace {
 
-constexpr std::size_t fewestPoints = 50;
-/// Views of one part differ in size, but not by this.
-constexpr double mostSizeRatio = 30.0;
+constexpr char const* context = "registerClouds";
 /// Samples of the first and of the second pass; the last one takes all.
 constexpr double firstSamples = 4000.0;
 constexpr double secondSamples = 60000.0;
 
-template <class Value>
-[[noreturn]] void refuse(char const* name, Value value, char const* bound) {
-  std::ostringstream text;
-  text << name << " is " << value << ", not " << bound;
-  throw error(text.str(), "registerClouds");
-}
-
 void checkSettings(RegistrationSettings const& settings) {
-  if (!(settings.maxDistance >= 0.0)) {
-    refuse("maxDistance", settings.maxDistance, "at least 0");
-  }
-  if (!(settings.maxNormalAngle > 0.0 && settings.maxNormalAngle <= 90.0)) {
-    refuse("maxNormalAngle", settings.maxNormalAngle, "above 0 .. 90");
-  }
-  if (settings.maxIterations < 1 || settings.maxIterations > 1000) {
-    refuse("maxIterations", settings.maxIterations, "1 .. 1000");
-  }
-  if (settings.maxSamples != 0 && settings.maxSamples < 100) {
-    refuse("maxSamples", settings.maxSamples, "0 or at least 100");
-  }
+  checkPairing(settings, context);
   if (!(settings.minOverlap >= 0.0 && settings.minOverlap <= 1.0)) {
-    refuse("minOverlap", settings.minOverlap, "0 .. 1");
+    refuse("minOverlap", settings.minOverlap, "0 .. 1", context);
   }
   for (double const value : settings.targetFromSource.val) {
     if (!std::isfinite(value)) {
-      refuse("A value of targetFromSource", value, "finite");
+      refuse("A value of targetFromSource", value, "finite", context);
     }
-  }
-}
-
-void checkCloud(SurfaceMatcher const& cloud, char const* name) {
-  if (cloud.usableCount() < fewestPoints) {
-    std::ostringstream text;
-    text << "The " << name << " has " << cloud.usableCount() << " points with a normal, fewer than "
-         << fewestPoints;
-    throw error(text.str(), "registerClouds");
-  }
-}
-
-void checkSizes(double source, double target) {
-  double const ratio = std::max(source / target, target / source);
-  if (!(ratio < mostSizeRatio)) {
-    std::ostringstream text;
-    text << "The source measures " << source << ", the target " << target
-         << " (RMS distance from their middles): too different for one part; are they in different units?";
-    throw error(text.str(), "registerClouds");
   }
 }
 
@@ -82,13 +42,13 @@ Registration registerClouds(PointCloud const& source, PointCloud const& target,
   Progress const progress(observer);
   PointCloud const targetCloud = withNormals(target, progress);
   SurfaceMatcher const matcher(targetCloud);
-  checkCloud(matcher, "target");
+  checkCount(matcher.usableCount(), "The target", context);
   progress.at("normals", 0.15);
   PointCloud sourceCloud = withNormals(source, progress);
   // Only for its figures; built without its tree it would be another class.
   SurfaceMatcher const sourceFigures(sourceCloud);
-  checkCloud(sourceFigures, "source");
-  checkSizes(sourceFigures.size(), matcher.size());
+  checkCount(sourceFigures.usableCount(), "The source", context);
+  checkSizes(sourceFigures.size(), matcher.size(), context);
 
   SurfaceRegistration registration(matcher, settings, progress);
   auto const points = static_cast<double>(sourceFigures.usableCount());

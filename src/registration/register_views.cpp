@@ -13,6 +13,7 @@
 #include "core/median.hpp"
 #include "registration/held_motions.hpp"
 #include "registration/pair_equations.hpp"
+#include "registration/registration_checks.hpp"
 #include "registration/robust_pairs.hpp"
 #include "registration/small_motion.hpp"
 #include "registration/surface_registration.hpp"
@@ -23,8 +24,6 @@ namespace vorn::mv {
 namespace {
 
 constexpr char const* context = "registerViews";
-constexpr std::size_t fewestPoints = 50;
-constexpr double mostSizeRatio = 30.0;
 /// Samples a view of the first pass.
 constexpr int leadingSamples = 4000;
 constexpr int mostLeadingSteps = 40;
@@ -32,44 +31,26 @@ constexpr int mostLeadingSteps = 40;
 constexpr double smallStep = 0.1;
 constexpr double smallLeadingStep = 0.5;
 
-template <class Value>
-[[noreturn]] void refuse(std::string const& name, Value value, char const* bound) {
-  std::ostringstream text;
-  text << name << " is " << value << ", not " << bound;
-  throw error(text.str(), context);
-}
-
 void checkSettings(ViewsSettings const& settings, std::size_t views) {
   if (views < 2) {
-    refuse("The number of views", views, "2 or more");
+    refuse("The number of views", views, "2 or more", context);
   }
   if (!settings.frameFromView.empty() && settings.frameFromView.size() != views) {
-    refuse("The length of frameFromView", settings.frameFromView.size(), "that of the views");
+    refuse("The length of frameFromView", settings.frameFromView.size(), "that of the views", context);
   }
   for (cv::Matx44d const& motion : settings.frameFromView) {
     for (double const value : motion.val) {
       if (!std::isfinite(value)) {
-        refuse("A value of frameFromView", value, "finite");
+        refuse("A value of frameFromView", value, "finite", context);
       }
     }
   }
   if (settings.fixedView >= views) {
-    refuse("fixedView", settings.fixedView, "an index of a view");
+    refuse("fixedView", settings.fixedView, "an index of a view", context);
   }
-  if (!(settings.maxDistance >= 0.0)) {
-    refuse("maxDistance", settings.maxDistance, "at least 0");
-  }
-  if (!(settings.maxNormalAngle > 0.0 && settings.maxNormalAngle <= 90.0)) {
-    refuse("maxNormalAngle", settings.maxNormalAngle, "above 0 .. 90");
-  }
-  if (settings.maxIterations < 1 || settings.maxIterations > 1000) {
-    refuse("maxIterations", settings.maxIterations, "1 .. 1000");
-  }
-  if (settings.maxSamples != 0 && settings.maxSamples < 100) {
-    refuse("maxSamples", settings.maxSamples, "0 or at least 100");
-  }
+  checkPairing(settings, context);
   if (!(settings.minOverlap > 0.0 && settings.minOverlap <= 1.0)) {
-    refuse("minOverlap", settings.minOverlap, "above 0 .. 1");
+    refuse("minOverlap", settings.minOverlap, "above 0 .. 1", context);
   }
 }
 
@@ -132,12 +113,7 @@ private:
       view.cloud = withNormals(clouds[i], progress_);
       view.surface = std::make_unique<SurfaceMatcher>(view.cloud);
       view.frameFromView = settings_.frameFromView.empty() ? cv::Matx44d::eye() : settings_.frameFromView[i];
-      std::size_t const count = view.surface->usableCount();
-      if (count < fewestPoints) {
-        throw error("View " + std::to_string(i) + " has " + std::to_string(count) +
-                        " points with a normal, fewer than " + std::to_string(fewestPoints),
-                    context);
-      }
+      checkCount(view.surface->usableCount(), "View " + std::to_string(i), context);
       double const size = view.surface->size();
       double const first = views_.empty() ? size : views_.front().surface->size();
       if (!(std::max(size / first, first / size) < mostSizeRatio)) {

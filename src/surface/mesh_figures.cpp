@@ -7,23 +7,11 @@
 #include <string>
 #include <vorn/mv/surface/mesh.hpp>
 
-#include "core/error.hpp"
+#include "surface/mesh_checks.hpp"
 
 namespace vorn::mv {
 
 namespace {
-
-void checkTriangles(SurfaceMesh const& mesh, char const* function) {
-  auto const count = static_cast<int>(mesh.vertices.size());
-  for (cv::Vec3i const& triangle : mesh.triangles) {
-    for (int const corner : triangle.val) {
-      if (corner < 0 || corner >= count) {
-        throw error("A triangle names vertex " + std::to_string(corner) + " of " + std::to_string(count),
-                    function);
-      }
-    }
-  }
-}
 
 cv::Vec3d vertexAt(SurfaceMesh const& mesh, int index) {
   return cv::Vec3d(mesh.vertices[static_cast<std::size_t>(index)]);

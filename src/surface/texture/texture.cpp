@@ -9,6 +9,7 @@
 
 #include "core/error.hpp"
 #include "core/progress.hpp"
+#include "surface/mesh_checks.hpp"
 #include "surface/texture/atlas.hpp"
 #include "surface/texture/mesh_view.hpp"
 
@@ -70,15 +71,7 @@ void check(SurfaceMesh const& mesh, std::vector<TextureView> const& views, Textu
                     std::to_string(mesh.vertices.size()) + " vertices",
                 function);
   }
-  auto const count = static_cast<int>(mesh.vertices.size());
-  for (cv::Vec3i const& triangle : mesh.triangles) {
-    for (int const corner : triangle.val) {
-      if (corner < 0 || corner >= count) {
-        throw error("A triangle names vertex " + std::to_string(corner) + " of " + std::to_string(count),
-                    function);
-      }
-    }
-  }
+  checkTriangles(mesh, function);
 }
 
 cv::Vec3d colorAt(cv::Mat const& image, cv::Point2f const& at) {
