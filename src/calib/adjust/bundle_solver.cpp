@@ -209,50 +209,72 @@ double gainOf(Bundle const& solved, Bundle const& extended) {
   return gain == 0 ? 0 : gain + squaresOf(solved, transfers).total() - squaresOf(extended, transfers).total();
 }
 
+namespace {
+
+/// What one view of a solved bundle would have for a transform of its own: the equations of all views, with
+/// those of this one taken out and put in again.
+/// @param gainOfAll what the squares would fall by without that, as weights have changed
+OwnTransform ownTransformOf(Bundle const& solved, Transfers const& transfers, std::size_t view,
+                            ReducedEquations const& whole, double gainOfAll) {
+  Bundle single = solved;
+  single.views = {solved.views[view]};
+  Transfers const own = transfers.empty() ? Transfers() : Transfers{transfers[view]};
+  auto const common = reduced(normalEquationsOf(single, own));
+  single.otherStations = {single.dev0_from_dev1};
+  single.views[0].station = 1;
+  auto const apart = reduced(normalEquationsOf(single, own));
+  if (!common || !apart) {
+    return {};
+  }
+  // The columns of the second transform stand before those of the shape.
+  Eigen::Index const first = solved.deviceCount() + solved.transformCount();
+  auto const placeOf = [&](Eigen::Index k) { return k < first ? k : k + 6; };
+  Eigen::MatrixXd equations = apart->common;
+  Eigen::VectorXd slope = apart->slope;
+  for (Eigen::Index k = 0; k < whole.slope.size(); ++k) {
+    slope(placeOf(k)) += whole.slope(k) - common->slope(k);
+    for (Eigen::Index l = 0; l < whole.slope.size(); ++l) {
+      equations(placeOf(k), placeOf(l)) += whole.common(k, l) - common->common(k, l);
+    }
+  }
+  Eigen::LLT<Eigen::MatrixXd> const decomposition(equations);
+  if (decomposition.info() != Eigen::Success) {
+    return {};
+  }
+  Eigen::VectorXd const step = decomposition.solve(slope);
+  double const* const shared = step.data() + solved.deviceCount();
+  double const* const ownPart = shared + 6;
+  return {vectorOf(ownPart) - vectorOf(shared), vectorOf(ownPart + 3) - vectorOf(shared + 3),
+          slope.dot(step) - gainOfAll};
+}
+
+/// Whether both devices see enough dots of a view for a pose each.
+bool showsBoth(BundleView const& view) {
+  constexpr std::ptrdiff_t fewest = 6;
+  auto const seen0 =
+      std::count_if(view.dots.begin(), view.dots.end(), [](auto const& dot) { return dot.has0; });
+  auto const seen1 =
+      std::count_if(view.dots.begin(), view.dots.end(), [](auto const& dot) { return dot.has1; });
+  return std::min(seen0, seen1) >= fewest;
+}
+
+} // namespace
+
 std::vector<OwnTransform> ownTransformsOf(Bundle const& solved) {
   Transfers const transfers = transfersOf(solved);
   auto const whole = reduced(normalEquationsOf(solved, transfers));
   if (!whole) {
     return {};
   }
+  Eigen::LLT<Eigen::MatrixXd> const decomposition(whole->common);
+  if (decomposition.info() != Eigen::Success) {
+    return {};
+  }
+  double const gainOfAll = whole->slope.dot(decomposition.solve(whole->slope));
   std::vector<OwnTransform> result;
   for (std::size_t i = 0; i < solved.views.size(); ++i) {
-    // The equations of all views, with those of one taken out and put in again with a transform of its own.
-    Bundle single = solved;
-    single.views = {solved.views[i]};
-    Transfers const own = transfers.empty() ? Transfers() : Transfers{transfers[i]};
-    auto const common = reduced(normalEquationsOf(single, own));
-    single.otherStations = {single.dev0_from_dev1};
-    single.views[0].station = 1;
-    auto const apart = reduced(normalEquationsOf(single, own));
-    if (!common || !apart) {
-      return {};
-    }
-    // The columns of the second transform stand before those of the shape.
-    Eigen::Index const first = solved.deviceCount() + solved.transformCount();
-    Eigen::Index const rest = whole->common.rows() - first;
-    std::vector<Eigen::Index> places;
-    for (Eigen::Index k = 0; k < first + rest; ++k) {
-      places.push_back(k < first ? k : k + 6);
-    }
-    Eigen::MatrixXd equations = apart->common;
-    Eigen::VectorXd slope = apart->slope;
-    for (Eigen::Index k = 0; k < first + rest; ++k) {
-      slope(places[static_cast<std::size_t>(k)]) += whole->slope(k) - common->slope(k);
-      for (Eigen::Index l = 0; l < first + rest; ++l) {
-        equations(places[static_cast<std::size_t>(k)], places[static_cast<std::size_t>(l)]) +=
-            whole->common(k, l) - common->common(k, l);
-      }
-    }
-    Eigen::LLT<Eigen::MatrixXd> const decomposition(equations);
-    if (decomposition.info() != Eigen::Success) {
-      return {};
-    }
-    Eigen::VectorXd const step = decomposition.solve(slope);
-    double const* const shared = step.data() + solved.deviceCount();
-    double const* const ownPart = shared + 6;
-    result.push_back({vectorOf(ownPart) - vectorOf(shared), vectorOf(ownPart + 3) - vectorOf(shared + 3),
-                      slope.dot(step)});
+    result.push_back(showsBoth(solved.views[i]) ? ownTransformOf(solved, transfers, i, *whole, gainOfAll)
+                                                : OwnTransform());
   }
   return result;
 }

@@ -45,7 +45,8 @@ struct OwnTransform {
   cv::Vec3d shift; ///< likewise
   double gain = 0; ///< of the squares
 };
-/// Of every view; none where the unknowns are not determined.
+/// Of every view, 0 for one that does not show both devices enough dots; none where the unknowns are not
+/// determined.
 std::vector<OwnTransform> ownTransformsOf(Bundle const& solved);
 
 } // namespace vorn::mv

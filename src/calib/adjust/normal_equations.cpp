@@ -298,7 +298,9 @@ NormalEquations normalEquationsOf(Bundle const& bundle, Transfers const& transfe
     BundleView const& view = bundle.views[i];
     ViewRows const rows = viewRowsOf(bundle, model, columns, view, listOf(transfers, i), device);
     Eigen::MatrixXd products = Eigen::MatrixXd::Zero(columns.end, columns.end);
-    products.selfadjointView<Eigen::Lower>().rankUpdate(rows.slope.transpose());
+    if (rows.slope.rows() > 0) { // Eigen divides by that number
+      products.selfadjointView<Eigen::Lower>().rankUpdate(rows.slope.transpose());
+    }
     Eigen::VectorXd const slopes = rows.slope.transpose() * rows.residual;
     Eigen::MatrixXd mixed = Eigen::MatrixXd::Zero(count, 6);
     mixed.topRows(columns.pose) = products.bottomLeftCorner(6, columns.pose).transpose();

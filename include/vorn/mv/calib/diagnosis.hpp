@@ -77,7 +77,8 @@ struct TransformDeviation {
   double chi2 = 0;
 };
 
-/// The deviation of every view of an adjustment of two devices; none for a single camera or below 3 views.
+/// The deviation of every view of an adjustment of two devices; none for a single camera or below 3 views. 0
+/// for a view that does not show both devices at least 6 dots: it says nothing of how they stand.
 /// @throws Exception when views and adjustment do not belong together
 [[nodiscard]] VORN_API std::vector<TransformDeviation>
 transformDeviations(std::vector<AdjustmentView> const& views, Adjustment const& adjustment);
