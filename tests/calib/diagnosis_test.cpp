@@ -172,6 +172,33 @@ TEST_F(DiagnosisTest, NamesMirroredImages) {
   EXPECT_EQ(findings[0].device, 1);
 }
 
+TEST_F(DiagnosisTest, RefusesViewsOfAnotherAdjustment) {
+  auto const views = rig.views(viewCount);
+  Adjustment const adjustment =
+      adjustScanner(views, AdjustmentRig::sizeOf(rig.camera), AdjustmentRig::sizeOf(rig.projector));
+  auto const expectRefused = [&](char const* what, std::function<void(std::vector<AdjustmentView>&)> change) {
+    auto other = views;
+    change(other);
+    EXPECT_THROW((void)diagnose(other, adjustment), Exception) << what;
+    EXPECT_THROW((void)transformDeviations(other, adjustment), Exception) << what;
+  };
+  expectRefused("fewer views", [](auto& other) { other.pop_back(); });
+  expectRefused("a short list", [](auto& other) { other[2].points1.pop_back(); });
+  expectRefused("no second list", [](auto& other) { other[2].points1.clear(); });
+  expectRefused("a dot more", [](auto& other) {
+    other[2].objPnts.emplace_back(1e4F, 1e4F);
+    other[2].points0.emplace_back(100.0F, 100.0F);
+    other[2].points1.emplace_back(100.0F, 100.0F);
+  });
+  expectRefused("another target", [](auto& other) {
+    for (AdjustmentView& view : other) {
+      for (cv::Point2f& dot : view.objPnts) {
+        dot *= 2.0F;
+      }
+    }
+  });
+}
+
 TEST_F(DiagnosisTest, TellsTheViewThatDisagreesBesideOneThatACameraAloneSees) {
   auto views = viewsChangedFrom(viewCount - 1, [](AdjustmentRig& changed) {
     changed.cam_from_proj = changed.cam_from_proj * math::createTransform(math::rotY(0.1 * CV_PI / 180), {});

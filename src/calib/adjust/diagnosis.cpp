@@ -50,12 +50,21 @@ std::vector<TransformDeviation> deviationsOf(Bundle const& bundle) {
   return deviations;
 }
 
+/// Of the lists' lengths; which dots they are about, `solvedBundle` sees.
 void requireTogether(std::vector<AdjustmentView> const& views, Adjustment const& adjustment) {
   if (adjustment.poses.size() != views.size() || adjustment.views.size() != views.size() ||
       adjustment.models.empty()) {
     throw error("The adjustment has " + std::to_string(adjustment.poses.size()) + " views, not " +
                     std::to_string(views.size()),
                 "diagnose");
+  }
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    AdjustmentView const& view = views[i];
+    std::size_t const count = view.objPnts.size();
+    bool const hasSecond = adjustment.models.size() < 2 || view.points1.size() == count;
+    if (view.points0.size() != count || !hasSecond || (!view.sigmas.empty() && view.sigmas.size() != count)) {
+      throw error(named(view, static_cast<int>(i)) + " has lists of different lengths", "diagnose");
+    }
   }
 }
 

@@ -15,6 +15,7 @@
 
 #include "calib/adjust/bundle_start.hpp"
 #include "calib/adjust/normal_equations.hpp"
+#include "core/error.hpp"
 #include "geometry/rotation_vector.hpp"
 
 namespace vorn::mv {
@@ -47,6 +48,11 @@ std::vector<int> freeParametersOf(Adjustment const& adjustment, std::size_t devi
 Bundle solvedBundle(std::vector<AdjustmentView> const& views, Adjustment const& adjustment) {
   std::size_t const deviceCount = adjustment.models.size();
   Bundle bundle = bundleOf(views, static_cast<int>(deviceCount), adjustment.isRead);
+  if (bundle.target != adjustment.shape.objPnts) {
+    throw error("The views show other dots of the target, " + std::to_string(bundle.target.size()) +
+                    ", than the adjustment knows, " + std::to_string(adjustment.shape.objPnts.size()),
+                "diagnose");
+  }
   for (std::size_t i = 0; i < views.size(); ++i) {
     std::vector<int> const& leftOut = adjustment.views[i].leftOut;
     auto& dots = bundle.views[i].dots;

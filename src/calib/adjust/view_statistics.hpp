@@ -15,6 +15,7 @@ namespace vorn::mv {
 
 /// An adjustment's bundle again: its dots, lenses, poses and the target's shape, known but free to change
 /// that may still change. Weighted by the noise that neighbours do not share.
+/// @throws Exception for views of other dots than the adjustment's
 Bundle solvedBundle(std::vector<AdjustmentView> const& views, Adjustment const& adjustment);
 
 /// The weighted squares of a solved bundle a degree of freedom, its root.
