@@ -99,6 +99,7 @@
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
 #include <vorn/mv/scanner/calibration.hpp>
 #include <vorn/mv/scanner/check_scan.hpp>
+#include <vorn/mv/scanner/next_view.hpp>
 #include <vorn/mv/scanner/pattern_scanner.hpp>
 #include <vorn/mv/scanner/point_uncertainty.hpp>
 #include <vorn/mv/scanner/scan.hpp>

@@ -75,6 +75,18 @@ std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, Working
   }
 }
 
+/// Nothing where no pose serves.
+std::optional<NextView> nextView(Adjustment const& adjustment, std::vector<AdjustmentView> const& views,
+                                 Sl3dScanner const& scanner) {
+  NextViewSettings settings;
+  settings.scannerType = scanner.scannerType();
+  try {
+    return nextBestView(adjustment, views, settings);
+  } catch (Exception const&) {
+    return std::nullopt;
+  }
+}
+
 } // namespace
 
 ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
@@ -138,6 +150,7 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
          object.setTransform(adjustment.transform);
          object.setCovariance(covarianceOf(adjustment));
          calibration.report.predicted = predictedError(object, workingVolume(adjustment, adjusted));
+         calibration.report.nextView = nextView(adjustment, adjusted, object);
        }},
       progress.part(0.92, 0.95));
   calibration.report.rotationDefect = agreedRotationDefect(meanTransform);

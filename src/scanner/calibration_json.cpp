@@ -130,6 +130,34 @@ nlohmann::json toJson(Finding const& finding, Calibration const& calibration) {
   return json;
 }
 
+nlohmann::json toJson(PredictedError const& predicted) {
+  return {{"raw", predicted.raw},
+          {"rigid", predicted.rigid},
+          {"scale", predicted.scale},
+          {"bar", predicted.bar},
+          {"barLength", predicted.barLength},
+          {"worst", predicted.worst},
+          {"worstPlace", {predicted.worstPlace.x, predicted.worstPlace.y, predicted.worstPlace.z}}};
+}
+
+nlohmann::json toJson(NextView const& next) {
+  nlohmann::json rows = nlohmann::json::array();
+  for (int row = 0; row < 4; ++row) {
+    cv::Matx14d const values = next.cam_from_target.row(row);
+    rows.push_back({values(0), values(1), values(2), values(3)});
+  }
+  return {{"cameraFromTarget", std::move(rows)},
+          {"pixel", {next.pixel.x, next.pixel.y}},
+          {"distance", next.distance},
+          {"tilt", next.tilt},
+          {"direction", next.direction},
+          {"roll", next.roll},
+          {"dots", next.dotCount},
+          {"tried", next.triedCount},
+          {"before", toJson(next.before)},
+          {"after", toJson(next.after)}};
+}
+
 /// Adds to the entries of the used views what an adjustment says of them.
 void addAdjusted(nlohmann::json& views, CalibrationReport const& report) {
   std::size_t number = 0;
@@ -176,15 +204,10 @@ nlohmann::json toJson(Calibration const& calibration) {
     json["untested"] = nlohmann::json::array();
   }
   if (report.predicted) {
-    PredictedError const& predicted = *report.predicted;
-    json["predicted"] = {
-        {"raw", predicted.raw},
-        {"rigid", predicted.rigid},
-        {"scale", predicted.scale},
-        {"bar", predicted.bar},
-        {"barLength", predicted.barLength},
-        {"worst", predicted.worst},
-        {"worstPlace", {predicted.worstPlace.x, predicted.worstPlace.y, predicted.worstPlace.z}}};
+    json["predicted"] = toJson(*report.predicted);
+  }
+  if (report.nextView) {
+    json["nextView"] = toJson(*report.nextView);
   }
   for (FindingCause const cause : report.untested) {
     json["untested"].push_back(nameOf(cause));

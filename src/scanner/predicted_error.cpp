@@ -49,6 +49,20 @@ Eigen::MatrixXd motionsOf(std::vector<cv::Vec3d> const& points, cv::Vec3d const&
   return qr.householderQ() * Eigen::MatrixXd::Identity(motions.rows(), qr.rank());
 }
 
+cv::Vec3d middleOf(std::vector<cv::Vec3d> const& points) {
+  cv::Vec3d middle;
+  for (cv::Vec3d const& point : points) {
+    middle += point / static_cast<double>(points.size());
+  }
+  return middle;
+}
+
+/// What is left of the points' steps, a row a coordinate, when the rigid motions that fit best are taken off.
+Eigen::MatrixXd shapePartOf(Eigen::MatrixXd const& steps, std::vector<cv::Vec3d> const& points) {
+  Eigen::MatrixXd const motions = motionsOf(points, middleOf(points));
+  return steps - motions * (motions.transpose() * steps);
+}
+
 /// Root mean square error of lengths that begin at the points.
 void fillBars(PredictedError& error, SightGeometry const& geometry, CalibrationMatrix const& root,
               WorkingVolume const& volume, std::vector<cv::Vec3d> const& points) {
@@ -103,6 +117,16 @@ std::vector<cv::Vec3d> pointsIn(WorkingVolume const& volume, SightGeometry const
   return points;
 }
 
+CalibrationMatrix shapeWeightOf(SightGeometry const& geometry, std::vector<cv::Vec3d> const& points) {
+  auto const count = static_cast<Eigen::Index>(points.size());
+  Eigen::MatrixXd steps(3 * count, calibrationParameterCount);
+  for (Eigen::Index i = 0; i < count; ++i) {
+    steps.middleRows<3>(3 * i) = geometry.byCalibration(points[static_cast<std::size_t>(i)]);
+  }
+  Eigen::MatrixXd const shape = shapePartOf(steps, points);
+  return shape.transpose() * shape / static_cast<double>(count);
+}
+
 PredictedError predictedError(SightGeometry const& geometry, CalibrationMatrix const& covariance,
                               WorkingVolume const& volume, std::vector<cv::Vec3d> const& points,
                               double barLength) {
@@ -110,10 +134,7 @@ PredictedError predictedError(SightGeometry const& geometry, CalibrationMatrix c
   error.pointCount = static_cast<int>(points.size());
   error.barLength = barLength;
   CalibrationMatrix const root = rootOf(covariance);
-  cv::Vec3d middle;
-  for (cv::Vec3d const& point : points) {
-    middle += point / static_cast<double>(points.size());
-  }
+  cv::Vec3d const middle = middleOf(points);
   auto const count = static_cast<Eigen::Index>(points.size());
   Eigen::MatrixXd errors(3 * count, calibrationParameterCount);
   Eigen::VectorXd sizes(3 * count);
@@ -125,8 +146,7 @@ PredictedError predictedError(SightGeometry const& geometry, CalibrationMatrix c
   error.raw = std::sqrt(errors.squaredNorm() / static_cast<double>(count));
   double const size2 = sizes.squaredNorm();
   error.scale = size2 > 0 ? (sizes.transpose() * errors).norm() / size2 : 0;
-  Eigen::MatrixXd const motions = motionsOf(points, middle);
-  Eigen::MatrixXd const shape = errors - motions * (motions.transpose() * errors);
+  Eigen::MatrixXd const shape = shapePartOf(errors, points);
   error.rigid = std::sqrt(shape.squaredNorm() / static_cast<double>(count));
   for (Eigen::Index i = 0; i < count; ++i) {
     double const here = shape.middleRows<3>(3 * i).norm();

@@ -20,6 +20,11 @@ PredictedError predictedError(SightGeometry const& geometry, CalibrationMatrix c
                               WorkingVolume const& volume, std::vector<cv::Vec3d> const& points,
                               double barLength);
 
+/// The matrix W whose product with a covariance C has the square of `PredictedError::rigid` for its trace: to
+/// compare many covariances at the same points.
+/// @param points at least one
+CalibrationMatrix shapeWeightOf(SightGeometry const& geometry, std::vector<cv::Vec3d> const& points);
+
 /// @throws Exception for depths out of order
 void checkVolume(WorkingVolume const& volume, char const* context);
 

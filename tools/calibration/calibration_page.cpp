@@ -13,6 +13,7 @@
 #include "tools/calibration/adjustment_plots.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/device_outlines.hpp"
+#include "tools/calibration/next_view_picture.hpp"
 #include "tools/calibration/residual_plot.hpp"
 #include "tools/report/page_tables.hpp"
 
@@ -299,6 +300,10 @@ void describeCalibration(Page& page, mv::ScannerCalibration const& calibration) 
   describe(page, calibration,
            {{scanner.getCameraModel(), cv::Matx44d::eye()},
             {scanner.getProjectorModel(), scanner.getTransform()}});
+  if (calibration.report.nextView) {
+    page.add("Where to hold the target next", nextViewText(*calibration.report.nextView) + ".",
+             nextViewPicture(calibration, scanner.getCameraModel()));
+  }
 }
 
 void describeCalibration(Page& page, mv::StereoCalibration const& calibration) {

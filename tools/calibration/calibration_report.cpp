@@ -6,6 +6,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "tools/calibration/next_view_picture.hpp"
 #include "tools/commands/size_option.hpp"
 
 namespace vorn::tools {
@@ -128,6 +129,9 @@ std::string adjustedText(mv::CalibrationReport const& report) {
         << " um, scale " << ppm * error.scale << " ppm, lengths of " << std::setprecision(0)
         << error.barLength << " mm " << std::setprecision(1) << micrometres * error.bar
         << " um, beside the pitch's own\n";
+  }
+  if (report.nextView) {
+    out << nextViewText(*report.nextView) << '\n';
   }
   return out.str();
 }

@@ -10,6 +10,7 @@
 #include <vorn/core/exception.hpp>
 
 #include "tools/calibration/folder_calibration.hpp"
+#include "tools/calibration/next_view_picture.hpp"
 #include "tools/calibration/target_overlay.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/report/figure_files.hpp"
@@ -133,6 +134,9 @@ int writeViewOverlays(std::string const& folder, std::string const& overlays,
               linePicture(readLaserImage(file), view, line));
       }
     }
+  }
+  if (calibration.report.nextView) {
+    write("next_view.png", nextViewPicture(calibration, calibration.report.adjustment->models[0]));
   }
   return written;
 }

@@ -10,7 +10,8 @@
 namespace vorn::tools {
 
 /// Writes the photographs of a calibration's views, with the dots that were used, their errors enlarged, and
-/// the points of laser lines: pose_00_target.png, pose_00_target_1.png, pose_00_line_00.png and so on. Of a
+/// the points of laser lines: pose_00_target.png, pose_00_target_1.png, pose_00_line_00.png and so on, and
+/// next_view.png where the calibration says where to hold the target next. Of a
 /// view that was left out the photograph says why. Pictures that cannot be read are passed over: the
 /// calibration has said so.
 /// @param folder    where the views were read from

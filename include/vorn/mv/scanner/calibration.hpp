@@ -17,6 +17,7 @@
 #include <vorn/mv/calib/diagnosis.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/target_description.hpp>
+#include <vorn/mv/scanner/next_view.hpp>
 #include <vorn/mv/scanner/point_uncertainty.hpp>
 #include <vorn/mv/scanner/view_figures.hpp>
 
@@ -138,6 +139,9 @@ struct CalibrationReport {
   std::vector<TransformDeviation> deviations;
   /// What the calibration is expected to be wrong by where the target was; of an adjusted scanner.
   std::optional<PredictedError> predicted;
+  /// Where one more view of the target would lower that most; of an adjusted scanner. None where no pose
+  /// shows both devices as much of the target as the views did.
+  std::optional<NextView> nextView;
   /// What is wrong with the views, or should be known. `Finding::view` counts in `Calibration::views`; what
   /// is said of a view that is not used is why it was left out.
   std::vector<Finding> findings;
