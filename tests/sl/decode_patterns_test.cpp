@@ -195,6 +195,28 @@ TEST(DecodePatterns, DeepImagesKeepTheirBits) {
   }
 }
 
+/// As of linearised images, whose white is 1: noise, coordinates and sigmas do not depend on the unit.
+TEST(DecodePatterns, RealImagesMayHaveAnyUnit) {
+  PatternCapture capture;
+  capture.type = CV_32FC1;
+  for (int const steps : {3, 4, 8}) { // each has its own way to tell the noise
+    PatternSet const set = builtIn("gray-phase", steps);
+    std::vector<cv::Mat> images = capture.capture(set);
+    DecodedPatterns const decoded = decode_patterns(set, images);
+    for (double const unit : {1.0 / 256.0, 1.0 / 4096.0}) {
+      std::vector<cv::Mat> scaled;
+      for (cv::Mat const& image : images) {
+        scaled.push_back(image * unit);
+      }
+      DecodedPatterns const other = decode_patterns(set, scaled);
+      EXPECT_NEAR(other.noise / unit, decoded.noise, 1e-4) << steps;
+      EXPECT_EQ(cv::countNonZero(other.mask), 0) << steps;
+      EXPECT_LT(cv::norm(other.column, decoded.column, cv::NORM_INF), 1e-4) << steps;
+      EXPECT_LT(cv::norm(other.sigmaRow, decoded.sigmaRow, cv::NORM_INF), 1e-4) << steps;
+    }
+  }
+}
+
 TEST(DecodePatterns, SeveralExposuresCoverDarkAndShiningSurfaces) {
   // One with inverses, and one whose bits are compared with the fringes' mean.
   for (char const* const name : {"gray-phase", "xor4"}) {

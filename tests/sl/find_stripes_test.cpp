@@ -196,6 +196,31 @@ TEST(FindStripes, ClippedPixelsHaveNoEdges) {
                           [](StripePoint const& p) { return p.point.x < 111.0F; }));
 }
 
+TEST(FindStripes, RealImagesMayHaveAnyUnitAndNoiseMayBeGiven) {
+  PatternSet const set = graySet(true);
+  PatternCapture capture = fineCapture();
+  capture.type = CV_32FC1;
+  std::vector<cv::Mat> const images = capture.capture(set);
+  FoundStripes const found = find_stripes(set, images);
+  constexpr double unit = 1.0 / 256.0;
+  std::vector<cv::Mat> scaled;
+  for (cv::Mat const& image : images) {
+    scaled.push_back(image * unit);
+  }
+  FoundStripes const other = find_stripes(set, scaled);
+  EXPECT_NEAR(found.noise, capture.noise, 0.1 * capture.noise);
+  EXPECT_NEAR(other.noise / unit, found.noise, 0.01);
+  ASSERT_GT(found.columns.size(), 1000U);
+  ASSERT_EQ(other.columns.size(), found.columns.size());
+  for (std::size_t i = 0; i < found.columns.size(); ++i) {
+    EXPECT_NEAR(cv::norm(other.columns[i].point - found.columns[i].point), 0.0, 1e-3) << i;
+    EXPECT_NEAR(other.columns[i].sigma / found.columns[i].sigma, 1.0, 0.01) << i;
+  }
+  StripeSettings settings;
+  settings.decode.noise = 0.1;
+  EXPECT_EQ(find_stripes(set, images, settings).noise, settings.decode.noise);
+}
+
 TEST(FindStripes, RefusesWhatHasNoEdges) {
   PatternSet const fringes = PatternSet::builtIn("multi-frequency", {640, 400});
   PatternCapture const capture = fineCapture();

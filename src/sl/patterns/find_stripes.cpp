@@ -93,6 +93,17 @@ public:
     clipped_ = static_cast<float>(settings.whiteLevel > 0.0 ? settings.whiteLevel : full) - black_;
   }
 
+  /// Whether grey levels are whole numbers.
+  bool isWhole() const { return images_.front().depth() != CV_32F; }
+  /// How finely an image tells grey levels apart, as a standard deviation.
+  double resolution(std::size_t image) const {
+    constexpr double rounding = 0.28867513;
+    double most = 0.0;
+    if (!isWhole()) {
+      cv::minMaxLoc(images_[image], nullptr, &most);
+    }
+    return isWhole() ? rounding : static_cast<double>(std::numeric_limits<float>::epsilon()) * most;
+  }
   int columns() const { return images_.front().cols; }
   int rows() const { return images_.front().rows; }
   cv::Size size() const { return images_.front().size(); }
@@ -192,7 +203,7 @@ std::optional<double> noiseOfPairs(Grey const& grey, std::vector<Pair> const& pa
   }
   // Of whole numbers the median is one, too: it only says what is too far off to count.
   constexpr float farthest = 5.0F;
-  float const most = farthest * (medianAmong(deviations) + 1.0F);
+  float const most = farthest * (medianAmong(deviations) + (grey.isWhole() ? 1.0F : 0.0F));
   double squares = 0.0;
   double count = 0.0;
   for (float const deviation : deviations) {
@@ -253,10 +264,9 @@ public:
 
   FoundStripes run(std::vector<Pair> const& pairs, double noise, Progress const& progress) {
     FoundStripes found;
-    // Rounding alone, where nothing else is known.
-    constexpr double rounding = 0.28867513;
-    found.noise =
-        std::max(noise > 0.0 ? noise : noiseOfPairs(grey_, pairs).value_or(decoded_.noise), rounding);
+    found.noise = noise > 0.0 ? noise
+                              : std::max(noiseOfPairs(grey_, pairs).value_or(decoded_.noise),
+                                         grey_.resolution(pairs.front().image));
     for (std::size_t i = 0; i < pairs.size(); ++i) {
       auto const share = [&](double part) {
         return (static_cast<double>(i) + part) / static_cast<double>(pairs.size());

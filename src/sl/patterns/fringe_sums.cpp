@@ -143,6 +143,7 @@ SumRow FringeSums::sumsOf(int row) {
 }
 
 void FringeSums::add(std::size_t image, float const* samples, SampleRange const& range, int row) {
+  isWhole_ = range.isWhole;
   SumRow sums = sumsOf(row);
   float* const squares = design_.source == NoiseSource::Squares ? sums.first : nullptr;
   if (squares != nullptr) {
@@ -240,7 +241,7 @@ float FringeSums::varianceAt(int x, int row, SumRow const& sums, SolvedRow const
     if (std::fabs(c) > nearNone) {
       return -1.0F;
     }
-    float const spread = excess + spreadAt(x, row);
+    float const spread = excess + (isWhole_ ? spreadAt(x, row) : 0.0F);
     return spread * spread / (count * one);
   }
   case NoiseSource::Means:

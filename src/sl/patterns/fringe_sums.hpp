@@ -82,6 +82,7 @@ private:
   FringeEquations::Inverse whole_;
   cv::Mat_<float> sums_; ///< of each row, one sum after another
   cv::Mat_<int> lost_;
+  bool isWhole_ = true; ///< whether samples are whole numbers
   std::vector<std::pair<std::uint32_t, FringeEquations::Inverse>> inverses_;
   std::vector<float> sine_, cosine_;
 };

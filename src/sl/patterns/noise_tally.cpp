@@ -14,7 +14,7 @@ namespace {
 /// Of a float, exponent and four bits of the fraction.
 constexpr unsigned droppedBits = 19;
 constexpr int perOctave = 16;
-constexpr int smallestExponent = -20;
+constexpr int smallestExponent = -32;
 constexpr int exponentOfOne = 127;
 
 float varianceAt(double bin) {

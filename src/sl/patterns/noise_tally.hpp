@@ -25,7 +25,7 @@ public:
 
 private:
   friend class LevelNoise;
-  /// Sixteen to a factor of 2, from 2^-20 to 2^44.
+  /// Sixteen to a factor of 2, from 2^-32 to 2^32: images may be whole numbers to 65535, or real ones to 1.
   static constexpr int valueBins = 1024;
 
   std::vector<std::uint32_t> counts_;
