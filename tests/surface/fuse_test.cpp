@@ -86,6 +86,51 @@ TEST(FusedPart, IsAsExactAsItsViewsTogether) {
   }
 }
 
+/// Mean errors of a surface over squares of a flat face.
+struct FacePatch {
+  int count = 0;
+  double error = 0.0;
+  double sigma = 0.0; ///< the points' own
+};
+
+TEST(FusedPart, HasFlatFacesThatAreFlat) {
+  PartViews views(8, 2, noise);
+  for (PointCloud& view : views.clouds) {
+    view.fields()["sigma"] = cv::Mat_<float>(view.points().size(), static_cast<float>(noise));
+  }
+  Fusion const fusion = fuse(views.clouds);
+  // By the axis that the face looks along, and its square.
+  std::map<std::vector<int>, FacePatch> patches;
+  for (int i = 0; i < fusion.cloud.points().rows; ++i) {
+    cv::Vec3d const x(std::as_const(fusion.cloud).points()(i));
+    cv::Vec3d const normal = test::partNormal(x);
+    bool const isFlat = std::max({std::abs(normal[0]), std::abs(normal[1]), std::abs(normal[2])}) > 0.9999;
+    if (isFlat && test::isAwayFromEdges(x, 2.0)) {
+      constexpr double side = 6.0;
+      std::vector<int> key;
+      for (int axis = 0; axis < 3; ++axis) {
+        key.push_back(cvRound(normal[axis]));
+        key.push_back(static_cast<int>(std::floor(x[axis] / side)));
+      }
+      FacePatch& patch = patches[key];
+      ++patch.count;
+      patch.error += sim::distanceToPart(x);
+      patch.sigma += static_cast<double>(fusion.cloud.fields().at("sigma")(i));
+    }
+  }
+  int compared = 0;
+  for (auto const& [key, patch] : patches) {
+    constexpr int fewest = 20;
+    if (patch.count >= fewest) {
+      // A tenth of a view's sigma for neighbours that share readings.
+      double const chance = 4.5 * patch.sigma / patch.count / std::sqrt(1.0 * patch.count);
+      EXPECT_LT(std::abs(patch.error / patch.count), chance + 0.1 * noise) << testing::PrintToString(key);
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 300) << "squares of the block, its tower and boss";
+}
+
 double meanEdge(SurfaceMesh const& mesh) {
   double sum = 0.0;
   for (cv::Vec3i const& triangle : mesh.triangles) {
@@ -164,6 +209,61 @@ TEST(FusedPart, LosesWhatOtherViewsSeeThrough) {
   EXPECT_LT(left, flying / 4) << "of " << flying;
   EXPECT_GT(fusion.views[1].outliers + fusion.views[4].outliers, flying * 7 / 10);
   EXPECT_LT(fusion.views[0].outliers, fusion.views[0].points / 200);
+}
+
+double nearestDistance(PointCloud const& cloud, cv::Vec3d const& place) {
+  double nearest = std::numeric_limits<double>::max();
+  for (cv::Vec3f const& point : cloud.points()) {
+    nearest = std::min(nearest, cv::norm(cv::Vec3d(point) - place));
+  }
+  return nearest;
+}
+
+TEST(FusedPart, LosesStraysWhereOthersSeeTheSurface) {
+  PartViews views(8, 4, noise);
+  for (PointCloud& view : views.clouds) {
+    view.fields()["sigma"] = cv::Mat_<float>(view.points().size(), static_cast<float>(noise));
+  }
+  Fusion const before = fuse(views.clouds);
+  // Patches of the first view, whose points come before all others, hover too low to be seen through.
+  constexpr double lift = 1.5;
+  std::vector<cv::Vec3d> places;
+  cv::Mat_<cv::Vec3f>& points = views.clouds[0].points();
+  for (int row = 0; row + 3 < points.rows; row += 8) {
+    for (int column = 0; column + 3 < points.cols; column += 8) {
+      for (int i = 0; i < 9; ++i) {
+        cv::Vec3d const x(views.exact[0](row + i / 3, column + i % 3));
+        cv::Vec3d const place = views.cam_from_part[0].inverse() * x;
+        constexpr double fewest = 3.0; // views, beside edges none of them is disturbed by
+        if (x[0] == x[0] && test::isAwayFromEdges(place, 4.0) &&
+            views.weightAt(place, test::partNormal(place), 1.0) * noise * noise > fewest - 0.5) {
+          cv::Vec3f& point = points(row + i / 3, column + i % 3);
+          point = cv::Vec3f(cv::Vec3d(point) * (1.0 - lift / cv::norm(x)));
+          places.push_back(place);
+        }
+      }
+    }
+  }
+  ASSERT_GT(places.size(), 100U);
+  Fusion const fusion = fuse(views.clouds);
+  EXPECT_GT(fusion.views[0].strays, before.views[0].strays + places.size() / 10);
+  for (std::size_t view = 0; view < fusion.views.size(); ++view) {
+    EXPECT_LT(before.views[view].strays, before.views[view].points / 200) << view;
+    EXPECT_LE(fusion.views[view].outliers, before.views[view].outliers + 5) << "these are no outliers";
+  }
+  double farthest = 0.0;
+  for (cv::Vec3d const& place : places) {
+    farthest = std::max(farthest, nearestDistance(fusion.cloud, place));
+  }
+  EXPECT_LT(farthest, fusion.spacing) << "the other views stand for the places";
+  std::size_t left = 0;
+  for (cv::Vec3f const& point : fusion.cloud.points()) {
+    cv::Vec3d const x(point);
+    double const error = sim::distanceToPart(x);
+    cv::Vec3d const foot = x - error * test::partNormal(x);
+    left += error > 0.5 * lift && test::isAwayFromEdges(foot, 4.0) ? 1 : 0;
+  }
+  EXPECT_LT(left, places.size() / 20) << "a few with normals that lie wrongly";
 }
 
 /// A step of 1 mm along y that a view blurs by a standard deviation of 0.1 across, its grid turned and

@@ -40,16 +40,17 @@ void warnOf(mv::Fusion const& fusion, std::vector<std::string> const& names, Rep
 } // namespace
 
 void reportFusion(mv::Fusion const& fusion, std::vector<std::string> const& names, Report& report) {
-  std::cout << printed("%-20s %10s %9s %9s %9s %9s %9s\n", "view", "points", "outliers", "overlap", "sigma",
-                       "offset", "rms");
+  std::cout << printed("%-20s %10s %9s %7s %9s %9s %9s %9s\n", "view", "points", "outliers", "strays",
+                       "overlap", "sigma", "offset", "rms");
   nlohmann::json views = nlohmann::json::array();
   for (std::size_t i = 0; i < fusion.views.size(); ++i) {
     mv::FusedView const& view = fusion.views[i];
-    std::cout << printed("%-20s %10zu %9zu %7.1f %% %9.4f %9.4f %9.4f\n", names[i].c_str(), view.points,
-                         view.outliers, 100.0 * view.overlap, view.sigma, view.offset, view.rms);
+    std::cout << printed("%-20s %10zu %9zu %7zu %7.1f %% %9.4f %9.4f %9.4f\n", names[i].c_str(), view.points,
+                         view.outliers, view.strays, 100.0 * view.overlap, view.sigma, view.offset, view.rms);
     views.push_back({{"name", names[i]},
                      {"points", view.points},
                      {"outliers", view.outliers},
+                     {"strays", view.strays},
                      {"overlap", view.overlap},
                      {"apart", view.apart},
                      {"sigma", view.sigma},

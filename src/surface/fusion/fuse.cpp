@@ -131,6 +131,17 @@ void addFigures(std::vector<ViewSums> const& sums, std::vector<FusedView>& views
   }
 }
 
+/// Leaves strays out. The places that they hide have points of those that see them, which stand for places of
+/// their own when they are farther away than the reach.
+void dropStrays(std::vector<std::uint32_t> const& chosen, SkinPoints const& points,
+                std::vector<MergedPoint>& merged, std::vector<FusedView>& views) {
+  auto const isStray = [](MergedPoint const& point) { return point.views == 0; };
+  for (std::size_t i = 0; i < merged.size(); ++i) {
+    views[points.views[chosen[i]]].strays += isStray(merged[i]) ? 1 : 0;
+  }
+  merged.erase(std::remove_if(merged.begin(), merged.end(), isStray), merged.end());
+}
+
 PointCloud cloudOf(std::vector<MergedPoint> const& merged, ViewSurfaces const& all) {
   auto const count = static_cast<int>(merged.size());
   cv::Mat_<cv::Vec3f> points(count, 1);
@@ -218,6 +229,7 @@ Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings, 
     std::vector<ViewSums> sums;
     merged = mergedSkins(all, points, cells, chosen, limits, sums, progress.part(0.5, 0.75));
     addFigures(sums, result.views);
+    dropStrays(chosen, points, merged, result.views);
   }
   result.cloud = cloudOf(merged, all);
   result.cloud.setOffset(views[0].offset());

@@ -176,6 +176,9 @@ public:
 
   MergedPoint merge(std::uint32_t point, std::uint32_t cell) {
     read(point, cell);
+    if (isStray()) {
+      return {};
+    }
     float const middle = medianHeight();
     double weights = 0.0;
     double heights = 0.0;
@@ -328,6 +331,21 @@ private:
     float const beyond = std::max(scatter * scatter - usual * usual * sigma * sigma, 0.0F);
     return scatter < 0.0F ? unknown * sigma
                           : std::sqrt(sigma * sigma + errorOverScatter * errorOverScatter * beyond);
+  }
+
+  /// Whether no other view sees the place, and at least two see one surface elsewhere.
+  bool isStray() {
+    heights_.clear();
+    for (std::size_t i = 1; i < readings_.size(); ++i) {
+      if (std::abs(readings_[i].height) <= limits_.reach) {
+        return false;
+      }
+      heights_.push_back(readings_[i].height);
+    }
+    std::sort(heights_.begin(), heights_.end());
+    return std::adjacent_find(heights_.begin(), heights_.end(), [&](float lower, float upper) {
+             return upper - lower <= limits_.reach;
+           }) != heights_.end();
   }
 
   float medianHeight() {

@@ -37,6 +37,7 @@ struct MergedPoint {
   cv::Vec3f normal;
   cv::Vec3b color;
   float sigma = 0.0F;
+  /// How many views see it; 0: only its own does, and others see one surface elsewhere.
   std::uint8_t views = 0;
 };
 

@@ -45,6 +45,9 @@ struct FusedView {
   double apart = 0.0;
   double offset = 0.0; ///< mean distance of this view from the result along its normals, where others see it
   double rms = 0.0;    ///< RMS of the same
+  /// Points that would have stood for a place and were left out: no other view sees them, and at least two
+  /// see one surface farther than the reach above or below.
+  std::size_t strays = 0;
 };
 
 /// One surface of several views.
@@ -64,7 +67,8 @@ struct Fusion {
 ///
 /// Each view is a cloud in the frame of its camera, with the pending transform that takes it to the frame
 /// that all share, as `registerClouds` leaves it. Points that more of the other views see through than see
-/// are left out. Of the rest so many are taken, those of earlier views first, that no place is emptier than
+/// are left out, and those that no other view sees where at least two see one surface above or below. Of the
+/// rest so many are taken, those of earlier views first, that no place is emptier than
 /// the spacing; each is moved along its normal to the mean of all views that see it, weighted by 1 / variance
 /// along the normal. The other views are read between their points (in the triangle of the grid that the
 /// normal meets, without a grid in the plane of the nearest points), so nothing is smoothed along the
