@@ -124,6 +124,7 @@
 #include <vorn/mv/sl/scanner_type.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 #include <vorn/mv/sl/sl_pattern_info.hpp>
+#include <vorn/mv/sl/smooth_map.hpp>
 #include <vorn/mv/surface/fuse.hpp>
 #include <vorn/mv/surface/height_map.hpp>
 #include <vorn/mv/surface/mesh.hpp>

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include <opencv2/imgproc.hpp>
 
@@ -16,6 +17,7 @@
 #include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
+#include <vorn/mv/sl/smooth_map.hpp>
 
 #include "core/error.hpp"
 #include "core/pieces.hpp"
@@ -135,6 +137,20 @@ cv::Mat_<cv::Vec3f> placedPoints(Sl3dScanner& scanner, cv::Mat_<float> const& ma
   return xyz;
 }
 
+/// Smooths the map along its surfaces as the settings say, and drops the sigma that was needed for it alone.
+void smooth(ScanResult& result, ScanSettings const& settings, Progress const& progress) {
+  if (settings.smoothRadius > 0) {
+    PartObserver watch(progress);
+    SmoothedMap smoothed = smoothMap(result.map, result.sigma, settings.smoothRadius, watch.ifWatched());
+    result.map = std::move(smoothed.map);
+    result.sigma = std::move(smoothed.sigma);
+    result.counts.smoothed = smoothed.smoothed;
+  }
+  if (!settings.makeSigma) {
+    result.sigma.release();
+  }
+}
+
 /// Grey levels from the modulation: white is what one pixel in a hundred exceeds.
 cv::Mat textureOf(cv::Mat_<float> const& modulation, cv::Mat_<uchar> const& mask) {
   std::vector<float> values;
@@ -174,6 +190,10 @@ void ScanSettings::check() const {
     message << "ScanSettings: noise is " << noise << ", but must be a number of 0 or more";
     throw error(message.str(), "scan");
   }
+  if (smoothRadius < 0 || smoothRadius > 5) {
+    throw error("ScanSettings: smoothRadius is " + std::to_string(smoothRadius) + ", but must be 0 to 5",
+                "scan");
+  }
 }
 
 ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSettings const& settings,
@@ -190,21 +210,22 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   if (settings.correctsStaircase) {
     result.staircase = sl::removeStaircase(result.map, nullptr, progress.part(0.59, 0.6));
   }
+  if (settings.makeSigma || settings.smoothRadius > 0) {
+    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise)
+                                                  : NoiseModel(images, result.map, progress.part(0.6, 0.61));
+    int const period = ScannerAccess::codedAxis(scanner).code.period;
+    result.sigma = sigmaOf(images, result.map, noise, period, progress.part(0.61, 0.63));
+  }
+  smooth(result, settings, progress.part(0.63, 0.65));
   result.times.decode = timer.toc();
 
   timer.tic();
-  result.xyz = placedPoints(scanner, result.map, progress.part(0.6, 0.85));
+  result.xyz = placedPoints(scanner, result.map, progress.part(0.65, 0.87));
   result.times.triangulate = timer.toc();
 
   timer.tic();
   if (settings.makeModulation) {
-    result.modulation = modulationOf(images, progress.part(0.85, 0.87));
-  }
-  if (settings.makeSigma) {
-    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise)
-                                                  : NoiseModel(images, result.map, progress.part(0.87, 0.88));
-    int const period = ScannerAccess::codedAxis(scanner).code.period;
-    result.sigma = sigmaOf(images, result.map, noise, period, progress.part(0.88, 0.92));
+    result.modulation = modulationOf(images, progress.part(0.87, 0.92));
   }
   finishMask(result, progress.part(0.92, 0.95));
   progress.at(makingCloud, 0.95);
@@ -233,14 +254,15 @@ ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded, Sca
   result.map = map.clone();
   result.mask = decoded.mask.clone();
   result.staircase = isColumn ? decoded.staircaseColumn : decoded.staircaseRow;
-  result.xyz = placedPoints(scanner, result.map, progress.part(0.0, 0.7));
+  if (settings.makeSigma || settings.smoothRadius > 0) {
+    result.sigma = (isColumn ? decoded.sigmaColumn : decoded.sigmaRow).clone();
+  }
+  smooth(result, settings, progress.part(0.0, 0.2));
+  result.xyz = placedPoints(scanner, result.map, progress.part(0.2, 0.7));
   result.times.triangulate = timer.toc();
   timer.tic();
   if (settings.makeModulation) {
     result.modulation = decoded.modulation.clone();
-  }
-  if (settings.makeSigma) {
-    result.sigma = (isColumn ? decoded.sigmaColumn : decoded.sigmaRow).clone();
   }
   finishMask(result, progress.part(0.7, 0.8));
   cv::Mat const white = settings.makeTexture ? textureOf(decoded.modulation, result.mask) : cv::Mat();

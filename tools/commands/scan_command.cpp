@@ -58,6 +58,7 @@ struct ScanOptions {
   std::vector<std::string> fields;
   std::vector<std::string> assignments;
   bool keepsStaircase = false;
+  int smoothRadius = 0;
 };
 
 bool isMesh(std::string const& path) {
@@ -304,6 +305,7 @@ void runPattern(ScanOptions const& options, Report& report) {
   settings.makeModulation = report.isPageWanted() || hasFields;
   settings.makeSigma = report.isPageWanted() || hasFields;
   settings.correctsStaircase = !options.keepsStaircase;
+  settings.smoothRadius = options.smoothRadius;
   mv::ScanResult result = scanOf(scanner, captured, settings, report);
 
   if (result.counts.points == 0) {
@@ -395,6 +397,13 @@ void addScanCommand(CLI::App& app) {
   command
       ->add_flag("--keep-staircase", options->keepsStaircase,
                  "Leave in the coordinates what the squares of a sharp projector's pixels do to them")
+      ->excludes(laser);
+  command
+      ->add_option(
+          "--smooth", options->smoothRadius,
+          "Smooth the coordinates along the surfaces, over so many camera pixels to each side; edges "
+          "stay sharp and what is curved keeps its size")
+      ->check(CLI::Range(1, 5))
       ->excludes(laser);
   command
       ->add_option("--fields", options->fields,

@@ -66,6 +66,9 @@ nlohmann::json scanReport(mv::ScanResult const& result) {
   report["pixels"] = result.counts.pixels;
   report["decoded"] = result.counts.decoded;
   report["points"] = result.counts.points;
+  if (result.counts.smoothed > 0) {
+    report["smoothed"] = result.counts.smoothed;
+  }
   report["notMeasured"] = notMeasuredReport(result.counts);
   report["times"] = {{"decode", result.times.decode}, {"triangulate", result.times.triangulate}};
   if (result.counts.points > 0) {

@@ -36,6 +36,9 @@ struct ScanSettings {
   /// Whether what the squares of a sharp projector's pixels do to the coordinates is measured and taken off,
   /// as by `DecodeSettings::correctsStaircase`. `scanDecoded` does not look at it.
   bool correctsStaircase = false;
+  /// Half the window, camera pixels, in which `smoothMap` smooths the coordinates along the surfaces; 0 for
+  /// none, at most 5. Edges stay sharp and what is curved keeps its size, other than with "PhaseBlurRadius".
+  int smoothRadius = 0;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -48,6 +51,9 @@ struct ScanCounts {
   std::size_t points = 0;  ///< with a point: those of `PixelReason::Measured`
   /// Of every reason, by its value; together they are `pixels`.
   std::array<std::size_t, pixelReasonCount> reasons{};
+  /// With a coordinate that `ScanSettings::smoothRadius` replaced; the other decoded ones stayed as they
+  /// were.
+  std::size_t smoothed = 0;
 
   /// The pixels of one reason.
   std::size_t of(PixelReason reason) const { return reasons[static_cast<std::size_t>(reason)]; }
@@ -67,7 +73,8 @@ struct ScanResult {
   PointCloud cloud;        ///< the same points, organized, those that are NaN removed for good
   cv::Mat_<uchar> mask;    ///< a `PixelReason` a pixel
   /// Standard deviation that the images' noise gives a pixel's coordinate in `map`, projector pixels; NaN
-  /// where there is none. What is smoothed ("PhaseBlurRadius") is better than that.
+  /// where there is none; after `ScanSettings::smoothRadius` what that leaves of it. What "PhaseBlurRadius"
+  /// smooths is better than that.
   cv::Mat_<float> sigma;
   cv::Mat_<float> modulation; ///< fringe amplitude, grey levels, at every pixel
   ScanCounts counts;          ///< how many pixels came how far
@@ -90,7 +97,8 @@ struct ScanResult {
 /// pixels of a fringe.
 ///
 /// Working memory: what `Sl3dScanner::decode` and the first `triangulate` take, which the scanner keeps;
-/// 35 bytes a pixel more with "PointcloudBlurRadius". The result takes 37 bytes a pixel with all its parts.
+/// 35 bytes a pixel more with "PointcloudBlurRadius", 8 with `ScanSettings::smoothRadius`. The result takes
+/// 37 bytes a pixel with all its parts.
 /// @param scanner  calibrated; keeps its working memory and the rays of both devices for the next scan
 /// @param images   as `Sl3dScanner::decode` takes them
 /// @param observer asked between bands of rows; not within the smoothing of the phase, the search for small
