@@ -90,11 +90,12 @@ SurfaceMatcher::SurfaceMatcher(PointCloud const& cloud)
   size_ = std::sqrt(squares / static_cast<double>(std::max<std::size_t>(usableCount_, 1)));
   int const stride = isGrid_ ? coarseStride : 1;
   std::vector<cv::Vec3f> kept;
-  for (int row = std::clamp(points_.rows - 1, 0, stride / 2); row < points_.rows; row += stride) {
-    for (int column = std::clamp(points_.cols - 1, 0, stride / 2); column < points_.cols; column += stride) {
-      if (isUsable(row, column)) {
-        kept.push_back(points_(row, column));
-        indexedCells_.push_back(static_cast<unsigned>(row * points_.cols + column));
+  for (int row = 0; row < points_.rows; row += stride) {
+    for (int column = 0; column < points_.cols; column += stride) {
+      unsigned const cell = middleCell(row, column, stride);
+      if (cell != none) {
+        kept.push_back(points_(rowOf(cell), columnOf(cell)));
+        indexedCells_.push_back(cell);
       }
     }
   }
@@ -102,6 +103,24 @@ SurfaceMatcher::SurfaceMatcher(PointCloud const& cloud)
   tree_.init(indexed_);
   spacing_ = isGrid_ ? static_cast<double>(gridSpacingOf(points_, cloud.state()))
                      : medianNeighbourDistance(indexed_, tree_);
+}
+
+unsigned SurfaceMatcher::middleCell(int firstRow, int firstColumn, int stride) const {
+  int const endRow = std::min(firstRow + stride, points_.rows);
+  int const endColumn = std::min(firstColumn + stride, points_.cols);
+  unsigned chosen = none;
+  int best = stride;
+  for (int row = firstRow; row < endRow; ++row) {
+    for (int column = firstColumn; column < endColumn && best > 0; ++column) {
+      int const away =
+          std::max(std::abs(row - firstRow - stride / 2), std::abs(column - firstColumn - stride / 2));
+      if (away < best && isUsable(row, column)) {
+        best = away;
+        chosen = static_cast<unsigned>(row * points_.cols + column);
+      }
+    }
+  }
+  return chosen;
 }
 
 double SurfaceMatcher::resolution() const {

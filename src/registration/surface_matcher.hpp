@@ -45,6 +45,8 @@ private:
   }
   cv::Vec3d tangent(int row, int column, int down, int right) const;
   unsigned nearest(cv::Vec3d const& point, double maxDistance) const;
+  /// The usable cell nearest to the middle of a block of cells; `none` where it has none.
+  unsigned middleCell(int firstRow, int firstColumn, int stride) const;
   unsigned walk(cv::Vec3d const& point, unsigned start) const;
 
   cv::Mat_<cv::Vec3f> points_;

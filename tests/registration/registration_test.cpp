@@ -204,6 +204,19 @@ TEST_F(Register, SaysWhenNothingOverlaps) {
   EXPECT_EQ(cv::norm(found.targetFromSource - settings.targetFromSource), 0.0) << "no result is invented";
 }
 
+/// A band of a scan, of fewer rows than the search's first look skips.
+TEST_F(Register, FindsNarrowBandsWhereverTheyLieOnTheGrid) {
+  for (int first = 0; first < 8; ++first) {
+    PointCloud band(view(bumps, 120, -6.0, -6.0, 0.0, 1), true);
+    cv::Mat_<uchar> state(120, 120, uchar{255});
+    state.rowRange(40 + first, 44 + first) = 0;
+    band.state() = state;
+    Registration const found = registerClouds(band, band);
+    EXPECT_TRUE(found.isFound()) << first;
+    EXPECT_GT(found.overlap, 0.9) << first;
+  }
+}
+
 TEST_F(Register, RefusesWhatCannotBeRegistered) {
   PointCloud const good(view(bumps, 60, 0.0, 0.0, 0.01, 1), true);
   auto const refused = [&](PointCloud const& cloud, std::string const& part) {
