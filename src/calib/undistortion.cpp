@@ -64,8 +64,15 @@ double distortedRadius(Lens const& c, double r) {
   return r * (1 + r2 * (c.k1 + r2 * (c.k2 + r2 * c.k3))) / (1 + r2 * (c.k4 + r2 * (c.k5 + r2 * c.k6)));
 }
 
-/// The first radius at which the image radius stops growing, or the end of the search: rays at 87 degrees.
-double findValidRadius(Lens const& lens) {
+/// After a step shorter than this Newton's method is exact to the last bits: its error is squared each time.
+constexpr double lastStep2 = 1e-18;
+
+/// More rounds than any usable lens takes from its own distorted point.
+constexpr int maxRounds = 8;
+
+} // namespace
+
+double validRadius(Lens const& lens) {
   constexpr double end = 20;
   constexpr int steps = 2000;
   constexpr double step = end / steps;
@@ -81,14 +88,6 @@ double findValidRadius(Lens const& lens) {
   }
   return end;
 }
-
-/// After a step shorter than this Newton's method is exact to the last bits: its error is squared each time.
-constexpr double lastStep2 = 1e-18;
-
-/// More rounds than any usable lens takes from its own distorted point.
-constexpr int maxRounds = 8;
-
-} // namespace
 
 void checkCamera(cv::Mat const& K, cv::Mat const& D) {
   auto const describe = [](cv::Mat const& m) {
@@ -142,8 +141,7 @@ CameraNumbers cameraNumbers(cv::Mat const& K, cv::Mat const& D) {
 }
 
 Undistortion::Undistortion(cv::Mat const& K, cv::Mat const& D)
-    : camera_(cameraNumbers(K, D)), untilt_(camera_.tilt.inv()), validRadius_(findValidRadius(camera_.lens)) {
-}
+    : camera_(cameraNumbers(K, D)), untilt_(camera_.tilt.inv()), validRadius_(validRadius(camera_.lens)) {}
 
 void Undistortion::toLensPlane(double& x, double& y) const {
   x = (x - camera_.cx) / camera_.fx;

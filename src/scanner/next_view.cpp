@@ -45,7 +45,8 @@ void check(Adjustment const& adjustment, std::vector<AdjustmentView> const& view
   constexpr double leastTilt = 5;
   constexpr double mostTilt = 60;
   if (!(settings.greatestTilt >= leastTilt && settings.greatestTilt <= mostTilt)) {
-    throw error("greatestTilt must be 5 to 60 degrees, not " + std::to_string(settings.greatestTilt), context);
+    throw error("greatestTilt must be 5 to 60 degrees, not " + std::to_string(settings.greatestTilt),
+                context);
   }
   if (!(settings.barLength > 0) || !std::isfinite(settings.barLength)) {
     throw error("barLength must be above 0, not " + std::to_string(settings.barLength), context);
@@ -163,8 +164,8 @@ public:
       shown.share0 += 1 / count;
       shown.share1 += dot.has1 ? 1 / count : 0;
     }
-    shown.isFacing = isFacing(cam_from_target, cv::Vec3d()) &&
-                     isFacing(cam_from_target, bundle_.dev0_from_dev1.t);
+    shown.isFacing =
+        isFacing(cam_from_target, cv::Vec3d()) && isFacing(cam_from_target, bundle_.dev0_from_dev1.t);
     return shown;
   }
 
@@ -227,7 +228,8 @@ private:
   /// Whether a device sees the front of the target, not too flat.
   bool isFacing(cv::Matx44d const& cam_from_target, cv::Vec3d const& device) const {
     cv::Vec3d const away(cam_from_target(0, 2), cam_from_target(1, 2), cam_from_target(2, 2));
-    cv::Vec3d const place = math::getR3(cam_from_target) * middleOf(bundle_.target) + math::getT3(cam_from_target);
+    cv::Vec3d const place =
+        math::getR3(cam_from_target) * middleOf(bundle_.target) + math::getT3(cam_from_target);
     constexpr double leastSine = 0.5; // of the angle between the plane and the line of sight
     return away.dot(cv::normalize(place - device)) >= leastSine;
   }
@@ -261,9 +263,9 @@ private:
   Projection projector_;
   cv::Size sizes_[2];
   std::vector<cv::Vec3d> dots_;
-  Eigen::MatrixXd equations_; ///< of the adjusted views, poses eliminated
-  Eigen::Index wanted_ = 0;   ///< parameters before those of the shape
-  Eigen::MatrixXd before_;    ///< the same without the shape
+  Eigen::MatrixXd equations_;   ///< of the adjusted views, poses eliminated
+  Eigen::Index wanted_ = 0;     ///< parameters before those of the shape
+  Eigen::MatrixXd before_;      ///< the same without the shape
   Eigen::MatrixXd information_; ///< the inverse of the adjustment's covariance
 };
 
@@ -351,10 +353,10 @@ NextView nextBestView(Adjustment const& adjustment, std::vector<AdjustmentView> 
   NextView result = poses[best];
   result.dotCount = information.commonDots(result.cam_from_target);
   result.triedCount = static_cast<int>(poses.size());
-  result.before = predictedError(geometry, wholeMatrix(covarianceOf(adjustment)), volume, points,
-                                 settings.barLength);
-  result.after = predictedError(geometry, wholeMatrix(adjustment, *covariance), volume, points,
-                                settings.barLength);
+  result.before =
+      predictedError(geometry, wholeMatrix(covarianceOf(adjustment)), volume, points, settings.barLength);
+  result.after =
+      predictedError(geometry, wholeMatrix(adjustment, *covariance), volume, points, settings.barLength);
   return result;
 }
 

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/surface/texture.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
@@ -152,6 +154,38 @@ TEST(Texture, ColoursPointsWithoutTriangles) {
   EXPECT_LT(
       farthest(cv::Vec3d(texture.colors[100]), colorOf(points.vertices[100][0], points.vertices[100][1])),
       2.0);
+}
+
+/// A point beside the camera is a disc of millions of pixels, elsewhere.
+TEST(Texture, PointsBesideTheCameraHideNothing) {
+  SurfaceMesh points = sheet();
+  points.triangles.clear();
+  points.vertices.emplace_back(5.0F, 0.0F, -99.9999F);
+  points.normals.emplace_back(0.0F, 0.0F, -1.0F);
+  EXPECT_EQ(textureFrom(points, {twoViews()[0]}).unseenVertices, 1U);
+}
+
+/// The polynomial of a lens turns back somewhere, 46 degrees here: what lies farther out is not in the image
+/// though the polynomial puts it there.
+TEST(Texture, LensesSeeNothingBeyondTheirFold) {
+  TextureView view;
+  view.image = cv::Mat(height, width, CV_8UC3, cv::Scalar(10, 20, 30));
+  view.camera = pinhole();
+  nlohmann::json json;
+  view.camera.write(json);
+  json["D"]["data"][0] = -0.3;
+  view.camera.read(json);
+  view.viewFromMesh = viewFromMesh(0.0);
+  SurfaceMesh mesh = sheet();
+  std::size_t const inside = mesh.vertices.size();
+  for (int i = 0; i < 20; ++i) { // at 60 degrees
+    mesh.vertices.emplace_back(173.0F, static_cast<float>(i - 10), 0.0F);
+    mesh.normals.emplace_back(0.0F, 0.0F, -1.0F);
+  }
+  MeshTexture const texture = textureFrom(mesh, {view});
+  EXPECT_EQ(std::count(texture.views.begin() + static_cast<std::ptrdiff_t>(inside), texture.views.end(), 0),
+            20);
+  EXPECT_EQ(texture.unseenVertices, 20U);
 }
 
 TEST(Texture, SaysWhatDoesNotFit) {

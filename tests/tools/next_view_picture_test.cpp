@@ -67,10 +67,11 @@ TEST(NextViewPicture, SaysWhatIsFarther) {
 
 TEST(NextViewPicture, SaysWhereInWords) {
   mv::NextView next = *calibration().report.nextView;
-  EXPECT_EQ(nextViewText(next),
-            "one more view would help most with the middle of the target 400 mm away, seen at pixel 300, 250, "
-            "tilted by 32 degrees with its lower right corner (in the picture) farther away: shape 10.0 -> 4.2 "
-            "um, lengths 8.0 -> 3.0 um");
+  EXPECT_EQ(
+      nextViewText(next),
+      "one more view would help most with the middle of the target 400 mm away, seen at pixel 300, 250, "
+      "tilted by 32 degrees with its lower right corner (in the picture) farther away: shape 10.0 -> 4.2 "
+      "um, lengths 8.0 -> 3.0 um");
   next.direction = 270;
   next.roll = 90;
   EXPECT_NE(placeText(next).find("upper side (in the picture) farther away, turned by 90 degrees"),

@@ -7,6 +7,7 @@
 #include <limits>
 #include <opencv2/core.hpp>
 
+#include "calib/undistortion.hpp"
 #include "core/median.hpp"
 
 namespace vorn::mv {
@@ -25,12 +26,13 @@ Projected projected(SurfaceMesh const& mesh, TextureView const& view) {
   Projected result;
   std::vector<cv::Point3f> ahead;
   std::vector<std::size_t> numbers;
+  double const widest = validRadius(cameraNumbers(view.camera.getK(), view.camera.getD()).lens);
   constexpr float none = std::numeric_limits<float>::quiet_NaN();
   result.pixels.assign(mesh.vertices.size(), {none, none});
   for (cv::Vec3f const& vertex : mesh.vertices) {
     cv::Vec4d const moved = view.viewFromMesh * cv::Vec4d(vertex[0], vertex[1], vertex[2], 1.0);
     result.places.emplace_back(cv::Vec3d(moved[0], moved[1], moved[2]));
-    if (moved[2] > 0.0) {
+    if (moved[2] > 0.0 && std::hypot(moved[0], moved[1]) <= widest * moved[2]) {
       ahead.emplace_back(result.places.back());
       numbers.push_back(result.places.size() - 1);
     }
@@ -61,8 +63,10 @@ public:
     auto const [left, right] = std::minmax({at[0].x, at[1].x, at[2].x});
     auto const [top, bottom] = std::minmax({at[0].y, at[1].y, at[2].y});
     // As far as half a pixel beyond, so that no gap is between triangles that are smaller than pixels.
-    for (int y = std::max(0, cvRound(top)); y <= std::min(depths_.rows - 1, cvRound(bottom)); ++y) {
-      for (int x = std::max(0, cvRound(left)); x <= std::min(depths_.cols - 1, cvRound(right)); ++x) {
+    cv::Range const rows = between(top, bottom, depths_.rows);
+    cv::Range const columns = between(left, right, depths_.cols);
+    for (int y = rows.start; y < rows.end; ++y) {
+      for (int x = columns.start; x < columns.end; ++x) {
         cv::Point2f const pixel(std::clamp(static_cast<float>(x), left, right),
                                 std::clamp(static_cast<float>(y), top, bottom));
         float const a = crossOf(pixel, at[1], at[2]) / whole;
@@ -77,11 +81,11 @@ public:
   }
 
   void addDisc(cv::Point2f const& at, float radius, float depth) {
-    for (int y = cvRound(at.y - radius); y <= cvRound(at.y + radius); ++y) {
-      for (int x = cvRound(at.x - radius); x <= cvRound(at.x + radius); ++x) {
-        if (x >= 0 && y >= 0 && x < depths_.cols && y < depths_.rows) {
-          lower(x, y, depth);
-        }
+    cv::Range const rows = between(at.y - radius, at.y + radius, depths_.rows);
+    cv::Range const columns = between(at.x - radius, at.x + radius, depths_.cols);
+    for (int y = rows.start; y < rows.end; ++y) {
+      for (int x = columns.start; x < columns.end; ++x) {
+        lower(x, y, depth);
       }
     }
   }
@@ -93,6 +97,14 @@ public:
   }
 
 private:
+  /// The pixels of `size` from one place to another, which may lie far outside.
+  static cv::Range between(float low, float high, int size) {
+    auto const most = static_cast<float>(size);
+    int const first = std::max(0, cvRound(std::clamp(low, -1.0F, most)));
+    int const last = std::min(size - 1, cvRound(std::clamp(high, -1.0F, most)));
+    return {first, std::max(first, last + 1)};
+  }
+
   void lower(int x, int y, float depth) { depths_(y, x) = std::min(depths_(y, x), depth); }
 
   cv::Mat_<float> depths_;
