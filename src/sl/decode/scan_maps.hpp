@@ -47,14 +47,19 @@ struct ScanMaps {
   cv::Mat_<uchar> contrast; ///< 255: the pixel's code images range far enough
 
   void create(cv::Size size) {
+    createWithoutCode(size);
+    reading.create(size, 0);
+    contrast.create(size);
+    wishLargePages(reading.whole.data, reading.whole.total() * reading.whole.elemSize());
+  }
+
+  /// For bridging and growth that hold nothing against code images.
+  void createWithoutCode(cv::Size size) {
     wrapped.create(size, noPhase);
     order.create(size, noOrder);
     state.create(size, pixel_state::noCode);
-    reading.create(size, 0);
-    contrast.create(size);
     // Growth and bridging jump between rows, each in another page.
-    for (cv::Mat const& map :
-         {cv::Mat(wrapped.whole), cv::Mat(order.whole), cv::Mat(state.whole), cv::Mat(reading.whole)}) {
+    for (cv::Mat const& map : {cv::Mat(wrapped.whole), cv::Mat(order.whole), cv::Mat(state.whole)}) {
       wishLargePages(map.data, map.total() * map.elemSize());
     }
   }

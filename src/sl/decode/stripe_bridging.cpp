@@ -63,7 +63,7 @@ bool followGaps(uchar const* state, int n, uchar* __restrict gap, uchar* __restr
 StripeBridging::StripeBridging(ScanDecodingSettings const& settings, int reach, ScanMaps& maps)
     : codes_(settings.period), isChecked_(settings.rules.codeCheck), size_(maps.size()),
       stride_(static_cast<std::size_t>(maps.state.whole.cols)), wrapped_(maps.wrapped.inner[0]),
-      reading_(maps.reading.inner[0]), order_(maps.order.inner[0]), state_(maps.state.inner[0]),
+      reading_(maps.reading.inner.ptr<int>()), order_(maps.order.inner[0]), state_(maps.state.inner[0]),
       border_(codeBorder(settings.period)), reach_(std::min(reach, longestReach)) {}
 
 void StripeBridging::alongRow(int y) {

@@ -80,39 +80,18 @@ void AxisDecoding::chooseNoise() {
     }
     noise_ = LevelNoise(all, rounding);
   }
+  for (int level = 0; level < levelBins; ++level) {
+    // Lit pixels are noisier than the mean of a fringe.
+    float const own = noise_.at(static_cast<uchar>(level));
+    float const lit = noise_.at(static_cast<uchar>(std::min(levelBins - 1, 2 * level + 1)));
+    auto const at = static_cast<std::size_t>(level);
+    noiseInTurns_[at] = own / twoPiFloat;
+    certainOfLit_[at] = certainDeviations * std::max(own, lit);
+    certainOfMean_[at] = certainDeviations * own;
+  }
   constexpr float twice = 2.0F;
   bool const isAsked = settings_.minModulation >= 0.0;
   least_ = isAsked || reading_.leastAmplitude() > 0.0F ? reading_.leastAmplitude() : twice * noise_.overall();
-}
-
-/// The weighted mean of what all fringes say, the finest one's order being known. A pixel that took it from
-/// its neighbours is given up when its own fringes contradict it.
-void AxisDecoding::combine(Room const& room, std::size_t x, bool isGrown, float& coordinate,
-                           float& sigma) const {
-  float const own = fringes_[0].period * room.samples.sigma[0][x];
-  float weights = 1.0F / (own * own);
-  float shift = 0.0F;
-  for (std::size_t i = 1; i < fringes_.size(); ++i) {
-    float const period = fringes_[i].period;
-    float const exact = coordinate / period - room.samples.turns[i][x];
-    float const rest = period * (std::nearbyint(exact) - exact);
-    float const ofFringe = period * room.samples.sigma[i][x];
-    constexpr float deviations = 6.0F;
-    float const limit =
-        deviations * std::sqrt(own * own + ofFringe * ofFringe) + fringes_[i].tolerance * period;
-    if (std::fabs(rest) > limit) {
-      if (isGrown) {
-        coordinate = unknown;
-        return;
-      }
-      continue;
-    }
-    float const weight = 1.0F / (ofFringe * ofFringe);
-    weights += weight;
-    shift += weight * rest;
-  }
-  coordinate += shift / weights;
-  sigma = 1.0F / std::sqrt(weights);
 }
 
 /// Where stripes are as wide as the finest fringe, both end at one place, and what is uncertain there lies
@@ -149,7 +128,7 @@ void AxisDecoding::findStepErrors(ScanMaps const& maps) {
       std::all_of(steps.begin(), steps.end(), [](int count) { return count == 0; })) {
     return;
   }
-  constexpr int enough = 40000; // pixels
+  constexpr int enough = 10000; // pixels
   cv::Size const size = maps.size();
   int const apart = std::max(1, static_cast<int>(std::sqrt(static_cast<double>(size.area()) / enough)));
   std::vector<AgreementSample> samples;
@@ -180,45 +159,6 @@ void AxisDecoding::findStepErrors(ScanMaps const& maps) {
   }
 }
 
-void AxisDecoding::finishRow(int row, Room& room, ScanMaps& maps, AxisResult& result) {
-  loadSamples(row, room);
-  bool const hasCode = !words_.empty();
-  if (hasCode) {
-    loadCode(row, room.code);
-  }
-  uchar* const state = maps.state.inner[row];
-  for (int x = 0; x < maps.size().width; ++x) {
-    float& coordinate = result.coordinate(row, x);
-    float& sigma = result.sigma(row, x);
-    coordinate = unknown;
-    sigma = notANumber;
-    if (pixel_state::isKnown(state[x])) {
-      auto const at = static_cast<std::size_t>(x);
-      bool const isGrown = state[x] != pixel_state::trusted;
-      coordinate =
-          fringes_[0].period * (room.samples.turns[0][at] + static_cast<float>(maps.order.inner(row, x)));
-      if (isGrown && hasCode) {
-        CodePlace const place = placeOf(room.code, at, certainDeviations * noiseAt(row, x));
-        constexpr float beyondEdge = 0.25F;
-        float const widest = std::max(words_[0].cell(), fringes_[0].period);
-        float const limit = 0.5F * words_[0].cell() + beyondEdge * widest;
-        if (place.kind != CodePlace::Unknown && std::fabs(coordinate - place.position) > limit) {
-          coordinate = unknown;
-        }
-      }
-      if (coordinate >= 0.0F) {
-        combine(room, at, isGrown, coordinate, sigma);
-      }
-      if (!(coordinate >= 0.0F && coordinate <= static_cast<float>(resolution_))) {
-        coordinate = unknown;
-        sigma = notANumber;
-        state[x] = pixel_state::noCode;
-      }
-    }
-    result.reason(row, x) = pixel_state::finalReason(state[x]);
-  }
-}
-
 /// Without fringes: the middles of stripes, and their borders.
 void AxisDecoding::readStripes(int row, RowCode& code, AxisResult& result) {
   loadCode(row, code);
@@ -235,11 +175,13 @@ void AxisDecoding::readStripes(int row, RowCode& code, AxisResult& result) {
       range = std::max(range, reading_.code(i).range(row, x));
     }
     modulation[x] = std::min(modulation[x], range);
-    CodePlace const place = placeOf(code, at, certain);
+    float const margin = fromShortFloat(code.row.margin[at]);
+    CodePlace const place = words_[0].place(code.row.word[at], code.row.weakest[at], margin > certain,
+                                            fromShortFloat(code.row.second[at]) > certain);
     // Across a border the difference falls evenly from certain to certain.
     float const coordinate =
         place.kind == CodePlace::Border
-            ? place.position + 0.5F * cell * place.towards * std::min(1.0F, code.margin[at] / certain)
+            ? place.position + 0.5F * cell * place.towards * std::min(1.0F, margin / certain)
             : place.position;
     bool const isDark = !(range >= least_);
     bool const isKnown = !isDark && place.kind != CodePlace::Unknown && coordinate > -1.0F &&
@@ -287,7 +229,7 @@ AxisResult AxisDecoding::run(Progress const& progress) {
   };
   ScanMaps maps;
   if (!fringes_.empty()) {
-    maps.create(size);
+    maps.createWithoutCode(size);
     forRows(progress.part(0.0, 0.3), [&](int y, Room& room) { decideRow(y, room, maps); });
     findStepErrors(maps);
     if (std::any_of(fringes_.begin(), fringes_.end(), [](Own const& own) { return own.error.steps != 0; })) {

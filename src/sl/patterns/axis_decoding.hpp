@@ -9,6 +9,7 @@
 #include "core/progress.hpp"
 #include "sl/decode/scan_maps.hpp"
 #include "sl/patterns/code_word.hpp"
+#include "sl/patterns/order_rows.hpp"
 #include "sl/patterns/order_search.hpp"
 #include "sl/patterns/pattern_reading.hpp"
 #include "sl/patterns/step_error.hpp"
@@ -47,17 +48,22 @@ private:
     float tolerance;            ///< deviation that is not noise, in parts of the period
     StepError error;            ///< that is taken off
   };
-  /// The bits of a row as the best exposure shows them.
+  /// The bits of a row as the best exposure shows them, and room for them where there are several.
   struct RowCode {
+    WordRow row;
     std::vector<std::uint32_t> word;
     std::vector<uchar> weakest;
-    std::vector<float> margin, second;
+    std::vector<ShortFloat> margin, second;
   };
   /// Room for a row's numbers.
   struct Room {
     FringeSamples samples;
     FoundOrders found;
     RowCode code;
+    std::vector<int> state, flags, kind, other;
+    std::vector<float> certain, position, coordinate, order, ownSigma, weights, shifts;
+
+    void resize(int n);
   };
 
   void chooseNoise();
@@ -65,14 +71,14 @@ private:
   void loadCode(int row, RowCode& code) const;
   void bridgeStripes(ScanMaps& maps, Progress const& progress) const;
   void findStepErrors(ScanMaps const& maps);
-  CodePlace placeOf(RowCode const& code, std::size_t x, float certain) const;
+  FringeRow fringeRow(Room const& room, std::size_t fringe) const;
   void decideRow(int row, Room& room, ScanMaps& maps);
-  bool orderByCode(Room const& room, std::size_t x, float noise, int& order) const;
-  static bool orderBySearch(Room const& room, std::size_t x, int& order);
-  uchar closedState(int row, int x) const;
-  float noiseAt(int row, int x) const;
+  void closeStates(int row, Room& room) const;
+  void ordersByCode(int row, Room& room) const;
+  void ordersBySearch(Room& room) const;
   void finishRow(int row, Room& room, ScanMaps& maps, AxisResult& result);
-  void combine(Room const& room, std::size_t x, bool isGrown, float& coordinate, float& sigma) const;
+  void dropContradicted(int row, uchar const* state, Room& room) const;
+  void combine(uchar const* state, Room& room) const;
   void readStripes(int row, RowCode& code, AxisResult& result);
   static void dropSmallPieces(int smallest, AxisResult& result, Progress const& progress);
 
@@ -86,7 +92,10 @@ private:
   std::vector<CodeWord> words_; ///< one, or none without bits
   std::size_t codeFringe_ = 0;  ///< the one whose order the bits tell
   LevelNoise noise_{0.0F};
-  float least_ = 0.0F; ///< amplitude
+  LevelTable noiseInTurns_{};  ///< divided by precisions it is that of phases
+  LevelTable certainOfLit_{};  ///< what makes the bits of lit pixels certain
+  LevelTable certainOfMean_{}; ///< of those as bright as the mean of the fringe
+  float least_ = 0.0F;         ///< amplitude
 };
 
 } // namespace vorn::mv::sl

@@ -62,6 +62,14 @@ public:
 
   float cell() const { return cell_; }
 
+  /// What it is made of, for loops.
+  struct Stripes {
+    BitCode code;
+    std::uint32_t flipped; ///< of `BitCode::Xor`, the bits that the lowest one turns
+    float cell, shift;     ///< projector pixels
+  };
+  Stripes stripes() const { return {code_, all_ & ~1U, cell_, shift_}; }
+
 private:
   /// Where a stripe begins: half a pixel before the centre of its first one.
   float edge(int stripe) const { return static_cast<float>(stripe) * cell_ - shift_ - 0.5F; }

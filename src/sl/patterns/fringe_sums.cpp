@@ -87,6 +87,15 @@ void precisionRow(float const* sinePart, float const* cosinePart, float const* a
 }
 
 VORN_TARGET_CLONES
+bool isAnyLost(std::uint32_t const* lost, int n) {
+  std::uint32_t any = 0;
+  for (int x = 0; x < n; ++x) {
+    any |= lost[x];
+  }
+  return any != 0;
+}
+
+VORN_TARGET_CLONES
 void levelRow(float const* mean, float perBin, int n, uchar* __restrict level) {
   for (int x = 0; x < n; ++x) {
     float const bin = std::min(std::max(mean[x] * perBin, 0.0F), static_cast<float>(levelBins - 1));
@@ -128,7 +137,9 @@ StepWeights FringeDesign::weights(std::size_t image) const {
 
 FringeSums::FringeSums(FringeDesign const& design, int firstRow, int rows, int columns)
     : design_(design), firstRow_(firstRow), columns_(columns), whole_(design.equations.inverse(0)),
-      lost_(rows, columns, 0), sine_(static_cast<std::size_t>(columns)), cosine_(sine_) {
+      lost_(rows, columns, 0), sine_(static_cast<std::size_t>(columns)), cosine_(sine_),
+      cosineOfFirst_(static_cast<float>(std::cos(2.0 * design.firstAngle))),
+      sineOfFirst_(static_cast<float>(std::sin(2.0 * design.firstAngle))) {
   int const extra = design.source == NoiseSource::Means        ? 2
                     : design.source == NoiseSource::Quadrature ? 0
                                                                : 1;
@@ -170,6 +181,9 @@ FringeEquations::Inverse const& FringeSums::inverse(std::uint32_t lost) {
 /// Pixels with clipped samples, one by one.
 void FringeSums::solveLost(int row, SolvedRow const& out) {
   SumRow const sums = sumsOf(row);
+  if (!isAnyLost(sums.lost, columns_)) {
+    return;
+  }
   for (int x = 0; x < columns_; ++x) {
     if (sums.lost[x] == 0) {
       continue;
@@ -205,6 +219,14 @@ void FringeSums::solve(int row, SampleRange const& range, float least, SolvedRow
   }
 }
 
+/// Cosine and sine of twice the phase.
+std::pair<float, float> FringeSums::doubledAt(int x) const {
+  float const s = sine_[static_cast<std::size_t>(x)];
+  float const c = cosine_[static_cast<std::size_t>(x)];
+  float const scale = 1.0F / std::max(s * s + c * c, 1e-30F);
+  return {(c * c - s * s) * scale, 2.0F * s * c * scale};
+}
+
 /// An estimate of the variance of an image, which it exceeds half of the time; negative for none.
 float FringeSums::varianceAt(int x, int row, SumRow const& sums, SolvedRow const& out,
                              FringeTally& tally) const {
@@ -221,8 +243,7 @@ float FringeSums::varianceAt(int x, int row, SumRow const& sums, SolvedRow const
   }
   case NoiseSource::Quadrature: {
     // Gamma makes -cos(2 (phase + offset)) of a fringe sin(phase + offset).
-    float const c = std::cos(2.0F * out.phase[x]);
-    float const s = std::sin(2.0F * out.phase[x]);
+    auto const [c, s] = doubledAt(x);
     float const across = sums.first[x] * s + sums.second[x] * c;
     float const along = sums.second[x] * s - sums.first[x] * c;
     tally.harmonic += static_cast<double>(2.0F / count * along * amplitude);
@@ -230,7 +251,8 @@ float FringeSums::varianceAt(int x, int row, SumRow const& sums, SolvedRow const
     return across * across / (0.5F * count * one);
   }
   case NoiseSource::Excess: {
-    float const c = std::cos(2.0F * (out.phase[x] + static_cast<float>(design_.firstAngle)));
+    auto const [cosine, sine] = doubledAt(x);
+    float const c = cosine * cosineOfFirst_ - sine * sineOfFirst_;
     constexpr float nearNone = 0.25F;
     constexpr float nearAll = 0.7F;
     float const excess = sums.first[x];

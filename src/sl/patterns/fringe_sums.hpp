@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
@@ -74,6 +75,7 @@ private:
   FringeEquations::Inverse const& inverse(std::uint32_t lost);
   void solveLost(int row, SolvedRow const& out);
   void tallyRow(int row, float least, SolvedRow const& out, FringeTally& tally);
+  std::pair<float, float> doubledAt(int x) const;
   float varianceAt(int x, int row, SumRow const& sums, SolvedRow const& out, FringeTally& tally) const;
 
   FringeDesign const& design_;
@@ -84,7 +86,8 @@ private:
   cv::Mat_<int> lost_;
   bool isWhole_ = true; ///< whether samples are whole numbers
   std::vector<std::pair<std::uint32_t, FringeEquations::Inverse>> inverses_;
-  std::vector<float> sine_, cosine_;
+  std::vector<float> sine_, cosine_;  ///< parts of the row that is being solved
+  float cosineOfFirst_, sineOfFirst_; ///< of twice the first step's angle
 };
 
 } // namespace vorn::mv::sl

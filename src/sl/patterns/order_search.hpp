@@ -18,13 +18,15 @@ struct FringeSamples {
 
 /// What a search finds for each pixel.
 struct FoundOrders {
-  std::vector<short> order; ///< of the finest fringe
-  std::vector<float> cost;  ///< squared deviations of the other fringes, in their variances
-  std::vector<float> gap;   ///< how much more the next best order costs
+  std::vector<int> order;   ///< of the finest fringe
+  std::vector<int> isClear; ///< 1: no other order comes near, and the fringes agree about this one
 };
 
 /// The orders of the finest fringe that agree best with the other ones, among all that the projector shows
-/// and the one before them.
-void searchOrders(FringeSamples const& fringes, int resolution, int n, FoundOrders& found);
+/// and the one before them. The cost of an order are the squared deviations of the other fringes, in their
+/// variances. Each of them leaves some orders only: what it costs alone must not be too much.
+/// @param isWanted of each pixel 1 or 0
+void searchOrders(FringeSamples const& fringes, int resolution, std::vector<int> const& isWanted,
+                  FoundOrders& found);
 
 } // namespace vorn::mv::sl

@@ -26,8 +26,8 @@ SampleRange rangeOf(DecodeSettings const& settings, cv::Mat const& image) {
   range.levelStep = white > 0.0 ? range.white / static_cast<float>(levelBins) : unbounded;
   range.isWhole = depth != CV_32F;
   constexpr std::size_t plenty = 400000; // pixels
-  constexpr int ofLarge = 4;
-  range.rowStep = image.total() > ofLarge * plenty ? ofLarge : 1;
+  constexpr std::size_t large = 4 * plenty;
+  range.rowStep = image.total() > large ? static_cast<int>(image.total() / plenty) : 1;
   return range;
 }
 
@@ -44,6 +44,25 @@ void compareRow(float const* level, float white, int n, float* __restrict values
   for (int x = 0; x < n; ++x) {
     float const difference = values[x] - level[x];
     values[x] = values[x] < white ? difference : std::max(0.0F, white - level[x]);
+  }
+}
+
+VORN_TARGET_CLONES
+void shortenRow(float const* values, int n, ShortFloat* __restrict out) {
+  for (int x = 0; x < n; ++x) {
+    out[x] = toShortFloat(values[x]);
+  }
+}
+
+/// As before any bit.
+void startCode(int row, CodeMaps& maps) {
+  constexpr ShortFloat farthest = std::numeric_limits<ShortFloat>::max();
+  std::fill_n(maps.word[row], maps.word.cols, 0);
+  std::fill_n(maps.weakest[row], maps.weakest.cols, uchar{0});
+  std::fill_n(maps.margin[row], maps.margin.cols, farthest);
+  std::fill_n(maps.second[row], maps.second.cols, farthest);
+  if (!maps.range.empty()) {
+    std::fill_n(maps.range[row], maps.range.cols, 0.0F);
   }
 }
 
@@ -114,12 +133,12 @@ void PatternReading::prepare(std::size_t image) {
     case ReadingStep::Subtract: {
       CodeMaps& maps = codes_[step.target];
       if (maps.word.empty()) {
-        maps.word = cv::Mat_<int>::zeros(size_);
-        maps.weakest = cv::Mat_<uchar>::zeros(size_);
-        maps.margin = cv::Mat_<float>(size_, unbounded);
-        maps.second = cv::Mat_<float>(size_, unbounded);
+        maps.word.create(size_);
+        maps.weakest.create(size_);
+        maps.margin.create(size_);
+        maps.second.create(size_);
         if (!hasFringes(plan_.codes[step.target].axis)) {
-          maps.range = cv::Mat_<float>::zeros(size_);
+          maps.range.create(size_);
         }
       }
       break;
@@ -170,12 +189,14 @@ void PatternReading::solve(std::size_t fringe, Band& band) {
   auto const width = static_cast<std::size_t>(size_.width);
   std::vector<float> amplitude(width);
   std::vector<float> mean(width);
+  std::vector<float> precision(width);
   bool const isOfModulation = isFinest(fringe);
   for (int y = band.firstRow_; y < band.endRow_; ++y) {
     all.harmonic = all.power = 0.0;
-    band.sums_[fringe]->solve(
-        y, range_, least_, {maps.phase[y], maps.precision[y], amplitude.data(), mean.data(), maps.level[y]},
-        all);
+    band.sums_[fringe]->solve(y, range_, least_,
+                              {maps.phase[y], precision.data(), amplitude.data(), mean.data(), maps.level[y]},
+                              all);
+    shortenRow(precision.data(), size_.width, maps.precision[y]);
     harmonics_[fringe][static_cast<std::size_t>(y)] = {all.harmonic, all.power};
     if (isOfModulation) {
       leastRow(amplitude.data(), size_.width, modulation_[y]);
@@ -214,6 +235,9 @@ void PatternReading::readBit(ReadingStep const& step, std::vector<cv::Mat> const
   // The noise of a difference of two images is sqrt(2) that of one. Half of it is the bit's amplitude.
   BitScales const scales = isPair ? BitScales{0.70710678F, 0.5F} : BitScales{1.0F, 1.0F};
   for (int y = band.firstRow_; y < band.endRow_; ++y) {
+    if (step.image == plan_.codes[step.target].firstBit) {
+      startCode(y, maps);
+    }
     loadRow(images[step.image], y, range_.black, difference.data());
     if (isPair) {
       loadRow(images[step.other], y, range_.black, inverse.data());

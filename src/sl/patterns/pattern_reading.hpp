@@ -12,22 +12,23 @@
 
 #include "core/progress.hpp"
 #include "sl/patterns/reading_plan.hpp"
+#include "sl/patterns/short_float.hpp"
 
 namespace vorn::mv::sl {
 
 /// What the images of one fringe tell of each pixel.
 struct FringeMaps {
-  cv::Mat_<float> phase;     ///< [0, 2 pi); negative: clipped
-  cv::Mat_<float> precision; ///< see `SolvedRow`; 0: clipped
-  cv::Mat_<uchar> level;     ///< bin of `NoiseTally`
+  cv::Mat_<float> phase;          ///< [0, 2 pi); negative: clipped
+  cv::Mat_<ShortFloat> precision; ///< see `SolvedRow`; 0: clipped
+  cv::Mat_<uchar> level;          ///< bin of `NoiseTally`
 };
 
 /// What the bits of one exposure tell of each pixel; margins are in the noise of one image.
 struct CodeMaps {
   cv::Mat_<int> word;
   cv::Mat_<uchar> weakest;
-  cv::Mat_<float> margin;
-  cv::Mat_<float> second;
+  cv::Mat_<ShortFloat> margin;
+  cv::Mat_<ShortFloat> second;
   cv::Mat_<float> range; ///< amplitude of the strongest bit; empty beside fringes
 };
 

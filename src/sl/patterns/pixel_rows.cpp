@@ -70,21 +70,18 @@ VORN_TARGET_CLONES
 void readBit(float const* difference, float scale, int bit, int n, CodeRow const& code) {
   std::uint32_t* __restrict const word = code.word;
   uchar* __restrict const weakest = code.weakest;
-  float* __restrict const margin = code.margin;
-  float* __restrict const second = code.second;
+  ShortFloat* __restrict const margin = code.margin;
+  ShortFloat* __restrict const second = code.second;
   std::uint32_t const place = 1U << static_cast<unsigned>(bit);
-  for (int x = 0; x < n; ++x) {
-    float const d = difference[x];
-    float const distance = scale * std::fabs(d);
-    word[x] |= d > 0.0F ? place : 0U;
-    float const least = margin[x];
-    second[x] = std::min(second[x], std::max(distance, least));
-    margin[x] = std::min(distance, least);
-  }
   auto const number = static_cast<uchar>(bit);
   for (int x = 0; x < n; ++x) {
-    // Its own distance is the least now: it is the weakest. The same numbers are compared, so they are equal.
-    weakest[x] = scale * std::fabs(difference[x]) == margin[x] ? number : weakest[x];
+    float const d = difference[x];
+    ShortFloat const distance = toShortFloat(scale * std::fabs(d));
+    word[x] |= d > 0.0F ? place : 0U;
+    ShortFloat const least = margin[x];
+    second[x] = std::min(second[x], std::max(distance, least));
+    margin[x] = std::min(distance, least);
+    weakest[x] = distance <= least ? number : weakest[x];
   }
 }
 

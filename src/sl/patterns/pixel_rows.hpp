@@ -6,6 +6,8 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include "sl/patterns/short_float.hpp"
+
 /// What is done with the pixels of a row, all in float so that it is vectorised.
 namespace vorn::mv::sl {
 
@@ -37,10 +39,10 @@ void polarRow(float const* sine, float const* cosine, int n, float* angle, float
 /// What the bits of pixels spell, and how certain they are.
 struct CodeRow {
   std::uint32_t* word;
-  uchar* weakest; ///< the bit nearest to its threshold
-  float* margin;  ///< its distance
-  float* second;  ///< that of the next
-  float* range;   ///< amplitude of the strongest bit; null when it is not asked for
+  uchar* weakest;     ///< the bit nearest to its threshold
+  ShortFloat* margin; ///< its distance
+  ShortFloat* second; ///< that of the next
+  float* range;       ///< amplitude of the strongest bit; null when it is not asked for
 };
 
 /// How a difference becomes what a `CodeRow` holds.

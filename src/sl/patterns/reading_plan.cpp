@@ -67,7 +67,7 @@ void ReadingPlan::addBits(PatternSet const& set, PatternAxis axis) {
     byExposure[set.images[i].exposure].push_back(i);
   }
   for (auto const& [exposure, bits] : byExposure) {
-    CodePlan code{axis, exposure, none};
+    CodePlan code{axis, exposure, none, none};
     std::map<std::pair<int, bool>, std::size_t> places;
     for (std::size_t const i : bits) {
       places[{set.images[i].bit, set.images[i].isInverse}] = i;
@@ -110,6 +110,9 @@ ReadingPlan::ReadingPlan(PatternSet const& set) : steps(set.images.size()), last
     for (ReadingStep const& step : steps[i]) {
       bool const isOfCode = step.kind == ReadingStep::Compare || step.kind == ReadingStep::Subtract;
       bool const isOfFringe = step.kind == ReadingStep::Solve;
+      if (isOfCode && codes[step.target].firstBit == none) {
+        codes[step.target].firstBit = step.image;
+      }
       if (isOfCode || isOfFringe) {
         PatternAxis const axis = isOfCode ? codes[step.target].axis : fringes[step.target].fringe.axis;
         lastOf[axis == PatternAxis::Column ? 0 : 1] = i;

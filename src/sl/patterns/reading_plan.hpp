@@ -30,7 +30,8 @@ struct ReadingStep {
 struct CodePlan {
   PatternAxis axis;
   double exposure;
-  std::size_t level; ///< what they are compared with, if anything
+  std::size_t level;    ///< what they are compared with, if anything
+  std::size_t firstBit; ///< the image of the bit that is read first
 };
 
 /// What bits are compared with.

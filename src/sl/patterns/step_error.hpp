@@ -19,6 +19,8 @@ struct StepError {
 
   /// The terms at a phase in turns.
   static std::array<double, terms> termsAt(double turns, int steps);
+  /// The error at a phase with these terms, turns.
+  double sum(std::array<double, terms> const& values) const;
   /// The error at a phase as it is measured, turns.
   double at(double turns) const;
   /// The largest error, turns.

@@ -32,7 +32,7 @@ uchar withStep(uchar state, uchar step) {
 
 BandGrowth::BandGrowth(OrderMaps const& maps, Progress const& progress)
     : size_(maps.maps.state.whole.size()), stride_(static_cast<std::uint32_t>(size_.width)),
-      wrapped_(maps.maps.wrapped.whole[0]), reading_(maps.maps.reading.whole[0]),
+      wrapped_(maps.maps.wrapped.whole[0]), reading_(maps.maps.reading.whole.ptr<int>()),
       order_(maps.maps.order.whole[0]), state_(maps.maps.state.whole[0]), codes_(maps.codes),
       isChecked_(maps.isChecked), progress_(progress) {}
 
@@ -207,7 +207,8 @@ float BandGrowth::qualityAt(std::uint32_t index) const {
 /// The pixel takes the order that fits one of its known neighbours best, and its open ones wait.
 void BandGrowth::takeTurn(std::uint32_t index) {
   float const wrapped = wrapped_[index];
-  auto const reading = static_cast<CodeReading>(reading_[index]); // far away, so asked for early
+  auto const reading =
+      static_cast<CodeReading>(isChecked_ ? reading_[index] : 0); // far away, so asked for early
   std::array<std::uint32_t, 4> const neighbours = {index - 1, index + 1, index - stride_, index + stride_};
   std::array<float, neighbours.size()> distances{};
   std::array<int, neighbours.size()> orders{};

@@ -1,0 +1,204 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "sl/patterns/order_rows.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "core/pi.hpp"
+#include "core/simd.hpp"
+#include "sl/decode/pixel_state.hpp"
+
+namespace vorn::mv::sl {
+
+namespace {
+
+/// Adding and taking off a number of 24 bits rounds.
+VORN_ALWAYS_INLINE float nearest(float value) {
+  constexpr float rounder = 12582912.0F;
+  return (value + rounder) - rounder;
+}
+
+VORN_ALWAYS_INLINE std::uint32_t numberOfGray(std::uint32_t word) {
+  word ^= word >> 16U;
+  word ^= word >> 8U;
+  word ^= word >> 4U;
+  word ^= word >> 2U;
+  return word ^ (word >> 1U);
+}
+
+/// @param stripe of each pixel
+/// @param other  the stripe if its weakest bit were the other one
+template <class StripeOf>
+VORN_ALWAYS_INLINE void readStripes(WordRow const& words, StripeOf const& stripeOf, int n, int* __restrict stripe,
+                                    int* __restrict other) {
+  std::uint32_t const* const word = words.word;
+  uchar const* const weakest = words.weakest;
+  for (int x = 0; x < n; ++x) {
+    stripe[x] = stripeOf(word[x]);
+    other[x] = stripeOf(word[x] ^ (1U << static_cast<unsigned>(weakest[x])));
+  }
+}
+
+VORN_TARGET_CLONES
+void readGray(WordRow const& words, int n, int* stripe, int* other) {
+  readStripes(words, [](std::uint32_t word) { return static_cast<int>(numberOfGray(word)); }, n, stripe, other);
+}
+
+VORN_TARGET_CLONES
+void readBinary(WordRow const& words, int n, int* stripe, int* other) {
+  readStripes(words, [](std::uint32_t word) { return static_cast<int>(word); }, n, stripe, other);
+}
+
+VORN_TARGET_CLONES
+void readXor(WordRow const& words, std::uint32_t flipped, int n, int* stripe, int* other) {
+  auto const stripeOf = [flipped](std::uint32_t word) {
+    return static_cast<int>(word ^ ((word & 1U) != 0 ? flipped : 0U)) - StripeCode::wordOffset;
+  };
+  readStripes(words, stripeOf, n, stripe, other);
+}
+
+VORN_TARGET_CLONES
+void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float const* certain, int const* other,
+                  int n, int* __restrict kind, float* __restrict position) {
+  CodeWord::Stripes const by = stripes;
+  ShortFloat const* const margin = words.margin;
+  ShortFloat const* const second = words.second;
+  for (int x = 0; x < n; ++x) {
+    int const stripe = kind[x];
+    bool const isPlaced = fromShortFloat(second[x]) > certain[x] && stripe >= 0;
+    bool const isCertain = fromShortFloat(margin[x]) > certain[x];
+    bool const isNext = other[x] == stripe + 1;
+    bool const isBefore = other[x] == stripe - 1;
+    float const edge = static_cast<float>(isNext ? other[x] : stripe) * by.cell - by.shift - 0.5F;
+    float const middle = static_cast<float>(stripe) * by.cell - by.shift - 0.5F + 0.5F * by.cell;
+    position[x] = isCertain ? middle : edge;
+    int const ofUncertain = isNext || isBefore ? CodePlace::Border : CodePlace::Unknown;
+    int const ofPlaced = isCertain ? static_cast<int>(CodePlace::Stripe) : ofUncertain;
+    kind[x] = isPlaced ? ofPlaced : static_cast<int>(CodePlace::Unknown);
+  }
+}
+
+} // namespace
+
+VORN_TARGET_CLONES
+void phaseInTurns(float const* phase, int n, float* __restrict turns) {
+  constexpr float perTurn = 1.0F / twoPiFloat;
+  for (int x = 0; x < n; ++x) {
+    turns[x] = phase[x] * perTurn;
+  }
+}
+
+VORN_TARGET_CLONES
+void phaseSigma(ShortFloat const* precision, uchar const* level, LevelTable const& noiseInTurns, int n,
+                float* __restrict sigma) {
+  float const* const noise = noiseInTurns.data();
+  for (int x = 0; x < n; ++x) {
+    sigma[x] = noise[static_cast<int>(level[x])] / std::max(fromShortFloat(precision[x]), 1e-6F);
+  }
+}
+
+VORN_TARGET_CLONES
+void byLevel(uchar const* level, LevelTable const& table, int n, float* __restrict out) {
+  float const* const values = table.data();
+  for (int x = 0; x < n; ++x) {
+    out[x] = values[static_cast<int>(level[x])];
+  }
+}
+
+VORN_TARGET_CLONES
+void closeRow(float const* phase, ShortFloat const* precision, float leastPrecision, int n,
+              int* __restrict state) {
+  for (int x = 0; x < n; ++x) {
+    float const own = fromShortFloat(precision[x]);
+    int const before = state[x];
+    int const ofNone = phase[x] < 0.0F ? pixel_state::clipped : pixel_state::dark;
+    int const ofWeak = before == pixel_state::clipped ? before : static_cast<int>(pixel_state::dark);
+    int const ofAny = own >= leastPrecision ? before : ofWeak;
+    state[x] = own > 0.0F ? ofAny : ofNone;
+  }
+}
+
+void placeRow(CodeWord const& code, WordRow const& words, float const* certain, int n, PlaceRow const& out) {
+  CodeWord::Stripes const stripes = code.stripes();
+  switch (stripes.code) {
+  case BitCode::Gray:
+    readGray(words, n, out.kind, out.other);
+    break;
+  case BitCode::Xor:
+    readXor(words, stripes.flipped, n, out.kind, out.other);
+    break;
+  case BitCode::Binary:
+    readBinary(words, n, out.kind, out.other);
+    break;
+  }
+  placeStripes(stripes, words, certain, out.other, n, out.kind, out.position);
+}
+
+VORN_TARGET_CLONES
+void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position, PlaceLimits const& limits,
+                    int n, int* __restrict isFound, float* __restrict coordinate, float* __restrict order) {
+  FringeRow const own = fringe;
+  PlaceLimits const within = limits;
+  for (int x = 0; x < n; ++x) {
+    float const whole = nearest(position[x] / own.period - own.turns[x]);
+    coordinate[x] = own.period * (own.turns[x] + whole);
+    order[x] = whole;
+    float const reach = within.reach - 3.0F * own.period * own.sigma[x];
+    float const limit = kind[x] == CodePlace::Border ? reach : std::min(reach, within.ofStripe);
+    bool const isNear = std::fabs(coordinate[x] - position[x]) <= limit;
+    isFound[x] = kind[x] != CodePlace::Unknown && isNear ? isFound[x] : 0;
+  }
+}
+
+VORN_TARGET_CLONES
+void ordersOfFiner(FringeRow const& fringe, float mostRest, int n, int* __restrict isFound,
+                   float* __restrict coordinate, float* __restrict order) {
+  FringeRow const own = fringe;
+  for (int x = 0; x < n; ++x) {
+    float const exact = coordinate[x] / own.period - own.turns[x];
+    float const whole = nearest(exact);
+    isFound[x] = std::fabs(exact - whole) <= mostRest ? isFound[x] : 0;
+    coordinate[x] = own.period * (own.turns[x] + whole);
+    order[x] = whole;
+  }
+}
+
+VORN_TARGET_CLONES
+void startMean(FringeRow const& finest, int n, float* __restrict ownSigma, MeanRow const& mean) {
+  FringeRow const own = finest;
+  float* __restrict const weights = mean.weights;
+  float* __restrict const shifts = mean.shifts;
+  int* __restrict const isContradicted = mean.isContradicted;
+  for (int x = 0; x < n; ++x) {
+    ownSigma[x] = own.period * own.sigma[x];
+    weights[x] = 1.0F / (ownSigma[x] * ownSigma[x]);
+    shifts[x] = 0.0F;
+    isContradicted[x] = 0;
+  }
+}
+
+VORN_TARGET_CLONES
+void addToMean(FringeRow const& fringe, float tolerance, int n, MeanRow const& mean) {
+  constexpr float deviations = 6.0F;
+  FringeRow const own = fringe;
+  float const* const coordinate = mean.coordinate;
+  float const* const finest = mean.ownSigma;
+  float* __restrict const weights = mean.weights;
+  float* __restrict const shifts = mean.shifts;
+  int* __restrict const isContradicted = mean.isContradicted;
+  VORN_INDEPENDENT_ITERATIONS
+  for (int x = 0; x < n; ++x) {
+    float const exact = coordinate[x] / own.period - own.turns[x];
+    float const rest = own.period * (nearest(exact) - exact);
+    float const ofFringe = own.period * own.sigma[x];
+    float const limit = deviations * std::sqrt(finest[x] * finest[x] + ofFringe * ofFringe) + tolerance;
+    bool const isFar = std::fabs(rest) > limit;
+    float const weight = isFar ? 0.0F : 1.0F / (ofFringe * ofFringe);
+    weights[x] += weight;
+    shifts[x] += weight * rest;
+    isContradicted[x] |= isFar ? 1 : 0;
+  }
+}
+
+} // namespace vorn::mv::sl
