@@ -26,6 +26,27 @@ PlotRange fitted(PlotRange range, PlotAxis const& axis, double air) {
   return result;
 }
 
+/// The ticks of an axis.
+/// @param pixelsATick of a number
+/// @param labelPixels what the longest name takes
+/// @param most        numbers, however long the axis
+Ticks ticksFor(PlotAxis const& axis, PlotRange const& range, int length, int pixelsATick, int labelPixels,
+               int most) {
+  if (axis.labels.empty()) {
+    return ticksOf(range.low, range.high, std::clamp(length / pixelsATick, 2, most));
+  }
+  return namedTicks(axis.labels, range.low, range.high, std::max(1, length / labelPixels));
+}
+
+int widestOf(std::vector<std::string> const& texts) {
+  RasterFont const font;
+  int widest = 0;
+  for (std::string const& text : texts) {
+    widest = std::max(widest, font.measure(text).width);
+  }
+  return widest;
+}
+
 } // namespace
 
 void PlotRange::add(double value) {
@@ -80,12 +101,9 @@ void PlotLayout::layOut() {
   int const top = plot.title.empty() ? gap + line / 2 : font.measure(plot.title).height + 2 * gap;
   int const bottom = tickLength + gap + 2 * line;
   int const height = std::max(20, plot.size.height - top - bottom);
-  yTicks = ticksOf(y.low, y.high, std::clamp(height / (3 * line), 2, 10));
-  int widest = 0;
-  for (std::string const& text : yTicks.labels) {
-    widest = std::max(widest, font.measure(text).width);
-  }
-  int const left = gap + line + widest + gap + tickLength;
+  constexpr int mostUpright = 10;
+  yTicks = ticksFor(plot.y, y, height, 3 * line, line, mostUpright);
+  int const left = gap + line + widestOf(yTicks.labels) + gap + tickLength;
   int right = 2 * gap;
   for (PlotSeries const& series : plot.series) {
     if (!series.name.empty()) {
@@ -105,8 +123,9 @@ void PlotLayout::layOut() {
     makeEqual();
   }
   constexpr int pixelsATick = 90;
-  xTicks = ticksOf(x.low, x.high, std::clamp(area.width / pixelsATick, 2, 12));
-  yTicks = ticksOf(y.low, y.high, std::clamp(area.height / (3 * line), 2, 10));
+  constexpr int mostAcross = 12;
+  xTicks = ticksFor(plot.x, x, area.width, pixelsATick, widestOf(plot.x.labels) + gap, mostAcross);
+  yTicks = ticksFor(plot.y, y, area.height, 3 * line, line, mostUpright);
 }
 
 /// Shortens the area on the side that has too much of it.

@@ -49,4 +49,17 @@ Ticks ticksOf(double low, double high, int most) {
   return ticks;
 }
 
+Ticks namedTicks(std::vector<std::string> const& names, double low, double high, int most) {
+  auto const step = static_cast<std::size_t>(std::max(1.0, std::ceil((high - low) / std::max(most, 1))));
+  Ticks ticks;
+  for (std::size_t i = 0; i < names.size(); i += step) {
+    auto const place = static_cast<double>(i);
+    if (place >= low && place <= high) {
+      ticks.values.push_back(place);
+      ticks.labels.push_back(names[i]);
+    }
+  }
+  return ticks;
+}
+
 } // namespace vorn::mv

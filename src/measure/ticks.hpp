@@ -17,6 +17,11 @@ struct Ticks {
 /// @param low below `high`, both finite
 Ticks ticksOf(double low, double high, int most);
 
+/// Names at 0, 1, 2 ..., as far as they lie in [low, high]: every one, or every second, third ..., as few as
+/// leave no more than `most`.
+/// @param most 1 or more
+Ticks namedTicks(std::vector<std::string> const& names, double low, double high, int most);
+
 /// A number without needless digits: at most six that count.
 std::string shortNumber(double value);
 

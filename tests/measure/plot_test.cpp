@@ -76,32 +76,62 @@ TEST(Plot, PointsStandWhereTheAxesSay) {
   EXPECT_NEAR(lower.y + 0.5 * (lower.height - 1), frame.y - 0.5 + 0.75 * frame.height, 0.6);
 }
 
+/// Whether a line of text stands somewhere in a part of the picture.
+bool reads(cv::Mat const& picture, std::string const& text, cv::Rect const& where) {
+  RasterFont const font;
+  cv::Mat_<uchar> const ink = pixelsOf(picture, {30, 30, 30});
+  for (int y = where.y; y + font.lineHeight() <= where.br().y; ++y) {
+    cv::Rect const line(where.x, y, where.width, font.lineHeight());
+    if (test::readLine(ink(line), font).find(text) != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
 TEST(Plot, TitleAxesAndNumbersAreReadBack) {
   Plot plot = plotWith(SeriesKind::Points, {2.5}, {75.0});
   plot.series[0].name = "view 3";
   cv::Mat const picture = drawPlot(plot).picture;
   cv::Rect const frame = frameOf(picture);
-  RasterFont const font;
-  cv::Mat_<uchar> const ink = pixelsOf(picture, {30, 30, 30});
-  auto const lineAt = [&](int y, int from, int to) {
-    return test::readLine(ink(cv::Rect(from, y, to - from, font.lineHeight())), font);
-  };
-  auto const found = [&](std::string const& text, cv::Rect const& where) {
-    for (int y = where.y; y + font.lineHeight() <= where.br().y; ++y) {
-      if (lineAt(y, where.x, where.br().x).find(text) != std::string::npos) {
-        return true;
-      }
-    }
-    return false;
-  };
-  int const high = font.lineHeight() + 4; // a few lines of pixels to look for the text in
+  int const lineHeight = RasterFont().lineHeight();
+  int const high = lineHeight + 4; // a few lines of pixels to look for the text in
   int const below = frame.br().y + 5;
-  EXPECT_TRUE(found("Deviation of the part", {frame.x, frame.y - 24, 300, high}));
-  EXPECT_TRUE(found("10", {frame.br().x - 40, below, 60, high}));
+  EXPECT_TRUE(reads(picture, "Deviation of the part", {frame.x, frame.y - 24, 300, high}));
+  EXPECT_TRUE(reads(picture, "10", {frame.br().x - 40, below, 60, high}));
   EXPECT_TRUE(
-      found("along [mm]", {frame.x + frame.width / 2 - 60, below + font.lineHeight() - 3, 130, high}));
-  EXPECT_TRUE(found("view 3", {frame.br().x + 1, frame.y - 4, picture.cols - frame.br().x - 1, high}));
-  EXPECT_TRUE(found("100", {22, frame.y - 12, frame.x - 29, high}));
+      reads(picture, "along [mm]", {frame.x + frame.width / 2 - 60, below + lineHeight - 3, 130, high}));
+  EXPECT_TRUE(
+      reads(picture, "view 3", {frame.br().x + 1, frame.y - 4, picture.cols - frame.br().x - 1, high}));
+  EXPECT_TRUE(reads(picture, "100", {22, frame.y - 12, frame.x - 29, high}));
+}
+
+TEST(Plot, NamesStandInPlaceOfNumbersAsFarAsThereIsRoom) {
+  Plot plot = plotWith(SeriesKind::Points, {0.0, 11.0}, {75.0, 20.0});
+  plot.x.low = -0.5;
+  plot.x.high = 11.5;
+  for (int i = 0; i < 12; ++i) {
+    plot.x.labels.push_back("pose_" + std::to_string(100 + i));
+  }
+  auto const isNamed = [&](cv::Mat const& picture, int i) {
+    cv::Rect const frame = frameOf(picture);
+    int const middle = frame.x + cvRound((i + 0.5) / 12.0 * frame.width);
+    int const width = RasterFont().measure(plot.x.labels[0]).width + 8;
+    cv::Rect const below(middle - width / 2, frame.br().y + 5, width, RasterFont().lineHeight() + 4);
+    return reads(picture, plot.x.labels[static_cast<std::size_t>(i)], below & cv::Rect({}, picture.size()));
+  };
+  plot.size = {1500, 400};
+  cv::Mat const wide = drawPlot(plot).picture;
+  plot.size = {600, 400};
+  cv::Mat const narrow = drawPlot(plot).picture;
+  int named = 0;
+  for (int i = 0; i < 12; ++i) {
+    EXPECT_TRUE(isNamed(wide, i)) << i;
+    named += isNamed(narrow, i) ? 1 : 0;
+  }
+  EXPECT_TRUE(isNamed(narrow, 0));
+  EXPECT_GE(named, 3);
+  EXPECT_LT(named, 12);
 }
 
 TEST(Plot, SeriesHaveTheirShapes) {

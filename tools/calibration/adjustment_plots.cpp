@@ -90,7 +90,6 @@ mv::Plot agreementPlot(Calibration const& calibration, mv::Ground ground) {
   plot.ground = ground;
   plot.size = {900, 420};
   plot.title = "where each view shows the second device, against all views";
-  plot.x.title = "view, by its line in the table";
   plot.y.title = "deviation";
   mv::PlotSeries turn;
   turn.name = "turn, thousandths of a degree";
@@ -100,6 +99,7 @@ mv::Plot agreementPlot(Calibration const& calibration, mv::Ground ground) {
   shift.size = 5;
   std::size_t number = 0;
   for (std::size_t i = 0; i < calibration.views.size(); ++i) {
+    plot.x.labels.push_back(calibration.views[i].name);
     if (calibration.views[i].isUsed()) {
       mv::TransformDeviation const& deviation = calibration.report.deviations[number++];
       turn.x.push_back(static_cast<double>(i));

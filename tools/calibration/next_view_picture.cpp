@@ -16,9 +16,9 @@ namespace {
 
 /// The side of the target that a direction in the image points to.
 std::string sideOf(double direction) {
-  static constexpr std::array<char const*, 8> sides{"right side",       "lower right corner", "lower side",
-                                                    "lower left corner", "left side",          "upper left corner",
-                                                    "upper side",       "upper right corner"};
+  static constexpr std::array<char const*, 8> sides{
+      "right side", "lower right corner", "lower side", "lower left corner",
+      "left side",  "upper left corner",  "upper side", "upper right corner"};
   constexpr double step = 360.0 / sides.size();
   return sides[static_cast<std::size_t>(std::lround(direction / step)) % sides.size()];
 }
@@ -55,8 +55,8 @@ void addDepths(mv::AMat& picture, mv::NextView const& next, std::vector<cv::Poin
     return std::cos(across) * (pose(0, 0) * p.x + pose(0, 1) * p.y) +
            std::sin(across) * (pose(1, 0) * p.x + pose(1, 1) * p.y);
   };
-  auto const [nearer, farther] = std::minmax_element(
-      ends.begin(), ends.end(), [&](cv::Point3d const& a, cv::Point3d const& b) {
+  auto const [nearer, farther] =
+      std::minmax_element(ends.begin(), ends.end(), [&](cv::Point3d const& a, cv::Point3d const& b) {
         constexpr double rounding = 1e-6; // the middle of a side, not one of its two ends
         return along(a) < along(b) - rounding * (1 + std::abs(along(b)));
       });
@@ -90,9 +90,8 @@ std::string nextViewText(mv::NextView const& next) {
   std::ostringstream text;
   text.precision(1);
   text << std::fixed
-       << (next.after.rigid < worthwhile * next.before.rigid
-               ? "one more view would help most with "
-               : "one more view would help little; most with ")
+       << (next.after.rigid < worthwhile * next.before.rigid ? "one more view would help most with "
+                                                             : "one more view would help little; most with ")
        << placeText(next) << ": shape " << micrometres * next.before.rigid << " -> "
        << micrometres * next.after.rigid << " um";
   if (next.before.barCount > 0) {

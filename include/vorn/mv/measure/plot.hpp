@@ -44,6 +44,9 @@ struct PlotAxis {
   std::string unit;                                       ///< stands behind the title; empty: none
   double low = std::numeric_limits<double>::quiet_NaN();  ///< lower end, below `high`; not infinite
   double high = std::numeric_limits<double>::quiet_NaN(); ///< upper end; not infinite
+  /// Names that stand at 0, 1, 2 ... in place of numbers, UTF-8, every second, third ... where not all of
+  /// them have room; empty: numbers.
+  std::vector<std::string> labels = {};
 };
 
 /// A plot as data.

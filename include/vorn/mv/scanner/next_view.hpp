@@ -63,7 +63,8 @@ struct NextView {
 /// @param adjustment of a scanner (`adjustScanner`), with both models free or one of them held
 /// @param views those that were adjusted
 /// @param observer is told the stage "looking for the next view" and may stop it
-/// @throws Exception for the adjustment of other devices or other views, settings out of their range, a volume
+/// @throws Exception for the adjustment of other devices or other views, settings out of their range, a
+/// volume
 ///         that camera and projector do not both see, and when no pose shows enough of the target to both;
 ///         `Cancelled` when the observer stops it
 [[nodiscard]] VORN_API NextView nextBestView(Adjustment const& adjustment,
