@@ -114,6 +114,18 @@ void decode(benchmark::State& state, Light light, int threads) {
   }
 }
 
+/// A scan of 16 bits in units of the same one in 8 bits.
+void scanDeep(benchmark::State& state) {
+  Sl3dScanner scanner = bench::calibratedScanner(cameraSize);
+  std::vector<cv::Mat> const& bytes = stackOf(Light::Dim).images();
+  std::vector<cv::Mat> words;
+  for (cv::Mat const& image : bytes) {
+    constexpr double perGrey = 257;
+    image.convertTo(words.emplace_back(), CV_16U, perGrey);
+  }
+  measure(state, {"in 8 bits", [&] { scan(scanner, bytes); }}, [&] { scan(scanner, words); });
+}
+
 /// Rays against planes on what the clean stack decodes to.
 class RayPlane {
 public:
@@ -166,6 +178,7 @@ BENCHMARK_CAPTURE(decode, clean1, Light::Clean, 1)
     ->Name("decode")
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(scanDeep)->Name("scanDeep")->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(decode, dim1, Light::Dim, 1)
     ->Name("decodeDim")
     ->UseManualTime()

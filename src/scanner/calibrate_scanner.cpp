@@ -44,12 +44,15 @@ void measure(ScannerView const& view, CalibrationSettings const& settings, Measu
   requireSize(view.columns, view.target.size(), columnAxis.name);
   requireSize(view.rows, view.target.size(), rowAxis.name);
   steps.begin("decoding columns");
-  cv::Mat_<float> const columns = decodeAxis(columnAxis, view.columns, settings.projector, steps.now());
+  sl::GreyStack const columnStack = sl::greyStack(view.columns, settings.whiteLevel);
+  cv::Mat_<float> const columns = decodeAxis(columnAxis, columnStack, settings.projector, steps.now());
   steps.begin("decoding rows");
-  cv::Mat_<float> const rows = decodeAxis(rowAxis, view.rows, settings.projector, steps.now());
+  sl::GreyStack const rowStack = sl::greyStack(view.rows, settings.whiteLevel);
+  cv::Mat_<float> const rows = decodeAxis(rowAxis, rowStack, settings.projector, steps.now());
   extents = {{farthestOf(columns), view.columns.size()}, {farthestOf(rows), view.rows.size()}};
   if (settings.isAdjusted) {
-    measured.result.figures = figuresOf(view, columns, rows, measured.result.devices[0].imgPnts);
+    measured.result.figures =
+        figuresOf({view.target, columnStack, rowStack}, columns, rows, measured.result.devices[0].imgPnts);
   }
   measured.result.devices.push_back(projectorPoints(measured.result.devices[0], columns, rows));
 }

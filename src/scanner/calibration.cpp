@@ -36,6 +36,9 @@ void CalibrationSettings::check() const {
   if (!(outlierError >= 0.0)) {
     throw outOfRange("outlierError", outlierError, "0 or more");
   }
+  if (!(whiteLevel >= 0.0) || !std::isfinite(whiteLevel)) {
+    throw outOfRange("whiteLevel", whiteLevel, "a number of 0 or more");
+  }
   line.check();
   detect.check();
   if (target) {

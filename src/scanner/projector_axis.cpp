@@ -21,8 +21,9 @@ ProjectorAxis const columnAxis = {"columns", scanner::ScannerType::Horizontal, s
                                   &cv::Size::width};
 ProjectorAxis const rowAxis = {"rows", scanner::ScannerType::Vertical, sl::rowCode, &cv::Size::height};
 
-cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, std::vector<cv::Mat> const& images,
-                           cv::Size const& projector, Progress const& progress) {
+cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Size const& projector,
+                           Progress const& progress) {
+  std::vector<cv::Mat> const& images = stack.images;
   if (images.empty()) {
     throw calibrationFailure("there are no images of the " + std::string(axis.name));
   }
@@ -42,7 +43,7 @@ cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, std::vector<cv::Mat> const
   decoder["MaxGrayLevel"] = 200;
   decoder.getCameraModel().setResolution(images.front().size());
   decoder.getProjectorModel().setResolution(coded);
-  return ScannerAccess::decode(decoder, images, sl::ReasonMap::Leave, progress).coordinates;
+  return ScannerAccess::decode(decoder, stack, sl::ReasonMap::Leave, progress).coordinates;
 }
 
 void DecodedExtent::add(DecodedExtent const& other) {

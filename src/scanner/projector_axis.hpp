@@ -12,6 +12,7 @@
 
 #include "core/progress.hpp"
 #include "sl/coding/stripe_code.hpp"
+#include "sl/decode/grey_stack.hpp"
 
 namespace vorn::mv {
 
@@ -28,8 +29,8 @@ extern ProjectorAxis const rowAxis;
 
 /// What the camera sees of one axis while the target stands in the light, for `find_projector_points`.
 /// @param projector its pixels; empty for as many as the images can code
-cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, std::vector<cv::Mat> const& images,
-                           cv::Size const& projector, Progress const& progress);
+cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Size const& projector,
+                           Progress const& progress);
 
 /// What views tell of the projector's pixels along one axis.
 struct DecodedExtent {

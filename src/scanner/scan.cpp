@@ -24,7 +24,7 @@
 #include "scanner/scan_noise.hpp"
 #include "scanner/scan_points.hpp"
 #include "scanner/scanner_access.hpp"
-#include "sl/decode/scan_stack.hpp"
+#include "sl/decode/grey_stack.hpp"
 #include "sl/decode/staircase.hpp"
 #include "sl/decode/texture.hpp"
 
@@ -194,6 +194,11 @@ void ScanSettings::check() const {
     throw error("ScanSettings: smoothRadius is " + std::to_string(smoothRadius) + ", but must be 0 to 5",
                 "scan");
   }
+  if (!std::isfinite(whiteLevel) || whiteLevel < 0.0) {
+    std::ostringstream message;
+    message << "ScanSettings: whiteLevel is " << whiteLevel << ", but must be a number of 0 or more";
+    throw error(message.str(), "scan");
+  }
 }
 
 ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSettings const& settings,
@@ -203,18 +208,20 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   Progress const progress(observer);
   ScanResult result;
   Timer timer;
+  sl::GreyStack const stack = sl::greyStack(images, settings.whiteLevel);
+  result.whiteLevel = stack.white * stack.unit;
   sl::DecodedScan const decoded =
-      ScannerAccess::decode(scanner, images, sl::ReasonMap::Make, progress.part(0.0, 0.59));
+      ScannerAccess::decode(scanner, stack, sl::ReasonMap::Make, progress.part(0.0, 0.59));
   result.map = decoded.coordinates;
   result.mask = decoded.reasons;
   if (settings.correctsStaircase) {
     result.staircase = sl::removeStaircase(result.map, nullptr, progress.part(0.59, 0.6));
   }
   if (settings.makeSigma || settings.smoothRadius > 0) {
-    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise)
-                                                  : NoiseModel(images, result.map, progress.part(0.6, 0.61));
+    NoiseModel const noise = settings.noise > 0.0 ? NoiseModel(settings.noise, stack)
+                                                  : NoiseModel(stack, result.map, progress.part(0.6, 0.61));
     int const period = ScannerAccess::codedAxis(scanner).code.period;
-    result.sigma = sigmaOf(images, result.map, noise, period, progress.part(0.61, 0.63));
+    result.sigma = sigmaOf(stack, result.map, noise, period, progress.part(0.61, 0.63));
   }
   smooth(result, settings, progress.part(0.63, 0.65));
   result.times.decode = timer.toc();
@@ -225,11 +232,11 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
 
   timer.tic();
   if (settings.makeModulation) {
-    result.modulation = modulationOf(images, progress.part(0.87, 0.92));
+    result.modulation = modulationOf(stack, progress.part(0.87, 0.92));
   }
   finishMask(result, progress.part(0.92, 0.95));
   progress.at(makingCloud, 0.95);
-  cv::Mat const white = settings.makeTexture ? sl::whiteLevel(images) : cv::Mat();
+  cv::Mat const white = settings.makeTexture ? sl::whiteLevel(stack) : cv::Mat();
   result.cloud = cloudOf(result, white, progress.part(0.95, 1.0));
   progress.at(makingCloud, 1.0);
   result.times.rest = timer.toc();

@@ -2,8 +2,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "scanner/scan_noise.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 
@@ -13,12 +15,13 @@ namespace {
 
 constexpr int bandRows = 128;
 
-/// A row of the four phase images.
+/// A row of the four phase images, of pixels of type T.
+template <class T>
 struct PhaseRow {
-  uchar const* p[4];
+  T const* p[4];
 
   PhaseRow(std::vector<cv::Mat> const& images, int y)
-      : p{images[0].ptr(y), images[1].ptr(y), images[2].ptr(y), images[3].ptr(y)} {}
+      : p{images[0].ptr<T>(y), images[1].ptr<T>(y), images[2].ptr<T>(y), images[3].ptr<T>(y)} {}
 
   float level(int x) const { return 0.25F * static_cast<float>(p[0][x] + p[1][x] + p[2][x] + p[3][x]); }
   /// Zero for a sinusoid; its noise is twice that of an image.
@@ -30,14 +33,26 @@ struct PhaseRow {
   }
 };
 
+/// Calls `each(PhaseRow)` with a row of the stack as it is stored.
+template <class Each>
+void withRow(sl::GreyStack const& stack, int y, Each const& each) {
+  if (stack.images[0].depth() == CV_8U) {
+    each(PhaseRow<std::uint8_t>(stack.images, y));
+  } else {
+    each(PhaseRow<std::uint16_t>(stack.images, y));
+  }
+}
+
 /// How often each absolute excess occurs.
 struct Excesses {
-  static constexpr std::size_t most = 4 * 255;
-  std::array<std::size_t, most / 2 + 1> counts{};
+  std::vector<std::uint32_t> counts;
   std::size_t total = 0;
 
+  /// @param white of the images: greater excesses than twice of it count as that
+  explicit Excesses(int white) : counts(2 * static_cast<std::size_t>(white) + 1) {}
+
   void add(std::size_t excess) {
-    ++counts[excess];
+    ++counts[std::min(excess, counts.size() - 1)];
     ++total;
   }
 
@@ -69,27 +84,28 @@ float noiseOf(Excesses const& excesses) {
 
 } // namespace
 
-NoiseModel::NoiseModel(double noise) {
-  byLevel_.fill(static_cast<float>(noise));
+NoiseModel::NoiseModel(double noise, sl::GreyStack const& stack) : binsPerLevel_(binsPerLevel(stack)) {
+  byLevel_.fill(static_cast<float>(noise / stack.unit));
 }
 
-NoiseModel::NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const& map,
-                       Progress const& progress) {
-  std::vector<Excesses> bins(binCount);
-  Excesses all;
+NoiseModel::NoiseModel(sl::GreyStack const& stack, cv::Mat_<float> const& map, Progress const& progress)
+    : binsPerLevel_(binsPerLevel(stack)) {
+  std::vector<Excesses> bins(binCount, Excesses(stack.white));
+  Excesses all(stack.white);
   constexpr int rowStep = 4; // a quarter of the pixels is plenty
   for (int y = 0; y < map.rows; y += rowStep) {
     if (y % bandRows == 0) {
       progress.at("estimating the noise", static_cast<double>(y) / map.rows);
     }
-    PhaseRow const row(images, y);
-    for (int x = 0; x < map.cols; ++x) {
-      if (map(y, x) >= 0.0F) {
-        auto const excess = static_cast<std::size_t>(std::abs(row.excess(x)));
-        bins[static_cast<std::size_t>(row.level(x)) / levelsPerBin].add(excess);
-        all.add(excess);
+    withRow(stack, y, [&](auto const& row) {
+      for (int x = 0; x < map.cols; ++x) {
+        if (map(y, x) >= 0.0F) {
+          auto const excess = static_cast<std::size_t>(std::abs(row.excess(x)));
+          bins[binOf(row.level(x))].add(excess);
+          all.add(excess);
+        }
       }
-    }
+    });
   }
   constexpr std::size_t fewest = 500;
   for (std::size_t i = 0; i < binCount; ++i) {
@@ -97,32 +113,35 @@ NoiseModel::NoiseModel(std::vector<cv::Mat> const& images, cv::Mat_<float> const
   }
 }
 
-cv::Mat_<float> modulationOf(std::vector<cv::Mat> const& images, Progress const& progress) {
-  cv::Mat_<float> modulation(images[0].size());
+cv::Mat_<float> modulationOf(sl::GreyStack const& stack, Progress const& progress) {
+  cv::Mat_<float> modulation(stack.images[0].size());
+  auto const unit = static_cast<float>(stack.unit);
   parallelRows(modulation.rows, bandRows, progress, "measuring the modulation",
                [&](int firstRow, int endRow) {
                  for (int y = firstRow; y < endRow; ++y) {
-                   PhaseRow const row(images, y);
                    float* const out = modulation[y];
-                   for (int x = 0; x < modulation.cols; ++x) {
-                     out[x] = row.amplitude(x);
-                   }
+                   withRow(stack, y, [&](auto const& row) {
+                     for (int x = 0; x < modulation.cols; ++x) {
+                       out[x] = unit * row.amplitude(x);
+                     }
+                   });
                  }
                });
   return modulation;
 }
 
-cv::Mat_<float> sigmaOf(std::vector<cv::Mat> const& images, cv::Mat_<float> const& map,
-                        NoiseModel const& noise, int period, Progress const& progress) {
+cv::Mat_<float> sigmaOf(sl::GreyStack const& stack, cv::Mat_<float> const& map, NoiseModel const& noise,
+                        int period, Progress const& progress) {
   cv::Mat_<float> sigma(map.size());
   auto const pixelsPerRadian = static_cast<float>(period / (2.0 * CV_PI * std::sqrt(2.0)));
   parallelRows(map.rows, bandRows, progress, "estimating the noise", [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
-      PhaseRow const row(images, y);
-      for (int x = 0; x < map.cols; ++x) {
-        sigma(y, x) = map(y, x) >= 0.0F ? pixelsPerRadian * noise.at(row.level(x)) / row.amplitude(x)
-                                        : std::numeric_limits<float>::quiet_NaN();
-      }
+      withRow(stack, y, [&](auto const& row) {
+        for (int x = 0; x < map.cols; ++x) {
+          sigma(y, x) = map(y, x) >= 0.0F ? pixelsPerRadian * noise.at(row.level(x)) / row.amplitude(x)
+                                          : std::numeric_limits<float>::quiet_NaN();
+        }
+      });
     }
   });
   return sigma;

@@ -10,6 +10,7 @@
 
 #include "core/progress.hpp"
 #include "scanner/triangulation.hpp"
+#include "sl/decode/grey_stack.hpp"
 #include "sl/decode/scan_decoding.hpp"
 #include "sl/decode/scan_stack.hpp"
 
@@ -17,9 +18,9 @@ namespace vorn::mv {
 
 /// What whole jobs ask of a scanner beside its public calls.
 struct ScannerAccess {
-  /// `Sl3dScanner::decode`, watched. A stop leaves the scanner as it was.
-  static sl::DecodedScan decode(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
-                                sl::ReasonMap reasonMap, Progress const& progress);
+  /// `Sl3dScanner::decode` of images of any depth, watched. A stop leaves the scanner as it was.
+  static sl::DecodedScan decode(Sl3dScanner& scanner, sl::GreyStack const& stack, sl::ReasonMap reasonMap,
+                                Progress const& progress);
 
   /// The geometry of a calibrated scanner, with the rays of both devices, which it keeps.
   static sl::TriangulationSetup triangulationSetup(Sl3dScanner& scanner, Progress const& progress = {});
@@ -34,6 +35,10 @@ struct ScannerAccess {
   /// `Sl3dScanner::calib` without the rays of both devices and the messages about them. Returns whether the
   /// errors of both are small enough to have them.
   static bool calib(Sl3dScanner& scanner, CameraCalibData& camera, CameraCalibData& projector);
+
+  /// The same where images of the wrong depth are an error.
+  static sl::DecodedScan decodeStack(Sl3dScanner& scanner, sl::GreyStack const& stack, sl::StackDepth depth,
+                                     sl::ReasonMap reasonMap, Progress const& progress);
 
   /// How the scanner codes the axis that it decodes.
   static sl::CodedAxis codedAxis(Sl3dScanner const& scanner);

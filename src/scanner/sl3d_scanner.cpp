@@ -89,13 +89,19 @@ bool isHorizontal(PropertySetBase const& scanner) {
   return type.getIndex() == scanner::ScannerType::Horizontal;
 }
 
-sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::CodedAxis const& axis) {
+sl::ScanDecodingSettings decodingSettings(PropertySetBase const& scanner, sl::CodedAxis const& axis,
+                                          sl::GreyStack const& stack) {
+  auto const levelsOf = [&](char const* property) {
+    int const grey = scanner[property];
+    return static_cast<int>(std::lround(grey * stack.perGrey()));
+  };
   sl::ScanDecodingSettings settings;
   settings.period = axis.code.period;
   settings.resolution = axis.resolution;
-  settings.maxGrayLevel = scanner["MaxGrayLevel"];
-  settings.minContrast = scanner["BlackWhiteSensitivity"];
-  settings.minAmplitude = scanner["Sensitivity"];
+  settings.white = stack.white;
+  settings.maxGrayLevel = levelsOf("MaxGrayLevel");
+  settings.minContrast = levelsOf("BlackWhiteSensitivity");
+  settings.minAmplitude = levelsOf("Sensitivity");
   settings.minPhaseConfidence = scanner["MinPhaseConfident"].getValue().toDouble();
   settings.phaseBlurRadius = scanner["PhaseBlurRadius"];
   settings.minSegmentSize = scanner["MinSegmentSize"];
@@ -142,21 +148,28 @@ scanner::SlPatternInfo Sl3dScanner::getPatternInfo(bool alongWidth) const {
 }
 
 cv::Mat_<float> Sl3dScanner::decode(std::vector<cv::Mat> const& images) {
-  return ScannerAccess::decode(*this, images, sl::ReasonMap::Leave, Progress()).coordinates;
+  return ScannerAccess::decodeStack(*this, {images}, sl::StackDepth::Bytes, sl::ReasonMap::Leave, Progress())
+      .coordinates;
 }
 
 sl::CodedAxis ScannerAccess::codedAxis(Sl3dScanner const& scanner) {
   return sl::codedAxis(scanner.getProjectorModel().getResolution(), isHorizontal(scanner));
 }
 
-sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, std::vector<cv::Mat> const& images,
+sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, sl::GreyStack const& stack,
                                       sl::ReasonMap reasonMap, Progress const& progress) {
+  return decodeStack(scanner, stack, sl::StackDepth::Any, reasonMap, progress);
+}
+
+sl::DecodedScan ScannerAccess::decodeStack(Sl3dScanner& scanner, sl::GreyStack const& stack,
+                                           sl::StackDepth depth, sl::ReasonMap reasonMap,
+                                           Progress const& progress) {
   // Reading through the calls that lend the models would keep copies from sharing this scanner's record.
   Sl3dScanner const& self = scanner;
   self.getPatternInfo(isHorizontal(self));
   sl::CodedAxis const axis = codedAxis(self);
-  sl::checkStack(images, axis, self.getCameraModel().getResolution());
-  sl::ScanDecodingSettings const settings = decodingSettings(self, axis);
+  sl::checkStack(stack.images, axis, self.getCameraModel().getResolution(), depth);
+  sl::ScanDecodingSettings const settings = decodingSettings(self, axis, stack);
   bool const enableTexture = self["EnableTexture"];
   bool const enableDebug = self["EnableDebug"];
   auto& own = static_cast<Sl3dScanner::Private&>(scanner.ownRecord());
@@ -165,7 +178,8 @@ sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, std::vector<cv::Mat>
     logDebug(text(label, timer.toString()) + "\n");
     timer.tic();
   };
-  sl::DecodedScan scan = sl::decodeScan(images, settings, reasonMap, own.memory.buffers, report, progress);
+  sl::DecodedScan scan =
+      sl::decodeScan(stack.images, settings, reasonMap, own.memory.buffers, report, progress);
   logDebug(text("Hole filling time:", timer.toString()) + "\n");
   logDebug(text("Fill count:", scan.filled) + "\n");
   if (enableDebug) {
@@ -173,7 +187,7 @@ sl::DecodedScan ScannerAccess::decode(Sl3dScanner& scanner, std::vector<cv::Mat>
   }
   progress.at("decoding", 1);
   if (enableTexture) {
-    own.texture = sl::whiteLevel(images);
+    own.texture = sl::whiteLevel(stack);
   }
   return scan;
 }

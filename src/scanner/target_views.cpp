@@ -10,6 +10,7 @@
 #include <vorn/core/observer.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 
+#include "calib/target/grey_image.hpp"
 #include "core/error.hpp"
 #include "core/median.hpp"
 #include "core/pieces.hpp"
@@ -65,7 +66,9 @@ double largestTurn(CameraCalibData const& data) {
 
 int findByDetector(ViewPoints& points, cv::Mat const& image, std::string const& label,
                    CalibPatternDetector const& detector, Observer* observer) {
-  CalibPatternDetector::Result const found = detector.detect(image, observer);
+  // The detector itself takes 8 bits alone.
+  cv::Mat const bytes = image.depth() == CV_8U ? image : greyImage(image, "calibrate");
+  CalibPatternDetector::Result const found = detector.detect(bytes, observer);
   if (found.isEmpty()) {
     throw calibrationFailure("no target found in the " + label +
                              ", or fewer than MinKeypointCount dots of MinDotArea to MaxDotArea pixels");

@@ -13,6 +13,7 @@
 
 #include "core/median.hpp"
 #include "geometry/quadratic_fit.hpp"
+#include "imaging/white_level.hpp"
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv {
@@ -85,14 +86,14 @@ std::vector<cv::Rect> patchesAt(std::vector<cv::Point2f> const& dots, cv::Size c
 }
 
 /// A patch of an image in grey values of 255.
-cv::Mat_<float> patchOf(cv::Mat const& image, cv::Rect const& patch) {
+/// @param white the image's level that is 255
+cv::Mat_<float> patchOf(cv::Mat const& image, cv::Rect const& patch, double white) {
   cv::Mat grey = image(patch);
   if (grey.channels() > 1) {
     cv::cvtColor(grey, grey, grey.channels() == 4 ? cv::COLOR_BGRA2GRAY : cv::COLOR_BGR2GRAY);
   }
-  constexpr double wide = 65535;
   cv::Mat_<float> result;
-  grey.convertTo(result, CV_32F, image.depth() == CV_16U ? fullRange / wide : 1.0);
+  grey.convertTo(result, CV_32F, fullRange / white);
   return result;
 }
 
@@ -108,9 +109,9 @@ struct FringePatch {
   /// Pixels well within the lit parts.
   cv::Mat_<std::uint8_t> isInner;
 
-  FringePatch(std::vector<cv::Mat> const& sequence, cv::Rect const& patch) : isInner(patch.size()) {
+  FringePatch(sl::GreyStack const& sequence, cv::Rect const& patch) : isInner(patch.size()) {
     for (std::size_t k = 0; k < images.size(); ++k) {
-      images[k] = patchOf(sequence[k], patch);
+      images[k] = patchOf(sequence.images[k], patch, sequence.white);
     }
     cv::Mat c;
     cv::Mat s;
@@ -242,7 +243,7 @@ double median(std::vector<double> values) {
   return values.empty() ? SequenceFigures::untold : medianAmong(values);
 }
 
-SequenceFigures figuresOf(std::vector<cv::Mat> const& sequence, cv::Mat_<float> const& map, int period,
+SequenceFigures figuresOf(sl::GreyStack const& sequence, cv::Mat_<float> const& map, int period,
                           std::vector<cv::Rect> const& patches) {
   SequenceFigures figures;
   SmallFit<3> harmonic; // of what is beside, over the amplitude
@@ -305,7 +306,7 @@ SequenceFigures figuresOf(std::vector<cv::Mat> const& sequence, cv::Mat_<float> 
 }
 
 /// The patch under full light: mean and amplitude of the fringes together.
-cv::Mat_<float> fullLight(std::vector<cv::Mat> const& sequence, cv::Rect const& patch) {
+cv::Mat_<float> fullLight(sl::GreyStack const& sequence, cv::Rect const& patch) {
   FringePatch const fringes(sequence, patch);
   cv::Mat_<float> light = fringes.amplitude.clone();
   for (auto const& image : fringes.images) {
@@ -382,18 +383,19 @@ std::optional<double> blurOf(cv::Mat_<float> const& patch) {
 
 } // namespace
 
-ViewFigures figuresOf(ScannerView const& view, cv::Mat_<float> const& columns, cv::Mat_<float> const& rows,
+ViewFigures figuresOf(ViewImages const& view, cv::Mat_<float> const& columns, cv::Mat_<float> const& rows,
                       std::vector<cv::Point2f> const& dots) {
   std::vector<cv::Rect> const patches = patchesAt(dots, view.target.size());
   ViewFigures figures;
   figures.columns = figuresOf(view.columns, columns, sl::columnCode.period, patches);
   figures.rows = figuresOf(view.rows, rows, sl::rowCode.period, patches);
   double clipped = 0;
+  double const targetWhite = findWhiteLevel({view.target});
   std::vector<std::optional<cv::Vec2d>> between;
   std::vector<std::optional<cv::Vec2d>> before;
   std::vector<double> blurs;
   for (cv::Rect const& patch : patches) {
-    cv::Mat_<float> const target = patchOf(view.target, patch);
+    cv::Mat_<float> const target = patchOf(view.target, patch, targetWhite);
     cv::Mat_<float> const inColumns = fullLight(view.columns, patch);
     between.push_back(shiftOf(inColumns, fullLight(view.rows, patch)));
     before.push_back(shiftOf(target, inColumns));

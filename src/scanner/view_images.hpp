@@ -7,16 +7,24 @@
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
-#include <vorn/mv/scanner/calibrate_scanner.hpp>
 #include <vorn/mv/scanner/view_figures.hpp>
 
+#include "sl/decode/grey_stack.hpp"
+
 namespace vorn::mv {
+
+/// What a camera saw of a view.
+struct ViewImages {
+  cv::Mat target;
+  sl::GreyStack columns;
+  sl::GreyStack rows;
+};
 
 /// The figures of a view whose sequences have the scanner's own code.
 /// @param columns decoded column of each camera pixel
 /// @param rows    decoded row of each camera pixel
 /// @param dots    pixels of the target's dots
-ViewFigures figuresOf(ScannerView const& view, cv::Mat_<float> const& columns, cv::Mat_<float> const& rows,
+ViewFigures figuresOf(ViewImages const& view, cv::Mat_<float> const& columns, cv::Mat_<float> const& rows,
                       std::vector<cv::Point2f> const& dots);
 
 } // namespace vorn::mv

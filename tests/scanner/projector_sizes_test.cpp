@@ -98,7 +98,7 @@ TEST(GuessedProjector, IsTheUsualOneThatTheImagesAreMadeFor) {
         cv::Size(1920, 1200), cv::Size(2048, 1080)}) {
     auto const extent = [&](Projector const& projector, ProjectorAxis const& axis) {
       std::vector<cv::Mat> const images = seen(projector, 12);
-      cv::Mat_<float> const map = decodeAxis(axis, images, {}, {});
+      cv::Mat_<float> const map = decodeAxis(axis, {images}, {}, {});
       EXPECT_EQ(cv::countNonZero(map < 0), 0) << size;
       return DecodedExtent{farthestOf(map), images.size()};
     };

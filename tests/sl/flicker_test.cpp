@@ -43,8 +43,8 @@ constexpr int brightest = 200;
 void correct(std::vector<cv::Mat> const& images, std::array<float, 4> const& factors,
              cv::Mat_<float>& phase) {
   for (int y = 0; y < phase.rows; ++y) {
-    correctFlicker({images[0].ptr(y), images[1].ptr(y), images[2].ptr(y), images[3].ptr(y)}, factors,
-                   phase.cols, phase[y]);
+    correctFlicker<uchar>({images[0].ptr(y), images[1].ptr(y), images[2].ptr(y), images[3].ptr(y)}, factors,
+                          phase.cols, phase[y]);
   }
 }
 
@@ -105,7 +105,7 @@ TEST(Flicker, TurnsThePhaseUpwardsAndDownwardsThroughTheWrap) {
       double const expected = std::atan2(exact[0] - exact[2], exact[1] - exact[3]);
       float phase = std::atan2(static_cast<float>(2 * offset), 160.0F);
       phase = phase < 0 ? phase + static_cast<float>(2 * CV_PI) : phase;
-      correctFlicker({&v[0], &v[1], &v[2], &v[3]}, factors, 1, &phase);
+      correctFlicker<uchar>({&v[0], &v[1], &v[2], &v[3]}, factors, 1, &phase);
       EXPECT_GE(phase, 0.0F);
       EXPECT_LT(phase, static_cast<float>(2 * CV_PI));
       EXPECT_NEAR(std::remainder(phase - expected, 2 * CV_PI), 0.0, 1e-4);

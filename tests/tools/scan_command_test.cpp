@@ -51,6 +51,37 @@ private:
   test::TemporaryFolder folder_;
 };
 
+TEST(ScanCommand, ReadsTwelveBitsInSixteen) {
+  RenderedScan const files;
+  ASSERT_EQ(files.scan({"--map", files / "bytes.tiff"}).status, 0);
+  for (NumberedFile const& file : findSequence((files / "scan").string(), "columns")) {
+    cv::Mat deep;
+    readImage(file.path).convertTo(deep, CV_16U, 4095.0 / 255);
+    writeImage(file.path, deep);
+  }
+  ToolOutcome const found = files.scan({"--map", files / "deep.tiff", "--report", files / "r.json"});
+  ASSERT_EQ(found.status, 0) << found.errors;
+  EXPECT_EQ(readJsonFile(files / "r.json")["whiteLevel"], 4095);
+  cv::Mat const expected = readImage(files / "bytes.tiff");
+  cv::Mat const deep = readImage(files / "deep.tiff");
+  cv::Mat const inBoth = (expected >= 0) & (deep >= 0);
+  EXPECT_GT(cv::countNonZero(inBoth), 0.99 * cv::countNonZero(expected >= 0));
+  EXPECT_LT(cv::norm(expected, deep, cv::NORM_L1, inBoth) / cv::countNonZero(inBoth), 1e-2);
+
+  auto const clippedIn = [&](char const* report) {
+    return readJsonFile(files / report)["notMeasured"]["clipped"].get<int>();
+  };
+  ASSERT_EQ(files.scan({"--white-level", "500", "--report", files / "given.json"}).status, 0);
+  EXPECT_EQ(readJsonFile(files / "given.json")["whiteLevel"], 500);
+  EXPECT_GT(clippedIn("given.json"), 100 + clippedIn("r.json"));
+  // One of the images in 8 bits.
+  cv::Mat const first = readImage(files / "scan/columns_00.png");
+  writeImage(files / "scan/columns_00.png", cv::Mat(first.size(), CV_8U, cv::Scalar(1)));
+  ToolOutcome const mixed = files.scan({"--map", files / "deep.tiff"});
+  EXPECT_EQ(mixed.status, 1);
+  EXPECT_NE(mixed.errors.find("columns_01.png is CV_16UC1"), std::string::npos) << mixed.errors;
+}
+
 TEST(ScanCommand, MeasuresTheSceneThatWasRendered) {
   RenderedScan const files;
   ToolOutcome const outcome =

@@ -99,14 +99,14 @@ auto calibrate(std::string const& folder, Read const& read, Job const& job) {
   return calibrate<View>(root, poses, read, job);
 }
 
-/// A described target is searched in the picture as it is, the detector wants it grey and of 8 bits.
+/// A described target is searched in the picture as it is, the detector wants it grey.
 cv::Mat readTarget(fs::path const& path, mv::CalibrationSettings const& settings) {
-  return settings.target ? readImage(path.string()) : readGrayImage(path.string());
+  return settings.target ? readImage(path.string()) : readMeasuredImage(path.string());
 }
 
 /// The pictures of a sequence, of which there must be some.
 std::vector<cv::Mat> readNeeded(fs::path const& pose, std::string const& prefix,
-                                cv::Mat (*read)(std::string const&) = readGrayImage) {
+                                cv::Mat (*read)(std::string const&) = readMeasuredImage) {
   std::vector<cv::Mat> images = readSequence(pose.string(), prefix, read);
   if (images.empty()) {
     throw Exception("there is no " + prefix + "_00.png", nullptr, 0, "calibrate");
@@ -272,8 +272,8 @@ mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSe
                                     Observer* observer) {
   return calibrate<mv::LaserView>(
       folder,
-      [](fs::path const& pose) {
-        return mv::LaserView{"", readGrayImage((pose / "target.png").string()),
+      [&](fs::path const& pose) {
+        return mv::LaserView{"", readTarget(pose / "target.png", settings),
                              readNeeded(pose, "line", readLaserImage)};
       },
       [&](auto const& names, auto const& view) {

@@ -23,6 +23,7 @@
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/commands/target_options.hpp"
+#include "tools/commands/white_level_option.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
@@ -50,6 +51,7 @@ struct CalibrateOptions {
   bool isRefused = true;
   bool hasPrism = false;
   double contrast = mv::LaserLineOptions().minContrast;
+  double whiteLevel = 0.0;
   TargetOptions target;
   PitchOption pitch;
   std::vector<std::string> assignments;
@@ -196,6 +198,7 @@ void run(CalibrateOptions const& options, Report& report) {
     settings.adjustment.lens = mv::AdjustmentSettings::Lens::ThinPrism;
   }
   settings.line.minContrast = options.contrast;
+  settings.whiteLevel = options.whiteLevel;
   double const pitch =
       settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
   if (options.isLaser) {
@@ -234,6 +237,7 @@ void addCalibrateCommand(CLI::App& app) {
       command->add_flag("--laser", options->isLaser,
                         "Calibrate a laser line scanner, from pose_00/target.png, line_00.png ..., an image "
                         "a laser line");
+  addWhiteLevelOption(*command, options->whiteLevel);
   addContrastOption(*command, options->contrast)->needs(laser);
   CLI::Option* stereo = command->add_flag(
       "--stereo", options->isStereo, "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");

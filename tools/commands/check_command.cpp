@@ -100,14 +100,17 @@ std::vector<std::string> inputsOf(CheckOptions const& options,
 Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner const& scanner) {
   bool const isColumn = sequencePrefix(scanner) == "columns";
   auto const read = [&](char const* prefix) {
-    return watched([&](Observer* bar) { return readSequence(options.folder, prefix, readGrayImage, bar); });
+    return watched(
+        [&](Observer* bar) { return readSequence(options.folder, prefix, readMeasuredImage, bar); });
   };
   mv::ScanResult const scan = watched([&, images = read(isColumn ? "columns" : "rows")](Observer* bar) {
     return mv::scan(scanner, images, plainScan(), bar);
   });
   mv::Sl3dScanner other = scanner;
   other.setScannerType(isColumn ? mv::scanner::ScannerType::Vertical : mv::scanner::ScannerType::Horizontal);
-  cv::Mat_<float> const across = other.decode(read(isColumn ? "rows" : "columns"));
+  cv::Mat_<float> const across = watched([&, images = read(isColumn ? "rows" : "columns")](Observer* bar) {
+                                   return mv::scan(other, images, plainScan(), bar);
+                                 }).map;
   return {isColumn ? scan.map : across, isColumn ? across : scan.map, scan.xyz};
 }
 

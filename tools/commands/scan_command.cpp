@@ -20,6 +20,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
 #include "tools/commands/property_options.hpp"
+#include "tools/commands/white_level_option.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
@@ -59,6 +60,7 @@ struct ScanOptions {
   std::vector<std::string> assignments;
   bool keepsStaircase = false;
   int smoothRadius = 0;
+  double whiteLevel = 0.0;
 };
 
 bool isMesh(std::string const& path) {
@@ -219,7 +221,7 @@ void declareInputs(ScanOptions const& options, Captured const& captured, std::st
 void readCaptured(ScanOptions const& options, std::string const& prefix, Captured& captured) {
   captured.images = watched([&](Observer* bar) {
     return captured.described ? readPatternImages(*captured.described, bar)
-                              : readSequence(options.folder, prefix, readGrayImage, bar);
+                              : readSequence(options.folder, prefix, readMeasuredImage, bar);
   });
   if (captured.images.empty()) {
     throw Exception(options.folder + " has no pictures " + prefix + "_00.png, " + prefix + "_01.png, ..." +
@@ -251,6 +253,7 @@ mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::Sc
   }
   mv::PatternScanSettings described;
   described.decode.correctsStaircase = settings.correctsStaircase;
+  described.decode.whiteLevel = settings.whiteLevel;
   described.scan = settings;
   mv::PatternScanner patterns(captured.described->set, scanner, described);
   mv::PatternScanResult const result =
@@ -306,6 +309,7 @@ void runPattern(ScanOptions const& options, Report& report) {
   settings.makeSigma = report.isPageWanted() || hasFields;
   settings.correctsStaircase = !options.keepsStaircase;
   settings.smoothRadius = options.smoothRadius;
+  settings.whiteLevel = options.whiteLevel;
   mv::ScanResult result = scanOf(scanner, captured, settings, report);
 
   if (result.counts.points == 0) {
@@ -347,6 +351,9 @@ void runPattern(ScanOptions const& options, Report& report) {
   double const writeTime = timer.toc();
   report.add(scanReport(result));
   report["images"] = captured.images.size();
+  if (captured.images.front().depth() != CV_8U && result.whiteLevel > 0.0) {
+    report["whiteLevel"] = result.whiteLevel;
+  }
   if (result.staircase > 0.0) {
     report["staircase"] = result.staircase;
   }
@@ -412,6 +419,7 @@ void addScanCommand(CLI::App& app) {
       ->delimiter(',')
       ->check(CLI::IsMember(mv::scanFieldNames()))
       ->excludes(laser);
+  addWhiteLevelOption(*command, options->whiteLevel)->excludes(laser);
   options->page.addTo(*command);
   addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);
   setWork(

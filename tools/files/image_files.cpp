@@ -141,6 +141,12 @@ cv::Mat readImage(std::string const& path) {
   return image;
 }
 
+cv::Mat readMeasuredImage(std::string const& path) {
+  cv::Mat const image = readImage(path);
+  // Colours become grey as ever, which is not to the bit what could be made of them here.
+  return image.type() == CV_8UC1 || image.depth() != CV_8U ? image : readGrayImage(path);
+}
+
 std::string encodedImage(std::string const& path, cv::Mat const& image, Packing packing) {
   std::string const extension = fs::path(path).extension().string();
   std::vector<unsigned char> bytes;
@@ -221,6 +227,10 @@ std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& 
     if (images.back().size() != images.front().size()) {
       throw failure(file.path + " is " + sizeText(images.back().size()) + ", but " + files.front().path +
                     " is " + sizeText(images.front().size()));
+    }
+    if (images.back().type() != images.front().type()) {
+      throw failure(file.path + " is " + cv::typeToString(images.back().type()) + ", but " +
+                    files.front().path + " is " + cv::typeToString(images.front().type()));
     }
   }
   return images;

@@ -26,6 +26,11 @@ cv::Mat readGrayImage(std::string const& path);
 /// @throws Exception as `readGrayImage`
 cv::Mat readLaserImage(std::string const& path);
 
+/// Reads a picture of a projector's or plain light in its full depth: those of 8 bits grey, as
+/// `readGrayImage`; deeper ones in the type they are stored in.
+/// @throws Exception as `readImage`
+cv::Mat readMeasuredImage(std::string const& path);
+
 /// Reads a picture in the type it is stored in, with alpha dropped; a warning says so for PNG files.
 cv::Mat readImage(std::string const& path);
 
@@ -62,7 +67,8 @@ struct NumberedFile {
 std::vector<NumberedFile> findSequence(std::string const& folder, std::string const& prefix);
 
 /// Reads the sequence PREFIX_00, PREFIX_01, ..., images of one size, each by `read`.
-/// @throws Exception that names the picture which is missing, unreadable or of another size than the first
+/// @throws Exception that names the picture which is missing, unreadable or of another size or type than the
+/// first
 std::vector<cv::Mat> readSequence(std::string const& folder, std::string const& prefix,
                                   cv::Mat (*read)(std::string const&) = readGrayImage,
                                   Observer* observer = nullptr);

@@ -26,10 +26,11 @@ struct DecodingRules {
   bool holeFilling = true;    ///< small holes in one smooth surface are closed
 };
 
-/// What the decoding of one scan depends on. Angles are radians, grey levels those of 8-bit images.
+/// What the decoding of one scan depends on. Angles are radians, grey levels those of the images.
 struct ScanDecodingSettings {
   int period = 4;         ///< projector pixels of one fringe
   int resolution = 0;     ///< projector pixels along the coded axis
+  int white = 255;        ///< a pixel is clipped from here on
   int maxGrayLevel = 150; ///< largest mean of a pixel's phase images
   int minContrast = 15;   ///< least range of a pixel's code images
   int minAmplitude = 3;   ///< least fringe amplitude

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
+#include <type_traits>
 
 #include <vorn/mv/sl/lookup_tables.hpp>
 
@@ -19,62 +21,80 @@ namespace vorn::mv::sl {
 
 namespace {
 
-constexpr int saturated = 255;
 constexpr int phaseImages = StripeCode::phaseImages;
 
 /// Projector pixels on either side of a code border where codes are not trusted, however certain they look.
 constexpr float borderZone = 0.2F;
 
-/// The phase images at the first pixel of a chunk.
+/// The phase images at the first pixel of a chunk. T is the type of a pixel, here and below.
+template <class T>
 struct Steps {
-  uchar const* p0;
-  uchar const* p1;
-  uchar const* p2;
-  uchar const* p3;
+  T const* p0;
+  T const* p1;
+  T const* p2;
+  T const* p3;
 
   Steps(std::vector<cv::Mat> const& images, int y, int x)
-      : p0(images[0].ptr(y) + x), p1(images[1].ptr(y) + x), p2(images[2].ptr(y) + x),
-        p3(images[3].ptr(y) + x) {}
+      : p0(images[0].ptr<T>(y) + x), p1(images[1].ptr<T>(y) + x), p2(images[2].ptr<T>(y) + x),
+        p3(images[3].ptr<T>(y) + x) {}
 };
 
-VORN_TARGET_CLONES
-void exposure(Steps const& steps, int maxSum, int n, uchar* __restrict exposed, uchar* __restrict middle) {
-  uchar const* const p0 = steps.p0;
-  uchar const* const p1 = steps.p1;
-  uchar const* const p2 = steps.p2;
-  uchar const* const p3 = steps.p3;
+/// What holds the sum of four pixels.
+template <class T>
+using SumOf = std::conditional_t<sizeof(T) == 1, unsigned short, int>;
+/// What holds the square of a difference of two pixels: of words a whole number would not.
+template <class T>
+using SquareOf = std::conditional_t<sizeof(T) == 1, int, float>;
+template <class T>
+constexpr int mostOf = std::numeric_limits<T>::max();
+
+/// When a pixel is well exposed.
+struct ExposureLimits {
+  int maxSum; ///< of the phase images
+  int white;  ///< clipped from here on
+};
+
+template <class T>
+VORN_TARGET_CLONES void exposure(Steps<T> const& steps, ExposureLimits const& limits, int n,
+                                 T* __restrict exposed, T* __restrict middle) {
+  T const* const p0 = steps.p0;
+  T const* const p1 = steps.p1;
+  T const* const p2 = steps.p2;
+  T const* const p3 = steps.p3;
+  int const maxSum = limits.maxSum;
+  auto const most = static_cast<T>(limits.white - 1);
   for (int x = 0; x < n; ++x) {
-    auto const sum = static_cast<unsigned short>(p0[x] + p1[x] + p2[x] + p3[x]);
-    uchar const top = std::max(std::max(p0[x], p1[x]), std::max(p2[x], p3[x]));
-    exposed[x] = (sum <= maxSum) & (top < saturated) ? 255 : 0;
-    middle[x] = static_cast<uchar>(sum / 4);
+    auto const sum = static_cast<SumOf<T>>(p0[x] + p1[x] + p2[x] + p3[x]);
+    T const top = std::max(std::max(p0[x], p1[x]), std::max(p2[x], p3[x]));
+    exposed[x] = (sum <= maxSum) & (top <= most) ? 255 : 0;
+    middle[x] = static_cast<T>(sum / 4);
   }
 }
 
 /// Twice the amplitude, and from it how far a code image must be from the middle to be certain: beyond
 /// `uncertain`, or at `needed` at least, which is that distance rounded up.
-VORN_TARGET_CLONES
-void modulation(Steps const& steps, int n, float* __restrict magnitude, uchar* __restrict uncertain,
-                uchar* __restrict needed) {
-  uchar const* const p0 = steps.p0;
-  uchar const* const p1 = steps.p1;
-  uchar const* const p2 = steps.p2;
-  uchar const* const p3 = steps.p3;
+template <class T>
+VORN_TARGET_CLONES void modulation(Steps<T> const& steps, int n, float* __restrict magnitude,
+                                   T* __restrict uncertain, T* __restrict needed) {
+  T const* const p0 = steps.p0;
+  T const* const p1 = steps.p1;
+  T const* const p2 = steps.p2;
+  T const* const p3 = steps.p3;
   for (int x = 0; x < n; ++x) {
-    int const sine = p0[x] - p2[x];
-    int const cosine = p1[x] - p3[x];
+    auto const sine = static_cast<SquareOf<T>>(p0[x] - p2[x]);
+    auto const cosine = static_cast<SquareOf<T>>(p1[x] - p3[x]);
     magnitude[x] = std::sqrt(static_cast<float>(sine * sine + cosine * cosine));
   }
   for (int x = 0; x < n; ++x) {
     float const distance = certainPartOfMagnitude * magnitude[x];
     int const below = static_cast<int>(distance);
-    uncertain[x] = static_cast<uchar>(below);
-    needed[x] = static_cast<uchar>(below + (static_cast<float>(below) < distance ? 1 : 0));
+    uncertain[x] = static_cast<T>(below);
+    needed[x] = static_cast<T>(below + (static_cast<float>(below) < distance ? 1 : 0));
   }
 }
 
-VORN_TARGET_CLONES
-void widenRange(uchar const* image, int n, uchar* __restrict lowest, uchar* __restrict highest) {
+template <class T>
+VORN_TARGET_CLONES void widenRange(T const* image, int n, T* __restrict lowest, T* __restrict highest) {
   for (int x = 0; x < n; ++x) {
     lowest[x] = std::min(lowest[x], image[x]);
     highest[x] = std::max(highest[x], image[x]);
@@ -82,63 +102,67 @@ void widenRange(uchar const* image, int n, uchar* __restrict lowest, uchar* __re
 }
 
 /// The thresholds of a chunk of code images.
+template <class T>
 struct Thresholds {
-  uchar* __restrict middle; ///< bright from here on
-  uchar* __restrict lower;  ///< the smaller of the two middles
-  uchar* __restrict upper;  ///< the larger
-  uchar* __restrict dark;   ///< certain below
-  uchar* __restrict bright; ///< certain above
+  T* __restrict middle; ///< bright from here on
+  T* __restrict lower;  ///< the smaller of the two middles
+  T* __restrict upper;  ///< the larger
+  T* __restrict dark;   ///< certain below
+  T* __restrict bright; ///< certain above
 };
 
-VORN_TARGET_CLONES
-void findThresholds(uchar const* lowest, uchar const* highest, uchar const* uncertain, bool usesRangeOnly,
-                    int n, Thresholds const& out) {
-  uchar* __restrict const middle = out.middle;
-  uchar* __restrict const lower = out.lower;
-  uchar* __restrict const upper = out.upper;
-  uchar* __restrict const dark = out.dark;
-  uchar* __restrict const bright = out.bright;
+template <class T>
+VORN_TARGET_CLONES void findThresholds(T const* lowest, T const* highest, T const* uncertain,
+                                       bool usesRangeOnly, int n, Thresholds<T> const& out) {
+  T* __restrict const middle = out.middle;
+  T* __restrict const lower = out.lower;
+  T* __restrict const upper = out.upper;
+  T* __restrict const dark = out.dark;
+  T* __restrict const bright = out.bright;
   if (usesRangeOnly) {
     for (int x = 0; x < n; ++x) {
-      middle[x] = static_cast<uchar>((lowest[x] + highest[x]) / 2);
+      middle[x] = static_cast<T>((lowest[x] + highest[x]) / 2);
     }
   }
   VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
-    auto const ofRange = static_cast<uchar>((lowest[x] + highest[x]) / 2);
+    auto const ofRange = static_cast<T>((lowest[x] + highest[x]) / 2);
     lower[x] = std::min(ofRange, middle[x]);
     upper[x] = std::max(ofRange, middle[x]);
     // Sums and differences of bytes that stop at the ends.
-    dark[x] = static_cast<uchar>(std::max(middle[x], uncertain[x]) - uncertain[x]);
-    auto const room = static_cast<uchar>(255 - middle[x]);
-    bright[x] = static_cast<uchar>(middle[x] + std::min(room, uncertain[x]));
+    dark[x] = static_cast<T>(std::max(middle[x], uncertain[x]) - uncertain[x]);
+    auto const room = static_cast<T>(mostOf<T> - middle[x]);
+    bright[x] = static_cast<T>(middle[x] + std::min(room, uncertain[x]));
   }
 }
 
-/// What one image adds to the reading of a chunk.
-struct ReadingBytes {
-  uchar* __restrict bits;
-  uchar* __restrict certain;
-  uchar* __restrict margin; ///< least distance of an image from the nearer middle
+/// What one image adds to the reading of a chunk. Bits are as wide as pixels: loops over several widths do
+/// not vectorise well.
+template <class T>
+struct ReadingBits {
+  T* __restrict bits;
+  T* __restrict certain;
+  T* __restrict margin; ///< least distance of an image from the nearer middle
 };
 
-VORN_TARGET_CLONES
-void addImage(uchar const* image, Thresholds const& thresholds, uchar bit, int n, ReadingBytes const& out) {
-  uchar const* const middle = thresholds.middle;
-  uchar const* const lower = thresholds.lower;
-  uchar const* const upper = thresholds.upper;
-  uchar const* const dark = thresholds.dark;
-  uchar const* const bright = thresholds.bright;
-  uchar* __restrict const bits = out.bits;
-  uchar* __restrict const certain = out.certain;
-  uchar* __restrict const margin = out.margin;
+template <class T>
+VORN_TARGET_CLONES void addImage(T const* image, Thresholds<T> const& thresholds, T bit, int n,
+                                 ReadingBits<T> const& out) {
+  T const* const middle = thresholds.middle;
+  T const* const lower = thresholds.lower;
+  T const* const upper = thresholds.upper;
+  T const* const dark = thresholds.dark;
+  T const* const bright = thresholds.bright;
+  T* __restrict const bits = out.bits;
+  T* __restrict const certain = out.certain;
+  T* __restrict const margin = out.margin;
   VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
-    uchar const v = image[x];
-    auto const above = static_cast<uchar>(std::max(v, upper[x]) - upper[x]);
-    auto const below = static_cast<uchar>(lower[x] - std::min(v, lower[x]));
-    bits[x] = static_cast<uchar>(bits[x] | (v > middle[x] ? bit : 0));
-    certain[x] = static_cast<uchar>(certain[x] | ((v > bright[x]) | (v < dark[x]) ? bit : 0));
+    T const v = image[x];
+    auto const above = static_cast<T>(std::max(v, upper[x]) - upper[x]);
+    auto const below = static_cast<T>(lower[x] - std::min(v, lower[x]));
+    bits[x] = static_cast<T>(bits[x] | (v > middle[x] ? bit : 0));
+    certain[x] = static_cast<T>(certain[x] | ((v > bright[x]) | (v < dark[x]) ? bit : 0));
     margin[x] = std::min(margin[x], std::max(above, below));
   }
 }
@@ -146,17 +170,18 @@ void addImage(uchar const* image, Thresholds const& thresholds, uchar bit, int n
 } // namespace
 
 /// What is kept of some pixels of a row while they are read: it stays in the first-level cache.
+template <class T>
 struct PixelReader::Chunk {
   static constexpr int length = phaseBlockLength;
-  template <class T>
-  using Values = std::array<T, static_cast<std::size_t>(length)>;
+  template <class Value>
+  using Values = std::array<Value, static_cast<std::size_t>(length)>;
 
   alignas(64) Values<float> magnitude;
   alignas(64) Values<short> code;
-  alignas(64) Values<uchar> exposed, middle, uncertain, needed;
-  alignas(64) Values<uchar> lowest, highest, lower, upper, dark, bright;
-  alignas(64) Values<uchar> margin;
-  alignas(64) std::array<Values<uchar>, 2> bits, certain; ///< of the first eight images and of the others
+  alignas(64) Values<T> exposed, middle, uncertain, needed;
+  alignas(64) Values<T> lowest, highest, lower, upper, dark, bright;
+  alignas(64) Values<T> margin;
+  alignas(64) std::array<Values<T>, 2> bits, certain; ///< of the first eight images and of the others
 };
 
 namespace {
@@ -168,29 +193,31 @@ struct WordRule {
   int minContrast;
 };
 
-struct WordBytes {
-  uchar const* lowBits;
-  uchar const* highBits;
-  uchar const* lowCertain;
-  uchar const* highCertain;
+template <class T>
+struct WordBits {
+  T const* lowBits;
+  T const* highBits;
+  T const* lowCertain;
+  T const* highCertain;
 };
 
-VORN_TARGET_CLONES
-void packReading(WordBytes const& bytes, int n, int* __restrict reading) {
-  uchar const* const lowBits = bytes.lowBits;
-  uchar const* const highBits = bytes.highBits;
-  uchar const* const lowCertain = bytes.lowCertain;
-  uchar const* const highCertain = bytes.highCertain;
+template <class T>
+VORN_TARGET_CLONES void packReading(WordBits<T> const& bytes, int n, int* __restrict reading) {
+  T const* const lowBits = bytes.lowBits;
+  T const* const highBits = bytes.highBits;
+  T const* const lowCertain = bytes.lowCertain;
+  T const* const highCertain = bytes.highCertain;
   for (int x = 0; x < n; ++x) {
     reading[x] = lowBits[x] | highBits[x] << 8 | lowCertain[x] << 16 | highCertain[x] << 24;
   }
 }
 
-VORN_TARGET_CLONES
-void findStripes(WordBytes const& bytes, uchar const* lowest, uchar const* highest, WordRule const& rule,
-                 int n, short* __restrict code, uchar* __restrict contrast) {
-  uchar const* const lowBits = bytes.lowBits;
-  uchar const* const highBits = bytes.highBits;
+template <class T>
+VORN_TARGET_CLONES void findStripes(WordBits<T> const& bytes, T const* lowest, T const* highest,
+                                    WordRule const& rule, int n, short* __restrict code,
+                                    uchar* __restrict contrast) {
+  T const* const lowBits = bytes.lowBits;
+  T const* const highBits = bytes.highBits;
   auto const laterBits = static_cast<short>(rule.laterBits);
   int const maxOrder = rule.maxOrder;
   int const minContrast = rule.minContrast;
@@ -206,14 +233,15 @@ void findStripes(WordBytes const& bytes, uchar const* lowest, uchar const* highe
   }
 }
 
+template <class T>
 struct JudgedRow {
   float const* wrapped;
   float const* magnitude;
   short const* code;
-  uchar const* margin;
-  uchar const* needed;
+  T const* margin;
+  T const* needed;
   uchar const* contrast;
-  uchar const* exposed;
+  T const* exposed;
   short* order;
   uchar* state;
 };
@@ -224,19 +252,20 @@ struct JudgeLimits {
 
 /// All in float, bytes and codes too, a condition holding where a number is not negative: logic of conditions
 /// of several widths does not vectorise.
-VORN_TARGET_CLONES
-void judgeRow(Steps const& steps, JudgedRow const& row, JudgeLimits const& limits, int n) {
-  uchar const* const p0 = steps.p0;
-  uchar const* const p1 = steps.p1;
-  uchar const* const p2 = steps.p2;
-  uchar const* const p3 = steps.p3;
+template <class T>
+VORN_TARGET_CLONES void judgeRow(Steps<T> const& steps, JudgedRow<T> const& row, JudgeLimits const& limits,
+                                 int n) {
+  T const* const p0 = steps.p0;
+  T const* const p1 = steps.p1;
+  T const* const p2 = steps.p2;
+  T const* const p3 = steps.p3;
   float const* const wrapped = row.wrapped;
   float const* const magnitude = row.magnitude;
   short const* const code = row.code;
-  uchar const* const margin = row.margin;
-  uchar const* const needed = row.needed;
+  T const* const margin = row.margin;
+  T const* const needed = row.needed;
   uchar const* const contrast = row.contrast;
-  uchar const* const exposed = row.exposed;
+  T const* const exposed = row.exposed;
   short* const orders = row.order;
   uchar* const state = row.state;
   JudgeLimits const limit = limits;
@@ -291,83 +320,102 @@ PixelReader::PixelReader(std::vector<cv::Mat> const& images, ScanDecodingSetting
       rules.awayFromBorder ? twoPiFloat * borderZone / static_cast<float>(settings.period) : 0.0F;
   limits_.marginWeight = rules.certainImages ? 1.0F : 0.0F;
   limits_.maxSum = 4 * settings.maxGrayLevel;
+  limits_.white = settings.white;
   limits_.minContrast = settings.minContrast;
   limits_.maxOrder = settings.stripeCount() - 1;
   limits_.laterBits = ((1 << codeImages) - 1) & ~1;
   limits_.usesRangeOnly = !rules.phaseMiddle;
 }
 
-void PixelReader::exposeAndDecode(int y, int x0, int n, Chunk& chunk, float* wrapped) const {
-  Steps const p(images_, y, x0);
-  PhaseIndices indices;
-  indexFourSteps(p.p0, p.p1, p.p2, p.p3, n, indices);
-  readTable(requireTable(get_lut_atan2(), lutRowsFourSteps), indices, n, wrapped);
+template <class T>
+void PixelReader::exposeAndDecode(int y, int x0, int n, Chunk<T>& chunk, float* wrapped) const {
+  Steps<T> const p(images_, y, x0);
+  exposure(p, {limits_.maxSum, limits_.white}, n, chunk.exposed.data(), chunk.middle.data());
+  if (wrapped == nullptr) {
+    return;
+  }
+  if constexpr (sizeof(T) == 1) {
+    PhaseIndices indices;
+    indexFourSteps(p.p0, p.p1, p.p2, p.p3, n, indices);
+    readTable(requireTable(get_lut_atan2(), lutRowsFourSteps), indices, n, wrapped);
+  } else {
+    phaseOfFourSteps({p.p0, p.p1, p.p2, p.p3}, n, wrapped);
+  }
   if (hasFlicker_) {
-    correctFlicker({p.p0, p.p1, p.p2, p.p3}, flicker_, n, wrapped);
+    correctFlicker<T>({p.p0, p.p1, p.p2, p.p3}, flicker_, n, wrapped);
   }
   rejectMasked(chunk.exposed.data(), n, wrapped);
 }
 
-void PixelReader::readPhases(int y, float* wrapped) const {
+template <class T>
+void PixelReader::readPhasesOf(int y, float* wrapped) const {
   int const width = images_[0].cols;
-  Chunk chunk;
-  for (int x = 0; x < width; x += Chunk::length) {
-    int const n = std::min(Chunk::length, width - x);
-    exposure({images_, y, x}, limits_.maxSum, n, chunk.exposed.data(), chunk.middle.data());
-    exposeAndDecode(y, x, n, chunk, wrapped + x);
+  Chunk<T> chunk;
+  for (int x = 0; x < width; x += Chunk<T>::length) {
+    exposeAndDecode(y, x, std::min(Chunk<T>::length, width - x), chunk, wrapped + x);
   }
 }
 
-void PixelReader::readCode(int y, int x0, int n, Chunk& chunk, uchar* contrast) const {
-  std::copy_n(images_[phaseImages].ptr(y) + x0, n, chunk.lowest.data());
-  std::copy_n(images_[phaseImages].ptr(y) + x0, n, chunk.highest.data());
+template <class T>
+void PixelReader::readCode(int y, int x0, int n, Chunk<T>& chunk, uchar* contrast) const {
+  auto const pixels = [&](std::size_t image) { return images_[image].ptr<T>(y) + x0; };
+  std::copy_n(pixels(phaseImages), n, chunk.lowest.data());
+  std::copy_n(pixels(phaseImages), n, chunk.highest.data());
   for (std::size_t k = phaseImages + 1; k < images_.size(); ++k) {
-    widenRange(images_[k].ptr(y) + x0, n, chunk.lowest.data(), chunk.highest.data());
+    widenRange(pixels(k), n, chunk.lowest.data(), chunk.highest.data());
   }
-  Thresholds const thresholds{chunk.middle.data(), chunk.lower.data(), chunk.upper.data(), chunk.dark.data(),
-                              chunk.bright.data()};
-  findThresholds(chunk.lowest.data(), chunk.highest.data(), chunk.uncertain.data(), limits_.usesRangeOnly, n,
-                 thresholds);
-  std::fill_n(chunk.margin.data(), n, uchar{255});
+  Thresholds<T> const thresholds{chunk.middle.data(), chunk.lower.data(), chunk.upper.data(),
+                                 chunk.dark.data(), chunk.bright.data()};
+  findThresholds<T>(chunk.lowest.data(), chunk.highest.data(), chunk.uncertain.data(), limits_.usesRangeOnly,
+                    n, thresholds);
+  std::fill_n(chunk.margin.data(), n, static_cast<T>(mostOf<T>));
   for (std::size_t half = 0; half < chunk.bits.size(); ++half) {
-    std::fill_n(chunk.bits[half].data(), n, uchar{0});
-    std::fill_n(chunk.certain[half].data(), n, uchar{0});
+    std::fill_n(chunk.bits[half].data(), n, T{0});
+    std::fill_n(chunk.certain[half].data(), n, T{0});
   }
   constexpr std::size_t byteBits = 8;
   for (std::size_t k = 0; k + phaseImages < images_.size(); ++k) {
     std::size_t const half = k / byteBits;
-    addImage(images_[k + phaseImages].ptr(y) + x0, thresholds, static_cast<uchar>(1U << (k % byteBits)), n,
-             {chunk.bits[half].data(), chunk.certain[half].data(), chunk.margin.data()});
+    addImage<T>(pixels(k + phaseImages), thresholds, static_cast<T>(1U << (k % byteBits)), n,
+                {chunk.bits[half].data(), chunk.certain[half].data(), chunk.margin.data()});
   }
-  findStripes({chunk.bits[0].data(), chunk.bits[1].data(), nullptr, nullptr}, chunk.lowest.data(),
-              chunk.highest.data(), {limits_.laterBits, limits_.maxOrder, limits_.minContrast}, n,
-              chunk.code.data(), contrast);
+  findStripes<T>({chunk.bits[0].data(), chunk.bits[1].data(), nullptr, nullptr}, chunk.lowest.data(),
+                 chunk.highest.data(), {limits_.laterBits, limits_.maxOrder, limits_.minContrast}, n,
+                 chunk.code.data(), contrast);
 }
 
-void PixelReader::judge(int y, int x0, int n, Chunk const& chunk, PixelRow const& row) const {
-  judgeRow({images_, y, x0},
-           {row.wrapped + x0, chunk.magnitude.data(), chunk.code.data(), chunk.margin.data(),
-            chunk.needed.data(), row.contrast + x0, chunk.exposed.data(), row.order + x0, row.state + x0},
-           {limits_.magnitude, limits_.weakExcess, limits_.residualFactor, limits_.border, limits_.borderZone,
-            limits_.marginWeight},
-           n);
-  packReading({chunk.bits[0].data(), chunk.bits[1].data(), chunk.certain[0].data(), chunk.certain[1].data()},
-              n, row.reading + x0);
+template <class T>
+void PixelReader::judge(int y, int x0, int n, Chunk<T> const& chunk, PixelRow const& row) const {
+  judgeRow<T>({images_, y, x0},
+              {row.wrapped + x0, chunk.magnitude.data(), chunk.code.data(), chunk.margin.data(),
+               chunk.needed.data(), row.contrast + x0, chunk.exposed.data(), row.order + x0, row.state + x0},
+              {limits_.magnitude, limits_.weakExcess, limits_.residualFactor, limits_.border,
+               limits_.borderZone, limits_.marginWeight},
+              n);
+  packReading<T>(
+      {chunk.bits[0].data(), chunk.bits[1].data(), chunk.certain[0].data(), chunk.certain[1].data()}, n,
+      row.reading + x0);
 }
 
-void PixelReader::read(int y, PhaseSource source, PixelRow const& row) const {
+template <class T>
+void PixelReader::readOf(int y, PhaseSource source, PixelRow const& row) const {
   int const width = images_[0].cols;
-  Chunk chunk;
-  for (int x = 0; x < width; x += Chunk::length) {
-    int const n = std::min(Chunk::length, width - x);
-    exposure({images_, y, x}, limits_.maxSum, n, chunk.exposed.data(), chunk.middle.data());
-    if (source == PhaseSource::Images) {
-      exposeAndDecode(y, x, n, chunk, row.wrapped + x);
-    }
-    modulation({images_, y, x}, n, chunk.magnitude.data(), chunk.uncertain.data(), chunk.needed.data());
+  Chunk<T> chunk;
+  for (int x = 0; x < width; x += Chunk<T>::length) {
+    int const n = std::min(Chunk<T>::length, width - x);
+    exposeAndDecode(y, x, n, chunk, source == PhaseSource::Images ? row.wrapped + x : nullptr);
+    modulation<T>({images_, y, x}, n, chunk.magnitude.data(), chunk.uncertain.data(), chunk.needed.data());
     readCode(y, x, n, chunk, row.contrast + x);
     judge(y, x, n, chunk, row);
   }
+}
+
+void PixelReader::readPhases(int y, float* wrapped) const {
+  images_[0].depth() == CV_8U ? readPhasesOf<uchar>(y, wrapped) : readPhasesOf<ushort>(y, wrapped);
+}
+
+void PixelReader::read(int y, PhaseSource source, PixelRow const& row) const {
+  images_[0].depth() == CV_8U ? readOf<uchar>(y, source, row) : readOf<ushort>(y, source, row);
 }
 
 } // namespace vorn::mv::sl

@@ -33,7 +33,7 @@ struct PixelRow {
 /// every image is far from both, and the phase is not at the place where the code changes.
 class PixelReader {
 public:
-  /// @param images  P0, P1, P2, P3, reference, planes; must outlive the reader
+  /// @param images  P0, P1, P2, P3, reference, planes, all CV_8UC1 or all CV_16UC1; must outlive the reader
   /// @param flicker as from `flickerCorrection`
   PixelReader(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings,
               std::array<float, 4> const& flicker);
@@ -52,6 +52,7 @@ private:
     float borderZone;     ///< phases nearer to it than this are not trusted
     float marginWeight;   ///< 0: images near their threshold are trusted, too
     int maxSum;           ///< of the phase images
+    int white;            ///< level from which on a pixel is clipped
     int minContrast;
     int maxOrder;
     int laterBits; ///< of a word: those of the planes
@@ -63,10 +64,20 @@ private:
   bool hasFlicker_;
   Limits limits_;
 
+  // Of pixels of type T.
+  template <class T>
   struct Chunk;
-  void exposeAndDecode(int y, int x0, int n, Chunk& chunk, float* wrapped) const;
-  void readCode(int y, int x0, int n, Chunk& chunk, uchar* contrast) const;
-  void judge(int y, int x0, int n, Chunk const& chunk, PixelRow const& row) const;
+  template <class T>
+  void readOf(int y, PhaseSource source, PixelRow const& row) const;
+  template <class T>
+  void readPhasesOf(int y, float* wrapped) const;
+  /// @param wrapped null to leave the phases as they are
+  template <class T>
+  void exposeAndDecode(int y, int x0, int n, Chunk<T>& chunk, float* wrapped) const;
+  template <class T>
+  void readCode(int y, int x0, int n, Chunk<T>& chunk, uchar* contrast) const;
+  template <class T>
+  void judge(int y, int x0, int n, Chunk<T> const& chunk, PixelRow const& row) const;
 };
 
 } // namespace vorn::mv::sl

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
+
+#include <opencv2/core.hpp>
 
 #include <vorn/mv/sl/phase_decoding.hpp>
 
@@ -39,18 +42,22 @@ void markKnown(uchar const* state, int n, uchar* __restrict marks) {
   }
 }
 
+int levelAt(cv::Mat const& image, cv::Point pixel) {
+  return image.depth() == CV_8U ? image.ptr<uchar>(pixel.y)[pixel.x] : image.ptr<ushort>(pixel.y)[pixel.x];
+}
+
 /// The phases that a pixel's images show, or a negative number when they are clipped or show no fringe.
 float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& flicker, cv::Point pixel,
-               int minAmplitude) {
+               ScanDecodingSettings const& settings) {
   constexpr int steps = StripeCode::phaseImages;
   int v[steps] = {};
   std::transform(images.begin(), images.begin() + steps, v,
-                 [&](cv::Mat const& image) { return image.ptr(pixel.y)[pixel.x]; });
-  constexpr int saturated = 255;
-  bool const isClipped = *std::max_element(v, v + steps) == saturated;
-  int const sine = v[0] - v[2];
-  int const cosine = v[1] - v[3];
-  bool const isModulated = sine * sine + cosine * cosine >= 4 * minAmplitude * minAmplitude;
+                 [&](cv::Mat const& image) { return levelAt(image, pixel); });
+  bool const isClipped = *std::max_element(v, v + steps) >= settings.white;
+  std::int64_t const sine = v[0] - v[2];
+  std::int64_t const cosine = v[1] - v[3];
+  std::int64_t const least = 2 * settings.minAmplitude;
+  bool const isModulated = sine * sine + cosine * cosine >= least * least;
   return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : noPhase;
 }
 
@@ -65,7 +72,7 @@ public:
     maps_.create(images_[0].size());
     hasUnsettled_.assign(static_cast<std::size_t>(maps_.size().height), 0);
     if (settings_.rules.flicker) {
-      flicker_ = flickerCorrection(phaseImages_, settings_.maxGrayLevel);
+      flicker_ = flickerCorrection(phaseImages_, settings_.maxGrayLevel, settings_.white);
     }
   }
 
@@ -147,7 +154,7 @@ public:
       absoluteRow(maps_.wrapped.inner[p.y] + p.x, maps_.order.inner[p.y] + p.x, maps_.state.inner[p.y] + p.x,
                   count, phases);
     };
-    auto const own = [&](cv::Point p) { return ownPhase(images_, flicker_, p, settings_.minAmplitude); };
+    auto const own = [&](cv::Point p) { return ownPhase(images_, flicker_, p, settings_); };
     auto const pixelsPerRadian = static_cast<float>(settings_.period / CV_2PI);
     auto const put = [&](cv::Point p, float absolute) { scan.coordinates(p) = absolute * pixelsPerRadian; };
     scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put,
@@ -185,9 +192,22 @@ private:
     cv::Mat_<float> magnitude;
     cv::Mat const isExposed = maps_.wrapped.inner >= 0.0F;
     progress_.at("smoothing", 0.04);
-    calc_magnitude(phaseImages_, magnitude, isExposed);
+    findMagnitude(magnitude, isExposed);
     blurPhase(maps_.wrapped.inner, magnitude, isExposed, settings_.phaseBlurRadius,
               progress_.part(0.05, 0.2));
+  }
+
+  void findMagnitude(cv::Mat_<float>& magnitude, cv::Mat const& isExposed) const {
+    if (phaseImages_[0].depth() == CV_8U) {
+      calc_magnitude(phaseImages_, magnitude, isExposed);
+      return;
+    }
+    cv::Mat sine;
+    cv::Mat cosine;
+    cv::subtract(phaseImages_[0], phaseImages_[2], sine, cv::noArray(), CV_32F);
+    cv::subtract(phaseImages_[1], phaseImages_[3], cosine, cv::noArray(), CV_32F);
+    cv::magnitude(sine, cosine, magnitude);
+    magnitude.setTo(0.0F, isExposed == 0);
   }
 
   MarkedRow knownRows() const {

@@ -28,7 +28,9 @@ struct DecodedScan {
 /// The projector coordinate that each camera pixel sees, from the images of one scan.
 ///
 /// The fringe gives the place within a stripe, the code the stripe; docs/decoding.md has the whole reasoning.
-/// @param images   P0, P1, P2, P3, reference, planes relative to the reference; equal sizes, CV_8UC1
+/// @param images   P0, P1, P2, P3, reference, planes relative to the reference; equal sizes, all CV_8UC1 or
+/// all
+///                 CV_16UC1
 /// @param maps     working memory, kept for the next scan
 /// @param progress is asked in every stage; between two askings lie some 20 ms on 12 megapixels
 DecodedScan decodeScan(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings,

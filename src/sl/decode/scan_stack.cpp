@@ -19,9 +19,10 @@ std::string sizeText(cv::Size const& size) {
   return std::to_string(size.width) + " x " + std::to_string(size.height);
 }
 
-void checkImages(std::vector<cv::Mat> const& images) {
+void checkImages(std::vector<cv::Mat> const& images, StackDepth depth) {
   for (std::size_t i = 0; i < images.size(); ++i) {
-    if (images[i].type() != CV_8UC1 || images[i].empty()) {
+    bool const isDeep = depth == StackDepth::Any && images[i].type() == CV_16UC1;
+    if ((images[i].type() != CV_8UC1 && !isDeep) || images[i].empty()) {
       throw error("Image " + std::to_string(i) + " is not an 8-bit image of one channel", "decode");
     }
     if (images[i].size() != images[0].size()) {
@@ -39,7 +40,8 @@ CodedAxis codedAxis(cv::Size const& projectorResolution, bool alongWidth) {
                     : CodedAxis{projectorResolution.height, rowCode};
 }
 
-void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::Size const& cameraResolution) {
+void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::Size const& cameraResolution,
+                StackDepth depth) {
   int const planes = StripeCode::planesIn(images.size());
   if (planes < 1) { // too few for any projector
     throw error("Insufficient input patterns!", "decode");
@@ -55,7 +57,7 @@ void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::S
   if (!axis.code.isCodedBy(planes, axis.resolution)) {
     throw error("Insufficient input patterns!", "decode");
   }
-  checkImages(images);
+  checkImages(images, depth);
   if (!cameraResolution.empty() && images[0].size() != cameraResolution) {
     throw error("The images have " + sizeText(images[0].size()) + " pixels, the camera has " +
                     sizeText(cameraResolution),

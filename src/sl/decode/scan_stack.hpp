@@ -20,10 +20,14 @@ struct CodedAxis {
 /// The axis along the projector's width, or the one along its height.
 CodedAxis codedAxis(cv::Size const& projectorResolution, bool alongWidth);
 
+/// Whether the images of a scan may have more than 8 bits.
+enum class StackDepth { Bytes, Any };
+
 /// Checks that a stack of images can be decoded.
 /// @param cameraResolution 0 x 0 when it is not known
 /// @throws Exception that says what is wrong, and with which image
-void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::Size const& cameraResolution);
+void checkStack(std::vector<cv::Mat> const& images, CodedAxis const& axis, cv::Size const& cameraResolution,
+                StackDepth depth);
 
 /// The part of a map of projector coordinates that belongs to `roi`.
 /// @param phase of the whole camera image, or of `roi` already

@@ -134,17 +134,18 @@ void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __res
 }
 
 /// Twice the amplitude; negative where the pixel is clipped.
-VORN_TARGET_CLONES
-void magnitudeRow(std::array<uchar const*, 4> const& steps, uchar const* state, int n,
-                  float* __restrict out) {
-  uchar const* const p0 = steps[0];
-  uchar const* const p1 = steps[1];
-  uchar const* const p2 = steps[2];
-  uchar const* const p3 = steps[3];
+template <class T>
+VORN_TARGET_CLONES void magnitudeRow(std::array<T const*, 4> const& steps, uchar const* state, int n,
+                                     float* __restrict out) {
+  T const* const p0 = steps[0];
+  T const* const p1 = steps[1];
+  T const* const p2 = steps[2];
+  T const* const p3 = steps[3];
   for (int x = 0; x < n; ++x) {
-    int const sine = p0[x] - p2[x];
-    int const cosine = p1[x] - p3[x];
-    float const magnitude = std::sqrt(static_cast<float>(sine * sine + cosine * cosine));
+    // Of bytes the squares are whole numbers that a float holds exactly.
+    auto const sine = static_cast<float>(p0[x] - p2[x]);
+    auto const cosine = static_cast<float>(p1[x] - p3[x]);
+    float const magnitude = std::sqrt(sine * sine + cosine * cosine);
     out[x] = state[x] != pixel_state::clipped ? magnitude : -1.0F;
   }
 }
@@ -247,11 +248,19 @@ private:
     if (hasMagnitude == 0) {
       int const x = std::max(0, chunk * chunkLength - pad);
       int const end = std::min(maps_.size().width, (chunk + 1) * chunkLength + pad);
-      magnitudeRow(
-          {images_[0].ptr(y) + x, images_[1].ptr(y) + x, images_[2].ptr(y) + x, images_[3].ptr(y) + x},
-          stateBefore(y) + x, end - x, magnitude_[slot(y)] + pad + x);
+      if (images_[0].depth() == CV_8U) {
+        magnitudeRow(stepsAt<uchar>(y, x), stateBefore(y) + x, end - x, magnitude_[slot(y)] + pad + x);
+      } else {
+        magnitudeRow(stepsAt<ushort>(y, x), stateBefore(y) + x, end - x, magnitude_[slot(y)] + pad + x);
+      }
       hasMagnitude = 1;
     }
+  }
+
+  template <class T>
+  std::array<T const*, 4> stepsAt(int y, int x) const {
+    return {images_[0].ptr<T>(y) + x, images_[1].ptr<T>(y) + x, images_[2].ptr<T>(y) + x,
+            images_[3].ptr<T>(y) + x};
   }
 
   /// Whether there is no edge in a chunk of a row, judging by phases alone.

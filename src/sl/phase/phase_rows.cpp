@@ -4,6 +4,7 @@
 
 #include "core/simd.hpp"
 #include "sl/coding/lookup_tables.hpp"
+#include "sl/patterns/pixel_rows.hpp"
 
 namespace vorn::mv {
 
@@ -34,11 +35,39 @@ void readTable(float const* table, PhaseIndices const& indices, int length, floa
   }
 }
 
+namespace {
+
 VORN_TARGET_CLONES
-void rejectMasked(uchar const* mask, int length, float* out) {
+void differences(std::uint16_t const* a, std::uint16_t const* b, int length, float* __restrict out) {
+  for (int x = 0; x < length; ++x) {
+    out[x] = static_cast<float>(a[x] - b[x]);
+  }
+}
+
+template <class T>
+VORN_TARGET_CLONES void rejectMaskedOf(T const* mask, int length, float* out) {
   for (int x = 0; x < length; ++x) {
     out[x] = mask[x] != 0 ? out[x] : -1.0F;
   }
+}
+
+} // namespace
+
+void phaseOfFourSteps(std::array<std::uint16_t const*, 4> const& steps, int length, float* out) {
+  float sine[phaseBlockLength];
+  float cosine[phaseBlockLength];
+  float amplitude[phaseBlockLength];
+  differences(steps[0], steps[2], length, sine);
+  differences(steps[1], steps[3], length, cosine);
+  sl::polarRow(sine, cosine, length, out, amplitude);
+}
+
+void rejectMasked(std::uint8_t const* mask, int length, float* out) {
+  rejectMaskedOf(mask, length, out);
+}
+
+void rejectMasked(std::uint16_t const* mask, int length, float* out) {
+  rejectMaskedOf(mask, length, out);
 }
 
 } // namespace vorn::mv

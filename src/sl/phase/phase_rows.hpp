@@ -26,7 +26,12 @@ void indexThreeSteps(uchar const* i0, uchar const* i1, uchar const* i2, int leng
 /// out[x] = table[indices[x]] for `length` pixels.
 void readTable(float const* table, PhaseIndices const& indices, int length, float* out);
 
+/// The phases of `length` pixels, at most `phaseBlockLength`, from the rows of four phase images of 16 bits,
+/// which no table holds.
+void phaseOfFourSteps(std::array<std::uint16_t const*, 4> const& steps, int length, float* out);
+
 /// Sets out[x] to -1 where mask[x] is 0.
-void rejectMasked(uchar const* mask, int length, float* out);
+void rejectMasked(std::uint8_t const* mask, int length, float* out);
+void rejectMasked(std::uint16_t const* mask, int length, float* out);
 
 } // namespace vorn::mv

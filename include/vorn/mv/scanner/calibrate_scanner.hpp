@@ -22,9 +22,10 @@ namespace vorn::mv {
 /// One pose of the target before a structured-light scanner.
 struct ScannerView {
   std::string name; ///< for messages and reports
-  cv::Mat target;   ///< the target under plain light, CV_8UC1 or CV_8UC3
-  std::vector<cv::Mat>
-      columns;               ///< under the column sequence, CV_8UC1, in the order of `generate_ps4_patterns`
+  cv::Mat target;   ///< the target under plain light
+  /// Under the column sequence, in the order of `generate_ps4_patterns`: 8- or 16-bit unsigned or
+  /// floating-point pixels of one or three channels, all of one type.
+  std::vector<cv::Mat> columns;
   std::vector<cv::Mat> rows; ///< under the row sequence
 };
 

@@ -57,6 +57,9 @@ struct CalibrationSettings {
   /// Whether views are refused in which a device was moved, or its focus changed, from one view to the next:
   /// no calibration holds for them all. Otherwise it only stands among the findings.
   bool isRefused = true;
+  /// The level at which the camera's pixels are full, in the levels of the images of a projector's light; 0
+  /// to find it, as `ScanSettings::whiteLevel`.
+  double whiteLevel = 0.0;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;

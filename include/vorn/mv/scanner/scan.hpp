@@ -30,8 +30,8 @@ struct ScanSettings {
   bool makeModulation = true;
   /// Whether to make `ScanResult::sigma`, 4 bytes a pixel.
   bool makeSigma = true;
-  /// Standard deviation of the noise of an image, grey levels, for `ScanResult::sigma`; 0 to estimate it from
-  /// the images, by grey level.
+  /// Standard deviation of the noise of an image, in the images' levels, for `ScanResult::sigma`; 0 to
+  /// estimate it from the images, by grey level.
   double noise = 0.0;
   /// Whether what the squares of a sharp projector's pixels do to the coordinates is measured and taken off,
   /// as by `DecodeSettings::correctsStaircase`. `scanDecoded` does not look at it.
@@ -39,6 +39,11 @@ struct ScanSettings {
   /// Half the window, camera pixels, in which `smoothMap` smooths the coordinates along the surfaces; 0 for
   /// none, at most 5. Edges stay sharp and what is curved keeps its size, other than with "PhaseBlurRadius".
   int smoothRadius = 0;
+  /// The level at which the camera's pixels are full, in the images' levels; 0 to find it: 255 for 8 bits, of
+  /// deeper images the end of the range of 8, 10, 12, 14 or 16 bits (or 1 of real numbers) that they use, or
+  /// a value little below where many pixels pile up. The scanner's properties in grey levels are those of 8
+  /// bits, 255 being this level.
+  double whiteLevel = 0.0;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -76,12 +81,14 @@ struct ScanResult {
   /// where there is none; after `ScanSettings::smoothRadius` what that leaves of it. What "PhaseBlurRadius"
   /// smooths is better than that.
   cv::Mat_<float> sigma;
-  cv::Mat_<float> modulation; ///< fringe amplitude, grey levels, at every pixel
+  cv::Mat_<float> modulation; ///< fringe amplitude, in the images' levels, at every pixel
   ScanCounts counts;          ///< how many pixels came how far
   ScanTimes times;            ///< how long the stages took
   /// Largest error that `ScanSettings::correctsStaircase` took off, projector pixels, over the whole
   /// image; 0 for none.
   double staircase = 0.0;
+  /// `ScanSettings::whiteLevel`, or what was found; 0 of `scanDecoded`.
+  double whiteLevel = 0.0;
 };
 
 /// From the images of a scan to its cloud: decoding, triangulation, texture.
@@ -100,7 +107,9 @@ struct ScanResult {
 /// 35 bytes a pixel more with "PointcloudBlurRadius", 8 with `ScanSettings::smoothRadius`. The result takes
 /// 37 bytes a pixel with all its parts.
 /// @param scanner  calibrated; keeps its working memory and the rays of both devices for the next scan
-/// @param images   as `Sl3dScanner::decode` takes them
+/// @param images   in the order that `Sl3dScanner::decode` takes them in; all of one type, with 8- or 16-bit
+///                 unsigned or floating-point pixels of one channel or three in blue, green and red, which
+///                 are decoded as their grey levels. Full depth is used: nothing is rounded to 8 bits
 /// @param observer asked between bands of rows; not within the smoothing of the phase, the search for small
 ///        pieces and the filling of holes
 /// @throws Exception for a scanner that is not calibrated, or whose calibration leaves no base between camera

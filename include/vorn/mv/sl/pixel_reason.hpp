@@ -10,7 +10,7 @@ namespace vorn::mv {
 /// in this order is told. The values are those of a mask's pixels.
 enum class PixelReason : std::uint8_t {
   Measured = 0, ///< it has a coordinate and, after triangulation, a point
-  Clipped,      ///< brighter than "MaxGrayLevel", or clipped at 255 in a phase image
+  Clipped,      ///< brighter than "MaxGrayLevel", or clipped (255 of 8 bits) in a phase image
   Dark,         ///< its fringe amplitude is below "Sensitivity", or its fringes below "MinPhaseConfident"
   LowContrast,  ///< the range of its code images is below "BlackWhiteSensitivity"
   NoCode,       ///< the order of its fringe is not known: no trusted code reaches it, or codes contradict it

@@ -1,0 +1,75 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "imaging/white_level.hpp"
+
+#include <limits>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+namespace vorn::mv {
+namespace {
+
+/// A ramp from 0 to `most` with some texture, of `type`.
+cv::Mat ramp(double most, int type, double step = 1) {
+  cv::Mat_<double> image(64, 256);
+  for (int y = 0; y < image.rows; ++y) {
+    for (int x = 0; x < image.cols; ++x) {
+      double const value = most * x / 255.0 * (1.0 - 0.003 * y);
+      image(y, x) = std::floor(value / step) * step;
+    }
+  }
+  cv::Mat result;
+  image.convertTo(result, type);
+  return result;
+}
+
+double whiteOf(cv::Mat const& image) {
+  return findWhiteLevel({cv::Mat::zeros(image.size(), image.type()), image});
+}
+
+TEST(WhiteLevel, IsTheEndOfTheRangeThatValuesUse) {
+  EXPECT_EQ(findWhiteLevel({}), 0);
+  EXPECT_EQ(whiteOf(ramp(10, CV_8U)), 255) << "8 bits are 8 bits, however dark";
+  EXPECT_EQ(whiteOf(ramp(0, CV_16U)), 65535);
+  EXPECT_EQ(whiteOf(ramp(200, CV_16U)), 255);
+  EXPECT_EQ(whiteOf(ramp(900, CV_16U)), 1023);
+  EXPECT_EQ(whiteOf(ramp(1024, CV_16U)), 4095);
+  EXPECT_EQ(whiteOf(ramp(4094, CV_16U)), 4095);
+  EXPECT_EQ(whiteOf(ramp(9000, CV_16U)), 16383);
+  EXPECT_EQ(whiteOf(ramp(16384, CV_16U)), 65535);
+  EXPECT_EQ(whiteOf(ramp(0.7, CV_32F)), 1);
+  EXPECT_EQ(whiteOf(ramp(120.5, CV_32F)), 255);
+  EXPECT_EQ(whiteOf(ramp(3000.25, CV_64F)), 4095);
+  EXPECT_EQ(whiteOf(ramp(1e6, CV_32F)), 1e6);
+}
+
+TEST(WhiteLevel, IsTheGreatestMultipleOfValuesInTheUpperBits) {
+  EXPECT_EQ(whiteOf(ramp(50000, CV_16U, 16)), 65520) << "12 bits";
+  EXPECT_EQ(whiteOf(ramp(40000, CV_16U, 64)), 65472) << "10 bits";
+  EXPECT_EQ(whiteOf(ramp(3000, CV_16U, 4)), 4092) << "10 bits in the upper ones of 12";
+  EXPECT_EQ(whiteOf(ramp(60000, CV_16U, 4)), 65532) << "14 bits";
+}
+
+TEST(WhiteLevel, IsWherePixelsPileUp) {
+  cv::Mat const full = ramp(5000, CV_16U);
+  auto const clippedAt = [&](double level) {
+    cv::Mat image;
+    cv::min(full, cv::Scalar::all(level), image);
+    return image;
+  };
+  EXPECT_EQ(whiteOf(clippedAt(4000)), 4000) << "full before the end of 12 bits";
+  EXPECT_EQ(whiteOf(clippedAt(3000)), 4095) << "far from the end: a bright surface, not a full sensor";
+  EXPECT_EQ(whiteOf(ramp(4000, CV_16U)), 4095) << "nothing piles up";
+  cv::Mat real;
+  clippedAt(4000).convertTo(real, CV_32F);
+  real.at<float>(0, 0) = std::numeric_limits<float>::quiet_NaN();
+  real.at<float>(1, 0) = std::numeric_limits<float>::infinity();
+  EXPECT_EQ(whiteOf(real), 4000);
+  cv::Mat colour;
+  cv::merge(std::vector<cv::Mat>{full / 2, clippedAt(4000), full / 3}, colour);
+  EXPECT_EQ(whiteOf(colour), 4000) << "of any channel";
+}
+
+} // namespace
+} // namespace vorn::mv
