@@ -75,12 +75,14 @@ TEST(OrderSearch, FindsWhatTryingAllOrdersFinds) {
       Reference const reference(fringes, resolution, x);
       double const gap = reference.next - reference.cost;
       constexpr double rounding = 0.02; // of costs near the limits
-      bool const isBetween = std::fabs(gap - 20.0) < rounding * 20.0 || std::fabs(reference.cost - 100.0) < 2.0;
+      bool const isBetween =
+          std::fabs(gap - 20.0) < rounding * 20.0 || std::fabs(reference.cost - 100.0) < 2.0;
       if (wanted[x] == 0 || isBetween) {
         continue;
       }
       bool const isClear = gap >= 20.0 && reference.cost <= 100.0;
-      ASSERT_EQ(found.isClear[x] != 0, isClear) << "pixel " << x << ", gap " << gap << ", cost " << reference.cost;
+      ASSERT_EQ(found.isClear[x] != 0, isClear)
+          << "pixel " << x << ", gap " << gap << ", cost " << reference.cost;
       if (isClear) {
         ASSERT_EQ(found.order[x], reference.order) << "pixel " << x;
         ++clear;

@@ -226,8 +226,14 @@ def check_escaping(driver, report):
         fail(f"The page has scripts {kinds}")
     words = driver.execute_script("return [...document.querySelectorAll('.inputs tbody th')].map((cell) => "
                                   "cell.textContent)")
-    if words != [entry["path"] for entry in report["inputs"]]:
-        fail(f"The page names as inputs {words}")
+    title = driver.execute_script("return document.querySelector('.inputs caption').textContent")
+    folder = title.partition(" in ")[2]
+    if [folder + name for name in words] != [entry["path"] for entry in report["inputs"]]:
+        fail(f"The page names as inputs {words} in {folder}")
+    hashes = driver.execute_script("return [...document.querySelectorAll('.inputs tbody td:last-child')]"
+                                   ".map((cell) => cell.textContent)")
+    if hashes != [entry["sha256"] for entry in report["inputs"]]:
+        fail(f"The page tells as hashes {hashes}")
     inside = json.loads(driver.execute_script("return document.getElementById('report').textContent"))
     if inside != report:
         fail("The report in the page is not the one in the file")

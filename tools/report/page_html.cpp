@@ -113,6 +113,17 @@ std::string html(PagePicture const& picture) {
          "</strong> " + escaped(picture.caption) + "</figcaption>\n</figure>\n";
 }
 
+/// A hash, whose end is not printed; a figure, which is not to be broken; or words.
+std::string cell(std::string const& words) {
+  constexpr std::size_t shortest = 16;
+  constexpr std::size_t hashDigits = 64;
+  if (words.size() == hashDigits && words.find_first_not_of("0123456789abcdef") == std::string::npos) {
+    return "<td class=\"hash\">" + words.substr(0, shortest) + "<span class=\"rest\">" +
+           words.substr(shortest) + "</span></td>";
+  }
+  return (words.size() <= shortest ? "<td class=\"short\">" : "<td>") + escaped(words) + "</td>";
+}
+
 std::string html(PageTable const& table) {
   constexpr std::size_t narrow = 3; // columns
   bool const isWide = table.head.size() > narrow;
@@ -135,12 +146,8 @@ std::string html(PageTable const& table) {
     }
     result += "<tr>";
     for (std::size_t column = 0; column < table.rows[row].size(); ++column) {
-      // A figure is not to be broken.
-      constexpr std::size_t shortest = 16;
       std::string const& words = table.rows[row][column];
-      std::string const start = words.size() <= shortest ? "<td class=\"short\">" : "<td>";
-      result += column == 0 ? "<th scope=\"row\">" + key + escaped(words) + "</th>"
-                            : start + escaped(words) + "</td>";
+      result += column == 0 ? "<th scope=\"row\">" + key + escaped(words) + "</th>" : cell(words);
     }
     result += "</tr>\n";
   }

@@ -70,6 +70,20 @@ void addRows(PageTable& table, nlohmann::json const& object, std::string const& 
   }
 }
 
+/// The folder that all inputs lie in, with the slash behind it; empty for none, or for less than two inputs.
+std::string commonFolder(nlohmann::json const& inputs) {
+  if (inputs.size() < 2) {
+    return "";
+  }
+  std::string common = words(inputs.front()["path"]);
+  for (auto const& input : inputs) {
+    std::string const path = words(input["path"]);
+    auto const [end, other] = std::mismatch(common.begin(), common.end(), path.begin(), path.end());
+    common.erase(end, common.end());
+  }
+  return common.substr(0, common.rfind('/') + 1);
+}
+
 } // namespace
 
 std::string figure(double value) {
@@ -128,10 +142,12 @@ std::vector<PageTable> settingTables(nlohmann::json const& report) {
 
 PageTable inputTable(nlohmann::json const& report) {
   PageTable table;
-  table.title = "What was read";
-  table.head = {"file", "bytes", "SHA-256"};
+  std::string const folder = commonFolder(report["inputs"]);
+  table.title = folder.empty() ? "What was read" : "What was read in " + folder;
+  table.head = {"file", "bytes", "SHA-256 (printed: its first 16 digits)"};
   for (auto const& input : report["inputs"]) {
-    table.rows.push_back({words(input["path"]), words(input["size"]), words(input["sha256"])});
+    table.rows.push_back(
+        {words(input["path"]).substr(folder.size()), words(input["size"]), words(input["sha256"])});
   }
   return table;
 }

@@ -30,8 +30,8 @@ VORN_ALWAYS_INLINE std::uint32_t numberOfGray(std::uint32_t word) {
 /// @param stripe of each pixel
 /// @param other  the stripe if its weakest bit were the other one
 template <class StripeOf>
-VORN_ALWAYS_INLINE void readStripes(WordRow const& words, StripeOf const& stripeOf, int n, int* __restrict stripe,
-                                    int* __restrict other) {
+VORN_ALWAYS_INLINE void readStripes(WordRow const& words, StripeOf const& stripeOf, int n,
+                                    int* __restrict stripe, int* __restrict other) {
   std::uint32_t const* const word = words.word;
   uchar const* const weakest = words.weakest;
   for (int x = 0; x < n; ++x) {
@@ -42,12 +42,14 @@ VORN_ALWAYS_INLINE void readStripes(WordRow const& words, StripeOf const& stripe
 
 VORN_TARGET_CLONES
 void readGray(WordRow const& words, int n, int* stripe, int* other) {
-  readStripes(words, [](std::uint32_t word) { return static_cast<int>(numberOfGray(word)); }, n, stripe, other);
+  readStripes(
+      words, [](std::uint32_t word) { return static_cast<int>(numberOfGray(word)); }, n, stripe, other);
 }
 
 VORN_TARGET_CLONES
 void readBinary(WordRow const& words, int n, int* stripe, int* other) {
-  readStripes(words, [](std::uint32_t word) { return static_cast<int>(word); }, n, stripe, other);
+  readStripes(
+      words, [](std::uint32_t word) { return static_cast<int>(word); }, n, stripe, other);
 }
 
 VORN_TARGET_CLONES
@@ -59,8 +61,8 @@ void readXor(WordRow const& words, std::uint32_t flipped, int n, int* stripe, in
 }
 
 VORN_TARGET_CLONES
-void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float const* certain, int const* other,
-                  int n, int* __restrict kind, float* __restrict position) {
+void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float const* certain,
+                  int const* other, int n, int* __restrict kind, float* __restrict position) {
   CodeWord::Stripes const by = stripes;
   ShortFloat const* const margin = words.margin;
   ShortFloat const* const second = words.second;
@@ -136,8 +138,9 @@ void placeRow(CodeWord const& code, WordRow const& words, float const* certain, 
 }
 
 VORN_TARGET_CLONES
-void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position, PlaceLimits const& limits,
-                    int n, int* __restrict isFound, float* __restrict coordinate, float* __restrict order) {
+void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position,
+                    PlaceLimits const& limits, int n, int* __restrict isFound, float* __restrict coordinate,
+                    float* __restrict order) {
   FringeRow const own = fringe;
   PlaceLimits const within = limits;
   for (int x = 0; x < n; ++x) {

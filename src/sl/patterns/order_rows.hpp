@@ -56,14 +56,14 @@ void placeRow(CodeWord const& code, WordRow const& words, float const* certain, 
 
 /// How far a fringe may lie from where a stripe or a border says that it is.
 struct PlaceLimits {
-  float reach;     ///< half a period less what is never sure, projector pixels
-  float ofStripe;  ///< from the middle of a stripe
+  float reach;    ///< half a period less what is never sure, projector pixels
+  float ofStripe; ///< from the middle of a stripe
 };
 
 /// The orders of a fringe that is at least as wide as the stripes.
 /// @param isFound of those that have a place; set to 0 where the fringe is too far from it
-void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position, PlaceLimits const& limits,
-                    int n, int* isFound, float* coordinate, float* order);
+void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position,
+                    PlaceLimits const& limits, int n, int* isFound, float* coordinate, float* order);
 
 /// The orders of a finer fringe from the coordinates that a coarser one tells, which it replaces.
 void ordersOfFiner(FringeRow const& fringe, float mostRest, int n, int* isFound, float* coordinate,
