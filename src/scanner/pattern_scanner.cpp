@@ -15,6 +15,7 @@
 #include "core/error.hpp"
 #include "core/median.hpp"
 #include "core/pieces.hpp"
+#include "scanner/decoded_sizes.hpp"
 #include "scanner/epipolar_residuals.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/scanner_views.hpp"
@@ -96,7 +97,8 @@ EpipolarFigures judge(EpipolarResiduals const& residuals, double most, DecodedPa
         continue;
       }
       ++figures.pixels;
-      float const sigma = residuals.sigma(y, x);
+      // 0 where it is not known
+      float const sigma = residuals.sigma.empty() ? 0.0F : std::fmax(residuals.sigma(y, x), 0.0F);
       if (std::fabs(distance) > limit + deviations * sigma) {
         ++figures.rejected;
         decoded.column(y, x) = -1.0F;
@@ -188,6 +190,7 @@ PatternScanResult PatternScanner::triangulate(DecodedPatterns const& decoded, Ob
   DecodedPatterns judged = decoded;
   if (!decoded.column.empty() && !decoded.row.empty()) {
     ScannerAccess::requireScannable(scanner_, decoded.column.size());
+    requireDecodedSizes(decoded);
     judged.column = decoded.column.clone();
     judged.row = decoded.row.clone();
     judged.mask = decoded.mask.clone();

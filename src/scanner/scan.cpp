@@ -21,6 +21,7 @@
 
 #include "core/error.hpp"
 #include "core/pieces.hpp"
+#include "scanner/decoded_sizes.hpp"
 #include "scanner/scan_noise.hpp"
 #include "scanner/scan_points.hpp"
 #include "scanner/scanner_access.hpp"
@@ -31,10 +32,6 @@
 namespace vorn::mv {
 
 namespace {
-
-std::string sizeText(cv::Size const& size) {
-  return std::to_string(size.width) + " x " + std::to_string(size.height);
-}
 
 /// @throws Exception for a device whose image covers an angle that none covers
 void checkView(CameraModel const& model, char const* device) {
@@ -255,6 +252,7 @@ ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded, Sca
                 "scan");
   }
   ScannerAccess::requireScannable(scanner, map.size());
+  requireDecodedSizes(decoded);
   Progress const progress(observer);
   ScanResult result;
   Timer timer;

@@ -235,6 +235,37 @@ TEST(PatternScanner, OneCoordinateMakesPointsWithoutJudgement) {
   expectError([&] { exactScanner(settings); }, "mostEpipolar is 0");
 }
 
+TEST(PatternScanner, TakesMapsWithoutSigmasAndRefusesThoseThatDoNotFit) {
+  PatternScanResult const whole = exactScanner().triangulate(demoDecoded());
+  DecodedPatterns decoded = demoDecoded();
+  decoded.sigmaRow.release();
+  PatternScanResult const result = exactScanner().triangulate(decoded);
+  EXPECT_EQ(result.agreement.pixels, whole.agreement.pixels);
+  EXPECT_GE(result.agreement.rejected, whole.agreement.rejected) << "no noise excuses";
+  EXPECT_EQ(result.agreement.foretold, 0.0);
+  decoded = demoDecoded();
+  decoded.sigmaColumn.setTo(std::numeric_limits<float>::quiet_NaN());
+  EXPECT_EQ(exactScanner().triangulate(decoded).agreement.rejected, result.agreement.rejected);
+
+  auto const expectRefused = [](std::string const& part, auto const& change) {
+    DecodedPatterns other = demoDecoded();
+    change(other);
+    expectError([&] { exactScanner().triangulate(other); }, part);
+    other.row.release(); // so that nothing is judged
+    other.sigmaRow.release();
+    Sl3dScanner scanner = exactScanner().scanner();
+    expectError([&] { scanDecoded(scanner, other); }, part);
+  };
+  cv::Rect const half(0, 0, 100, 100);
+  expectRefused("100 x 100", [&](DecodedPatterns& other) { other.sigmaColumn = other.sigmaColumn(half); });
+  expectRefused("mask", [&](DecodedPatterns& other) { other.mask.release(); });
+  expectRefused("mask", [&](DecodedPatterns& other) { other.mask = other.mask(half); });
+  expectRefused("modulation", [&](DecodedPatterns& other) { other.modulation.release(); });
+  DecodedPatterns other = demoDecoded();
+  other.row = other.row(half);
+  expectError([&] { exactScanner().triangulate(other); }, "\"row\" is 100 x 100");
+}
+
 TEST(PatternScanner, StopsBetweenBandsAndScansAllTheSame) {
   PatternScanner scanner = exactScanner();
   vorn::test::Watching first(3);

@@ -130,7 +130,8 @@ VORN_API ScanResult scan(Sl3dScanner const& scanner, std::vector<cv::Mat> const&
 ///
 /// Working memory: that of the first `Sl3dScanner::triangulate`, which the scanner keeps; the result as
 /// above.
-/// @param decoded of the camera's resolution, with the coordinate that "ScannerType" asks for
+/// @param decoded of the camera's resolution, with the coordinate that "ScannerType" asks for, mask and
+///        modulation; its sigmas may be missing
 /// @throws Exception for a scanner as above, and for maps of another size or coordinate; Cancelled when the
 ///         observer stops it
 VORN_API ScanResult scanDecoded(Sl3dScanner& scanner, DecodedPatterns const& decoded,
