@@ -150,6 +150,33 @@ TEST_F(SurfaceCommands, HeightsComeBackAsPoints) {
   }
 }
 
+/// Places that floats cannot tell come back where they were, and a plane or a viewpoint among them is one.
+TEST_F(SurfaceCommands, FarCoordinatesKeepTheirPlace) {
+  graphic::GraphicObject object;
+  object.offset() = {5e8, 2e8, 0.0};
+  for (int i = 0; i < 900; ++i) {
+    object.vertices().emplace_back(0.25F + static_cast<float>(i % 30), static_cast<float>(i / 30),
+                                   100.0F + 0.5F * static_cast<float>(i % 7));
+  }
+  std::string const far = folder_ / "far.ply";
+  writeGraphic(far, object);
+  auto const placeOf = [](graphic::GraphicObject const& read, std::size_t i) {
+    return read.offset() + cv::Vec3d(read.vertices()[i]);
+  };
+  reportOf({"height", far, folder_ / "far.tiff", "--cell", "1", "--plane", "5e8", "2e8", "0", "0", "0", "1"});
+  reportOf({"height", folder_ / "far.tiff", folder_ / "back.ply"});
+  graphic::GraphicObject const back = readGraphic(folder_ / "back.ply");
+  ASSERT_EQ(back.vertices().size(), object.vertices().size());
+  for (std::size_t const i : {0U, 29U, 870U, 899U}) {
+    EXPECT_LT(cv::norm(placeOf(back, i) - placeOf(object, i)), 1e-3) << i;
+  }
+  // From below, the triangles look down.
+  reportOf({"mesh", far, folder_ / "mesh.ply", "--viewpoint", "5e8", "2e8", "-1e4"});
+  graphic::GraphicObject const mesh = readGraphic(folder_ / "mesh.ply");
+  EXPECT_LT(mesh.normals()[mesh.normals().size() / 2][2], 0.0F);
+  EXPECT_LT(std::abs(placeOf(mesh, 0)[0] - 5e8), 31.0);
+}
+
 TEST_F(SurfaceCommands, FuseMakesOnePartOfTheViewsOfAFolder) {
   std::string const part = folder_ / "part";
   ASSERT_EQ(run({"simulate", part, "--views", "3", "--turntable", "--divisor", "4", "--no-calib"}).status, 0);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -19,6 +20,7 @@
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/height_file.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/transform_file.hpp"
 #include "tools/report/printed.hpp"
 #include "tools/report/work.hpp"
 
@@ -29,7 +31,7 @@ namespace {
 struct HeightOptions {
   std::string input;
   std::string output;
-  std::array<float, 6> plane{};
+  std::array<double, 6> plane{};
   bool isPlaneGiven = false;
   double cellSize = 0.0;
   std::string rule = "mean";
@@ -44,11 +46,13 @@ std::map<std::string, mv::HeightRule> const& rules() {
   return all;
 }
 
-mv::HeightMapSettings settingsOf(HeightOptions const& options) {
+/// @param offset of the cloud, whose points the plane is laid among
+mv::HeightMapSettings settingsOf(HeightOptions const& options, cv::Vec3d const& offset) {
   mv::HeightMapSettings settings;
   if (options.isPlaneGiven) {
-    std::array<float, 6> const& p = options.plane;
-    settings.plane = mv::Plane3f({p[0], p[1], p[2]}, {p[3], p[4], p[5]});
+    std::array<double, 6> const& p = options.plane;
+    settings.plane = mv::Plane3f(cv::Point3f(cv::Point3d(cv::Vec3d(p[0], p[1], p[2]) - offset)),
+                                 cv::Point3f(cv::Point3d(p[3], p[4], p[5])));
   }
   settings.cellSize = options.cellSize;
   settings.rule = rules().at(options.rule);
@@ -75,21 +79,39 @@ void makeMap(HeightOptions const& options, Report& report) {
   if (input.object.hasTriangles()) {
     report.warn("of the mesh only the vertices are laid onto the grid");
   }
-  mv::HeightMap const map = heightMapOf(input.cloud, settingsOf(options));
+  cv::Vec3d const offset = input.cloud.offset();
+  mv::HeightMap map = heightMapOf(input.cloud, settingsOf(options, offset));
+  map.mapFromCloud = betweenFiles(map.mapFromCloud, offset, {});
   describe(map, report);
   writeTogether(
       heightFiles(options.output, map, options.depth == 16 ? HeightDepth::Bits16 : HeightDepth::Float));
 }
 
+/// What to take off the places of a map that lies so far from zero that floats would lose them; else zero.
+cv::Vec3d offsetOf(mv::HeightMap const& map) {
+  cv::Vec3d const halfSize(0.5 * map.heights.cols * map.cellSize, 0.5 * map.heights.rows * map.cellSize, 0.0);
+  cv::Vec4d const middle = map.mapFromCloud.inv() * cv::Vec4d(halfSize[0], halfSize[1], 0.0, 1.0);
+  constexpr double halfStep = 1.0 / (1 << 24); // of floats, relative
+  constexpr double bearable = 1e-5;            // of the extent
+  cv::Vec3d const place(middle[0], middle[1], middle[2]);
+  if (cv::norm(place) * halfStep <= bearable * 2.0 * cv::norm(halfSize)) {
+    return {};
+  }
+  return {std::round(place[0]), std::round(place[1]), std::round(place[2])};
+}
+
 void makeCloud(HeightOptions const& options, Report& report) {
   checkGraphicPath(options.output);
   report.declare({options.input, heightJsonPath(options.input)}, {options.output});
-  mv::HeightMap const map = readHeightMap(options.input);
+  mv::HeightMap map = readHeightMap(options.input);
   if (cv::countNonZero(map.counts) == 0) {
     throw Exception(options.input + " has no height in any cell", nullptr, 0, "height");
   }
   describe(map, report);
+  cv::Vec3d const offset = offsetOf(map);
+  map.mapFromCloud = betweenClouds(map.mapFromCloud, offset, {});
   mv::PointCloud cloud = cloudOf(map);
+  cloud.setOffset(offset);
   cloud.state().setTo(255, map.counts == 0);
   graphic::GraphicObject object;
   if (lowerCaseEnding(options.output) == ".stl") {
@@ -101,6 +123,7 @@ void makeCloud(HeightOptions const& options, Report& report) {
                                      static_cast<float>(back(1, 3) + away * back(1, 2)),
                                      static_cast<float>(back(2, 3) + away * back(2, 2)));
     object = graphicObjectOf(meshOf(cloud, settings));
+    object.offset() = offset;
   } else {
     object = cloud.getGraphicObject(false);
   }

@@ -28,7 +28,7 @@ struct MeshOptions {
   std::string input;
   std::string output;
   mv::MeshSettings settings;
-  std::array<float, 3> viewpoint{};
+  std::array<double, 3> viewpoint{};
   std::string orientation = "towards";
   double maxError = 0.0; ///< of a simplified mesh; 0: as it is
 };
@@ -54,8 +54,10 @@ void turn(mv::SurfaceMesh& mesh) {
 void run(MeshOptions options, Report& report) {
   checkMeshPath(options.output);
   report.declare({options.input}, {options.output});
-  options.settings.viewpoint = {options.viewpoint[0], options.viewpoint[1], options.viewpoint[2]};
   CloudInput const input = readCloudInput(options.input);
+  std::array<double, 3> const& from = options.viewpoint;
+  options.settings.viewpoint =
+      cv::Point3f(cv::Point3d(cv::Vec3d(from[0], from[1], from[2]) - input.cloud.offset()));
   mv::SurfaceMesh mesh = meshFrom(input, options, report);
   if (options.orientation == "away") {
     turn(mesh);

@@ -22,6 +22,7 @@
 #include "tools/files/json_file.hpp"
 #include "tools/files/mesh_input.hpp"
 #include "tools/files/textured_mesh.hpp"
+#include "tools/files/transform_file.hpp"
 #include "tools/files/view_folder.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/printed.hpp"
@@ -101,23 +102,27 @@ void run(TextureOptions const& options, Report& report) {
   }
   report.declare(inputs, isObj(options.output) ? texturedMeshPaths(options.output)
                                                : std::vector<std::string>{options.output});
-  mv::SurfaceMesh mesh = meshOfObject(readCloudInput(options.mesh).object);
+  graphic::GraphicObject const object = readCloudInput(options.mesh).object;
+  mv::SurfaceMesh mesh = meshOfObject(object);
   if (isObj(options.output) && mesh.triangles.empty()) {
     throw refusal(options.mesh + " has no triangles for an atlas: write colours of points as .ply");
   }
   mv::CameraModel const camera = readCamera(options.calibration);
   std::vector<mv::TextureView> views;
   for (std::size_t i = 0; i < poses.size(); ++i) {
-    views.push_back({readImage(inputs[i + 3]), camera, poses[i].commonFromView.inv()});
+    views.push_back({readImage(inputs[i + 3]), camera,
+                     betweenClouds(poses[i].commonFromView.inv(), object.offset(), {})});
   }
   mv::MeshTexture const texture =
       watched([&](Observer* observer) { return textureFrom(mesh, views, options.settings, observer); });
   describe(mesh, texture, report);
   if (isObj(options.output)) {
-    writeTogether(texturedMeshFiles(options.output, mesh, texture));
+    writeTogether(texturedMeshFiles(options.output, mesh, object.offset(), texture));
   } else {
     mesh.colors = texture.colors;
-    writeGraphic(options.output, graphicObjectOf(mesh));
+    graphic::GraphicObject coloured = graphicObjectOf(mesh);
+    coloured.offset() = object.offset();
+    writeGraphic(options.output, coloured);
   }
 }
 

@@ -23,10 +23,22 @@ void addVectors(std::string& text, char const* keyword, std::vector<cv::Vec3f> c
   }
 }
 
-std::string objText(std::string const& material, mv::SurfaceMesh const& mesh,
+/// Places relative to an offset, as many digits as doubles tell.
+void addPlaces(std::string& text, std::vector<cv::Vec3f> const& vertices, cv::Vec3d const& offset) {
+  for (cv::Vec3f const& vertex : vertices) {
+    cv::Vec3d const place = offset + cv::Vec3d(vertex);
+    text += printed("v %.15g %.15g %.15g\n", place[0], place[1], place[2]);
+  }
+}
+
+std::string objText(std::string const& material, mv::SurfaceMesh const& mesh, cv::Vec3d const& offset,
                     mv::MeshTexture const& texture) {
   std::string text = "mtllib " + material + "\n";
-  addVectors(text, "v", mesh.vertices);
+  if (offset == cv::Vec3d()) {
+    addVectors(text, "v", mesh.vertices);
+  } else {
+    addPlaces(text, mesh.vertices, offset);
+  }
   for (cv::Vec2f const& place : texture.places) {
     text += "vt" + number(place[0]) + number(place[1]) + '\n';
   }
@@ -51,12 +63,12 @@ std::vector<std::string> texturedMeshPaths(std::string const& path) {
 }
 
 std::vector<FileContent> texturedMeshFiles(std::string const& path, mv::SurfaceMesh const& mesh,
-                                           mv::MeshTexture const& texture) {
+                                           cv::Vec3d const& offset, mv::MeshTexture const& texture) {
   std::vector<std::string> const paths = texturedMeshPaths(path);
   auto const nameOf = [&](std::size_t i) { return fs::path(paths[i]).filename().string(); };
   return {{paths[2], encodedImage(paths[2], texture.atlas)},
           {paths[1], "newmtl part\nKa 1 1 1\nKd 1 1 1\nKs 0 0 0\nillum 1\nmap_Kd " + nameOf(2) + "\n"},
-          {paths[0], objText(nameOf(1), mesh, texture)}};
+          {paths[0], objText(nameOf(1), mesh, offset, texture)}};
 }
 
 } // namespace vorn::tools

@@ -15,7 +15,8 @@ namespace vorn::tools {
 std::vector<std::string> texturedMeshPaths(std::string const& path);
 
 /// A mesh with its atlas as OBJ, material and picture, which name each other without folders.
+/// @param offset where the zero of the mesh's vertices lies
 std::vector<FileContent> texturedMeshFiles(std::string const& path, mv::SurfaceMesh const& mesh,
-                                           mv::MeshTexture const& texture);
+                                           cv::Vec3d const& offset, mv::MeshTexture const& texture);
 
 } // namespace vorn::tools
