@@ -64,6 +64,16 @@ std::vector<Pair> pairsOf(Points const& points, std::vector<std::size_t> const& 
   return pairs;
 }
 
+/// A marker by a number that it is found by.
+using Sorted = std::vector<std::pair<double, std::size_t>>;
+
+/// Those whose number lies between two others.
+std::pair<Sorted::const_iterator, Sorted::const_iterator> between(Sorted const& sorted, double low,
+                                                                  double high) {
+  auto const first = std::lower_bound(sorted.begin(), sorted.end(), std::pair(low, std::size_t{0}));
+  return {first, std::upper_bound(first, sorted.end(), std::pair(high, sorted.size()))};
+}
+
 class MarkerSearch {
 public:
   MarkerSearch(Points const& source, Points const& target, MarkerSettings const& settings)
@@ -71,7 +81,19 @@ public:
         targets_(finiteOnes(target, "target")), sourcePairs_(pairsOf(source, sources_)),
         targetPairs_(pairsOf(target, targets_)),
         tolerance_(settings.tolerance > 0.0 ? settings.tolerance
-                                            : toleranceOverExtent * sourcePairs_.front().length) {}
+                                            : toleranceOverExtent * sourcePairs_.front().length) {
+    distances_.resize(target_.size());
+    for (std::size_t const i : targets_) {
+      byX_.emplace_back(target_[i][0], i);
+      for (std::size_t const j : targets_) {
+        if (j != i) {
+          distances_[i].emplace_back(distance(target_[i], target_[j]), j);
+        }
+      }
+      std::sort(distances_[i].begin(), distances_[i].end());
+    }
+    std::sort(byX_.begin(), byX_.end());
+  }
 
   MarkerMatch run() {
     for (Pair const& pair : sourcePairs_) {
@@ -112,6 +134,7 @@ private:
     return std::find(best_.pairs.begin(), best_.pairs.end(), std::pair(source, target)) != best_.pairs.end();
   }
 
+  /// Tries the triangles whose longest side is the pair, so that each comes up once.
   void tryPair(Pair const& pair, std::size_t a, std::size_t b) {
     if (isKnown(pair.a, a) && isKnown(pair.b, b)) {
       return;
@@ -119,17 +142,45 @@ private:
     cv::Vec3d const along = source_[pair.b] - source_[pair.a];
     for (std::size_t const third : sources_) {
       cv::Vec3d const arm = source_[third] - source_[pair.a];
-      if (pair.length <= 0.0 || cv::norm(along.cross(arm)) < leastHeight * tolerance_ * pair.length) {
+      double const first = cv::norm(arm);
+      double const second = distance(source_[pair.b], source_[third]);
+      if (first > pair.length || second > pair.length ||
+          cv::norm(along.cross(arm)) < leastHeight * tolerance_ * pair.length || pair.length <= 0.0) {
         continue; // one of the two, or on their line
       }
-      for (std::size_t const other : targets_) {
-        if (other != a && other != b && areSame(cv::norm(arm), distance(target_[a], target_[other])) &&
-            areSame(distance(source_[pair.b], source_[third]), distance(target_[b], target_[other]))) {
+      auto const [near, end] = between(distances_[a], first - 2.0 * tolerance_, first + 2.0 * tolerance_);
+      for (auto other = near; other != end; ++other) {
+        if (other->second != b && areSame(second, distance(target_[b], target_[other->second]))) {
           consider(motionBetween({source_[pair.a], source_[pair.b], source_[third]},
-                                 {target_[a], target_[b], target_[other]}));
+                                 {target_[a], target_[b], target_[other->second]}));
         }
       }
     }
+  }
+
+  /// Calls `body(marker, distance)` for the target's markers that are as near to a place as one marker may
+  /// be.
+  template <class Body>
+  void forNear(cv::Vec3d const& place, Body const& body) const {
+    double const reach = 2.0 * tolerance_;
+    auto const [first, end] = between(byX_, place[0] - reach, place[0] + reach);
+    for (auto near = first; near != end; ++near) {
+      if (double const away = distance(place, target_[near->second]); away <= reach) {
+        body(near->second, away);
+      }
+    }
+  }
+
+  /// Whether a motion lays so many of the source's markers onto any of the target's.
+  bool laysAtLeast(std::size_t wanted, cv::Matx44d const& motion) const {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < sources_.size() && count < wanted && count + sources_.size() - i >= wanted;
+         ++i) {
+      bool isNear = false;
+      forNear(moved(motion, source_[sources_[i]]), [&](std::size_t, double) { isNear = true; });
+      count += isNear ? 1 : 0;
+    }
+    return count >= wanted;
   }
 
   /// The markers that a motion lays onto each other, one onto one, the nearest ones.
@@ -141,12 +192,12 @@ private:
       cv::Vec3d const place = moved(motion, source_[i]);
       double nearest = 2.0 * tolerance_;
       std::size_t found = target_.size();
-      for (std::size_t const j : targets_) {
-        if (double const away = distance(place, target_[j]); away <= nearest && !isTaken[j]) {
+      forNear(place, [&](std::size_t j, double away) {
+        if (!isTaken[j] && (away < nearest || (away == nearest && (found == target_.size() || j > found)))) {
           nearest = away;
           found = j;
         }
-      }
+      });
       if (found < target_.size()) {
         isTaken[found] = true;
         match.pairs.emplace_back(i, found);
@@ -172,6 +223,9 @@ private:
   }
 
   void consider(cv::Matx44d const& motion) {
+    if (!laysAtLeast(std::max<std::size_t>(3, best_.pairs.size()), motion)) {
+      return;
+    }
     MarkerMatch match = matchUnder(motion);
     if (match.pairs.size() < 3 || match.pairs.size() < best_.pairs.size()) {
       return;
@@ -198,6 +252,8 @@ private:
   std::vector<Pair> sourcePairs_;
   std::vector<Pair> targetPairs_;
   double tolerance_;
+  std::vector<Sorted> distances_; ///< of each of the target's markers, to the others
+  Sorted byX_;                    ///< the target's markers
   MarkerMatch best_;
   bool isAmbiguous_ = false;
 };

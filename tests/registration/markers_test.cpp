@@ -56,6 +56,28 @@ TEST(Markers, AreFoundAmongOthersWhateverTheirOrder) {
   }
 }
 
+/// Nearly all triangles of so many markers that a view shares few of with another are alike by chance.
+TEST(Markers, FewAreFoundAmongManyOthers) {
+  std::mt19937 random(3);
+  std::uniform_real_distribution<double> anywhere(0.0, 1000.0);
+  cv::Matx44d const truth = motionAbout({500, 500, 500}, {20, -60, 140}, {500, -200, 40});
+  Points source;
+  Points target;
+  constexpr std::size_t shared = 12;
+  for (std::size_t i = 0; i < 90; ++i) {
+    source.emplace_back(anywhere(random), anywhere(random), anywhere(random));
+    target.push_back(movePoint(truth, source.back()) + cv::Vec3d(0.1, -0.1, 0.05));
+    if (i >= shared) {
+      target.back() = {anywhere(random), anywhere(random), anywhere(random)};
+    }
+  }
+  MarkerMatch const found = matchMarkers(source, target);
+  ASSERT_EQ(found.pairs.size(), shared);
+  for (std::size_t i = 0; i < shared; ++i) {
+    EXPECT_EQ(found.pairs[i], std::pair(i, i));
+  }
+}
+
 TEST(Markers, ThreeAreEnoughAndNeedNotFillSpace) {
   Points const source = {{0, 0, 0}, {40, 0, 0}, {0, 25, 0}, {std::nan(""), 0, 0}};
   for (cv::Vec3d const& turn : {cv::Vec3d(0, 0, 170), cv::Vec3d(175, 0, 0), cv::Vec3d(0, -90, 90)}) {
