@@ -2,9 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdint>
 #include <opencv2/core.hpp>
+#include <string>
 #include <vector>
 
 #include <vorn/mv/sl/code_decoding.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/global_direct_light.hpp>
 #include <vorn/mv/sl/patterns.hpp>
 #include <vorn/mv/sl/phase_decoding.hpp>
@@ -113,6 +115,26 @@ double findProjectorPoints(cv::Size const& size) {
   });
 }
 
+/// Both axes of a set image by image, with the maps that come of it.
+double decodePatterns(Sizes const& sizes, std::string const& name, int steps) {
+  cv::Size const square(1280, 1280);
+  mv::PatternSetOptions options;
+  options.steps = steps;
+  mv::PatternSet const set = mv::PatternSet::builtIn(name, square, options);
+  Stack patterns = set.generate();
+  for (std::size_t i = 0; i < patterns.size(); ++i) {
+    patterns[i] = set.images[i].axis == mv::PatternAxis::Row ? cv::Mat(patterns[i].t()) : patterns[i];
+  }
+  Stack const images = captured(patterns, sizes.image);
+  return workingBytes(pixelsOf(sizes), [&] {
+    mv::PatternDecoder decoder(set);
+    for (cv::Mat const& image : images) {
+      decoder.add(image);
+    }
+    decoder.finish();
+  });
+}
+
 } // namespace
 
 std::vector<MemoryCase> scanCases() {
@@ -206,6 +228,12 @@ std::vector<MemoryCase> scanCases() {
        [](Sizes const& s) { return triangulate(s.image, false, "Vertical", 0); }},
       {"`Sl3dScanner::triangulate`, \"PointcloudBlurRadius\"",
        [](Sizes const& s) { return triangulate(s.image, false, "Horizontal", 5); }},
+      {"`PatternDecoder`, \"multi-frequency\", with its result",
+       [](Sizes const& s) { return decodePatterns(s, "multi-frequency", 3); }},
+      {"`PatternDecoder`, \"heterodyne\", with its result",
+       [](Sizes const& s) { return decodePatterns(s, "heterodyne", 4); }},
+      {"`PatternDecoder`, \"gray-phase\", with its result",
+       [](Sizes const& s) { return decodePatterns(s, "gray-phase", 4); }},
       {"`find_projector_points`", [](Sizes const& s) { return findProjectorPoints(s.image); }},
   };
 }
