@@ -12,8 +12,9 @@ namespace vorn::mv {
 ///
 /// It is 255 for 8 bits. Of 16 bits it is the greatest value of the least range of 8, 10, 12, 14 or 16 bits
 /// that holds all values; where these are multiples of a power of two (as of 10 or 12 bits in the upper ones)
-/// the greatest such multiple in it. Of real numbers it is 1, 255 or the end of such a range. Where many pixels have
-/// exactly the greatest value, a little below that end, it is this value: some sensors are full before.
+/// the greatest such multiple in it. Of real numbers it is 1, 255 or the end of such a range. Where many
+/// pixels have exactly the greatest value, a little below that end, it is this value: some sensors are full
+/// before.
 /// @param images CV_8U, CV_16U, CV_32F or CV_64F, all of one depth; NaN and infinite ones are left out
 /// @return 0 for none
 double findWhiteLevel(std::vector<cv::Mat> const& images);

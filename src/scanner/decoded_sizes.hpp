@@ -14,7 +14,8 @@
 namespace vorn::mv {
 
 /// Checks that the maps of decoded patterns fit each other: they may be anybody's.
-/// @throws Exception for a mask or modulation that is missing, and for maps of different sizes; coordinates and
+/// @throws Exception for a mask or modulation that is missing, and for maps of different sizes; coordinates
+/// and
 ///         their sigmas may be missing
 inline void requireDecodedSizes(DecodedPatterns const& decoded) {
   cv::Size const size = decoded.mask.size();

@@ -182,7 +182,8 @@ TEST(DeepScan, WhatCannotBeReadIsRefused) {
   expectError([&] { scanner.decode(words); }, "Image 0 is not an 8-bit image of one channel");
   std::vector<cv::Mat> mixed = words;
   mixed[3] = bytes[3];
-  expectError([&] { scan(scanner, mixed); }, "Image 3 is CV_8UC1 of 320 x 240 pixels; the first one is CV_16UC1");
+  expectError([&] { scan(scanner, mixed); },
+              "Image 3 is CV_8UC1 of 320 x 240 pixels; the first one is CV_16UC1");
   expectError([&] { scan(scanner, converted(bytes, CV_16S, 1)); }, "Image 0 is CV_16SC1");
   ScanSettings settings;
   settings.whiteLevel = 70000;

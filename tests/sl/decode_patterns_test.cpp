@@ -96,6 +96,25 @@ TEST(DecodePatterns, BitsAloneGiveTheStripe) {
   }
 }
 
+/// Words of neighbouring stripes of the set xor4 differ in all bits but where a carry goes through them:
+/// there in the lowest one alone, as at borders, and noise makes that weak anywhere in either stripe.
+TEST(DecodePatterns, AWeakBitIsNoBorderWhereThePixelIsBeyondTheStripe) {
+  PatternSetOptions options;
+  options.axes = PatternAxes::Columns;
+  PatternSet const set = PatternSet::builtIn("xor4", {1280, 800}, options);
+  PatternCapture capture;
+  capture.size = {250, 160};
+  capture.amplitude = 60.0;
+  capture.noise = 8.2;
+  capture.blur = 0.7;
+  capture.showsPixels = true;
+  capture.column = [](int x, int) { return 1008.0 + 16.0 * x / 250.0; }; // words 255 and 256 within
+  DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+  PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 2.0);
+  EXPECT_LT(e.wrong, 2e-4);
+  EXPECT_GT(e.decoded, 0.7);
+}
+
 /// The ratio of the periods and the noise are such that one order in a million is wrong: 4.9 standard
 /// deviations of what tells it from its neighbours. Steps of the surface give growth its chance to err.
 TEST(DecodePatterns, NoiseMakesNoWrongOrders) {

@@ -73,9 +73,10 @@ void requireOneKind(std::vector<cv::Mat> const& images) {
     cv::Mat const& image = images[i];
     bool const isDepth = image.depth() == CV_8U || image.depth() == CV_16U || isReal(image);
     if (image.empty() || image.dims != 2 || !isDepth || (image.channels() != 1 && image.channels() != 3)) {
-      throw error("Image " + std::to_string(i) + " is " + kindText(image) +
-                      " and must have 8- or 16-bit unsigned or floating-point pixels of one or three channels",
-                  context);
+      throw error(
+          "Image " + std::to_string(i) + " is " + kindText(image) +
+              " and must have 8- or 16-bit unsigned or floating-point pixels of one or three channels",
+          context);
     }
     if (image.type() != images[0].type() || image.size() != images[0].size()) {
       throw error("Image " + std::to_string(i) + " is " + kindText(image) + "; the first one is " +

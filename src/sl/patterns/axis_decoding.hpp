@@ -60,10 +60,11 @@ private:
     FringeSamples samples;
     FoundOrders found;
     RowCode code;
-    std::vector<int> state, flags, kind, other;
+    std::vector<int> state, flags, kind, lean, other;
     std::vector<float> certain, position, coordinate, order, ownSigma, weights, shifts;
 
     void resize(int n);
+    PlaceRow places();
   };
 
   void chooseNoise();

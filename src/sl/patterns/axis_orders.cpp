@@ -19,12 +19,16 @@ constexpr float unknown = -1.0F;
 
 void AxisDecoding::Room::resize(int n) {
   auto const size = static_cast<std::size_t>(n);
-  for (std::vector<int>* of : {&state, &flags, &kind, &other}) {
+  for (std::vector<int>* of : {&state, &flags, &kind, &lean, &other}) {
     of->resize(size);
   }
   for (std::vector<float>* of : {&certain, &position, &coordinate, &order, &ownSigma, &weights, &shifts}) {
     of->resize(size);
   }
+}
+
+PlaceRow AxisDecoding::Room::places() {
+  return {kind.data(), position.data(), lean.data(), other.data()};
 }
 
 FringeRow AxisDecoding::fringeRow(Room const& room, std::size_t fringe) const {
@@ -101,18 +105,19 @@ void AxisDecoding::closeStates(int row, Room& room) const {
 void AxisDecoding::ordersByCode(int row, Room& room) const {
   FringeMaps const& finest = reading_.fringe(fringes_[0].index);
   int const n = finest.level.cols;
+  PlaceRow const places = room.places();
   byLevel(finest.level[row], certainOfLit_, n, room.certain.data());
-  placeRow(words_[0], room.code.row, room.certain.data(), n,
-           {room.kind.data(), room.position.data(), room.other.data()});
+  placeRow(words_[0], room.code.row, room.certain.data(), n, places);
   // What blur does to the edges of stripes is some tenths of a projector pixel.
   constexpr float mostGuard = 0.1F;
   constexpr float beyondEdge = 0.2F;
   constexpr float mostRest = 0.3F;
+  constexpr float mostBeyond = 0.05F;
   float const period = fringes_[codeFringe_].period;
   float const guard = std::min(mostGuard * period, 1.0F + 0.02F * period);
-  ordersOfPlaces(fringeRow(room, codeFringe_), room.kind.data(), room.position.data(),
-                 {0.5F * period - guard, 0.5F * words_[0].cell() + beyondEdge * period}, n, room.flags.data(),
-                 room.coordinate.data(), room.order.data());
+  ordersOfPlaces(fringeRow(room, codeFringe_), places,
+                 {0.5F * period - guard, 0.5F * words_[0].cell() + beyondEdge * period, mostBeyond * period},
+                 n, room.flags.data(), room.coordinate.data(), room.order.data());
   for (std::size_t i = codeFringe_; i > 0; --i) {
     ordersOfFiner(fringeRow(room, i - 1), mostRest, n, room.flags.data(), room.coordinate.data(),
                   room.order.data());
@@ -159,9 +164,9 @@ void AxisDecoding::decideRow(int row, Room& room, ScanMaps& maps) {
 void AxisDecoding::dropContradicted(int row, uchar const* state, Room& room) const {
   FringeMaps const& finest = reading_.fringe(fringes_[0].index);
   int const n = finest.level.cols;
+  PlaceRow const places = room.places();
   byLevel(finest.level[row], certainOfMean_, n, room.certain.data());
-  placeRow(words_[0], room.code.row, room.certain.data(), n,
-           {room.kind.data(), room.position.data(), room.other.data()});
+  placeRow(words_[0], room.code.row, room.certain.data(), n, places);
   constexpr float beyondEdge = 0.25F;
   float const widest = std::max(words_[0].cell(), fringes_[0].period);
   float const limit = 0.5F * words_[0].cell() + beyondEdge * widest;

@@ -61,11 +61,16 @@ void readXor(WordRow const& words, std::uint32_t flipped, int n, int* stripe, in
 }
 
 VORN_TARGET_CLONES
-void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float const* certain,
-                  int const* other, int n, int* __restrict kind, float* __restrict position) {
+void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float const* certain, int n,
+                  PlaceRow const& out) {
   CodeWord::Stripes const by = stripes;
+  int const* const other = out.other;
+  int* __restrict const kind = out.kind;
+  int* __restrict const lean = out.lean;
+  float* __restrict const position = out.position;
   ShortFloat const* const margin = words.margin;
   ShortFloat const* const second = words.second;
+  VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     int const stripe = kind[x];
     bool const isPlaced = fromShortFloat(second[x]) > certain[x] && stripe >= 0;
@@ -78,6 +83,10 @@ void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float 
     int const ofUncertain = isNext || isBefore ? CodePlace::Border : CodePlace::Unknown;
     int const ofPlaced = isCertain ? static_cast<int>(CodePlace::Stripe) : ofUncertain;
     kind[x] = isPlaced ? ofPlaced : static_cast<int>(CodePlace::Unknown);
+    constexpr float half = 0.5F;
+    bool const isLeaning = !isCertain && fromShortFloat(margin[x]) > half * certain[x];
+    int const towards = isNext ? -1 : 1;
+    lean[x] = isLeaning ? towards : 0;
   }
 }
 
@@ -134,15 +143,17 @@ void placeRow(CodeWord const& code, WordRow const& words, float const* certain, 
     readBinary(words, n, out.kind, out.other);
     break;
   }
-  placeStripes(stripes, words, certain, out.other, n, out.kind, out.position);
+  placeStripes(stripes, words, certain, n, out);
 }
 
 VORN_TARGET_CLONES
-void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position,
-                    PlaceLimits const& limits, int n, int* __restrict isFound, float* __restrict coordinate,
-                    float* __restrict order) {
+void ordersOfPlaces(FringeRow const& fringe, PlaceRow const& places, PlaceLimits const& limits, int n,
+                    int* __restrict isFound, float* __restrict coordinate, float* __restrict order) {
   FringeRow const own = fringe;
   PlaceLimits const within = limits;
+  int const* const kind = places.kind;
+  int const* const lean = places.lean;
+  float const* const position = places.position;
   for (int x = 0; x < n; ++x) {
     float const whole = nearest(position[x] / own.period - own.turns[x]);
     coordinate[x] = own.period * (own.turns[x] + whole);
@@ -150,7 +161,9 @@ void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* posit
     float const reach = within.reach - 3.0F * own.period * own.sigma[x];
     float const limit = kind[x] == CodePlace::Border ? reach : std::min(reach, within.ofStripe);
     bool const isNear = std::fabs(coordinate[x] - position[x]) <= limit;
-    isFound[x] = kind[x] != CodePlace::Unknown && isNear ? isFound[x] : 0;
+    // A bit may be weak for noise alone, near another border: then its pixel is not beyond this one.
+    bool const isAgreed = (coordinate[x] - position[x]) * static_cast<float>(lean[x]) >= -within.beyond;
+    isFound[x] = kind[x] != CodePlace::Unknown && isNear && isAgreed ? isFound[x] : 0;
   }
 }
 

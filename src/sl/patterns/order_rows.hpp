@@ -47,23 +47,25 @@ void closeRow(float const* phase, ShortFloat const* precision, float leastPrecis
 struct PlaceRow {
   int* kind;       ///< of `CodePlace`
   float* position; ///< where there is one
-  int* other;      ///< room
+  int* lean;  ///< of a border, on which side the uncertain bit says that the pixel is: -1, 1, or 0 for none
+  int* other; ///< room
 };
 
 /// `CodeWord::place` for a row.
 /// @param certain what makes a bit certain
 void placeRow(CodeWord const& code, WordRow const& words, float const* certain, int n, PlaceRow const& out);
 
-/// How far a fringe may lie from where a stripe or a border says that it is.
+/// How far a fringe may lie from where a stripe or a border says that it is, projector pixels.
 struct PlaceLimits {
-  float reach;    ///< half a period less what is never sure, projector pixels
+  float reach;    ///< half a period less what is never sure
   float ofStripe; ///< from the middle of a stripe
+  float beyond;   ///< a border, on the side that the bit speaks against
 };
 
 /// The orders of a fringe that is at least as wide as the stripes.
 /// @param isFound of those that have a place; set to 0 where the fringe is too far from it
-void ordersOfPlaces(FringeRow const& fringe, int const* kind, float const* position,
-                    PlaceLimits const& limits, int n, int* isFound, float* coordinate, float* order);
+void ordersOfPlaces(FringeRow const& fringe, PlaceRow const& places, PlaceLimits const& limits, int n,
+                    int* isFound, float* coordinate, float* order);
 
 /// The orders of a finer fringe from the coordinates that a coarser one tells, which it replaces.
 void ordersOfFiner(FringeRow const& fringe, float mostRest, int n, int* isFound, float* coordinate,
