@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <optional>
@@ -312,9 +313,11 @@ private:
           "The target's directions differ by " + rounded(tilt, 0) + " degrees at most", false);
     }
     constexpr double leastMotion = 2;
+    std::vector<SeenDots> seen;
+    std::transform(views_.begin(), views_.end(), std::back_inserter(seen), seenDotsOf);
     for (std::size_t i = 0; i < views_.size(); ++i) {
       for (std::size_t j = 0; j < i; ++j) {
-        double const motion = motionBetween(views_[j], views_[i]);
+        double const motion = motionBetween(seen[j], seen[i]);
         if (motion < leastMotion) {
           add(FindingCause::SamePose, static_cast<int>(i), -1, motion, leastMotion,
               named(views_[i], static_cast<int>(i)) + ": shows the same pose as " +

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <string>
 #include <utility>
 
@@ -151,19 +150,28 @@ double greatestTiltOf(std::vector<cv::Matx44d> const& poses) {
   return greatest * 180 / CV_PI;
 }
 
-double motionBetween(AdjustmentView const& a, AdjustmentView const& b) {
-  std::map<std::pair<float, float>, cv::Point2f> inA;
-  for (std::size_t i = 0; i < a.objPnts.size(); ++i) {
-    if (isPoint(a.points0[i])) {
-      inA[{a.objPnts[i].x, a.objPnts[i].y}] = a.points0[i];
+SeenDots seenDotsOf(AdjustmentView const& view) {
+  SeenDots seen;
+  for (std::size_t i = 0; i < view.objPnts.size(); ++i) {
+    if (isPoint(view.points0[i])) {
+      seen.push_back({{view.objPnts[i].x, view.objPnts[i].y}, view.points0[i]});
     }
   }
+  std::stable_sort(seen.begin(), seen.end(),
+                   [](SeenDot const& a, SeenDot const& b) { return a.place < b.place; });
+  return seen;
+}
+
+double motionBetween(SeenDots const& a, SeenDots const& b) {
   double squares = 0;
   int count = 0;
-  for (std::size_t i = 0; i < b.objPnts.size(); ++i) {
-    auto const same = inA.find({b.objPnts[i].x, b.objPnts[i].y});
-    if (same != inA.end() && isPoint(b.points0[i])) {
-      cv::Point2d const motion(b.points0[i] - same->second);
+  auto same = a.begin();
+  for (SeenDot const& dot : b) {
+    while (same != a.end() && same->place < dot.place) {
+      ++same;
+    }
+    if (same != a.end() && same->place == dot.place) {
+      cv::Point2d const motion(dot.pixel - same->pixel);
       squares += motion.dot(motion);
       ++count;
     }

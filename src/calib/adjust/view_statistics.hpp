@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include <opencv2/core/matx.hpp>
@@ -31,9 +32,20 @@ double coverageOf(std::vector<AdjustmentView> const& views, int device, cv::Size
 /// The greatest angle between the target's normals in any two poses, degrees.
 double greatestTiltOf(std::vector<cv::Matx44d> const& poses);
 
+/// A dot's place on the target and in the camera's image.
+struct SeenDot {
+  std::pair<float, float> place;
+  cv::Point2f pixel;
+};
+/// In the order of their places.
+using SeenDots = std::vector<SeenDot>;
+
+/// The dots that a view's camera sees.
+SeenDots seenDotsOf(AdjustmentView const& view);
+
 /// The root mean square of what common dots move by in the camera's image between two views; infinity for too
 /// few.
-double motionBetween(AdjustmentView const& a, AdjustmentView const& b);
+double motionBetween(SeenDots const& a, SeenDots const& b);
 
 /// Radians between two turns.
 double angleBetween(cv::Matx33d const& a, cv::Matx33d const& b);
