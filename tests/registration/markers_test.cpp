@@ -71,7 +71,9 @@ TEST(Markers, FewAreFoundAmongManyOthers) {
       target.back() = {anywhere(random), anywhere(random), anywhere(random)};
     }
   }
-  MarkerMatch const found = matchMarkers(source, target);
+  MarkerSettings settings;
+  settings.tolerance = 0.5;
+  MarkerMatch const found = matchMarkers(source, target, settings);
   ASSERT_EQ(found.pairs.size(), shared);
   for (std::size_t i = 0; i < shared; ++i) {
     EXPECT_EQ(found.pairs[i], std::pair(i, i));
