@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -78,7 +79,8 @@ double wrongOrders(PatternSet const& set, PatternCapture const& capture, std::ve
                                             [](Seen const& a, Seen const& b) { return a.period < b.period; });
       double best = std::numeric_limits<double>::infinity();
       double found = 0.0;
-      for (double c = finest.period * finest.turns; c < set.projector.width; c += finest.period) {
+      double const first = finest.period * (finest.turns - 1.0);
+      for (double c = first; c < set.projector.width + finest.period; c += finest.period) {
         double cost = 0.0;
         for (Seen const& one : seen) {
           cost += std::pow(std::remainder(c / one.period - one.turns, 1.0), 2) /
@@ -89,7 +91,8 @@ double wrongOrders(PatternSet const& set, PatternCapture const& capture, std::ve
           found = c;
         }
       }
-      wrong += std::fabs(found - capture.column(x, y)) > 0.5 * finest.period ? 1.0 : 0.0;
+      bool const isOfImage = found >= 0.0 && found < set.projector.width;
+      wrong += isOfImage && std::fabs(found - capture.column(x, y)) > 0.5 * finest.period ? 1.0 : 0.0;
     }
   }
   return wrong / capture.size.area();
@@ -107,10 +110,82 @@ TEST(Foretell, TheRateOfWrongOrdersIsWhatImagesGive) {
     PatternCapture capture = captureOf(given);
     capture.type = CV_32FC1;
     capture.white = 1e9;
+    capture.column = [](int x, int y) { return 640.0 / 300.0 * (x + (0.5 + y) / 200.0) - 0.5; };
     double const foretold = foretell(set, given).orderErrors;
     double const measured = wrongOrders(set, capture, capture.capture(set));
     ASSERT_GT(measured * capture.size.area(), 300.0) << name << ": too few to tell";
     EXPECT_NEAR(foretold / measured, 1.0, 0.2) << name;
+  }
+}
+
+/// Phases as noise makes them of amplitudes, and the best order of all that are beside one another; those
+/// before and behind the image are no errors.
+double drawnWrongOrders(std::vector<double> const& periods, std::vector<double> const& amplitudes,
+                        double length) {
+  std::mt19937_64 random(3);
+  std::normal_distribution<double> normal;
+  std::uniform_real_distribution<double> place(0.0, length);
+  double const fine = periods[0];
+  int const orders = static_cast<int>(std::ceil(length / fine));
+  constexpr int draws = 300000;
+  int wrong = 0;
+  std::vector<double> turns(periods.size());
+  for (int draw = 0; draw < draws; ++draw) {
+    double const at = place(random);
+    for (std::size_t i = 0; i < periods.size(); ++i) {
+      double const across = normal(random);
+      turns[i] = at / periods[i] + std::atan2(across, amplitudes[i] + normal(random)) / (2 * CV_PI);
+    }
+    double least = std::numeric_limits<double>::infinity();
+    int best = 0;
+    double const first = turns[0] - std::floor(turns[0]);
+    for (int k = -1; k <= orders; ++k) {
+      double cost = 0.0;
+      for (std::size_t i = 1; i < periods.size(); ++i) {
+        double const rest = 2 * CV_PI * std::remainder(fine * (first + k) / periods[i] - turns[i], 1.0);
+        double const ofFinest = fine / (periods[i] * amplitudes[0]);
+        cost += rest * rest / (1.0 / (amplitudes[i] * amplitudes[i]) + ofFinest * ofFinest);
+      }
+      best = cost < least ? k : best;
+      least = std::min(cost, least);
+    }
+    bool const isOfImage = best >= 0 && best < orders;
+    wrong += isOfImage && std::fabs(fine * (first + best) - at) > 0.5 * fine ? 1 : 0;
+  }
+  return static_cast<double>(wrong) / draws;
+}
+
+/// Rates at which the sines of errors are no longer the errors.
+TEST(Foretell, TheRateOfWrongOrdersIsThatOfDrawnPhases) {
+  struct Case {
+    char const* set;
+    double noise;
+  };
+  for (Case const& one : {Case{"multi-frequency", 12.2}, Case{"heterodyne", 6.9}}) {
+    PatternWish given = wish();
+    given.axes = PatternAxes::Columns;
+    given.noise = one.noise;
+    given.isRounded = false;
+    PatternSetOptions options;
+    options.axes = given.axes;
+    options.steps = 3;
+    PatternSet const set = PatternSet::builtIn(one.set, given.projector, options);
+    std::vector<double> periods;
+    for (PatternImage const& image : set.images) {
+      if (image.step == 0) {
+        periods.push_back(image.period);
+      }
+    }
+    std::sort(periods.begin(), periods.end());
+    std::vector<double> amplitudes; // in the standard deviations of either part of what the steps add up to
+    for (double const p : periods) {
+      double const squares = std::sin(CV_PI / p) * p / CV_PI;
+      double const shown = given.amplitude * std::exp(-2.0 * std::pow(CV_PI * given.blur / p, 2)) * squares;
+      amplitudes.push_back(shown / given.noise * std::sqrt(1.5));
+    }
+    double const drawn = drawnWrongOrders(periods, amplitudes, given.projector.width);
+    ASSERT_GT(drawn, 8e-4) << one.set << ": too few to tell";
+    EXPECT_NEAR(foretell(set, given).orderErrors / drawn, 1.0, 0.12) << one.set;
   }
 }
 
