@@ -5,6 +5,7 @@
 #include <vorn/mv/registration/registration.hpp>
 
 #include "registration/registration_checks.hpp"
+#include "registration/registration_doubts.hpp"
 #include "registration/surface_registration.hpp"
 
 namespace vorn::mv {
@@ -40,7 +41,7 @@ Registration registerClouds(PointCloud const& source, PointCloud const& target,
   source.checkSizes();
   target.checkSizes();
   Progress const progress(observer);
-  PointCloud const targetCloud = withNormals(target, progress);
+  PointCloud targetCloud = withNormals(target, progress);
   SurfaceMatcher const matcher(targetCloud);
   checkCount(matcher.usableCount(), "The target", context);
   progress.at("normals", 0.15);
@@ -63,6 +64,9 @@ Registration registerClouds(PointCloud const& source, PointCloud const& target,
   registration.run(sampleEvenly(sourceCloud, strideFor(points, wanted)), true);
   Registration result = registration.result();
   result.resolution = std::max(matcher.resolution(), sourceFigures.resolution());
+  if (result.isFound()) {
+    judge(sourceCloud, targetCloud, result);
+  }
   return result;
 }
 

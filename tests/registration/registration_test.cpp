@@ -15,6 +15,7 @@
 #include "registration/registered_views.hpp"
 #include "support/expect_error.hpp"
 #include "support/point_sets.hpp"
+#include "surface/part_views.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -191,6 +192,70 @@ TEST_F(Register, GivesTheSameAnswerInAnyUnitAndWithAnyThreads) {
     EXPECT_EQ(cv::norm(scaled(1.0F) - found.targetFromSource), 0.0);
     cv::setNumThreads(-1);
   }
+}
+
+TEST_F(Register, DoubtsWrongPlacesAndNoRightOnes) {
+  constexpr double sigma = 0.03;
+  constexpr int count = 12;
+  PartViews views(count, 4, sigma);
+  std::mt19937 random(seed());
+  std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+  int wrong = 0;
+  int doubted = 0;
+  int right = 0;
+  for (int trial = 0; trial < 120; ++trial) {
+    auto const from = static_cast<std::size_t>(trial % count);
+    std::size_t const to = (from + 1 + static_cast<std::size_t>(trial / count) % 4) % count;
+    sim::Pose const& cam_from_part = views.cam_from_part[to];
+    cv::Matx44d const truth = cam_from_part.matrix() * views.cam_from_part[from].inverse().matrix();
+    cv::Vec3d const around = cam_from_part * cv::Vec3d(0, -10, 0);
+    double const away = trial % 3 == 0 ? 0.1 : 1.0;
+    auto const aside = [&](double most) {
+      return cv::Vec3d(uniform(random), uniform(random), uniform(random)) * (most * away);
+    };
+    RegistrationSettings settings;
+    settings.targetFromSource = motionAbout(around, aside(25.0), aside(15.0)) * truth;
+    Registration const found = registerClouds(views.clouds[from], views.clouds[to], settings);
+    constexpr double farOff = 3.0; // mm; the points are 1.4 apart
+    constexpr double near = 0.3;
+    double const off = cv::norm(movePoint(found.targetFromSource * truth.inv(), around) - around);
+    if (off > farOff && found.isFound()) {
+      ++wrong;
+      doubted += found.isDoubtful() ? 1 : 0;
+    } else if (off < near) {
+      ++right;
+      EXPECT_FALSE(found.isDoubtful()) << found.sigma << " " << found.noise << " " << found.conflict;
+    }
+  }
+  EXPECT_GT(right, 30);
+  EXPECT_GT(wrong, 30);
+  EXPECT_GT(doubted, wrong * 9 / 10) << "of " << wrong;
+}
+
+TEST_F(Register, TellsNoiseAndWhatIsInTheWay) {
+  constexpr double sigma = 0.02;
+  cv::Mat_<cv::Vec3f> const target = view(bumps, 140, 0.0, 0.0, sigma, 1);
+  cv::Mat_<cv::Vec3f> source = view(bumps, 140, 0.03, 0.05, sigma, 2);
+  for (bool const isGrid : {true, false}) {
+    Registration const found = registerClouds(PointCloud(source, isGrid), PointCloud(target, isGrid));
+    // Curvature over the neighbours adds to the noise.
+    EXPECT_GT(found.noise, 0.9 * std::sqrt(2.0) * sigma) << isGrid;
+    EXPECT_LT(found.noise, 2.0 * std::sqrt(2.0) * sigma) << isGrid;
+    EXPECT_EQ(found.conflict, 0.0) << isGrid;
+    EXPECT_FALSE(found.isDoubtful()) << isGrid;
+  }
+  // A clamp before the surface, over 7 % of it.
+  source(cv::Rect(40, 40, 37, 37)) -= cv::Scalar(0.0, 0.0, 5.0);
+  for (bool const isGrid : {true, false}) {
+    Registration const found = registerClouds(PointCloud(source, isGrid), PointCloud(target, isGrid));
+    EXPECT_NEAR(found.conflict, 37.0 * 37.0 / (140.0 * 140.0), 0.015) << isGrid;
+    ASSERT_EQ(found.doubts.size(), 1U) << isGrid;
+    EXPECT_EQ(found.doubts[0], RegistrationDoubt::InTheWay);
+  }
+  // Seen from anywhere, as a part of several views: nothing is before anything.
+  cv::Mat_<cv::Vec3f> both;
+  cv::vconcat(target, cv::Mat_<cv::Vec3f>(source + cv::Scalar(0.0, 0.0, 20.0)), both);
+  EXPECT_EQ(registerClouds(PointCloud(both, false), PointCloud(both, false)).conflict, 0.0);
 }
 
 TEST_F(Register, SaysWhenNothingOverlaps) {

@@ -185,6 +185,23 @@ TEST_F(RegistrationCommands, AlignFailsWhereTheMotionIsNotHeld) {
       << allowed.errors;
 }
 
+TEST_F(RegistrationCommands, AlignFailsWhereTheMotionIsDoubtful) {
+  cv::Mat_<cv::Vec3f> source = view(bumps, side, 0.03, 0.02, 0.005, 2);
+  write("target.ply", view(bumps, side, 0.0, 0.0, 0.005, 1));
+  source(cv::Rect(20, 20, side / 3, side / 3)) -= cv::Scalar(0.0, 0.0, 5.0);
+  write("source.ply", source);
+  ToolOutcome const outcome = run({"align", path("source.ply"), path("target.ply"), "-o", path("t.json")});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.errors.find("the motion found is doubtful: 11 % of the points"), std::string::npos)
+      << outcome.errors;
+  nlohmann::json const file = nlohmann::json::parse(contentOf(path("t.json")));
+  EXPECT_EQ(file.at("doubts"), nlohmann::json::array({"inTheWay"}));
+  ToolOutcome const allowed = run({"align", path("source.ply"), path("target.ply"), "--allow-doubtful"});
+  EXPECT_EQ(allowed.status, 0);
+  EXPECT_NE(allowed.errors.find("warning: the motion found is doubtful"), std::string::npos)
+      << allowed.errors;
+}
+
 TEST_F(RegistrationCommands, AlignSaysWhyNothingWasFound) {
   cv::Mat_<cv::Vec3f> const points = view(bumps, side, 0.0, 0.0, 0.005, 1);
   write("target.ply", points);

@@ -45,6 +45,7 @@ struct AlignOptions {
   std::vector<std::string> markers; ///< files of the source's and of the target's; or none
   bool isSearched = false;
   bool allowFree = false;
+  bool allowDoubtful = false;
   mv::RegistrationSettings settings;
   FigureOptions look;
   PageOptions page;
@@ -257,6 +258,15 @@ void run(AlignOptions& options, Report& report) {
   if (!options.moved.empty() || !options.picture.empty() || report.isPageWanted()) {
     showDeviations(options, source, target, found, report);
   }
+  std::string const doubts = doubtsInWords(found);
+  if (!doubts.empty() && !options.allowDoubtful) {
+    report.write();
+    fail(doubts +
+         "; --search finds a start from the shapes (--allow-doubtful takes the motion all the same)");
+  }
+  if (!doubts.empty()) {
+    warn(doubts);
+  }
   std::string const free = freeMotionsInWords(found);
   if (!free.empty() && !options.allowFree) {
     report.write(); // with what was found, though that is no result
@@ -320,6 +330,8 @@ void addAlignCommand(CLI::App& app) {
   addSettings(*command, options->settings);
   command->add_flag("--allow-free", options->allowFree,
                     "Take the motion also where the shapes do not hold it, as on a plane");
+  command->add_flag("--allow-doubtful", options->allowDoubtful,
+                    "Take the motion also where the clouds fit badly, or hide what the other's sensor saw");
   options->look.addRange(*command, "deviations in mm");
   options->look.addLight(*command);
   options->page.addTo(*command);

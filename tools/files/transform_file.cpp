@@ -75,6 +75,10 @@ nlohmann::json transformJson(mv::Registration const& found, cv::Vec3d const& sou
                        {"point", listOf(motion.point + targetOffset)},
                        {"words", wordsOf(motion)}});
   }
+  nlohmann::json doubts = nlohmann::json::array();
+  for (mv::RegistrationDoubt const doubt : found.doubts) {
+    doubts.push_back(doubt == mv::RegistrationDoubt::Rough ? "rough" : "inTheWay");
+  }
   nlohmann::json json = {{"stop", nameOf(found.stop)},
                          {"iterations", found.iterations},
                          {"rms", found.rms},
@@ -83,6 +87,9 @@ nlohmann::json transformJson(mv::Registration const& found, cv::Vec3d const& sou
                          {"matches", found.matches},
                          {"pivot", listOf(found.pivot + targetOffset)},
                          {"resolution", found.resolution},
+                         {"noise", found.noise},
+                         {"conflict", found.conflict},
+                         {"doubts", doubts},
                          {"freeShape", found.freeShape()},
                          {"freeMotions", motions}};
   json["targetFromSource"] = cv::Mat(betweenFiles(found.targetFromSource, sourceOffset, targetOffset));
@@ -115,6 +122,21 @@ std::string wordsOf(mv::FreeMotion const& motion) {
     return "slide along " + textOf(motion.axis);
   }
   return "turn about the axis through " + textOf(motion.point) + " along " + textOf(motion.axis);
+}
+
+std::string doubtsInWords(mv::Registration const& found) {
+  std::string text;
+  for (mv::RegistrationDoubt const doubt : found.doubts) {
+    constexpr double percent = 100.0;
+    text += text.empty() ? "the motion found is doubtful: " : "; ";
+    text += doubt == mv::RegistrationDoubt::Rough
+                ? printed("the clouds are %.3g off each other, where by themselves they scatter by %.3g",
+                          found.sigma, found.noise)
+                : printed("%.0f %% of the points of one lie before the surface that the other's sensor saw "
+                          "there: the place is wrong, or something moved between the views",
+                          percent * found.conflict);
+  }
+  return text;
 }
 
 std::string freeMotionsInWords(mv::Registration const& found) {

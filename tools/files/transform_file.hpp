@@ -35,4 +35,7 @@ std::string wordsOf(mv::FreeMotion const& motion);
 /// All free motions of a registration in a sentence; empty when there is none.
 std::string freeMotionsInWords(mv::Registration const& found);
 
+/// What speaks against a registration, in a sentence; empty when nothing does.
+std::string doubtsInWords(mv::Registration const& found);
+
 } // namespace vorn::tools

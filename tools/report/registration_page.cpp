@@ -90,6 +90,10 @@ void describeRegistration(Page& page, mv::Registration const& found, MovedCloud 
        printed("%.1f %% of the points of %s have a place on %s, %.4g mm RMS off it.", percent * found.overlap,
                moved.name.c_str(), targetName.c_str(), found.rms),
        ""});
+  if (std::string const doubts = doubtsInWords(found); !doubts.empty()) {
+    page.findings.push_back({Weight::Failure, doubts + ".",
+                             "Begin nearer to the right place, or let the shapes be searched for a start."});
+  }
   if (std::string const free = freeMotionsInWords(found); !free.empty()) {
     page.findings.push_back({Weight::Failure, "The motion is not known: " + free + ".",
                              "Let the views share places that differ more, such as edges and steps."});

@@ -10,7 +10,7 @@
 #include "core/error.hpp"
 #include "core/progress.hpp"
 #include "pointcloud/point_access.hpp"
-#include "surface/fusion/sight_map.hpp"
+#include "pointcloud/sight_map.hpp"
 #include "surface/fusion/skins.hpp"
 #include "surface/fusion/view_surfaces.hpp"
 #include "surface/mesh_gaps.hpp"
@@ -70,7 +70,7 @@ std::vector<cv::Mat_<uchar>> outliersOf(ViewSurfaces const& all, SkinLimits cons
       std::max(static_cast<double>(limits.reach), spacings * static_cast<double>(limits.spacing));
   std::vector<SightMap> maps;
   for (ViewSurface const& view : all.views) {
-    maps.emplace_back(view, margin);
+    maps.emplace_back(view.points, view.viewFromCommon, static_cast<double>(view.spacing), margin);
   }
   std::vector<cv::Mat_<uchar>> outliers;
   for (std::size_t own = 0; own < all.views.size(); ++own) {

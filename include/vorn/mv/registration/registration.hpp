@@ -56,6 +56,18 @@ struct FreeMotion {
   cv::Vec3d point;               ///< in the target's frame
 };
 
+/// What speaks against a result that the steps led to: they end in a wrong place too, where none near it fits
+/// better.
+enum class RegistrationDoubt {
+  /// The residuals scatter far more than the clouds by themselves: `Registration::sigma` is above four times
+  /// `Registration::noise`.
+  Rough,
+  /// One cloud has points where the other's sensor saw through to something behind:
+  /// `Registration::conflict` is above 0.02. Either the result is wrong, or something moved between the
+  /// views.
+  InTheWay
+};
+
 /// Where one cloud lies in the frame of another, and how well that is known.
 struct VORN_API Registration {
   /// Moves the source's `points()` to the target's; what was begun with when there is no overlap.
@@ -81,7 +93,19 @@ struct VORN_API Registration {
   /// How finely single precision resolves coordinates where the clouds are; above `sigma` it, not the noise,
   /// limits the result.
   double resolution = 0.0;
+  /// How much both clouds scatter by themselves about surfaces that are smooth over some eight neighbours, of
+  /// both together, along normals; where the parts are curved as much as that, more. The residuals of a good
+  /// result scatter no more.
+  double noise = 0.0;
+  /// The share of the points of one cloud within the other's view that lie before the surface seen there, of
+  /// the cloud of which it is larger, 0 .. 1. Only told of clouds that were seen from the origin of their
+  /// frame: with no points behind others or behind the origin; else 0.
+  double conflict = 0.0;
+  /// What speaks against the result.
+  std::vector<RegistrationDoubt> doubts;
 
+  /// Whether anything speaks against the result.
+  bool isDoubtful() const { return !doubts.empty(); }
   /// Whether `targetFromSource` is more than the guess.
   bool isFound() const { return stop != RegistrationStop::NoOverlap; }
   /// The surface that the free motions are those of: "" (none), "plane", "sphere", "cylinder", "extrusion",

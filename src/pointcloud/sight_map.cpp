@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "surface/fusion/sight_map.hpp"
+#include "pointcloud/sight_map.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -14,16 +14,16 @@
 
 namespace vorn::mv {
 
-SightMap::SightMap(ViewSurface const& view, double margin)
-    : rotation_(view.viewFromCommon.get_minor<3, 3>(0, 0)),
-      translation_(view.viewFromCommon(0, 3), view.viewFromCommon(1, 3), view.viewFromCommon(2, 3)),
-      margin_(margin) {
+SightMap::SightMap(cv::Mat_<cv::Vec3f> const& points, cv::Matx44d const& viewFromPoints, double spacing,
+                   double margin)
+    : rotation_(viewFromPoints.get_minor<3, 3>(0, 0)),
+      translation_(viewFromPoints(0, 3), viewFromPoints(1, 3), viewFromPoints(2, 3)), margin_(margin) {
   double right = std::numeric_limits<double>::lowest();
   double bottom = right;
   left_ = top_ = std::numeric_limits<double>::max();
   std::vector<float> depths;
   std::size_t count = 0;
-  for (cv::Vec3f const& point : view.points) {
+  for (cv::Vec3f const& point : points) {
     cv::Vec3d const seen = inView(point);
     if (!(seen[2] > 0.0)) {
       continue;
@@ -41,7 +41,7 @@ SightMap::SightMap(ViewSurface const& view, double margin)
     return;
   }
   constexpr double coarser = 1.5;
-  double step = coarser * static_cast<double>(view.spacing) / static_cast<double>(medianAmong(depths));
+  double step = coarser * spacing / static_cast<double>(medianAmong(depths));
   constexpr double mostCells = 4.0; // a point
   double const wanted = ((right - left_) / step + 1.0) * ((bottom - top_) / step + 1.0);
   step *= std::max(1.0, std::sqrt(wanted / (mostCells * static_cast<double>(count) + 1.0)));
@@ -50,7 +50,7 @@ SightMap::SightMap(ViewSurface const& view, double margin)
                       static_cast<int>((bottom - top_) * cellsPerUnit_) + 1);
   constexpr float none = std::numeric_limits<float>::max();
   cv::Mat_<float> depth(size, none);
-  for (cv::Vec3f const& point : view.points) {
+  for (cv::Vec3f const& point : points) {
     cv::Vec3d const seen = inView(point);
     if (seen[2] > 0.0) {
       float& cell = depth(static_cast<int>((seen[1] / seen[2] - top_) * cellsPerUnit_),

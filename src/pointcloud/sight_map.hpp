@@ -4,8 +4,6 @@
 
 #include <opencv2/core/mat.hpp>
 
-#include "surface/fusion/view_surfaces.hpp"
-
 namespace vorn::mv {
 
 /// What a point is to a view.
@@ -19,10 +17,14 @@ enum class Sight {
 /// coarser than they lie, so that it needs no model of the camera. Read-only once built.
 class SightMap {
 public:
+  /// @param points NaN where none is present
+  /// @param viewFromPoints takes the points to the frame of the view, whose origin they were seen from
+  /// @param spacing the distance of neighbours
   /// @param margin a point this much before or behind a surface is on it
-  SightMap(ViewSurface const& view, double margin);
+  SightMap(cv::Mat_<cv::Vec3f> const& points, cv::Matx44d const& viewFromPoints, double spacing,
+           double margin);
 
-  /// @param point in the common frame
+  /// @param point in the frame of the points
   Sight of(cv::Vec3f const& point) const;
 
 private:
