@@ -77,9 +77,9 @@ void print(std::vector<SequenceExposure> const& all) {
                        "bright", "amplitude", "noise", "sigma px", "blur px");
   for (SequenceExposure const& one : all) {
     Exposure const& e = one.exposure;
-    std::cout << printed("%-*s %9.3f %7.2f %7.0f %10s %7.2f %9s %8s\n", column, one.name.c_str(),
+    std::cout << printed("%-*s %9.3f %7.2f %7.0f %10s %7s %9s %8s\n", column, one.name.c_str(),
                          100.0 * e.clipped.all, 100.0 * e.dark.all, e.bright,
-                         numberOrDash(e.amplitude, "%.2f").c_str(), e.noise,
+                         numberOrDash(e.amplitude, "%.2f").c_str(), numberOrDash(e.noise, "%.2f").c_str(),
                          numberOrDash(e.sigma, "%.4f").c_str(), numberOrDash(e.blur.all, "%.2f").c_str());
     for (std::string const& advice : e.advice) {
       std::cout << printed("  -> %s\n", advice.c_str());
@@ -109,7 +109,7 @@ nlohmann::json toJson(std::vector<SequenceExposure> const& all) {
          {"dark", e.dark.all},
          {"bright", e.bright},
          {"amplitude", finiteOrNull(e.amplitude)},
-         {"noise", e.noise},
+         {"noise", finiteOrNull(e.noise)},
          {"sigma", finiteOrNull(e.sigma)},
          {"blur", finiteOrNull(e.blur.all)},
          {"ninths", {{"clipped", toJson(e.clipped)}, {"dark", toJson(e.dark)}, {"blur", toJson(e.blur)}}},

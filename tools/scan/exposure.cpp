@@ -88,20 +88,37 @@ double noiseOfFringes(std::vector<cv::Mat_<uchar>> const& p, cv::Mat_<uchar> con
   return count == 0 ? 0.0 : sum / static_cast<double>(count) / meanSize / 2.0;
 }
 
+/// The pixels around which nothing is black or white, where images show no noise.
+cv::Mat noisyPixels(cv::Mat const& image) {
+  constexpr int nearlyBlack = 2;
+  cv::Mat least;
+  cv::Mat greatest;
+  cv::erode(image, least, cv::Mat());
+  cv::dilate(image, greatest, cv::Mat());
+  return (least > nearlyBlack) & (greatest < white);
+}
+
 /// The least over the images of what the finest detail of most pixels says (Immerkaer 1996, by the median, so
-/// that edges do not count).
+/// that edges do not count); NaN where all images are black and white.
 double noiseOfImages(std::vector<cv::Mat> const& images) {
   cv::Matx33f const finest(1, -2, 1, -2, 4, -2, 1, -2, 1);
   constexpr double ofUnitNoise = 6.0; // deviation of the filtered image
+  constexpr double leastShare = 0.01; // of the pixels, for an image to tell
   double least = std::numeric_limits<double>::infinity();
   for (cv::Mat const& image : images) {
+    cv::Mat const noisy = noisyPixels(image);
+    if (cv::countNonZero(noisy) < leastShare * static_cast<double>(image.total())) {
+      continue;
+    }
     cv::Mat filtered;
     cv::filter2D(image, filtered, CV_16S, finest);
     cv::Mat const sizes = cv::abs(filtered);
-    mv::Histogram const histogram = mv::calcHistogram(sizes);
+    mv::HistogramSettings whereNoisy;
+    whereNoisy.mask = noisy;
+    mv::Histogram const histogram = mv::calcHistogram(sizes, whereNoisy);
     // Whole numbers: the share up to the median's bin tells where within it the median lies.
     double const middle = histogram.percentile(0, 0.5);
-    mv::HistogramSettings upTo;
+    mv::HistogramSettings upTo = whereNoisy;
     upTo.low = -0.5;
     upTo.high = middle + 0.5;
     upTo.bins = static_cast<int>(middle) + 1;
@@ -114,7 +131,7 @@ double noiseOfImages(std::vector<cv::Mat> const& images) {
     constexpr double medianSize = 0.67449; // of a normal distribution
     least = std::min(least, std::max(0.0, median) / medianSize / ofUnitNoise);
   }
-  return least;
+  return std::isfinite(least) ? least : notANumber;
 }
 
 std::vector<std::string> adviceFor(Exposure const& e) {

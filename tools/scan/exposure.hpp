@@ -26,7 +26,7 @@ struct Exposure {
   Spread clipped;     ///< share of pixels at the upper end of 8 bits in one of the images
   Spread dark;        ///< share of pixels whose signal does not stand out from the noise
   Spread blur;        ///< median blur of the edges of the mean image, px; NaN without edges
-  double noise = 0.0; ///< standard deviation of a grey value
+  double noise = 0.0; ///< standard deviation of a grey value; NaN where all images are black and white
   double amplitude =
       0.0;             ///< median amplitude of the signal of the other pixels, grey values; NaN for one image
   double bright = 0.0; ///< what 99 % of the brightest grey values do not exceed
