@@ -42,7 +42,7 @@ struct HeightMap {
 };
 
 /// The heights of a cloud's present, finite points over a plane. The map's x axis is that of the cloud as far
-/// as the plane allows. Working memory: 24 bytes a point beside the result.
+/// as the plane allows. Working memory: 32 bytes a point beside the result, 40 with `Weighted`.
 /// @throws Exception when fewer than three points are present, when they lie on a line and no plane is given,
 ///         when a plane has no normal, when a cell size is below 0 or gives more than 2^28 cells, and for
 ///         `Weighted` without a field "sigma" of positive numbers
