@@ -90,14 +90,6 @@ private:
   std::int64_t vertexCount_;
 };
 
-PlyProperty const* findIndices(PlyElement const& element) {
-  auto const found =
-      std::find_if(element.properties.begin(), element.properties.end(), [](PlyProperty const& property) {
-        return property.isList() && (property.name == "vertex_indices" || property.name == "vertex_index");
-      });
-  return found != element.properties.end() ? &*found : nullptr;
-}
-
 void addFan(std::vector<int> const& corners, std::vector<cv::Vec3i>& triangles) {
   for (std::size_t corner = 2; corner < corners.size(); ++corner) {
     triangles.emplace_back(corners[0], corners[corner - 1], corners[corner]);
@@ -124,9 +116,17 @@ void addStrips(std::vector<int> const& corners, std::vector<cv::Vec3i>& triangle
 
 } // namespace
 
+PlyProperty const* findPlyIndices(PlyElement const& element) {
+  auto const found =
+      std::find_if(element.properties.begin(), element.properties.end(), [](PlyProperty const& property) {
+        return property.isList() && (property.name == "vertex_indices" || property.name == "vertex_index");
+      });
+  return found != element.properties.end() ? &*found : nullptr;
+}
+
 void readPlyFaces(FileReader& file, PlyElement const& element, PlyEncoding encoding,
                   std::uint64_t vertexCount, std::vector<cv::Vec3i>& triangles) {
-  PlyProperty const* const indices = findIndices(element);
+  PlyProperty const* const indices = findPlyIndices(element);
   if (indices == nullptr) {
     skipElement(file, element, encoding);
     return;

@@ -11,6 +11,9 @@
 
 namespace vorn::graphic {
 
+/// The list of vertex indices of an element; null when it has none.
+PlyProperty const* findPlyIndices(PlyElement const& element);
+
 /// Reads the polygons of the element "face", or the strips of the element "tristrips", as triangles; passes
 /// over the element when it has no list of vertex indices.
 /// @param vertexCount what the indices must stay below

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include <vorn/core/system.hpp>
+
 #include "support/expect_error.hpp"
 #include "support/file_content.hpp"
 #include "support/graphic_objects.hpp"
@@ -85,6 +87,28 @@ std::string textOf(std::vector<cv::Vec3d> const& places, std::string const& type
     text << place[0] << ' ' << place[1] << ' ' << place[2] << '\n';
   }
   return text.str();
+}
+
+TEST_F(PlyFields, WhatHasNoPlaceIsSaid) {
+  std::string said;
+  vorn::System::setMessageSink([&](std::string const& message) { said += message; });
+  std::string const vertices = "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+                               "property float z\nproperty short row\n";
+  GraphicObject const object = parse(
+      vertices + "property list uchar float weights\nelement face 1\nproperty list uchar int vertex_indices\n"
+                 "property uchar flags\nelement edge 2\nproperty int a\nelement camera 0\n"
+                 "property float f\nend_header\n0 0 0 1 2 5 6\n1 0 0 2 0\n0 1 0 3 1 7\n3 0 1 2 9\n4\n5\n");
+  EXPECT_EQ(object.triangles().size(), 1U);
+  EXPECT_EQ(object.fields().at("row")[2], 3.0F);
+  EXPECT_NE(
+      said.find("parsed.ply: passed over: 'weights' of 'vertex', 'flags' of 'face', the 2 rows of 'edge'\n"),
+      std::string::npos)
+      << said;
+  said.clear();
+  parse(vertices + "element face 1\nproperty list uchar int vertex_index\nend_header\n0 0 0 1\n1 0 0 2\n0 1 "
+                   "0 3\n3 0 1 2\n");
+  EXPECT_EQ(said, "");
+  vorn::System::setMessageSink({});
 }
 
 } // namespace
