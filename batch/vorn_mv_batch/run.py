@@ -51,7 +51,7 @@ class Run:
             if self.options.again:
                 reason = "all are done again"
             elif failure is not None:
-                reason = f"failed before: {failure['error']['text']}"
+                reason = f"failed before: {failure.get('error', {}).get('text', 'no reason told')}"
             else:
                 reason = difference(record, self.expected(name))
             if reason is None:

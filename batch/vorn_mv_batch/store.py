@@ -103,7 +103,7 @@ def write_whole(path, text):
     handle, temporary = tempfile.mkstemp(dir=os.path.dirname(path), prefix=".new.")
     try:
         with open(handle, "w", encoding="utf-8") as file:
-            os.fchmod(file.fileno(), 0o666 & ~_umask())
+            os.fchmod(file.fileno(), 0o666 & ~_MASK)
             file.write(text)
             file.flush()
             os.fsync(file.fileno())
@@ -118,6 +118,10 @@ def _umask():
     mask = os.umask(0)
     os.umask(mask)
     return mask
+
+
+# Asked once, while there is one thread: asking sets it for a moment.
+_MASK = _umask()
 
 
 def place_folder(folder, place):

@@ -11,6 +11,7 @@
 
 #include "core/error.hpp"
 #include "core/median.hpp"
+#include "pointcloud/sensor_frame.hpp"
 #include "registration/held_motions.hpp"
 #include "registration/pair_equations.hpp"
 #include "registration/registration_checks.hpp"
@@ -109,6 +110,7 @@ private:
   void addViews(std::vector<PointCloud> const& clouds) {
     for (std::size_t i = 0; i < clouds.size(); ++i) {
       clouds[i].checkSizes();
+      requireSensorFrame(clouds[i], i, context);
       View view;
       view.cloud = withNormals(clouds[i], progress_);
       view.surface = std::make_unique<SurfaceMatcher>(view.cloud);

@@ -211,6 +211,9 @@ TEST_F(RegisterViews, RefuseWhatCannotBe) {
         registerViews({table.clouds[1], PointCloud(small.rowRange(0, 1), true)});
       },
       "View 1 has");
+  PointCloud far = table.clouds[0];
+  far.setOffset({4e6, 2e5, 0.0});
+  expectError([&] { registerViews({far, table.clouds[1]}); }, "View 0 has coordinates about (4e+06");
 }
 
 } // namespace

@@ -378,6 +378,9 @@ TEST(Fuse, SaysWhatItCannotFuse) {
   FuseSettings settings;
   settings.spacing = -1.0;
   expectError([&] { fuse({good}, settings); }, "spacing is -1");
+  PointCloud far = good;
+  far.setOffset({4e6, 2e5, 0.0});
+  expectError([&] { fuse({good, far}); }, "View 1 has coordinates about (4e+06");
   PointCloud empty = good.clone();
   empty.state().setTo(255);
   expectError([&] { fuse({good, empty}); }, "View 1");

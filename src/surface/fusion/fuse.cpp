@@ -10,6 +10,7 @@
 #include "core/error.hpp"
 #include "core/progress.hpp"
 #include "pointcloud/point_access.hpp"
+#include "pointcloud/sensor_frame.hpp"
 #include "pointcloud/sight_map.hpp"
 #include "surface/fusion/skins.hpp"
 #include "surface/fusion/view_surfaces.hpp"
@@ -26,6 +27,9 @@ void checkSettings(std::vector<PointCloud> const& views, FuseSettings const& set
   constexpr std::size_t mostViews = 255;
   if (views.empty() || views.size() > mostViews) {
     throw error("There are " + std::to_string(views.size()) + " views, not 1 .. 255", function);
+  }
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    requireSensorFrame(views[i], i, function);
   }
   std::pair<char const*, double> const lengths[] = {{"spacing", settings.spacing},
                                                     {"reach", settings.reach},

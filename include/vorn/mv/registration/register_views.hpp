@@ -89,8 +89,7 @@ struct VORN_API ViewsRegistration {
 /// @param views two or more
 /// @param observer hears of the iterations
 /// @throws Exception when a setting is outside its range, there are fewer than two views, a view has fewer
-/// than 50
-///         points with a normal, or one is 30 times as large as another
+///         than 50 points with a normal or an offset, or one is 30 times as large as another
 /// @throws Cancelled when stopped by the observer
 VORN_API ViewsRegistration registerViews(std::vector<PointCloud> const& views,
                                          ViewsSettings const& settings = {}, Observer* observer = nullptr);
