@@ -113,6 +113,47 @@ TEST(CheckCommand, ComparesALengthWithTheTruth) {
       << "one ball";
 }
 
+/// Dots six columns and three rows apart in a view of the target, whose pitch is 15 mm.
+TEST(CheckCommand, ComparesALengthOfTwoDots) {
+  test::TemporaryFolder const folder;
+  ASSERT_EQ(run({"simulate", folder.path(), "--divisor", "2"}).status, 0);
+  fs::path const pose = folder / "calib" / "pose_00";
+  ToolOutcome const detected = run({"detect", pose / "target.png", "--json"});
+  ASSERT_EQ(detected.status, 0) << detected.errors;
+  nlohmann::json const points = nlohmann::json::parse(detected.output)["images"][0]["points"];
+  auto const pixelOf = [&](int column, int row) {
+    for (nlohmann::json const& point : points) {
+      if (point["index"] == nlohmann::json({column, row})) {
+        return std::to_string(std::lround(point["imgPnt"][0].get<double>())) + "," +
+               std::to_string(std::lround(point["imgPnt"][1].get<double>()));
+      }
+    }
+    return std::string("none");
+  };
+  auto const length = [&](std::vector<std::string> const& more) {
+    std::vector<std::string> call{"check", pose.string(), "--calib", (folder / "scanner_truth.json").string(),
+                                  "--json"};
+    call.insert(call.end(), more.begin(), more.end());
+    return run(call);
+  };
+  std::string const first = pixelOf(-3, -1);
+  std::string const second = pixelOf(3, 2);
+  double const truth = 15 * std::sqrt(6.0 * 6 + 3 * 3);
+  ToolOutcome const good = length({"--length", std::to_string(truth), "--dot", first, "--dot", second});
+  ASSERT_EQ(good.status, 0) << good.errors;
+  nlohmann::json const found = nlohmann::json::parse(good.output)["length"];
+  EXPECT_NEAR(found["measured"].get<double>(), truth, 0.02);
+  EXPECT_LT(found["sigma"].get<double>(), 0.02);
+  EXPECT_EQ(found["dots"][1]["index"], nlohmann::json({3, 2}));
+  ToolOutcome const bad = length({"--length", std::to_string(1.01 * truth), "--dot", first, "--dot", second});
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_NE(bad.errors.find("is measured as"), std::string::npos) << bad.errors;
+  ToolOutcome const one = length({"--length", "50", "--dot", first, "--dot", first});
+  EXPECT_NE(one.errors.find("one dot"), std::string::npos) << one.errors;
+  ToolOutcome const away = length({"--length", "50", "--dot", first, "--dot", "2,2"});
+  EXPECT_NE(away.errors.find("no dot at pixel 2,2"), std::string::npos) << away.errors;
+}
+
 TEST(CheckCommand, SaysWhatItLacks) {
   test::TemporaryFolder const out;
   fs::path const exact = rendered() / "scanner_truth.json";

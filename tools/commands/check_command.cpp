@@ -20,6 +20,7 @@
 #include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/scanner_type.hpp>
 
+#include "tools/commands/check_length.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/files/image_files.hpp"
@@ -31,7 +32,6 @@
 #include "tools/report/page_tables.hpp"
 #include "tools/report/printed.hpp"
 #include "tools/report/work.hpp"
-#include "tools/scan/ball_length.hpp"
 #include "tools/scan/scan_report.hpp"
 
 namespace vorn::tools {
@@ -46,9 +46,7 @@ struct CheckOptions {
   std::string folder;
   std::string calibration;
   mv::ScanCheckSettings settings;
-  double length = 0.0;
-  std::vector<std::string> balls;
-  double tolerance = 0.02; ///< percent
+  LengthOptions length;
   std::string repair;
   PageOptions page;
   std::vector<std::string> assignments;
@@ -59,11 +57,12 @@ struct Coordinates {
   cv::Mat_<float> columns;
   cv::Mat_<float> rows;
   cv::Mat_<cv::Vec3f> xyz;
+  cv::Mat_<float> modulation; ///< the scene as the projector lights it
 };
 
 mv::ScanSettings plainScan() {
   mv::ScanSettings settings;
-  settings.makeTexture = settings.makeModulation = settings.makeSigma = false;
+  settings.makeTexture = settings.makeSigma = false;
   return settings;
 }
 
@@ -84,6 +83,9 @@ std::vector<std::string> sequencePaths(std::string const& folder, std::string co
 std::vector<std::string> inputsOf(CheckOptions const& options,
                                   std::optional<PatternFolder> const& described) {
   std::vector<std::string> inputs{options.calibration};
+  if (std::string const target = options.length.targetFile(options.folder); !target.empty()) {
+    inputs.push_back(target);
+  }
   auto const add = [&](std::vector<std::string> const& paths) {
     inputs.insert(inputs.end(), paths.begin(), paths.end());
   };
@@ -111,7 +113,7 @@ Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner cons
   cv::Mat_<float> const across = watched([&, images = read(isColumn ? "rows" : "columns")](Observer* bar) {
                                    return mv::scan(other, images, plainScan(), bar);
                                  }).map;
-  return {isColumn ? scan.map : across, isColumn ? across : scan.map, scan.xyz};
+  return {isColumn ? scan.map : across, isColumn ? across : scan.map, scan.xyz, scan.modulation};
 }
 
 Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner) {
@@ -126,7 +128,7 @@ Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner) 
   }
   mv::ScanResult const scan =
       watched([&](Observer* bar) { return mv::scanDecoded(scanner, decoded, plainScan(), bar); });
-  return {decoded.column, decoded.row, scan.xyz};
+  return {decoded.column, decoded.row, scan.xyz, scan.modulation};
 }
 
 char const* wordOf(mv::ScanVerdict verdict) {
@@ -186,49 +188,6 @@ std::string turnSentence(mv::ScanCheck const& check) {
   return text + (check.smoothAfter <= check.limit ? "" : ": something else has changed, calibrate anew");
 }
 
-cv::Point parsePixel(std::string const& text) {
-  std::istringstream in(text);
-  cv::Point pixel;
-  char comma = 0;
-  if (!(in >> pixel.x >> comma >> pixel.y) || comma != ',' ||
-      in.peek() != std::istringstream::traits_type::eof()) {
-    throw Exception("--ball takes a pixel as X,Y, not " + text, nullptr, 0, "check");
-  }
-  return pixel;
-}
-
-/// Compares the distance of two balls with what it is; returns what is wrong, or nothing.
-std::string checkLength(CheckOptions const& options, cv::Mat_<cv::Vec3f> const& xyz, Report& report) {
-  BallLength const found = measureBalls(xyz, parsePixel(options.balls[0]), parsePixel(options.balls[1]));
-  double const error = found.length - options.length;
-  constexpr double significance = 3;
-  double const limit = std::max(0.01 * options.tolerance * options.length, significance * found.sigma);
-  bool const isGood = std::abs(error) <= limit;
-  nlohmann::json balls = nlohmann::json::array();
-  for (ScannedBall const& ball : found.balls) {
-    cv::Point3f const& centre = ball.sphere.centre();
-    balls.push_back({{"centre", {centre.x, centre.y, centre.z}},
-                     {"radius", ball.sphere.radius()},
-                     {"form", ball.form},
-                     {"points", ball.points}});
-  }
-  report["length"] = {{"nominal", options.length},
-                      {"measured", found.length},
-                      {"sigma", found.sigma},
-                      {"limit", limit},
-                      {"good", isGood},
-                      {"balls", balls}};
-  std::string const text =
-      printed("The balls are %.4f mm apart (sigma %.4f), %+.4f mm (%+.0f ppm) of %g", found.length,
-              found.sigma, error, 1e6 * error / options.length, options.length);
-  std::cout << text << '\n';
-  if (report.isPageWanted()) {
-    report.page().findings.push_back({isGood ? PageFinding::Weight::Good : PageFinding::Weight::Failure,
-                                      text + ".", isGood ? "" : "The scale has changed: calibrate anew."});
-  }
-  return isGood ? "" : printed("a length of %g mm is measured as %.4f mm", options.length, found.length);
-}
-
 void fillPage(CheckOptions const& options, mv::ScanCheck const& check, Page& page) {
   page.title = "Check of a calibration";
   page.subtitle = fs::weakly_canonical(options.folder).filename().string();
@@ -255,10 +214,7 @@ void fillPage(CheckOptions const& options, mv::ScanCheck const& check, Page& pag
 
 void checkOptions(CheckOptions const& options) {
   options.settings.check();
-  if ((options.length > 0.0) != (options.balls.size() == 2) ||
-      (options.length == 0.0 && !options.balls.empty())) {
-    throw Exception("--length takes two balls: --ball X,Y --ball X,Y, a pixel on each", nullptr, 0, "check");
-  }
+  options.length.check();
 }
 
 /// Writes the repaired scanner where that is called for; whether the drift is mended.
@@ -304,7 +260,8 @@ void run(CheckOptions const& options, Report& report) {
   if (report.isPageWanted()) {
     fillPage(options, check, report.page());
   }
-  std::string const wrongLength = options.length > 0.0 ? checkLength(options, found.xyz, report) : "";
+  std::string const wrongLength =
+      measureLength(options.length, options.folder, found.xyz, found.modulation, scanner, report);
   std::string failure = wrongLength;
   try {
     bool const isRepaired = repairScanner(options, scanner, check);
@@ -343,17 +300,7 @@ void addCheckCommand(CLI::App& app) {
                    "What the smooth part of the disagreement may be, projector pixels")
       ->capture_default_str()
       ->check(CLI::PositiveNumber);
-  CLI::Option* length =
-      command->add_option("--length", options->length, "The true distance of two balls in the scan, mm")
-          ->check(CLI::PositiveNumber);
-  command->add_option("--ball", options->balls, "A pixel on one of the two balls, X,Y; to be given twice")
-      ->needs(length);
-  command
-      ->add_option("--tolerance", options->tolerance,
-                   "How far that distance may be off, in percent, unless its own sigma is larger")
-      ->capture_default_str()
-      ->check(CLI::PositiveNumber)
-      ->needs(length);
+  options->length.addTo(*command);
   command->add_option(
       "--repair", options->repair,
       "Write the calibration with the projector turned back, if it has drifted and that mends it");
