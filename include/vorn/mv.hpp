@@ -42,6 +42,7 @@
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
+#include <vorn/mv/calib/opencv_camera.hpp>
 #include <vorn/mv/calib/stereo_camera.hpp>
 #include <vorn/mv/calib/stereo_points.hpp>
 #include <vorn/mv/calib/stereo_rectification.hpp>

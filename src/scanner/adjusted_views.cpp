@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <map>
+#include <sstream>
 #include <utility>
 
 #include "calib/camera_model_of.hpp"
@@ -135,7 +136,7 @@ double rmsOf(std::vector<CalibratedView*> const& used, std::size_t device) {
 
 /// Gives the calibration what was adjusted.
 void take(Calibration& calibration, std::vector<AdjustmentView> const& views, Adjustment adjustment,
-          AdjustmentSettings const& settings, ViewAdjuster const& adjuster) {
+          ViewAdjuster const& adjuster) {
   std::vector<CalibratedView*> const used = usedViews(calibration.views);
   for (std::size_t i = 0; i < used.size(); ++i) {
     std::vector<cv::Point2f> leftOut;
@@ -148,12 +149,10 @@ void take(Calibration& calibration, std::vector<AdjustmentView> const& views, Ad
   }
   for (std::size_t device = 0; device < adjustment.models.size(); ++device) {
     fillAdjusted(used, device, adjustment);
-    bool const isHeld = device == 0 ? settings.holdCamera0 : settings.holdCamera1;
-    if (!isHeld) { // the error of the points as they were read, as without an adjustment
-      CameraModel const& model = adjustment.models[device];
-      adjustment.models[device] =
-          cameraModelOf(model.getK(), model.getD(), model.getResolution(), rmsOf(used, device));
-    }
+    // The error of the points as they were read, as without an adjustment.
+    CameraModel const& model = adjustment.models[device];
+    adjustment.models[device] =
+        cameraModelOf(model.getK(), model.getD(), model.getResolution(), rmsOf(used, device));
   }
   if (adjustment.models.size() > 1 && !adjustment.isRead) {
     fillJoint(used, adjustment);
@@ -260,6 +259,26 @@ std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& view
   return causes;
 }
 
+/// @throws Exception when views fit much worse with a camera that is held than without
+void requireFitting(Adjustment const& held, std::vector<AdjustmentView> const& views,
+                    AdjustmentSettings settings, ViewAdjuster const& adjuster, Observer* observer) {
+  constexpr double usual = 1.3;
+  if ((!settings.holdCamera0 && !settings.holdCamera1) || held.s0 <= usual) {
+    return;
+  }
+  settings.holdCamera0 = settings.holdCamera1 = false;
+  double const free = adjuster.adjust(views, settings, observer).s0;
+  constexpr double muchLess = 0.5;
+  if (free < muchLess * held.s0) {
+    std::ostringstream message;
+    message.precision(3);
+    message << "The camera that is held does not fit the views: with it residuals are " << held.s0
+            << " times the noise, without " << free
+            << ". Was its focus, zoom or image size another? Calibrate it with the views, without holding it";
+    throw calibrationFailure(message.str());
+  }
+}
+
 } // namespace
 
 std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views) {
@@ -270,6 +289,26 @@ std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& v
     }
   }
   return result;
+}
+
+void requireCameras(CalibrationSettings const& settings, int count) {
+  if ((settings.camera && count < 1) || (settings.camera1 && count < 2)) {
+    throw calibrationFailure(count == 0
+                                 ? "A laser line scanner is calibrated with its camera: none can be given"
+                                 : "A second camera is given, and there is none to calibrate");
+  }
+}
+
+CameraModel startOf(std::optional<CameraModel> const& given, CameraModel const& calibrated) {
+  if (!given) {
+    return calibrated;
+  }
+  cv::Size const size = calibrated.getResolution();
+  if (given->getResolution() != cv::Size() && given->getResolution() != size) {
+    throw calibrationFailure("The camera that was given is for images of " +
+                             sizeText(given->getResolution()) + " pixels, and these have " + sizeText(size));
+  }
+  return cameraModelOf(given->getK(), given->getD(), size, given->getCalibError());
 }
 
 void diagnoseImagesOf(Calibration& calibration, CalibrationSettings const& settings) {
@@ -311,10 +350,14 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     std::vector<Finding> findings;
     try {
       adjustment = adjuster.adjust(views, adjustmentSettings, observer.ifWatched());
+      requireFitting(adjustment, views, adjustmentSettings, adjuster, observer.ifWatched());
       findings = counted(diagnose(views, adjustment, observer.ifWatched()), usedNumbers(calibration.views));
     } catch (Cancelled const&) {
       throw;
     } catch (Exception const& e) {
+      if (settings.camera || settings.camera1) {
+        throw;
+      }
       calibration.report.notAdjusted = e.message();
       return;
     }
@@ -323,7 +366,7 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     }
     Finding const* const leaving = leavingOf(findings, views.size());
     if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
-      take(calibration, views, std::move(adjustment), adjustmentSettings, adjuster);
+      take(calibration, views, std::move(adjustment), adjuster);
       said.insert(said.end(), findings.begin(), findings.end());
       calibration.report.untested =
           untestedCauses(calibration.views, calibration.report.adjustment->models.size());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include <vorn/core/observer.hpp>
@@ -27,6 +28,15 @@ struct ViewAdjuster {
 /// beside them, and dots that only the second one sees.
 std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views);
 
+/// @param count of the cameras that a calibration has and can be given
+/// @throws Exception when the settings give one more
+void requireCameras(CalibrationSettings const& settings, int count);
+
+/// What an adjustment starts from: a camera that was given, for images of the calibrated one's size, or the
+/// calibrated one.
+/// @throws Exception when the given one is for images of another size
+CameraModel startOf(std::optional<CameraModel> const& given, CameraModel const& calibrated);
+
 /// Adds what is found of the used views' images to the report. Views of which it says that the target moved
 /// are left out, unless that is so of more than a third of them or `CalibrationSettings::outlierRatio` keeps
 /// every view.
@@ -36,8 +46,8 @@ void diagnoseImagesOf(Calibration& calibration, CalibrationSettings const& setti
 /// `CalibrationSettings::outlierRatio` keeps every view; the object, residuals and report are those of the
 /// last adjustment. Where the views cannot be adjusted the calibration stays as it is and the report says
 /// why.
-/// @throws Exception when the diagnosis shows that no calibration holds for the views, or when fewer than
-/// three
+/// @throws Exception when a camera was given and the views cannot be adjusted, when the diagnosis shows that
+/// no calibration holds for the views, or when fewer than three
 ///         are left; Cancelled
 void adjustViews(Calibration& calibration, CalibrationSettings const& settings, ViewAdjuster const& adjuster,
                  Progress const& progress);

@@ -16,6 +16,7 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
   constexpr int maxIterations = 100;
   Library::assertValid();
   settings.check();
+  requireCameras(settings, 1);
   Progress const progress(observer);
   constexpr std::size_t stepsPerView = 2;
   std::vector<MeasuredView> measured =
@@ -40,15 +41,17 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
     calibration.object = camera;
   };
   calibrateViews(calibration.views, {"camera"}, settings, calibrateUsed);
-  adjustViews(calibration, settings,
-              {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how,
-                   Observer* watch) { return adjustCamera(adjusted, calibration.object, how, watch); },
-               calibrateUsed,
-               [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& /*views*/) {
-                 calibration.object = adjustment.models[0];
-                 calibration.object.setCovariance(covarianceOf(adjustment));
-               }},
-              progress.part(0.95, 1.0));
+  adjustViews(
+      calibration, settings,
+      {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {
+         return adjustCamera(adjusted, startOf(settings.camera, calibration.object), how, watch);
+       },
+       calibrateUsed,
+       [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& /*views*/) {
+         calibration.object = adjustment.models[0];
+         calibration.object.setCovariance(covarianceOf(adjustment));
+       }},
+      progress.part(0.95, 1.0));
   calibration.report.devices = {deviceReport("camera", calibration.object, calibration.views, 0)};
   progress.at("calibrating", 1.0);
   return calibration;

@@ -15,6 +15,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "core/median.hpp"
+#include "scanner/adjusted_views.hpp"
 #include "scanner/laser_on_target.hpp"
 #include "scanner/target_views.hpp"
 
@@ -249,6 +250,7 @@ LaserCalibration calibrateLaser(std::vector<std::string> const& names, LaserView
                                 CalibrationSettings const& settings, Observer* observer) {
   Library::assertValid();
   settings.check();
+  requireCameras(settings, 0);
   Progress const progress(observer);
   std::vector<MeasuredView> measured =
       measureViews(names, progress.part(0.0, 0.9), stepsPerView,

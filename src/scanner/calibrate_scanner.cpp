@@ -114,6 +114,7 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
                                     Observer* observer) {
   Library::assertValid();
   settings.check();
+  requireCameras(settings, 1);
   Progress const progress(observer);
   std::vector<MeasuredView> measured =
       measureViews(views.names, progress.part(0.0, 0.9), views.stepsPerView, views.measure);
@@ -144,7 +145,8 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
   adjustViews(
       calibration, settings,
       {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {
-         return adjustScanner(adjusted, object.getCameraModel(), object.getProjectorModel(), how, watch);
+         return adjustScanner(adjusted, startOf(settings.camera, object.getCameraModel()),
+                              object.getProjectorModel(), how, watch);
        },
        calibrateUsed,
        [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& adjusted) {

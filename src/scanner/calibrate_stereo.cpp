@@ -94,7 +94,8 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
       calibration, settings,
       {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {
          StereoCamera const& stereo = calibration.object;
-         return adjustStereo(adjusted, stereo.getCameraModel0(), stereo.getCameraModel1(), how, watch);
+         return adjustStereo(adjusted, startOf(settings.camera, stereo.getCameraModel0()),
+                             startOf(settings.camera1, stereo.getCameraModel1()), how, watch);
        },
        calibrateUsed,
        [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& /*views*/) {

@@ -20,6 +20,15 @@ Exception outOfRange(char const* setting, Value const& value, char const* bound)
   return error(message.str(), "calibrate");
 }
 
+void checkCamera(std::optional<CameraModel> const& camera, char const* name, bool isAdjusted) {
+  if (camera && camera->getK().empty()) {
+    throw error(std::string("CalibrationSettings: ") + name + " is not calibrated", "calibrate");
+  }
+  if (camera && !isAdjusted) {
+    throw error(std::string("CalibrationSettings: ") + name + " needs isAdjusted", "calibrate");
+  }
+}
+
 } // namespace
 
 void CalibrationSettings::check() const {
@@ -39,6 +48,8 @@ void CalibrationSettings::check() const {
   if (!(whiteLevel >= 0.0) || !std::isfinite(whiteLevel)) {
     throw outOfRange("whiteLevel", whiteLevel, "a number of 0 or more");
   }
+  checkCamera(camera, "camera", isAdjusted);
+  checkCamera(camera1, "camera1", isAdjusted);
   line.check();
   detect.check();
   if (target) {

@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
+#include <vorn/mv/calib/calibration_covariance.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/scanner/calibrate_camera.hpp>
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 
@@ -206,6 +208,49 @@ TEST(CalibrateCamera, NeedsNoMarkers) {
   EXPECT_NEAR(K.at<double>(0, 0) / test::halfRig().camera.device.focal().x, 1, 5e-3);
   EXPECT_EQ(calibration.report.devices.size(), 1U);
   EXPECT_FALSE(toJson(calibration).contains("rotationDefect"));
+}
+
+// A camera that was calibrated elsewhere is kept, and only its error on these images is new.
+TEST(CalibrateScanner, KeepsACameraThatIsGivenAndHeld) {
+  CalibrationSettings settings = test::halfRigSettings();
+  CameraModel const own = calibrateScanner(renderedViews(), settings).object.getCameraModel();
+  cv::Matx33d K = own.getK();
+  cv::Mat_<double> D(8, 1, 0.0);
+  own.getD().reshape(1, 5).copyTo(D.rowRange(0, 5));
+  K(0, 2) += 1e-6;
+  CameraModel given;
+  given.read({{"Resolution", cv::Size()}, {"K", K}, {"D", cv::Mat(D)}, {"Error", -1}});
+  settings.camera = given;
+  settings.adjustment.holdCamera0 = true;
+  ScannerCalibration const held = calibrateScanner(renderedViews(), settings);
+  CameraModel const& camera = held.object.getCameraModel();
+  EXPECT_EQ(cv::norm(camera.getK(), cv::Mat(K)), 0);
+  EXPECT_EQ(camera.getD().total(), 8U);
+  EXPECT_EQ(camera.getResolution(), renderedViews()[0].target.size());
+  EXPECT_DOUBLE_EQ(camera.getCalibError(), held.report.devices[0].rms);
+  EXPECT_EQ(held.object.getCovariance().sigmaOf("fx0"), 0);
+  EXPECT_GT(held.object.getCovariance().sigmaOf("fx1"), 0);
+
+  settings.adjustment.holdCamera0 = false;
+  ScannerCalibration const free = calibrateScanner(renderedViews(), settings);
+  EXPECT_NE(free.object.getCameraModel().getK().at<double>(0, 0), K(0, 0));
+
+  nlohmann::json other = written(given);
+  other["K"]["data"][0] = 1.02 * K(0, 0);
+  other["K"]["data"][4] = 1.02 * K(1, 1);
+  settings.adjustment.holdCamera0 = true;
+  settings.camera->read(other);
+  expectError([&] { (void)calibrateScanner(renderedViews(), settings); }, "does not fit the views");
+  settings.camera->setResolution({1000, 750});
+  expectError([&] { (void)calibrateScanner(renderedViews(), settings); }, "1000 x 750");
+  settings.camera1 = given;
+  expectError([&] { (void)calibrateScanner(renderedViews(), settings); }, "second camera");
+  settings.camera1.reset();
+  settings.isAdjusted = false;
+  expectError([&] { (void)calibrateScanner(renderedViews(), settings); }, "isAdjusted");
+  settings = test::halfRigSettings();
+  settings.camera = CameraModel();
+  expectError([&] { (void)calibrateScanner(renderedViews(), settings); }, "not calibrated");
 }
 
 } // namespace

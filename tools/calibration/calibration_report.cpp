@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/calibration/calibration_report.hpp"
 
+#include <algorithm>
 #include <functional>
 #include <iomanip>
 #include <sstream>
@@ -136,6 +137,14 @@ std::string adjustedText(mv::CalibrationReport const& report) {
   return out.str();
 }
 
+/// Whether an adjustment left a device as it was given.
+bool isHeld(std::size_t device, mv::CalibrationReport const& report) {
+  char const number = static_cast<char>('0' + device);
+  return report.adjustment &&
+         std::none_of(report.adjustment->parameters.begin(), report.adjustment->parameters.end(),
+                      [number](std::string const& name) { return name.back() == number; });
+}
+
 } // namespace
 
 std::string table(Calibration const& calibration) {
@@ -164,8 +173,10 @@ std::string table(Calibration const& calibration) {
       out << view.name << ": " << view.remark << '\n';
     }
   }
-  for (DeviceReport const& device : calibration.report.devices) {
+  for (std::size_t d = 0; d < calibration.report.devices.size(); ++d) {
+    DeviceReport const& device = calibration.report.devices[d];
     out << device.name << ' ' << sizeText(device.resolution)
+        << (isHeld(d, calibration.report) ? ", held as it was given" : "")
         << (device.name == "projector" && calibration.report.isProjectorGuessed
                 ? " as far as the decoded images tell (--projector sets it)"
                 : "")

@@ -24,6 +24,7 @@
 #include "tools/commands/size_option.hpp"
 #include "tools/commands/target_options.hpp"
 #include "tools/commands/white_level_option.hpp"
+#include "tools/files/camera_input.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/progress.hpp"
@@ -50,6 +51,9 @@ struct CalibrateOptions {
   bool isAdjusted = true;
   bool isRefused = true;
   bool hasPrism = false;
+  std::string camera;
+  std::string camera1;
+  bool isHeld = false;
   double contrast = mv::LaserLineOptions().minContrast;
   double whiteLevel = 0.0;
   TargetOptions target;
@@ -169,6 +173,21 @@ std::string chooseTarget(mv::CalibrationSettings& settings, CalibrateOptions con
   return file;
 }
 
+/// Takes the cameras that were calibrated elsewhere.
+void applyCameras(mv::CalibrationSettings& settings, CalibrateOptions const& options) {
+  if (options.isHeld && options.camera.empty() && options.camera1.empty()) {
+    throw CLI::RequiresError("--hold", "--camera-model");
+  }
+  if (!options.camera.empty()) {
+    settings.camera = readCamera(options.camera);
+    settings.adjustment.holdCamera0 = options.isHeld;
+  }
+  if (!options.camera1.empty()) {
+    settings.camera1 = readCamera(options.camera1);
+    settings.adjustment.holdCamera1 = options.isHeld;
+  }
+}
+
 /// Notes what the target was found by.
 void note(mv::CalibrationSettings const& settings, Report& report) {
   if (settings.target) {
@@ -182,8 +201,10 @@ void run(CalibrateOptions const& options, Report& report) {
   mv::CalibrationSettings settings;
   std::string const targetFile = chooseTarget(settings, options, report);
   std::vector<std::string> inputs = inputsOf(options);
-  if (!targetFile.empty()) {
-    inputs.push_back(targetFile);
+  for (std::string const& file : {targetFile, options.camera, options.camera1}) {
+    if (!file.empty()) {
+      inputs.push_back(file);
+    }
   }
   report.wantPage(options.page);
   report.declare(inputs, {options.output, options.plot});
@@ -191,6 +212,7 @@ void run(CalibrateOptions const& options, Report& report) {
   if (!options.projector.empty()) {
     settings.projector = parsePixels(options.projector, "--projector");
   }
+  applyCameras(settings, options);
   note(settings, report);
   settings.isAdjusted = options.isAdjusted;
   settings.isRefused = options.isRefused;
@@ -218,6 +240,22 @@ void run(CalibrateOptions const& options, Report& report) {
         watched([&](Observer* bar) { return calibrateScanner(options.folder, settings, bar); });
     finish(options, calibration, pitch, report);
   }
+}
+
+/// Options for cameras that were calibrated elsewhere.
+void addCameras(CLI::App& command, CalibrateOptions& options, CLI::Option* separate, CLI::Option* laser,
+                CLI::Option* stereo) {
+  command
+      .add_option(
+          "--camera-model", options.camera,
+          "A camera that was calibrated elsewhere, to begin with: a file of OpenCV's (YAML or XML) or "
+          "a calibration of this tool")
+      ->excludes(separate)
+      ->excludes(laser);
+  command.add_option("--camera-model-1", options.camera1, "The same of the second of two cameras")
+      ->excludes(separate)
+      ->needs(stereo);
+  command.add_flag("--hold", options.isHeld, "Keep the cameras that are given as they are");
 }
 
 } // namespace
@@ -264,6 +302,7 @@ void addCalibrateCommand(CLI::App& app) {
       ->excludes(separate);
   command->add_flag("--prism", options->hasPrism, "Lenses with thin prism terms beside the five coefficients")
       ->excludes(separate);
+  addCameras(*command, *options, separate, laser, stereo);
   command->add_option("--plot", options->plot, "Picture (or .svg) of the reprojection errors");
   command->add_option("--overlay", options->overlays,
                       "Folder for pictures of the views with the dots, laser lines and errors");

@@ -21,6 +21,7 @@
 
 #include "tools/commands/commands.hpp"
 #include "tools/commands/property_table.hpp"
+#include "tools/files/camera_input.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_info.hpp"
 #include "tools/files/file_list.hpp"
@@ -196,6 +197,9 @@ nlohmann::json infoOf(std::string const& path) {
   std::string const ending = lowerCaseEnding(path);
   if (ending == ".json") {
     return jsonInfo(path);
+  }
+  if (isOpenCvStorage(path)) {
+    return {{"kind", "camera"}, {"camera", cameraInfo("Camera", readCamera(path))}};
   }
   if (ending == ".ply" || ending == ".pcd" || ending == ".xyz" || ending == ".obj" || ending == ".stl") {
     return printCloudInfo(readGraphic(path));

@@ -15,6 +15,7 @@
 #include <vorn/mv/surface/texture.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/files/camera_input.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/image_files.hpp"
@@ -45,15 +46,6 @@ struct TextureOptions {
 
 Exception refusal(std::string const& reason) {
   return {reason, nullptr, 0, "texture"};
-}
-
-/// The camera of a scanner's document, or of its own.
-mv::CameraModel readCamera(std::string const& path) {
-  checkInputFile(path);
-  if (readJsonFile(path).contains("K")) {
-    return load<mv::CameraModel>(path);
-  }
-  return load<mv::Sl3dScanner>(path).getCameraModel();
 }
 
 /// The picture of a view: in its folder, or beside it with its name.

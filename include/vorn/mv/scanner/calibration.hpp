@@ -54,6 +54,13 @@ struct CalibrationSettings {
   /// How they are adjusted. Where the dots of a target cannot be told apart in every view, it is taken as
   /// flat.
   AdjustmentSettings adjustment;
+  /// A (first) camera that was calibrated elsewhere, such as one of `readOpenCvCamera`: the adjustment starts
+  /// from it, and with `adjustment.holdCamera0` keeps it as it is. Coefficients beyond those that
+  /// `adjustment.lens` frees stay as they are in any case. Its resolution, unless it is 0 x 0, must be that
+  /// of the images. Needs `isAdjusted`; not for laser line scanners.
+  std::optional<CameraModel> camera;
+  /// The same of the second one of two cameras, with `adjustment.holdCamera1`.
+  std::optional<CameraModel> camera1;
   /// Whether views are refused in which a device was moved, or its focus changed, from one view to the next:
   /// no calibration holds for them all. Otherwise it only stands among the findings.
   bool isRefused = true;

@@ -1,0 +1,18 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+#include <vorn/mv/calib/camera_model.hpp>
+
+namespace vorn::tools {
+
+/// Whether a file's name says that OpenCV's storage wrote it: .yml, .yaml or .xml.
+bool isOpenCvStorage(std::string const& path);
+
+/// A camera: of a document of its own, of a scanner's, or of a file of OpenCV's (YAML, XML or JSON).
+/// @throws Exception that names the file and what is wrong with it
+mv::CameraModel readCamera(std::string const& path);
+
+} // namespace vorn::tools
