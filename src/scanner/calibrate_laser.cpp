@@ -14,7 +14,10 @@
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 
+#include "calib/laser/laser_color_search.hpp"
+#include "calib/laser/laser_grey.hpp"
 #include "core/median.hpp"
+#include "imaging/white_level.hpp"
 #include "scanner/adjusted_views.hpp"
 #include "scanner/laser_on_target.hpp"
 #include "scanner/target_views.hpp"
@@ -38,12 +41,37 @@ void addRemark(CalibratedView& view, std::string const& text) {
   view.remark += (view.remark.empty() ? "" : ", ") + text;
 }
 
+/// In 8 bits.
 cv::Mat greyOf(cv::Mat const& image) {
   cv::Mat grey = image;
+  if (image.depth() == CV_64F) {
+    image.convertTo(grey, CV_32F);
+  }
   if (image.channels() == 3) {
-    cv::cvtColor(image, grey, cv::COLOR_BGR2GRAY);
+    cv::cvtColor(grey, grey, cv::COLOR_BGR2GRAY);
+  }
+  if (grey.depth() != CV_8U) {
+    constexpr double fullBytes = 255;
+    cv::Mat bytes;
+    grey.convertTo(bytes, CV_8U, fullBytes / findWhiteLevel({image}));
+    return bytes;
   }
   return grey;
+}
+
+/// How a view's images of laser lines are seen.
+struct Sight {
+  LaserColor color;
+  double white;
+};
+
+Sight sightOf(std::vector<cv::Mat> const& lines, CalibrationSettings const& settings) {
+  double const white = settings.whiteLevel > 0 ? settings.whiteLevel : findWhiteLevel(lines);
+  constexpr auto perColumn = LaserLineOptions::Direction::PerColumn;
+  constexpr auto perRow = LaserLineOptions::Direction::PerRow;
+  return {settings.laserColor ? *settings.laserColor
+                              : findLaserColor(lines, settings.line, {perColumn, perRow}, white),
+          white};
 }
 
 constexpr std::size_t stepsPerView = 3;
@@ -58,13 +86,15 @@ void measure(LaserView const& given, CalibrationSettings const& settings, Measur
   }
   steps.begin("finding laser lines");
   cv::Mat const target = greyOf(given.target);
+  Sight const sight = sightOf(given.lines, settings);
   for (cv::Mat const& image : given.lines) {
     if (image.size() != target.size()) {
       throw calibrationFailure("the image of laser line " + std::to_string(view.lines.size()) + " is " +
                                sizeText(image.size()) + ", the target image " + sizeText(target.size()));
     }
     steps.now().at("finding laser lines", 0.0);
-    ViewLine line = laserLineOnTarget(image, target, view.devices[0], settings.line, steps.now());
+    LaserGrey const grey = laserGrey(image, sight.color, sight.white);
+    ViewLine line = laserLineOnTarget(grey, target, view.devices[0], settings.line, steps.now());
     if (line.imgPnts.size() < leastLinePoints) {
       addRemark(view, missText(view.lines.size(), line.imgPnts.size()));
       line.imgPnts.clear();

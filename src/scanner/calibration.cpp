@@ -51,6 +51,9 @@ void CalibrationSettings::check() const {
   checkCamera(camera, "camera", isAdjusted);
   checkCamera(camera1, "camera1", isAdjusted);
   line.check();
+  if (laserColor) {
+    laserColor->check();
+  }
   detect.check();
   if (target) {
     target->check();

@@ -7,8 +7,8 @@
 
 #include <opencv2/imgproc.hpp>
 
+#include "calib/laser/laser_search.hpp"
 #include "core/median.hpp"
-#include "core/pieces.hpp"
 
 namespace vorn::mv {
 
@@ -22,13 +22,15 @@ struct Stripe {
 };
 
 /// The peaks along columns or along rows, whichever cut the line more often.
-Stripe findStripe(cv::Mat const& image, LaserLineOptions options, Progress const& progress) {
+Stripe findStripe(LaserGrey const& image, LaserLineOptions options, Progress const& progress) {
   options.dropMoved = false; // the target's own image tells where its edges are, and spares what is between
   Stripe best;
-  PartObserver observer(progress);
   for (auto const direction : {LaserLineOptions::Direction::PerColumn, LaserLineOptions::Direction::PerRow}) {
     options.direction = direction;
-    std::vector<LaserPeak> peaks = mv::extract_laser_peaks(image, options, observer.ifWatched());
+    std::vector<LaserPeak> peaks;
+    for (LaserSample const& sample : findLaserSamples(image, options, progress)) {
+      peaks.push_back(peakOf(sample, direction));
+    }
     if (peaks.size() > best.peaks.size()) {
       best = {std::move(peaks), direction};
     }
@@ -69,7 +71,7 @@ cv::Mat evenGround(cv::Mat const& target, Stripe const& stripe, Progress const& 
 
 } // namespace
 
-ViewLine laserLineOnTarget(cv::Mat const& image, cv::Mat const& target, ViewPoints const& dots,
+ViewLine laserLineOnTarget(LaserGrey const& image, cv::Mat const& target, ViewPoints const& dots,
                            LaserLineOptions const& options, Progress const& progress) {
   Stripe const stripe = findStripe(image, options, progress);
   ViewLine line;

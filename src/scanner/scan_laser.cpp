@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <set>
 #include <string>
 
 #include <opencv2/core.hpp>
@@ -14,8 +15,11 @@
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 
+#include "calib/laser/laser_color_search.hpp"
+#include "calib/laser/laser_search.hpp"
 #include "core/error.hpp"
 #include "core/pieces.hpp"
+#include "imaging/white_level.hpp"
 #include "scanner/side_by_side.hpp"
 #include "scanner/target_views.hpp"
 
@@ -87,14 +91,24 @@ LaserLineOptions::Direction directionOf(Plane3f const& plane) {
 /// What one image gave.
 struct ImagePoints {
   std::vector<cv::Vec3f> points;
+  std::vector<float> sigma;
+  std::size_t overexposed = 0;
   bool hasLine = false;
+  bool isAmbiguous = false;
   double readTime = 0.0;
   double extractTime = 0.0;
   double triangulateTime = 0.0;
 };
 
+/// How all images of a scan are seen.
+struct Sight {
+  LaserColor color;
+  double white;
+};
+
 ImagePoints pointsOf(LineScanner const& scanner, std::size_t number, LaserImageSource const& source,
-                     LaserLineOptions options, cv::Vec3d const& moved, Progress const& progress) {
+                     LaserLineOptions options, Sight const& sight, cv::Vec3d const& moved,
+                     Progress const& progress) {
   ImagePoints result;
   Timer timer;
   cv::Mat const image = source(number);
@@ -108,19 +122,61 @@ ImagePoints pointsOf(LineScanner const& scanner, std::size_t number, LaserImageS
   std::size_t const plane = number % scanner.getPlanes().size();
   timer.tic();
   options.direction = directionOf(scanner.getPlanes()[plane]);
-  PartObserver observer(progress);
-  std::vector<cv::Point2f> const line = extract_laser_line(image, options, observer.ifWatched());
+  FoundLine const found = findLaserLine(laserGrey(image, sight.color, sight.white), options, progress);
+  std::vector<cv::Point2f> line;
+  for (LaserPeak const& peak : found.peaks) {
+    line.push_back(peak.point);
+  }
   result.hasLine = !line.empty();
+  result.isAmbiguous = !found.reason.empty();
   result.extractTime = timer.toc();
 
   timer.tic();
-  for (cv::Point3f const& p : scanner.triangulate(line, static_cast<int>(plane), {})) {
+  std::vector<cv::Point3f> const points = scanner.triangulate(line, static_cast<int>(plane), {});
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    cv::Point3f const& p = points[i];
     if (std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z) && p.z > 0) {
       result.points.emplace_back(cv::Vec3d(p.x, p.y, p.z) - moved);
+      result.sigma.push_back(found.peaks[i].sigma);
+      result.overexposed += found.peaks[i].isOverexposed ? 1 : 0;
     }
   }
   result.triangulateTime = timer.toc();
   return result;
+}
+
+/// Images of the same laser plane from which colour and white level are found: the first, one from the middle
+/// and one from the end.
+std::vector<cv::Mat> someImages(std::size_t count, std::size_t planes, LaserImageSource const& source) {
+  std::size_t const positions = count / planes;
+  std::set<std::size_t> const places{0, positions / 2, positions - 1};
+  std::vector<cv::Mat> images;
+  for (std::size_t const place : places) {
+    cv::Mat const image = source(place * planes);
+    if (!image.empty() && (images.empty() || image.type() == images[0].type())) {
+      images.push_back(image);
+    }
+  }
+  return images;
+}
+
+Sight sightOf(LineScanner const& scanner, std::size_t count, LaserImageSource const& source,
+              LaserScanSettings const& settings) {
+  constexpr double fullBytes = 255;
+  Sight sight{settings.color.value_or(LaserColor()), settings.whiteLevel};
+  cv::Mat const first = source(0);
+  bool const isWhiteKnown = sight.white > 0 || first.depth() == CV_8U;
+  bool const isColorKnown = settings.color || first.channels() != 3;
+  if (isWhiteKnown && isColorKnown) {
+    sight.white = sight.white > 0 ? sight.white : fullBytes;
+    return sight;
+  }
+  std::vector<cv::Mat> const images = someImages(count, scanner.getPlanes().size(), source);
+  sight.white = sight.white > 0 ? sight.white : findWhiteLevel(images);
+  if (!isColorKnown) {
+    sight.color = findLaserColor(images, settings.line, {directionOf(scanner.getPlanes()[0])}, sight.white);
+  }
+  return sight;
 }
 
 LaserScanResult joined(std::vector<ImagePoints> const& images) {
@@ -129,6 +185,9 @@ LaserScanResult joined(std::vector<ImagePoints> const& images) {
   for (ImagePoints const& image : images) {
     result.points += image.points.size();
     result.emptyImages += image.hasLine ? 0 : 1;
+    result.ambiguousImages += image.isAmbiguous ? 1 : 0;
+    result.overexposed += image.overexposed;
+    result.sigma.insert(result.sigma.end(), image.sigma.begin(), image.sigma.end());
     result.readTime += image.readTime;
     result.extractTime += image.extractTime;
     result.triangulateTime += image.triangulateTime;
@@ -148,6 +207,14 @@ LaserScanResult joined(std::vector<ImagePoints> const& images) {
 
 void LaserScanSettings::check() const {
   line.check();
+  if (color) {
+    color->check();
+  }
+  if (!std::isfinite(whiteLevel) || whiteLevel < 0) {
+    throw error("LaserScanSettings: whiteLevel is " + std::to_string(whiteLevel) +
+                    ", but must be a number of 0 or more",
+                job);
+  }
 }
 
 LaserScanResult scanLaser(LineScanner const& scanner, std::size_t imageCount, LaserImageSource const& image,
@@ -157,15 +224,19 @@ LaserScanResult scanLaser(LineScanner const& scanner, std::size_t imageCount, La
   std::vector<cv::Vec3d> const motions = motionsOf(stage, imageCount, scanner.getPlanes().size());
   checkMotions(motions);
   Progress const progress(observer);
+  Sight const sight = sightOf(scanner, imageCount, image, settings);
   std::vector<ImagePoints> images(imageCount);
   std::atomic<std::size_t> done{0};
   forEachSideBySide(imageCount, [&](std::size_t i) {
     double const place = static_cast<double>(done++) / static_cast<double>(imageCount);
     progress.at("finding laser lines", place);
-    images[i] = pointsOf(scanner, i, image, settings.line, motions[i], progress.part(place, place));
+    images[i] = pointsOf(scanner, i, image, settings.line, sight, motions[i], progress.part(place, place));
   });
   progress.at("finding laser lines", 1.0);
-  return joined(images);
+  LaserScanResult result = joined(images);
+  result.color = sight.color;
+  result.whiteLevel = sight.white;
+  return result;
 }
 
 LaserScanResult scanLaser(LineScanner const& scanner, std::vector<cv::Mat> const& images, Stage const& stage,

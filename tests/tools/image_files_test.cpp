@@ -1,7 +1,11 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <array>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
@@ -9,9 +13,98 @@
 #include "support/expect_error.hpp"
 #include "support/temporary_folder.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/named_images.hpp"
 
 namespace vorn::tools {
 namespace {
+
+/// A TIFF file of 4 x 2 pixels of so many bits, packed one behind the other, and a photometric
+/// interpretation.
+std::string packedTiff(unsigned bits, unsigned interpretation, std::vector<unsigned> const& values) {
+  std::string data;
+  auto const add = [&](unsigned value, int bytes) {
+    for (int i = 0; i < bytes; ++i) {
+      data += static_cast<char>(value >> (8 * i) & 0xffU);
+    }
+  };
+  std::string pixels;
+  for (std::size_t row = 0; row < 2; ++row) {
+    std::uint64_t packed = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+      packed = packed << bits | values[4 * row + i];
+    }
+    for (int shift = static_cast<int>(4 * bits) - 8; shift >= 0; shift -= 8) {
+      pixels += static_cast<char>(packed >> shift & 0xffU);
+    }
+  }
+  data = std::string("II*\0", 4);
+  add(8, 4);
+  std::vector<std::array<unsigned, 2>> const tags{{256, 4},
+                                                  {257, 2},
+                                                  {258, bits},
+                                                  {259, 1},
+                                                  {262, interpretation},
+                                                  {273, 8 + 2 + 9 * 12 + 4},
+                                                  {277, 1},
+                                                  {278, 2},
+                                                  {279, static_cast<unsigned>(pixels.size())}};
+  add(static_cast<unsigned>(tags.size()), 2);
+  for (auto const& [tag, value] : tags) {
+    add(tag, 2);
+    add(4, 2);
+    add(1, 4);
+    add(value, 4);
+  }
+  add(0, 4);
+  return data + pixels;
+}
+
+TEST(ImageFiles, ReadsTheDepthsOfRealCameras) {
+  test::TemporaryFolder const folder;
+  auto const store = [&](char const* name, std::string const& bytes) {
+    std::ofstream(folder / name, std::ios::binary) << bytes;
+    return (folder / name).string();
+  };
+  std::vector<unsigned> const values{0, 1, 100, 1023, 1000, 512, 7, 900};
+  // 10 and 12 bits come in the upper bits of 16.
+  for (unsigned const bits : {10U, 12U}) {
+    cv::Mat const image = readMeasuredImage(store("packed.tiff", packedTiff(bits, 1, values)));
+    ASSERT_EQ(image.type(), CV_16UC1);
+    for (int i = 0; i < 8; ++i) {
+      EXPECT_EQ(image.at<ushort>(i / 4, i % 4), values[static_cast<std::size_t>(i)] << (16 - bits)) << bits;
+    }
+  }
+  std::string pgm = "P5\n4 2\n4095\n";
+  for (unsigned const value : values) {
+    pgm += static_cast<char>(value >> 8U);
+    pgm += static_cast<char>(value & 0xffU);
+  }
+  cv::Mat const image = readMeasuredImage(store("a.pgm", pgm));
+  ASSERT_EQ(image.type(), CV_16UC1);
+  EXPECT_EQ(image.at<ushort>(0, 3), 1023);
+  constexpr unsigned mosaic = 32803;
+  test::expectError([&] { readMeasuredImage(store("raw.tiff", packedTiff(12, mosaic, values))); },
+                    "raw.tiff holds the raw pixels of a colour sensor");
+}
+
+TEST(ImageFiles, TellsAMosaicFromFringes) {
+  cv::Mat_<ushort> mosaic(64, 64);
+  cv::Mat_<ushort> fringes(64, 64);
+  cv::RNG random(4);
+  for (int y = 0; y < 64; ++y) {
+    for (int x = 0; x < 64; ++x) {
+      int const light = 1000 + 10 * x + random.uniform(-20, 20);
+      bool const isGreen = (x + y) % 2 == 1;
+      mosaic(y, x) = static_cast<ushort>(isGreen ? light : x % 2 == 0 ? light * 7 / 10 : light * 8 / 10);
+      fringes(y, x) = static_cast<ushort>(light + (x % 2 == 0 ? 500 : -500));
+    }
+  }
+  EXPECT_TRUE(isLikeMosaic(mosaic));
+  EXPECT_TRUE(isLikeMosaic(mosaic.colRange(1, 64)));
+  EXPECT_FALSE(isLikeMosaic(fringes));
+  EXPECT_FALSE(isLikeMosaic(fringes.t()));
+  EXPECT_FALSE(isLikeMosaic(cv::Mat::zeros(64, 64, CV_8U)));
+}
 
 using test::expectError;
 

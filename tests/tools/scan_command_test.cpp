@@ -82,6 +82,31 @@ TEST(ScanCommand, ReadsTwelveBitsInSixteen) {
   EXPECT_NE(mixed.errors.find("columns_01.png is CV_16UC1"), std::string::npos) << mixed.errors;
 }
 
+TEST(ScanCommand, TakesImagesOfAnyNamesAndPages) {
+  RenderedScan const files;
+  ASSERT_EQ(files.scan({"--map", files / "expected.tiff"}).status, 0);
+  cv::Mat const expected = readImage(files / "expected.tiff");
+  std::vector<cv::Mat> pages;
+  for (NumberedFile const& file : findSequence((files / "scan").string(), "columns")) {
+    pages.push_back(readImage(file.path));
+    // Without leading zeros, "img 10" stands before "img 2" by letters.
+    fs::rename(file.path, files / ("scan/img " + std::to_string(file.number) + ".png"));
+  }
+  ASSERT_TRUE(cv::imwritemulti(files / "scan/stack.tif", pages));
+  auto const expectSame = [&](std::vector<std::string> more) {
+    more.insert(more.end(), {"--map", files / "map.tiff"});
+    ToolOutcome const outcome = files.scan(more);
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_EQ(cv::norm(readImage(files / "map.tiff"), expected, cv::NORM_INF), 0) << more[1];
+  };
+  expectSame({"--columns", "img *.png"});
+  expectSame({"--columns", "stack.tif"});
+  expectSame({"--columns", "img [0-4].png", "img [!0-4].png"});
+  ToolOutcome const none = files.scan({"--columns", "x*.png", "--map", files / "map.tiff"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_NE(none.errors.find("No file matches"), std::string::npos) << none.errors;
+}
+
 TEST(ScanCommand, MeasuresTheSceneThatWasRendered) {
   RenderedScan const files;
   ToolOutcome const outcome =

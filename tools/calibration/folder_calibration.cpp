@@ -274,7 +274,7 @@ mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSe
       folder,
       [&](fs::path const& pose) {
         return mv::LaserView{"", readTarget(pose / "target.png", settings),
-                             readNeeded(pose, "line", readLaserImage)};
+                             readNeeded(pose, "line", readImage)};
       },
       [&](auto const& names, auto const& view) {
         return mv::calibrateLaser(names, view, settings, observer);

@@ -130,8 +130,7 @@ int writeViewOverlays(std::string const& folder, std::string const& overlays,
     for (std::size_t line = 0; view.isUsed() && line < view.lines.size(); ++line) {
       std::string const file = sequencePath(pose.string(), "line", static_cast<int>(line));
       if (fs::exists(file)) {
-        write(view.name + "_" + fs::path(file).filename().string(),
-              linePicture(readLaserImage(file), view, line));
+        write(view.name + "_" + fs::path(file).filename().string(), linePicture(readImage(file), view, line));
       }
     }
   }

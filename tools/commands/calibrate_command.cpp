@@ -55,6 +55,7 @@ struct CalibrateOptions {
   std::string camera1;
   bool isHeld = false;
   double contrast = mv::LaserLineOptions().minContrast;
+  std::string laserColor = "auto";
   double whiteLevel = 0.0;
   TargetOptions target;
   PitchOption pitch;
@@ -221,6 +222,7 @@ void run(CalibrateOptions const& options, Report& report) {
   }
   settings.line.minContrast = options.contrast;
   settings.whiteLevel = options.whiteLevel;
+  settings.laserColor = parseLaserColor(options.laserColor);
   double const pitch =
       settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
   if (options.isLaser) {
@@ -277,6 +279,7 @@ void addCalibrateCommand(CLI::App& app) {
                         "a laser line");
   addWhiteLevelOption(*command, options->whiteLevel);
   addContrastOption(*command, options->contrast)->needs(laser);
+  addLaserColorOption(*command, options->laserColor)->needs(laser);
   CLI::Option* stereo = command->add_flag(
       "--stereo", options->isStereo, "Calibrate two cameras, from pose_00/target.png and target_1.png, ...");
   CLI::Option* camera = command->add_flag(

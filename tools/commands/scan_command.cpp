@@ -25,6 +25,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/files/named_images.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
@@ -56,6 +57,8 @@ struct ScanOptions {
   bool isLaser = false;
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
+  std::vector<std::string> names; ///< of the images; none for columns_00.png ...
+  std::string laserColor = "auto";
   std::vector<std::string> fields;
   std::vector<std::string> assignments;
   bool keepsStaircase = false;
@@ -132,6 +135,11 @@ void fillPage(ScanOptions const& options, mv::LaserScanResult const& scan, Repor
 /// What a scan reads, as far as it is there.
 std::vector<std::string> inputsOf(ScanOptions const& options, std::string const& prefix) {
   std::vector<std::string> inputs{options.calibration, options.motion.encoder};
+  if (!options.names.empty()) {
+    std::vector<std::string> const files = namedFiles(options.folder, options.names);
+    inputs.insert(inputs.end(), files.begin(), files.end());
+    return inputs;
+  }
   for (NumberedFile const& file : findSequence(options.folder, prefix)) {
     inputs.push_back(file.path);
   }
@@ -174,6 +182,8 @@ void runLaser(ScanOptions const& options, Report& report) {
   }
   mv::LaserScanSettings settings;
   settings.line.minContrast = options.contrast;
+  settings.color = parseLaserColor(options.laserColor);
+  settings.whiteLevel = options.whiteLevel;
   mv::LaserScanResult const scan = watched(
       [&](Observer* bar) { return scanLaser(options.folder, scanner, options.motion, settings, bar); });
   if (!options.out.empty()) {
@@ -190,6 +200,11 @@ void runLaser(ScanOptions const& options, Report& report) {
     fillPage(options, scan, report);
   }
   std::cout << scan.points << " points from " << scan.images << " images";
+  if (scan.ambiguousImages > 0) {
+    report.warn(std::to_string(scan.ambiguousImages) + " of " + std::to_string(scan.images) +
+                " images have two stripes side by side of which neither is the brighter one all along, and "
+                "were left out");
+  }
   if (scan.emptyImages > 0) {
     std::cout << ", " << scan.emptyImages << " of them without a laser line";
   }
@@ -220,8 +235,9 @@ void declareInputs(ScanOptions const& options, Captured const& captured, std::st
 
 void readCaptured(ScanOptions const& options, std::string const& prefix, Captured& captured) {
   captured.images = watched([&](Observer* bar) {
-    return captured.described ? readPatternImages(*captured.described, bar)
-                              : readSequence(options.folder, prefix, readMeasuredImage, bar);
+    return captured.described       ? readPatternImages(*captured.described, bar)
+           : !options.names.empty() ? readNamedImages(namedFiles(options.folder, options.names), bar)
+                                    : readSequence(options.folder, prefix, readMeasuredImage, bar);
   });
   if (captured.images.empty()) {
     throw Exception(options.folder + " has no pictures " + prefix + "_00.png, " + prefix + "_01.png, ..." +
@@ -283,7 +299,7 @@ void runPattern(ScanOptions const& options, Report& report) {
   load(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
   Captured captured;
-  if (fs::exists(patternSetPath(options.folder))) {
+  if (options.names.empty() && fs::exists(patternSetPath(options.folder))) {
     captured.described = readPatternFolder(options.folder, "");
   }
   declareInputs(options, captured, sequencePrefix(scanner), report);
@@ -300,6 +316,11 @@ void runPattern(ScanOptions const& options, Report& report) {
 
   Timer timer;
   readCaptured(options, sequencePrefix(scanner), captured);
+  if (isLikeMosaic(captured.images.front())) {
+    report.warn("the images look like the raw pixels of a colour sensor (a Bayer mosaic), which are taken as "
+                "grey: make "
+                "grey or colour pictures of them first");
+  }
   double const readTime = timer.toc();
   mv::ScanSettings settings;
   bool const isTextured = std::as_const(scanner).getProperty("EnableTexture").getValue().toBool();
@@ -374,6 +395,12 @@ void addScanCommand(CLI::App& app) {
                    "line_00.png ..., or with pattern_set.json and the images that it names")
       ->required();
   command->add_option("--calib", options->calibration, "The calibrated scanner, a JSON file")->required();
+  CLI::Option* names = command
+                           ->add_option("--columns,--rows", options->names,
+                                        "The images where they have other names: names or patterns (in "
+                                        "quotes: 'img_*.png') in the folder, "
+                                        "in the order of the sequence, or one TIFF file of several pages")
+                           ->type_name("NAME");
   CLI::Option* laser = command->add_flag(
       "--laser", options->isLaser,
       "A laser line scan: line_00.png ..., an image a laser line at each position of a linear stage");
@@ -387,7 +414,9 @@ void addScanCommand(CLI::App& app) {
       ->add_option("--encoder", options->motion.encoder,
                    "The stage's places in mm along the step, a number a position: text, CSV or JSON")
       ->needs(laser);
+  names->excludes(laser);
   addContrastOption(*command, options->contrast)->needs(laser);
+  addLaserColorOption(*command, options->laserColor)->needs(laser);
   command->add_option("-o,--out", options->out,
                       "Write the points as .ply, .pcd, .xyz or .obj, or the surface as .stl");
   command->add_option("--preview", options->preview, "Write a shaded picture (or .svg) of the depths");
@@ -419,7 +448,7 @@ void addScanCommand(CLI::App& app) {
       ->delimiter(',')
       ->check(CLI::IsMember(mv::scanFieldNames()))
       ->excludes(laser);
-  addWhiteLevelOption(*command, options->whiteLevel)->excludes(laser);
+  addWhiteLevelOption(*command, options->whiteLevel);
   options->page.addTo(*command);
   addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);
   setWork(

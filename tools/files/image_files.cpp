@@ -17,6 +17,7 @@
 
 #include "tools/commands/size_option.hpp"
 #include "tools/files/input_file.hpp"
+#include "tools/files/named_images.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/files/silence.hpp"
 #include "tools/progress.hpp"
@@ -67,6 +68,11 @@ cv::Mat decoded(std::string const& path, std::vector<unsigned char> const& bytes
     throw failure(path + " is incomplete: the end of the picture is missing");
   }
   cv::Mat image = decodedQuietly(bytes, flags);
+  if (image.empty() && isMosaicTiff(bytes)) {
+    throw failure(
+        path + " holds the raw pixels of a colour sensor (a Bayer mosaic): make a grey or a colour picture "
+               "of it first");
+  }
   if (image.empty()) {
     throw failure(path + " is not a picture that can be read");
   }
@@ -83,7 +89,8 @@ bool isPngWithAlpha(std::vector<unsigned char> const& bytes) {
 
 /// A picture in 8 bits: of deeper ones the upper 8.
 /// @throws Exception also for 16 bits of which hardly more than 12 are used: nearly nothing would be left
-cv::Mat decodedIn8Bits(std::string const& path, int flags) {
+cv::Mat decodedIn8Bits(std::string const& path) {
+  constexpr int flags = cv::IMREAD_GRAYSCALE;
   std::vector<unsigned char> const bytes = readInputFile(path);
   constexpr std::size_t pngDepth = 24; // behind signature, length and name of the first chunk, and the size
   bool const isPng = bytes.size() > pngDepth && bytes[0] == 0x89 && bytes[1] == 'P';
@@ -125,11 +132,7 @@ bool hasPictureEnding(std::filesystem::path const& path) {
 }
 
 cv::Mat readGrayImage(std::string const& path) {
-  return decodedIn8Bits(path, cv::IMREAD_GRAYSCALE);
-}
-
-cv::Mat readLaserImage(std::string const& path) {
-  return decodedIn8Bits(path, cv::IMREAD_ANYCOLOR);
+  return decodedIn8Bits(path);
 }
 
 cv::Mat readImage(std::string const& path) {

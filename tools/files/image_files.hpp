@@ -21,11 +21,6 @@ bool hasPictureEnding(std::filesystem::path const& path);
 ///         no value above 4095, of which the upper 8 bits would hold hardly anything
 cv::Mat readGrayImage(std::string const& path);
 
-/// Reads a picture in 8 bits, as colours (blue, green, red) where it has any: grey would take most of its
-/// light from a blue or a red laser.
-/// @throws Exception as `readGrayImage`
-cv::Mat readLaserImage(std::string const& path);
-
 /// Reads a picture of a projector's or plain light in its full depth: those of 8 bits grey, as
 /// `readGrayImage`; deeper ones in the type they are stored in.
 /// @throws Exception as `readImage`

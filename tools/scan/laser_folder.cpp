@@ -159,11 +159,14 @@ mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& 
   }
   mv::Stage const stage = readStage(folder, motion, files.size() / planes);
   mv::LaserScanResult scan = mv::scanLaser(
-      scanner, files.size(), [&](std::size_t i) { return readLaserImage(files[i].path); }, stage, settings,
+      scanner, files.size(), [&](std::size_t i) { return readImage(files[i].path); }, stage, settings,
       observer);
   if (scan.points == 0) {
     throw failure("None of the " + std::to_string(files.size()) + " images in " + folder +
-                  " shows a laser line");
+                  " shows a laser line" +
+                  (scan.ambiguousImages > 0
+                       ? "; two stripes side by side are in " + std::to_string(scan.ambiguousImages)
+                       : std::string()));
   }
   return scan;
 }
@@ -171,6 +174,10 @@ mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& 
 nlohmann::json scanReport(mv::LaserScanResult const& scan) {
   return {{"images", scan.images},
           {"imagesWithoutLine", scan.emptyImages},
+          {"imagesAmbiguous", scan.ambiguousImages},
+          {"color", scan.color.weights},
+          {"whiteLevel", scan.whiteLevel},
+          {"overexposed", scan.overexposed},
           {"points", scan.points},
           {"times",
            {{"read", scan.readTime}, {"extract", scan.extractTime}, {"triangulate", scan.triangulateTime}}},

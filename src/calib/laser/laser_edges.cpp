@@ -39,32 +39,6 @@ constexpr double roundingVariance = 1.0 / 12;
 /// Indices of the samples of one line, each beside the next.
 using Chain = std::vector<std::size_t>;
 
-std::vector<Chain> chainsOf(std::vector<LaserSample> const& samples) {
-  std::vector<Chain> chains;
-  std::vector<std::size_t> chainOf(samples.size());
-  std::size_t before = 0; // the first sample of the column before, not taken up yet
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    int const line = samples[i].line;
-    ProfilePeak const& peak = samples[i].peak;
-    auto const isBefore = [&](LaserSample const& other) {
-      return other.line < line - 1 ||
-             (other.line == line - 1 && other.peak.place < peak.place - mostStep(peak, other.peak));
-    };
-    while (before < i && isBefore(samples[before])) {
-      ++before;
-    }
-    if (before < i && samples[before].line == line - 1 &&
-        samples[before].peak.place <= peak.place + mostStep(peak, samples[before].peak)) {
-      chainOf[i] = chainOf[before++];
-    } else {
-      chainOf[i] = chains.size();
-      chains.emplace_back();
-    }
-    chains[chainOf[i]].push_back(i);
-  }
-  return chains;
-}
-
 /// The variance of a value's noise, which grows with the light.
 struct NoiseModel {
   double constant = 0;
@@ -216,6 +190,32 @@ void flagGaps(std::vector<Chain> const& chains, std::vector<bool>& flags) {
 }
 
 } // namespace
+
+std::vector<Chain> chainsOf(std::vector<LaserSample> const& samples) {
+  std::vector<Chain> chains;
+  std::vector<std::size_t> chainOf(samples.size());
+  std::size_t before = 0; // the first sample of the column before, not taken up yet
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    int const line = samples[i].line;
+    ProfilePeak const& peak = samples[i].peak;
+    auto const isBefore = [&](LaserSample const& other) {
+      return other.line < line - 1 ||
+             (other.line == line - 1 && other.peak.place < peak.place - mostStep(peak, other.peak));
+    };
+    while (before < i && isBefore(samples[before])) {
+      ++before;
+    }
+    if (before < i && samples[before].line == line - 1 &&
+        samples[before].peak.place <= peak.place + mostStep(peak, samples[before].peak)) {
+      chainOf[i] = chainOf[before++];
+    } else {
+      chainOf[i] = chains.size();
+      chains.emplace_back();
+    }
+    chains[chainOf[i]].push_back(i);
+  }
+  return chains;
+}
 
 std::vector<bool> movedByEdges(std::vector<LaserSample> const& samples) {
   std::vector<bool> flags(samples.size(), false);

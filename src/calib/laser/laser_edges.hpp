@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "calib/laser/laser_profile.hpp"
@@ -13,6 +14,11 @@ struct LaserSample {
   int line;
   ProfilePeak peak;
 };
+
+/// Samples of neighbouring columns (or rows) that follow each other, as indices: pieces of laser line. A gap
+/// of one column ends a piece.
+/// @param samples in the order of their lines and, in each, of their places
+std::vector<std::vector<std::size_t>> chainsOf(std::vector<LaserSample> const& samples);
 
 /// Finds the stripes that an edge of the surface's brightness, or of the surface itself, has moved.
 ///

@@ -12,8 +12,11 @@
 
 #include <opencv2/core.hpp>
 
+#include "calib/laser/full_runs.hpp"
 #include "calib/laser/laser_edges.hpp"
+#include "calib/laser/laser_grey.hpp"
 #include "calib/laser/laser_profile.hpp"
+#include "calib/laser/laser_search.hpp"
 #include "core/error.hpp"
 #include "core/parallel.hpp"
 #include "core/progress.hpp"
@@ -26,6 +29,7 @@ namespace {
 using Direction = LaserLineOptions::Direction;
 
 constexpr char const* stage = "finding laser lines";
+constexpr double fullGrey = 255;
 
 /// Candidates are the highest places of sums over so many pixels: enough to keep most noise from being a
 /// peak, few enough to tell narrow stripes apart.
@@ -202,20 +206,56 @@ void appendBest(std::vector<ProfilePeak> found, int maxPeaks, std::vector<Profil
             [](ProfilePeak const& a, ProfilePeak const& b) { return a.place < b.place; });
 }
 
-/// The brightest channel of every pixel.
-cv::Mat brightest(cv::Mat const& image) {
-  cv::Mat result(image.size(), CV_8U);
-  parallelRows(image.rows, [&](int firstRow, int endRow) {
-    for (int row = firstRow; row < endRow; ++row) {
-      std::uint8_t const* const in = image.ptr(row);
-      std::uint8_t* const out = result.ptr(row);
-      std::ptrdiff_t const cols = image.cols;
-      for (std::ptrdiff_t x = 0; x < cols; ++x) {
-        out[x] = std::max({in[3 * x], in[3 * x + 1], in[3 * x + 2]});
+/// Keeps the best of the peaks of one line, or none: where a stripe is overexposed that cannot be measured
+/// and stands higher, they are not the line's.
+class LineOfPeaks {
+public:
+  explicit LineOfPeaks(LaserLineOptions const& options) : options_(options) {}
+
+  void measure(Profile const& profile, int top) {
+    if (auto const peak = measurePeak(profile, top, options_)) {
+      found_.push_back(*peak);
+    }
+  }
+  void measure(Profile const& profile, FullRun const& run) {
+    Flanks const flanks = measureFlanks(profile, run, options_);
+    if (flanks.peak) {
+      found_.push_back(*flanks.peak);
+    } else {
+      lostContrast_ = std::max(lostContrast_, flanks.contrast);
+    }
+  }
+  /// Appends what is kept, and begins anew.
+  void end(int line, std::vector<LaserSample>& samples) {
+    bool const isBelow = std::all_of(found_.begin(), found_.end(),
+                                     [&](ProfilePeak const& peak) { return peak.contrast < lostContrast_; });
+    if (!found_.empty() && !isBelow) {
+      appendBest(found_, options_.maxPeaks, best_);
+      for (ProfilePeak const& peak : best_) {
+        samples.push_back({line, peak});
       }
     }
-  });
-  return result;
+    found_.clear();
+    lostContrast_ = 0;
+  }
+
+private:
+  LaserLineOptions const& options_;
+  std::vector<ProfilePeak> found_;
+  std::vector<ProfilePeak> best_;
+  double lostContrast_ = 0; ///< of the highest one that could not be measured
+};
+
+Profile profileOf(LaserGrey const& image, int line, bool perColumn) {
+  cv::Mat const& levels = image.levels;
+  auto const step = perColumn ? static_cast<std::ptrdiff_t>(levels.step1()) : 1;
+  int const count = perColumn ? levels.rows : levels.cols;
+  int const row = perColumn ? 0 : line;
+  int const column = perColumn ? line : 0;
+  if (levels.depth() == CV_8U) {
+    return {levels.ptr(row) + column, step, count};
+  }
+  return {nullptr, step, count, levels.ptr<std::uint16_t>(row) + column, image.perGrey};
 }
 
 } // namespace
@@ -235,6 +275,9 @@ void LaserLineOptions::check() const {
           "0 or more and at most maxWidth, " + cv::format("%g", maxWidth));
   require(minContrast > 0, "minContrast", minContrast, "above 0");
   require(maxPeaks >= 1, "maxPeaks", maxPeaks, "1 or more");
+  constexpr int widestOverexposed = 100;
+  require(maxOverexposed >= 0 && maxOverexposed <= widestOverexposed, "maxOverexposed", maxOverexposed,
+          "0 to 100");
 }
 
 std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOptions const& options) {
@@ -251,51 +294,56 @@ std::vector<LaserPeak> extract_laser_peaks(cv::Mat const& image, LaserLineOption
     throw error("Expected an 8-bit image of one or three channels, not " + cv::typeToString(image.type()),
                 "extract_laser_line");
   }
-  cv::Mat const grey = image.channels() == 3 ? brightest(image) : image;
-  bool const perColumn = options.direction == Direction::PerColumn;
-  Progress const progress(observer);
-  auto const candidates = findCandidates(grey, options, progress.part(0.0, 0.5));
+  std::vector<LaserSample> samples =
+      findLaserSamples(laserGrey(image, {}, fullGrey), options, Progress(observer));
+  if (options.dropMoved) {
+    dropMovedSamples(samples);
+  }
+  std::vector<LaserPeak> peaks;
+  for (LaserSample const& sample : samples) {
+    peaks.push_back(peakOf(sample, options.direction));
+  }
+  return peaks;
+}
 
+std::vector<LaserSample> findLaserSamples(LaserGrey const& image, LaserLineOptions const& options,
+                                          Progress const& progress) {
+  bool const perColumn = options.direction == Direction::PerColumn;
+  auto const candidates = findCandidates(image.bytes, options, progress.part(0.0, 0.5));
+  std::vector<FullPlace> full;
+  if (options.maxOverexposed > 0) {
+    full = findFullRuns(image.bytes, perColumn, options.saturation, options.maxSaturated + 1,
+                        options.maxOverexposed);
+  }
+  auto const lineOf = [&](Candidate const& candidate) {
+    return perColumn ? candidate.column : candidate.row;
+  };
   std::vector<LaserSample> samples;
-  std::vector<ProfilePeak> found;
-  std::vector<ProfilePeak> best;
+  LineOfPeaks peaks(options);
   std::size_t lines = 0;
-  for (auto candidate = candidates.begin(); candidate != candidates.end();) {
-    int const line = perColumn ? candidate->column : candidate->row;
-    Profile const profile =
-        perColumn ? Profile{grey.ptr() + line, static_cast<std::ptrdiff_t>(grey.step), grey.rows}
-                  : Profile{grey.ptr(line), 1, grey.cols};
+  auto candidate = candidates.begin();
+  auto place = full.begin();
+  while (candidate != candidates.end() || place != full.end()) {
+    int const line = candidate == candidates.end() ? place->line
+                     : place == full.end()         ? lineOf(*candidate)
+                                                   : std::min(lineOf(*candidate), place->line);
+    Profile const profile = profileOf(image, line, perColumn);
     auto const done = static_cast<std::size_t>(candidate - candidates.begin());
     constexpr std::size_t linesBetweenAskings = 32;
     if (lines++ % linesBetweenAskings == 0) {
-      progress.part(0.5, 1.0).at(stage, static_cast<double>(done) / static_cast<double>(candidates.size()));
+      progress.part(0.5, 1.0).at(stage, static_cast<double>(done) /
+                                            static_cast<double>(std::max<std::size_t>(1, candidates.size())));
     }
-    found.clear();
-    for (; candidate != candidates.end() && (perColumn ? candidate->column : candidate->row) == line;
-         ++candidate) {
-      if (auto const peak = measurePeak(profile, perColumn ? candidate->row : candidate->column, options)) {
-        found.push_back(*peak);
-      }
+    for (; candidate != candidates.end() && lineOf(*candidate) == line; ++candidate) {
+      peaks.measure(profile, perColumn ? candidate->row : candidate->column);
     }
-    appendBest(found, options.maxPeaks, best);
-    for (ProfilePeak const& peak : best) {
-      samples.push_back({line, peak});
+    for (; place != full.end() && place->line == line; ++place) {
+      peaks.measure(profile, place->run);
     }
+    peaks.end(line, samples);
   }
   progress.at(stage, 1.0);
-  std::vector<bool> const isMoved =
-      options.dropMoved ? movedByEdges(samples) : std::vector<bool>(samples.size(), false);
-  std::vector<LaserPeak> peaks;
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    if (!isMoved[i]) {
-      auto const along = static_cast<float>(samples[i].line);
-      ProfilePeak const& peak = samples[i].peak;
-      auto const place = static_cast<float>(peak.place);
-      peaks.push_back({perColumn ? cv::Point2f(along, place) : cv::Point2f(place, along),
-                       static_cast<float>(peak.contrast), static_cast<float>(peak.width)});
-    }
-  }
-  return peaks;
+  return samples;
 }
 
 std::vector<cv::Point2f> extract_laser_line(cv::Mat const& image, LaserLineOptions const& options) {

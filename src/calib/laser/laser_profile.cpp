@@ -12,9 +12,17 @@ namespace vorn::mv {
 
 namespace {
 
+/// Some pixels of a profile in grey levels.
+struct Levels {
+  double const* first;
+  int count;
+
+  double operator[](int i) const { return first[i]; }
+};
+
 /// Grey level after smoothing with (1, 2, 1) / 4: keeps the search from noise and adds 1/2 to the squared
 /// width.
-double smoothed(Profile const& profile, int i) {
+double smoothed(Levels const& profile, int i) {
   return (profile[i - 1] + 2 * profile[i] + profile[i + 1]) / 4.0;
 }
 constexpr double smoothingWidth2 = 0.5;
@@ -37,12 +45,12 @@ struct Stripe {
 };
 
 /// The last pixel for which `smoothed` is defined, in one direction.
-int lastPixel(Profile const& profile, int direction) {
+int lastPixel(Levels const& profile, int direction) {
   return direction > 0 ? profile.count - 2 : 1;
 }
 
 /// The lowest level on one side of the top, within reach of the widest stripe allowed.
-double lowestLevel(Profile const& profile, int top, int direction, int reach) {
+double lowestLevel(Levels const& profile, int top, int direction, int reach) {
   double lowest = smoothed(profile, top);
   for (int i = top, n = 0; n < reach && i != lastPixel(profile, direction); ++n) {
     i += direction;
@@ -52,7 +60,7 @@ double lowestLevel(Profile const& profile, int top, int direction, int reach) {
 }
 
 /// The distance from the top to where the profile falls below a level.
-std::optional<double> distanceToLevel(Profile const& profile, int top, int direction, int reach,
+std::optional<double> distanceToLevel(Levels const& profile, int top, int direction, int reach,
                                       double level) {
   double previous = smoothed(profile, top);
   for (int i = top, n = 0; n < reach && i != lastPixel(profile, direction); ++n) {
@@ -66,7 +74,7 @@ std::optional<double> distanceToLevel(Profile const& profile, int top, int direc
   return std::nullopt;
 }
 
-std::optional<Stripe> findStripe(Profile const& profile, int top, LaserLineOptions const& options) {
+std::optional<Stripe> findStripe(Levels const& profile, int top, LaserLineOptions const& options) {
   int const reach = static_cast<int>(std::ceil(stripeEnd * options.maxWidth));
   Stripe stripe;
   stripe.place = top;
@@ -84,7 +92,7 @@ std::optional<Stripe> findStripe(Profile const& profile, int top, LaserLineOptio
   return stripe;
 }
 
-bool isSaturated(Profile const& profile, Stripe const& stripe, LaserLineOptions const& options) {
+bool isSaturated(Levels const& profile, Stripe const& stripe, LaserLineOptions const& options) {
   int const reach = static_cast<int>(std::ceil(stripeEnd * stripe.width));
   int run = 0;
   int const top = static_cast<int>(std::lround(stripe.place));
@@ -101,7 +109,7 @@ bool isSaturated(Profile const& profile, Stripe const& stripe, LaserLineOptions 
 /// part of a pixel, so that a place between two pixels is not found and lost in turns.
 class Window {
 public:
-  Window(Profile const& profile, double place, double width)
+  Window(Levels const& profile, double place, double width)
       : count_(profile.count), reach_(static_cast<int>(std::ceil(stripeEnd * width))) {
     follow(place);
   }
@@ -122,7 +130,7 @@ private:
 };
 
 /// Newton's method for the place where the correlation with the derivative of a Gaussian is zero.
-std::optional<double> derivativeZero(Profile const& profile, Stripe const& stripe, double width) {
+std::optional<double> derivativeZero(Levels const& profile, Stripe const& stripe, double width) {
   constexpr int rounds = 12;
   constexpr double lastStep = 1e-5;
   double place = stripe.place;
@@ -150,7 +158,7 @@ std::optional<double> derivativeZero(Profile const& profile, Stripe const& strip
 }
 
 /// Gauss and Newton's method for background, height and width of a Gaussian at a known place.
-bool fitShape(Profile const& profile, Stripe& stripe) {
+bool fitShape(Levels const& profile, Stripe& stripe) {
   constexpr int rounds = 3;
   for (int round = 0; round < rounds; ++round) {
     Window const window(profile, stripe.place, stripe.width);
@@ -179,7 +187,7 @@ bool fitShape(Profile const& profile, Stripe& stripe) {
 
 /// The odd parts of what the fit leaves. Hermite functions are orthogonal to each other: neither the fitted
 /// shape nor a small error of the place is in these.
-std::array<double, 2> oddParts(Profile const& profile, Stripe const& stripe) {
+std::array<double, 2> oddParts(Levels const& profile, Stripe const& stripe) {
   Window const window(profile, stripe.place, stripe.width);
   std::array<double, 2> moments{};
   std::array<double, 2> squares{};
@@ -203,7 +211,7 @@ std::array<double, 2> oddParts(Profile const& profile, Stripe const& stripe) {
 }
 
 /// The centre of gravity over a window that follows it, so that the window's ends do not pull it back.
-std::optional<double> centreOfGravity(Profile const& profile, Stripe const& stripe, double width) {
+std::optional<double> centreOfGravity(Levels const& profile, Stripe const& stripe, double width) {
   constexpr int rounds = 20;
   constexpr double lastStep = 1e-4;
   double const reach = 2.5 * width;
@@ -243,15 +251,15 @@ std::optional<ProfilePeak> measurePeak(Profile const& whole, int wholeTop, Laser
   }
   // Every pixel is read many times below, and down a column of an image each would be a row apart.
   constexpr int longestReach = 2 * static_cast<int>(stripeEnd * widestStripe) + 4;
-  std::array<unsigned char, 2 * longestReach + 1> levels;
+  std::array<double, 2 * longestReach + 1> levels;
   int const reach =
       2 * static_cast<int>(std::ceil(stripeEnd * std::max(options.maxWidth, options.width))) + 4;
   int const first = std::max(0, wholeTop - reach);
   int const end = std::min(whole.count, wholeTop + reach + 1);
   for (int i = first; i < end; ++i) {
-    levels[static_cast<std::size_t>(i - first)] = static_cast<unsigned char>(whole[i]);
+    levels[static_cast<std::size_t>(i - first)] = whole[i];
   }
-  Profile const profile{levels.data(), 1, end - first};
+  Levels const profile{levels.data(), end - first};
   int const top = wholeTop - first;
 
   auto stripe = findStripe(profile, top, options);
@@ -279,7 +287,98 @@ std::optional<ProfilePeak> measurePeak(Profile const& whole, int wholeTop, Laser
       stripe->width > options.maxWidth || isSaturated(profile, *stripe, options)) {
     return std::nullopt;
   }
-  return ProfilePeak{first + stripe->place, stripe->contrast, stripe->width, oddParts(profile, *stripe)};
+  double const sigma = std::sqrt(2 * stripe->width / std::sqrt(CV_PI)) / stripe->contrast;
+  return ProfilePeak{first + stripe->place, stripe->contrast, stripe->width, oddParts(profile, *stripe),
+                     sigma};
+}
+
+namespace {
+
+/// Where a flank passes a level, and how steeply: grey levels a pixel.
+struct Crossing {
+  double place;
+  double slope;
+};
+
+/// Walks from a full pixel outwards.
+std::optional<Crossing> crossingOf(Profile const& profile, int full, int direction, int reach, double level) {
+  double before = profile[full];
+  for (int n = 1; n <= reach; ++n) {
+    int const i = full + n * direction;
+    if (i < 0 || i >= profile.count) {
+      return std::nullopt;
+    }
+    double const now = profile[i];
+    if (now < level) {
+      double const slope = before - now;
+      return Crossing{i - direction * (level - now) / slope, slope};
+    }
+    before = now;
+  }
+  return std::nullopt;
+}
+
+/// The lowest level within reach of a full pixel on one side.
+double lowestBeside(Profile const& profile, int full, int direction, int reach) {
+  double lowest = profile[full];
+  for (int n = 1; n <= reach; ++n) {
+    int const i = full + n * direction;
+    if (i < 0 || i >= profile.count) {
+      break;
+    }
+    lowest = std::min(lowest, profile[i]);
+  }
+  return lowest;
+}
+
+} // namespace
+
+Flanks measureFlanks(Profile const& profile, FullRun const& full, LaserLineOptions const& options) {
+  int const reach = static_cast<int>(std::ceil(stripeEnd * options.maxWidth));
+  int const last = full.end - 1;
+  // The higher side counts, so that a step is no stripe.
+  double const background =
+      std::max(lowestBeside(profile, full.first, -1, reach), lowestBeside(profile, last, 1, reach));
+  double const contrast = options.saturation - background;
+  Flanks flanks{contrast, std::nullopt};
+  if (contrast < options.minContrast) {
+    return flanks;
+  }
+  constexpr std::array<double, 3> heights{0.3, 0.5, 0.7};
+  std::array<double, heights.size()> middles{};
+  double variance = 0; // of noise of one grey level
+  double width = 0;
+  for (std::size_t k = 0; k < heights.size(); ++k) {
+    double const level = background + heights[k] * contrast;
+    auto const before = crossingOf(profile, full.first, -1, reach, level);
+    auto const after = crossingOf(profile, last, 1, reach, level);
+    if (!before || !after) {
+      return flanks;
+    }
+    middles[k] = 0.5 * (before->place + after->place);
+    // Neighbouring levels are mostly crossed between the same pixels, whose noise they share.
+    variance +=
+        0.25 * (1 / (before->slope * before->slope) + 1 / (after->slope * after->slope)) / heights.size();
+    width = std::max(width, after->place - before->place);
+  }
+  double place = 0;
+  for (double const middle : middles) {
+    place += middle / static_cast<double>(middles.size());
+  }
+  double const disagreement =
+      *std::max_element(middles.begin(), middles.end()) - *std::min_element(middles.begin(), middles.end());
+  double const length = full.end - full.first;
+  // Light that spreads on one side only comes from an edge or another surface.
+  constexpr double mostShare = 0.1; // of the stripe's width
+  if (disagreement > 0.5 + mostShare * length) {
+    return flanks;
+  }
+  // A flank's blooming and the surface's light differ from side to side by some share of what they spread
+  // over.
+  constexpr double unseen = 0.01;
+  double const sigma = std::sqrt(variance + disagreement * disagreement + unseen * unseen * length * length);
+  flanks.peak = ProfilePeak{place, contrast, width / (2 * halfHeight), {}, sigma, true};
+  return flanks;
 }
 
 } // namespace vorn::mv

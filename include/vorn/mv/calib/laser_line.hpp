@@ -53,6 +53,10 @@ struct LaserLineOptions {
   /// edge that follows about half of the line or more, within two degrees of it, is not found out: it looks
   /// like a laser that is asymmetric itself.
   bool dropMoved = true;
+  /// Stripes with more saturated pixels in a row than `maxSaturated`, up to this many (at most 100), are
+  /// measured by their flanks, where the profile is not full; a column with one whose flanks do not tell has
+  /// no stripe. 0 drops them like all others that are saturated.
+  int maxOverexposed = 0;
 
   /// @throws Exception that names the option, its value and the bound
   VORN_API void check() const;
@@ -63,6 +67,10 @@ struct LaserPeak {
   cv::Point2f point;  ///< pixels; sub-pixel across the line, whole along it
   float contrast = 0; ///< height above the background, in grey levels
   float width = 0;    ///< standard deviation of the profile, in pixels
+  /// Standard deviation of the place, in pixels, that noise of one grey level gives; of an overexposed stripe
+  /// with what its flanks disagree by.
+  float sigma = 0;
+  bool isOverexposed = false; ///< measured by its flanks
 };
 
 /// The peaks of a laser line, column by column (or row by row), each column's in the order of their places.

@@ -15,6 +15,7 @@
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
 #include <vorn/mv/calib/diagnosis.hpp>
+#include <vorn/mv/calib/laser_color.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/target_description.hpp>
 #include <vorn/mv/scanner/next_view.hpp>
@@ -42,7 +43,7 @@ struct CalibrationSettings {
   /// The projector's pixels; empty to take them from the decoded images.
   cv::Size projector;
   /// How laser lines are looked for; their direction is found.
-  LaserLineOptions line;
+  LaserLineOptions line = overexposedToo();
   /// A view whose reprojection error exceeds that of the middle view by more than this factor is left out,
   /// and the rest is calibrated once more. 1 or more; infinity keeps every view.
   double outlierRatio = 3.0;
@@ -64,9 +65,11 @@ struct CalibrationSettings {
   /// Whether views are refused in which a device was moved, or its focus changed, from one view to the next:
   /// no calibration holds for them all. Otherwise it only stands among the findings.
   bool isRefused = true;
-  /// The level at which the camera's pixels are full, in the levels of the images of a projector's light; 0
-  /// to find it, as `ScanSettings::whiteLevel`.
+  /// The level at which the camera's pixels are full, in the levels of the images of a projector's light or a
+  /// laser's; 0 to find it, as `ScanSettings::whiteLevel`.
   double whiteLevel = 0.0;
+  /// What of colour images of laser lines counts; none to find it in each view, by `findLaserColor`.
+  std::optional<LaserColor> laserColor;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;

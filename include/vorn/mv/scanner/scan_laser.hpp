@@ -4,12 +4,14 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include <opencv2/core/mat.hpp>
 #include <opencv2/core/matx.hpp>
 
 #include <vorn/core/export.hpp>
+#include <vorn/mv/calib/laser_color.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
@@ -32,8 +34,14 @@ struct Stage {
 
 /// What a laser scan is done with.
 struct LaserScanSettings {
-  /// How the lines are looked for; the direction is taken from the laser planes.
-  LaserLineOptions line;
+  /// How the lines are looked for; the direction is taken from the laser planes, and of each image one line
+  /// counts, whatever `maxPeaks` says.
+  LaserLineOptions line = overexposedToo();
+  /// What of colour images counts; none to find it in some of them, by `findLaserColor`.
+  std::optional<LaserColor> color;
+  /// The level at which the camera's pixels are full, in the images' levels; 0 to find it, as
+  /// `ScanSettings::whiteLevel`. Grey levels in `line` are those of 8 bits, 255 being this level.
+  double whiteLevel = 0.0;
 
   /// @throws Exception that names the setting, its value and the bound
   VORN_API void check() const;
@@ -49,6 +57,14 @@ struct LaserScanResult {
   double readTime = 0.0;        ///< ms of all threads, to get the images
   double extractTime = 0.0;     ///< ms of all threads, to find the lines
   double triangulateTime = 0.0; ///< ms of all threads
+  LaserColor color;             ///< `LaserScanSettings::color`, or what was found
+  double whiteLevel = 0.0;      ///< `LaserScanSettings::whiteLevel`, or what was found
+  /// Images that were refused, of the empty ones: in which two stripes ran side by side.
+  std::size_t ambiguousImages = 0;
+  std::size_t overexposed = 0; ///< stripes that were measured by their flanks
+  /// Standard deviation of each point's place in its image that noise of one grey level gives, pixels, in the
+  /// order of the cloud; see `LaserPeak::sigma`.
+  std::vector<float> sigma;
 };
 
 /// From images of laser lines and the motion of a stage to a cloud. Images are worked on in parallel, with
