@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/scanner/scan.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "calib/undistorted_map.hpp"
