@@ -90,10 +90,10 @@ void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float 
   }
 }
 
-} // namespace
+// Choices at load time are seen from outside the library, unless nothing outside this file knows them.
 
 VORN_TARGET_CLONES
-void phaseInTurns(float const* phase, int n, float* __restrict turns) {
+void phaseInTurnsCloned(float const* phase, int n, float* __restrict turns) {
   constexpr float perTurn = 1.0F / twoPiFloat;
   for (int x = 0; x < n; ++x) {
     turns[x] = phase[x] * perTurn;
@@ -101,8 +101,8 @@ void phaseInTurns(float const* phase, int n, float* __restrict turns) {
 }
 
 VORN_TARGET_CLONES
-void phaseSigma(ShortFloat const* precision, uchar const* level, LevelTable const& noiseInTurns, int n,
-                float* __restrict sigma) {
+void phaseSigmaCloned(ShortFloat const* precision, uchar const* level, LevelTable const& noiseInTurns, int n,
+                      float* __restrict sigma) {
   float const* const noise = noiseInTurns.data();
   for (int x = 0; x < n; ++x) {
     sigma[x] = noise[static_cast<int>(level[x])] / std::max(fromShortFloat(precision[x]), 1e-6F);
@@ -110,7 +110,7 @@ void phaseSigma(ShortFloat const* precision, uchar const* level, LevelTable cons
 }
 
 VORN_TARGET_CLONES
-void byLevel(uchar const* level, LevelTable const& table, int n, float* __restrict out) {
+void byLevelCloned(uchar const* level, LevelTable const& table, int n, float* __restrict out) {
   float const* const values = table.data();
   for (int x = 0; x < n; ++x) {
     out[x] = values[static_cast<int>(level[x])];
@@ -118,8 +118,8 @@ void byLevel(uchar const* level, LevelTable const& table, int n, float* __restri
 }
 
 VORN_TARGET_CLONES
-void closeRow(float const* phase, ShortFloat const* precision, float leastPrecision, int n,
-              int* __restrict state) {
+void closeRowCloned(float const* phase, ShortFloat const* precision, float leastPrecision, int n,
+                    int* __restrict state) {
   for (int x = 0; x < n; ++x) {
     float const own = fromShortFloat(precision[x]);
     int const before = state[x];
@@ -130,25 +130,9 @@ void closeRow(float const* phase, ShortFloat const* precision, float leastPrecis
   }
 }
 
-void placeRow(CodeWord const& code, WordRow const& words, float const* certain, int n, PlaceRow const& out) {
-  CodeWord::Stripes const stripes = code.stripes();
-  switch (stripes.code) {
-  case BitCode::Gray:
-    readGray(words, n, out.kind, out.other);
-    break;
-  case BitCode::Xor:
-    readXor(words, stripes.flipped, n, out.kind, out.other);
-    break;
-  case BitCode::Binary:
-    readBinary(words, n, out.kind, out.other);
-    break;
-  }
-  placeStripes(stripes, words, certain, n, out);
-}
-
 VORN_TARGET_CLONES
-void ordersOfPlaces(FringeRow const& fringe, PlaceRow const& places, PlaceLimits const& limits, int n,
-                    int* __restrict isFound, float* __restrict coordinate, float* __restrict order) {
+void ordersOfPlacesCloned(FringeRow const& fringe, PlaceRow const& places, PlaceLimits const& limits, int n,
+                          int* __restrict isFound, float* __restrict coordinate, float* __restrict order) {
   FringeRow const own = fringe;
   PlaceLimits const within = limits;
   int const* const kind = places.kind;
@@ -168,8 +152,8 @@ void ordersOfPlaces(FringeRow const& fringe, PlaceRow const& places, PlaceLimits
 }
 
 VORN_TARGET_CLONES
-void ordersOfFiner(FringeRow const& fringe, float mostRest, int n, int* __restrict isFound,
-                   float* __restrict coordinate, float* __restrict order) {
+void ordersOfFinerCloned(FringeRow const& fringe, float mostRest, int n, int* __restrict isFound,
+                         float* __restrict coordinate, float* __restrict order) {
   FringeRow const own = fringe;
   for (int x = 0; x < n; ++x) {
     float const exact = coordinate[x] / own.period - own.turns[x];
@@ -181,7 +165,7 @@ void ordersOfFiner(FringeRow const& fringe, float mostRest, int n, int* __restri
 }
 
 VORN_TARGET_CLONES
-void startMean(FringeRow const& finest, int n, float* __restrict ownSigma, MeanRow const& mean) {
+void startMeanCloned(FringeRow const& finest, int n, float* __restrict ownSigma, MeanRow const& mean) {
   FringeRow const own = finest;
   float* __restrict const weights = mean.weights;
   float* __restrict const shifts = mean.shifts;
@@ -195,7 +179,7 @@ void startMean(FringeRow const& finest, int n, float* __restrict ownSigma, MeanR
 }
 
 VORN_TARGET_CLONES
-void addToMean(FringeRow const& fringe, float tolerance, int n, MeanRow const& mean) {
+void addToMeanCloned(FringeRow const& fringe, float tolerance, int n, MeanRow const& mean) {
   constexpr float deviations = 6.0F;
   FringeRow const own = fringe;
   float const* const coordinate = mean.coordinate;
@@ -215,6 +199,59 @@ void addToMean(FringeRow const& fringe, float tolerance, int n, MeanRow const& m
     shifts[x] += weight * rest;
     isContradicted[x] |= isFar ? 1 : 0;
   }
+}
+
+} // namespace
+
+void phaseInTurns(float const* phase, int n, float* turns) {
+  phaseInTurnsCloned(phase, n, turns);
+}
+
+void phaseSigma(ShortFloat const* precision, uchar const* level, LevelTable const& noiseInTurns, int n,
+                float* sigma) {
+  phaseSigmaCloned(precision, level, noiseInTurns, n, sigma);
+}
+
+void byLevel(uchar const* level, LevelTable const& table, int n, float* out) {
+  byLevelCloned(level, table, n, out);
+}
+
+void closeRow(float const* phase, ShortFloat const* precision, float leastPrecision, int n, int* state) {
+  closeRowCloned(phase, precision, leastPrecision, n, state);
+}
+
+void placeRow(CodeWord const& code, WordRow const& words, float const* certain, int n, PlaceRow const& out) {
+  CodeWord::Stripes const stripes = code.stripes();
+  switch (stripes.code) {
+  case BitCode::Gray:
+    readGray(words, n, out.kind, out.other);
+    break;
+  case BitCode::Xor:
+    readXor(words, stripes.flipped, n, out.kind, out.other);
+    break;
+  case BitCode::Binary:
+    readBinary(words, n, out.kind, out.other);
+    break;
+  }
+  placeStripes(stripes, words, certain, n, out);
+}
+
+void ordersOfPlaces(FringeRow const& fringe, PlaceRow const& places, PlaceLimits const& limits, int n,
+                    int* isFound, float* coordinate, float* order) {
+  ordersOfPlacesCloned(fringe, places, limits, n, isFound, coordinate, order);
+}
+
+void ordersOfFiner(FringeRow const& fringe, float mostRest, int n, int* isFound, float* coordinate,
+                   float* order) {
+  ordersOfFinerCloned(fringe, mostRest, n, isFound, coordinate, order);
+}
+
+void startMean(FringeRow const& finest, int n, float* ownSigma, MeanRow const& mean) {
+  startMeanCloned(finest, n, ownSigma, mean);
+}
+
+void addToMean(FringeRow const& fringe, float tolerance, int n, MeanRow const& mean) {
+  addToMeanCloned(fringe, tolerance, n, mean);
 }
 
 } // namespace vorn::mv::sl
