@@ -59,7 +59,7 @@ cd "$work"
 touch "a cloud.ply"
 expect "scan" vorn-mv sc
 expect "scan" vorn-mv --verbose sc
-expect "--calib --contrast" vorn-mv scan folder --c
+expect "--calib --columns --contrast" vorn-mv scan folder --c
 expect "a cloud.ply" vorn-mv filter a
 expect "a cloud.ply" vorn-mv scan folder --out a
 expect "" vorn-mv target --pitch a

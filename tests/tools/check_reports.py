@@ -176,7 +176,7 @@ def check_all(folder):
     check("demo", "--out", folder / "demo", "--divisor", 2, "--true-calibration")
 
     laser = folder / "laser"
-    run("simulate", laser, "--laser", "--divisor", 8, "--no-calib")
+    run("simulate", laser, "--laser", "--divisor", 4, "--no-calib")
     lines = pictures(laser / "scan", "line_*", "stage.json") + [laser / "laser_truth.json"]
     check("scan", laser / "scan", "--laser", "--calib", laser / "laser_truth.json", inputs=lines)
 
