@@ -18,7 +18,8 @@ inline void requireSensorFrame(PointCloud const& view, std::size_t number, char 
   if (offset != cv::Vec3d()) {
     std::ostringstream text;
     text << "View " << number << " has coordinates about (" << offset[0] << ", " << offset[1] << ", "
-         << offset[2] << "), far from the sensor that saw it: views are wanted in the frames of their sensors, or "
+         << offset[2]
+         << "), far from the sensor that saw it: views are wanted in the frames of their sensors, or "
          << "near them, with an offset of zero";
     throw error(text.str(), function);
   }

@@ -78,9 +78,10 @@ struct Fusion {
 ///
 /// The result does not depend on the number of threads. Working memory: about 75 bytes a point of all views.
 /// @param views at most 255
-/// @throws Exception for no view, more than 255, a view with fewer than three distinct points or with an offset
-///         (its sensor's place is unknown then), a transform that is no rigid motion, a setting out of its range, a field "sigma" with values that are not above 0,
-///         and when nothing can be joined
+/// @throws Exception for no view, more than 255, a view with fewer than three distinct points or with an
+/// offset
+///         (its sensor's place is unknown then), a transform that is no rigid motion, a setting out of its
+///         range, a field "sigma" with values that are not above 0, and when nothing can be joined
 /// @throws Cancelled when stopped by the observer
 VORN_API Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings = {},
                      Observer* observer = nullptr);
