@@ -10,7 +10,7 @@ source=$(cd "$(dirname "$0")/consumer" && pwd)
 rm -rf "$work/prefix" "$work/consumer"
 cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
 
-cmake -S "$source" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$compiler" \
+cmake -G Ninja -S "$source" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_COMPILER="$compiler" \
       > "$work/configure.log"
 cmake --build "$work/consumer" > "$work/build.log" || { cat "$work/build.log"; exit 1; }
 "$work/consumer/consumer"
