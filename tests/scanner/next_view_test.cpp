@@ -77,13 +77,18 @@ double trueRigid2(AdjustmentRig const& rig, Adjustment const& adjustment,
 
 class NextBestView : public ::testing::Test {
 protected:
-  void SetUp() override { Library::init(); }
+  NextBestView() {
+    Library::init();
+    views = rig.views(viewCount);
+    adjustment = adjusted(rig, views);
+  }
+
+  AdjustmentRig const rig = noisyRig();
+  std::vector<AdjustmentView> views;
+  Adjustment adjustment;
 };
 
 TEST_F(NextBestView, ForetellsWhatAnAdjustmentWithItPredicts) {
-  AdjustmentRig const rig = noisyRig();
-  std::vector<AdjustmentView> const views = rig.views(viewCount);
-  Adjustment const adjustment = adjusted(rig, views);
   WorkingVolume const volume = workingVolume(adjustment, views);
   NextView const next = nextBestView(adjustment, views);
   PredictedError const before = predictionOf(adjustment, volume);
@@ -105,9 +110,6 @@ TEST_F(NextBestView, ForetellsWhatAnAdjustmentWithItPredicts) {
 }
 
 TEST_F(NextBestView, GainsMoreThanRandomViewsAndAsMuchAsForetold) {
-  AdjustmentRig const rig = noisyRig();
-  std::vector<AdjustmentView> const views = rig.views(viewCount);
-  Adjustment const adjustment = adjusted(rig, views);
   WorkingVolume const volume = workingVolume(adjustment, views);
   NextView const next = nextBestView(adjustment, views);
   ASSERT_LT(next.after.rigid, 0.8 * next.before.rigid);
@@ -140,24 +142,21 @@ TEST_F(NextBestView, GainsMoreThanRandomViewsAndAsMuchAsForetold) {
 
 // The bow of a target takes a part of what views tell, before and with the next one.
 TEST_F(NextBestView, CountsTheShapeOfABentTargetAsUnknown) {
-  AdjustmentRig rig = noisyRig();
-  rig.deviation = [](cv::Vec2d const& dot) { return cv::Vec3d(0, 0, 0.6 * dot[0] * dot[0] / 1e4); };
-  std::vector<AdjustmentView> const views = rig.views(viewCount);
-  Adjustment const adjustment = adjusted(rig, views, AdjustmentSettings::Shape::Smooth);
-  WorkingVolume const volume = workingVolume(adjustment, views);
-  NextView const next = nextBestView(adjustment, views);
-  EXPECT_NEAR(next.before.rigid, predictionOf(adjustment, volume).rigid, 1e-6 * next.before.rigid);
+  AdjustmentRig bentRig = noisyRig();
+  bentRig.deviation = [](cv::Vec2d const& dot) { return cv::Vec3d(0, 0, 0.6 * dot[0] * dot[0] / 1e4); };
+  std::vector<AdjustmentView> const bentViews = bentRig.views(viewCount);
+  Adjustment const bentAdjustment = adjusted(bentRig, bentViews, AdjustmentSettings::Shape::Smooth);
+  WorkingVolume const volume = workingVolume(bentAdjustment, bentViews);
+  NextView const next = nextBestView(bentAdjustment, bentViews);
+  EXPECT_NEAR(next.before.rigid, predictionOf(bentAdjustment, volume).rigid, 1e-6 * next.before.rigid);
   Adjustment const whole =
-      adjusted(rig, viewsWith(rig, next.cam_from_target, 1), AdjustmentSettings::Shape::Smooth);
-  double const noise = whole.noise.camera0 / adjustment.noise.camera0;
+      adjusted(bentRig, viewsWith(bentRig, next.cam_from_target, 1), AdjustmentSettings::Shape::Smooth);
+  double const noise = whole.noise.camera0 / bentAdjustment.noise.camera0;
   double const after = predictionOf(whole, volume).rigid;
   EXPECT_NEAR(next.after.rigid * noise, after, 0.08 * after);
 }
 
 TEST_F(NextBestView, StaysWhereBothSeeTheTarget) {
-  AdjustmentRig const rig = noisyRig();
-  std::vector<AdjustmentView> const views = rig.views(viewCount);
-  Adjustment const adjustment = adjusted(rig, views);
   NextViewSettings settings;
   settings.volume = {480, 520};
   settings.greatestTilt = 20;
@@ -180,9 +179,6 @@ TEST_F(NextBestView, StaysWhereBothSeeTheTarget) {
 }
 
 TEST_F(NextBestView, RefusesWhatCannotBe) {
-  AdjustmentRig const rig = noisyRig();
-  std::vector<AdjustmentView> const views = rig.views(viewCount);
-  Adjustment const adjustment = adjusted(rig, views);
   auto const refused = [&](NextViewSettings const& settings, char const* word) {
     vorn::test::expectError([&] { (void)nextBestView(adjustment, views, settings); }, word);
   };
