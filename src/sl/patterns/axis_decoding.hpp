@@ -75,6 +75,9 @@ private:
   FringeRow fringeRow(Room const& room, std::size_t fringe) const;
   void decideRow(int row, Room& room, ScanMaps& maps);
   void closeStates(int row, Room& room) const;
+  /// Where the bits of a row say that its pixels are.
+  /// @param certain by level, what makes a bit certain
+  PlaceRow placesOfRow(int row, LevelTable const& certain, Room& room) const;
   void ordersByCode(int row, Room& room) const;
   void ordersBySearch(Room& room) const;
   void finishRow(int row, Room& room, ScanMaps& maps, AxisResult& result);

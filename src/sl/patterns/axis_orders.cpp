@@ -101,13 +101,19 @@ void AxisDecoding::closeStates(int row, Room& room) const {
   }
 }
 
-/// From the stripe to the fringe that is at least as wide, and from there to ever finer ones.
-void AxisDecoding::ordersByCode(int row, Room& room) const {
+PlaceRow AxisDecoding::placesOfRow(int row, LevelTable const& certain, Room& room) const {
   FringeMaps const& finest = reading_.fringe(fringes_[0].index);
   int const n = finest.level.cols;
   PlaceRow const places = room.places();
-  byLevel(finest.level[row], certainOfLit_, n, room.certain.data());
+  byLevel(finest.level[row], certain, n, room.certain.data());
   placeRow(words_[0], room.code.row, room.certain.data(), n, places);
+  return places;
+}
+
+/// From the stripe to the fringe that is at least as wide, and from there to ever finer ones.
+void AxisDecoding::ordersByCode(int row, Room& room) const {
+  PlaceRow const places = placesOfRow(row, certainOfLit_, room);
+  auto const n = static_cast<int>(room.certain.size());
   // What blur does to the edges of stripes is some tenths of a projector pixel.
   constexpr float mostGuard = 0.1F;
   constexpr float beyondEdge = 0.2F;
@@ -162,11 +168,8 @@ void AxisDecoding::decideRow(int row, Room& room, ScanMaps& maps) {
 
 /// Pixels that took their orders from neighbours, though their own bits say something else.
 void AxisDecoding::dropContradicted(int row, uchar const* state, Room& room) const {
-  FringeMaps const& finest = reading_.fringe(fringes_[0].index);
-  int const n = finest.level.cols;
-  PlaceRow const places = room.places();
-  byLevel(finest.level[row], certainOfMean_, n, room.certain.data());
-  placeRow(words_[0], room.code.row, room.certain.data(), n, places);
+  placesOfRow(row, certainOfMean_, room);
+  auto const n = static_cast<int>(room.certain.size());
   constexpr float beyondEdge = 0.25F;
   float const widest = std::max(words_[0].cell(), fringes_[0].period);
   float const limit = 0.5F * words_[0].cell() + beyondEdge * widest;

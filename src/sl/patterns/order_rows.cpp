@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "core/nearest_whole.hpp"
 #include "core/pi.hpp"
 #include "core/simd.hpp"
 #include "sl/decode/pixel_state.hpp"
@@ -12,12 +13,6 @@
 namespace vorn::mv::sl {
 
 namespace {
-
-/// Adding and taking off a number of 24 bits rounds.
-VORN_ALWAYS_INLINE float nearest(float value) {
-  constexpr float rounder = 12582912.0F;
-  return (value + rounder) - rounder;
-}
 
 VORN_ALWAYS_INLINE std::uint32_t numberOfGray(std::uint32_t word) {
   word ^= word >> 16U;
@@ -139,7 +134,7 @@ void ordersOfPlacesCloned(FringeRow const& fringe, PlaceRow const& places, Place
   int const* const lean = places.lean;
   float const* const position = places.position;
   for (int x = 0; x < n; ++x) {
-    float const whole = nearest(position[x] / own.period - own.turns[x]);
+    float const whole = nearestWhole(position[x] / own.period - own.turns[x]);
     coordinate[x] = own.period * (own.turns[x] + whole);
     order[x] = whole;
     float const reach = within.reach - 3.0F * own.period * own.sigma[x];
@@ -157,7 +152,7 @@ void ordersOfFinerCloned(FringeRow const& fringe, float mostRest, int n, int* __
   FringeRow const own = fringe;
   for (int x = 0; x < n; ++x) {
     float const exact = coordinate[x] / own.period - own.turns[x];
-    float const whole = nearest(exact);
+    float const whole = nearestWhole(exact);
     isFound[x] = std::fabs(exact - whole) <= mostRest ? isFound[x] : 0;
     coordinate[x] = own.period * (own.turns[x] + whole);
     order[x] = whole;
@@ -190,7 +185,7 @@ void addToMeanCloned(FringeRow const& fringe, float tolerance, int n, MeanRow co
   VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const exact = coordinate[x] / own.period - own.turns[x];
-    float const rest = own.period * (nearest(exact) - exact);
+    float const rest = own.period * (nearestWhole(exact) - exact);
     float const ofFringe = own.period * own.sigma[x];
     float const limit = deviations * std::sqrt(finest[x] * finest[x] + ofFringe * ofFringe) + tolerance;
     bool const isFar = std::fabs(rest) > limit;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 
+#include "core/nearest_whole.hpp"
 #include "core/simd.hpp"
 
 namespace vorn::mv::sl {
@@ -22,8 +23,6 @@ constexpr float mostCost = 100.0F;
 /// Pixels that are looked at together, in a few registers.
 constexpr int chunk = 32;
 
-/// Adding and taking off a number of 24 bits rounds.
-constexpr float rounder = 12582912.0F;
 /// Whole numbers may be off by rounding.
 constexpr float nearlyHalf = 0.499F;
 
@@ -76,11 +75,11 @@ void prepare(SampleRow const& finest, SampleRow const& own, Other const& other, 
 
 /// The smallest whole number from here on, or the one before that where rounding may matter.
 VORN_ALWAYS_INLINE float upwards(float value) {
-  return (value + nearlyHalf + rounder) - rounder;
+  return nearestWhole(value + nearlyHalf);
 }
 
 VORN_ALWAYS_INLINE float downwards(float value) {
-  return (value - nearlyHalf + rounder) - rounder;
+  return nearestWhole(value - nearlyHalf);
 }
 
 /// Leaves of the orders from `least` to `most` those that cost little enough by this fringe alone, and what
@@ -117,7 +116,7 @@ void addCost(OtherRow const& row, float perOrder, float const* order, int n, flo
   float const* const weight = row.weight.data();
   for (int x = 0; x < n; ++x) {
     float const d = order[x] * perOrder + base[x];
-    float const rest = d - ((d + rounder) - rounder);
+    float const rest = d - nearestWhole(d);
     cost[x] += weight[x] * rest * rest;
   }
 }
