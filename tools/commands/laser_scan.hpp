@@ -1,0 +1,14 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "tools/commands/scan_options.hpp"
+#include "tools/report/report.hpp"
+
+namespace vorn::tools {
+
+/// The scan of a laser line: reads, scans, writes and reports.
+/// @throws Exception for inputs and outputs that do not fit, and for a scan without a point
+void runLaserScan(ScanOptions const& options, Report& report);
+
+} // namespace vorn::tools
