@@ -34,12 +34,19 @@ Device::Device(cv::Point2d const& focal, cv::Point2d const& centre, std::array<d
   maxSquaredRadius_ = growthLimit(distortion, widestSquaredRadius);
 }
 
+Device Device::withPrism(cv::Vec4d const& prism) const {
+  Device device = *this;
+  device.prism_ = prism;
+  return device;
+}
+
 cv::Point2d Device::distort(cv::Point2d const& n) const {
   auto const& [k1, k2, p1, p2, k3] = distortion_;
   double const r2 = n.x * n.x + n.y * n.y;
   double const radial = 1.0 + r2 * (k1 + r2 * (k2 + r2 * k3));
-  return {n.x * radial + 2.0 * p1 * n.x * n.y + p2 * (r2 + 2.0 * n.x * n.x),
-          n.y * radial + p1 * (r2 + 2.0 * n.y * n.y) + 2.0 * p2 * n.x * n.y};
+  return {
+      n.x * radial + 2.0 * p1 * n.x * n.y + p2 * (r2 + 2.0 * n.x * n.x) + r2 * (prism_[0] + r2 * prism_[1]),
+      n.y * radial + p1 * (r2 + 2.0 * n.y * n.y) + 2.0 * p2 * n.x * n.y + r2 * (prism_[2] + r2 * prism_[3])};
 }
 
 std::optional<cv::Point2d> Device::project(cv::Vec3d const& x) const {
@@ -68,12 +75,17 @@ cv::Vec3d Device::ray(cv::Point2d const& pixel) const {
     double const r2 = n.x * n.x + n.y * n.y;
     double const radial = 1.0 + r2 * (k1 + r2 * (k2 + r2 * k3));
     double const slope = 2.0 * (k1 + r2 * (2.0 * k2 + r2 * 3.0 * k3));
-    double const xx = radial + n.x * n.x * slope + 2.0 * p1 * n.y + 6.0 * p2 * n.x;
-    double const xy = n.x * n.y * slope + 2.0 * p1 * n.x + 2.0 * p2 * n.y;
-    double const yy = radial + n.y * n.y * slope + 6.0 * p1 * n.y + 2.0 * p2 * n.x;
-    double const determinant = xx * yy - xy * xy;
+    // Of the prism terms, by r2.
+    double const prismX = prism_[0] + 2.0 * r2 * prism_[1];
+    double const prismY = prism_[2] + 2.0 * r2 * prism_[3];
+    double const mixed = n.x * n.y * slope + 2.0 * p1 * n.x + 2.0 * p2 * n.y;
+    double const xx = radial + n.x * n.x * slope + 2.0 * p1 * n.y + 6.0 * p2 * n.x + 2.0 * n.x * prismX;
+    double const xy = mixed + 2.0 * n.y * prismX;
+    double const yx = mixed + 2.0 * n.x * prismY;
+    double const yy = radial + n.y * n.y * slope + 6.0 * p1 * n.y + 2.0 * p2 * n.x + 2.0 * n.y * prismY;
+    double const determinant = xx * yy - xy * yx;
     cv::Point2d const step((yy * miss.x - xy * miss.y) / determinant,
-                           (xx * miss.y - xy * miss.x) / determinant);
+                           (xx * miss.y - yx * miss.x) / determinant);
     n -= step;
     if (step.dot(step) < converged) {
       break;

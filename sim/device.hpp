@@ -24,9 +24,14 @@ public:
   Device(cv::Point2d const& focal, cv::Point2d const& centre, std::array<double, 5> const& distortion,
          cv::Size const& resolution);
 
+  /// The same device with thin prism terms s1, s2, s3, s4, by which x and y move by s1 r^2 + s2 r^4 and s3
+  /// r^2 + s4 r^4.
+  Device withPrism(cv::Vec4d const& prism) const;
+
   cv::Point2d focal() const { return focal_; }
   cv::Point2d centre() const { return centre_; }
   std::array<double, 5> const& distortion() const { return distortion_; }
+  cv::Vec4d const& prism() const { return prism_; }
   cv::Size resolution() const { return resolution_; }
 
   /// The 3 x 3 camera matrix.
@@ -51,6 +56,7 @@ private:
   cv::Point2d focal_ = {1, 1};
   cv::Point2d centre_;
   std::array<double, 5> distortion_ = {};
+  cv::Vec4d prism_;
   cv::Size resolution_;
   double maxSquaredRadius_ = 0;
 };

@@ -168,15 +168,35 @@ void writeScanFolder(std::string const& folder, Rig const& rig, Scene const& sce
 
 void writeCalibrationFolder(std::string const& folder, Rig const& rig, Target const& target,
                             std::vector<Pose> const& world_from_targets, FolderOptions const& options) {
-  Patterns const patterns(rig.projector, options);
-  writeViews(folder, target, world_from_targets, options,
-             [&](FolderWriter const& out, Pose const& world_from_target, Scene const& scene, int image) {
-               ProjectorView const view(rig.camera, rig.projector, scene, options.render);
-               out.image("target.png", view.capture({whitePattern(rig.projector)}, image)[0]);
-               writeStacks(out, view, patterns, image + 1);
-               return viewJson(rig.camera.cam_from_world * world_from_target,
-                               dotTruth(target, world_from_target, rig.camera, &rig.projector));
-             });
+  writeCalibrationFolder(folder, plannedCampaign(rig, target, world_from_targets), {}, options);
+}
+
+void writeCalibrationFolder(std::string const& folder, Campaign const& campaign,
+                            std::vector<Fault> const& faults, FolderOptions const& options) {
+  FolderWriter const out(folder);
+  Steps steps(options, static_cast<int>(campaign.views.size()));
+  json poses = json::array();
+  Patterns const patterns(campaign.scanRig.projector, options);
+  int number = 0;
+  for (PlannedView const& view : campaign.views) {
+    FolderWriter const pose = out.inside(numbered("pose", number));
+    ViewImages const images =
+        taken(view, patterns.columns, patterns.rows, imagesPerView * ++number, options.render);
+    pose.image("target.png", images.target);
+    pose.images("columns", images.columns);
+    pose.images("rows", images.rows);
+    poses.push_back(viewJson(view.rig.camera.cam_from_world * view.atTarget,
+                             dotTruth(view.target, view.atTarget, view.rig.camera, &view.rig.projector)));
+    steps.done();
+  }
+  if (options.truth) {
+    json truth{{"poses", std::move(poses)}};
+    for (Fault const& fault : faults) {
+      truth["faults"].push_back(
+          {{"name", fault.kind.name}, {"strength", fault.strength}, {"view", firstSpoiled(fault, number)}});
+    }
+    out.json("truth_points.json", truth);
+  }
 }
 
 void writeStereoFolder(std::string const& folder, StereoRig const& rig, Target const& target,

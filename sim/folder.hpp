@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/faults.hpp"
 #include "sim/render.hpp"
 #include "sim/rig.hpp"
 #include "sim/scene.hpp"
@@ -48,6 +49,12 @@ void writeScanFolder(std::string const& folder, Rig const& rig, Scene const& sce
 /// pattern, xyz, camera, projector.
 void writeCalibrationFolder(std::string const& folder, Rig const& rig, Target const& target,
                             std::vector<Pose> const& world_from_targets, FolderOptions const& options = {});
+
+/// The same with what goes wrong in it. Images of a mirrored device are mirrored, where truth_points.json
+/// says where the dots truly are; "faults" in it names what was done.
+/// @param faults that the campaign was spoiled by
+void writeCalibrationFolder(std::string const& folder, Campaign const& campaign,
+                            std::vector<Fault> const& faults, FolderOptions const& options = {});
 
 /// Target views of two cameras: pose_00/target.png, pose_00/target_1.png, and truth_points.json with "camera"
 /// and "camera_1".

@@ -19,13 +19,17 @@ double noiseSigma(Sensor const& sensor, double grey) {
 cv::Mat readOut(Sensor const& sensor, cv::Mat const& grey, int imageNumber) {
   cv::Mat image(grey.size(), CV_8UC1);
   std::uint64_t const stream = scramble(sensor.seed * 0x10000U + static_cast<std::uint64_t>(imageNumber));
-  double const brightness = 1.0 + sensor.flicker * gaussian(stream);
+  double const flicker = 1.0 + sensor.flicker * gaussian(stream);
+  constexpr std::uint64_t bandKey = 0x62616e64;
+  auto const bandPhase = static_cast<double>(scramble(stream ^ bandKey) % 1024U) * (2.0 * CV_PI / 1024.0);
   parallelRows(grey.rows, [&](int firstRow, int endRow) {
     for (int y = firstRow; y < endRow; ++y) {
       float const* source = grey.ptr<float>(y);
       auto* target = image.ptr<std::uint8_t>(y);
       std::uint64_t const rowKey =
           stream + static_cast<std::uint64_t>(y) * static_cast<std::uint64_t>(grey.cols);
+      double const brightness =
+          flicker * (1.0 + sensor.bandDepth * std::sin(2.0 * CV_PI * y / sensor.bandRows + bandPhase));
       for (int x = 0; x < grey.cols; ++x) {
         double const level =
             (static_cast<double>(source[x]) - sensor.blackLevel) * brightness + sensor.blackLevel;

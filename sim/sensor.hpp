@@ -23,6 +23,10 @@ struct Sensor {
   double readNoise = 15;
   /// Relative standard deviation of the light from one image to the next.
   double flicker = 0;
+  /// Bands across the image, as lamps draw them through a rolling shutter: their relative depth and the rows
+  /// from one to the next; they stand elsewhere in every image.
+  double bandDepth = 0;
+  double bandRows = 105;
   /// Rows that deliver the black level only.
   std::vector<int> deadRows;
   std::uint64_t seed = 1;

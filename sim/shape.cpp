@@ -122,8 +122,8 @@ struct Intersector {
 
   bool operator()(HeightField const& shape) const {
     Span span = {tMin, tMax};
-    if (!clipSlab(ray.origin[0], ray.direction[0], shape.halfSize[0], span) ||
-        !clipSlab(ray.origin[1], ray.direction[1], shape.halfSize[1], span) ||
+    if (!clipSlab(ray.origin[0] - shape.centre[0], ray.direction[0], shape.halfSize[0], span) ||
+        !clipSlab(ray.origin[1] - shape.centre[1], ray.direction[1], shape.halfSize[1], span) ||
         !clipSlab(ray.origin[2], ray.direction[2], shape.maxHeight(), span)) {
       return false;
     }
@@ -197,14 +197,17 @@ struct BoundingRadius {
     return std::hypot(cylinder.radius, cylinder.halfLength);
   }
   double operator()(HeightField const& field) const {
-    return std::hypot(field.halfSize[0], field.halfSize[1], field.maxHeight());
+    return std::hypot(field.halfSize[0] + std::abs(field.centre[0]),
+                      field.halfSize[1] + std::abs(field.centre[1]), field.maxHeight());
   }
 };
 
 } // namespace
 
 double HeightField::height(double x, double y) const {
-  double sum = 0;
+  double const u = (x - centre[0]) / halfSize[0];
+  double const v = (y - centre[1]) / halfSize[1];
+  double sum = sag[0] * u * u + sag[1] * v * v;
   for (Bump const& b : bumps) {
     double const dx = x - b.centre[0];
     double const dy = y - b.centre[1];
@@ -218,7 +221,8 @@ double HeightField::height(double x, double y) const {
 }
 
 cv::Vec2d HeightField::gradient(double x, double y) const {
-  cv::Vec2d sum;
+  cv::Vec2d sum(2.0 * sag[0] * (x - centre[0]) / (halfSize[0] * halfSize[0]),
+                2.0 * sag[1] * (y - centre[1]) / (halfSize[1] * halfSize[1]));
   for (Bump const& b : bumps) {
     cv::Vec2d const d(x - b.centre[0], y - b.centre[1]);
     double const squaredSigma = b.sigma * b.sigma;
@@ -233,7 +237,7 @@ cv::Vec2d HeightField::gradient(double x, double y) const {
 }
 
 double HeightField::maxHeight() const {
-  double sum = 0;
+  double sum = std::abs(sag[0]) + std::abs(sag[1]);
   for (Bump const& b : bumps) {
     sum += std::abs(b.amplitude);
   }
@@ -244,7 +248,7 @@ double HeightField::maxHeight() const {
 }
 
 double HeightField::maxSlope() const {
-  double sum = 0;
+  double sum = std::hypot(2.0 * sag[0] / halfSize[0], 2.0 * sag[1] / halfSize[1]);
   for (Bump const& b : bumps) {
     // The steepest place of a Gaussian is one sigma from its top.
     sum += std::abs(b.amplitude) / b.sigma * std::exp(-0.5);

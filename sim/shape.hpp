@@ -46,7 +46,8 @@ struct Cylinder {
   double halfLength = 0;
 };
 
-/// The free-form surface z = h(x, y) over |x| <= halfSize.x, |y| <= halfSize.y: a sum of bumps and waves.
+/// The free-form surface z = h(x, y) over |x - centre.x| <= halfSize.x, |y - centre.y| <= halfSize.y: a sum
+/// of bumps, waves and a bend.
 struct HeightField {
   /// amplitude * exp(-((x - centre.x)^2 + (y - centre.y)^2) / (2 sigma^2)).
   struct Bump {
@@ -65,6 +66,9 @@ struct HeightField {
   cv::Vec2d halfSize;
   std::vector<Bump> bumps;
   std::vector<Wave> waves;
+  cv::Vec2d centre = {0, 0};
+  /// sag.x * ((x - centre.x) / halfSize.x)^2, and the same along y.
+  cv::Vec2d sag = {0, 0};
 
   double height(double x, double y) const;
   /// (dh/dx, dh/dy).

@@ -16,17 +16,28 @@ bool isMarker(int column, int row) {
 
 /// The image of a disc's centre, if eight points of its rim are on the device's pixels too.
 std::optional<cv::Point2d> wholeDisc(Device const& device, Pose const& device_from_target,
-                                     cv::Point2d const& centre, double radius) {
+                                     cv::Vec3d const& centre, double radius) {
   constexpr int rimPoints = 8;
   for (int i = 0; i < rimPoints; ++i) {
     double const angle = 2.0 * CV_PI * i / rimPoints;
-    auto const rim = device.project(device_from_target * cv::Vec3d(centre.x + radius * std::cos(angle),
-                                                                   centre.y + radius * std::sin(angle), 0));
+    auto const rim = device.project(device_from_target *
+                                    (centre + radius * cv::Vec3d(std::cos(angle), std::sin(angle), 0)));
     if (!rim || !device.contains(*rim)) {
       return std::nullopt;
     }
   }
-  return device.project(device_from_target * cv::Vec3d(centre.x, centre.y, 0));
+  return device.project(device_from_target * centre);
+}
+
+/// From the middle of the dots to the outermost ones, mm.
+cv::Vec2d halfSizeOf(DotGrid const& grid) {
+  return cv::Vec2d(grid.columns.size() - 1, grid.rows.size() - 1) * (0.5 * grid.pitch);
+}
+
+/// The middle of the dots, which need not be their origin.
+cv::Vec2d centreOf(DotGrid const& grid) {
+  return cv::Vec2d(grid.columns.start + grid.columns.end - 1, grid.rows.start + grid.rows.end - 1) *
+         (0.5 * grid.pitch);
 }
 
 } // namespace
@@ -47,18 +58,32 @@ double dotRadius(DotGrid const& grid, int column, int row) {
   return radius;
 }
 
+double targetHeight(Target const& target, cv::Point2d const& place) {
+  cv::Vec2d const half = halfSizeOf(target.grid);
+  cv::Vec2d const centre = centreOf(target.grid);
+  double const u = (place.x - centre[0]) / half[0];
+  double const v = (place.y - centre[1]) / half[1];
+  return target.sag[0] * u * u + target.sag[1] * v * v;
+}
+
 Object targetObject(Target const& target, Pose const& world_from_target, int label) {
   DotGrid const& grid = target.grid;
-  // The plate is symmetric about the grid's middle, which need not be its origin; the texture stays on the
-  // origin.
-  cv::Vec2d const half((0.5 * (grid.columns.size() - 1) + target.border) * grid.pitch,
-                       (0.5 * (grid.rows.size() - 1) + target.border) * grid.pitch);
-  cv::Vec2d const centre(0.5 * (grid.columns.start + grid.columns.end - 1) * grid.pitch,
-                         0.5 * (grid.rows.start + grid.rows.end - 1) * grid.pitch);
+  // The plate is symmetric about the grid's middle; the texture stays on the origin.
+  cv::Vec2d const dots = halfSizeOf(grid);
+  double const ground = target.border * grid.pitch;
+  cv::Vec2d const half = dots + cv::Vec2d(ground, ground);
   Object object;
   object.name = "target";
   object.label = label;
-  object.shape = Rectangle{half, centre};
+  object.shape = Rectangle{half, centreOf(grid)};
+  if (target.sag != cv::Vec2d()) {
+    HeightField bent;
+    bent.halfSize = half;
+    bent.centre = centreOf(grid);
+    bent.sag = {target.sag[0] * std::pow(half[0] / dots[0], 2),
+                target.sag[1] * std::pow(half[1] / dots[1], 2)};
+    object.shape = bent;
+  }
   object.world_from_object = world_from_target;
   object.material.albedo = target.groundAlbedo;
   object.material.texture = grid;
@@ -78,12 +103,13 @@ std::vector<DotTruth> dotTruth(Target const& target, Pose const& world_from_targ
       DotTruth dot;
       dot.index = {column, row};
       dot.pattern = cv::Point2d(column, row) * grid.pitch;
-      dot.x_in_world = world_from_target * cv::Vec3d(dot.pattern.x, dot.pattern.y, 0);
+      cv::Vec3d const x_in_target(dot.pattern.x, dot.pattern.y, targetHeight(target, dot.pattern));
+      dot.x_in_world = world_from_target * x_in_target;
       double const radius = dotRadius(grid, column, row);
-      dot.camera = wholeDisc(camera.device, cam_from_target, dot.pattern, radius);
+      dot.camera = wholeDisc(camera.device, cam_from_target, x_in_target, radius);
       if (projector != nullptr) {
         dot.projector = wholeDisc(projector->device, projector->world_from_proj.inverse() * world_from_target,
-                                  dot.pattern, radius);
+                                  x_in_target, radius);
       }
       dots.push_back(dot);
     }

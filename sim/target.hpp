@@ -19,7 +19,12 @@ struct Target {
   double groundAlbedo = 0.25;
   /// Ground beyond the outermost dot centres, in pitches.
   double border = 1.2;
+  /// How far the outermost dots along x and along y stand behind the middle, mm: a bent plate.
+  cv::Vec2d sag = {0, 0};
 };
+
+/// How far a place of the target, mm from the dots' origin, stands behind the plane z = 0.
+double targetHeight(Target const& target, cv::Point2d const& place);
 
 /// Whether a dot stands at a grid position inside the ranges.
 bool hasDot(DotGrid const& grid, int column, int row);

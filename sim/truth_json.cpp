@@ -37,7 +37,9 @@ struct ShapeJson {
                        {"period", wave.period},
                        {"phase", wave.phase}});
     }
-    return {{"type", "height_field"}, {"half_size", shape.halfSize}, {"bumps", bumps}, {"waves", waves}};
+    return {{"type", "height_field"}, {"half_size", shape.halfSize},
+            {"centre", shape.centre}, {"sag", shape.sag},
+            {"bumps", bumps},         {"waves", waves}};
   }
 };
 
@@ -45,10 +47,14 @@ struct ShapeJson {
 
 json modelJson(Device const& device) {
   auto const& d = device.distortion();
-  return {{"Resolution", device.resolution()},
-          {"K", device.matrix()},
-          {"D", cv::Matx<double, 5, 1>(d.data())},
-          {"Error", nominalError}};
+  cv::Vec4d const& s = device.prism();
+  json model{{"Resolution", device.resolution()}, {"K", device.matrix()}, {"Error", nominalError}};
+  if (s == cv::Vec4d()) {
+    model["D"] = cv::Matx<double, 5, 1>(d.data());
+  } else {
+    model["D"] = cv::Matx<double, 12, 1>(d[0], d[1], d[2], d[3], d[4], 0, 0, 0, s[0], s[1], s[2], s[3]);
+  }
+  return model;
 }
 
 json scannerJson(Rig const& rig) {

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sim/faults.hpp>
 #include <vorn/mv/calib/diagnosis.hpp>
 
 #include "support/file_content.hpp"
@@ -106,6 +107,20 @@ TEST(Documentation, TroubleshootingNamesAllFindingsWithTheirAdvice) {
     auto const cause = static_cast<mv::FindingCause>(i);
     EXPECT_NE(text.find("| `" + mv::nameOf(cause) + "` |"), std::string::npos) << mv::nameOf(cause);
     EXPECT_NE(text.find("| " + mv::adviceOf(cause) + " |"), std::string::npos) << mv::adviceOf(cause);
+  }
+}
+
+TEST(Documentation, FaultyViewsNameAllFaultsWithTheirStrength) {
+  std::regex const row(R"(\| `([a-z-]+)` \| ([0-9.]*)[^|]*\|)");
+  std::map<std::string, std::string> documented;
+  for (Lines const& match : matchesIn(source / "docs/faulty_views.md", row)) {
+    documented[match[1]] = match[2];
+  }
+  EXPECT_EQ(documented.size(), sim::faultKinds().size());
+  for (sim::FaultKind const& kind : sim::faultKinds()) {
+    ASSERT_EQ(documented.count(kind.name), 1U) << kind.name;
+    EXPECT_EQ(documented[kind.name].empty(), kind.unit.empty()) << kind.name;
+    EXPECT_EQ(kind.unit.empty() ? 0 : std::stod(documented[kind.name]), kind.strength) << kind.name;
   }
 }
 

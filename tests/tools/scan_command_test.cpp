@@ -308,6 +308,8 @@ TEST(Tool, WrongUsageIsStatusTwo) {
   EXPECT_EQ(run({"calibrate", "x", "--out", "y", "--pitch", "15", "--set", "PatternDim=20"}).status, 2);
   EXPECT_EQ(run({"simulate", "x", "--stereo", "--no-calib"}).status, 2);
   EXPECT_EQ(run({"simulate", "x", "--laser", "--rows"}).status, 2);
+  EXPECT_EQ(run({"simulate", "x", "--laser", "--fault", "gamma"}).status, 2);
+  EXPECT_EQ(run({"simulate", "x", "--fault", "gamma=9"}).status, 2);
   EXPECT_EQ(run({"--help"}).status, 0);
   EXPECT_EQ(run({"scan", "--help"}).status, 0);
 }

@@ -5,11 +5,13 @@
 #include <iostream>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 
 #include <vorn/core/json_file.hpp>
 #include <vorn/mv/calib/target_description.hpp>
 
 #include <sim/demo.hpp>
+#include <sim/faults.hpp>
 #include <sim/folder.hpp>
 #include <sim/folder_writer.hpp>
 #include <sim/line.hpp>
@@ -37,7 +39,27 @@ struct SimulateOptions {
   int views = 0;
   bool isTurntable = false;
   int divisor = 1;
+  /// What goes wrong, in words.
+  std::vector<std::string> faults;
 };
+
+/// What is wrong with the words for a fault; empty when nothing is.
+std::string faultError(std::string const& words) {
+  try {
+    (void)sim::faultOf(words);
+  } catch (std::invalid_argument const& e) {
+    return e.what();
+  }
+  return "";
+}
+
+std::vector<sim::Fault> faultsOf(SimulateOptions const& options) {
+  std::vector<sim::Fault> faults;
+  for (std::string const& words : options.faults) {
+    faults.push_back(sim::faultOf(words));
+  }
+  return faults;
+}
 
 sim::FolderOptions following(std::string const& what) {
   sim::FolderOptions rendering;
@@ -92,6 +114,15 @@ void simulateLaser(SimulateOptions const& options) {
             << "  laser_truth.json  the true calibration\n";
 }
 
+/// The rig's views of the target and its scan, with what goes wrong.
+sim::Campaign campaignOf(sim::Rig const& rig, SimulateOptions const& options) {
+  sim::Campaign campaign = sim::plannedCampaign(rig, sim::demoTarget(), sim::demoTargetPoses());
+  for (sim::Fault const& fault : faultsOf(options)) {
+    sim::spoil(campaign, fault);
+  }
+  return campaign;
+}
+
 /// Writes the target views if they are wanted.
 void simulateCalibration(sim::Rig const& rig, std::filesystem::path const& folder,
                          SimulateOptions const& options) {
@@ -100,7 +131,7 @@ void simulateCalibration(sim::Rig const& rig, std::filesystem::path const& folde
   }
   sim::FolderOptions calibration = following("rendering the target views");
   calibration.rows = true;
-  sim::writeCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
+  sim::writeCalibrationFolder((folder / "calib").string(), campaignOf(rig, options), faultsOf(options),
                               calibration);
   writeDescription(folder);
 }
@@ -119,7 +150,7 @@ void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
   sim::FolderOptions scan;
   scan.rows = options.withRows;
   scan.progress = followFolder("rendering the scan");
-  sim::writeScanFolder((folder / "scan").string(), rig, sim::demoScene(), scan);
+  sim::writeScanFolder((folder / "scan").string(), campaignOf(rig, options).scanRig, sim::demoScene(), scan);
 
   simulateCalibration(rig, folder, options);
   std::cout << "In " << folder.string() << ":\n"
@@ -182,10 +213,15 @@ void simulateViews(SimulateOptions const& options) {
 }
 
 void run(SimulateOptions const& options, Report& report) {
+  campaignOf(sim::demoRig(options.divisor),
+             options); // refuses faults that there are not before anything is made
   makeFolder(options.folder);
   report.declare({}, {});
   report["folder"] = options.folder;
   report["rig"] = options.isLaser ? "laser" : options.isStereo ? "stereo" : "scanner";
+  if (!options.faults.empty()) {
+    report["faults"] = options.faults;
+  }
   if (options.isLaser) {
     simulateLaser(options);
   } else if (options.isStereo) {
@@ -255,6 +291,17 @@ void addSimulateCommand(CLI::App& app) {
           ->excludes(line);
   command->add_flag("--turntable", options->isTurntable, "The part of --views is turned about one axis")
       ->needs(views);
+  command
+      ->add_option("--fault", options->faults,
+                   "Something that goes wrong with the target views, as projector-turned=0.03@5: a name, its "
+                   "strength, the view; several may be given. An unknown name shows them all")
+      ->allow_extra_args(false)
+      ->check(faultError)
+      ->excludes(stereo)
+      ->excludes(laser)
+      ->excludes(noCalibration)
+      ->excludes(line)
+      ->excludes(views);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
       ->check(CLI::Range(1, coarsest))
