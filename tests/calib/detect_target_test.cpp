@@ -105,6 +105,12 @@ TEST_F(DetectTarget, TakesEveryDepthAndPolarity) {
   grey.convertTo(holed, CV_32F);
   holed.row(3).setTo(std::numeric_limits<float>::quiet_NaN());
   expectAlike(holed);
+  cv::Mat glints; // pixels that stand at the end of the scale, far above all that the target shows
+  grey.convertTo(glints, CV_16U, 4);
+  for (int i = 0; i < 40; ++i) {
+    glints.at<ushort>(2 + i % 3, 7 * i + 5) = 65535;
+  }
+  expectAlike(glints);
   target.polarity = TargetPolarity::Dark;
   EXPECT_TRUE(detectTarget(grey, target).isEmpty());
 }

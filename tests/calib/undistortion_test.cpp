@@ -118,6 +118,14 @@ TEST(Undistortion, GivesNoRayBeyondTheFold) {
   cv::Point2d found = project({ray}, skewed)[0];
   undistortion.toRays(&found.x, &found.y, 1);
   EXPECT_LT(cv::norm(found - ray), 1e-12);
+  // Far closer to the middle, as where a long lens folds: at 0.577.
+  std::vector<double> const strong{-1, 0, 0, 0, 0};
+  for (double x : {0.3, 0.5, 0.57, 0.575}) {
+    cv::Point2f const pixel(project({{x, 0}}, strong)[0]);
+    auto const near = undistorted(cv::Mat(K), cv::Mat(strong), {pixel})[0];
+    EXPECT_LT(std::abs(project({near}, strong)[0].x - pixel.x), 1e-9) << x;
+    EXPECT_LT(near.x, std::sqrt(1 / 3.0));
+  }
   // This one turns round at 0.93, where it reaches 0.55, and grows again from 1.24 on: a ray there is no
   // answer.
   std::vector<double> const wavy{-0.6, 0.15, 0, 0, 0};
