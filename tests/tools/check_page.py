@@ -3,109 +3,25 @@
 # SPDX-License-Identifier: Apache-2.0
 """check_page.py VORN_MV [--all]: the pages that the tool writes, in a real browser: Chromium, headless, with WebGL by
 its own software. Without --all one page is looked at: it opens without a message, shows what the camera saw, and picks
-the points that are there. With it also what else a page does: section, export, print, no WebGL, no points."""
+the points that are there. With it also what else a page does: section, export, fingers, readers of screens, print, no WebGL, no points."""
 
 import base64
-import contextlib
 import json
 import math
 import pathlib
 import re
 import struct
-import subprocess
 import sys
 import tempfile
 import time
 
-from selenium import webdriver
-from selenium.webdriver.chrome.options import Options
-from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select
 
-tool = sys.argv[1]
-failures = 0
-
-
-def fail(text):
-    global failures
-    failures += 1
-    print(text)
-
-
-def run(*arguments, status=0):
-    result = subprocess.run([tool, *map(str, arguments)], capture_output=True, text=True)
-    if result.returncode != status:
-        fail(f"{arguments}: status {result.returncode}: {result.stderr}")
-    return result
-
-
-@contextlib.contextmanager
-def browser(*arguments, size=(1300, 900)):
-    options = Options()
-    options.binary_location = "/usr/bin/chromium"
-    for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--hide-scrollbars",
-                     "--use-angle=swiftshader", "--enable-unsafe-swiftshader", f"--window-size={size[0]},{size[1]}",
-                     *arguments):
-        options.add_argument(argument)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-    try:
-        yield driver
-    finally:
-        driver.quit()
-
-
-def open_page(driver, path):
-    driver.get(path.resolve().as_uri())
-    for _ in range(200):
-        if driver.execute_script("return document.readyState === 'complete'"):
-            break
-        time.sleep(0.05)
-    settle(driver)
-
-
-def settle(driver):
-    """Waits until what was asked for is drawn, with all points: fewer are while the view moves."""
-    driver.execute_async_script("""
-        const done = arguments[0];
-        const look = () => window.vornPage?.view?.isMoving
-          ? setTimeout(look, 50)
-          : requestAnimationFrame(() => requestAnimationFrame(done));
-        setTimeout(look, 300);""")
-
-
-def check_silence(driver, what):
-    for entry in driver.get_log("browser"):
-        fail(f"{what}: the browser says {entry['message']}")
-
-
-def press(driver, name):
-    for button in driver.find_elements(By.CSS_SELECTOR, "#sides button"):
-        if button.text == name:
-            button.click()
-    settle(driver)
-
-
-def pixels_of_view(driver):
-    """How many pixels of the view show something."""
-    return driver.execute_script("""
-        const view = window.vornPage.view;
-        view.drawNow();
-        const copy = document.createElement("canvas");
-        copy.width = view.canvas.width;
-        copy.height = view.canvas.height;
-        const context = copy.getContext("2d");
-        context.drawImage(view.canvas, 0, 0);
-        const data = context.getImageData(0, 0, copy.width, copy.height).data;
-        let count = 0;
-        for (let i = 3; i < data.length; i += 4) {
-          count += data[i] > 0 ? 1 : 0;
-        }
-        return count;""")
-
+from page_access import check_access, check_fingers
+from page_browser import browser, check_silence, fail, faults, make_scan, open_page, pixels_of_view, press, run, settle
 
 def compare_with_preview(driver, scanner):
     """The view from the camera against the tool's own picture of the depths, pixel by pixel: whether there is a point,
@@ -239,20 +155,6 @@ def check_escaping(driver, report):
         fail("The report in the page is not the one in the file")
 
 
-def make_scan(folder):
-    """A scan from a folder whose path holds a script element; its files."""
-    run("simulate", folder / "rig", "--no-calib", "--divisor", 3)
-    hostile = folder / "<script>alert(1)<" / "script>'\"&amp;"
-    hostile.parent.mkdir()
-    (folder / "rig/scan").rename(hostile)
-    files = {name: folder / name for name in ("scan.html", "scan.ply", "scan.json")}
-    files["scanner"] = folder / "rig/scanner_truth.json"
-    files["pictures"] = hostile
-    run("scan", hostile, "--calib", files["scanner"], "-o", files["scan.ply"], "--html", files["scan.html"],
-        "--report", files["scan.json"])
-    return files
-
-
 def check_scan(files):
     with browser() as driver:
         open_page(driver, files["scan.html"])
@@ -371,10 +273,12 @@ def main():
         check_scan(files)
         if "--all" in sys.argv:
             check_controls(files)
+            check_access(files["scan.html"])
+            check_fingers(files["scan.html"])
             check_print(files)
             check_without_webgl(files)
             check_empty(pathlib.Path(name))
 
 
 main()
-sys.exit(failures > 0)
+sys.exit(bool(faults))
