@@ -1,7 +1,7 @@
 # Copyright 2026 the vorn authors
 # SPDX-License-Identifier: Apache-2.0
-# What is installed, in components: "library" to run programs, "development" to build them, and "tools"; "batch", which
-# is installed as its sources lie, says so itself.
+# What is installed, in components: "library" to run programs, "development" to build them, and "tools"; "charuco" and
+# "charuco_development", the same of ChArUco boards; "batch", which is installed as its sources lie, says so itself.
 include(CMakePackageConfigHelpers)
 
 set(vorn_mv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn_mv)
@@ -26,6 +26,19 @@ file(RELATIVE_PATH vorn_mv_prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/vorn_mv.pc.in vorn_mv.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vorn_mv.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+if(VORN_MV_BUILD_CHARUCO)
+  # Found beside the library that it adds to, from any prefix.
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set_target_properties(vorn_mv_charuco PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
+  install(TARGETS vorn_mv_charuco EXPORT vorn_mv_charuco_targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT charuco NAMELINK_COMPONENT charuco_development
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY charuco/include/vorn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT charuco_development)
+  install(EXPORT vorn_mv_charuco_targets NAMESPACE vorn:: DESTINATION ${vorn_mv_package_dir}
+    COMPONENT charuco_development)
+endif()
 
 if(VORN_MV_BUILD_TOOLS)
   # Where Debian's zsh looks for the functions of packages is not where everybody's does.

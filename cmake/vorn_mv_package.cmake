@@ -13,6 +13,9 @@ set(CPACK_COMPONENTS_ALL library development)
 if(VORN_MV_BUILD_TOOLS)
   list(APPEND CPACK_COMPONENTS_ALL tools batch)
 endif()
+if(VORN_MV_BUILD_CHARUCO)
+  list(APPEND CPACK_COMPONENTS_ALL charuco charuco_development)
+endif()
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -50,9 +53,34 @@ point clouds and image filters, on OpenCV matrices.
 This package holds what is needed to build programs: headers, and files for
 CMake and pkg-config.")
 
+# OpenCV's contributed modules depend on windows, databases and text recognition: only who calibrates with ChArUco boards
+# installs them.
+set(vorn_mv_charuco_package libvorn-mv-charuco${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_CHARUCO_PACKAGE_NAME ${vorn_mv_charuco_package})
+set(CPACK_DEBIAN_CHARUCO_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_CHARUCO_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/packaging/triggers)
+set(CPACK_DEBIAN_CHARUCO_PACKAGE_DEPENDS "${vorn_mv_library_package} (= ${vorn_mv_same_version})")
+set(CPACK_DEBIAN_CHARUCO_DESCRIPTION "machine vision for optical 3D measurement - ChArUco boards
+Structured light and laser line scanning, calibration of cameras and scanners,
+point clouds and image filters, on OpenCV matrices.
+
+This package holds the shared library that finds and draws ChArUco boards, for
+programs and for vorn-mv.")
+set(CPACK_DEBIAN_CHARUCO_DEVELOPMENT_PACKAGE_NAME libvorn-mv-charuco-dev)
+set(CPACK_DEBIAN_CHARUCO_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_CHARUCO_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_CHARUCO_DEVELOPMENT_PACKAGE_DEPENDS
+  "${vorn_mv_charuco_package} (= ${vorn_mv_same_version}), libvorn-mv-dev (= ${vorn_mv_same_version})")
+set(CPACK_DEBIAN_CHARUCO_DEVELOPMENT_DESCRIPTION "machine vision for optical 3D measurement - ChArUco development files
+Structured light and laser line scanning, calibration of cameras and scanners,
+point clouds and image filters, on OpenCV matrices.
+
+This package holds what is needed to build programs that find ChArUco boards.")
+
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vorn-mv-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${vorn_mv_library_package} (= ${vorn_mv_same_version})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "${vorn_mv_charuco_package}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "machine vision for optical 3D measurement - command line tool
 Structured light and laser line scanning, calibration of cameras and scanners,
 point clouds and image filters, on OpenCV matrices.

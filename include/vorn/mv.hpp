@@ -48,6 +48,7 @@
 #include <vorn/mv/calib/stereo_points.hpp>
 #include <vorn/mv/calib/stereo_rectification.hpp>
 #include <vorn/mv/calib/target_description.hpp>
+#include <vorn/mv/calib/target_finder.hpp>
 #include <vorn/mv/calib/target_shape.hpp>
 #include <vorn/mv/core/image.hpp>
 #include <vorn/mv/core/library.hpp>

@@ -23,3 +23,16 @@ export PKG_CONFIG_PATH="$library_dir/pkgconfig"
 LD_LIBRARY_PATH="$library_dir" "$work/consumer_pkgconfig"
 
 "$work/prefix/bin/vorn-mv" --version
+
+# ChArUco boards are for who installed their library; the tool runs without it, and says what is missing.
+if [ -e "$work/consumer/charuco_consumer" ]; then
+  "$work/consumer/charuco_consumer"
+  "$work/prefix/bin/vorn-mv" target "$work/board.svg" --charuco 8x6 > /dev/null
+  rm "$(find "$work/prefix" -name 'libvorn_mv_charuco.so.1.*')"
+  "$work/prefix/bin/vorn-mv" target "$work/dots.svg" > /dev/null
+  if "$work/prefix/bin/vorn-mv" target "$work/board.svg" --charuco 8x6 2> "$work/refusal"; then
+    echo "a board was drawn without its library"
+    exit 1
+  fi
+  grep -q libvorn-mv-charuco1 "$work/refusal" || { cat "$work/refusal"; exit 1; }
+fi

@@ -16,6 +16,7 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "tools/calibration/board_drawing.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 
@@ -40,7 +41,7 @@ struct Greys {
 
 /// White dots shine on a ground that is dark, but not so dark that light cannot be measured on it.
 Greys greysOf(TargetDrawing const& target) {
-  return target.hasDarkDots ? Greys{255, 40} : Greys{70, 255};
+  return target.hasDarkDots || target.board ? Greys{255, 40} : Greys{70, 255};
 }
 
 struct Disc {
@@ -63,7 +64,17 @@ std::vector<Disc> discsOf(TargetDrawing const& target) {
   return discs;
 }
 
+/// Where the first square of a board stands.
+cv::Point2d boardCorner(TargetDrawing const& target) {
+  cv::Size2d const page = pageSize(target);
+  cv::Size2d const board = boardSize(*target.board);
+  return {0.5 * (page.width - board.width), 0.5 * (page.height - textRoom - board.height)};
+}
+
 std::string caption(TargetDrawing const& target) {
+  if (target.board) {
+    return boardCaption(*target.board);
+  }
   std::ostringstream text;
   text << "pitch " << target.pitch << " mm (measure it)   x " << target.minIndex.x << " to "
        << target.maxIndex.x << "   y " << target.minIndex.y << " to " << target.maxIndex.y;
@@ -144,14 +155,29 @@ void checkReplaceable(std::string const& path) {
 
 } // namespace
 
-cv::Size2d pageSize(TargetDrawing const& target) {
+namespace {
+
+/// The least page that the target takes.
+/// @throws Exception when its figures make no target
+cv::Size2d leastPage(TargetDrawing const& target) {
+  if (target.board) {
+    target.board->check();
+    cv::Size2d const board = boardSize(*target.board);
+    double const white = 2 * border * target.board->pitch;
+    return {board.width + white, board.height + white + textRoom};
+  }
   cv::Point const steps = target.maxIndex - target.minIndex;
   if (!(target.pitch > 0) || steps.x < 1 || steps.y < 1 || !(target.resolution > 0)) {
     throw Exception("A target needs a pitch, a resolution and at least two columns and two rows", nullptr, 0,
                     "target");
   }
-  cv::Size2d const least((steps.x + 2 * border) * target.pitch,
-                         (steps.y + 2 * border) * target.pitch + textRoom);
+  return {(steps.x + 2 * border) * target.pitch, (steps.y + 2 * border) * target.pitch + textRoom};
+}
+
+} // namespace
+
+cv::Size2d pageSize(TargetDrawing const& target) {
+  cv::Size2d const least = leastPage(target);
   if (target.page.empty()) {
     return least;
   }
@@ -176,7 +202,10 @@ std::string targetSvg(TargetDrawing const& target) {
       << "mm\" viewBox=\"0 0 " << page.width << ' ' << page.height << "\">\n<rect width=\"" << page.width
       << "\" height=\"" << page.height << "\" fill=\"" << grey(greys.ground) << "\"/>\n<g fill=\""
       << grey(greys.dots) << "\">\n";
-  for (Disc const& disc : discsOf(target)) {
+  if (target.board) {
+    svg << boardSvg(*target.board, boardCorner(target));
+  }
+  for (Disc const& disc : target.board ? std::vector<Disc>() : discsOf(target)) {
     svg << "<circle cx=\"" << disc.centre.x << "\" cy=\"" << disc.centre.y << "\" r=\"" << disc.radius
         << "\"/>\n";
   }
@@ -197,7 +226,10 @@ cv::Mat targetPicture(TargetDrawing const& target) {
   Greys const greys = greysOf(target);
   cv::Mat picture(cvRound(page.height * pixelsPerMm), cvRound(page.width * pixelsPerMm), CV_8U,
                   cv::Scalar::all(greys.ground));
-  for (Disc const& disc : discsOf(target)) {
+  if (target.board) {
+    drawBoard(picture, *target.board, boardCorner(target), pixelsPerMm, greys.dots);
+  }
+  for (Disc const& disc : target.board ? std::vector<Disc>() : discsOf(target)) {
     // A pixel's centre lies half a pixel inside its edge.
     drawDisc(picture, disc.centre * pixelsPerMm - cv::Point2d(0.5, 0.5), disc.radius * pixelsPerMm,
              greys.dots);
@@ -212,6 +244,9 @@ cv::Mat targetPicture(TargetDrawing const& target) {
 }
 
 mv::TargetDescription describe(TargetDrawing const& target) {
+  if (target.board) {
+    return *target.board;
+  }
   mv::TargetDescription description;
   description.pitch = target.pitch;
   description.size = target.maxIndex - target.minIndex + cv::Point(1, 1);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,10 @@
 
 namespace vorn::tools {
 
-/// A circle-grid calibration target to print. Lengths in millimetres on the paper.
+/// A calibration target to print, a grid of dots or a ChArUco board. Lengths in millimetres on the paper.
 struct TargetDrawing {
+  /// The board, in place of dots and all that is said of them.
+  std::optional<mv::TargetDescription> board;
   double pitch = 15;
   /// First and last column and row, both included.
   cv::Point minIndex = {-10, -7};

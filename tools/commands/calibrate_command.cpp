@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include <vorn/core/exception.hpp>
-#include <vorn/core/json_file.hpp>
 
 #include "tools/calibration/adjustment_plots.hpp"
 #include "tools/calibration/calibration_page.hpp"
@@ -27,6 +26,7 @@
 #include "tools/files/camera_input.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/files/target_file.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
 #include "tools/report/figure_options.hpp"
@@ -132,7 +132,7 @@ bool isForDetector(mv::TargetDescription const& target) {
 /// file's; the detector's own properties, where some are set, need its kind of target.
 void applyFound(mv::CalibrationSettings& settings, std::string const& file, CalibrateOptions const& options,
                 Report& report) {
-  auto target = load<mv::TargetDescription>(file);
+  auto target = readTarget(file);
   double const given = options.pitch.given(options.assignments);
   std::cout << "Target: " << file << ", pitch " << target.pitch << " mm\n";
   if (given > 0 && given != target.pitch) {

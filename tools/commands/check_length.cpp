@@ -13,7 +13,7 @@
 #include <vorn/mv/calib/detect_target.hpp>
 
 #include "tools/calibration/folder_calibration.hpp"
-#include "tools/files/json_file.hpp"
+#include "tools/files/target_file.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/page.hpp"
 #include "tools/report/printed.hpp"
@@ -59,9 +59,8 @@ FoundLength ballLength(LengthOptions const& options, cv::Mat_<cv::Vec3f> const& 
 FoundLength dotLength(LengthOptions const& options, std::string const& folder, cv::Mat_<cv::Vec3f> const& xyz,
                       cv::Mat_<float> const& modulation, mv::Sl3dScanner const& scanner) {
   std::string const file = options.targetFile(folder);
-  mv::TargetDescription const target = !options.target.isGiven() && !file.empty()
-                                           ? load<mv::TargetDescription>(file)
-                                           : options.target.description(0);
+  mv::TargetDescription const target =
+      !options.target.isGiven() && !file.empty() ? readTarget(file) : options.target.description(0);
   mv::Detection const detection =
       watched([&](Observer* bar) { return mv::detectTarget(modulation, target, mv::DetectSettings(), bar); });
   if (detection.isEmpty()) {

@@ -13,7 +13,8 @@ namespace vorn::tools {
 /// The target as a command's options describe it: a file, or its size and kind.
 class TargetOptions {
 public:
-  /// Adds `--target`, `--size` and `--kind`, none of which goes with another option.
+  /// Adds `--target`, `--size`, `--kind`, `--marker-size` and `--dictionary`, none of which goes with another
+  /// option.
   void addTo(CLI::App& command, CLI::Option* other = nullptr);
 
   /// Whether any of them is given.
@@ -31,6 +32,8 @@ private:
   std::string file_;
   std::string size_;
   std::string kind_;
+  double markerSize_ = 0;
+  std::string dictionary_;
 };
 
 } // namespace vorn::tools

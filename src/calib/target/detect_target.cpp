@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -11,6 +12,7 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 
+#include <vorn/mv/calib/target_finder.hpp>
 #include <vorn/mv/core/library.hpp>
 
 #include "calib/target/dot_grid.hpp"
@@ -28,9 +30,9 @@ namespace {
 /// Fewest points of a target of unknown size: what is not one has small grids in it at times.
 constexpr int leastOfUnknown = 20;
 
-void require(bool isMet, std::string const& message) {
+void require(bool isMet, std::string const& message, char const* context = "DetectSettings") {
   if (!isMet) {
-    throw error(message, "DetectSettings");
+    throw error(message, context);
   }
 }
 
@@ -203,11 +205,18 @@ Detection detectTarget(cv::Mat const& image, TargetDescription const& target, De
   Library::assertValid();
   target.check();
   settings.check();
+  std::shared_ptr<ITargetFinder const> const finder = targetFinder(target.kind);
+  require(finder != nullptr || target.kind != TargetKind::Charuco,
+          "ChArUco boards are found by the library vorn::mv_charuco: link it and call useCharuco first",
+          "detectTarget");
   Progress const progress(observer);
   progress.at("detecting targets", 0.0);
   cv::Mat const grey = greyImage(image, "detectTarget");
   if (target.kind == TargetKind::Chessboard) {
     return detectChessboard(grey, target);
+  }
+  if (target.kind == TargetKind::Charuco) {
+    return finder->detect(grey, target, settings);
   }
   Detection best;
   bool isFirst = true;

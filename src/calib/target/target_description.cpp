@@ -20,17 +20,18 @@ namespace {
 /// Farther than any index that the search for a target reaches.
 constexpr int farthestIndex = 96;
 
-template <class Value>
-using Names = std::array<std::pair<char const*, Value>, 3>;
+template <class Value, std::size_t Count>
+using Names = std::array<std::pair<char const*, Value>, Count>;
 
-constexpr Names<TargetKind> kinds = {{{"circles", TargetKind::Circles},
-                                      {"staggered", TargetKind::StaggeredCircles},
-                                      {"chessboard", TargetKind::Chessboard}}};
-constexpr Names<TargetPolarity> polarities = {
+constexpr Names<TargetKind, 4> kinds = {{{"circles", TargetKind::Circles},
+                                         {"staggered", TargetKind::StaggeredCircles},
+                                         {"chessboard", TargetKind::Chessboard},
+                                         {"charuco", TargetKind::Charuco}}};
+constexpr Names<TargetPolarity, 3> polarities = {
     {{"either", TargetPolarity::Either}, {"bright", TargetPolarity::Bright}, {"dark", TargetPolarity::Dark}}};
 
-template <class Value>
-Value valueOf(Names<Value> const& names, std::string const& name, char const* member) {
+template <class Value, std::size_t Count>
+Value valueOf(Names<Value, Count> const& names, std::string const& name, char const* member) {
   std::string known;
   for (auto const& entry : names) {
     if (name == entry.first) {
@@ -42,8 +43,8 @@ Value valueOf(Names<Value> const& names, std::string const& name, char const* me
               "TargetDescription");
 }
 
-template <class Value>
-char const* nameOf(Names<Value> const& names, Value value) {
+template <class Value, std::size_t Count>
+char const* nameOf(Names<Value, Count> const& names, Value value) {
   return std::find_if(names.begin(), names.end(), [&](auto const& entry) { return entry.second == value; })
       ->first;
 }
@@ -80,8 +81,9 @@ std::string nameIn(nlohmann::json const& json, char const* member, char const* u
 
 /// Members of other names are for others, but not one that is misspelt: what it says would be passed over.
 void requireNoMisspelling(nlohmann::json const& json) {
-  static std::vector<std::string> const known = {"kind",  "pitch",    "size",      "first",
-                                                 "marks", "polarity", "deviations"};
+  static std::vector<std::string> const known = {"kind",       "pitch",      "size",       "first",
+                                                 "marks",      "polarity",   "deviations", "squares",
+                                                 "markerSize", "dictionary", "firstMarker"};
   for (auto const& [name, value] : json.items()) {
     std::string const meant = nearestWord(name, known);
     if (!meant.empty() && meant != name) {
@@ -95,6 +97,44 @@ void require(bool isMet, std::string const& message) {
   if (!isMet) {
     throw error(message, "TargetDescription");
   }
+}
+
+bool isChessboard(TargetKind kind) {
+  return kind == TargetKind::Chessboard || kind == TargetKind::Charuco;
+}
+
+/// Boards are sold by their squares, of which there is one more than inner corners each way.
+void readSquares(TargetDescription& target, nlohmann::json const& json) {
+  if (!json.contains("squares")) {
+    return;
+  }
+  require(isChessboard(target.kind), "\"squares\" belong to chessboards, and the target is one of " +
+                                         std::string(nameOf(kinds, target.kind)));
+  cv::Point const corners = pointOf(json["squares"], "squares") - cv::Point(1, 1);
+  require(!json.contains("size") || cv::Point(target.size) == corners,
+          "\"size\" and \"squares\" of a target do not agree: a board has one square more than inner corners "
+          "each way");
+  target.size = cv::Size(corners.x, corners.y);
+}
+
+void readMarkers(TargetDescription& target, nlohmann::json const& json) {
+  if (target.kind != TargetKind::Charuco) {
+    return;
+  }
+  readJson(json, "markerSize", target.markerSize, "TargetDescription");
+  readJson(json, "dictionary", target.dictionary, "TargetDescription");
+  if (json.contains("firstMarker")) {
+    readJson(json, "firstMarker", target.firstMarker, "TargetDescription");
+  }
+}
+
+void checkMarkers(TargetDescription const& target) {
+  require(target.markerSize > 0 && target.markerSize < target.pitch,
+          "The markers of a ChArUco board are " + std::to_string(target.markerSize) +
+              " mm wide and must be above 0 and below the squares' " + std::to_string(target.pitch) + " mm");
+  require(!target.dictionary.empty(), "A ChArUco board takes the name of its markers' dictionary");
+  require(target.firstMarker >= 0,
+          "The first marker of a target is " + std::to_string(target.firstMarker) + " and must be 0 or more");
 }
 
 } // namespace
@@ -114,7 +154,10 @@ void TargetDescription::check() const {
           "The indices of a " + std::string(nameOf(kinds, kind)) + " target begin at 0, 0");
   require(std::max(std::abs(first.x), std::abs(first.y)) <= farthestIndex,
           "\"first\" of a target lies beyond " + std::to_string(farthestIndex));
-  require(kind != TargetKind::Chessboard || marks.empty(), "A chessboard has no marks");
+  require(!isChessboard(kind) || marks.empty(), "A chessboard has no marks");
+  if (kind == TargetKind::Charuco) {
+    checkMarkers(*this);
+  }
 }
 
 bool TargetDescription::hasCornerMarks() const {
@@ -144,6 +187,8 @@ void TargetDescription::read(nlohmann::json const& json) {
   if (json.contains("size")) {
     target.size = pointOf(json["size"], "size");
   }
+  readSquares(target, json);
+  readMarkers(target, json);
   if (json.contains("first")) {
     target.first = pointOf(json["first"], "first");
   }
@@ -170,6 +215,11 @@ void TargetDescription::write(nlohmann::json& json) const {
   json = {{"kind", nameOf(kinds, kind)}, {"pitch", pitch},  {"size", {size.width, size.height}},
           {"first", {first.x, first.y}}, {"marks", marked}, {"polarity", nameOf(polarities, polarity)},
           {"deviations", moved}};
+  if (kind == TargetKind::Charuco) {
+    json["markerSize"] = markerSize;
+    json["dictionary"] = dictionary;
+    json["firstMarker"] = firstMarker;
+  }
 }
 
 } // namespace vorn::mv

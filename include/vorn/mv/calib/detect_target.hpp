@@ -20,7 +20,7 @@ namespace vorn::mv {
 
 /// Bounds of a search for a target; as they are they leave out nothing that can be measured.
 struct DetectSettings {
-  /// Fewer points are no target; 0: 20, or as many as the target has.
+  /// Fewer points are no target; 0: 20, or as many as the target has; of a ChArUco board 8.
   int minKeyPoints = 0;
   /// Least area of the ordinary dots, px², 0 or more; narrow bounds make the search faster.
   double minDotArea = 20;
@@ -78,15 +78,16 @@ struct Detection {
 /// polarity, cut and covered ones left out; the position of a dot is the image of its centre, corrected for
 /// perspective. Of a target with the three corner marks any part will do that shows them. A grid of known
 /// size must be seen to its last row and column on all four sides, with gaps if need be. Corners of
-/// chessboards are those of `cv::findChessboardCornersSB`, which wants the whole board.
+/// chessboards are those of `cv::findChessboardCornersSB`, which wants the whole board. Of a ChArUco board
+/// any part will do; it takes the library `vorn::mv_charuco`, or another finder (`setTargetFinder`).
 ///
 /// Images of more than 8 bits are brought to 8 by a linear stretch between their darkest and brightest
 /// thousandth before they are searched and measured; 8-bit images are taken as they are.
 ///
 /// @param image H x W, 8- or 16-bit unsigned, float or double, one channel or three in blue, green, red; not
 ///              empty
-/// @throws Exception for an image of another type or none, a description or settings out of bounds, and
-///         before `Library::init`
+/// @throws Exception for an image of another type or none, a description or settings out of bounds, a ChArUco
+///         board where no finder for it was set, and before `Library::init`
 /// @throws Cancelled when the observer stops it
 VORN_API Detection detectTarget(cv::Mat const& image, TargetDescription const& target,
                                 DetectSettings const& settings = {}, Observer* observer = nullptr);

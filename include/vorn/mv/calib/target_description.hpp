@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
@@ -17,7 +18,9 @@ enum class TargetKind {
   Circles,          ///< dots at every place of a square grid: (column, row) * pitch
   StaggeredCircles, ///< dots in rows that are set off by half a step in turn, as on an asymmetric circle
                     ///< grid: row r has its dots at ((2 column + r mod 2), r) * pitch
-  Chessboard        ///< the inner corners of a chessboard: (column, row) * pitch
+  Chessboard,       ///< the inner corners of a chessboard: (column, row) * pitch
+  Charuco           ///< the same of a chessboard with ArUco markers in its white squares, which tell the
+                    ///< corners apart in any part of it; found by the library `vorn::mv_charuco`
 };
 
 /// Whether dots are brighter or darker than their ground.
@@ -39,7 +42,7 @@ struct VORN_API TargetDescription : IJsonSerializable {
   /// The unit of the grid, mm; above 0. Of dots the way to the next column, of a staggered grid the way to
   /// the next row, which is half the way from one dot of a row to the next; of a chessboard a square's side.
   double pitch = 0;
-  /// Columns and rows of dots, of a chessboard those of inner corners; of a staggered grid the dots of one
+  /// Columns and rows of dots, of chessboards those of inner corners; of a staggered grid the dots of one
   /// row and the rows. (0, 0) when not known: marks must fix the indices then, or they are counted from the
   /// middle of what is seen.
   cv::Size size;
@@ -48,6 +51,13 @@ struct VORN_API TargetDescription : IJsonSerializable {
   /// Dots that are larger than the others. Three at (0, 0), (1, 0) and (0, 1) fix the indices of any part of
   /// the target in which they are seen; other ones tell which way round a grid of known size lies.
   std::vector<cv::Point> marks;
+  /// Of a ChArUco board, the side of a marker, its dark border included, mm; above 0 and below the pitch.
+  double markerSize = 0;
+  /// Of a ChArUco board, the dictionary of its markers by OpenCV's name, as "DICT_5X5_100".
+  std::string dictionary;
+  /// Of a ChArUco board, the number of its first marker in the dictionary; the others count up from it, by
+  /// rows from the top. 0 or more.
+  int firstMarker = 0;
   /// Whether dots are brighter or darker than their ground; Either takes what the image shows. Chessboards
   /// have none.
   TargetPolarity polarity = TargetPolarity::Either;
@@ -63,10 +73,11 @@ struct VORN_API TargetDescription : IJsonSerializable {
   /// Where a point of the target is on it, mm.
   cv::Point2d position(cv::Point const& index) const;
 
-  /// Reads members "kind" ("circles", "staggered", "chessboard"), "pitch", "size" [columns, rows], "first",
-  /// "marks" [[column, row], ...], "polarity" ("either", "bright", "dark") and "deviations"
-  /// [[column, row, dx, dy], ...]; all but "pitch" may be missing. The description is as it was when it
-  /// throws.
+  /// Reads members "kind" ("circles", "staggered", "chessboard", "charuco"), "pitch", "size" [columns, rows],
+  /// "first", "marks" [[column, row], ...], "polarity" ("either", "bright", "dark") and "deviations"
+  /// [[column, row, dx, dy], ...]; all but "pitch" may be missing. Of chessboards "squares" [columns, rows],
+  /// one more than inner corners each way, may stand in the place of "size". A ChArUco board has "markerSize"
+  /// and "dictionary" too, and "firstMarker" when it is not 0. The description is as it was when it throws.
   /// @throws Exception for a member of a wrong type or value, or whose name is misspelt; others are passed
   /// over
   void read(nlohmann::json const& json) override;
