@@ -1,0 +1,72 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <opencv2/core/utility.hpp>
+
+#include <vorn/core/system.hpp>
+#include <vorn/mv/pointcloud/point_cloud.hpp>
+#include <vorn/mv/registration/registration.hpp>
+
+#include "surfaces/contender.hpp"
+
+namespace vorn::bench {
+
+namespace {
+
+void begin() {
+  System::set("EnableDebugMode", false);
+  cv::setNumThreads(1);
+}
+
+void normals(benchmark::State& state, bool isGrid, double missing) {
+  begin();
+  NoisyScan const scan = scanOf(state, missing);
+  mv::PointCloud cloud(scan.points, isGrid);
+  mv::NormalSettings settings;
+  settings.neighbourCount = neighbourCount;
+  settings.orientation = mv::NormalOrientation::TowardsViewpoint;
+  for (auto _ : state) {
+    cloud.points(); // so that its octree is built anew
+    cloud.calcNormals(settings);
+  }
+  countNormals(state, scan, cloud.normals());
+}
+void gridNormals(benchmark::State& state) {
+  normals(state, true, 0.0);
+}
+void gridNormalsWithGaps(benchmark::State& state) {
+  normals(state, true, missingShare);
+}
+void listNormals(benchmark::State& state) {
+  normals(state, false, 0.0);
+}
+
+/// The normals of both clouds are computed each time.
+void registration(benchmark::State& state, bool isGrid) {
+  begin();
+  MovedScans const scans = scansOf(state);
+  mv::PointCloud const source(scans.source, isGrid);
+  mv::PointCloud const target(scans.target, isGrid);
+  mv::Registration found;
+  for (auto _ : state) {
+    found = mv::registerClouds(source, target);
+  }
+  state.counters["um"] = 1000.0 * scans.errorOfMiddle(found.targetFromSource);
+}
+void gridRegistration(benchmark::State& state) {
+  registration(state, true);
+}
+void listRegistration(benchmark::State& state) {
+  registration(state, false);
+}
+
+} // namespace
+
+void addOurSurfaces(std::vector<SurfaceContender>& contenders) {
+  contenders.push_back({"grid normals", "ours", gridNormals});
+  contenders.push_back({"grid normals with gaps", "ours", gridNormalsWithGaps});
+  contenders.push_back({"list normals", "ours", listNormals});
+  contenders.push_back({"grid registration", "ours", gridRegistration});
+  contenders.push_back({"list registration", "ours", listRegistration});
+}
+
+} // namespace vorn::bench
