@@ -25,6 +25,8 @@ using L2 = Distance<cv::Vec3f>::L2;
 constexpr std::size_t packSize = 8;
 /// The neighbours of the next point are looked for within so much of the squared radius that held the last.
 constexpr float guessMargin = 1.15F;
+/// The same for the middle of the next leaf, whose surroundings differ more.
+constexpr float leafGuessMargin = 1.5F;
 /// Leaves a thread works on between two questions to the observer.
 constexpr int leavesPerRow = 64;
 
@@ -111,6 +113,25 @@ void sumScatter(float const* __restrict x, float const* __restrict y, float cons
   }
 }
 
+/// The n-th smallest of `size` values, whole packs filled up with what is larger, at least n of them: by
+/// counting for each how many are smaller, which for a few dozen takes less than sorting them does.
+VORN_TARGET_CLONES
+float nthByCounting(float const* __restrict values, std::size_t size, int n) {
+  for (std::size_t candidate = 0; candidate < size; ++candidate) {
+    float const value = values[candidate];
+    int below = 0;
+    int notAbove = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      below += values[i] < value ? 1 : 0;
+      notAbove += values[i] <= value ? 1 : 0;
+    }
+    if (below < n && notAbove >= n) {
+      return value;
+    }
+  }
+  return std::numeric_limits<float>::max();
+}
+
 /// Finds the normals of the points of leaves; one for each thread.
 template <class Points>
 class LeafNormals {
@@ -120,17 +141,22 @@ public:
       : tree_(tree), points_(points), states_(states), settings_(settings), field_(field),
         bound_(settings.neighbourCount) {}
 
+  /// What a leaf finds depends, in its last bits, on those before it: bands of threads begin anew.
+  void forgetLastLeaf() { reachGuess_ = 0.0F; }
+
   void run(BasicOctant<unsigned> const& leaf) {
     middle_ = middleOf(leaf);
-    float const reach = settings_.radius > 0.0F ? settings_.radius : nearestReach();
     float extent = 0.0F;
     for (unsigned i = leaf.first; i < leaf.first + leaf.count; ++i) {
       extent = std::max(extent, distanceToMiddle(tree_.chain[i]));
     }
-    // What a point needs lies within `reach` and its own distance, and so twice that from the middle.
-    float const widened = settings_.radius > 0.0F ? reach + extent : reach + 2.0F * extent;
-    gather(widened * (1.0F + 1e-5F));
-    float guess = guessMargin * reach * reach;
+    float guess = 0.0F;
+    if (settings_.radius > 0.0F) {
+      gather(settings_.radius + extent);
+    } else {
+      float const reach = gatherNearest(extent);
+      guess = guessMargin * reach * reach;
+    }
     unsigned const* last = nullptr;
     for (unsigned const* index = tree_.chain + leaf.first; index < tree_.chain + leaf.first + leaf.count;
          ++index) {
@@ -185,6 +211,48 @@ private:
     return std::sqrt(bound_.worst());
   }
 
+  /// Gathers what the points of a leaf have as their nearest: it lies within the distance that holds as many
+  /// about the middle and within their own distance, and so twice that from the middle.
+  /// @return the distance that holds as many about the middle
+  float gatherNearest(float extent) {
+    auto const wanted = static_cast<std::size_t>(settings_.neighbourCount);
+    // What held those of the last leaf mostly holds these too, and spares a search.
+    float const limit = reachGuess_ * reachGuess_;
+    if (limit > 0.0F && limit < std::numeric_limits<float>::max()) {
+      gather(reachGuess_ + 2.0F * extent);
+      float const atMiddle[3] = {};
+      squaresFrom(candidates_[0].data(), candidates_[1].data(), candidates_[2].data(), squares_.size(),
+                  atMiddle, squares_.data());
+      collectBelow(limit);
+      if (near_.size() >= wanted) {
+        float const reach = std::sqrt(nthSquare(wanted));
+        reachGuess_ = leafGuessMargin * reach;
+        return reach;
+      }
+    }
+    float const reach = nearestReach();
+    reachGuess_ = leafGuessMargin * reach;
+    gather(reach + 2.0F * extent);
+    return reach;
+  }
+
+  /// The n-th smallest square of the candidates next to a point.
+  float nthSquare(std::size_t n) {
+    sorted_.clear();
+    for (unsigned const i : near_) {
+      sorted_.push_back(squares_[i]);
+    }
+    constexpr std::size_t mostToCount = 64;
+    if (sorted_.size() <= mostToCount) {
+      sorted_.resize((sorted_.size() + packSize - 1) / packSize * packSize,
+                     std::numeric_limits<float>::infinity());
+      return nthByCounting(sorted_.data(), sorted_.size(), static_cast<int>(n));
+    }
+    auto const place = sorted_.begin() + static_cast<std::ptrdiff_t>(n) - 1;
+    std::nth_element(sorted_.begin(), place, sorted_.end());
+    return *place;
+  }
+
   void addCandidate(unsigned index) {
     if (isPresent(index)) {
       float const* const point = points_[index];
@@ -194,11 +262,13 @@ private:
     }
   }
 
-  void gather(float radius) {
+  /// Gathers the points within a distance of the middle, as exact as the distances of single precision.
+  void gather(float distance) {
     for (std::vector<float>& axis : candidates_) {
       axis.clear();
     }
-    Ball<L2> const ball(middle_.val, std::min(radius, std::numeric_limits<float>::max()));
+    constexpr float rounding = 1.0F + 1e-5F;
+    Ball<L2> const ball(middle_.val, std::min(rounding * distance, std::numeric_limits<float>::max()));
     auto const takeAll = [&](BasicOctant<unsigned> const& octant) {
       for (unsigned i = octant.first; i < octant.first + octant.count; ++i) {
         addCandidate(tree_.chain[i]);
@@ -249,13 +319,7 @@ private:
     if (near_.size() < wanted) {
       return all;
     }
-    sorted_.clear();
-    for (unsigned const i : near_) {
-      sorted_.push_back(squares_[i]);
-    }
-    auto const last = sorted_.begin() + static_cast<std::ptrdiff_t>(wanted) - 1;
-    std::nth_element(sorted_.begin(), last, sorted_.end());
-    float const farthest = *last;
+    float const farthest = nthSquare(wanted);
     near_.erase(
         std::remove_if(near_.begin(), near_.end(), [&](unsigned i) { return squares_[i] > farthest; }),
         near_.end());
@@ -315,6 +379,7 @@ private:
   NormalSettings const& settings_;
   NormalField& field_;
   NearestBound bound_;
+  float reachGuess_ = 0.0F; ///< may hold as many points as are wanted about the middle of the next leaf
   cv::Vec3f middle_;
   Coordinates candidates_;     ///< relative to the middle of the leaf
   std::vector<float> squares_; ///< distances of the candidates to a point
@@ -350,6 +415,9 @@ NormalField neighbourNormals(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> 
       std::size_t const last =
           std::min(leaves.size(), static_cast<std::size_t>(end) * static_cast<std::size_t>(leavesPerRow));
       for (std::size_t i = static_cast<std::size_t>(first) * leavesPerRow; i < last; ++i) {
+        if (i % leavesPerRow == 0) {
+          normals.forgetLastLeaf();
+        }
         normals.run(tree.octants()[leaves[i]]);
       }
     });
