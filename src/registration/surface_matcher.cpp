@@ -128,12 +128,17 @@ double SurfaceMatcher::resolution() const {
   return reach * static_cast<double>(std::numeric_limits<float>::epsilon()) / 2.0;
 }
 
-unsigned SurfaceMatcher::nearest(cv::Vec3d const& point, double maxDistance) const {
+unsigned SurfaceMatcher::nearest(cv::Vec3d const& point, unsigned start, double maxDistance) const {
   if (tree_.isEmpty()) {
     return none;
   }
   // The tree of a grid misses up to half its stride of cells each way.
-  double const reach = maxDistance + (isGrid_ ? 2.0 * coarseStride * spacing_ : 0.0);
+  double reach = maxDistance + (isGrid_ ? 2.0 * coarseStride * spacing_ : 0.0);
+  if (!isGrid_ && start != none) {
+    // Nothing farther than the start can be the nearest, but for the rounding of single precision.
+    constexpr double rounding = 1.0 + 1e-5;
+    reach = std::min(reach, rounding * cv::norm(point - pointAt(start)) + 4.0 * resolution());
+  }
   auto const square = static_cast<float>(std::min(reach * reach, 1e37));
   NearestPoint found(square);
   cv::Vec3f const query(point);
@@ -209,11 +214,11 @@ unsigned SurfaceMatcher::find(cv::Vec3d const& point, unsigned start, double max
   if (isGrid_) {
     cell = start == none ? none : walk(point, start);
     if (cell == none) {
-      unsigned const seed = nearest(point, maxDistance);
+      unsigned const seed = nearest(point, start, maxDistance);
       cell = seed == none ? none : walk(point, seed);
     }
   } else {
-    cell = nearest(point, maxDistance);
+    cell = nearest(point, start, maxDistance);
   }
   if (cell == none) {
     return none;

@@ -21,7 +21,7 @@ public:
 
   /// The cell of the cloud at which a point lies, or `none` when it lies beside the surface or is farther
   /// away than `maxDistance`.
-  /// @param start where to begin the walk over a grid: the place of a point near by, or `none`
+  /// @param start where to begin: the place of a point near by, or `none`; without a grid it only saves time
   unsigned find(cv::Vec3d const& point, unsigned start, double maxDistance) const;
 
   cv::Vec3d pointAt(unsigned cell) const { return cv::Vec3d(points_(rowOf(cell), columnOf(cell))); }
@@ -44,7 +44,7 @@ private:
     return row >= 0 && row < usable_.rows && column >= 0 && column < usable_.cols && isUsable(row, column);
   }
   cv::Vec3d tangent(int row, int column, int down, int right) const;
-  unsigned nearest(cv::Vec3d const& point, double maxDistance) const;
+  unsigned nearest(cv::Vec3d const& point, unsigned start, double maxDistance) const;
   /// The usable cell nearest to the middle of a block of cells; `none` where it has none.
   unsigned middleCell(int firstRow, int firstColumn, int stride) const;
   unsigned walk(cv::Vec3d const& point, unsigned start) const;

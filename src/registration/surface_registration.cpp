@@ -20,6 +20,8 @@ constexpr std::size_t fewestPairs = 50;
 constexpr double smallStep = 0.1;
 constexpr double smallLeadingStep = 0.5;
 constexpr int mostLeadingSteps = 30;
+/// The share of the last step below which a step tells how the next ones shrink.
+constexpr double mostShrunk = 0.5;
 
 } // namespace
 
@@ -115,6 +117,7 @@ bool SurfaceRegistration::run(SourceSamples const& samples, bool isLast) {
   pairs_.clear();
   int const most = isLast ? settings_.maxIterations : std::min(mostLeadingSteps, settings_.maxIterations);
   result_.stop = RegistrationStop::IterationLimit;
+  double lastStep = 0.0;
   for (int i = 0; i < most; ++i) {
     double stepOverUncertainty = 0.0;
     if (!step(samples, stepOverUncertainty)) {
@@ -123,10 +126,15 @@ bool SurfaceRegistration::run(SourceSamples const& samples, bool isLast) {
       return false;
     }
     ++result_.iterations;
-    if (stepOverUncertainty < (isLast ? smallStep : smallLeadingStep)) {
+    // Steps shrink by a constant share: where the next one would be small, it need not be taken.
+    bool const isShrinking = stepOverUncertainty < mostShrunk * lastStep;
+    double const next =
+        isShrinking ? stepOverUncertainty * stepOverUncertainty / lastStep : stepOverUncertainty;
+    if (next < (isLast ? smallStep : smallLeadingStep)) {
       result_.stop = RegistrationStop::Converged;
       break;
     }
+    lastStep = stepOverUncertainty;
   }
   if (isLast) {
     report(samples);
