@@ -4,7 +4,6 @@
 
 import contextlib
 import datetime
-import functools
 import os
 import shutil
 import socket
@@ -12,6 +11,7 @@ import subprocess
 import time
 
 from . import VERSION, content, store
+from .build import build_of
 from .process import described, run_process
 from .record import (expectation, figures_of, is_within, key_of, line_of, read_report, stands_by_content)
 
@@ -29,14 +29,6 @@ class JobFailure(Exception):
 
 class JobStopped(Exception):
     """The run ended while the job was worked on."""
-
-
-@functools.lru_cache(maxsize=None)
-def tool_version(tool):
-    """What `vorn-mv --version` says on this machine."""
-    result = subprocess.run([tool, "--version"], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60,
-                            check=True)
-    return result.stdout.strip()
 
 
 _file_cache = {}
@@ -112,17 +104,21 @@ class Job:
             return "done", self.finish()
 
     def expected(self):
-        return expectation(self.order["digest"], self.order["files"], self.order["version"], self.name)
+        return expectation(self.order["digest"], self.order["files"], self.order["version"], self.order["build"],
+                           self.name)
 
     def check_worker(self):
         if self.order["program"] != VERSION:
             raise JobFailure("worker", f'{self.worker} has vorn-mv-batch {VERSION}, the run {self.order["program"]}')
         try:
-            version = tool_version(self.order["tool"])
+            version, build = build_of(self.order["tool"])
         except (OSError, subprocess.SubprocessError) as error:
             raise JobFailure("worker", f'{self.worker} cannot run {self.order["tool"]}: {error}') from error
         if version != self.order["version"]:
             raise JobFailure("worker", f'{self.worker} has vorn-mv {version}, the run {self.order["version"]}')
+        if build != self.order["build"]:
+            raise JobFailure("worker", f'{self.worker} has another build of vorn-mv {version} than the run, '
+                                       f'{build} for {self.order["build"]}')
         for name, entries in self.order["files"].items():
             path = self.order["paths"][name]
             if content.signature(described_file(path)) != content.signature(entries):
@@ -218,7 +214,7 @@ class Job:
     def record(self, status, seconds, error=None):
         return {
             "job": self.name, "input": self.order["input"], "status": status, "started": self.started,
-            "seconds": round(seconds, 6), "worker": self.worker, "tool": {"version": self.order["version"]},
+            "seconds": round(seconds, 6), "worker": self.worker, "tool": {"version": self.order["version"], "build": self.order["build"]},
             "program": VERSION, "plan": self.order["digest"], "error": error, "steps": self.steps,
             "figures": self.figures, "settings": self.settings, "warnings": self.warnings, "inputs": self.entries,
             "files": self.order["files"], "others": self.others, "outputs": [], "key": self.key,

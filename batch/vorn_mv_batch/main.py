@@ -8,15 +8,17 @@ import multiprocessing.forkserver
 import os
 import shlex
 import signal
+import subprocess
 import sys
 
 from . import VERSION, BatchError
+from .build import build_of
 from .inputs import check_apart, find_inputs, name_jobs
 from .plan import read_plan
 from .progress import Progress
 from .run import Run
 from .store import Store
-from .tool import ask, check_steps, find_tool
+from .tool import check_steps, find_tool
 
 MOST_LISTED = 20
 INTERRUPTED = 130
@@ -82,7 +84,10 @@ def run(options):
     plan = read_plan(options.plan)
     tool = find_tool(options.tool)
     check_steps(plan, tool)
-    version = ask(tool, "--version").strip()
+    try:
+        version, build = build_of(tool)
+    except (OSError, subprocess.SubprocessError) as error:
+        raise BatchError(f"{tool} --version: {error}") from error
     inputs = find_inputs(options.inputs)
     check_apart(inputs, options.out)
     names = name_jobs(inputs, options.name or plan.job_name)
@@ -91,7 +96,7 @@ def run(options):
     options.time_limit = options.time_limit or plan.time_limit
     options.sync = not options.no_sync
     store = Store(options.out)
-    batch = Run(plan, names, store, tool, version, options)
+    batch = Run(plan, names, store, tool, version, build, options)
     if options.dry_run:
         return rehearse(batch, options)
     store.open()

@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """What is known about a job, and whether its result still stands.
 
-A result stands for a key: the hash of the input's files, the plan, the files that the plan names, and the tool's version.
+A result stands for a key: the hash of the input's files, the plan, the files that the plan names, and the tool's
+version and build.
 """
 
 import json
@@ -16,9 +17,9 @@ LONGEST_LIST = 16
 NOT_FIGURES = {"inputs", "settings", "schema", "tool", "warnings"}
 
 
-def expectation(plan_digest, files, version, name):
+def expectation(plan_digest, files, version, build, name):
     """All that decides a result besides the input. `files` are descriptions of the plan's files."""
-    return {"plan": plan_digest, "version": version, "job": name,
+    return {"plan": plan_digest, "version": version, "build": build, "job": name,
             "files": {key: content.signature(entries) for key, entries in sorted(files.items())}}
 
 
@@ -33,6 +34,8 @@ def difference(record, expected):
     had = record["expected"]
     if had["version"] != expected["version"]:
         return f'vorn-mv {had["version"]} is now {expected["version"]}'
+    if had.get("build") != expected["build"]:
+        return f'vorn-mv {expected["version"]} is another build now'
     if had["plan"] != expected["plan"]:
         return "the plan has changed"
     for name in expected["files"]:

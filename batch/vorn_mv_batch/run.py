@@ -16,12 +16,13 @@ from .summary import Collector, Summary
 class Run:
     """The jobs of one command. States: open, done, failed, changed; `fresh` are the jobs done by this run."""
 
-    def __init__(self, plan, names, store, tool, version, options):
+    def __init__(self, plan, names, store, tool, version, build, options):
         self.plan = plan
         self.names = names
         self.store = store
         self.tool = tool
         self.version = version
+        self.build = build
         self.options = options
         self.id = secrets.token_hex(4)
         self.digest = plan.digest()
@@ -39,7 +40,7 @@ class Run:
         self.trouble = None
 
     def expected(self, name):
-        return expectation(self.digest, self.files, self.version, name)
+        return expectation(self.digest, self.files, self.version, self.build, name)
 
     def survey(self, by_content):
         """Finds the results that still stand. With `by_content` what stamps leave open is read here; without, a
@@ -84,7 +85,7 @@ class Run:
         """What the orders of all jobs share."""
         return {"out": self.store.root, "run": self.id, "steps": [dataclasses.asdict(step) for step in self.plan.steps],
                 "digest": self.digest, "files": self.files, "paths": self.plan.files, "tool": self.tool,
-                "version": self.version, "program": VERSION, "tries": self.options.tries,
+                "version": self.version, "build": self.build, "program": VERSION, "tries": self.options.tries,
                 "threads": self.options.threads, "time_limit": self.options.time_limit, "again": self.options.again,
                 "rehash": self.options.rehash, "sync": self.options.sync}
 

@@ -56,6 +56,10 @@ class ResumeTest(BatchCase):
         self.assertIn("part_00: {calib} has changed\n", self.run_batch("--dry-run").stdout)
         environment = self.environment(FAKE_VERSION="10")
         self.assertIn("vorn-mv 9.9.9 is now 10", self.run_batch("--dry-run", environment=environment).stdout)
+        rebuilt = self.folder / "rebuilt_tool"
+        rebuilt.write_text(FAKE_TOOL.read_text() + "# compiled anew\n")
+        rebuilt.chmod(0o755)
+        self.assertIn("vorn-mv 9.9.9 is another build now", self.run_batch("--dry-run", tool=rebuilt).stdout)
         self.run_batch("--limit", 2)
         self.assertEqual(self.starts(), {"part_00": 1, "part_01": 1})
         self.run_batch()
