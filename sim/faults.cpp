@@ -70,9 +70,9 @@ double tiltOf(Pose const& pose) {
 Pose lessTilted(Pose const& pose, double share) {
   cv::Vec3d const axis(-pose.rotation(1, 2), pose.rotation(0, 2), 0);
   double const length = cv::norm(axis);
-  return length == 0 ? pose
-                     : Pose{turnAbout(axis / length, (share - 1) * tiltOf(pose)) * pose.rotation,
-                            pose.translation};
+  return length == 0
+             ? pose
+             : Pose{turnAbout(axis / length, (share - 1) * tiltOf(pose)) * pose.rotation, pose.translation};
 }
 
 void place(PlannedView& view, Pose const& world_from_target) {
@@ -131,8 +131,8 @@ std::vector<Entry> rigEntries() {
        ofRig([](Rig& rig, double times) { rig.camera.sensor.exposure *= times; })},
       {{"too-dark", "the camera is exposed so many times shorter", "times", 10, 1, 100, All},
        ofRig([](Rig& rig, double times) { rig.camera.sensor.exposure /= times; })},
-      {{"room-light", "lamps add so much of the projector's light, and the exposure is shorter", "times", 2, 0,
-        100, All},
+      {{"room-light", "lamps add so much of the projector's light, and the exposure is shorter", "times", 2,
+        0, 100, All},
        ofRig([](Rig& rig, double share) {
          rig.camera.sensor.exposure /= 1 + share;
          rig.camera.sensor.ambient += share;
@@ -167,12 +167,12 @@ std::vector<Entry> viewEntries() {
          grid.rows = middle(grid.rows, percent);
        })},
       {{"small-tilts", "the target is tilted by so much at most", "degrees", 5, 0, 32, Views}, limitTilt},
-      {{"target-overexposed", "the target's image is exposed so many times longer", "times", 2, 1, 100, Views},
+      {{"target-overexposed", "the target's image is exposed so many times longer", "times", 2, 1, 100,
+        Views},
        ofView([](PlannedView& view, double times) { view.targetExposure = times; })},
       {{"moved-before", "the target moves between its image and the sequences", "mm", 0.36, -100, 100, One},
-       ofView([](PlannedView& view, double mm) {
-         view.atColumns = view.atRows = shifted(view.atTarget, mm);
-       })},
+       ofView(
+           [](PlannedView& view, double mm) { view.atColumns = view.atRows = shifted(view.atTarget, mm); })},
       {{"moved-between", "the target moves between columns and rows", "mm", 0.36, -100, 100, One},
        ofView([](PlannedView& view, double mm) { view.atRows = shifted(view.atRows, mm); })},
       {{"moved-during", "the target creeps while the sequences are shown", "mm", 0.36, -100, 100, One},

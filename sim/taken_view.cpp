@@ -31,8 +31,8 @@ void addDirt(std::vector<Object>& objects, PlannedView const& view, Pose const& 
         continue;
       }
       double const radius = dotRadius(grid, column, row);
-      cv::Point2d const at = cv::Point2d(column, row) * grid.pitch +
-                             radius * cv::Point2d(std::cos(angle), std::sin(angle));
+      cv::Point2d const at =
+          cv::Point2d(column, row) * grid.pitch + radius * cv::Point2d(std::cos(angle), std::sin(angle));
       constexpr double aboveTarget = 0.05; // mm
       Object speck;
       speck.name = "speck";

@@ -321,7 +321,7 @@ void diagnoseImagesOf(Calibration& calibration, CalibrationSettings const& setti
     }
   }
   std::vector<Finding> const findings = counted(diagnoseImages(figures), numbers);
-  calibration.report.findings = findings;
+  calibration.report.findings.insert(calibration.report.findings.end(), findings.begin(), findings.end());
   auto const saysMoved = [](Finding const& finding) {
     return finding.cause == FindingCause::MovedBefore || finding.cause == FindingCause::MovedBetween ||
            finding.cause == FindingCause::MovedDuring;

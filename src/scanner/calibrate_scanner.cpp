@@ -9,6 +9,7 @@
 #include <vorn/mv/sl/projector_points.hpp>
 
 #include "scanner/adjusted_views.hpp"
+#include "scanner/mirrored_views.hpp"
 #include "scanner/projector_axis.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/scanner_views.hpp"
@@ -121,6 +122,7 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
   ScannerCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
+  leaveOutMirrored(calibration, settings);
   diagnoseImagesOf(calibration, settings);
   calibration.report.isProjectorGuessed = settings.projector.empty();
   cv::Size const projector =

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <locale>
+#include <sstream>
 
 #include <opencv2/core.hpp>
 
@@ -25,6 +27,14 @@ constexpr std::size_t leastViews = 3;
 /// Between the two most different views, degrees.
 constexpr double leastTurn = 4;
 
+std::string pixelText(double pixels) {
+  std::ostringstream text;
+  text.imbue(std::locale::classic());
+  text.precision(pixels < 1 ? 3 : 1);
+  text << std::fixed << pixels << " px";
+  return text.str();
+}
+
 /// Leaves out views whose error stands out. Returns whether there were any.
 bool rejectOutliers(std::vector<CalibratedView>& views, std::vector<std::string> const& devices,
                     CalibrationSettings const& settings) {
@@ -43,7 +53,7 @@ bool rejectOutliers(std::vector<CalibratedView>& views, std::vector<std::string>
     for (CalibratedView& view : views) {
       double const error = view.isUsed() ? rms(view.devices[device].residuals) : 0;
       if (error > most) {
-        view.reason = "the " + devices[device] + "'s reprojection error is " + std::to_string(error) + " px";
+        view.reason = "the " + devices[device] + "'s reprojection error is " + pixelText(error);
         isAnyRejected = true;
       }
     }

@@ -172,6 +172,18 @@ TEST_F(DiagnosisTest, NamesMirroredImages) {
   EXPECT_EQ(findings[0].device, 1);
 }
 
+TEST_F(DiagnosisTest, CallsATargetWhoseAxisPointsUpNotMirrored) {
+  auto views = rig.views(viewCount);
+  for (AdjustmentView& view : views) {
+    for (cv::Point2f& dot : view.objPnts) {
+      dot.y = -dot.y;
+    }
+  }
+  for (Finding const& finding : found(views)) {
+    ADD_FAILURE() << finding.text;
+  }
+}
+
 TEST_F(DiagnosisTest, RefusesViewsOfAnotherAdjustment) {
   auto const views = rig.views(viewCount);
   Adjustment const adjustment =

@@ -225,6 +225,29 @@ TEST(CalibrationFindings, ProjectorPointsOfAnotherPoseAreNamed) {
             viewCount - 1);
 }
 
+/// The clean views but for one that a fault spoils.
+std::vector<ScannerView> viewsWith(std::string const& fault, std::size_t view) {
+  sim::Campaign campaign = sim::plannedCampaign(test::halfRig(), sim::demoTarget(), sim::demoTargetPoses());
+  campaign.views.resize(viewCount);
+  spoil(campaign, sim::faultOf(fault + "@" + std::to_string(view)));
+  std::vector<ScannerView> views = cleanViews();
+  views[view] = test::renderedView(campaign, view);
+  return views;
+}
+
+TEST(CalibrationFindings, MirroredViewsAreNamedAndLeftOut) {
+  for (char const* fault : {"mirrored-projector", "mirrored-camera"}) {
+    ScannerCalibration const calibration = calibrateScanner(viewsWith(fault, 2), test::halfRigSettings());
+    EXPECT_EQ(causesOf(calibration), std::vector<std::string>{"mirrored"}) << fault;
+    ASSERT_FALSE(calibration.report.findings.empty());
+    EXPECT_EQ(calibration.report.findings[0].view, 2);
+    EXPECT_EQ(calibration.views[2].reason, "the images of the camera or of the projector are mirrored");
+    ASSERT_TRUE(calibration.report.adjustment);
+    EXPECT_EQ(calibration.report.adjustment->views.size(), static_cast<std::size_t>(viewCount) - 1);
+    EXPECT_LT(calibration.report.adjustment->s0, 1.3);
+  }
+}
+
 TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
   sim::Rig turned = test::halfRig();
   cv::Matx33d R;

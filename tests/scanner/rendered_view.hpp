@@ -8,6 +8,7 @@
 
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 
+#include "sim/faults.hpp"
 #include "sim/target.hpp"
 #include "support/scanner_rig.hpp"
 
@@ -31,6 +32,17 @@ inline sim::ProjectorView targetView(sim::Rig const& rig, sim::Pose const& pose)
   sim::RenderOptions options;
   options.supersample = 1; // dots are drawn exactly whatever the number of rays
   return {rig.camera, rig.projector, sim::Scene({sim::targetObject(sim::demoTarget(), pose)}), options};
+}
+
+/// A view of the demonstration's target in which something may go wrong.
+inline ScannerView renderedView(sim::Campaign const& campaign, std::size_t view) {
+  sim::RenderOptions options;
+  options.supersample = 1;
+  sim::ViewImages const images =
+      taken(campaign.views[view],
+            patternsOf(campaign.scanRig, scanner::ScannerType(scanner::ScannerType::Horizontal)),
+            patternsOf(campaign.scanRig, scanner::ScannerType(scanner::ScannerType::Vertical)), 0, options);
+  return {"pose_0" + std::to_string(view), images.target, images.columns, images.rows};
 }
 
 /// One view of a scanner's calibration.

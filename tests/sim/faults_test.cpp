@@ -156,10 +156,11 @@ TEST(Faults, BandsRunAcrossAnImageAndStandElsewhereInTheNext) {
 TEST(Faults, ALensWithPrismTermsIsThatOfOpenCvAndItsOwnInverse) {
   Device const device = demoRig().camera.device.withPrism({2e-3, -1e-3, -3e-3, 5e-4});
   std::vector<double> const D{-0.21, 0.14, 8e-4, -6e-4, -0.03, 0, 0, 0, 2e-3, -1e-3, -3e-3, 5e-4};
-  for (cv::Vec3d const& point : {cv::Vec3d(200, -140, 500), cv::Vec3d(-180, 150, 520), cv::Vec3d(3, 4, 600)}) {
+  for (cv::Vec3d const& point :
+       {cv::Vec3d(200, -140, 500), cv::Vec3d(-180, 150, 520), cv::Vec3d(3, 4, 600)}) {
     std::vector<cv::Point2d> expected;
-    cv::projectPoints(std::vector<cv::Point3d>{cv::Point3d(point)}, cv::Vec3d(), cv::Vec3d(), device.matrix(), D,
-                      expected);
+    cv::projectPoints(std::vector<cv::Point3d>{cv::Point3d(point)}, cv::Vec3d(), cv::Vec3d(), device.matrix(),
+                      D, expected);
     auto const pixel = device.project(point);
     ASSERT_TRUE(pixel.has_value());
     EXPECT_NEAR(cv::norm(*pixel - expected[0]), 0, 1e-9);

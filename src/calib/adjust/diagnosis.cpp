@@ -95,10 +95,17 @@ private:
     findings_.push_back({cause, view, device, value, limit, std::move(text), adviceOf(cause), isGrave});
   }
 
+  /// Images whose dots turn the other way round than in most of the (first) camera's: which way that is goes
+  /// by how the target's axes are drawn.
   void findMirrored() {
+    double sum = 0;
+    for (AdjustmentView const& view : views_) {
+      sum += handednessOf(view, 0);
+    }
+    double const usual = sum < 0 ? -1 : 1;
     for (std::size_t i = 0; i < views_.size(); ++i) {
       for (int device = 0; device < deviceCount(); ++device) {
-        double const turn = handednessOf(views_[i], device);
+        double const turn = usual * handednessOf(views_[i], device);
         if (turn < 0) {
           add(FindingCause::Mirrored, static_cast<int>(i), device, turn, 0,
               named(views_[i], static_cast<int>(i)) + ": the image of " + deviceName(device) + " is mirrored",

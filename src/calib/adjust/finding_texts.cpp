@@ -23,13 +23,15 @@ CauseText const causeTexts[] = {
     {"wrongView", "Take the view again: the target moved while it was taken, or its images are of several "
                   "poses."}, // WrongView
     {"viewDisagrees",
-     "Take the view again: the target or a device moved while it was taken."},                // ViewDisagrees
-    {"deviceMoved", "Fix both devices to one stiff base, and take all views again."},         // DeviceMoved
-    {"focusChanged", "Fix the lens's rings, and take all views again."},                      // FocusChanged
-    {"coverage", "Hold the target into the corners too, or nearer."},                         // Coverage
-    {"smallTilts", "Tilt the target by 20 to 40 degrees to all sides."},                      // SmallTilts
-    {"mirrored", "Turn mirroring off in the camera or projector, and take the views again."}, // Mirrored
-    {"samePose", "Move the target between views."},                                           // SamePose
+     "Take the view again: the target or a device moved while it was taken."},        // ViewDisagrees
+    {"deviceMoved", "Fix both devices to one stiff base, and take all views again."}, // DeviceMoved
+    {"focusChanged", "Fix the lens's rings, and take all views again."},              // FocusChanged
+    {"coverage", "Hold the target into the corners too, or nearer."},                 // Coverage
+    {"smallTilts", "Tilt the target by 20 to 40 degrees to all sides."},              // SmallTilts
+    {"mirrored",
+     "Turn mirroring off in the camera or projector, put columns and rows in their places, and take "
+     "the views again."},                           // Mirrored
+    {"samePose", "Move the target between views."}, // SamePose
     {"lensModel",
      "Calibrate with thin prism terms: --prism, or AdjustmentSettings::Lens::ThinPrism."},       // LensModel
     {"gamma", "Set the gamma of camera and projector to 1, and switch image enhancements off."}, // Gamma

@@ -88,32 +88,37 @@ double bundleS0(Bundle const& bundle) {
   return freedom > 0 ? std::sqrt(squares.total() / freedom) : 1;
 }
 
-double handednessOf(AdjustmentView const& view, int device) {
-  std::vector<cv::Point2f> const& points = pointsOf(view, device);
-  cv::Point2d meanDot;
-  cv::Point2d meanPoint;
-  int count = 0;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    if (isPoint(points[i])) {
-      meanDot += cv::Point2d(view.objPnts[i]);
-      meanPoint += cv::Point2d(points[i]);
-      ++count;
+cv::Matx22d affineMapOf(std::vector<cv::Point2f> const& from, std::vector<cv::Point2f> const& to) {
+  std::vector<std::size_t> common;
+  cv::Point2d meanFrom;
+  cv::Point2d meanTo;
+  for (std::size_t i = 0; i < to.size(); ++i) {
+    if (isPoint(from[i]) && isPoint(to[i])) {
+      meanFrom += cv::Point2d(from[i]);
+      meanTo += cv::Point2d(to[i]);
+      common.push_back(i);
     }
   }
-  constexpr int fewest = 4;
-  if (count < fewest) {
-    return 0;
+  constexpr std::size_t fewest = 4;
+  if (common.size() < fewest) {
+    return cv::Matx22d::zeros();
   }
-  // Of the affine map cross * squares^-1 the second factor's determinant is positive.
+  auto const count = static_cast<double>(common.size());
   cv::Matx22d cross;
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    if (isPoint(points[i])) {
-      cv::Point2d const dot = cv::Point2d(view.objPnts[i]) - meanDot / count;
-      cv::Point2d const point = cv::Point2d(points[i]) - meanPoint / count;
-      cross += cv::Matx22d(point.x * dot.x, point.x * dot.y, point.y * dot.x, point.y * dot.y);
-    }
+  cv::Matx22d squares;
+  for (std::size_t const i : common) {
+    cv::Point2d const a = cv::Point2d(from[i]) - meanFrom / count;
+    cv::Point2d const b = cv::Point2d(to[i]) - meanTo / count;
+    cross += cv::Matx22d(b.x * a.x, b.x * a.y, b.y * a.x, b.y * a.y);
+    squares += cv::Matx22d(a.x * a.x, a.x * a.y, a.y * a.x, a.y * a.y);
   }
-  double const determinant = cv::determinant(cross);
+  bool isRegular = false;
+  cv::Matx22d const inverse = squares.inv(cv::DECOMP_LU, &isRegular);
+  return isRegular ? cv::Matx22d(cross * inverse) : cv::Matx22d::zeros();
+}
+
+double handednessOf(AdjustmentView const& view, int device) {
+  double const determinant = cv::determinant(affineMapOf(view.objPnts, pointsOf(view, device)));
   return determinant > 0 ? 1 : determinant < 0 ? -1 : 0;
 }
 

@@ -22,6 +22,10 @@ Bundle solvedBundle(std::vector<AdjustmentView> const& views, Adjustment const& 
 /// The weighted squares of a solved bundle a degree of freedom, its root.
 double bundleS0(Bundle const& bundle);
 
+/// The linear part of the best affine map from points to others; NaN marks those that do not count. Zeros for
+/// too few.
+cv::Matx22d affineMapOf(std::vector<cv::Point2f> const& from, std::vector<cv::Point2f> const& to);
+
 /// The sign of the determinant of the best affine map from the target to a device's image; 0 for too few
 /// dots.
 double handednessOf(AdjustmentView const& view, int device);

@@ -24,7 +24,7 @@ enum class FindingCause {
   FocusChanged,      ///< focus or zoom of a device were changed between two views
   Coverage,          ///< the dots fill too little of a device's image
   SmallTilts,        ///< the target was hardly tilted
-  Mirrored,          ///< an image is mirrored
+  Mirrored,          ///< an image is mirrored, or columns and rows are exchanged
   SamePose,          ///< two views show one and the same pose
   LensModel,         ///< the lens needs thin prism terms
   Gamma,             ///< camera or projector are not linear
