@@ -98,6 +98,7 @@
 #include <vorn/mv/registration/turntable.hpp>
 #include <vorn/mv/scanner/calibrate_camera.hpp>
 #include <vorn/mv/scanner/calibrate_laser.hpp>
+#include <vorn/mv/scanner/calibrate_rig.hpp>
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
 #include <vorn/mv/scanner/calibration.hpp>

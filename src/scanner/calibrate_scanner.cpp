@@ -23,12 +23,6 @@ namespace {
 /// Projector points from which on a view says something about the projector.
 constexpr std::size_t leastProjectorPoints = 20;
 
-/// What a view tells of the projector's pixels.
-struct DecodedExtents {
-  DecodedExtent columns;
-  DecodedExtent rows;
-};
-
 void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, char const* name) {
   if (!images.empty() && images.front().size() != expected) {
     throw calibrationFailure(std::string("the images of the ") + name + " are " +
@@ -36,10 +30,33 @@ void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, c
   }
 }
 
-constexpr std::size_t stepsPerView = 4;
+constexpr std::size_t stepsPerView = 1 + scannerViewSteps; // and reading it
 
-void measure(ScannerView const& view, CalibrationSettings const& settings, MeasuredView& measured,
-             DecodedExtents& extents, ViewSteps& steps) {
+/// Nothing where the devices do not both see the volume, or the error is not calibrated.
+std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, WorkingVolume const& volume) {
+  try {
+    return PointUncertainty(scanner).over(volume);
+  } catch (Exception const&) {
+    return std::nullopt;
+  }
+}
+
+/// Nothing where no pose serves.
+std::optional<NextView> nextView(Adjustment const& adjustment, std::vector<AdjustmentView> const& views,
+                                 Sl3dScanner const& scanner) {
+  NextViewSettings settings;
+  settings.scannerType = scanner.scannerType();
+  try {
+    return nextBestView(adjustment, views, settings);
+  } catch (Exception const&) {
+    return std::nullopt;
+  }
+}
+
+} // namespace
+
+void measureScannerView(ScannerView const& view, CalibrationSettings const& settings, MeasuredView& measured,
+                        DecodedExtents& extents, ViewSteps& steps) {
   steps.begin("detecting targets");
   findTarget(measured, view.target, "target image", settings, steps.now());
   requireSize(view.columns, view.target.size(), columnAxis.name);
@@ -69,29 +86,6 @@ cv::Size guessProjector(std::vector<CalibratedView> const& views,
   }
   return guessProjector(all.columns, all.rows);
 }
-
-/// Nothing where the devices do not both see the volume, or the error is not calibrated.
-std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, WorkingVolume const& volume) {
-  try {
-    return PointUncertainty(scanner).over(volume);
-  } catch (Exception const&) {
-    return std::nullopt;
-  }
-}
-
-/// Nothing where no pose serves.
-std::optional<NextView> nextView(Adjustment const& adjustment, std::vector<AdjustmentView> const& views,
-                                 Sl3dScanner const& scanner) {
-  NextViewSettings settings;
-  settings.scannerType = scanner.scannerType();
-  try {
-    return nextBestView(adjustment, views, settings);
-  } catch (Exception const&) {
-    return std::nullopt;
-  }
-}
-
-} // namespace
 
 ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
   std::vector<cv::Point2f> points;
@@ -179,7 +173,7 @@ ScannerCalibration calibrateScanner(std::vector<std::string> const& names, Scann
   views.stepsPerView = stepsPerView;
   views.measure = [&](std::size_t number, MeasuredView& result, ViewSteps& steps) {
     steps.begin("reading views");
-    measure(view(number), settings, result, extents[number], steps);
+    measureScannerView(view(number), settings, result, extents[number], steps);
   };
   views.projector = [&](std::vector<CalibratedView> const& used) { return guessProjector(used, extents); };
   return calibrateScanner(views, settings, observer);

@@ -3,6 +3,7 @@
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
 
 #include <algorithm>
+#include <utility>
 
 #include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
@@ -10,6 +11,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "scanner/adjusted_views.hpp"
+#include "scanner/stereo_views.hpp"
 #include "scanner/target_turns.hpp"
 #include "scanner/target_views.hpp"
 
@@ -68,6 +70,11 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
                      steps.begin("reading views");
                      readings[number] = measure(view(number), settings, result, steps);
                    });
+  return calibrateMeasured(std::move(measured), readings, settings, progress.part(0.9, 1.0));
+}
+
+StereoCalibration calibrateMeasured(std::vector<MeasuredView> measured, std::vector<int> const& readings,
+                                    CalibrationSettings const& settings, Progress const& progress) {
   StereoCalibration calibration;
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), labels, sizes);
@@ -76,7 +83,7 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
   }
   cv::Matx44d meanTransform;
   auto const calibrateUsed = [&] {
-    progress.at("calibrating", 0.9);
+    progress.at("calibrating", 0.0);
     CameraCalibData data0 = calibData(calibration.views, 0);
     CameraCalibData data1 = calibData(calibration.views, 1);
     StereoCamera stereo;
@@ -107,7 +114,7 @@ StereoCalibration calibrateStereo(std::vector<std::string> const& names, StereoV
            object.calcUndistortedMaps();
          }
        }},
-      progress.part(0.95, 1.0));
+      progress.part(0.5, 1.0));
   StereoCamera const& stereo = calibration.object;
   calibration.report.devices = {deviceReport("camera", stereo.getCameraModel0(), calibration.views, 0),
                                 deviceReport("camera_1", stereo.getCameraModel1(), calibration.views, 1)};

@@ -11,6 +11,7 @@
 
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 
+#include "scanner/projector_axis.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -24,6 +25,22 @@ struct ScannerViews {
   /// The projector's pixels; asked where the settings do not say them.
   std::function<cv::Size(std::vector<CalibratedView> const& views)> projector;
 };
+
+/// What a view tells of the projector's pixels.
+struct DecodedExtents {
+  DecodedExtent columns;
+  DecodedExtent rows;
+};
+
+/// How often `measureScannerView` begins a step.
+constexpr std::size_t scannerViewSteps = 3;
+
+/// Adds the points of both devices in a view of the scanner's own sequences.
+void measureScannerView(ScannerView const& view, CalibrationSettings const& settings, MeasuredView& measured,
+                        DecodedExtents& extents, ViewSteps& steps);
+
+/// The projector's pixels as the used views tell.
+cv::Size guessProjector(std::vector<CalibratedView> const& views, std::vector<DecodedExtents> const& extents);
 
 /// The dots that the projector's light reaches, in its pixels.
 /// @param columns, rows what was decoded

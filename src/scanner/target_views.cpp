@@ -195,6 +195,7 @@ int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& labe
                            ? findDescribed(points, image, label, settings, observer.ifWatched())
                            : findByDetector(points, image, label, settings.detector, observer.ifWatched());
   view.result.isCounted = view.result.isCounted && readings != 0;
+  view.readings = readings;
   return readings;
 }
 

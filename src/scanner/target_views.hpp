@@ -60,6 +60,9 @@ struct MeasuredView {
   CalibratedView result;
   /// The sizes of its images of the target, camera by camera, as far as they were read.
   std::vector<cv::Size> sizes;
+  /// In how many ways the dots of the image that was searched last may be counted, as `findTarget` returns
+  /// it.
+  int readings = 0;
 };
 
 /// Measures views, several at a time. What `measure` throws becomes the view's reason, but for `Cancelled`.

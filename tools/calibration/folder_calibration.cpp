@@ -268,6 +268,48 @@ mv::StereoCalibration calibrateStereo(std::string const& folder, mv::Calibration
       });
 }
 
+std::string secondCameraFolder(std::string const& folder) {
+  fs::path const given = (fs::path(folder) / "").parent_path();
+  fs::path const place = given.filename() == "calib" ? given.parent_path() / "second" : given / "second";
+  if (!fs::is_directory(place)) {
+    throw Exception("There is no folder " + place.string() + " with what the second camera saw", nullptr, 0,
+                    "calibrate");
+  }
+  return place.string();
+}
+
+mv::RigCalibration calibrateRig(std::string const& folder, mv::CalibrationSettings const& settings,
+                                Observer* observer) {
+  std::vector<fs::path> const roots = {viewFolder(folder), viewFolder(secondCameraFolder(folder))};
+  std::vector<std::string> names;
+  for (fs::path const& root : roots) {
+    if (!patternSetFileOf(root.string()).empty()) {
+      throw Exception("Views of described pattern sets are not calibrated as a rig: " + root.string(),
+                      nullptr, 0, "calibrate");
+    }
+    std::vector<std::string> const poses = posesIn(root);
+    names.insert(names.end(), poses.begin(), poses.end());
+  }
+  std::sort(names.begin(), names.end(), comesBefore);
+  names.erase(std::unique(names.begin(), names.end()), names.end());
+  if (names.empty()) {
+    throw Exception("There are no folders pose_00, pose_01, ... in " + roots[0].string(), nullptr, 0,
+                    "calibrate");
+  }
+  return mv::calibrateRig(
+      names,
+      [&](std::size_t view, std::size_t camera) {
+        fs::path const pose = roots[camera] / names[view];
+        try {
+          return mv::ScannerView{names[view], readTarget(pose / "target.png", settings),
+                                 readNeeded(pose, "columns"), readNeeded(pose, "rows")};
+        } catch (Exception const& e) {
+          throw Exception(withoutPath(e.message(), pose), nullptr, 0, "calibrate");
+        }
+      },
+      settings, observer);
+}
+
 mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSettings const& settings,
                                     Observer* observer) {
   return calibrate<mv::LaserView>(

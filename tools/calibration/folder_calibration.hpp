@@ -7,6 +7,7 @@
 
 #include <vorn/mv/scanner/calibrate_camera.hpp>
 #include <vorn/mv/scanner/calibrate_laser.hpp>
+#include <vorn/mv/scanner/calibrate_rig.hpp>
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
 
@@ -49,6 +50,17 @@ mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::Calibrati
 /// From pose_00/target.png and pose_00/target_1.png and so on.
 mv::StereoCalibration calibrateStereo(std::string const& folder, mv::CalibrationSettings const& settings,
                                       Observer* observer = nullptr);
+
+/// The folder that holds what the second camera of a rig saw: "second" in the folder, or beside it when that
+/// is "calib"; its views are in it, or in its "calib".
+/// @throws Exception when there is none
+std::string secondCameraFolder(std::string const& folder);
+
+/// From the views of the first camera in the folder and those of the second one in `secondCameraFolder`, both
+/// as of a scanner; those of one name are of one pose.
+/// @throws Exception for views of described pattern sets; what `mv::calibrateRig` throws
+mv::RigCalibration calibrateRig(std::string const& folder, mv::CalibrationSettings const& settings,
+                                Observer* observer = nullptr);
 
 /// From pose_00/target.png and pose_00/line_00.png ..., an image a laser line.
 mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSettings const& settings,

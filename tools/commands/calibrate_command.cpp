@@ -16,6 +16,7 @@
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
 #include "tools/calibration/residual_plot.hpp"
+#include "tools/calibration/rig_report.hpp"
 #include "tools/calibration/view_overlays.hpp"
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
@@ -48,6 +49,9 @@ struct CalibrateOptions {
   bool isCamera = false;
   bool isStereo = false;
   bool isLaser = false;
+  bool isRig = false;
+  std::string pairOutput;
+  std::string secondOutput;
   bool isAdjusted = true;
   bool isRefused = true;
   bool hasPrism = false;
@@ -71,15 +75,24 @@ std::vector<mv::Plot> plotsOf(mv::Calibration const& calibration, mv::Ground gro
 }
 
 /// Says what is wrong with the views, or should be known; why a view was left out stands in the table.
-void warnOfFindings(mv::Calibration const& calibration, Report& report) {
+/// @param pair which devices it is about, where there are more than two; ends with a colon and a space
+void warnOfFindings(mv::Calibration const& calibration, Report& report, std::string const& pair = "") {
   if (!calibration.report.notAdjusted.empty()) {
     report.warn("the views were not adjusted together: " + calibration.report.notAdjusted);
   }
   for (mv::Finding const& finding : calibration.report.findings) {
     if (!isLeftOut(finding, calibration)) {
-      report.warn(finding.text + ". " + finding.advice);
+      report.warn(pair + finding.text + ". " + finding.advice);
     }
   }
+}
+
+/// The object, as a file of its own.
+template <class Object>
+FileContent fileOf(std::string const& path, Object const& object) {
+  nlohmann::json json;
+  object.write(json);
+  return {path, jsonText(json)};
 }
 
 /// Shows the figures of a calibration and writes its files together, the object last: it stands there only
@@ -102,9 +115,39 @@ void finish(CalibrateOptions const& options, SomeCalibration const& calibration,
   if (!options.plot.empty()) {
     files.push_back({options.plot, encodedFigure(options.plot, plotsOf(calibration, options.look.ground()))});
   }
-  nlohmann::json json;
-  calibration.object.write(json);
-  files.push_back({options.output, jsonText(json)});
+  files.push_back(fileOf(options.output, calibration.object));
+  writeTogether(files);
+}
+
+/// The same of two cameras and a projector: one report, three objects.
+void finish(CalibrateOptions const& options, mv::RigCalibration const& rig, double pitch, Report& report) {
+  std::cout << table(rig);
+  warnOfFindings(rig.scanner, report, "first camera and projector: ");
+  warnOfFindings(rig.second, report, "second camera and projector: ");
+  warnOfFindings(rig.pair, report, "both cameras: ");
+  if (!options.overlays.empty()) {
+    writeViewOverlays(options.folder, options.overlays, rig.scanner, pitch, options.look.drawSettings());
+    writeViewOverlays(secondCameraFolder(options.folder),
+                      (std::filesystem::path(options.overlays) / "second").string(), rig.second, pitch,
+                      options.look.drawSettings());
+  }
+  report.add(toJson(rig));
+  if (report.isPageWanted()) {
+    report.page().subtitle = std::filesystem::weakly_canonical(options.folder).filename().string();
+    describeCalibration(report.page(), rig.scanner);
+    addErrorPlots(report.page(), rig.second);
+    addErrorPlots(report.page(), rig.pair);
+  }
+  std::vector<FileContent> files = report.takeFiles();
+  if (!options.plot.empty()) {
+    std::vector<mv::Plot> plots = plotsOf(rig.scanner, options.look.ground());
+    std::vector<mv::Plot> const more = residualPlots(rig.second, options.look.ground());
+    plots.insert(plots.end(), more.begin(), more.end());
+    files.push_back({options.plot, encodedFigure(options.plot, plots)});
+  }
+  files.push_back(fileOf(options.pairOutput, rig.pair.object));
+  files.push_back(fileOf(options.secondOutput, rig.second.object));
+  files.push_back(fileOf(options.output, rig.scanner.object));
   writeTogether(files);
 }
 
@@ -118,9 +161,15 @@ std::vector<std::string> prefixesOf(CalibrateOptions const& options) {
 
 std::vector<std::string> inputsOf(CalibrateOptions const& options) {
   bool const isScanner = !options.isLaser && !options.isStereo && !options.isCamera;
-  return isScanner && !patternSetFileOf(options.folder).empty()
-             ? patternViewFiles(options.folder)
-             : calibrationPictures(options.folder, prefixesOf(options));
+  std::vector<std::string> files = isScanner && !patternSetFileOf(options.folder).empty()
+                                       ? patternViewFiles(options.folder)
+                                       : calibrationPictures(options.folder, prefixesOf(options));
+  if (options.isRig) {
+    std::vector<std::string> const more =
+        calibrationPictures(secondCameraFolder(options.folder), prefixesOf(options));
+    files.insert(files.end(), more.begin(), more.end());
+  }
+  return files;
 }
 
 /// Whether the detector finds a described target as it is described.
@@ -208,7 +257,7 @@ void run(CalibrateOptions const& options, Report& report) {
     }
   }
   report.wantPage(options.page);
-  report.declare(inputs, {options.output, options.plot});
+  report.declare(inputs, {options.output, options.pairOutput, options.secondOutput, options.plot});
   checkFigurePath(options.plot);
   if (!options.projector.empty()) {
     settings.projector = parsePixels(options.projector, "--projector");
@@ -225,7 +274,11 @@ void run(CalibrateOptions const& options, Report& report) {
   settings.laserColor = parseLaserColor(options.laserColor);
   double const pitch =
       settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
-  if (options.isLaser) {
+  if (options.isRig) {
+    mv::RigCalibration const rig =
+        watched([&](Observer* bar) { return calibrateRig(options.folder, settings, bar); });
+    finish(options, rig, pitch, report);
+  } else if (options.isLaser) {
     mv::LaserCalibration const calibration =
         watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
     finish(options, calibration, pitch, report);
@@ -244,9 +297,29 @@ void run(CalibrateOptions const& options, Report& report) {
   }
 }
 
+/// Options for two cameras and a projector.
+CLI::Option* addRig(CLI::App& command, CalibrateOptions& options) {
+  CLI::Option* rig = command.add_flag("--rig", options.isRig,
+                                      "Calibrate two cameras and a projector in one frame, from the first "
+                                      "camera's views in the folder and the "
+                                      "second one's, of the same poses, in its folder second");
+  CLI::Option* pair = command
+                          .add_option("--out-pair", options.pairOutput,
+                                      "The two cameras of a rig, a JSON file as of --stereo")
+                          ->needs(rig);
+  CLI::Option* second =
+      command
+          .add_option("--out-second", options.secondOutput,
+                      "The second camera of a rig with the projector, a JSON file; its points are in the "
+                      "first camera's frame")
+          ->needs(rig);
+  rig->needs(pair)->needs(second);
+  return rig;
+}
+
 /// Options for cameras that were calibrated elsewhere.
 void addCameras(CLI::App& command, CalibrateOptions& options, CLI::Option* separate, CLI::Option* laser,
-                CLI::Option* stereo) {
+                CLI::Option* single) {
   command
       .add_option(
           "--camera-model", options.camera,
@@ -256,7 +329,8 @@ void addCameras(CLI::App& command, CalibrateOptions& options, CLI::Option* separ
       ->excludes(laser);
   command.add_option("--camera-model-1", options.camera1, "The same of the second of two cameras")
       ->excludes(separate)
-      ->needs(stereo);
+      ->excludes(laser)
+      ->excludes(single);
   command.add_flag("--hold", options.isHeld, "Keep the cameras that are given as they are");
 }
 
@@ -288,6 +362,8 @@ void addCalibrateCommand(CLI::App& app) {
   command->add_option("-o,--out", options->output, "The calibrated object, a JSON file")->required();
   laser->excludes(stereo);
   camera->excludes(laser)->excludes(stereo);
+  CLI::Option* rig = addRig(*command, *options);
+  rig->excludes(laser)->excludes(stereo)->excludes(camera);
   command
       ->add_option("--projector", options->projector,
                    "The projector's pixels, as 640x400; default: taken from the images")
@@ -305,7 +381,8 @@ void addCalibrateCommand(CLI::App& app) {
       ->excludes(separate);
   command->add_flag("--prism", options->hasPrism, "Lenses with thin prism terms beside the five coefficients")
       ->excludes(separate);
-  addCameras(*command, *options, separate, laser, stereo);
+  rig->excludes(separate);
+  addCameras(*command, *options, separate, laser, camera);
   command->add_option("--plot", options->plot, "Picture (or .svg) of the reprojection errors");
   command->add_option("--overlay", options->overlays,
                       "Folder for pictures of the views with the dots, laser lines and errors");
