@@ -157,7 +157,7 @@ void demonstratePart(sim::Rig const& rig, mv::Sl3dScanner& scanner, std::filesys
   std::vector<ViewPose> poses;
   for (mv::PointCloud const& view : views) {
     names.push_back(sim::partViewName(static_cast<int>(names.size())));
-    poses.push_back({names.back(), view.getTransform()});
+    poses.push_back({names.back(), view.getTransform(), "", ""});
   }
   writeJsonFile(viewsPath(viewFolder.string()), viewPosesJson(poses));
   reportFusion(fusion, names, report);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -13,6 +14,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
+#include "tools/files/transform_file.hpp"
 
 namespace vorn::tools {
 
@@ -45,6 +47,17 @@ cv::Matx44d poseOf(nlohmann::json const& json, std::string const& path) {
     throw refusal(path, std::string("\"") + poseName + "\" is no list of four rows of four numbers");
   }
   return pose;
+}
+
+/// A member of a view that may be left out; empty then.
+std::string textOf(nlohmann::json const& view, char const* member, std::string const& path) {
+  if (!view.contains(member)) {
+    return "";
+  }
+  if (!view[member].is_string()) {
+    throw refusal(path, std::string("\"") + member + "\" of a view is no text");
+  }
+  return view[member].get<std::string>();
 }
 
 bool isScanFolder(fs::path const& path) {
@@ -104,9 +117,15 @@ std::vector<ViewPose> readViewPoses(std::string const& path) {
     if (!view.contains("name") || !view["name"].is_string()) {
       throw refusal(path, "a view has no \"name\"");
     }
-    poses.push_back({view["name"].get<std::string>(), poseOf(view, path)});
+    poses.push_back({view["name"].get<std::string>(), poseOf(view, path), textOf(view, "camera", path),
+                     textOf(view, "image", path)});
   }
   return poses;
+}
+
+cv::Matx44d readViewPose(std::string const& path) {
+  nlohmann::json const json = readJsonFile(path);
+  return json.contains(poseName) ? poseOf(json, path) : readTransform(path);
 }
 
 nlohmann::json viewPosesJson(std::vector<ViewPose> const& poses) {
@@ -117,7 +136,14 @@ nlohmann::json viewPosesJson(std::vector<ViewPose> const& poses) {
       cv::Matx14d const row = pose.commonFromView.row(i);
       rows.push_back({row(0), row(1), row(2), row(3)});
     }
-    views.push_back({{"name", pose.name}, {poseName, rows}});
+    nlohmann::json view = {{"name", pose.name}, {poseName, rows}};
+    if (!pose.camera.empty()) {
+      view["camera"] = pose.camera;
+    }
+    if (!pose.image.empty()) {
+      view["image"] = pose.image;
+    }
+    views.push_back(std::move(view));
   }
   return {{"views", views}};
 }

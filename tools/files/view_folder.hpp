@@ -32,11 +32,17 @@ std::vector<ViewEntry> findViews(std::string const& folder, bool calibrated);
 struct ViewPose {
   std::string name;
   cv::Matx44d commonFromView;
+  std::string camera; ///< whose view it is: a calibration, relative to the folder; empty where not named
+  std::string image;  ///< its picture, relative to the folder; empty where not named
 };
 
 /// The poses that a views.json holds.
 /// @throws Exception when it cannot be read or is no such list
 std::vector<ViewPose> readViewPoses(std::string const& path);
+
+/// The pose of a single view: "commonFromView", four rows, or the "targetFromSource" of a transform file.
+/// @throws Exception when it cannot be read or holds neither
+cv::Matx44d readViewPose(std::string const& path);
 
 /// What a views.json holds.
 nlohmann::json viewPosesJson(std::vector<ViewPose> const& poses);

@@ -47,8 +47,7 @@ inline MovedScans scansOf(benchmark::State const& state) {
 }
 
 /// Normals are judged in the same way whoever found them; NaN and (0, 0, 0) are missing.
-inline void countNormals(benchmark::State& state, NoisyScan const& scan,
-                         cv::Mat_<cv::Vec3f> const& normals) {
+inline void countNormals(benchmark::State& state, NoisyScan const& scan, cv::Mat_<cv::Vec3f> const& normals) {
   double points = 0.0;
   double missing = 0.0;
   for (int row = 0; row < scan.points.rows; ++row) {

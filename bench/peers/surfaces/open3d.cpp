@@ -45,10 +45,9 @@ void registerScans(benchmark::State& state) {
   target.EstimateNormals(open3d::geometry::KDTreeSearchParamKNN(neighbourCount));
   registration::RegistrationResult found;
   for (auto _ : state) {
-    found = registration::RegistrationICP(
-        source, target, pairDistance, Eigen::Matrix4d::Identity(),
-        registration::TransformationEstimationPointToPlane(),
-        registration::ICPConvergenceCriteria(1e-6, 1e-6, mostIterations));
+    found = registration::RegistrationICP(source, target, pairDistance, Eigen::Matrix4d::Identity(),
+                                          registration::TransformationEstimationPointToPlane(),
+                                          registration::ICPConvergenceCriteria(1e-6, 1e-6, mostIterations));
   }
   cv::Matx44d targetFromSource;
   for (int i = 0; i < 4; ++i) {

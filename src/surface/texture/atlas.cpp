@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "core/error.hpp"
+#include "surface/texture/atlas_painting.hpp"
 
 namespace vorn::mv {
 
@@ -22,7 +23,6 @@ namespace {
 constexpr int noView = -1;
 constexpr int noTriangle = -1;
 constexpr int greySide = 4;
-constexpr int greyLevel = 128;
 
 /// The triangle beyond each side of each triangle.
 std::vector<std::array<int, 3>> neighboursOf(SurfaceMesh const& mesh) {
@@ -56,17 +56,10 @@ std::vector<std::array<int, 3>> neighboursOf(SurfaceMesh const& mesh) {
   return neighbours;
 }
 
-/// Triangles that hang together and show one view, and their place in its image and in the atlas.
-struct Patch {
-  int view = noView;
-  cv::Rect inImage;
-  cv::Point inAtlas;
-};
-
 /// The patch of each triangle; -1 for those that no view sees.
 std::vector<int> patchesOf(SurfaceMesh const& mesh, std::vector<int> const& viewOfTriangle,
                            std::vector<MeshView> const& seen, int margin, cv::Size const& size,
-                           std::vector<Patch>& patches) {
+                           std::vector<AtlasPatch>& patches) {
   std::vector<std::array<int, 3>> const neighbours = neighboursOf(mesh);
   std::vector<int> patchOf(mesh.triangles.size(), noView);
   std::vector<int> open;
@@ -101,10 +94,10 @@ std::vector<int> patchesOf(SurfaceMesh const& mesh, std::vector<int> const& view
 }
 
 /// Sets patches side by side on shelves, the high ones first. The corner at the origin stays free for grey.
-cv::Size place(std::vector<Patch>& patches) {
+cv::Size place(std::vector<AtlasPatch>& patches) {
   double area = greySide * greySide;
   int width = greySide;
-  for (Patch const& patch : patches) {
+  for (AtlasPatch const& patch : patches) {
     area += static_cast<double>(patch.inImage.area());
     width = std::max(width, patch.inImage.width);
   }
@@ -135,20 +128,6 @@ cv::Size place(std::vector<Patch>& patches) {
                 "textureFrom");
   }
   return size;
-}
-
-void paint(std::vector<Patch> const& patches, std::vector<TextureView> const& views, cv::Size const& size,
-           MeshTexture& texture) {
-  texture.atlas = cv::Mat_<cv::Vec3b>(size, cv::Vec3b::all(greyLevel));
-  for (Patch const& patch : patches) {
-    cv::Mat const source = views[static_cast<std::size_t>(patch.view)].image(patch.inImage);
-    cv::Mat target = texture.atlas(cv::Rect(patch.inAtlas, patch.inImage.size()));
-    if (source.channels() == 1) {
-      cv::cvtColor(source, target, cv::COLOR_GRAY2BGR);
-    } else {
-      source.copyTo(target);
-    }
-  }
 }
 
 } // namespace
@@ -188,19 +167,23 @@ std::vector<int> viewsOfTriangles(SurfaceMesh const& mesh, std::vector<MeshView>
 }
 
 void packAtlas(SurfaceMesh const& mesh, std::vector<TextureView> const& views,
-               std::vector<MeshView> const& seen, int margin, MeshTexture& texture) {
-  std::vector<Patch> patches;
+               std::vector<MeshView> const& seen, TextureSettings const& settings, MeshTexture& texture) {
+  std::vector<AtlasPatch> patches;
   // Each view's image may have a size of its own: rects are cut to theirs below.
   cv::Size largest;
   for (TextureView const& view : views) {
     largest = {std::max(largest.width, view.image.cols), std::max(largest.height, view.image.rows)};
   }
-  std::vector<int> const patchOf = patchesOf(mesh, texture.viewOfTriangle, seen, margin, largest, patches);
-  for (Patch& patch : patches) {
+  std::vector<int> const patchOf =
+      patchesOf(mesh, texture.viewOfTriangle, seen, settings.margin, largest, patches);
+  for (AtlasPatch& patch : patches) {
     patch.inImage &= cv::Rect({0, 0}, views[static_cast<std::size_t>(patch.view)].image.size());
   }
   cv::Size const size = place(patches);
-  paint(patches, views, size, texture);
+  paintPatches(patches, views, size, texture);
+  if (settings.blend == TextureBlend::Blended && views.size() > 1) {
+    blendPatches(mesh, patches, patchOf, views, seen, texture);
+  }
   auto const placeOf = [&](cv::Point2f const& pixel) {
     // Pixel centres are at whole numbers here, and half a pixel from the edge in files.
     return cv::Vec2f((pixel.x + 0.5F) / static_cast<float>(size.width),
@@ -214,7 +197,7 @@ void packAtlas(SurfaceMesh const& mesh, std::vector<TextureView> const& views,
       texture.placeTriangles.emplace_back(0, 0, 0);
       continue;
     }
-    Patch const& patch = patches[static_cast<std::size_t>(patchOf[i])];
+    AtlasPatch const& patch = patches[static_cast<std::size_t>(patchOf[i])];
     cv::Vec3i corners;
     for (int k = 0; k < 3; ++k) {
       int const vertex = mesh.triangles[i][k];

@@ -13,9 +13,9 @@ namespace vorn::mv {
 /// where it is nearly as large; -1 where none sees it.
 std::vector<int> viewsOfTriangles(SurfaceMesh const& mesh, std::vector<MeshView> const& seen);
 
-/// Fills the atlas of `texture` from its `viewOfTriangle`.
+/// Fills the atlas of `texture` from its `viewOfTriangle` and `gains`.
 /// @throws Exception when it would be larger than 32767 pixels a side
 void packAtlas(SurfaceMesh const& mesh, std::vector<TextureView> const& views,
-               std::vector<MeshView> const& seen, int margin, MeshTexture& texture);
+               std::vector<MeshView> const& seen, TextureSettings const& settings, MeshTexture& texture);
 
 } // namespace vorn::mv

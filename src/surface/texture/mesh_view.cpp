@@ -155,13 +155,13 @@ MeshView meshViewOf(SurfaceMesh const& mesh, TextureView const& view, double max
   Projected seen = projected(mesh, view);
   cv::Size const size = view.image.size();
   DepthMap depths = depthsOf(mesh, seen, size);
+  auto const focal = static_cast<float>(view.camera.getK().at<double>(0, 0));
   if (mesh.triangles.empty()) {
-    double const edge = usualEdge(mesh);
-    double const focal = view.camera.getK().at<double>(0, 0);
+    auto const edge = static_cast<float>(usualEdge(mesh));
     for (std::size_t i = 0; i < seen.places.size(); ++i) {
       float const depth = seen.places[i][2];
       if (!std::isnan(seen.pixels[i].x)) {
-        depths.addDisc(seen.pixels[i], static_cast<float>(edge * focal) / depth, depth);
+        depths.addDisc(seen.pixels[i], edge * focal / depth, depth);
       }
     }
   }
@@ -177,7 +177,10 @@ MeshView meshViewOf(SurfaceMesh const& mesh, TextureView const& view, double max
                           at.y <= static_cast<float>(size.height - 1);
     bool const isSeen =
         isInside && cosine > least && !depths.hides(at, place[2] - static_cast<float>(depthTolerance));
+    float const pixelsPerLength = focal / place[2];
     result.cosines.push_back(isSeen ? cosine : 0.0F);
+    result.weights.push_back(isSeen ? cosine * cosine * pixelsPerLength * pixelsPerLength : 0.0F);
+    result.depths.push_back(place[2]);
   }
   for (cv::Vec3i const& triangle : mesh.triangles) {
     cv::Point2f at[3];

@@ -13,6 +13,8 @@ namespace vorn::mv {
 struct MeshView {
   std::vector<cv::Point2f> pixels; ///< of the vertices
   std::vector<float> cosines; ///< of the angle between normal and line of sight; 0 where a vertex is not seen
+  std::vector<float> weights; ///< of the vertices: by how squarely and in how many pixels they are seen
+  std::vector<float> depths;  ///< of the vertices
   std::vector<float> areas;   ///< of the triangles in pixels; 0 where one is not seen whole
 };
 

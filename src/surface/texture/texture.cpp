@@ -6,11 +6,14 @@
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <string>
+#include <utility>
 
 #include "core/error.hpp"
 #include "core/progress.hpp"
 #include "surface/mesh_checks.hpp"
 #include "surface/texture/atlas.hpp"
+#include "surface/texture/brightness.hpp"
+#include "surface/texture/image_color.hpp"
 #include "surface/texture/mesh_view.hpp"
 
 namespace vorn::mv {
@@ -74,21 +77,7 @@ void check(SurfaceMesh const& mesh, std::vector<TextureView> const& views, Textu
   checkTriangles(mesh, function);
 }
 
-cv::Vec3d colorAt(cv::Mat const& image, cv::Point2f const& at) {
-  int const x = std::clamp(static_cast<int>(at.x), 0, std::max(image.cols - 2, 0));
-  int const y = std::clamp(static_cast<int>(at.y), 0, std::max(image.rows - 2, 0));
-  auto const pixel = [&](int row, int column) {
-    row = std::min(row, image.rows - 1);
-    column = std::min(column, image.cols - 1);
-    return image.channels() == 1 ? cv::Vec3d::all(image.at<uchar>(row, column))
-                                 : cv::Vec3d(image.at<cv::Vec3b>(row, column));
-  };
-  double const u = static_cast<double>(at.x) - x;
-  double const v = static_cast<double>(at.y) - y;
-  return (pixel(y, x) * (1.0 - u) + pixel(y, x + 1) * u) * (1.0 - v) +
-         (pixel(y + 1, x) * (1.0 - u) + pixel(y + 1, x + 1) * u) * v;
-}
-
+/// @param texture with the gains of the views
 void colorVertices(std::vector<TextureView> const& views, std::vector<MeshView> const& seen,
                    std::size_t count, MeshTexture& texture) {
   constexpr uchar grey = 128;
@@ -98,10 +87,11 @@ void colorVertices(std::vector<TextureView> const& views, std::vector<MeshView> 
     cv::Vec3d sum;
     double weights = 0.0;
     for (std::size_t view = 0; view < views.size(); ++view) {
-      auto const cosine = static_cast<double>(seen[view].cosines[i]);
-      if (cosine > 0.0) {
-        sum += colorAt(views[view].image, seen[view].pixels[i]) * (cosine * cosine);
-        weights += cosine * cosine;
+      auto const weight = static_cast<double>(seen[view].weights[i]);
+      if (weight > 0.0) {
+        cv::Vec3d const color = colorAt(views[view].image, seen[view].pixels[i]);
+        sum += color.mul(texture.gains[view]) * weight;
+        weights += weight;
         ++texture.views[i];
       }
     }
@@ -127,6 +117,14 @@ MeshTexture textureFrom(SurfaceMesh const& mesh, std::vector<TextureView> const&
     seen.push_back(meshViewOf(mesh, view, settings.maxViewAngle, tolerance));
   }
   MeshTexture texture;
+  texture.gains.assign(views.size(), cv::Vec3d::all(1.0));
+  if (settings.brightness == TextureBrightness::Matched) {
+    progress.at("brightness", 0.7);
+    BrightnessMatch match = matchBrightness(views, seen);
+    texture.gains = std::move(match.gains);
+    texture.brightnessSets = match.sets;
+  }
+  progress.at("colours", 0.75);
   colorVertices(views, seen, mesh.vertices.size(), texture);
   if (texture.unseenVertices == mesh.vertices.size()) {
     throw error("No view sees any of the " + std::to_string(mesh.vertices.size()) + " vertices", function);
@@ -138,7 +136,7 @@ MeshTexture textureFrom(SurfaceMesh const& mesh, std::vector<TextureView> const&
   texture.viewOfTriangle = viewsOfTriangles(mesh, seen);
   texture.unseenTriangles =
       static_cast<std::size_t>(std::count(texture.viewOfTriangle.begin(), texture.viewOfTriangle.end(), -1));
-  packAtlas(mesh, views, seen, settings.margin, texture);
+  packAtlas(mesh, views, seen, settings, texture);
   return texture;
 }
 

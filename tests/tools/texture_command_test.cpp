@@ -1,0 +1,120 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+
+#include <vorn/core/json_file.hpp>
+#include <vorn/mv/surface/mesh.hpp>
+
+#include "support/file_content.hpp"
+#include "support/temporary_folder.hpp"
+#include "support/tool_run.hpp"
+#include "surface/sheet_scene.hpp"
+#include "tools/files/cloud_files.hpp"
+#include "tools/files/image_files.hpp"
+#include "tools/files/view_folder.hpp"
+
+namespace vorn::tools {
+namespace {
+
+using namespace test;
+
+/// A sheet that two cameras see from one side: a fine one from the right, dark, and a coarse one, bright.
+class TextureCommand : public testing::Test {
+protected:
+  static constexpr int dark = 80;
+  static constexpr int bright = 120;
+
+  void SetUp() override {
+    writeGraphic(mesh_, graphicObjectOf(sheet()));
+    vorn::save(folder_ / "coarse.json", pinhole());
+    vorn::save(folder_ / "fine.json", pinhole(3));
+    writeImage(folder_ / "bright.png", cv::Mat(height, width, CV_8UC1, bright));
+    writeImage(folder_ / "right.png", cv::Mat(3 * height, 3 * width, CV_8UC1, dark));
+    put(folder_ / "views.json",
+        viewPosesJson({{"right", viewFromMesh(10.0).inv(), "fine.json", ""}}).dump());
+    nlohmann::json const pose = viewPosesJson({{"left", viewFromMesh(-10.0).inv(), "", ""}})["views"][0];
+    put(folder_ / "pose.json", pose.dump());
+  }
+
+  ToolOutcome texture(std::vector<std::string> const& options) const {
+    std::vector<std::string> arguments{"texture", mesh_, "-o", output_, "--json"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return run(arguments);
+  }
+
+  nlohmann::json reportOf(std::vector<std::string> const& options) const {
+    ToolOutcome const outcome = texture(options);
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    return nlohmann::json::parse(outcome.output);
+  }
+
+  std::vector<std::string> left() const {
+    return {"--view", folder_ / "bright.png", folder_ / "coarse.json", folder_ / "pose.json"};
+  }
+
+  std::vector<std::string> both() const {
+    std::vector<std::string> options = left();
+    options.insert(options.begin(), folder_ / "");
+    return options;
+  }
+
+  TemporaryFolder folder_;
+  std::string mesh_ = folder_ / "sheet.ply";
+  std::string output_ = folder_ / "textured.obj";
+};
+
+TEST_F(TextureCommand, MatchesTwoCamerasAndShowsTheFinerOne) {
+  nlohmann::json const report = reportOf(both());
+  ASSERT_EQ(report["views"].size(), 2U);
+  EXPECT_EQ(report["views"][0]["name"], "right");
+  EXPECT_EQ(report["views"][0]["bestTriangles"], report["triangles"]);
+  EXPECT_EQ(report["views"][1]["bestTriangles"], 0);
+  EXPECT_EQ(report["brightnessSets"], 1);
+  double const gain = std::sqrt(1.0 * bright / dark);
+  EXPECT_NEAR(report["views"][0]["gain"][0].get<double>(), gain, 1e-9);
+  EXPECT_NEAR(report["views"][1]["gain"][2].get<double>(), 1.0 / gain, 1e-9);
+  cv::Mat const atlas = readImage(folder_ / "textured.png");
+  cv::Vec3b const middle = atlas.at<cv::Vec3b>(atlas.rows / 2, atlas.cols / 2);
+  EXPECT_EQ(middle, cv::Vec3b::all(static_cast<uchar>(std::lround(dark * gain))));
+  EXPECT_NE(contentOf(output_).find("mtllib textured.mtl"), std::string::npos);
+}
+
+TEST_F(TextureCommand, LeavesPicturesAsTaken) {
+  std::vector<std::string> options = both();
+  options.insert(options.end(), {"--brightness", "as-taken", "--blend", "best"});
+  nlohmann::json const report = reportOf(options);
+  EXPECT_EQ(report["views"][0]["gain"][0], 1.0);
+  cv::Mat const atlas = readImage(folder_ / "textured.png");
+  EXPECT_EQ(atlas.at<cv::Vec3b>(atlas.rows / 2, atlas.cols / 2), cv::Vec3b::all(dark));
+}
+
+TEST_F(TextureCommand, TakesSingleViewsWithoutAFolder) {
+  nlohmann::json const report = reportOf(left());
+  ASSERT_EQ(report["views"].size(), 1U);
+  EXPECT_EQ(report["unseenVertices"], 0);
+  // The mesh is not in the camera's frame: it lies at the camera's place.
+  std::vector<std::string> off = left();
+  off.back() = "-";
+  EXPECT_NE(texture(off).errors.find("No view sees"), std::string::npos);
+}
+
+TEST_F(TextureCommand, SaysWhichViewsLackWhat) {
+  EXPECT_NE(texture({}).errors.find("no views"), std::string::npos);
+  put(folder_ / "views.json", viewPosesJson({{"right", viewFromMesh(10.0).inv(), "", ""}}).dump());
+  EXPECT_NE(texture({folder_ / ""}).errors.find("right names no camera"), std::string::npos);
+  put(folder_ / "views.json",
+      viewPosesJson({{"right", viewFromMesh(10.0).inv(), "fine.json", "gone.png"}}).dump());
+  EXPECT_NE(texture({folder_ / ""}).errors.find("gone.png"), std::string::npos);
+  put(folder_ / "pose.json", "{}");
+  EXPECT_NE(texture(left()).errors.find("pose.json"), std::string::npos);
+}
+
+} // namespace
+} // namespace vorn::tools
