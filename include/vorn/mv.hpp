@@ -117,6 +117,7 @@
 #include <vorn/mv/sl/global_direct_light.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
 #include <vorn/mv/sl/lookup_tables.hpp>
+#include <vorn/mv/sl/pattern_doubt.hpp>
 #include <vorn/mv/sl/pattern_set.hpp>
 #include <vorn/mv/sl/patterns.hpp>
 #include <vorn/mv/sl/phase_decoding.hpp>

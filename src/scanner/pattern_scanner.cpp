@@ -71,6 +71,9 @@ void measure(PatternView const& view, PatternSet const& set, DecodeSettings deco
   decode.minSegmentSize = std::min(decode.minSegmentSize, smallestDot);
   PartObserver observer(steps.now());
   DecodedPatterns const decoded = decode_patterns(set, view.images, decode, observer.ifWatched());
+  if (!decoded.doubts.empty()) {
+    throw calibrationFailure(decoded.doubts.front().text);
+  }
   measured.result.devices.push_back(projectorPoints(measured.result.devices[0], decoded.column, decoded.row));
 }
 
@@ -206,6 +209,7 @@ PatternScanResult PatternScanner::triangulate(DecodedPatterns const& decoded, Ob
   static_cast<ScanResult&>(result) = scanDecoded(scanner_, judged, settings_.scan, part.ifWatched());
   result.noise = decoded.noise;
   result.fringes = decoded.fringes;
+  result.doubts = decoded.doubts;
   return result;
 }
 

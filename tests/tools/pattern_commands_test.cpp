@@ -147,7 +147,12 @@ TEST_F(PatternCommands, ImagesOutOfOrderAreAWarning) {
   fs::rename(path("set/pattern_01.png"), path("other.png"));
   fs::rename(path("set/pattern_08.png"), path("set/pattern_01.png"));
   fs::rename(path("other.png"), path("set/pattern_08.png"));
-  EXPECT_NE(run({"decode", path("set")}).errors.find("some are out of order"), std::string::npos);
+  ToolOutcome const outcome = run({"decode", path("set"), "--report", path("report.json")});
+  EXPECT_NE(outcome.errors.find("pattern_01.png"), std::string::npos) << outcome.errors;
+  EXPECT_NE(outcome.errors.find("pattern_08.png"), std::string::npos) << outcome.errors;
+  nlohmann::json const doubts = readJsonFile(path("report.json"))["doubts"];
+  ASSERT_FALSE(doubts.empty());
+  EXPECT_EQ(doubts[0]["fault"], "steps");
 }
 
 TEST_F(PatternCommands, FailuresNameFileAndMember) {

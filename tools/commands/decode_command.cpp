@@ -27,6 +27,7 @@
 #include "tools/report/figure_options.hpp"
 #include "tools/report/printed.hpp"
 #include "tools/report/work.hpp"
+#include "tools/scan/pattern_doubts.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_report.hpp"
 
@@ -126,7 +127,8 @@ nlohmann::json fringesReport(mv::DecodedPatterns const& decoded) {
                     {"period", fringe.period},
                     {"images", fringe.images},
                     {"secondHarmonic", finiteOrNull(fringe.secondHarmonic)},
-                    {"corrected", fringe.corrected}});
+                    {"corrected", fringe.corrected},
+                    {"misfit", finiteOrNull(fringe.misfit)}});
   }
   return list;
 }
@@ -192,7 +194,10 @@ void run(DecodeOptions const& options, Report& report) {
                         " is decoded: " + reasonText(counts),
                     nullptr, 0, "decode");
   }
-  warnOfNoise(decoded, report);
+  noteDoubts(decoded.doubts, report);
+  if (decoded.doubts.empty()) {
+    warnOfNoise(decoded, report);
+  }
   std::vector<Axis> const axes = axesOf(decoded, options);
   timer.tic();
   writeMaps(options, folder, decoded, axes);

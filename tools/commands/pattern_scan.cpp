@@ -27,6 +27,7 @@
 #include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
+#include "tools/scan/pattern_doubts.hpp"
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_page.hpp"
 #include "tools/scan/scan_report.hpp"
@@ -128,8 +129,7 @@ std::string hint(std::string const& folder, std::string const& prefix) {
   return "";
 }
 
-void readCaptured(ScanOptions const& options, std::string const& prefix, Captured& captured,
-                  Report& report) {
+void readCaptured(ScanOptions const& options, std::string const& prefix, Captured& captured, Report& report) {
   captured.images = watched([&](Observer* bar) {
     return captured.described       ? readPatternImages(*captured.described, bar)
            : !options.names.empty() ? readNamedImages(namedFiles(options.folder, options.names), bar)
@@ -174,6 +174,7 @@ mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::Sc
   mv::PatternScanner patterns(captured.described->set, scanner, described);
   mv::PatternScanResult const result =
       watched([&](Observer* bar) { return patterns.scan(captured.images, bar); });
+  noteDoubts(result.doubts, report);
   note(result.agreement, report);
   return result;
 }

@@ -13,6 +13,8 @@
 #include "sl/decode/segments.hpp"
 #include "sl/decode/staircase.hpp"
 #include "sl/decode/stripe_bridging.hpp"
+#include "sl/patterns/agreement_check.hpp"
+#include "sl/patterns/crossing_check.hpp"
 #include "sl/unwrap/order_growth.hpp"
 
 namespace vorn::mv::sl {
@@ -29,7 +31,7 @@ constexpr float ofEven = 0.28867513F;
 
 AxisDecoding::AxisDecoding(PatternSet const& set, ReadingPlan const& plan, DecodeSettings const& settings,
                            PatternAxis axis, PatternReading& reading)
-    : set_(set), plan_(plan), settings_(settings), reading_(reading),
+    : set_(set), plan_(plan), settings_(settings), axis_(axis), reading_(reading),
       resolution_(resolutionAlong(set, axis)) {
   for (std::size_t i = 0; i < plan.fringes.size(); ++i) {
     FringeDesign const& design = plan.fringes[i];
@@ -214,6 +216,51 @@ void AxisDecoding::dropSmallPieces(int smallest, AxisResult& result, Progress co
   });
 }
 
+/// The fringes of some pixels all over the image that have them all.
+FringeSamples AxisDecoding::strongSamples(ScanMaps const& maps) {
+  constexpr int along = 60;
+  cv::Size const size = maps.size();
+  FringeSamples samples;
+  Room room;
+  for (int y = 0; y < size.height; y += std::max(1, size.height / along)) {
+    loadSamples(y, room);
+    closeStates(y, room);
+    samples.periods = room.samples.periods;
+    samples.turns.resize(fringes_.size());
+    samples.sigma.resize(fringes_.size());
+    for (int x = 0; x < size.width; x += std::max(1, size.width / along)) {
+      auto const at = static_cast<std::size_t>(x);
+      for (std::size_t i = 0; room.state[at] == pixel_state::open && i < fringes_.size(); ++i) {
+        samples.turns[i].push_back(room.samples.turns[i][at]);
+        samples.sigma[i].push_back(room.samples.sigma[i][at]);
+      }
+    }
+  }
+  return samples;
+}
+
+/// Whether bits and fringes belong together, as their images came.
+std::vector<PatternDoubt> AxisDecoding::checkTogether(ScanMaps const& maps) {
+  if (!words_.empty()) {
+    CrossingMaps crossing;
+    for (std::size_t const i : codes_) {
+      crossing.codes.push_back(&reading_.code(i));
+    }
+    for (Own const& own : fringes_) {
+      crossing.fringes.push_back({&plan_.fringes[own.index].fringe, &reading_.fringe(own.index).phase});
+    }
+    return checkCrossings(set_, axis_, words_[0], crossing, certainDeviations * noise_.overall());
+  }
+  if (fringes_.size() < 2) {
+    return {};
+  }
+  std::vector<FringeDesign const*> designs;
+  for (Own const& own : fringes_) {
+    designs.push_back(&plan_.fringes[own.index]);
+  }
+  return checkAgreement(strongSamples(maps), designs, resolution_);
+}
+
 AxisResult AxisDecoding::run(Progress const& progress) {
   cv::Size const size = reading_.modulation().size();
   chooseNoise();
@@ -231,6 +278,9 @@ AxisResult AxisDecoding::run(Progress const& progress) {
   if (!fringes_.empty()) {
     maps.createWithoutCode(size);
     forRows(progress.part(0.0, 0.3), [&](int y, Room& room) { decideRow(y, room, maps); });
+  }
+  result.doubts = checkTogether(maps);
+  if (!fringes_.empty()) {
     findStepErrors(maps);
     if (std::any_of(fringes_.begin(), fringes_.end(), [](Own const& own) { return own.error.steps != 0; })) {
       forRows(progress.part(0.3, 0.4), [&](int y, Room& room) { decideRow(y, room, maps); });
@@ -259,7 +309,7 @@ AxisResult AxisDecoding::run(Progress const& progress) {
                               static_cast<int>(design.fringe.images.size()),
                               isShown && tally.power > 0.0 ? tally.harmonic / tally.power
                                                            : std::numeric_limits<double>::quiet_NaN(),
-                              own.error.largest()});
+                              own.error.largest(), std::numeric_limits<double>::quiet_NaN()});
     reading_.fringe(own.index) = {};
   }
   for (std::size_t const code : codes_) {

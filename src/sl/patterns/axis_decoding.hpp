@@ -24,6 +24,7 @@ struct AxisResult {
   float noise = 0.0F;         ///< of an image, grey levels
   double staircase = 0.0;     ///< that was taken off, projector pixels
   std::vector<FringeFigures> fringes;
+  std::vector<PatternDoubt> doubts;
 };
 
 /// From what the images of an axis tell of each pixel to its coordinates. The maps of the reading are
@@ -71,6 +72,8 @@ private:
   void loadSamples(int row, Room& room);
   void loadCode(int row, RowCode& code) const;
   void bridgeStripes(ScanMaps& maps, Progress const& progress) const;
+  std::vector<PatternDoubt> checkTogether(ScanMaps const& maps);
+  FringeSamples strongSamples(ScanMaps const& maps);
   void findStepErrors(ScanMaps const& maps);
   FringeRow fringeRow(Room const& room, std::size_t fringe) const;
   void decideRow(int row, Room& room, ScanMaps& maps);
@@ -89,6 +92,7 @@ private:
   PatternSet const& set_;
   ReadingPlan const& plan_;
   DecodeSettings const& settings_;
+  PatternAxis axis_;
   PatternReading& reading_;
   int resolution_;
   std::vector<Own> fringes_;

@@ -70,10 +70,10 @@ public:
   };
   Stripes stripes() const { return {code_, all_ & ~1U, cell_, shift_}; }
 
-private:
   /// Where a stripe begins: half a pixel before the centre of its first one.
   float edge(int stripe) const { return static_cast<float>(stripe) * cell_ - shift_ - 0.5F; }
 
+private:
   BitCode code_;
   float cell_;
   float shift_;

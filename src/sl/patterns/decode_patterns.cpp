@@ -17,6 +17,7 @@
 #include "core/progress.hpp"
 #include "mv_core/start_work.hpp"
 #include "sl/patterns/axis_decoding.hpp"
+#include "sl/patterns/sample_check.hpp"
 
 namespace vorn::mv {
 
@@ -51,6 +52,23 @@ void requireBetween(double value, double least, double most, char const* name) {
     throw error("\"" + std::string(name) + "\" is " + toString(value) + " and must be " + toString(least) +
                     " to " + toString(most),
                 context);
+  }
+}
+
+/// What the images are doubted for; `decoded.fringes` come in the order of the plan but for their periods.
+void judge(PatternSet const& set, ReadingPlan const& plan, sl::KeptSamples const& samples,
+           std::array<AxisResult, 2> const& axes, DecodedPatterns& decoded) {
+  sl::SampleCheck check = sl::checkSamples(set, plan, samples);
+  for (std::size_t i = 0; i < plan.fringes.size(); ++i) {
+    for (FringeFigures& figures : decoded.fringes) {
+      sl::Fringe const& fringe = plan.fringes[i].fringe;
+      figures.misfit =
+          figures.axis == fringe.axis && figures.period == fringe.period ? check.misfits[i] : figures.misfit;
+    }
+  }
+  decoded.doubts = std::move(check.doubts);
+  for (AxisResult const& axis : axes) {
+    decoded.doubts.insert(decoded.doubts.end(), axis.doubts.begin(), axis.doubts.end());
   }
 }
 
@@ -132,7 +150,9 @@ DecodedPatterns decode_patterns(PatternSet const& set, std::vector<cv::Mat> cons
   std::array<AxisResult, 2> axes;
   axes[0] = decodeAxis(set, plan, settings, 0, reading, progress.part(0.4, 0.7));
   axes[1] = decodeAxis(set, plan, settings, 1, reading, progress.part(0.7, 1.0));
-  return joined(axes, reading.modulation());
+  DecodedPatterns decoded = joined(axes, reading.modulation());
+  judge(set, plan, reading.kept(), axes, decoded);
+  return decoded;
 }
 
 struct PatternDecoder::Work {
@@ -233,6 +253,7 @@ DecodedPatterns PatternDecoder::finish(Observer* observer) {
                 "PatternDecoder");
   }
   DecodedPatterns decoded = joined(work_->axes, work_->reading->modulation());
+  judge(work_->set, work_->plan, work_->reading->kept(), work_->axes, decoded);
   work_->clear();
   return decoded;
 }

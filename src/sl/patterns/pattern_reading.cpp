@@ -78,8 +78,8 @@ void leastRow(float const* other, int n, float* __restrict values) {
 PatternReading::PatternReading(PatternSet const& set, ReadingPlan const& plan, DecodeSettings const& settings,
                                cv::Mat const& first)
     : set_(set), plan_(plan), size_(first.size()), range_(rangeOf(settings, first)),
-      fringes_(plan.fringes.size()), codes_(plan.codes.size()), levels_(plan.levels.size()),
-      tallies_(plan.fringes.size()), harmonics_(plan.fringes.size()) {
+      kept_(size_, set.images.size()), fringes_(plan.fringes.size()), codes_(plan.codes.size()),
+      levels_(plan.levels.size()), tallies_(plan.fringes.size()), harmonics_(plan.fringes.size()) {
   constexpr float usualLeast = 3.0F;
   least_ = settings.minModulation >= 0.0 ? static_cast<float>(settings.minModulation)
            : first.depth() == CV_8U      ? usualLeast
@@ -150,6 +150,7 @@ void PatternReading::prepare(std::size_t image) {
 }
 
 void PatternReading::take(std::size_t image, std::vector<cv::Mat> const& images, Band& band) {
+  kept_.take(image, images[image], range_, band.firstRow_, band.endRow_);
   for (ReadingStep const& step : plan_.steps[image]) {
     switch (step.kind) {
     case ReadingStep::Add:

@@ -11,6 +11,7 @@
 #include <vorn/mv/sl/decode_patterns.hpp>
 
 #include "core/progress.hpp"
+#include "sl/patterns/kept_samples.hpp"
 #include "sl/patterns/reading_plan.hpp"
 #include "sl/patterns/short_float.hpp"
 
@@ -59,6 +60,7 @@ public:
 
   SampleRange const& range() const { return range_; }
   float leastAmplitude() const { return least_; }
+  KeptSamples const& kept() const { return kept_; }
   cv::Mat_<float>& modulation() { return modulation_; }
   FringeMaps& fringe(std::size_t index) { return fringes_[index]; }
   CodeMaps& code(std::size_t index) { return codes_[index]; }
@@ -77,6 +79,7 @@ private:
   ReadingPlan const& plan_;
   cv::Size size_;
   SampleRange range_{};
+  KeptSamples kept_;
   float least_ = 0.0F;
   std::vector<FringeMaps> fringes_;
   std::vector<CodeMaps> codes_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <vorn/core/text.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
 
 #include "sl/coding/stripe_code.hpp"
@@ -68,7 +69,9 @@ double firstRepetition(std::vector<Fringe> const& fringes, int resolution) {
       })->period;
   // Closer than that no camera tells two places apart.
   constexpr double leastDifference = 0.01;
-  for (double way = shortest; way < resolution; way += shortest) {
+  // Whole numbers of periods that fill the image are not exactly that in binary.
+  double const end = resolution * (1.0 - 1e-9);
+  for (double way = shortest; way < end; way += shortest) {
     bool const looksAlike = std::all_of(fringes.begin(), fringes.end(), [&](Fringe const& f) {
       double const turns = way / f.period;
       return std::fabs(turns - std::round(turns)) < leastDifference;
@@ -80,10 +83,21 @@ double firstRepetition(std::vector<Fringe> const& fringes, int resolution) {
   return 0.0;
 }
 
+std::string ofFringe(Fringe const& fringe) {
+  return "of period " + toString(fringe.period) + " along " +
+         (fringe.axis == PatternAxis::Column ? "columns" : "rows");
+}
+
 std::string nameOf(PatternSet const& set, std::size_t index) {
   PatternImage const& image = set.images[index];
   std::string const file = image.file.empty() ? "" : image.file + ", ";
   return "Image " + std::to_string(index) + " (" + file + image.describe() + ")";
+}
+
+std::string nameWithin(PatternSet const& set, std::size_t index) {
+  std::string name = nameOf(set, index);
+  name[0] = 'i';
+  return name;
 }
 
 } // namespace vorn::mv::sl

@@ -35,7 +35,13 @@ unsigned wordAt(PatternImage const& image, double coordinate);
 /// shortest fringe. Of those that do, the way to it; 0 when there is none.
 double firstRepetition(std::vector<Fringe> const& fringes, int resolution);
 
+/// A fringe in a message: "of period 8 along columns".
+std::string ofFringe(Fringe const& fringe);
+
 /// An image in an error message.
 std::string nameOf(PatternSet const& set, std::size_t index);
+
+/// The same within a sentence.
+std::string nameWithin(PatternSet const& set, std::size_t index);
 
 } // namespace vorn::mv::sl

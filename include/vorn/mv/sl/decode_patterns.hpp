@@ -9,6 +9,7 @@
 #include <opencv2/core/mat.hpp>
 
 #include <vorn/core/export.hpp>
+#include <vorn/mv/sl/pattern_doubt.hpp>
 #include <vorn/mv/sl/pattern_set.hpp>
 #include <vorn/mv/sl/pixel_reason.hpp>
 
@@ -54,6 +55,9 @@ struct FringeFigures {
   double secondHarmonic = 0.0;
   /// Largest error of the phase that was taken off by `DecodeSettings::correctsHarmonics`, parts of a period.
   double corrected = 0.0;
+  /// Of the steps' swing about their mean, the part that is not such a fringe, noise apart; where that is
+  /// much, less what gamma and a flickering lamp explain. NaN of three steps.
+  double misfit = 0.0;
 };
 
 /// What `decode_patterns` returns. The matrices are as large as the images.
@@ -75,6 +79,8 @@ struct DecodedPatterns {
   double staircaseRow = 0.0;          ///< likewise
   double noise = 0.0;                 ///< of an image, grey levels, over all decoded pixels: median
   std::vector<FringeFigures> fringes; ///< one for every axis and period
+  /// Where the images contradict the set, as when two were exchanged; empty for none.
+  std::vector<PatternDoubt> doubts;
 };
 
 /// The projector coordinates that every camera pixel sees, from images of any pattern set.

@@ -1,0 +1,220 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include <vorn/mv/sl/pattern_doubt.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include <vorn/mv/sl/decode_patterns.hpp>
+
+#include "sl/pattern_capture.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using test::PatternCapture;
+
+PatternSet setOf(std::string const& name, int steps = 0) {
+  PatternSetOptions options;
+  options.axes = PatternAxes::Columns;
+  options.steps = steps;
+  return PatternSet::builtIn(name, {640, 400}, options);
+}
+
+/// Texture, and a surface that stands before another one.
+PatternCapture scene() {
+  PatternCapture capture;
+  capture.size = {180, 120};
+  capture.albedo = [](int x, int y) { return 0.6 + 0.3 * std::sin(0.11 * x) * std::cos(0.07 * y + 0.02 * x); };
+  capture.column = [](int x, int y) {
+    return 20.3 + 1.07 * x + 0.21 * y + (x > 100 && y > 50 ? 130.0 + 0.1 * x : 0.0);
+  };
+  return capture;
+}
+
+std::string textOf(DecodedPatterns const& decoded) {
+  std::string text;
+  for (PatternDoubt const& doubt : decoded.doubts) {
+    text += doubt.text + "\n";
+  }
+  return text;
+}
+
+bool isDoubted(DecodedPatterns const& decoded, PatternFault fault, std::vector<std::size_t> const& images) {
+  return std::any_of(decoded.doubts.begin(), decoded.doubts.end(), [&](PatternDoubt const& doubt) {
+    return doubt.fault == fault && std::all_of(images.begin(), images.end(), [&](std::size_t image) {
+             return std::find(doubt.images.begin(), doubt.images.end(), image) != doubt.images.end();
+           });
+  });
+}
+
+std::size_t imageOf(PatternSet const& set, int bit, bool isInverse) {
+  auto const found = std::find_if(set.images.begin(), set.images.end(), [&](PatternImage const& image) {
+    return image.role == PatternRole::Bit && image.bit == bit && image.isInverse == isInverse;
+  });
+  return static_cast<std::size_t>(found - set.images.begin());
+}
+
+std::size_t stepOf(PatternSet const& set, std::size_t fringe, int step) {
+  std::size_t seen = 0;
+  double period = 0.0;
+  for (std::size_t i = 0; i < set.images.size(); ++i) {
+    PatternImage const& image = set.images[i];
+    seen += image.role == PatternRole::Phase && image.period != period ? 1 : 0;
+    period = image.role == PatternRole::Phase ? image.period : period;
+    if (seen == fringe + 1 && image.role == PatternRole::Phase && image.step == step) {
+      return i;
+    }
+  }
+  return set.images.size();
+}
+
+/// What is told of images of which two are exchanged.
+DecodedPatterns exchanged(PatternSet const& set, std::size_t one, std::size_t other,
+                          PatternCapture const& capture = scene()) {
+  std::vector<cv::Mat> images = capture.capture(set);
+  std::swap(images[one], images[other]);
+  return decode_patterns(set, images);
+}
+
+TEST(PatternDoubts, TwoStepsOfAFringeAreNamed) {
+  for (char const* const name : {"xor4", "gray-phase", "multi-frequency", "heterodyne"}) {
+    for (int const steps : {4, 9}) {
+      if (std::string(name) == "xor4" && steps != 4) {
+        continue;
+      }
+      PatternSet const set = setOf(name, std::string(name) == "xor4" ? 0 : steps);
+      std::size_t const one = stepOf(set, 0, 1);
+      std::size_t const other = stepOf(set, 0, 2);
+      DecodedPatterns const decoded = exchanged(set, one, other);
+      EXPECT_TRUE(isDoubted(decoded, PatternFault::Steps, {one, other})) << name << steps << textOf(decoded);
+      if (steps > 5) { // four and five steps may as well have two others exchanged and run the other way
+        EXPECT_EQ(decoded.doubts[0].images.size(), 2U) << name << steps << textOf(decoded);
+      }
+    }
+  }
+}
+
+/// With three steps, or the opposite ones of four, the exchanged ones are a fringe that runs the other way.
+TEST(PatternDoubts, WhatLooksLikeAMirroredFringeIsToldByBitsOrOtherFringes) {
+  for (char const* const name : {"xor4", "gray-phase", "multi-frequency", "heterodyne"}) {
+    for (int const steps : {3, 4}) {
+      if (std::string(name) == "xor4" && steps != 4) {
+        continue;
+      }
+      PatternSet const set = setOf(name, std::string(name) == "xor4" ? 0 : steps);
+      for (int const first : {0, 1}) {
+        int const second = steps == 3 ? 2 : first + 2;
+        DecodedPatterns const decoded = exchanged(set, stepOf(set, 0, first), stepOf(set, 0, second));
+        EXPECT_TRUE(isDoubted(decoded, PatternFault::Mirrored, {stepOf(set, 0, first)}))
+            << name << steps << textOf(decoded);
+      }
+      std::vector<cv::Mat> images = scene().capture(set);
+      auto const begin = images.begin() + static_cast<std::ptrdiff_t>(stepOf(set, 0, 0));
+      std::rotate(begin, begin + 1, begin + steps);
+      DecodedPatterns const turned = decode_patterns(set, images);
+      EXPECT_TRUE(isDoubted(turned, PatternFault::Shifted, {stepOf(set, 0, 0)})) << name << steps << textOf(turned);
+    }
+  }
+}
+
+TEST(PatternDoubts, StepsOfTwoFringesAreToldByTheirMeans) {
+  PatternSet const set = setOf("multi-frequency", 3);
+  DecodedPatterns const decoded = exchanged(set, stepOf(set, 0, 1), stepOf(set, 1, 1));
+  EXPECT_TRUE(isDoubted(decoded, PatternFault::Level, {stepOf(set, 0, 1), stepOf(set, 1, 1)}))
+      << textOf(decoded);
+}
+
+TEST(PatternDoubts, BitsAreNamed) {
+  for (char const* const name : {"xor4", "gray", "gray-phase"}) {
+    PatternSet const set = setOf(name);
+    for (auto const& [one, other] : std::vector<std::pair<int, int>>{{0, 1}, {3, 4}, {5, 6}}) {
+      std::vector<cv::Mat> images = scene().capture(set);
+      std::vector<std::size_t> named{imageOf(set, one, false), imageOf(set, other, false)};
+      std::swap(images[named[0]], images[named[1]]);
+      if (imageOf(set, one, true) < set.images.size()) {
+        std::swap(images[imageOf(set, one, true)], images[imageOf(set, other, true)]);
+      }
+      DecodedPatterns const decoded = decode_patterns(set, images);
+      EXPECT_TRUE(isDoubted(decoded, PatternFault::Stripes, named)) << name << one << textOf(decoded);
+    }
+  }
+  PatternSet const set = setOf("gray-phase");
+  std::size_t const bit = imageOf(set, 4, false);
+  std::size_t const inverse = imageOf(set, 4, true);
+  DecodedPatterns const flipped = exchanged(set, bit, inverse);
+  EXPECT_TRUE(isDoubted(flipped, PatternFault::Stripes, {bit, inverse})) << textOf(flipped);
+  DecodedPatterns const torn = exchanged(set, bit, imageOf(set, 2, false));
+  EXPECT_TRUE(isDoubted(torn, PatternFault::Level, {bit, imageOf(set, 2, false)})) << textOf(torn);
+  DecodedPatterns const mixed = exchanged(set, bit, stepOf(set, 0, 1));
+  EXPECT_TRUE(isDoubted(mixed, PatternFault::Steps, {bit, stepOf(set, 0, 1)})) << textOf(mixed);
+}
+
+TEST(PatternDoubts, AnImageOfAnotherScanIsNamed) {
+  PatternSet const set = setOf("gray-phase", 5);
+  PatternCapture other = scene();
+  other.column = [](int x, int y) { return 60.3 + 1.1 * x - 0.11 * y; };
+  std::vector<cv::Mat> const strange = other.capture(set);
+  for (std::size_t const one : {stepOf(set, 0, 2), imageOf(set, 3, true)}) {
+    std::vector<cv::Mat> images = scene().capture(set);
+    images[one] = strange[one];
+    DecodedPatterns const decoded = decode_patterns(set, images);
+    PatternFault const fault = one == stepOf(set, 0, 2) ? PatternFault::Steps : PatternFault::Level;
+    EXPECT_TRUE(isDoubted(decoded, fault, {one})) << textOf(decoded);
+  }
+}
+
+/// Whatever light, lamp and camera do to images that are in order.
+TEST(PatternDoubts, NothingIsSaidOfImagesInOrder) {
+  for (char const* const name : {"xor4", "gray", "gray-phase", "multi-frequency", "heterodyne"}) {
+    for (int const steps : {3, 4, 9}) {
+      bool const isFixed = std::string(name) == "xor4" || std::string(name) == "gray";
+      if ((isFixed && steps != 4) || (steps == 9 && std::string(name) != "gray-phase")) {
+        continue;
+      }
+      PatternSet const set = setOf(name, isFixed ? 0 : steps);
+      PatternCapture gamma = scene();
+      gamma.gamma = 2.2;
+      PatternCapture clipped = gamma;
+      clipped.mean = 170.0;
+      clipped.amplitude = 140.0;
+      PatternCapture dim = scene();
+      dim.noise = 6.0;
+      dim.mean = 30.0;
+      dim.amplitude = 15.0;
+      PatternCapture sharp = scene();
+      sharp.showsPixels = true;
+      sharp.blur = 0.2;
+      for (PatternCapture const& capture : {scene(), gamma, clipped, dim, sharp}) {
+        DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+        EXPECT_TRUE(decoded.doubts.empty()) << name << steps << textOf(decoded);
+      }
+      std::vector<cv::Mat> flicker = scene().capture(set);
+      for (std::size_t i = 0; i < flicker.size(); ++i) {
+        flicker[i].convertTo(flicker[i], -1, 1.0 + 0.08 * std::sin(2.1 * static_cast<double>(i)));
+      }
+      DecodedPatterns const decoded = decode_patterns(set, flicker);
+      EXPECT_TRUE(decoded.doubts.empty()) << name << steps << textOf(decoded);
+    }
+  }
+}
+
+TEST(PatternDoubts, ImagesOneByOneAreDoubtedAlike) {
+  PatternSet const set = setOf("gray-phase");
+  std::vector<cv::Mat> images = scene().capture(set);
+  std::swap(images[0], images[1]);
+  PatternDecoder decoder(set);
+  for (cv::Mat const& image : images) {
+    decoder.add(image);
+  }
+  EXPECT_EQ(textOf(decoder.finish()), textOf(decode_patterns(set, images)));
+}
+
+} // namespace
+} // namespace vorn::mv
