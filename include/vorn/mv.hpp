@@ -39,6 +39,7 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
 #include <vorn/mv/calib/diagnosis.hpp>
+#include <vorn/mv/calib/laser_adjustment.hpp>
 #include <vorn/mv/calib/laser_color.hpp>
 #include <vorn/mv/calib/laser_line.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>

@@ -9,6 +9,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/calib/camera_model.hpp>
+#include <vorn/mv/calib/laser_adjustment.hpp>
 #include <vorn/mv/calib/line_scanner_calib_data.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
@@ -160,14 +161,19 @@ LineScannerCalibData lineData(std::vector<CalibratedView> const& views) {
 /// How far the points of each line lie from its plane in each used view, mm: [view][line][point].
 using Distances = std::vector<std::vector<std::vector<double>>>;
 
-Distances distancesFromPlanes(LineScanner const& scanner, LineScannerCalibData const& data) {
+/// @param poses of the used views
+Distances distancesFromPlanes(LineScanner const& scanner, std::vector<CalibratedView> const& views,
+                              std::vector<cv::Matx44d> const& poses) {
   Distances distances;
-  for (int i = 0; i < data.count(); ++i) {
+  for (CalibratedView const& view : views) {
+    if (!view.isUsed()) {
+      continue;
+    }
+    cv::Matx44d const& pose = poses[distances.size()];
     distances.emplace_back();
-    cv::Matx44d const& pose = data.getPose(i);
     for (std::size_t p = 0; p < scanner.getPlanes().size(); ++p) {
-      auto const points = math::transformPoints(
-          scanner.getCameraModel().calcObjectPoints(data.getLinePntss(i)[p], pose), pose);
+      auto const points =
+          math::transformPoints(scanner.getCameraModel().calcObjectPoints(view.lines[p].imgPnts, pose), pose);
       distances.back().emplace_back();
       for (cv::Point3f const& point : points) {
         distances.back().back().push_back(scanner.getPlanes()[p].distance(point));
@@ -252,13 +258,48 @@ std::vector<PlaneReport> planeReports(std::vector<CalibratedView> const& views, 
   return planes;
 }
 
+std::vector<cv::Matx44d> posesOf(LineScannerCalibData const& data) {
+  std::vector<cv::Matx44d> poses;
+  for (int i = 0; i < data.count(); ++i) {
+    poses.push_back(data.getPose(i));
+  }
+  return poses;
+}
+
+/// The used views with their lines.
+/// @param dots those of the used views
+std::vector<LaserAdjustmentView> laserViews(std::vector<AdjustmentView> const& dots,
+                                            std::vector<CalibratedView> const& views) {
+  std::vector<LaserAdjustmentView> result;
+  for (CalibratedView const& view : views) {
+    if (view.isUsed()) {
+      result.push_back({dots[result.size()], {}});
+      for (ViewLine const& line : view.lines) {
+        result.back().lines.push_back(line.imgPnts);
+      }
+    }
+  }
+  return result;
+}
+
+/// Gives the calibration the camera and the planes of an adjustment.
+void takeLasers(LaserCalibration& calibration, LaserAdjustment const& lasers, Adjustment const& camera) {
+  std::vector<Plane3f> planes;
+  for (AdjustedPlane const& adjusted : lasers.planes) {
+    planes.push_back(adjusted.plane);
+  }
+  calibration.object.setCameraModel(camera.models[0]);
+  calibration.object.setPlanes(planes);
+  fillPlaneRms(calibration.views, distancesFromPlanes(calibration.object, calibration.views, camera.poses));
+}
+
 /// Calibrates the used views, without stray points.
 LineScanner calibrateOnce(std::vector<CalibratedView>& views, cv::Size const& size, std::size_t lineCount) {
   requireLines(views, lineCount);
   LineScannerCalibData data = lineData(views);
   LineScanner scanner = calibrated(data, size, lineCount);
   requireDifferentSides(data);
-  Distances distances = distancesFromPlanes(scanner, data);
+  Distances distances = distancesFromPlanes(scanner, views, posesOf(data));
   bool isAnyDropped = false;
   for (std::size_t line = 0; line < lineCount; ++line) {
     isAnyDropped = dropStrayPoints(views, distances, line) || isAnyDropped;
@@ -267,7 +308,7 @@ LineScanner calibrateOnce(std::vector<CalibratedView>& views, cv::Size const& si
     requireLines(views, lineCount);
     data = lineData(views);
     scanner = calibrated(data, size, lineCount);
-    distances = distancesFromPlanes(scanner, data);
+    distances = distancesFromPlanes(scanner, views, posesOf(data));
   }
   fillResiduals(views, 0, scanner.getCameraModel(), data);
   fillPlaneRms(views, distances);
@@ -292,13 +333,30 @@ LaserCalibration calibrateLaser(std::vector<std::string> const& names, LaserView
   std::vector<cv::Size> sizes;
   calibration.views = agreeOnSizes(std::move(measured), {"target image"}, sizes);
   std::size_t const lineCount = agreeOnLines(calibration.views);
-  calibrateViews(calibration.views, {"camera"}, settings, [&] {
+  auto const calibrateUsed = [&] {
     progress.at("calibrating", 0.9);
     calibration.object = calibrateOnce(calibration.views, sizes[0], lineCount);
-  });
+  };
+  calibrateViews(calibration.views, {"camera"}, settings, calibrateUsed);
+  LaserAdjustment lasers;
+  adjustViews(
+      calibration, settings,
+      {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {
+         lasers = adjustLasers(laserViews(adjusted, calibration.views), calibration.object.getCameraModel(),
+                               how, watch);
+         return lasers.camera;
+       },
+       calibrateUsed,
+       [&](Adjustment const& adjustment, std::vector<AdjustmentView> const& /*views*/) {
+         takeLasers(calibration, lasers, adjustment);
+       }},
+      progress.part(0.95, 1.0));
   calibration.report.devices = {
       deviceReport("camera", calibration.object.getCameraModel(), calibration.views, 0)};
   calibration.report.planes = planeReports(calibration.views, lineCount);
+  for (std::size_t p = 0; calibration.report.adjustment && p < lineCount; ++p) {
+    calibration.report.planes[p].sigma = lasers.planes[p].sigma;
+  }
   progress.at("calibrating", 1.0);
   return calibration;
 }

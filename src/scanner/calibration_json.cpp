@@ -220,6 +220,9 @@ nlohmann::json toJson(Calibration const& calibration) {
   }
   for (PlaneReport const& plane : report.planes) {
     json["planes"].push_back({{"points", plane.points}, {"rms", plane.rms}});
+    if (report.adjustment) {
+      json["planes"].back()["sigma"] = plane.sigma;
+    }
   }
   return json;
 }

@@ -40,13 +40,13 @@ void leaveOutMirrored(Calibration& calibration, CalibrationSettings const& setti
     CalibratedView const& view = calibration.views[i];
     std::string const fault = view.isUsed() ? disagreementOf(seen[number++]) : "";
     if (!fault.empty()) {
-      findings.push_back({FindingCause::Mirrored, static_cast<int>(i), -1, -1, 0, view.name + ": " + fault, advice,
-                          true});
+      findings.push_back(
+          {FindingCause::Mirrored, static_cast<int>(i), -1, -1, 0, view.name + ": " + fault, advice, true});
     }
   }
   if (!findings.empty() && 2 * findings.size() >= seen.size()) {
-    throw calibrationFailure(findings.front().text + ", and so in " + std::to_string(findings.size()) + " of " +
-                             std::to_string(seen.size()) + " views. " + advice);
+    throw calibrationFailure(findings.front().text + ", and so in " + std::to_string(findings.size()) +
+                             " of " + std::to_string(seen.size()) + " views. " + advice);
   }
   for (Finding const& finding : findings) {
     CalibratedView& view = calibration.views[static_cast<std::size_t>(finding.view)];

@@ -183,6 +183,21 @@ TEST_F(LineScannerTest, ReadsWhatItWrote) {
   EXPECT_THROW(back["PlaneCount"] = 0, Exception);
 }
 
+TEST_F(LineScannerTest, TakesPlanesAsTheyAreAndRefusesOthers) {
+  Plane3f const first({1, 2, 500}, {0, 3, 4});
+  Plane3f const second({-4, 0, 450}, {1, 0, 0});
+  scanner.setPlanes({first, second});
+  EXPECT_EQ(scanner["PlaneCount"], 2);
+  ASSERT_EQ(scanner.getPlanes().size(), 2U);
+  EXPECT_EQ(scanner.getPlanes()[1].point(), second.point());
+  EXPECT_THROW(scanner.setPlanes({}), Exception);
+  EXPECT_THROW(scanner.setPlanes({first, Plane3f()}), Exception);
+  EXPECT_THROW(scanner.setPlanes({Plane3f({std::nanf(""), 0, 1}, {0, 1, 0})}), Exception);
+  EXPECT_THROW(scanner.setPlanes(std::vector<Plane3f>(65, first)), Exception);
+  EXPECT_EQ(scanner["PlaneCount"], 2);
+  EXPECT_EQ(scanner.getPlanes().size(), 2U);
+}
+
 TEST_F(LineScannerTest, CalibDataKeepTheirListsAligned) {
   addViews(3);
   data.removeAt(0);

@@ -105,6 +105,38 @@ TEST_F(LaserSession, RecoversTheLaserPlanes) {
     EXPECT_LT(report.at("planes")[p].at("rms").get<double>(), 0.05) << p;
   }
   EXPECT_LT(report.at("camera").at("rms").get<double>(), 0.05);
+  // Five views do not reach into all corners; nothing else is found.
+  for (mv::Finding const& finding : calibration.report.findings) {
+    EXPECT_EQ(finding.cause, mv::FindingCause::Coverage) << finding.text;
+  }
+  EXPECT_NE(tools::table(calibration).find("laser plane 1 known to"), std::string::npos);
+
+  mv::CalibrationSettings separate = settings();
+  separate.isAdjusted = false;
+  auto const apart = tools::calibrateLaser(folder->path().string(), separate);
+  EXPECT_FALSE(mv::toJson(apart).at("planes")[0].contains("sigma"));
+  // Where the points of a line are at all.
+  auto const errorOf = [&](mv::Plane3f const& plane, std::size_t p) {
+    double squares = 0;
+    for (double const along : {-100.0, 0.0, 100.0}) {
+      for (double const depth : {540.0, 570.0, 600.0}) {
+        cv::Vec3d const n(cv::Vec3f(expected[p].normal()));
+        cv::Vec3d const on(cv::Vec3f(expected[p].point()));
+        // The point of the true plane at this x and z.
+        double const y = on[1] - (n[0] * (along - on[0]) + n[2] * (depth - on[2])) / n[1];
+        squares += std::pow(plane.distance({cv::Point3f(cv::Point3d(along, y, depth))}), 2) / 9;
+      }
+    }
+    return std::sqrt(squares);
+  };
+  double joint = 0;
+  double alone = 0;
+  for (std::size_t p = 0; p < found.size(); ++p) {
+    joint += errorOf(found[p], p);
+    alone += errorOf(apart.object.getPlanes()[p], p);
+    EXPECT_LT(errorOf(found[p], p), 3 * calibration.report.planes[p].sigma);
+  }
+  EXPECT_LE(joint, alone);
 }
 
 /// The deviation of a scanned plate's points that the noise of the images explains, mm.

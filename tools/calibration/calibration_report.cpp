@@ -115,6 +115,9 @@ std::string adjustedText(mv::CalibrationReport const& report) {
     out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "
         << shape.sagX << " mm along x and " << shape.sagY << " mm along y; taken into account\n";
   }
+  for (std::size_t p = 0; p < report.planes.size(); ++p) {
+    out << "laser plane " << p << " known to " << pixels(report.planes[p].sigma) << " mm along its normal\n";
+  }
   if (!report.untested.empty()) {
     out << "not to be told from these views:";
     for (mv::FindingCause const cause : report.untested) {

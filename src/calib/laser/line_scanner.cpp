@@ -44,6 +44,11 @@ bool holdsLines(LineScannerCalibData const& data, int planeCount) {
                      [&](auto const& lines) { return lines.size() == static_cast<std::size_t>(planeCount); });
 }
 
+bool isPlane(Plane3f const& plane) {
+  return cv::checkRange(cv::Vec3f(plane.point())) && cv::checkRange(plane.normal()) &&
+         cv::norm(plane.normal()) > 0;
+}
+
 /// One laser line on the pattern in all views, in the camera's frame.
 std::vector<cv::Point3f> pointsOnLaserPlane(LineScannerCalibData const& data, CameraModel const& camera,
                                             std::size_t plane) {
@@ -146,6 +151,16 @@ std::vector<Plane3f> const& LineScanner::getPlanes() const {
   return static_cast<Private const&>(record()).planes;
 }
 
+void LineScanner::setPlanes(std::vector<Plane3f> const& planes) {
+  for (std::size_t i = 0; i < planes.size(); ++i) {
+    if (!isPlane(planes[i])) {
+      throw error("Plane " + std::to_string(i) + " must be finite and have a normal", "setPlanes");
+    }
+  }
+  (*this)["PlaneCount"] = static_cast<int>(planes.size()); // which refuses none and too many
+  static_cast<Private&>(ownRecord()).planes = planes;
+}
+
 bool LineScanner::isCalibrated() const {
   return getCameraModel().isCalibrated() && getPlanes().size() == static_cast<std::size_t>(planeCount());
 }
@@ -162,7 +177,7 @@ void LineScanner::read(nlohmann::json const& json) {
   for (std::string key = planeKey(0); json.contains(key); key = planeKey(planes.size())) {
     planes.emplace_back();
     readJsonObject(json, key, planes.back(), "LineScanner");
-    if (!cv::checkRange(cv::Vec3f(planes.back().point())) || !(cv::norm(planes.back().normal()) > 0)) {
+    if (!isPlane(planes.back())) {
       throw JsonRefusal(key, " is no plane: \"p\" and \"n\" must be finite, and \"n\" not 0", "LineScanner");
     }
   }

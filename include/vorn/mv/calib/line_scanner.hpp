@@ -54,6 +54,9 @@ public:
   void setCameraModel(CameraModel const& model);
   /// The laser planes in the camera's frame; none before calibration.
   std::vector<Plane3f> const& getPlanes() const;
+  /// Takes planes in the camera's frame; "PlaneCount" becomes their number.
+  /// @throws Exception for no planes or more than 64, and for one that is not finite or has no normal
+  void setPlanes(std::vector<Plane3f> const& planes);
   /// Whether the camera is calibrated and there are "PlaneCount" planes.
   bool isCalibrated() const;
 

@@ -50,7 +50,7 @@ struct CalibrationSettings {
   /// But no view with a reprojection error below this is, pixels. 0 or more.
   double outlierError = 0.1;
   /// Whether lenses, poses, the target's shape and the transform are adjusted together and the views
-  /// diagnosed after each device was calibrated by itself. Not for laser line scanners.
+  /// diagnosed after each device was calibrated by itself; of a laser line scanner its planes with them.
   bool isAdjusted = true;
   /// How they are adjusted. Where the dots of a target cannot be told apart in every view, it is taken as
   /// flat.
@@ -131,6 +131,9 @@ struct DeviceReport {
 struct PlaneReport {
   std::size_t points = 0; ///< of its line in all used views
   double rms = 0.0;       ///< of their distances from the plane, mm
+  /// One standard deviation of where the plane lies, along its normal, root mean square over the points, mm;
+  /// 0 without an adjustment.
+  double sigma = 0.0;
 };
 
 /// The figures of a calibration.
