@@ -31,7 +31,9 @@ PatternSet setOf(std::string const& name, int steps = 0) {
 PatternCapture scene() {
   PatternCapture capture;
   capture.size = {180, 120};
-  capture.albedo = [](int x, int y) { return 0.6 + 0.3 * std::sin(0.11 * x) * std::cos(0.07 * y + 0.02 * x); };
+  capture.albedo = [](int x, int y) {
+    return 0.6 + 0.3 * std::sin(0.11 * x) * std::cos(0.07 * y + 0.02 * x);
+  };
   capture.column = [](int x, int y) {
     return 20.3 + 1.07 * x + 0.21 * y + (x > 100 && y > 50 ? 130.0 + 0.1 * x : 0.0);
   };
@@ -119,7 +121,8 @@ TEST(PatternDoubts, WhatLooksLikeAMirroredFringeIsToldByBitsOrOtherFringes) {
       auto const begin = images.begin() + static_cast<std::ptrdiff_t>(stepOf(set, 0, 0));
       std::rotate(begin, begin + 1, begin + steps);
       DecodedPatterns const turned = decode_patterns(set, images);
-      EXPECT_TRUE(isDoubted(turned, PatternFault::Shifted, {stepOf(set, 0, 0)})) << name << steps << textOf(turned);
+      EXPECT_TRUE(isDoubted(turned, PatternFault::Shifted, {stepOf(set, 0, 0)}))
+          << name << steps << textOf(turned);
     }
   }
 }

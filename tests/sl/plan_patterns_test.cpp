@@ -233,6 +233,42 @@ TEST(Foretell, TheRateOfWrongBitsIsWhatImagesGive) {
   }
 }
 
+/// From all pixels decoded to hardly any. Where few have an order by themselves, the others' depend on which
+/// of them are neighbours.
+TEST(Foretell, TheShareOfDecodedPixelsIsWhatImagesGive) {
+  for (char const* const name : {"xor4", "gray", "gray-phase", "multi-frequency", "heterodyne"}) {
+    double least = 1.0;
+    for (double const noise : {2.0, 8.0, 12.0, 30.0}) {
+      PatternWish given = wish();
+      given.noise = noise;
+      PatternSetOptions options;
+      options.axes = PatternAxes::Columns;
+      PatternSet const set = PatternSet::builtIn(name, given.projector, options);
+      PatternCapture capture = captureOf(given);
+      capture.size = {290, 100};
+      capture.column = [](int x, int y) { return 12.0 + 0.8 * x + (y < 50 ? 0.0 : 350.0) + 0.1 * y; };
+      std::vector<cv::Mat> const images = capture.capture(set);
+      auto const shareOf = [&](DecodeSettings const& settings) {
+        cv::Mat const mask = decode_patterns(set, images, settings).mask;
+        return 1.0 - cv::countNonZero(mask) / static_cast<double>(mask.total());
+      };
+      DecodeSettings alone;
+      alone.usesNeighbours = false;
+      alone.minSegmentSize = 0;
+      double const own = shareOf(alone);
+      PatternPlan const plan = foretell(set, given);
+      EXPECT_NEAR(plan.decodedAlone, own, 0.04) << name << ", noise " << noise;
+      if (own > 0.5) {
+        EXPECT_NEAR(plan.decoded, shareOf({}), 0.06) << name << ", noise " << noise;
+      }
+      least = std::min(least, own);
+    }
+    if (std::string(name) != "gray") { // bits alone take their noise for granted
+      EXPECT_LT(least, 0.2) << name << ": nothing was put to the test";
+    }
+  }
+}
+
 TEST(PlanPatterns, ThePlannedSigmaIsWhatDecodingReaches) {
   PatternWish given = wish();
   given.sigma = 0.025;

@@ -26,7 +26,8 @@ inline mv::CameraModel pinhole(int scale = 1) {
       {"dt", "d"},
       {"data", {f, 0, 0.5 * (width * scale - 1), 0, f, 0.5 * (height * scale - 1), 0, 0, 1}}};
   nlohmann::json distortion = {{"rows", 1}, {"cols", 5}, {"dt", "d"}, {"data", {0, 0, 0, 0, 0}}};
-  camera.read({{"Resolution", {width * scale, height * scale}}, {"K", matrix}, {"D", distortion}, {"Error", 0.1}});
+  camera.read(
+      {{"Resolution", {width * scale, height * scale}}, {"K", matrix}, {"D", distortion}, {"Error", 0.1}});
   return camera;
 }
 

@@ -31,10 +31,12 @@ constexpr double fineAngle = 20.0;
 /// Two cameras, the second with three times the pixels each way, whose images have one colour each.
 std::vector<TextureView> plainViews() {
   std::vector<TextureView> views;
-  views.push_back({cv::Mat(height, width, CV_8UC3, cv::Scalar(coarseColor[0], coarseColor[1], coarseColor[2])),
-                   pinhole(), viewFromMesh(coarseAngle)});
-  views.push_back({cv::Mat(3 * height, 3 * width, CV_8UC3, cv::Scalar(fineColor[0], fineColor[1], fineColor[2])),
-                   pinhole(3), viewFromMesh(fineAngle)});
+  views.push_back(
+      {cv::Mat(height, width, CV_8UC3, cv::Scalar(coarseColor[0], coarseColor[1], coarseColor[2])), pinhole(),
+       viewFromMesh(coarseAngle)});
+  views.push_back(
+      {cv::Mat(3 * height, 3 * width, CV_8UC3, cv::Scalar(fineColor[0], fineColor[1], fineColor[2])),
+       pinhole(3), viewFromMesh(fineAngle)});
   return views;
 }
 
@@ -51,7 +53,8 @@ SurfaceMesh hiddenSheet() {
   return mesh;
 }
 
-/// How far inside the front sheet's shadow from a camera a place of the sheet behind it lies; below 0 outside.
+/// How far inside the front sheet's shadow from a camera a place of the sheet behind it lies; below 0
+/// outside.
 double depthInShadow(cv::Vec3d const& place, cv::Matx44d const& pose) {
   cv::Matx44d const back = pose.inv();
   cv::Vec3d const eye(back(0, 3), back(1, 3), back(2, 3));
@@ -123,8 +126,8 @@ double worstSeam(SurfaceMesh const& mesh, MeshTexture const& texture) {
         int const b = k % 3;
         if (mesh.triangles[i][a] == mesh.triangles[other][(b + 1) % 3] &&
             mesh.triangles[i][(a + 1) % 3] == mesh.triangles[other][b]) {
-          worst = std::max(worst, farthest(atSide(texture, i, a, (a + 1) % 3),
-                                           atSide(texture, other, b, (b + 1) % 3)));
+          worst = std::max(
+              worst, farthest(atSide(texture, i, a, (a + 1) % 3), atSide(texture, other, b, (b + 1) % 3)));
         }
       }
     }
@@ -162,7 +165,8 @@ TEST(TextureOfCameras, LargeTrianglesAreBlendedInPerspective) {
     };
     auto const first = static_cast<std::size_t>(texture.placeTriangles[i][0]);
     cv::Point2d const corner(static_cast<double>(texture.places[first][0]) * texture.atlas.cols - 0.5,
-                             (1.0 - static_cast<double>(texture.places[first][1])) * texture.atlas.rows - 0.5);
+                             (1.0 - static_cast<double>(texture.places[first][1])) * texture.atlas.rows -
+                                 0.5);
     auto const cornerOf = [&](int k) {
       return cv::Vec3d(quad.vertices[static_cast<std::size_t>(quad.triangles[i][k])]);
     };

@@ -116,6 +116,7 @@ TEST_F(PatternCommands, PlansAreToldAndTheBestIsWritten) {
   EXPECT_LE(plans[0]["images"], plans[1]["images"]);
   for (auto const& plan : plans) {
     EXPECT_LE(plan["sigma"].get<double>(), 0.03);
+    EXPECT_GT(plan["decoded"].get<double>(), 0.99);
     EXPECT_EQ(plan["steps"].get<int>() > 0, !plan["periods"].empty());
   }
   call.insert(call.begin() + 1, path("best"));

@@ -37,8 +37,7 @@ protected:
     vorn::save(folder_ / "fine.json", pinhole(3));
     writeImage(folder_ / "bright.png", cv::Mat(height, width, CV_8UC1, bright));
     writeImage(folder_ / "right.png", cv::Mat(3 * height, 3 * width, CV_8UC1, dark));
-    put(folder_ / "views.json",
-        viewPosesJson({{"right", viewFromMesh(10.0).inv(), "fine.json", ""}}).dump());
+    put(folder_ / "views.json", viewPosesJson({{"right", viewFromMesh(10.0).inv(), "fine.json", ""}}).dump());
     nlohmann::json const pose = viewPosesJson({{"left", viewFromMesh(-10.0).inv(), "", ""}})["views"][0];
     put(folder_ / "pose.json", pose.dump());
   }

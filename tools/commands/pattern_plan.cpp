@@ -90,6 +90,8 @@ nlohmann::json toJson(mv::PatternPlan const& plan) {
           {"inverses", plan.options.hasInverses},
           {"sigma", plan.sigma},
           {"orderErrors", plan.orderErrors},
+          {"decoded", plan.decoded},
+          {"decodedAlone", plan.decodedAlone},
           {"time", plan.time}};
 }
 
@@ -147,15 +149,15 @@ std::vector<mv::PatternPlan> showPlans(PlanOptions const& options, cv::Size cons
   report["plans"] = nlohmann::json::array();
   std::cout << "Noise " << wish.noise << ", amplitude " << wish.amplitude << ", blur " << wish.blur << " px\n"
             << std::left << std::setw(17) << "set" << std::right << std::setw(7) << "images" << std::setw(7)
-            << "steps" << std::setw(12) << "sigma px" << std::setw(14) << "order errors" << std::setw(9)
-            << "time s"
+            << "steps" << std::setw(12) << "sigma px" << std::setw(14) << "order errors" << std::setw(10)
+            << "decoded" << std::setw(9) << "time s"
             << "  periods px\n";
   for (mv::PatternPlan const& plan : plans) {
     report["plans"].push_back(toJson(plan));
     std::cout << std::left << std::setw(17) << plan.set.name << std::right << std::setw(7)
               << plan.set.images.size() << std::setw(7) << stepsOf(plan) << std::setw(12)
-              << std::setprecision(3) << plan.sigma << std::setw(14) << plan.orderErrors << std::setw(9)
-              << plan.time << "  " << listOf(plan.periods)
+              << std::setprecision(3) << plan.sigma << std::setw(14) << plan.orderErrors << std::setw(8)
+              << 100.0 * plan.decoded << " %" << std::setw(9) << plan.time << "  " << listOf(plan.periods)
               << (plan.options.hasInverses ? "" : "  white and black for inverses") << '\n';
   }
   return plans;

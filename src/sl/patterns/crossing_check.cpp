@@ -58,7 +58,8 @@ public:
   }
 
 private:
-  template <class PointAt> void alongLine(int length, PointAt const& pointAt) {
+  template <class PointAt>
+  void alongLine(int length, PointAt const& pointAt) {
     constexpr int farthest = 6; // pixels from one stripe to the next
     constexpr int nothing = -1000;
     int last = nothing;
@@ -140,7 +141,8 @@ struct Mend {
 
 class Check {
 public:
-  Check(PatternSet const& set, PatternAxis axis, CodeWord const& code, CrossingMaps const& maps, float certain)
+  Check(PatternSet const& set, PatternAxis axis, CodeWord const& code, CrossingMaps const& maps,
+        float certain)
       : set_(set), axis_(axis), code_(code), maps_(maps), crossings_(Walk(maps, certain).run()) {
     for (std::size_t const i : bitsAlong(set, axis)) {
       bits_ = std::max(bits_, set.images[i].bit + 1);
@@ -164,7 +166,8 @@ public:
 
 private:
   bool isOneStep(Words const& words, Mend const& mend) const {
-    return std::abs(code_.stripeOf(mend(words.first, bits_)) - code_.stripeOf(mend(words.second, bits_))) == 1;
+    return std::abs(code_.stripeOf(mend(words.first, bits_)) - code_.stripeOf(mend(words.second, bits_))) ==
+           1;
   }
 
   /// How many crossings a mend makes right and how many wrong. Places where surfaces end are of many kinds,
@@ -231,7 +234,8 @@ private:
       doubt.text += ": the bits look as if the finest came first";
     } else if (isMended) {
       doubt.images = imagesOf(best.first);
-      std::vector<std::size_t> const others = best.kind == Mend::Exchange ? imagesOf(best.second) : doubt.images;
+      std::vector<std::size_t> const others =
+          best.kind == Mend::Exchange ? imagesOf(best.second) : doubt.images;
       std::string const what = nameWithin(set_, doubt.images.front());
       doubt.text += best.kind == Mend::Exchange
                         ? ": " + what + " and " + nameWithin(set_, others.front()) + " look exchanged"
@@ -276,12 +280,13 @@ private:
                        isMirrored ? -static_cast<double>(along) / count : std::fabs(shift),
                        isMirrored ? atLeast : limit,
                        ""};
-    doubt.text = isMirrored ? "the fringe " + ofFringe(fringe) +
-                                  " runs against the bits: two of its steps look exchanged, or its sign is wrong"
-                            : "the fringe " + ofFringe(fringe) + " begins " +
-                                  toString(std::round(100.0 * shift) / 100.0) +
-                                  " of a period from where the bits say: its steps look as if they began with "
-                                  "another one, or its offset is wrong";
+    doubt.text = isMirrored
+                     ? "the fringe " + ofFringe(fringe) +
+                           " runs against the bits: two of its steps look exchanged, or its sign is wrong"
+                     : "the fringe " + ofFringe(fringe) + " begins " +
+                           toString(std::round(100.0 * shift) / 100.0) +
+                           " of a period from where the bits say: its steps look as if they began with "
+                           "another one, or its offset is wrong";
     doubts.push_back(std::move(doubt));
   }
 

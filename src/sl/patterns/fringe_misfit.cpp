@@ -67,7 +67,8 @@ void FringeMisfit::fit(Assignment const& assignment, std::uint32_t leftOut) {
   for (std::size_t place = 0; place < samples_.places(); ++place) {
     fitted_ += isFitted(pixel(place, 0)) ? 1 : 0;
   }
-  swings_ = shared([&](std::size_t place, int which, std::vector<double>& out) { swingOf(place, which, out); });
+  swings_ =
+      shared([&](std::size_t place, int which, std::vector<double>& out) { swingOf(place, which, out); });
 }
 
 /// The steps' values less the mean level.
@@ -120,8 +121,7 @@ std::vector<std::vector<double>> FringeMisfit::disturbances(std::size_t place, i
     FringeEquations::Row const& row = design_.equations.row(k);
     made[k][k] = static_cast<double>(row.gain) * at.mean + static_cast<double>(row.cosine) * at.sine +
                  static_cast<double>(row.sine) * at.cosine;
-    double const angle =
-        phase + std::atan2(static_cast<double>(row.sine), static_cast<double>(row.cosine));
+    double const angle = phase + std::atan2(static_cast<double>(row.sine), static_cast<double>(row.cosine));
     double const own = static_cast<double>(row.gain) * amplitude;
     for (std::size_t m = 0; m < 2; ++m) {
       made[count + 2 * m][k] = own * std::cos(static_cast<double>(m + 2) * angle);
@@ -134,7 +134,8 @@ std::vector<std::vector<double>> FringeMisfit::disturbances(std::size_t place, i
   return made;
 }
 
-template <class Of> Shared FringeMisfit::shared(Of const& of) const {
+template <class Of>
+Shared FringeMisfit::shared(Of const& of) const {
   Shared sums;
   std::vector<double> own;
   std::vector<double> other;
@@ -162,9 +163,8 @@ double FringeMisfit::ratio(Shared const& rest) const {
 }
 
 double FringeMisfit::raw() const {
-  return ratio(shared([&](std::size_t place, int which, std::vector<double>& out) {
-    residual(place, which, out);
-  }));
+  return ratio(
+      shared([&](std::size_t place, int which, std::vector<double>& out) { residual(place, which, out); }));
 }
 
 double FringeMisfit::explained() const {

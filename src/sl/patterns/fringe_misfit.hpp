@@ -39,8 +39,7 @@ struct Shared {
 /// The fit of one fringe's steps at the kept places.
 class FringeMisfit {
 public:
-  FringeMisfit(FringeDesign const& design, KeptSamples const& samples)
-      : design_(design), samples_(samples) {}
+  FringeMisfit(FringeDesign const& design, KeptSamples const& samples) : design_(design), samples_(samples) {}
 
   /// Fits all places.
   /// @param leftOut bit k: step k does not take part
@@ -54,6 +53,7 @@ public:
 
   /// Mean level and amplitude of a pixel; NaN where they are not determined.
   std::pair<double, double> levelAt(std::size_t place, std::size_t which) const;
+
 private:
   struct Pixel {
     std::uint32_t lost;
@@ -68,7 +68,8 @@ private:
   void residual(std::size_t place, int which, std::vector<double>& out) const;
   void projectOut(std::uint32_t lost, std::vector<double>& values) const;
   std::vector<std::vector<double>> disturbances(std::size_t place, int which) const;
-  template <class Of> Shared shared(Of const& of) const;
+  template <class Of>
+  Shared shared(Of const& of) const;
   double ratio(Shared const& rest) const;
 
   FringeDesign const& design_;

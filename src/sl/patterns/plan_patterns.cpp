@@ -11,6 +11,7 @@
 #include <vorn/core/text.hpp>
 
 #include "core/error.hpp"
+#include "sl/patterns/drawn_share.hpp"
 #include "sl/patterns/set_groups.hpp"
 
 namespace vorn::mv {
@@ -213,6 +214,32 @@ bool isBetter(PatternPlan const& a, PatternPlan const& b, PatternWish const& wis
   return a.orderErrors < b.orderErrors;
 }
 
+/// Draws images, which takes time.
+void foretellShare(PatternWish const& wish, PatternPlan& plan) {
+  plan.decodedAlone = plan.decoded = 1.0;
+  for (PatternAxis const axis : {PatternAxis::Column, PatternAxis::Row}) {
+    if (plan.set.codes(axis)) {
+      sl::DrawnShares const shares = sl::drawnShares(plan.set, axis, wish);
+      plan.decodedAlone = std::min(plan.decodedAlone, shares.alone);
+      plan.decoded = std::min(plan.decoded, shares.withNeighbours);
+    }
+  }
+}
+
+/// All but the share.
+PatternPlan foretellRates(PatternSet const& set, PatternWish const& wish) {
+  set.validate();
+  PatternPlan plan;
+  plan.set = set;
+  for (PatternAxis const axis : {PatternAxis::Column, PatternAxis::Row}) {
+    if (set.codes(axis)) {
+      foretellAxis(axis, wish, plan);
+    }
+  }
+  plan.time = wish.imageTime * static_cast<double>(set.images.size());
+  return plan;
+}
+
 std::string describe(PatternPlan const& plan) {
   std::ostringstream text;
   text << plan.set.name << " with " << plan.set.images.size() << " images, sigma " << plan.sigma
@@ -242,15 +269,8 @@ void PatternWish::check() const {
 
 PatternPlan foretell(PatternSet const& set, PatternWish const& wish) {
   wish.check();
-  set.validate();
-  PatternPlan plan;
-  plan.set = set;
-  for (PatternAxis const axis : {PatternAxis::Column, PatternAxis::Row}) {
-    if (set.codes(axis)) {
-      foretellAxis(axis, wish, plan);
-    }
-  }
-  plan.time = wish.imageTime * static_cast<double>(set.images.size());
+  PatternPlan plan = foretellRates(set, wish);
+  foretellShare(wish, plan);
   return plan;
 }
 
@@ -263,7 +283,7 @@ std::vector<PatternPlan> planPatterns(PatternWish const& wish) {
   for (auto const& [name, options] : candidates(wish)) {
     std::optional<PatternPlan> plan;
     try {
-      plan = foretell(PatternSet::builtIn(name, wish.projector, options), wish);
+      plan = foretellRates(PatternSet::builtIn(name, wish.projector, options), wish);
       plan->options = options;
     } catch (Exception const&) { // such as too few fringes: the others may serve
       continue;
@@ -289,6 +309,9 @@ std::vector<PatternPlan> planPatterns(PatternWish const& wish) {
   best.erase(std::remove_if(best.begin(), best.end(),
                             [&](PatternPlan const& plan) { return distanceFrom(plan, wish) > 0.0; }),
              best.end());
+  for (PatternPlan& plan : best) {
+    foretellShare(wish, plan);
+  }
   return best;
 }
 

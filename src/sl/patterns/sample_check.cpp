@@ -29,7 +29,8 @@ using Pair = std::pair<std::size_t, std::size_t>;
 class Check {
 public:
   Check(PatternSet const& set, ReadingPlan const& plan, KeptSamples samples)
-      : set_(set), samples_(std::move(samples)), groups_(levelGroups(set, plan)), assignment_(set.images.size()) {
+      : set_(set), samples_(std::move(samples)), groups_(levelGroups(set, plan)),
+        assignment_(set.images.size()) {
     std::iota(assignment_.begin(), assignment_.end(), std::size_t{0});
     assess();
   }
@@ -94,7 +95,8 @@ void Check::assess() {
 /// How ill the groups of two images fit when these are exchanged.
 double Check::scoreOf(Pair const& pair, Assignment const& assignment) const {
   double score = 0.0;
-  bool const isOfLevel = std::any_of(levels_.begin(), levels_.end(), [](double v) { return v > mostOfLevel; });
+  bool const isOfLevel =
+      std::any_of(levels_.begin(), levels_.end(), [](double v) { return v > mostOfLevel; });
   std::vector<LevelGroup> const none;
   Levels const levels(isOfLevel ? groups_ : none, samples_, assignment);
   for (std::size_t i = 0; i < groups_.size(); ++i) {
@@ -165,7 +167,8 @@ std::size_t Check::stranger(std::size_t group) const {
   constexpr std::size_t fewest = 5; // less one of them, with something left to fit
   double best = mostMisfit;
   std::size_t found = images.size();
-  for (std::size_t k = 0; groups_[group].fringe != nullptr && images.size() >= fewest && k < images.size(); ++k) {
+  for (std::size_t k = 0; groups_[group].fringe != nullptr && images.size() >= fewest && k < images.size();
+       ++k) {
     double const without = misfitOf(groups_[group], assignment_, 1U << static_cast<unsigned>(k));
     if (without < best) {
       best = without;

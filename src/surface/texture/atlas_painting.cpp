@@ -80,11 +80,13 @@ public:
   bool isFlat() const { return scale_ == 0.0; }
 
   cv::Vec3d at(cv::Point2d const& place) const {
-    return cv::Vec3d(cross(place, at_[1], at_[2]), cross(place, at_[2], at_[0]), cross(place, at_[0], at_[1])) *
+    return cv::Vec3d(cross(place, at_[1], at_[2]), cross(place, at_[2], at_[0]),
+                     cross(place, at_[0], at_[1])) *
            scale_;
   }
 
-  /// Whether a place with these shares lies in the triangle or at most so many pixels beside one of its sides.
+  /// Whether a place with these shares lies in the triangle or at most so many pixels beside one of its
+  /// sides.
   bool holds(cv::Vec3d const& shares, double pixels) const {
     return shares[0] >= -pixels * perPixel_[0] && shares[1] >= -pixels * perPixel_[1] &&
            shares[2] >= -pixels * perPixel_[2];
@@ -129,8 +131,10 @@ public:
     }
     auto const [left, right] = std::minmax({at[0].x, at[1].x, at[2].x});
     auto const [top, bottom] = std::minmax({at[0].y, at[1].y, at[2].y});
-    cv::Point const first(cvFloor(static_cast<double>(left) - beside), cvFloor(static_cast<double>(top) - beside));
-    cv::Point const last(cvCeil(static_cast<double>(right) + beside), cvCeil(static_cast<double>(bottom) + beside));
+    cv::Point const first(cvFloor(static_cast<double>(left) - beside),
+                          cvFloor(static_cast<double>(top) - beside));
+    cv::Point const last(cvCeil(static_cast<double>(right) + beside),
+                         cvCeil(static_cast<double>(bottom) + beside));
     cv::Rect const pixels = cv::Rect(first, last + cv::Point(1, 1)) & patch.inImage;
     for (int y = pixels.y; y < pixels.y + pixels.height; ++y) {
       for (int x = pixels.x; x < pixels.x + pixels.width; ++x) {

@@ -22,8 +22,8 @@ struct AtlasPatch {
 void paintPatches(std::vector<AtlasPatch> const& patches, std::vector<TextureView> const& views,
                   cv::Size const& size, MeshTexture& texture);
 
-/// Gives the triangles of painted patches the mean of all images that show them. A view's weight at a vertex is
-/// that of the triangle about it which it shows worst, so that it fades out where the view's sight ends.
+/// Gives the triangles of painted patches the mean of all images that show them. A view's weight at a vertex
+/// is that of the triangle about it which it shows worst, so that it fades out where the view's sight ends.
 /// @param patchOf of each triangle; -1 for those that no view sees
 void blendPatches(SurfaceMesh const& mesh, std::vector<AtlasPatch> const& patches,
                   std::vector<int> const& patchOf, std::vector<TextureView> const& views,
