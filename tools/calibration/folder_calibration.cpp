@@ -13,6 +13,7 @@
 
 #include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/named_images.hpp"
 #include "tools/files/pattern_folder.hpp"
 
 namespace vorn::tools {
@@ -45,10 +46,15 @@ std::vector<std::string> entriesOf(fs::path const& folder, Wanted const& isWante
 }
 
 /// pose_00, pose_01, ...
-std::vector<std::string> posesIn(fs::path const& root) {
-  return entriesOf(root, [](fs::directory_entry const& entry) {
-    return entry.is_directory() && entry.path().filename().string().rfind("pose_", 0) == 0;
+std::vector<std::string> posesIn(fs::path const& root, ViewNames const& names = {}) {
+  return entriesOf(root, [&](fs::directory_entry const& entry) {
+    return entry.is_directory() && matches(entry.path().filename().string(), names.poses);
   });
+}
+
+/// What there should be, for messages.
+std::string posesText(ViewNames const& names) {
+  return names.poses == ViewNames().poses ? "pose_00, pose_01, ..." : names.poses;
 }
 
 std::vector<std::string> picturesIn(fs::path const& root) {
@@ -89,19 +95,25 @@ auto calibrate(fs::path const& root, std::vector<std::string> const& names, Read
 
 /// The same with the poses' folders.
 template <class View, class Read, class Job>
-auto calibrate(std::string const& folder, Read const& read, Job const& job) {
+auto calibrate(std::string const& folder, ViewNames const& names, Read const& read, Job const& job) {
   fs::path const root = viewFolder(folder);
-  std::vector<std::string> const poses = posesIn(root);
+  std::vector<std::string> const poses = posesIn(root, names);
   if (poses.empty()) {
-    throw Exception("There are no folders pose_00, pose_01, ... in " + root.string(), nullptr, 0,
+    throw Exception("There are no folders " + posesText(names) + " in " + root.string(), nullptr, 0,
                     "calibrate");
   }
   return calibrate<View>(root, poses, read, job);
 }
 
 /// A described target is searched in the picture as it is, the detector wants it grey.
-cv::Mat readTarget(fs::path const& path, mv::CalibrationSettings const& settings) {
-  return settings.target ? readImage(path.string()) : readMeasuredImage(path.string());
+cv::Mat readTarget(std::string const& path, mv::CalibrationSettings const& settings) {
+  return settings.target ? readImage(path) : readMeasuredImage(path);
+}
+
+/// The target in a view's folder as one camera sees it.
+cv::Mat readTarget(fs::path const& pose, ViewNames const& names, std::size_t camera,
+                   mv::CalibrationSettings const& settings) {
+  return readTarget(namedFile(pose.string(), names.targets.at(camera)), settings);
 }
 
 /// The pictures of a sequence, of which there must be some.
@@ -112,6 +124,16 @@ std::vector<cv::Mat> readNeeded(fs::path const& pose, std::string const& prefix,
     throw Exception("there is no " + prefix + "_00.png", nullptr, 0, "calibrate");
   }
   return images;
+}
+
+/// What a camera saw of the target and of the projector's sequences.
+mv::ScannerView readScannerView(fs::path const& pose, ViewNames const& names,
+                                mv::CalibrationSettings const& settings) {
+  auto const sequence = [&](char const* prefix, std::vector<std::string> const& given) {
+    return given.empty() ? readNeeded(pose, prefix) : readNamedImages(namedFiles(pose.string(), given));
+  };
+  return {"", readTarget(pose, names, 0, settings), sequence("columns", names.columns),
+          sequence("rows", names.rows)};
 }
 
 /// The set of a view that describes it itself, or whose description lies beside the views.
@@ -127,7 +149,7 @@ mv::PatternView readPatternView(fs::path const& pose, mv::CalibrationSettings co
   view.images = readPatternImages(captured, nullptr);
   fs::path const target = pose / "target.png";
   if (fs::exists(target)) {
-    view.target = readTarget(target, settings);
+    view.target = readTarget(target.string(), settings);
   }
   return view;
 }
@@ -140,7 +162,7 @@ mv::ScannerCalibration calibrateByPatterns(std::string const& folder, std::strin
   std::string const images = fs::equivalent(place, root) ? (root / posesIn(root).front()).string() : place;
   mv::PatternScanner scanner(readPatternFolder(images, description).set);
   return calibrate<mv::PatternView>(
-      folder, [&](fs::path const& pose) { return readPatternView(pose, settings); },
+      folder, {}, [&](fs::path const& pose) { return readPatternView(pose, settings); },
       [&](auto const& names, auto const& view) {
         return scanner.calibrate(names, view, settings, observer);
       });
@@ -149,14 +171,21 @@ mv::ScannerCalibration calibrateByPatterns(std::string const& folder, std::strin
 } // namespace
 
 std::vector<std::string> calibrationPictures(std::string const& folder,
-                                             std::vector<std::string> const& prefixes) {
+                                             std::vector<std::string> const& prefixes,
+                                             ViewNames const& names) {
   fs::path const root = viewFolder(folder);
   std::vector<std::string> files;
-  for (std::string const& name : posesIn(root)) {
+  std::vector<std::string> given = names.targets;
+  for (auto const* sequence : {&names.columns, &names.rows, &names.lines}) {
+    given.insert(given.end(), sequence->begin(), sequence->end());
+  }
+  for (std::string const& name : posesIn(root, names)) {
     for (auto const& entry : fs::directory_iterator(root / name)) {
       std::string const file = entry.path().filename().string();
       std::string const start = file.substr(0, file.find_first_of("._"));
       if (std::find(prefixes.begin(), prefixes.end(), start) != prefixes.end()) {
+        files.push_back(entry.path().string());
+      } else if (std::any_of(given.begin(), given.end(), [&](auto const& g) { return matches(file, g); })) {
         files.push_back(entry.path().string());
       }
     }
@@ -186,21 +215,22 @@ std::string targetFileOf(std::string const& folder) {
 }
 
 mv::CameraCalibration calibrateCamera(std::string const& folder, mv::CalibrationSettings const& settings,
-                                      Observer* observer) {
+                                      Observer* observer, ViewNames const& names) {
   fs::path const root = viewFolder(folder);
-  std::vector<std::string> const poses = posesIn(root);
+  std::vector<std::string> const poses = posesIn(root, names);
   std::vector<std::string> const pictures = picturesIn(root);
   if (poses.empty() && pictures.empty()) {
-    throw Exception("There are neither folders pose_00, pose_01, ... nor pictures in " + root.string(),
+    throw Exception("There are neither folders " + posesText(names) + " nor pictures in " + root.string(),
                     nullptr, 0, "calibrate");
   }
   return calibrate<mv::CameraView>(
       root, poses.empty() ? pictures : poses,
       [&](fs::path const& path) {
-        return mv::CameraView{"", readTarget(poses.empty() ? path : path / "target.png", settings)};
+        return mv::CameraView{"", poses.empty() ? readTarget(path.string(), settings)
+                                                : readTarget(path, names, 0, settings)};
       },
-      [&](auto const& names, auto const& view) {
-        return mv::calibrateCamera(names, view, settings, observer);
+      [&](auto const& views, auto const& view) {
+        return mv::calibrateCamera(views, view, settings, observer);
       });
 }
 
@@ -239,32 +269,28 @@ std::vector<std::string> patternViewFiles(std::string const& folder) {
 }
 
 mv::ScannerCalibration calibrateScanner(std::string const& folder, mv::CalibrationSettings const& settings,
-                                        Observer* observer) {
+                                        Observer* observer, ViewNames const& names) {
   std::string const description = patternSetFileOf(folder);
   if (!description.empty()) {
     return calibrateByPatterns(folder, description, settings, observer);
   }
   return calibrate<mv::ScannerView>(
-      folder,
-      [&](fs::path const& pose) {
-        return mv::ScannerView{"", readTarget(pose / "target.png", settings), readNeeded(pose, "columns"),
-                               readNeeded(pose, "rows")};
-      },
-      [&](auto const& names, auto const& view) {
-        return mv::calibrateScanner(names, view, settings, observer);
+      folder, names, [&](fs::path const& pose) { return readScannerView(pose, names, settings); },
+      [&](auto const& views, auto const& view) {
+        return mv::calibrateScanner(views, view, settings, observer);
       });
 }
 
 mv::StereoCalibration calibrateStereo(std::string const& folder, mv::CalibrationSettings const& settings,
-                                      Observer* observer) {
+                                      Observer* observer, ViewNames const& names) {
   return calibrate<mv::StereoView>(
-      folder,
+      folder, names,
       [&](fs::path const& pose) {
-        return mv::StereoView{
-            "", {readTarget(pose / "target.png", settings), readTarget(pose / "target_1.png", settings)}};
+        return mv::StereoView{"",
+                              {readTarget(pose, names, 0, settings), readTarget(pose, names, 1, settings)}};
       },
-      [&](auto const& names, auto const& view) {
-        return mv::calibrateStereo(names, view, settings, observer);
+      [&](auto const& views, auto const& view) {
+        return mv::calibrateStereo(views, view, settings, observer);
       });
 }
 
@@ -279,30 +305,29 @@ std::string secondCameraFolder(std::string const& folder) {
 }
 
 mv::RigCalibration calibrateRig(std::string const& folder, mv::CalibrationSettings const& settings,
-                                Observer* observer) {
+                                Observer* observer, ViewNames const& names) {
   std::vector<fs::path> const roots = {viewFolder(folder), viewFolder(secondCameraFolder(folder))};
-  std::vector<std::string> names;
+  std::vector<std::string> views;
   for (fs::path const& root : roots) {
     if (!patternSetFileOf(root.string()).empty()) {
       throw Exception("Views of described pattern sets are not calibrated as a rig: " + root.string(),
                       nullptr, 0, "calibrate");
     }
-    std::vector<std::string> const poses = posesIn(root);
-    names.insert(names.end(), poses.begin(), poses.end());
+    std::vector<std::string> const poses = posesIn(root, names);
+    views.insert(views.end(), poses.begin(), poses.end());
   }
-  std::sort(names.begin(), names.end(), comesBefore);
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  if (names.empty()) {
-    throw Exception("There are no folders pose_00, pose_01, ... in " + roots[0].string(), nullptr, 0,
+  std::sort(views.begin(), views.end(), comesBefore);
+  views.erase(std::unique(views.begin(), views.end()), views.end());
+  if (views.empty()) {
+    throw Exception("There are no folders " + posesText(names) + " in " + roots[0].string(), nullptr, 0,
                     "calibrate");
   }
   return mv::calibrateRig(
-      names,
+      views,
       [&](std::size_t view, std::size_t camera) {
-        fs::path const pose = roots[camera] / names[view];
+        fs::path const pose = roots[camera] / views[view];
         try {
-          return mv::ScannerView{names[view], readTarget(pose / "target.png", settings),
-                                 readNeeded(pose, "columns"), readNeeded(pose, "rows")};
+          return readScannerView(pose, names, settings);
         } catch (Exception const& e) {
           throw Exception(withoutPath(e.message(), pose), nullptr, 0, "calibrate");
         }
@@ -311,15 +336,16 @@ mv::RigCalibration calibrateRig(std::string const& folder, mv::CalibrationSettin
 }
 
 mv::LaserCalibration calibrateLaser(std::string const& folder, mv::CalibrationSettings const& settings,
-                                    Observer* observer) {
+                                    Observer* observer, ViewNames const& names) {
   return calibrate<mv::LaserView>(
-      folder,
+      folder, names,
       [&](fs::path const& pose) {
-        return mv::LaserView{"", readTarget(pose / "target.png", settings),
-                             readNeeded(pose, "line", readImage)};
+        return mv::LaserView{"", readTarget(pose, names, 0, settings),
+                             names.lines.empty() ? readNeeded(pose, "line", readImage)
+                                                 : readNamedLines(pose.string(), names.lines)};
       },
-      [&](auto const& names, auto const& view) {
-        return mv::calibrateLaser(names, view, settings, observer);
+      [&](auto const& views, auto const& view) {
+        return mv::calibrateLaser(views, view, settings, observer);
       });
 }
 

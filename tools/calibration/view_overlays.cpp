@@ -13,6 +13,7 @@
 #include "tools/calibration/next_view_picture.hpp"
 #include "tools/calibration/target_overlay.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/named_images.hpp"
 #include "tools/report/figure_files.hpp"
 
 namespace vorn::tools {
@@ -27,11 +28,11 @@ struct Photograph {
   std::size_t device = 0;
 };
 
-std::vector<Photograph> photographsOf(mv::Calibration const& calibration) {
-  std::vector<Photograph> photographs{{"target.png", 0}};
+std::vector<Photograph> photographsOf(mv::Calibration const& calibration, ViewNames const& names) {
+  std::vector<Photograph> photographs{{names.targets[0], 0}};
   for (std::size_t d = 1; d < calibration.report.devices.size(); ++d) {
     if (calibration.report.devices[d].name != "projector") { // which takes none
-      photographs.push_back({"target_" + std::to_string(d) + ".png", d});
+      photographs.push_back({names.targets.at(d), d});
     }
   }
   return photographs;
@@ -47,6 +48,32 @@ cv::Mat readPhotograph(fs::path const& path, mv::CalibratedView const& view) {
     }
     return {};
   }
+}
+
+/// The photograph's file; empty for one that is missing, of a view that was left out.
+fs::path fileOf(fs::path const& pose, std::string const& name, mv::CalibratedView const& view) {
+  try {
+    return namedFile(pose.string(), name);
+  } catch (Exception const&) {
+    if (view.isUsed()) {
+      throw;
+    }
+    return {};
+  }
+}
+
+/// The pictures of a view's laser lines that are there.
+std::vector<std::string> lineFiles(fs::path const& pose, std::size_t count, ViewNames const& names) {
+  std::vector<std::string> files;
+  if (!names.lines.empty()) {
+    files = namedFiles(pose.string(), names.lines); // pages of one file make no pictures
+    return files.size() == count ? files : std::vector<std::string>();
+  }
+  for (std::size_t line = 0; line < count; ++line) {
+    std::string const file = sequencePath(pose.string(), "line", static_cast<int>(line));
+    files.push_back(fs::exists(file) ? file : "");
+  }
+  return files;
 }
 
 std::string titleOf(mv::CalibratedView const& view, std::string const& file, std::size_t device,
@@ -109,7 +136,8 @@ mv::AMat linePicture(cv::Mat const& image, mv::CalibratedView const& view, std::
 } // namespace
 
 int writeViewOverlays(std::string const& folder, std::string const& overlays,
-                      mv::Calibration const& calibration, double pitch, mv::DrawSettings const& settings) {
+                      mv::Calibration const& calibration, double pitch, mv::DrawSettings const& settings,
+                      ViewNames const& names) {
   makeFolder(overlays);
   int written = 0;
   auto const write = [&](std::string const& name, mv::AMat const& picture) {
@@ -118,19 +146,22 @@ int writeViewOverlays(std::string const& folder, std::string const& overlays,
   };
   for (mv::CalibratedView const& view : calibration.views) {
     fs::path const pose = viewPath(folder, view.name);
-    for (Photograph const& photograph : photographsOf(calibration)) {
+    for (Photograph const& photograph : photographsOf(calibration, names)) {
       bool const isPicture = fs::is_regular_file(pose); // a view of one camera may be a picture itself
-      cv::Mat const image = readPhotograph(isPicture ? pose : pose / photograph.file, view);
+      fs::path const file = isPicture ? pose : fileOf(pose, photograph.file, view);
+      cv::Mat const image = file.empty() ? cv::Mat() : readPhotograph(file, view);
       if (!image.empty()) {
         double const error = calibration.report.devices[photograph.device].rms;
-        write(isPicture ? pose.stem().string() + ".png" : view.name + "_" + photograph.file,
+        write(isPicture ? pose.stem().string() + ".png" : view.name + "_" + file.stem().string() + ".png",
               targetPicture(image, view, photograph, pitch, error));
       }
     }
-    for (std::size_t line = 0; view.isUsed() && line < view.lines.size(); ++line) {
-      std::string const file = sequencePath(pose.string(), "line", static_cast<int>(line));
-      if (fs::exists(file)) {
-        write(view.name + "_" + fs::path(file).filename().string(), linePicture(readImage(file), view, line));
+    std::vector<std::string> const lines =
+        view.isUsed() ? lineFiles(pose, view.lines.size(), names) : std::vector<std::string>();
+    for (std::size_t line = 0; line < lines.size(); ++line) {
+      if (!lines[line].empty()) {
+        write(view.name + "_" + fs::path(lines[line]).stem().string() + ".png",
+              linePicture(readImage(lines[line]), view, line));
       }
     }
   }

@@ -7,6 +7,8 @@
 #include <vorn/mv/measure/amat.hpp>
 #include <vorn/mv/scanner/calibration.hpp>
 
+#include "tools/files/view_names.hpp"
+
 namespace vorn::tools {
 
 /// Writes the photographs of a calibration's views, with the dots that were used, their errors enlarged, and
@@ -17,8 +19,10 @@ namespace vorn::tools {
 /// @param folder    where the views were read from
 /// @param overlays  where the pictures go; made if need be
 /// @param pitch     of the target, mm
+/// @param names     of the photographs, where they have others
 /// @return how many pictures were written
 int writeViewOverlays(std::string const& folder, std::string const& overlays,
-                      mv::Calibration const& calibration, double pitch, mv::DrawSettings const& settings);
+                      mv::Calibration const& calibration, double pitch, mv::DrawSettings const& settings,
+                      ViewNames const& names = {});
 
 } // namespace vorn::tools

@@ -50,6 +50,7 @@ struct CalibrateOptions {
   bool isStereo = false;
   bool isLaser = false;
   bool isRig = false;
+  ViewNames names;
   std::string pairOutput;
   std::string secondOutput;
   bool isAdjusted = true;
@@ -104,7 +105,8 @@ void finish(CalibrateOptions const& options, SomeCalibration const& calibration,
   std::cout << table(calibration);
   warnOfFindings(calibration, report);
   if (!options.overlays.empty()) {
-    writeViewOverlays(options.folder, options.overlays, calibration, pitch, options.look.drawSettings());
+    writeViewOverlays(options.folder, options.overlays, calibration, pitch, options.look.drawSettings(),
+                      options.names);
   }
   report.add(mv::toJson(calibration));
   if (report.isPageWanted()) {
@@ -126,10 +128,11 @@ void finish(CalibrateOptions const& options, mv::RigCalibration const& rig, doub
   warnOfFindings(rig.second, report, "second camera and projector: ");
   warnOfFindings(rig.pair, report, "both cameras: ");
   if (!options.overlays.empty()) {
-    writeViewOverlays(options.folder, options.overlays, rig.scanner, pitch, options.look.drawSettings());
+    writeViewOverlays(options.folder, options.overlays, rig.scanner, pitch, options.look.drawSettings(),
+                      options.names);
     writeViewOverlays(secondCameraFolder(options.folder),
                       (std::filesystem::path(options.overlays) / "second").string(), rig.second, pitch,
-                      options.look.drawSettings());
+                      options.look.drawSettings(), options.names);
   }
   report.add(toJson(rig));
   if (report.isPageWanted()) {
@@ -161,12 +164,13 @@ std::vector<std::string> prefixesOf(CalibrateOptions const& options) {
 
 std::vector<std::string> inputsOf(CalibrateOptions const& options) {
   bool const isScanner = !options.isLaser && !options.isStereo && !options.isCamera;
-  std::vector<std::string> files = isScanner && !patternSetFileOf(options.folder).empty()
-                                       ? patternViewFiles(options.folder)
-                                       : calibrationPictures(options.folder, prefixesOf(options));
+  std::vector<std::string> files =
+      isScanner && !patternSetFileOf(options.folder).empty()
+          ? patternViewFiles(options.folder)
+          : calibrationPictures(options.folder, prefixesOf(options), options.names);
   if (options.isRig) {
     std::vector<std::string> const more =
-        calibrationPictures(secondCameraFolder(options.folder), prefixesOf(options));
+        calibrationPictures(secondCameraFolder(options.folder), prefixesOf(options), options.names);
     files.insert(files.end(), more.begin(), more.end());
   }
   return files;
@@ -223,6 +227,23 @@ std::string chooseTarget(mv::CalibrationSettings& settings, CalibrateOptions con
   return file;
 }
 
+/// @throws Exception for names that cannot be all that is needed
+void checkNames(CalibrateOptions const& options) {
+  std::size_t const wanted = options.isStereo ? 2 : 1;
+  if (options.names.targets.size() < wanted) {
+    throw Exception("Two cameras take two names of the target's pictures", nullptr, 0, "--target-image");
+  }
+  bool const isNamed = !options.names.columns.empty() || !options.names.rows.empty();
+  if (isNamed && (options.isStereo || options.isCamera)) {
+    throw Exception("Cameras are calibrated without a projector's sequences", nullptr, 0,
+                    "--columns, --rows");
+  }
+  if (isNamed && !options.isRig && !patternSetFileOf(options.folder).empty()) {
+    throw Exception(patternSetFileOf(options.folder) + " names the images of its set", nullptr, 0,
+                    "--columns, --rows");
+  }
+}
+
 /// Takes the cameras that were calibrated elsewhere.
 void applyCameras(mv::CalibrationSettings& settings, CalibrateOptions const& options) {
   if (options.isHeld && options.camera.empty() && options.camera1.empty()) {
@@ -248,6 +269,7 @@ void note(mv::CalibrationSettings const& settings, Report& report) {
 }
 
 void run(CalibrateOptions const& options, Report& report) {
+  checkNames(options);
   mv::CalibrationSettings settings;
   std::string const targetFile = chooseTarget(settings, options, report);
   std::vector<std::string> inputs = inputsOf(options);
@@ -276,25 +298,48 @@ void run(CalibrateOptions const& options, Report& report) {
       settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
   if (options.isRig) {
     mv::RigCalibration const rig =
-        watched([&](Observer* bar) { return calibrateRig(options.folder, settings, bar); });
+        watched([&](Observer* bar) { return calibrateRig(options.folder, settings, bar, options.names); });
     finish(options, rig, pitch, report);
   } else if (options.isLaser) {
     mv::LaserCalibration const calibration =
-        watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar); });
+        watched([&](Observer* bar) { return calibrateLaser(options.folder, settings, bar, options.names); });
     finish(options, calibration, pitch, report);
   } else if (options.isCamera) {
     mv::CameraCalibration const calibration =
-        watched([&](Observer* bar) { return calibrateCamera(options.folder, settings, bar); });
+        watched([&](Observer* bar) { return calibrateCamera(options.folder, settings, bar, options.names); });
     finish(options, calibration, pitch, report);
   } else if (options.isStereo) {
     mv::StereoCalibration const calibration =
-        watched([&](Observer* bar) { return calibrateStereo(options.folder, settings, bar); });
+        watched([&](Observer* bar) { return calibrateStereo(options.folder, settings, bar, options.names); });
     finish(options, calibration, pitch, report);
   } else {
-    mv::ScannerCalibration const calibration =
-        watched([&](Observer* bar) { return calibrateScanner(options.folder, settings, bar); });
+    mv::ScannerCalibration const calibration = watched(
+        [&](Observer* bar) { return calibrateScanner(options.folder, settings, bar, options.names); });
     finish(options, calibration, pitch, report);
   }
+}
+
+/// Options for views and pictures that have other names.
+void addNames(CLI::App& command, ViewNames& names, CLI::Option* laser) {
+  command.add_option("--poses", names.poses, "The views' folders where they have other names, as 'view*'")
+      ->type_name("PATTERN")
+      ->capture_default_str();
+  command
+      .add_option("--target-image", names.targets,
+                  "The target's picture in a view where it has another name, of two cameras both; patterns "
+                  "('*white*') may stand for it")
+      ->type_name("NAME")
+      ->expected(1, 2);
+  auto const add = [&](char const* name, std::vector<std::string>& list, char const* help) {
+    return command.add_option(name, list, help)->type_name("NAME");
+  };
+  add("--columns", names.columns,
+      "The images of the column sequence in a view where they have other names: names or patterns (in "
+      "quotes: "
+      "'img_*.png'), or one TIFF file of several pages")
+      ->excludes(laser);
+  add("--rows", names.rows, "The images of the row sequence, likewise")->excludes(laser);
+  add("--lines", names.lines, "The images of the laser lines, likewise")->needs(laser);
 }
 
 /// Options for two cameras and a projector.
@@ -362,6 +407,7 @@ void addCalibrateCommand(CLI::App& app) {
   command->add_option("-o,--out", options->output, "The calibrated object, a JSON file")->required();
   laser->excludes(stereo);
   camera->excludes(laser)->excludes(stereo);
+  addNames(*command, options->names, laser);
   CLI::Option* rig = addRig(*command, *options);
   rig->excludes(laser)->excludes(stereo)->excludes(camera);
   command

@@ -26,6 +26,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/files/named_images.hpp"
 #include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/page_options.hpp"
@@ -47,6 +48,8 @@ struct CheckOptions {
   std::string calibration;
   mv::ScanCheckSettings settings;
   LengthOptions length;
+  std::vector<std::string> columns; ///< names of the images; none for columns_00.png ...
+  std::vector<std::string> rows;
   std::string repair;
   PageOptions page;
   std::vector<std::string> assignments;
@@ -66,7 +69,16 @@ mv::ScanSettings plainScan() {
   return settings;
 }
 
-std::vector<std::string> sequencePaths(std::string const& folder, std::string const& prefix) {
+/// The names that were given for a sequence.
+std::vector<std::string> const& namesOf(CheckOptions const& options, std::string const& prefix) {
+  return prefix == "columns" ? options.columns : options.rows;
+}
+
+std::vector<std::string> sequencePaths(CheckOptions const& options, std::string const& prefix) {
+  std::string const& folder = options.folder;
+  if (!namesOf(options, prefix).empty()) {
+    return namedFiles(folder, namesOf(options, prefix));
+  }
   std::vector<std::string> paths;
   for (NumberedFile const& file : findSequence(folder, prefix)) {
     paths.push_back(file.path);
@@ -93,8 +105,8 @@ std::vector<std::string> inputsOf(CheckOptions const& options,
     inputs.push_back(described->description);
     add(described->paths);
   } else {
-    add(sequencePaths(options.folder, "columns"));
-    add(sequencePaths(options.folder, "rows"));
+    add(sequencePaths(options, "columns"));
+    add(sequencePaths(options, "rows"));
   }
   return inputs;
 }
@@ -102,8 +114,11 @@ std::vector<std::string> inputsOf(CheckOptions const& options,
 Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner const& scanner) {
   bool const isColumn = sequencePrefix(scanner) == "columns";
   auto const read = [&](char const* prefix) {
-    return watched(
-        [&](Observer* bar) { return readSequence(options.folder, prefix, readMeasuredImage, bar); });
+    return watched([&](Observer* bar) {
+      return namesOf(options, prefix).empty()
+                 ? readSequence(options.folder, prefix, readMeasuredImage, bar)
+                 : readNamedImages(namedFiles(options.folder, namesOf(options, prefix)), bar);
+    });
   };
   mv::ScanResult const scan = watched([&, images = read(isColumn ? "columns" : "rows")](Observer* bar) {
     return mv::scan(scanner, images, plainScan(), bar);
@@ -243,6 +258,10 @@ void run(CheckOptions const& options, Report& report) {
   applyAssignments(scanner, options.assignments);
   std::optional<PatternFolder> described;
   if (fs::exists(patternSetPath(options.folder))) {
+    if (!options.columns.empty() || !options.rows.empty()) {
+      throw Exception(patternSetPath(options.folder) + " names the images of its set", nullptr, 0,
+                      "--columns, --rows");
+    }
     described = readPatternFolder(options.folder, "");
   }
   report.declare(inputsOf(options, described), {options.repair});
@@ -295,6 +314,12 @@ void addCheckCommand(CLI::App& app) {
           "that it names")
       ->required();
   command->add_option("--calib", options->calibration, "The calibrated scanner, a JSON file")->required();
+  command
+      ->add_option("--columns", options->columns,
+                   "The images of the column sequence where they have other names: names or patterns (in "
+                   "quotes: 'img_*.png') in the folder, or one TIFF file of several pages")
+      ->type_name("NAME");
+  command->add_option("--rows", options->rows, "The images of the row sequence, likewise")->type_name("NAME");
   command
       ->add_option("--limit", options->settings.limit,
                    "What the smooth part of the disagreement may be, projector pixels")

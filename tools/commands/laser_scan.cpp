@@ -48,9 +48,8 @@ void fillPage(ScanOptions const& options, mv::LaserScanResult const& scan, Repor
 /// What a laser scan reads, as far as it is there.
 std::vector<std::string> inputsOf(ScanOptions const& options) {
   std::vector<std::string> inputs{options.calibration, options.motion.encoder};
-  for (NumberedFile const& file : findSequence(options.folder, "line")) {
-    inputs.push_back(file.path);
-  }
+  std::vector<std::string> const files = laserFiles(options.folder, options.lines);
+  inputs.insert(inputs.end(), files.begin(), files.end());
   std::string const stage = stagePath(options.folder);
   if (options.motion.step.empty() && std::filesystem::exists(stage)) {
     inputs.push_back(stage);
@@ -78,8 +77,9 @@ void runLaserScan(ScanOptions const& options, Report& report) {
   settings.line.minContrast = options.contrast;
   settings.color = parseLaserColor(options.laserColor);
   settings.whiteLevel = options.whiteLevel;
-  mv::LaserScanResult const scan = watched(
-      [&](Observer* bar) { return scanLaser(options.folder, scanner, options.motion, settings, bar); });
+  mv::LaserScanResult const scan = watched([&](Observer* bar) {
+    return scanLaser(options.folder, scanner, options.motion, settings, bar, options.lines);
+  });
   if (!options.out.empty()) {
     writeGraphic(options.out, scan.cloud.getGraphicObject(false));
   }

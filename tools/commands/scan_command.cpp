@@ -44,6 +44,11 @@ void addScanCommand(CLI::App& app) {
                    "The stage's places in mm along the step, a number a position: text, CSV or JSON")
       ->needs(laser);
   names->excludes(laser);
+  command
+      ->add_option("--lines", options->lines,
+                   "The images of a laser scan where they have other names, likewise")
+      ->type_name("NAME")
+      ->needs(laser);
   addContrastOption(*command, options->contrast)->needs(laser);
   addLaserColorOption(*command, options->laserColor)->needs(laser);
   command->add_option("-o,--out", options->out,

@@ -28,6 +28,7 @@ struct ScanOptions {
   bool isLaser = false;
   StageMotion motion;
   double contrast = mv::LaserLineOptions().minContrast;
+  std::vector<std::string> lines; ///< names of laser images; none for line_00.png ...
   std::vector<std::string> names; ///< of the images; none for columns_00.png ...
   std::string laserColor = "auto";
   std::vector<std::string> fields;

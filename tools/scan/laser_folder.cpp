@@ -20,6 +20,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/files/named_images.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/scan/scan_report.hpp"
 
@@ -148,22 +149,36 @@ std::string stagePath(std::string const& folder) {
   return (std::filesystem::path(folder) / "stage.json").string();
 }
 
+std::vector<std::string> laserFiles(std::string const& folder, std::vector<std::string> const& names) {
+  if (!names.empty()) {
+    return namedFiles(folder, names);
+  }
+  std::vector<std::string> files;
+  for (NumberedFile const& file : findSequence(folder, "line")) {
+    files.push_back(file.path);
+  }
+  return files;
+}
+
 mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& scanner,
                               StageMotion const& motion, mv::LaserScanSettings const& settings,
-                              Observer* observer) {
-  std::vector<NumberedFile> const files = findSequence(folder, "line");
+                              Observer* observer, std::vector<std::string> const& names) {
+  std::vector<std::string> const files = laserFiles(folder, names);
+  std::vector<cv::Mat> const pages = // of one file for all
+      files.size() == 1 && isTiff(files[0]) ? readNamedImages(files) : std::vector<cv::Mat>();
+  std::size_t const count = pages.empty() ? files.size() : pages.size();
   std::size_t const planes = std::max<std::size_t>(1, scanner.getPlanes().size());
-  if (files.empty() || files.size() % planes != 0) {
-    throw failure(folder + " has " + std::to_string(files.size()) + " images line_00 ..., no multiple of " +
+  if (count == 0 || count % planes != 0) {
+    throw failure(folder + " has " + std::to_string(count) + " images " +
+                  (names.empty() ? "line_00 ..." : "of these names") + ", no multiple of " +
                   std::to_string(planes) + " laser lines");
   }
-  mv::Stage const stage = readStage(folder, motion, files.size() / planes);
+  mv::Stage const stage = readStage(folder, motion, count / planes);
   mv::LaserScanResult scan = mv::scanLaser(
-      scanner, files.size(), [&](std::size_t i) { return readImage(files[i].path); }, stage, settings,
-      observer);
+      scanner, count, [&](std::size_t i) { return pages.empty() ? readImage(files[i]) : pages[i]; }, stage,
+      settings, observer);
   if (scan.points == 0) {
-    throw failure("None of the " + std::to_string(files.size()) + " images in " + folder +
-                  " shows a laser line" +
+    throw failure("None of the " + std::to_string(count) + " images in " + folder + " shows a laser line" +
                   (scan.ambiguousImages > 0
                        ? "; two stripes side by side are in " + std::to_string(scan.ambiguousImages)
                        : std::string()));

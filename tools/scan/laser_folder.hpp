@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -23,13 +24,18 @@ struct StageMotion {
 /// The file beside a laser scan's images that says how the stage moves.
 std::string stagePath(std::string const& folder);
 
+/// The images of a laser scan in a folder: line_00.png ..., or those of other names.
+/// @throws Exception when nothing matches a pattern
+std::vector<std::string> laserFiles(std::string const& folder, std::vector<std::string> const& names);
+
 /// The library's laser scan of line_00.png, line_01.png ... in a folder: at each position of the stage an
 /// image a laser line, in the order of the scanner's planes.
+/// @param names of the images where they have others: names and patterns, or one TIFF file of several pages
 /// @throws Exception that names the file and what is wrong in it; when none of the images shows a line; what
 ///         `mv::scanLaser` throws
 mv::LaserScanResult scanLaser(std::string const& folder, mv::LineScanner const& scanner,
                               StageMotion const& motion, mv::LaserScanSettings const& settings,
-                              Observer* observer = nullptr);
+                              Observer* observer = nullptr, std::vector<std::string> const& names = {});
 
 /// The figures of a laser scan: counts, times, box.
 nlohmann::json scanReport(mv::LaserScanResult const& scan);
