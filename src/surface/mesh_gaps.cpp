@@ -6,7 +6,10 @@
 #include <cmath>
 #include <cstdint>
 #include <map>
+#include <optional>
+#include <queue>
 #include <unordered_set>
+#include <utility>
 
 namespace vorn::mv {
 
@@ -20,6 +23,79 @@ std::uint64_t sideKey(int a, int b) {
   return edgeKey(std::min(a, b), std::max(a, b));
 }
 
+/// The corners of a gap that are left, and the cuts that may take one off.
+class Corners {
+public:
+  explicit Corners(std::vector<int> const& loop) : loop_(loop), count_(loop.size()) {
+    for (std::size_t i = 0; i < count_; ++i) {
+      before_.push_back((i + count_ - 1) % count_);
+      after_.push_back((i + 1) % count_);
+    }
+    isCut_.assign(count_, false);
+  }
+
+  std::size_t count() const { return count_; }
+  int vertexBefore(std::size_t place) const { return loop_[before_[place]]; }
+  int vertexAfter(std::size_t place) const { return loop_[after_[place]]; }
+
+  /// Offers to cut a corner off by a new side of a length.
+  void addCut(std::size_t place, double length) {
+    cuts_.push({length, place, before_[place], after_[place]});
+  }
+
+  /// The corner with the shortest offer that still stands, which is used up; none when there is no more.
+  std::optional<std::size_t> takeShortest() {
+    while (!cuts_.empty()) {
+      Cut const cut = cuts_.top();
+      cuts_.pop();
+      if (!isCut_[cut.place] && before_[cut.place] == cut.before && after_[cut.place] == cut.after) {
+        return cut.place;
+      }
+    }
+    return std::nullopt;
+  }
+
+  /// Takes a corner out.
+  /// @return the places before and after it
+  std::pair<std::size_t, std::size_t> cut(std::size_t place) {
+    isCut_[place] = true;
+    --count_;
+    after_[before_[place]] = after_[place];
+    before_[after_[place]] = before_[place];
+    return {before_[place], after_[place]};
+  }
+
+  /// What is left, in order.
+  std::vector<int> vertices() const {
+    std::vector<int> left;
+    for (std::size_t i = 0; i < loop_.size(); ++i) {
+      if (!isCut_[i]) {
+        left.push_back(loop_[i]);
+      }
+    }
+    return left;
+  }
+
+private:
+  struct Cut {
+    double length;
+    std::size_t place;
+    std::size_t before;
+    std::size_t after;
+
+    bool operator<(Cut const& other) const {
+      return length > other.length || (!(length < other.length) && place > other.place);
+    }
+  };
+
+  std::vector<int> const& loop_;
+  std::size_t count_;
+  std::vector<std::size_t> before_;
+  std::vector<std::size_t> after_;
+  std::vector<bool> isCut_;
+  std::priority_queue<Cut> cuts_;
+};
+
 /// The rims of gaps and what fills them.
 class GapFiller {
 public:
@@ -31,9 +107,9 @@ public:
 
   void run() {
     for (auto const& [from, to] : std::vector<std::pair<int, int>>(order_)) {
-      std::vector<int> loop = takeLoop(from, to);
+      std::vector<int> const loop = takeLoop(from, to);
       if (loop.size() >= 3 && loop.size() <= limits_.maxEdges && lengthOf(loop) <= limits_.maxLength) {
-        fill(std::move(loop));
+        fill(loop);
       }
     }
   }
@@ -125,32 +201,39 @@ private:
     return length;
   }
 
-  /// Cuts corners off, the one with the shortest new side first.
-  void fill(std::vector<int> loop) {
-    while (loop.size() > 3) {
-      std::size_t best = loop.size();
-      double shortest = static_cast<double>(limits_.maxEdge);
-      for (std::size_t i = 0; i < loop.size(); ++i) {
-        int const before = loop[(i + loop.size() - 1) % loop.size()];
-        int const after = loop[(i + 1) % loop.size()];
-        double const length = cv::norm(at(after) - at(before));
-        if (length <= shortest && (best == loop.size() || length < shortest) && before != after &&
-            sides_.count(sideKey(before, after)) == 0 && facesRight(before, loop[i], after)) {
-          shortest = length;
-          best = i;
-        }
+  /// Cuts corners off, the one with the shortest new side first, of equal ones the first in the loop.
+  void fill(std::vector<int> const& loop) {
+    Corners corners(loop);
+    auto const addCut = [&](std::size_t place) {
+      double const length = cv::norm(at(corners.vertexAfter(place)) - at(corners.vertexBefore(place)));
+      if (length <= static_cast<double>(limits_.maxEdge)) {
+        corners.addCut(place, length);
       }
-      if (best == loop.size()) {
+    };
+    for (std::size_t place = 0; place < loop.size(); ++place) {
+      addCut(place);
+    }
+    while (corners.count() > 3) {
+      std::optional<std::size_t> const next = corners.takeShortest();
+      if (!next) {
         return;
       }
-      int const before = loop[(best + loop.size() - 1) % loop.size()];
-      int const after = loop[(best + 1) % loop.size()];
-      triangles_.emplace_back(before, loop[best], after);
+      int const before = corners.vertexBefore(*next);
+      int const after = corners.vertexAfter(*next);
+      // What cannot be cut now cannot later either, unless its neighbours change and it is offered once more.
+      if (before == after || sides_.count(sideKey(before, after)) != 0 ||
+          !facesRight(before, loop[*next], after)) {
+        continue;
+      }
+      triangles_.emplace_back(before, loop[*next], after);
       sides_.insert(sideKey(before, after));
-      loop.erase(loop.begin() + static_cast<std::ptrdiff_t>(best));
+      auto const [placeBefore, placeAfter] = corners.cut(*next);
+      addCut(placeBefore);
+      addCut(placeAfter);
     }
-    if (facesRight(loop[0], loop[1], loop[2])) {
-      triangles_.emplace_back(loop[0], loop[1], loop[2]);
+    std::vector<int> const last = corners.vertices();
+    if (facesRight(last[0], last[1], last[2])) {
+      triangles_.emplace_back(last[0], last[1], last[2]);
     }
   }
 

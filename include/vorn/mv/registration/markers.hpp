@@ -33,9 +33,9 @@ struct MarkerMatch {
 /// @param source at least three markers, not all on a line
 /// @param target in another frame; either list may have markers that the other has not
 /// @throws Exception when fewer than three markers of a list are finite, when no three have the same
-/// distances in
-///         both, when those that do lie on a line, and when two motions fit equally many: the layout is
-///         symmetric, or too little of it is shared
+///         distances in both, when those that do lie on a line, when two motions fit equally many (the layout
+///         is symmetric, or too little of it is shared), and when of hundreds of markers so few are shared
+///         that they are not found among those that agree by chance
 VORN_API MarkerMatch matchMarkers(std::vector<cv::Vec3d> const& source, std::vector<cv::Vec3d> const& target,
                                   MarkerSettings const& settings = {});
 
