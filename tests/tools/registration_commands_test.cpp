@@ -172,15 +172,26 @@ TEST_F(RegistrationCommands, AlignBeginsWithMarkersOrSearches) {
 TEST_F(RegistrationCommands, AlignFailsWhereTheMotionIsNotHeld) {
   write("target.ply", view(slope, side, 0.0, 0.0, 0.01, 1));
   write("source.ply", view(slope, side, 0.4, 0.2, 0.01, 2));
-  ToolOutcome const outcome = run({"align", path("source.ply"), path("target.ply"), "-o", path("t.json")});
+  std::vector<std::string> const results{path("t.json"), path("moved.ply"), path("deviations.png")};
+  std::vector<std::string> arguments{"align",    path("source.ply"), path("target.ply"), "-o",
+                                     results[0], "--moved",          results[1],         "--picture",
+                                     results[2], "--report",         path("report.json")};
+  ToolOutcome const outcome = run(arguments);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_NE(outcome.errors.find("the source may slide along"), std::string::npos) << outcome.errors;
   EXPECT_NE(outcome.errors.find("as a plane does"), std::string::npos) << outcome.errors;
-  nlohmann::json const file = nlohmann::json::parse(contentOf(path("t.json")));
-  EXPECT_EQ(file.at("freeShape"), "plane");
-  EXPECT_EQ(file.at("freeMotions").size(), 3U);
-  ToolOutcome const allowed = run({"align", path("source.ply"), path("target.ply"), "--allow-free"});
+  nlohmann::json const report = nlohmann::json::parse(contentOf(path("report.json")));
+  EXPECT_EQ(report.at("freeShape"), "plane");
+  EXPECT_EQ(report.at("freeMotions").size(), 3U);
+  for (std::string const& result : results) {
+    EXPECT_FALSE(std::filesystem::exists(result)) << result;
+  }
+  arguments.emplace_back("--allow-free");
+  ToolOutcome const allowed = run(arguments);
   EXPECT_EQ(allowed.status, 0);
+  for (std::string const& result : results) {
+    EXPECT_TRUE(std::filesystem::exists(result)) << result;
+  }
   EXPECT_NE(allowed.errors.find("warning: the shapes do not hold the motion"), std::string::npos)
       << allowed.errors;
 }
@@ -190,12 +201,14 @@ TEST_F(RegistrationCommands, AlignFailsWhereTheMotionIsDoubtful) {
   write("target.ply", view(bumps, side, 0.0, 0.0, 0.005, 1));
   source(cv::Rect(20, 20, side / 3, side / 3)) -= cv::Scalar(0.0, 0.0, 5.0);
   write("source.ply", source);
-  ToolOutcome const outcome = run({"align", path("source.ply"), path("target.ply"), "-o", path("t.json")});
+  ToolOutcome const outcome = run({"align", path("source.ply"), path("target.ply"), "-o", path("t.json"),
+                                   "--report", path("report.json")});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_NE(outcome.errors.find("the motion found is doubtful: 11 % of the points"), std::string::npos)
       << outcome.errors;
-  nlohmann::json const file = nlohmann::json::parse(contentOf(path("t.json")));
-  EXPECT_EQ(file.at("doubts"), nlohmann::json::array({"inTheWay"}));
+  nlohmann::json const report = nlohmann::json::parse(contentOf(path("report.json")));
+  EXPECT_EQ(report.at("doubts"), nlohmann::json::array({"inTheWay"}));
+  EXPECT_FALSE(std::filesystem::exists(path("t.json")));
   ToolOutcome const allowed = run({"align", path("source.ply"), path("target.ply"), "--allow-doubtful"});
   EXPECT_EQ(allowed.status, 0);
   EXPECT_NE(allowed.errors.find("warning: the motion found is doubtful"), std::string::npos)

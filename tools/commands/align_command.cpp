@@ -218,6 +218,18 @@ void checkFound(AlignOptions const& options, mv::Registration const& found, std:
   }
 }
 
+/// Why the motion found is no result; empty when it is, or is taken all the same.
+std::string refusalOf(AlignOptions const& options, mv::Registration const& found) {
+  if (std::string const doubts = doubtsInWords(found); !doubts.empty() && !options.allowDoubtful) {
+    return doubts +
+           "; --search finds a start from the shapes (--allow-doubtful takes the motion all the same)";
+  }
+  if (std::string const free = freeMotionsInWords(found); !free.empty() && !options.allowFree) {
+    return free + " (--allow-free takes the nearest motion all the same)";
+  }
+  return "";
+}
+
 void run(AlignOptions& options, Report& report) {
   if (!options.moved.empty()) {
     checkGraphicPath(options.moved);
@@ -252,28 +264,27 @@ void run(AlignOptions& options, Report& report) {
   }
   print(found, betweenFiles(found.targetFromSource, source.offset(), target.offset()),
         found.pivot + target.offset());
+  std::string const refusal = refusalOf(options, found);
+  if (!refusal.empty()) {
+    // It is shown in the report and on the page, which say so; files of a result would not.
+    options.out.clear();
+    options.moved.clear();
+    options.picture.clear();
+  }
   if (!options.out.empty()) {
     writeJsonFile(options.out, json);
   }
   if (!options.moved.empty() || !options.picture.empty() || report.isPageWanted()) {
     showDeviations(options, source, target, found, report);
   }
-  std::string const doubts = doubtsInWords(found);
-  if (!doubts.empty() && !options.allowDoubtful) {
+  if (!refusal.empty()) {
     report.write();
-    fail(doubts +
-         "; --search finds a start from the shapes (--allow-doubtful takes the motion all the same)");
+    fail(refusal);
   }
-  if (!doubts.empty()) {
-    warn(doubts);
-  }
-  std::string const free = freeMotionsInWords(found);
-  if (!free.empty() && !options.allowFree) {
-    report.write(); // with what was found, though that is no result
-    fail(free + " (--allow-free takes the nearest motion all the same)");
-  }
-  if (!free.empty()) {
-    warn(free);
+  for (std::string const& allowed : {doubtsInWords(found), freeMotionsInWords(found)}) {
+    if (!allowed.empty()) {
+      warn(allowed);
+    }
   }
 }
 
