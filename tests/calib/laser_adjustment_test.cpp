@@ -28,11 +28,12 @@ struct LaserAdjustmentTest : testing::Test {
   LaserAdjustmentTest() {
     Library::init();
     rig.cameraNoise = 0.01;
-    lasers = {{cv::normalize(cv::Vec3d(0.05, 0.9, 0.45)), 230}, {cv::normalize(cv::Vec3d(0.95, -0.1, -0.4)), -205}};
+    lasers = {{cv::normalize(cv::Vec3d(0.05, 0.9, 0.45)), 230},
+              {cv::normalize(cv::Vec3d(0.95, -0.1, -0.4)), -205}};
   }
 
-  /// Where a laser's line lies in the image of a pose, every third of a millimetre of the target's height along
-  /// it.
+  /// Where a laser's line lies in the image of a pose, every third of a millimetre of the target's height
+  /// along it.
   std::vector<cv::Point2f> lineOf(TrueLaser const& laser, cv::Matx44d const& pose, cv::RNG& rng) const {
     cv::Matx33d const R = math::getR3(pose);
     cv::Vec3d const n = R.t() * laser.normal;
@@ -47,11 +48,12 @@ struct LaserAdjustmentTest : testing::Test {
         across = (d - n[2] * height - n[isUpright ? 1 : 0] * along) / n[isUpright ? 0 : 1];
         place = isUpright ? cv::Vec2d(across, along) : cv::Vec2d(along, across);
       }
-      bool const isOnTarget = std::abs(place[0]) < rig.pitch * rig.halfColumns &&
-                              std::abs(place[1]) < rig.pitch * rig.halfRows;
+      bool const isOnTarget =
+          std::abs(place[0]) < rig.pitch * rig.halfColumns && std::abs(place[1]) < rig.pitch * rig.halfRows;
       cv::Vec2d const pixel = AdjustmentRig::imageOf(rig.camera, rig.inCamera(place, pose));
       if (isOnTarget && AdjustmentRig::isInside(rig.camera, pixel)) {
-        line.emplace_back(cv::Point2d(pixel[0] + rng.gaussian(lineNoise), pixel[1] + rng.gaussian(lineNoise)));
+        line.emplace_back(
+            cv::Point2d(pixel[0] + rng.gaussian(lineNoise), pixel[1] + rng.gaussian(lineNoise)));
       }
     }
     return line;

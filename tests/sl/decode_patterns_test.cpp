@@ -236,6 +236,20 @@ TEST(DecodePatterns, RealImagesMayHaveAnyUnit) {
   }
 }
 
+/// Bits alone of real numbers: nothing says how bright white is, nor what the noise is.
+TEST(DecodePatterns, ShadowsInRealImagesOfBitsAreDark) {
+  PatternSet const set = builtIn("gray");
+  PatternCapture capture;
+  capture.type = CV_32FC1;
+  capture.mean = 0.5;
+  capture.amplitude = 0.4;
+  capture.noise = 0.0005;
+  capture.albedo = [](int x, int) { return x < 90 ? 0.0 : 1.0; };
+  DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+  EXPECT_EQ(cv::countNonZero(decoded.mask.colRange(0, 90) != static_cast<int>(PixelReason::Dark)), 0);
+  EXPECT_LT(cv::countNonZero(decoded.mask.colRange(91, 180)), 0.02 * 90 * 120);
+}
+
 TEST(DecodePatterns, SeveralExposuresCoverDarkAndShiningSurfaces) {
   // One with inverses, and one whose bits are compared with the fringes' mean.
   for (char const* const name : {"gray-phase", "xor4"}) {

@@ -15,9 +15,12 @@
 
 #include <vorn/graphic/graphic_object.hpp>
 #include <vorn/mv/calib/calibration_covariance.hpp>
+#include <vorn/mv/calib/target_description.hpp>
 #include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
+#include "sim/demo.hpp"
+#include "sim/folder.hpp"
 #include "support/file_content.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
@@ -116,7 +119,20 @@ TEST(CheckCommand, ComparesALengthWithTheTruth) {
 /// Dots six columns and three rows apart in a view of the target, whose pitch is 15 mm.
 TEST(CheckCommand, ComparesALengthOfTwoDots) {
   test::TemporaryFolder const folder;
-  ASSERT_EQ(run({"simulate", folder.path(), "--divisor", "2"}).status, 0);
+  sim::Rig const rig = sim::demoRig(2);
+  sim::writeScannerTruth(folder / "scanner_truth.json", rig);
+  sim::FolderOptions both;
+  both.rows = true;
+  sim::writeCalibrationFolder(folder / "calib", rig, sim::demoTarget(), {sim::demoTargetPoses().front()},
+                              both);
+  mv::TargetDescription target;
+  sim::DotGrid const& grid = sim::demoTarget().grid;
+  target.pitch = grid.pitch;
+  target.first = {grid.columns.start, grid.rows.start};
+  target.size = {grid.columns.size(), grid.rows.size()};
+  target.marks = {{0, 0}, {1, 0}, {0, 1}};
+  target.polarity = mv::TargetPolarity::Bright;
+  vorn::save(folder / "target.json", target);
   fs::path const pose = folder / "calib" / "pose_00";
   ToolOutcome const detected = run({"detect", pose / "target.png", "--json"});
   ASSERT_EQ(detected.status, 0) << detected.errors;

@@ -156,6 +156,23 @@ TEST_F(PatternCommands, ImagesOutOfOrderAreAWarning) {
   EXPECT_EQ(doubts[0]["fault"], "steps");
 }
 
+TEST_F(PatternCommands, NothingThatIsThereIsTakenForSomethingElse) {
+  ASSERT_EQ(makeSet({"gray"}).status, 0);
+  EXPECT_EQ(makeSet({"gray"}).errors, "") << "as many as before";
+  ToolOutcome const shorter = makeSet({"gray", "--axes", "columns"});
+  EXPECT_EQ(shorter.status, 0);
+  EXPECT_NE(shorter.errors.find("no part of this one"), std::string::npos) << shorter.errors;
+  // A capture that has the name of a map.
+  capture(path("set"));
+  auto json = readJsonFile(path("set/pattern_set.json"));
+  fs::rename(path("set/pattern_03.png"), path("set/mask.png"));
+  json["images"][3]["file"] = "mask.png";
+  writeJsonFile(path("set/pattern_set.json"), json);
+  ToolOutcome const outcome = run({"decode", path("set"), "--out", path("set")});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.errors.find("mask.png"), std::string::npos) << outcome.errors;
+}
+
 TEST_F(PatternCommands, FailuresNameFileAndMember) {
   ASSERT_EQ(makeSet({"gray"}).status, 0);
   auto const expectFailure = [&](std::string const& part) {

@@ -94,6 +94,25 @@ float bandOf(mv::PatternSet const& set, std::string const& axis) {
   return static_cast<float>(finest > 0.0 ? finest : ofBits);
 }
 
+/// All that `--out` writes.
+std::vector<std::string> filesInFolder(DecodeOptions const& options, mv::PatternSet const& set) {
+  std::vector<std::string> paths;
+  if (options.out.empty()) {
+    return paths;
+  }
+  auto const add = [&](std::string const& name) { paths.push_back((fs::path(options.out) / name).string()); };
+  for (auto const& [axis, name] :
+       {std::pair(mv::PatternAxis::Column, "column"), std::pair(mv::PatternAxis::Row, "row")}) {
+    if (set.codes(axis)) {
+      add(name + std::string(".tiff"));
+      add(std::string("sigma_") + name + ".tiff");
+    }
+  }
+  add("modulation.tiff");
+  add("mask.png");
+  return paths;
+}
+
 void writeMaps(DecodeOptions const& options, PatternFolder const& folder, mv::DecodedPatterns const& decoded,
                std::vector<Axis> const& axes) {
   for (Axis const& axis : axes) {
@@ -110,7 +129,6 @@ void writeMaps(DecodeOptions const& options, PatternFolder const& folder, mv::De
   if (options.out.empty()) {
     return;
   }
-  makeFolder(options.out);
   auto const pathOf = [&](std::string const& name) { return (fs::path(options.out) / name).string(); };
   for (Axis const& axis : axes) {
     writeImage(pathOf(axis.name + std::string(".tiff")), axis.map);
@@ -175,7 +193,12 @@ void run(DecodeOptions const& options, Report& report) {
   PatternFolder const folder = readPatternFolder(options.folder, options.patterns);
   std::vector<std::string> inputs{folder.description};
   inputs.insert(inputs.end(), folder.paths.begin(), folder.paths.end());
-  report.declare(inputs, {options.column, options.row});
+  if (!options.out.empty()) {
+    makeFolder(options.out);
+  }
+  std::vector<std::string> outputs = filesInFolder(options, folder.set);
+  outputs.insert(outputs.end(), {options.column, options.row});
+  report.declare(inputs, outputs);
   Timer timer;
   std::vector<cv::Mat> const images = watched([&](Observer* bar) { return readPatternImages(folder, bar); });
   double const readTime = timer.toc();

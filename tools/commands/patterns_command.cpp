@@ -85,6 +85,20 @@ void checkSize(PatternsOptions const& options) {
   require("--height", options.height, mv::sl::rowCode);
 }
 
+/// A projector that shows all files of the folder would show those of an earlier, longer sequence, too.
+void warnOfOlder(PatternsOptions const& options, std::string const& prefix, std::size_t count,
+                 Report& report) {
+  auto last = static_cast<int>(count);
+  while (std::filesystem::exists(sequencePath(options.folder, prefix, last))) {
+    ++last;
+  }
+  if (last > static_cast<int>(count)) {
+    report.warn(sequencePath(options.folder, prefix, static_cast<int>(count)) + " to " +
+                sequencePath("", prefix, last - 1) +
+                " are there from a longer sequence and are no part of this one: delete them");
+  }
+}
+
 void writeWhite(PatternsOptions const& options) {
   if (options.white) {
     writeImage((std::filesystem::path(options.folder) / "white.png").string(),
@@ -105,6 +119,7 @@ void writeSet(PatternsOptions const& options, Report& report) {
   makeFolder(options.folder);
   report.declare({}, {});
   writeSequence(options, "pattern", images);
+  warnOfOlder(options, "pattern", images.size(), report);
   save(patternSetPath(options.folder), set);
   writeWhite(options);
   report.add({{"set", set.name}, {"images", images.size()}, {"size", {size.width, size.height}}});
@@ -148,6 +163,8 @@ void run(PatternsOptions const& options, Report& report) {
   report.declare({}, {});
   writeSequence(options, "columns", columns);
   writeSequence(options, "rows", rows);
+  warnOfOlder(options, "columns", columns.size(), report);
+  warnOfOlder(options, "rows", rows.size(), report);
   writeWhite(options);
   report.add({{"columns", columns.size()}, {"rows", rows.size()}, {"size", {size.width, size.height}}});
   std::cout << columns.size() << " column and " << rows.size() << " row patterns of " << options.width

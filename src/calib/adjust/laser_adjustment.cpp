@@ -29,7 +29,8 @@ void checkLines(std::vector<LaserAdjustmentView> const& views) {
   std::vector<int> seen(lasers);
   for (std::size_t i = 0; i < views.size(); ++i) {
     LaserAdjustmentView const& view = views[i];
-    std::string const name = "View " + std::to_string(i) + (view.dots.name.empty() ? "" : " (" + view.dots.name + ")");
+    std::string const name =
+        "View " + std::to_string(i) + (view.dots.name.empty() ? "" : " (" + view.dots.name + ")");
     if (view.lines.size() != lasers || lasers == 0) {
       throw error(name + " has " + std::to_string(view.lines.size()) + " laser lines, the first view " +
                       std::to_string(lasers) + "; at least one is wanted",
@@ -40,7 +41,8 @@ void checkLines(std::vector<LaserAdjustmentView> const& views) {
       if (!std::all_of(view.lines[p].begin(), view.lines[p].end(), [](cv::Point2f const& point) {
             return std::isfinite(point.x) && std::isfinite(point.y);
           })) {
-        throw error(name + " holds a point of laser line " + std::to_string(p) + " that is not finite", "adjust");
+        throw error(name + " holds a point of laser line " + std::to_string(p) + " that is not finite",
+                    "adjust");
       }
     }
   }
@@ -152,8 +154,7 @@ private:
       NormalEquations const normal = normalEquationsOf(bundle_);
       auto const equations = reduced(normal);
       Eigen::LLT<Eigen::MatrixXd> decomposition;
-      if (!equations ||
-          decomposition.compute(equations->common).info() != Eigen::Success) {
+      if (!equations || decomposition.compute(equations->common).info() != Eigen::Success) {
         throw error("The views do not determine the laser planes", "adjust");
       }
       Eigen::VectorXd const step = decomposition.solve(equations->slope);

@@ -113,7 +113,8 @@ SurfaceHeight::SurfaceHeight(TargetShape const& shape) {
   constexpr int highest = 6;
   constexpr std::size_t dotsATerm = 3;
   degree_ = highest;
-  while (degree_ > 2 && dotsATerm * static_cast<std::size_t>((degree_ + 1) * (degree_ + 2) / 2) > shape.objPnts.size()) {
+  while (degree_ > 2 &&
+         dotsATerm * static_cast<std::size_t>((degree_ + 1) * (degree_ + 2) / 2) > shape.objPnts.size()) {
     --degree_;
   }
   auto const count = static_cast<Eigen::Index>(shape.objPnts.size());

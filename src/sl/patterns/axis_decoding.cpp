@@ -74,7 +74,8 @@ void AxisDecoding::chooseNoise() {
     // Bits alone tell nothing of it.
     constexpr float usual = 1.0F / 256.0F;
     float const white = reading_.range().white;
-    noise_ = LevelNoise(white < std::numeric_limits<float>::max() ? usual * white : 0.0F);
+    bool const isKnown = white < std::numeric_limits<float>::max();
+    noise_ = LevelNoise(usual * (isKnown ? white : reading_.kept().brightest()));
   } else {
     NoiseTally all;
     for (Own const& own : fringes_) {

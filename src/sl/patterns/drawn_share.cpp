@@ -84,7 +84,9 @@ private:
     for (int i = 0; i < resolution * perPixel; ++i) {
       double const place = static_cast<double>(i) / perPixel;
       int const middle = static_cast<int>(std::lround(place));
-      auto const upTo = [&](double border) { return 0.5 * std::erf((border - place) / (std::sqrt(2.0) * blur)); };
+      auto const upTo = [&](double border) {
+        return 0.5 * std::erf((border - place) / (std::sqrt(2.0) * blur));
+      };
       double sum = 0.0;
       for (int pixel = middle - reach; pixel <= middle + reach; ++pixel) {
         unsigned const word = wordAt(image_, std::clamp(pixel, 0, resolution - 1));

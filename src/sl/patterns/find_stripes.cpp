@@ -221,7 +221,8 @@ float placeNear(PatternSet const& set, PatternImage const& image, float coordina
   if (image.role == PatternRole::Line) {
     double const middle = 0.5 * (image.cell - 1.0) - image.shift;
     double const place = middle + image.period * std::round((c - middle) / image.period);
-    return static_cast<float>(place);
+    bool const isShown = place >= 0.0 && place <= sl::resolutionAlong(set, image.axis) - 1;
+    return isShown ? static_cast<float>(place) : -1.0F;
   }
   double const farthest = std::max(1.0, 0.75 * image.cell);
   double best = -1.0;

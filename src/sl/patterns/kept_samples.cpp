@@ -48,6 +48,14 @@ KeptSamples KeptSamples::thinned(std::size_t places) const {
   return fewer;
 }
 
+float KeptSamples::brightest() const {
+  float most = 0.0F;
+  for (float const sample : samples_) {
+    most = sample > most ? sample : most; // not a NaN
+  }
+  return most;
+}
+
 void KeptSamples::take(std::size_t image, cv::Mat const& from, SampleRange const& range, int firstRow,
                        int endRow) {
   std::vector<float> row(static_cast<std::size_t>(from.cols));

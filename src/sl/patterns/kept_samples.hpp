@@ -28,6 +28,9 @@ public:
 
   std::size_t places() const { return places_; }
 
+  /// The brightest sample of all; 0 for none.
+  float brightest() const;
+
   /// @return the samples of a place, with black taken off; NaN: clipped
   float const* at(std::size_t image, std::size_t place) const {
     return samples_.data() + (image * places_ + place) * ofPlace;

@@ -30,15 +30,15 @@ struct AdjustedPlane {
   int pointCount = 0; ///< of its line in all views
   /// Root mean square of what the points lie off the plane, across the line in the image, pixels.
   double rms = 0;
-  /// One standard deviation of where the plane lies, along its normal: root mean square over the points, in the
-  /// target's unit.
+  /// One standard deviation of where the plane lies, along its normal: root mean square over the points, in
+  /// the target's unit.
   double sigma = 0;
 };
 
 /// The result of `adjustLasers`.
 struct LaserAdjustment {
-  /// Lens, poses, the target's shape and the noise of the dots; its `covariance` is that of the lens within the
-  /// whole.
+  /// Lens, poses, the target's shape and the noise of the dots; its `covariance` is that of the lens within
+  /// the whole.
   Adjustment camera;
   /// In the order of the lines.
   std::vector<AdjustedPlane> planes;
@@ -51,11 +51,11 @@ struct LaserAdjustment {
 
 /// The lens, the poses and the laser planes that fit dots and lines best, in one least-squares adjustment.
 ///
-/// Starts from `adjustCamera` on the dots and from planes through the lines. A point of a line says that where
-/// its pixel sees the target, the target meets the plane; its residual is how far the pixel lies off the line
-/// that the plane draws, and counts by the noise that the line itself shows. The target keeps the shape that the
-/// dots gave it. The same input gives the same bits.
-/// Working memory: that of `adjustCamera`, 100 bytes a line point.
+/// Starts from `adjustCamera` on the dots and from planes through the lines. A point of a line says that
+/// where its pixel sees the target, the target meets the plane; its residual is how far the pixel lies off
+/// the line that the plane draws, and counts by the noise that the line itself shows. The target keeps the
+/// shape that the dots gave it. The same input gives the same bits. Working memory: that of `adjustCamera`,
+/// 100 bytes a line point.
 /// @param views  as of `adjustCamera`, each with one list a laser; at least 2 views show points of each laser
 /// @param camera as of `adjustCamera`
 /// @throws Exception for views or settings that cannot be used, which it names, and when the views do not
