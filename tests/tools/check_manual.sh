@@ -64,7 +64,7 @@ expect "a cloud.ply" vorn-mv filter a
 expect "a cloud.ply" vorn-mv scan folder --out a
 expect "" vorn-mv target --pitch a
 # Names of properties and filters, and of values behind "=". A shell splits what is typed at "=" and ":".
-expect "circles staggered chessboard" vorn-mv detect a.png --kind ""
+expect "circles staggered chessboard charuco" vorn-mv detect a.png --kind ""
 expect "MinDotArea= MinDotAreaMultiplier=" vorn-mv calibrate rig --set MinDotA
 expect "MinDotAreaMultiplier=" vorn-mv detect a.png --set MinDotAreaM
 expect "ScannerType=" vorn-mv scan rig --set ScannerT

@@ -92,6 +92,35 @@ TEST_F(NamedViews, CalibrateAsTheUsualOnes) {
   EXPECT_EQ(report["inputs"].size(), 3 * (1 + 1 + rows));
 }
 
+TEST_F(NamedViews, LaserScansAsTheUsualOnes) {
+  ASSERT_EQ(run({"simulate", path("laser"), "--laser", "--divisor", "4", "--no-calib", "--quiet"}).status, 0);
+  std::vector<cv::Mat> pages;
+  fs::create_directory(path("numbered"));
+  fs::create_directory(path("paged"));
+  for (char const* folder : {"numbered", "paged"}) {
+    fs::copy_file(path("laser/scan/stage.json"), path(folder) + std::string("/stage.json"));
+  }
+  for (tools::NumberedFile const& file : tools::findSequence(path("laser/scan"), "line")) {
+    pages.push_back(cv::imread(file.path, cv::IMREAD_UNCHANGED));
+    // Numbers from 5 on: "10" comes after "9".
+    fs::copy_file(file.path, path("numbered/l" + std::to_string(pages.size() + 4) + ".png"));
+  }
+  ASSERT_GT(pages.size(), 10U);
+  ASSERT_TRUE(cv::imwrite(path("paged/all.tif"), pages));
+  auto const scan = [](std::string const& folder, std::string const& out,
+                       std::vector<std::string> const& names) {
+    std::vector<std::string> arguments = {
+        "scan", path(folder), "--laser", "--calib", path("laser/laser_truth.json"), "--out", path(out)};
+    arguments.insert(arguments.end(), names.begin(), names.end());
+    ToolOutcome const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    return contentOf(path(out));
+  };
+  std::string const usual = scan("laser/scan", "usual.ply", {});
+  EXPECT_EQ(scan("numbered", "numbered.ply", {"--lines", "l*.png"}), usual);
+  EXPECT_EQ(scan("paged", "paged.ply", {"--lines", "all.tif"}), usual);
+}
+
 TEST_F(NamedViews, WrongNamesAreSaid) {
   auto const expectError = [](std::vector<std::string> arguments, std::vector<std::string> const& more,
                               std::string const& part) {
