@@ -49,9 +49,10 @@ Device zoomed(Device const& device, double percent) {
   return result.withPrism(device.prism());
 }
 
+/// Within the plane alone a flat target would light up at the same places as before.
 Pose shifted(Pose const& world_from_target, double mm) {
-  double const along = mm / std::sqrt(2.0);
-  return world_from_target * Pose{cv::Matx33d::eye(), {along, along, 0}};
+  double const along = mm / std::sqrt(3.0);
+  return world_from_target * Pose{cv::Matx33d::eye(), {along, along, along}};
 }
 
 cv::Range middle(cv::Range const& range, double percent) {
@@ -127,7 +128,7 @@ std::vector<Entry> rigEntries() {
        ofRig([](Rig& rig, double percent) { rig.camera.sensor.flicker = percent / whole; })},
       {{"bands", "lamps draw bands through a rolling shutter", "%", 8, 0, 50, All},
        ofRig([](Rig& rig, double percent) { rig.camera.sensor.bandDepth = percent / whole; })},
-      {{"overexposed", "the camera is exposed so many times longer", "times", 2, 1, 100, All},
+      {{"overexposed", "the camera is exposed so many times longer", "times", 3, 1, 100, All},
        ofRig([](Rig& rig, double times) { rig.camera.sensor.exposure *= times; })},
       {{"too-dark", "the camera is exposed so many times shorter", "times", 10, 1, 100, All},
        ofRig([](Rig& rig, double times) { rig.camera.sensor.exposure /= times; })},
@@ -139,7 +140,7 @@ std::vector<Entry> rigEntries() {
        })},
       {{"camera-blurred", "the camera is out of focus", "px", 2, 0, 10, All},
        ofRig([](Rig& rig, double pixels) { rig.camera.blur = std::hypot(rig.camera.blur, pixels); })},
-      {{"projector-blurred", "the projector is out of focus", "px", 5, 0, 7, All},
+      {{"projector-blurred", "the projector is out of focus", "px", 4, 0, 7, All},
        ofRig([](Rig& rig, double pixels) { rig.projector.blur += pixels; })},
       {{"staircase", "the projector shows its single pixels sharply", "", 0, 0, 0, All},
        ofRig([](Rig& rig, double) { rig.projector.blur = rig.projector.blurSlope = 0; })},
@@ -158,7 +159,7 @@ std::vector<Entry> viewEntries() {
   return {
       {{"bent-target", "the target's ends along x stand behind its middle", "mm", 0.3, -20, 20, Views},
        ofView([](PlannedView& view, double mm) { view.target.sag[0] = mm; })},
-      {{"dirty-dots", "something small half covers dots", "% of them", 1, 0, 100, Views},
+      {{"dirty-dots", "specks cut into the rims of dots", "% of them", 1, 0, 100, Views},
        ofView([](PlannedView& view, double percent) { view.dirtyShare = percent / whole; })},
       {{"small-target", "the target has so much of its columns and rows", "%", 40, 10, 100, Views},
        ofView([](PlannedView& view, double percent) {
@@ -167,7 +168,7 @@ std::vector<Entry> viewEntries() {
          grid.rows = middle(grid.rows, percent);
        })},
       {{"small-tilts", "the target is tilted by so much at most", "degrees", 5, 0, 32, Views}, limitTilt},
-      {{"target-overexposed", "the target's image is exposed so many times longer", "times", 2, 1, 100,
+      {{"target-overexposed", "the target's image is exposed so many times longer", "times", 3, 1, 100,
         Views},
        ofView([](PlannedView& view, double times) { view.targetExposure = times; })},
       {{"moved-before", "the target moves between its image and the sequences", "mm", 0.36, -100, 100, One},

@@ -32,7 +32,7 @@ struct PlannedView {
   cv::Vec3d creep = {0, 0, 0};
   /// Of the target's image, beside that of the others.
   double targetExposure = 1;
-  /// Share of the dots that something small half covers; other dots in every view.
+  /// Share of the dots into whose rims specks cut; other dots in every view.
   double dirtyShare = 0;
   bool isCameraMirrored = false;
   bool isProjectorMirrored = false;

@@ -36,7 +36,7 @@ void addDirt(std::vector<Object>& objects, PlannedView const& view, Pose const& 
       constexpr double aboveTarget = 0.05; // mm
       Object speck;
       speck.name = "speck";
-      constexpr double sizeInRadii = 0.35;
+      constexpr double sizeInRadii = 0.2;
       speck.shape = Rectangle{{sizeInRadii * radius, sizeInRadii * radius}};
       speck.world_from_object =
           world_from_target *

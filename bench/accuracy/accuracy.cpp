@@ -21,6 +21,7 @@
 #include "ablation.hpp"
 #include "calibration_accuracy.hpp"
 #include "covariance_accuracy.hpp"
+#include "fault_accuracy.hpp"
 #include "scan_accuracy.hpp"
 #include "tools/files/json_file.hpp"
 
@@ -106,6 +107,9 @@ struct Options {
   bool isCheck = false;
   bool isAblation = false;
   int covarianceRuns = 0;
+  bool areFaults = false;
+  int freshRigs = 0;
+  int firstSeed = 1;
 };
 
 void run(Options const& options) {
@@ -180,6 +184,21 @@ bool checkCovariances(int runs) {
   return gate.isOpen();
 }
 
+/// Each fault on rigs by chance.
+/// @return whether nothing is found in clean views, and each fault named in nine of ten
+bool checkFreshRigs(int rigs, int firstSeed) {
+  auto const first = static_cast<std::uint64_t>(firstSeed);
+  std::vector<FreshTally> tallies = tallyDrawn(rigs, first);
+  printTallies(tallies);
+  std::vector<FreshTally> const rendered = tallyRendered(rigs, first);
+  printTallies(rendered);
+  tallies.insert(tallies.end(), rendered.begin(), rendered.end());
+  return std::all_of(tallies.begin(), tallies.end(), [](FreshTally const& tally) {
+    constexpr double leastShare = 0.9;
+    return tally.fault.empty() ? tally.named == tally.rigs : tally.named >= leastShare * tally.rigs;
+  });
+}
+
 /// A few scans and a calibration, at half the resolution.
 bool check() {
   constexpr int divisor = 2;
@@ -193,6 +212,10 @@ bool check() {
   for (char const* name :
        {"demonstration rig", "full well 3 000, read noise 20", "plane at 690 mm, albedo 0.8"}) {
     checkScan(scan(caseNamed(cases, name)));
+  }
+  for (FreshTally const& tally : tallyDrawn(1, 1)) {
+    gate.atMost("not named: " + (tally.fault.empty() ? "nothing, in sound views" : tally.fault),
+                tally.rigs - tally.named, 0);
   }
   ScanFigures const withTruth = scan(cases[0]);
   CalibrationFigures const calibration = calibrate(cases[0], withTruth);
@@ -213,8 +236,9 @@ int main(int argc, char** argv) {
   app.add_option("--divisor", options.divisor, "Divide the rig's numbers of pixels by this")
       ->check(CLI::Range(1, 8));
   app.add_option("--json", options.json, "Write all figures to this file");
-  app.add_option("--only", options.only,
-                 "Scan only the cases with this in their names, and calibrate nothing");
+  app.add_option(
+      "--only", options.only,
+      "Scan only the cases with this in their names, and calibrate nothing; with --faults only those");
   app.add_flag("--check", options.isCheck, "A few cases only; fail when one misses what must hold");
   app.add_flag("--ablation", options.isAblation, "Decode with each rule off in turn and show what it gains");
   app.add_option(
@@ -222,6 +246,14 @@ int main(int argc, char** argv) {
          "Calibrate four rigs so many times from drawn points, and fail when their errors are not what "
          "they predict")
       ->check(CLI::Range(2, 10000));
+  app.add_flag("--faults", options.areFaults,
+               "Calibrate two rigs from views with each kind of fault; fail when one is not named");
+  app.add_option(
+         "--fresh", options.freshRigs,
+         "Try each kind of fault on so many rigs by chance; fail when fewer than nine of ten are named")
+      ->check(CLI::Range(1, 1000));
+  app.add_option("--first", options.firstSeed, "With --fresh: the first rig's number")
+      ->check(CLI::Range(1, 1000000));
   app.add_option("--folder", options.folder,
                  "With --ablation: also the scan in this folder, rendered with its truth");
   CLI11_PARSE(app, argc, argv);
@@ -233,6 +265,16 @@ int main(int argc, char** argv) {
     }
     if (options.covarianceRuns > 0) {
       return vorn::bench::checkCovariances(options.covarianceRuns) ? 0 : 1;
+    }
+    if (options.areFaults) {
+      bool const isPlainRight =
+          vorn::bench::printFaultTable(vorn::bench::plainRig(options.divisor), options.only);
+      bool const isOtherRight =
+          vorn::bench::printFaultTable(vorn::bench::demonstrationRig(options.divisor), options.only);
+      return isPlainRight && isOtherRight ? 0 : 1;
+    }
+    if (options.freshRigs > 0) {
+      return vorn::bench::checkFreshRigs(options.freshRigs, options.firstSeed) ? 0 : 1;
     }
     if (options.isAblation) {
       vorn::bench::ablate(options);

@@ -248,6 +248,17 @@ TEST(CalibrationFindings, MirroredViewsAreNamedAndLeftOut) {
   }
 }
 
+TEST(CalibrationFindings, WhatIsRenderedIntoOneViewIsNamed) {
+  for (auto const& [fault, cause] : {std::pair("mixed-view", FindingCause::MovedBefore),
+                                     std::pair("moved-during=1.5", FindingCause::MovedDuring),
+                                     std::pair("staircase", FindingCause::Staircase)}) {
+    ScannerCalibration const calibration = calibrateScanner(viewsWith(fault, 4), test::halfRigSettings());
+    Finding const* const finding = findingOf(calibration, cause);
+    ASSERT_NE(finding, nullptr) << fault << toJson(calibration)["findings"].dump(1);
+    EXPECT_EQ(finding->view, 4) << fault;
+  }
+}
+
 TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
   sim::Rig turned = test::halfRig();
   cv::Matx33d R;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/calib3d.hpp>
@@ -57,16 +58,23 @@ bool isEqual(ViewImages const& a, ViewImages const& b) {
 }
 
 TEST(Faults, EveryKindChangesTheViewsThatItSpoilsAndNoOthers) {
-  Campaign const clean = campaignOf("");
+  Campaign const sound = campaignOf("");
+  std::vector<ViewImages> clean;
+  for (std::size_t view = 0; view < 4; ++view) {
+    clean.push_back(viewOf(sound, view));
+  }
   for (FaultKind const& kind : faultKinds()) {
     Fault fault = faultOf(kind.name);
     fault.view = 2;
+    if (kind.name == "dirty-dots") {
+      fault.strength = 50; // at one ray for each of few pixels most specks are not met
+    }
     Campaign spoiled = campaignOf("");
     spoil(spoiled, fault);
-    EXPECT_FALSE(isEqual(viewOf(spoiled, 2), viewOf(clean, 2))) << kind.name;
-    EXPECT_TRUE(isEqual(viewOf(spoiled, 1), viewOf(clean, 1))) << kind.name;
+    EXPECT_FALSE(isEqual(viewOf(spoiled, 2), clean[2])) << kind.name;
+    EXPECT_TRUE(isEqual(viewOf(spoiled, 1), clean[1])) << kind.name;
     bool const isFollowing = kind.reach == FaultReach::Following;
-    EXPECT_EQ(isEqual(viewOf(spoiled, 3), viewOf(clean, 3)), !isFollowing) << kind.name;
+    EXPECT_EQ(isEqual(viewOf(spoiled, 3), clean[3]), !isFollowing) << kind.name;
   }
 }
 

@@ -116,7 +116,9 @@ private:
   }
 
   void findWrongDots() {
-    constexpr double mostShare = 0.005;
+    // Of sound views up to 0.6 %: where light and sight graze the target, dots are less exact than the
+    // others.
+    constexpr double mostShare = 0.007;
     std::size_t wrong = 0;
     std::size_t all = 0;
     for (ViewAdjustment const& view : adjustment_.views) {
