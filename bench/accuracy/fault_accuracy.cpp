@@ -119,7 +119,8 @@ void printRow(FaultCase const& given, FaultFigures const& figures) {
             << std::flush;
 }
 
-/// What a fault is called in points that were drawn, without images: there a target that moves spoils its view.
+/// What a fault is called in points that were drawn, without images: there a target that moves spoils its
+/// view.
 std::vector<FaultCase> drawnCases() {
   return {{"", {}},
           {"projector-turned=0.03", Cause::DeviceMoved},
@@ -194,9 +195,9 @@ FaultFigures diagnosed(CalibratedRig const& rig, std::string const& words, std::
     view.result.devices = {pointsOf(drawn[number], drawn[number].points0),
                            pointsOf(drawn[number], drawn[number].points1)};
   };
-  return saidOf([&](mv::CalibrationSettings const& settings) {
-    return calibrateScanner(views, settings, nullptr);
-  }, settingsFor(rig), nullptr);
+  return saidOf(
+      [&](mv::CalibrationSettings const& settings) { return calibrateScanner(views, settings, nullptr); },
+      settingsFor(rig), nullptr);
 }
 
 void count(FreshTally& tally, FaultCase const& given, FaultFigures const& figures) {
@@ -254,7 +255,8 @@ std::vector<FaultCase> faultCases() {
 }
 
 bool printFaultTable(CalibratedRig const& rig, std::string const& only) {
-  std::cout << "\n" << rig.name << ", " << rig.poses.size() << " views\n\n"
+  std::cout << "\n"
+            << rig.name << ", " << rig.poses.size() << " views\n\n"
             << "| fault | said | left out | rigid, um | bars, um | raw, um | predicted rigid | goal |\n"
                "|---|---|---|---|---|---|---|---|\n";
   std::vector<mv::ScannerView> const clean = renderedViews(rig);
@@ -303,8 +305,9 @@ std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first) {
       std::string const& fault = cases[k].fault;
       count(tallies[k], cases[k],
             calibrated(rig,
-                       fault.empty() ? clean
-                                     : spoiledViews(rig, clean, atAnyView(fault, seed + k, clean.size(), true)),
+                       fault.empty()
+                           ? clean
+                           : spoiledViews(rig, clean, atAnyView(fault, seed + k, clean.size(), true)),
                        nullptr));
     }
   }

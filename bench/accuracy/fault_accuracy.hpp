@@ -14,8 +14,8 @@
 /// Whether calibrations name what goes wrong with their views, and what error they are left with.
 namespace vorn::bench {
 
-/// A fault of the target views, what it has to be called, and the error that shall be left, micrometres (rigid);
-/// 0 for none: the calibration is refused, or says only that more views are wanted.
+/// A fault of the target views, what it has to be called, and the error that shall be left, micrometres
+/// (rigid); 0 for none: the calibration is refused, or says only that more views are wanted.
 struct FaultCase {
   std::string fault; ///< in the words of `sim::faultOf`; empty: none
   std::optional<mv::FindingCause> cause;

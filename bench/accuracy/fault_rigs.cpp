@@ -69,9 +69,9 @@ std::vector<sim::Pose> randomPoses(Chance& chance, int count, double distance, d
     constexpr double golden = 2.399963; // spreads the tilts over all sides
     double const side = first + golden * i;
     double const tilt = chance.within(18, 32);
-    poses.push_back(sim::Pose::fromDegrees({chance.about(0, 0.06 * width), chance.about(0, 0.05 * width),
-                                            distance * chance.about(1, 0.08)},
-                                           {tilt * std::sin(side), tilt * std::cos(side), chance.about(0, 15)}));
+    poses.push_back(sim::Pose::fromDegrees(
+        {chance.about(0, 0.06 * width), chance.about(0, 0.05 * width), distance * chance.about(1, 0.08)},
+        {tilt * std::sin(side), tilt * std::cos(side), chance.about(0, 15)}));
   }
   return poses;
 }
@@ -118,9 +118,11 @@ CalibratedRig plainRig(int divisor) {
   CalibratedRig plain;
   plain.name = "172 mm base";
   sim::Rig rig;
-  rig.camera.device = sim::Device({1402.3, 1400.9}, {515.2, 380.7}, {-0.12, 0.09, 6e-4, -4e-4, -0.02}, {1024, 768});
+  rig.camera.device =
+      sim::Device({1402.3, 1400.9}, {515.2, 380.7}, {-0.12, 0.09, 6e-4, -4e-4, -0.02}, {1024, 768});
   rig.camera.sensor.exposure = 0.54;
-  rig.projector.device = sim::Device({806.4, 805.1}, {322.5, 207.8}, {-0.05, 0.03, 5e-4, 8e-4, 0}, {640, 400});
+  rig.projector.device =
+      sim::Device({806.4, 805.1}, {322.5, 207.8}, {-0.05, 0.03, 5e-4, 8e-4, 0}, {640, 400});
   rig.projector.world_from_proj = sim::Pose::fromDegrees({172, -8, 16}, {1.2, -18.4, 0.8});
   rig.projector.focus = rig.projector.referenceDistance = 530;
   plain.rig = scaled(rig, divisor);
@@ -195,7 +197,8 @@ std::vector<mv::AdjustmentView> drawnViews(sim::Campaign const& campaign, PointN
       if (!dot.camera) {
         continue;
       }
-      cv::Point2d const pixel = *dot.camera + cv::Point2d(rng.gaussian(noise.camera), rng.gaussian(noise.camera));
+      cv::Point2d const pixel =
+          *dot.camera + cv::Point2d(rng.gaussian(noise.camera), rng.gaussian(noise.camera));
       cv::Point2d projected(projectedFrom(planned.rig, atColumns, pixel).x + rng.gaussian(noise.projector),
                             projectedFrom(planned.rig, atRows, pixel).y + rng.gaussian(noise.projector));
       if (!dot.projector || !std::isfinite(projected.x) || !std::isfinite(projected.y)) {
