@@ -252,7 +252,7 @@ TEST(DecodePatterns, ShadowsInRealImagesOfBitsAreDark) {
 
 TEST(DecodePatterns, SeveralExposuresCoverDarkAndShiningSurfaces) {
   // One with inverses, and one whose bits are compared with the fringes' mean.
-  for (char const* const name : {"gray-phase", "xor4"}) {
+  for (char const* const name : {"gray-phase", "xor4", "multi-frequency"}) {
     PatternSet set = builtIn(name);
     std::vector<PatternImage> const once = set.images;
     set.images.clear();
