@@ -28,9 +28,9 @@ enum class PatternFault {
 /// Not everything can be told: columns and rows exchanged as a whole, or all fringes of a set without bits
 /// mirrored, are a set of their own.
 struct PatternDoubt {
-  PatternFault fault = PatternFault::Steps;
-  PatternAxis axis = PatternAxis::Column; ///< of the fringe or the bits
-  double period = 0.0;                    ///< of the fringe, projector pixels; 0 of bits
+  PatternFault fault = PatternFault::Steps; ///< how they contradict it
+  PatternAxis axis = PatternAxis::Column;   ///< of the fringe or the bits
+  double period = 0.0;                      ///< of the fringe, projector pixels; 0 of bits
   /// Numbers of images in the set: two when exchanging them mends it, one when leaving it out does; else all
   /// of the fringe or the bits.
   std::vector<std::size_t> images;

@@ -49,7 +49,9 @@ struct TextureSettings {
   double depthTolerance = 0.0;
   /// Pixels around each piece of the atlas, 0 .. 64.
   int margin = 4;
+  /// Which images the atlas shows.
   TextureBlend blend = TextureBlend::Blended;
+  /// Whether images are made equally bright.
   TextureBrightness brightness = TextureBrightness::Matched;
 };
 
