@@ -96,7 +96,7 @@ void findPairs(SourceSamples const& samples, SurfaceMatcher const& target,
                      double const cosine = pair.sourceNormal.dot(pair.targetNormal);
                      pair.isOpposed = cosine < 0.0;
                      pair.isValid = cosine >= rule.leastCosine;
-                     cv::Vec3d const difference = point - target.pointAt(pair.cell);
+                     cv::Vec3d const difference = point - target.footOf(point, pair.cell);
                      pair.residual = difference.dot(pair.sourceNormal + pair.targetNormal) * 0.5;
                      pair.distance = std::sqrt(difference.dot(difference));
                      pair.arm = (point - target.middle()) * armScale;

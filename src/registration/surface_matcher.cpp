@@ -209,6 +209,43 @@ unsigned SurfaceMatcher::walk(cv::Vec3d const& point, unsigned start) const {
   return none;
 }
 
+cv::Vec3d SurfaceMatcher::footOf(cv::Vec3d const& point, unsigned cell) const {
+  cv::Vec3d const middle = pointAt(cell);
+  int const row = rowOf(cell);
+  int const column = columnOf(cell);
+  if (!isGrid_ || row < 1 || column < 1 || row + 1 >= points_.rows || column + 1 >= points_.cols) {
+    return middle;
+  }
+  cv::Vec3d near[3][3];
+  for (int down = 0; down < 3; ++down) {
+    for (int right = 0; right < 3; ++right) {
+      if (!isUsable(row + down - 1, column + right - 1)) {
+        return middle;
+      }
+      near[down][right] = cv::Vec3d(points_(row + down - 1, column + right - 1));
+    }
+  }
+  cv::Vec3d const a = (near[1][2] - near[1][0]) * 0.5;
+  cv::Vec3d const b = (near[2][1] - near[0][1]) * 0.5;
+  cv::Vec3d const offset = point - middle;
+  double const aa = a.dot(a);
+  double const ab = a.dot(b);
+  double const bb = b.dot(b);
+  double const determinant = aa * bb - ab * ab;
+  if (!(determinant > 1e-6 * aa * bb)) {
+    return middle;
+  }
+  double const du = (bb * a.dot(offset) - ab * b.dot(offset)) / determinant;
+  double const dv = (aa * b.dot(offset) - ab * a.dot(offset)) / determinant;
+  if (!(std::max(std::abs(du), std::abs(dv)) <= mostCellsBeside)) {
+    return middle;
+  }
+  cv::Vec3d const uu = near[1][2] - middle * 2.0 + near[1][0];
+  cv::Vec3d const vv = near[2][1] - middle * 2.0 + near[0][1];
+  cv::Vec3d const uv = (near[2][2] - near[2][0] - near[0][2] + near[0][0]) * 0.25;
+  return middle + a * du + b * dv + uu * (0.5 * du * du) + vv * (0.5 * dv * dv) + uv * (du * dv);
+}
+
 unsigned SurfaceMatcher::find(cv::Vec3d const& point, unsigned start, double maxDistance) const {
   unsigned cell = none;
   if (isGrid_) {

@@ -25,6 +25,10 @@ public:
   unsigned find(cv::Vec3d const& point, unsigned start, double maxDistance) const;
 
   cv::Vec3d pointAt(unsigned cell) const { return cv::Vec3d(points_(rowOf(cell), columnOf(cell))); }
+  /// The place of the surface nearest to a point that lies at a cell. On a grid it is interpolated: cells
+  /// beside the point by the same share everywhere would draw by the error of their normals' slope times that
+  /// share.
+  cv::Vec3d footOf(cv::Vec3d const& point, unsigned cell) const;
   cv::Vec3d normalAt(unsigned cell) const { return cv::Vec3d(normals_(rowOf(cell), columnOf(cell))); }
   /// Whether a cell has a point and a normal.
   bool isUsable(int row, int column) const { return usable_(row, column) != 0; }

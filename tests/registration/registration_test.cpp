@@ -48,9 +48,10 @@ TEST_F(Register, FindsTheMotionWithinItsUncertaintyOnGridsAndWithout) {
     EXPECT_EQ(found.stop, RegistrationStop::Converged);
     EXPECT_LT(worstSigmas(found, truth), 4.5) << isGrid;
     EXPECT_LT(cv::norm(errorOf(found.targetFromSource, truth, middle)), 0.003);
-    // Two clouds' noise along the normal; the nearest of noisy points are a little nearer.
+    // Two clouds' noise along the normal: of a grid interpolated, which takes a fifth of its variance; the
+    // nearest of noisy points are a little nearer.
     EXPECT_LT(found.sigma, 0.030);
-    EXPECT_GT(found.sigma, isGrid ? 0.026 : 0.022);
+    EXPECT_GT(found.sigma, isGrid ? 0.025 : 0.022);
     EXPECT_GT(found.overlap, 0.95);
     EXPECT_EQ(found.freeShape(), "");
   }
