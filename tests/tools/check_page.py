@@ -244,6 +244,8 @@ def check_without_webgl(files):
             fail(f"Without WebGL the page says: {message.text}")
         if driver.find_element(By.ID, "work").is_displayed():
             fail("Without WebGL the view is there")
+        if driver.find_element(By.ID, "help").is_displayed():
+            fail("Without WebGL the page explains how to turn the view")
         widths = driver.execute_script("return [...document.querySelectorAll('figure img')].map((i) => i.naturalWidth)")
         if len(widths) < 4 or min(widths) < 300:
             fail(f"Without WebGL the pictures are {widths} pixels wide")

@@ -384,6 +384,7 @@ function start() {
     return;
   }
   message.hidden = true;
+  byId("help").hidden = false;
   const view = new View(renderer, box);
   connect(view);
   // For scripts: where a point is seen, and what was picked.
