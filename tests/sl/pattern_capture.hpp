@@ -8,6 +8,7 @@
 #include <functional>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -15,6 +16,15 @@
 #include <vorn/mv/sl/pattern_set.hpp>
 
 namespace vorn::mv::test {
+
+/// A built-in set with so many steps; 0: its own number.
+inline PatternSet builtIn(std::string const& name, int steps = 0, cv::Size size = {640, 400},
+                          PatternAxes axes = PatternAxes::Both) {
+  PatternSetOptions options;
+  options.axes = axes;
+  options.steps = steps;
+  return PatternSet::builtIn(name, size, options);
+}
 
 /// A camera's view of a projector's light, exact but for what is asked for: it shares nothing with the
 /// library but the meaning of a `PatternImage`, which it takes from the formulas of that.

@@ -21,10 +21,7 @@ namespace {
 using test::PatternCapture;
 
 PatternSet setOf(std::string const& name, int steps = 0) {
-  PatternSetOptions options;
-  options.axes = PatternAxes::Columns;
-  options.steps = steps;
-  return PatternSet::builtIn(name, {640, 400}, options);
+  return test::builtIn(name, steps, {640, 400}, PatternAxes::Columns);
 }
 
 /// Texture, and a surface that stands before another one.
