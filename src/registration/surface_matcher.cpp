@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
+#include <optional>
 
 #include "core/median.hpp"
 #include "pointcloud/grid_steps.hpp"
@@ -42,6 +44,19 @@ private:
   float square_;
   unsigned index_ = SurfaceMatcher::none;
 };
+
+/// How far a place lies along two ways, in those ways, least squares; nothing where they are (nearly) one.
+std::optional<cv::Vec2d> cellsBeside(cv::Vec3d const& offset, cv::Vec3d const& a, cv::Vec3d const& b) {
+  double const aa = a.dot(a);
+  double const ab = a.dot(b);
+  double const bb = b.dot(b);
+  double const determinant = aa * bb - ab * ab;
+  if (!(determinant > 1e-6 * aa * bb)) {
+    return std::nullopt;
+  }
+  return cv::Vec2d((bb * a.dot(offset) - ab * b.dot(offset)) / determinant,
+                   (aa * b.dot(offset) - ab * a.dot(offset)) / determinant);
+}
 
 /// The median distance of points to their nearest neighbour, of some hundred spread over the tree.
 double medianNeighbourDistance(cv::Mat_<cv::Vec3f> const& points, GridOctree const& tree) {
@@ -164,15 +179,12 @@ unsigned SurfaceMatcher::walk(cv::Vec3d const& point, unsigned start) const {
     cv::Vec3d const offset = point - cv::Vec3d(points_(row, column));
     cv::Vec3d const a = tangent(row, column, 0, 1);
     cv::Vec3d const b = tangent(row, column, 1, 0);
-    double const aa = a.dot(a);
-    double const ab = a.dot(b);
-    double const bb = b.dot(b);
-    double const determinant = aa * bb - ab * ab;
-    if (!(determinant > 1e-6 * aa * bb)) {
+    std::optional<cv::Vec2d> const beside = cellsBeside(offset, a, b);
+    if (!beside) {
       return none;
     }
-    double const du = (bb * a.dot(offset) - ab * b.dot(offset)) / determinant;
-    double const dv = (aa * b.dot(offset) - ab * a.dot(offset)) / determinant;
+    double const du = (*beside)[0];
+    double const dv = (*beside)[1];
     double const along = std::max(std::abs(du), std::abs(dv));
     double const length = offset.dot(offset);
     // Rounded to whole cells; between two cells either will do.
@@ -227,16 +239,12 @@ cv::Vec3d SurfaceMatcher::footOf(cv::Vec3d const& point, unsigned cell) const {
   }
   cv::Vec3d const a = (near[1][2] - near[1][0]) * 0.5;
   cv::Vec3d const b = (near[2][1] - near[0][1]) * 0.5;
-  cv::Vec3d const offset = point - middle;
-  double const aa = a.dot(a);
-  double const ab = a.dot(b);
-  double const bb = b.dot(b);
-  double const determinant = aa * bb - ab * ab;
-  if (!(determinant > 1e-6 * aa * bb)) {
+  std::optional<cv::Vec2d> const beside = cellsBeside(point - middle, a, b);
+  if (!beside) {
     return middle;
   }
-  double const du = (bb * a.dot(offset) - ab * b.dot(offset)) / determinant;
-  double const dv = (aa * b.dot(offset) - ab * a.dot(offset)) / determinant;
+  double const du = (*beside)[0];
+  double const dv = (*beside)[1];
   if (!(std::max(std::abs(du), std::abs(dv)) <= mostCellsBeside)) {
     return middle;
   }
