@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "core/bits.hpp"
-#include "core/simd.hpp"
 #include "pointcloud/flat_states.hpp"
+#include "pointcloud/neighbour_scatter.hpp"
 #include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/smallest_axis.hpp"
@@ -21,8 +21,6 @@ namespace {
 
 using L2 = Distance<cv::Vec3f>::L2;
 
-/// Numbers are worked on in packs of so many; lists are filled up to whole packs.
-constexpr std::size_t packSize = 8;
 /// The neighbours of the next point are looked for within so much of the squared radius that held the last.
 constexpr float guessMargin = 1.15F;
 /// The same for the middle of the next leaf, whose surroundings differ more.
@@ -53,84 +51,8 @@ private:
   std::vector<float> heap_;
 };
 
-/// Sums of coordinates and of their products.
-struct Scatter {
-  enum Kind { X, Y, Z, XX, XY, XZ, YY, YZ, ZZ, kinds };
-
-  float packs[kinds][packSize];
-
-  double total(Kind kind) const {
-    double sum = 0.0;
-    for (float const part : packs[kind]) {
-      sum += static_cast<double>(part);
-    }
-    return sum;
-  }
-};
-
 /// Coordinates in one list an axis.
 using Coordinates = std::array<std::vector<float>, 3>;
-
-/// Squared distances from a point, of length `size`, whole packs.
-VORN_TARGET_CLONES
-void squaresFrom(float const* __restrict x, float const* __restrict y, float const* __restrict z,
-                 std::size_t size, float const* __restrict point, float* __restrict squares) {
-  float const px = point[0];
-  float const py = point[1];
-  float const pz = point[2];
-  for (std::size_t i = 0; i < size; ++i) {
-    float const dx = x[i] - px;
-    float const dy = y[i] - py;
-    float const dz = z[i] - pz;
-    squares[i] = dx * dx + dy * dy + dz * dz;
-  }
-}
-
-/// Sums `size` points, whole packs.
-VORN_TARGET_CLONES
-void sumScatter(float const* __restrict x, float const* __restrict y, float const* __restrict z,
-                std::size_t size, Scatter& sums) {
-  using S = Scatter;
-  float packs[S::kinds][packSize] = {};
-  for (std::size_t first = 0; first < size; first += packSize) {
-    for (std::size_t i = 0; i < packSize; ++i) {
-      float const dx = x[first + i];
-      float const dy = y[first + i];
-      float const dz = z[first + i];
-      packs[S::X][i] += dx;
-      packs[S::Y][i] += dy;
-      packs[S::Z][i] += dz;
-      packs[S::XX][i] += dx * dx;
-      packs[S::XY][i] += dx * dy;
-      packs[S::XZ][i] += dx * dz;
-      packs[S::YY][i] += dy * dy;
-      packs[S::YZ][i] += dy * dz;
-      packs[S::ZZ][i] += dz * dz;
-    }
-  }
-  for (int kind = 0; kind < S::kinds; ++kind) {
-    std::copy_n(packs[kind], packSize, sums.packs[kind]);
-  }
-}
-
-/// The n-th smallest of `size` values, whole packs filled up with what is larger, at least n of them: by
-/// counting for each how many are smaller, which for a few dozen takes less than sorting them does.
-VORN_TARGET_CLONES
-float nthByCounting(float const* __restrict values, std::size_t size, int n) {
-  for (std::size_t candidate = 0; candidate < size; ++candidate) {
-    float const value = values[candidate];
-    int below = 0;
-    int notAbove = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-      below += values[i] < value ? 1 : 0;
-      notAbove += values[i] <= value ? 1 : 0;
-    }
-    if (below < n && notAbove >= n) {
-      return value;
-    }
-  }
-  return std::numeric_limits<float>::max();
-}
 
 /// Finds the normals of the points of leaves; one for each thread.
 template <class Points>
@@ -344,8 +266,7 @@ private:
         offsets_[axis][i] = candidates_[axis][near_[i]] - query[static_cast<int>(axis)];
       }
     }
-    Scatter sums;
-    sumScatter(offsets_[0].data(), offsets_[1].data(), offsets_[2].data(), size, sums);
+    Scatter const sums = scatterOf(offsets_[0].data(), offsets_[1].data(), offsets_[2].data(), size);
     store(index, sums, static_cast<double>(near_.size()));
     return guess;
   }
