@@ -3,36 +3,18 @@
 
 // Registration of two scans of one surface with other noise, from 0.3 mm and 0.3 degrees away, normals
 // included, on one thread; and how far the target's middle ends from its place, in micrometres.
-#include <vorn/mv/registration/registration.hpp>
-
 #include <benchmark/benchmark.h>
-#include <opencv2/calib3d.hpp>
-#include <opencv2/core/utility.hpp>
 
-#include <vorn/core/system.hpp>
-
-#include "surface_inputs.hpp"
+#include "registration_loop.hpp"
 
 namespace {
 
 using namespace vorn;
 
 void registerScans(benchmark::State& state) {
-  System::set("EnableDebugMode", false);
-  int const threads = cv::getNumThreads();
-  cv::setNumThreads(1);
-  auto const side = static_cast<int>(state.range(0));
-  bool const isGrid = state.range(1) != 0;
-  bench::MovedScans const scans = bench::movedScans(side);
-  mv::PointCloud const source(scans.source, isGrid);
-  mv::PointCloud const target(scans.target, isGrid);
-  mv::Registration found;
-  for (auto _ : state) {
-    found = mv::registerClouds(source, target);
-  }
-  state.counters["um"] = 1000.0 * scans.errorOfMiddle(found.targetFromSource);
+  bench::MovedScans const scans = bench::movedScans(static_cast<int>(state.range(0)));
+  mv::Registration const found = bench::timeRegistration(state, scans, state.range(1) != 0);
   state.counters["iterations"] = found.iterations;
-  cv::setNumThreads(threads);
 }
 BENCHMARK(registerScans)
     ->ArgNames({"side", "grid"})

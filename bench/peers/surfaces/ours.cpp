@@ -4,21 +4,17 @@
 
 #include <vorn/core/system.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
-#include <vorn/mv/registration/registration.hpp>
 
+#include "registration_loop.hpp"
 #include "surfaces/contender.hpp"
 
 namespace vorn::bench {
 
 namespace {
 
-void begin() {
+void normals(benchmark::State& state, bool isGrid, double missing) {
   System::set("EnableDebugMode", false);
   cv::setNumThreads(1);
-}
-
-void normals(benchmark::State& state, bool isGrid, double missing) {
-  begin();
   NoisyScan const scan = scanOf(state, missing);
   mv::PointCloud cloud(scan.points, isGrid);
   mv::NormalSettings settings;
@@ -40,23 +36,11 @@ void listNormals(benchmark::State& state) {
   normals(state, false, 0.0);
 }
 
-/// The normals of both clouds are computed each time.
-void registration(benchmark::State& state, bool isGrid) {
-  begin();
-  MovedScans const scans = scansOf(state);
-  mv::PointCloud const source(scans.source, isGrid);
-  mv::PointCloud const target(scans.target, isGrid);
-  mv::Registration found;
-  for (auto _ : state) {
-    found = mv::registerClouds(source, target);
-  }
-  state.counters["um"] = 1000.0 * scans.errorOfMiddle(found.targetFromSource);
-}
 void gridRegistration(benchmark::State& state) {
-  registration(state, true);
+  timeRegistration(state, scansOf(state), true);
 }
 void listRegistration(benchmark::State& state) {
-  registration(state, false);
+  timeRegistration(state, scansOf(state), false);
 }
 
 } // namespace
