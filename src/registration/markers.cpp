@@ -30,9 +30,6 @@ constexpr std::size_t fullSearch = 2500;
 constexpr std::size_t enoughMarkers = 6;
 /// Among hundreds six agree by chance; so many do not.
 constexpr std::size_t beyondChance = 12;
-/// Hundreds of markers that are not shared agree by chance everywhere: after so many comparisons, half a
-/// minute, the search ends.
-constexpr double mostComparisons = 1e9;
 
 std::vector<std::size_t> finiteOnes(MarkerPlaces const& points, char const* name) {
   std::vector<std::size_t> finite;
@@ -83,6 +80,7 @@ public:
         targetPairs_(pairsOf(target, targets_)),
         tolerance_(settings.tolerance > 0.0 ? settings.tolerance
                                             : toleranceOverExtent * sourcePairs_.front().length),
+        maxComparisons_(settings.maxComparisons),
         ofSource_(source_, sources_), ofTarget_(target_, targets_) {
     for (std::size_t const i : targets_) {
       byX_.emplace_back(target_[i][0], i);
@@ -106,7 +104,7 @@ public:
           best_.pairs.size() >= std::max(enoughMarkers, fewer / 2)) {
         break;
       }
-      if (comparisons_ > mostComparisons) {
+      if (comparisons_ > maxComparisons_) {
         endEarly();
         break;
       }
@@ -370,6 +368,7 @@ private:
   std::vector<Pair> sourcePairs_;
   std::vector<Pair> targetPairs_;
   double tolerance_;
+  double maxComparisons_;
   MarkerDistances ofSource_;
   MarkerDistances ofTarget_;
   std::vector<Coincidence> coincidences_;
@@ -386,6 +385,11 @@ MarkerMatch matchMarkers(std::vector<cv::Vec3d> const& source, std::vector<cv::V
   if (!(settings.tolerance >= 0.0)) {
     std::ostringstream text;
     text << "tolerance is " << settings.tolerance << ", not at least 0";
+    throw error(text.str(), context);
+  }
+  if (!(settings.maxComparisons > 0.0)) {
+    std::ostringstream text;
+    text << "maxComparisons is " << settings.maxComparisons << ", not above 0";
     throw error(text.str(), context);
   }
   return MarkerSearch(source, target, settings).run();

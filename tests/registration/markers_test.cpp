@@ -56,21 +56,31 @@ TEST(Markers, AreFoundAmongOthersWhateverTheirOrder) {
   }
 }
 
-/// Nearly all triangles of so many markers that a view shares few of with another are alike by chance.
-TEST(Markers, FewAreFoundAmongManyOthers) {
+struct MarkerViews {
+  Points source;
+  Points target;
+};
+
+/// Views of 90 markers each, of which the first ones are shared.
+MarkerViews viewsSharing(std::size_t shared) {
   std::mt19937 random(3);
   std::uniform_real_distribution<double> anywhere(0.0, 1000.0);
   cv::Matx44d const truth = motionAbout({500, 500, 500}, {20, -60, 140}, {500, -200, 40});
-  Points source;
-  Points target;
-  constexpr std::size_t shared = 12;
+  MarkerViews views;
   for (std::size_t i = 0; i < 90; ++i) {
-    source.emplace_back(anywhere(random), anywhere(random), anywhere(random));
-    target.push_back(movePoint(truth, source.back()) + cv::Vec3d(0.1, -0.1, 0.05));
+    views.source.emplace_back(anywhere(random), anywhere(random), anywhere(random));
+    views.target.push_back(movePoint(truth, views.source.back()) + cv::Vec3d(0.1, -0.1, 0.05));
     if (i >= shared) {
-      target.back() = {anywhere(random), anywhere(random), anywhere(random)};
+      views.target.back() = {anywhere(random), anywhere(random), anywhere(random)};
     }
   }
+  return views;
+}
+
+/// Nearly all triangles of so many markers that a view shares few of with another are alike by chance.
+TEST(Markers, FewAreFoundAmongManyOthers) {
+  constexpr std::size_t shared = 12;
+  auto const [source, target] = viewsSharing(shared);
   MarkerSettings settings;
   settings.tolerance = 0.5;
   MarkerMatch const found = matchMarkers(source, target, settings);
@@ -78,6 +88,19 @@ TEST(Markers, FewAreFoundAmongManyOthers) {
   for (std::size_t i = 0; i < shared; ++i) {
     EXPECT_EQ(found.pairs[i], std::pair(i, i));
   }
+}
+
+/// A search that ends early has seen some of what agrees by chance: only so many that chance does not bring
+/// them together are believed.
+TEST(Markers, SearchThatEndsEarlyBelievesNoChance) {
+  MarkerSettings settings;
+  settings.tolerance = 3.0;
+  settings.maxComparisons = 3e5;
+  MarkerViews const apart = viewsSharing(0);
+  expectError([&] { matchMarkers(apart.source, apart.target, settings); },
+              "90 and 90 markers agree by chance in too many ways");
+  MarkerViews const alike = viewsSharing(30);
+  EXPECT_GE(matchMarkers(alike.source, alike.target, settings).pairs.size(), 30U);
 }
 
 TEST(Markers, ThreeAreEnoughAndNeedNotFillSpace) {
@@ -102,6 +125,9 @@ TEST(Markers, AreRefusedWhereTheyDoNotTell) {
   MarkerSettings settings;
   settings.tolerance = -1;
   expectError([&] { matchMarkers(square, square, settings); }, "tolerance is -1");
+  settings = {};
+  settings.maxComparisons = 0;
+  expectError([&] { matchMarkers(square, square, settings); }, "maxComparisons is 0");
 }
 
 /// Places of views on a turntable about a tilted axis.

@@ -16,6 +16,10 @@ struct MarkerSettings {
   /// How far the places of one marker in two views may differ, in their unit. 0: 0.2 % of the extent of the
   /// source's markers.
   double tolerance = 0.0;
+  /// Comparisons of markers after which the search ends, above 0; 1e9 take about half a minute. Hundreds of
+  /// markers of which few are shared agree by chance nearly everywhere. What was found by then counts if at
+  /// least twelve markers agree, and is refused with fewer.
+  double maxComparisons = 1e9;
 };
 
 /// Markers that two views share, and the motion that lays them onto each other.
