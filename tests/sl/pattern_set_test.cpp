@@ -149,11 +149,11 @@ TEST(PatternSet, AListOfFilesStandsForStepsAndBits) {
   PatternSet set;
   set.read(nlohmann::json::parse(R"({"projector": [64, 8], "images": [
     {"role": "phase", "axis": "column", "period": 16, "offset": [-120, 0, 120], "files": ["a", "b", "c"]},
-    {"role": "phase", "axis": "row", "period": 16, "files": ["d", "e", "f", "g"]},
+    {"role": "phase", "axis": "row", "period": 66.66666666666667, "files": ["d", "e", "f", "g"]},
     {"role": "gray", "axis": "column", "cell": 16, "inverse": "each", "files": ["h", "i", "j", "k"]}]})"));
   ASSERT_EQ(set.images.size(), 11U);
   EXPECT_EQ(set.images[2].describe(), "step 0 of 1 at 120 degrees of period 16 along columns");
-  EXPECT_EQ(set.images[6].describe(), "step 3 of 4 of period 16 along rows");
+  EXPECT_EQ(set.images[6].describe(), "step 3 of 4 of period 66.6667 along rows");
   EXPECT_EQ(set.images[7].describe(), "bit 1 along columns");
   EXPECT_EQ(set.images[8].describe(), "inverse of bit 1 along columns");
   EXPECT_EQ(set.images[9].describe(), "bit 0 along columns");

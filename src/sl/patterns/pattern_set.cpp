@@ -4,10 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 #include <opencv2/core.hpp>
-
-#include <vorn/core/text.hpp>
 
 #include "core/error.hpp"
 #include "sl/coding/axis_image.hpp"
@@ -17,8 +16,17 @@ namespace vorn::mv {
 
 namespace {
 
+/// Six digits tell images apart, and a period of 200 / 3 pixels has no more to say.
+std::string sixDigits(double value) {
+  std::array<char, 32> buffer{};
+  constexpr int digits = 6;
+  auto const result =
+      std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::general, digits);
+  return {buffer.data(), result.ptr};
+}
+
 std::string exposureText(double exposure) {
-  return exposure == 1.0 ? "" : " at exposure " + toString(exposure);
+  return exposure == 1.0 ? "" : " at exposure " + sixDigits(exposure);
 }
 
 } // namespace
@@ -28,8 +36,8 @@ std::string PatternImage::describe() const {
   switch (role) {
   case PatternRole::Phase:
     return "step " + std::to_string(step) + " of " + std::to_string(steps) +
-           (offset == 0.0 ? "" : " at " + toString(offset) + " degrees") + " of period " + toString(period) +
-           along + exposureText(exposure);
+           (offset == 0.0 ? "" : " at " + sixDigits(offset) + " degrees") + " of period " +
+           sixDigits(period) + along + exposureText(exposure);
   case PatternRole::Bit:
     return (isInverse ? "inverse of bit " : "bit ") + std::to_string(bit) + along + exposureText(exposure);
   case PatternRole::White:
@@ -37,7 +45,7 @@ std::string PatternImage::describe() const {
   case PatternRole::Black:
     return "black" + exposureText(exposure);
   case PatternRole::Line:
-    return "lines of period " + toString(period) + along + exposureText(exposure);
+    return "lines of period " + sixDigits(period) + along + exposureText(exposure);
   case PatternRole::Reference:
     break;
   }
