@@ -296,8 +296,8 @@ TEST(DecodePatterns, FiveStepsAndMoreAreFreeOfGammaAndMeasureIt) {
   }
 }
 
-/// Three steps take the second harmonic for phase: c2 / c1 = (gamma - 1) / (gamma + 2) radians.
-TEST(DecodePatterns, PeriodsThatDisagreeTellWhatGammaDoesToThreeSteps) {
+/// Three steps of two periods, and bits whose stripes are as wide as the longer one.
+PatternSet twoFringesAndBits() {
   PatternSet set;
   set.projector = {640, 400};
   for (double const period : {40.0, 30.0}) {
@@ -320,6 +320,12 @@ TEST(DecodePatterns, PeriodsThatDisagreeTellWhatGammaDoesToThreeSteps) {
       set.images.push_back(image);
     }
   }
+  return set;
+}
+
+/// Three steps take the second harmonic for phase: c2 / c1 = (gamma - 1) / (gamma + 2) radians.
+TEST(DecodePatterns, PeriodsThatDisagreeTellWhatGammaDoesToThreeSteps) {
+  PatternSet const set = twoFringesAndBits();
   PatternCapture capture;
   capture.gamma = 1.6;
   capture.noise = 0.5;
@@ -336,6 +342,26 @@ TEST(DecodePatterns, PeriodsThatDisagreeTellWhatGammaDoesToThreeSteps) {
   EXPECT_LT(after.rms, 0.08);
   for (FringeFigures const& fringe : decoded.fringes) {
     EXPECT_NEAR(fringe.corrected, 0.6 / 3.6 / (2 * CV_PI), 0.004);
+  }
+}
+
+// With little noise a pixel's bits are certain right up to the border of its stripe, which ends where the
+// wide fringe does: which one the pixel is on lies open, and its neighbours tell. A border that touches
+// another surface somewhere is not lost as a whole.
+TEST(DecodePatterns, BordersOfStripesAreKeptThatTouchAnotherSurface) {
+  PatternCapture capture;
+  capture.noise = 0.3;
+  capture.type = CV_32FC1;
+  constexpr int step = 70;
+  capture.column = [](int x, int y) { return 20.3 + 1.37 * x + (y < step ? 0.0 : 57.0); };
+  PatternSet const set = twoFringesAndBits();
+  DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+  for (cv::Range const& rows : {cv::Range(0, step - 4), cv::Range(step + 4, capture.size.height)}) {
+    PatternErrors const e = errorsOf(
+        decoded.column.rowRange(rows), decoded.sigmaColumn.rowRange(rows),
+        [&](int x, int y) { return capture.column(x, y + rows.start); }, 8.0);
+    EXPECT_EQ(e.decoded, 1.0) << rows.start;
+    EXPECT_EQ(e.wrong, 0.0) << rows.start;
   }
 }
 

@@ -31,7 +31,8 @@ struct Bridge {
   }
   /// How many of the open pixels got an order.
   int run(int reach = 16) {
-    StripeBridging bridging(smallProjector(), reach, maps);
+    ScanDecodingSettings const settings = smallProjector();
+    StripeBridging bridging(settings, StripeSpacing(settings.period), reach, maps);
     isColumn ? bridging.alongColumns(0) : bridging.alongRow(0);
     return cv::countNonZero(maps.state.inner == static_cast<int>(pixel_state::bridged));
   }

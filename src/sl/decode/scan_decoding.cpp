@@ -81,25 +81,25 @@ public:
       blurPhases();
     }
     PhaseSource const source = settings_.phaseBlurRadius > 0 ? PhaseSource::Map : PhaseSource::Images;
-    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.2, 0.45), "decoding",
-                 [&](int firstRow, int endRow) {
-                   PixelReader const reader(images_, settings_, flicker_);
-                   StripeBridging bridging(settings_, stripeBorderReach, maps_);
-                   for (int y = firstRow; y < endRow; ++y) {
-                     reader.read(y, source,
-                                 {maps_.wrapped.inner[y], maps_.order.inner[y], maps_.reading.inner[y],
-                                  maps_.contrast[y], maps_.state.inner[y]});
-                     // What reading leaves bridging finds in the cache.
-                     uchar const* const state = maps_.state.inner[y];
-                     auto const width = static_cast<std::size_t>(maps_.size().width);
-                     uchar& isUnsettled = hasUnsettled_[static_cast<std::size_t>(y)];
-                     isUnsettled =
-                         std::memchr(state, pixel_state::unsettledContrast, width) != nullptr ? 1 : 0;
-                     if (isUnsettled == 0 && settings_.rules.bridging) {
-                       bridging.alongRow(y);
-                     }
-                   }
-                 });
+    parallelRows(
+        maps_.size().height, rowsBetweenAskings, progress_.part(0.2, 0.45), "decoding",
+        [&](int firstRow, int endRow) {
+          PixelReader const reader(images_, settings_, flicker_);
+          StripeBridging bridging(settings_, StripeSpacing(settings_.period), stripeBorderReach, maps_);
+          for (int y = firstRow; y < endRow; ++y) {
+            reader.read(y, source,
+                        {maps_.wrapped.inner[y], maps_.order.inner[y], maps_.reading.inner[y],
+                         maps_.contrast[y], maps_.state.inner[y]});
+            // What reading leaves bridging finds in the cache.
+            uchar const* const state = maps_.state.inner[y];
+            auto const width = static_cast<std::size_t>(maps_.size().width);
+            uchar& isUnsettled = hasUnsettled_[static_cast<std::size_t>(y)];
+            isUnsettled = std::memchr(state, pixel_state::unsettledContrast, width) != nullptr ? 1 : 0;
+            if (isUnsettled == 0 && settings_.rules.bridging) {
+              bridging.alongRow(y);
+            }
+          }
+        });
   }
 
   void checkSampling() const {
@@ -117,14 +117,15 @@ public:
     }
     parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.5, 0.52), "decoding",
                  [&](int firstRow, int endRow) {
-                   StripeBridging bridging(settings_, stripeBorderReach, maps_);
+                   StripeBridging bridging(settings_, StripeSpacing(settings_.period), stripeBorderReach,
+                                           maps_);
                    for (int y = firstRow; y < endRow; ++y) {
                      if (hasUnsettled_[static_cast<std::size_t>(y)] != 0) {
                        bridging.alongRow(y);
                      }
                    }
                  });
-    bridgeColumns(settings_, maps_, progress_.part(0.52, 0.55));
+    bridgeColumns(settings_, StripeSpacing(settings_.period), maps_, progress_.part(0.52, 0.55));
   }
 
   void grow() {

@@ -60,11 +60,12 @@ bool followGaps(uchar const* state, int n, uchar* __restrict gap, uchar* __restr
 
 } // namespace
 
-StripeBridging::StripeBridging(ScanDecodingSettings const& settings, int reach, ScanMaps& maps)
+StripeBridging::StripeBridging(ScanDecodingSettings const& settings, StripeSpacing const& stripes, int reach,
+                               ScanMaps& maps)
     : codes_(settings.period), isChecked_(settings.rules.codeCheck), size_(maps.size()),
       stride_(static_cast<std::size_t>(maps.state.whole.cols)), wrapped_(maps.wrapped.inner[0]),
       reading_(maps.reading.inner.ptr<int>()), order_(maps.order.inner[0]), state_(maps.state.inner[0]),
-      border_(codeBorder(settings.period)), reach_(std::min(reach, longestReach)) {}
+      stripes_(stripes), reach_(std::min(reach, longestReach)) {}
 
 void StripeBridging::alongRow(int y) {
   std::size_t const row = static_cast<std::size_t>(y) * stride_;
@@ -107,7 +108,9 @@ void StripeBridging::alongColumns(int block) {
 
 /// The stripe that the code of a known pixel's place belongs to.
 int StripeBridging::stripeAt(std::size_t index) const {
-  return order_[index] + (wrapped_[index] > border_ ? 1 : 0);
+  constexpr float fringesPerRadian = 1.0F / twoPiFloat;
+  float const fringes = static_cast<float>(order_[index]) + fringesPerRadian * wrapped_[index];
+  return static_cast<int>(std::floor(stripes_.perFringe * fringes + stripes_.first));
 }
 
 /// What is bridged is a border, so the ends are in different stripes; along a border, many pixels one after
@@ -151,10 +154,11 @@ void StripeBridging::settle(std::size_t from, std::size_t step, int const* order
   }
 }
 
-void bridgeColumns(ScanDecodingSettings const& settings, ScanMaps& maps, Progress const& progress) {
+void bridgeColumns(ScanDecodingSettings const& settings, StripeSpacing const& stripes, ScanMaps& maps,
+                   Progress const& progress) {
   int const blocks = (maps.size().width + StripeBridging::columnBlock - 1) / StripeBridging::columnBlock;
   parallelRows(blocks, 1, progress, "decoding", [&](int first, int end) {
-    StripeBridging bridging(settings, stripeBorderReach, maps);
+    StripeBridging bridging(settings, stripes, stripeBorderReach, maps);
     for (int block = first; block < end; ++block) {
       bridging.alongColumns(block);
     }

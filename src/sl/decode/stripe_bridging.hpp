@@ -18,13 +18,26 @@ namespace vorn::mv::sl {
 /// less loses pixels at 5, and more bridges over what only looks alike.
 constexpr int stripeBorderReach = 16;
 
+/// Where the stripes of a code lie along the fringe.
+struct StripeSpacing {
+  float perFringe;
+  float first; ///< stripe in which the coordinate 0 lies, with its fraction
+
+  /// As the scanner's own code has them: one a fringe, which begins half a projector pixel before it.
+  explicit StripeSpacing(int period) : perFringe(1.0F), first(0.5F / static_cast<float>(period)) {}
+  /// @param shift  by how many pixels stripe 0 begins before pixel 0
+  StripeSpacing(float period, float cell, float shift)
+      : perFringe(period / cell), first((shift + 0.5F) / cell) {}
+};
+
 /// Gives their orders to the pixels between two known ones of a row or a column, where following the phase
 /// from one over a stripe border leads to the order of the other. Those among them that their own code images
 /// contradict are closed.
 class StripeBridging {
 public:
   /// @param reach camera pixels from one known pixel to the next, at most
-  StripeBridging(ScanDecodingSettings const& settings, int reach, ScanMaps& maps);
+  StripeBridging(ScanDecodingSettings const& settings, StripeSpacing const& stripes, int reach,
+                 ScanMaps& maps);
 
   static constexpr int longestReach = 64;
 
@@ -47,11 +60,12 @@ private:
   int const* reading_;
   short* order_;
   uchar* state_;
-  float border_;
+  StripeSpacing stripes_;
   int reach_;
 };
 
 /// Bridges all columns over `stripeBorderReach`.
-void bridgeColumns(ScanDecodingSettings const& settings, ScanMaps& maps, Progress const& progress);
+void bridgeColumns(ScanDecodingSettings const& settings, StripeSpacing const& stripes, ScanMaps& maps,
+                   Progress const& progress);
 
 } // namespace vorn::mv::sl

@@ -97,22 +97,22 @@ void AxisDecoding::chooseNoise() {
   least_ = isAsked || reading_.leastAmplitude() > 0.0F ? reading_.leastAmplitude() : twice * noise_.overall();
 }
 
-/// Where stripes are as wide as the finest fringe, both end at one place, and what is uncertain there lies
-/// between trusted pixels.
+/// What is uncertain at the border of a stripe lies between trusted pixels.
 void AxisDecoding::bridgeStripes(ScanMaps& maps, Progress const& progress) const {
-  if (words_.empty() || codeFringe_ != 0 || words_[0].cell() != fringes_[0].period) {
+  if (words_.empty()) {
     return;
   }
   ScanDecodingSettings settings;
-  settings.period = static_cast<int>(std::lround(fringes_[0].period));
   settings.rules.codeCheck = false;
+  CodeWord::Stripes const code = words_[0].stripes();
+  StripeSpacing const stripes(fringes_[0].period, code.cell, code.shift);
   parallelRows(maps.size().height, bandRows, progress.part(0.0, 0.5), "decoding", [&](int first, int end) {
-    StripeBridging bridging(settings, stripeBorderReach, maps);
+    StripeBridging bridging(settings, stripes, stripeBorderReach, maps);
     for (int y = first; y < end; ++y) {
       bridging.alongRow(y);
     }
   });
-  bridgeColumns(settings, maps, progress.part(0.5, 1.0));
+  bridgeColumns(settings, stripes, maps, progress.part(0.5, 1.0));
 }
 
 /// From pixels whose orders are trusted: three and four steps take what gamma makes for phase.
