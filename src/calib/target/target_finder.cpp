@@ -176,17 +176,31 @@ private:
   Progress progress_;
 };
 
+constexpr char const* notWhole = "it is not whole";
+
+/// Records which dots of a grid could not be measured.
+void reportStart(SearchReport& report, std::vector<TargetDot> const& rough,
+                 std::vector<MeasuredDot> const& dots) {
+  GridIndex places;
+  for (MeasuredDot const& dot : dots) {
+    places.set(dot.dot.index, 0);
+  }
+  for (TargetDot const& dot : rough) {
+    if (places.at(dot.index) == GridIndex::none) {
+      report.dropped.push_back({cv::Point2f(dot.centre), notWhole});
+    }
+  }
+  report.steps.push_back({"measured", static_cast<int>(dots.size())});
+}
+
 /// Everything from the first measurement of a grid's dots to the finished view.
 TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSettings const& settings,
                   SearchReport* report, Progress const& progress) {
-  if (report != nullptr) {
-    report->steps.push_back({"measured", static_cast<int>(dots.size())});
-  }
   if (dots.empty()) {
     return {};
   }
   Sieve sieve(dots, report, progress);
-  sieve.apply("measured to their edges", "it is not whole", [&] { grid.refine(dots); });
+  sieve.apply("measured to their edges", notWhole, [&] { grid.refine(dots); });
   progress.at(stage, 1.0);
   grid.fitEdges(dots);
   progress.at(stage, 1.0);
@@ -234,6 +248,7 @@ std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& ro
   }
   if (report != nullptr) {
     report->steps = rough.steps;
+    reportStart(*report, rough.view.dots, dots);
   }
   return finish(grid, std::move(dots), settings, report, progress);
 }
@@ -275,10 +290,12 @@ TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, Sear
   }
   progress.at(stage, 1.0);
   GridMeasurement grid(image, settings, false, unmarked.dotRadius);
+  std::vector<MeasuredDot> dots = grid.start(unmarked.view.dots);
   if (report != nullptr) {
     report->steps = unmarked.steps;
+    reportStart(*report, unmarked.view.dots, dots);
   }
-  return finish(grid, grid.start(unmarked.view.dots), settings, report, progress);
+  return finish(grid, std::move(dots), settings, report, progress);
 }
 
 } // namespace vorn::mv
