@@ -22,7 +22,8 @@ class QuadraticFit {
 public:
   struct Surfaces {
     cv::Matx<double, termCount, valueCount> coefficients;
-    double originVariance; ///< of the value at the origin, for samples of weight and variance 1
+    double originVariance;   ///< of the value at the origin, for samples of weight and variance 1
+    cv::Vec2d slopeVariance; ///< likewise of the slopes along x and y there
   };
 
   void add(cv::Vec6d const& terms, cv::Vec<double, valueCount> const& values, double weight = 1.0) {
@@ -47,7 +48,9 @@ public:
     }
     bool isSolved = false;
     auto const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
-    return isSolved ? std::optional<Surfaces>({inverse * right_, inverse(0, 0)}) : std::nullopt;
+    return isSolved
+               ? std::optional<Surfaces>({inverse * right_, inverse(0, 0), {inverse(1, 1), inverse(2, 2)}})
+               : std::nullopt;
   }
 
 private:

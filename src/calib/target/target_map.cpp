@@ -11,11 +11,7 @@
 namespace vorn::mv {
 namespace {
 
-/// A dot near the centre of a local map.
-struct Sample {
-  cv::Point2d step; ///< from the centre, pitches
-  cv::Point2d residual;
-};
+using Sample = MapSample;
 
 int distinctValues(std::vector<Sample> const& samples, double cv::Point2d::*coordinate) {
   std::vector<int> values;
@@ -27,10 +23,17 @@ int distinctValues(std::vector<Sample> const& samples, double cv::Point2d::*coor
   return static_cast<int>(std::unique(values.begin(), values.end()) - values.begin());
 }
 
+/// A polynomial through the residuals around a place.
+struct LocalFit {
+  std::array<cv::Point2d, 6> coefficients = {};
+  int terms = 0;
+  double variance = 0;     ///< at the place, for residuals of variance 1
+  cv::Vec2d slopeVariance; ///< of the slopes along x and y there
+};
+
 /// Least-squares polynomial through the samples' residuals with `Count` of the six powers.
 template <int Count>
-bool fitPolynomial(std::vector<Sample> const& samples, std::array<cv::Point2d, 6>& coefficients,
-                   double& variance) {
+std::optional<LocalFit> fitPolynomial(std::vector<Sample> const& samples) {
   QuadraticFit<Count, 2> fit;
   for (Sample const& sample : samples) {
     fit.add(quadraticTerms(sample.step.x, sample.step.y), sample.residual);
@@ -38,14 +41,31 @@ bool fitPolynomial(std::vector<Sample> const& samples, std::array<cv::Point2d, 6
   auto const fitted = fit.solve();
   constexpr double mostVariance = 20;
   if (!fitted || !(fitted->originVariance < mostVariance)) {
-    return false;
+    return std::nullopt;
   }
-  coefficients = {};
+  LocalFit result;
   for (int i = 0; i < Count; ++i) {
-    coefficients[static_cast<std::size_t>(i)] = {fitted->coefficients(i, 0), fitted->coefficients(i, 1)};
+    result.coefficients[static_cast<std::size_t>(i)] = {fitted->coefficients(i, 0),
+                                                        fitted->coefficients(i, 1)};
   }
-  variance = fitted->originVariance;
-  return true;
+  result.terms = Count;
+  result.variance = fitted->originVariance;
+  result.slopeVariance = fitted->slopeVariance;
+  return result;
+}
+
+/// The polynomial of the highest degree that the samples determine.
+std::optional<LocalFit> fitLocally(std::vector<Sample> const& samples) {
+  int const columns = distinctValues(samples, &cv::Point2d::x);
+  int const rows = distinctValues(samples, &cv::Point2d::y);
+  std::optional<LocalFit> fitted;
+  if (columns >= 3 && rows >= 3 && samples.size() >= 8) {
+    fitted = fitPolynomial<6>(samples);
+  }
+  if (!fitted && columns >= 2 && rows >= 2 && samples.size() >= 4) {
+    fitted = fitPolynomial<3>(samples);
+  }
+  return fitted;
 }
 
 } // namespace
@@ -121,6 +141,36 @@ std::optional<TargetMap> TargetMap::fit(std::vector<TargetDot> const& dots) {
 }
 
 std::optional<LocalMap> TargetMap::around(cv::Point const& index, Self self, int reach) const {
+  auto const fitted = fitLocally(samplesAround(index, self, reach));
+  return fitted ? std::optional(LocalMap(homography_, index, fitted->coefficients, fitted->variance))
+                : std::nullopt;
+}
+
+std::optional<double> TargetMap::cellSpread(cv::Point const& index) const {
+  std::vector<Sample> const samples = samplesAround(index, Self::LeftOut, 2);
+  auto const fitted = fitLocally(samples);
+  auto const freedom = static_cast<double>(samples.size()) - (fitted ? fitted->terms : 0);
+  if (!fitted || freedom < 1) {
+    return std::nullopt;
+  }
+  double squares = 0;
+  for (Sample const& sample : samples) {
+    cv::Vec6d const terms = quadraticTerms(sample.step.x, sample.step.y);
+    cv::Point2d left = sample.residual;
+    for (std::size_t i = 0; i < fitted->coefficients.size(); ++i) {
+      left -= terms[static_cast<int>(i)] * fitted->coefficients[i];
+    }
+    squares += left.dot(left);
+  }
+  double const variance = squares / (2.0 * freedom);
+  LocalMap const local(homography_, index, fitted->coefficients, fitted->variance);
+  // The area is the determinant, whose relative change is the trace of inverse times change.
+  cv::Matx22d const inverse = local.jacobian(index).inv();
+  return std::sqrt(variance * (fitted->slopeVariance[0] * inverse.row(0).dot(inverse.row(0)) +
+                               fitted->slopeVariance[1] * inverse.row(1).dot(inverse.row(1))));
+}
+
+std::vector<MapSample> TargetMap::samplesAround(cv::Point const& index, Self self, int reach) const {
   std::vector<Sample> samples;
   int const side = 2 * reach + 1;
   samples.reserve(static_cast<std::size_t>(side) * static_cast<std::size_t>(side));
@@ -132,21 +182,7 @@ std::optional<LocalMap> TargetMap::around(cv::Point const& index, Self self, int
       }
     }
   }
-  int const columns = distinctValues(samples, &cv::Point2d::x);
-  int const rows = distinctValues(samples, &cv::Point2d::y);
-  std::array<cv::Point2d, 6> offset = {};
-  double variance = 0;
-  bool isFitted = false;
-  if (columns >= 3 && rows >= 3 && samples.size() >= 8) {
-    isFitted = fitPolynomial<6>(samples, offset, variance);
-  }
-  if (!isFitted && columns >= 2 && rows >= 2 && samples.size() >= 4) {
-    isFitted = fitPolynomial<3>(samples, offset, variance);
-  }
-  if (!isFitted) {
-    return std::nullopt;
-  }
-  return LocalMap(homography_, index, offset, variance);
+  return samples;
 }
 
 } // namespace vorn::mv

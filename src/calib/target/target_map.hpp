@@ -44,6 +44,12 @@ private:
   double variance_;
 };
 
+/// A dot near the centre of a local map.
+struct MapSample {
+  cv::Point2d step;     ///< from the centre, pitches
+  cv::Point2d residual; ///< of the homography, pixels
+};
+
 /// The map from grid indices to the image over a whole target, from the dots found so far.
 class TargetMap {
 public:
@@ -56,8 +62,15 @@ public:
   /// index itself, to predict it from the others. Empty where too few dots are near.
   std::optional<LocalMap> around(cv::Point const& index, Self self, int reach = 2) const;
 
+  /// How far the area of a cell at an index is uncertain, as a share of it, from how well the dots around
+  /// follow their local map without the dot there. A bent target is not what that map has; at the target's
+  /// rim, with dots on one side only, the area suffers most. Nothing where too few dots are near to tell.
+  std::optional<double> cellSpread(cv::Point const& index) const;
+
 private:
   TargetMap(std::vector<TargetDot> dots, cv::Matx33d const& homography);
+
+  std::vector<MapSample> samplesAround(cv::Point const& index, Self self, int reach) const;
 
   std::vector<TargetDot> dots_;
   cv::Matx33d homography_;

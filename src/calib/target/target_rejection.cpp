@@ -103,10 +103,17 @@ void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
   }
   double const spread = sigmaOfMedianDeviation * medianOf(magnitudes);
   double const usual = std::clamp(toleranceInSpreads * spread, leastTolerance, mostTolerance);
+  auto const map = TargetMap::fit(targetDots(dots));
   std::vector<MeasuredDot> kept;
   for (std::size_t i = 0; i < dots.size(); ++i) {
     double const tolerance = std::max(usual, toleranceInSigmas * radiusNoise(dots[i].measured));
-    if (!deviations[i] || *deviations[i] <= tolerance) {
+    bool isKept = !deviations[i] || *deviations[i] <= tolerance;
+    if (!isKept && map && *deviations[i] <= mostTolerance) {
+      // A radius has half the relative deviation of the cell's area that it is taken from.
+      double const spreadOfMap = 0.5 * map->cellSpread(dots[i].dot.index).value_or(0.0);
+      isKept = *deviations[i] <= std::hypot(tolerance, toleranceInSigmas * spreadOfMap);
+    }
+    if (isKept) {
       kept.push_back(dots[i]);
     }
   }
