@@ -218,6 +218,33 @@ TEST_F(DetectTarget, SaysAtWhichStepNothingWasLeft) {
   EXPECT_TRUE(detectTarget(sim::render(photo), target, settings).isEmpty());
 }
 
+TEST_F(DetectTarget, EveryDotOfTheGridIsFoundOrSaidToBeDropped) {
+  TargetPhoto photo = plainPhoto({12, 9}, 0);
+  // Across some dots, with a grey between theirs and the ground's.
+  photo.overlays.push_back({{{320, 240}, {6, 900}, 20}, sim::Overlay::Shape::Box, 0.45});
+  Detection const detection = detectTarget(sim::render(photo), plainTarget({}));
+  auto const inGrid = std::find_if(detection.steps.begin(), detection.steps.end(),
+                                   [](auto const& step) { return step.name == "in one grid"; });
+  ASSERT_NE(inGrid, detection.steps.end());
+  EXPECT_LT(static_cast<int>(detection.keyPoints.size()), inGrid->count);
+  EXPECT_GE(static_cast<int>(detection.keyPoints.size() + detection.dropped.size()), inGrid->count);
+}
+
+TEST_F(DetectTarget, DarkDotsAtTheEdgeOfAShadowAreAllMeasured) {
+  TargetPhoto const photo = plainPhoto({12, 9}, 10);
+  cv::Mat image = 255 - sim::render(photo);
+  for (int y = 0; y < image.rows; ++y) {
+    for (int x = 0; x < image.cols; ++x) {
+      double const inside = 1 / (1 + std::exp((x - 0.4 * y - 230) / 3.0));
+      image.at<std::uint8_t>(y, x) =
+          cv::saturate_cast<std::uint8_t>(image.at<std::uint8_t>(y, x) * (1 - 0.35 * inside));
+    }
+  }
+  Detection const detection = detectTarget(image, plainTarget({12, 9}));
+  EXPECT_TRUE(detection.dropped.empty());
+  EXPECT_EQ(rightPoints(detection, photo), 108);
+}
+
 TEST_F(DetectTarget, RefusesWhatItCannotSearch) {
   TargetDescription const target = plainTarget({12, 9});
   for (int const type : {CV_8UC2, CV_8UC4, CV_16S, CV_32S}) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
@@ -14,7 +15,10 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "calib/target/dot_centre.hpp"
+#include "calib/target/dot_edge.hpp"
 #include "calib/target/target_map.hpp"
+#include "calib/target/target_measurement.hpp"
+#include "calib/target/target_rejection.hpp"
 #include "support/target_photos.hpp"
 
 namespace vorn::mv {
@@ -54,6 +58,129 @@ TEST(LocalMap, JacobianIsTheDerivativeOfThePosition) {
     cv::Point2d const byY =
         (map.position(at + cv::Point2d(0, step)) - map.position(at - cv::Point2d(0, step))) / (2 * step);
     EXPECT_LT(cv::norm(cv::Matx22d(byX.x, byY.x, byX.y, byY.y) - jacobian), 1e-6) << at;
+  }
+}
+
+/// A dark dot on bright ground, of which a shadow with a soft edge takes a share of the light, as the finder
+/// sees it: bright on dark.
+cv::Mat dotInShadow(cv::Point2d const& centre, double radius, double share, double edgeAt,
+                    double softness = 4) {
+  constexpr int fine = 8; // samples along either side of a pixel
+  cv::Mat image(80, 80, CV_8U);
+  for (int y = 0; y < image.rows; ++y) {
+    for (int x = 0; x < image.cols; ++x) {
+      double sum = 0;
+      for (int i = 0; i < fine * fine; ++i) {
+        cv::Point2d const p(x + (i % fine + 0.5) / fine - 0.5, y + (i / fine + 0.5) / fine - 0.5);
+        double const lit = 1 - share / (1 + std::exp((0.8 * p.x + 0.6 * p.y - edgeAt) / softness));
+        sum += lit * (cv::norm(p - centre) < radius ? 15 : 180);
+      }
+      image.at<std::uint8_t>(y, x) = cv::saturate_cast<std::uint8_t>(255 - sum / (fine * fine));
+    }
+  }
+  return image;
+}
+
+TEST(DotMeasurement, TheEdgeOfAShadowDoesNotMoveADot) {
+  constexpr double radius = 14;
+  cv::Point2d const centre(40.3, 39.6);
+  DotShape const shape{cv::Matx22d::eye() * radius, 2.1};
+  for (double const edgeAt : {42.0, 48.0, 56.0, 64.0, 70.0}) { // from one rim to the other, 56 the middle
+    cv::Mat const image = dotInShadow(centre, radius, 0.4, edgeAt);
+    auto const dot = measureDot(image, centre + cv::Point2d(1.5, -1), shape, 4);
+    ASSERT_TRUE(dot) << edgeAt;
+    auto const refined = fitEdge(image, *dot, shape.outline, 0.4);
+    ASSERT_TRUE(refined) << edgeAt;
+    EXPECT_LT(cv::norm(*refined - centre), 0.03) << edgeAt;
+    EXPECT_NEAR(std::sqrt(dot->area / CV_PI), radius, 0.1) << edgeAt;
+  }
+  EXPECT_FALSE(measureDot(dotInShadow(centre, radius, 0.8, 56, 0.3), centre, shape, 4)) << "nearly black";
+}
+
+TEST(DotMeasurement, WhatCoversADotIsNoShadow) {
+  constexpr double radius = 14;
+  cv::Point2d const centre(40, 40);
+  auto const measureCovered = [&](int uncovered) {
+    cv::Mat image = dotInShadow(centre, radius, 0, 0);
+    image.colRange(40 + uncovered, 80).setTo(150); // of 75 and 240
+    return measureDot(image, centre, {cv::Matx22d::eye() * radius, 2.1}, 4);
+  };
+  EXPECT_TRUE(measureCovered(25)) << "beside the dot";
+  for (int uncovered = 4; uncovered <= 12; ++uncovered) {
+    EXPECT_FALSE(measureCovered(uncovered)) << uncovered;
+  }
+}
+
+/// A grid of dots of one size and their places in the image.
+std::vector<MeasuredDot> measuredGrid(std::function<cv::Point2d(cv::Point const&)> const& place) {
+  std::vector<MeasuredDot> dots;
+  for (int y = 0; y < 8; ++y) {
+    for (int x = 0; x < 10; ++x) {
+      MeasuredDot dot;
+      dot.dot = {{x, y}, place({x, y})};
+      dot.measured.area = CV_PI * 100;
+      dot.measured.levels.contrast.value = 100;
+      dots.push_back(dot);
+    }
+  }
+  auto const map = TargetMap::fit(targetDots(dots));
+  for (MeasuredDot& dot : dots) {
+    auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
+    dot.radius =
+        std::sqrt(dot.measured.area / (CV_PI * std::abs(cv::determinant(local->jacobian(dot.dot.index)))));
+  }
+  return dots;
+}
+
+TEST(DropMissized, ABentRimLeavesItsDotsTheirSize) {
+  cv::RNG random(3);
+  std::vector<MeasuredDot> dots = measuredGrid([&](cv::Point const& index) {
+    cv::Point2d place(100 + 40.0 * index.x, 100 + 40.0 * index.y);
+    place += cv::Point2d(random.gaussian(0.02), random.gaussian(0.02));
+    if (index.x < 2) { // lifted, more in the middle
+      place.x -= (2 - index.x) * 5 * std::exp(-0.5 * (index.y - 3) * (index.y - 3));
+    }
+    return place;
+  });
+  double mostOff = 0;
+  for (MeasuredDot const& dot : dots) {
+    mostOff = std::max(mostOff, std::abs(dot.radius * 4 - 1));
+  }
+  ASSERT_GT(mostOff, 0.02) << "the grid's local maps are to be wrong about some dots' sizes";
+  MeasuredDot& small = dots[79];
+  small.radius *= 0.95;
+  cv::Mat const image;
+  TargetSettings const settings;
+  GridMeasurement const grid(image, settings, false, 0.25);
+  dropMissized(dots, grid);
+  EXPECT_EQ(dots.size(), 79U);
+  EXPECT_NE(dots.back().dot.index, cv::Point(9, 7)) << "a dot that is smaller where the map holds";
+}
+
+TEST(TargetMap, SpreadOfACellIsThatOfItsAreaOverNoise) {
+  constexpr double noise = 0.3;
+  constexpr int draws = 400;
+  cv::RNG random(11);
+  for (cv::Point const& at : {cv::Point(4, 4), cv::Point(0, 3), cv::Point(9, 0)}) {
+    double areas = 0;
+    double squares = 0;
+    double foretold = 0;
+    for (int i = 0; i < draws; ++i) {
+      std::vector<TargetDot> dots;
+      for (int y = 0; y < 8; ++y) {
+        for (int x = 0; x < 10; ++x) {
+          dots.push_back({{x, y}, {40.0 * x + random.gaussian(noise), 30.0 * y + random.gaussian(noise)}});
+        }
+      }
+      auto const map = TargetMap::fit(dots);
+      auto const local = map->around(at, TargetMap::Self::LeftOut);
+      double const area = std::abs(cv::determinant(local->jacobian(at))) / (40 * 30);
+      areas += area;
+      squares += area * area;
+      foretold += map->cellSpread(at).value();
+    }
+    double const spread = std::sqrt(squares / draws - areas * areas / draws / draws);
+    EXPECT_NEAR(foretold / draws / spread, 1, 0.15) << at;
   }
 }
 

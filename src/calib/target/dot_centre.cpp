@@ -35,8 +35,9 @@ WeightSums sumRow(std::uint8_t const* pixels, std::pair<int, int> const& inner,
   auto const add = [&](int from, int to) {
     for (int column = from; column < to; ++column) {
       double const x = column - originX;
-      double const w =
-          (pixels[column] - (ground + levels.ground.slopeX * x)) / (contrast + levels.contrast.slopeX * x);
+      double const shaded = levels.shade ? levels.shade->at(x, y) : 0.0;
+      double const w = (pixels[column] - (ground + levels.ground.slopeX * x) - shaded) /
+                       (contrast + levels.contrast.slopeX * x - shaded);
       sums.weight += w;
       sums.x += w * x;
       sums.mixed += w * (1.0 - w);
@@ -69,20 +70,27 @@ WeightSums sumDot(cv::Mat const& image, EllipseRows const& inner, EllipseRows co
   return sums;
 }
 
-/// Whether the dot stands out against its ground in the same way all around its rim. The edge of the light or
-/// of something in front that crosses the dot leaves directions where it does not.
-bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline, double halfWidth,
-             DotLevels const& levels) {
+/// How a dot stands out against its ground around its rim.
+struct RimLook {
+  /// In the same way all around. The edge of the light or of something in front that crosses the dot leaves
+  /// directions where it does not.
+  bool isWhole = false;
+  /// How far the ground departs from what it is taken for, beyond noise; of the dot's contrast.
+  double unevenness = 0;
+};
+
+RimLook lookAtRim(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline, double halfWidth,
+                  DotLevels const& levels) {
   // In the middle of the rim's directions: a narrow band on a blurred edge sees neither dot nor ground.
   constexpr double leastInside = 0.6;
   constexpr double mostOutside = 0.4;
   // Of one direction, from the middle.
   constexpr double mostDarkening = 0.25;
   constexpr double mostBrightening = 0.5;
-  constexpr double mostOutsideSpread = 0.2;
+  constexpr double mostUnevenness = 0.2;
   constexpr double leastSignalToNoise = 3.0;
   if (levels.contrast.value < leastSignalToNoise * levels.coreNoise) {
-    return false;
+    return {};
   }
   Ellipse const inner = outline.grownBy(-std::min(halfWidth, 0.7 * outline.shortAxis));
   Ellipse const outer = outline.grownBy(halfWidth);
@@ -100,11 +108,11 @@ bool isWhole(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& out
   std::sort(outside.begin(), outside.end());
   double const insideMiddle = inside[rimDirections / 2];
   double const outsideMiddle = outside[rimDirections / 2];
-  return insideMiddle >= leastInside - slack && outsideMiddle <= mostOutside + slack &&
-         inside.front() >= insideMiddle - mostDarkening - slack &&
-         inside.back() <= insideMiddle + mostBrightening + slack &&
-         outside.front() >= outsideMiddle - mostOutsideSpread - slack &&
-         outside.back() <= outsideMiddle + mostOutsideSpread + slack;
+  double const unevenness = std::max(outsideMiddle - outside.front(), outside.back() - outsideMiddle) - slack;
+  return {insideMiddle >= leastInside - slack && outsideMiddle <= mostOutside + slack &&
+              inside.front() >= insideMiddle - mostDarkening - slack &&
+              inside.back() <= insideMiddle + mostBrightening + slack && unevenness <= mostUnevenness,
+          unevenness};
 }
 
 /// The blur of a dot's edge from what it spreads: across an edge blurred by a Gaussian of deviation s,
@@ -123,9 +131,21 @@ double roomAround(cv::Mat const& image, cv::Point2d const& centre, Ellipse const
   return std::min(x, y);
 }
 
-} // namespace
-std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const& start,
-                                         DotShape const& shape, double halfWidth) {
+/// What the ground around a dot is taken for.
+enum class Ground {
+  Plane, ///< of grey levels
+  Shaded ///< by direction, about a plane
+};
+
+struct Settled {
+  DotMeasurement dot;
+  double halfWidth = 0; ///< of the band that was used
+  RimLook rim;
+};
+
+/// Moves to the dot's centre; nothing where there is no dot to settle on.
+std::optional<Settled> settle(cv::Mat const& image, cv::Point2d const& start, DotShape const& shape,
+                              double halfWidth, Ground ground) {
   constexpr int maxRounds = 6;
   constexpr double settled = 0.05;
   constexpr double levelsHold = 0.5; // shift, pixels, after which dot and ground are measured anew
@@ -141,9 +161,12 @@ std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const
     }
     if (!levels || cv::norm(centre - levelsAt) > levelsHold) {
       levels = measureLevels(image, centre, outline, shape.reach, width);
+      if (levels && ground == Ground::Shaded) {
+        levels->shade = measureShade(image, centre, outline, shape.reach, width, *levels);
+      }
       levelsAt = centre;
     }
-    if (!levels) {
+    if (!levels || (ground == Ground::Shaded && !levels->shade)) {
       return std::nullopt;
     }
     WeightSums const sums = sumDot(image, EllipseRows(centre, outline.grownBy(-width)),
@@ -155,14 +178,39 @@ std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const
     bool const isSettled = cv::norm(moved - centre) < settled;
     centre = moved;
     if (isSettled && cv::norm(centre - levelsAt) <= levelsHold) {
-      if (roomAround(image, centre, outline) < leastHalfWidth ||
-          !isWhole(image, centre, outline, width, *levels)) {
-        return std::nullopt;
-      }
-      return DotMeasurement{centre, sums.weight, *levels, blurOf(sums.mixed, outline)};
+      return Settled{{centre, sums.weight, *levels, blurOf(sums.mixed, outline)},
+                     width,
+                     roomAround(image, centre, outline) >= leastHalfWidth
+                         ? lookAtRim(image, centre, outline, width, *levels)
+                         : RimLook()};
     }
   }
   return std::nullopt;
+}
+
+} // namespace
+
+std::optional<DotMeasurement> measureDot(cv::Mat const& image, cv::Point2d const& start,
+                                         DotShape const& shape, double halfWidth) {
+  constexpr double mostEven = 0.1; // half of what a dot may have: more moves its centre by hundredths
+  auto const plain = settle(image, start, shape, halfWidth, Ground::Plane);
+  if (!plain) {
+    return std::nullopt;
+  }
+  auto const asPlain = plain->rim.isWhole ? std::optional(plain->dot) : std::nullopt;
+  if (asPlain && plain->rim.unevenness <= mostEven) {
+    return asPlain;
+  }
+  auto const shaded = settle(image, start, shape, halfWidth, Ground::Shaded);
+  if (!shaded || !shaded->rim.isWhole) {
+    return asPlain;
+  }
+  DotMeasurement const& dot = shaded->dot;
+  Ellipse const expected(shape.outline);
+  Ellipse const outline =
+      expected.scaledBy(std::sqrt(dot.area / (CV_PI * expected.longAxis * expected.shortAxis)));
+  return isRimElliptic(image, dot.centre, outline, shaded->halfWidth, dot.levels) ? std::optional(dot)
+                                                                                  : asPlain;
 }
 
 } // namespace vorn::mv

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "calib/target/dot_outline.hpp"
+#include "calib/target/dot_shade.hpp"
 
 namespace vorn::mv {
 
@@ -25,12 +26,15 @@ struct DotLevels {
   GreyPlane ground;
   GreyPlane contrast;   ///< of the dot above the ground
   double coreNoise = 0; ///< deviation of the dot's inside from a plane
+  /// Of the ground, where the edge of a shadow passes the dot.
+  std::optional<GroundShade> shade = std::nullopt;
 
   /// Where a grey level at `p` lies between the ground (0) and the dot (1).
   double relative(cv::Point2d const& p, double grey) const {
     double const x = p.x - origin.x;
     double const y = p.y - origin.y;
-    return (grey - ground.at(x, y)) / contrast.at(x, y);
+    double const shaded = shade ? shade->at(x, y) : 0.0;
+    return (grey - ground.at(x, y) - shaded) / (contrast.at(x, y) - shaded);
   }
 };
 
