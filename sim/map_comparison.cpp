@@ -38,4 +38,25 @@ MapComparison compareMap(cv::Mat_<float> const& map, Truth const& truth, Signal 
   return result;
 }
 
+double systematicError(cv::Mat_<float> const& map, Truth const& truth, MapAxis axis) {
+  constexpr int parts = 40;
+  cv::Mat_<double> sums(2, parts, 0.0);
+  for (int y = 0; y < map.rows; ++y) {
+    for (int x = 0; x < map.cols; ++x) {
+      auto const place = static_cast<double>(truth.projector(y, x)[static_cast<int>(axis)]);
+      double const error = static_cast<double>(map(y, x)) - place;
+      if (truth.edge(y, x) == 0 && map(y, x) >= 0 && std::fabs(error) < 0.5) {
+        auto const part = static_cast<int>((place - std::floor(place)) * parts);
+        sums(0, part) += error;
+        sums(1, part) += 1.0;
+      }
+    }
+  }
+  double squares = 0.0;
+  for (int i = 0; i < parts; ++i) {
+    squares += std::pow(sums(0, i) / sums(1, i), 2) / parts;
+  }
+  return std::sqrt(squares);
+}
+
 } // namespace vorn::sim

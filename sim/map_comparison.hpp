@@ -30,4 +30,8 @@ struct MapComparison {
 MapComparison compareMap(cv::Mat_<float> const& map, Truth const& truth, Signal const& signal,
                          cv::Mat_<std::uint8_t> const& mask, MapAxis axis = MapAxis::Column);
 
+/// Root mean square over all parts of a projector pixel of the map's mean error there, away from edges: what
+/// averaging over a surface does not take off.
+double systematicError(cv::Mat_<float> const& map, Truth const& truth, MapAxis axis);
+
 } // namespace vorn::sim

@@ -22,6 +22,7 @@
 #include "calibration_accuracy.hpp"
 #include "covariance_accuracy.hpp"
 #include "fault_accuracy.hpp"
+#include "pattern_accuracy.hpp"
 #include "scan_accuracy.hpp"
 #include "tools/files/json_file.hpp"
 
@@ -106,6 +107,7 @@ struct Options {
   std::string folder;
   bool isCheck = false;
   bool isAblation = false;
+  int patternSide = 0;
   int covarianceRuns = 0;
   bool areFaults = false;
   int freshRigs = 0;
@@ -246,6 +248,10 @@ int main(int argc, char** argv) {
          "Calibrate four rigs so many times from drawn points, and fail when their errors are not what "
          "they predict")
       ->check(CLI::Range(2, 10000));
+  app.add_option(
+         "--patterns", options.patternSide,
+         "Decode the built-in pattern sets from drawn images of so many pixels a side, and show their errors")
+      ->check(CLI::Range(100, 1000));
   app.add_flag("--faults", options.areFaults,
                "Calibrate two rigs from views with each kind of fault; fail when one is not named");
   app.add_option(
@@ -265,6 +271,10 @@ int main(int argc, char** argv) {
     }
     if (options.covarianceRuns > 0) {
       return vorn::bench::checkCovariances(options.covarianceRuns) ? 0 : 1;
+    }
+    if (options.patternSide > 0) {
+      vorn::bench::printPatternAccuracy(options.patternSide);
+      return 0;
     }
     if (options.areFaults) {
       bool const isPlainRight =

@@ -80,8 +80,7 @@ public:
         targetPairs_(pairsOf(target, targets_)),
         tolerance_(settings.tolerance > 0.0 ? settings.tolerance
                                             : toleranceOverExtent * sourcePairs_.front().length),
-        maxComparisons_(settings.maxComparisons),
-        ofSource_(source_, sources_), ofTarget_(target_, targets_) {
+        maxComparisons_(settings.maxComparisons), ofSource_(source_, sources_), ofTarget_(target_, targets_) {
     for (std::size_t const i : targets_) {
       byX_.emplace_back(target_[i][0], i);
     }

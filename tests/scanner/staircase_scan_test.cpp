@@ -2,10 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/scanner/scan.hpp>
 
-#include <cmath>
-
 #include <gtest/gtest.h>
 
+#include "sim/map_comparison.hpp"
 #include "sim/truth.hpp"
 #include "support/scanner_rig.hpp"
 
@@ -13,28 +12,6 @@ namespace vorn::mv {
 namespace {
 
 using Type = scanner::ScannerType;
-
-/// Root mean square of the errors' means at all parts of a pixel, away from edges.
-double systematic(cv::Mat_<float> const& map, sim::Truth const& truth, int axis) {
-  constexpr int parts = 40;
-  cv::Mat_<double> sums(2, parts, 0.0);
-  for (int y = 0; y < map.rows; ++y) {
-    for (int x = 0; x < map.cols; ++x) {
-      auto const place = static_cast<double>(truth.projector(y, x)[axis]);
-      double const error = static_cast<double>(map(y, x)) - place;
-      if (truth.edge(y, x) == 0 && map(y, x) >= 0 && std::fabs(error) < 0.5) {
-        auto const part = static_cast<int>((place - std::floor(place)) * parts);
-        sums(0, part) += error;
-        sums(1, part) += 1.0;
-      }
-    }
-  }
-  double squares = 0.0;
-  for (int i = 0; i < parts; ++i) {
-    squares += std::pow(sums(0, i) / sums(1, i), 2) / parts;
-  }
-  return std::sqrt(squares);
-}
 
 /// The scanner's own sequence, shown by a projector whose pixels are squares to a twentieth of their width.
 TEST(ScanStaircase, OfASharpProjectorIsTakenOff) {
@@ -54,9 +31,9 @@ TEST(ScanStaircase, OfASharpProjectorIsTakenOff) {
     ScanResult const plain = scan(scanner, images, settings);
     settings.correctsStaircase = true;
     ScanResult const straight = scan(scanner, images, settings);
-    int const axis = item == Type::Horizontal ? 0 : 1;
-    double const before = systematic(plain.map, truth, axis);
-    double const after = systematic(straight.map, truth, axis);
+    sim::MapAxis const axis = item == Type::Horizontal ? sim::MapAxis::Column : sim::MapAxis::Row;
+    double const before = sim::systematicError(plain.map, truth, axis);
+    double const after = sim::systematicError(straight.map, truth, axis);
     EXPECT_GT(before, 0.04) << after;
     EXPECT_LT(after, 0.02) << "of " << before;
     EXPECT_LT(after, before / 3.0);

@@ -16,26 +16,11 @@
 namespace vorn::mv {
 namespace {
 
+using test::boundOf;
 using test::builtIn;
 using test::errorsOf;
 using test::PatternCapture;
 using test::PatternErrors;
-
-/// Standard deviation of the least-squares phases of all fringes of an axis together, projector pixels: of
-/// each 1 / (2 pi / period * B * sqrt(N / 2)).
-double boundOf(PatternSet const& set, PatternAxis axis, PatternCapture const& capture) {
-  double weights = 0.0;
-  for (PatternImage const& image : set.images) {
-    if (image.role == PatternRole::Phase && image.axis == axis) {
-      double const perPixel = 2 * CV_PI / image.period;
-      double const contrast = std::exp(-0.5 * perPixel * perPixel * capture.blur * capture.blur);
-      weights += 0.5 * std::pow(perPixel * capture.amplitude * contrast, 2);
-    }
-  }
-  // Rounding to whole numbers adds its own noise.
-  double const rounding = capture.type == CV_32FC1 ? 0.0 : 1.0 / 12.0;
-  return std::sqrt((capture.noise * capture.noise + rounding) / weights);
-}
 
 void expectAtBound(PatternErrors const& e, double bound, std::string const& what) {
   EXPECT_GT(e.decoded, 0.999) << what;
