@@ -152,7 +152,7 @@ void showDeviations(AlignOptions const& options, mv::PointCloud const& source, m
   if (report.isPageWanted()) {
     report.page().title = "Alignment of two clouds";
     report.page().subtitle = options.source + " onto " + options.target;
-    describeRegistration(report.page(), found, moved, target, options.target);
+    describeRegistration(report.page(), found, moved, target, options.target, options.look);
   }
 }
 

@@ -29,9 +29,8 @@
 #include "tools/files/named_images.hpp"
 #include "tools/files/pattern_folder.hpp"
 #include "tools/progress.hpp"
+#include "tools/report/check_report.hpp"
 #include "tools/report/page_options.hpp"
-#include "tools/report/page_tables.hpp"
-#include "tools/report/printed.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/scan_report.hpp"
 
@@ -40,8 +39,6 @@ namespace vorn::tools {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr double degrees = 180.0 / CV_PI;
 
 struct CheckOptions {
   std::string folder;
@@ -146,87 +143,6 @@ Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner) 
   return {decoded.column, decoded.row, scan.xyz, scan.modulation};
 }
 
-char const* wordOf(mv::ScanVerdict verdict) {
-  switch (verdict) {
-  case mv::ScanVerdict::Good:
-    return "good";
-  case mv::ScanVerdict::Drifted:
-    return "drifted";
-  default:
-    return "unclear";
-  }
-}
-
-nlohmann::json inDegrees(cv::Vec3d const& angles) {
-  return {angles[0] * degrees, angles[1] * degrees, angles[2] * degrees};
-}
-
-nlohmann::json asJson(mv::ScanCheck const& check) {
-  nlohmann::json json{{"verdict", wordOf(check.verdict)},
-                      {"smooth", check.smooth},
-                      {"mean", check.mean},
-                      {"limit", check.limit},
-                      {"smoothSigma", check.smoothSigma},
-                      {"noise", check.noise},
-                      {"pixels", check.pixels},
-                      {"outliers", check.outliers},
-                      {"coverage", check.coverage}};
-  if (check.verdict == mv::ScanVerdict::Drifted) {
-    json["turn"] = inDegrees(check.turn);
-    json["turnSigma"] = inDegrees(check.turnSigma);
-    json["smoothAfter"] = check.smoothAfter;
-  }
-  return json;
-}
-
-/// In one sentence, for people.
-std::string sentence(mv::ScanCheck const& check) {
-  std::string const figures =
-      printed("by %.4f px (smooth part; limit %g) at %zu pixels with a noise of %.3f px", check.smooth,
-              check.limit, check.pixels, check.noise);
-  switch (check.verdict) {
-  case mv::ScanVerdict::Good:
-    return "Columns and rows agree: they differ " + figures;
-  case mv::ScanVerdict::Drifted:
-    return "The calibration has drifted: columns and rows differ " + figures;
-  default:
-    return "Nothing can be said: columns and rows differ " + figures +
-           ", which would hide what is looked for";
-  }
-}
-
-std::string turnSentence(mv::ScanCheck const& check) {
-  cv::Vec3d const turn = check.turn * degrees;
-  std::string const text =
-      printed("A projector turned by %.4f %.4f %.4f degrees about the camera's axes leaves %.4f px", turn[0],
-              turn[1], turn[2], check.smoothAfter);
-  return text + (check.smoothAfter <= check.limit ? "" : ": something else has changed, calibrate anew");
-}
-
-void fillPage(CheckOptions const& options, mv::ScanCheck const& check, Page& page) {
-  page.title = "Check of a calibration";
-  page.subtitle = fs::weakly_canonical(options.folder).filename().string();
-  using Weight = PageFinding::Weight;
-  bool const isDrifted = check.verdict == mv::ScanVerdict::Drifted;
-  Weight const weight = isDrifted                                ? Weight::Failure
-                        : check.verdict == mv::ScanVerdict::Good ? Weight::Good
-                                                                 : Weight::Warning;
-  page.findings.push_back({weight, sentence(check) + ".", isDrifted ? turnSentence(check) + "." : ""});
-  mv::Plot plot;
-  plot.title = "decoded minus foretold projector coordinate, means of cells";
-  plot.heat = check.map;
-  plot.x.title = "column of cells";
-  plot.y.title = "row of cells";
-  plot.heatScale.title = "difference";
-  plot.heatScale.unit = "px";
-  plot.isEqualScale = true;
-  plot.isYDown = true;
-  page.add("Disagreement",
-           "Where one coordinate of the scan is not what the other one and the calibration foretell.",
-           std::vector<mv::Plot>{plot});
-  page.emptyReason = "A check shows no points.";
-}
-
 void checkOptions(CheckOptions const& options) {
   options.settings.check();
   options.length.check();
@@ -277,7 +193,7 @@ void run(CheckOptions const& options, Report& report) {
     std::cout << turnSentence(check) << '\n';
   }
   if (report.isPageWanted()) {
-    fillPage(options, check, report.page());
+    fillCheckPage(check, fs::weakly_canonical(options.folder).filename().string(), report.page());
   }
   std::string const wrongLength =
       measureLength(options.length, options.folder, found.xyz, found.modulation, scanner, report);

@@ -140,8 +140,8 @@ void run(FuseOptions const& options, Report& report) {
   reportFusion(fusion, names, report);
   graphic::GraphicObject object = fusedObject(fusion);
   if (report.isPageWanted()) {
-    fillFusionPage(fusion, std::filesystem::weakly_canonical(options.folder).filename().string(),
-                   report.page());
+    fillFusionPage(fusion, std::filesystem::weakly_canonical(options.folder).filename().string(), views,
+                   names, report);
   }
   if (!holdsTriangles(options.output)) {
     object.triangles().clear();

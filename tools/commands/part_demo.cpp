@@ -131,8 +131,10 @@ void draw(std::string const& path, mv::SurfaceMesh const& mesh, PartErrors const
   writeFigure(path, figure);
 }
 
-void fillPage(mv::Fusion const& fusion, PartErrors const& errors, Page& page) {
-  fillFusionPage(fusion, "A part of the virtual rig, compared with the truth", page);
+void fillPage(mv::Fusion const& fusion, std::vector<mv::PointCloud> const& views,
+              std::vector<std::string> const& names, PartErrors const& errors, Report& report) {
+  fillFusionPage(fusion, "A part of the virtual rig, compared with the truth", views, names, report);
+  Page& page = report.page();
   page.title = "Demo";
   PageTable table;
   table.title = "Against the truth";
@@ -170,7 +172,7 @@ void demonstratePart(sim::Rig const& rig, mv::Sl3dScanner& scanner, std::filesys
   writeGraphic((folder / "part.ply").string(), fusedObject(fusion));
   draw((folder / "part.png").string(), fusion.mesh, errors);
   if (report.isPageWanted()) {
-    fillPage(fusion, errors, report.page());
+    fillPage(fusion, views, names, errors, report);
   }
 }
 

@@ -7,9 +7,12 @@
 #include <utility>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/mv/registration/deviation.hpp>
 
 #include "tools/report/mesh_report.hpp"
+#include "tools/report/page_tables.hpp"
 #include "tools/report/printed.hpp"
+#include "tools/report/registration_page.hpp"
 
 namespace vorn::tools {
 
@@ -35,6 +38,100 @@ void warnOf(mv::Fusion const& fusion, std::vector<std::string> const& names, Rep
                           names[i].c_str(), fusion.reach, 100.0 * view.apart));
     }
   }
+}
+
+void addSurface(mv::Fusion const& fusion, Page& page) {
+  PageCloud cloud;
+  cloud.name = "surface";
+  cloud.points = fusion.mesh.vertices;
+  cloud.normals = fusion.mesh.normals;
+  cloud.colors = fusion.mesh.colors;
+  cloud.triangles = fusion.mesh.triangles;
+  auto const addField = [&](char const* field, char const* unit, bool isSigned) {
+    cv::Mat_<float> const& values = fusion.cloud.fields().at(field);
+    PageField of{field, unit, {}, isSigned};
+    for (unsigned const cell : fusion.mesh.cells) {
+      of.values.push_back(values(static_cast<int>(cell)));
+    }
+    cloud.fields.push_back(std::move(of));
+  };
+  cloud.coloredBy = "sigma";
+  if (fusion.cloud.fields().count("deviation") > 0) {
+    addField("deviation", "mm", true);
+    cloud.coloredBy = "deviation";
+  }
+  addField("sigma", "mm", false);
+  addField("views", "", false);
+  page.add(cloud);
+}
+
+/// A view with the distances of its points from the surface; together the views have as many points as it may
+/// have.
+void addView(mv::Fusion const& fusion, mv::PointCloud const& view, std::string const& name, std::size_t count,
+             Page& page) {
+  mv::DeviationSettings settings;
+  settings.surfaceFromCloud = view.getTransform();
+  constexpr double shown = 4.0; // as far as places count as apart
+  settings.maxDistance = shown * fusion.reach;
+  MovedCloud moved =
+      movedCloud(name, view, view.getTransform(), mv::calcDeviations(view, fusion.cloud, settings));
+  PageCloud cloud;
+  cloud.name = name;
+  cloud.isShown = false;
+  cloud.points = std::move(moved.points);
+  cloud.fields.push_back({"distance from the surface", "mm", std::move(moved.deviations), true});
+  page.add(cloud, count);
+}
+
+void addSurfaceFigures(mv::Fusion const& fusion, Report& report) {
+  using Weight = PageFinding::Weight;
+  nlohmann::json const& mesh = report["mesh"];
+  std::size_t const rims = mesh["boundaries"].size();
+  report.page().findings.push_back(
+      {Weight::Note,
+       printed("%zu views make one surface with points %.3g mm apart; it %s.", fusion.views.size(),
+               fusion.spacing,
+               rims == 0 ? "is closed"
+                         : printed("is open at %zu rims, the longest %.4g mm long", rims,
+                                   mesh["boundaries"][0]["length"].get<double>())
+                               .c_str()),
+       rims == 0 ? "" : "Places that no view sees need another one; --close closes small holes."});
+  PageTable table;
+  table.title = "Surface";
+  bool const isClosed = mesh["volume"].is_number();
+  table.rows = {
+      {"points", countText(fusion.cloud.presentCount())},
+      {"distance of points [mm]", figure(fusion.spacing)},
+      {"skins farther apart are different surfaces [mm]", figure(fusion.reach)},
+      {"triangles", countText(fusion.mesh.triangles.size())},
+      {"area [mm\u00b2]", figure(mesh["area"].get<double>())},
+      {"volume [mm\u00b3]", isClosed ? figure(mesh["volume"].get<double>()) : "none: it is not closed"},
+      {"pieces", countText(mesh["pieces"].get<std::size_t>())},
+      {"rims", countText(rims)},
+      {"faulty edges", countText(mesh["faultyEdges"].get<std::size_t>())},
+      {"triangles without area", countText(mesh["degenerateTriangles"].get<std::size_t>())}};
+  if (report.has("registration")) {
+    nlohmann::json const& found = report["registration"];
+    table.rows.push_back({"pairs of views that overlap", countText(found["overlaps"].get<std::size_t>())});
+    table.rows.push_back(
+        {"distance of views where they overlap, RMS [mm]", figure(found["rms"].get<double>())});
+  }
+  report.page().tables.push_back(table);
+}
+
+void addViewTable(mv::Fusion const& fusion, std::vector<std::string> const& names, Page& page) {
+  constexpr double percent = 100.0;
+  PageTable table;
+  table.title = "Views";
+  table.head = {"view",       "points",      "outliers",        "strays", "seen by others too [%]",
+                "sigma [mm]", "offset [mm]", "off it, RMS [mm]"};
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    mv::FusedView const& view = fusion.views[i];
+    table.rows.push_back({names[i], countText(view.points), countText(view.outliers), countText(view.strays),
+                          printed("%.1f", percent * view.overlap), figure(view.sigma), figure(view.offset),
+                          figure(view.rms)});
+  }
+  page.tables.push_back(table);
 }
 
 } // namespace
@@ -86,25 +183,18 @@ graphic::GraphicObject fusedObject(mv::Fusion const& fusion) {
   return object;
 }
 
-void fillFusionPage(mv::Fusion const& fusion, std::string const& name, Page& page) {
+void fillFusionPage(mv::Fusion const& fusion, std::string const& name,
+                    std::vector<mv::PointCloud> const& views, std::vector<std::string> const& names,
+                    Report& report) {
+  Page& page = report.page();
   page.title = "Fused part";
   page.subtitle = name;
-  PageCloud cloud;
-  cloud.name = "surface";
-  cloud.points = fusion.mesh.vertices;
-  cloud.normals = fusion.mesh.normals;
-  cloud.colors = fusion.mesh.colors;
-  cloud.triangles = fusion.mesh.triangles;
-  for (auto const& [field, unit] : {std::pair("sigma", "mm"), std::pair("views", "")}) {
-    cv::Mat_<float> const& values = fusion.cloud.fields().at(field);
-    PageField of{field, unit, {}, false};
-    for (unsigned const cell : fusion.mesh.cells) {
-      of.values.push_back(values(static_cast<int>(cell)));
-    }
-    cloud.fields.push_back(std::move(of));
+  addSurface(fusion, page);
+  for (std::size_t i = 0; i < views.size() && views.size() > 1; ++i) {
+    addView(fusion, views[i], names[i], views.size(), page);
   }
-  cloud.coloredBy = "sigma";
-  page.add(cloud);
+  addSurfaceFigures(fusion, report);
+  addViewTable(fusion, names, page);
 }
 
 } // namespace vorn::tools

@@ -26,8 +26,14 @@ void reportRegistration(mv::ViewsRegistration const& found, Report& report);
 /// The points with their fields, and the mesh over them, for files.
 graphic::GraphicObject fusedObject(mv::Fusion const& fusion);
 
-/// Fills a page with the surface, coloured by its sigma.
+/// Fills a page with the surface, coloured by its sigma (or by the field "deviation", where it has one), and
+/// with the views that it was made of, hidden at first, by their distance from it.
 /// @param name of the part
-void fillFusionPage(mv::Fusion const& fusion, std::string const& name, Page& page);
+/// @param views   as they were fused, their transforms pending
+/// @param names   of the views
+/// @param report  whose page it is; it has what `reportFusion` and `reportRegistration` added
+void fillFusionPage(mv::Fusion const& fusion, std::string const& name,
+                    std::vector<mv::PointCloud> const& views, std::vector<std::string> const& names,
+                    Report& report);
 
 } // namespace vorn::tools

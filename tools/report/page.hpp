@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,10 @@ public:
   std::string emptyReason;
 
   /// Packs a cloud for the view, thinned to the points that were asked for; its own points are free then.
-  void add(PageCloud const& cloud) { clouds_.push_back(packed(cloud, mostPoints_)); }
+  /// @param among so many clouds share these points
+  void add(PageCloud const& cloud, std::size_t among = 1) {
+    clouds_.push_back(packed(cloud, std::max<std::size_t>(mostPoints_ / among, 1)));
+  }
   /// Adds a drawing, reduced to what a page shows: 1400 pixels on the longer side.
   void add(std::string const& title, std::string const& caption, mv::AMat const& drawing);
   /// Adds plots, one below the other.

@@ -11,6 +11,7 @@
 #include <vorn/core/exception.hpp>
 
 #include "core/median.hpp"
+#include "tools/report/deviation_scale.hpp"
 #include "tools/report/page_points.hpp"
 
 namespace vorn::tools {
@@ -148,19 +149,20 @@ void packPoints(PageCloud const& cloud, double spacing, Packer& packer, nlohmann
   description["box"] = {{box.low[0], box.low[1], box.low[2]}, {box.high[0], box.high[1], box.high[2]}};
 }
 
-/// Where nearly all values lie, so that a few stray ones do not flatten the colours.
+/// Where nearly all values lie, so that a few stray ones do not flatten the colours; deviations as far to
+/// both sides.
 std::pair<double, double> usualRange(std::vector<float> values, bool isSigned) {
   if (values.empty()) {
     return {0.0, 1.0};
   }
+  if (isSigned) {
+    double const reach = deviationReach(values);
+    return {-reach, reach};
+  }
   constexpr double stray = 0.002;
   auto const last = static_cast<double>(values.size() - 1);
-  auto low = static_cast<double>(rankedAmong(values, static_cast<std::size_t>(stray * last)));
-  auto high = static_cast<double>(rankedAmong(values, static_cast<std::size_t>((1.0 - stray) * last)));
-  if (isSigned) {
-    high = std::max(std::abs(low), std::abs(high));
-    low = -high;
-  }
+  auto const low = static_cast<double>(rankedAmong(values, static_cast<std::size_t>(stray * last)));
+  auto const high = static_cast<double>(rankedAmong(values, static_cast<std::size_t>((1.0 - stray) * last)));
   // A range of no width has no colours.
   double const least = std::max(1e-6, 1e-6 * std::abs(high));
   return {low, std::max(high, low + least)};
@@ -177,7 +179,7 @@ void packField(PageField const& field, Packer& packer, nlohmann::json& descripti
   double const low = present.empty() ? 0.0 : static_cast<double>(*ends.first);
   double const high = present.empty() ? 0.0 : static_cast<double>(*ends.second);
   double const step = (high - low) / (steps - 1.0);
-  auto const usual = usualRange(std::move(present), field.isSigned);
+  auto const usual = field.range ? *field.range : usualRange(std::move(present), field.isSigned);
   packer.align();
   description["fields"].push_back({{"name", field.name},
                                    {"unit", field.unit},

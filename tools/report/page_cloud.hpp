@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -17,6 +19,8 @@ struct PageField {
   std::string unit;          ///< such as "grey levels"
   std::vector<float> values; ///< one a point; NaN where there is none
   bool isSigned = false;     ///< a deviation: nought has a colour of its own
+  /// What the ends of the colours stand for; else where the bulk of the values lies.
+  std::optional<std::pair<double, double>> range = std::nullopt;
 };
 
 /// Points, or a mesh, for the view of a page.

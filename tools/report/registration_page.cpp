@@ -10,8 +10,8 @@
 
 #include <vorn/mv/measure/color_map.hpp>
 
-#include "core/median.hpp"
 #include "tools/files/transform_file.hpp"
+#include "tools/report/deviation_scale.hpp"
 #include "tools/report/page_tables.hpp"
 #include "tools/report/printed.hpp"
 #include "tools/scan/preview.hpp"
@@ -34,20 +34,30 @@ std::vector<cv::Vec3f> presentPoints(mv::PointCloud const& cloud) {
 
 constexpr double percent = 100.0;
 
-} // namespace
-
-double MovedCloud::reach() const {
-  std::vector<float> sizes;
-  for (float const value : deviations) {
-    if (std::isfinite(value)) {
-      sizes.push_back(std::abs(value));
-    }
-  }
-  constexpr double share = 0.98;
-  auto const rank = static_cast<std::size_t>(share * static_cast<double>(sizes.size()));
-  double const reach = sizes.empty() ? 0.0 : static_cast<double>(rankedAmong(sizes, rank));
-  return reach > 0.0 ? reach : 1.0;
+std::pair<double, double> colorRange(MovedCloud const& moved, FigureOptions const& look) {
+  double const reach = deviationReach(moved.deviations);
+  return look.range.value_or(std::pair(-reach, reach));
 }
+
+std::string strayWords(MovedCloud const& moved, std::pair<double, double> const& range) {
+  auto const count = std::count_if(moved.deviations.begin(), moved.deviations.end(),
+                                   [](float value) { return std::isfinite(value); });
+  return beyondInWords(countBeyond(moved.deviations, range.first, range.second),
+                       static_cast<std::size_t>(count));
+}
+
+PageTable figuresOf(mv::Registration const& found) {
+  PageTable table;
+  table.title = "Fit";
+  table.rows = {{"points with a place on the target [%]", printed("%.1f", percent * found.overlap)},
+                {"points used", countText(found.matches)},
+                {"off the target, RMS [mm]", figure(found.rms)},
+                {"noise of a point, standard deviation [mm]", figure(found.sigma)},
+                {"iterations", std::to_string(found.iterations)}};
+  return table;
+}
+
+} // namespace
 
 MovedCloud movedCloud(std::string const& name, mv::PointCloud const& cloud,
                       cv::Matx44d const& target_from_source, cv::Mat_<float> const& deviations) {
@@ -67,23 +77,26 @@ MovedCloud movedCloud(std::string const& name, mv::PointCloud const& cloud,
 }
 
 mv::AMat drawDeviations(MovedCloud const& moved, FigureOptions const& look) {
-  double const reach = look.range.has_value() ? look.range->second : moved.reach();
-  double const low = look.range.has_value() ? look.range->first : -reach;
+  auto const [low, high] = colorRange(moved, look);
   std::vector<cv::Vec3b> colors;
   colors.reserve(moved.points.size());
   for (float const value : moved.deviations) {
-    double const share = (static_cast<double>(value) - low) / (reach - low);
+    double const share = (static_cast<double>(value) - low) / (high - low);
     constexpr uchar grey = 128;
     colors.push_back(std::isfinite(value) ? mv::colorOf(mv::ColorMap::Diverging, share)
                                           : cv::Vec3b::all(grey));
   }
-  mv::AMat picture = drawCloud(moved.points, colors, "Distance of " + moved.name + " from the target", look);
-  picture.addLegend(mv::ColorMap::Diverging, low, reach, "mm", "deviation");
+  std::string const beyond = strayWords(moved, {low, high});
+  mv::AMat picture = drawCloud(
+      moved.points, colors,
+      "Distance of " + moved.name + " from the target" + (beyond.empty() ? "" : "; " + beyond), look);
+  picture.addLegend(mv::ColorMap::Diverging, low, high, "mm", "deviation");
   return picture;
 }
 
 void describeRegistration(Page& page, mv::Registration const& found, MovedCloud const& moved,
-                          mv::PointCloud const& target, std::string const& targetName) {
+                          mv::PointCloud const& target, std::string const& targetName,
+                          FigureOptions const& look) {
   using Weight = PageFinding::Weight;
   page.findings.push_back(
       {Weight::Note,
@@ -107,13 +120,15 @@ void describeRegistration(Page& page, mv::Registration const& found, MovedCloud 
   PageCloud source;
   source.name = moved.name;
   source.points = moved.points;
-  source.fields.push_back({"deviation", "mm", moved.deviations, true});
+  source.fields.push_back({"deviation", "mm", moved.deviations, true, look.range});
   source.coloredBy = "deviation";
   page.add(source);
   PageCloud other;
   other.name = targetName;
+  other.isShown = false; // within the noise of the source's points it would hide half of their colours
   other.points = presentPoints(target);
   page.add(other);
+  page.tables.push_back(figuresOf(found));
   PageTable table;
   table.title = "How well the motion is known";
   table.head = {"", "x", "y", "z"};
@@ -129,11 +144,13 @@ void describeRegistration(Page& page, mv::Registration const& found, MovedCloud 
   table.rows.push_back(
       {"middle of the overlap [mm]", figure(found.pivot[0]), figure(found.pivot[1]), figure(found.pivot[2])});
   page.tables.push_back(table);
-  FigureOptions look;
-  look.isLight = true;
+  FigureOptions light = look;
+  light.isLight = true;
+  std::string const beyond = strayWords(moved, colorRange(moved, look));
   page.add("Deviations",
-           "The source's points, coloured by their distance from the target; grey: no place on it.",
-           drawDeviations(moved, look));
+           "The source's points, coloured by their distance from the target; grey: no place on it." +
+               (beyond.empty() ? "" : " Of the others " + beyond + " the ends of the colours."),
+           drawDeviations(moved, light));
 }
 
 } // namespace vorn::tools

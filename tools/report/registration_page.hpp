@@ -20,9 +20,6 @@ struct MovedCloud {
   std::string name;
   std::vector<cv::Vec3f> points;
   std::vector<float> deviations; ///< one a point; NaN where it has no place on the target
-
-  /// What 98 % of the deviations do not exceed, either way; above 0.
-  double reach() const;
 };
 
 /// The present points of a cloud, moved.
@@ -34,7 +31,9 @@ MovedCloud movedCloud(std::string const& name, mv::PointCloud const& cloud,
 mv::AMat drawDeviations(MovedCloud const& moved, FigureOptions const& look);
 
 /// Shows both clouds on a page, with what a registration found.
+/// @param look the range of the deviations' colours
 void describeRegistration(Page& page, mv::Registration const& found, MovedCloud const& moved,
-                          mv::PointCloud const& target, std::string const& targetName);
+                          mv::PointCloud const& target, std::string const& targetName,
+                          FigureOptions const& look);
 
 } // namespace vorn::tools

@@ -72,6 +72,7 @@ public:
 
   /// A member of the command's own.
   nlohmann::json& operator[](std::string const& name) { return json_[name]; }
+  bool has(std::string const& name) const { return json_.contains(name); }
 
   /// Adds each member of an object as one of the command's own.
   void add(nlohmann::json const& members) { json_.update(members); }

@@ -150,11 +150,9 @@ export class ShownCloud {
       const table = this.tables[way.table];
       const absent = [128, 128, 128];
       const scale = 1 / (high - low);
-      const offset = way.kind === "axis" ? this.center[way.axis] - low : 0;
+      const valueAt = this.reader(way);
       for (let place = 0; place < this.cloud.count; ++place) {
-        const share = way.kind === "axis"
-          ? (this.positions[3 * place + way.axis] + offset) * scale
-          : (this.cloud.value(way.number, place) - low) * scale;
+        const share = (valueAt(place) - low) * scale;
         const color = Number.isNaN(share) ? absent : table[colorIndex(table, share)];
         this.colors[3 * place] = color[0];
         this.colors[3 * place + 1] = color[1];
@@ -162,6 +160,23 @@ export class ShownCloud {
       }
     }
     this.colorAttribute.needsUpdate = true;
+  }
+
+  /** What a way of `coloursOf` with a range colours by: gives a place's value. */
+  reader(way) {
+    return way.kind === "axis"
+      ? (place) => this.positions[3 * place + way.axis] + this.center[way.axis]
+      : (place) => this.cloud.value(way.number, place);
+  }
+
+  /** Adds to `counts` how many values lie beyond a range, and how many there are in all. */
+  countBeyond(way, [low, high], counts) {
+    const valueAt = this.reader(way);
+    for (let place = 0; place < this.cloud.count; ++place) {
+      const value = valueAt(place);
+      counts.all += Number.isNaN(value) ? 0 : 1;
+      counts.beyond += value < low || value > high ? 1 : 0;
+    }
   }
 
   /** Draws a share of the points, spread evenly; meshes are drawn whole. */

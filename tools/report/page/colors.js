@@ -31,6 +31,15 @@ export function countText(count) {
   return String(count).replace(/\B(?=(\d{3})+$)/g, "\u202f");
 }
 
+/** How much lies beyond the ends of the colours; empty for nothing. */
+export function beyondText(beyond, all) {
+  if (beyond === 0) {
+    return "";
+  }
+  const percent = 100 * beyond / all;
+  return percent < 0.05 ? `${countText(beyond)} beyond` : `${percent.toFixed(1)} % beyond`;
+}
+
 /** The values beside a legend, from the highest to the lowest. */
 export function tickTexts(low, high, count) {
   const decimals = decimalsFor((high - low) / count / 2);

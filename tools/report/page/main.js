@@ -75,7 +75,7 @@ function describeThinning() {
     }
     return words.join("; ");
   });
-  byId("thinning").textContent = lines.join(". ");
+  byId("thinning").textContent = lines.join("\n");
 }
 
 /** The view: draws when something has changed, and with fewer points as long as it moves where that is slow. */
@@ -241,7 +241,7 @@ class View {
     const lines = this.picks.map((pick) => {
       const cloud = pick.shown.cloud;
       const values = cloud.description.fields.map((field, number) => (
-        `${field.name} ${formatted(cloud.value(number, pick.place), 3)} ${field.unit}`));
+        `${field.name} ${formatted(cloud.value(number, pick.place), 3)} ${field.unit}`.trim()));
       const name = this.clouds.length > 1 ? `${cloud.description.name}: ` : "";
       return `${name}x ${formatted(pick.point[0], 3)}, y ${formatted(pick.point[1], 3)}, ` +
         `z ${formatted(pick.point[2], 3)} mm${values.map((value) => `; ${value}`).join("")}`;
@@ -288,7 +288,7 @@ function sidesOf(view) {
 
 function connect(view) {
   const legend = {legend: byId("legend"), title: byId("legend-title"), colors: byId("legend-colors"),
-    ticks: byId("legend-ticks")};
+    ticks: byId("legend-ticks"), beyond: byId("legend-beyond")};
   const redraw = () => view.draw();
   const tables = Object.assign({none: [[150, 150, 150]]}, scene.colors);
   for (const shown of view.clouds) {
@@ -301,7 +301,10 @@ function connect(view) {
   const sides = sidesOf(view);
   fillSides(byId("sides"), sides);
   const clouds = view.clouds.map((shown) => ({name: shown.cloud.description.name, object: shown.object}));
-  fillShown(byId("shown"), clouds.concat(view.groups), redraw);
+  fillShown(byId("shown"), clouds.concat(view.groups), () => {
+    view.colours.tellBeyond();
+    redraw();
+  });
   followPointers(view.canvas, view.orbit, (x, y) => view.pick(x, y));
   const keys = Object.fromEntries(sides.filter((side) => side.key).map((side) => [side.key, side.look]));
   keys.Enter = () => view.pick(view.canvas.clientWidth / 2, view.canvas.clientHeight / 2);

@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-import {decimalsFor, tickTexts} from "./colors.js";
+import {beyondText, decimalsFor, tickTexts} from "./colors.js";
 import {coloursOf} from "./cloud.js";
 
 /** The controls beside the view. */
@@ -104,11 +104,27 @@ export class Colours {
     if (hasRange) {
       this.drawLegend();
     }
+    this.tellBeyond();
     this.onChange();
   }
 
   title() {
-    return `${this.way.name} [${this.way.unit}]`;
+    return this.way.unit ? `${this.way.name} [${this.way.unit}]` : this.way.name;
+  }
+
+  /** What of all that is shown has the colours of the ends though it lies beyond them. */
+  tellBeyond() {
+    if (!this.way || !this.way.range) {
+      return;
+    }
+    const counts = {beyond: 0, all: 0};
+    for (const shown of this.clouds.filter((cloud) => cloud.object.visible)) {
+      const own = coloursOf(shown.cloud).find((way) => way.name === this.way.name);
+      if (own) {
+        shown.countBeyond(own, this.range, counts);
+      }
+    }
+    this.elements.beyond.textContent = beyondText(counts.beyond, counts.all);
   }
 
   drawLegend() {

@@ -9,7 +9,7 @@ function drawLegend(context, legend, width, scale) {
   const bar = 160 * scale;
   const left = width - 100 * scale;
   context.fillStyle = "rgba(255, 255, 255, 0.92)";
-  context.fillRect(left - 8 * scale, 8 * scale, 100 * scale, bar + 3 * line);
+  context.fillRect(left - 8 * scale, 8 * scale, 100 * scale, bar + 4 * line);
   context.fillStyle = "#000000";
   context.font = `bold ${12 * scale}px sans-serif`;
   context.textBaseline = "middle";
@@ -20,6 +20,7 @@ function drawLegend(context, legend, width, scale) {
   ticks.forEach((text, i) => {
     context.fillText(text, left + 22 * scale, top + bar * i / (ticks.length - 1));
   });
+  context.fillText(legend.beyond.textContent, left, top + bar + 1.3 * line, 88 * scale);
 }
 
 function drawNames(context, labels, scale) {
