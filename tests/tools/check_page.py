@@ -3,7 +3,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """check_page.py VORN_MV [--all]: the pages that the tool writes, in a real browser: Chromium, headless, with WebGL by
 its own software. Without --all one page is looked at: it opens without a message, shows what the camera saw, and picks
-the points that are there. With it also what else a page does: section, export, fingers, readers of screens, print, no WebGL, no points."""
+the points that are there. With it also what else a page does (points that are known to the last digit in each of
+their ways to be shown, fingers, readers of screens, print, no WebGL, no points) and the pages of other commands."""
 
 import base64
 import json
@@ -22,6 +23,8 @@ from selenium.webdriver.support.ui import Select
 
 from page_access import check_access, check_fingers
 from page_browser import browser, check_silence, fail, faults, make_scan, open_page, pixels_of_view, press, run, settle
+from page_commands import check_commands
+from page_view import check_view
 
 def compare_with_preview(driver, scanner):
     """The view from the camera against the tool's own picture of the depths, pixel by pixel: whether there is a point,
@@ -274,6 +277,8 @@ def main():
         files = make_scan(pathlib.Path(name))
         check_scan(files)
         if "--all" in sys.argv:
+            check_view(files["scan.html"], pathlib.Path(name))
+            check_commands(pathlib.Path(name))
             check_controls(files)
             check_access(files["scan.html"])
             check_fingers(files["scan.html"])
