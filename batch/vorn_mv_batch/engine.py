@@ -25,6 +25,7 @@ from distributed.security import Security
 
 from . import BatchError
 from .job import run_job
+from .store import Store
 
 TICK_SECONDS = 0.25
 CONNECT_SECONDS = 5
@@ -151,6 +152,7 @@ class Engine:
         self.last_worker = time.monotonic()
         self.job_seconds = TASK_SECONDS
         self.blame = collections.Counter()
+        self.is_lock_told = False
 
     def run(self):
         is_exhausted = False
@@ -233,12 +235,20 @@ class Engine:
         for flight, result in zip(finished, results):
             share = result["seconds"] / len(flight.orders)
             self.job_seconds += 0.2 * (share - self.job_seconds)
+            self.watch_lock(result)
             for order, outcome in zip(flight.orders, result["outcomes"]):
                 self.put_blame(outcome, result["address"], flight.shunned)
                 self.judge(order, outcome, flight.shunned | {result["address"]})
         for flight in flights:
             if flight.future.status in ("error", "lost", "cancelled"):
                 self.lose(flight)
+
+    def watch_lock(self, result):
+        """The run holds its folder all the time; a worker that sees otherwise could not see another run either."""
+        if not result["isHeld"] and not self.is_lock_told:
+            self.is_lock_told = True
+            self.cluster.say(f'the file system of {self.common["out"]} has no locks between machines: that another one '
+                             "writes there too would not be noticed")
 
     def put_blame(self, outcome, address, shunned):
         if outcome["status"] != "done":
@@ -296,4 +306,5 @@ def run_task(common, orders):
     began = time.monotonic()
     name = f"{socket.gethostname()} {worker.name}"
     outcomes = [run_job({**common, **order, "worker": name}) for order in orders]
-    return {"outcomes": outcomes, "address": worker.address, "seconds": time.monotonic() - began}
+    return {"outcomes": outcomes, "address": worker.address, "seconds": time.monotonic() - began,
+            "isHeld": Store(common["out"]).is_held()}

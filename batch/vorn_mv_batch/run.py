@@ -6,6 +6,7 @@ import dataclasses
 import json
 import os
 import secrets
+import time
 
 from . import VERSION, BatchError, content
 from .record import difference, expectation, key_of, line_of, stands_by_content, stands_by_stamps
@@ -13,8 +14,15 @@ from .store import read_record, write_whole
 from .summary import Collector, Summary
 
 
+# How long all of a run's results are waited for at its end: a network file system may show for so long what was there
+# before another machine wrote (a minute by NFS).
+PATIENCE_SECONDS = 90
+PAUSE_SECONDS = 0.25
+
+
 class Run:
-    """The jobs of one command. States: open, done, failed, changed; `fresh` are the jobs done by this run."""
+    """The jobs of one command. States: open, done, failed, changed; `fresh` are the jobs done by this run, with the time
+    when each began."""
 
     def __init__(self, plan, names, store, tool, version, build, options):
         self.plan = plan
@@ -33,7 +41,8 @@ class Run:
             except OSError as error:
                 raise BatchError(f"{error.filename}: {error.strerror}") from error
         self.states = dict.fromkeys(names, "open")
-        self.fresh = set()
+        self.fresh = {}
+        self.patience = PATIENCE_SECONDS
         self.unwritten = {}
         self.tries = {}
         self.reasons = {}
@@ -103,7 +112,7 @@ class Run:
         failed = outcome["status"] == "failed"
         self.states[name] = "failed" if failed else "done"
         if outcome["status"] == "done":
-            self.fresh.add(name)
+            self.fresh[name] = outcome["line"]["started"]
         line = outcome["line"] or self.line_without_record(name, outcome)
         line["tries"] = outcome["tries"]
         if failed:
@@ -121,6 +130,17 @@ class Run:
                 "error": {"cause": "lost", "text": outcome["text"], "step": None, "status": None}, "figures": {},
                 "warnings": [], "inputs": [], "files": {}, "settings": {}, "steps": []}
 
+    def record_of(self, name):
+        """A job's record; that of this run where it did the job, though this machine may see it late."""
+        while True:
+            record = read_record(self.store.job(name))
+            is_due = name in self.fresh and (record is None or record["started"] != self.fresh[name])
+            if not is_due or self.patience <= 0:
+                return record
+            os.listdir(self.store.jobs)  # looks anew
+            time.sleep(PAUSE_SECONDS)
+            self.patience -= PAUSE_SECONDS
+
     def lines(self):
         """Each job with its state and its line, in the run's order; what changed since it was done is found here."""
         for name, path in self.names.items():
@@ -132,7 +152,7 @@ class Run:
                 if line and name in self.tries:
                     line["tries"] = self.tries[name]
             elif state == "done":
-                record = read_record(self.store.job(name))
+                record = self.record_of(name)
                 if record is None:
                     state = self.states[name] = "open"
                 else:

@@ -37,7 +37,12 @@ class Store:
         self.work = os.path.join(self.root, ".work")
         self.results = os.path.join(self.root, "results.jsonl")
         self.summary = os.path.join(self.root, "summary.html")
+        self.lock = os.path.join(self.root, ".lock")
         self._lock = None
+
+    def is_held(self):
+        """Whether a run holds the folder, as this machine sees it."""
+        return is_locked(self.lock)
 
     def job(self, name):
         return os.path.join(self.jobs, name)
@@ -53,7 +58,7 @@ class Store:
         try:
             for folder in (self.root, self.jobs, self.failed, self.work):
                 os.makedirs(folder, exist_ok=True)
-            self._lock = open(os.path.join(self.root, ".lock"), "a+", encoding="utf-8")
+            self._lock = open(self.lock, "a+", encoding="utf-8")
         except OSError as error:
             raise BatchError(f"cannot write results: {error.filename}: {error.strerror}") from error
         try:
@@ -63,6 +68,8 @@ class Store:
             holder = self._lock.read().strip() or "another run"
             raise BatchError(f"{self.root}: {holder} is writing results here; two runs into one folder are refused"
                              ) from error
+        except OSError as error:
+            raise BatchError(f"{self.lock}: {error.strerror}: results need a file system that has locks") from error
         self._lock.seek(0)
         self._lock.truncate()
         self._lock.write(f"process {os.getpid()} on {socket.gethostname()}")
@@ -129,15 +136,20 @@ def place_folder(folder, place):
     try:
         os.rename(folder, place)
         return
-    except OSError as error:
-        if error.errno not in (errno.ENOTEMPTY, errno.EEXIST, errno.ENOTDIR):
+    except OSError:
+        # That something stands there is told by other errors on other file systems.
+        if not os.path.lexists(place):
             raise
     if not os.path.isfile(os.path.join(place, RECORD)):
         raise FileExistsError(errno.EEXIST, "this was not made by a batch", place)
     if _libc.renameat2(AT_FDCWD, os.fsencode(folder), AT_FDCWD, os.fsencode(place), EXCHANGE) != 0:
         aside = folder + ".old"
         os.rename(place, aside)
-        os.rename(folder, place)
+        try:
+            os.rename(folder, place)
+        except OSError:
+            os.rename(aside, place)
+            raise
         folder = aside
     shutil.rmtree(folder, ignore_errors=True)
 

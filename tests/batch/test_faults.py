@@ -126,6 +126,18 @@ class RunFaultTest(BatchCase):
         self.assertEqual(self.starts(), {})
 
     @unittest.skipUnless(can_unshare(), "no mount namespaces here")
+    def test_a_folder_that_may_not_be_written_is_said_at_once(self):
+        self.add_inputs(1)
+        self.out.mkdir()
+        script = 'mount -t tmpfs -o ro tmpfs "$0" && exec "$@"'
+        process = self.start(["unshare", "--mount", "sh", "-c", script, str(self.out), *self.command()])
+        _, errors = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, len(errors.splitlines())), (1, 1), errors)
+        self.assertIn(f"cannot write results: {self.out}", errors)
+        self.assertIn("Read-only file system", errors)
+        self.assertEqual(self.starts(), {})
+
+    @unittest.skipUnless(can_unshare(), "no mount namespaces here")
     def test_a_full_disk_under_the_results_is_said_and_mended_by_the_next_run(self):
         self.add_inputs(40)
         self.out.mkdir()
