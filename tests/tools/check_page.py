@@ -24,6 +24,7 @@ from selenium.webdriver.support.ui import Select
 from page_access import check_access, check_fingers
 from page_browser import browser, check_silence, fail, faults, make_scan, open_page, pixels_of_view, press, run, settle
 from page_commands import check_commands
+from page_shapes import check_shapes
 from page_view import check_view
 
 def compare_with_preview(driver, scanner):
@@ -278,6 +279,7 @@ def main():
         check_scan(files)
         if "--all" in sys.argv:
             check_view(files["scan.html"], pathlib.Path(name))
+            check_shapes(files["scan.html"], pathlib.Path(name))
             check_commands(pathlib.Path(name))
             check_controls(files)
             check_access(files["scan.html"])

@@ -12,6 +12,7 @@ import sys
 import tempfile
 
 import page_browser
+import page_shapes
 import page_view
 
 # What is wrong, what stands in the script, what the fault makes of it.
@@ -75,7 +76,8 @@ def with_fault(page, before, after):
 
 def main():
     missed = []
-    page_view.fail = page_view.check_silence.__globals__["fail"] = notice
+    for module in (page_browser, page_shapes, page_view):
+        module.fail = notice
     with tempfile.TemporaryDirectory() as name:
         files = page_browser.make_scan(pathlib.Path(name))
         for number, (what, (before, after)) in enumerate(FAULTS.items()):
@@ -86,6 +88,7 @@ def main():
             template = folder / "template.html"
             template.write_text(with_fault(files["scan.html"], before, after))
             try:
+                page_shapes.check_shapes(template, folder)
                 page_view.check_view(template, folder)
                 missed.append(what)
                 print(f"{what}: NOT NOTICED", flush=True)

@@ -51,16 +51,17 @@ PageTable figuresOf(mv::ScanCheck const& check) {
                 {"cells of the image with such pixels [%]", printed("%.0f", percent * check.coverage)}};
   if (check.verdict == mv::ScanVerdict::Drifted) {
     for (int axis = 0; axis < 3; ++axis) {
-      table.rows.push_back({printed("turn of the projector about the camera's %c [degrees]", 'x' + axis),
-                            figure(degrees * check.turn[axis]) + " \u00b1 " +
-                                figure(degrees * check.turnSigma[axis])});
+      table.rows.push_back(
+          {printed("turn of the projector about the camera's %c [degrees]", 'x' + axis),
+           figure(degrees * check.turn[axis]) + " \u00b1 " + figure(degrees * check.turnSigma[axis])});
     }
     table.rows.push_back({"smooth part with the projector turned back [px]", figure(check.smoothAfter)});
   }
   return table;
 }
 
-/// Where columns and rows disagree, coloured so that the limit can be seen, whatever single cells at the border say.
+/// Where columns and rows disagree, coloured so that the limit can be seen, whatever single cells at the
+/// border say.
 void addMap(mv::ScanCheck const& check, Page& page) {
   std::vector<float> const cells(check.map.begin(), check.map.end());
   auto const present = static_cast<std::size_t>(
@@ -80,7 +81,8 @@ void addMap(mv::ScanCheck const& check, Page& page) {
   plot.isYDown = true;
   std::string const beyond = beyondInWords(countBeyond(cells, -reach, reach), present);
   page.add("Disagreement",
-           "Where one coordinate of the scan is not what the other one and the calibration foretell; grey: no pixel that "
+           "Where one coordinate of the scan is not what the other one and the calibration foretell; grey: "
+           "no pixel that "
            "counted." +
                (beyond.empty() ? "" : " Of the cells " + beyond + " the ends of the colours."),
            std::vector<mv::Plot>{plot});

@@ -8,8 +8,8 @@
 
 namespace vorn::tools {
 
-/// What the ends of the colours stand for where values lie on both sides of nought: far enough to show how the
-/// bulk of them varies, whatever a few stray ones are.
+/// What the ends of the colours stand for where values lie on both sides of nought: far enough to show how
+/// the bulk of them varies, whatever a few stray ones are.
 /// @return three times the robust standard deviation about nought (1.4826 medians of the sizes), at most the
 ///         largest size; above 0
 double deviationReach(std::vector<float> const& values);

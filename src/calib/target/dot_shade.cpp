@@ -141,20 +141,19 @@ bool isRimElliptic(cv::Mat const& image, cv::Point2d const& centre, Ellipse cons
   std::array<double, shadeDirections> excess = {};
   std::array<double, shadeDirections> lengths = {};
   double const width = std::min(halfWidth, 0.9 * outline.shortAxis);
-  forEachBetween(image, centre, outline.grownBy(-width), outline.grownBy(width),
-                 [&](double x, double y, double grey) {
-                   double const along = x * outline.cosine + y * outline.sine;
-                   double const across = y * outline.cosine - x * outline.sine;
-                   double const u = along / outline.longAxis;
-                   double const v = across / outline.shortAxis;
-                   double const q = std::hypot(u, v);
-                   double const distance =
-                       (q - 1.0) * q / std::hypot(u / outline.longAxis, v / outline.shortAxis);
-                   std::size_t const direction = nearestDirection(u, v);
-                   excess[direction] += levels.relative(centre + cv::Point2d(x, y), grey) -
-                                        std::clamp(0.5 - distance, 0.0, 1.0);
-                   lengths[direction] += 0.5 / width;
-                 });
+  forEachBetween(
+      image, centre, outline.grownBy(-width), outline.grownBy(width), [&](double x, double y, double grey) {
+        double const along = x * outline.cosine + y * outline.sine;
+        double const across = y * outline.cosine - x * outline.sine;
+        double const u = along / outline.longAxis;
+        double const v = across / outline.shortAxis;
+        double const q = std::hypot(u, v);
+        double const distance = (q - 1.0) * q / std::hypot(u / outline.longAxis, v / outline.shortAxis);
+        std::size_t const direction = nearestDirection(u, v);
+        excess[direction] +=
+            levels.relative(centre + cv::Point2d(x, y), grey) - std::clamp(0.5 - distance, 0.0, 1.0);
+        lengths[direction] += 0.5 / width;
+      });
   for (std::size_t i = 0; i < shadeDirections; ++i) {
     if (!(lengths[i] > 0)) {
       return false;
