@@ -24,17 +24,18 @@ cv::Mat grain(int type) {
   return image;
 }
 
-/// What a detector finds and a calibration leaves: 4000 dots with rings and 2000 residuals as arrows.
-mv::AMat withMarks(cv::Mat const& image) {
+/// What a detector finds and a calibration leaves: of three marks two are dots with rings, one a residual as
+/// an arrow.
+mv::AMat withMarks(cv::Mat const& image, int marks) {
   mv::AMat amat(image);
   cv::RNG random(6);
   auto const place = [&] {
     return cv::Point2d(random.uniform(0.0, 1.0 * large.width), random.uniform(0.0, 1.0 * large.height));
   };
-  for (int i = 0; i < 4000; ++i) {
+  for (int i = 0; i < 2 * marks / 3; ++i) {
     amat.addCircle(place(), random.uniform(8.0, 16.0));
   }
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < marks / 3; ++i) {
     cv::Point2d const from = place();
     amat.addArrow(from, from + cv::Point2d(random.uniform(-30.0, 30.0), random.uniform(-30.0, 30.0)));
   }
@@ -44,7 +45,7 @@ mv::AMat withMarks(cv::Mat const& image) {
 /// Drawing beside the copy of the image that it is drawn into: "ratio" holds both.
 void drawMarks(benchmark::State& state, double markScale) {
   cv::Mat const image = grain(CV_8UC3);
-  mv::AMat const amat = withMarks(image);
+  mv::AMat const amat = withMarks(image, static_cast<int>(state.range(0)));
   mv::DrawSettings settings;
   settings.markScale = markScale;
   cv::Mat kept;
@@ -62,12 +63,22 @@ void drawMarks(benchmark::State& state, double markScale) {
 void drawMarksLarge(benchmark::State& state) {
   drawMarks(state, 0.0);
 }
-BENCHMARK(drawMarksLarge)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(drawMarksLarge)
+    ->ArgName("marks")
+    ->Arg(3000)
+    ->Arg(6000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 void drawMarksFine(benchmark::State& state) {
   drawMarks(state, 1.0);
 }
-BENCHMARK(drawMarksFine)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(drawMarksFine)
+    ->ArgName("marks")
+    ->Arg(3000)
+    ->Arg(6000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 /// A table of counts beside two passes of a loop that reads every byte.
 void histogramOfBytes(benchmark::State& state) {

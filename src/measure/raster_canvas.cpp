@@ -207,16 +207,17 @@ void RasterCanvas::stroke(Outline const& line, Pen const& pen) {
     return;
   }
   double const reach = 0.5 * pen.width + pen.halo + 0.5;
-  cv::Rect box = boxOf(line, reach + 0.5) & clip_;
+  cv::Rect const whole = boxOf(line, reach + 0.5) & cv::Rect(cv::Point(), picture_.size());
+  cv::Rect box = whole & clip_;
   if (box.empty()) {
     return;
   }
-  box = widened(box);
   // One sheet for the whole line, so that its corners are covered once; piece by piece when it would be
-  // large.
+  // large, whatever lies in these rows: the picture must not depend on how it is divided.
   constexpr std::int64_t largestSheet = 1 << 16;
   std::size_t const pieces = std::max<std::size_t>(1, line.size() - 1);
-  if (static_cast<std::int64_t>(box.width) * box.height <= largestSheet) {
+  if (static_cast<std::int64_t>(whole.width) * whole.height <= largestSheet) {
+    box = widened(box);
     fetch(box);
     cv::Mat_<float> sheet = sheetOf(box.size());
     sheet.setTo(farAway);

@@ -351,13 +351,19 @@ TEST(AMat, MarksComeBackFromJson) {
 }
 
 TEST(AMat, TheSameBitsWithAnyNumberOfThreads) {
-  AMat amat = onGround(90, {300, 200});
+  AMat amat = onGround(90, {300, 400});
   cv::RNG& random = cv::theRNG();
   for (int i = 0; i < 200; ++i) {
     cv::Point2d const p(random.uniform(-20.0, 320.0), random.uniform(-20.0, 220.0));
     amat.addCircle(p, random.uniform(1.0, 40.0));
     amat.addLine({p, cv::Point2d(random.uniform(0.0, 300.0), random.uniform(0.0, 200.0))});
   }
+  // Beyond some size a line is drawn in parts, which is not left to how much of it lies in a band.
+  std::vector<cv::Point2d> corners;
+  for (int i = 0; i < 40; ++i) {
+    corners.emplace_back(random.uniform(0.0, 300.0), i % 2 == 0 ? 3.3 : 397.6);
+  }
+  amat.addLine(corners);
   int const threads = cv::getNumThreads();
   cv::setNumThreads(1);
   cv::Mat const one = amat.draw().picture;
