@@ -19,9 +19,9 @@ constexpr double wantedPatches = 400.0;
 constexpr int smallestPatch = 8; ///< cells each way
 constexpr int largestPatch = 32;
 
-int patchSideOf(double points) {
-  return static_cast<int>(
-      std::clamp(std::sqrt(points / wantedPatches), 1.0 * smallestPatch, 1.0 * largestPatch));
+int patchSideOf(double points, int side) {
+  return static_cast<int>(std::clamp(std::sqrt(points / wantedPatches),
+                                     1.0 * std::max(1, smallestPatch / side), 1.0 * largestPatch));
 }
 
 class Collector {
@@ -56,15 +56,15 @@ private:
   SourceSamples samples_;
 };
 
-void sampleGrid(PointCloud const& cloud, int stride, Collector& collector) {
+void sampleGrid(PointCloud const& cloud, int stride, int side, Collector& collector) {
   cv::Size const size = cloud.points().size();
   // Whole steps, so that no sample is lost at the border of two patches.
-  int const side = (patchSideOf(static_cast<double>(size.area())) + stride - 1) / stride * stride;
-  for (int patchRow = 0; patchRow < size.height; patchRow += side) {
-    for (int patchColumn = 0; patchColumn < size.width; patchColumn += side) {
+  int const patch = (patchSideOf(static_cast<double>(size.area()), side) + stride - 1) / stride * stride;
+  for (int patchRow = 0; patchRow < size.height; patchRow += patch) {
+    for (int patchColumn = 0; patchColumn < size.width; patchColumn += patch) {
       collector.startPatch();
-      for (int row = patchRow + stride / 2; row < std::min(patchRow + side, size.height); row += stride) {
-        for (int column = patchColumn + stride / 2; column < std::min(patchColumn + side, size.width);
+      for (int row = patchRow + stride / 2; row < std::min(patchRow + patch, size.height); row += stride) {
+        for (int column = patchColumn + stride / 2; column < std::min(patchColumn + patch, size.width);
              column += stride) {
           collector.add(row, column);
         }
@@ -75,16 +75,16 @@ void sampleGrid(PointCloud const& cloud, int stride, Collector& collector) {
 
 } // namespace
 
-SourceSamples sampleEvenly(PointCloud& cloud, int stride) {
+SourceSamples sampleEvenly(PointCloud& cloud, int stride, int side) {
   Collector collector(cloud);
   if (cloud.isOrganized() && cloud.isContinous()) {
-    sampleGrid(cloud, stride, collector);
+    sampleGrid(cloud, stride, side, collector);
     return collector.finish();
   }
   std::vector<unsigned> const& chain = cloud.octree().chain();
   auto const step = static_cast<std::size_t>(stride) * static_cast<std::size_t>(stride);
-  int const side = patchSideOf(static_cast<double>(chain.size()));
-  std::size_t const patch = (static_cast<std::size_t>(side * side) + step - 1) / step * step;
+  int const edge = patchSideOf(static_cast<double>(chain.size()), side);
+  std::size_t const patch = (static_cast<std::size_t>(edge * edge) + step - 1) / step * step;
   int const columns = std::as_const(cloud).points().cols;
   for (std::size_t i = 0; i < chain.size(); i += step) {
     if (i % patch == 0) {

@@ -22,7 +22,8 @@ struct SourceSamples {
 
 /// Every so many-th present point with a normal: on a grid one of each `stride` x `stride` cells, else one of
 /// `stride` * `stride` along the octree.
-SourceSamples sampleEvenly(PointCloud& cloud, int stride);
+/// @param side each point stands for so many each way, of which noise may be common to neighbours
+SourceSamples sampleEvenly(PointCloud& cloud, int stride, int side = 1);
 
 /// The given points, those without a normal left out.
 /// @throws Exception when an index is no cell of the cloud

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "core/median.hpp"
+#include "core/parallel.hpp"
 #include "pointcloud/grid_steps.hpp"
 #include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
@@ -221,11 +222,87 @@ unsigned SurfaceMatcher::walk(cv::Vec3d const& point, unsigned start) const {
   return none;
 }
 
+void SurfaceMatcher::readBetweenPoints() {
+  if (isGrid_) {
+    return;
+  }
+  constexpr int wanted = 9;
+  around_.resize(points_.total());
+  parallelRows(static_cast<int>(indexedCells_.size()), [&](int first, int end) {
+    std::vector<float> squares;
+    for (int i = first; i < end; ++i) {
+      std::vector<unsigned>& cells = around_[indexedCells_[static_cast<std::size_t>(i)]];
+      tree_.knnSearch<L2>(indexed_(i), wanted, cells, squares);
+      for (unsigned& cell : cells) {
+        cell = indexedCells_[cell];
+      }
+    }
+  });
+}
+
 cv::Vec3d SurfaceMatcher::footOf(cv::Vec3d const& point, unsigned cell) const {
+  return isGrid_ ? gridFoot(point, cell) : around_.empty() ? pointAt(cell) : listFoot(point, cell);
+}
+
+/// Points p, q of a surface whose curvature does not change and their normals n, m have (p - q)(n + m) = 0:
+/// so each point around tells how high a place lies whose normal is known. Normals are smoothed and slope too
+/// little: what is taken is the height that those of all points around lead to at the place itself.
+cv::Vec3d SurfaceMatcher::listFoot(cv::Vec3d const& point, unsigned cell) const {
+  constexpr double reachOverSpacing = 2.0;
+  constexpr double leastCosine = 0.8;
+  double const farthest = reachOverSpacing * reachOverSpacing * spacing_ * spacing_;
+  cv::Vec3d const own = normalAt(cell);
+  auto const weightOf = [&](unsigned other) {
+    cv::Vec3d const way = point - pointAt(other);
+    double const height = way.dot(own);
+    double const rest = 1.0 - (way.dot(way) - height * height) / farthest;
+    return rest > 0.0 && normalAt(other).dot(own) > leastCosine ? rest * rest : 0.0;
+  };
+  cv::Vec3d normal;
+  for (unsigned const other : around_[cell]) {
+    normal += normalAt(other) * weightOf(other);
+  }
+  double const length = std::sqrt(normal.dot(normal));
+  if (!(length > 0.0)) {
+    return pointAt(cell);
+  }
+  normal *= 1.0 / length;
+  // Weighted sums of (1, way) (1, way)' and of heights; the ways lie in the plane across the normal.
+  double weights = 0.0;
+  double heights = 0.0;
+  cv::Vec3d ways;
+  cv::Vec3d products;
+  cv::Matx33d squares = cv::Matx33d::zeros();
+  for (unsigned const other : around_[cell]) {
+    double const weight = weightOf(other);
+    cv::Vec3d way = point - pointAt(other);
+    double const height = 0.5 * way.dot(normalAt(other) + normal);
+    way -= normal * normal.dot(way);
+    weights += weight;
+    heights += weight * height;
+    ways += weight * way;
+    products += way * (weight * height);
+    squares += way * way.t() * weight;
+  }
+  cv::Vec3d const middle = ways * (1.0 / weights);
+  double const mean = heights / weights;
+  // Full along the normal, so that it can be inverted.
+  cv::Matx33d const spread =
+      squares - ways * ways.t() * (1.0 / weights) + normal * normal.t() * (weights * spacing_ * spacing_);
+  double const full = weights * spacing_ * spacing_;
+  constexpr double flat = 0.02;
+  double const height =
+      cv::determinant(spread) > flat * full * full * full
+          ? mean - middle.dot(spread.solve(products - middle * heights, cv::DECOMP_CHOLESKY))
+          : mean;
+  return point - normal * height;
+}
+
+cv::Vec3d SurfaceMatcher::gridFoot(cv::Vec3d const& point, unsigned cell) const {
   cv::Vec3d const middle = pointAt(cell);
   int const row = rowOf(cell);
   int const column = columnOf(cell);
-  if (!isGrid_ || row < 1 || column < 1 || row + 1 >= points_.rows || column + 1 >= points_.cols) {
+  if (row < 1 || column < 1 || row + 1 >= points_.rows || column + 1 >= points_.cols) {
     return middle;
   }
   cv::Vec3d near[3][3];

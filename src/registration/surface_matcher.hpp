@@ -19,6 +19,10 @@ public:
   /// @param cloud with normals; must outlive this
   explicit SurfaceMatcher(PointCloud const& cloud);
 
+  /// From now on the surface of a list, which has no grid to read it between its points, is the mean of those
+  /// around a place: points that stand for many others then count about alike, whichever is nearest.
+  void readBetweenPoints();
+
   /// The cell of the cloud at which a point lies, or `none` when it lies beside the surface or is farther
   /// away than `maxDistance`.
   /// @param start where to begin: the place of a point near by, or `none`; without a grid it only saves time
@@ -47,6 +51,8 @@ private:
   bool isUsableCell(int row, int column) const {
     return row >= 0 && row < usable_.rows && column >= 0 && column < usable_.cols && isUsable(row, column);
   }
+  cv::Vec3d gridFoot(cv::Vec3d const& point, unsigned cell) const;
+  cv::Vec3d listFoot(cv::Vec3d const& point, unsigned cell) const;
   cv::Vec3d tangent(int row, int column, int down, int right) const;
   unsigned nearest(cv::Vec3d const& point, unsigned start, double maxDistance) const;
   /// The usable cell nearest to the middle of a block of cells; `none` where it has none.
@@ -64,6 +70,8 @@ private:
   cv::Mat_<cv::Vec3f> indexed_;        ///< the points that the tree holds
   std::vector<unsigned> indexedCells_; ///< their cells
   GridOctree tree_;
+  std::vector<std::vector<unsigned>>
+      around_; ///< cells around each cell of a list; empty: it is read at points
 };
 
 } // namespace vorn::mv
