@@ -28,22 +28,28 @@ cv::Point2f const none(std::numeric_limits<float>::quiet_NaN(), std::numeric_lim
 AdjustmentView adjustmentView(CalibratedView const& view) {
   ViewPoints const& first = view.devices[0];
   AdjustmentView result{view.name, first.objPnts, first.imgPnts, {}, {}};
-  if (view.devices.size() > 1) {
-    std::map<Place, std::size_t> indexOf;
-    for (std::size_t i = 0; i < first.objPnts.size(); ++i) {
-      indexOf.emplace(placeOf(first.objPnts[i]), i);
+  if (view.devices.size() < 2) {
+    return result;
+  }
+  std::map<Place, std::size_t> indexOf;
+  for (std::size_t i = 0; i < first.objPnts.size(); ++i) {
+    indexOf.emplace(placeOf(first.objPnts[i]), i);
+  }
+  result.points1.assign(first.objPnts.size(), none);
+  ViewPoints const& second = view.devices[1];
+  bool const areKnown = !second.sigmas.empty();
+  result.sigmas1.assign(areKnown ? first.objPnts.size() : 0, none);
+  for (std::size_t i = 0; i < second.objPnts.size(); ++i) {
+    auto const [same, isNew] = indexOf.emplace(placeOf(second.objPnts[i]), result.objPnts.size());
+    if (isNew) {
+      result.objPnts.push_back(second.objPnts[i]);
+      result.points0.push_back(none);
+      result.points1.push_back(none);
+      result.sigmas1.resize(areKnown ? result.objPnts.size() : 0, none);
     }
-    result.points1.assign(first.objPnts.size(), none);
-    ViewPoints const& second = view.devices[1];
-    for (std::size_t i = 0; i < second.objPnts.size(); ++i) {
-      auto const same = indexOf.find(placeOf(second.objPnts[i]));
-      if (same != indexOf.end()) {
-        result.points1[same->second] = second.imgPnts[i];
-      } else {
-        result.objPnts.push_back(second.objPnts[i]);
-        result.points0.push_back(none);
-        result.points1.push_back(second.imgPnts[i]);
-      }
+    result.points1[same->second] = second.imgPnts[i];
+    if (areKnown) {
+      result.sigmas1[same->second] = second.sigmas[i];
     }
   }
   return result;
@@ -84,6 +90,9 @@ void dropStrays(ViewPoints& points, std::vector<cv::Point2f> const& leftOut) {
     } else {
       kept.imgPnts.push_back(points.imgPnts[i]);
       kept.objPnts.push_back(points.objPnts[i]);
+      if (!points.sigmas.empty()) {
+        kept.sigmas.push_back(points.sigmas[i]);
+      }
     }
   }
   points = std::move(kept);

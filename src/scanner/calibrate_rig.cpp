@@ -165,6 +165,9 @@ AdjustmentView seenByCamera(AdjustmentView const& view) {
       seen.objPnts.push_back(view.objPnts[i]);
       seen.points0.push_back(view.points0[i]);
       seen.points1.push_back(view.points1[i]);
+      if (!view.sigmas1.empty()) {
+        seen.sigmas1.push_back(view.sigmas1[i]);
+      }
     }
   }
   return seen;

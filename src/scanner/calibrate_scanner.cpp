@@ -2,12 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 
+#include <algorithm>
+#include <iterator>
+
 #include <vorn/mv/calib/calibration_covariance.hpp>
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/sl/projector_points.hpp>
 
+#include "core/median.hpp"
 #include "scanner/adjusted_views.hpp"
 #include "scanner/mirrored_views.hpp"
 #include "scanner/projector_axis.hpp"
@@ -31,6 +35,20 @@ void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, c
 }
 
 constexpr std::size_t stepsPerView = 1 + scannerViewSteps; // and reading it
+
+/// No dot is twice as exact as the middle one: what says so is pixels that happen to agree, such as clipped
+/// ones.
+void boundSigmas(std::vector<cv::Point2f>& sigmas) {
+  for (float cv::Point2f::*const axis : {&cv::Point2f::x, &cv::Point2f::y}) {
+    std::vector<float> all;
+    std::transform(sigmas.begin(), sigmas.end(), std::back_inserter(all),
+                   [axis](cv::Point2f const& both) { return both.*axis; });
+    float const least = 0.5F * medianAmong(all);
+    for (cv::Point2f& both : sigmas) {
+      both.*axis = std::max(both.*axis, least);
+    }
+  }
+}
 
 /// Nothing where the devices do not both see the volume, or the error is not calibrated.
 std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, WorkingVolume const& volume) {
@@ -89,15 +107,18 @@ cv::Size guessProjector(std::vector<CalibratedView> const& views,
 
 ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
   std::vector<cv::Point2f> points;
+  std::vector<cv::Point2f> sigmas;
   std::vector<std::uint8_t> valid;
-  find_projector_points(columns, rows, camera.imgPnts, points, valid);
+  find_projector_points(columns, rows, camera.imgPnts, points, sigmas, valid);
   ViewPoints projector;
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (valid[i] != 0) {
       projector.imgPnts.push_back(points[i]);
       projector.objPnts.push_back(camera.objPnts[i]);
+      projector.sigmas.push_back(sigmas[i]);
     }
   }
+  boundSigmas(projector.sigmas);
   if (projector.imgPnts.size() < leastProjectorPoints) {
     throw calibrationFailure("the projector's light reaches only " +
                              std::to_string(projector.imgPnts.size()) + " dots");

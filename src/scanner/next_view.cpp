@@ -252,7 +252,7 @@ private:
       dot.target = static_cast<int>(i);
       dot.has0 = true;
       dot.has1 = inProjector[2] > 0 && isInside(sizes_[1], projector_(inProjector));
-      dot.weight = 1 / share;
+      dot.weights[0] = dot.weights[1] = cv::Vec2d::all(1 / share);
       view.dots.push_back(dot);
     }
     return view;

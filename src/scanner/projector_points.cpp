@@ -36,6 +36,9 @@ constexpr int sectors = 8;
 /// Deviations below this are as good as none, projector pixels.
 constexpr double leastScale = 0.005;
 
+/// No point is more exact, projector pixels: noiseless maps would have it so.
+constexpr double leastSigma = 1e-5;
+
 /// A decoded pixel: its offset from the point, in radii of the neighbourhood, and its projector coordinate.
 struct Sample {
   double x;
@@ -171,8 +174,51 @@ bool isCovered(Neighbourhood const& around, Coefficients const& fit, Scales cons
   return true;
 }
 
+/// The standard deviation of a fit's value at the point, from how its samples scatter about it: their noise
+/// differs, as does how they lie. Nothing where they do not determine it.
+std::optional<double> sigmaOf(std::vector<Sample> const& samples, Coefficients const& fit,
+                              Scales const& scales) {
+  using Square = cv::Matx<double, 6, 6>;
+  Square normal = Square::zeros();
+  Square scatter = Square::zeros();
+  int count = 0;
+  double weights = 0; // of Tukey's biweight, for deviations in its own unit
+  double slopes = 0;  // of its influence function: how much a fit's value follows its samples
+  for (Sample const& s : samples) {
+    double const scale = scales.of(s);
+    double const deviation = s.value - evaluate(fit, s);
+    double const u = deviation / (tukeyWidth * scale);
+    if (std::abs(u) < 1) {
+      double const near = 1 - u * u;
+      double const weight = near * near / (scale * scale);
+      weights += near * near;
+      slopes += near * (1 - 5 * u * u);
+      cv::Vec6d const terms = quadraticTerms(s.x, s.y);
+      Square const product = terms * terms.t();
+      normal += weight * product;
+      scatter += std::pow(weight * deviation, 2) * product;
+      ++count;
+    }
+  }
+  bool isSolved = false;
+  Square const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
+  if (!isSolved || count <= Square::rows) {
+    return std::nullopt;
+  }
+  double const unbiased = static_cast<double>(count) / (count - Square::rows);
+  constexpr double least = 0.4; // of normal deviations 0.83
+  double const follows = std::max(slopes / weights, least);
+  return std::max(std::sqrt(unbiased * (inverse * scatter * inverse)(0, 0)) / follows, leastSigma);
+}
+
+/// A map's value at a point.
+struct MapValue {
+  float value = 0;
+  float sigma = 0;
+};
+
 /// The map's value at a point, by the fit to its neighbourhood.
-std::optional<float> valueAt(cv::Mat const& map, cv::Point2f const& centre, double radius) {
+std::optional<MapValue> valueAt(cv::Mat const& map, cv::Point2f const& centre, double radius) {
   constexpr std::size_t leastSamples = 24;
   constexpr int rounds = 6;
   Neighbourhood const around = gather(map, centre, radius);
@@ -189,10 +235,12 @@ std::optional<float> valueAt(cv::Mat const& map, cv::Point2f const& centre, doub
     }
     fit = *next;
   }
-  if (!isCovered(around, fit, scalesOf(around.samples, fit))) {
+  scales = scalesOf(around.samples, fit);
+  auto const sigma = sigmaOf(around.samples, fit, scales);
+  if (!sigma || !isCovered(around, fit, scales)) {
     return std::nullopt;
   }
-  return static_cast<float>(fit[0]);
+  return MapValue{static_cast<float>(fit[0]), static_cast<float>(*sigma)};
 }
 
 /// For each point, half the way to the nearest other one.
@@ -217,12 +265,20 @@ std::vector<double> neighbourhoodRadii(std::vector<cv::Point2f> const& points) {
 void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
                            std::vector<cv::Point2f> const& imgPnts, std::vector<cv::Point2f>& projPnts,
                            std::vector<std::uint8_t>& valid) {
+  std::vector<cv::Point2f> sigmas;
+  find_projector_points(columns, rows, imgPnts, projPnts, sigmas, valid);
+}
+
+void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
+                           std::vector<cv::Point2f> const& imgPnts, std::vector<cv::Point2f>& projPnts,
+                           std::vector<cv::Point2f>& sigmas, std::vector<std::uint8_t>& valid) {
   if (columns.type() != CV_32FC1 || rows.type() != CV_32FC1 || columns.size() != rows.size()) {
     throw error("The maps of projector columns and rows must be CV_32FC1 and of one size",
                 "find_projector_points");
   }
   std::vector<double> const radii = neighbourhoodRadii(imgPnts);
   std::vector<cv::Point2f> points(imgPnts.size(), cv::Point2f(-1, -1));
+  std::vector<cv::Point2f> deviations(imgPnts.size());
   std::vector<std::uint8_t> flags(imgPnts.size(), 0);
   cv::Rect2f const image(-0.5F, -0.5F, static_cast<float>(columns.cols), static_cast<float>(columns.rows));
   parallelRows(static_cast<int>(imgPnts.size()), [&](int first, int last) {
@@ -233,12 +289,14 @@ void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
       auto const column = valueAt(columns, imgPnts[i], radii[i]);
       auto const row = column ? valueAt(rows, imgPnts[i], radii[i]) : std::nullopt;
       if (column && row) {
-        points[i] = {*column, *row};
+        points[i] = {column->value, row->value};
+        deviations[i] = {column->sigma, row->sigma};
         flags[i] = 1;
       }
     }
   });
   projPnts = std::move(points);
+  sigmas = std::move(deviations);
   valid = std::move(flags);
 }
 

@@ -151,6 +151,49 @@ TEST(Adjustment, KnowsItsNoiseAndItsErrors) {
   EXPECT_NEAR(squares, 1, 0.22);
 }
 
+/// Makes what is read along x less exact, by the same factor, of one half of the target and of all of one
+/// view.
+void blurHalf(std::vector<AdjustmentView>& views, double usual, double factor, std::uint64_t seed) {
+  cv::RNG rng(seed);
+  double const more = usual * std::sqrt(factor * factor - 1);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    AdjustmentView& view = views[i];
+    for (std::size_t j = 0; j < view.objPnts.size(); ++j) {
+      bool const isBlurred = i == 2 || view.objPnts[j].x > 40;
+      view.points1[j].x += static_cast<float>(isBlurred ? rng.gaussian(more) : 0);
+      view.sigmas1.emplace_back(cv::Point2d(usual * (isBlurred ? factor : 1), usual));
+    }
+  }
+}
+
+TEST(Adjustment, WeighsDotsByHowExactTheyAre) {
+  AdjustmentRig rig;
+  rig.cameraNoise = 0.006;
+  rig.projectorNoise = 0.0018;
+  constexpr int runs = 8;
+  double weighted2 = 0;
+  double alike2 = 0;
+  double squares = 0;
+  for (int run = 0; run < runs; ++run) {
+    auto views = rig.views(6, static_cast<std::uint64_t>(300 + run));
+    blurHalf(views, rig.projectorNoise, 8, static_cast<std::uint64_t>(run));
+    Adjustment const weighted = adjustRig(rig, views);
+    weighted2 += std::pow(rigidError(weighted, rig), 2);
+    squares += normalizedSquares(weighted, rig) / runs;
+    EXPECT_NEAR(weighted.noise.camera1, rig.projectorNoise, 0.1 * rig.projectorNoise);
+    EXPECT_NEAR(weighted.s0, 1, 0.1);
+    for (ViewAdjustment const& view : weighted.views) {
+      EXPECT_TRUE(view.leftOut.empty()) << view.name;
+    }
+    for (AdjustmentView& view : views) {
+      view.sigmas1.clear();
+    }
+    alike2 += std::pow(rigidError(adjustRig(rig, views), rig), 2);
+  }
+  EXPECT_LT(std::sqrt(weighted2), 0.75 * std::sqrt(alike2));
+  EXPECT_NEAR(squares, 1, 0.35) << "the foretold covariance, of 24 parameters in 8 runs";
+}
+
 TEST(Adjustment, ReadProjectorPointsAreNoIndependentOnes) {
   AdjustmentRig rig;
   rig.cameraNoise = 0.006;
@@ -352,6 +395,9 @@ TEST(Adjustment, SaysWhatCannotBeAdjusted) {
   views = good;
   views[2].sigmas.assign(views[2].objPnts.size(), 0.0F);
   EXPECT_TRUE(holds(failure(views), "View 2 (pose_2) must hold one sigma above 0")) << failure(views);
+  views = good;
+  views[1].sigmas1.assign(views[1].objPnts.size(), {0.01F, -1.0F});
+  EXPECT_TRUE(holds(failure(views), "View 1 (pose_1) must hold two sigmas above 0")) << failure(views);
   EXPECT_TRUE(holds(failure({good[0], good[1]}), "Of 2 views, 2 show device 0"))
       << failure({good[0], good[1]});
   views = good;

@@ -117,6 +117,33 @@ TEST_F(DiagnosisTest, TellsABentTargetFromAMove) {
   EXPECT_NE(finding.text.find("bent by 0.30"), std::string::npos) << finding.text;
 }
 
+TEST_F(DiagnosisTest, DoesNotCallDotsInWeakLightWrong) {
+  // Of 2 % of the dots columns are read ten times less exactly, and the views say so.
+  auto views = rig.views(viewCount);
+  cv::RNG rng(5);
+  std::size_t number = 0;
+  for (AdjustmentView& view : views) {
+    for (cv::Point2f& p : view.points1) {
+      bool const isWeak = ++number % 50 == 0;
+      double const sigma = isWeak ? 10 * rig.projectorNoise : rig.projectorNoise;
+      p.x += static_cast<float>(isWeak ? rng.gaussian(sigma) : 0);
+      view.sigmas1.emplace_back(cv::Point2d(sigma, rig.projectorNoise));
+    }
+  }
+  EXPECT_TRUE(found(views).empty());
+  auto dirty = views;
+  for (AdjustmentView& view : dirty) {
+    for (cv::Point2f& p : view.points0) {
+      p.x += ++number % 100 == 0 ? 0.5F : 0.0F;
+    }
+  }
+  EXPECT_NEAR(only(found(dirty), FindingCause::WrongDots).value, 0.01, 0.0015);
+  for (AdjustmentView& view : views) {
+    view.sigmas1.clear();
+  }
+  only(found(views), FindingCause::WrongDots);
+}
+
 TEST_F(DiagnosisTest, CountsWrongDots) {
   auto views = rig.views(viewCount);
   std::size_t number = 0;

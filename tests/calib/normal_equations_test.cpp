@@ -45,7 +45,8 @@ Bundle bundleBesideTruth(Level level, bool isRead) {
       seen.has1 = i % 4 != 0;
       seen.point0 = rig.imageOf(rig.camera, inCamera);
       seen.point1 = rig.imageOf(rig.projector, rig.inProjector(inCamera));
-      seen.weight = 1 + 0.1 * i;
+      seen.weights[0] = {1 + 0.1 * i, 2 - 0.05 * i};
+      seen.weights[1] = {0.5 + 0.2 * i, 1.5};
       view.dots.push_back(seen);
     }
     bundle.views.push_back(view);
@@ -93,10 +94,10 @@ TEST_P(NormalEquationsTest, AreThoseOfDifferences) {
     auto const all = residualsOf(b, transfers);
     for (std::size_t i = 0; i < all.size(); ++i) {
       for (std::size_t j = 0; j < all[i].size(); ++j) {
-        double const root = std::sqrt(b.views[i].dots[j].weight);
+        auto const& weights = b.views[i].dots[j].weights;
         for (int axis : {0, 1}) {
-          values.push_back(root * all[i][j].in0[axis] / b.sigma[0]);
-          values.push_back(root * all[i][j].in1[axis] / b.sigma[1]);
+          values.push_back(std::sqrt(weights[0][axis]) * all[i][j].in0[axis] / b.sigma[0]);
+          values.push_back(std::sqrt(weights[1][axis]) * all[i][j].in1[axis] / b.sigma[1]);
         }
       }
     }

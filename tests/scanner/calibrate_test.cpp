@@ -58,6 +58,11 @@ TEST(CalibrateScanner, RecoversTheRigWithItsResiduals) {
       EXPECT_LT(rms(device.residuals), 0.1);
       EXPECT_GT(rms(device.residuals), 0.0);
     }
+    std::vector<cv::Point2f> const& sigmas = view.devices[1].sigmas;
+    ASSERT_EQ(sigmas.size(), view.devices[1].imgPnts.size());
+    for (cv::Point2f const& sigma : sigmas) {
+      EXPECT_TRUE(sigma.x > 1e-4 && sigma.x < 0.03 && sigma.y > 1e-4 && sigma.y < 0.03) << sigma;
+    }
   }
 }
 

@@ -102,6 +102,48 @@ TEST(FindProjectorPoints, AveragesNoiseAndIgnoresOutliersAndHoles) {
   EXPECT_LT(maps.rms(found, valid), bound);
 }
 
+TEST(FindProjectorPoints, KnowsHowExactEachPointIs) {
+  // Columns are noisier than rows, and more so between the dots, where the lower half decodes nothing at all.
+  constexpr double noise = 0.02;
+  double squares[2][2] = {};
+  int counts[2] = {};
+  for (int run = 0; run < 6; ++run) {
+    Maps maps(noise);
+    cv::RNG random(seed() + 7 + static_cast<std::uint64_t>(run));
+    for (int y = 0; y < maps.rows.rows; ++y) {
+      for (int x = 0; x < maps.rows.cols; ++x) {
+        auto const isNear = [&](cv::Point2f const& p) {
+          return std::hypot(static_cast<float>(x) - p.x, static_cast<float>(y) - p.y) < 0.3F * pitch;
+        };
+        bool const isDot = std::any_of(maps.points.begin(), maps.points.end(), isNear);
+        maps.columns.at<float>(y, x) += static_cast<float>(random.gaussian(isDot ? noise : 5 * noise));
+        maps.rows.at<float>(y, x) += static_cast<float>(random.gaussian(0.5 * noise));
+        if (!isDot && y > 150) {
+          maps.columns.at<float>(y, x) = -1;
+        }
+      }
+    }
+    std::vector<cv::Point2f> found;
+    std::vector<cv::Point2f> sigmas;
+    std::vector<std::uint8_t> valid;
+    mv::find_projector_points(maps.columns, maps.rows, maps.points, found, sigmas, valid);
+    for (std::size_t i = 0; i < found.size(); ++i) {
+      ASSERT_EQ(valid[i], 1);
+      cv::Point2d const miss = cv::Point2d(found[i]) - Maps::truth(static_cast<double>(maps.points[i].x),
+                                                                   static_cast<double>(maps.points[i].y));
+      std::size_t const half = maps.points[i].y > 160 ? 1 : 0;
+      squares[half][0] += std::pow(miss.x / static_cast<double>(sigmas[i].x), 2);
+      squares[half][1] += std::pow(miss.y / static_cast<double>(sigmas[i].y), 2);
+      ++counts[half];
+    }
+  }
+  for (std::size_t half : {0U, 1U}) {
+    for (double sum : squares[half]) {
+      EXPECT_NEAR(std::sqrt(sum / counts[half]), 1, 0.15) << half; // of some 180 points: 0.05 a deviation
+    }
+  }
+}
+
 TEST(FindProjectorPoints, RefusesDotsCutByTheEdgeOfTheLight) {
   Maps maps(0.02);
   // The dot at column 102.37 has a radius of 9 pixels.

@@ -35,6 +35,17 @@ void checkSettings(AdjustmentSettings const& settings) {
   }
 }
 
+/// Whether there are standard deviations for all pixels.
+bool areSigmas(std::vector<cv::Point2f> const& sigmas, std::vector<cv::Point2f> const& pixels) {
+  bool areGood = sigmas.size() == pixels.size();
+  for (std::size_t i = 0; areGood && i < pixels.size(); ++i) {
+    bool const isPoint = std::isfinite(pixels[i].x) && std::isfinite(pixels[i].y);
+    areGood = !isPoint || (sigmas[i].x > 0 && sigmas[i].y > 0 && std::isfinite(sigmas[i].x) &&
+                           std::isfinite(sigmas[i].y));
+  }
+  return areGood;
+}
+
 void checkView(AdjustmentView const& view, std::size_t index, int deviceCount) {
   std::string const name =
       "View " + std::to_string(index) + (view.name.empty() ? "" : " (" + view.name + ")");
@@ -50,6 +61,9 @@ void checkView(AdjustmentView const& view, std::size_t index, int deviceCount) {
       (view.sigmas.size() != count || !std::all_of(view.sigmas.begin(), view.sigmas.end(),
                                                    [](float s) { return s > 0 && std::isfinite(s); }))) {
     throw error(name + " must hold one sigma above 0 for every dot, or none", "adjust");
+  }
+  if (!view.sigmas1.empty() && !areSigmas(view.sigmas1, view.points1)) {
+    throw error(name + " must hold two sigmas above 0 for every dot of the second device, or none", "adjust");
   }
   for (cv::Point2f const& p : view.objPnts) {
     if (!std::isfinite(p.x) || !std::isfinite(p.y)) {
@@ -134,8 +148,9 @@ double noiseBefore(Bundle const& bundle, DotNeighbours const& neighbours,
     for (std::size_t i = 0; i < residuals.size(); ++i) {
       for (std::size_t j = 0; j < residuals[i].size(); ++j) {
         cv::Vec2d const& r = device == 0 ? residuals[i][j].in0 : residuals[i][j].in1;
-        sum += bundle.views[i].dots[j].weight * r.dot(r);
-        count += (device == 0 ? bundle.views[i].dots[j].has0 : bundle.views[i].dots[j].has1) ? 2 : 0;
+        BundleDot const& dot = bundle.views[i].dots[j];
+        sum += dot.weights[device].dot(r.mul(r));
+        count += (device == 0 ? dot.has0 : dot.has1) ? 2 : 0;
       }
     }
     noise = std::sqrt(sum / std::max(1, count));

@@ -31,9 +31,10 @@ struct BundleDot {
   int source = 0; ///< its index in the view as given
   bool has0 = false;
   bool has1 = false;
-  cv::Vec2d point0;  ///< pixel in device 0
-  cv::Vec2d point1;  ///< pixel in device 1
-  double weight = 1; ///< of its squares
+  cv::Vec2d point0; ///< pixel in device 0
+  cv::Vec2d point1; ///< pixel in device 1
+  /// Of its squares in device 0 and in device 1, along x and along y: 1 for a dot of usual exactness.
+  cv::Vec2d weights[2] = {{1, 1}, {1, 1}};
 };
 
 struct BundleView {
@@ -64,7 +65,8 @@ struct Bundle {
   std::vector<BundleView> views;
   /// Whether the points of device 1 were read where device 0 sees the dots.
   bool isRead = false;
-  /// Noise of one coordinate: of device 0 and of device 1 (less what device 0 explains when `isRead`).
+  /// Noise of one coordinate of a dot of weight 1: of device 0 and of device 1 (less what device 0 explains
+  /// when `isRead`).
   double sigma[2] = {1, 1};
 
   /// Parameters without poses: devices, transform, shape.

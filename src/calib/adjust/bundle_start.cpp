@@ -32,18 +32,57 @@ bool isPoint(cv::Point2f const& p) {
   return std::isfinite(p.x) && std::isfinite(p.y);
 }
 
-/// Weights whose mean is 1, from standard deviations.
-std::vector<double> weightsOf(AdjustmentView const& view) {
-  std::vector<double> weights(view.objPnts.size(), 1.0);
-  if (view.sigmas.empty()) {
-    return weights;
+/// Whether the dots' standard deviations in a device are given.
+bool hasSigmas(AdjustmentView const& view, int device) {
+  return !view.sigmas.empty() || (device == 1 && !view.sigmas1.empty());
+}
+
+/// One dot's, along x and along y.
+cv::Vec2d sigmasOf(AdjustmentView const& view, int device, int source) {
+  auto const i = static_cast<std::size_t>(source);
+  bool const isOwn = device == 1 && !view.sigmas1.empty();
+  return isOwn ? cv::Vec2d(view.sigmas1[i].x, view.sigmas1[i].y) : cv::Vec2d(view.sigmas[i], view.sigmas[i]);
+}
+
+/// The middle one of those of the dots that a device sees in some views.
+double usualSigma(std::vector<BundleView const*> const& bundled,
+                  std::vector<AdjustmentView const*> const& views, int device) {
+  std::vector<double> sigmas;
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    for (BundleDot const& dot : bundled[i]->dots) {
+      if (device == 0 ? dot.has0 : dot.has1) {
+        cv::Vec2d const both = sigmasOf(*views[i], device, dot.source);
+        sigmas.insert(sigmas.end(), {both[0], both[1]});
+      }
+    }
   }
-  std::vector<double> const sigmas(view.sigmas.begin(), view.sigmas.end());
-  double const typical = medianOf(sigmas);
-  for (std::size_t i = 0; i < weights.size(); ++i) {
-    weights[i] = typical * typical / (sigmas[i] * sigmas[i]);
+  return medianOf(std::move(sigmas));
+}
+
+/// Sets the weights of a device's dots from their standard deviations. Those of views compare where all views
+/// have them.
+void weigh(Bundle& bundle, std::vector<AdjustmentView> const& views, int device) {
+  bool const areAll = std::all_of(views.begin(), views.end(),
+                                  [device](AdjustmentView const& view) { return hasSigmas(view, device); });
+  std::vector<BundleView const*> bundled;
+  std::vector<AdjustmentView const*> given;
+  for (std::size_t i = 0; i < views.size() && areAll; ++i) {
+    bundled.push_back(&bundle.views[i]);
+    given.push_back(&views[i]);
   }
-  return weights;
+  double const ofAll = usualSigma(bundled, given, device);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    if (!hasSigmas(views[i], device)) {
+      continue;
+    }
+    double const usual = areAll ? ofAll : usualSigma({&bundle.views[i]}, {&views[i]}, device);
+    for (BundleDot& dot : bundle.views[i].dots) {
+      if (device == 0 ? dot.has0 : dot.has1) {
+        cv::Vec2d const sigmas = sigmasOf(views[i], device, dot.source);
+        dot.weights[device] = {std::pow(usual / sigmas[0], 2), std::pow(usual / sigmas[1], 2)};
+      }
+    }
+  }
 }
 
 std::vector<int> freeParametersOf(DeviceStart const& start, AdjustmentSettings const& settings) {
@@ -82,6 +121,8 @@ DeviceAlone dotsOfDevice(Bundle const& whole, int device) {
     BundleView view;
     for (BundleDot dot : whole.views[i].dots) {
       if (device == 0 ? dot.has0 : dot.has1) {
+        // What a projector's point is off by is mostly the camera's error.
+        dot.weights[0] = dot.weights[device == 0 || whole.isRead ? 0 : 1];
         dot.point0 = device == 0 ? dot.point0 : dot.point1;
         dot.has0 = true;
         dot.has1 = false;
@@ -110,12 +151,10 @@ Bundle bundleOf(std::vector<AdjustmentView> const& views, int deviceCount, bool 
   bundle.isRead = isRead;
   std::map<std::pair<float, float>, int> numbers;
   for (AdjustmentView const& view : views) {
-    std::vector<double> const weights = weightsOf(view);
     bundle.views.emplace_back();
     for (std::size_t i = 0; i < view.objPnts.size(); ++i) {
       BundleDot dot;
       dot.source = static_cast<int>(i);
-      dot.weight = weights[i];
       dot.has0 = isPoint(view.points0[i]);
       dot.has1 = deviceCount > 1 && isPoint(view.points1[i]) && (dot.has0 || !isRead);
       if (!dot.has0 && !dot.has1) {
@@ -132,6 +171,9 @@ Bundle bundleOf(std::vector<AdjustmentView> const& views, int deviceCount, bool 
       dot.target = number->second;
       bundle.views.back().dots.push_back(dot);
     }
+  }
+  for (int device = 0; device < deviceCount; ++device) {
+    weigh(bundle, views, device);
   }
   return bundle;
 }

@@ -173,12 +173,14 @@ ViewRows viewRowsOf(Bundle const& bundle, DotModel const& model, Columns const& 
   dotRows.setView(view);
   Eigen::Matrix<double, 2, Eigen::Dynamic> two(2, columns.end);
   int row = 0;
-  auto const append = [&](cv::Vec2d const& residual, double scale, int target) {
-    rows.slope.middleRows<2>(row) = two * scale;
-    rows.residual[row] = residual[0] * scale;
-    rows.residual[row + 1] = residual[1] * scale;
-    rows.dots.push_back(target);
-    row += 2;
+  auto const append = [&](cv::Vec2d const& residual, BundleDot const& dot, std::size_t of) {
+    for (int axis = 0; axis < 2; ++axis) {
+      double const scale = std::sqrt(dot.weights[of][axis]) / bundle.sigma[of];
+      rows.slope.row(row) = two.row(axis) * scale;
+      rows.residual[row] = residual[axis] * scale;
+      ++row;
+    }
+    rows.dots.push_back(dot.target);
   };
   DotModel::Images images;
   for (std::size_t i = 0; i < view.dots.size(); ++i) {
@@ -186,16 +188,15 @@ ViewRows viewRowsOf(Bundle const& bundle, DotModel const& model, Columns const& 
     cv::Matx22d const* const transfer = transfers != nullptr ? &(*transfers)[i] : nullptr;
     model.images(view, dot, true, images);
     DotResidual const residual = model.residual(dot, images, transfer);
-    double const scale = std::sqrt(dot.weight);
     if (dot.has0 && device != 1) {
       two.setZero();
       dotRows.fill0(images, dot.target, two);
-      append(residual.in0, scale / bundle.sigma[0], dot.target);
+      append(residual.in0, dot, 0);
     }
     if (dot.has1 && device != 0) {
       two.setZero();
       dotRows.fill1(images, dot.target, transfer, two);
-      append(residual.in1, scale / bundle.sigma[1], dot.target);
+      append(residual.in1, dot, 1);
     }
   }
   return rows;
@@ -272,8 +273,8 @@ Squares squaresOf(Bundle const& bundle, Transfers const& transfers) {
     for (std::size_t j = 0; j < residuals[i].size(); ++j) {
       BundleDot const& dot = bundle.views[i].dots[j];
       DotResidual const& residual = residuals[i][j];
-      squares.sum[0] += dot.weight * residual.in0.dot(residual.in0);
-      squares.sum[1] += dot.weight * residual.in1.dot(residual.in1);
+      squares.sum[0] += dot.weights[0].dot(residual.in0.mul(residual.in0));
+      squares.sum[1] += dot.weights[1].dot(residual.in1.mul(residual.in1));
       squares.count[0] += dot.has0 ? 2 : 0;
       squares.count[1] += dot.has1 ? 2 : 0;
     }

@@ -25,8 +25,19 @@ bool isSeen(BundleDot const& dot, int device) {
   return device == 0 ? dot.has0 : dot.has1;
 }
 
+/// Those of a dot's coordinates, in that of a dot of weight 1.
+cv::Vec2d variancesOf(BundleDot const& dot, int device) {
+  return {1 / dot.weights[device][0], 1 / dot.weights[device][1]};
+}
+
+/// How long a dot's residual is, in standard deviations of a dot of weight 1.
+double lengthOf(BundleDot const& dot, DotResidual const& residual, int device) {
+  cv::Vec2d const& r = ofDevice(residual, device);
+  return std::sqrt(dot.weights[device].dot(r.mul(r)));
+}
+
 /// Adds the squared length of what each dot of a view differs by from the mean around it, scaled to the
-/// variance of the dot itself.
+/// variance of a dot of weight 1.
 void addDifferences(BundleView const& view, std::vector<DotResidual> const& residuals,
                     DotNeighbours const& neighbours, int device, std::vector<double>& squares) {
   std::vector<int> dotAt(neighbours.size(), -1);
@@ -45,11 +56,14 @@ void addDifferences(BundleView const& view, std::vector<DotResidual> const& resi
     }
     auto const count = static_cast<double>(around.size());
     cv::Vec2d difference = ofDevice(residuals[i], device);
+    cv::Vec2d variance = variancesOf(view.dots[i], device);
     for (int dot : around) {
       auto const other = static_cast<std::size_t>(dotAt[static_cast<std::size_t>(dot)]);
       difference -= ofDevice(residuals[other], device) / count;
+      variance += variancesOf(view.dots[other], device) / (count * count);
     }
-    squares.push_back(view.dots[i].weight * difference.dot(difference) / (1 + 1 / count));
+    squares.push_back(difference[0] * difference[0] / variance[0] +
+                      difference[1] * difference[1] / variance[1]);
   }
 }
 
@@ -109,15 +123,14 @@ std::vector<std::vector<bool>> outliersOf(Bundle const& bundle,
     std::vector<double> lengths;
     for (std::size_t j = 0; j < dots.size(); ++j) {
       if (isSeen(dots[j], device)) {
-        lengths.push_back(std::sqrt(dots[j].weight) * cv::norm(ofDevice(residuals[i][j], device)));
+        lengths.push_back(lengthOf(dots[j], residuals[i][j], device));
       }
     }
     double const most = lengths.empty() ? 0 : limit * medianOf(lengths) / medianLength;
     isOutlier.emplace_back();
     for (std::size_t j = 0; j < dots.size(); ++j) {
       isOutlier.back().push_back(isSeen(dots[j], device) &&
-                                 std::sqrt(dots[j].weight) * cv::norm(ofDevice(residuals[i][j], device)) >
-                                     most);
+                                 lengthOf(dots[j], residuals[i][j], device) > most);
     }
   }
   return isOutlier;

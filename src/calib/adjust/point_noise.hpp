@@ -21,8 +21,8 @@ DotNeighbours neighboursOf(std::vector<cv::Point2f> const& target);
 double localNoise(Bundle const& bundle, DotNeighbours const& neighbours,
                   std::vector<std::vector<DotResidual>> const& residuals, int device);
 
-/// The indices in their views of dots whose residual is longer than `limit` standard deviations of their
-/// view, by its median, in device 0 or 1.
+/// The indices in their views of dots whose residual is longer than `limit` of its standard deviations, which
+/// are as the dots' weights have them to each other and as the view's median has them, in device 0 or 1.
 std::vector<std::vector<bool>> outliersOf(Bundle const& bundle,
                                           std::vector<std::vector<DotResidual>> const& residuals, int device,
                                           double limit);

@@ -26,9 +26,13 @@ struct AdjustmentView {
   std::vector<cv::Point2f> points0;
   /// Their pixels in camera 1 or the projector; NaN for dots without. Empty for a single camera.
   std::vector<cv::Point2f> points1;
-  /// How exact each dot's pixel in the camera is, one standard deviation; only the ratios count. Empty: all
-  /// alike.
+  /// How exact each dot's pixel in the camera is, one standard deviation; only the ratios count, among the
+  /// dots of all views where every view has them, else among those of this one. Empty: all alike.
   std::vector<float> sigmas;
+  /// The same of each dot's pixel in camera 1, along x and along y; of a projector's, what reading it adds
+  /// to the camera's error, as `find_projector_points` tells it. Anything for dots without such a pixel.
+  /// Empty: as `sigmas`.
+  std::vector<cv::Point2f> sigmas1 = {};
 };
 
 /// How `adjustCamera` and its kind adjust.

@@ -86,6 +86,9 @@ struct ViewPoints {
   /// The same with the pose taken from the other device and carried over by the transform between the two;
   /// where a calibration reckons it.
   std::vector<cv::Point2f> jointResiduals;
+  /// How exact each pixel is along x and y, one standard deviation, pixels; of a projector's, what reading it
+  /// adds to the camera's error. Empty where it is not known.
+  std::vector<cv::Point2f> sigmas;
 };
 
 /// Root of the mean squared length, pixels; 0 for no residuals.

@@ -36,4 +36,16 @@ VORN_API void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
                                     std::vector<cv::Point2f> const& imgPnts,
                                     std::vector<cv::Point2f>& projPnts, std::vector<std::uint8_t>& valid);
 
+/// The same, with how exact each point is read: one standard deviation of its column and of its row, from how
+/// the pixels around it scatter about the polynomial. An error of the camera point is not in it. Errors that
+/// neighbouring pixels share, such as a smoothed map's, make it too small, but for all points alike: as
+/// weights
+/// (`AdjustmentView::sigmas1`) it serves all the same.
+///
+/// @param sigmas (out) projector pixels, above 0 along x and y; (0, 0) where not valid
+VORN_API void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
+                                    std::vector<cv::Point2f> const& imgPnts,
+                                    std::vector<cv::Point2f>& projPnts, std::vector<cv::Point2f>& sigmas,
+                                    std::vector<std::uint8_t>& valid);
+
 } // namespace vorn::mv
