@@ -89,7 +89,7 @@ cv::Vec3b colorOf(Meaning meaning, Ground ground) {
 }
 
 cv::Vec3b seriesColor(int index, Ground ground) {
-  constexpr int count = 10;
+  constexpr int count = 12; // as many as a calibration has views, as a rule
   static std::array<cv::Vec3b, count> const onDark{{{255, 180, 90},
                                                     {80, 170, 255},
                                                     {110, 220, 110},
@@ -99,7 +99,9 @@ cv::Vec3b seriesColor(int index, Ground ground) {
                                                     {210, 190, 255},
                                                     {190, 190, 190},
                                                     {70, 230, 230},
-                                                    {230, 230, 110}}};
+                                                    {230, 230, 110},
+                                                    {255, 110, 150},
+                                                    {140, 150, 30}}};
   static std::array<cv::Vec3b, count> const onLight{{{180, 100, 20},
                                                      {10, 110, 230},
                                                      {40, 140, 40},
@@ -109,13 +111,15 @@ cv::Vec3b seriesColor(int index, Ground ground) {
                                                      {180, 90, 220},
                                                      {110, 110, 110},
                                                      {20, 150, 160},
-                                                     {170, 160, 0}}};
+                                                     {170, 160, 0},
+                                                     {210, 50, 90},
+                                                     {0, 90, 90}}};
   int const place = ((index % count) + count) % count;
   cv::Vec3b const color = (ground == Ground::Dark ? onDark : onLight)[static_cast<std::size_t>(place)];
   if (index / count % 2 == 0) {
     return color;
   }
-  // The second ten: halfway to the ground's opposite, so that they differ from the first.
+  // The second dozen: halfway to the ground's opposite, so that they differ from the first.
   constexpr double half = 0.5;
   return cv::Vec3d(color) * half + cv::Vec3d::all(ground == Ground::Dark ? 127.0 : 0.0);
 }

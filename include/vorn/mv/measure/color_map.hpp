@@ -28,7 +28,7 @@ VORN_API cv::Vec3b colorOf(ColorMap map, double share);
 /// Note: blue; found: green; dropped: red; warning: orange; reference: violet. On a light ground they are
 /// darker.
 VORN_API cv::Vec3b colorOf(Meaning meaning, Ground ground = Ground::Dark);
-/// One of twenty colours, in turn, of which the first ten are easily told apart, for the series of a plot or
+/// One of 24 colours, in turn, of which the first twelve are easily told apart, for the series of a plot or
 /// the views of a report.
 VORN_API cv::Vec3b seriesColor(int index, Ground ground = Ground::Dark);
 
