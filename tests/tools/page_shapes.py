@@ -60,7 +60,7 @@ def check_few(template, folder):
 
 def check_hidden(template, folder):
     """Of points in one line of sight a click takes the one that hides the others."""
-    points = [(0.0, 0.0, 30.0), (20.0, 10.0, 45.0), (20.0, 10.0, 15.0), (20.0, 10.0, 30.0), (40.0, 20.0, 0.0)]
+    points = [(0.0, 0.0, 30.0), (20.0, 10.0, 30.0), (40.0, 20.0, 0.0), (20.0, 10.0, 15.0), (20.0, 10.0, 45.0)]
     write_scene(template, folder / "hidden.html", [packed_cloud("dots", points)])
     with browser() as driver:
         open_page(driver, folder / "hidden.html")
