@@ -20,6 +20,12 @@ def stamp_of(status):
     return [status.st_size, status.st_mtime_ns, status.st_ctime_ns, status.st_ino]
 
 
+def is_stamp_of(stamp, status):
+    """Whether a stamp, perhaps by another machine, is that of a file: some network file systems make up inodes for each
+    machine that mounts them."""
+    return stamp[:3] == stamp_of(status)[:3]
+
+
 def relative_files(path):
     """The regular files of a folder by their paths in it, in order; "" for an input that is a file itself."""
     if not os.path.isdir(path):
@@ -78,7 +84,7 @@ def changed_since(path, entries):
         for name in names:
             status = os.stat(os.path.join(path, name) if name else path)
             entry = described[name]
-            if entry["size"] != status.st_size or (entry["stamp"] and entry["stamp"] != stamp_of(status)):
+            if entry["size"] != status.st_size or (entry["stamp"] and not is_stamp_of(entry["stamp"], status)):
                 return name or path
     except OSError as error:
         return error.filename or path

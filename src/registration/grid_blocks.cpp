@@ -99,7 +99,7 @@ SurfaceBlocks gridBlocks(PointCloud const& cloud, Progress const& progress) {
   for (int row = 0; row < rows; ++row) {
     for (int column = 0; column < columns; ++column) {
       SurfaceBlock& block = blocks[static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
-                            static_cast<std::size_t>(column)];
+                                   static_cast<std::size_t>(column)];
       block.bend = bendOf(blocks, columns, row, column);
       block.bendRadius = block.radius;
     }

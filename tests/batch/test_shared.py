@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import tempfile
 import threading
@@ -63,21 +64,27 @@ class LateRecordTest(unittest.TestCase):
 
 @unittest.skipUnless(can_share(), "no sshfs, or no mount namespaces here")
 class SharedFolderTest(BatchCase):
+    """Inputs and results are there."""
+
     def setUp(self):
         super().setUp()
         self.served = self.folder / "served"
-        self.served.mkdir()
-        self.out.mkdir()
+        (self.served / "in").mkdir(parents=True)
+        (self.folder / "in").symlink_to(self.served / "in")
+        shared = self.folder / "shared"
+        shared.mkdir()
+        self.out = shared / "out"
         connect = self.folder / "connect"
         connect.write_text(f"#!/bin/sh\nexec {SERVER}\n")
         connect.chmod(0o755)
         # The mount ends with the command that it is for.
         script = ('sshfs -f x:"$1" "$2" -o ssh_command="$0" & until mountpoint -q "$2"; do sleep 0.1; done; mount=$2; shift 2; '
                   '"$@"; status=$?; umount -l "$mount"; exit $status')
-        self.machine = ["unshare", "--mount", "sh", "-c", script, str(connect), str(self.served), str(self.out)]
+        self.machine = ["unshare", "--mount", "sh", "-c", script, str(connect), str(self.served), str(shared)]
 
     def run_elsewhere(self, port):
-        process = self.start([*self.machine, *self.command("--scheduler", f"tcp://127.0.0.1:{port}")])
+        process = self.start([*self.machine, *self.command("--scheduler", f"tcp://127.0.0.1:{port}",
+                                                              inputs="shared/in/*")])
         _, errors = process.communicate(timeout=110)
         self.assertEqual(process.returncode, 0, errors)
         self.assertNotIn("Traceback", errors)
@@ -87,14 +94,17 @@ class SharedFolderTest(BatchCase):
         self.add_inputs(6)
         port = free_port()
         self.start_scheduler(port)
-        self.start_worker(port, *self.machine)
+        worker = self.start_worker(port, *self.machine)
         errors = self.run_elsewhere(port)
         self.assertIn("no locks between machines", errors)
         self.add_input("part_03", "ok", "99")
         self.log.write_text("")
+        # The first worker's machine would see the old file for some seconds more.
+        os.killpg(worker.pid, signal.SIGKILL)
+        self.start_worker(port, *self.machine)
         self.run_elsewhere(port)
         self.assertEqual(self.starts(), {"part_03": 1})
-        self.out = self.served
+        self.out = self.served / "out"
         self.check_whole([f"part_{i:02}" for i in range(6)])
         lines = self.lines()
         self.assertEqual({line["status"] for line in lines.values()}, {"done"})
