@@ -14,6 +14,8 @@
 
 #include <vorn/mv/core/library.hpp>
 
+#include "calib/target/bright_blobs.hpp"
+#include "calib/target/bright_mask.hpp"
 #include "calib/target/dot_centre.hpp"
 #include "calib/target/dot_edge.hpp"
 #include "calib/target/target_map.hpp"
@@ -58,6 +60,69 @@ TEST(LocalMap, JacobianIsTheDerivativeOfThePosition) {
     cv::Point2d const byY =
         (map.position(at + cv::Point2d(0, step)) - map.position(at - cv::Point2d(0, step))) / (2 * step);
     EXPECT_LT(cv::norm(cv::Matx22d(byX.x, byY.x, byX.y, byY.y) - jacobian), 1e-6) << at;
+  }
+}
+
+TEST(BrightBlobs, AreWhatAFloodFromOutsideLeaves) {
+  cv::RNG random(5);
+  cv::Mat image(240, 320, CV_8U);
+  random.fill(image, cv::RNG::UNIFORM, 0, 255);
+  cv::GaussianBlur(image, image, {}, 2.5);
+  cv::Mat const ground = image < 128; // 255 there
+  cv::Mat const bright = ~ground;
+  cv::Mat labels;
+  cv::Mat figures;
+  cv::Mat centres;
+  int const count = cv::connectedComponentsWithStats(bright, labels, figures, centres, 4);
+  std::vector<BrightBlob> const blobs = findBlobs(ground, 12, 900);
+  std::size_t next = 0;
+  int holes = 0;
+  for (int label = 1; label < count; ++label) { // by first rows too
+    int const pixels = figures.at<int>(label, cv::CC_STAT_AREA);
+    cv::Rect const box(figures.at<int>(label, cv::CC_STAT_LEFT), figures.at<int>(label, cv::CC_STAT_TOP),
+                       figures.at<int>(label, cv::CC_STAT_WIDTH), figures.at<int>(label, cv::CC_STAT_HEIGHT));
+    if (box.x == 0 || box.y == 0 || box.br().x == image.cols || box.br().y == image.rows || pixels < 12 ||
+        pixels > 900) {
+      continue;
+    }
+    cv::Mat around = labels != label;
+    cv::floodFill(around, {0, 0}, 128, nullptr, {}, {}, 8); // from outside: all but the blob and its holes
+    cv::Moments const m = cv::moments(around != 128, true);
+    holes += m.m00 > pixels ? 1 : 0;
+    ASSERT_LT(next, blobs.size());
+    BrightBlob const& blob = blobs[next++];
+    EXPECT_EQ(blob.box, box);
+    EXPECT_EQ(blob.area, m.m00);
+    EXPECT_LT(cv::norm(blob.centre - cv::Point2d(m.m10 / m.m00, m.m01 / m.m00)), 1e-9);
+    EXPECT_NEAR(blob.xx - 1.0 / 12, m.mu20 / m.m00, 1e-6);
+    EXPECT_NEAR(blob.xy, m.mu11 / m.m00, 1e-6);
+    EXPECT_NEAR(blob.yy - 1.0 / 12, m.mu02 / m.m00, 1e-6);
+  }
+  EXPECT_EQ(next, blobs.size());
+  EXPECT_GT(blobs.size(), 50U);
+  EXPECT_GT(holes, 2);
+}
+
+TEST(BrightMask, IsWhatStandsOutFromAGaussian) {
+  cv::RNG random(8);
+  for (cv::Size const& size : {cv::Size(163, 98), cv::Size(40, 41)}) {
+    cv::Mat image(size, CV_8U);
+    random.fill(image, cv::RNG::UNIFORM, 0, 255);
+    cv::GaussianBlur(image, image, {}, 3);
+    cv::normalize(image, image, 20, 235, cv::NORM_MINMAX);
+    cv::Mat smooth;
+    image.convertTo(smooth, CV_32F);
+    cv::GaussianBlur(smooth, smooth, {}, 7, 7, cv::BORDER_REPLICATE);
+    cv::Mat const ground = groundOf(image, 7, 3, {});
+    constexpr int margin = 8; // where what lies beyond the image matters, and no dot is whole
+    for (int y = margin; y < size.height - margin; ++y) {
+      for (int x = margin; x < size.width - margin; ++x) {
+        double const excess = image.at<std::uint8_t>(y, x) - static_cast<double>(smooth.at<float>(y, x));
+        if (std::abs(excess - 3.5) > 2) { // a Gaussian drawn out from a quarter is off by little
+          ASSERT_EQ(ground.at<std::uint8_t>(y, x), excess > 3.5 ? 0 : 255) << x << ", " << y;
+        }
+      }
+    }
   }
 }
 

@@ -5,6 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <optional>
+
+#include "calib/target/bright_blobs.hpp"
+#include "calib/target/bright_mask.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -24,19 +28,13 @@ constexpr double leastReducedHalfAxis = 1.5;
 constexpr double surroundingsSigma = 7.0;
 
 /// Grey levels by which a dot exceeds the average of its surroundings.
-constexpr double minExcess = 3.0;
+constexpr int minExcess = 3;
 
 /// An ellipse covers its moments' ellipse exactly; less than this share is a ragged or hollow shape.
 constexpr double minEllipseShare = 0.8;
 
 double diameterOfArea(double area) {
   return 2.0 * std::sqrt(area / CV_PI);
-}
-
-/// The block size for which OpenCV derives the given sigma.
-int blockSize(double sigma) {
-  int const half = cvRound((sigma - 0.8) / 0.3 + 1.0);
-  return 2 * half + 1;
 }
 
 void smooth(ReducedImage& level, TargetSettings const& settings) {
@@ -50,27 +48,8 @@ void smooth(ReducedImage& level, TargetSettings const& settings) {
   }
 }
 
-/// 255 where the image is no brighter than its surroundings. Band by band, each with the rows beside it that
-/// its averages need: the same as at once, without two images of floats.
-cv::Mat groundOf(cv::Mat const& image, Progress const& progress) {
-  int const block = blockSize(surroundingsSigma);
-  constexpr int bandRows = 256;
-  cv::Mat ground(image.size(), CV_8U);
-  cv::Mat band;
-  for (int first = 0; first < image.rows; first += bandRows) {
-    progress.at(stage, static_cast<double>(first) / image.rows);
-    int const end = std::min(first + bandRows, image.rows);
-    int const top = std::max(0, first - block / 2);
-    int const bottom = std::min(image.rows, end + block / 2);
-    cv::adaptiveThreshold(image.rowRange(top, bottom), band, 255, cv::ADAPTIVE_THRESH_GAUSSIAN_C,
-                          cv::THRESH_BINARY_INV, block, -minExcess);
-    band.rowRange(first - top, end - top).copyTo(ground.rowRange(first, end));
-  }
-  return ground;
-}
-
 cv::Mat binarise(ReducedImage const& level, TargetSettings const& settings, Progress const& progress) {
-  cv::Mat ground = groundOf(level.image, progress);
+  cv::Mat ground = groundOf(level.image, surroundingsSigma, minExcess, progress);
   if (settings.morphRadius > 0) {
     progress.at(stage, 1.0);
     int const radius = std::max(1, cvRound(static_cast<double>(settings.morphRadius) / level.factor));
@@ -96,45 +75,29 @@ bool isBrighterThanAround(cv::Mat const& image, cv::Rect const& box) {
   return meanOf(image, core) > meanOf(image, around) + 1.0;
 }
 
-/// The blob inside a contour that runs through the ground pixels around it, in reduced pixels.
-bool describe(std::vector<cv::Point> const& contour, TargetSettings const& settings, DotCandidate& blob) {
-  cv::Moments const m = cv::moments(contour);
-  if (m.m00 <= 0) {
-    return false;
-  }
-  double const xx = m.mu20 / m.m00;
-  double const xy = m.mu11 / m.m00;
-  double const yy = m.mu02 / m.m00;
-  double const middle = 0.5 * (xx + yy);
-  double const spread = std::hypot(0.5 * (xx - yy), xy);
+/// A blob as a candidate, in reduced pixels; nothing where it has not the shape of a dot.
+std::optional<DotCandidate> describe(BrightBlob const& blob, TargetSettings const& settings) {
+  double const middle = 0.5 * (blob.xx + blob.yy);
+  double const spread = std::hypot(0.5 * (blob.xx - blob.yy), blob.xy);
   if (middle - spread <= 0) {
-    return false;
+    return std::nullopt;
   }
-  double const outerLong = 2.0 * std::sqrt(middle + spread);
-  double const outerShort = 2.0 * std::sqrt(middle - spread);
-  if (m.m00 < minEllipseShare * CV_PI * outerLong * outerShort) {
-    return false;
+  double const longAxis = 2.0 * std::sqrt(middle + spread);
+  double const shortAxis = 2.0 * std::sqrt(middle - spread);
+  if (blob.area < minEllipseShare * CV_PI * longAxis * shortAxis || shortAxis < leastReducedHalfAxis ||
+      shortAxis < settings.minDotRatio * longAxis) {
+    return std::nullopt;
   }
-  // The contour runs half a pixel outside the blob's edge.
-  double const longAxis = outerLong - 0.5;
-  double const shortAxis = outerShort - 0.5;
-  if (shortAxis < leastReducedHalfAxis || shortAxis < settings.minDotRatio * longAxis) {
-    return false;
-  }
-  double const angle = 0.5 * std::atan2(2.0 * xy, xx - yy);
+  double const angle = 0.5 * std::atan2(2.0 * blob.xy, blob.xx - blob.yy);
   double const c = std::cos(angle);
   double const s = std::sin(angle);
   cv::Matx22d const axes(c, -s, s, c);
-  blob.centre = {m.m10 / m.m00, m.m01 / m.m00};
-  blob.area = CV_PI * longAxis * shortAxis;
-  blob.outline = axes * cv::Matx22d(longAxis, 0, 0, shortAxis) * axes.t();
-  blob.whitening = axes * cv::Matx22d(1.0 / longAxis, 0, 0, 1.0 / shortAxis) * axes.t();
-  return true;
-}
-
-/// Contours run the other way round holes than round what has them.
-bool surroundsHole(std::vector<cv::Point> const& contour) {
-  return cv::contourArea(contour, true) > 0;
+  DotCandidate candidate;
+  candidate.centre = blob.centre;
+  candidate.area = CV_PI * longAxis * shortAxis;
+  candidate.outline = axes * cv::Matx22d(longAxis, 0, 0, shortAxis) * axes.t();
+  candidate.whitening = axes * cv::Matx22d(1.0 / longAxis, 0, 0, 1.0 / shortAxis) * axes.t();
+  return candidate;
 }
 
 } // namespace
@@ -176,35 +139,30 @@ std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings con
   progress.at(stage, 0.0);
   cv::Mat const ground = binarise(level, settings, progress.part(0.0, 0.5));
   progress.at(stage, 0.5);
-  std::vector<std::vector<cv::Point>> contours;
-  // Not which contour lies in which: to find that for the holes of noise takes time with their square.
-  cv::findContours(ground, contours, cv::RETR_LIST, cv::CHAIN_APPROX_NONE);
-
   double const pixelArea = static_cast<double>(level.factor) * level.factor;
   double const minArea = settings.minDotArea / areaSlack / pixelArea;
   double const maxArea = settings.maxDotArea * areaSlack * settings.maxAreaMultiplier / pixelArea;
-  // An ellipse of axis ratio q has a perimeter below 4 long axes, and long axis² = area / (pi q).
-  double const maxLength = 4.0 * std::sqrt(maxArea / (CV_PI * settings.minDotRatio)) + 16.0;
+  // Of its pixels an ellipse's area is short of that of its moments by a few per cent.
+  constexpr double slack = 1.5;
+  std::vector<BrightBlob> const blobs = findBlobs(ground, minArea / slack, maxArea * slack);
+  progress.at(stage, 0.8);
   std::vector<DotCandidate> candidates;
-  for (std::size_t i = 0; i < contours.size(); ++i) {
-    constexpr std::size_t contoursBetweenAskings = 4096;
-    if (i % contoursBetweenAskings == 0) {
-      double const share = static_cast<double>(i) / static_cast<double>(contours.size());
-      progress.at(stage, 0.6 + 0.4 * share);
+  for (std::size_t i = 0; i < blobs.size(); ++i) {
+    constexpr std::size_t blobsBetweenAskings = 4096;
+    if (i % blobsBetweenAskings == 0) {
+      progress.at(stage, 0.8 + 0.2 * static_cast<double>(i) / static_cast<double>(blobs.size()));
     }
-    if (static_cast<double>(contours[i].size()) > maxLength || !surroundsHole(contours[i])) {
+    auto candidate = describe(blobs[i], settings);
+    cv::Rect const box = blobs[i].box + cv::Size(2, 2) - cv::Point(1, 1); // with the ground beside it
+    if (!candidate || candidate->area < minArea || candidate->area > maxArea ||
+        !isBrighterThanAround(level.image, box)) {
       continue;
     }
-    DotCandidate blob;
-    if (!describe(contours[i], settings, blob) || blob.area < minArea || blob.area > maxArea ||
-        !isBrighterThanAround(level.image, cv::boundingRect(contours[i]))) {
-      continue;
-    }
-    blob.centre = level.toFull(blob.centre);
-    blob.area *= pixelArea;
-    blob.outline *= level.factor;
-    blob.whitening *= 1.0 / level.factor;
-    candidates.push_back(blob);
+    candidate->centre = level.toFull(candidate->centre);
+    candidate->area *= pixelArea;
+    candidate->outline *= level.factor;
+    candidate->whitening *= 1.0 / level.factor;
+    candidates.push_back(*candidate);
   }
   return candidates;
 }

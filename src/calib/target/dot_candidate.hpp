@@ -51,7 +51,7 @@ ReducedImage reduce(cv::Mat const& image, int factor);
 std::vector<int> searchFactors(cv::Size const& size, TargetSettings const& settings);
 
 /// Bright blobs of the shape and size of dots: smooths `level.image` in place, binarises it against its
-/// surroundings, cleans it up and follows the contours.
+/// surroundings, cleans it up and joins what is left.
 /// @throws Cancelled when the observer stops it
 std::vector<DotCandidate> findCandidates(ReducedImage& level, TargetSettings const& settings,
                                          Progress const& progress);

@@ -13,6 +13,7 @@
 #include "calib/target/dot_growth.hpp"
 #include "calib/target/dot_origin.hpp"
 #include "calib/target/point_buckets.hpp"
+#include "core/median.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -129,6 +130,36 @@ void keepAllowedIndices(DotGrid& grid, TargetSettings const& settings) {
   grid.dots.erase(std::remove_if(grid.dots.begin(), grid.dots.end(), isOutside), grid.dots.end());
 }
 
+/// The candidates with crosses in the order in which to start grids from them: first those whose cross is no
+/// longer, in their own scale, than most are. A dot at the rim of staggered rows may have a cross with
+/// something beside the target that passes over its next neighbours, and would grow a grid of every other
+/// dot.
+std::vector<std::size_t> seedOrder(std::vector<DotCandidate> const& candidates,
+                                   std::vector<std::optional<GridCross>> const& crosses) {
+  constexpr double mostLengthRatio = 1.2; // of lengths; passing over neighbours makes them 1.4 times as long
+  std::vector<std::size_t> seeds;
+  std::vector<double> lengths;
+  for (std::size_t i = 0; i < candidates.size(); ++i) {
+    if (crosses[i]) {
+      auto const length = [&](cv::Point2d const& step) {
+        return cv::norm(candidates[i].whitening * cv::Vec2d(step.x, step.y));
+      };
+      seeds.push_back(i);
+      lengths.push_back(length(crosses[i]->first) + length(crosses[i]->second));
+    }
+  }
+  double const longest = mostLengthRatio * medianOf(lengths);
+  std::vector<std::size_t> order;
+  for (bool const isLong : {false, true}) {
+    for (std::size_t i = 0; i < seeds.size(); ++i) {
+      if ((lengths[i] > longest) == isLong) {
+        order.push_back(seeds[i]);
+      }
+    }
+  }
+  return order;
+}
+
 } // namespace
 
 DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candidates,
@@ -143,12 +174,13 @@ DotGrid assignGrid(cv::Mat const& image, std::vector<DotCandidate> const& candid
   PointBuckets const buckets(centres, 2.0 * meanSize);
   Growth growth(candidates, crosses, buckets);
   DotGrid best;
-  for (std::size_t i = 0; i < candidates.size(); ++i) {
-    if (!growth.canStart(i)) {
+  std::vector<std::size_t> const seeds = seedOrder(candidates, crosses);
+  for (std::size_t i = 0; i < seeds.size(); ++i) {
+    if (!growth.canStart(seeds[i])) {
       continue;
     }
-    progress.at("detecting targets", static_cast<double>(i) / static_cast<double>(candidates.size()));
-    RawGrid const raw(candidates, growth.run(static_cast<int>(i)));
+    progress.at("detecting targets", static_cast<double>(i) / static_cast<double>(seeds.size()));
+    RawGrid const raw(candidates, growth.run(static_cast<int>(seeds[i])));
     if (raw.dots().size() < leastGridSize) {
       continue;
     }

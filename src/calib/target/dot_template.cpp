@@ -81,6 +81,46 @@ private:
   cv::Mat image_;
 };
 
+/// The correlation of a drawn dot, given by its departure from its mean, with a part of a patch.
+double correlation(cv::Mat const& part, cv::Mat const& drawn) {
+  double sum = 0;
+  double squares = 0;
+  double products = 0;
+  double drawnSquares = 0;
+  for (int y = 0; y < drawn.rows; ++y) {
+    auto const* seen = part.ptr<float>(y);
+    auto const* expected = drawn.ptr<float>(y);
+    for (int x = 0; x < drawn.cols; ++x) {
+      auto const g = static_cast<double>(seen[x]);
+      auto const e = static_cast<double>(expected[x]);
+      sum += g;
+      squares += g * g;
+      products += g * e;
+      drawnSquares += e * e;
+    }
+  }
+  double const spread = squares - sum * sum / static_cast<double>(drawn.total());
+  return spread > 0 ? products / std::sqrt(spread * drawnSquares) : 0.0;
+}
+
+/// Whether a drawn dot correlates well with a patch, in its middle or up to `play` beside that.
+bool correlates(cv::Mat const& patch, cv::Mat const& drawn, int play) {
+  auto const at = [&](int x, int y) {
+    return correlation(patch(cv::Rect(cv::Point(x, y), drawn.size())), drawn) >= leastCorrelation;
+  };
+  if (at(play, play)) {
+    return true;
+  }
+  for (int y = 0; y <= 2 * play; ++y) {
+    for (int x = 0; x <= 2 * play; ++x) {
+      if ((x != play || y != play) && at(x, y)) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 /// Where a quadratic surface through the response around (x, y) peaks, relative to there; zero if it does
 /// not.
 cv::Point2d quadraticPeak(cv::Mat const& response, cv::Point const& at) {
@@ -125,30 +165,26 @@ std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandida
     }
   }
   std::vector<char> resembles(candidates.size(), 1);
-  cv::Mat const drawn = drawTemplate(radius, half, 1.5);
-  cv::Mat response;
-  // In noise nearly all candidates are part of something: their patches together would outweigh the image.
-  constexpr std::size_t patchesAtOnce = 1024;
-  for (std::size_t first = 0; first < judged.size(); first += patchesAtOnce) {
-    progress.at("detecting targets", static_cast<double>(first) / static_cast<double>(judged.size()));
-    std::size_t const count = std::min(patchesAtOnce, judged.size() - first);
-    Atlas atlas(count, half + play);
-    for (std::size_t patch = 0; patch < count; ++patch) {
-      DotCandidate const& candidate = candidates[judged[first + patch]];
-      cv::Point2d const centre = level.fromFull(candidate.centre);
-      cv::Matx22d const scale = candidate.outline * (1.0 / (radius * level.factor));
-      atlas.fill(patch, [&](cv::Point2d const& offset) {
-        cv::Vec2d const step = scale * cv::Vec2d(offset.x, offset.y);
-        return sample(level.image, {centre.x + step[0], centre.y + step[1]});
-      });
+  cv::Mat drawn;
+  drawTemplate(radius, half, 1.5).convertTo(drawn, CV_32F);
+  drawn -= cv::mean(drawn);
+  cv::Mat patch(2 * (half + play) + 1, 2 * (half + play) + 1, CV_32F);
+  constexpr std::size_t candidatesBetweenAskings = 1024;
+  for (std::size_t i = 0; i < judged.size(); ++i) {
+    if (i % candidatesBetweenAskings == 0) {
+      progress.at("detecting targets", static_cast<double>(i) / static_cast<double>(judged.size()));
     }
-    cv::matchTemplate(atlas.image(), drawn, response, cv::TM_CCOEFF_NORMED);
-    for (std::size_t patch = 0; patch < count; ++patch) {
-      cv::Rect const around(atlas.corner(patch), cv::Size(2 * play + 1, 2 * play + 1));
-      double best = 0;
-      cv::minMaxLoc(response(around), nullptr, &best);
-      resembles[judged[first + patch]] = best >= leastCorrelation;
+    DotCandidate const& candidate = candidates[judged[i]];
+    cv::Point2d const centre = level.fromFull(candidate.centre);
+    cv::Matx22d const scale = candidate.outline * (1.0 / (radius * level.factor));
+    for (int y = 0; y < patch.rows; ++y) {
+      for (int x = 0; x < patch.cols; ++x) {
+        cv::Vec2d const step = scale * cv::Vec2d(x - half - play, y - half - play);
+        patch.at<float>(y, x) =
+            static_cast<float>(sample(level.image, {centre.x + step[0], centre.y + step[1]}));
+      }
     }
+    resembles[judged[i]] = correlates(patch, drawn, play);
   }
   return resembles;
 }
