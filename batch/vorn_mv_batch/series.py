@@ -63,7 +63,8 @@ def judge(values):
     # Rounding alone must not make an outlier.
     scale = max(scale, 1e-9 * max(abs(value) for value in values))
     scores = [distance / scale if scale > 0 else 0.0 for distance in distances]
-    return Judgement(centre, sigma, scores, drift_of(values))
+    ordinary = [value for value, score in zip(values, scores) if abs(score) <= OUTLIER_SIGMAS]
+    return Judgement(centre, sigma, scores, drift_of(ordinary))
 
 
 def scale_of(sizes, share):

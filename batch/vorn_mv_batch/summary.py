@@ -176,7 +176,8 @@ class Summary:
             more = f", and {len(group) - MOST_NAMES} more" if len(group) > MOST_NAMES else ""
             rows.append(f"<tr><td class='count'>{len(group)}</td><td><code>{escaped(group[0][1])}</code>"
                         f"<div class='names'>{links}{more}</div></td></tr>")
-        return f'<section><h2>Failures by cause</h2><table>{"".join(rows)}</table></section>'
+        return (f'<section><h2>Failures by cause</h2><table aria-label="Failures by cause">{"".join(rows)}</table>'
+                '</section>')
 
     def failure_link(self, name):
         if os.path.isdir(self.store.failure(name)):

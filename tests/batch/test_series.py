@@ -48,6 +48,14 @@ class SeriesTest(unittest.TestCase):
         self.assertEqual([round(value, 6) for value in course([2.0 * i for i in range(30)])],
                          [2.0 * i for i in range(30)])
 
+    def test_faulty_parts_hide_no_drift_of_a_short_series(self):
+        values = noisy(14, 0.03, 1.5)
+        values[4], values[9] = 8.6, 0.6
+        judgement = judge(values)
+        self.assertEqual(judgement.outliers(), [4, 9])
+        # From the middle of the first three ordinary values to that of the last three.
+        self.assertAlmostEqual(judgement.drift, 1.5 * 11 / 13, delta=0.1)
+
     def test_one_count_among_equal_ones_stands_out(self):
         values = [0.0] * 40
         values[11] = 7.0
