@@ -104,7 +104,10 @@ cv::Mat render(TargetPhoto const& photo) {
   if (photo.blur > 0) {
     cv::GaussianBlur(light, light, {}, photo.blur);
   }
-  cv::Mat image(size, CV_8U);
+  bool const isDeep = photo.bits > 8;
+  double const steps = std::exp2(photo.bits - 8); // in a grey level
+  double const most = std::exp2(photo.bits) - 1;
+  cv::Mat image(size, isDeep ? CV_16U : CV_8U);
   for (int y = 0; y < size.height; ++y) {
     auto const* row = light.ptr<float>(y);
     for (int x = 0; x < size.width; ++x) {
@@ -116,7 +119,11 @@ cv::Mat render(TargetPhoto const& photo) {
                                     static_cast<std::uint64_t>(x);
         grey += photo.noise * gaussian(scramble(photo.seed) ^ pixel);
       }
-      image.at<std::uint8_t>(y, x) = cv::saturate_cast<std::uint8_t>(grey);
+      if (isDeep) {
+        image.at<std::uint16_t>(y, x) = cv::saturate_cast<std::uint16_t>(std::min(steps * grey, most));
+      } else {
+        image.at<std::uint8_t>(y, x) = cv::saturate_cast<std::uint8_t>(grey);
+      }
     }
   }
   return image;

@@ -36,9 +36,12 @@ struct TargetPhoto {
   double blur = 0.6;
   double noise = 0;
   std::uint64_t seed = 1;
+  /// Of the image, 8 to 16; each beyond the eighth halves the step that grey levels are rounded to.
+  int bits = 8;
 };
 
-/// The photograph, CV_8UC1. Edges of dots are drawn by the exact share of each pixel that they cover.
+/// The photograph, CV_8UC1, or CV_16UC1 where it has more bits. Edges of dots are drawn by the exact share of
+/// each pixel that they cover.
 cv::Mat render(TargetPhoto const& photo);
 
 /// The dots that lie wholly in the picture and under no overlay, with the images of their centres; `margin`

@@ -77,7 +77,7 @@ double largestTurn(CameraCalibData const& data) {
 int findByDetector(ViewPoints& points, cv::Mat const& image, std::string const& label,
                    CalibPatternDetector const& detector, Observer* observer) {
   // The detector itself takes 8 bits alone.
-  cv::Mat const bytes = image.depth() == CV_8U ? image : greyImage(image, "calibrate");
+  cv::Mat const bytes = image.depth() == CV_8U ? image : greyImage(image, "calibrate").bytes;
   CalibPatternDetector::Result const found = detector.detect(bytes, observer);
   if (found.isEmpty()) {
     throw calibrationFailure("no target found in the " + label +

@@ -71,9 +71,7 @@ public:
 
   std::vector<Run> const& list() const { return runs_; }
 
-  void add(int row, int from, int to) {
-    runs_.push_back({row, from, to, static_cast<int>(runs_.size()), 0});
-  }
+  void add(int row, int from, int to) { runs_.push_back({row, from, to, static_cast<int>(runs_.size()), 0}); }
 
   /// Joins what was added since the last call to what was added before that.
   void endRow() {

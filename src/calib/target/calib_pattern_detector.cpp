@@ -82,7 +82,7 @@ CalibPatternDetector::Result CalibPatternDetector::detect(cv::Mat const& image, 
   if (grey.empty()) {
     return result;
   }
-  TargetView const view = findTarget(grey, settings, nullptr, Progress(observer));
+  TargetView const view = findTarget({grey, {}}, settings, nullptr, Progress(observer));
   for (TargetDot const& dot : view.dots) {
     result.addKeyPoint({cv::Point2f(dot.centre), cv::Point2f(dot.index) * pitch});
   }

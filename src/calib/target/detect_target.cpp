@@ -110,7 +110,7 @@ void place(Detection& detection, cv::Mat const& image, TargetView const& view,
 }
 
 /// What is found of a target of bright dots.
-Detection detectDots(cv::Mat const& image, TargetDescription const& target, DetectSettings const& settings,
+Detection detectDots(GreyImage const& image, TargetDescription const& target, DetectSettings const& settings,
                      Progress const& progress) {
   SearchReport report;
   int const least = leastKeyPoints(target, settings);
@@ -129,7 +129,7 @@ Detection detectDots(cv::Mat const& image, TargetDescription const& target, Dete
     detection.readings = 1;
     addPoints(detection, target, std::move(view.dots));
   } else if (target.size != cv::Size()) {
-    place(detection, image, view, target);
+    place(detection, image.bytes, view, target);
   } else if (target.kind == TargetKind::Circles) {
     detection.isOriginMarked = view.isOriginMarked;
     detection.readings = view.isOriginMarked ? 1 : 0;
@@ -211,12 +211,12 @@ Detection detectTarget(cv::Mat const& image, TargetDescription const& target, De
           "detectTarget");
   Progress const progress(observer);
   progress.at("detecting targets", 0.0);
-  cv::Mat const grey = greyImage(image, "detectTarget");
+  GreyImage const grey = greyImage(image, "detectTarget");
   if (target.kind == TargetKind::Chessboard) {
-    return detectChessboard(grey, target);
+    return detectChessboard(grey.bytes, target);
   }
   if (target.kind == TargetKind::Charuco) {
-    return finder->detect(grey, target, settings);
+    return finder->detect(grey.bytes, target, settings);
   }
   Detection best;
   bool isFirst = true;
@@ -224,7 +224,7 @@ Detection detectTarget(cv::Mat const& image, TargetDescription const& target, De
     if (target.polarity != TargetPolarity::Either && target.polarity != polarity) {
       continue;
     }
-    Detection detection = detectDots(polarity == TargetPolarity::Bright ? grey : cv::Mat(255 - grey), target,
+    Detection detection = detectDots(polarity == TargetPolarity::Bright ? grey : grey.inverted(), target,
                                      settings, isFirst ? progress.part(0.0, 0.5) : progress.part(0.5, 1.0));
     if (isFirst || tellsMore(detection, best)) {
       best = std::move(detection);

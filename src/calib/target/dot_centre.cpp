@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <utility>
 #include <vector>
+
+#include "calib/target/grey_pixels.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -27,8 +28,9 @@ struct WeightSums {
 };
 
 /// One row of a dot: pixels inside `inner` count in full, those outside `outer` not at all.
-WeightSums sumRow(std::uint8_t const* pixels, std::pair<int, int> const& inner,
-                  std::pair<int, int> const& outer, DotLevels const& levels, double y, int originX) {
+template <class Pixel>
+WeightSums sumRow(Pixel const* pixels, std::pair<int, int> const& inner, std::pair<int, int> const& outer,
+                  DotLevels const& levels, double y, int originX) {
   WeightSums sums;
   double const ground = levels.ground.value + levels.ground.slopeY * y;
   double const contrast = levels.contrast.value + levels.contrast.slopeY * y;
@@ -60,8 +62,10 @@ WeightSums sumDot(cv::Mat const& image, EllipseRows const& inner, EllipseRows co
                   DotLevels const& levels) {
   WeightSums sums;
   for (int row = outer.top(); row < outer.bottom(); ++row) {
-    WeightSums const added = sumRow(image.ptr<std::uint8_t>(row), inner.columns(row), outer.columns(row),
-                                    levels, row - levels.origin.y, levels.origin.x);
+    WeightSums const added = withRow(image, row, [&](auto const* pixels) {
+      return sumRow(pixels, inner.columns(row), outer.columns(row), levels, row - levels.origin.y,
+                    levels.origin.x);
+    });
     sums.weight += added.weight;
     sums.x += added.x;
     sums.y += added.y;

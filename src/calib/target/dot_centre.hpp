@@ -35,7 +35,7 @@ struct DotMeasurement {
 /// every pixel of a band along the outline counts by where it lies between the two. Pixels inside the band
 /// count in full and those outside not at all, so that their noise does not enter.
 ///
-/// @param image H x W CV_8UC1
+/// @param image H x W CV_8UC1 or CV_32FC1
 /// @param halfWidth of the band, pixels; less is used where the dot or its surroundings leave less room
 /// @return nothing where there is no whole dot: cut by the image border, by the edge of the light or by
 /// something

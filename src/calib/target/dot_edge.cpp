@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <opencv2/core.hpp>
 #include <utility>
 
 #include "calib/target/dot_outline.hpp"
+#include "calib/target/grey_pixels.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -95,7 +95,12 @@ public:
 
 private:
   void addRun(int row, int from, int to, cv::Point2d const& centre, Ellipse const& outline, double blur) {
-    std::uint8_t const* pixels = image_.ptr<std::uint8_t>(row);
+    withRow(image_, row, [&](auto const* pixels) { addRun(pixels, row, from, to, centre, outline, blur); });
+  }
+
+  template <class Pixel>
+  void addRun(Pixel const* pixels, int row, int from, int to, cv::Point2d const& centre,
+              Ellipse const& outline, double blur) {
     EdgeProfile const& profile = EdgeProfile::instance();
     double const l = 1.0 / (outline.longAxis * outline.longAxis);
     double const s = 1.0 / (outline.shortAxis * outline.shortAxis);

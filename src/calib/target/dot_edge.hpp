@@ -18,7 +18,7 @@ namespace vorn::mv {
 /// much it knows about the centre: at the noise of a camera the result scatters half as much as a centre of
 /// area.
 ///
-/// @param image   H x W CV_8UC1
+/// @param image   H x W CV_8UC1 or CV_32FC1
 /// @param outline takes the unit circle to the dot's outline about its centre, pixels; its size may be off
 /// @param blur    standard deviation of the edge's blur, pixels
 /// @return nothing where the fit leaves the measured centre by more than the edge is wide

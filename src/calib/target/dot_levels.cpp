@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "calib/target/grey_pixels.hpp"
 #include "core/median.hpp"
 
 namespace vorn::mv {
@@ -15,6 +17,29 @@ namespace {
 
 /// Least contrast of a dot, grey levels.
 constexpr double leastContrast = 3.0;
+
+/// Sums of a row's grey levels, of these times the pixels' places from the first one, and of their squares.
+struct RowSums {
+  double grey = 0;
+  double greyX = 0;
+  double greySquared = 0;
+};
+
+template <class Pixel>
+RowSums sumRow(Pixel const* pixels, int from, int to) {
+  // 32 bits hold the sums of 8-bit rows up to 5000 pixels long.
+  using Sum = std::conditional_t<std::is_same_v<Pixel, std::uint8_t>, std::uint32_t, double>;
+  Sum grey = 0;
+  Sum greyX = 0;
+  Sum greySquared = 0;
+  for (int x = from; x < to; ++x) {
+    Sum const value = pixels[x];
+    grey += value;
+    greyX += value * static_cast<Sum>(x - from);
+    greySquared += value * value;
+  }
+  return {static_cast<double>(grey), static_cast<double>(greyX), static_cast<double>(greySquared)};
+}
 
 /// Sums of pixel positions, counted from an origin, and grey levels, for a plane through them.
 class PlaneSums {
@@ -25,24 +50,14 @@ public:
     if (to <= from) {
       return;
     }
-    std::uint8_t const* pixels = image.ptr<std::uint8_t>(row);
-    // 32 bits hold the sums of rows up to 5000 pixels long.
-    std::uint32_t grey = 0;
-    std::uint32_t greyX = 0;
-    std::uint32_t greySquared = 0;
-    for (int x = from; x < to; ++x) {
-      std::uint32_t const value = pixels[x];
-      grey += value;
-      greyX += value * static_cast<std::uint32_t>(x - from);
-      greySquared += value * value;
-    }
+    RowSums const sums = withRow(image, row, [&](auto const* pixels) { return sumRow(pixels, from, to); });
     auto const y = static_cast<double>(row - origin_.y);
     auto const start = static_cast<double>(from - origin_.x);
     auto const count = static_cast<double>(to - from);
     double const sumX = count * start + 0.5 * count * (count - 1);
     double const sumXX =
         count * start * start + start * count * (count - 1) + (count - 1) * count * (2 * count - 1) / 6;
-    auto const sum = static_cast<double>(grey);
+    double const sum = sums.grey;
     n += count;
     x_ += sumX;
     y_ += count * y;
@@ -50,9 +65,9 @@ public:
     xy_ += sumX * y;
     yy_ += count * y * y;
     g_ += sum;
-    gx_ += static_cast<double>(greyX) + start * sum;
+    gx_ += sums.greyX + start * sum;
     gy_ += sum * y;
-    gg_ += static_cast<double>(greySquared);
+    gg_ += sums.greySquared;
   }
 
   void addPixel(cv::Point const& p, double grey) {
@@ -144,9 +159,11 @@ private:
 GreyPlane robustPlane(cv::Mat const& image, GroundRing const& ring, cv::Point const& origin) {
   std::vector<std::pair<cv::Point, double>> pixels;
   ring.forEachRun([&](int y, int from, int to) {
-    for (int x = from; x < to; ++x) {
-      pixels.emplace_back(cv::Point(x, y), image.at<std::uint8_t>(y, x));
-    }
+    withRow(image, y, [&](auto const* row) {
+      for (int x = from; x < to; ++x) {
+        pixels.emplace_back(cv::Point(x, y), row[x]);
+      }
+    });
   });
   std::vector<double> deviations(pixels.size());
   std::transform(pixels.begin(), pixels.end(), deviations.begin(), [](auto const& p) { return p.second; });
@@ -187,14 +204,18 @@ PlaneSums sumCore(cv::Mat const& image, EllipseRows const& inner, cv::Point cons
   return core;
 }
 
+double sumOfTwo(cv::Mat const& image, int y, int x) {
+  return withRow(image, y, [x](auto const* row) {
+    return static_cast<double>(row[x]) + static_cast<double>(row[x + 1]);
+  });
+}
+
 } // namespace
 
 double greyAround(cv::Mat const& image, cv::Point2d const& p) {
   int const x = std::clamp(static_cast<int>(std::floor(p.x)), 0, image.cols - 2);
   int const y = std::clamp(static_cast<int>(std::floor(p.y)), 0, image.rows - 2);
-  std::uint8_t const* upper = image.ptr<std::uint8_t>(y) + x;
-  std::uint8_t const* lower = image.ptr<std::uint8_t>(y + 1) + x;
-  return 0.25 * (upper[0] + upper[1] + lower[0] + lower[1]);
+  return 0.25 * (sumOfTwo(image, y, x) + sumOfTwo(image, y + 1, x));
 }
 
 std::optional<DotLevels> measureLevels(cv::Mat const& image, cv::Point2d const& centre,

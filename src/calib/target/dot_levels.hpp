@@ -40,7 +40,7 @@ struct DotLevels {
 
 /// Mean of the four pixels around a position; outside the image that of the nearest ones.
 ///
-/// @param image H x W CV_8UC1, at least 2 x 2
+/// @param image H x W CV_8UC1 or CV_32FC1, at least 2 x 2
 double greyAround(cv::Mat const& image, cv::Point2d const& p);
 
 /// Fits the planes of dot and ground, each from the pixels that are surely its own.

@@ -4,11 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <limits>
 #include <opencv2/core.hpp>
+#include <utility>
 
 #include "calib/target/dot_levels.hpp"
+#include "calib/target/grey_pixels.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -30,14 +31,17 @@ void forEachBetween(cv::Mat const& image, cv::Point2d const& centre, Ellipse con
   EllipseRows const inner(centre, inside);
   EllipseRows const outer(centre, outside);
   for (int row = std::max(outer.top(), 0); row < std::min(outer.bottom(), image.rows); ++row) {
-    std::uint8_t const* pixels = image.ptr<std::uint8_t>(row);
     auto const [left, right] = outer.columns(row);
-    auto const [holeLeft, holeRight] = inner.columns(row);
-    for (int column = std::max(left, 0); column < std::min(right, image.cols); ++column) {
-      if (column < holeLeft || column >= holeRight) {
-        visit(column - centre.x, row - centre.y, pixels[column]);
+    std::pair<int, int> const hole = inner.columns(row);
+    int const from = std::max(left, 0);
+    int const to = std::min(right, image.cols);
+    withRow(image, row, [&](auto const* pixels) {
+      for (int column = from; column < to; ++column) {
+        if (column < hole.first || column >= hole.second) {
+          visit(column - centre.x, row - centre.y, static_cast<double>(pixels[column]));
+        }
       }
-    }
+    });
   }
 }
 

@@ -42,7 +42,7 @@ private:
 /// The shade around a bright dot whose ground is nowhere so bright that its rim would be lost; nothing where
 /// it is, or where too little of the ground is in view.
 ///
-/// @param image  H x W CV_8UC1
+/// @param image  H x W CV_8UC1 or CV_32FC1
 /// @param levels with the plane that the ground mostly lies on
 std::optional<GroundShade> measureShade(cv::Mat const& image, cv::Point2d const& centre,
                                         Ellipse const& outline, double reach, double halfWidth,
@@ -51,7 +51,7 @@ std::optional<GroundShade> measureShade(cv::Mat const& image, cv::Point2d const&
 /// Whether the rim of a dot of about this outline runs along an ellipse all around. What covers a part of the
 /// dot, however much its grey resembles a shadow's, leaves its own edge there.
 ///
-/// @param image     H x W CV_8UC1
+/// @param image     H x W CV_8UC1 or CV_32FC1
 /// @param outline   of the dot's area
 /// @param halfWidth of the band along the outline that holds the rim, pixels
 bool isRimElliptic(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline, double halfWidth,

@@ -39,9 +39,15 @@ std::pair<float, float> tails(cv::Mat const& image) {
   return {low, *(values.end() - 1 - rank)};
 }
 
+constexpr double white = 255;
+
 } // namespace
 
-cv::Mat greyImage(cv::Mat const& image, char const* context) {
+GreyImage GreyImage::inverted() const {
+  return {white - bytes, deep.empty() ? cv::Mat() : cv::Mat(white - deep)};
+}
+
+GreyImage greyImage(cv::Mat const& image, char const* context) {
   bool const isDepthRight =
       image.depth() == CV_8U || image.depth() == CV_16U || image.depth() == CV_32F || image.depth() == CV_64F;
   if (image.empty() || image.dims != 2 || !isDepthRight || (image.channels() != 1 && image.channels() != 3)) {
@@ -58,14 +64,14 @@ cv::Mat greyImage(cv::Mat const& image, char const* context) {
     cv::cvtColor(grey, grey, cv::COLOR_BGR2GRAY);
   }
   if (grey.depth() == CV_8U) {
-    return grey;
+    return {grey, {}};
   }
   auto const [low, high] = tails(grey);
-  constexpr double white = 255;
   double const scale = high > low ? white / (static_cast<double>(high) - low) : 0.0;
   cv::patchNaNs(grey, low);
-  cv::Mat stretched;
-  grey.convertTo(stretched, CV_8U, scale, -scale * low);
+  GreyImage stretched;
+  grey.convertTo(stretched.bytes, CV_8U, scale, -scale * low);
+  grey.convertTo(stretched.deep, CV_32F, scale, -scale * low);
   return stretched;
 }
 

@@ -13,7 +13,7 @@ namespace vorn::mv {
 /// dot and a marker: near 0 (as the ground) for an ordinary dot, near 1 (as the dot) for a marker. Blur
 /// brings the two together but keeps their order, where areas of thresholded blobs lose it.
 ///
-/// @param image  H x W CV_8UC1, at least 2 x 2
+/// @param image  H x W CV_8UC1 or CV_32FC1, at least 2 x 2
 /// @param centre of the dot, pixels
 /// @param steps  to the next dots along both directions of the grid as columns, pixels
 /// @param radius of an ordinary dot, pitches

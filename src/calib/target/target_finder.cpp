@@ -255,18 +255,19 @@ std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& ro
 
 } // namespace
 
-TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report,
+TargetView findTarget(GreyImage const& image, TargetSettings const& settings, SearchReport* report,
                       Progress const& progress) {
+  cv::Mat const& measured = image.deep.empty() ? image.bytes : image.deep;
   RoughView unmarked;
   RoughView blurred;
   double searched = 0.0;
-  for (int const factor : searchFactors(image.size(), settings)) {
+  for (int const factor : searchFactors(image.bytes.size(), settings)) {
     // Each search takes a few times as long as the one before: the last one decides.
     double const after = 0.25 + 0.75 * searched;
-    RoughView rough = findGrid(image, factor, settings, progress.part(searched, after));
+    RoughView rough = findGrid(image.bytes, factor, settings, progress.part(searched, after));
     searched = after;
     if (rough.view.isOriginMarked && rough.areMarkersClear) {
-      if (auto view = finishMarked(image, rough, settings, report, progress)) {
+      if (auto view = finishMarked(measured, rough, settings, report, progress)) {
         return *view;
       }
     }
@@ -285,11 +286,11 @@ TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, Sear
       break;
     }
   }
-  if (auto view = finishMarked(image, blurred, settings, report, progress)) {
+  if (auto view = finishMarked(measured, blurred, settings, report, progress)) {
     return *view;
   }
   progress.at(stage, 1.0);
-  GridMeasurement grid(image, settings, false, unmarked.dotRadius);
+  GridMeasurement grid(measured, settings, false, unmarked.dotRadius);
   std::vector<MeasuredDot> dots = grid.start(unmarked.view.dots);
   if (report != nullptr) {
     report->steps = unmarked.steps;

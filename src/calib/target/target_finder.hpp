@@ -6,6 +6,7 @@
 #include <opencv2/core/types.hpp>
 #include <vector>
 
+#include "calib/target/grey_image.hpp"
 #include "calib/target/search_report.hpp"
 #include "core/progress.hpp"
 
@@ -60,10 +61,11 @@ struct TargetView {
 
 /// Finds the dots of a circle-grid target with bright dots on a darker ground.
 ///
-/// @param image  H x W CV_8UC1, any step; must not be empty
+/// @param image  any step; must not be empty. Dots are searched in its bytes and measured in its full depth,
+///               by their edges; TemplatePeak takes bytes alone
 /// @param report (out) how the search went; may be null
 /// @throws Cancelled when the observer stops it
-TargetView findTarget(cv::Mat const& image, TargetSettings const& settings, SearchReport* report = nullptr,
+TargetView findTarget(GreyImage const& image, TargetSettings const& settings, SearchReport* report = nullptr,
                       Progress const& progress = {});
 
 } // namespace vorn::mv

@@ -82,7 +82,8 @@ struct Detection {
 /// any part will do; it takes the library `vorn::mv_charuco`, or another finder (`setTargetFinder`).
 ///
 /// Images of more than 8 bits are brought to 8 by a linear stretch between their darkest and brightest
-/// thousandth before they are searched and measured; 8-bit images are taken as they are.
+/// thousandth to be searched; dots are then measured in the full depth, corners of boards in the 8 bits.
+/// 8-bit images are taken as they are.
 ///
 /// @param image H x W, 8- or 16-bit unsigned, float or double, one channel or three in blue, green, red; not
 ///              empty
