@@ -51,6 +51,23 @@ bool isBlurred(ViewFigures const& view) {
   return view.cameraBlur > mostBlur;
 }
 
+/// How much of the columns' fringes, which are narrower than the rows', is left: their amplitude as a share
+/// of that of the rows', or of the light where there are no fringes at all, though there is light.
+double fringesLeft(ViewFigures const& view) {
+  constexpr double leastAmplitude = 1.5; // of 255; below are noise and rounding
+  constexpr double leastLight = 20;
+  SequenceFigures const& columns = view.columns;
+  bool const areGone =
+      columns.amplitude < leastAmplitude && columns.amplitude > leastLight * columns.contrast;
+  return areGone ? columns.contrast : columns.amplitude / view.rows.amplitude;
+}
+
+/// Whether a projector out of focus has wiped the fringes out: what is left of them tells nothing else.
+constexpr double leastLeft = 0.35;
+bool isFaded(ViewFigures const& view) {
+  return !isBlurred(view) && fringesLeft(view) < leastLeft;
+}
+
 double const mostMotion = 0.05;
 /// In place of a figure that another cause explains.
 constexpr double explained = 0;
@@ -60,7 +77,8 @@ std::vector<ImageCause> const& imageCauses() {
   static std::vector<ImageCause> const causes = {
       {FindingCause::Gamma, -1,
        [](ViewFigures const& v) {
-         return isClipped(v) ? explained : larger(v.columns.secondHarmonic, v.rows.secondHarmonic);
+         return isClipped(v) || isFaded(v) ? explained
+                                           : larger(v.columns.secondHarmonic, v.rows.secondHarmonic);
        },
        0.02, false, "camera or projector are not linear: the fringes hold # % at twice their frequency", 1,
        100},
@@ -78,22 +96,26 @@ std::vector<ImageCause> const& imageCauses() {
       {FindingCause::TargetOverexposed, 0, [](ViewFigures const& v) { return v.targetClipped; }, 0.02, false,
        "# % of the target image are overexposed", 1, 100},
       {FindingCause::TooDark, -1,
-       [](ViewFigures const& v) { return isBlurred(v) ? fullRange : v.columns.amplitude; }, 8, true,
-       "the fringes are dark: their amplitude is # of 255 grey values", 1, 1},
+       [](ViewFigures const& v) { return isBlurred(v) || isFaded(v) ? fullRange : v.columns.amplitude; }, 8,
+       true, "the fringes are dark: their amplitude is # of 255 grey values", 1, 1},
       {FindingCause::CameraBlurred, 0, [](ViewFigures const& v) { return v.cameraBlur; }, 1.6, false,
        "the camera is out of focus: edges are blurred with a deviation of # px", 1, 1},
       {FindingCause::ProjectorBlurred, 1,
-       [](ViewFigures const& v) { return isBlurred(v) ? 1 : v.columns.amplitude / v.rows.amplitude; }, 0.35,
-       true, "the projector is out of focus: the columns' fringes have # % of the rows' amplitude", 0, 100},
+       [](ViewFigures const& v) { return isBlurred(v) ? 1 : fringesLeft(v); }, leastLeft, true,
+       "the projector is out of focus: the columns' fringes have # % of the amplitude of the rows', or of "
+       "the "
+       "light where there are none",
+       0, 100},
       {FindingCause::Staircase, 1,
        [](ViewFigures const& v) {
-         return isFlickering(v) || isBent(v) ? explained : larger(v.columns.staircase, v.rows.staircase);
+         return isFlickering(v) || isBent(v) || isFaded(v) ? explained
+                                                           : larger(v.columns.staircase, v.rows.staircase);
        },
        0.01, false, "the projector is too sharp: the decoded coordinates repeat with its pixels by # px", 3,
        1},
       {FindingCause::RoomLight, -1,
-       [](ViewFigures const& v) { return isBent(v) || isBlurred(v) ? 1 : v.rows.contrast; }, 0.45, true,
-       "light of the room: the rows' fringes have # % of the light's mean", 0, 100},
+       [](ViewFigures const& v) { return isBent(v) || isBlurred(v) || isFaded(v) ? 1 : v.rows.contrast; },
+       0.45, true, "light of the room: the rows' fringes have # % of the light's mean", 0, 100},
   };
   return causes;
 }

@@ -259,6 +259,40 @@ TEST(CalibrationFindings, WhatIsRenderedIntoOneViewIsNamed) {
   }
 }
 
+/// Figures of rendered views, columns and rows.
+ViewFigures figuresOfView(cv::Vec4d const& columns, cv::Vec4d const& rows) {
+  ViewFigures figures;
+  for (auto const& [sequence, of] : {std::pair(&figures.columns, columns), std::pair(&figures.rows, rows)}) {
+    sequence->secondHarmonic = of[0];
+    sequence->amplitude = of[1];
+    sequence->contrast = of[2];
+    sequence->staircase = of[3];
+  }
+  figures.cameraBlur = 0.79;
+  return figures;
+}
+
+TEST(CalibrationFindings, FringesThatAProjectorOutOfFocusWipesOutTellNothingElse) {
+  constexpr double untold = SequenceFigures::untold;
+  std::vector<std::pair<ViewFigures, std::vector<std::string>>> const cases = {
+      {figuresOfView({0.000, 31.98, 0.381, 0.0006}, {0.001, 57.87, 0.723, 0.0004}), {}},
+      {figuresOfView({0.127, 0.71, 0.010, untold}, {0.001, 7.43, 0.090, 0.0016}), {"projectorBlurred"}},
+      {figuresOfView({0.122, 0.71, 0.010, untold}, {0.085, 2.06, 0.052, 0.0978}), {"projectorBlurred"}},
+      {figuresOfView({0.120, 0.71, 0.010, untold}, {0.090, 0.80, 0.011, untold}), {"projectorBlurred"}},
+      {figuresOfView({0.003, 3.04, 0.283, 0.0002}, {0.001, 5.70, 0.540, 0.0011}), {"tooDark"}},
+      {figuresOfView({0.030, 0.90, 0.283, 0.0002}, {0.010, 1.70, 0.540, 0.0011}), {"gamma", "tooDark"}},
+      {figuresOfView({0.002, 10.4, 0.075, 0.0003}, {0.001, 19.2, 0.141, 0.0010}), {"roomLight"}},
+      {figuresOfView({0.042, 32.0, 0.510, 0.0007}, {0.144, 57.3, 0.957, 0.0003}), {"gamma"}},
+  };
+  for (auto const& [figures, causes] : cases) {
+    std::vector<std::string> named;
+    for (Finding const& finding : diagnoseImages({{"pose_00", figures}})) {
+      named.push_back(nameOf(finding.cause));
+    }
+    EXPECT_EQ(named, causes) << figures.columns.amplitude << ' ' << figures.rows.amplitude;
+  }
+}
+
 TEST(CalibrationFindings, MovedProjectorIsRefusedWithItsView) {
   sim::Rig turned = test::halfRig();
   cv::Matx33d R;
