@@ -268,6 +268,41 @@ std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& view
   return causes;
 }
 
+/// An adjustment and what its residuals tell, of the views among those that were used.
+struct Diagnosed {
+  Adjustment adjustment;
+  std::vector<Finding> findings;
+};
+
+/// Adjusts with thin prism terms too where the diagnosis asks for them. They stay when they leave smaller
+/// residuals; what was found of the other terms alone may be gone then, but for the reason.
+void extendLens(Diagnosed& diagnosed, std::vector<AdjustmentView> const& views, AdjustmentSettings settings,
+                ViewAdjuster const& adjuster, Observer* observer) {
+  auto const asking = std::find_if(diagnosed.findings.begin(), diagnosed.findings.end(),
+                                   [](Finding const& f) { return f.cause == FindingCause::LensModel; });
+  if (asking == diagnosed.findings.end()) {
+    return;
+  }
+  settings.lens = AdjustmentSettings::Lens::ThinPrism;
+  constexpr int patient = 400; // principal point, tangential and prism terms are much alike
+  settings.maxIterations = std::max(settings.maxIterations, patient);
+  Diagnosed extended;
+  try {
+    extended.adjustment = adjuster.adjust(views, settings, observer);
+    extended.findings = diagnose(views, extended.adjustment, observer);
+  } catch (Cancelled const&) {
+    throw;
+  } catch (Exception const&) { // the views do not determine so many terms
+    return;
+  }
+  if (extended.adjustment.s0 < diagnosed.adjustment.s0) {
+    Finding reason = *asking;
+    reason.text += "; the calibration has them";
+    extended.findings.insert(extended.findings.begin(), std::move(reason));
+    diagnosed = std::move(extended);
+  }
+}
+
 /// @throws Exception when views fit much worse with a camera that is held than without
 void requireFitting(Adjustment const& held, std::vector<AdjustmentView> const& views,
                     AdjustmentSettings settings, ViewAdjuster const& adjuster, Observer* observer) {
@@ -355,12 +390,14 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     std::vector<AdjustmentView> const views = adjustmentViews(calibration.views);
     AdjustmentSettings const adjustmentSettings = possibleSettings(calibration.views, settings.adjustment);
     PartObserver observer(progress);
-    Adjustment adjustment;
-    std::vector<Finding> findings;
+    Diagnosed diagnosed;
     try {
-      adjustment = adjuster.adjust(views, adjustmentSettings, observer.ifWatched());
-      requireFitting(adjustment, views, adjustmentSettings, adjuster, observer.ifWatched());
-      findings = counted(diagnose(views, adjustment, observer.ifWatched()), usedNumbers(calibration.views));
+      diagnosed.adjustment = adjuster.adjust(views, adjustmentSettings, observer.ifWatched());
+      requireFitting(diagnosed.adjustment, views, adjustmentSettings, adjuster, observer.ifWatched());
+      diagnosed.findings = diagnose(views, diagnosed.adjustment, observer.ifWatched());
+      if (settings.isLensExtended) {
+        extendLens(diagnosed, views, adjustmentSettings, adjuster, observer.ifWatched());
+      }
     } catch (Cancelled const&) {
       throw;
     } catch (Exception const& e) {
@@ -370,12 +407,14 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
       calibration.report.notAdjusted = e.message();
       return;
     }
+    std::vector<Finding> const findings =
+        counted(std::move(diagnosed.findings), usedNumbers(calibration.views));
     if (settings.isRefused) {
       refuse(findings);
     }
     Finding const* const leaving = leavingOf(findings, views.size());
     if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
-      take(calibration, views, std::move(adjustment), adjuster);
+      take(calibration, views, std::move(diagnosed.adjustment), adjuster);
       said.insert(said.end(), findings.begin(), findings.end());
       calibration.report.untested =
           untestedCauses(calibration.views, calibration.report.adjustment->models.size());

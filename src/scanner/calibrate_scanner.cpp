@@ -59,15 +59,17 @@ std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, Working
   }
 }
 
-/// Nothing where no pose serves.
-std::optional<NextView> nextView(Adjustment const& adjustment, std::vector<AdjustmentView> const& views,
-                                 Sl3dScanner const& scanner) {
+/// Adds the next view to a report, or why there is none.
+void findNextView(Adjustment const& adjustment, std::vector<AdjustmentView> const& views,
+                  Sl3dScanner const& scanner, CalibrationReport& report) {
   NextViewSettings settings;
   settings.scannerType = scanner.scannerType();
+  report.nextView.reset();
+  report.noNextView.clear();
   try {
-    return nextBestView(adjustment, views, settings);
-  } catch (Exception const&) {
-    return std::nullopt;
+    report.nextView = nextBestView(adjustment, views, settings);
+  } catch (Exception const& e) {
+    report.noNextView = e.message();
   }
 }
 
@@ -172,7 +174,7 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
          object.setTransform(adjustment.transform);
          object.setCovariance(covarianceOf(adjustment));
          calibration.report.predicted = predictedError(object, workingVolume(adjustment, adjusted));
-         calibration.report.nextView = nextView(adjustment, adjusted, object);
+         findNextView(adjustment, adjusted, object, calibration.report);
        }},
       progress.part(0.92, 0.95));
   calibration.report.rotationDefect = agreedRotationDefect(meanTransform);

@@ -209,6 +209,9 @@ nlohmann::json toJson(Calibration const& calibration) {
   if (report.nextView) {
     json["nextView"] = toJson(*report.nextView);
   }
+  if (!report.noNextView.empty()) {
+    json["noNextView"] = report.noNextView;
+  }
   for (FindingCause const cause : report.untested) {
     json["untested"].push_back(nameOf(cause));
   }

@@ -282,7 +282,9 @@ CalibrationMatrix wholeMatrix(Adjustment const& adjustment, Eigen::MatrixXd cons
   return wholeMatrix(named);
 }
 
-/// Those that show as much of the target as the poorest of the views that were adjusted.
+/// Those that show as much of the target as the poorest of the views that were adjusted, or where none does,
+/// a little less.
+/// @throws Exception where none shows enough, with the most that any does
 std::vector<NextView> servingOf(std::vector<NextView> const& poses, ViewInformation const& information,
                                 std::vector<cv::Matx44d> const& adjusted) {
   double least0 = 1;
@@ -292,12 +294,30 @@ std::vector<NextView> servingOf(std::vector<NextView> const& poses, ViewInformat
     least0 = std::min(least0, shown.share0);
     least1 = std::min(least1, shown.share1);
   }
-  constexpr double rounding = 1e-9;
-  std::vector<NextView> serving;
+  std::vector<Shown> shown;
+  double most = 0; // of what the views show, by the device that sees less of it
   for (NextView const& pose : poses) {
-    Shown const shown = information.shown(pose.cam_from_target);
-    if (shown.isFacing && shown.share0 >= least0 - rounding && shown.share1 >= least1 - rounding) {
-      serving.push_back(pose);
+    shown.push_back(information.shown(pose.cam_from_target));
+    Shown const& own = shown.back();
+    if (own.isFacing && least0 > 0 && least1 > 0) {
+      most = std::max(most, std::min(own.share0 / least0, own.share1 / least1));
+    }
+  }
+  constexpr double enough = 0.7;
+  if (most < enough) {
+    std::ostringstream message;
+    message
+        << "No pose within the volume shows camera and projector as much of the target as the views did: of "
+        << poses.size() << " tried, none more than " << std::lround(100 * most)
+        << " % of that. Was the target larger than what both see?";
+    throw error(message.str(), context);
+  }
+  constexpr double rounding = 1e-9;
+  double const share = std::min(1.0, most) - rounding;
+  std::vector<NextView> serving;
+  for (std::size_t i = 0; i < poses.size(); ++i) {
+    if (shown[i].isFacing && shown[i].share0 >= share * least0 && shown[i].share1 >= share * least1) {
+      serving.push_back(poses[i]);
     }
   }
   return serving;
@@ -325,11 +345,6 @@ NextView nextBestView(Adjustment const& adjustment, std::vector<AdjustmentView> 
   std::vector<NextView> const poses = servingOf(posesIn(volume, geometry, middleOf(information.target()),
                                                         usualRoll(adjustment.poses), settings.greatestTilt),
                                                 information, adjustment.poses);
-  if (poses.empty()) {
-    throw error("No pose within the volume shows camera and projector as much of the target as the views did",
-                context);
-  }
-
   constexpr double enough = 120; // dots, to tell which pose is better
   double const share = std::min(1.0, enough / static_cast<double>(information.target().size()));
   CalibrationMatrix const weight = shapeWeightOf(geometry, points);

@@ -136,6 +136,8 @@ std::string adjustedText(mv::CalibrationReport const& report) {
   }
   if (report.nextView) {
     out << nextViewText(*report.nextView) << '\n';
+  } else if (!report.noNextView.empty()) {
+    out << "no next view to propose: " << report.noNextView << '\n';
   }
   return out.str();
 }

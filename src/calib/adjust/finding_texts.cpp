@@ -33,7 +33,8 @@ CauseText const causeTexts[] = {
      "the views again."},                           // Mirrored
     {"samePose", "Move the target between views."}, // SamePose
     {"lensModel",
-     "Calibrate with thin prism terms: --prism, or AdjustmentSettings::Lens::ThinPrism."},       // LensModel
+     "Nothing, where the calibration has them; else calibrate with thin prism terms: --prism, or "
+     "AdjustmentSettings::Lens::ThinPrism."},                                                    // LensModel
     {"gamma", "Set the gamma of camera and projector to 1, and switch image enhancements off."}, // Gamma
     {"flicker", "Expose for whole periods of the projector's and the room's lamps."},            // Flicker
     {"bands",

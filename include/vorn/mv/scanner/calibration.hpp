@@ -55,6 +55,9 @@ struct CalibrationSettings {
   /// How they are adjusted. Where the dots of a target cannot be told apart in every view, it is taken as
   /// flat.
   AdjustmentSettings adjustment;
+  /// Whether thin prism terms are freed as well when the views show that a lens needs them
+  /// (`FindingCause::LensModel`), as by `AdjustmentSettings::Lens::ThinPrism`; otherwise that is only said.
+  bool isLensExtended = true;
   /// A (first) camera that was calibrated elsewhere, such as one of `readOpenCvCamera`: the adjustment starts
   /// from it, and with `adjustment.holdCamera0` keeps it as it is. Coefficients beyond those that
   /// `adjustment.lens` frees stay as they are in any case. Its resolution, unless it is 0 x 0, must be that
@@ -161,6 +164,8 @@ struct CalibrationReport {
   /// Where one more view of the target would lower that most; of an adjusted scanner. None where no pose
   /// shows both devices as much of the target as the views did.
   std::optional<NextView> nextView;
+  /// Why there is no next view though a scanner was adjusted; else empty.
+  std::string noNextView;
   /// What is wrong with the views, or should be known. `Finding::view` counts in `Calibration::views`; what
   /// is said of a view that is not used is why it was left out.
   std::vector<Finding> findings;

@@ -55,7 +55,8 @@ struct NextView {
 ///
 /// Poses are drawn from a grid over the camera's image and three depths, untilted and at two tilts to eight
 /// sides, upright and turned by 90 degrees; always the same ones. Those count that show both devices as large
-/// a share of the target as the poorest view, from a direction not flatter than 30 degrees. Each adds its
+/// a share of the target as the poorest view, from a direction not flatter than 30 degrees; where there are
+/// none, those that show the most, if it is 70 % of that. Each adds its
 /// information, its own pose eliminated (Schur complement), to that of the views; the target's shape stays as
 /// free as it was, and the noise of a dot as it was measured. Compared is `PredictedError::rigid` over the
 /// volume.
