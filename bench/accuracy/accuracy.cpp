@@ -1,9 +1,9 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the library measures on the virtual rig, against the exact truth: scans over a grid of rigs, and
-// calibrations. Prints Markdown tables; --json writes every figure; --check runs a few cases and fails when
-// one misses what must hold.
+// What the library measures on the virtual rig, against the exact truth: scans over a grid of rigs,
+// calibrations, and registrations of surfaces that are known exactly. Prints Markdown tables; --json writes
+// every figure; --check runs a few cases and fails when one misses what must hold.
 #include <algorithm>
 #include <exception>
 #include <iostream>
@@ -23,6 +23,7 @@
 #include "covariance_accuracy.hpp"
 #include "fault_accuracy.hpp"
 #include "pattern_accuracy.hpp"
+#include "registration_accuracy.hpp"
 #include "scan_accuracy.hpp"
 #include "tools/files/json_file.hpp"
 
@@ -109,6 +110,8 @@ struct Options {
   bool isAblation = false;
   int patternSide = 0;
   int covarianceRuns = 0;
+  int registrationRuns = 0;
+  int basinViews = 0;
   bool areFaults = false;
   int freshRigs = 0;
   int firstSeed = 1;
@@ -219,6 +222,12 @@ bool check() {
     gate.atMost("not named: " + (tally.fault.empty() ? "nothing, in sound views" : tally.fault),
                 tally.rigs - tally.named, 0);
   }
+  for (ScatterFigures const& figures : compareRegistrations(3)) {
+    gate.atMost(figures.name + ": registration, error over foretold", figures.joint, 2.0);
+  }
+  std::vector<BasinFigures> const starts = basins({3, 1, {0.8}, false});
+  gate.atMost("registration, wrong from the truth", starts.at(0).runs - starts.at(0).right, 0);
+  gate.atMost("registration, wrong from 2 degrees", starts.at(1).runs - starts.at(1).right, 2);
   ScanFigures const withTruth = scan(cases[0]);
   CalibrationFigures const calibration = calibrate(cases[0], withTruth);
   gate.atMost("calibration: camera, px", calibration.cameraError, 0.05);
@@ -252,6 +261,14 @@ int main(int argc, char** argv) {
          "--patterns", options.patternSide,
          "Decode the built-in pattern sets from drawn images of so many pixels a side, and show their errors")
       ->check(CLI::Range(100, 1000));
+  app.add_option("--registration", options.registrationRuns,
+                 "Register noisy scans of seven surfaces so many times, and fail when their errors are not "
+                 "what they predict")
+      ->check(CLI::Range(2, 10000));
+  app.add_option("--basin", options.basinViews,
+                 "Register so many pairs of views of each of ten parts, with 20 to 80 % in common, from "
+                 "starts of several errors and from none")
+      ->check(CLI::Range(1, 100));
   app.add_flag("--faults", options.areFaults,
                "Calibrate two rigs from views with each kind of fault; fail when one is not named");
   app.add_option(
@@ -274,6 +291,13 @@ int main(int argc, char** argv) {
     }
     if (options.patternSide > 0) {
       vorn::bench::printPatternAccuracy(options.patternSide);
+      return 0;
+    }
+    if (options.registrationRuns > 0) {
+      return vorn::bench::printRegistrations(options.registrationRuns) ? 0 : 1;
+    }
+    if (options.basinViews > 0) {
+      vorn::bench::printBasins(vorn::bench::basins({10, options.basinViews, {0.2, 0.4, 0.6, 0.8}, true}));
       return 0;
     }
     if (options.areFaults) {
