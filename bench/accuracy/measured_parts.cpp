@@ -116,8 +116,9 @@ double housing(cv::Vec3d const& p) {
 double waved(cv::Vec3d const& p) {
   double const length = std::max(1e-9, std::sqrt(p.dot(p)));
   cv::Vec3d const d = p * (1.0 / length);
-  double const radius = 0.85 * (1.0 + 0.08 * std::sin(3.1 * d[0] + 1.0) + 0.07 * std::sin(2.7 * d[1] + 2.2 * d[2]) +
-                                0.06 * std::sin(3.5 * d[2] - 1.7 * d[0] + 0.5));
+  double const radius =
+      0.85 * (1.0 + 0.08 * std::sin(3.1 * d[0] + 1.0) + 0.07 * std::sin(2.7 * d[1] + 2.2 * d[2]) +
+              0.06 * std::sin(3.5 * d[2] - 1.7 * d[0] + 0.5));
   return 0.7 * (length - radius);
 }
 
@@ -139,9 +140,10 @@ double meet(MeasuredPart const& part, cv::Vec3d const& from, cv::Vec3d const& al
 } // namespace
 
 std::vector<MeasuredPart> measuredParts() {
-  return {{"milled block", milledBlock}, {"plate", plate},     {"shaft", shaft},     {"bracket", bracket},
-          {"flange", flange},            {"wedge", wedge},     {"channel", channel}, {"casting", casting},
-          {"housing", housing},          {"waved body", waved}};
+  return {{"milled block", milledBlock}, {"plate", plate},     {"shaft", shaft},
+          {"bracket", bracket},          {"flange", flange},   {"wedge", wedge},
+          {"channel", channel},          {"casting", casting}, {"housing", housing},
+          {"waved body", waved}};
 }
 
 cv::Matx44d partFromSensor(cv::Vec3d const& direction, double roll) {
@@ -160,8 +162,8 @@ cv::Matx44d partFromSensor(cv::Vec3d const& direction, double roll) {
   return pose;
 }
 
-cv::Mat_<cv::Vec3f> scanOf(MeasuredPart const& part, cv::Matx44d const& part_from_sensor, int side, double sigma,
-                           std::mt19937& random) {
+cv::Mat_<cv::Vec3f> scanOf(MeasuredPart const& part, cv::Matx44d const& part_from_sensor, int side,
+                           double sigma, std::mt19937& random) {
   std::normal_distribution<double> noise(0.0, 1.0);
   cv::Mat_<cv::Vec3f> points(side, side, cv::Vec3f::all(std::numeric_limits<float>::quiet_NaN()));
   cv::Matx33d const rotation = part_from_sensor.get_minor<3, 3>(0, 0);

@@ -27,8 +27,8 @@ cv::Matx44d partFromSensor(cv::Vec3d const& direction, double roll);
 
 /// What the sensor sees: an organized cloud in its frame with noise along its lines of sight, NaN where it
 /// sees nothing.
-cv::Mat_<cv::Vec3f> scanOf(MeasuredPart const& part, cv::Matx44d const& part_from_sensor, int side, double sigma,
-                           std::mt19937& random);
+cv::Mat_<cv::Vec3f> scanOf(MeasuredPart const& part, cv::Matx44d const& part_from_sensor, int side,
+                           double sigma, std::mt19937& random);
 
 /// The share of one sensor's points that another sees too.
 double sharedWith(MeasuredPart const& part, cv::Matx44d const& one, cv::Matx44d const& other);

@@ -28,11 +28,13 @@ struct Scattered {
   double density; ///< of the waves
 };
 
-constexpr Scattered scattered[] = {
-    {"grid", true, 90, 0.0, 0.0, 3.0, 1.0},          {"list", false, 90, 0.0, 0.0, 3.0, 1.0},
-    {"grid, half seen", true, 90, 0.0, 13.0, 3.0, 1.0}, {"grid, fine waves", true, 90, 0.0, 0.0, 1.5, 3.0},
-    {"grid turned", true, 90, 0.5, 0.0, 3.0, 1.0},   {"grid, 57 600 points", true, 240, 0.0, 0.0, 3.0, 0.5},
-    {"list, 57 600 points", false, 240, 0.3, 0.0, 3.0, 0.5}};
+constexpr Scattered scattered[] = {{"grid", true, 90, 0.0, 0.0, 3.0, 1.0},
+                                   {"list", false, 90, 0.0, 0.0, 3.0, 1.0},
+                                   {"grid, half seen", true, 90, 0.0, 13.0, 3.0, 1.0},
+                                   {"grid, fine waves", true, 90, 0.0, 0.0, 1.5, 3.0},
+                                   {"grid turned", true, 90, 0.5, 0.0, 3.0, 1.0},
+                                   {"grid, 57 600 points", true, 240, 0.0, 0.0, 3.0, 0.5},
+                                   {"list, 57 600 points", false, 240, 0.3, 0.0, 3.0, 0.5}};
 
 cv::Mat_<cv::Vec3f> wavesOf(Scattered const& given, double turn, double shift, double offset,
                             std::mt19937& random) {
@@ -45,7 +47,8 @@ cv::Mat_<cv::Vec3f> wavesOf(Scattered const& given, double turn, double shift, d
       double const v = spacing * (row - given.side / 2 + offset);
       double const x = u * std::cos(turn) - v * std::sin(turn);
       double const y = u * std::sin(turn) + v * std::cos(turn);
-      double const z = 500.0 + given.height * std::sin(0.3 * given.density * x) * std::cos(0.25 * given.density * y) +
+      double const z = 500.0 +
+                       given.height * std::sin(0.3 * given.density * x) * std::cos(0.25 * given.density * y) +
                        0.01 * x * y;
       points(row, column) = cv::Vec3f(cv::Vec3d(x + noise(random), y + noise(random), z + noise(random)));
     }
@@ -118,9 +121,13 @@ struct Start {
   double degrees;
   double shift; ///< of the part's size
 };
-constexpr Start starts[] = {{"nothing", 0, 0}, 
-    {"2 degrees, 2 %", 2, 0.02}, {"5 degrees, 5 %", 5, 0.05},    {"10 degrees, 5 %", 10, 0.05},
-    {"20 degrees, 10 %", 20, 0.1}, {"30 degrees, 15 %", 30, 0.15}, {"45 degrees, 20 %", 45, 0.2}};
+constexpr Start starts[] = {{"nothing", 0, 0},
+                            {"2 degrees, 2 %", 2, 0.02},
+                            {"5 degrees, 5 %", 5, 0.05},
+                            {"10 degrees, 5 %", 10, 0.05},
+                            {"20 degrees, 10 %", 20, 0.1},
+                            {"30 degrees, 15 %", 30, 0.15},
+                            {"45 degrees, 20 %", 45, 0.2}};
 
 cv::Vec3d directionBy(std::mt19937& random) {
   std::normal_distribution<double> any(0.0, 1.0);
@@ -154,7 +161,8 @@ Pair pairOf(MeasuredPart const& part, double overlap, std::mt19937& random) {
   }
   cv::Matx44d const source = sourceAt(low);
   cv::Mat_<cv::Vec3f> const points = scanOf(part, source, side, sigma, random);
-  Pair pair{mv::PointCloud(points, true), mv::PointCloud(scanOf(part, target, side, sigma, random), true),
+  Pair pair{mv::PointCloud(points, true),
+            mv::PointCloud(scanOf(part, target, side, sigma, random), true),
             target.inv() * source,
             {}};
   for (int i = 0; i < static_cast<int>(points.total()); i += 97) {
@@ -196,7 +204,8 @@ void count(std::string const& part, Pair const& pair, mv::Registration const& fo
   if (found.isFound() && isRight(pair, found.targetFromSource)) {
     ++figures.right;
   } else {
-    figures.flagged += !isFound || !found.isFound() || found.isDoubtful() || !found.freeMotions.empty() ? 1 : 0;
+    figures.flagged +=
+        !isFound || !found.isFound() || found.isDoubtful() || !found.freeMotions.empty() ? 1 : 0;
     figures.lost.push_back(part);
   }
 }
@@ -260,9 +269,9 @@ bool printRegistrations(int runs) {
     for (double const bias : f.bias) {
       worst = std::max(worst, std::abs(bias));
     }
-    std::cout << cv::format("| %s | %d | %.3f | %.2f %.2f %.2f | %.2f %.2f %.2f | at most %.2f |\n", f.name.c_str(),
-                            f.runs, f.joint, f.axes[0], f.axes[1], f.axes[2], f.axes[3], f.axes[4], f.axes[5],
-                            worst);
+    std::cout << cv::format("| %s | %d | %.3f | %.2f %.2f %.2f | %.2f %.2f %.2f | at most %.2f |\n",
+                            f.name.c_str(), f.runs, f.joint, f.axes[0], f.axes[1], f.axes[2], f.axes[3],
+                            f.axes[4], f.axes[5], worst);
     // Chance moves it by the root of 1 / (12 runs).
     double const allowed = 0.35 + 3.0 / std::sqrt(12.0 * runs);
     isHonest = isHonest && f.runs == runs && std::abs(f.joint - 1.0) < allowed;
@@ -271,14 +280,15 @@ bool printRegistrations(int runs) {
 }
 
 void printBasins(std::vector<BasinFigures> const& all) {
-  std::cout << "\n| overlap | start off by | right | of | wrong ones flagged | wrong parts |\n|---|---|---|---|---|---|\n";
+  std::cout << "\n| overlap | start off by | right | of | wrong ones flagged | wrong parts "
+               "|\n|---|---|---|---|---|---|\n";
   for (BasinFigures const& f : all) {
     std::string lost;
     for (std::string const& name : f.lost) {
       lost += (lost.empty() ? "" : ", ") + name;
     }
-    std::cout << cv::format("| %.0f %% | %s | %d | %d | %d | ", 100.0 * f.overlap, f.start.c_str(), f.right, f.runs,
-                            f.flagged)
+    std::cout << cv::format("| %.0f %% | %s | %d | %d | %d | ", 100.0 * f.overlap, f.start.c_str(), f.right,
+                            f.runs, f.flagged)
               << lost << " |\n";
   }
 }

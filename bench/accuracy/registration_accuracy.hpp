@@ -37,8 +37,8 @@ struct BasinSettings {
   bool isSearching = true; ///< from no start too
 };
 
-/// Registers views of parts that have so much in common, from starts of several errors: pairs drawn until what
-/// both see is held by its shape.
+/// Registers views of parts that have so much in common, from starts of several errors: pairs drawn until
+/// what both see is held by its shape.
 std::vector<BasinFigures> basins(BasinSettings const& settings);
 
 /// @return whether the covariances hold to 35 % jointly: no better where views share half of what they see
