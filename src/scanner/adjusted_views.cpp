@@ -4,56 +4,18 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <map>
 #include <sstream>
 #include <utility>
 
 #include "calib/camera_model_of.hpp"
 #include "core/pieces.hpp"
+#include "scanner/adjustment_views.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
 
 namespace {
-
-using Place = std::pair<float, float>;
-
-Place placeOf(cv::Point2f const& dot) {
-  return {dot.x, dot.y};
-}
-
-cv::Point2f const none(std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::quiet_NaN());
-
-AdjustmentView adjustmentView(CalibratedView const& view) {
-  ViewPoints const& first = view.devices[0];
-  AdjustmentView result{view.name, first.objPnts, first.imgPnts, {}, {}};
-  if (view.devices.size() < 2) {
-    return result;
-  }
-  std::map<Place, std::size_t> indexOf;
-  for (std::size_t i = 0; i < first.objPnts.size(); ++i) {
-    indexOf.emplace(placeOf(first.objPnts[i]), i);
-  }
-  result.points1.assign(first.objPnts.size(), none);
-  ViewPoints const& second = view.devices[1];
-  bool const areKnown = !second.sigmas.empty();
-  result.sigmas1.assign(areKnown ? first.objPnts.size() : 0, none);
-  for (std::size_t i = 0; i < second.objPnts.size(); ++i) {
-    auto const [same, isNew] = indexOf.emplace(placeOf(second.objPnts[i]), result.objPnts.size());
-    if (isNew) {
-      result.objPnts.push_back(second.objPnts[i]);
-      result.points0.push_back(none);
-      result.points1.push_back(none);
-      result.sigmas1.resize(areKnown ? result.objPnts.size() : 0, none);
-    }
-    result.points1[same->second] = second.imgPnts[i];
-    if (areKnown) {
-      result.sigmas1[same->second] = second.sigmas[i];
-    }
-  }
-  return result;
-}
 
 std::vector<CalibratedView*> usedViews(std::vector<CalibratedView>& views) {
   std::vector<CalibratedView*> used;
@@ -67,7 +29,7 @@ std::vector<CalibratedView*> usedViews(std::vector<CalibratedView>& views) {
 
 /// The target's dots as they truly lie.
 std::vector<cv::Point3f> trueDots(std::vector<cv::Point2f> const& objPnts, TargetShape const& shape) {
-  std::map<Place, cv::Point3d> deviationOf;
+  std::map<DotPlace, cv::Point3d> deviationOf;
   for (std::size_t i = 0; i < shape.objPnts.size(); ++i) {
     deviationOf.emplace(placeOf(shape.objPnts[i]), shape.deviations[i]);
   }
@@ -324,16 +286,6 @@ void requireFitting(Adjustment const& held, std::vector<AdjustmentView> const& v
 }
 
 } // namespace
-
-std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views) {
-  std::vector<AdjustmentView> result;
-  for (CalibratedView const& view : views) {
-    if (view.isUsed()) {
-      result.push_back(adjustmentView(view));
-    }
-  }
-  return result;
-}
 
 void requireCameras(CalibrationSettings const& settings, int count) {
   if ((settings.camera && count < 1) || (settings.camera1 && count < 2)) {

@@ -24,10 +24,6 @@ struct ViewAdjuster {
   std::function<void(Adjustment const&, std::vector<AdjustmentView> const&)> take;
 };
 
-/// The used views, as adjustments take them: all dots of the first device, with those of the second one
-/// beside them, and dots that only the second one sees.
-std::vector<AdjustmentView> adjustmentViews(std::vector<CalibratedView> const& views);
-
 /// @param count of the cameras that a calibration has and can be given
 /// @throws Exception when the settings give one more
 void requireCameras(CalibrationSettings const& settings, int count);

@@ -16,6 +16,7 @@
 
 #include "core/pieces.hpp"
 #include "scanner/adjusted_views.hpp"
+#include "scanner/adjustment_views.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/scanner_views.hpp"
 #include "scanner/stereo_views.hpp"

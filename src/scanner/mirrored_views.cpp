@@ -9,7 +9,7 @@
 #include <opencv2/core.hpp>
 
 #include "calib/adjust/view_statistics.hpp"
-#include "scanner/adjusted_views.hpp"
+#include "scanner/adjustment_views.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
