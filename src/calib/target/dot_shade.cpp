@@ -140,8 +140,8 @@ std::optional<GroundShade> measureShade(cv::Mat const& image, cv::Point2d const&
 
 bool isRimElliptic(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline, double halfWidth,
                    DotLevels const& levels) {
-  constexpr double mostOffInAxes = 0.02;
-  constexpr double leastOff = 0.25; // pixels
+  constexpr double mostOffInAxes = 0.008;
+  constexpr double leastOff = 0.1; // pixels
   std::array<double, shadeDirections> excess = {};
   std::array<double, shadeDirections> lengths = {};
   double const width = std::min(halfWidth, 0.9 * outline.shortAxis);
