@@ -189,10 +189,21 @@ void refuse(std::vector<Finding> const& findings) {
   }
 }
 
+/// With thin prism terms too: principal point, tangential and prism terms are much alike, and where nobody
+/// says how many rounds to find them in it may take more than others need.
+AdjustmentSettings withPrism(AdjustmentSettings settings) {
+  constexpr int patient = 400;
+  settings.lens = AdjustmentSettings::Lens::ThinPrism;
+  bool const isUsual = settings.maxIterations == AdjustmentSettings().maxIterations;
+  settings.maxIterations = isUsual ? patient : settings.maxIterations;
+  return settings;
+}
+
 /// Settings under which dots that cannot be told apart have no shape of their own.
 AdjustmentSettings possibleSettings(std::vector<CalibratedView> const& views,
                                     AdjustmentSettings const& wanted) {
-  AdjustmentSettings settings = wanted;
+  bool const isPrism = wanted.lens == AdjustmentSettings::Lens::ThinPrism;
+  AdjustmentSettings settings = isPrism ? withPrism(wanted) : wanted;
   bool const isAnyUncounted = std::any_of(views.begin(), views.end(), [](CalibratedView const& view) {
     return view.isUsed() && !view.isCounted;
   });
@@ -238,19 +249,16 @@ struct Diagnosed {
 
 /// Adjusts with thin prism terms too where the diagnosis asks for them. They stay when they leave smaller
 /// residuals; what was found of the other terms alone may be gone then, but for the reason.
-void extendLens(Diagnosed& diagnosed, std::vector<AdjustmentView> const& views, AdjustmentSettings settings,
-                ViewAdjuster const& adjuster, Observer* observer) {
+void extendLens(Diagnosed& diagnosed, std::vector<AdjustmentView> const& views,
+                AdjustmentSettings const& settings, ViewAdjuster const& adjuster, Observer* observer) {
   auto const asking = std::find_if(diagnosed.findings.begin(), diagnosed.findings.end(),
                                    [](Finding const& f) { return f.cause == FindingCause::LensModel; });
   if (asking == diagnosed.findings.end()) {
     return;
   }
-  settings.lens = AdjustmentSettings::Lens::ThinPrism;
-  constexpr int patient = 400; // principal point, tangential and prism terms are much alike
-  settings.maxIterations = std::max(settings.maxIterations, patient);
   Diagnosed extended;
   try {
-    extended.adjustment = adjuster.adjust(views, settings, observer);
+    extended.adjustment = adjuster.adjust(views, withPrism(settings), observer);
     extended.findings = diagnose(views, extended.adjustment, observer);
   } catch (Cancelled const&) {
     throw;

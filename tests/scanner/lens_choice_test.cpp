@@ -88,8 +88,15 @@ TEST_F(LensChoice, LensesThatNeedPrismTermsGetThemAndItIsSaid) {
   EXPECT_LT(own.report.adjustment->s0, 1.1);
 
   CalibrationSettings asked;
-  asked.isLensExtended = false;
-  ScannerCalibration const five = calibrated(rig, asked);
+  asked.adjustment.lens = AdjustmentSettings::Lens::ThinPrism;
+  ScannerCalibration const told = calibrated(rig, asked);
+  EXPECT_EQ(told.report.notAdjusted, "");
+  EXPECT_TRUE(told.report.findings.empty());
+  EXPECT_LT(rigidError(told, rig), 0.003);
+
+  CalibrationSettings plain;
+  plain.isLensExtended = false;
+  ScannerCalibration const five = calibrated(rig, plain);
   EXPECT_TRUE(isLensNamed(five));
   EXPECT_EQ(five.report.adjustment->parameters.size(), 24U);
   double const error = rigidError(own, rig);
