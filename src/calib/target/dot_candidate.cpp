@@ -52,7 +52,8 @@ cv::Mat binarise(ReducedImage const& level, TargetSettings const& settings, Prog
   cv::Mat ground = groundOf(level.image, surroundingsSigma, minExcess, progress);
   if (settings.morphRadius > 0) {
     progress.at(stage, 1.0);
-    int const radius = std::max(1, cvRound(static_cast<double>(settings.morphRadius) / level.factor));
+    // Up, so that nothing is left that is narrower than the element at full size.
+    int const radius = (settings.morphRadius + level.factor - 1) / level.factor;
     cv::Mat const element = cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * radius + 1, 2 * radius + 1});
     cv::dilate(ground, ground, element);
     progress.at(stage, 1.0);
