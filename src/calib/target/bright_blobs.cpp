@@ -7,6 +7,8 @@
 #include <cstring>
 #include <opencv2/core.hpp>
 
+#include "core/joined_sets.hpp"
+
 namespace vorn::mv {
 namespace {
 
@@ -63,6 +65,10 @@ struct BlobSums {
 
 /// Runs row by row, joined to blobs with those of the row before.
 class Runs {
+  auto parentOf() {
+    return [this](int run) -> int& { return runs_[static_cast<std::size_t>(run)].parent; };
+  }
+
 public:
   /// What joins two runs: a common side of pixels, or a common corner too.
   enum class Joint { Side = 0, Corner = 1 };
@@ -81,9 +87,7 @@ public:
       Run& lower = runs_[here];
       if (upper.from < lower.to + reach_ && lower.from < upper.to + reach_) {
         ++lower.joints;
-        int const a = root(static_cast<int>(above_));
-        int const b = root(static_cast<int>(here));
-        at(std::max(a, b)).parent = std::min(a, b);
+        joinSets(static_cast<int>(above_), static_cast<int>(here), parentOf());
       }
       if (upper.to < lower.to) {
         ++above_;
@@ -96,17 +100,9 @@ public:
   }
 
   /// The first run of a run's blob.
-  int root(int run) {
-    while (at(run).parent != run) {
-      at(run).parent = at(at(run).parent).parent;
-      run = at(run).parent;
-    }
-    return run;
-  }
+  int root(int run) { return firstOfSet(run, parentOf()); }
 
 private:
-  Run& at(int run) { return runs_[static_cast<std::size_t>(run)]; }
-
   int reach_;
   std::size_t above_ = 0; ///< the first run of the row before
   std::size_t row_ = 0;
