@@ -177,29 +177,31 @@ TEST(DotMeasurement, WhatCoversADotIsNoShadow) {
 }
 
 /// A grid of dots of one size and their places in the image.
-std::vector<MeasuredDot> measuredGrid(std::function<cv::Point2d(cv::Point const&)> const& place) {
+MeasuredGrid measuredGrid(std::function<cv::Point2d(cv::Point const&)> const& place) {
   std::vector<MeasuredDot> dots;
   for (int y = 0; y < 8; ++y) {
     for (int x = 0; x < 10; ++x) {
       MeasuredDot dot;
-      dot.dot = {{x, y}, place({x, y})};
+      dot.index = {x, y};
+      dot.measured.centre = place({x, y});
       dot.measured.area = CV_PI * 100;
       dot.measured.levels.contrast.value = 100;
       dots.push_back(dot);
     }
   }
-  auto const map = TargetMap::fit(targetDots(dots));
+  MeasuredGrid grid(dots);
   for (MeasuredDot& dot : dots) {
-    auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
+    auto const local = grid.map()->around(dot.index, TargetMap::Self::Included);
     dot.radius =
-        std::sqrt(dot.measured.area / (CV_PI * std::abs(cv::determinant(local->jacobian(dot.dot.index)))));
+        std::sqrt(dot.measured.area / (CV_PI * std::abs(cv::determinant(local->jacobian(dot.index)))));
   }
-  return dots;
+  grid.replace(dots);
+  return grid;
 }
 
 TEST(DropMissized, ABentRimLeavesItsDotsTheirSize) {
   cv::RNG random(3);
-  std::vector<MeasuredDot> dots = measuredGrid([&](cv::Point const& index) {
+  MeasuredGrid grid = measuredGrid([&](cv::Point const& index) {
     cv::Point2d place(100 + 40.0 * index.x, 100 + 40.0 * index.y);
     place += cv::Point2d(random.gaussian(0.02), random.gaussian(0.02));
     if (index.x < 2) { // lifted, more in the middle
@@ -208,18 +210,18 @@ TEST(DropMissized, ABentRimLeavesItsDotsTheirSize) {
     return place;
   });
   double mostOff = 0;
-  for (MeasuredDot const& dot : dots) {
+  for (MeasuredDot const& dot : grid.dots()) {
     mostOff = std::max(mostOff, std::abs(dot.radius * 4 - 1));
   }
   ASSERT_GT(mostOff, 0.02) << "the grid's local maps are to be wrong about some dots' sizes";
-  MeasuredDot& small = dots[79];
-  small.radius *= 0.95;
+  std::vector<MeasuredDot> dots = grid.dots();
+  dots[79].radius *= 0.95;
+  grid.replace(dots);
   cv::Mat const image;
   TargetSettings const settings;
-  GridMeasurement const grid(image, settings, false, 0.25);
-  dropMissized(dots, grid);
-  EXPECT_EQ(dots.size(), 79U);
-  EXPECT_NE(dots.back().dot.index, cv::Point(9, 7)) << "a dot that is smaller where the map holds";
+  dropMissized(grid, GridMeasurement(image, settings, false, 0.25));
+  EXPECT_EQ(grid.dots().size(), 79U);
+  EXPECT_NE(grid.dots().back().index, cv::Point(9, 7)) << "a dot that is smaller where the map holds";
 }
 
 TEST(TargetMap, SpreadOfACellIsThatOfItsAreaOverNoise) {

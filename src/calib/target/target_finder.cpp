@@ -11,7 +11,7 @@
 #include "calib/target/dot_candidate.hpp"
 #include "calib/target/dot_grid.hpp"
 #include "calib/target/dot_template.hpp"
-#include "calib/target/target_map.hpp"
+#include "calib/target/measured_grid.hpp"
 #include "calib/target/target_measurement.hpp"
 #include "calib/target/target_rejection.hpp"
 #include "core/median.hpp"
@@ -60,46 +60,42 @@ RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& setti
 }
 
 /// Moves each dot from the centre of its image to the image of its centre.
-void correctPerspective(std::vector<MeasuredDot>& dots) {
-  auto const rough = TargetMap::fit(targetDots(dots));
-  if (!rough) {
-    return;
-  }
+void correctPerspective(MeasuredGrid& grid) {
+  std::vector<MeasuredDot> const seen = grid.dots();
   // Twice: markers shift more than their neighbours, and that must not bend the map that tells how much.
-  std::vector<TargetDot> corrected = targetDots(dots);
   for (int round = 0; round < 2; ++round) {
-    auto const map = TargetMap::fit(corrected);
-    for (std::size_t i = 0; map && i < dots.size(); ++i) {
-      if (auto const local = map->around(dots[i].dot.index, TargetMap::Self::Included)) {
-        corrected[i].centre = dots[i].measured.centre - local->discOffset(dots[i].dot.index, dots[i].radius);
+    auto const& map = grid.map();
+    std::vector<MeasuredDot> corrected = grid.dots();
+    for (std::size_t i = 0; map && i < seen.size(); ++i) {
+      if (auto const local = map->around(seen[i].index, TargetMap::Self::Included)) {
+        corrected[i].measured.centre =
+            seen[i].measured.centre - local->discOffset(seen[i].index, seen[i].radius);
       }
     }
-  }
-  for (std::size_t i = 0; i < dots.size(); ++i) {
-    dots[i].dot = corrected[i];
+    grid.replace(std::move(corrected));
   }
 }
 
 /// Replaces the measured centres by the peaks of the correlation with a drawn dot. The patches are rectified
 /// through the target's map, so that what is drawn as a circle is one, about the image of its centre.
-void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& dots) {
-  auto const map = TargetMap::fit(targetDots(dots));
+void measureByTemplate(GridMeasurement const& measurement, MeasuredGrid& grid) {
+  auto const& map = grid.map();
   if (!map) {
     return;
   }
-  std::vector<MeasuredDot> const before = dots;
+  std::vector<MeasuredDot> dots = grid.dots();
   for (bool const areMarkers : {false, true}) {
     std::vector<std::size_t> numbers;
     std::vector<double> radii;
     std::vector<RectifiedDot> rectified;
     double reach = 0;
-    for (std::size_t i = 0; i < before.size(); ++i) {
-      MeasuredDot const& dot = before[i];
-      auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
-      if (local && grid.isMarker(dot.dot.index) == areMarkers) {
+    for (std::size_t i = 0; i < dots.size(); ++i) {
+      MeasuredDot const& dot = dots[i];
+      auto const local = map->around(dot.index, TargetMap::Self::Included);
+      if (local && measurement.isMarker(dot.index) == areMarkers) {
         // The map passes by the dot at the distance of its noise; the patch is centred on the dot itself.
-        cv::Point2d const index(dot.dot.index);
-        cv::Point2d const shift = dot.dot.centre - local->position(index);
+        cv::Point2d const index(dot.index);
+        cv::Point2d const shift = dot.measured.centre - local->position(index);
         rectified.push_back({[local, index, shift, radius = dot.radius](cv::Point2d const& offset) {
                                return local->position(index + offset * radius) + shift;
                              },
@@ -109,10 +105,11 @@ void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& do
         reach = groundReach / dot.radius;
       }
     }
-    std::vector<cv::Point2d> const peaks = correlationPeaks(grid.image(), rectified, medianOf(radii), reach);
+    std::vector<cv::Point2d> const peaks =
+        correlationPeaks(measurement.image(), rectified, medianOf(radii), reach);
     std::vector<double> moves;
     for (std::size_t k = 0; k < numbers.size(); ++k) {
-      moves.push_back(cv::norm(rectified[k].position(peaks[k]) - before[numbers[k]].dot.centre));
+      moves.push_back(cv::norm(rectified[k].position(peaks[k]) - dots[numbers[k]].measured.centre));
     }
     // A correlation sees everything in its patch: where something else reaches in, the centre by its edge
     // stands.
@@ -121,10 +118,11 @@ void measureByTemplate(GridMeasurement const& grid, std::vector<MeasuredDot>& do
     double const tolerance = std::max(leastTolerance, toleranceInMedians * medianOf(moves));
     for (std::size_t k = 0; k < numbers.size(); ++k) {
       if (moves[k] <= tolerance) {
-        dots[numbers[k]].dot.centre = rectified[k].position(peaks[k]);
+        dots[numbers[k]].measured.centre = rectified[k].position(peaks[k]);
       }
     }
   }
+  grid.replace(std::move(dots));
 }
 
 /// Counts the indices of an unmarked grid from the dot nearest its middle.
@@ -143,11 +141,11 @@ void centreIndices(std::vector<TargetDot>& dots) {
   }
 }
 
-/// Takes dots through steps that may drop some, and keeps a record of them where one is wanted.
+/// Takes a grid through steps that may drop some of its dots, and keeps a record of them where one is wanted.
 class Sieve {
 public:
-  Sieve(std::vector<MeasuredDot>& dots, SearchReport* report, Progress progress)
-      : dots_(dots), report_(report), progress_(std::move(progress)) {}
+  Sieve(MeasuredGrid& grid, SearchReport* report, Progress progress)
+      : grid_(grid), report_(report), progress_(std::move(progress)) {}
 
   template <class Step>
   void apply(char const* left, char const* reason, Step const& step) {
@@ -156,22 +154,23 @@ public:
       step();
       return;
     }
-    std::vector<MeasuredDot> const before = dots_;
+    std::vector<TargetDot> const before = grid_.targetDots();
     step();
-    GridIndex places;
-    for (MeasuredDot const& dot : dots_) {
-      places.set(dot.dot.index, 0);
-    }
-    for (MeasuredDot const& dot : before) {
-      if (places.at(dot.dot.index) == GridIndex::none) {
-        report_->dropped.push_back({cv::Point2f(dot.dot.centre), reason});
+    recordDropped(*report_, before, grid_, reason);
+    report_->steps.push_back({left, static_cast<int>(grid_.dots().size())});
+  }
+
+  static void recordDropped(SearchReport& report, std::vector<TargetDot> const& before,
+                            MeasuredGrid const& grid, char const* reason) {
+    for (TargetDot const& dot : before) {
+      if (grid.at(dot.index) == nullptr) {
+        report.dropped.push_back({cv::Point2f(dot.centre), reason});
       }
     }
-    report_->steps.push_back({left, static_cast<int>(dots_.size())});
   }
 
 private:
-  std::vector<MeasuredDot>& dots_;
+  MeasuredGrid& grid_;
   SearchReport* report_;
   Progress progress_;
 };
@@ -179,43 +178,34 @@ private:
 constexpr char const* notWhole = "it is not whole";
 
 /// Records which dots of a grid could not be measured.
-void reportStart(SearchReport& report, std::vector<TargetDot> const& rough,
-                 std::vector<MeasuredDot> const& dots) {
-  GridIndex places;
-  for (MeasuredDot const& dot : dots) {
-    places.set(dot.dot.index, 0);
-  }
-  for (TargetDot const& dot : rough) {
-    if (places.at(dot.index) == GridIndex::none) {
-      report.dropped.push_back({cv::Point2f(dot.centre), notWhole});
-    }
-  }
-  report.steps.push_back({"measured", static_cast<int>(dots.size())});
+void reportStart(SearchReport& report, std::vector<TargetDot> const& rough, MeasuredGrid const& grid) {
+  Sieve::recordDropped(report, rough, grid, notWhole);
+  report.steps.push_back({"measured", static_cast<int>(grid.dots().size())});
 }
 
 /// Everything from the first measurement of a grid's dots to the finished view.
-TargetView finish(GridMeasurement& grid, std::vector<MeasuredDot> dots, TargetSettings const& settings,
+TargetView finish(GridMeasurement const& measurement, MeasuredGrid grid, TargetSettings const& settings,
                   SearchReport* report, Progress const& progress) {
-  if (dots.empty()) {
+  if (grid.empty()) {
     return {};
   }
-  Sieve sieve(dots, report, progress);
-  sieve.apply("measured to their edges", notWhole, [&] { grid.refine(dots); });
+  Sieve sieve(grid, report, progress);
+  sieve.apply("measured to their edges", notWhole, [&] { measurement.refine(grid); });
   progress.at(stage, 1.0);
-  grid.fitEdges(dots);
+  measurement.fitEdges(grid);
   progress.at(stage, 1.0);
-  correctPerspective(dots);
+  correctPerspective(grid);
   sieve.apply("of the size of their neighbours", "its size is not that of its neighbours",
-              [&] { dropMissized(dots, grid); });
+              [&] { dropMissized(grid, measurement); });
   sieve.apply("where their neighbours say", "it does not stand where its neighbours say",
-              [&] { dropMisplaced(dots); });
+              [&] { dropMisplaced(grid); });
   sieve.apply("within the bounds of area and shape", "its area or shape is out of bounds",
-              [&] { keepWithinBounds(dots, grid, settings); });
+              [&] { keepWithinBounds(grid, measurement, settings); });
   if (settings.centreMethod == CentreMethod::TemplatePeak) {
     progress.at(stage, 1.0);
-    measureByTemplate(grid, dots);
+    measureByTemplate(measurement, grid);
   }
-  TargetView view{targetDots(dots), grid.isMarked(), grid.dotRadius()};
+  TargetView view{grid.targetDots(), measurement.isMarked(), measurement.dotRadius()};
   if (!view.isOriginMarked && !view.dots.empty()) {
     centreIndices(view.dots);
   }
@@ -241,16 +231,16 @@ std::optional<TargetView> finishMarked(cv::Mat const& image, RoughView const& ro
                                        TargetSettings const& settings, SearchReport* report,
                                        Progress const& progress) {
   progress.at(stage, 1.0);
-  GridMeasurement grid(image, settings, true, rough.dotRadius);
-  std::vector<MeasuredDot> dots = grid.start(rough.view.dots);
-  if (!grid.hasMarkers(dots)) {
+  GridMeasurement measurement(image, settings, true, rough.dotRadius);
+  MeasuredGrid grid = measurement.start(rough.view.dots);
+  if (!measurement.hasMarkers(grid)) {
     return std::nullopt;
   }
   if (report != nullptr) {
     report->steps = rough.steps;
-    reportStart(*report, rough.view.dots, dots);
+    reportStart(*report, rough.view.dots, grid);
   }
-  return finish(grid, std::move(dots), settings, report, progress);
+  return finish(measurement, std::move(grid), settings, report, progress);
 }
 
 } // namespace
@@ -290,13 +280,13 @@ TargetView findTarget(GreyImage const& image, TargetSettings const& settings, Se
     return *view;
   }
   progress.at(stage, 1.0);
-  GridMeasurement grid(measured, settings, false, unmarked.dotRadius);
-  std::vector<MeasuredDot> dots = grid.start(unmarked.view.dots);
+  GridMeasurement measurement(measured, settings, false, unmarked.dotRadius);
+  MeasuredGrid grid = measurement.start(unmarked.view.dots);
   if (report != nullptr) {
     report->steps = unmarked.steps;
-    reportStart(*report, unmarked.view.dots, dots);
+    reportStart(*report, unmarked.view.dots, grid);
   }
-  return finish(grid, std::move(dots), settings, report, progress);
+  return finish(measurement, std::move(grid), settings, report, progress);
 }
 
 } // namespace vorn::mv

@@ -3,6 +3,7 @@
 #include "calib/target/target_measurement.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <utility>
@@ -36,25 +37,20 @@ void GridMeasurement::assume(double dotRadius) {
   markerRadius_ = std::min(markerInRadii * ordinaryRadius_, mostMarkerRadius);
 }
 
-std::vector<MeasuredDot> GridMeasurement::start(std::vector<TargetDot> const& rough) {
-  std::vector<MeasuredDot> dots;
+MeasuredGrid GridMeasurement::start(std::vector<TargetDot> const& rough) {
   auto const map = TargetMap::fit(rough);
   if (!map) {
-    return dots;
+    return {};
   }
   // Small blurred dots look larger than they are. An outline too large by little already meets their
   // neighbours.
   constexpr double smaller = 0.93;
   constexpr double mostMissing = 0.05;
   double const asItLooks = ordinaryRadius_;
+  std::vector<MeasuredDot> dots;
   for (double const radius : {asItLooks, smaller * asItLooks}) {
     assume(radius);
-    std::vector<MeasuredDot> measured;
-    for (TargetDot const& dot : rough) {
-      if (auto found = measure(*map, dot)) {
-        measured.push_back(*found);
-      }
-    }
+    std::vector<MeasuredDot> measured = measureAll(*map, rough);
     if (measured.size() > dots.size()) {
       dots = std::move(measured);
     }
@@ -63,30 +59,23 @@ std::vector<MeasuredDot> GridMeasurement::start(std::vector<TargetDot> const& ro
     }
   }
   learn(dots);
-  if (!dots.empty()) {
-    complete(dots);
-  }
-  return dots;
+  MeasuredGrid grid(std::move(dots));
+  complete(grid);
+  return grid;
 }
 
-bool GridMeasurement::hasMarkers(std::vector<MeasuredDot> const& dots) const {
+bool GridMeasurement::hasMarkers(MeasuredGrid& grid) const {
   constexpr double leastRadiusRatio = 1.25; // of 1.5
   constexpr double leastExcess = 0.12;      // of the dots' contrast; a sharp image gives 1
   constexpr double excessInDeviations = 8;  // of their median, which is two thirds of a sigma
-  constexpr int leastMeasured = 3;
-  int large = 0;
-  for (MeasuredDot const& dot : dots) {
-    if (isMarker(dot.dot.index)) {
-      if (dot.radius < leastRadiusRatio * ordinaryRadius_) {
-        return false;
-      }
-      ++large;
+  std::array<cv::Point, 3> const markers{cv::Point(0, 0), cv::Point(1, 0), cv::Point(0, 1)};
+  for (cv::Point const& index : markers) {
+    MeasuredDot const* const marker = grid.at(index);
+    if (marker == nullptr || marker->radius < leastRadiusRatio * ordinaryRadius_) {
+      return false;
     }
   }
-  if (large < leastMeasured) {
-    return false;
-  }
-  auto const map = TargetMap::fit(targetDots(dots));
+  auto const& map = grid.map();
   if (!map) {
     return false;
   }
@@ -98,9 +87,9 @@ bool GridMeasurement::hasMarkers(std::vector<MeasuredDot> const& dots) const {
     return ring.value_or(0);
   };
   std::vector<double> ordinary;
-  for (MeasuredDot const& dot : dots) {
-    if (!isMarker(dot.dot.index)) {
-      ordinary.push_back(ringAt(dot.dot.index));
+  for (MeasuredDot const& dot : grid.dots()) {
+    if (!isMarker(dot.index)) {
+      ordinary.push_back(ringAt(dot.index));
     }
   }
   double const usual = medianOf(ordinary);
@@ -109,19 +98,19 @@ bool GridMeasurement::hasMarkers(std::vector<MeasuredDot> const& dots) const {
     deviations.push_back(std::abs(ring - usual));
   }
   double const least = usual + std::max(leastExcess, excessInDeviations * medianOf(deviations));
-  return ringAt({0, 0}) >= least && ringAt({1, 0}) >= least && ringAt({0, 1}) >= least;
+  return std::all_of(markers.begin(), markers.end(),
+                     [&](cv::Point const& index) { return ringAt(index) >= least; });
 }
 
-void GridMeasurement::complete(std::vector<MeasuredDot>& dots) {
+void GridMeasurement::complete(MeasuredGrid& grid) const {
   constexpr int maxRounds = 16;
   constexpr int nextDot = 1;
   constexpr int acrossGap = 4;
   int reach = nextDot;
-  for (int round = 0; round < maxRounds; ++round) {
-    auto const map = TargetMap::fit(targetDots(dots));
-    if (map && addMissing(*map, reach, dots)) {
+  for (int round = 0; round < maxRounds && grid.map(); ++round) {
+    if (addMissing(grid, reach)) {
       reach = nextDot;
-    } else if (map && reach == nextDot) {
+    } else if (reach == nextDot) {
       reach = acrossGap;
     } else {
       return;
@@ -129,57 +118,49 @@ void GridMeasurement::complete(std::vector<MeasuredDot>& dots) {
   }
 }
 
-void GridMeasurement::refine(std::vector<MeasuredDot>& dots) {
-  auto const map = TargetMap::fit(targetDots(dots));
-  std::vector<MeasuredDot> refined;
-  for (MeasuredDot const& dot : dots) {
-    if (auto found = map ? measure(*map, dot.dot) : std::nullopt) {
-      refined.push_back(*found);
-    }
-  }
-  dots = std::move(refined);
+void GridMeasurement::refine(MeasuredGrid& grid) const {
+  auto const& map = grid.map();
+  grid.replace(map ? measureAll(*map, grid.targetDots()) : std::vector<MeasuredDot>());
 }
 
-void GridMeasurement::fitEdges(std::vector<MeasuredDot>& dots) const {
+void GridMeasurement::fitEdges(MeasuredGrid& grid) const {
   constexpr double leastBlur = 0.4; // pixels; the edge of a square pixel alone is as wide as 0.3
-  auto const map = TargetMap::fit(targetDots(dots));
+  auto const& map = grid.map();
+  std::vector<MeasuredDot> dots = grid.dots();
   double const blur = std::max(usualBlur(dots), leastBlur);
   for (MeasuredDot& dot : dots) {
-    auto const local = map ? map->around(dot.dot.index, TargetMap::Self::Included) : std::nullopt;
+    auto const local = map ? map->around(dot.index, TargetMap::Self::Included) : std::nullopt;
     auto const centre =
-        local ? fitEdge(image_, dot.measured, local->jacobian(dot.dot.index), blur) : std::nullopt;
-    if (centre) {
-      dot.measured.centre = *centre;
-      dot.dot.centre = *centre;
+        local ? fitEdge(image_, dot.measured, local->jacobian(dot.index), blur) : std::nullopt;
+    dot.measured.centre = centre.value_or(dot.measured.centre);
+  }
+  grid.replace(std::move(dots));
+}
+
+std::vector<MeasuredDot> GridMeasurement::measureAll(TargetMap const& map,
+                                                     std::vector<TargetDot> const& dots) const {
+  std::vector<MeasuredDot> measured;
+  for (TargetDot const& dot : dots) {
+    auto const local = map.around(dot.index, TargetMap::Self::Included);
+    if (auto found = local ? measure(*local, dot.index, dot.centre) : std::nullopt) {
+      measured.push_back(*found);
     }
   }
+  return measured;
 }
 
-std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots) {
-  std::vector<TargetDot> list;
-  list.reserve(dots.size());
-  for (MeasuredDot const& dot : dots) {
-    list.push_back(dot.dot);
-  }
-  return list;
-}
-
-std::optional<MeasuredDot> GridMeasurement::measure(TargetMap const& map, TargetDot const& dot) const {
-  auto const local = map.around(dot.index, TargetMap::Self::Included);
-  return local ? measure(*local, dot) : std::nullopt;
-}
-
-std::optional<MeasuredDot> GridMeasurement::measure(LocalMap const& local, TargetDot const& dot) const {
-  cv::Matx22d const jacobian = local.jacobian(dot.index);
-  double const radius = isMarker(dot.index) ? markerRadius_ : ordinaryRadius_;
+std::optional<MeasuredDot> GridMeasurement::measure(LocalMap const& local, cv::Point const& index,
+                                                    cv::Point2d const& start) const {
+  cv::Matx22d const jacobian = local.jacobian(index);
+  double const radius = isMarker(index) ? markerRadius_ : ordinaryRadius_;
   double const cell = std::abs(cv::determinant(jacobian));
   double const shortAxis = radius * cell / std::max(cv::norm(jacobian), 1e-9);
   double const halfWidth = halfWidth_ > 0 ? halfWidth_ : std::clamp(0.4 * shortAxis, 2.0, 6.0);
-  auto const measured = measureDot(image_, dot.centre, {jacobian * radius, groundReach / radius}, halfWidth);
+  auto const measured = measureDot(image_, start, {jacobian * radius, groundReach / radius}, halfWidth);
   if (!measured) {
     return std::nullopt;
   }
-  return MeasuredDot{{dot.index, measured->centre}, *measured, std::sqrt(measured->area / (CV_PI * cell))};
+  return MeasuredDot{index, *measured, std::sqrt(measured->area / (CV_PI * cell))};
 }
 
 double GridMeasurement::usualBlur(std::vector<MeasuredDot> const& dots) {
@@ -194,7 +175,7 @@ void GridMeasurement::learn(std::vector<MeasuredDot> const& dots) {
   std::vector<double> ordinary;
   std::vector<double> markers;
   for (MeasuredDot const& dot : dots) {
-    (isMarker(dot.dot.index) ? markers : ordinary).push_back(dot.radius);
+    (isMarker(dot.index) ? markers : ordinary).push_back(dot.radius);
   }
   if (!ordinary.empty()) {
     ordinaryRadius_ = std::clamp(medianOf(ordinary), leastRadius, mostRadius);
@@ -206,40 +187,37 @@ void GridMeasurement::learn(std::vector<MeasuredDot> const& dots) {
   halfWidth_ = std::max(1.5, widthInBlurs * usualBlur(dots) + 0.7);
 }
 
-bool GridMeasurement::addMissing(TargetMap const& map, int reach, std::vector<MeasuredDot>& dots) const {
-  GridIndex present;
-  cv::Rect extent(dots.front().dot.index, cv::Size(1, 1));
-  for (std::size_t i = 0; i < dots.size(); ++i) {
-    present.set(dots[i].dot.index, static_cast<int>(i));
-    extent |= cv::Rect(dots[i].dot.index, cv::Size(1, 1));
+bool GridMeasurement::addMissing(MeasuredGrid& grid, int reach) const {
+  TargetMap const& map = *grid.map();
+  cv::Rect extent(grid.dots().front().index, cv::Size(1, 1));
+  for (MeasuredDot const& dot : grid.dots()) {
+    extent |= cv::Rect(dot.index, cv::Size(1, 1));
   }
   std::vector<MeasuredDot> added;
   int const bottom = std::min(extent.br().y - 1 + reach, settings_.maxIndex.y);
   int const right = std::min(extent.br().x - 1 + reach, settings_.maxIndex.x);
   for (int y = std::max(extent.y - reach, settings_.minIndex.y); y <= bottom; ++y) {
     for (int x = std::max(extent.x - reach, settings_.minIndex.x); x <= right; ++x) {
-      if (present.at({x, y}) == GridIndex::none) {
-        if (auto found = findMissing(map, {x, y}, reach, present, dots)) {
+      if (grid.at({x, y}) == nullptr) {
+        if (auto found = findMissing(grid, map, {x, y}, reach)) {
           added.push_back(*found);
         }
       }
     }
   }
-  dots.insert(dots.end(), added.begin(), added.end());
+  grid.add(added);
   return !added.empty();
 }
 
-std::optional<MeasuredDot> GridMeasurement::findMissing(TargetMap const& map, cv::Point const& index,
-                                                        int reach, GridIndex const& present,
-                                                        std::vector<MeasuredDot> const& dots) const {
+std::optional<MeasuredDot> GridMeasurement::findMissing(MeasuredGrid const& grid, TargetMap const& map,
+                                                        cv::Point const& index, int reach) const {
   constexpr std::size_t leastNeighbours = 2;
   constexpr double farthest = 0.15;
   std::vector<double> contrasts;
   for (int y = -reach; y <= reach; ++y) {
     for (int x = -reach; x <= reach; ++x) {
-      int const neighbour = present.at(index + cv::Point(x, y));
-      if (neighbour != GridIndex::none) {
-        contrasts.push_back(dots[static_cast<std::size_t>(neighbour)].measured.levels.contrast.value);
+      if (MeasuredDot const* const neighbour = grid.at(index + cv::Point(x, y))) {
+        contrasts.push_back(neighbour->measured.levels.contrast.value);
       }
     }
   }
@@ -254,11 +232,11 @@ std::optional<MeasuredDot> GridMeasurement::findMissing(TargetMap const& map, cv
   if (!cv::Rect2d(0, 0, image_.cols, image_.rows).contains(expected)) {
     return std::nullopt;
   }
-  auto const found = measure(*local, {index, expected});
+  auto const found = measure(*local, index, expected);
   if (!found) {
     return std::nullopt;
   }
-  cv::Point2d const offset = found->dot.centre - expected;
+  cv::Point2d const offset = found->measured.centre - expected;
   cv::Vec2d const inGrid = local->jacobian(index).inv() * cv::Vec2d(offset.x, offset.y);
   double const size = found->radius / (isMarker(index) ? markerRadius_ : ordinaryRadius_);
   double const contrast = found->measured.levels.contrast.value / medianOf(contrasts);

@@ -7,24 +7,13 @@
 #include <optional>
 #include <vector>
 
-#include "calib/target/dot_centre.hpp"
-#include "calib/target/dot_grid.hpp"
+#include "calib/target/measured_grid.hpp"
 #include "calib/target/target_finder.hpp"
-#include "calib/target/target_map.hpp"
 
 namespace vorn::mv {
 
 /// Half way to the next dot, and a little more, in pitches: the ground there belongs to nobody.
 constexpr double groundReach = 0.525;
-
-/// A dot with its measurement; `dot.centre` is the centre of its image.
-struct MeasuredDot {
-  TargetDot dot;
-  DotMeasurement measured;
-  double radius = 0; ///< pitches
-};
-
-std::vector<TargetDot> targetDots(std::vector<MeasuredDot> const& dots);
 
 /// Measures the dots of a grid in the full image and completes the grid.
 class GridMeasurement {
@@ -40,40 +29,43 @@ public:
   }
 
   /// First measurement, from rough positions; looks for the dots that these lack too.
-  std::vector<MeasuredDot> start(std::vector<TargetDot> const& rough);
+  MeasuredGrid start(std::vector<TargetDot> const& rough);
 
   /// Whether all three markers were measured, the image is brighter around them than around the other dots,
   /// and they are as much larger as markers are.
-  bool hasMarkers(std::vector<MeasuredDot> const& dots) const;
+  bool hasMarkers(MeasuredGrid& grid) const;
 
   /// Measures once more, with band and outline as the first measurement found them.
-  void refine(std::vector<MeasuredDot>& dots);
+  void refine(MeasuredGrid& grid) const;
 
   /// Moves the dots' centres to where their edges have them.
-  void fitEdges(std::vector<MeasuredDot>& dots) const;
+  void fitEdges(MeasuredGrid& grid) const;
 
 private:
   /// Takes a radius of the ordinary dots, pitches, and the markers' that goes with it.
   void assume(double dotRadius);
 
   /// Looks for dots where the grid has gaps and beyond its edge, until there are no more.
-  void complete(std::vector<MeasuredDot>& dots);
+  void complete(MeasuredGrid& grid) const;
 
-  std::optional<MeasuredDot> measure(TargetMap const& map, TargetDot const& dot) const;
+  /// Measures a dot near `start` as large as it is expected to be.
+  std::optional<MeasuredDot> measure(LocalMap const& local, cv::Point const& index,
+                                     cv::Point2d const& start) const;
 
-  std::optional<MeasuredDot> measure(LocalMap const& local, TargetDot const& dot) const;
+  /// Measures dots from where they are taken to be, through a map of them; those that are whole.
+  std::vector<MeasuredDot> measureAll(TargetMap const& map, std::vector<TargetDot> const& dots) const;
 
   static double usualBlur(std::vector<MeasuredDot> const& dots);
 
   /// Takes over the dots' sizes and the blur of their edges.
   void learn(std::vector<MeasuredDot> const& dots);
 
-  /// Adds dots up to `reach` steps from those that are there.
-  bool addMissing(TargetMap const& map, int reach, std::vector<MeasuredDot>& dots) const;
+  /// Adds dots up to `reach` steps from those that are there; true when there were any.
+  bool addMissing(MeasuredGrid& grid, int reach) const;
 
-  std::optional<MeasuredDot> findMissing(TargetMap const& map, cv::Point const& index, int reach,
-                                         GridIndex const& present,
-                                         std::vector<MeasuredDot> const& dots) const;
+  /// The dot at an index that has none yet, if it is like those up to `reach` steps around it.
+  std::optional<MeasuredDot> findMissing(MeasuredGrid const& grid, TargetMap const& map,
+                                         cv::Point const& index, int reach) const;
 
   cv::Mat const& image_;
   TargetSettings const& settings_;

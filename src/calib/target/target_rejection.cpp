@@ -8,7 +8,6 @@
 #include <optional>
 
 #include "calib/target/dot_candidate.hpp"
-#include "calib/target/dot_grid.hpp"
 #include "calib/target/target_map.hpp"
 #include "core/median.hpp"
 
@@ -26,49 +25,43 @@ double radiusNoise(DotMeasurement const& dot) {
 
 } // namespace
 
-void dropMisplaced(std::vector<MeasuredDot>& dots) {
+void dropMisplaced(MeasuredGrid& grid) {
   constexpr double leastTolerance = 0.25; // pixels
   constexpr double toleranceInSigmas = 7;
   constexpr int maxRounds = 12;
   for (int round = 0; round < maxRounds; ++round) {
-    auto const map = TargetMap::fit(targetDots(dots));
+    auto const& map = grid.map();
     if (!map) {
       return;
     }
     std::vector<double> deviations;
-    GridIndex index;
-    for (std::size_t i = 0; i < dots.size(); ++i) {
-      index.set(dots[i].dot.index, static_cast<int>(i));
-      auto const local = map->around(dots[i].dot.index, TargetMap::Self::LeftOut);
+    for (MeasuredDot const& dot : grid.dots()) {
+      auto const local = map->around(dot.index, TargetMap::Self::LeftOut);
       // A dot with nothing to compare it with cannot be vouched for.
-      deviations.push_back(local ? cv::norm(local->position(dots[i].dot.index) - dots[i].dot.centre) /
+      deviations.push_back(local ? cv::norm(local->position(dot.index) - dot.measured.centre) /
                                        std::sqrt(1.0 + local->variance())
                                  : std::numeric_limits<double>::infinity());
     }
     double const tolerance = std::max(leastTolerance, toleranceInSigmas * medianOf(deviations));
     // A misplaced dot throws suspicion on its neighbours: of those near each other only the worst goes now.
-    std::vector<MeasuredDot> kept;
-    for (std::size_t i = 0; i < dots.size(); ++i) {
+    bool const hasDropped = grid.keepOnly([&](std::size_t i, MeasuredDot const& dot) {
       bool isWorst = deviations[i] > tolerance;
       for (int y = -2; y <= 2 && isWorst; ++y) {
         for (int x = -2; x <= 2; ++x) {
-          int const other = index.at(dots[i].dot.index + cv::Point(x, y));
+          int const other = grid.numberAt(dot.index + cv::Point(x, y));
           isWorst = isWorst && (other == GridIndex::none ||
                                 deviations[static_cast<std::size_t>(other)] <= deviations[i]);
         }
       }
-      if (!isWorst) {
-        kept.push_back(dots[i]);
-      }
-    }
-    if (kept.size() == dots.size()) {
+      return !isWorst;
+    });
+    if (!hasDropped) {
       return;
     }
-    dots = std::move(kept);
   }
 }
 
-void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
+void dropMissized(MeasuredGrid& grid, GridMeasurement const& measurement) {
   // Shares of the radius. Dots of a fine print differ by less than the least; how much those of another do is
   // measured, up to where a dot may have lost enough to be off by a tenth of its radius.
   constexpr double leastTolerance = 0.015;
@@ -77,24 +70,19 @@ void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
   constexpr double toleranceInSigmas = 8;
   constexpr double sigmaOfMedianDeviation = 1.4826;
   constexpr std::size_t leastNeighbours = 5;
-  GridIndex index;
-  for (std::size_t i = 0; i < dots.size(); ++i) {
-    index.set(dots[i].dot.index, static_cast<int>(i));
-  }
   std::vector<std::optional<double>> deviations;
   std::vector<double> magnitudes;
-  for (MeasuredDot const& dot : dots) {
+  for (MeasuredDot const& dot : grid.dots()) {
     std::vector<double> radii;
     for (int y = -2; y <= 2; ++y) {
       for (int x = -2; x <= 2; ++x) {
-        cv::Point const place = dot.dot.index + cv::Point(x, y);
-        int const other = index.at(place);
-        if (other != GridIndex::none && !grid.isMarker(place)) {
-          radii.push_back(dots[static_cast<std::size_t>(other)].radius);
+        MeasuredDot const* const other = grid.at(dot.index + cv::Point(x, y));
+        if (other != nullptr && !measurement.isMarker(other->index)) {
+          radii.push_back(other->radius);
         }
       }
     }
-    if (grid.isMarker(dot.dot.index) || radii.size() < leastNeighbours) {
+    if (measurement.isMarker(dot.index) || radii.size() < leastNeighbours) {
       deviations.emplace_back();
     } else {
       magnitudes.push_back(std::abs(dot.radius / medianOf(radii) - 1));
@@ -103,34 +91,32 @@ void dropMissized(std::vector<MeasuredDot>& dots, GridMeasurement const& grid) {
   }
   double const spread = sigmaOfMedianDeviation * medianOf(magnitudes);
   double const usual = std::clamp(toleranceInSpreads * spread, leastTolerance, mostTolerance);
-  auto const map = TargetMap::fit(targetDots(dots));
-  std::vector<MeasuredDot> kept;
-  for (std::size_t i = 0; i < dots.size(); ++i) {
-    double const tolerance = std::max(usual, toleranceInSigmas * radiusNoise(dots[i].measured));
-    bool isKept = !deviations[i] || *deviations[i] <= tolerance;
-    if (!isKept && map && *deviations[i] <= mostTolerance) {
-      // A radius has half the relative deviation of the cell's area that it is taken from.
-      double const spreadOfMap = 0.5 * map->cellSpread(dots[i].dot.index).value_or(0.0);
-      isKept = *deviations[i] <= std::hypot(tolerance, toleranceInSigmas * spreadOfMap);
+  auto const& map = grid.map();
+  grid.keepOnly([&](std::size_t i, MeasuredDot const& dot) {
+    double const tolerance = std::max(usual, toleranceInSigmas * radiusNoise(dot.measured));
+    if (!deviations[i] || *deviations[i] <= tolerance) {
+      return true;
     }
-    if (isKept) {
-      kept.push_back(dots[i]);
+    if (!map || *deviations[i] > mostTolerance) {
+      return false;
     }
-  }
-  dots = std::move(kept);
+    // A radius has half the relative deviation of the cell's area that it is taken from.
+    double const spreadOfMap = 0.5 * map->cellSpread(dot.index).value_or(0.0);
+    return *deviations[i] <= std::hypot(tolerance, toleranceInSigmas * spreadOfMap);
+  });
 }
 
-void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& grid,
+void keepWithinBounds(MeasuredGrid& grid, GridMeasurement const& measurement,
                       TargetSettings const& settings) {
-  auto const map = TargetMap::fit(targetDots(dots));
+  auto const& map = grid.map();
   if (!map) {
-    dots.clear();
+    grid.replace({});
     return;
   }
   std::vector<double> radii;
   std::vector<double> areas;
-  for (MeasuredDot const& dot : dots) {
-    if (!grid.isMarker(dot.dot.index)) {
+  for (MeasuredDot const& dot : grid.dots()) {
+    if (!measurement.isMarker(dot.index)) {
       radii.push_back(dot.radius);
       areas.push_back(dot.measured.area);
     }
@@ -142,7 +128,7 @@ void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& gri
   constexpr double blobExcess = 1.25; // of a small dot's blob over the dot
   if (usualArea * areaSlack * blobExcess < settings.minDotArea ||
       usualArea > settings.maxDotArea * areaSlack) {
-    dots.clear();
+    grid.replace({});
     return;
   }
   auto const isOutOfBounds = [&](MeasuredDot const& dot) {
@@ -151,18 +137,18 @@ void keepWithinBounds(std::vector<MeasuredDot>& dots, GridMeasurement const& gri
         relative > std::sqrt(settings.maxAreaMultiplier)) {
       return true;
     }
-    auto const local = map->around(dot.dot.index, TargetMap::Self::Included);
+    auto const local = map->around(dot.index, TargetMap::Self::Included);
     if (!local) {
       return true;
     }
-    cv::Matx22d const j = local->jacobian(dot.dot.index);
+    cv::Matx22d const j = local->jacobian(dot.index);
     // Ratio of the singular values from the determinant and the squared norm.
     double const det = 2.0 * std::abs(cv::determinant(j));
     double const squares = cv::norm(j, cv::NORM_L2SQR);
     double const root = std::sqrt(std::max(squares * squares - det * det, 0.0));
     return std::sqrt(std::max(squares - root, 0.0) / (squares + root)) < settings.minDotRatio;
   };
-  dots.erase(std::remove_if(dots.begin(), dots.end(), isOutOfBounds), dots.end());
+  grid.keepOnly([&](std::size_t, MeasuredDot const& dot) { return !isOutOfBounds(dot); });
 }
 
 } // namespace vorn::mv
