@@ -10,6 +10,7 @@
 
 #include "core/error.hpp"
 #include "core/parallel.hpp"
+#include "measure/bounds_canvas.hpp"
 #include "measure/legend.hpp"
 #include "measure/mark_painter.hpp"
 #include "measure/shown_image.hpp"
@@ -103,9 +104,9 @@ Frame frameOf(AMat const& amat, cv::Rect const& part, cv::Size shown, DrawSettin
   return frame;
 }
 
-void paint(Canvas& canvas, AMat const& amat, Frame const& frame, Placement const& placement,
-           DrawSettings const& settings, std::function<bool(Mark const&)> const& isShown,
-           DrawReport& report) {
+/// Title and legends, which lie beside the image.
+void paintMargins(Canvas& canvas, AMat const& amat, Frame const& frame, DrawSettings const& settings,
+                  DrawReport& report) {
   Inks const inks = Inks::on(settings.ground);
   Label label;
   label.scale = frame.enlarge;
@@ -117,16 +118,43 @@ void paint(Canvas& canvas, AMat const& amat, Frame const& frame, Placement const
     drawColorScale(canvas, scaleOf(*frame.legends[i]), place.tl(), place.height, frame.enlarge, inks.text);
     ++report.drawn;
   }
-  canvas.clip(frame.area);
-  MarkPainter painter(canvas, placement, report);
+}
+
+/// The marks that are painted on the image, in their order.
+std::vector<Mark const*> paintedMarks(AMat const& amat, std::function<bool(Mark const&)> const& isShown,
+                                      DrawReport& report) {
+  std::vector<Mark const*> painted;
   for (Mark const& mark : amat.marks()) {
     if (!isShown(mark)) {
       ++report.hidden;
     } else if (mark.kind != MarkKind::Legend) {
-      painter.paint(mark);
+      painted.push_back(&mark);
     }
   }
-  report.imageCorner = frame.area.tl();
+  return painted;
+}
+
+/// The rows of a band: as many as stay in a cache while the marks on them are drawn.
+constexpr int bandRows = 128;
+
+/// The marks that reach into each band of rows, in their order.
+std::vector<std::vector<Mark const*>> marksOfBands(std::vector<Mark const*> const& marks, Frame const& frame,
+                                                   Placement const& placement, DrawReport& report) {
+  std::vector<std::vector<Mark const*>> bands(
+      static_cast<std::size_t>((frame.size.height + bandRows - 1) / bandRows));
+  BoundsCanvas canvas(frame.size);
+  MarkPainter painter(canvas, placement, report);
+  for (Mark const* mark : marks) {
+    canvas.clip(frame.area);
+    painter.paint(*mark);
+    cv::Rect const& reached = canvas.reached();
+    if (!reached.empty()) {
+      for (int band = reached.y / bandRows; band <= (reached.br().y - 1) / bandRows; ++band) {
+        bands[static_cast<std::size_t>(band)].push_back(mark);
+      }
+    }
+  }
+  return bands;
 }
 
 /// Where the view, if there is one, and the image lie.
@@ -144,33 +172,46 @@ Drawing AMat::draw(DrawSettings const& settings) const {
   cv::Rect const part = shownPart(image_, settings);
   ShownRange const range = shownRange(image_, settings);
   auto const isShown = [&](Mark const& mark) { return hiddenLayers_.count(mark.layer) == 0; };
-  cv::Mat shown = shownImage(image_, part, settings, range);
-  Frame const frame = frameOf(*this, part, shown.size(), settings, isShown);
+  Frame const frame = frameOf(*this, part, shownSize(part.size(), settings.zoom), settings, isShown);
   constexpr double white = 255.0;
-  ShownRange const colors = settings.depth == DrawDepth::Eight ? ShownRange{0.0, white} : range;
+  bool const isEight = settings.depth == DrawDepth::Eight;
+  ShownRange const colors = isEight ? ShownRange{0.0, white} : range;
   Drawing drawing;
+  drawing.picture.create(frame.size, CV_MAKETYPE(isEight ? CV_8U : image_.depth(), 3));
+  drawing.report.imageCorner = frame.area.tl();
   if (frame.hasMargins()) {
-    drawing.picture.create(frame.size, shown.type());
-    RasterCanvas(drawing.picture, colors.low, colors.high)
-        .fill(cv::Rect(cv::Point(), frame.size), Inks::on(settings.ground).ground);
-    shown.copyTo(drawing.picture(frame.area));
-  } else {
-    drawing.picture = shown;
+    RasterCanvas canvas(drawing.picture, colors.low, colors.high);
+    canvas.fill(cv::Rect(cv::Point(), frame.size), Inks::on(settings.ground).ground);
+    paintMargins(canvas, *this, frame, settings, drawing.report);
+  }
+  bool const isZoomed = settings.zoom != 1.0; // neighbours in the image are needed across bands
+  if (isZoomed) {
+    cv::Mat area = drawing.picture(frame.area);
+    shownImage(image_, part, settings, range, area);
   }
   Placement const placement = placementOf(part, settings, frame, camera_, cam_from_world_);
-  // Every band of rows draws all marks, in their order, as far as they lie in it; few, for each mark is
-  // looked at in all.
-  int const bands = std::clamp(cv::getNumThreads(), 1, drawing.picture.rows);
-  std::vector<DrawReport> reports(static_cast<std::size_t>(bands));
-  parallelRows(bands, [&](int begin, int end) {
+  auto const bands =
+      marksOfBands(paintedMarks(*this, isShown, drawing.report), frame, placement, drawing.report);
+  parallelRows(static_cast<int>(bands.size()), [&](int begin, int end) {
     for (int band = begin; band < end; ++band) {
-      cv::Range const rows(static_cast<int>(std::int64_t{band} * drawing.picture.rows / bands),
-                           static_cast<int>((std::int64_t{band} + 1) * drawing.picture.rows / bands));
+      cv::Range const rows(band * bandRows, std::min((band + 1) * bandRows, frame.size.height));
+      cv::Rect const shown = frame.area & cv::Rect(0, rows.start, frame.size.width, rows.size());
+      if (shown.empty()) {
+        continue;
+      }
+      if (!isZoomed) {
+        cv::Mat pixels = drawing.picture(shown);
+        shownImage(image_, shown - frame.area.tl() + part.tl(), settings, range, pixels);
+      }
       RasterCanvas canvas(drawing.picture, colors.low, colors.high, rows);
-      paint(canvas, *this, frame, placement, settings, isShown, reports[static_cast<std::size_t>(band)]);
+      canvas.clip(frame.area);
+      DrawReport countedBefore;
+      MarkPainter painter(canvas, placement, countedBefore);
+      for (Mark const* mark : bands[static_cast<std::size_t>(band)]) {
+        painter.paint(*mark);
+      }
     }
   });
-  drawing.report = reports.front();
   return drawing;
 }
 
@@ -180,7 +221,8 @@ SvgDrawing AMat::drawSvg(DrawSettings const& settings) const {
   DrawSettings eight = settings;
   eight.depth = DrawDepth::Eight;
   auto const isShown = [&](Mark const& mark) { return hiddenLayers_.count(mark.layer) == 0; };
-  cv::Mat const shown = shownImage(image_, part, eight, shownRange(image_, eight));
+  cv::Mat shown;
+  shownImage(image_, part, eight, shownRange(image_, eight), shown);
   Frame const frame = frameOf(*this, part, shown.size(), settings, isShown);
   SvgCanvas canvas(frame.size);
   if (frame.hasMargins()) {
@@ -190,13 +232,13 @@ SvgDrawing AMat::drawSvg(DrawSettings const& settings) const {
   canvas.picture(shown, frame.area.tl());
   canvas.imageLink.clear();
   SvgDrawing drawing;
-  Placement const placement{part.tl(),
-                            settings.zoom,
-                            frame.area,
-                            frame.markScale,
-                            !camera_.getK().empty() ? &camera_ : nullptr,
-                            cam_from_world_};
-  paint(canvas, *this, frame, placement, settings, isShown, drawing.report);
+  drawing.report.imageCorner = frame.area.tl();
+  paintMargins(canvas, *this, frame, settings, drawing.report);
+  canvas.clip(frame.area);
+  MarkPainter painter(canvas, placementOf(part, settings, frame, camera_, cam_from_world_), drawing.report);
+  for (Mark const* mark : paintedMarks(*this, isShown, drawing.report)) {
+    painter.paint(*mark);
+  }
   drawing.document = canvas.document();
   return drawing;
 }

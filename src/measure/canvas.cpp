@@ -17,6 +17,18 @@ int toPixel(double coordinate) {
   return static_cast<int>(std::lround(std::clamp(coordinate, -far, far)));
 }
 
+cv::Rect boxOf(Outline const& line, double room) {
+  cv::Point2d low = line.front();
+  cv::Point2d high = low;
+  for (cv::Point2d const& p : line) {
+    low = {std::min(low.x, p.x), std::min(low.y, p.y)};
+    high = {std::max(high.x, p.x), std::max(high.y, p.y)};
+  }
+  cv::Point const first(toPixel(std::floor(low.x - room)), toPixel(std::floor(low.y - room)));
+  cv::Point const last(toPixel(std::ceil(high.x + room)), toPixel(std::ceil(high.y + room)));
+  return {first, last + cv::Point(1, 1)};
+}
+
 Outline ellipseOutline(cv::Point2d centre, cv::Size2d halfAxes, double angle) {
   // The line strays from the curve by less than a thirtieth of a pixel.
   constexpr double stray = 0.03;

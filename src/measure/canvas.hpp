@@ -70,6 +70,9 @@ inline cv::Vec3b const haloColor{16, 16, 16};
 /// An int far from overflow.
 int toPixel(double coordinate);
 
+/// The pixels that a line with so much room around it reaches.
+cv::Rect boxOf(Outline const& line, double room);
+
 /// A circle or ellipse with its half axes along a turned x and y, as a closed line.
 /// @param angle of the first half axis from x towards y, rad
 Outline ellipseOutline(cv::Point2d centre, cv::Size2d halfAxes, double angle);

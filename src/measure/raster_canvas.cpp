@@ -14,18 +14,6 @@ namespace vorn::mv {
 
 namespace {
 
-cv::Rect boxOf(Outline const& line, double room) {
-  cv::Point2d low = line.front();
-  cv::Point2d high = low;
-  for (cv::Point2d const& p : line) {
-    low = {std::min(low.x, p.x), std::min(low.y, p.y)};
-    high = {std::max(high.x, p.x), std::max(high.y, p.y)};
-  }
-  cv::Point const first(toPixel(std::floor(low.x - room)), toPixel(std::floor(low.y - room)));
-  cv::Point const last(toPixel(std::ceil(high.x + room)), toPixel(std::ceil(high.y + room)));
-  return {first, last + cv::Point(1, 1)};
-}
-
 constexpr float farAway = 1e6F;
 
 /// The distances of a row's pixels from a piece of a line that starts at the row's origin.

@@ -47,42 +47,37 @@ ShownRange usualRange(cv::Mat const& image) {
   return range;
 }
 
-cv::Mat threeChannels(cv::Mat const& image) {
+void inThreeChannels(cv::Mat const& image, cv::Mat& color) {
   if (image.channels() == 3) {
-    return image.clone();
+    image.copyTo(color);
+    return;
   }
   if (image.channels() == 1 && image.depth() == CV_8U) {
-    cv::Mat color;
     cv::cvtColor(image, color, cv::COLOR_GRAY2BGR);
-    return color;
+    return;
   }
-  cv::Mat color(image.size(), CV_MAKETYPE(image.depth(), 3));
+  color.create(image.size(), CV_MAKETYPE(image.depth(), 3));
   bool const isGray = image.channels() == 1;
   int const pairs[] = {0, 0, isGray ? 0 : 1, 1, isGray ? 0 : 2, 2};
   cv::mixChannels(&image, 1, &color, 1, pairs, 3);
-  return color;
 }
 
-cv::Mat zoomed(cv::Mat const& image, double zoom) {
-  if (zoom == 1.0) {
-    return image;
-  }
-  cv::Size const size(std::max(1, cvRound(image.cols * zoom)), std::max(1, cvRound(image.rows * zoom)));
-  cv::Mat result;
+void zoomed(cv::Mat const& image, double zoom, cv::Mat& result) {
+  cv::Size const size = shownSize(image.size(), zoom);
   if (zoom > 1.0) {
     cv::resize(image, result, size, 0, 0, cv::INTER_NEAREST);
-    return result;
+    return;
   }
   bool const isResizable = image.depth() != CV_8S && image.depth() != CV_32S;
-  cv::Mat source = image;
-  if (!isResizable) {
-    image.convertTo(source, CV_64F);
+  if (isResizable) {
+    cv::resize(image, result, size, 0, 0, cv::INTER_AREA);
+    return;
   }
-  cv::resize(source, result, size, 0, 0, cv::INTER_AREA);
-  if (!isResizable) {
-    result.convertTo(result, image.depth());
-  }
-  return result;
+  cv::Mat source;
+  image.convertTo(source, CV_64F);
+  cv::Mat averages;
+  cv::resize(source, averages, size, 0, 0, cv::INTER_AREA);
+  averages.convertTo(result, image.depth());
 }
 
 } // namespace
@@ -103,18 +98,28 @@ ShownRange shownRange(cv::Mat const& image, DrawSettings const& settings) {
   return range;
 }
 
-cv::Mat shownImage(cv::Mat const& image, cv::Rect const& part, DrawSettings const& settings,
-                   ShownRange const& range) {
+cv::Size shownSize(cv::Size part, double zoom) {
+  return {std::max(1, cvRound(part.width * zoom)), std::max(1, cvRound(part.height * zoom))};
+}
+
+void shownImage(cv::Mat const& image, cv::Rect const& part, DrawSettings const& settings,
+                ShownRange const& range, cv::Mat& shown) {
   constexpr double white = 255.0;
-  cv::Mat shown = image(part);
+  cv::Mat source = image(part);
   if (settings.depth == DrawDepth::Eight &&
-      (shown.depth() != CV_8U || range.low != 0.0 || range.high != white)) {
+      (source.depth() != CV_8U || range.low != 0.0 || range.high != white)) {
     double const scale = white / (range.high - range.low);
     cv::Mat stretched;
-    shown.convertTo(stretched, CV_8U, scale, -range.low * scale);
-    shown = stretched;
+    source.convertTo(stretched, CV_8U, scale, -range.low * scale);
+    source = stretched;
   }
-  return zoomed(threeChannels(shown), settings.zoom);
+  if (settings.zoom == 1.0) {
+    inThreeChannels(source, shown);
+    return;
+  }
+  cv::Mat color;
+  inThreeChannels(source, color);
+  zoomed(color, settings.zoom, shown);
 }
 
 } // namespace vorn::mv

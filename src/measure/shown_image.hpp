@@ -19,8 +19,12 @@ struct ShownRange {
 /// @throws Exception when low is not below high
 ShownRange shownRange(cv::Mat const& image, DrawSettings const& settings);
 
+/// What `shownImage` gives for a part of this size.
+cv::Size shownSize(cv::Size part, double zoom);
+
 /// The shown part in three channels, zoomed; 8 bits stretched over the range, or the image's own depth.
-cv::Mat shownImage(cv::Mat const& image, cv::Rect const& part, DrawSettings const& settings,
-                   ShownRange const& range);
+/// @param shown written in place where it has that size and type
+void shownImage(cv::Mat const& image, cv::Rect const& part, DrawSettings const& settings,
+                ShownRange const& range, cv::Mat& shown);
 
 } // namespace vorn::mv

@@ -374,6 +374,50 @@ TEST(AMat, TheSameBitsWithAnyNumberOfThreads) {
   cv::setNumThreads(threads);
 }
 
+TEST(AMat, MarksOfEveryKindAreWholeWhereverRowsAreDivided) {
+  AMat amat = onGround(90, {200, 700});
+  cv::RNG random(8);
+  for (int i = 0; i < 300; ++i) {
+    cv::Point2d const p(random.uniform(-20.0, 220.0), random.uniform(-20.0, 720.0));
+    cv::Point2d const q = p + cv::Point2d(random.uniform(-40.0, 40.0), random.uniform(-40.0, 40.0));
+    MarkStyle filled;
+    filled.isFilled = true;
+    filled.opacity = 0.4;
+    switch (i % 6) {
+    case 0:
+      amat.addCircle(p, random.uniform(1.0, 30.0));
+      break;
+    case 1:
+      amat.addArrow(p, q);
+      break;
+    case 2:
+      amat.addText(p, "Band\nand seam");
+      break;
+    case 3:
+      amat.addPolygon({p, q, {p.x, q.y}}, filled);
+      break;
+    case 4:
+      amat.addEllipse(p, cv::Size2d(12.0, 5.0), 30.0, filled);
+      break;
+    default:
+      amat.addCross(p);
+    }
+  }
+  cv::Mat const all = amat.draw().picture;
+  // Rows are divided elsewhere in every part of the picture.
+  for (int const first : {31, 64, 97}) {
+    DrawSettings settings;
+    settings.markScale = 1.0;
+    settings.crop = {0, first, 200, 560};
+    // Words whose place lies outside are left out, whole.
+    cv::Range const inside(60, 500);
+    EXPECT_LE(cv::norm(amat.draw(settings).picture.rowRange(inside),
+                       all.rowRange(first + inside.start, first + inside.end), cv::NORM_INF),
+              1)
+        << first;
+  }
+}
+
 TEST(AMat, RefusesWhatItCannotDrawAndKeepsTheRest) {
   AMat amat = onGround();
   amat.addPoint(cv::Point2d(20, 20));
