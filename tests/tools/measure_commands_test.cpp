@@ -168,6 +168,32 @@ TEST_F(MeasureCommands, NoiseOfPicturesIsToldFromTheirFinestDetail) {
   }
 }
 
+TEST_F(MeasureCommands, NoiseOfFringesIsThatOfTheLight) {
+  constexpr double noise = 1.5;
+  constexpr double amplitude = 30.0;
+  constexpr double period = 8.0;
+  cv::Size const size(240, 160);
+  std::vector<cv::Mat> phases;
+  for (int k = 0; k < 4; ++k) {
+    cv::Mat_<uchar> image(size);
+    for (int y = 0; y < size.height; ++y) {
+      for (int x = 0; x < size.width; ++x) {
+        bool const isLit = x < size.width / 3;
+        double const fringe = std::sin(0.3 * x + k * CV_PI / 2.0);
+        image(y, x) =
+            cv::saturate_cast<uchar>(isLit ? 60.0 + amplitude * fringe + cv::theRNG().gaussian(noise) : 3.2);
+      }
+    }
+    phases.push_back(image);
+  }
+  Exposure const exposure = exposureOfFringes(phases, period);
+  double const expected = std::hypot(noise, std::sqrt(1.0 / 12.0)); // with rounding
+  EXPECT_NEAR(exposure.noise, expected, 0.03 * expected);
+  EXPECT_NEAR(exposure.sigma, expected / (std::sqrt(2.0) * amplitude) * period / (2.0 * CV_PI),
+              0.05 * exposure.sigma);
+  EXPECT_NEAR(exposure.dark.all, 2.0 / 3.0, 1e-3);
+}
+
 TEST_F(MeasureCommands, ExposureKnowsTooLittleAndTooMuchLight) {
   struct Case {
     double factor;

@@ -61,7 +61,9 @@ void readLight(std::string const& path, mv::PatternWish& wish) {
     double const loss = std::log(seen[1].second / seen[0].second);
     wish.blur = std::sqrt(std::max(0.0, loss / (blurLoss(seen[0].first) - blurLoss(seen[1].first))));
   }
-  wish.noise = noise;
+  constexpr double ofRounding = 1.0 / 12.0; // of the images that were judged, which the plan counts again
+  constexpr double least = 0.05;
+  wish.noise = std::sqrt(std::max(noise * noise - ofRounding, least * least));
   wish.amplitude = seen.back().second * std::exp(blurLoss(seen.back().first) * wish.blur * wish.blur);
 }
 

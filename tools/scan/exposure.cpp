@@ -72,12 +72,12 @@ Spread blurOf(cv::Mat_<uchar> const& image) {
 
 /// The four images of a fringe hold three numbers, so P0 - P1 + P2 - P3 is noise alone, of twice its
 /// deviation.
-double noiseOfFringes(std::vector<cv::Mat_<uchar>> const& p, cv::Mat_<uchar> const& isClipped) {
+double noiseOfFringes(std::vector<cv::Mat_<uchar>> const& p, cv::Mat_<uchar> const& isLeftOut) {
   double sum = 0.0;
   std::size_t count = 0;
   for (int y = 0; y < p[0].rows; ++y) {
     for (int x = 0; x < p[0].cols; ++x) {
-      if (isClipped(y, x) == 0) {
+      if (isLeftOut(y, x) == 0) {
         sum += std::abs(p[0](y, x) - p[1](y, x) + p[2](y, x) - p[3](y, x));
         ++count;
       }
@@ -245,6 +245,15 @@ Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period) {
     }
   }
   judge(result, amplitudes, leastAmplitude);
+  // Light has noise of its own: it is told where the amplitude is about the one that is told.
+  if (std::isfinite(result.amplitude)) {
+    constexpr double about = 1.3;
+    cv::Mat_<uchar> isOther;
+    cv::bitwise_not((amplitudes > result.amplitude / about) & (amplitudes < result.amplitude * about),
+                    isOther);
+    cv::bitwise_or(result.isClipped, isOther, isOther);
+    result.noise = noiseOfFringes(p, isOther);
+  }
   // Four steps: the phase's deviation is noise / (sqrt(2) amplitude).
   result.sigma = result.noise / (std::sqrt(2.0) * result.amplitude) * period / (2.0 * CV_PI);
   result.advice = adviceFor(result);

@@ -23,10 +23,12 @@ struct Spread {
 
 /// How a stack of images is exposed.
 struct Exposure {
-  Spread clipped;     ///< share of pixels at the upper end of 8 bits in one of the images
-  Spread dark;        ///< share of pixels whose signal does not stand out from the noise
-  Spread blur;        ///< median blur of the edges of the mean image, px; NaN without edges
-  double noise = 0.0; ///< standard deviation of a grey value; NaN where all images are black and white
+  Spread clipped; ///< share of pixels at the upper end of 8 bits in one of the images
+  Spread dark;    ///< share of pixels whose signal does not stand out from the noise
+  Spread blur;    ///< median blur of the edges of the mean image, px; NaN without edges
+  /// Standard deviation of a grey value, of fringes where they have about the amplitude below; NaN where all
+  /// images are black and white.
+  double noise = 0.0;
   double amplitude =
       0.0;             ///< median amplitude of the signal of the other pixels, grey values; NaN for one image
   double bright = 0.0; ///< what 99 % of the brightest grey values do not exceed
