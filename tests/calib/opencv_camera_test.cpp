@@ -157,6 +157,9 @@ TEST_F(OpenCvCamera, RefusesByFileAndMember) {
   expectRefused("{\"D\": [1, 2, 3, 4], \"K\": " + std::string(200000, '[') + std::string(200000, ']') + "}",
                 "K[0] is no number");
   expectRefused(elements, "nested");
+  std::string const root = "<?xml version=\"1.0\"?>\n<opencv_storage>";
+  expectRefused(root + "<K>1</D></opencv_storage>", "<K> ends with another name");
+  expectRefused(root + "<K>1</K></opencv_storag>", "<opencv_storage> ends with another name");
   try {
     (void)readOpenCvCamera(path("none.yml"));
     ADD_FAILURE();

@@ -222,6 +222,14 @@ TEST_F(PcdFile, DamagedFilesAreNamedWithPlaceAndReason) {
               "of type 'I' and 8 bytes is unknown");
   expectError([&] { parse(pcdHeader("x y z", "4 4", "F F F", "POINTS 1\nDATA ascii\n1 2 3\n")); },
               "other numbers of FIELDS, SIZE");
+  // The most numbers that a point may have, and one more.
+  auto const wide = [](int columns) {
+    return pcdHeader("x y z h", "4 4 4 4", "F F F F",
+                     "COUNT 1 1 1 " + std::to_string(columns - 3) + "\nPOINTS 1\nDATA binary\n") +
+           bytesOf(std::vector<float>(static_cast<std::size_t>(columns), 1.5F));
+  };
+  EXPECT_EQ(parse(wide(4096)).fields().size(), 4093U);
+  expectError([&] { parse(wide(4097)); }, "more than 4096 numbers");
 }
 
 TEST_F(XyzFile, KeepsEveryBit) {
