@@ -76,6 +76,18 @@ TEST(Plot, PointsStandWhereTheAxesSay) {
   EXPECT_NEAR(lower.y + 0.5 * (lower.height - 1), frame.y - 0.5 + 0.75 * frame.height, 0.6);
 }
 
+TEST(Plot, AxesWithoutEndsHoldAllPoints) {
+  Plot plot = plotWith(SeriesKind::Points, {120, 150, 200}, {-0.4, 0.1, 0.2});
+  plot.x = {"along", "mm"};
+  plot.y = {"height", "px"};
+  cv::Mat const picture = drawPlot(plot).picture;
+  cv::Rect const frame = frameOf(picture);
+  cv::Rect const dots = cv::boundingRect(pixelsOf(picture, magenta));
+  EXPECT_EQ(dots & frame, dots);
+  EXPECT_GT(dots.width, 0.8 * frame.width);
+  EXPECT_GT(dots.height, 0.8 * frame.height);
+}
+
 /// Whether a line of text stands somewhere in a part of the picture.
 bool reads(cv::Mat const& picture, std::string const& text, cv::Rect const& where) {
   RasterFont const font;
@@ -211,6 +223,43 @@ TEST(Plot, SvgLooksLikeThePicture) {
     cv::absdiff(svg, picture, difference);
     EXPECT_EQ(cv::countNonZero(difference.reshape(1) > 100), 0);
     EXPECT_LT(cv::mean(difference.reshape(1))[0], 0.2);
+  }
+}
+
+// One arrow to each of eight sides: its ink is that of the arrow to the right, turned, and wider at its head.
+TEST(Plot, ArrowsHaveTheirHeadsWhateverWayTheyPoint) {
+  auto const inkAlong = [](double angle) {
+    Plot plot = plotWith(SeriesKind::Arrows, {5}, {5});
+    plot.x = {"along", "", 0.0, 10.0};
+    plot.y = {"up", "", 0.0, 10.0};
+    plot.isEqualScale = true;
+    plot.arrowSample = 1.0;
+    plot.series[0].dx = {std::cos(angle)};
+    plot.series[0].dy = {std::sin(angle)};
+    cv::Mat picture = drawPlot(plot).picture;
+    cv::Rect const frame = frameOf(picture);
+    cv::Mat_<uchar> ink; // covered by half and more
+    cv::inRange(picture(frame), cv::Scalar(200, 0, 200), cv::Scalar(255, 127, 255), ink);
+    cv::Point2d const start(0.5 * (frame.width - 1), 0.5 * (frame.height - 1));
+    // Farthest along the arrow, and the widest across it behind that.
+    cv::Vec2d size;
+    for (int y = 0; y < ink.rows; ++y) {
+      for (int x = 0; x < ink.cols; ++x) {
+        if (ink(y, x) != 0) {
+          cv::Point2d const apart = cv::Point2d(x, y) - start;
+          size[0] = std::max(size[0], apart.x * std::cos(angle) - apart.y * std::sin(angle));
+          size[1] = std::max(size[1], std::abs(apart.x * std::sin(angle) + apart.y * std::cos(angle)));
+        }
+      }
+    }
+    return size;
+  };
+  cv::Vec2d const right = inkAlong(0);
+  EXPECT_GT(right[1], 1) << "the head: half of the line is 0.6 wide";
+  for (int i = 1; i < 8; ++i) {
+    cv::Vec2d const size = inkAlong(i * CV_PI / 4);
+    EXPECT_NEAR(size[0], right[0], 1.5) << i;
+    EXPECT_NEAR(size[1], right[1], 1) << i;
   }
 }
 
