@@ -114,7 +114,7 @@ TEST(CalibrateScanner, LeavesOutTheViewWhoseErrorStandsOut) {
 
 TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
   std::vector<ScannerView> views = renderedViews();
-  views.resize(viewCount + 4);
+  views.resize(viewCount + 6);
   for (std::size_t i = viewCount; i < views.size(); ++i) {
     views[i] = views[0];
     views[i].name = "bad " + std::to_string(i - viewCount);
@@ -123,6 +123,12 @@ TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
   views[viewCount + 1].columns.clear();
   views[viewCount + 2].target = views[0].target.colRange(0, 500);
   views[viewCount + 3].rows = std::vector<cv::Mat>(views[0].rows.begin(), views[0].rows.begin() + 5);
+  for (cv::Mat& image : views[viewCount + 4].columns) {
+    image = image.colRange(0, 600);
+  }
+  for (cv::Mat& image : views[viewCount + 5].rows) {
+    image = image.rowRange(0, 400);
+  }
   ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
   auto const reason = [&](std::size_t i) { return calibration.views[viewCount + i].reason; };
   EXPECT_NE(reason(0).find("no target found"), std::string::npos) << reason(0);
@@ -130,10 +136,12 @@ TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
   EXPECT_NE(reason(2).find("the target image is 500 x 480, the first view's 640 x 480"), std::string::npos)
       << reason(2);
   EXPECT_NE(reason(3).find("Insufficient input patterns"), std::string::npos) << reason(3);
+  EXPECT_EQ(reason(4), "the images of the columns are 600 x 480, the target image 640 x 480");
+  EXPECT_EQ(reason(5), "the images of the rows are 640 x 400, the target image 640 x 480");
   EXPECT_EQ(calibration.views[0].reason, "");
   views.erase(views.begin() + 2, views.begin() + viewCount);
   expectError([&] { calibrateScanner(views, test::halfRigSettings()); },
-              "Only 2 of 6 views can be used, and a calibration takes 3; bad 0: no target found");
+              "Only 2 of 8 views can be used, and a calibration takes 3; bad 0: no target found");
 }
 
 TEST(CalibrateScanner, TakesViewsOneByOne) {

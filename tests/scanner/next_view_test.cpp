@@ -11,10 +11,12 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/geometry/transform.hpp>
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
 
 #include "calib/adjustment_runs.hpp"
 #include "support/expect_error.hpp"
@@ -154,6 +156,17 @@ TEST_F(NextBestView, CountsTheShapeOfABentTargetAsUnknown) {
   double const noise = whole.noise.camera0 / bentAdjustment.noise.camera0;
   double const after = predictionOf(whole, volume).rigid;
   EXPECT_NEAR(next.after.rigid * noise, after, 0.08 * after);
+  // A report tells the bow: 0.6 mm at 100 mm from the middle, over dots 26 mm apart, 4 to either side.
+  ScannerCalibration calibration;
+  calibration.report.devices = {{"camera", {}, 0, 0, false}, {"projector", {}, 0, 0, false}};
+  calibration.report.adjustment = bentAdjustment;
+  nlohmann::json const shape = toJson(calibration)["adjustment"]["shape"];
+  EXPECT_EQ(shape["kind"], "smooth");
+  EXPECT_NEAR(shape["sagX"].get<double>(), 0.6 * 104 * 104 / 1e4, 0.03);
+  EXPECT_NEAR(shape["sagY"].get<double>(), 0, 0.03);
+  EXPECT_NEAR(shape["twist"].get<double>(), 0, 0.03);
+  // The squares of 0 to 4 dots have a standard deviation of 5.85.
+  EXPECT_NEAR(shape["rms"].get<double>(), 0.6 * 26 * 26 * 5.85 / 1e4, 0.02);
 }
 
 TEST_F(NextBestView, StaysWhereBothSeeTheTarget) {
@@ -173,6 +186,14 @@ TEST_F(NextBestView, StaysWhereBothSeeTheTarget) {
   cv::Vec2d const seen = AdjustmentRig::imageOf(rig.camera, math::getT3(pose));
   EXPECT_NEAR(seen[0], next.pixel.x, 3);
   EXPECT_NEAR(seen[1], next.pixel.y, 3);
+  // A report says the same: the middle is seen where its pose puts it.
+  ScannerCalibration calibration;
+  calibration.report.nextView = next;
+  nlohmann::json const told = toJson(calibration)["nextView"];
+  auto const place = [&](int row) { return told["cameraFromTarget"][row][3].get<double>(); };
+  cv::Vec2d const toldAt = AdjustmentRig::imageOf(rig.camera, {place(0), place(1), place(2)});
+  EXPECT_NEAR(toldAt[0], told["pixel"][0].get<double>(), 3);
+  EXPECT_NEAR(toldAt[1], told["pixel"][1].get<double>(), 3);
   NextView const again = nextBestView(adjustment, views, settings);
   EXPECT_EQ(again.cam_from_target, next.cam_from_target);
   EXPECT_EQ(again.after.rigid, next.after.rigid);
