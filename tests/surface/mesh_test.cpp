@@ -65,6 +65,28 @@ TEST(PointMesh, OfAPlaneIsThatOfItsGrid) {
   expectError([&] { meshOf(heap); }, "one place");
 }
 
+// No length in it is absolute: in metres or micrometres the same points make the same triangles.
+TEST(PointMesh, DoesNotDependOnTheUnit) {
+  cv::RNG random(4);
+  cv::Mat_<cv::Vec3f> points(500, 1);
+  for (cv::Vec3f& point : points) {
+    float const x = random.uniform(0.0F, 20.0F);
+    float const y = random.uniform(0.0F, 20.0F);
+    point = {x, y, 100.0F + 0.01F * x * y};
+  }
+  SurfaceMesh const mesh = meshOf(PointCloud(points, false));
+  ASSERT_GT(mesh.triangles.size(), 800U);
+  for (float const unit : {1.0F / 1024, 1024.0F}) { // exact in floats
+    cv::Mat_<cv::Vec3f> scaled = points.clone();
+    for (cv::Vec3f& point : scaled) {
+      point *= unit;
+    }
+    SurfaceMesh const other = meshOf(PointCloud(scaled, false));
+    EXPECT_EQ(other.vertices.size(), mesh.vertices.size()) << unit;
+    EXPECT_EQ(other.triangles, mesh.triangles) << unit;
+  }
+}
+
 TEST(GridMesh, CoversAPlaneExactlyAndFacesTheSensor) {
   cv::Mat_<cv::Vec3b> const texture(30, 40, cv::Vec3b(1, 2, 3));
   SurfaceMesh const mesh = meshOf(PointCloud(tilted(30, 40), true, {}, texture));
