@@ -148,6 +148,32 @@ TEST(TriangulateColumns, FollowsTheConstructionToSinglePrecision) {
   }
 }
 
+// Rows so coarse, and a lens so strong, that a row beside the nearest one is another plane of light.
+TEST(TriangulateColumns, TakesTheNearestRow) {
+  sim::Rig rig = rigFor(true);
+  sim::Device const& fine = rig.projector.device;
+  constexpr int coarser = 12;
+  cv::Size const size = fine.resolution() / coarser;
+  rig.projector.device = sim::Device(fine.focal() / coarser, cv::Point2d(0.5 * size.width, 0.5 * size.height),
+                                     {-0.4, 0, 0, 0, 0}, size);
+  Case const scene(true, rig);
+  cv::Mat_<cv::Vec3f> xyz(scene.coordinates.size());
+  triangulateColumns(scene.setup, scene.coordinates, scene.whole(), xyz);
+  auto const last = static_cast<float>(scene.setup.projectorMap.cols - 1);
+  int others = 0;
+  int count = 0;
+  for (int y = 0; y < xyz.rows; y += 3) {
+    for (int x = 0; x < xyz.cols; ++x) {
+      if (float const p = scene.coordinates(y, x); p > 0 && p < last) {
+        others += cv::norm(cv::Vec3d(xyz(y, x)) - constructed(scene.setup, {x, y}, p)) < 2e-3 ? 0 : 1;
+        ++count;
+      }
+    }
+  }
+  ASSERT_GT(count, xyz.rows * xyz.cols / 12);
+  EXPECT_LT(others, 0.01 * count) << "but for rays between two rows";
+}
+
 TEST(TriangulateColumns, CarriesPointsIntoThePosesFrame) {
   Case scene(true);
   cv::Mat_<cv::Vec3f> inCamera(scene.coordinates.size());
