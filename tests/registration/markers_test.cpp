@@ -115,6 +115,25 @@ TEST(Markers, ThreeAreEnoughAndNeedNotFillSpace) {
   }
 }
 
+// A fourth marker makes almost the triangle with two of the others that another place makes with theirs: one
+// side differs by more than two tolerances, and a motion that lays these three is no rival.
+TEST(Markers, OneSideThatDiffersIsNoTriangle) {
+  MarkerSettings settings;
+  settings.tolerance = 0.1;
+  Points const source = {{0, 0, 0}, {100, 0, 0}, {40, 30, 0}, {62, 0, 38}};
+  for (double const off : {-0.21, 0.21}) {
+    Points target(source.begin(), source.begin() + 3);
+    // About as far from the second marker as the source's, on the other side of both.
+    double const first = cv::norm(source[3]) + off;
+    double const second = cv::norm(source[3] - source[1]) - 0.2 * off;
+    double const along = (first * first - second * second + 1e4) / 200;
+    target.emplace_back(along, 0, -std::sqrt(first * first - along * along));
+    MarkerMatch const found = matchMarkers(source, target, settings);
+    EXPECT_EQ(found.pairs.size(), 3U) << off;
+    EXPECT_LT(cv::norm(found.targetFromSource - cv::Matx44d::eye()), 1e-9) << off;
+  }
+}
+
 TEST(Markers, AreRefusedWhereTheyDoNotTell) {
   Points const square = {{0, 0, 0}, {10, 0, 0}, {10, 10, 0}, {0, 10, 0}};
   expectError([&] { matchMarkers(square, square); }, "Two motions fit 4 markers each");
