@@ -1,6 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include "support/tool_run.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/report/page_tables.hpp"
 
 namespace vorn::tools {
 namespace {
@@ -130,7 +132,21 @@ TEST_F(RegistrationCommands, AlignFindsTheMotionAlsoFarFromZero) {
   EXPECT_LT(std::sqrt(squares / count), 0.01);
   EXPECT_GT(std::sqrt(squares / count), 0.003);
   EXPECT_EQ(readImage(path("p.png")).channels(), 3);
-  EXPECT_NE(contentOf(path("p.html")).find("Alignment of two clouds"), std::string::npos);
+  std::string const page = contentOf(path("p.html"));
+  EXPECT_NE(page.find("Alignment of two clouds"), std::string::npos);
+  // The page's coordinates are those of the target's floats, and it says from where they count.
+  std::string const words = "count from (";
+  std::size_t const at = page.find(words);
+  ASSERT_NE(at, std::string::npos);
+  cv::Vec3d origin;
+  ASSERT_EQ(
+      std::sscanf(page.c_str() + at + words.size(), "%lf, %lf, %lf)", &origin[0], &origin[1], &origin[2]), 3);
+  EXPECT_LT(cv::norm(origin - targetOffset), 1000) << "mm, by the size of the scene";
+  std::string row = "middle of the overlap [mm]</th>";
+  for (int i = 0; i < 3; ++i) {
+    row += "<td class=\"short\">" + figure(file.at("pivot")[i].get<double>() - origin[i]) + "</td>";
+  }
+  EXPECT_NE(page.find(row), std::string::npos) << row;
 
   // The result is a start that nothing is left to do from.
   ToolOutcome const again =

@@ -117,6 +117,12 @@ void describeRegistration(Page& page, mv::Registration const& found, MovedCloud 
          "The coordinates are so far from zero that floats, not the noise, limit the result.",
          "Store them as doubles, or nearer to zero."});
   }
+  if (cv::Vec3d const origin = target.offset(); origin != cv::Vec3d()) {
+    page.findings.push_back({Weight::Note,
+                             printed("Coordinates on this page count from (%.15g, %.15g, %.15g) of %s.",
+                                     origin[0], origin[1], origin[2], targetName.c_str()),
+                             ""});
+  }
   PageCloud source;
   source.name = moved.name;
   source.points = moved.points;
