@@ -34,8 +34,8 @@ mv::Plot coveragePlot(Calibration const& calibration, std::size_t device, mv::Gr
   int held = 0;
   for (CalibratedView const& view : calibration.views) {
     for (cv::Point2f const& p : view.isUsed() ? view.devices[device].imgPnts : std::vector<cv::Point2f>()) {
-      int const col = static_cast<int>(p.x * cols / static_cast<float>(report.resolution.width));
-      int const row = static_cast<int>(p.y * rows / static_cast<float>(report.resolution.height));
+      int const col = cvFloor(p.x * cols / static_cast<float>(report.resolution.width));
+      int const row = cvFloor(p.y * rows / static_cast<float>(report.resolution.height));
       if (col >= 0 && col < cols && row >= 0 && row < rows) {
         float& count = plot.heat.at<float>(row, col);
         held += std::isnan(count) ? 1 : 0;
