@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/file_content.hpp"
+#include "support/page_json.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
 #include "tools/report/page.hpp"
@@ -125,15 +126,9 @@ TEST_F(PageOfAScan, IsRefusedBeforeTheWorkWhereItCannotStand) {
 TEST_F(PageOfAScan, HoldsTheReportAndTheThinnedCloud) {
   ASSERT_EQ(
       scan({"--html", folder_ / "a.html", "--html-points", "500", "--report", folder_ / "r.json"}).status, 0);
-  std::string const page = test::contentOf(folder_ / "a.html");
-  auto const json = [&](std::string const& id) {
-    std::string const start = "<script type=\"application/json\" id=\"" + id + "\">";
-    std::size_t const at = page.find(start) + start.size();
-    return nlohmann::json::parse(page.substr(at, page.find("</script>", at) - at));
-  };
   nlohmann::json const report = nlohmann::json::parse(test::contentOf(folder_ / "r.json"));
-  EXPECT_EQ(json("report"), report);
-  nlohmann::json const cloud = json("scene")["clouds"][0];
+  EXPECT_EQ(test::pageJson(folder_ / "a.html", "report"), report);
+  nlohmann::json const cloud = test::pageJson(folder_ / "a.html", "scene")["clouds"][0];
   EXPECT_EQ(cloud["count"], 500);
   EXPECT_EQ(cloud["total"], report["points"]);
   EXPECT_EQ(cloud["fields"].size(), 2U);

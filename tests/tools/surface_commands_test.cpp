@@ -13,6 +13,7 @@
 #include <sim/part.hpp>
 
 #include "support/file_content.hpp"
+#include "support/page_json.hpp"
 #include "support/point_sets.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
@@ -198,7 +199,11 @@ TEST_F(SurfaceCommands, FuseMakesOnePartOfTheViewsOfAFolder) {
   std::nth_element(errors.begin(), errors.begin() + static_cast<std::ptrdiff_t>(errors.size() / 2),
                    errors.end());
   EXPECT_LT(errors[errors.size() / 2], 0.1) << "mm";
-  EXPECT_GT(std::filesystem::file_size(folder_ / "part.html"), 10000U);
+  nlohmann::json const shown = test::pageJson(folder_ / "part.html", "scene")["clouds"];
+  ASSERT_EQ(shown.size(), 4U);
+  for (std::size_t i = 0; i < shown.size(); ++i) {
+    EXPECT_EQ(shown[i]["isShown"], i == 0) << "the surface at first, its views when they are asked for";
+  }
 
   nlohmann::json const texture =
       reportOf({"texture", folder_ / "part.ply", part, "--calib", scanner, "-o", folder_ / "textured.obj"});
