@@ -36,8 +36,9 @@ mv::CalibratedView viewAt(std::string const& name, cv::Vec3d const& turn, cv::Ve
   std::vector<cv::Point3f> dots;
   for (int y = 0; y < 4; ++y) {
     for (int x = 0; x < 5; ++x) {
-      points.objPnts.emplace_back(static_cast<float>(10 * x), static_cast<float>(10 * y));
-      dots.emplace_back(static_cast<float>(10 * x), static_cast<float>(10 * y), 0.0F);
+      // A part of a target that does not hold its origin.
+      points.objPnts.emplace_back(static_cast<float>(10 * x + 20), static_cast<float>(10 * y - 60));
+      dots.emplace_back(points.objPnts.back().x, points.objPnts.back().y, 0.0F);
     }
   }
   cv::projectPoints(dots, turn, place, k, cv::noArray(), points.imgPnts);
@@ -77,7 +78,7 @@ TEST(CalibrationPage, BoardsStandWhereTheTargetStood) {
   cv::Matx33d rotation;
   cv::Rodrigues(cv::Vec3d(-0.4, 0.1, 1.0), rotation);
   for (cv::Vec3d const& corner :
-       {cv::Vec3d(0, 0, 0), cv::Vec3d(40, 0, 0), cv::Vec3d(40, 30, 0), cv::Vec3d(0, 30, 0)}) {
+       {cv::Vec3d(20, -60, 0), cv::Vec3d(60, -60, 0), cv::Vec3d(60, -30, 0), cv::Vec3d(20, -30, 0)}) {
     cv::Point3d const wanted(cv::Vec3d(rotation * corner + cv::Vec3d(-30, 10, 500)));
     EXPECT_LT(distanceTo(page.outlines[1].face, wanted), 0.02) << corner;
   }

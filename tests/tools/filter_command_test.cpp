@@ -8,6 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include "sim/demo.hpp"
+#include "sim/laser.hpp"
+#include "sim/truth_json.hpp"
 #include "support/file_content.hpp"
 #include "support/point_sets.hpp"
 #include "support/temporary_folder.hpp"
@@ -373,6 +376,34 @@ TEST(FilteredFields, StayWithTheirPointsAndSoDoFarPlaces) {
   ToolOutcome const lossy = run({"filter", folder / "in.ply", folder / "out.obj", "--z-range", "2", "6"});
   EXPECT_EQ(lossy.status, 0);
   EXPECT_NE(lossy.errors.find("is without the points' fields (sigma)"), std::string::npos) << lossy.errors;
+}
+
+TEST(InfoCommand, TellsWhatADocumentDescribes) {
+  test::TemporaryFolder const folder;
+  nlohmann::json const laser = sim::laserJson(sim::demoLaserRig(4));
+  nlohmann::json const scanner = sim::scannerJson(sim::demoRig(4));
+  struct Case {
+    char const* kind;
+    nlohmann::json document;
+    char const* words;
+  };
+  for (Case const& known :
+       {Case{"lineScanner", laser, "Laser line scanner, calibrated"},
+        Case{"stereoCamera", sim::stereoJson(sim::demoStereoRig(4)), "Stereo camera, calibrated"},
+        Case{"scanner", scanner, "calibrated"}, Case{"camera", scanner["CameraModel"], "focal length"},
+        Case{"target", {{"pitch", 15}}, "Description of a target"}}) {
+    writeJsonFile(folder / "document.json", known.document);
+    ToolOutcome const outcome = run({"info", folder / "document.json"});
+    ASSERT_EQ(outcome.status, 0) << known.kind << outcome.errors;
+    EXPECT_NE(outcome.output.find(known.words), std::string::npos) << outcome.output;
+    nlohmann::json const told =
+        nlohmann::json::parse(run({"info", folder / "document.json", "--json"}).output);
+    EXPECT_EQ(told["files"][0]["kind"], known.kind);
+    if (known.document.contains("Plane_0")) {
+      EXPECT_EQ(told["files"][0]["isCalibrated"], true);
+      EXPECT_EQ(told["files"][0]["planes"].size(), sim::demoLaserRig(4).lasers.size());
+    }
+  }
 }
 
 TEST(InfoCommand, DescribesACameraWithoutDistortion) {

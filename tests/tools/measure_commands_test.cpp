@@ -165,6 +165,11 @@ TEST_F(MeasureCommands, NoiseOfPicturesIsToldFromTheirFinestDetail) {
     cv::Mat const black = cv::Mat::zeros(wide.size(), CV_8U);
     EXPECT_NEAR(exposureOfImages({wide, black}).noise, expected, 0.1 * noise);
     EXPECT_TRUE(std::isnan(exposureOfImages({black}).noise));
+    // A speck without noise, on less than a hundredth of a picture, does not speak for all of them.
+    cv::Mat speck = black.clone();
+    speck(cv::Rect(40, 30, 20, 20)).setTo(90);
+    EXPECT_NEAR(exposureOfImages({wide, speck}).noise, expected, 0.1 * noise);
+    EXPECT_TRUE(std::isnan(exposureOfImages({speck}).noise));
   }
 }
 

@@ -96,11 +96,11 @@ TEST_F(ReportOptions, NamesThatAreNoUtf8AreNoHindrance) {
 
 TEST_F(ReportOptions, ReportsOfEarlierVersionsAreRead) {
   std::ofstream(folder_ / "scan.json") << R"({"Images": 11, "Points": 3, "Times": {"Read": 1.5},
-    "NotMeasured": {"LowContrast": 5}, "Truth": {"RMS": 0.5, "Artefacts": {"Sphere A: size": 1}}})";
+    "NotMeasured": {"LowContrast": 5}, "Resolution": [640, 480], "Truth": {"RMS": 0.5, "Artefacts": {"Sphere A: size": 1}}})";
   ToolOutcome const scan = run({"info", folder_ / "scan.json"});
   ASSERT_EQ(scan.status, 0) << scan.errors;
   EXPECT_EQ(scan.output.rfind("Report of vorn-mv demo\n", 0), 0U) << scan.output;
-  for (char const* line : {"\nimages: 11\n", "\nnotMeasured: lowContrast 5\n",
+  for (char const* line : {"\nimages: 11\n", "\nnotMeasured: lowContrast 5\n", "\nresolution: 640, 480\n",
                            "\ntruth: artefacts (Sphere A: size 1), rms 0.5\n"}) {
     EXPECT_NE(scan.output.find(line), std::string::npos) << scan.output;
   }

@@ -10,6 +10,8 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 
+#include <vorn/mv/calib/laser_line.hpp>
+
 #include "support/file_content.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
@@ -102,6 +104,10 @@ TEST(ScanCommand, TakesImagesOfAnyNamesAndPages) {
   expectSame({"--columns", "img *.png"});
   expectSame({"--columns", "stack.tif"});
   expectSame({"--columns", "img [0-4].png", "img [!0-4].png"});
+  // Names that are given come before a description that lies there, too.
+  put(files / "scan/pattern_set.json", "{}");
+  expectSame({"--columns", "img *.png"});
+  fs::remove(files / "scan/pattern_set.json");
   ToolOutcome const none = files.scan({"--columns", "x*.png", "--map", files / "map.tiff"});
   EXPECT_EQ(none.status, 1);
   EXPECT_NE(none.errors.find("No file matches"), std::string::npos) << none.errors;
@@ -312,6 +318,27 @@ TEST(Tool, WrongUsageIsStatusTwo) {
   EXPECT_EQ(run({"simulate", "x", "--fault", "gamma=9"}).status, 2);
   EXPECT_EQ(run({"--help"}).status, 0);
   EXPECT_EQ(run({"scan", "--help"}).status, 0);
+}
+
+TEST(Tool, HelpTellsTheDefaults) {
+  struct Case {
+    char const* command;
+    char const* option;
+    char const* value;
+  };
+  for (Case const& known : {Case{"scan", "--laser-color", "auto"},
+                            {"calibrate", "--laser-color", "auto"},
+                            {"normals", "--orientation", "auto"},
+                            {"scan", "--contrast", nullptr}}) {
+    std::string const help = run({known.command, "--help"}).output;
+    std::size_t const at = help.find(known.option);
+    ASSERT_NE(at, std::string::npos) << known.command << ' ' << known.option;
+    std::string const line = help.substr(at, help.find('\n', at) - at);
+    double const contrast = mv::LaserLineOptions().minContrast;
+    std::string const value =
+        known.value != nullptr ? known.value : std::to_string(static_cast<int>(contrast));
+    EXPECT_NE(line.find("=" + value), std::string::npos) << line;
+  }
 }
 
 TEST(Tool, CalibratesNothingWithoutAPitch) {

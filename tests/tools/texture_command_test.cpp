@@ -1,7 +1,10 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -102,6 +105,36 @@ TEST_F(TextureCommand, TakesSingleViewsWithoutAFolder) {
   std::vector<std::string> off = left();
   off.back() = "-";
   EXPECT_NE(texture(off).errors.find("No view sees"), std::string::npos);
+}
+
+// Views of a mesh that lies where floats cannot tell its places: the textured one lies there too.
+TEST_F(TextureCommand, FarMeshesStayWhereTheyAre) {
+  cv::Vec3d const far(5e8, -2e8, 0);
+  graphic::GraphicObject object = readGraphic(mesh_);
+  std::vector<cv::Vec3f> const places = object.vertices();
+  object.offset() = far;
+  writeGraphic(mesh_, object);
+  cv::Matx44d camFromMesh = viewFromMesh(-10.0);
+  cv::Matx44d near = cv::Matx44d::eye();
+  for (int i = 0; i < 3; ++i) {
+    near(i, 3) = -far[i];
+  }
+  camFromMesh = camFromMesh * near;
+  nlohmann::json const pose = viewPosesJson({{"left", camFromMesh.inv(), "", ""}})["views"][0];
+  put(folder_ / "pose.json", pose.dump());
+  EXPECT_EQ(reportOf(left())["unseenVertices"], 0);
+  // As the text of the file says it, since a reader of OBJ files has floats alone.
+  std::istringstream text(contentOf(output_));
+  std::size_t count = 0;
+  for (std::string line; std::getline(text, line);) {
+    cv::Vec3d place;
+    if (std::sscanf(line.c_str(), "v %lf %lf %lf", &place[0], &place[1], &place[2]) == 3) {
+      auto const isHere = [&](cv::Vec3f const& p) { return cv::norm(place - far - cv::Vec3d(p)) < 1e-3; };
+      ASSERT_TRUE(std::any_of(places.begin(), places.end(), isHere)) << line;
+      ++count;
+    }
+  }
+  EXPECT_GE(count, places.size());
 }
 
 TEST_F(TextureCommand, SaysWhichViewsLackWhat) {
