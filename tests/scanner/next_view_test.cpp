@@ -216,6 +216,8 @@ TEST_F(NextBestView, RefusesWhatCannotBe) {
   refused(settings, "both");
   settings.volume = {150, 160}; // where the target is larger than the image
   refused(settings, "No pose");
+  settings.volume = {240, 250}; // where it is so for the projector
+  refused(settings, "No pose");
   vorn::test::expectError([&] { (void)nextBestView(adjustment, {}, {}); }, "views");
   Adjustment single = adjustment;
   single.isRead = false;

@@ -75,6 +75,35 @@ TEST(Texture, TakesNothingFromHiddenOrTurnedPlaces) {
   test::expectError([&] { textureFrom(away, twoViews()); }, "No view sees");
 }
 
+// Places of a sheet to the right and to the left of a strip before its middle, at every part of a pixel.
+TEST(Texture, HidesAlikeOnBothSides) {
+  SurfaceMesh const front = sheet(-10.0, 5.0);
+  auto const seenWith = [&](float shift) {
+    SurfaceMesh mesh = sheet();
+    auto const behind = static_cast<int>(mesh.vertices.size());
+    for (cv::Vec3f& vertex : mesh.vertices) {
+      vertex[0] += shift;
+    }
+    for (cv::Vec3i const& triangle : front.triangles) {
+      mesh.triangles.push_back(triangle + cv::Vec3i::all(behind));
+    }
+    mesh.vertices.insert(mesh.vertices.end(), front.vertices.begin(), front.vertices.end());
+    mesh.normals.insert(mesh.normals.end(), front.normals.begin(), front.normals.end());
+    cv::Matx44d const pose = viewFromMesh(0.0);
+    return textureFrom(mesh, {{imageOf(pose), pinhole(), pose}}).views;
+  };
+  constexpr std::size_t columns = 41;
+  for (int i = 0; i < 10; ++i) {
+    float const shift = 0.03F + 0.1F * static_cast<float>(i);
+    auto const right = seenWith(shift);
+    auto const left = seenWith(-shift);
+    for (std::size_t k = 0; k < 31 * columns; ++k) {
+      std::size_t const mirrored = k / columns * columns + columns - 1 - k % columns;
+      ASSERT_EQ(right[k], left[mirrored]) << shift << ", column " << k % columns;
+    }
+  }
+}
+
 TEST(Texture, ColoursPointsWithoutTriangles) {
   SurfaceMesh points = sheet();
   points.triangles.clear();
