@@ -12,7 +12,7 @@
 #include <vorn/mv/registration/find_start.hpp>
 #include <vorn/mv/registration/registration.hpp>
 
-#include "measured_parts.hpp"
+#include "sim/measured_parts.hpp"
 
 namespace vorn::bench {
 
@@ -142,31 +142,14 @@ struct Pair {
   std::vector<cv::Vec3d> places; ///< some of the source's
 };
 
-Pair pairOf(MeasuredPart const& part, double overlap, std::mt19937& random) {
+Pair pairOf(sim::MeasuredPart const& part, double overlap, std::mt19937& random) {
   constexpr int side = 400;
   constexpr double sigma = 0.002;
-  std::uniform_real_distribution<double> roll(0.0, 2.0 * CV_PI);
-  cv::Vec3d const direction = directionBy(random);
-  cv::Vec3d const axis = cv::normalize(direction.cross(directionBy(random)));
-  cv::Matx44d const target = partFromSensor(direction, roll(random));
-  double const ownRoll = roll(random);
-  auto const sourceAt = [&](double angle) {
-    return partFromSensor(moved(motionAbout({}, axis * angle, {}), direction), ownRoll);
-  };
-  double low = 0.0;
-  double high = CV_PI;
-  for (int step = 0; step < 9; ++step) {
-    double const middle = 0.5 * (low + high);
-    (sharedWith(part, sourceAt(middle), target) > overlap ? low : high) = middle;
-  }
-  cv::Matx44d const source = sourceAt(low);
-  cv::Mat_<cv::Vec3f> const points = scanOf(part, source, side, sigma, random);
-  Pair pair{mv::PointCloud(points, true),
-            mv::PointCloud(scanOf(part, target, side, sigma, random), true),
-            target.inv() * source,
-            {}};
-  for (int i = 0; i < static_cast<int>(points.total()); i += 97) {
-    cv::Vec3f const& point = points(i / side, i % side);
+  sim::PartViews const views = sim::viewsOf(part, overlap, side, sigma, random);
+  Pair pair{
+      mv::PointCloud(views.source, true), mv::PointCloud(views.target, true), views.targetFromSource, {}};
+  for (int i = 0; i < static_cast<int>(views.source.total()); i += 97) {
+    cv::Vec3f const& point = views.source(i / side, i % side);
     if (std::isfinite(point[0])) {
       pair.places.emplace_back(point);
     }
@@ -185,7 +168,7 @@ bool isRight(Pair const& pair, cv::Matx44d const& targetFromSource) {
 }
 
 /// The same of which what both see is held in all directions: two views of one flat face have no one answer.
-Pair heldPairOf(MeasuredPart const& part, double overlap, std::mt19937& random) {
+Pair heldPairOf(sim::MeasuredPart const& part, double overlap, std::mt19937& random) {
   constexpr int mostDraws = 8;
   for (int draw = 1;; ++draw) {
     Pair pair = pairOf(part, overlap, random);
@@ -222,7 +205,7 @@ std::vector<ScatterFigures> compareRegistrations(int runs) {
 
 std::vector<BasinFigures> basins(BasinSettings const& settings) {
   std::vector<BasinFigures> all;
-  std::vector<MeasuredPart> parts = measuredParts();
+  std::vector<sim::MeasuredPart> parts = sim::measuredParts();
   parts.resize(std::min(parts.size(), settings.parts));
   for (double const overlap : settings.overlaps) {
     std::vector<BasinFigures> rows;
@@ -233,7 +216,7 @@ std::vector<BasinFigures> basins(BasinSettings const& settings) {
       rows.push_back({"search", overlap, 0, 0, 0, {}});
     }
     unsigned seed = 1;
-    for (MeasuredPart const& part : parts) {
+    for (sim::MeasuredPart const& part : parts) {
       for (int view = 0; view < settings.views; ++view) {
         std::mt19937 random(seed++);
         Pair const pair = heldPairOf(part, overlap, random);

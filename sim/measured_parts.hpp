@@ -8,9 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <vorn/mv/pointcloud/point_cloud.hpp>
-
-namespace vorn::bench {
+namespace vorn::sim {
 
 /// A body by its distance function: negative inside, never more than the distance from the surface. Bodies
 /// measure about 2 across.
@@ -33,4 +31,16 @@ cv::Mat_<cv::Vec3f> scanOf(MeasuredPart const& part, cv::Matx44d const& part_fro
 /// The share of one sensor's points that another sees too.
 double sharedWith(MeasuredPart const& part, cv::Matx44d const& one, cv::Matx44d const& other);
 
-} // namespace vorn::bench
+/// Two organized clouds of a part, each in its sensor's frame, and how they lie.
+struct PartViews {
+  cv::Mat_<cv::Vec3f> source;
+  cv::Mat_<cv::Vec3f> target;
+  cv::Matx44d targetFromSource;
+};
+
+/// Two views from directions by chance, turned about their lines of sight by chance: as far apart as leaves
+/// the source so much in common with the target.
+/// @param overlap the share of the source's points that the target's sensor sees too
+PartViews viewsOf(MeasuredPart const& part, double overlap, int side, double sigma, std::mt19937& random);
+
+} // namespace vorn::sim

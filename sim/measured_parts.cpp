@@ -1,12 +1,12 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "measured_parts.hpp"
+#include "sim/measured_parts.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-namespace vorn::bench {
+namespace vorn::sim {
 
 namespace {
 
@@ -137,6 +137,11 @@ double meet(MeasuredPart const& part, cv::Vec3d const& from, cv::Vec3d const& al
   return std::numeric_limits<double>::quiet_NaN();
 }
 
+cv::Vec3d directionBy(std::mt19937& random) {
+  std::normal_distribution<double> any(0.0, 1.0);
+  return cv::normalize(cv::Vec3d(any(random), any(random), any(random)));
+}
+
 } // namespace
 
 std::vector<MeasuredPart> measuredParts() {
@@ -200,4 +205,28 @@ double sharedWith(MeasuredPart const& part, cv::Matx44d const& one, cv::Matx44d 
   return all > 0.0 ? seen / all : 0.0;
 }
 
-} // namespace vorn::bench
+PartViews viewsOf(MeasuredPart const& part, double overlap, int side, double sigma, std::mt19937& random) {
+  std::uniform_real_distribution<double> roll(0.0, 2.0 * CV_PI);
+  cv::Vec3d const direction = directionBy(random);
+  cv::Vec3d const axis = cv::normalize(direction.cross(directionBy(random)));
+  cv::Vec3d const across = axis.cross(direction);
+  cv::Matx44d const target = partFromSensor(direction, roll(random));
+  double const ownRoll = roll(random);
+  auto const sourceAt = [&](double angle) {
+    return partFromSensor(direction * std::cos(angle) + across * std::sin(angle), ownRoll);
+  };
+  double low = 0.0;
+  double high = CV_PI;
+  for (int step = 0; step < 9; ++step) {
+    double const middle = 0.5 * (low + high);
+    (sharedWith(part, sourceAt(middle), target) > overlap ? low : high) = middle;
+  }
+  cv::Matx44d const source = sourceAt(low);
+  PartViews views;
+  views.source = scanOf(part, source, side, sigma, random);
+  views.target = scanOf(part, target, side, sigma, random);
+  views.targetFromSource = target.inv() * source;
+  return views;
+}
+
+} // namespace vorn::sim
