@@ -85,6 +85,9 @@ Sight SightMap::of(cv::Vec3f const& point) const {
   if (seen[2] < static_cast<double>(nearest_(row, column)) - margin_) {
     return Sight::SeenThrough;
   }
+  if (farthest_(row, column) == 0.0F) {
+    return Sight::Nothing;
+  }
   return seen[2] >= static_cast<double>(least_(row, column)) - margin_ &&
                  seen[2] <= static_cast<double>(farthest_(row, column)) + margin_
              ? Sight::Seen

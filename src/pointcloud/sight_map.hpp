@@ -8,7 +8,8 @@ namespace vorn::mv {
 
 /// What a point is to a view.
 enum class Sight {
-  Unknown,    ///< out of its field, behind what it sees, or where it sees nothing
+  Unknown,    ///< out of its field or behind what it sees
+  Nothing,    ///< where it sees nothing within its field
   Seen,       ///< it sees a surface there
   SeenThrough ///< it sees something behind
 };

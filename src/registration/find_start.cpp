@@ -13,12 +13,17 @@
 #include <vorn/mv/registration/registration.hpp>
 
 #include "core/progress.hpp"
-#include "registration/nearest_grid.hpp"
+#include "registration/common_directions.hpp"
 #include "registration/point_motion.hpp"
 #include "registration/registration_checks.hpp"
-#include "registration/surface_features.hpp"
+#include "registration/registration_doubts.hpp"
+#include "registration/seen_cloud.hpp"
+#include "registration/shift_votes.hpp"
+#include "registration/similar_points.hpp"
+#include "registration/start_refinement.hpp"
 #include "registration/surface_matcher.hpp"
 #include "registration/surface_registration.hpp"
+#include "registration/view_agreement.hpp"
 
 namespace vorn::mv {
 
@@ -29,281 +34,217 @@ constexpr char const* context = "findStart";
 /// smaller one.
 constexpr double edgeOverSize = 0.08;
 constexpr std::size_t mostPoints = 5000;
-/// The reach of a point's description, in edges.
-constexpr double featureReach = 6.0;
-/// Similar points of the target that each of the source's may be.
-constexpr std::size_t similarOnes = 5;
-/// Every match is held against every other one.
-constexpr std::size_t mostMatches = 8000;
-/// Pairs of points are at least so many edges apart, so that the turn they give is exact.
-constexpr double leastBase = 5.0;
-constexpr double distanceTolerance = 1.2; // edges
-constexpr double angleTolerance = 0.2;    // of cosines
-/// How many correspondences, and partners of each, give motions.
-constexpr std::size_t bestMatches = 250;
-constexpr std::size_t bestPartners = 16;
-constexpr double leastCosine = 0.8;
-/// Samples of the source that candidates are refined and judged by.
-constexpr double refiningSamples = 1500.0;
-constexpr double farthest = 2.5; ///< edges that a point may lie off at first
+/// Shifts that are judged for each rotation, and kept.
+constexpr std::size_t judgedShifts = 24;
+constexpr std::size_t keptShifts = 4;
+/// Points of each view that motions are judged by at first, and how many edges they may lie off.
+constexpr std::size_t fewPoints = 150;
+constexpr double roughReach = 0.9;
+/// Motions that are made more exact on the thinned points, the points this takes, and how many edges they may
+/// lie off then.
+constexpr std::size_t improvedMotions = 400;
+constexpr std::size_t morePoints = 500;
+constexpr double fineReach = 0.5;
+constexpr double farthest = 1.5; ///< edges that a point may lie off at first
 constexpr double sigmas = 3.0;
+/// The share of points against a motion that lowers its score to a third.
+constexpr double mostAgainst = 0.03;
+/// The best of them, which slide to where the views agree best.
+constexpr std::size_t climbingOnes = 16;
 
-struct Match {
-  std::size_t source;
-  std::size_t target;
-  std::size_t support = 0;
-};
-
-struct Candidate {
-  cv::Matx44d motion;
-  double overlap;
-};
+constexpr double nothing = std::numeric_limits<double>::lowest();
 
 class StartFinder {
 public:
-  StartFinder(std::vector<OrientedPoint> source, std::vector<OrientedPoint> target, double edge,
-              SourceSamples samples, SurfaceMatcher const& surface, StartSettings const& settings,
+  StartFinder(SearchedCloud const& source, SearchedCloud const& target, SightedPoints const& sourcePoints,
+              SightedPoints const& targetPoints, double edge, StartSettings const& settings,
               Progress const& progress)
-      : source_(std::move(source)), target_(std::move(target)), edge_(edge), samples_(std::move(samples)),
-        surface_(surface), settings_(settings), progress_(progress), grid_(target_, edge) {}
+      : source_(source), target_(target), sourcePoints_(sourcePoints), targetPoints_(targetPoints),
+        edge_(edge), settings_(settings), progress_(progress), agreement_(sourcePoints, targetPoints, edge),
+        refinement_(source, target, farthest * edge) {
+    for (OrientedPoint const& point : sourcePoints.points) {
+      middle_ += point.place * (1.0 / static_cast<double>(sourcePoints.points.size()));
+    }
+    for (OrientedPoint const& point : sourcePoints.points) {
+      cv::Vec3d const way = point.place - middle_;
+      spread_ += way * way.t() * (1.0 / static_cast<double>(sourcePoints.points.size()));
+    }
+  }
 
-  StartSearch run() {
-    std::vector<Match> matches = similarPoints();
-    progress_.at("similar points", 0.4);
-    support(matches);
-    progress_.at("pairs of points", 0.5);
-    std::vector<Candidate> candidates = motionsOf(matches);
-    progress_.at("motions", 0.7);
+  /// @return also how well the views agree under it
+  std::pair<StartSearch, double> run() {
+    std::vector<StartCandidate> candidates = ofSimilarPoints();
+    progress_.at("similar points", 0.3);
+    std::vector<StartCandidate> const turned = ofDirections();
+    candidates.insert(candidates.end(), turned.begin(), turned.end());
+    candidates = improved(distinct(std::move(candidates), improvedMotions));
     candidates = distinct(std::move(candidates), static_cast<std::size_t>(settings_.candidates));
     refine(candidates);
     StartSearch result;
     if (!candidates.empty()) {
       result.targetFromSource = candidates.front().motion;
       result.overlap = candidates.front().overlap;
-      result.rivalOverlap = candidates.size() > 1 ? candidates[1].overlap : 0.0;
+      if (candidates.size() > 1 && candidates.front().score > 0.0) {
+        result.rivalOverlap = result.overlap * candidates[1].score / candidates.front().score;
+      }
       result.isFound = result.overlap >= settings_.minOverlap;
+      return {result, candidates.front().score};
     }
-    return result;
+    return {result, nothing};
   }
 
 private:
-  std::vector<Match> similarPoints() const {
-    std::vector<SurfaceFeature> const ofSource = featuresOf(source_, featureReach * edge_);
-    std::vector<SurfaceFeature> const ofTarget = featuresOf(target_, featureReach * edge_);
-    std::size_t const count = std::min(similarOnes, target_.size());
-    std::size_t const stride = 1 + source_.size() * count / mostMatches;
-    std::size_t const asked = (source_.size() + stride - 1) / stride;
-    std::vector<Match> matches(asked * count);
-    parallelRows(static_cast<int>(asked), [&](int first, int end) {
-      std::vector<std::pair<float, std::size_t>> distances(target_.size());
-      for (auto at = static_cast<std::size_t>(first); at < static_cast<std::size_t>(end); ++at) {
-        std::size_t const i = at * stride;
-        for (std::size_t j = 0; j < target_.size(); ++j) {
-          float square = 0.0F;
-          for (std::size_t bin = 0; bin < ofSource[i].size(); ++bin) {
-            float const difference = ofSource[i][bin] - ofTarget[j][bin];
-            square += difference * difference;
-          }
-          distances[j] = {square, j};
-        }
-        std::partial_sort(distances.begin(), distances.begin() + static_cast<std::ptrdiff_t>(count),
-                          distances.end());
-        for (std::size_t k = 0; k < count; ++k) {
-          matches[at * count + k] = {i, distances[k].second};
-        }
-      }
-    });
-    return matches;
+  double roughScore(cv::Matx44d const& motion) const {
+    return agreement_.of(motion, fewPoints, roughReach).score(mostAgainst);
   }
 
-  /// Whether two matches can both be right: the points are as far from each other, and their normals lie
-  /// alike.
-  bool agree(Match const& a, Match const& b) const {
-    cv::Vec3d const inSource = source_[b.source].place - source_[a.source].place;
-    cv::Vec3d const inTarget = target_[b.target].place - target_[a.target].place;
-    double const lengthInSource = std::sqrt(inSource.dot(inSource));
-    double const lengthInTarget = std::sqrt(inTarget.dot(inTarget));
-    if (lengthInSource < leastBase * edge_ ||
-        std::abs(lengthInSource - lengthInTarget) > distanceTolerance * edge_) {
-      return false;
-    }
-    auto const areAlike = [](double x, double y) { return std::abs(x - y) < angleTolerance; };
-    cv::Vec3d const& sourceA = source_[a.source].normal;
-    cv::Vec3d const& sourceB = source_[b.source].normal;
-    cv::Vec3d const& targetA = target_[a.target].normal;
-    cv::Vec3d const& targetB = target_[b.target].normal;
-    return areAlike(sourceA.dot(sourceB), targetA.dot(targetB)) &&
-           areAlike(sourceA.dot(inSource) / lengthInSource, targetA.dot(inTarget) / lengthInTarget) &&
-           areAlike(sourceB.dot(inSource) / lengthInSource, targetB.dot(inTarget) / lengthInTarget);
-  }
-
-  /// Counts the matches that each agrees with, and puts those with the most first.
-  void support(std::vector<Match>& matches) const {
-    parallelRows(static_cast<int>(matches.size()), [&](int first, int end) {
+  std::vector<StartCandidate> ofSimilarPoints() const {
+    std::vector<cv::Matx44d> const motions =
+        motionsOfSimilarPoints(sourcePoints_.points, targetPoints_.points, edge_);
+    std::vector<StartCandidate> candidates(motions.size());
+    parallelRows(static_cast<int>(motions.size()), [&](int first, int end) {
       for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
-        for (Match const& other : matches) {
-          matches[i].support += agree(matches[i], other) ? 1 : 0;
-        }
+        candidates[i] = {motions[i], roughScore(motions[i])};
       }
     });
-    std::stable_sort(matches.begin(), matches.end(),
-                     [](Match const& a, Match const& b) { return a.support > b.support; });
+    return candidates;
   }
 
-  /// The motion that lays two points with their normals onto two others.
-  cv::Matx44d motionFrom(Match const& a, Match const& b) const {
-    OrientedPoint const& s0 = source_[a.source];
-    OrientedPoint const& s1 = source_[b.source];
-    OrientedPoint const& t0 = target_[a.target];
-    OrientedPoint const& t1 = target_[b.target];
-    double const arm = cv::norm(s1.place - s0.place);
-    return motionBetween({s0.place, s1.place, s0.place + arm * s0.normal, s1.place + arm * s1.normal},
-                         {t0.place, t1.place, t0.place + arm * t0.normal, t1.place + arm * t1.normal});
-  }
-
-  /// The share of every `stride`-th point of the source that lies on the target, `reach` edges away at most.
-  double overlapUnder(cv::Matx44d const& motion, std::size_t stride, double reach) const {
-    cv::Matx33d const rotation = motion.get_minor<3, 3>(0, 0);
-    std::size_t count = 0;
-    std::size_t all = 0;
-    for (std::size_t i = 0; i < source_.size(); i += stride) {
-      cv::Vec3d const place = moved(motion, source_[i].place);
-      OrientedPoint const* const near = grid_.near(place);
-      ++all;
-      if (near != nullptr) {
-        cv::Vec3d const way = place - near->place;
-        count += way.dot(way) < 4.0 * edge_ * edge_ && std::abs(way.dot(near->normal)) < reach * edge_ &&
-                         near->normal.dot(rotation * source_[i].normal) > leastCosine
-                     ? 1
-                     : 0;
-      }
-    }
-    return static_cast<double>(count) / static_cast<double>(std::max<std::size_t>(all, 1));
-  }
-
-  std::vector<Candidate> motionsOf(std::vector<Match> const& matches) const {
-    std::size_t const leading = std::min(bestMatches, matches.size());
-    std::vector<std::vector<Candidate>> found(leading);
-    std::size_t const stride = std::max<std::size_t>(1, source_.size() / 300);
-    parallelRows(static_cast<int>(leading), [&](int first, int end) {
-      for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
-        for (std::size_t j = 0; j < matches.size() && found[i].size() < bestPartners; ++j) {
-          if (agree(matches[i], matches[j])) {
-            cv::Matx44d const motion = motionFrom(matches[i], matches[j]);
-            found[i].push_back({motion, overlapUnder(motion, stride, 0.6)});
-          }
-        }
-      }
-    });
-    std::vector<Candidate> candidates;
-    for (std::vector<Candidate> const& some : found) {
+  std::vector<StartCandidate> ofDirections() const {
+    std::vector<cv::Matx33d> const rotations =
+        rotationsOfDirections(sourcePoints_.points, targetPoints_.points);
+    ShiftVotes const votes(sourcePoints_.points, targetPoints_.points, edge_);
+    std::vector<std::vector<StartCandidate>> found(rotations.size());
+    parallelRows(static_cast<int>(rotations.size()), 64, progress_.part(0.3, 0.6), "motions",
+                 [&](int first, int end) {
+                   for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+                     for (cv::Matx44d const& motion : votes.motions(rotations[i], judgedShifts)) {
+                       found[i].push_back({motion, roughScore(motion)});
+                     }
+                     bestFirst(found[i]);
+                     found[i].resize(std::min(found[i].size(), keptShifts));
+                   }
+                 });
+    std::vector<StartCandidate> candidates;
+    for (std::vector<StartCandidate> const& some : found) {
       candidates.insert(candidates.end(), some.begin(), some.end());
     }
     return candidates;
   }
 
-  /// Whether two motions take the source to places less than three edges apart, RMS.
+  static void bestFirst(std::vector<StartCandidate>& candidates) {
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [](StartCandidate const& a, StartCandidate const& b) { return a.score > b.score; });
+  }
+
+  /// Whether two motions take the source to places less than two edges apart, RMS.
   bool areNear(cv::Matx44d const& a, cv::Matx44d const& b) const {
-    std::size_t const stride = std::max<std::size_t>(1, source_.size() / 30);
-    double squares = 0.0;
-    double count = 0.0;
-    for (std::size_t i = 0; i < source_.size(); i += stride) {
-      cv::Vec3d const way = moved(a, source_[i].place) - moved(b, source_[i].place);
-      squares += way.dot(way);
-      count += 1.0;
-    }
-    return squares < 9.0 * edge_ * edge_ * count;
+    cv::Vec3d const way = moved(a, middle_) - moved(b, middle_);
+    cv::Matx33d const turn = a.get_minor<3, 3>(0, 0) - b.get_minor<3, 3>(0, 0);
+    return way.dot(way) + cv::trace(turn * spread_ * turn.t()) < 4.0 * edge_ * edge_;
   }
 
   /// The best motions that differ, best first.
-  std::vector<Candidate> distinct(std::vector<Candidate> candidates, std::size_t most) const {
-    std::stable_sort(candidates.begin(), candidates.end(),
-                     [](Candidate const& a, Candidate const& b) { return a.overlap > b.overlap; });
-    std::vector<Candidate> kept;
-    for (Candidate const& candidate : candidates) {
-      bool const isKnown = std::any_of(kept.begin(), kept.end(), [&](Candidate const& other) {
-        return areNear(candidate.motion, other.motion);
-      });
-      if (!isKnown && kept.size() < most) {
+  std::vector<StartCandidate> distinct(std::vector<StartCandidate> candidates, std::size_t most) const {
+    bestFirst(candidates);
+    std::vector<StartCandidate> kept;
+    for (StartCandidate const& candidate : candidates) {
+      bool const isKnown =
+          kept.size() == most || std::any_of(kept.begin(), kept.end(), [&](StartCandidate const& other) {
+            return areNear(candidate.motion, other.motion);
+          });
+      if (!isKnown) {
         kept.push_back(candidate);
       }
     }
     return kept;
   }
 
+  std::vector<StartCandidate> improved(std::vector<StartCandidate> candidates) const {
+    parallelRows(static_cast<int>(candidates.size()), 128, progress_.part(0.6, 0.7), "motions",
+                 [&](int first, int end) {
+                   for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+                     StartCandidate& candidate = candidates[i];
+                     candidate.motion = agreement_.improved(candidate.motion, morePoints);
+                     candidate.score =
+                         agreement_.of(candidate.motion, morePoints, fineReach).score(mostAgainst);
+                   }
+                 });
+    return candidates;
+  }
+
   /// Lays the source onto the target itself from each candidate. Bodies that are nearly round lie on each
   /// other nearly as well when turned: only what lies as near as the noise allows tells which motion is
   /// right.
-  void refine(std::vector<Candidate>& candidates) const {
+  void refine(std::vector<StartCandidate>& candidates) const {
+    std::vector<StartRefinement::Laid> laid(candidates.size());
+    parallelRows(static_cast<int>(candidates.size()), 8, progress_.part(0.7, 0.8), "candidates",
+                 [&](int first, int end) {
+                   for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+                     laid[i] = refinement_.laid(candidates[i].motion);
+                   }
+                 });
     double sigma = std::numeric_limits<double>::infinity();
-    for (std::size_t i = 0; i < candidates.size(); ++i) {
-      RegistrationSettings settings;
-      settings.targetFromSource = candidates[i].motion;
-      settings.maxDistance = farthest * edge_;
-      settings.minOverlap = 0.0;
-      SurfaceRegistration registration(surface_, settings, Progress());
-      if (registration.run(samples_, true)) {
-        candidates[i].motion = registration.result().targetFromSource;
-        if (registration.result().overlap >= settings_.minOverlap) {
-          sigma = std::min(sigma, registration.result().sigma);
-        }
+    for (StartRefinement::Laid const& each : laid) {
+      if (each.overlap >= settings_.minOverlap) {
+        sigma = std::min(sigma, each.sigma);
       }
-      progress_.at("candidates",
-                   0.7 + 0.3 * static_cast<double>(i + 1) / static_cast<double>(candidates.size()));
     }
-    double const tolerance = std::min(sigmas * std::max(sigma, surface_.resolution()), farthest * edge_);
-    for (Candidate& candidate : candidates) {
-      candidate.overlap = shareWithin(candidate.motion, tolerance);
-    }
+    double const tolerance =
+        std::min(sigmas * std::max(sigma, target_.surface.resolution()), farthest * edge_);
+    parallelRows(static_cast<int>(candidates.size()), [&](int first, int end) {
+      for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+        candidates[i] = refinement_.judged(laid[i].motion, tolerance, farthest * edge_);
+      }
+    });
     std::size_t const most = candidates.size();
+    candidates = distinct(std::move(candidates), most);
+    auto const climbing = static_cast<int>(std::min(climbingOnes, candidates.size()));
+    parallelRows(climbing, 4, progress_.part(0.85, 1.0), "candidates", [&](int first, int end) {
+      for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+        candidates[i] = refinement_.climbed(candidates[i].motion, tolerance);
+      }
+    });
+    candidates.resize(static_cast<std::size_t>(climbing));
     candidates = distinct(std::move(candidates), most);
   }
 
-  /// The share of the samples that lie on the target within a tolerance.
-  double shareWithin(cv::Matx44d const& motion, double tolerance) const {
-    PairRule rule;
-    rule.maxDistance = farthest * edge_;
-    rule.leastCosine = leastCosine;
-    std::vector<SurfacePair> pairs;
-    findPairs(samples_, surface_, motion, rule, pairs, Progress());
-    auto const count = std::count_if(pairs.begin(), pairs.end(), [&](SurfacePair const& pair) {
-      return pair.isValid && std::abs(pair.residual) <= tolerance;
-    });
-    return static_cast<double>(count) / static_cast<double>(std::max<std::size_t>(1, samples_.size()));
-  }
-
-  std::vector<OrientedPoint> source_;
-  std::vector<OrientedPoint> target_;
+  SearchedCloud source_;
+  SearchedCloud target_;
+  SightedPoints const& sourcePoints_;
+  SightedPoints const& targetPoints_;
   double edge_;
-  SourceSamples samples_; ///< of the source itself
-  SurfaceMatcher const& surface_;
   StartSettings const& settings_;
   Progress progress_;
-  NearestGrid grid_;
+  ViewAgreement agreement_;
+  StartRefinement refinement_;
+  cv::Vec3d middle_; ///< of the source
+  cv::Matx33d spread_ = cv::Matx33d::zeros();
 };
 
 /// The search for one choice of the side that the source's normals point to.
-StartSearch searchOn(PointCloud& source, SurfaceMatcher const& sourceFigures, PointCloud const& target,
-                     SurfaceMatcher const& targetFigures, StartSettings const& settings,
-                     Progress const& progress) {
-  double edge = edgeOverSize * std::min(sourceFigures.size(), targetFigures.size());
-  std::vector<OrientedPoint> sourcePoints;
-  std::vector<OrientedPoint> targetPoints;
+std::pair<StartSearch, double> searchOn(SearchedCloud const& source, SearchedCloud const& target,
+                                        StartSettings const& settings, Progress const& progress) {
+  double edge = edgeOverSize * std::min(source.surface.size(), target.surface.size());
+  SightedPoints sourcePoints;
+  SightedPoints targetPoints;
   for (;; edge *= 1.25) {
-    sourcePoints = thinned(source, sourceFigures.middle(), edge);
-    targetPoints = thinned(target, targetFigures.middle(), edge);
-    if (std::max(sourcePoints.size(), targetPoints.size()) <= mostPoints) {
+    sourcePoints.points = thinned(source.cloud, source.surface.middle(), edge);
+    targetPoints.points = thinned(target.cloud, target.surface.middle(), edge);
+    if (std::max(sourcePoints.points.size(), targetPoints.points.size()) <= mostPoints) {
       break;
     }
   }
-  if (std::min(sourcePoints.size(), targetPoints.size()) < fewestPoints) {
-    return {};
+  if (std::min(sourcePoints.points.size(), targetPoints.points.size()) < fewestPoints) {
+    return {StartSearch(), nothing};
   }
-  double const stride = std::sqrt(static_cast<double>(sourceFigures.usableCount()) / refiningSamples);
-  return StartFinder(std::move(sourcePoints), std::move(targetPoints), edge,
-                     sampleEvenly(source, std::max(1, static_cast<int>(std::lround(stride)))), targetFigures,
-                     settings, progress)
-      .run();
+  SightMap const sourceSight = source.seen.roughly(edge);
+  SightMap const targetSight = target.seen.roughly(edge);
+  sourcePoints.sight = source.seen.isSeen() ? &sourceSight : nullptr;
+  targetPoints.sight = target.seen.isSeen() ? &targetSight : nullptr;
+  sourcePoints.viewpoint = source.seen.viewpoint();
+  targetPoints.viewpoint = target.seen.viewpoint();
+  return StartFinder(source, target, sourcePoints, targetPoints, edge, settings, progress).run();
 }
 
 } // namespace
@@ -320,7 +261,7 @@ StartSearch findStart(PointCloud const& source, PointCloud const& target, StartS
   target.checkSizes();
   Progress const progress(observer);
   PointCloud sourceCloud = withNormals(source, progress);
-  PointCloud const targetCloud = withNormals(target, progress);
+  PointCloud targetCloud = withNormals(target, progress);
   SurfaceMatcher const sourceFigures(sourceCloud);
   SurfaceMatcher const targetFigures(targetCloud);
   checkCount(sourceFigures.usableCount(), "The source", context);
@@ -329,18 +270,23 @@ StartSearch findStart(PointCloud const& source, PointCloud const& target, StartS
   progress.at("normals", 0.2);
   bool const isSideKnown =
       (source.hasNormals() || source.isOrganized()) && (target.hasNormals() || target.isOrganized());
-  auto const search = [&](Progress const& part) {
-    return searchOn(sourceCloud, sourceFigures, targetCloud, targetFigures, settings, part);
-  };
-  StartSearch best = search(progress.part(0.2, isSideKnown ? 1.0 : 0.6));
+  SeenCloud const sourceSeen(sourceCloud, scatterOf(sourceCloud));
+  SeenCloud const targetSeen(targetCloud, scatterOf(targetCloud));
+  SearchedCloud const searchedTarget{targetCloud, targetFigures, targetSeen};
+  auto [best, score] = searchOn({sourceCloud, sourceFigures, sourceSeen}, searchedTarget, settings,
+                                progress.part(0.2, isSideKnown ? 1.0 : 0.6));
   if (!isSideKnown) {
     // Computed without a sensor's grid, normals may point inwards on one of them.
     sourceCloud.normals() = cv::Mat_<cv::Vec3f>(-sourceCloud.normals());
-    StartSearch other = search(progress.part(0.6, 1.0));
-    if (other.overlap > best.overlap) {
+    SurfaceMatcher const turnedFigures(sourceCloud);
+    auto [other, otherScore] =
+        searchOn({sourceCloud, turnedFigures, sourceSeen}, searchedTarget, settings, progress.part(0.6, 1.0));
+    if (otherScore > score) {
       std::swap(best, other);
+      std::swap(score, otherScore);
     }
-    best.rivalOverlap = std::max(best.rivalOverlap, other.overlap);
+    double const share = score > 0.0 ? std::max(0.0, otherScore) / score : 0.0;
+    best.rivalOverlap = std::max(best.rivalOverlap, best.overlap * share);
   }
   return best;
 }

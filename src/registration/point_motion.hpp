@@ -31,4 +31,10 @@ inline cv::Matx44d motionOf(cv::Matx33d const& rotation, cv::Vec3d const& shift)
   return motion;
 }
 
+/// The motion back.
+inline cv::Matx44d rigidInverse(cv::Matx44d const& motion) {
+  cv::Matx33d const back = motion.get_minor<3, 3>(0, 0).t();
+  return motionOf(back, back * cv::Vec3d(-motion(0, 3), -motion(1, 3), -motion(2, 3)));
+}
+
 } // namespace vorn::mv

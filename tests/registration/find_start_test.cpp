@@ -12,6 +12,7 @@
 #include <vorn/mv/registration/registration.hpp>
 
 #include "registration/registered_views.hpp"
+#include "sim/measured_parts.hpp"
 #include "support/expect_error.hpp"
 
 namespace vorn::mv {
@@ -139,6 +140,40 @@ TEST_F(FindStart, LeadsToTheMotionOfBodiesSeenFromAnywhere) {
     }
   }
   EXPECT_EQ(right, 3); // as all ten of the first ten
+}
+
+/// How far a motion takes the points of a view from their places, RMS.
+double distanceOf(cv::Mat_<cv::Vec3f> const& points, cv::Matx44d const& motion, cv::Matx44d const& truth) {
+  double squares = 0.0;
+  double count = 0.0;
+  for (cv::Vec3f const& point : points) {
+    if (std::isfinite(point[0])) {
+      cv::Vec4d const place(point[0], point[1], point[2], 1.0);
+      cv::Vec4d const way = motion * place - truth * place;
+      squares += way.dot(way);
+      count += 1.0;
+    }
+  }
+  return std::sqrt(squares / count);
+}
+
+TEST_F(FindStart, LaysMadePartsOntoEachOtherThatLieOnEachOtherInManyWays) {
+  // Faces slide and turn on faces, with more points on each other than in the right place, which four of ten
+  // points share.
+  constexpr double overlap = 0.4;
+  constexpr int side = 200;
+  constexpr double noise = 0.002;
+  std::vector<sim::MeasuredPart> const parts = sim::measuredParts();
+  for (std::size_t const number : {0U, 1U, 6U, 7U}) {
+    std::mt19937 random(501U + static_cast<unsigned>(number));
+    sim::PartViews const views = sim::viewsOf(parts[number], overlap, side, noise, random);
+    StartSearch const start = findStart(PointCloud(views.source, true), PointCloud(views.target, true));
+    EXPECT_TRUE(start.isFound) << parts[number].name;
+    EXPECT_LT(start.rivalOverlap, 0.5 * start.overlap) << parts[number].name;
+    // Two cells of the sensor: faces lie on each other exactly, their borders to about a cell.
+    EXPECT_LT(distanceOf(views.source, start.targetFromSource, views.targetFromSource), 0.03)
+        << parts[number].name;
+  }
 }
 
 TEST_F(FindStart, GivesTheSameBitsWithAnyThreads) {

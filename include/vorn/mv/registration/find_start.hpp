@@ -26,21 +26,27 @@ struct StartSearch {
   cv::Matx44d targetFromSource = cv::Matx44d::eye(); ///< moves the source's `points()` near the target's
   bool isFound = false; ///< whether `overlap` reaches `StartSettings::minOverlap`
   double overlap = 0.0; ///< the share of the source that lies on the target then, roughly
-  /// The same for the best motion that is another one. Close to `overlap` the shapes do not tell which is
-  /// right.
+  /// The same for the best motion that is another one, lowered by what speaks against it. Close to `overlap`
+  /// the shapes do not tell which is right.
   double rivalOverlap = 0.0;
 };
 
 /// Finds roughly where a view lies in the frame of another from their shapes alone, wherever they begin.
 ///
-/// Both clouds are thinned to some thousand points. Each is described by how the normals around it differ (R.
-/// B. Rusu, N. Blodow and M. Beetz, "Fast Point Feature Histograms (FPFH) for 3D registration", ICRA 2009);
-/// pairs of similar points with equal distances and angles give motions, which are refined by registration,
-/// and the one is taken that lays the most points onto each other as near as the noise allows. Nothing is
-/// random. Shapes without features, such as planes and spheres, and those that repeat have no one answer:
-/// compare `rivalOverlap`, and look at the registration's free motions. Clouds without normals get some, as
-/// by `PointCloud::calcNormals`. Pending transforms are ignored. Working memory: about 35 bytes a point, and
-/// some tens of MB.
+/// Both clouds are thinned to some thousand points, and motions come from two sides. On curved surfaces each
+/// point is described by how the normals around it differ (R. B. Rusu, N. Blodow and M. Beetz, "Fast Point
+/// Feature Histograms (FPFH) for 3D registration", ICRA 2009), and pairs of similar points with equal
+/// distances and angles give motions. Made parts, whose faces are alike everywhere, are turned so that
+/// normals of faces and axes of the source become those of the target; points then vote for the shift.
+///
+/// Of all these the one is taken that lays the most points of either view onto the other, with the fewest
+/// where they cannot be: of clouds that were seen from the origin of their frame, before what the other one's
+/// sensor saw, or facing it where it saw nothing. The best are refined by registration, and slid along what
+/// the shapes hold least: borders and holes are seen where faces slide on each other. Nothing is random.
+/// Shapes without features, such as planes and spheres, and those that repeat have no one answer: compare
+/// `rivalOverlap`, and look at the registration's free motions and doubts. Clouds without normals get some,
+/// as by `PointCloud::calcNormals`. Pending transforms are ignored. Working memory: about 60 bytes a point,
+/// and some tens of MB.
 /// @param observer hears of the steps
 /// @throws Exception when a setting is outside its range, a cloud has fewer than 50 points with a normal, and
 /// when

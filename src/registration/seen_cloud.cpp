@@ -1,0 +1,94 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "registration/seen_cloud.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "pointcloud/grid_steps.hpp"
+#include "pointcloud/list_spacing.hpp"
+#include "pointcloud/point_access.hpp"
+
+namespace vorn::mv {
+
+namespace {
+
+cv::Matx44d fromViewpoint(cv::Vec3d const& viewpoint) {
+  cv::Matx44d shift = cv::Matx44d::eye();
+  for (int axis = 0; axis < 3; ++axis) {
+    shift(axis, 3) = -viewpoint[axis];
+  }
+  return shift;
+}
+
+} // namespace
+
+SeenCloud::SeenCloud(PointCloud& cloud, double noise)
+    : viewpoint_(cloud.offset() * -1.0), points_(thinned(cloud)),
+      map_(points_, fromViewpoint(viewpoint_), spacing_, std::max(spacing_, 6.0 * noise)) {
+  isSeen_ = isBeforeOrigin(cloud) && isItsOwnSight();
+}
+
+SightMap SeenCloud::roughly(double cell) const {
+  constexpr double cellOverSpacing = 1.5;
+  return {points_, fromViewpoint(viewpoint_), std::max(spacing_, cell / cellOverSpacing), cell};
+}
+
+double SeenCloud::conflictWith(SeenCloud const& other, cv::Matx44d const& otherFromOwn) const {
+  std::size_t seen = 0;
+  std::size_t before = 0;
+  for (cv::Vec3f const& point : points_) {
+    cv::Vec4d const moved = otherFromOwn * cv::Vec4d(point[0], point[1], point[2], 1.0);
+    Sight const sight = other.map_.of(cv::Vec3f(cv::Vec3d(moved[0], moved[1], moved[2])));
+    seen += sight == Sight::Seen ? 1 : 0;
+    before += sight == Sight::SeenThrough ? 1 : 0;
+  }
+  constexpr std::size_t fewest = 50;
+  return seen + before < fewest ? 0.0 : static_cast<double>(before) / static_cast<double>(seen + before);
+}
+
+cv::Mat_<cv::Vec3f> SeenCloud::thinned(PointCloud& cloud) {
+  constexpr double most = 100000.0;
+  bool const isGrid = cloud.isOrganized() && cloud.isContinous();
+  cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
+  double const stride = std::max(1.0, std::sqrt(static_cast<double>(cloud.presentCount()) / most));
+  int const step = isGrid ? static_cast<int>(std::ceil(stride)) : 1;
+  std::size_t const skip = isGrid ? 1 : static_cast<std::size_t>(std::ceil(stride * stride));
+  spacing_ = static_cast<double>(isGrid ? gridSpacingOf(points, cloud.state()) : listSpacingOf(cloud)) *
+             (isGrid ? step : std::sqrt(1.0 * static_cast<double>(skip)));
+  std::vector<cv::Vec3f> kept;
+  std::size_t count = 0;
+  for (int row = 0; row < points.rows; row += step) {
+    for (int column = 0; column < points.cols; column += step) {
+      if (isThere(cloud, row, column) && count++ % skip == 0) {
+        kept.push_back(points(row, column));
+      }
+    }
+  }
+  return cv::Mat_<cv::Vec3f>(kept, true);
+}
+
+/// Whether all points lie before the origin, and it stands off.
+bool SeenCloud::isBeforeOrigin(PointCloud const& cloud) const {
+  double low = std::numeric_limits<double>::max();
+  double high = std::numeric_limits<double>::lowest();
+  for (cv::Vec3f const& point : points_) {
+    double const depth = static_cast<double>(point[2]) + cloud.offset()[2];
+    low = std::min(low, depth);
+    high = std::max(high, depth);
+  }
+  return low > 0.0 && low > 0.5 * (high - low);
+}
+
+/// Whether no surface hides another from the origin.
+bool SeenCloud::isItsOwnSight() const {
+  auto const seen = std::count_if(points_.begin(), points_.end(),
+                                  [&](cv::Vec3f const& point) { return map_.of(point) == Sight::Seen; });
+  constexpr double least = 0.98;
+  return static_cast<double>(seen) >= least * static_cast<double>(points_.total());
+}
+
+} // namespace vorn::mv
