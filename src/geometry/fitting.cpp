@@ -18,12 +18,13 @@ namespace vorn::mv::math {
 
 namespace {
 
-cv::Point3f centroid(std::vector<cv::Point3f> const& points) {
-  cv::Point3f sum;
+/// In double: a sum of many floats grows until single coordinates hardly change it.
+cv::Point3d centroid(std::vector<cv::Point3f> const& points) {
+  cv::Point3d sum;
   for (cv::Point3f const& p : points) {
-    sum += p;
+    sum += cv::Point3d(p);
   }
-  return sum / static_cast<float>(points.size());
+  return sum / static_cast<double>(points.size());
 }
 
 /// Whether rounding alone keeps normal equations from being singular, whatever the units of their unknowns.
@@ -50,11 +51,11 @@ cv::Matx44d estimateTransform(std::vector<cv::Point3f> const& first, std::vector
                     std::to_string(second.size()),
                 "estimateTransform");
   }
-  cv::Point3f const c1 = centroid(first);
-  cv::Point3f const c2 = centroid(second);
+  cv::Point3d const c1 = centroid(first);
+  cv::Point3d const c2 = centroid(second);
   cv::Matx33d H;
   for (std::size_t i = 0; i < first.size(); ++i) {
-    H += cv::Vec3d(cv::Point3d(first[i] - c1)) * cv::Vec3d(cv::Point3d(second[i] - c2)).t();
+    H += cv::Vec3d(cv::Point3d(first[i]) - c1) * cv::Vec3d(cv::Point3d(second[i]) - c2).t();
   }
   cv::Matx31d W;
   cv::Matx33d U;
@@ -62,9 +63,7 @@ cv::Matx44d estimateTransform(std::vector<cv::Point3f> const& first, std::vector
   cv::SVD::compute(H, W, U, Vt);
   cv::Matx33d const R0 = (U * Vt).t();
   cv::Matx33d const R = R0 * cv::Matx33d::diag({1, 1, cv::determinant(R0)});
-  cv::Vec3d const from = cv::Point3d(c1);
-  cv::Vec3d const to = cv::Point3d(c2);
-  return createTransform(R, to - R * from);
+  return createTransform(R, cv::Vec3d(c2) - R * cv::Vec3d(c1));
 }
 
 cv::Mat quadraticFit(std::vector<cv::Point3f> const& points) {

@@ -36,6 +36,21 @@ TEST(EstimateTransform, FindsTheTransform) {
   EXPECT_LT(residual(estimateTransform({{1, 2, 3}}, {{4, 6, 8}}), {{1, 2, 3}}, {{4, 6, 8}}), 1e-12);
 }
 
+TEST(EstimateTransform, ManyPointsFarFromTheOriginLoseNothing) {
+  // A quarter turn and steps of 1/64 keep every coordinate exact as a float, so nothing but the estimate
+  // errs.
+  cv::Matx44d const T = createTransform({0, -1, 0, 1, 0, 0, 0, 0, 1}, {10, -20, 300});
+  std::vector<cv::Point3f> first;
+  std::vector<cv::Point3f> second;
+  for (int i = 0; i < 100000; ++i) {
+    auto const step = [i](int factor, int sides) { return static_cast<float>(i * factor % sides) / 64; };
+    first.emplace_back(50 + step(7, 6400), step(13, 6397) - 50, 450 + step(31, 6389));
+    cv::Point3f const& p = first.back();
+    second.emplace_back(10 - p.y, p.x - 20, p.z + 300);
+  }
+  EXPECT_LT(cv::norm(estimateTransform(first, second) - T, cv::NORM_INF), 1e-9);
+}
+
 TEST(EstimateTransform, NoSmallMotionFitsNoisyPointsBetter) {
   auto const first = scatteredPoints(30);
   cv::Matx44d const T = createTransform(rot3({3, 1, 1}, -0.7), {1, 2, 3});
