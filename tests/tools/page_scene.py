@@ -43,9 +43,10 @@ def packed_cloud(name, points, *, step=0.01, blocks=None, fields=(), texture=Non
         for value in values:
             data += struct.pack("<H", 0 if value is None else 1 + round((value - low) / size))
     if texture:
-        description["texture"] = {"kind": "rgb565", "offset": len(data)}
+        is_gray = all(red == green == blue for red, green, blue in texture)
+        description["texture"] = {"kind": "gray" if is_gray else "rgb565", "offset": len(data)}
         for red, green, blue in texture:
-            data += struct.pack("<H", red >> 3 << 11 | green >> 2 << 5 | blue >> 3)
+            data += bytes([red]) if is_gray else struct.pack("<H", red >> 3 << 11 | green >> 2 << 5 | blue >> 3)
     if triangles:
         description["triangles"] = {"count": len(triangles), "offset": len(data)}
         before = 0

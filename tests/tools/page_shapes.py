@@ -39,6 +39,21 @@ def check_surface(template, folder):
         check_silence(driver, "surface")
 
 
+def check_gray(template, folder):
+    """Points with the brightness of a camera without colours, each its own."""
+    path = folder / "gray.html"
+    points = [(20.0 * i, 0.0, 5.0) for i in range(4)] + [(20.0 * i, 20.0, 5.0) for i in range(4)]
+    greys = [30, 90, 150, 210, 60, 120, 180, 240]
+    write_scene(template, path, [packed_cloud("points", points, spacing=20.0, texture=[(grey,) * 3 for grey in greys])])
+    with browser() as driver:
+        open_page(driver, path)
+        Select(driver.find_element(By.ID, "field")).select_by_visible_text("texture")
+        colors = Seen(driver, points).colors(points)
+        if not all(is_near(color, (grey,) * 3, 3) for color, grey in zip(colors, greys)):
+            fail(f"Greys {greys} are seen as {colors}")
+        check_silence(driver, "gray")
+
+
 def check_few(template, folder):
     """One point, points in one place, and clouds without any beside one that has some."""
     for name, points in (("one", [(7.0, -3.0, 250.0)]), ("same", [(7.0, -3.0, 250.0)] * 3)):
@@ -70,5 +85,6 @@ def check_hidden(template, folder):
 
 def check_shapes(template, folder):
     check_surface(template, folder)
+    check_gray(template, folder)
     check_few(template, folder)
     check_hidden(template, folder)
