@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -53,35 +54,59 @@ public:
   }
 
 private:
-  /// A copy of a line with blanks for what separates numbers, and the end that `LineFields` needs.
-  std::string_view separated(std::string_view line) {
-    line_.assign(line);
-    std::replace_if(
-        line_.begin(), line_.end(), [](char character) { return character == ',' || character == ';'; }, ' ');
-    std::size_t const length = line_.size();
+  static bool isSeparator(char character) { return character == ',' || character == ';'; }
+  static bool isBlank(char character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
+  static bool isDigit(char character) { return character >= '0' && character <= '9'; }
+
+  static std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && isBlank(text.front())) {
+      text.remove_prefix(1);
+    }
+    while (!text.empty() && isBlank(text.back())) {
+      text.remove_suffix(1);
+    }
+    return text;
+  }
+
+  /// The words of a text, whatever separates them; valid until the next call.
+  LineFields wordsOf(std::string_view text) {
+    line_.assign(text);
+    std::replace_if(line_.begin(), line_.end(), isSeparator, ' ');
     line_ += '\n';
-    return {line_.data(), length};
+    return LineFields({line_.data(), text.size()});
+  }
+
+  /// Takes the next line that is more than blanks and separators, without blanks around it.
+  bool nextText(std::string_view& text) {
+    std::string_view line;
+    while (file_.nextLine(line)) {
+      constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+      if (file_.lineNumber() == 1 && line.substr(0, byteOrderMark.size()) == byteOrderMark) {
+        line.remove_prefix(byteOrderMark.size());
+      }
+      text = trimmed(line);
+      if (!std::all_of(text.begin(), text.end(),
+                       [](char each) { return isSeparator(each) || isBlank(each); })) {
+        return true;
+      }
+    }
+    return false;
   }
 
   /// Takes the next line of numbers.
   bool nextRow(Row& row) {
-    std::string_view line;
-    while (file_.nextLine(line)) {
-      LineFields fields(separated(line));
-      if (fields.atEnd()) {
-        continue;
-      }
-      std::string_view const text(line_);
-      std::size_t const start = text.find_first_not_of(" \t\r");
-      std::size_t const mark = text[start] == '#' ? 1 : text.compare(start, 2, "//") == 0 ? 2 : 0;
+    std::string_view text;
+    while (nextText(text)) {
+      std::size_t const mark = text[0] == '#' ? 1 : text.substr(0, 2) == "//" ? 2 : 0;
       if (mark > 0) {
-        takeNames(LineFields({line_.data() + start + mark, line_.size() - 1 - start - mark}));
+        takeNames(text.substr(mark));
         continue;
       }
-      if (isHeading(fields)) {
+      if (isHeading(text)) {
+        hasHeading_ = true;
         continue;
       }
-      takeNumbers(fields, row);
+      takeNumbers(text, row);
       bool const isCount = row.size() == 1 && first_.empty() && !hasCount_ && row[0] == std::floor(row[0]);
       hasCount_ = hasCount_ || isCount;
       if (!isCount) {
@@ -93,29 +118,52 @@ private:
   }
 
   /// Takes a first line of names without a mark.
-  bool isHeading(LineFields fields) {
+  bool isHeading(std::string_view text) {
     double value = 0.0;
-    if (!first_.empty() || !names_.empty() || LineFields(fields).number(value)) {
+    if (!first_.empty() || !names_.empty() || wordsOf(text).number(value)) {
       return false;
     }
-    takeNames(fields);
+    takeNames(text);
     return !names_.empty();
   }
 
-  void takeNames(LineFields fields) {
-    if (!first_.empty()) {
+  /// Takes names with commas or semicolons between them, or else words, if they name the coordinates.
+  void takeNames(std::string_view text) {
+    if (!first_.empty() || hasHeading_) {
       return;
     }
-    std::vector<std::string> names;
-    while (!fields.atEnd() && names.size() <= mostColumns) {
-      names.emplace_back(fields.word());
-    }
-    if (hasPositions(columnsNamed(names))) {
-      names_ = names;
+    for (std::vector<std::string> const& names : {separatedNames(text), words(text)}) {
+      if (hasPositions(columnsNamed(names))) {
+        names_ = names;
+        return;
+      }
     }
   }
 
-  void takeNumbers(LineFields& fields, Row& row) const {
+  std::vector<std::string> words(std::string_view text) {
+    std::vector<std::string> names;
+    LineFields fields = wordsOf(text);
+    while (!fields.atEnd() && names.size() <= mostColumns) {
+      names.emplace_back(fields.word());
+    }
+    return names;
+  }
+
+  /// The names between commas and semicolons, which may hold blanks; a column without a name is skipped.
+  static std::vector<std::string> separatedNames(std::string_view text) {
+    std::vector<std::string> names;
+    while (!text.empty() && names.size() <= mostColumns) {
+      std::size_t const length = std::min(text.find_first_of(",;"), text.size());
+      std::string_view const name = trimmed(text.substr(0, length));
+      names.emplace_back(name.empty() ? "_" : name);
+      text.remove_prefix(std::min(length + 1, text.size()));
+    }
+    return names;
+  }
+
+  void takeNumbers(std::string_view text, Row& row) {
+    bool const endsOpen = separateNumbers(text);
+    LineFields fields({line_.data(), line_.size() - 1});
     row.clear();
     while (!fields.atEnd()) {
       double value = 0.0;
@@ -127,11 +175,50 @@ private:
       }
       row.push_back(value);
     }
+    // Some programs end every line with a separator; only the width tells an empty last field from that.
+    if (endsOpen && row.size() + 1 == (first_.empty() ? names_.size() : first_.front().size())) {
+      row.push_back(std::numeric_limits<double>::quiet_NaN());
+    }
+  }
+
+  /// Makes `line_` the numbers of a text with blanks between them, "nan" where a field is empty, and the end
+  /// that `LineFields` needs.
+  /// @return whether the text ends with a separator
+  bool separateNumbers(std::string_view text) {
+    bool hasCommaInNumber = false;
+    bool hasOtherSeparator = false;
+    bool isOpen = true;
+    line_.clear();
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      char const character = text[i];
+      if (isSeparator(character)) {
+        line_ += isOpen ? " nan " : " ";
+        isOpen = true;
+        hasOtherSeparator = hasOtherSeparator || character == ';';
+        hasCommaInNumber = hasCommaInNumber || (character == ',' && i > 0 && i + 1 < text.size() &&
+                                                isDigit(text[i - 1]) && isDigit(text[i + 1]));
+      } else {
+        bool const blank = isBlank(character);
+        hasOtherSeparator = hasOtherSeparator || blank;
+        isOpen = isOpen && blank;
+        line_ += character;
+      }
+    }
+    if (hasCommaInNumber && hasOtherSeparator) {
+      file_.failAtLine(
+          "a comma between digits, and other separators too: decimal commas? Decimals need a point");
+    }
+    line_ += '\n';
+    return isOpen;
   }
 
   void checkWidth(Row const& row) const {
     if (row.size() < 3) {
       file_.failAtLine("a point needs three numbers, not " + std::to_string(row.size()));
+    }
+    if (first_.empty() && hasHeading_ && row.size() != names_.size()) {
+      file_.failAtLine(std::to_string(row.size()) + " numbers under a heading of " +
+                       std::to_string(names_.size()) + " columns");
     }
     if (!first_.empty() && row.size() != first_.front().size()) {
       file_.failAtLine(std::to_string(row.size()) + " numbers where the points before have " +
@@ -222,6 +309,7 @@ private:
   FileReader& file_;
   std::string line_;
   std::vector<std::string> names_;
+  bool hasHeading_ = false; ///< whether they stood in a line without a mark, which no remark is
   bool hasCount_ = false;
   std::vector<Row> first_; ///< to judge columns without names
   std::optional<VertexRows> rows_;

@@ -247,7 +247,7 @@ TEST_F(XyzFile, KeepsEveryBit) {
 
 TEST_F(XyzFile, TakesWhatProgramsWriteAndSaysWhatItConcludes) {
   GraphicObject object;
-  EXPECT_EQ(said([&] { object = parse("2\n\n 1,2;3\t\r\n// between\n4 5 6\r\n"); }), "");
+  EXPECT_EQ(said([&] { object = parse("2\n\n 1;2;3\t\r\n// between\n4 5 6\r\n"); }), "");
   EXPECT_EQ(object.vertices(), (std::vector<cv::Vec3f>{{1, 2, 3}, {4, 5, 6}}));
 
   EXPECT_EQ(said([&] { object = parse("//Z Y X Intensity\n1 2 3 0.5\n4 5 6 7\n"); }), "");
@@ -274,4 +274,53 @@ TEST_F(XyzFile, TakesWhatProgramsWriteAndSaysWhatItConcludes) {
   expectError([&] { parse("1 2 3\n4 5\n"); }, "line 2: a point needs three numbers, not 2");
   expectError([&] { parse("1 2 3\n4 5 6 7\n"); }, "line 2: 4 numbers where the points before have 3");
   expectError([&] { parse("x,y,w\n1,2,3\n"); }, "line 1: 'x' is no number");
+}
+
+TEST_F(XyzFile, RefusesDecimalCommas) {
+  for (char const* const line :
+       {"1,5;2,5;3,25", "1,5 2,5 3,25", "1,5\t2,5\t3,25", "1,5, 2,5, 3,25", "1,234.5 2,345.5 3,456.5"}) {
+    expectError([&] { parse(std::string("0 0 0\n") + line + "\n"); }, "line 2: a comma between digits");
+  }
+  // Commas between all numbers, blanks around them, and commas of names and remarks are none.
+  EXPECT_EQ(parse("# 1,5 mm apart\n 1,2,3 \r\n4, -5 ,6\n").vertices(),
+            (std::vector<cv::Vec3f>{{1, 2, 3}, {4, -5, 6}}));
+}
+
+TEST_F(XyzFile, EmptyFieldsStayTheirColumns) {
+  for (char const* const text :
+       {"x,y,z,i,q\n1,2,3,,7\n4,5,6,8,\n,,9,1,2\n,,,,\n", "1;2;3; ;7\n4;5;6;8;\n; ;9;1;2\n"}) {
+    GraphicObject object;
+    std::string const conclusion = said([&] { object = parse(text); });
+    bool const isNamed = text[0] == 'x';
+    EXPECT_EQ(conclusion.empty(), isNamed) << conclusion;
+    ASSERT_EQ(object.vertices().size(), 3U);
+    EXPECT_EQ(object.vertices()[0], cv::Vec3f(1, 2, 3));
+    EXPECT_TRUE(std::isnan(object.vertices()[2][0]) && std::isnan(object.vertices()[2][1]));
+    EXPECT_EQ(object.vertices()[2][2], 9);
+    ASSERT_EQ(object.fields().size(), 2U);
+    std::vector<float> const& i = object.fields().at(isNamed ? "i" : "column_4");
+    std::vector<float> const& q = object.fields().at(isNamed ? "q" : "column_5");
+    EXPECT_TRUE(std::isnan(i[0]));
+    EXPECT_EQ(i[1], 8);
+    EXPECT_EQ(q[0], 7);
+    EXPECT_TRUE(std::isnan(q[1]));
+  }
+  // A separator behind every line is no column.
+  EXPECT_TRUE(parse("x,y,z\n1,2,3,\n").fields().empty());
+}
+
+TEST_F(XyzFile, HeadingsFitTheirColumnsOrAreErrors) {
+  expectError([&] { parse("x,y,z,i\n# of the part\n1,2,3\n"); },
+              "line 3: 3 numbers under a heading of 4 columns");
+  expectError([&] { parse("x y z\n1 2 3 4\n"); }, "line 2: 4 numbers under a heading of 3 columns");
+  GraphicObject object;
+  EXPECT_EQ(said([&] { object = parse("\xEF\xBB\xBF,x,y,z,phase error\n0,1,2,3,4\n"); }), "");
+  EXPECT_EQ(object.vertices()[0], cv::Vec3f(1, 2, 3))
+      << "behind a byte order mark and a column without a name";
+  ASSERT_EQ(object.fields().size(), 1U);
+  EXPECT_EQ(object.fields().at("phase error"), std::vector<float>{4});
+  EXPECT_EQ(parse("\xEF\xBB\xBF"
+                  "1 2 3\n")
+                .vertices()[0],
+            cv::Vec3f(1, 2, 3));
 }

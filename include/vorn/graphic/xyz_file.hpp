@@ -11,16 +11,21 @@ namespace vorn::graphic {
 
 /// Reads and writes points as a table in text, a line each.
 ///
-/// Reading takes numbers with blanks, tabs, commas or semicolons between them, as many in each line. Lines
-/// that begin with `#` or `//` are comments; the last one before the points that has x, y and z among as many
-/// words as they have numbers, or a first line of such words without a mark, names the columns: `nx`, `ny`,
-/// `nz` are normals, `red`, `green`, `blue` (or `r`, `g`, `b`) colours in 0..255, all others fields. Without
-/// names the first three columns are the coordinates, and a further three are colours when they are whole
-/// numbers in 0..255, above 1 somewhere, and normals when they are of length 1 to a hundredth, judged by the
-/// first 100 points; all others become the fields `column_4` and so on. What was concluded without names is
-/// said (`System::message`). A line of one whole number before the first point is taken for the number of
-/// points and passed over. Coordinates far from zero are kept relative to an offset, as `PLYFile` keeps
-/// doubles.
+/// Reading takes numbers with blanks, tabs, commas or semicolons between them, as many in each line. Nothing
+/// between two commas or semicolons, or before the first, is a NaN; behind the last it is one only where a
+/// column is missing, since some programs end every line so. A line with a comma between two digits and other
+/// separators too is an error: its commas may be decimal ones. Lines that begin with `#` or `//` are
+/// comments; the last one before the points that has x, y and z among as many words as they have numbers, or
+/// a first line of such words without a mark, names the columns: `nx`, `ny`, `nz` are normals, `red`,
+/// `green`, `blue` (or `r`, `g`, `b`) colours in 0..255, all others fields. Names with commas or semicolons
+/// between them may hold blanks. That a first line without a mark names another number of columns is an
+/// error. Without names the first three columns are the coordinates, and a further three are colours when
+/// they are whole numbers in 0..255, above 1 somewhere, and normals when they are of length 1 to a hundredth,
+/// judged by the first 100 points; all others become the fields `column_4` and so on. What was concluded
+/// without names is said
+/// (`System::message`). A line of one whole number before the first point is taken for the number of points
+/// and passed over, and so are a byte order mark and lines of separators alone. Coordinates far from zero are
+/// kept relative to an offset, as `PLYFile` keeps doubles.
 class VORN_API XYZFile {
 public:
   /// The content of the file at `path`. Working memory: 24 bytes a point.
