@@ -347,6 +347,37 @@ TEST(Fuse, FlagsViewsThatStandAloneOrLieOff) {
   EXPECT_EQ(figuresOf(fusion.mesh).faultyEdges, 0U);
 }
 
+TEST(Fuse, TakesViewsWithoutMeasurableNoise) {
+  PointCloud const flat = plate(64, 0.0, 500.0);
+  PointCloud coarse = flat.clone(); // depths in whole millimetres
+  coarse.points().colRange(32, 64) *= 1.02F;
+  PointCloud sure = flat.clone();
+  sure.fields()["sigma"] = cv::Mat_<float>(64, 64, 1e-30F);
+  PointCloud noisy = flat.clone();
+  noisy.fields()["sigma"] = cv::Mat_<float>(64, 64, 0.01F);
+  noisy.points() += cv::Scalar(0.0, 0.0, 0.02);
+  std::vector<std::vector<PointCloud>> const sets = {{flat},       {flat, flat},  {coarse, coarse},
+                                                     {sure, sure}, {flat, noisy}, {noisy, sure}};
+  for (std::size_t set = 0; set < sets.size(); ++set) {
+    Fusion const fusion = fuse(sets[set]);
+    EXPECT_GT(fusion.cloud.pointCount(), 3900U) << set;
+    EXPECT_EQ(fusion.views[0].outliers, 0U) << set;
+    std::size_t off = 0;
+    for (cv::Vec3f const& point : fusion.cloud.points()) {
+      bool const isFar = set == 2 && std::abs(point[2] - 510.0F) < 1e-3F;
+      off += isFar || std::abs(point[2] - 500.0F) < 1e-3F ? 0 : 1;
+    }
+    EXPECT_EQ(off, 0U) << "of set " << set;
+    for (float const sigma : fusion.cloud.fields().at("sigma")) {
+      EXPECT_GT(sigma, 0.0F);
+      ASSERT_LT(sigma, 1e-3F) << set;
+    }
+    for (FusedView const& view : fusion.views) {
+      EXPECT_LT(view.rms, 0.03) << set;
+    }
+  }
+}
+
 TEST(Fuse, KeepsHolesUnlessClosingIsAsked) {
   PointCloud view = plate(40, 0.0, 400.0);
   view.state()(cv::Rect(10, 12, 6, 5)).setTo(255);

@@ -146,6 +146,17 @@ void dropStrays(std::vector<std::uint32_t> const& chosen, SkinPoints const& poin
   merged.erase(std::remove_if(merged.begin(), merged.end(), isStray), merged.end());
 }
 
+void requireFinite(std::vector<std::uint32_t> const& chosen, SkinPoints const& points,
+                   std::vector<MergedPoint> const& merged) {
+  for (std::size_t i = 0; i < merged.size(); ++i) {
+    if (!isFinite(merged[i].place.val)) {
+      throw error("A place of view " + std::to_string(points.views[chosen[i]]) +
+                      " is no number once merged: coordinates or sigmas are too large for it",
+                  function);
+    }
+  }
+}
+
 PointCloud cloudOf(std::vector<MergedPoint> const& merged, ViewSurfaces const& all) {
   auto const count = static_cast<int>(merged.size());
   cv::Mat_<cv::Vec3f> points(count, 1);
@@ -232,6 +243,7 @@ Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings, 
     std::vector<std::uint32_t> const chosen = thinnedSkins(all, points, cells, limits);
     std::vector<ViewSums> sums;
     merged = mergedSkins(all, points, cells, chosen, limits, sums, progress.part(0.5, 0.75));
+    requireFinite(chosen, points, merged);
     addFigures(sums, result.views);
     dropStrays(chosen, points, merged, result.views);
   }

@@ -20,6 +20,8 @@ namespace {
 
 /// Seen flatter than this, a view's error is no longer that of its noise turned into the normal.
 constexpr double leastCosine = 0.3;
+/// No view is more exact than this share of its spacing: its triangles are not.
+constexpr double leastSigmaOverSpacing = 1e-4;
 
 Exception viewError(std::size_t view, std::string const& reason) {
   return error("View " + std::to_string(view) + " " + reason, "fuse");
@@ -114,9 +116,8 @@ cv::Mat_<float> sightSigmas(PointCloud const& cloud, cv::Mat_<float> const& scat
   }
   // Of scatter alone it cannot be told where it is noise and where shape.
   cv::Mat_<float> bounded(values.size());
-  float const least = std::max(middle, std::numeric_limits<float>::min());
   std::transform(values.begin(), values.end(), bounded.begin(), [&](float value) {
-    return std::isfinite(value) ? std::clamp(value, 0.5F * least, 2.0F * least) : least;
+    return std::isfinite(value) ? std::clamp(value, 0.5F * middle, 2.0F * middle) : middle;
   });
   return bounded;
 }
@@ -130,6 +131,8 @@ void moveInto(ViewSurface& surface, PointCloud const& cloud, cv::Mat_<float> con
   surface.normals = cv::Mat_<cv::Vec3f>(size, cv::Vec3f());
   surface.sigmas = cv::Mat_<float>(size, 0.0F);
   cv::Matx33d const rotation = commonFromView.get_minor<3, 3>(0, 0);
+  constexpr auto rounding = static_cast<double>(std::numeric_limits<float>::epsilon()) / 2.0;
+  auto const spacing = static_cast<double>(surface.spacing);
   parallelRows(size.height, [&](int begin, int end) {
     for (int row = begin; row < end; ++row) {
       for (int column = 0; column < size.width; ++column) {
@@ -140,11 +143,15 @@ void moveInto(ViewSurface& surface, PointCloud const& cloud, cv::Mat_<float> con
           continue;
         }
         cv::Vec3d const sight(p);
-        double const cosine = std::abs(normal.dot(sight)) / (length * std::max(cv::norm(sight), 1e-30));
+        double const distance = cv::norm(sight);
+        double const cosine = std::abs(normal.dot(sight)) / (length * std::max(distance, 1e-30));
         cv::Vec4d const moved = commonFromView * cv::Vec4d(p[0], p[1], p[2], 1.0);
         surface.points(row, column) = cv::Vec3f(cv::Vec3d(moved[0], moved[1], moved[2]));
         surface.normals(row, column) = cv::Vec3f(rotation * (normal * (1.0 / length)));
-        surface.sigmas(row, column) = sigmas(row, column) * static_cast<float>(std::max(cosine, leastCosine));
+        // A view without noise is still rounded, and weights of 1 / 0 would be no numbers.
+        double const least = std::max(rounding * distance, leastSigmaOverSpacing * spacing);
+        double const sigma = static_cast<double>(sigmas(row, column)) * std::max(cosine, leastCosine);
+        surface.sigmas(row, column) = static_cast<float>(std::max(sigma, least));
       }
     }
   });

@@ -73,15 +73,17 @@ struct Fusion {
 /// along the normal. The other views are read between their points (in the triangle of the grid that the
 /// normal meets, without a grid in the plane of the nearest points), so nothing is smoothed along the
 /// surface. The variance is from the field "sigma" where a cloud has it, the standard deviation along the
-/// line of sight, else from how the points scatter about their neighbours' plane. Points become triangles
-/// with those around them by the Delaunay rule, taken in the plane of each; no edge has more than two.
+/// line of sight, else from how the points scatter about their neighbours' plane; it is at least the rounding
+/// of coordinates and 1e-4 of the view's spacing. Points become triangles with those around them by the
+/// Delaunay rule, taken in the plane of each; no edge has more than two.
 ///
 /// The result does not depend on the number of threads. Working memory: about 75 bytes a point of all views.
 /// @param views at most 255
 /// @throws Exception for no view, more than 255, a view with fewer than three distinct points or with an
 /// offset
 ///         (its sensor's place is unknown then), a transform that is no rigid motion, a setting out of its
-///         range, a field "sigma" with values that are not above 0, and when nothing can be joined
+///         range, a field "sigma" with values that are not above 0, a
+///         place that is no number once merged, and when nothing can be joined
 /// @throws Cancelled when stopped by the observer
 VORN_API Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings = {},
                      Observer* observer = nullptr);
