@@ -61,6 +61,8 @@ public:
 
   /// @param got the bytes read; 0 at the end
   int read(char* to, std::size_t count, std::size_t& got);
+  /// Goes back to the start of a file that is read. @return 0, or why not
+  int rewind();
   int write(char const* from, std::size_t count);
   /// Brings what was written to the disk.
   int sync();

@@ -111,6 +111,14 @@ int SystemFile::read(char* to, std::size_t count, std::size_t& got) {
   return std::ferror(stream_) != 0 ? (errno != 0 ? errno : EIO) : 0;
 }
 
+int SystemFile::rewind() {
+  if (!isOpen_) {
+    return EBADF;
+  }
+  errno = 0;
+  return std::fseek(stream_, 0, SEEK_SET) == 0 ? 0 : errno != 0 ? errno : EIO;
+}
+
 int SystemFile::write(char const* from, std::size_t count) {
   if (!isOpen_) {
     return EBADF;

@@ -117,6 +117,10 @@ int SystemFile::read(char* to, std::size_t count, std::size_t& got) {
   return result < 0 ? errno : 0;
 }
 
+int SystemFile::rewind() {
+  return ::lseek(descriptor_, 0, SEEK_SET) < 0 ? errno : 0;
+}
+
 int SystemFile::write(char const* from, std::size_t count) {
   while (count > 0) {
     ssize_t const written = ::write(descriptor_, from, count);

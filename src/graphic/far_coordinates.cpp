@@ -17,35 +17,28 @@ bool isFinite(cv::Vec3d const& place) {
   return std::abs(place[0]) <= largest && std::abs(place[1]) <= largest && std::abs(place[2]) <= largest;
 }
 
-struct Box {
-  cv::Vec3d low = cv::Vec3d::all(std::numeric_limits<double>::infinity());
-  cv::Vec3d high = -low;
-  bool hasInexact = false; ///< of coordinates that no float is
+} // namespace
 
-  void add(cv::Vec3d const& place) {
-    for (int axis = 0; axis < 3; ++axis) {
-      low[axis] = std::min(low[axis], place[axis]);
-      high[axis] = std::max(high[axis], place[axis]);
-      hasInexact = hasInexact || static_cast<double>(static_cast<float>(place[axis])) != place[axis];
-    }
+void OffsetFinder::add(cv::Vec3d const& place) {
+  if (!isFinite(place)) {
+    return;
   }
-};
+  for (int axis = 0; axis < 3; ++axis) {
+    low_[axis] = std::min(low_[axis], place[axis]);
+    high_[axis] = std::max(high_[axis], place[axis]);
+    hasInexact_ = hasInexact_ || static_cast<double>(static_cast<float>(place[axis])) != place[axis];
+  }
+}
 
-cv::Vec3d offsetFor(std::vector<cv::Vec3d> const& places) {
-  Box box;
-  for (cv::Vec3d const& place : places) {
-    if (isFinite(place)) {
-      box.add(place);
-    }
-  }
-  if (!box.hasInexact) {
+cv::Vec3d OffsetFinder::offset() const {
+  if (!hasInexact_) {
     return {};
   }
   double extent = 0;
   double farthest = 0;
   for (int axis = 0; axis < 3; ++axis) {
-    extent = std::max(extent, box.high[axis] - box.low[axis]);
-    farthest = std::max({farthest, std::abs(box.low[axis]), std::abs(box.high[axis])});
+    extent = std::max(extent, high_[axis] - low_[axis]);
+    farthest = std::max({farthest, std::abs(low_[axis]), std::abs(high_[axis])});
   }
   constexpr double halfStep = 1.0 / (1 << 24); // of floats, relative
   constexpr double bearable = 1e-5;
@@ -57,7 +50,7 @@ cv::Vec3d offsetFor(std::vector<cv::Vec3d> const& places) {
   double const power = std::pow(10.0, std::abs(exponent));
   cv::Vec3d offset;
   for (int axis = 0; axis < 3; ++axis) {
-    double const middle = box.low[axis] + (box.high[axis] - box.low[axis]) / 2;
+    double const middle = low_[axis] + (high_[axis] - low_[axis]) / 2;
     // Powers of ten below one are no doubles, their inverses are.
     offset[axis] = exponent < 0 ? std::round(middle * power) / power : std::round(middle / power) * power;
     offset[axis] += 0.0; // no negative zero
@@ -65,10 +58,12 @@ cv::Vec3d offsetFor(std::vector<cv::Vec3d> const& places) {
   return offset;
 }
 
-} // namespace
-
 void setPlaces(GraphicObject& object, std::vector<cv::Vec3d> const& places) {
-  object.offset() = offsetFor(places);
+  OffsetFinder finder;
+  for (cv::Vec3d const& place : places) {
+    finder.add(place);
+  }
+  object.offset() = finder.offset();
   object.vertices().clear();
   reserveLarge(object.vertices(), places.size());
   for (cv::Vec3d const& place : places) {

@@ -2,17 +2,56 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <limits>
 #include <vector>
 
 #include <vorn/graphic/graphic_object.hpp>
 
+#include "graphic/file_reader.hpp"
+
 namespace vorn::graphic {
 
-/// Sets the object's vertices, and its offset, from coordinates in double precision. There is an offset only
-/// where floats would lose more than a hundred-thousandth of the extent, so that files near zero, single
-/// points, and doubles that were floats once keep their coordinates as they are. It has as few digits as keep
-/// the vertices within some extents of zero.
+/// Finds the offset that places in double precision need to become vertices. There is one only where floats
+/// would lose more than a hundred-thousandth of the extent, so that files near zero, single points, and
+/// doubles that were floats once keep their coordinates as they are. It has as few digits as keep the
+/// vertices within some extents of zero.
+class OffsetFinder {
+public:
+  void add(cv::Vec3d const& place);
+  /// Zero where none is needed.
+  cv::Vec3d offset() const;
+
+private:
+  cv::Vec3d low_ = cv::Vec3d::all(std::numeric_limits<double>::infinity());
+  cv::Vec3d high_ = -low_;
+  bool hasInexact_ = false; ///< of coordinates that no float is
+};
+
+/// Sets the object's vertices, and the offset that they need, from coordinates in double precision.
 void setPlaces(GraphicObject& object, std::vector<cv::Vec3d> const& places);
+
+/// Reads a file once with floats, and once more relative to an offset where its places turn out to need one:
+/// so ordinary files take no memory for doubles.
+/// @tparam Reader made of the file and an offset; `take()` reads, `offset()` is then what its places need,
+///         and `finish()` gives the object
+template <class Reader>
+GraphicObject readNearZero(FileReader& file) {
+  cv::Vec3d offset;
+  {
+    Reader reader(file, offset);
+    reader.take();
+    offset = reader.offset();
+    if (offset == cv::Vec3d()) {
+      return reader.finish();
+    }
+  }
+  file.rewind();
+  Reader reader(file, offset);
+  reader.take();
+  GraphicObject object = reader.finish();
+  object.offset() = offset;
+  return object;
+}
 
 /// The place of a vertex.
 inline cv::Vec3d placeOf(GraphicObject const& object, cv::Vec3f const& vertex) {

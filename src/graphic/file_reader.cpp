@@ -112,6 +112,18 @@ void FileReader::findLineEnd() {
   lineEnd_ = classicMac ? '\r' : '\n';
 }
 
+void FileReader::rewind() {
+  if (file_.isOpen()) {
+    if (int const reason = file_.rewind()) {
+      fail(std::generic_category().message(reason));
+    }
+    windowStart_ = 0;
+    filled_ = 0;
+  }
+  next_ = 0;
+  lineNumber_ = 0;
+}
+
 bool FileReader::nextLine(std::string_view& line) {
   std::size_t searched = 0;
   std::size_t available = fetch(1);

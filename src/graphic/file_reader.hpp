@@ -53,6 +53,8 @@ public:
   /// or blanks needs no other stop. Valid until the next `fetch` or `nextLine`.
   /// @return false at the end of the file
   bool nextLine(std::string_view& line);
+  /// Goes back to the start of the file.
+  void rewind();
   /// The number of the line taken last, from 1.
   std::uint64_t lineNumber() const { return lineNumber_; }
 

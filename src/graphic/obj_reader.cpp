@@ -13,6 +13,7 @@
 
 #include <vorn/core/system.hpp>
 
+#include "graphic/far_coordinates.hpp"
 #include "graphic/file_colors.hpp"
 #include "graphic/line_fields.hpp"
 
@@ -95,10 +96,10 @@ private:
 
 class ObjReader {
 public:
-  explicit ObjReader(FileReader& file)
-      : file_(file), vertexRange_("vertex", file.size() / shortestStatement) {}
+  ObjReader(FileReader& file, cv::Vec3d const& offset)
+      : file_(file), offset_(offset), vertexRange_("vertex", file.size() / shortestStatement) {}
 
-  GraphicObject read() {
+  void take() {
     std::string_view line;
     while (nextStatement(line)) {
       LineFields fields(line);
@@ -113,6 +114,11 @@ public:
         passOver(keyword);
       }
     }
+  }
+
+  cv::Vec3d offset() const { return finder_.offset(); }
+
+  GraphicObject finish() {
     vertexRange_.assertBelow(object_.vertices().size(), file_);
     if (object_.isEmpty() && hasUnknown_) {
       file_.fail("it is no OBJ file: it has no vertices");
@@ -152,7 +158,7 @@ private:
   }
 
   void takeVertex(LineFields& fields) {
-    std::array<float, 7> values = {};
+    std::array<double, 7> values = {};
     std::size_t count = 0;
     while (count < values.size() && fields.number(values[count])) {
       ++count;
@@ -160,14 +166,17 @@ private:
     if (!fields.atEnd() || count < 3 || count == 5) {
       failAtRest(fields, "a vertex is 3 coordinates, with a weight, or 3 or 4 color components");
     }
-    object_.vertices().emplace_back(values[0], values[1], values[2]);
+    cv::Vec3d const place(values[0], values[1], values[2]);
+    finder_.add(place);
+    object_.vertices().push_back(static_cast<cv::Vec3f>(place - offset_));
     bool const isColored = count >= 6;
     if (isColored || object_.hasColors()) {
       cv::Vec4b const white(255, 255, 255, 255);
       object_.colors().resize(object_.vertices().size(), white);
       if (isColored) {
-        object_.colors().back() = {colorByte(values[3]), colorByte(values[4]), colorByte(values[5]),
-                                   count == 7 ? colorByte(values[6]) : white[3]};
+        auto const component = [&](std::size_t i) { return colorByte(static_cast<float>(values[i])); };
+        object_.colors().back() = {component(3), component(4), component(5),
+                                   count == 7 ? component(6) : white[3]};
       }
     }
   }
@@ -266,6 +275,8 @@ private:
   }
 
   FileReader& file_;
+  cv::Vec3d offset_;
+  OffsetFinder finder_;
   GraphicObject object_;
   std::vector<cv::Vec3f> normals_;
   std::vector<int> normalOfVertex_; ///< as long as needed for the vertices that have one
@@ -280,7 +291,7 @@ private:
 } // namespace
 
 GraphicObject readObj(FileReader& file) {
-  return ObjReader(file).read();
+  return readNearZero<ObjReader>(file);
 }
 
 } // namespace vorn::graphic

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "graphic/far_coordinates.hpp"
 #include "graphic/line_fields.hpp"
 #include "graphic/stl_layout.hpp"
 #include "graphic/vertex_welder.hpp"
@@ -59,12 +60,13 @@ GraphicObject readBinary(FileReader& file) {
 /// The ascii form, whose words may stand on lines as they like.
 class StlTextReader {
 public:
-  explicit StlTextReader(FileReader& file) : file_(file), welder_(object_.vertices(), object_.triangles()) {
+  StlTextReader(FileReader& file, cv::Vec3d const& offset)
+      : file_(file), offset_(offset), welder_(object_.vertices(), object_.triangles()) {
     constexpr std::uint64_t usualFacetSize = 200; // bytes; a guess that only saves growing
     welder_.reserve(static_cast<std::size_t>(file.size() / usualFacetSize));
   }
 
-  GraphicObject read() {
+  void take() {
     while (toNextWord()) {
       expect("solid");
       line_.rest(); // its name
@@ -74,8 +76,11 @@ public:
       line_.rest();
     }
     weldGathered();
-    return std::move(object_);
   }
+
+  cv::Vec3d offset() const { return finder_.offset(); }
+
+  GraphicObject finish() { return std::move(object_); }
 
 private:
   void takeFacet() {
@@ -91,7 +96,9 @@ private:
     expect("loop");
     for (cv::Vec3f& corner : gathered_[gatheredCount_]) {
       expect("vertex");
-      corner = takeVector();
+      cv::Vec3d const place = takeVector();
+      finder_.add(place);
+      corner = static_cast<cv::Vec3f>(place - offset_);
     }
     expect("endloop");
     expect("endfacet");
@@ -106,9 +113,9 @@ private:
     gatheredCount_ = 0;
   }
 
-  cv::Vec3f takeVector() {
-    cv::Vec3f vector;
-    for (float& value : vector.val) {
+  cv::Vec3d takeVector() {
+    cv::Vec3d vector;
+    for (double& value : vector.val) {
       if (!toNextWord()) {
         failAtEnd();
       }
@@ -147,6 +154,8 @@ private:
   [[noreturn]] void failAtEnd() const { file_.failAtLine("the file ends before its 'endsolid'"); }
 
   FileReader& file_;
+  cv::Vec3d offset_;
+  OffsetFinder finder_;
   LineFields line_{
       std::string_view("\n").substr(0, 0)}; ///< at its end, like every line before the next is taken
   GraphicObject object_;
@@ -165,7 +174,7 @@ GraphicObject readStl(FileReader& file) {
       canBeBinary &&
       file.size() == stlPrologueSize + std::uint64_t{binaryCount(start.data())} * stlTriangleSize;
   if (!hasBinarySize && beginsAsText(start)) {
-    return StlTextReader(file).read();
+    return readNearZero<StlTextReader>(file);
   }
   if (!canBeBinary) {
     file.fail("it is no STL file: it does not begin with \"solid\" and is too short for a binary one");

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
 
 #include <vorn/core/system.hpp>
 
@@ -105,6 +107,51 @@ TEST(OBJFile, VerticesWithSomeOfTheirAttributes) {
             std::vector<cv::Vec4b>(
                 {{255, 255, 255, 255}, {255, 255, 255, 255}, {255, 128, 0, 255}, {255, 0, 0, 0}}));
   EXPECT_FALSE(object.hasNormals()) << "one normal for four vertices belongs to none of them";
+}
+
+TEST(OBJFile, FarCoordinatesKeepTheirPlace) {
+  vorn::test::TemporaryFolder const folder;
+  std::vector<cv::Vec3d> const places{{4500000.125, 5400000.375, 400.0625},
+                                      {4500001.125, 5400000.375, 400.0625},
+                                      {4500000.125, 5400001.375, 400.0625}};
+  std::string text = "vn 0 0 1\nf 1//1 2//1 3//1\n";
+  for (cv::Vec3d const& place : places) {
+    text += "v " + std::to_string(place[0]) + ' ' + std::to_string(place[1]) + ' ' +
+            std::to_string(place[2]) + " 1 0.5 0\n";
+  }
+  auto const expectPlaces = [&](GraphicObject const& object) {
+    ASSERT_EQ(object.vertices().size(), places.size());
+    for (std::size_t i = 0; i < places.size(); ++i) {
+      EXPECT_EQ(object.offset() + cv::Vec3d(object.vertices()[i]), places[i]);
+    }
+    EXPECT_EQ(object.triangles(), std::vector<cv::Vec3i>({{0, 1, 2}}));
+    EXPECT_EQ(object.normals(), std::vector<cv::Vec3f>(3, {0, 0, 1}));
+    EXPECT_EQ(object.colors(), std::vector<cv::Vec4b>(3, {255, 128, 0, 255}));
+  };
+  GraphicObject const object = parse(text);
+  expectPlaces(object);
+  OBJFile().write((folder / "a.obj").string(), object);
+  expectPlaces(OBJFile().read((folder / "a.obj").string()));
+  // More than a window is read again from the file's start, and a pipe from memory.
+  constexpr std::size_t moreThanOneWindow = 20000;
+  GraphicObject column;
+  column.offset() = {4500000.125, 5400000.375, 0.5};
+  for (std::size_t i = 0; i < moreThanOneWindow; ++i) {
+    column.vertices().emplace_back(0.0F, 0.0F, static_cast<float>(i));
+  }
+  std::string const pipe = (folder / "pipe").string();
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::thread writer([&] { OBJFile().write(pipe, column); });
+  GraphicObject const piped = OBJFile().read(pipe);
+  writer.join();
+  OBJFile().write((folder / "b.obj").string(), column);
+  for (GraphicObject const& found : {OBJFile().read((folder / "b.obj").string()), piped}) {
+    ASSERT_EQ(found.vertices().size(), moreThanOneWindow);
+    for (std::size_t const i : {std::size_t{0}, moreThanOneWindow - 1}) {
+      EXPECT_EQ(found.offset() + cv::Vec3d(found.vertices()[i]),
+                column.offset() + cv::Vec3d(column.vertices()[i]));
+    }
+  }
 }
 
 TEST(OBJFile, NormalsThatAreNotThereCostOnlyTheNormals) {

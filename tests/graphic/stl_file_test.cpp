@@ -132,6 +132,22 @@ TEST(STLFile, AsciiInFreeForm) {
   EXPECT_EQ(object.vertices()[3][2], 2.0F);
 }
 
+TEST(STLFile, FarCoordinatesOfAsciiFilesKeepTheirPlace) {
+  GraphicObject const object =
+      parse("solid\nfacet normal 0 0 1\nouter loop\n"
+            "vertex 4500000.125 5400000.375 400.0625\n"
+            "vertex 4500001.125 5400000.375 400.0625\n"
+            "vertex 4500000.125 5400001.375 400.0625\nendloop\nendfacet\n"
+            "facet normal 0 0 1\nouter loop\n"
+            "vertex 4500000.125 5400001.375 400.0625\n"
+            "vertex 4500001.125 5400000.375 400.0625\n"
+            "vertex 4500001.125 5400001.375 400.0625\nendloop\nendfacet\nendsolid\n");
+  ASSERT_EQ(object.vertices().size(), 4U);
+  EXPECT_EQ(object.triangles(), std::vector<cv::Vec3i>({{0, 1, 2}, {2, 1, 3}}));
+  EXPECT_EQ(object.offset() + cv::Vec3d(object.vertices()[0]), cv::Vec3d(4500000.125, 5400000.375, 400.0625));
+  EXPECT_EQ(object.offset() + cv::Vec3d(object.vertices()[3]), cv::Vec3d(4500001.125, 5400001.375, 400.0625));
+}
+
 TEST(STLFile, DamagedFilesAreNamedWithPlaceAndReason) {
   struct Case {
     std::string content;

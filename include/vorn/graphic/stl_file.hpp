@@ -16,7 +16,8 @@ namespace vorn::graphic {
 ///
 /// The format repeats a vertex in each of its triangles. Reading joins corners with the same bits into one
 /// vertex, numbered by first use, so a mesh comes back with its triangles connected. The facets' normals and
-/// the attribute bytes are not kept: the former follow from the corners.
+/// the attribute bytes are not kept: the former follow from the corners. Coordinates of ascii files far from
+/// zero are kept relative to an offset, as `PLYFile` keeps doubles; such a file is read twice.
 class VORN_API STLFile {
 public:
   /// Binary files hold the exact bits of every coordinate, ascii files the fewest digits that read back as
