@@ -4,34 +4,69 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <utility>
 #include <vector>
 
 #include "core/median.hpp"
+#include "pointcloud/flat_states.hpp"
+#include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
 
 namespace vorn::mv {
 
-float listSpacingOf(PointCloud& cloud) {
+namespace {
+
+using L2 = Distance<cv::Vec3f>::L2;
+
+/// The squared distance to the nearest place but the query's own.
+class NearestOtherPlace {
+public:
+  float worst() const { return square_; }
+  void add(unsigned /*index*/, float square) { square_ = square > 0.0F ? square : square_; }
+
+private:
+  float square_ = std::numeric_limits<float>::max();
+};
+
+/// A few thousand places with points, each once: where many points share one, it counts no more than others.
+std::vector<cv::Vec3f> sampledPlaces(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& state,
+                                     std::size_t presentCount) {
   constexpr std::size_t sampled = 4000;
-  std::size_t const count = cloud.pointCount();
-  std::size_t const stride = std::max<std::size_t>(1, count / sampled);
-  GridOctree const& tree = cloud.octree();
-  cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
-  std::vector<float> distances;
-  std::vector<unsigned> found;
-  std::vector<float> squares;
-  for (std::size_t i = 0; i < count; i += stride) {
-    int const row = static_cast<int>(i) / points.cols;
-    int const column = static_cast<int>(i) % points.cols;
-    if (cloud.state()(row, column) != 0 || !isFinite(points(row, column).val)) {
-      continue;
-    }
-    tree.knnSearch<Distance<cv::Vec3f>::L2>(points(row, column), 2, found, squares);
-    if (squares.size() == 2 && squares[1] > 0.0F) {
-      distances.push_back(std::sqrt(squares[1]));
+  std::size_t const stride = std::max<std::size_t>(1, presentCount / sampled);
+  std::vector<cv::Vec3f> places;
+  std::size_t present = 0;
+  for (int row = 0; row < points.rows; ++row) {
+    for (int column = 0; column < points.cols; ++column) {
+      cv::Vec3f const& point = points(row, column);
+      if (state(row, column) == 0 && isFinite(point.val) && present++ % stride == 0) {
+        places.push_back(point);
+      }
     }
   }
+  std::sort(places.begin(), places.end(), [](cv::Vec3f const& a, cv::Vec3f const& b) {
+    return std::lexicographical_compare(a.val, a.val + 3, b.val, b.val + 3);
+  });
+  places.erase(std::unique(places.begin(), places.end()), places.end());
+  return places;
+}
+
+} // namespace
+
+float listSpacingOf(PointCloud& cloud) {
+  OctreeView const tree(cloud.octree());
+  cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
+  std::vector<uchar> const states = flatStates(cloud.state());
+  std::vector<float> distances;
+  withPointAccess(points, [&](auto const& access) {
+    for (cv::Vec3f const& place : sampledPlaces(points, cloud.state(), cloud.presentCount())) {
+      NearestOtherPlace nearest;
+      findNearest<L2>(tree, access, place.val, nearest, [&](unsigned index) { return states[index] == 0; });
+      if (nearest.worst() < std::numeric_limits<float>::max()) {
+        distances.push_back(std::sqrt(nearest.worst()));
+      }
+    }
+  });
   return medianAmong(distances);
 }
 

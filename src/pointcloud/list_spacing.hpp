@@ -6,8 +6,8 @@
 
 namespace vorn::mv {
 
-/// A typical distance of neighbours of a cloud without a grid: the median one from a point to the nearest
-/// other place, of a few thousand points; 0 when all are in one place. Builds the cloud's octree.
+/// A typical distance of neighbours of a cloud without a grid: the median one from a place to the nearest
+/// other with a present point, of a few thousand places; 0 when all are in one. Builds the cloud's octree.
 float listSpacingOf(PointCloud& cloud);
 
 } // namespace vorn::mv

@@ -87,6 +87,35 @@ TEST(PointMesh, DoesNotDependOnTheUnit) {
   }
 }
 
+TEST(PointMesh, KnowsOnlyPresentPointsAndEachPlaceOnce) {
+  cv::Mat_<cv::Vec3f> const all = tilted(60, 80).reshape(3, 1).clone();
+  SurfaceMesh const whole = meshOf(PointCloud(all, false));
+  // Every point twice, and a third of all points in one place as scanners write what they did not see.
+  cv::Mat_<cv::Vec3f> twice(1, 2 * all.cols + all.cols);
+  twice.setTo(cv::Scalar::all(0.0));
+  all.copyTo(twice.colRange(0, all.cols));
+  all.copyTo(twice.colRange(2 * all.cols, 3 * all.cols));
+  SurfaceMesh const once = meshOf(PointCloud(twice, false));
+  EXPECT_EQ(once.vertices.size(), all.total());
+  EXPECT_EQ(once.triangles.size(), whole.triangles.size());
+  for (int const step : {2, 3, 5, 8}) {
+    PointCloud thinned(all.clone(), false);
+    std::vector<cv::Vec3f> left;
+    for (int i = 0; i < all.cols; ++i) {
+      if (i / 80 % step == 0 && i % 80 % step == 0) {
+        left.push_back(all(i));
+      } else {
+        thinned.state()(i) = 1;
+      }
+    }
+    SurfaceMesh const mesh = meshOf(thinned);
+    SurfaceMesh const copied = meshOf(PointCloud(cv::Mat_<cv::Vec3f>(left, true).reshape(3, 1), false));
+    EXPECT_EQ(mesh.vertices, copied.vertices) << "every " << step;
+    EXPECT_EQ(mesh.triangles, copied.triangles) << "every " << step;
+    EXPECT_EQ(figuresOf(mesh).pieces, 1U);
+  }
+}
+
 TEST(GridMesh, CoversAPlaneExactlyAndFacesTheSensor) {
   cv::Mat_<cv::Vec3b> const texture(30, 40, cv::Vec3b(1, 2, 3));
   SurfaceMesh const mesh = meshOf(PointCloud(tilted(30, 40), true, {}, texture));
