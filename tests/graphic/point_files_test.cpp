@@ -204,6 +204,49 @@ TEST_F(PcdFile, UnpacksCompressedColumns) {
   expectError([&] { parse(file(length - 3, 96, packed)); }, "the compressed points are damaged");
 }
 
+TEST_F(PcdFile, CompressedFieldsOfSeveralNumbersStandPointByPoint) {
+  constexpr int points = 5;
+  std::string const fields = pcdHeader("d x _ y h z", "8 4 1 4 2 4", "F F U F U F",
+                                       "COUNT 2 1 3 1 3 1\nWIDTH 5\nHEIGHT 1\nPOINTS 5\n");
+  std::string blocks;
+  auto const add = [&](auto value) { blocks.append(reinterpret_cast<char const*>(&value), sizeof value); };
+  auto const addBlock = [&](int count, auto const& valueOf) {
+    for (int point = 0; point < points; ++point) {
+      for (int k = 0; k < count; ++k) {
+        add(valueOf(point, k));
+      }
+    }
+  };
+  addBlock(2, [](int point, int k) { return 10.0 * point + k; });
+  addBlock(1, [](int point, int) { return 1.5F * static_cast<float>(point); });
+  addBlock(3, [](int, int) { return 'p'; });
+  addBlock(1, [](int point, int) { return -static_cast<float>(point); });
+  addBlock(3, [](int point, int k) { return static_cast<std::uint16_t>(1000 * point + k); });
+  addBlock(1, [](int, int) { return 7.0F; });
+  std::string packed;
+  for (std::size_t i = 0; i < blocks.size(); i += 32) {
+    std::string const piece = blocks.substr(i, 32);
+    packed += static_cast<char>(piece.size() - 1) + piece;
+  }
+  std::string content = fields + "DATA binary_compressed\n";
+  appendNumber(content, static_cast<std::uint32_t>(packed.size()));
+  appendNumber(content, static_cast<std::uint32_t>(blocks.size()));
+  GraphicObject const object = parse(content + packed);
+  ASSERT_EQ(object.vertices().size(), 5U);
+  ASSERT_EQ(object.fields().size(), 5U);
+  for (std::size_t i = 0; i < points; ++i) {
+    auto const point = static_cast<float>(i);
+    EXPECT_EQ(object.vertices()[i], cv::Vec3f(1.5F * point, -point, 7));
+    for (int k = 0; k < 3; ++k) {
+      auto const number = static_cast<float>(k);
+      EXPECT_EQ(object.fields().at("h_" + std::to_string(k))[i], 1000 * point + number);
+      if (k < 2) {
+        EXPECT_EQ(object.fields().at("d_" + std::to_string(k))[i], 10 * point + number);
+      }
+    }
+  }
+}
+
 TEST_F(PcdFile, DamagedFilesAreNamedWithPlaceAndReason) {
   auto const plain = [](std::string const& end) { return pcdHeader("x y z", "4 4 4", "F F F", end); };
   expectError([&] { parse("x y z\n"); }, "line 1: unknown keyword 'x' in the header");
