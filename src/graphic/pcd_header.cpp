@@ -76,7 +76,8 @@ std::vector<PcdColumn> columnsOf(Declared const& declared, FileReader const& fil
     }
     for (std::int64_t k = 0; k < repeats; ++k) {
       bool const isOne = repeats == 1 || declared.names[i] == "_";
-      columns.push_back({isOne ? declared.names[i] : declared.names[i] + "_" + std::to_string(k), type});
+      columns.push_back({isOne ? declared.names[i] : declared.names[i] + "_" + std::to_string(k), type,
+                         static_cast<std::size_t>(repeats), static_cast<std::size_t>(k)});
     }
   }
   return columns;

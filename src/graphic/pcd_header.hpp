@@ -17,6 +17,8 @@ enum class PcdData { Ascii, Binary, Compressed };
 struct PcdColumn {
   std::string name;
   PlyType type;
+  std::size_t count = 1;  ///< how many numbers its field has
+  std::size_t number = 0; ///< which of them it is
 };
 
 struct PcdHeader {

@@ -78,7 +78,7 @@ public:
     }
   }
 
-  /// All values of a column stand behind each other.
+  /// All values of a field stand behind each other, those of one point together.
   void readCompressed(FileReader& file) {
     std::uint32_t sizes[2] = {};
     if (file.fetch(sizeof sizes) < sizeof sizes) {
@@ -103,10 +103,12 @@ public:
     for (std::uint64_t row = 0; row < header_.points; ++row) {
       std::size_t start = 0;
       for (std::size_t column = 0; column < values_.size(); ++column) {
-        std::size_t const size = sizeOf(header_.columns[column].type);
-        values_[column] = loadNumber(header_.columns[column].type, false,
-                                     content.data() + start + static_cast<std::size_t>(row) * size);
-        start += size * static_cast<std::size_t>(header_.points);
+        PcdColumn const& declared = header_.columns[column];
+        std::size_t const size = sizeOf(declared.type);
+        std::size_t const place = static_cast<std::size_t>(row) * declared.count + declared.number;
+        values_[column] = loadNumber(declared.type, false, content.data() + start + place * size);
+        bool const isLast = declared.number + 1 == declared.count;
+        start += isLast ? declared.count * size * static_cast<std::size_t>(header_.points) : 0;
       }
       rows_.add(values_.data());
     }
