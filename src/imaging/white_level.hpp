@@ -14,7 +14,8 @@ namespace vorn::mv {
 /// that holds all values; where these are multiples of a power of two (as of 10 or 12 bits in the upper ones)
 /// the greatest such multiple in it. Of real numbers it is 1, 255 or the end of such a range. Where many
 /// pixels have exactly the greatest value, a little below that end, it is this value: some sensors are full
-/// before.
+/// before. One pixel in 100 000, up to 20, may be above the range, as hot ones are, and
+/// reals up to 1.1.
 /// @param images CV_8U, CV_16U, CV_32F or CV_64F, all of one depth; NaN and infinite ones are left out
 /// @return 0 for none
 double findWhiteLevel(std::vector<cv::Mat> const& images);

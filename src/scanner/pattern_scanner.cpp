@@ -69,6 +69,7 @@ void measure(PatternView const& view, PatternSet const& set, DecodeSettings deco
   // On black ground each dot is a piece of its own.
   constexpr int smallestDot = 20;
   decode.minSegmentSize = std::min(decode.minSegmentSize, smallestDot);
+  decode.whiteLevel = decode.whiteLevel > 0.0 ? decode.whiteLevel : settings.whiteLevel;
   PartObserver observer(steps.now());
   DecodedPatterns const decoded = decode_patterns(set, view.images, decode, observer.ifWatched());
   if (!decoded.doubts.empty()) {
@@ -184,7 +185,9 @@ ScannerCalibration PatternScanner::calibrate(std::vector<PatternView> const& vie
 }
 
 DecodedPatterns PatternScanner::decode(std::vector<cv::Mat> const& images, Observer* observer) const {
-  return decode_patterns(set_, images, settings_.decode, observer);
+  DecodeSettings decode = settings_.decode;
+  decode.whiteLevel = decode.whiteLevel > 0.0 ? decode.whiteLevel : settings_.scan.whiteLevel;
+  return decode_patterns(set_, images, decode, observer);
 }
 
 PatternScanResult PatternScanner::triangulate(DecodedPatterns const& decoded, Observer* observer) {
@@ -208,6 +211,7 @@ PatternScanResult PatternScanner::triangulate(DecodedPatterns const& decoded, Ob
   PartObserver part(progress.part(0.3, 1.0));
   static_cast<ScanResult&>(result) = scanDecoded(scanner_, judged, settings_.scan, part.ifWatched());
   result.noise = decoded.noise;
+  result.whiteLevel = decoded.whiteLevel;
   result.fringes = decoded.fringes;
   result.doubts = decoded.doubts;
   return result;

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 namespace vorn::mv {
 namespace {
@@ -49,6 +50,25 @@ TEST(WhiteLevel, IsTheGreatestMultipleOfValuesInTheUpperBits) {
   EXPECT_EQ(whiteOf(ramp(40000, CV_16U, 64)), 65472) << "10 bits";
   EXPECT_EQ(whiteOf(ramp(3000, CV_16U, 4)), 4092) << "10 bits in the upper ones of 12";
   EXPECT_EQ(whiteOf(ramp(60000, CV_16U, 4)), 65532) << "14 bits";
+}
+
+TEST(WhiteLevel, AFewPixelsAboveTheRangeSayNothing) {
+  cv::Mat words;
+  cv::resize(ramp(4000, CV_16U, 4), words, {1024, 512}, 0, 0, cv::INTER_NEAREST);
+  cv::Mat hot = words.clone();
+  hot.at<std::uint16_t>(7, 9) = 65535;
+  hot.at<std::uint16_t>(300, 700) = 40001;
+  EXPECT_EQ(whiteOf(hot), 4092) << "their lower bits are theirs too";
+  hot.colRange(100, 110).setTo(20000);
+  EXPECT_EQ(whiteOf(hot), 65535) << "a bright thing";
+  cv::Mat reals;
+  words.convertTo(reals, CV_32F, 1.0 / 4000.0);
+  reals.at<float>(3, 4) = 1.001F;
+  EXPECT_EQ(whiteOf(reals), 1);
+  reals.at<float>(5, 6) = 7.5F;
+  EXPECT_EQ(whiteOf(reals), 1);
+  reals.colRange(0, 50) *= 1.09;
+  EXPECT_EQ(whiteOf(reals), 1) << "a filter that overshoots";
 }
 
 TEST(WhiteLevel, IsWherePixelsPileUp) {

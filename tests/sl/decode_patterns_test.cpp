@@ -191,6 +191,104 @@ TEST(DecodePatterns, DeepImagesKeepTheirBits) {
   }
 }
 
+TEST(DecodePatterns, WhereDeepImagesClipIsFound) {
+  for (int const type : {CV_16UC1, CV_32FC1}) {
+    PatternCapture capture;
+    capture.type = type;
+    capture.mean = 2400.0;
+    capture.amplitude = 2000.0; // crests beyond white
+    capture.albedo = [](int x, int) { return x < 90 ? 1.0 : 0.7; };
+    capture.noise = 4.0;
+    capture.white = 4095.0;
+    PatternSet const set = builtIn("gray-phase", 8);
+    DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+    EXPECT_EQ(decoded.whiteLevel, 4095.0);
+    PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0);
+    EXPECT_GT(e.decoded, 0.99);
+    EXPECT_NEAR(e.rms / e.meanSigma, 1.0, 0.1) << "clipped samples bend a phase by tens of its sigma";
+  }
+}
+
+/// Bits along rows are compared with the mean of the fringes along columns, which clipping may leave open.
+TEST(DecodePatterns, WhatTheOtherAxisCannotTellMakesNoBits) {
+  PatternSet set = builtIn("gray-phase", 3, {640, 400}, PatternAxes::Columns);
+  PatternSetOptions rows;
+  rows.axes = PatternAxes::Rows;
+  rows.hasInverses = false;
+  for (PatternImage const& image : PatternSet::builtIn("gray", set.projector, rows).images) {
+    if (image.role == PatternRole::Bit) {
+      set.images.push_back(image);
+    }
+  }
+  set.images.erase(std::remove_if(set.images.begin(), set.images.end(),
+                                  [](PatternImage const& image) {
+                                    return image.role == PatternRole::White ||
+                                           image.role == PatternRole::Black;
+                                  }),
+                   set.images.end());
+  PatternCapture capture;
+  capture.albedo = [](int x, int) { return x < 90 ? 0.9 : 5.0; };
+  DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+  int known = 0;
+  int wrong = 0;
+  for (int y = 0; y < capture.size.height; ++y) {
+    for (int x = 0; x < capture.size.width; ++x) {
+      bool const isKnown = decoded.row(y, x) >= 0.0F;
+      known += isKnown ? 1 : 0;
+      wrong += isKnown && std::fabs(decoded.row(y, x) - capture.row(x, y)) > 1.5 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(known, 0.4 * static_cast<double>(capture.size.area()));
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(DecodePatterns, WhatIsNotANumberIsNoBit) {
+  constexpr float notANumber = std::numeric_limits<float>::quiet_NaN();
+  PatternSet const set = [] {
+    PatternSetOptions options;
+    options.hasInverses = false;
+    return PatternSet::builtIn("gray", {640, 400}, options);
+  }();
+  PatternCapture capture;
+  capture.type = CV_32FC1;
+  std::vector<cv::Mat> images = capture.capture(set);
+  cv::Rect const hole(40, 30, 40, 30);
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    if (set.images[i].role == PatternRole::Bit && set.images[i].bit == 6) {
+      images[i](hole).setTo(notANumber);
+    }
+  }
+  DecodeSettings settings;
+  settings.noise = 1.0;
+  DecodedPatterns const decoded = decode_patterns(set, images, settings);
+  cv::Rect const inside(hole.x + 3, hole.y + 3, hole.width - 6, hole.height - 6);
+  EXPECT_EQ(cv::countNonZero(decoded.column(inside) >= 0), 0);
+  EXPECT_GT(cv::countNonZero(decoded.column >= 0), 0.8 * static_cast<double>(capture.size.area()));
+}
+
+/// Squares of levels of 16 bits have few digits left for what the samples deviate by.
+TEST(DecodePatterns, NoiseOfBrightDeepImagesAtSeveralExposures) {
+  for (double const noise : {2.0, 16.0}) {
+    PatternSet set = builtIn("gray-phase", 4, {640, 400}, PatternAxes::Columns);
+    std::vector<PatternImage> const once = set.images;
+    set.images.clear();
+    for (double const exposure : {1.0, 2.0}) {
+      for (PatternImage image : once) {
+        image.exposure = exposure;
+        set.images.push_back(image);
+      }
+    }
+    PatternCapture capture;
+    capture.type = CV_16UC1;
+    capture.white = 65535.0;
+    capture.mean = 15000.0;
+    capture.amplitude = 13000.0;
+    capture.noise = noise;
+    DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+    EXPECT_NEAR(decoded.noise, std::hypot(noise, std::sqrt(1.0 / 12.0)), 0.08 * noise);
+  }
+}
+
 /// As of linearised images, whose white is 1: noise, coordinates and sigmas do not depend on the unit.
 TEST(DecodePatterns, RealImagesMayHaveAnyUnit) {
   PatternCapture capture;

@@ -151,25 +151,6 @@ nlohmann::json fringesReport(mv::DecodedPatterns const& decoded) {
   return list;
 }
 
-/// Twelve bits in files of sixteen look nowhere clipped.
-void warnOfDepth(DecodeOptions const& options, std::vector<cv::Mat> const& images, Report& report) {
-  if (images[0].depth() != CV_16U || options.settings.whiteLevel > 0.0) {
-    return;
-  }
-  double most = 0.0;
-  for (cv::Mat const& image : images) {
-    double brightest = 0.0;
-    cv::minMaxLoc(image, nullptr, &brightest);
-    most = std::max(most, brightest);
-  }
-  constexpr double half = 32768.0;
-  if (most < half) {
-    report.warn(printed("the brightest value of these 16-bit images is %.0f: where the camera clips there, "
-                        "say so with --white-level",
-                        most));
-  }
-}
-
 /// Images in another order, or of another set, decode to something where they happen to agree; what they
 /// disagree about looks like noise.
 void warnOfNoise(mv::DecodedPatterns const& decoded, Report& report) {
@@ -202,7 +183,6 @@ void run(DecodeOptions const& options, Report& report) {
   Timer timer;
   std::vector<cv::Mat> const images = watched([&](Observer* bar) { return readPatternImages(folder, bar); });
   double const readTime = timer.toc();
-  warnOfDepth(options, images, report);
   mv::DecodeSettings settings = options.settings;
   settings.usesNeighbours = !options.isAlone;
   settings.correctsHarmonics = !options.isUncorrected;
@@ -231,12 +211,17 @@ void run(DecodeOptions const& options, Report& report) {
               {"noise", decoded.noise},
               {"staircase", std::max(decoded.staircaseColumn, decoded.staircaseRow)},
               {"fringes", fringesReport(decoded)},
+              {"whiteLevel", decoded.whiteLevel},
               {"times", {{"read", readTime}, {"decode", decodeTime}, {"write", timer.toc()}}}});
   std::cout << printed("%zu of %zu pixels decoded", counts.decoded, counts.pixels);
   if (counts.decoded < counts.pixels) {
     std::cout << "; the others: " << reasonText(counts);
   }
   std::cout << '\n';
+  if (images[0].depth() != CV_8U && !(options.settings.whiteLevel > 0.0) && decoded.whiteLevel > 0.0) {
+    std::cout << printed("taken for clipped from a grey value of %g on (--white-level to say otherwise)\n",
+                         decoded.whiteLevel);
+  }
   for (Axis const& axis : axes) {
     double const sigma = medianOfFinite(axis.sigma);
     report["sigma"][axis.name] = finiteOrNull(sigma);
@@ -261,8 +246,9 @@ void addDecodeCommand(CLI::App& app) {
                       "Write the decoded columns: a picture, .svg, or CV_32F as .tiff");
   command->add_option("--row", options->row, "Write the decoded rows, likewise");
   mv::DecodeSettings& settings = options->settings;
-  command->add_option("--white-level", settings.whiteLevel,
-                      "Grey value from which on a sample is clipped; 0: 255 in 8 bits, 65535 in 16");
+  command->add_option(
+      "--white-level", settings.whiteLevel,
+      "Grey value from which on a sample is clipped; 0: 255 in 8 bits, else as the images show");
   command->add_option("--black-level", settings.blackLevel, "Grey value of no light");
   command->add_option("--noise", settings.noise,
                       "Standard deviation of an image, grey values; 0: estimated from the images");

@@ -15,6 +15,7 @@
 
 #include "core/error.hpp"
 #include "core/progress.hpp"
+#include "imaging/white_level.hpp"
 #include "mv_core/start_work.hpp"
 #include "sl/patterns/axis_decoding.hpp"
 #include "sl/patterns/sample_check.hpp"
@@ -27,6 +28,7 @@ using sl::AxisDecoding;
 using sl::AxisResult;
 using sl::PatternReading;
 using sl::ReadingPlan;
+using sl::SampleRange;
 
 constexpr char const* context = "decode_patterns";
 /// Rows whose sums stay in the second-level cache.
@@ -53,6 +55,14 @@ void requireBetween(double value, double least, double most, char const* name) {
                     " to " + toString(most),
                 context);
   }
+}
+
+/// From what level on samples are clipped, as the images tell; 0 for nowhere.
+double whiteOf(std::vector<cv::Mat> const& images) {
+  double const end = findWhiteLevel(images);
+  // Reals may have any unit, and one that no sample reaches is none of theirs.
+  auto const isReached = [&](cv::Mat const& image) { return cv::countNonZero(image >= end) > 0; };
+  return images[0].depth() != CV_32F || std::any_of(images.begin(), images.end(), isReached) ? end : 0.0;
 }
 
 /// What the images are doubted for; `decoded.fringes` come in the order of the plan but for their periods.
@@ -120,9 +130,9 @@ void DecodeSettings::check() const {
 }
 
 DecodedPatterns decode_patterns(PatternSet const& set, std::vector<cv::Mat> const& images,
-                                DecodeSettings const& settings, Observer* observer) {
+                                DecodeSettings const& asked, Observer* observer) {
   set.validate();
-  settings.check();
+  asked.check();
   if (images.size() != set.images.size()) {
     throw error("There are " + std::to_string(images.size()) + " images; the set has " +
                     std::to_string(set.images.size()),
@@ -132,6 +142,10 @@ DecodedPatterns decode_patterns(PatternSet const& set, std::vector<cv::Mat> cons
     requireImage(images[i], sl::nameOf(set, i), images[0].type(), images[0].size());
   }
   Progress const progress(observer);
+  DecodeSettings settings = asked;
+  if (!(settings.whiteLevel > 0.0)) {
+    settings.whiteLevel = whiteOf(images);
+  }
   ReadingPlan const plan(set);
   PatternReading reading(set, plan, settings, images[0]);
   for (std::size_t i = 0; i < images.size(); ++i) {
@@ -152,6 +166,7 @@ DecodedPatterns decode_patterns(PatternSet const& set, std::vector<cv::Mat> cons
   axes[1] = decodeAxis(set, plan, settings, 1, reading, progress.part(0.7, 1.0));
   DecodedPatterns decoded = joined(axes, reading.modulation());
   judge(set, plan, reading.kept(), axes, decoded);
+  decoded.whiteLevel = settings.whiteLevel;
   return decoded;
 }
 
@@ -254,6 +269,8 @@ DecodedPatterns PatternDecoder::finish(Observer* observer) {
   }
   DecodedPatterns decoded = joined(work_->axes, work_->reading->modulation());
   judge(work_->set, work_->plan, work_->reading->kept(), work_->axes, decoded);
+  SampleRange const range = work_->reading->range();
+  decoded.whiteLevel = std::isfinite(range.white) ? static_cast<double>(range.white + range.black) : 0.0;
   work_->clear();
   return decoded;
 }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <set>
 
 #include <opencv2/core.hpp>
@@ -98,7 +99,8 @@ bool isAnyLost(std::uint32_t const* lost, int n) {
 VORN_TARGET_CLONES
 void levelRow(float const* mean, float perBin, int n, uchar* __restrict level) {
   for (int x = 0; x < n; ++x) {
-    float const bin = std::min(std::max(mean[x] * perBin, 0.0F), static_cast<float>(levelBins - 1));
+    // What is not a number comes to the first bin.
+    float const bin = std::min(std::max(0.0F, mean[x] * perBin), static_cast<float>(levelBins - 1));
     level[x] = static_cast<uchar>(static_cast<int>(bin));
   }
 }
@@ -140,10 +142,15 @@ FringeSums::FringeSums(FringeDesign const& design, int firstRow, int rows, int c
       lost_(rows, columns, 0), sine_(static_cast<std::size_t>(columns)), cosine_(sine_),
       cosineOfFirst_(static_cast<float>(std::cos(2.0 * design.firstAngle))),
       sineOfFirst_(static_cast<float>(std::sin(2.0 * design.firstAngle))) {
-  int const extra = design.source == NoiseSource::Means        ? 2
-                    : design.source == NoiseSource::Quadrature ? 0
-                                                               : 1;
+  int const extra = design.source == NoiseSource::Quadrature ? 0
+                    : design.source == NoiseSource::Excess   ? 1
+                                                             : 2;
   sums_ = cv::Mat_<float>::zeros(rows, (sumPlanes - extra) * columns);
+  for (std::size_t i = 0; i < design.equations.size(); ++i) {
+    FringeEquations::Row const& own = design.equations.row(i);
+    cv::Vec3d const weights(own.gain, own.cosine, own.sine);
+    normal_ += weights * weights.t();
+  }
 }
 
 SumRow FringeSums::sumsOf(int row) {
@@ -155,15 +162,32 @@ SumRow FringeSums::sumsOf(int row) {
 
 void FringeSums::add(std::size_t image, float const* samples, SampleRange const& range, int row) {
   isWhole_ = range.isWhole;
-  SumRow sums = sumsOf(row);
-  float* const squares = design_.source == NoiseSource::Squares ? sums.first : nullptr;
-  if (squares != nullptr) {
-    sums.first = nullptr;
-    for (int x = 0; x < columns_; ++x) {
-      squares[x] += samples[x] < range.white ? samples[x] * samples[x] : 0.0F;
-    }
+  StepWeights const weights = design_.weights(image);
+  if (design_.source == NoiseSource::Squares && row % range.rowStep == 0) {
+    addSquares(samples, weights, row);
   }
-  addStep(samples, design_.weights(image), range.white, 1U << static_cast<unsigned>(image), columns_, sums);
+  addStep(samples, weights, range.white, 1U << static_cast<unsigned>(image), columns_, sumsOf(row));
+}
+
+/// Rows whose noise is counted keep their sums in double too: what the samples leave of a fringe is the small
+/// difference of large squares.
+void FringeSums::addSquares(float const* samples, StepWeights const& weights, int row) {
+  std::vector<cv::Vec4d>& squares = squares_[row];
+  squares.resize(static_cast<std::size_t>(columns_));
+  for (int x = 0; x < columns_; ++x) {
+    auto const sample = static_cast<double>(samples[x]);
+    squares[static_cast<std::size_t>(x)] +=
+        sample * cv::Vec4d(sample, weights.mean, weights.cosine, weights.sine);
+  }
+}
+
+/// The sum of the squares of what the samples deviate from the fringe. Errors of the fringe enter by their
+/// squares only.
+double FringeSums::deviationAt(int x, int row, float mean) const {
+  auto const at = static_cast<std::size_t>(x);
+  cv::Vec4d const& sums = squares_.at(row)[at];
+  cv::Vec3d const fringe(mean, sine_[at], cosine_[at]);
+  return sums[0] - 2.0 * fringe.dot({sums[1], sums[2], sums[3]}) + fringe.dot(normal_ * fringe);
 }
 
 FringeEquations::Inverse const& FringeSums::inverse(std::uint32_t lost) {
@@ -193,6 +217,7 @@ void FringeSums::solveLost(int row, SolvedRow const& out) {
       out.phase[x] = -1.0F;
       out.precision[x] = 0.0F;
       out.amplitude[x] = 0.0F;
+      out.mean[x] = std::numeric_limits<float>::quiet_NaN(); // no bit is above or below it
       continue;
     }
     Inverted const m(own.matrix);
@@ -236,10 +261,8 @@ float FringeSums::varianceAt(int x, int row, SumRow const& sums, SolvedRow const
   switch (design_.source) {
   case NoiseSource::Squares: {
     int const degrees = static_cast<int>(design_.equations.size()) - 3;
-    float const sine = amplitude * std::sin(out.phase[x]);
-    float const cosine = amplitude * std::cos(out.phase[x]);
-    float const explained = out.mean[x] * sums.mean[x] + sine * sums.cosine[x] + cosine * sums.sine[x];
-    return std::max(0.0F, sums.first[x] - explained) / medianOfSquares(degrees);
+    auto const deviation = static_cast<float>(deviationAt(x, row, out.mean[x]));
+    return std::max(0.0F, deviation) / medianOfSquares(degrees);
   }
   case NoiseSource::Quadrature: {
     // Gamma makes -cos(2 (phase + offset)) of a fringe sin(phase + offset).

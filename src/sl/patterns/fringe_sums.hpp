@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -49,7 +50,7 @@ struct SolvedRow {
   float* phase;     ///< [0, 2 pi); negative when the samples do not determine it
   float* precision; ///< its standard deviation is the noise of an image over that
   float* amplitude;
-  float* mean;  ///< at the longest exposure
+  float* mean;  ///< at the longest exposure; NaN when the samples do not determine it
   uchar* level; ///< bin of `NoiseTally`
 };
 
@@ -72,6 +73,8 @@ public:
 
 private:
   SumRow sumsOf(int row);
+  void addSquares(float const* samples, StepWeights const& weights, int row);
+  double deviationAt(int x, int row, float mean) const;
   FringeEquations::Inverse const& inverse(std::uint32_t lost);
   void solveLost(int row, SolvedRow const& out);
   void tallyRow(int row, float least, SolvedRow const& out, FringeTally& tally);
@@ -84,6 +87,9 @@ private:
   FringeEquations::Inverse whole_;
   cv::Mat_<float> sums_; ///< of each row, one sum after another
   cv::Mat_<int> lost_;
+  /// Of a row: sum of squares and sums for mean, cosine and sine; for `NoiseSource::Squares`.
+  std::map<int, std::vector<cv::Vec4d>> squares_;
+  cv::Matx33d normal_;  ///< equations for mean, cosine and sine, of all samples
   bool isWhole_ = true; ///< whether samples are whole numbers
   std::vector<std::pair<std::uint32_t, FringeEquations::Inverse>> inverses_;
   std::vector<float> sine_, cosine_;  ///< parts of the row that is being solved

@@ -39,11 +39,12 @@ void subtractRow(float const* other, int n, float* __restrict values) {
 }
 
 /// A sample that is clipped tells only that the light was above white: nothing of a level that is above, too.
+/// One that is not a number stays so: no bit can be less certain.
 VORN_TARGET_CLONES
 void compareRow(float const* level, float white, int n, float* __restrict values) {
   for (int x = 0; x < n; ++x) {
     float const difference = values[x] - level[x];
-    values[x] = values[x] < white ? difference : std::max(0.0F, white - level[x]);
+    values[x] = values[x] >= white ? std::max(0.0F, white - level[x]) : difference;
   }
 }
 

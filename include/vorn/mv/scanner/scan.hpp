@@ -87,7 +87,7 @@ struct ScanResult {
   /// Largest error that `ScanSettings::correctsStaircase` took off, projector pixels, over the whole
   /// image; 0 for none.
   double staircase = 0.0;
-  /// `ScanSettings::whiteLevel`, or what was found; 0 of `scanDecoded`.
+  /// `ScanSettings::whiteLevel`, or what was found; of sets that of `DecodedPatterns`; 0 of `scanDecoded`.
   double whiteLevel = 0.0;
 };
 

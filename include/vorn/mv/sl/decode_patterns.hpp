@@ -21,8 +21,10 @@ namespace vorn::mv {
 
 /// How `decode_patterns` reads images. Grey levels are those of the images, whatever their depth.
 struct DecodeSettings {
-  /// From this value on a sample is clipped and left out; 0: 255 in 8-bit and 65535 in 16-bit images, nowhere
-  /// in CV_32F ones. A camera of 12 bits has 4095.
+  /// From this value on a sample is clipped and left out; a camera of 12 bits has 4095. 0: 255 in 8-bit
+  /// images; of others it is found from all of them: the end of the range of 8, 10, 12, 14 or 16 bits that
+  /// they use (1 of reals that are no larger), or a little below where many samples are exactly as bright and
+  /// none brighter. A `PatternDecoder`, which cannot look ahead, takes 65535, and nothing of CV_32F ones.
   double whiteLevel = 0.0;
   double blackLevel = 0.0; ///< what the camera shows of no light; matters for several exposures only
   double noise = 0.0;      ///< standard deviation of an image's noise; 0 to estimate it from the images
@@ -78,6 +80,7 @@ struct DecodedPatterns {
   double staircaseColumn = 0.0;
   double staircaseRow = 0.0;          ///< likewise
   double noise = 0.0;                 ///< of an image, grey levels, over all decoded pixels: median
+  double whiteLevel = 0.0;            ///< from which samples were left out; 0 for none
   std::vector<FringeFigures> fringes; ///< one for every axis and period
   /// Where the images contradict the set, as when two were exchanged; empty for none.
   std::vector<PatternDoubt> doubts;
