@@ -23,7 +23,9 @@ public:
   };
 
   /// @param points finite, at most 2^32 - 1
-  /// @param size edge length of a cell, above 0; grows where the grid would have more than 2^32 cells
+  /// @param size edge length of a cell, above 0. Points far from all others take no more room than near ones:
+  ///        of a grid of more than 2^63 cells only layers with points count and one beside each. The edge
+  ///        grows where there are more than a million such layers along each axis.
   PointCells(std::vector<cv::Vec3f> const& points, float size, Progress const& progress = {});
 
   float size() const { return size_; }
@@ -39,9 +41,9 @@ public:
 
 private:
   float size_;
-  std::array<std::uint32_t, 3> counts_{};
+  std::array<std::uint64_t, 3> counts_{};
   std::vector<std::uint32_t> order_;
-  std::vector<std::uint32_t> keys_; ///< of cells with points, rising
+  std::vector<std::uint64_t> keys_; ///< of cells with points, rising
   std::vector<std::uint32_t> starts_;
 };
 
