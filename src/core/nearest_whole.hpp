@@ -13,4 +13,10 @@ VORN_ALWAYS_INLINE float nearestWhole(float value) {
   return (value + rounder) - rounder;
 }
 
+/// Likewise of one below 2^51.
+VORN_ALWAYS_INLINE double nearestWhole(double value) {
+  constexpr double rounder = 6755399441055744.0;
+  return (value + rounder) - rounder;
+}
+
 } // namespace vorn

@@ -73,6 +73,46 @@ TEST(DecodePatterns, BitsAloneGiveTheStripe) {
   }
 }
 
+/// Their middles are those of the pixels that show them.
+TEST(DecodePatterns, StripesOfNoWholeNumberOfPixelsHaveNoBias) {
+  PatternCapture capture;
+  capture.column = [](int x, int y) { return 20.0 + 0.5 * x + 0.21 * y; };
+  for (double const cell : {1.5, 2.5, 4.25}) {
+    PatternSet set = builtIn("gray", 0, {640, 400}, PatternAxes::Columns);
+    for (PatternImage& image : set.images) {
+      image.cell = cell;
+    }
+    DecodedPatterns const decoded = decode_patterns(set, capture.capture(set));
+    PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, cell);
+    EXPECT_GT(e.decoded, 0.99) << cell;
+    EXPECT_EQ(e.wrong, 0.0) << cell;
+    EXPECT_NEAR(e.systematic, 0.0, 0.02) << cell;
+  }
+}
+
+/// The fringe alone tells the order where a stripe's pixels reach over its own border.
+TEST(DecodePatterns, EveryPeriodOfGrayPhaseIsDecodedAtTheBound) {
+  for (double const period : {3.0, 4.0, 4.5, 5.0, 6.5, 7.0, 9.0, 10.5, 17.3}) {
+    PatternSetOptions options;
+    options.axes = PatternAxes::Columns;
+    options.period = period;
+    PatternSet const set = PatternSet::builtIn("gray-phase", {640, 400}, options);
+    PatternCapture capture;
+    capture.column = [](int x, int y) { return 20.0 + 0.5 * x + 0.13 * y; };
+    DecodeSettings settings;
+    settings.usesNeighbours = false;
+    for (bool const usesNeighbours : {false, true}) {
+      settings.usesNeighbours = usesNeighbours;
+      DecodedPatterns const decoded = decode_patterns(set, capture.capture(set), settings);
+      PatternErrors const e = errorsOf(decoded.column, decoded.sigmaColumn, capture.column, 1.0);
+      EXPECT_GT(e.decoded, usesNeighbours ? 0.998 : 0.95) << period;
+      EXPECT_EQ(e.wrong, 0.0) << period;
+      EXPECT_LT(e.rms, 1.06 * boundOf(set, PatternAxis::Column, capture)) << period;
+      EXPECT_TRUE(decoded.doubts.empty()) << period << ' ' << decoded.doubts[0].text;
+    }
+  }
+}
+
 /// Words of neighbouring stripes of the set xor4 differ in all bits but where a carry goes through them:
 /// there in the lowest one alone, as at borders, and noise makes that weak anywhere in either stripe.
 TEST(DecodePatterns, AWeakBitIsNoBorderWhereThePixelIsBeyondTheStripe) {

@@ -136,6 +136,30 @@ TEST(FindStripes, EdgesLieWhereTheyWereProjectedWithinTheirSigma) {
   }
 }
 
+/// Stripes of half a fringe are then not all equally wide: 4.5 pixels are shown as 5 and 4 in turn.
+TEST(FindStripes, EdgesOfStripesOfNoWholeNumberOfPixelsLieWherePixelsBegin) {
+  for (auto const& [period, shift] : {std::pair(9.0, 0.0), {10.5, 0.0}, {5.0, 0.3}, {13.0 / 3.0, 0.0}}) {
+    PatternSetOptions options;
+    options.axes = PatternAxes::Columns;
+    options.period = period;
+    PatternSet set = PatternSet::builtIn("gray-phase", {512, 400}, options);
+    for (PatternImage& image : set.images) {
+      image.shift = image.role == PatternRole::Bit ? shift : 0.0;
+    }
+    PatternCapture capture;
+    capture.size = {400, 60};
+    capture.column = [](int x, int y) { return 100.3 + 0.25 * x + 0.05 * y; };
+    capture.blur = 0.4;
+    FoundStripes const found = find_stripes(set, capture.capture(set));
+    StripeErrors const e =
+        errorsOf(found.columns, 0.25, [](double x, double y) { return 100.3 + 0.25 * x + 0.05 * y; });
+    EXPECT_NEAR(e.count / edgesAlongRows(set, capture), 1.0, 0.02) << period;
+    EXPECT_EQ(e.unknown + e.wrong, 0.0) << period;
+    EXPECT_NEAR(e.mean, 0.0, 0.003) << period;
+    EXPECT_LT(e.rms, 0.06) << period;
+  }
+}
+
 /// A camera on its side sees columns run along its rows.
 TEST(FindStripes, StripesThatRunAlongRowsAreFoundAlongColumns) {
   PatternSet const set = graySet(true);

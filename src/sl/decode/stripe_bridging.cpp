@@ -110,7 +110,7 @@ void StripeBridging::alongColumns(int block) {
 int StripeBridging::stripeAt(std::size_t index) const {
   constexpr float fringesPerRadian = 1.0F / twoPiFloat;
   float const fringes = static_cast<float>(order_[index]) + fringesPerRadian * wrapped_[index];
-  return static_cast<int>(std::floor(stripes_.perFringe * fringes + stripes_.first));
+  return stripes_.at(fringes);
 }
 
 /// What is bridged is a border, so the ends are in different stripes; along a border, many pixels one after

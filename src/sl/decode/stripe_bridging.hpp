@@ -2,10 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 
 #include "core/progress.hpp"
 #include "sl/coding/code_check.hpp"
+#include "sl/coding/stripe_cells.hpp"
 #include "sl/decode/decoding_settings.hpp"
 #include "sl/decode/scan_maps.hpp"
 
@@ -20,14 +22,19 @@ constexpr int stripeBorderReach = 16;
 
 /// Where the stripes of a code lie along the fringe.
 struct StripeSpacing {
-  float perFringe;
-  float first; ///< stripe in which the coordinate 0 lies, with its fraction
+  float period; ///< of the fringe, projector pixels
+  StripeCells cells;
 
-  /// As the scanner's own code has them: one a fringe, which begins half a projector pixel before it.
-  explicit StripeSpacing(int period) : perFringe(1.0F), first(0.5F / static_cast<float>(period)) {}
+  /// As the scanner's own code has them: one a fringe.
+  explicit StripeSpacing(int ofBoth)
+      : period(static_cast<float>(ofBoth)), cells{static_cast<double>(ofBoth), 0.0} {}
   /// @param shift  by how many pixels stripe 0 begins before pixel 0
-  StripeSpacing(float period, float cell, float shift)
-      : perFringe(period / cell), first((shift + 0.5F) / cell) {}
+  StripeSpacing(float ofFringe, double cell, double shift) : period(ofFringe), cells{cell, shift} {}
+
+  /// The stripe at so many fringes from the projector's edge.
+  int at(float fringes) const {
+    return cells.stripeOf(std::floor(static_cast<double>(period * fringes) + 0.5));
+  }
 };
 
 /// Gives their orders to the pixels between two known ones of a row or a column, where following the phase

@@ -7,6 +7,7 @@
 #include <vorn/mv/sl/gray_code.hpp>
 #include <vorn/mv/sl/pattern_set.hpp>
 
+#include "sl/coding/stripe_cells.hpp"
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv::sl {
@@ -28,8 +29,7 @@ class CodeWord {
 public:
   /// @param first any bit of the code
   CodeWord(PatternImage const& first, int bits)
-      : code_(first.code), cell_(static_cast<float>(first.cell)), shift_(static_cast<float>(first.shift)),
-        all_((1U << static_cast<unsigned>(bits)) - 1U) {}
+      : code_(first.code), cells_{first.cell, first.shift}, all_((1U << static_cast<unsigned>(bits)) - 1U) {}
 
   int stripeOf(std::uint32_t word) const {
     switch (code_) {
@@ -50,7 +50,7 @@ public:
       return {CodePlace::Unknown, 0.0F, 0.0F};
     }
     if (isCertain) {
-      return {CodePlace::Stripe, edge(stripe) + 0.5F * cell_, 0.0F};
+      return {CodePlace::Stripe, static_cast<float>(cells_.middle(stripe)), 0.0F};
     }
     int const other = stripeOf(word ^ (1U << weakest));
     if (other == stripe + 1) {
@@ -60,23 +60,24 @@ public:
                                : CodePlace{CodePlace::Unknown, 0.0F, 0.0F};
   }
 
-  float cell() const { return cell_; }
+  /// The mean width of stripes, projector pixels.
+  float cell() const { return static_cast<float>(cells_.cell); }
 
   /// What it is made of, for loops.
   struct Stripes {
     BitCode code;
     std::uint32_t flipped; ///< of `BitCode::Xor`, the bits that the lowest one turns
-    float cell, shift;     ///< projector pixels
+    double cell, shift;    ///< projector pixels
+    StripeCells cells() const { return {cell, shift}; }
   };
-  Stripes stripes() const { return {code_, all_ & ~1U, cell_, shift_}; }
+  Stripes stripes() const { return {code_, all_ & ~1U, cells_.cell, cells_.shift}; }
 
-  /// Where a stripe begins: half a pixel before the centre of its first one.
-  float edge(int stripe) const { return static_cast<float>(stripe) * cell_ - shift_ - 0.5F; }
+  /// Where a stripe begins, projector pixels.
+  float edge(int stripe) const { return static_cast<float>(cells_.edge(stripe)); }
 
 private:
   BitCode code_;
-  float cell_;
-  float shift_;
+  StripeCells cells_;
   std::uint32_t all_;
 };
 

@@ -15,6 +15,7 @@
 #include "core/error.hpp"
 #include "core/median.hpp"
 #include "core/pieces.hpp"
+#include "sl/coding/stripe_cells.hpp"
 #include "sl/patterns/pixel_rows.hpp"
 #include "sl/patterns/set_groups.hpp"
 #include "sl/patterns/stripe_crossings.hpp"
@@ -226,14 +227,15 @@ float placeNear(PatternSet const& set, PatternImage const& image, float coordina
   }
   double const farthest = std::max(1.0, 0.75 * image.cell);
   double best = -1.0;
-  auto const around = static_cast<int>(std::floor((c + 0.5 + image.shift) / image.cell));
+  sl::StripeCells const cells{image.cell, image.shift};
+  int const around = cells.stripeOf(c + 0.5);
   for (int stripe = std::max(1, around - 2); stripe <= around + 3; ++stripe) {
-    double const edge = stripe * image.cell - image.shift - 0.5;
-    auto const wordOf = [&](int s) { return sl::wordAt(image, (s + 0.5) * image.cell - image.shift); };
-    bool const changes =
-        ((wordOf(stripe) ^ wordOf(stripe - 1)) >> static_cast<unsigned>(image.bit) & 1U) != 0;
+    double const edge = cells.edge(stripe);
     bool const isShown = edge > 0.0 && edge < sl::resolutionAlong(set, image.axis) - 1;
-    if (changes && isShown && std::fabs(edge - c) <= farthest && std::fabs(edge - c) < std::fabs(best - c)) {
+    auto const wordBeside = [&](double side) { return sl::wordAt(image, edge + side); };
+    bool const changes =
+        isShown && ((wordBeside(0.5) ^ wordBeside(-0.5)) >> static_cast<unsigned>(image.bit) & 1U) != 0;
+    if (changes && std::fabs(edge - c) <= farthest && std::fabs(edge - c) < std::fabs(best - c)) {
       best = edge;
     }
   }

@@ -58,7 +58,7 @@ void readXor(WordRow const& words, std::uint32_t flipped, int n, int* stripe, in
 VORN_TARGET_CLONES
 void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float const* certain, int n,
                   PlaceRow const& out) {
-  CodeWord::Stripes const by = stripes;
+  StripeCells const cells = stripes.cells();
   int const* const other = out.other;
   int* __restrict const kind = out.kind;
   int* __restrict const lean = out.lean;
@@ -72,9 +72,10 @@ void placeStripes(CodeWord::Stripes const& stripes, WordRow const& words, float 
     bool const isCertain = fromShortFloat(margin[x]) > certain[x];
     bool const isNext = other[x] == stripe + 1;
     bool const isBefore = other[x] == stripe - 1;
-    float const edge = static_cast<float>(isNext ? other[x] : stripe) * by.cell - by.shift - 0.5F;
-    float const middle = static_cast<float>(stripe) * by.cell - by.shift - 0.5F + 0.5F * by.cell;
-    position[x] = isCertain ? middle : edge;
+    double const begin = cells.edge(stripe);
+    double const end = cells.edge(stripe + 1);
+    double const border = isNext ? end : begin;
+    position[x] = static_cast<float>(isCertain ? 0.5 * (begin + end) : border);
     int const ofUncertain = isNext || isBefore ? CodePlace::Border : CodePlace::Unknown;
     int const ofPlaced = isCertain ? static_cast<int>(CodePlace::Stripe) : ofUncertain;
     kind[x] = isPlaced ? ofPlaced : static_cast<int>(CodePlace::Unknown);

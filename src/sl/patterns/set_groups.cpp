@@ -8,6 +8,7 @@
 #include <vorn/core/text.hpp>
 #include <vorn/mv/sl/gray_code.hpp>
 
+#include "sl/coding/stripe_cells.hpp"
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv::sl {
@@ -50,7 +51,7 @@ int resolutionAlong(PatternSet const& set, PatternAxis axis) {
 }
 
 unsigned wordAt(PatternImage const& image, double coordinate) {
-  int const stripe = static_cast<int>(std::floor((coordinate + image.shift) / image.cell));
+  int const stripe = StripeCells{image.cell, image.shift}.stripeOf(coordinate);
   switch (image.code) {
   case BitCode::Gray:
     return bin2Gray(static_cast<unsigned>(stripe));
