@@ -205,6 +205,40 @@ TEST(PatternDoubts, NothingIsSaidOfImagesInOrder) {
   }
 }
 
+/// Where a camera pixel covers several projector pixels, the next one rightly sees another stripe than the
+/// next. What is exchanged among the coarser bits shows all the same.
+TEST(PatternDoubts, CoarseCamerasDoNotMakeStripesDoubted) {
+  for (bool const hasInverses : {true, false}) {
+    PatternSetOptions options;
+    options.axes = PatternAxes::Columns;
+    options.hasInverses = hasInverses;
+    PatternSet const set = PatternSet::builtIn("gray", {1024, 400}, options);
+    for (double const apart : {0.7, 1.3, 1.8, 2.2, 2.5, 3.0, 3.4}) {
+      for (double const tilt : {0.0, 0.4}) {
+        PatternCapture capture;
+        capture.size = {260, 40};
+        capture.column = [=](int x, int y) {
+          return 5.0 + apart * x * (1.0 + tilt * x / 520.0) + (tilt > 0.0 ? 0.15 * y : 0.0);
+        };
+        double const widest = apart * (1.0 + tilt);
+        capture.blur = std::sqrt(0.16 + widest * widest / 12.0);
+        std::vector<cv::Mat> images = capture.capture(set);
+        DecodedPatterns const decoded = decode_patterns(set, images);
+        EXPECT_TRUE(decoded.doubts.empty()) << hasInverses << apart << ' ' << tilt << textOf(decoded);
+        std::size_t const one = imageOf(set, 5, false);
+        std::size_t const other = imageOf(set, 6, false);
+        std::swap(images[one], images[other]);
+        if (hasInverses) {
+          std::swap(images[imageOf(set, 5, true)], images[imageOf(set, 6, true)]);
+        }
+        DecodedPatterns const exchanged = decode_patterns(set, images);
+        EXPECT_TRUE(isDoubted(exchanged, PatternFault::Stripes, {one, other}))
+            << hasInverses << apart << ' ' << tilt << textOf(exchanged);
+      }
+    }
+  }
+}
+
 TEST(PatternDoubts, ImagesOneByOneAreDoubtedAlike) {
   PatternSet const set = setOf("gray-phase");
   std::vector<cv::Mat> images = scene().capture(set);

@@ -23,7 +23,8 @@ struct StripeCells {
   VORN_ALWAYS_INLINE double edge(int stripe) const {
     auto const number = static_cast<double>(stripe);
     double const pixel = nearestWhole(number * cell - shift);
-    // By the division that decides what is shown: a product may be rounded to the other side of a whole number.
+    // By the division that decides what is shown: a product may be rounded to the other side of a whole
+    // number.
     return pixel + ((pixel + shift) / cell < number ? 0.5 : -0.5);
   }
 

@@ -150,6 +150,7 @@ public:
     for (auto const& [words, crossing] : crossings_) {
       total_ += crossing.count;
     }
+    farthest_ = farthestStep();
   }
 
   std::vector<PatternDoubt> run() const {
@@ -165,9 +166,31 @@ public:
   }
 
 private:
-  bool isOneStep(Words const& words, Mend const& mend) const {
-    return std::abs(code_.stripeOf(mend(words.first, bits_)) - code_.stripeOf(mend(words.second, bits_))) ==
-           1;
+  int stepOf(Words const& words, Mend const& mend) const {
+    return std::abs(code_.stripeOf(mend(words.first, bits_)) - code_.stripeOf(mend(words.second, bits_)));
+  }
+
+  bool isFollowing(Words const& words, Mend const& mend) const { return stepOf(words, mend) <= farthest_; }
+
+  /// How many stripes lie between neighbours at most. Of a camera that is coarser than the stripes, the next
+  /// pixel rightly sees a stripe beyond the next: one more than half of the crossings have. Four stripes are
+  /// the period of the finest bit of a Gray code; what is coarser does not see it, and has no certain words.
+  /// Every other pixel may lie on borders, and be left out. Bits in wrong order go much farther, unless there
+  /// are few of them.
+  int farthestStep() const {
+    constexpr int ofTwoPixels = 8;
+    constexpr int partOfAll = 16;
+    int const most = std::min(ofTwoPixels, (1 << bits_) / partOfAll);
+    int upTo = 0;
+    for (int step = 1; step <= most; ++step) {
+      for (auto const& [words, crossing] : crossings_) {
+        upTo += stepOf(words, {}) == step ? crossing.count : 0;
+      }
+      if (2 * upTo >= total_) {
+        return step == 1 ? 1 : step + 1;
+      }
+    }
+    return 1;
   }
 
   /// How many crossings a mend makes right and how many wrong. Places where surfaces end are of many kinds,
@@ -177,8 +200,8 @@ private:
     int right = 0;
     int wrong = 0;
     for (auto const& [words, crossing] : crossings_) {
-      bool const isRight = isOneStep(words, {});
-      bool const isMended = isOneStep(words, mend);
+      bool const isRight = isFollowing(words, {});
+      bool const isMended = isFollowing(words, mend);
       right += !isRight && isMended && crossing.count >= fewest ? crossing.count : 0;
       wrong += isRight && !isMended ? crossing.count : 0;
     }
@@ -207,7 +230,7 @@ private:
   void checkStripes(std::vector<PatternDoubt>& doubts) const {
     int broken = 0;
     for (auto const& [words, crossing] : crossings_) {
-      broken += isOneStep(words, {}) ? 0 : crossing.count;
+      broken += isFollowing(words, {}) ? 0 : crossing.count;
     }
     Mend best;
     int mostRight = 0;
@@ -256,7 +279,7 @@ private:
     for (auto const& [words, crossing] : crossings_) {
       int const from = code_.stripeOf(words.first);
       int const to = code_.stripeOf(words.second);
-      if (!isOneStep(words, {})) {
+      if (stepOf(words, {}) != 1) {
         continue;
       }
       double const border = static_cast<double>(code_.edge(std::max(from, to)));
@@ -297,6 +320,7 @@ private:
   Crossings crossings_;
   int bits_ = 0;
   int total_ = 0;
+  int farthest_ = 1;
 };
 
 } // namespace
