@@ -214,7 +214,9 @@ AdjustmentSettings possibleSettings(std::vector<CalibratedView> const& views,
 }
 
 /// What views of so many devices, with or without figures of their images, cannot show.
-std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& views, std::size_t deviceCount) {
+/// @param isHeld whether the (first) camera's lens is held
+std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& views, std::size_t deviceCount,
+                                         bool isHeld) {
   std::vector<FindingCause> causes;
   auto const isUsed = [](CalibratedView const& view) { return view.isUsed(); };
   if (!std::all_of(views.begin(), views.end(),
@@ -227,10 +229,14 @@ std::vector<FindingCause> untestedCauses(std::vector<CalibratedView> const& view
     causes.push_back(FindingCause::WrongView);
   }
   if (deviceCount < 2) {
-    causes.push_back(FindingCause::ViewDisagrees);
+    // Images that are mirrored one and all fit as well as right ones.
+    causes.insert(causes.end(), {FindingCause::ViewDisagrees, FindingCause::Mirrored});
   }
   if (deviceCount < 2 || areFew) {
-    causes.insert(causes.end(), {FindingCause::DeviceMoved, FindingCause::FocusChanged});
+    causes.push_back(FindingCause::DeviceMoved);
+  }
+  if (areFew || (deviceCount < 2 && isHeld)) {
+    causes.push_back(FindingCause::FocusChanged);
   }
   if (std::none_of(views.begin(), views.end(), [](auto const& view) { return view.figures.has_value(); })) {
     for (int cause = static_cast<int>(FindingCause::Gamma);
@@ -376,8 +382,8 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
       take(calibration, views, std::move(diagnosed.adjustment), adjuster);
       said.insert(said.end(), findings.begin(), findings.end());
-      calibration.report.untested =
-          untestedCauses(calibration.views, calibration.report.adjustment->models.size());
+      calibration.report.untested = untestedCauses(
+          calibration.views, calibration.report.adjustment->models.size(), settings.adjustment.holdCamera0);
       return;
     }
     CalibratedView& view = calibration.views[static_cast<std::size_t>(leaving->view)];

@@ -7,6 +7,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "scanner/adjusted_views.hpp"
+#include "scanner/mirrored_views.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -41,6 +42,7 @@ CameraCalibration calibrateCamera(std::vector<std::string> const& names, CameraV
     calibration.object = camera;
   };
   calibrateViews(calibration.views, {"camera"}, settings, calibrateUsed);
+  nameMirrored(calibration, {calibration.object});
   adjustViews(
       calibration, settings,
       {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {

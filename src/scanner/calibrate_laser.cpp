@@ -21,6 +21,7 @@
 #include "imaging/white_level.hpp"
 #include "scanner/adjusted_views.hpp"
 #include "scanner/laser_on_target.hpp"
+#include "scanner/mirrored_views.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -338,6 +339,7 @@ LaserCalibration calibrateLaser(std::vector<std::string> const& names, LaserView
     calibration.object = calibrateOnce(calibration.views, sizes[0], lineCount);
   };
   calibrateViews(calibration.views, {"camera"}, settings, calibrateUsed);
+  nameMirrored(calibration, {calibration.object.getCameraModel()});
   LaserAdjustment lasers;
   adjustViews(
       calibration, settings,

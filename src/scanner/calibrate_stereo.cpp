@@ -11,6 +11,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "scanner/adjusted_views.hpp"
+#include "scanner/mirrored_views.hpp"
 #include "scanner/stereo_views.hpp"
 #include "scanner/target_turns.hpp"
 #include "scanner/target_views.hpp"
@@ -83,13 +84,18 @@ StereoCalibration calibrateMeasured(std::vector<MeasuredView> measured, std::vec
   }
   cv::Matx44d meanTransform;
   auto const calibrateUsed = [&] {
-    progress.at("calibrating", 0.0);
-    CameraCalibData data0 = calibData(calibration.views, 0);
-    CameraCalibData data1 = calibData(calibration.views, 1);
+    CameraCalibData data0;
+    CameraCalibData data1;
     StereoCamera stereo;
-    stereo.setResolution(sizes[0], sizes[1]);
-    stereo.calib(data0, data1);
-    requireDifferentSides(data0);
+    do {
+      progress.at("calibrating", 0.0);
+      data0 = calibData(calibration.views, 0);
+      data1 = calibData(calibration.views, 1);
+      stereo = StereoCamera();
+      stereo.setResolution(sizes[0], sizes[1]);
+      stereo.calib(data0, data1);
+      requireDifferentSides(data0);
+    } while (leaveOutMirrored(calibration, settings, data0, data1));
     fillResiduals(calibration.views, 0, stereo.getCameraModel0(), data0);
     fillResiduals(calibration.views, 1, stereo.getCameraModel1(), data1);
     fillJointResiduals(calibration.views, stereo, data0, data1);
@@ -97,6 +103,7 @@ StereoCalibration calibrateMeasured(std::vector<MeasuredView> measured, std::vec
     calibration.object = stereo;
   };
   calibrateViews(calibration.views, {"camera", "camera_1"}, settings, calibrateUsed);
+  nameMirrored(calibration, {calibration.object.getCameraModel0(), calibration.object.getCameraModel1()});
   adjustViews(
       calibration, settings,
       {[&](std::vector<AdjustmentView> const& adjusted, AdjustmentSettings const& how, Observer* watch) {

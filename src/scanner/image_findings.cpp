@@ -68,6 +68,12 @@ bool isFaded(ViewFigures const& view) {
   return !isBlurred(view) && fringesLeft(view) < leastLeft;
 }
 
+/// Whether fringes are so dark that their noise passes for repetition.
+constexpr double leastAmplitude = 8;
+bool isDark(ViewFigures const& view) {
+  return view.columns.amplitude < leastAmplitude;
+}
+
 double const mostMotion = 0.05;
 /// In place of a figure that another cause explains.
 constexpr double explained = 0;
@@ -96,8 +102,8 @@ std::vector<ImageCause> const& imageCauses() {
       {FindingCause::TargetOverexposed, 0, [](ViewFigures const& v) { return v.targetClipped; }, 0.02, false,
        "# % of the target image are overexposed", 1, 100},
       {FindingCause::TooDark, -1,
-       [](ViewFigures const& v) { return isBlurred(v) || isFaded(v) ? fullRange : v.columns.amplitude; }, 8,
-       true, "the fringes are dark: their amplitude is # of 255 grey values", 1, 1},
+       [](ViewFigures const& v) { return isBlurred(v) || isFaded(v) ? fullRange : v.columns.amplitude; },
+       leastAmplitude, true, "the fringes are dark: their amplitude is # of 255 grey values", 1, 1},
       {FindingCause::CameraBlurred, 0, [](ViewFigures const& v) { return v.cameraBlur; }, 1.6, false,
        "the camera is out of focus: edges are blurred with a deviation of # px", 1, 1},
       {FindingCause::ProjectorBlurred, 1,
@@ -108,8 +114,9 @@ std::vector<ImageCause> const& imageCauses() {
        0, 100},
       {FindingCause::Staircase, 1,
        [](ViewFigures const& v) {
-         return isFlickering(v) || isBent(v) || isFaded(v) ? explained
-                                                           : larger(v.columns.staircase, v.rows.staircase);
+         return isFlickering(v) || isBent(v) || isFaded(v) || isDark(v)
+                    ? explained
+                    : larger(v.columns.staircase, v.rows.staircase);
        },
        0.01, false, "the projector is too sharp: the decoded coordinates repeat with its pixels by # px", 3,
        1},

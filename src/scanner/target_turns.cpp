@@ -20,13 +20,6 @@ namespace {
 
 constexpr int quarterTurns = 4;
 
-/// The middle of the whole target, about which it looks the same turned, mm.
-cv::Point2d middleOf(TargetDescription const& target) {
-  bool const isStaggered = target.kind == TargetKind::StaggeredCircles;
-  cv::Size const extent(isStaggered ? 2 * target.size.width : target.size.width, target.size.height);
-  return (cv::Point2d(target.first) + cv::Point2d(extent.width - 1, extent.height - 1) / 2) * target.pitch;
-}
-
 /// Rotation by quarter turns about a point of the target's plane.
 cv::Matx44d turnAbout(cv::Point2d const& middle, int turns) {
   constexpr std::array<int, quarterTurns> cosines = {1, 0, -1, 0};
@@ -45,13 +38,6 @@ struct TurnedView {
   std::vector<int> turns;              ///< quarter turns of the second camera's count
   std::vector<cv::Matx44d> transforms; ///< cam0_from_cam1, for each of them
 };
-
-/// How far two transforms differ: the angle plus what the difference in place is of the target's distance.
-double difference(cv::Matx44d const& a, cv::Matx44d const& b, double distance) {
-  cv::Matx44d const step = a.inv() * b;
-  double const cosine = (step(0, 0) + step(1, 1) + step(2, 2) - 1) / 2;
-  return std::acos(std::clamp(cosine, -1.0, 1.0)) + std::hypot(step(0, 3), step(1, 3), step(2, 3)) / distance;
-}
 
 /// The way to count a view that is nearest to a transform.
 std::size_t nearestTurn(TurnedView const& view, cv::Matx44d const& transform) {
@@ -140,6 +126,18 @@ std::vector<TurnedView> turnedViews(std::vector<CalibratedView> const& views,
 }
 
 } // namespace
+
+cv::Point2d middleOf(TargetDescription const& target) {
+  bool const isStaggered = target.kind == TargetKind::StaggeredCircles;
+  cv::Size const extent(isStaggered ? 2 * target.size.width : target.size.width, target.size.height);
+  return (cv::Point2d(target.first) + cv::Point2d(extent.width - 1, extent.height - 1) / 2) * target.pitch;
+}
+
+double difference(cv::Matx44d const& a, cv::Matx44d const& b, double distance) {
+  cv::Matx44d const step = a.inv() * b;
+  double const cosine = (step(0, 0) + step(1, 1) + step(2, 2) - 1) / 2;
+  return std::acos(std::clamp(cosine, -1.0, 1.0)) + std::hypot(step(0, 3), step(1, 3), step(2, 3)) / distance;
+}
 
 void countAlike(std::vector<CalibratedView>& views, std::vector<int> const& readings,
                 TargetDescription const& target, std::vector<cv::Size> const& sizes) {

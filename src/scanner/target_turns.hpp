@@ -4,12 +4,19 @@
 
 #include <vector>
 
+#include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 
 #include <vorn/mv/calib/target_description.hpp>
 #include <vorn/mv/scanner/calibration.hpp>
 
 namespace vorn::mv {
+
+/// The middle of a whole target of known size, about which it looks the same turned, mm.
+cv::Point2d middleOf(TargetDescription const& target);
+
+/// How far two transforms differ: the angle plus what the difference in place is of the target's distance.
+double difference(cv::Matx44d const& a, cv::Matx44d const& b, double distance);
 
 /// Makes two cameras count the dots of a target alike that looks the same turned: of the ways to count them,
 /// those are taken in which all views agree on where the cameras stand to each other.

@@ -17,6 +17,7 @@
 
 #include "calib/adjust/bundle_solver.hpp"
 #include "calib/adjust/bundle_start.hpp"
+#include "calib/adjust/lens_changes.hpp"
 #include "calib/adjust/view_statistics.hpp"
 #include "core/error.hpp"
 #include "core/progress.hpp"
@@ -27,6 +28,9 @@ namespace {
 
 /// Residuals that exceed the noise by more are not chance.
 constexpr double mostS0 = 1.3;
+
+/// Views of which one may be told from the others.
+constexpr std::size_t fewestToTell = 4;
 
 std::string rounded(double value, int digits) {
   char text[32];
@@ -81,7 +85,12 @@ public:
 
   std::vector<Finding> run() {
     findMirrored();
+    bool const isMirrored = !findings_.empty();
     findWrongDots();
+    if (!isMirrored && findLensFault()) {
+      findPoorViews();
+      return std::move(findings_);
+    }
     findBentTarget();
     if (findings_.empty() || findings_.back().cause == FindingCause::BentTarget ||
         findings_.back().cause == FindingCause::WrongDots) {
@@ -161,23 +170,91 @@ private:
     findSmallFaults();
   }
 
-  bool findWrongView() {
-    constexpr double mostRatio = 0.6;
-    constexpr std::size_t fewest = 4;
-    if (views_.size() < fewest) {
+  /// What a single camera's lens has to do with residuals that are greater than noise. Tried before the
+  /// target's shape, which would take a part of it up.
+  bool findLensFault() {
+    double const s0 = std::max(adjustment_.s0, adjustment_.shape.flatS0);
+    if (deviceCount() > 1 || !isFree(0) || views_.size() < fewestToTell || !(s0 > mostS0)) {
       return false;
     }
-    std::size_t worst = 0;
-    double least = std::numeric_limits<double>::infinity();
-    for (std::size_t i = 0; i < views_.size(); ++i) {
-      progress_.at("diagnosing", 0.5 * static_cast<double>(i) / static_cast<double>(views_.size()));
-      Bundle without = bundle_;
-      without.views.erase(without.views.begin() + static_cast<std::ptrdiff_t>(i));
-      if (auto const s0 = solvedS0(without); s0 && *s0 < least) {
-        least = *s0;
-        worst = i;
+    try {
+      Bundle const flat = flattened(bundle_, progress_);
+      return findMirroredByLens(flat, s0) || findLensChange(flat, s0);
+    } catch (Cancelled const&) {
+      throw;
+    } catch (Exception const&) { // a flat target has no solution
+      return false;
+    }
+  }
+
+  bool findMirroredByLens(Bundle const& flat, double s0) {
+    constexpr double mostRatio = 0.6;
+    auto const mirrored = bestMirroredImages(flat, adjustment_.models[0].getResolution(), progress_);
+    // Turned back, a view tells as much as the others; one of no pose does not.
+    constexpr double mostMore = 1.15;
+    if (!mirrored || !(mirrored->s0 < mostRatio * s0) || !(mirrored->s0 < mostMore * worstView().s0Without)) {
+      return false;
+    }
+    double const ratio = mirrored->s0 / s0;
+    for (std::size_t const view : mirrored->views) {
+      add(FindingCause::Mirrored, static_cast<int>(view), 0, ratio, mostRatio,
+          named(views_[view], static_cast<int>(view)) +
+              ": the image of the camera is mirrored, or the others are: turned back, the residuals are " +
+              rounded(100 * ratio, 0) + " % of what they are",
+          true);
+    }
+    return true;
+  }
+
+  bool findLensChange(Bundle const& flat, double s0) {
+    constexpr double leastShare = 0.7;
+    auto const change = bestLensChange(flat, progress_);
+    // A single view that does not fit is no change.
+    constexpr double muchLess = 0.8;
+    if (!change || !(change->s0 < adjustment_.s0) || worstView().s0Without < muchLess * change->s0) {
+      return false;
+    }
+    double const share = (s0 * s0 - change->s0 * change->s0) / (s0 * s0 - 1);
+    if (!(share > leastShare)) {
+      return false;
+    }
+    auto const index = static_cast<int>(change->first);
+    add(FindingCause::FocusChanged, index, 0, share, leastShare,
+        "Focus or zoom of the camera changed before " + named(views_[change->first], index) +
+            ": its focal length went from " + rounded(change->before, 1) + " to " +
+            rounded(change->after, 1) + " px, which explains " + rounded(100 * share, 0) +
+            " % of what the residuals are beyond noise",
+        true);
+    return true;
+  }
+
+  /// The view without which the residuals are least.
+  struct WorstView {
+    std::size_t view = 0;
+    double s0Without = std::numeric_limits<double>::infinity();
+  };
+
+  WorstView const& worstView() {
+    if (!worst_) {
+      worst_ = WorstView();
+      for (std::size_t i = 0; i < views_.size(); ++i) {
+        progress_.at("diagnosing", 0.5 * static_cast<double>(i) / static_cast<double>(views_.size()));
+        Bundle without = bundle_;
+        without.views.erase(without.views.begin() + static_cast<std::ptrdiff_t>(i));
+        if (auto const s0 = solvedS0(without); s0 && *s0 < worst_->s0Without) {
+          worst_ = WorstView{i, *s0};
+        }
       }
     }
+    return *worst_;
+  }
+
+  bool findWrongView() {
+    constexpr double mostRatio = 0.6;
+    if (views_.size() < fewestToTell) {
+      return false;
+    }
+    auto const [worst, least] = worstView();
     double const ratio = least / adjustment_.s0;
     if (!(ratio < mostRatio)) {
       return false;
@@ -220,21 +297,37 @@ private:
       return false;
     }
     auto const index = static_cast<int>(best);
-    for (int device = 0; device < deviceCount(); ++device) {
-      double const alone = s0Alone(device);
-      if (alone > mostS0) {
-        add(FindingCause::FocusChanged, index, device, alone, mostS0,
-            "Focus or zoom of " + deviceName(device) + " changed before " + named(views_[best], index) +
-                ": by itself its residuals are " + rounded(alone, 1) + " times its noise",
-            true);
-        return true;
-      }
+    if (findChangedLens(best)) {
+      return true;
     }
     Placement const& before = split.dev0_from_dev1;
     double const degrees = angleBetween(before.R, split.otherStations[0].R) * 180 / CV_PI;
     add(FindingCause::DeviceMoved, index, -1, ratio, mostRatio,
         "A device moved before " + named(views_[best], index) + ": the two turned by " + rounded(degrees, 3) +
             " degrees to each other, shifted by " + rounded(cv::norm(before.t - split.otherStations[0].t), 3),
+        true);
+    return true;
+  }
+
+  /// Of two devices between which something changed, the one that shows it by itself: its lens.
+  bool findChangedLens(std::size_t first) {
+    constexpr double mostChi2 = 30;
+    int changed = 0;
+    double greatest = 0;
+    for (int device = 0; device < deviceCount(); ++device) {
+      double const chi2 = lensChangeAlone(device, first);
+      if (chi2 > greatest) {
+        greatest = chi2;
+        changed = device;
+      }
+    }
+    if (!(greatest > mostChi2)) {
+      return false;
+    }
+    auto const index = static_cast<int>(first);
+    add(FindingCause::FocusChanged, index, changed, greatest, mostChi2,
+        "Focus or zoom of " + deviceName(changed) + " changed before " + named(views_[first], index) +
+            ": by itself it fits " + rounded(greatest, 0) + " times better with another lens from there on",
         true);
     return true;
   }
@@ -361,17 +454,23 @@ private:
     return bundleS0(bundle);
   }
 
-  /// Of one device by itself. The noise that a projector's points have by themselves is more than the part
-  /// that the camera's do not explain, so it is taken from neighbours anew.
-  double s0Alone(int device) const {
+  /// How much better one device by itself fits with another lens from some view on. The noise that a
+  /// projector's points have by themselves is more than the part that the camera's do not explain, so it is
+  /// taken from neighbours anew.
+  double lensChangeAlone(int device, std::size_t first) {
     std::vector<AdjustmentView> own;
     for (AdjustmentView const& view : views_) {
       own.push_back({view.name, view.objPnts, device == 0 ? view.points0 : view.points1, {}, view.sigmas});
     }
     try {
-      return adjustCamera(own, adjustment_.models[static_cast<std::size_t>(device)]).s0;
+      AdjustmentSettings settings;
+      settings.shape = AdjustmentSettings::Shape::Flat;
+      Adjustment const alone =
+          adjustCamera(own, adjustment_.models[static_cast<std::size_t>(device)], settings);
+      double const noise = std::max(1.0, alone.s0 * alone.s0);
+      return lensChangeAt(solvedBundle(own, alone), first) / noise;
     } catch (Exception const&) { // too few of its views show enough dots
-      return 1;
+      return 0;
     }
   }
 
@@ -380,6 +479,7 @@ private:
   Progress progress_;
   Bundle bundle_;
   std::vector<Finding> findings_;
+  std::optional<WorstView> worst_;
 };
 
 } // namespace

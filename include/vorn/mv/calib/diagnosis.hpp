@@ -88,8 +88,10 @@ transformDeviations(std::vector<AdjustmentView> const& views, Adjustment const& 
 /// wrong.
 ///
 /// Where residuals are greater than the noise (`Adjustment::s0` above 1.3), one cause is named, the first in
-/// this order that explains them: wrong dots, target's shape, one view, device moved, focus changed.
-/// Not seen: a wrong pitch of the whole target, and what lies in the images themselves (exposure, gamma,
+/// this order that explains them: wrong dots, target's shape, one view, device moved, focus changed. Of a
+/// single camera that is free: wrong dots, mirrored images, focus changed, target's shape, one view.
+/// Not seen: a wrong pitch of the whole target; that all images of a single camera are mirrored, or some of
+/// one whose principal point is in their middle; and what lies in the images themselves (exposure, gamma,
 /// flicker), which the points do not show.
 /// @param views      as given to the adjustment
 /// @param adjustment their result
