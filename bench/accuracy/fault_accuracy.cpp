@@ -57,6 +57,18 @@ std::vector<mv::ScannerView> spoiledViews(CalibratedRig const& rig, std::vector<
   return views;
 }
 
+/// The rig that a calibration has to find: a fault that spoils every view and the scan alike is a part of it.
+CalibratedRig truthOf(CalibratedRig const& rig, std::string const& words) {
+  CalibratedRig truth = rig;
+  if (!words.empty() && sim::faultOf(words).kind.reach == sim::FaultReach::All &&
+      sim::faultOf(words).view < 0) {
+    sim::Campaign campaign = rig.campaign();
+    spoil(campaign, sim::faultOf(words));
+    truth.rig = campaign.scanRig;
+  }
+  return truth;
+}
+
 using Job = std::function<mv::ScannerCalibration(mv::CalibrationSettings const&)>;
 
 /// What a calibration says; made all the same where it is refused.
@@ -265,8 +277,9 @@ bool printFaultTable(CalibratedRig const& rig, std::string const& only) {
     if (given.fault.find(only) == std::string::npos) {
       continue;
     }
+    CalibratedRig const truth = truthOf(rig, given.fault);
     FaultFigures const figures =
-        calibrated(rig, given.fault.empty() ? clean : spoiledViews(rig, clean, given.fault), &rig);
+        calibrated(rig, given.fault.empty() ? clean : spoiledViews(rig, clean, given.fault), &truth);
     printRow(given, figures);
     bool const isRight = given.cause ? figures.names(*given.cause) : figures.findings.empty();
     areAllNamed = areAllNamed && isRight;
