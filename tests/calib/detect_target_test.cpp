@@ -149,6 +149,29 @@ TEST_F(DetectTarget, MeasuresDotsInTheImagesFullDepth) {
   }
 }
 
+TEST_F(DetectTarget, LightFromTheSideDoesNotDrawSmallDotsToIt) {
+  // A projector beside the camera lights one side of the target half as much again as the other. Dots of 12
+  // pixels have too few of their own to show the slope.
+  for (bool const isDark : {false, true}) {
+    TargetPhoto photo = plainPhoto({24, 18}, 10, 0);
+    photo.target.grid.dotAlbedo = isDark ? 0.1 : 0.85;
+    photo.target.groundAlbedo = isDark ? 0.85 : 0.25;
+    photo.cam_from_target = sim::viewOf({0.5 * pitch * 23, 0.5 * pitch * 17}, 1250, 10, 40, 10);
+    photo.blur = 1;
+    photo.noise = 0.3;
+    photo.bits = 12;
+    photo.shading = {0.8, 0};
+    Detection const found = detectTarget(sim::render(photo), plainTarget({24, 18}));
+    ASSERT_GT(found.keyPoints.size(), 400U) << found.reason;
+    cv::Point2d sum;
+    for (mv::CalibKeyPoint const& point : found.keyPoints) {
+      sum += cv::Point2d(point.imgPnt) -
+             *photo.device.project(photo.cam_from_target * cv::Vec3d(point.objPnt.x, point.objPnt.y, 0));
+    }
+    EXPECT_LT(cv::norm(sum) / static_cast<double>(found.keyPoints.size()), 0.0005) << isDark;
+  }
+}
+
 TEST_F(DetectTarget, AWholeGridOfKnownSizeFixesItsIndices) {
   // A rectangle looks the same after half a turn, a square after a quarter.
   for (auto const& [size, readings] : {std::pair(cv::Size(12, 9), 2), {cv::Size(8, 8), 4}}) {

@@ -164,7 +164,7 @@ std::optional<Settled> settle(cv::Mat const& image, cv::Point2d const& start, Do
       return std::nullopt;
     }
     if (!levels || cv::norm(centre - levelsAt) > levelsHold) {
-      levels = measureLevels(image, centre, outline, shape.reach, width);
+      levels = measureLevels(image, centre, outline, shape.reach, width, shape.lightSlope);
       if (levels && ground == Ground::Shaded) {
         levels->shade = measureShade(image, centre, outline, shape.reach, width, *levels);
       }

@@ -17,6 +17,9 @@ struct DotShape {
   cv::Matx22d outline;
   /// How far the bare ground around it reaches, as a multiple of the outline.
   double reach = 2.1;
+  /// How the light changes across the dot, as a share of its contrast a pixel, where that is known better
+  /// than so small a dot tells by itself.
+  std::optional<cv::Vec2d> lightSlope = std::nullopt;
 };
 
 /// A bright dot as it stands in the image. Pixels, grey levels.

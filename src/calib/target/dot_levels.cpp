@@ -219,7 +219,8 @@ double greyAround(cv::Mat const& image, cv::Point2d const& p) {
 }
 
 std::optional<DotLevels> measureLevels(cv::Mat const& image, cv::Point2d const& centre,
-                                       Ellipse const& outline, double reach, double halfWidth) {
+                                       Ellipse const& outline, double reach, double halfWidth,
+                                       std::optional<cv::Vec2d> const& lightSlope) {
   cv::Point const origin(cvRound(centre.x), cvRound(centre.y));
   constexpr double leastPixels = 12;
   constexpr double leastPixelsForSlope = 80;
@@ -246,6 +247,10 @@ std::optional<DotLevels> measureLevels(cv::Mat const& image, cv::Point2d const& 
         ground,
         {corePlane.value - ground.value, corePlane.slopeX - ground.slopeX, corePlane.slopeY - ground.slopeY},
         coreNoise};
+  }
+  if (lightSlope) {
+    cv::Vec2d const slope = *lightSlope * contrast;
+    return DotLevels{origin, ground, {contrast, slope[0], slope[1]}, coreNoise};
   }
   // Too few pixels for a slope: dot and ground are taken to be lit alike.
   double const ratio = contrast / std::max(ground.value, contrast);

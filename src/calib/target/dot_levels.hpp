@@ -47,8 +47,12 @@ double greyAround(cv::Mat const& image, cv::Point2d const& p);
 ///
 /// @param reach     how far the bare ground around the dot reaches, as a multiple of the outline
 /// @param halfWidth pixels on either side of the outline that may belong to either
+/// @param lightSlope change of the contrast a pixel, as a share of it, for dots too small to tell; where it
+/// is
+///        not known, that of the ground is taken for it as far as the ground is as bright
 /// @return nothing where there is too little to see or too little contrast
 std::optional<DotLevels> measureLevels(cv::Mat const& image, cv::Point2d const& centre,
-                                       Ellipse const& outline, double reach, double halfWidth);
+                                       Ellipse const& outline, double reach, double halfWidth,
+                                       std::optional<cv::Vec2d> const& lightSlope);
 
 } // namespace vorn::mv

@@ -11,6 +11,7 @@
 #include "calib/target/dot_edge.hpp"
 #include "calib/target/marker_ring.hpp"
 #include "core/median.hpp"
+#include "geometry/quadratic_fit.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -23,6 +24,38 @@ constexpr double mostRadius = 0.42;
 /// begins beyond it.
 constexpr double markerInRadii = 1.5;
 constexpr double mostMarkerRadius = 0.45;
+
+/// How the light changes across a dot, from the contrasts of those around it: a dot without many pixels does
+/// not tell by itself, and what is left of a slope of light draws its centre towards the light. Nothing where
+/// the dots around are few, or lie at an edge of the light or in a reflection.
+std::optional<cv::Vec2d> lightSlopeAt(MeasuredGrid const& grid, MeasuredDot const& dot) {
+  constexpr int reach = 2;
+  constexpr std::size_t leastDots = 6;
+  constexpr double mostScatter = 0.03; // of the contrast, about a plane
+  double const contrast = dot.measured.levels.contrast.value;
+  QuadraticFit<3, 1> plane;
+  std::vector<std::pair<cv::Point2d, double>> around;
+  for (int y = -reach; y <= reach; ++y) {
+    for (int x = -reach; x <= reach; ++x) {
+      if (MeasuredDot const* const other = grid.at(dot.index + cv::Point(x, y))) {
+        cv::Point2d const offset = other->measured.centre - dot.measured.centre;
+        around.emplace_back(offset, other->measured.levels.contrast.value / contrast - 1);
+        plane.add(quadraticTerms(offset.x, offset.y), around.back().second);
+      }
+    }
+  }
+  auto const fitted = around.size() >= leastDots ? plane.solve() : std::nullopt;
+  if (!fitted) {
+    return std::nullopt;
+  }
+  cv::Matx31d const& of = fitted->coefficients;
+  double squares = 0;
+  for (auto const& [offset, change] : around) {
+    squares += std::pow(change - of(0) - of(1) * offset.x - of(2) * offset.y, 2);
+  }
+  bool const isPlane = squares < mostScatter * mostScatter * static_cast<double>(around.size());
+  return isPlane ? std::optional(cv::Vec2d(of(1), of(2))) : std::nullopt;
+}
 
 } // namespace
 
@@ -120,7 +153,15 @@ void GridMeasurement::complete(MeasuredGrid& grid) const {
 
 void GridMeasurement::refine(MeasuredGrid& grid) const {
   auto const& map = grid.map();
-  grid.replace(map ? measureAll(*map, grid.targetDots()) : std::vector<MeasuredDot>());
+  std::vector<MeasuredDot> refined;
+  for (MeasuredDot const& dot : grid.dots()) {
+    auto const local = map ? map->around(dot.index, TargetMap::Self::Included) : std::nullopt;
+    if (auto found =
+            local ? measure(*local, dot.index, dot.measured.centre, lightSlopeAt(grid, dot)) : std::nullopt) {
+      refined.push_back(*found);
+    }
+  }
+  grid.replace(std::move(refined));
 }
 
 void GridMeasurement::fitEdges(MeasuredGrid& grid) const {
@@ -150,13 +191,15 @@ std::vector<MeasuredDot> GridMeasurement::measureAll(TargetMap const& map,
 }
 
 std::optional<MeasuredDot> GridMeasurement::measure(LocalMap const& local, cv::Point const& index,
-                                                    cv::Point2d const& start) const {
+                                                    cv::Point2d const& start,
+                                                    std::optional<cv::Vec2d> const& lightSlope) const {
   cv::Matx22d const jacobian = local.jacobian(index);
   double const radius = isMarker(index) ? markerRadius_ : ordinaryRadius_;
   double const cell = std::abs(cv::determinant(jacobian));
   double const shortAxis = radius * cell / std::max(cv::norm(jacobian), 1e-9);
   double const halfWidth = halfWidth_ > 0 ? halfWidth_ : std::clamp(0.4 * shortAxis, 2.0, 6.0);
-  auto const measured = measureDot(image_, start, {jacobian * radius, groundReach / radius}, halfWidth);
+  auto const measured =
+      measureDot(image_, start, {jacobian * radius, groundReach / radius, lightSlope}, halfWidth);
   if (!measured) {
     return std::nullopt;
   }

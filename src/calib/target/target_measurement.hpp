@@ -49,8 +49,9 @@ private:
   void complete(MeasuredGrid& grid) const;
 
   /// Measures a dot near `start` as large as it is expected to be.
-  std::optional<MeasuredDot> measure(LocalMap const& local, cv::Point const& index,
-                                     cv::Point2d const& start) const;
+  /// @param lightSlope as `DotShape` has it
+  std::optional<MeasuredDot> measure(LocalMap const& local, cv::Point const& index, cv::Point2d const& start,
+                                     std::optional<cv::Vec2d> const& lightSlope = std::nullopt) const;
 
   /// Measures dots from where they are taken to be, through a map of them; those that are whole.
   std::vector<MeasuredDot> measureAll(TargetMap const& map, std::vector<TargetDot> const& dots) const;
