@@ -47,5 +47,35 @@ TEST(PhaseBlur, SmoothsTheBordersAsItDoesTheMiddle) {
   EXPECT_EQ(smooth(60, 80), noisy(60, 80));
 }
 
+// One line inside the image all nine pixels are there, those of the first row and column too.
+TEST(PhaseBlur, TakesTheOutermostPixelsToo) {
+  cv::RNG random(test::seed());
+  cv::Size const size(160, 120);
+  cv::Mat_<float> const magnitude(size, 50.0F);
+  cv::Mat_<uchar> const mask(size, uchar{255});
+  cv::Rect const middle(20, 20, 120, 80);
+  cv::Rect const lines[] = {{1, 2, 1, 116}, {158, 2, 1, 116}, {2, 1, 156, 1}, {2, 118, 156, 1}};
+  double inMiddle = 0;
+  double inLines[4] = {};
+  constexpr int draws = 40; // which leaves two per cent of chance in each
+  for (int draw = 0; draw < draws; ++draw) {
+    cv::Mat_<float> phase(size);
+    for (int y = 0; y < phase.rows; ++y) {
+      for (int x = 0; x < phase.cols; ++x) {
+        double const angle = std::fmod(0.7 * x + 0.2 * y + random.gaussian(0.1) + 20 * CV_PI, 2 * CV_PI);
+        phase(y, x) = static_cast<float>(angle);
+      }
+    }
+    blurPhase(phase, magnitude, mask, 1);
+    inMiddle += std::pow(errorIn(phase, middle), 2);
+    for (int i = 0; i < 4; ++i) {
+      inLines[i] += std::pow(errorIn(phase, lines[i]), 2);
+    }
+  }
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_NEAR(std::sqrt(inLines[i] / inMiddle), 1, 0.1) << lines[i];
+  }
+}
+
 } // namespace
 } // namespace vorn::mv::sl

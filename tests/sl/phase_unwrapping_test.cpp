@@ -233,12 +233,18 @@ TEST(PhaseUnwrapping, RefusesMapsThatDoNotFitAndChangesNothing) {
 
 TEST(PhaseUnwrapping, TheMaskMayBeTheStateItself) {
   // Only what waited from the start is open then: what growth changes in the state must not unmask it.
-  Maps const maps = randomMaps({60, 40}, 0.4, false, false);
-  Maps expected = copyOf(maps);
-  unwrap_phase(expected.phase, expected.quality, expected.state, expected.code, maps.state.clone());
-  Maps actual = copyOf(maps);
-  unwrap_phase(actual.phase, actual.quality, actual.state, actual.code, actual.state);
-  expectSame(actual, expected);
+  auto const expectAlike = [](Maps const& maps) {
+    Maps expected = copyOf(maps);
+    unwrap_phase(expected.phase, expected.quality, expected.state, expected.code, maps.state.clone());
+    Maps actual = copyOf(maps);
+    unwrap_phase(actual.phase, actual.quality, actual.state, actual.code, actual.state);
+    expectSame(actual, expected);
+  };
+  expectAlike(randomMaps({60, 40}, 0.4, false, false));
+  // A region that is grown by itself, for its size: trusted pixels without codes.
+  Maps large = randomMaps({120, 90}, 1, false, false);
+  large.code(cv::Rect(10, 10, 100, 70)).setTo(-1);
+  expectAlike(large);
 }
 
 TEST(PhaseUnwrapping, ZerosOfEitherSignAreOneQuality) {

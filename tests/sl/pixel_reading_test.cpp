@@ -52,6 +52,10 @@ TEST(PixelReading, TellsWhyAPixelIsOfNoUse) {
   EXPECT_EQ(stateOf({93, 90, 88, 90}, codes), pixel_state::dark);  // amplitude 2.5
   EXPECT_EQ(stateOf({93, 90, 87, 90}, codes), pixel_state::open);  // 3
   EXPECT_EQ(stateOf({100, 60, 80, 40}, codes), pixel_state::dark); // no sine: 180 is not 100
+  // Half of what the sums differ by may be twice the amplitude, 60 here, at a confidence of a half.
+  EXPECT_EQ(stateOf({150, 80, 90, 80}, codes), pixel_state::open);
+  EXPECT_EQ(stateOf({160, 70, 100, 70}, codes), pixel_state::open);
+  EXPECT_EQ(stateOf({162, 68, 102, 68}, codes), pixel_state::dark);
   EXPECT_EQ(stateOf({95, 90, 85, 90}, {90, 80, 90, 80}),
             pixel_state::unsettledContrast);                                 // range 10, amplitude 5
   EXPECT_EQ(stateOf({98, 90, 82, 90}, {90, 80, 90, 80}), pixel_state::open); // 8 is more than half of 15

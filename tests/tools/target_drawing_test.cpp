@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -48,6 +49,13 @@ TEST(TargetDrawing, PictureIsToScale) {
     cv::Point2f const first = result.getKeyPoint(0).imgPnt;
     cv::Point2f const firstOnTarget = result.getKeyPoint(0).objPnt;
     EXPECT_EQ(firstOnTarget, cv::Point2f(-50, -37.5F));
+    // Where the drawing in millimetres has it; pixels have their centres half a pixel inside their edges.
+    std::string const svg = tools::targetSvg(target);
+    std::size_t const at = svg.find("<circle");
+    ASSERT_NE(at, std::string::npos);
+    cv::Point2d inMm;
+    ASSERT_EQ(std::sscanf(svg.c_str() + at, "<circle cx=\"%lf\" cy=\"%lf\"", &inMm.x, &inMm.y), 2);
+    EXPECT_LT(cv::norm(cv::Point2d(first) + cv::Point2d(0.5, 0.5) - inMm * (80 / 25.4)), 0.05);
     constexpr double ragged =
         0.02; // pixels: drawn edges are straight within a pixel, and grey levels are whole
     for (mv::CalibKeyPoint const& point : result.getKeyPoints()) {
