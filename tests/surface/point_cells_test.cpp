@@ -38,8 +38,7 @@ TEST(PointCells, HoldWhatIsNearHoweverFarOtherPointsLie) {
       std::sort(listed.begin(), listed.end());
       EXPECT_TRUE(std::adjacent_find(listed.begin(), listed.end()) == listed.end());
       PointCells::Range const own = cells.pointsOf(cell);
-      EXPECT_TRUE(
-          std::is_sorted(cells.order().begin() + own.first, cells.order().begin() + own.end));
+      EXPECT_TRUE(std::is_sorted(cells.order().begin() + own.first, cells.order().begin() + own.end));
       for (std::uint32_t i = own.first; i < own.end; ++i) {
         isListed[cells.order()[i]] = true;
         cv::Vec3d const point(points[cells.order()[i]]);
