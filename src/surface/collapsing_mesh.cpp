@@ -9,6 +9,8 @@
 #include <tuple>
 #include <unordered_set>
 
+#include "surface/mesh_edges.hpp"
+
 namespace vorn::mv {
 
 namespace {
@@ -64,16 +66,16 @@ cv::Vec3d CollapsingMesh::crossOf(cv::Vec3i const& corners) const {
 
 void CollapsingMesh::findRims() {
   std::unordered_set<int> meetings;
-  for (cv::Vec3i const& triangle : triangles_) {
-    for (int i = 0; i < 3; ++i) {
-      int const a = triangle[i];
-      int const b = triangle[(i + 1) % 3];
-      auto const& others = around_[static_cast<std::size_t>(a)];
-      auto const shared =
-          std::count_if(others.begin(), others.end(), [&](int other) { return has(corners(other), b); });
-      if (shared != 1) {
-        continue;
-      }
+  std::vector<MeshEdge> const edges = sortedEdges(mesh_);
+  for (std::size_t first = 0; first < edges.size();) {
+    std::size_t end = first;
+    while (end < edges.size() && !(edges[first] < edges[end])) {
+      ++end;
+    }
+    MeshEdge const& edge = edges[first];
+    if (end - first == 1 && edge.low != edge.high) {
+      int const a = edge.isForward ? edge.low : edge.high;
+      int const b = edge.isForward ? edge.high : edge.low;
       // Where rims meet in a vertex it has no one vertex before it: it stays.
       if (!rimNext_.emplace(a, b).second) {
         meetings.insert(a);
@@ -82,6 +84,7 @@ void CollapsingMesh::findRims() {
         meetings.insert(b);
       }
     }
+    first = end;
   }
   for (int const vertex : meetings) {
     rimNext_[vertex] = rimBefore_[vertex] = -1;
@@ -109,45 +112,74 @@ double CollapsingMesh::cost(int from, int to) const {
   return std::max(p.dot(both * p), 0.0);
 }
 
+std::vector<int> CollapsingMesh::shared(int a, int b) const {
+  // Either may have far more triangles than the other.
+  bool const isFewer = trianglesAround(a) < trianglesAround(b);
+  std::vector<int> const& around = around_[static_cast<std::size_t>(isFewer ? a : b)];
+  std::vector<int> found;
+  std::copy_if(around.begin(), around.end(), std::back_inserter(found),
+               [&](int triangle) { return has(corners(triangle), isFewer ? b : a); });
+  return found;
+}
+
 bool CollapsingMesh::keepsTopology(int from, int to) const {
-  std::vector<int> const a = neighbours(from);
-  std::vector<int> const b = neighbours(to);
-  std::vector<int> both;
-  std::set_intersection(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(both));
-  auto const& triangles = around_[static_cast<std::size_t>(from)];
-  auto const shared = static_cast<std::size_t>(std::count_if(
-      triangles.begin(), triangles.end(), [&](int triangle) { return has(corners(triangle), to); }));
+  std::size_t const between = shared(from, to).size();
   bool const isRim = rimNext_.count(from) != 0;
   // A closed fan of three would leave two triangles on each other; so would a rim's last triangle.
-  return shared > 0 && both.size() == shared && shared == (isRim ? 1U : 2U) &&
-         triangles.size() > (isRim ? 1U : 3U);
+  if (between != (isRim ? 1U : 2U) || trianglesAround(from) <= (isRim ? 1U : 3U)) {
+    return false;
+  }
+  bool const isFewer = trianglesAround(from) < trianglesAround(to);
+  std::vector<int> const near = neighbours(isFewer ? from : to);
+  int const other = isFewer ? to : from;
+  auto const both = std::count_if(near.begin(), near.end(), [&](int vertex) {
+    return vertex != other && !shared(vertex, other).empty();
+  });
+  return static_cast<std::size_t>(both) == between;
+}
+
+bool CollapsingMesh::keepsSide(int triangle, int from, int to) const {
+  cv::Vec3i moved = corners(triangle);
+  for (int& corner : moved.val) {
+    corner = corner == from ? to : corner;
+  }
+  cv::Vec3d const old = crossOf(corners(triangle));
+  cv::Vec3d const now = crossOf(moved);
+  constexpr double leastCosine = 0.2;
+  if (!(old.dot(now) > leastCosine * cv::norm(old) * cv::norm(now)) || !(now.dot(now) > 0.0)) {
+    return false;
+  }
+  // Slivers would stop all that comes after.
+  double longest = 0.0;
+  for (int i = 0; i < 3; ++i) {
+    cv::Vec3d const edge = at(moved[(i + 1) % 3]) - at(moved[i]);
+    longest = std::max(longest, edge.dot(edge));
+  }
+  constexpr double flattest = 0.05;
+  return !(cv::norm(now) < flattest * longest && cv::norm(now) < cv::norm(old));
 }
 
 bool CollapsingMesh::keepsSides(int from, int to, Change& change) const {
+  change.gone = shared(from, to);
+  // Those beside the ones that vanish first: they become the flattest, and the others may be thousands.
+  for (int const triangle : change.gone) {
+    for (int const corner : corners(triangle).val) {
+      if (corner == from || corner == to) {
+        continue;
+      }
+      for (int const beside : shared(from, corner)) {
+        if (!has(corners(beside), to) && !keepsSide(beside, from, to)) {
+          return false;
+        }
+      }
+    }
+  }
   for (int const triangle : around_[static_cast<std::size_t>(from)]) {
     if (has(corners(triangle), to)) {
-      change.gone.push_back(triangle);
       continue;
     }
     change.kept.push_back(triangle);
-    cv::Vec3i moved = corners(triangle);
-    for (int& corner : moved.val) {
-      corner = corner == from ? to : corner;
-    }
-    cv::Vec3d const old = crossOf(corners(triangle));
-    cv::Vec3d const now = crossOf(moved);
-    constexpr double leastCosine = 0.2;
-    if (!(old.dot(now) > leastCosine * cv::norm(old) * cv::norm(now)) || !(now.dot(now) > 0.0)) {
-      return false;
-    }
-    // Slivers would stop all that comes after.
-    double longest = 0.0;
-    for (int i = 0; i < 3; ++i) {
-      cv::Vec3d const edge = at(moved[(i + 1) % 3]) - at(moved[i]);
-      longest = std::max(longest, edge.dot(edge));
-    }
-    constexpr double flattest = 0.05;
-    if (cv::norm(now) < flattest * longest && cv::norm(now) < cv::norm(old)) {
+    if (!keepsSide(triangle, from, to)) {
       return false;
     }
   }
@@ -227,10 +259,21 @@ void CollapsingMesh::apply(int from, int to, Change const& change) {
   for (std::size_t i = 0; i < change.displaced.size(); ++i) {
     drawn_[static_cast<std::size_t>(change.places[i])].push_back(change.displaced[i]);
   }
+  touched_.clear();
+  for (std::vector<int> const* triangles : {&change.kept, &change.gone}) {
+    for (int const triangle : *triangles) {
+      cv::Vec3i const& all = corners(triangle);
+      std::copy_if(std::begin(all.val), std::end(all.val), std::back_inserter(touched_),
+                   [&](int corner) { return corner != from && corner != to; });
+    }
+  }
+  std::sort(touched_.begin(), touched_.end());
+  touched_.erase(std::unique(touched_.begin(), touched_.end()), touched_.end());
   for (int const triangle : change.gone) {
     for (int const corner : corners(triangle).val) {
       auto& around = around_[static_cast<std::size_t>(corner)];
-      around.erase(std::remove(around.begin(), around.end(), triangle), around.end());
+      auto const [first, end] = std::equal_range(around.begin(), around.end(), triangle);
+      around.erase(first, end);
     }
     triangles_[static_cast<std::size_t>(triangle)] = cv::Vec3i::all(-1);
     --triangleCount_;
@@ -240,9 +283,8 @@ void CollapsingMesh::apply(int from, int to, Change const& change) {
     for (int& corner : triangles_[static_cast<std::size_t>(triangle)].val) {
       corner = corner == from ? to : corner;
     }
-    aroundTo.push_back(triangle);
+    aroundTo.insert(std::lower_bound(aroundTo.begin(), aroundTo.end(), triangle), triangle);
   }
-  std::sort(aroundTo.begin(), aroundTo.end());
   around_[static_cast<std::size_t>(from)].clear();
   quadrics_[static_cast<std::size_t>(to)] += quadrics_[static_cast<std::size_t>(from)];
   if (change.before >= 0) {

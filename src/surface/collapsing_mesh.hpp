@@ -17,6 +17,7 @@ public:
   CollapsingMesh(SurfaceMesh const& mesh, double maxError);
 
   std::size_t triangleCount() const { return triangleCount_; }
+  std::size_t trianglesAround(int vertex) const { return around_[static_cast<std::size_t>(vertex)].size(); }
   /// The vertices that share a triangle with one, rising.
   std::vector<int> neighbours(int vertex) const;
   /// How much the surface moves when `from` is drawn onto `to`: a squared distance times an area.
@@ -24,6 +25,8 @@ public:
   /// Draws `from` onto `to`, its neighbour, unless that moves the surface too far, folds it or changes how it
   /// hangs together.
   bool collapse(int from, int to);
+  /// The neighbours of `to` in the triangles that the last collapse changed, rising.
+  std::vector<int> const& touched() const { return touched_; }
   /// The vertices that are left, with what the mesh given knows of them.
   SurfaceMesh finish() const;
 
@@ -45,7 +48,10 @@ private:
   cv::Vec3i const& corners(int triangle) const { return triangles_[static_cast<std::size_t>(triangle)]; }
   cv::Vec3d crossOf(cv::Vec3i const& corners) const;
   void findRims();
+  /// The triangles that two vertices share, rising.
+  std::vector<int> shared(int a, int b) const;
   bool keepsTopology(int from, int to) const;
+  bool keepsSide(int triangle, int from, int to) const;
   bool keepsSides(int from, int to, Change& change) const;
   bool keepsRim(int from, int to, Change& change) const;
   bool keepsNear(int from, int to, Change& change) const;
@@ -55,8 +61,9 @@ private:
   double squaredError_;
   std::size_t triangleCount_;
   std::vector<cv::Vec3i> triangles_;     ///< (-1, -1, -1) where one is gone
-  std::vector<std::vector<int>> around_; ///< the triangles of a vertex
+  std::vector<std::vector<int>> around_; ///< the triangles of a vertex, rising
   std::vector<Quadric> quadrics_;
+  std::vector<int> touched_;
   std::vector<std::vector<int>> drawn_; ///< the vertices drawn away next to a triangle
   std::unordered_map<int, int> rimNext_;
   std::unordered_map<int, int> rimBefore_;

@@ -8,6 +8,7 @@
 #include <vorn/mv/surface/mesh.hpp>
 
 #include "surface/mesh_checks.hpp"
+#include "surface/mesh_edges.hpp"
 
 namespace vorn::mv {
 
@@ -21,29 +22,6 @@ cv::Vec3d vertexAt(SurfaceMesh const& mesh, int index) {
 cv::Vec3d crossOf(SurfaceMesh const& mesh, cv::Vec3i const& triangle) {
   cv::Vec3d const origin = vertexAt(mesh, triangle[0]);
   return (vertexAt(mesh, triangle[1]) - origin).cross(vertexAt(mesh, triangle[2]) - origin);
-}
-
-/// An edge of one triangle, from its lower to its higher vertex.
-struct Edge {
-  int low;
-  int high;
-  bool isForward; ///< the triangle goes from low to high
-
-  bool operator<(Edge const& other) const { return low != other.low ? low < other.low : high < other.high; }
-};
-
-std::vector<Edge> sortedEdges(SurfaceMesh const& mesh) {
-  std::vector<Edge> edges;
-  edges.reserve(3 * mesh.triangles.size());
-  for (cv::Vec3i const& triangle : mesh.triangles) {
-    for (int i = 0; i < 3; ++i) {
-      int const a = triangle[i];
-      int const b = triangle[(i + 1) % 3];
-      edges.push_back({std::min(a, b), std::max(a, b), a < b});
-    }
-  }
-  std::stable_sort(edges.begin(), edges.end());
-  return edges;
 }
 
 /// Follows the edges that only one triangle has, each from its start to its end, into closed loops.
@@ -117,14 +95,14 @@ MeshFigures figuresOf(SurfaceMesh const& mesh) {
     figures.degenerateTriangles += area > 0.0 ? 0 : 1;
     sixVolumes += cross.dot(vertexAt(mesh, triangle[0]) - origin);
   }
-  std::vector<Edge> const edges = sortedEdges(mesh);
+  std::vector<MeshEdge> const edges = sortedEdges(mesh);
   std::vector<cv::Vec2i> boundary;
   for (std::size_t first = 0; first < edges.size();) {
     std::size_t end = first;
     while (end < edges.size() && !(edges[first] < edges[end])) {
       ++end;
     }
-    Edge const& edge = edges[first];
+    MeshEdge const& edge = edges[first];
     if (end - first == 1) {
       // Against the triangle's way, so that the loop goes round the hole as the surface beyond would.
       boundary.emplace_back(edge.isForward ? edge.high : edge.low, edge.isForward ? edge.low : edge.high);

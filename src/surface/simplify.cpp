@@ -39,14 +39,16 @@ public:
       }
       auto const [cost, from, to, version] = queue_.top();
       queue_.pop();
-      if (version != versionOf(from, to) || !mesh_.collapse(from, to)) {
+      if (version != versionOf(from, to)) {
         continue;
       }
-      ++versions_[static_cast<std::size_t>(from)];
-      ++versions_[static_cast<std::size_t>(to)];
-      offer(to);
-      for (int const neighbour : mesh_.neighbours(to)) {
-        offer(neighbour, to);
+      // Costs only rise. Around a vertex of many triangles they are looked up when their turn comes.
+      if (mesh_.cost(from, to) > cost) {
+        offer(from, to);
+        continue;
+      }
+      if (mesh_.collapse(from, to)) {
+        offerAfter(from, to);
       }
     }
     return mesh_.finish();
@@ -57,6 +59,21 @@ private:
 
   unsigned versionOf(int from, int to) const {
     return versions_[static_cast<std::size_t>(from)] + versions_[static_cast<std::size_t>(to)];
+  }
+
+  void offerAfter(int from, int to) {
+    ++versions_[static_cast<std::size_t>(from)];
+    // What was refused elsewhere around `to` is almost always refused again: where there are many triangles
+    // asking all would take the square of their number.
+    constexpr std::size_t many = 64;
+    bool const isCrowded = mesh_.trianglesAround(to) > many;
+    if (!isCrowded) {
+      ++versions_[static_cast<std::size_t>(to)];
+    }
+    for (int const neighbour : isCrowded ? mesh_.touched() : mesh_.neighbours(to)) {
+      offer(to, neighbour);
+      offer(neighbour, to);
+    }
   }
 
   void offer(int from) {

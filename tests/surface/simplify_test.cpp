@@ -146,6 +146,47 @@ TEST(SimplifiedMesh, OfAClosedBodyStaysClosed) {
   EXPECT_NEAR(figures.volume, figuresOf(ball).volume, 0.3 * figures.area);
 }
 
+/// A disc or cone around each of the given places above the middle of one circle of radius 100.
+SurfaceMesh fan(int count, std::vector<float> const& heights) {
+  SurfaceMesh mesh;
+  for (float const height : heights) {
+    mesh.vertices.emplace_back(0.0F, 0.0F, height);
+  }
+  auto const hubs = static_cast<int>(heights.size());
+  for (int i = 0; i < count; ++i) {
+    double const angle = 2.0 * CV_PI * i / count;
+    mesh.vertices.emplace_back(cv::Vec3d(100.0 * std::cos(angle), 100.0 * std::sin(angle), 0.0));
+    int const next = (i + 1) % count;
+    for (int hub = 0; hub < hubs; ++hub) {
+      mesh.triangles.emplace_back(hub, hubs + (hub == 0 ? i : next), hubs + (hub == 0 ? next : i));
+    }
+  }
+  return mesh;
+}
+
+// Whatever takes the square of a vertex's triangles, or more, does not end here.
+TEST(SimplifiedMesh, EndsWhereOneVertexHasManyTriangles) {
+  for (std::vector<float> const& heights : {std::vector<float>{0.0F}, {80.0F}, {80.0F, -60.0F}}) {
+    SurfaceMesh const mesh = fan(20000, heights);
+    SimplifySettings settings;
+    settings.maxError = 0.01;
+    SurfaceMesh const result = simplified(mesh, settings);
+    MeshFigures const figures = figuresOf(result);
+    // A chord of this error spans 2 acos(1 - error / radius).
+    double const fewest = CV_PI / std::acos(1.0 - settings.maxError / 100.0);
+    EXPECT_LT(static_cast<double>(result.triangles.size()),
+              2.0 * fewest * static_cast<double>(heights.size()));
+    EXPECT_EQ(figures.faultyEdges, 0U);
+    EXPECT_EQ(figures.pieces, 1U);
+    EXPECT_EQ(figures.boundaries.size(), heights.size() == 1 ? 1U : 0U);
+    EXPECT_NEAR(figures.area / figuresOf(mesh).area, 1.0, 3e-4);
+  }
+  SurfaceMesh const mesh = fan(1000, {80.0F, -60.0F});
+  SimplifySettings settings;
+  settings.maxError = 0.05;
+  EXPECT_LE(farthest(mesh, simplified(mesh, settings)), settings.maxError + 1e-3);
+}
+
 TEST(SimplifiedMesh, RefusesWhatIsNoSurface) {
   SurfaceMesh mesh = sheet(6, flat);
   SimplifySettings settings;
