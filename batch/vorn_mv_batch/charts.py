@@ -85,8 +85,10 @@ def control_chart(series, judgement, names):
     hidden = set(marked)
     parts.append(points(axes, [(series.jobs[index] + 1, axes.held(value)) for index, value in enumerate(values)
                                if index not in hidden]))
+    labels = Labels(axes)
     for rank, index in enumerate(marked):
-        parts.append(mark(axes, series.jobs[index] + 1, values[index], names[series.jobs[index]], rank < MOST_NAMED))
+        parts.append(mark(axes, series.jobs[index] + 1, values[index], names[series.jobs[index]],
+                          labels if rank < MOST_NAMED else None))
     return svg(WIDTH, HEIGHT, parts, f"{series.name} over the series")
 
 
@@ -101,24 +103,41 @@ def shown_range(series, judgement):
     return min([low, *near]), max([high, *near])
 
 
-def mark(axes, job, value, name, is_named):
-    """A value that stands out: a dot, or an arrow at the border when it lies beyond."""
+class Labels:
+    """Names beside marks, none over another: they move up or down, and one without a free place is left out."""
+    HEIGHT, CHARACTER = 13, 7.2  # of a line and of a wide letter, as the style sheet has them
+
+    def __init__(self, axes):
+        self.axes = axes
+        self.boxes = []
+
+    def svg(self, x, y, text):
+        is_right = x > 0.7 * self.axes.width
+        width = self.CHARACTER * len(text)
+        start = x - 8 - width if is_right else x + 8
+        for step in (0, 1, -1, 2, -2, 3, -3):
+            place = min(max(TOP + 8, y + 4 + step * self.HEIGHT), self.axes.height - BOTTOM - 4)
+            if all(start + width <= left or right <= start or abs(place - other) >= self.HEIGHT
+                   for left, right, other in self.boxes):
+                self.boxes.append((start, start + width, place))
+                return (f'<text class="name" x="{x + (-8 if is_right else 8):.1f}" y="{place:.1f}" '
+                        f'text-anchor="{"end" if is_right else "start"}">{html.escape(text)}</text>')
+        return ""
+
+
+def mark(axes, job, value, name, labels):
+    """A value that stands out: a dot, or an arrow at the border when it lies beyond; with its name among `labels`."""
     x, y = axes.x(job), axes.y(axes.held(value))
     title = f"<title>{html.escape(name)}: {number(value)}</title>"
     if axes.y_range[0] <= value <= axes.y_range[1]:
         shape = f'<circle class="out" cx="{x:.1f}" cy="{y:.1f}" r="4">{title}</circle>'
-        text = html.escape(name)
+        text = name
     else:
         tip = 6 if value < axes.y_range[0] else -6
         base = y - tip if tip > 0 else y + 6
         shape = f'<path class="out" d="M{x - 5:.1f} {base:.1f}h10l-5 {tip}z">{title}</path>'
-        text = f"{html.escape(name)}: {number(value)}"
-    if is_named:
-        is_right = x > 0.7 * axes.width
-        place = min(max(TOP + 8, y + 4), axes.height - BOTTOM - 4)
-        shape += (f'<text class="name" x="{x + (-8 if is_right else 8):.1f}" y="{place:.1f}" '
-                  f'text-anchor="{"end" if is_right else "start"}">{text}</text>')
-    return shape
+        text = f"{name}: {number(value)}"
+    return shape + (labels.svg(x, y, text) if labels else "")
 
 
 def is_beyond(series, value):

@@ -9,8 +9,9 @@ import unittest
 import xml.etree.ElementTree
 
 import batch_case  # noqa: F401, it finds the package
+from vorn_mv_batch.charts import control_chart
 from vorn_mv_batch.plan import Figure, Plan, Step
-from vorn_mv_batch.series import course, judge, rank_correlation
+from vorn_mv_batch.series import Series, course, judge, rank_correlation
 from vorn_mv_batch.store import Store
 from vorn_mv_batch.summary import Collector, Summary, cause_of
 
@@ -55,6 +56,23 @@ class SeriesTest(unittest.TestCase):
         self.assertEqual(judgement.outliers(), [4, 9])
         # From the middle of the first three ordinary values to that of the last three.
         self.assertAlmostEqual(judgement.drift, 1.5 * 11 / 13, delta=0.1)
+
+    def test_names_of_neighbours_do_not_stand_over_each_other(self):
+        values = noisy(120, 0.03)
+        for index in (40, 41, 43, 44, 45, 110, 112):
+            values[index] += 9 + 0.01 * index
+        chart = control_chart(Series("height", jobs=list(range(120)), values=values), judge(values),
+                              [f"part_{i:03}" for i in range(120)])
+        root = xml.etree.ElementTree.fromstring(chart)
+        boxes = []
+        for text in root.iter("text"):
+            if text.get("class") == "name":
+                x, width = float(text.get("x")), 6.5 * len(text.text)  # letters of 11 px, bold
+                boxes.append((x - width if text.get("text-anchor") == "end" else x, float(text.get("y")), width))
+        self.assertGreaterEqual(len(boxes), 4)
+        for i, (x, y, width) in enumerate(boxes):
+            for other_x, other_y, other_width in boxes[:i]:
+                self.assertTrue(abs(y - other_y) >= 11 or x + width <= other_x or other_x + other_width <= x, boxes)
 
     def test_one_count_among_equal_ones_stands_out(self):
         values = [0.0] * 40
