@@ -123,7 +123,7 @@ TEST_F(TextureCommand, FarMeshesStayWhereTheyAre) {
   nlohmann::json const pose = viewPosesJson({{"left", camFromMesh.inv(), "", ""}})["views"][0];
   put(folder_ / "pose.json", pose.dump());
   EXPECT_EQ(reportOf(left())["unseenVertices"], 0);
-  // As the text of the file says it, since a reader of OBJ files has floats alone.
+  // As the text of the file says it, whatever a reader makes of it.
   std::istringstream text(contentOf(output_));
   std::size_t count = 0;
   for (std::string line; std::getline(text, line);) {
