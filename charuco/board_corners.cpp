@@ -9,6 +9,8 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "calib/target/corner_saddle.hpp"
+
 namespace vorn::mv {
 
 namespace {
@@ -72,29 +74,6 @@ std::optional<Candidate> predict(cv::Point const& index, SeenBoard const& board,
   return inside.contains(cv::Point(candidate.predicted)) ? std::optional(candidate) : std::nullopt;
 }
 
-/// The saddle of the grey levels in a window about a place: of the quadratic surface that fits them best,
-/// points counting less towards the window's edge. None where that surface is none.
-std::optional<cv::Point2d> saddleAround(cv::Mat const& grey, cv::Point2d const& centre, int half) {
-  cv::Mat patch;
-  cv::getRectSubPix(grey, {2 * half + 1, 2 * half + 1}, cv::Point2f(centre), patch, CV_32F);
-  cv::Matx66d normal = cv::Matx66d::zeros();
-  cv::Vec6d right;
-  for (int y = -half; y <= half; ++y) {
-    for (int x = -half; x <= half; ++x) {
-      double const weight = std::max(0.0, half + 1 - std::hypot(x, y));
-      cv::Vec6d const terms(x * x, x * y, y * y, x, y, 1);
-      normal += weight * (terms * terms.t());
-      right += weight * static_cast<double>(patch.at<float>(y + half, x + half)) * terms;
-    }
-  }
-  cv::Vec6d const f = normal.solve(right, cv::DECOMP_CHOLESKY);
-  double const bend = 4 * f[0] * f[2] - f[1] * f[1]; // below 0 for a saddle
-  if (!(bend < 0)) {
-    return std::nullopt;
-  }
-  return centre + cv::Point2d(f[1] * f[4] - 2 * f[2] * f[3], f[1] * f[3] - 2 * f[0] * f[4]) / bend;
-}
-
 /// Refines the corner in a window that ends before the markers. A prediction that is off by more than the
 /// window sees is brought near by the gradients around it first.
 void refine(Candidate& candidate, cv::Mat const& grey, cv::Mat const& smooth) {
@@ -107,19 +86,8 @@ void refine(Candidate& candidate, cv::Mat const& grey, cv::Mat const& smooth) {
   std::vector<cv::Point2f> corner = {candidate.predicted};
   cv::cornerSubPix(grey, corner, {half, half}, {-1, -1},
                    {cv::TermCriteria::COUNT + cv::TermCriteria::EPS, mostSteps, leastStep});
-  cv::Point2d centre = corner.front();
-  for (int i = 0; i < mostSteps; ++i) {
-    auto const saddle = saddleAround(smooth, centre, half);
-    if (!saddle || cv::norm(*saddle - cv::Point2d(corner.front())) > 1) {
-      break; // no saddle: the crossing of gradients stands
-    }
-    double const step = cv::norm(*saddle - centre);
-    centre = *saddle;
-    if (step < leastStep) {
-      break;
-    }
-  }
-  candidate.centre = centre;
+  // Where there is no saddle, the crossing of gradients stands.
+  candidate.centre = settledSaddle(smooth, corner.front(), half).value_or(cv::Point2d(corner.front()));
 }
 
 double brightness(cv::Mat const& grey, cv::Point2d const& at) {
@@ -194,9 +162,8 @@ void keep(std::vector<Candidate>& corners, std::vector<DroppedDot>& dropped, cha
 std::vector<Candidate> refinedCorners(cv::Mat const& grey, SeenBoard const& board,
                                       TargetDescription const& target) {
   double const markerShare = target.markerSize / target.pitch;
-  cv::Mat smooth;                 // of edges sharper than pixels the samples do not tell the place
-  constexpr double smoothing = 1; // px
-  cv::GaussianBlur(grey, smooth, {}, smoothing);
+  cv::Mat smooth;
+  cv::GaussianBlur(grey, smooth, {}, saddleSmoothing);
   std::vector<Candidate> corners;
   for (int y = 0; y < target.size.height; ++y) {
     for (int x = 0; x < target.size.width; ++x) {

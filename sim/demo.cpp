@@ -172,6 +172,19 @@ Target demoTarget() {
   return Target();
 }
 
+Target demoChessboard() {
+  constexpr double side = 15;
+  return chessboard({18, 13}, side);
+}
+
+std::vector<Pose> demoTargetPoses(Target const& target) {
+  std::vector<Pose> poses = demoTargetPoses();
+  for (Pose& pose : poses) {
+    pose = withMiddleAt(pose, target);
+  }
+  return poses;
+}
+
 std::vector<Pose> demoTargetPoses() {
   return {
       Pose::fromDegrees({2, 3, 560}, {2, -3, 1}),        Pose::fromDegrees({-12, 8, 575}, {24, 4, 3}),

@@ -45,8 +45,14 @@ Scene clutterScene();
 /// A target of 21 x 15 dots, pitch 15 mm.
 Target demoTarget();
 
+/// A chessboard of 18 x 13 inner corners and squares of 15 mm, as large as the target of dots.
+Target demoChessboard();
+
 /// Twelve poses of that target in the rig's field, tilted up to 32 degrees, at different distances and
 /// turned.
 std::vector<Pose> demoTargetPoses();
+
+/// The same poses of the middle of another target.
+std::vector<Pose> demoTargetPoses(Target const& target);
 
 } // namespace vorn::sim

@@ -48,7 +48,8 @@ bool look(Camera const& camera, Pose const& world_from_cam, Scene const& scene, 
   Material const& material = sample.point.object->material;
   cv::Vec2d du;
   cv::Vec2d dv;
-  if (std::holds_alternative<DotGrid>(material.texture)) {
+  if (std::holds_alternative<DotGrid>(material.texture) ||
+      std::holds_alternative<std::shared_ptr<Board const>>(material.texture)) {
     cv::Point2d const focal = camera.device.focal();
     du = footprint(sample.point, direction, world_from_cam.rotation * cv::Vec3d(width / focal.x, 0, 0));
     dv = footprint(sample.point, direction, world_from_cam.rotation * cv::Vec3d(0, width / focal.y, 0));

@@ -7,27 +7,11 @@
 #include <limits>
 #include <opencv2/core/cvdef.h>
 
+#include "sim/coverage.hpp"
 #include "sim/target.hpp"
 
 namespace vorn::sim {
 namespace {
-
-/// The share of a parallelogram of sides `a`, `b` (their extents across a straight edge) on the negative side
-/// of that edge at signed distance d from its centre: the distribution function of a trapezoid.
-double coverage(double d, double a, double b) {
-  double const wide = std::max(std::abs(a), std::abs(b));
-  double const narrow = std::min(std::abs(a), std::abs(b));
-  double const outer = 0.5 * (wide + narrow);
-  double const inner = 0.5 * (wide - narrow);
-  double const x = std::abs(d);
-  double share = 0.0;
-  if (x < inner) {
-    share = 0.5 - x / wide;
-  } else if (x < outer) {
-    share = (outer - x) * (outer - x) / (2.0 * wide * narrow);
-  }
-  return d < 0.0 ? 1.0 - share : share;
-}
 
 double dotShare(DotGrid const& grid, cv::Vec2d const& uv, cv::Vec2d const& du, cv::Vec2d const& dv) {
   int const column = std::clamp(cvRound(uv[0] / grid.pitch), grid.columns.start, grid.columns.end - 1);
@@ -63,6 +47,11 @@ struct AlbedoOf {
   double operator()(DotGrid const& grid) const {
     double const share = dotShare(grid, uv, du, dv);
     return share * grid.dotAlbedo + (1.0 - share) * material.albedo;
+  }
+
+  double operator()(std::shared_ptr<Board const> const& board) const {
+    double const share = board->darkShare(uv, du, dv);
+    return share * board->darkAlbedo() + (1.0 - share) * material.albedo;
   }
 };
 

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <memory>
 #include <opencv2/core/matx.hpp>
 #include <opencv2/core/types.hpp>
 #include <string>
@@ -9,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "sim/board.hpp"
 #include "sim/pose.hpp"
 #include "sim/shape.hpp"
 
@@ -42,7 +44,7 @@ struct DotGrid {
   double sizeScatter = 0;
 };
 
-using Texture = std::variant<std::monostate, Checker, Ripple, DotGrid>;
+using Texture = std::variant<std::monostate, Checker, Ripple, DotGrid, std::shared_ptr<Board const>>;
 
 /// How a surface returns light: Lambert's law, and a highlight of the given height around the mirror
 /// direction (Blinn's cosine power).

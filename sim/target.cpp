@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 #include "sim/noise.hpp"
 
@@ -58,6 +59,27 @@ double dotRadius(DotGrid const& grid, int column, int row) {
   return radius;
 }
 
+Target chessboard(cv::Size const& corners, double side) {
+  return printedBoard(corners, side, chessboardParts(corners, side));
+}
+
+Target printedBoard(cv::Size const& corners, double side, std::vector<cv::Rect2d> parts) {
+  constexpr double paper = 0.85;
+  constexpr double ink = 0.12;
+  Target target;
+  target.grid = {side, {0, corners.width}, {0, corners.height}, paper, false};
+  target.grid.dotDiameter = 0; // corners are points
+  target.groundAlbedo = paper;
+  target.border = 1.6; // squares of the board and a rim beyond them
+  target.board = std::make_shared<Board const>(std::move(parts), ink, side);
+  return target;
+}
+
+Pose withMiddleAt(Pose const& world_from_middle, Target const& target) {
+  cv::Vec2d const middle = centreOf(target.grid);
+  return world_from_middle * Pose{cv::Matx33d::eye(), {-middle[0], -middle[1], 0}};
+}
+
 double targetHeight(Target const& target, cv::Point2d const& place) {
   cv::Vec2d const half = halfSizeOf(target.grid);
   cv::Vec2d const centre = centreOf(target.grid);
@@ -86,7 +108,11 @@ Object targetObject(Target const& target, Pose const& world_from_target, int lab
   }
   object.world_from_object = world_from_target;
   object.material.albedo = target.groundAlbedo;
-  object.material.texture = grid;
+  if (target.board) {
+    object.material.texture = target.board;
+  } else {
+    object.material.texture = grid;
+  }
   return object;
 }
 

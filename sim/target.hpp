@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <memory>
 #include <opencv2/core/types.hpp>
 #include <optional>
 #include <vector>
@@ -21,7 +22,18 @@ struct Target {
   double border = 1.2;
   /// How far the outermost dots along x and along y stand behind the middle, mm: a bent plate.
   cv::Vec2d sag = {0, 0};
+  /// What is printed in place of dots, whose places are then the inner corners of a chessboard.
+  std::shared_ptr<Board const> board = {};
 };
+
+/// A chessboard with so many inner corners, the first of which is the target's origin.
+Target chessboard(cv::Size const& corners, double side);
+
+/// The same with other dark parts, such as those of markers too.
+Target printedBoard(cv::Size const& corners, double side, std::vector<cv::Rect2d> parts);
+
+/// The pose of a target whose middle is to be where a pose has the origin.
+Pose withMiddleAt(Pose const& world_from_middle, Target const& target);
 
 /// How far a place of the target, mm from the dots' origin, stands behind the plane z = 0.
 double targetHeight(Target const& target, cv::Point2d const& place);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -11,10 +12,12 @@
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/calib/target_finder.hpp>
 #include <vorn/mv/core/library.hpp>
 
+#include "calib/target/corner_saddle.hpp"
 #include "calib/target/dot_grid.hpp"
 #include "calib/target/grey_image.hpp"
 #include "calib/target/grid_placement.hpp"
@@ -157,6 +160,31 @@ bool tellsMore(Detection const& a, Detection const& b) {
   return rank(a) > rank(b);
 }
 
+/// Moves corners to the saddles of the grey levels: `findChessboardCornersSB` leaves them some hundredths of
+/// a pixel beside, all to one side.
+void refineCorners(cv::Mat const& image, cv::Size const& size, std::vector<cv::Point2f>& corners) {
+  constexpr double windowInSquares = 0.25;
+  constexpr int smallest = 2;
+  constexpr int largest = 8;
+  cv::Mat smooth;
+  cv::GaussianBlur(image, smooth, {}, saddleSmoothing);
+  std::vector<cv::Point2f> const rough = corners;
+  for (int i = 0; i < size.area(); ++i) {
+    double square = std::numeric_limits<double>::infinity();
+    auto const at = [&](int k) { return rough[static_cast<std::size_t>(k)]; };
+    for (auto const& [neighbour, isThere] :
+         {std::pair(i - 1, i % size.width > 0), std::pair(i + 1, i % size.width + 1 < size.width),
+          std::pair(i - size.width, i >= size.width),
+          std::pair(i + size.width, i + size.width < size.area())}) {
+      square = isThere ? std::min(square, cv::norm(at(neighbour) - at(i))) : square;
+    }
+    int const half = std::clamp(static_cast<int>(windowInSquares * square), smallest, largest);
+    if (auto const saddle = settledSaddle(smooth, at(i), half)) {
+      corners[static_cast<std::size_t>(i)] = *saddle;
+    }
+  }
+}
+
 Detection detectChessboard(cv::Mat const& image, TargetDescription const& target) {
   Detection detection;
   std::vector<cv::Point2f> corners;
@@ -170,6 +198,7 @@ Detection detectChessboard(cv::Mat const& image, TargetDescription const& target
                        " inner corners, the whole of which must be in view";
     return detection;
   }
+  refineCorners(image, target.size, corners);
   std::vector<TargetDot> dots;
   for (int i = 0; i < count; ++i) {
     dots.push_back({{i % target.size.width, i / target.size.width}, corners[static_cast<std::size_t>(i)]});
