@@ -78,7 +78,8 @@ struct Detection {
 /// polarity, cut and covered ones left out; the position of a dot is the image of its centre, corrected for
 /// perspective. Of a target with the three corner marks any part will do that shows them. A grid of known
 /// size must be seen to its last row and column on all four sides, with gaps if need be. Corners of
-/// chessboards are those of `cv::findChessboardCornersSB`, which wants the whole board. Of a ChArUco board
+/// chessboards are found by `cv::findChessboardCornersSB`, which wants the whole board, and moved to the
+/// saddles of the grey levels. Of a ChArUco board
 /// any part will do; it takes the library `vorn::mv_charuco`, or another finder (`setTargetFinder`).
 ///
 /// Images of more than 8 bits are brought to 8 by a linear stretch between their darkest and brightest
