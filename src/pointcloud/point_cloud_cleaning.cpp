@@ -12,7 +12,9 @@
 
 #include <vorn/core/system.hpp>
 #include <vorn/core/timer.hpp>
+#include <vorn/mv/geometry/transform.hpp>
 
+#include "core/error.hpp"
 #include "core/parallel.hpp"
 #include "core/pieces.hpp"
 #include "pointcloud/flat_states.hpp"
@@ -82,10 +84,38 @@ private:
   float distance_ = std::numeric_limits<float>::max();
 };
 
+/// From the frame of one cloud's points to that of another's, by the offsets and pending transforms of both.
+class FrameChange {
+public:
+  FrameChange(PointCloud const& from, PointCloud const& to) {
+    bool hasInverse = false;
+    cv::Matx33d const back = math::getR3(to.getTransform()).inv(cv::DECOMP_LU, &hasInverse);
+    if (!hasInverse) {
+      throw error("The other cloud's transform has no inverse", "calcDistStat");
+    }
+    turn_ = back * math::getR3(from.getTransform());
+    // The offsets first: they may be alike, and so large that nothing else should be added to them.
+    shift_ = back * ((from.offset() - to.offset()) +
+                     (math::getT3(from.getTransform()) - math::getT3(to.getTransform())));
+    isNone_ = turn_ == cv::Matx33d::eye() && shift_ == cv::Vec3d();
+  }
+
+  cv::Vec3f operator()(cv::Vec3f const& point) const {
+    return isNone_ ? point : cv::Vec3f(turn_ * cv::Vec3d(point) + shift_);
+  }
+
+private:
+  cv::Matx33d turn_;
+  cv::Vec3d shift_;
+  bool isNone_ = true;
+};
+
 /// Squared distances from the present, finite points to the nearest present point of a tree; -1 where there
 /// is none.
+/// @param treeFrame carries the points into the frame of the tree
 std::vector<float> nearestDistances(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& state,
-                                    GridOctree const& tree, cv::Mat_<cv::Vec3f> const& treePoints,
+                                    FrameChange const& treeFrame, GridOctree const& tree,
+                                    cv::Mat_<cv::Vec3f> const& treePoints,
                                     std::vector<uchar> const& treeStates) {
   constexpr float none = -1.0F;
   std::vector<float> distances(points.total(), none);
@@ -95,10 +125,10 @@ std::vector<float> nearestDistances(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<
         float* const found =
             distances.data() + static_cast<std::size_t>(row) * static_cast<std::size_t>(points.cols);
         for (int column = 0; column < points.cols; ++column) {
-          float const* const point = points(row, column).val;
-          if (state(row, column) == 0 && isFinite(point)) {
+          cv::Vec3f const point = treeFrame(points(row, column));
+          if (state(row, column) == 0 && isFinite(point.val)) {
             NearestDistance nearest;
-            findNearest<L2>(OctreeView(tree), access, point, nearest,
+            findNearest<L2>(OctreeView(tree), access, point.val, nearest,
                             [&](unsigned index) { return treeStates[index] == 0; });
             found[column] = nearest.worst() < std::numeric_limits<float>::max() ? nearest.worst() : none;
           }
@@ -183,8 +213,8 @@ cv::Vec2d PointCloud::calcDistStat(PointCloud& other) {
   if (isEmpty() || other.isEmpty() || other.octree().isEmpty()) {
     return {0.0, 0.0};
   }
-  std::vector<float> const squares =
-      nearestDistances(points_, state_, other.octree(), other.points_, flatStates(other.state_));
+  std::vector<float> const squares = nearestDistances(
+      points_, state_, FrameChange(*this, other), other.octree(), other.points_, flatStates(other.state_));
   double sum = 0.0;
   double sumOfSquares = 0.0;
   std::size_t count = 0;

@@ -26,6 +26,16 @@ VORN_TARGET_CLONES void removeOutsideZRange(float const* points, int count, floa
   }
 }
 
+/// The same of places: z counts from `offset`, which floats need not hold.
+VORN_TARGET_CLONES void removeOutsideFarZRange(float const* points, int count, double offset, double zMin,
+                                               double zMax, uchar* state) {
+  for (int i = 0; i < count; ++i) {
+    double const z = static_cast<double>(points[3 * i + 2]) + offset;
+    bool const isOutside = (z < zMin) | (z > zMax);
+    state[i] = state[i] == 0 && isOutside ? removedForGood : state[i];
+  }
+}
+
 /// Removes the present inner points of one row that have a step to a neighbour; `across[c]` is the step
 /// between columns c and c + 1.
 VORN_TARGET_CLONES void removeAtSteps(uchar const* above, uchar const* below, uchar const* across,
@@ -100,7 +110,12 @@ void PointCloud::filterByZRange(float zMin, float zMax) {
   checkSizes();
   parallelRows(points_.rows, [&](int firstRow, int endRow) {
     for (int row = firstRow; row < endRow; ++row) {
-      removeOutsideZRange(points_[row]->val, points_.cols, zMin, zMax, state_[row]);
+      if (offset_[2] == 0.0) {
+        removeOutsideZRange(points_[row]->val, points_.cols, zMin, zMax, state_[row]);
+      } else {
+        removeOutsideFarZRange(points_[row]->val, points_.cols, offset_[2], static_cast<double>(zMin),
+                               static_cast<double>(zMax), state_[row]);
+      }
     }
   });
 }

@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <vorn/core/exception.hpp>
+#include <vorn/mv/geometry/rotation.hpp>
+#include <vorn/mv/geometry/transform.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include "pointcloud/cleaning_scenes.hpp"
@@ -220,6 +223,43 @@ TEST_F(Cleaning, DistancesAreToTheNearestPresentPoint) {
   EXPECT_NE(text.find(expected.str()), std::string::npos) << text;
   to.state() = 1;
   EXPECT_EQ(from.calcDistStat(to), cv::Vec2d(0, 0));
+}
+
+TEST_F(Cleaning, DistancesAreBetweenPlacesInOneFrame) {
+  PointCloud from = scan(0.3F);
+  PointCloud to(test::asGrid(test::randomPoints(500, 0.0F, 60.0F), 20), false);
+  from.setOffset({4500000.125, 5400000, 400});
+  to.setOffset({4500020, 5399990.5, 410});
+  for (bool const isMoved : {false, true}) {
+    if (isMoved) {
+      from.setTransform(math::createTransform(math::rot3({1, 2, 3}, 0.4), {1, -2, 30}));
+      to.setTransform(math::createTransform(math::rot3({-3, 1, 1}, -0.9), {-7, 2, 5}));
+    }
+    auto const placeOf = [](PointCloud const& cloud, int i) {
+      return cloud.offset() + math::getR3(cloud.getTransform()) * cv::Vec3d(cloud.points()(i)) +
+             math::getT3(cloud.getTransform());
+    };
+    std::vector<double> distances;
+    for (int i = 0; i < static_cast<int>(from.pointCount()); ++i) {
+      if (from.state()(i) == 0 && cv::checkRange(cv::Mat(from.points()(i)))) {
+        double nearest = std::numeric_limits<double>::max();
+        for (int j = 0; j < 500; ++j) {
+          nearest = std::min(nearest, cv::norm(placeOf(from, i) - placeOf(to, j)));
+        }
+        distances.push_back(nearest);
+      }
+    }
+    cv::Scalar mean;
+    cv::Scalar sigma;
+    cv::meanStdDev(distances, mean, sigma);
+    testing::internal::CaptureStdout();
+    cv::Vec2d const found = from.calcDistStat(to);
+    testing::internal::GetCapturedStdout();
+    EXPECT_NEAR(found[0], mean[0], 1e-5 * mean[0]);
+    EXPECT_NEAR(found[1], sigma[0], 1e-5 * mean[0]);
+  }
+  to.setTransform(cv::Matx44d::zeros());
+  EXPECT_THROW(from.calcDistStat(to), Exception);
 }
 
 TEST_F(Cleaning, EmptyCloudsAreLeftAlone) {

@@ -52,6 +52,15 @@ TEST_F(GridFilters, KeepsPointsAtTheEndsOfTheDepthRange) {
   expectSameStates(cloud, (cv::Mat_<uchar>(1, 7) << 0, 0, 255, 255, 0, 255, 4));
 }
 
+TEST_F(GridFilters, DepthRangesAreOfPlacesNotOfWhatIsLeftOfThemBesideAnOffset) {
+  PointCloud cloud((cv::Mat_<cv::Vec3f>(1, 4) << cv::Vec3f(0, 0, 0.125F), cv::Vec3f(0, 0, -0.25F),
+                    cv::Vec3f(0, 0, 10), cv::Vec3f(0, 0, test::notANumber)),
+                   false);
+  cloud.setOffset({4500000, 5400000, 5e6 + 0.125}); // floats have steps of a half there
+  cloud.filterByZRange(5e6F, 5e6F + 10.0F);
+  expectSameStates(cloud, (cv::Mat_<uchar>(1, 4) << 0, 255, 255, 0));
+}
+
 TEST_F(GridFilters, DepthStepsAreDistancesInSpaceToFourNeighbours) {
   // 0 and 5, a distance that some neighbours have exactly, are the edges of the comparison.
   for (float const maxStep :

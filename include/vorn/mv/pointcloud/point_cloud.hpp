@@ -277,7 +277,8 @@ public:
   /// @throws Exception when fewer than 50 samples have a place on the other; nothing has changed then
   double icpMatch(PointCloud& target, std::vector<unsigned>& samples);
 
-  /// Removes present points with z < zMin or z > zMax for good. A NaN z stays.
+  /// Removes present points with z < zMin or z > zMax for good, z with the `offset` and without the pending
+  /// transform. A NaN z stays.
   void filterByZRange(float zMin, float zMax);
 
   /// Removes for good the present points, first and last rows and columns excepted, that are farther in space
@@ -336,8 +337,9 @@ public:
   void markEdgePoints(float radius, int minNeighbours);
 
   /// Mean and standard deviation (of the population) of the distances from the present, finite points of this
-  /// cloud to the nearest present points of another; (0, 0) when either has none. Working memory beside the
-  /// other's octree: 5 bytes a point.
+  /// cloud to the nearest present points of another, both with their offsets and pending transforms; (0, 0)
+  /// when either has none. Working memory beside the other's octree: 5 bytes a point.
+  /// @throws Exception when the other's pending transform has no inverse
   cv::Vec2d calcDistStat(PointCloud& other);
 
 private:
