@@ -24,18 +24,32 @@ cv::Vec3d crossOf(SurfaceMesh const& mesh, cv::Vec3i const& triangle) {
   return (vertexAt(mesh, triangle[1]) - origin).cross(vertexAt(mesh, triangle[2]) - origin);
 }
 
-/// Follows the edges that only one triangle has, each from its start to its end, into closed loops.
-std::vector<std::vector<int>> loopsOf(std::vector<cv::Vec2i> boundary) {
+/// Follows the edges that only one triangle has, each from its start to its end, into closed loops. Where one
+/// comes to a vertex once more, what lies between is a loop of its own: no loop passes a vertex twice.
+std::vector<std::vector<int>> loopsOf(std::vector<cv::Vec2i> boundary, std::size_t vertexCount) {
   std::sort(boundary.begin(), boundary.end(),
             [](cv::Vec2i const& a, cv::Vec2i const& b) { return a[0] != b[0] ? a[0] < b[0] : a[1] < b[1]; });
   std::vector<bool> isTaken(boundary.size());
+  std::vector<int> placeOf(vertexCount, -1); // in the path
   std::vector<std::vector<int>> loops;
+  std::vector<int> path;
+  auto const cutFrom = [&](int place) {
+    loops.emplace_back(path.begin() + place, path.end());
+    for (int const vertex : loops.back()) {
+      placeOf[static_cast<std::size_t>(vertex)] = -1;
+    }
+    path.resize(static_cast<std::size_t>(place));
+  };
   for (std::size_t first = 0; first < boundary.size(); ++first) {
-    std::vector<int> loop;
     for (std::size_t edge = first; edge < boundary.size() && !isTaken[edge];) {
       isTaken[edge] = true;
-      loop.push_back(boundary[edge][0]);
+      placeOf[static_cast<std::size_t>(boundary[edge][0])] = static_cast<int>(path.size());
+      path.push_back(boundary[edge][0]);
       int const next = boundary[edge][1];
+      int const passed = placeOf[static_cast<std::size_t>(next)];
+      if (passed >= 0) {
+        cutFrom(passed);
+      }
       edge = static_cast<std::size_t>(
           std::lower_bound(boundary.begin(), boundary.end(), next,
                            [](cv::Vec2i const& a, int vertex) { return a[0] < vertex; }) -
@@ -44,12 +58,12 @@ std::vector<std::vector<int>> loopsOf(std::vector<cv::Vec2i> boundary) {
       while (edge < boundary.size() && boundary[edge][0] == next && isTaken[edge]) {
         ++edge;
       }
-      if (edge < boundary.size() && boundary[edge][0] != next) {
+      if (path.empty() || (edge < boundary.size() && boundary[edge][0] != next)) {
         break;
       }
     }
-    if (!loop.empty()) {
-      loops.push_back(std::move(loop));
+    if (!path.empty()) {
+      cutFrom(0);
     }
   }
   return loops;
@@ -113,7 +127,7 @@ MeshFigures figuresOf(SurfaceMesh const& mesh) {
   }
   bool const isClosed = boundary.empty() && figures.faultyEdges == 0 && !mesh.triangles.empty();
   figures.volume = isClosed ? sixVolumes / 6.0 : std::numeric_limits<double>::quiet_NaN();
-  figures.boundaries = loopsOf(std::move(boundary));
+  figures.boundaries = loopsOf(std::move(boundary), mesh.vertices.size());
   figures.pieces = countPieces(mesh);
   return figures;
 }

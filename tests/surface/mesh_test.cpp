@@ -212,6 +212,47 @@ TEST(MeshFigures, AreThoseOfACube) {
   EXPECT_NEAR(figuresOf(mesh).volume, -8.0, 1e-9) << "inside out";
 }
 
+TEST(MeshFigures, TellBoundariesApartThatTouchInAVertex) {
+  SurfaceMesh fans;
+  fans.vertices = {{0, 0, 0}};
+  for (int i = 0; i < 3; ++i) {
+    double const angle = 2.0 * i;
+    fans.vertices.emplace_back(cv::Vec3d(std::cos(angle), std::sin(angle), 0.0));
+    fans.vertices.emplace_back(cv::Vec3d(std::cos(angle + 0.5), std::sin(angle + 0.5), 0.0));
+    fans.triangles.emplace_back(0, 2 * i + 1, 2 * i + 2);
+    std::vector<std::vector<int>> const loops = figuresOf(fans).boundaries;
+    ASSERT_EQ(loops.size(), fans.triangles.size());
+    EXPECT_TRUE(std::all_of(loops.begin(), loops.end(), [](auto const& loop) { return loop.size() == 3; }));
+  }
+  // Two numberings, so that loops are met at the vertex they share and elsewhere.
+  for (bool const isReversed : {false, true}) {
+    SurfaceMesh plate;
+    constexpr int side = 7;
+    for (int i = 0; i < side * side; ++i) {
+      plate.vertices.emplace_back(cv::Vec3d(i % side, i / side, 0.0));
+    }
+    auto const at = [&](int row, int column) {
+      int const i = row * side + column;
+      return isReversed ? side * side - 1 - i : i;
+    };
+    for (int row = 0; row + 1 < side; ++row) {
+      for (int column = 0; column + 1 < side; ++column) {
+        bool const isHole = row == column && row >= 1 && row <= 4;
+        if (!isHole) {
+          plate.triangles.emplace_back(at(row, column), at(row, column + 1), at(row + 1, column));
+          plate.triangles.emplace_back(at(row, column + 1), at(row + 1, column + 1), at(row + 1, column));
+        }
+      }
+    }
+    std::multiset<std::size_t> sizes;
+    for (std::vector<int> const& loop : figuresOf(plate).boundaries) {
+      sizes.insert(loop.size());
+      EXPECT_EQ(std::set<int>(loop.begin(), loop.end()).size(), loop.size());
+    }
+    EXPECT_EQ(sizes, (std::multiset<std::size_t>{4, 4, 4, 4, 24})) << "four holes and the outer end";
+  }
+}
+
 TEST(MeshFigures, SayWhatIsWrong) {
   SurfaceMesh flipped = cube();
   std::swap(flipped.triangles[3][0], flipped.triangles[3][1]);
