@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,7 @@ void check(cv::Mat const& image, FocusSettings const& settings) {
   }
 }
 
-/// The image in grey, in float; what is not finite becomes 0 and takes no part.
+/// The image in grey, in float.
 cv::Mat_<float> greyOf(cv::Mat const& image) {
   cv::Mat grey = image;
   if (image.channels() > 1) {
@@ -49,10 +50,33 @@ cv::Mat_<float> greyOf(cv::Mat const& image) {
   }
   cv::Mat_<float> result;
   grey.convertTo(result, CV_32F);
-  if (image.depth() == CV_32F) {
-    cv::patchNaNs(result, 0.0);
-  }
   return result;
+}
+
+/// Sets pixels that are not finite to 0, and finds all that filters would mix with them: they take no part.
+/// @return empty where all are finite
+cv::Mat_<uchar> takeNonFinite(cv::Mat_<float>& grey, FocusSettings const& settings) {
+  cv::Mat_<uchar> bad;
+  for (int y = 0; y < grey.rows; ++y) {
+    for (int x = 0; x < grey.cols; ++x) {
+      if (!std::isfinite(grey(y, x))) {
+        if (bad.empty()) {
+          bad = cv::Mat_<uchar>(grey.size(), uchar{0});
+        }
+        grey(y, x) = 0.0F;
+        bad(y, x) = 255;
+      }
+    }
+  }
+  if (bad.empty()) {
+    return bad;
+  }
+  // OpenCV's Gaussian of floats reaches four deviations; a difference or a sample beside an edge reaches on.
+  bool const isEdgeWidth = settings.measure == FocusMeasure::EdgeWidth;
+  double const deviation = isEdgeWidth ? 2.0 * settings.smoothing : settings.smoothing;
+  int const reach = static_cast<int>(std::ceil(4.0 * deviation)) + (isEdgeWidth ? 4 : 2);
+  cv::dilate(bad, bad, cv::getStructuringElement(cv::MORPH_RECT, {2 * reach + 1, 2 * reach + 1}));
+  return bad;
 }
 
 cv::Mat_<float> smoothed(cv::Mat_<float> const& image, double sigma) {
@@ -182,15 +206,22 @@ double blurOf(double fineSlope, double coarseSlope, double fineVariance, double 
 }
 
 /// What the gradients of noise reach: several times the median size, which edges hardly move.
-double edgeThreshold(cv::Mat_<float> const& sizes) {
+/// @param bad pixels that take no part; may be empty
+double edgeThreshold(cv::Mat_<float> const& sizes, cv::Mat_<uchar> const& bad) {
   constexpr double timesMedian = 6.0;
   constexpr double shareOfGreatest = 0.1;
   std::vector<double> some;
   std::size_t const stride = std::max<std::size_t>(1, sizes.total() / 100000);
   double greatest = 0.0;
   for (std::size_t i = 0; i < sizes.total(); i += stride) {
-    some.push_back(static_cast<double>(sizes(static_cast<int>(i / static_cast<std::size_t>(sizes.cols)),
-                                             static_cast<int>(i % static_cast<std::size_t>(sizes.cols)))));
+    auto const y = static_cast<int>(i / static_cast<std::size_t>(sizes.cols));
+    auto const x = static_cast<int>(i % static_cast<std::size_t>(sizes.cols));
+    if (bad.empty() || bad(y, x) == 0) {
+      some.push_back(static_cast<double>(sizes(y, x)));
+    }
+  }
+  if (some.empty()) {
+    return std::numeric_limits<double>::infinity();
   }
   for (double const size : some) {
     greatest = std::max(greatest, size);
@@ -204,7 +235,8 @@ struct EdgeBlur {
 };
 
 /// The blur at the crests of the gradient.
-std::vector<EdgeBlur> edgeBlurs(cv::Mat_<float> const& grey, FocusSettings const& settings) {
+std::vector<EdgeBlur> edgeBlurs(cv::Mat_<float> const& grey, FocusSettings const& settings,
+                                cv::Mat_<uchar> const& bad) {
   // A difference over two pixels smooths by as much as a box of that width.
   constexpr double ofDifference = 4.0 / 12.0;
   double const fine = settings.smoothing;
@@ -217,7 +249,7 @@ std::vector<EdgeBlur> edgeBlurs(cv::Mat_<float> const& grey, FocusSettings const
     Gradient const second(smoothed(grey, coarse));
     cv::magnitude(second.x, second.y, coarseSizes);
   }
-  double const threshold = edgeThreshold(sizes);
+  double const threshold = edgeThreshold(sizes, bad);
   std::vector<std::vector<EdgeBlur>> rows(static_cast<std::size_t>(grey.rows));
   int const border = static_cast<int>(std::ceil(3.0 * coarse));
   parallelRows(grey.rows, [&](int begin, int end) {
@@ -252,9 +284,10 @@ std::vector<EdgeBlur> edgeBlurs(cv::Mat_<float> const& grey, FocusSettings const
   return all;
 }
 
-Focus edgeWidth(cv::Mat_<float> const& grey, FocusSettings const& settings, cv::Size cells) {
+Focus edgeWidth(cv::Mat_<float> const& grey, FocusSettings const& settings, cv::Mat_<uchar> const& bad,
+                cv::Size cells) {
   constexpr std::size_t fewestOfCell = 5;
-  std::vector<EdgeBlur> const edges = edgeBlurs(grey, settings);
+  std::vector<EdgeBlur> const edges = edgeBlurs(grey, settings, bad);
   std::vector<std::vector<double>> ofCells(static_cast<std::size_t>(cells.area()));
   std::vector<double> all;
   for (EdgeBlur const& edge : edges) {
@@ -282,16 +315,23 @@ Focus edgeWidth(cv::Mat_<float> const& grey, FocusSettings const& settings, cv::
 
 Focus calcFocus(cv::Mat const& image, FocusSettings const& settings) {
   check(image, settings);
-  cv::Mat_<float> const grey = greyOf(image);
+  cv::Mat_<float> grey = greyOf(image);
+  FocusSettings judged = settings;
+  cv::Mat_<uchar> const bad = takeNonFinite(grey, settings);
+  if (!bad.empty()) {
+    judged.mask =
+        settings.mask.empty() ? cv::Mat(grey.size(), CV_8UC1, cv::Scalar(255)) : settings.mask.clone();
+    judged.mask.setTo(0, bad);
+  }
   cv::Size const cells((image.cols + settings.cell - 1) / settings.cell,
                        (image.rows + settings.cell - 1) / settings.cell);
   switch (settings.measure) {
   case FocusMeasure::LaplacianVariance:
-    return laplacianVariance(grey, settings, cells);
+    return laplacianVariance(grey, judged, cells);
   case FocusMeasure::Tenengrad:
-    return tenengrad(grey, settings, cells);
+    return tenengrad(grey, judged, cells);
   default:
-    return edgeWidth(grey, settings, cells);
+    return edgeWidth(grey, judged, bad, cells);
   }
 }
 

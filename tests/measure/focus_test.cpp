@@ -109,6 +109,35 @@ TEST(Focus, OnTheVirtualRigEachMeasureIsExtremeInFocus) {
   }
 }
 
+TEST(Focus, WhatIsNotFiniteTakesNoPart) {
+  cv::Mat_<float> const image = scene(1.5, 120, 1.0, {320, 240});
+  cv::Mat_<float> flat = image.clone();
+  flat(cv::Rect(0, 0, 160, 240)).setTo(100);
+  cv::theRNG().fill(flat(cv::Rect(0, 0, 160, 240)), cv::RNG::NORMAL, 100, 1);
+  for (cv::Mat_<float> const& whole : {image, flat}) {
+    for (FocusMeasure const measure : measures) {
+      FocusSettings settings;
+      settings.measure = measure;
+      settings.cell = 80;
+      Focus const expected = calcFocus(whole, settings);
+      for (float const value : {NAN, INFINITY, -INFINITY}) {
+        cv::Mat_<float> damaged = whole.clone();
+        damaged(cv::Rect(100, 110, 10, 10)).setTo(value);
+        damaged(4, 4) = value;
+        Focus const found = calcFocus(damaged, settings);
+        EXPECT_NEAR(found.value, expected.value, 0.1 * expected.value) << static_cast<int>(measure);
+        EXPECT_TRUE(settings.mask.empty());
+        // The cells that no filter carries the damage into.
+        for (cv::Point const cell : {cv::Point(3, 0), cv::Point(3, 1), cv::Point(3, 2)}) {
+          float const here = expected.map.at<float>(cell);
+          EXPECT_NEAR(found.map.at<float>(cell), here, measure == FocusMeasure::EdgeWidth ? 0.05F * here : 0);
+        }
+      }
+      EXPECT_TRUE(std::isnan(calcFocus(cv::Mat_<float>(50, 60, NAN), settings).value));
+    }
+  }
+}
+
 TEST(Focus, TheWidthOfEdgesIsTheirBlur) {
   FocusSettings settings;
   settings.measure = FocusMeasure::EdgeWidth;

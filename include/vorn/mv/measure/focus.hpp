@@ -51,8 +51,12 @@ struct Focus {
 ///
 /// In a focus series each measure has its extreme at the sharp image: within a quarter of a step as long as
 /// the signal's gradients stand out from the noise's (smoothed by `smoothing`: standard deviation times 0.2
-/// for the default) somewhere in the image. Working memory: 20 bytes a pixel, 36 for `EdgeWidth`.
-/// @param image 1, 3 or 4 channels of 8 or 16 bits or float; colours are judged by their grey
+/// for the default) somewhere in the image. Working memory: 20 bytes a pixel, 36 for `EdgeWidth`; two more
+/// where pixels are not finite.
+/// @param image 1, 3 or 4 channels of 8 or 16 bits or float; colours are judged by their grey. Pixels that
+/// are
+///        not finite take no part, nor does what is so near to them that smoothing mixes them in: some four
+///        times `smoothing`, twice that for `EdgeWidth`.
 /// @throws Exception for an empty image or one of another type, a mask of another size or type, a setting out
 ///         of its range
 VORN_API Focus calcFocus(cv::Mat const& image, FocusSettings const& settings = {});
