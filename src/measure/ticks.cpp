@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <limits>
 
 namespace vorn::mv {
 
@@ -17,11 +18,15 @@ std::string text(double value, std::chars_format format, int digits) {
   return end.ec == std::errc() ? std::string(buffer.data(), end.ptr) : "?";
 }
 
+std::string withDigits(double value, int digits) {
+  return text(value == 0.0 ? 0.0 : value, std::chars_format::general, digits);
+}
+
 } // namespace
 
 std::string shortNumber(double value) {
   constexpr int digits = 6;
-  return text(value == 0.0 ? 0.0 : value, std::chars_format::general, digits);
+  return withDigits(value, digits);
 }
 
 Ticks ticksOf(double low, double high, int most) {
@@ -38,13 +43,19 @@ Ticks ticksOf(double low, double high, int most) {
   double const largest = std::max(std::abs(low), std::abs(high));
   bool const isPlain = largest < 1e6 && step >= 1e-5;
   int const decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step) + 1e-9)));
+  // As many digits as tell neighbours apart.
+  constexpr int fewestDigits = 6;
+  int const digits =
+      std::clamp(static_cast<int>(std::floor(std::log10(largest)) - std::floor(std::log10(step) + 1e-9)) + 1,
+                 fewestDigits, std::numeric_limits<double>::max_digits10);
   Ticks ticks;
   constexpr double slack = 1e-9; // an end that is a multiple but for rounding
   for (double i = std::ceil(low / step - slack); i <= high / step + slack && ticks.values.size() < 1000;
        i += 1.0) {
     double const value = i * step + 0.0;
     ticks.values.push_back(value);
-    ticks.labels.push_back(isPlain ? text(value, std::chars_format::fixed, decimals) : shortNumber(value));
+    ticks.labels.push_back(isPlain ? text(value, std::chars_format::fixed, decimals)
+                                   : withDigits(value, digits));
   }
   return ticks;
 }
