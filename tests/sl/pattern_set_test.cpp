@@ -206,6 +206,14 @@ TEST(PatternSet, WhatCannotBeDecodedIsRefusedByName) {
       set.images.insert(atFront ? set.images.begin() : set.images.end(), more.begin(), more.end());
     };
   };
+  auto const onlyFringe = [](double period) {
+    return [period](PatternSet& set) {
+      set.images.resize(4);
+      for (PatternImage& image : set.images) {
+        image.period = period;
+      }
+    };
+  };
   for (Case const& c : {
            Case{"gray-phase", drop(1), "lacks step 1 of 4"},
            Case{"gray-phase", drop(5), "lack the inverse of bit 4"},
@@ -225,6 +233,8 @@ TEST(PatternSet, WhatCannotBeDecodedIsRefusedByName) {
                 [](PatternSet& s) { s.images.erase(s.images.begin(), s.images.begin() + 4); },
                 "repeat after"},
            Case{"heterodyne", [](PatternSet& s) { s.images.resize(4); }, "repeat after"},
+           Case{"multi-frequency", onlyFringe(100.0), "has the period 100 over 100 pixels"},
+           Case{"multi-frequency", onlyFringe(101.9), "has the period 101.9 over 100 pixels"},
            Case{"gray-phase",
                 [](PatternSet& s) {
                   s.images.resize(2);
@@ -242,6 +252,11 @@ TEST(PatternSet, WhatCannotBeDecodedIsRefusedByName) {
     c.change(set);
     expectError([&] { set.validate(); }, c.message);
   }
+  PatternSetOptions columns;
+  columns.axes = PatternAxes::Columns;
+  PatternSet longer = PatternSet::builtIn("multi-frequency", {100, 30}, columns);
+  onlyFringe(102.0)(longer);
+  EXPECT_NO_THROW(longer.validate());
   PatternSet twice = grayPhase();
   repeat(2.0, false)(twice);
   EXPECT_NO_THROW(twice.validate());

@@ -216,6 +216,13 @@ void checkAxis(PatternSet const& set, PatternAxis axis) {
     require(way == 0.0, "The fringes along " + std::string(wordOf(axis)) + " repeat after " + toString(way) +
                             " of " + std::to_string(resolution) +
                             " pixels: bits or another period are needed");
+    // Noise carries the phase of one end to that of the other, and blur makes them one.
+    constexpr double beyondEnds = 1.02;
+    double const period = fringes.front().period;
+    require(fringes.size() > 1 || period >= beyondEnds * resolution,
+            "The only fringe along " + std::string(wordOf(axis)) + " has the period " + toString(period) +
+                " over " + std::to_string(resolution) + " pixels, so that its ends look alike: it must be " +
+                toString(beyondEnds * resolution) + " or longer");
   }
 }
 

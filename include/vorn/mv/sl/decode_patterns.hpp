@@ -135,7 +135,8 @@ public:
   std::size_t count() const;
 
   /// The result, after the last image; the decoder then waits for the first image of the next scan.
-  /// @throws Exception when images are missing
+  /// @throws Exception when images are missing; Cancelled when the observer stops it, after which it may be
+  /// called again
   DecodedPatterns finish(Observer* observer = nullptr);
 
 private:
