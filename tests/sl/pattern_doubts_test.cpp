@@ -4,13 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include <vorn/core/observer.hpp>
 #include <vorn/mv/sl/decode_patterns.hpp>
 
 #include "sl/pattern_capture.hpp"
@@ -236,6 +239,44 @@ TEST(PatternDoubts, CoarseCamerasDoNotMakeStripesDoubted) {
             << hasInverses << apart << ' ' << tilt << textOf(exchanged);
       }
     }
+  }
+}
+
+/// Which of many are to be exchanged cannot be told, and whoever waits for it can stop it.
+TEST(PatternDoubts, ImagesInAnyOrderAreDoubtedWithoutNamesAndAnObserverIsAskedMeanwhile) {
+  struct Stopping : Observer {
+    int asked = 0;
+    int most;
+    explicit Stopping(int most_) : most(most_) {}
+    bool onProgress(std::string_view stage, double) override {
+      asked += stage == "checking" ? 1 : 0;
+      return asked < most;
+    }
+  };
+  PatternSet const set = setOf("gray-phase", 16);
+  std::vector<cv::Mat> images = scene().capture(set);
+  std::swap(images[3], images[9]);
+  constexpr int ofPair = 60; // of one group with 16 images
+  Stopping pair(1 << 20);
+  DecodedPatterns const swapped = decode_patterns(set, images, {}, &pair);
+  EXPECT_TRUE(isDoubted(swapped, PatternFault::Steps, {3, 9})) << textOf(swapped);
+  EXPECT_GT(pair.asked, ofPair);
+  Stopping stopping(ofPair);
+  EXPECT_THROW(decode_patterns(set, images, {}, &stopping), Cancelled);
+  PatternDecoder decoder(set);
+  for (cv::Mat const& image : images) {
+    decoder.add(image);
+  }
+  Stopping stoppingAtEnd(ofPair);
+  EXPECT_THROW(decoder.finish(&stoppingAtEnd), Cancelled);
+  EXPECT_EQ(textOf(decoder.finish()), textOf(swapped));
+  std::shuffle(images.begin(), images.end(), std::mt19937(3));
+  DecodedPatterns const shuffled = decode_patterns(set, images);
+  EXPECT_GT(shuffled.doubts.size(), 6U) << textOf(shuffled);
+  for (PatternDoubt const& doubt : shuffled.doubts) {
+    EXPECT_EQ(doubt.text.find("without"), std::string::npos) << doubt.text;
+    bool const isOfLevelOrSteps = doubt.fault == PatternFault::Level || doubt.fault == PatternFault::Steps;
+    EXPECT_TRUE(!isOfLevelOrSteps || doubt.text.find("exchanged") == std::string::npos) << doubt.text;
   }
 }
 

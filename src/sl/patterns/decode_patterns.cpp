@@ -67,8 +67,8 @@ double whiteOf(std::vector<cv::Mat> const& images) {
 
 /// What the images are doubted for; `decoded.fringes` come in the order of the plan but for their periods.
 void judge(PatternSet const& set, ReadingPlan const& plan, sl::KeptSamples const& samples,
-           std::array<AxisResult, 2> const& axes, DecodedPatterns& decoded) {
-  sl::SampleCheck check = sl::checkSamples(set, plan, samples);
+           std::array<AxisResult, 2> const& axes, Progress const& progress, DecodedPatterns& decoded) {
+  sl::SampleCheck check = sl::checkSamples(set, plan, samples, progress);
   for (std::size_t i = 0; i < plan.fringes.size(); ++i) {
     for (FringeFigures& figures : decoded.fringes) {
       sl::Fringe const& fringe = plan.fringes[i].fringe;
@@ -162,10 +162,10 @@ DecodedPatterns decode_patterns(PatternSet const& set, std::vector<cv::Mat> cons
     }
   });
   std::array<AxisResult, 2> axes;
-  axes[0] = decodeAxis(set, plan, settings, 0, reading, progress.part(0.4, 0.7));
-  axes[1] = decodeAxis(set, plan, settings, 1, reading, progress.part(0.7, 1.0));
+  axes[0] = decodeAxis(set, plan, settings, 0, reading, progress.part(0.4, 0.68));
+  axes[1] = decodeAxis(set, plan, settings, 1, reading, progress.part(0.68, 0.95));
   DecodedPatterns decoded = joined(axes, reading.modulation());
-  judge(set, plan, reading.kept(), axes, decoded);
+  judge(set, plan, reading.kept(), axes, progress.part(0.95, 1.0), decoded);
   decoded.whiteLevel = settings.whiteLevel;
   return decoded;
 }
@@ -260,7 +260,8 @@ std::size_t PatternDecoder::count() const {
 }
 
 DecodedPatterns PatternDecoder::finish(Observer* observer) {
-  Progress(observer).at("decoding", 1.0);
+  Progress const progress(observer);
+  progress.at("checking", 0.0);
   if (work_->count != work_->set.images.size()) {
     throw error("There are " + std::to_string(work_->count) + " of " +
                     std::to_string(work_->set.images.size()) + " images; next is " +
@@ -268,7 +269,7 @@ DecodedPatterns PatternDecoder::finish(Observer* observer) {
                 "PatternDecoder");
   }
   DecodedPatterns decoded = joined(work_->axes, work_->reading->modulation());
-  judge(work_->set, work_->plan, work_->reading->kept(), work_->axes, decoded);
+  judge(work_->set, work_->plan, work_->reading->kept(), work_->axes, progress, decoded);
   SampleRange const range = work_->reading->range();
   decoded.whiteLevel = std::isfinite(range.white) ? static_cast<double>(range.white + range.black) : 0.0;
   work_->clear();

@@ -28,21 +28,20 @@ using Pair = std::pair<std::size_t, std::size_t>;
 
 class Check {
 public:
-  Check(PatternSet const& set, ReadingPlan const& plan, KeptSamples samples)
-      : set_(set), samples_(std::move(samples)), groups_(levelGroups(set, plan)),
+  Check(PatternSet const& set, ReadingPlan const& plan, KeptSamples samples, Progress const& progress)
+      : set_(set), samples_(std::move(samples)), groups_(levelGroups(set, plan)), progress_(progress),
         assignment_(set.images.size()) {
     std::iota(assignment_.begin(), assignment_.end(), std::size_t{0});
     assess();
   }
 
   std::vector<double> const& misfits() const { return misfits_; }
-  bool isAnyDoubted() const {
+  std::size_t doubted() const {
+    std::size_t count = 0;
     for (std::size_t group = 0; group < groups_.size(); ++group) {
-      if (isDoubted(group)) {
-        return true;
-      }
+      count += isDoubted(group) ? 1 : 0;
     }
-    return false;
+    return count;
   }
   std::vector<PatternDoubt> run();
 
@@ -54,6 +53,8 @@ private:
     return misfits_[group] > mostMisfit || levels_[group] > mostOfLevel;
   }
   double misfitOf(LevelGroup const& group, Assignment const& assignment, std::uint32_t leftOut = 0) const;
+  /// Asks the observer.
+  void ask() const { progress_.at("checking", done_); }
   void assess();
   double scoreOf(Pair const& pair, Assignment const& assignment) const;
   bool isMendedBy(Pair const& pair) const;
@@ -65,6 +66,8 @@ private:
   PatternSet const& set_;
   KeptSamples samples_;
   std::vector<LevelGroup> groups_; ///< fringes first
+  Progress progress_;
+  double done_ = 0.0; ///< share of the search
   Assignment assignment_;
   std::vector<double> misfits_; ///< of each group's steps; NaN of others than fringes
   std::vector<double> levels_;  ///< of each group's mean level
@@ -81,6 +84,7 @@ double Check::misfitOf(LevelGroup const& group, Assignment const& assignment, st
 void Check::assess() {
   misfits_.assign(groups_.size(), std::numeric_limits<double>::quiet_NaN());
   for (std::size_t i = 0; i < groups_.size(); ++i) {
+    ask();
     if (groups_[i].fringe != nullptr) {
       misfits_[i] = misfitOf(groups_[i], assignment_);
     }
@@ -88,6 +92,7 @@ void Check::assess() {
   Levels const levels(groups_, samples_, assignment_);
   levels_.clear();
   for (std::size_t i = 0; i < groups_.size(); ++i) {
+    ask();
     levels_.push_back(levels.misfit(i));
   }
 }
@@ -133,6 +138,7 @@ std::vector<Pair> Check::exchanges(std::size_t group) const {
   std::vector<std::pair<double, Pair>> found;
   for (std::size_t const own : groups_[group].images) {
     for (std::size_t other = 0; other < groups_.size(); ++other) {
+      ask();
       // A bit and its inverse have one mean whichever way round.
       bool const isHarmless = other == group && groups_[group].fringe == nullptr;
       if (isHarmless || !isDoubted(other)) {
@@ -169,6 +175,7 @@ std::size_t Check::stranger(std::size_t group) const {
   std::size_t found = images.size();
   for (std::size_t k = 0; groups_[group].fringe != nullptr && images.size() >= fewest && k < images.size();
        ++k) {
+    ask();
     double const without = misfitOf(groups_[group], assignment_, 1U << static_cast<unsigned>(k));
     if (without < best) {
       best = without;
@@ -209,14 +216,19 @@ std::string Check::textOf(PatternDoubt const& doubt, std::size_t group) const {
 }
 
 std::vector<PatternDoubt> Check::run() {
+  // Of images that came in any order, no two are to be exchanged, and looking for them takes a minute.
+  constexpr std::size_t mostSought = 6;
+  bool const isSought = doubted() <= mostSought;
   std::vector<PatternDoubt> doubts;
   for (std::size_t group = 0; group < groups_.size(); ++group) {
+    done_ = static_cast<double>(group) / static_cast<double>(groups_.size());
     if (!isDoubted(group)) {
       continue;
     }
     PatternDoubt doubt = doubtOf(group);
-    std::vector<Pair> const pairs = exchanges(group);
-    std::size_t const strange = pairs.empty() ? stranger(group) : groups_[group].images.size();
+    std::vector<Pair> const pairs = isSought ? exchanges(group) : std::vector<Pair>();
+    bool const isAlone = isSought && pairs.empty();
+    std::size_t const strange = isAlone ? stranger(group) : groups_[group].images.size();
     if (!pairs.empty()) {
       doubt.images.clear();
       for (auto const& [one, other] : pairs) {
@@ -238,17 +250,18 @@ std::vector<PatternDoubt> Check::run() {
 
 } // namespace
 
-SampleCheck checkSamples(PatternSet const& set, ReadingPlan const& plan, KeptSamples const& samples) {
-  Check const check(set, plan, samples);
+SampleCheck checkSamples(PatternSet const& set, ReadingPlan const& plan, KeptSamples const& samples,
+                         Progress const& progress) {
+  Check const check(set, plan, samples, progress.part(0.0, 0.1));
   SampleCheck result;
   result.misfits.assign(check.misfits().begin(),
                         check.misfits().begin() + static_cast<std::ptrdiff_t>(plan.fringes.size()));
-  if (check.isAnyDoubted()) {
+  if (check.doubted() > 0) {
     // Which images they are shows at a few places.
     constexpr std::size_t enough = 400;
-    result.doubts = Check(set, plan, samples.thinned(enough)).run();
+    result.doubts = Check(set, plan, samples.thinned(enough), progress.part(0.1, 0.5)).run();
     if (result.doubts.empty()) {
-      result.doubts = Check(check).run();
+      result.doubts = Check(set, plan, samples, progress.part(0.5, 1.0)).run();
     }
   }
   return result;

@@ -6,6 +6,7 @@
 
 #include <vorn/mv/sl/pattern_doubt.hpp>
 
+#include "core/progress.hpp"
 #include "sl/patterns/kept_samples.hpp"
 #include "sl/patterns/reading_plan.hpp"
 
@@ -22,7 +23,10 @@ struct SampleCheck {
 /// Whether the steps of each fringe, and the mean levels of all patterns, fit together pixel by pixel. Noise
 /// does not count, nor does an image that is brighter or darker as a whole, nor a second or third harmonic
 /// of one share everywhere. Where something does not fit, the two images are sought that are to be
-/// exchanged, or the one that is to be left out.
-SampleCheck checkSamples(PatternSet const& set, ReadingPlan const& plan, KeptSamples const& samples);
+/// exchanged, or the one that is to be left out; not where so much is doubted that all images look out of
+/// order.
+/// @throws Cancelled when the observer stops the job, which is asked again and again
+SampleCheck checkSamples(PatternSet const& set, ReadingPlan const& plan, KeptSamples const& samples,
+                         Progress const& progress);
 
 } // namespace vorn::mv::sl
