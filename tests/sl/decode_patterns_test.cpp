@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "sl/pattern_capture.hpp"
 
@@ -486,6 +487,49 @@ TEST(DecodePatterns, BordersOfStripesAreKeptThatTouchAnotherSurface) {
     EXPECT_EQ(e.decoded, 1.0) << rows.start;
     EXPECT_EQ(e.wrong, 0.0) << rows.start;
   }
+}
+
+/// A pixel at the border of two surfaces sees light of both.
+TEST(DecodePatterns, PixelsBetweenSurfacesAreLeftOut) {
+  constexpr int fine = 4; // columns that a pixel sees
+  auto const near = [](double x, int y) { return 20.3 + 1.37 * x + 0.2 * y; };
+  auto const far = [](double x, int y) { return 57.6 + 1.21 * x + 0.1 * y; };
+  auto const border = [](int y) { return 88.0 + 0.09 * y; };
+  int mixed = 0;
+  for (char const* const name : {"gray-phase", "xor4", "multi-frequency", "heterodyne"}) {
+    PatternCapture capture;
+    capture.size.width *= fine;
+    capture.noise = 2.0; // a pixel has half of it
+    auto const placeOf = [](int x) { return (x + 0.5) / fine - 0.5; };
+    capture.column = [&](int x, int y) {
+      double const place = placeOf(x);
+      return place < border(y) ? near(place, y) : far(place, y);
+    };
+    PatternSet const set = builtIn(name, 0, {640, 400}, PatternAxes::Columns);
+    std::vector<cv::Mat> images;
+    for (cv::Mat const& image : capture.capture(set)) {
+      images.emplace_back();
+      cv::resize(image, images.back(), {image.cols / fine, image.rows}, 0, 0, cv::INTER_AREA);
+    }
+    DecodeSettings settings;
+    for (bool const isOn : {false, true}) {
+      settings.dropsEdges = isOn;
+      DecodedPatterns const decoded = decode_patterns(set, images, settings);
+      int between = 0;
+      for (int y = 0; y < decoded.column.rows; ++y) {
+        for (int x = 0; x < decoded.column.cols; ++x) {
+          auto const seen = static_cast<double>(decoded.column(y, x));
+          bool const isKnown = seen >= 0.0;
+          bool const isOfOne = std::fabs(seen - near(x, y)) < 0.4 || std::fabs(seen - far(x, y)) < 0.4;
+          between += isKnown && !isOfOne ? 1 : 0;
+          EXPECT_TRUE(isKnown || !isOn || std::fabs(x - border(y)) < 4.0) << name << x << ", " << y;
+        }
+      }
+      mixed += isOn ? 0 : between;
+      EXPECT_EQ(isOn ? between : 0, 0) << name;
+    }
+  }
+  EXPECT_GT(mixed, 40) << "the scene has some";
 }
 
 TEST(DecodePatterns, MaskSaysWhyAPixelIsMissing) {

@@ -151,12 +151,16 @@ VORN_TARGET_CLONES void magnitudeRow(std::array<T const*, 4> const& steps, uchar
 }
 
 VORN_TARGET_CLONES
-void finishRow(float const* absolute, uchar const* isEdge, float pixelsPerRadian, int n,
-               uchar* __restrict state, float* __restrict coordinates) {
+void closeRow(uchar const* isEdge, int n, uchar* __restrict state) {
   for (int x = 0; x < n; ++x) {
     bool const isKnown = state[x] >= pixel_state::knownBit;
     state[x] = isKnown & (isEdge[x] != 0) ? pixel_state::edge : state[x];
   }
+}
+
+VORN_TARGET_CLONES
+void coordinatesOfRow(float const* absolute, uchar const* state, float pixelsPerRadian, int n,
+                      float* __restrict coordinates) {
   for (int x = 0; x < n; ++x) {
     coordinates[x] = state[x] >= pixel_state::knownBit ? absolute[x] * pixelsPerRadian : noPhase;
   }
@@ -178,13 +182,18 @@ cv::Mat_<uchar> copySeams(cv::Mat_<uchar> const& state) {
   return seams;
 }
 
+/// Projector pixels of the known pixels, when they are asked for.
+struct CoordinateTarget {
+  cv::Mat_<float>* map = nullptr;
+  float pixelsPerRadian = 0.0F;
+};
+
 /// Walks down some rows with the absolute phases and magnitudes of five rows in the cache.
 class EdgeWalk {
 public:
-  EdgeWalk(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
-           cv::Mat_<uchar> const& seams, cv::Mat_<float>& coordinates)
-      : images_(phaseImages), maps_(maps), seams_(seams), coordinates_(coordinates),
-        limits_(limitsOf(settings.rules)), pixelsPerRadian_(static_cast<float>(settings.period / CV_2PI)),
+  EdgeWalk(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
+           cv::Mat_<uchar> const& seams, CoordinateTarget const& target)
+      : magnitudes_(magnitudes), maps_(maps), seams_(seams), target_(target), limits_(limitsOf(rules)),
         phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
         magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F), hasMagnitude_(ringRows, chunks()),
         calmAlong_(ringRows, chunks()), calmAcross_(ringRows, chunks()),
@@ -248,19 +257,9 @@ private:
     if (hasMagnitude == 0) {
       int const x = std::max(0, chunk * chunkLength - pad);
       int const end = std::min(maps_.size().width, (chunk + 1) * chunkLength + pad);
-      if (images_[0].depth() == CV_8U) {
-        magnitudeRow(stepsAt<uchar>(y, x), stateBefore(y) + x, end - x, magnitude_[slot(y)] + pad + x);
-      } else {
-        magnitudeRow(stepsAt<ushort>(y, x), stateBefore(y) + x, end - x, magnitude_[slot(y)] + pad + x);
-      }
+      magnitudes_(y, x, end - x, stateBefore(y) + x, magnitude_[slot(y)] + pad + x);
       hasMagnitude = 1;
     }
-  }
-
-  template <class T>
-  std::array<T const*, 4> stepsAt(int y, int x) const {
-    return {images_[0].ptr<T>(y) + x, images_[1].ptr<T>(y) + x, images_[2].ptr<T>(y) + x,
-            images_[3].ptr<T>(y) + x};
   }
 
   /// Whether there is no edge in a chunk of a row, judging by phases alone.
@@ -290,16 +289,18 @@ private:
         edgeRow(rows.from(x), limits_, length, isEdge_.data() + x);
       }
     }
-    finishRow(rows.phase[2], isEdge_.data(), pixelsPerRadian_, n, maps_.state.inner[y], coordinates_[y]);
+    closeRow(isEdge_.data(), n, maps_.state.inner[y]);
+    if (target_.map != nullptr) {
+      coordinatesOfRow(rows.phase[2], maps_.state.inner[y], target_.pixelsPerRadian, n, (*target_.map)[y]);
+    }
   }
 
-  std::vector<cv::Mat> const& images_;
+  MagnitudeSource const& magnitudes_;
   ScanMaps& maps_;
   cv::Mat_<uchar> const& seams_;
-  cv::Mat_<float>& coordinates_;
+  CoordinateTarget target_;
   int block_ = 0;
   EdgeLimits limits_;
-  float pixelsPerRadian_;
   cv::Mat_<float> phase_;
   cv::Mat_<float> magnitude_;
   cv::Mat_<uchar> hasMagnitude_; ///< for each chunk of the rows that are kept
@@ -315,18 +316,40 @@ EdgeLimits EdgeWalk::limitsOf(DecodingRules const& rules) {
           rules.edgeShading ? shadedPart : -never};
 }
 
-} // namespace
+template <class T>
+MagnitudeSource magnitudesOf(std::vector<cv::Mat> const& images) {
+  return [&images](int y, int x, int n, uchar const* state, float* out) {
+    magnitudeRow<T>(
+        {images[0].ptr<T>(y) + x, images[1].ptr<T>(y) + x, images[2].ptr<T>(y) + x, images[3].ptr<T>(y) + x},
+        state, n, out);
+  };
+}
 
-void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
-                cv::Mat_<float>& coordinates, Progress const& progress) {
+void walkAll(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
+             CoordinateTarget const& target, Progress const& progress) {
   cv::Mat_<uchar> const seams = copySeams(maps.state.inner);
   constexpr int blocksBetweenAskings = 8;
   parallelRows(seams.rows / (2 * pad) - 1, blocksBetweenAskings, progress, "edges", [&](int first, int end) {
-    EdgeWalk walk(phaseImages, settings, maps, seams, coordinates);
+    EdgeWalk walk(magnitudes, rules, maps, seams, target);
     for (int block = first; block < end; ++block) {
       walk.walk(block);
     }
   });
+}
+
+} // namespace
+
+void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
+                cv::Mat_<float>& coordinates, Progress const& progress) {
+  MagnitudeSource const magnitudes =
+      phaseImages[0].depth() == CV_8U ? magnitudesOf<uchar>(phaseImages) : magnitudesOf<ushort>(phaseImages);
+  walkAll(magnitudes, settings.rules, maps, {&coordinates, static_cast<float>(settings.period / CV_2PI)},
+          progress);
+}
+
+void closeEdges(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
+                Progress const& progress) {
+  walkAll(magnitudes, rules, maps, {}, progress);
 }
 
 } // namespace vorn::mv::sl

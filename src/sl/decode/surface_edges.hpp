@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "core/progress.hpp"
@@ -19,5 +20,15 @@ namespace vorn::mv::sl {
 /// @param coordinates takes projector pixels, `noPhase` where there is none
 void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
                 cv::Mat_<float>& coordinates, Progress const& progress);
+
+/// What pixels of a row show of the fringes, asked for where an edge may be.
+/// @param y, x, n the row, the first pixel and how many there are
+/// @param state   of these pixels, before any edge was closed
+/// @param out     amplitudes, in any unit; negative where a pixel is clipped
+using MagnitudeSource = std::function<void(int y, int x, int n, uchar const* state, float* out)>;
+
+/// The same of any fringes, without coordinates.
+void closeEdges(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
+                Progress const& progress);
 
 } // namespace vorn::mv::sl

@@ -13,6 +13,7 @@
 #include "sl/decode/segments.hpp"
 #include "sl/decode/staircase.hpp"
 #include "sl/decode/stripe_bridging.hpp"
+#include "sl/decode/surface_edges.hpp"
 #include "sl/patterns/agreement_check.hpp"
 #include "sl/patterns/crossing_check.hpp"
 #include "sl/unwrap/order_growth.hpp"
@@ -113,6 +114,24 @@ void AxisDecoding::bridgeStripes(ScanMaps& maps, Progress const& progress) const
     }
   });
   bridgeColumns(settings, stripes, maps, progress.part(0.5, 1.0));
+}
+
+/// Pixels at the edge of a surface mix the light of two, and show neither's coordinate.
+void AxisDecoding::dropEdges(ScanMaps& maps, Progress const& progress) const {
+  FringeMaps const& finest = reading_.fringe(fringes_[0].index);
+  auto const magnitudes = [&](int y, int x, int n, uchar const* /*state*/, float* out) {
+    float const* const phase = finest.phase[y] + x;
+    ShortFloat const* const precision = finest.precision[y] + x;
+    for (int i = 0; i < n; ++i) {
+      out[i] = phase[i] < 0.0F ? -1.0F : fromShortFloat(precision[i]);
+    }
+  };
+  DecodingRules rules;
+  // At several exposures the precision tells how many samples are clipped, and not how much light there is.
+  rules.edgeShading = std::all_of(set_.images.begin(), set_.images.end(), [&](PatternImage const& image) {
+    return image.exposure == set_.images[0].exposure;
+  });
+  closeEdges(magnitudes, rules, maps, progress);
 }
 
 /// From pixels whose orders are trusted: three and four steps take what gamma makes for phase.
@@ -289,7 +308,10 @@ AxisResult AxisDecoding::run(Progress const& progress) {
     if (settings_.usesNeighbours) {
       bridgeStripes(maps, progress.part(0.4, 0.45));
       growOrders({maps, CodeCheck(1), false}, progress.part(0.45, 0.7));
-      dropDoubtfulGrowth(maps, progress.part(0.7, 0.75));
+      dropDoubtfulGrowth(maps, progress.part(0.7, 0.73));
+      if (settings_.dropsEdges) {
+        dropEdges(maps, progress.part(0.73, 0.75));
+      }
     }
   }
   result.coordinate.create(size);

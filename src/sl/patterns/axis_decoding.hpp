@@ -72,6 +72,7 @@ private:
   void loadSamples(int row, Room& room);
   void loadCode(int row, RowCode& code) const;
   void bridgeStripes(ScanMaps& maps, Progress const& progress) const;
+  void dropEdges(ScanMaps& maps, Progress const& progress) const;
   std::vector<PatternDoubt> checkTogether(ScanMaps const& maps);
   FringeSamples strongSamples(ScanMaps const& maps);
   void findStepErrors(ScanMaps const& maps);

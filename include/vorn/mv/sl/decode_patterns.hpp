@@ -36,6 +36,10 @@ struct DecodeSettings {
   /// Whether pixels whose own images do not tell the order of their fringe for certain take it from their
   /// neighbours.
   bool usesNeighbours = true;
+  /// Whether pixels at the edges of surfaces, which mix the light of two and show neither's coordinate, are
+  /// left out (`PixelReason::Edge`), as `scan` does. Of bits alone, and where neighbours are not used, they
+  /// stay.
+  bool dropsEdges = true;
   /// Whether what fringes of three and four steps and several periods disagree about, where projector and
   /// camera are not linear, is measured and taken off.
   bool correctsHarmonics = true;
