@@ -18,11 +18,9 @@ double sampledShare(std::vector<cv::Rect2d> const& parts, cv::Vec2d const& uv, c
   int dark = 0;
   for (int j = 0; j < samples; ++j) {
     for (int i = 0; i < samples; ++i) {
-      cv::Vec2d const at =
-          uv + ((i + 0.5) / samples - 0.5) * du + ((j + 0.5) / samples - 0.5) * dv;
-      bool const isDark = std::any_of(parts.begin(), parts.end(), [&](cv::Rect2d const& part) {
-        return part.contains(cv::Point2d(at));
-      });
+      cv::Vec2d const at = uv + ((i + 0.5) / samples - 0.5) * du + ((j + 0.5) / samples - 0.5) * dv;
+      bool const isDark = std::any_of(parts.begin(), parts.end(),
+                                      [&](cv::Rect2d const& part) { return part.contains(cv::Point2d(at)); });
       dark += isDark ? 1 : 0;
     }
   }
