@@ -139,7 +139,7 @@ constexpr int bandRows = 128;
 
 /// The marks that reach into each band of rows, in their order.
 std::vector<std::vector<Mark const*>> marksOfBands(std::vector<Mark const*> const& marks, Frame const& frame,
-                                                   Placement const& placement, DrawReport& report) {
+                                                   MarkPlacement const& placement, DrawReport& report) {
   std::vector<std::vector<Mark const*>> bands(
       static_cast<std::size_t>((frame.size.height + bandRows - 1) / bandRows));
   BoundsCanvas canvas(frame.size);
@@ -158,8 +158,8 @@ std::vector<std::vector<Mark const*>> marksOfBands(std::vector<Mark const*> cons
 }
 
 /// Where the view, if there is one, and the image lie.
-Placement placementOf(cv::Rect const& part, DrawSettings const& settings, Frame const& frame,
-                      CameraModel const& camera, cv::Matx44d const& cam_from_world) {
+MarkPlacement placementOf(cv::Rect const& part, DrawSettings const& settings, Frame const& frame,
+                          CameraModel const& camera, cv::Matx44d const& cam_from_world) {
   return {
       part.tl(),     settings.zoom, frame.area, frame.markScale, !camera.getK().empty() ? &camera : nullptr,
       cam_from_world};
@@ -189,7 +189,7 @@ Drawing AMat::draw(DrawSettings const& settings) const {
     cv::Mat area = drawing.picture(frame.area);
     shownImage(image_, part, settings, range, area);
   }
-  Placement const placement = placementOf(part, settings, frame, camera_, cam_from_world_);
+  MarkPlacement const placement = placementOf(part, settings, frame, camera_, cam_from_world_);
   auto const bands =
       marksOfBands(paintedMarks(*this, isShown, drawing.report), frame, placement, drawing.report);
   parallelRows(static_cast<int>(bands.size()), [&](int begin, int end) {

@@ -35,7 +35,7 @@ bool isClosedShape(MarkKind kind) {
 
 } // namespace
 
-cv::Point2d Placement::place(cv::Point2d const& pixel) const {
+cv::Point2d MarkPlacement::place(cv::Point2d const& pixel) const {
   constexpr double half = 0.5; // a pixel reaches half of one beyond its centre, before and after the zoom
   return {(pixel.x - shown.x + half) * zoom - half + area.x,
           (pixel.y - shown.y + half) * zoom - half + area.y};

@@ -15,7 +15,7 @@
 namespace vorn::mv {
 
 /// Where image and world lie on a canvas.
-struct Placement {
+struct MarkPlacement {
   cv::Point2d shown; ///< the image's pixel at the shown part's upper left corner
   double zoom = 1.0;
   cv::Rect area; ///< of the shown part on the canvas
@@ -30,7 +30,7 @@ struct Placement {
 /// Draws marks on a canvas and counts what became of them.
 class MarkPainter {
 public:
-  MarkPainter(Canvas& canvas, Placement placement, DrawReport& report)
+  MarkPainter(Canvas& canvas, MarkPlacement placement, DrawReport& report)
       : canvas_(canvas), at_(std::move(placement)), report_(report) {}
 
   /// @throws Exception for a mark in millimetres when there is no view
@@ -52,7 +52,7 @@ private:
   bool paintScaleBar(Mark const& mark);
 
   Canvas& canvas_;
-  Placement at_;
+  MarkPlacement at_;
   DrawReport& report_;
 };
 

@@ -266,13 +266,13 @@ private:
         offsets_[axis][i] = candidates_[axis][near_[i]] - query[static_cast<int>(axis)];
       }
     }
-    Scatter const sums = scatterOf(offsets_[0].data(), offsets_[1].data(), offsets_[2].data(), size);
+    NeighbourScatter const sums = scatterOf(offsets_[0].data(), offsets_[1].data(), offsets_[2].data(), size);
     store(index, sums, static_cast<double>(near_.size()));
     return guess;
   }
 
-  void store(unsigned index, Scatter const& sums, double count) {
-    using S = Scatter;
+  void store(unsigned index, NeighbourScatter const& sums, double count) {
+    using S = NeighbourScatter;
     cv::Point const cell = cellOf(index);
     double const x = sums.total(S::X) / count;
     double const y = sums.total(S::Y) / count;

@@ -27,8 +27,8 @@ void fillSquares(float const* __restrict x, float const* __restrict y, float con
 
 VORN_TARGET_CLONES
 void sumScatter(float const* __restrict x, float const* __restrict y, float const* __restrict z,
-                std::size_t size, Scatter& sums) {
-  using S = Scatter;
+                std::size_t size, NeighbourScatter& sums) {
+  using S = NeighbourScatter;
   float packs[S::kinds][packSize] = {};
   for (std::size_t first = 0; first < size; first += packSize) {
     for (std::size_t i = 0; i < packSize; ++i) {
@@ -75,8 +75,8 @@ void squaresFrom(float const* x, float const* y, float const* z, std::size_t siz
   fillSquares(x, y, z, size, point, squares);
 }
 
-Scatter scatterOf(float const* x, float const* y, float const* z, std::size_t size) {
-  Scatter sums;
+NeighbourScatter scatterOf(float const* x, float const* y, float const* z, std::size_t size) {
+  NeighbourScatter sums;
   sumScatter(x, y, z, size, sums);
   return sums;
 }

@@ -10,7 +10,7 @@ namespace vorn::mv {
 constexpr std::size_t packSize = 8;
 
 /// Sums of coordinates and of their products.
-struct Scatter {
+struct NeighbourScatter {
   enum Kind { X, Y, Z, XX, XY, XZ, YY, YZ, ZZ, kinds };
 
   float packs[kinds][packSize];
@@ -29,7 +29,7 @@ void squaresFrom(float const* x, float const* y, float const* z, std::size_t siz
                  float* squares);
 
 /// Sums `size` points, whole packs.
-Scatter scatterOf(float const* x, float const* y, float const* z, std::size_t size);
+NeighbourScatter scatterOf(float const* x, float const* y, float const* z, std::size_t size);
 
 /// The n-th smallest of `size` values, whole packs filled up with what is larger, at least n of them: by
 /// counting for each how many are smaller, which for a few dozen takes less than sorting them does.

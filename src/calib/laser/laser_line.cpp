@@ -212,12 +212,12 @@ class LineOfPeaks {
 public:
   explicit LineOfPeaks(LaserLineOptions const& options) : options_(options) {}
 
-  void measure(Profile const& profile, int top) {
+  void measure(LaserProfile const& profile, int top) {
     if (auto const peak = measurePeak(profile, top, options_)) {
       found_.push_back(*peak);
     }
   }
-  void measure(Profile const& profile, FullRun const& run) {
+  void measure(LaserProfile const& profile, FullRun const& run) {
     Flanks const flanks = measureFlanks(profile, run, options_);
     if (flanks.peak) {
       found_.push_back(*flanks.peak);
@@ -246,7 +246,7 @@ private:
   double lostContrast_ = 0; ///< of the highest one that could not be measured
 };
 
-Profile profileOf(LaserGrey const& image, int line, bool perColumn) {
+LaserProfile profileOf(LaserGrey const& image, int line, bool perColumn) {
   cv::Mat const& levels = image.levels;
   auto const step = perColumn ? static_cast<std::ptrdiff_t>(levels.step1()) : 1;
   int const count = perColumn ? levels.rows : levels.cols;
@@ -327,7 +327,7 @@ std::vector<LaserSample> findLaserSamples(LaserGrey const& image, LaserLineOptio
     int const line = candidate == candidates.end() ? place->line
                      : place == full.end()         ? lineOf(*candidate)
                                                    : std::min(lineOf(*candidate), place->line);
-    Profile const profile = profileOf(image, line, perColumn);
+    LaserProfile const profile = profileOf(image, line, perColumn);
     auto const done = static_cast<std::size_t>(candidate - candidates.begin());
     constexpr std::size_t linesBetweenAskings = 32;
     if (lines++ % linesBetweenAskings == 0) {

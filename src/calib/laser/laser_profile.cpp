@@ -245,7 +245,8 @@ std::optional<double> centreOfGravity(Levels const& profile, Stripe const& strip
 
 } // namespace
 
-std::optional<ProfilePeak> measurePeak(Profile const& whole, int wholeTop, LaserLineOptions const& options) {
+std::optional<ProfilePeak> measurePeak(LaserProfile const& whole, int wholeTop,
+                                       LaserLineOptions const& options) {
   if (wholeTop < 2 || wholeTop > whole.count - 3) {
     return std::nullopt;
   }
@@ -301,7 +302,8 @@ struct Crossing {
 };
 
 /// Walks from a full pixel outwards.
-std::optional<Crossing> crossingOf(Profile const& profile, int full, int direction, int reach, double level) {
+std::optional<Crossing> crossingOf(LaserProfile const& profile, int full, int direction, int reach,
+                                   double level) {
   double before = profile[full];
   for (int n = 1; n <= reach; ++n) {
     int const i = full + n * direction;
@@ -319,7 +321,7 @@ std::optional<Crossing> crossingOf(Profile const& profile, int full, int directi
 }
 
 /// The lowest level within reach of a full pixel on one side.
-double lowestBeside(Profile const& profile, int full, int direction, int reach) {
+double lowestBeside(LaserProfile const& profile, int full, int direction, int reach) {
   double lowest = profile[full];
   for (int n = 1; n <= reach; ++n) {
     int const i = full + n * direction;
@@ -333,7 +335,7 @@ double lowestBeside(Profile const& profile, int full, int direction, int reach) 
 
 } // namespace
 
-Flanks measureFlanks(Profile const& profile, FullRun const& full, LaserLineOptions const& options) {
+Flanks measureFlanks(LaserProfile const& profile, FullRun const& full, LaserLineOptions const& options) {
   int const reach = static_cast<int>(std::ceil(stripeEnd * options.maxWidth));
   int const last = full.end - 1;
   // The higher side counts, so that a step is no stripe.

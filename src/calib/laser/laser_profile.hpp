@@ -12,7 +12,7 @@
 namespace vorn::mv {
 
 /// A column or row of an image: `count` pixels, `step` pixels of 8 or 16 bits apart.
-struct Profile {
+struct LaserProfile {
   unsigned char const* first;
   std::ptrdiff_t step;
   int count;
@@ -45,7 +45,7 @@ struct ProfilePeak {
 
 /// Measures the stripe whose highest point lies near pixel `top`; nothing when it fails a test of the options
 /// or is cut by the profile's end.
-std::optional<ProfilePeak> measurePeak(Profile const& profile, int top, LaserLineOptions const& options);
+std::optional<ProfilePeak> measurePeak(LaserProfile const& profile, int top, LaserLineOptions const& options);
 
 /// What the flanks of full pixels tell.
 struct Flanks {
@@ -56,6 +56,6 @@ struct Flanks {
 
 /// Measures an overexposed stripe, whose middle is full: the middle between where its two flanks pass the
 /// same levels.
-Flanks measureFlanks(Profile const& profile, FullRun const& full, LaserLineOptions const& options);
+Flanks measureFlanks(LaserProfile const& profile, FullRun const& full, LaserLineOptions const& options);
 
 } // namespace vorn::mv
