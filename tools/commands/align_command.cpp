@@ -17,6 +17,7 @@
 #include <vorn/mv/registration/registration.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/json_file.hpp"
@@ -293,22 +294,22 @@ void addSettings(CLI::App& command, mv::RegistrationSettings& settings) {
       .add_option("--max-distance", settings.maxDistance,
                   "Points farther apart are never the same place; 0: three times the median distance")
       ->type_name("MM")
-      ->check(CLI::NonNegativeNumber)
+      ->check(notBelowZero())
       ->capture_default_str();
   command
       .add_option("--max-angle", settings.maxNormalAngle, "Normals of one place differ by at most this angle")
       ->type_name("DEGREES")
-      ->check(CLI::Range(1.0, 90.0))
+      ->check(between(1.0, 90.0))
       ->capture_default_str();
   command.add_option("--iterations", settings.maxIterations, "Steps after which the work ends in any case")
       ->type_name("COUNT")
-      ->check(CLI::Range(1, 1000))
+      ->check(between(1, 1000))
       ->capture_default_str();
   command
       .add_option("--min-overlap", settings.minOverlap,
                   "The share of the source's points that must find a place on the target")
       ->type_name("SHARE")
-      ->check(CLI::Range(0.0, 1.0))
+      ->check(between(0.0, 1.0))
       ->capture_default_str();
 }
 

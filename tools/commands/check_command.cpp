@@ -22,6 +22,7 @@
 
 #include "tools/commands/check_length.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
@@ -240,7 +241,7 @@ void addCheckCommand(CLI::App& app) {
       ->add_option("--limit", options->settings.limit,
                    "What the smooth part of the disagreement may be, projector pixels")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(aboveZero());
   options->length.addTo(*command);
   command->add_option(
       "--repair", options->repair,

@@ -13,6 +13,7 @@
 #include <vorn/mv/calib/detect_target.hpp>
 
 #include "tools/calibration/folder_calibration.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/target_file.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/page.hpp"
@@ -107,7 +108,7 @@ void LengthOptions::addTo(CLI::App& command) {
       command
           .add_option("--length", length,
                       "The true distance of two balls, or of two dots of a target, in the scan, mm")
-          ->check(CLI::PositiveNumber);
+          ->check(aboveZero());
   CLI::Option* ball =
       command.add_option("--ball", balls, "A pixel on one of the two balls, X,Y; to be given twice")
           ->needs(known);
@@ -126,7 +127,7 @@ void LengthOptions::addTo(CLI::App& command) {
       .add_option("--tolerance", tolerance,
                   "How far that distance may be off, in percent, unless its own sigma is larger")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber)
+      ->check(aboveZero())
       ->needs(known);
 }
 

@@ -18,6 +18,7 @@
 
 #include "core/median.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
@@ -246,17 +247,21 @@ void addDecodeCommand(CLI::App& app) {
                       "Write the decoded columns: a picture, .svg, or CV_32F as .tiff");
   command->add_option("--row", options->row, "Write the decoded rows, likewise");
   mv::DecodeSettings& settings = options->settings;
-  command->add_option(
-      "--white-level", settings.whiteLevel,
-      "Grey value from which on a sample is clipped; 0: 255 in 8 bits, else as the images show");
-  command->add_option("--black-level", settings.blackLevel, "Grey value of no light");
-  command->add_option("--noise", settings.noise,
-                      "Standard deviation of an image, grey values; 0: estimated from the images");
-  command->add_option(
-      "--min-modulation", settings.minModulation,
-      "Least amplitude of fringes or bits, grey values; -1: 3 in 8 bits, twice the noise else");
-  command->add_option("--min-piece", settings.minSegmentSize,
-                      "Smallest connected piece that is kept, pixels");
+  command
+      ->add_option("--white-level", settings.whiteLevel,
+                   "Grey value from which on a sample is clipped; 0: 255 in 8 bits, else as the images show")
+      ->check(anyNumber());
+  command->add_option("--black-level", settings.blackLevel, "Grey value of no light")->check(anyNumber());
+  command
+      ->add_option("--noise", settings.noise,
+                   "Standard deviation of an image, grey values; 0: estimated from the images")
+      ->check(anyNumber());
+  command
+      ->add_option("--min-modulation", settings.minModulation,
+                   "Least amplitude of fringes or bits, grey values; -1: 3 in 8 bits, twice the noise else")
+      ->check(anyNumber());
+  command->add_option("--min-piece", settings.minSegmentSize, "Smallest connected piece that is kept, pixels")
+      ->check(wholeNumber());
   command->add_flag("--alone", options->isAlone,
                     "Decode every pixel by itself: none takes the order of its fringe from neighbours");
   command->add_flag("--uncorrected", options->isUncorrected,

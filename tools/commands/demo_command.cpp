@@ -22,6 +22,7 @@
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/part_demo.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/cloud_files.hpp"
@@ -201,7 +202,7 @@ void addDemoCommand(CLI::App& app) {
       ->capture_default_str();
   constexpr int coarsest = 2; // beyond it the dots of the target are too small to be found
   command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
-      ->check(CLI::Range(1, coarsest))
+      ->check(between(1, coarsest))
       ->capture_default_str();
   command->add_flag("!--true-calibration", options->isCalibrating,
                     "Scan with the rig's true calibration instead of calibrating first");

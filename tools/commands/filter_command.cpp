@@ -21,6 +21,7 @@
 #include <vorn/mv/pointcloud/cloud_filters.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/option_words.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
@@ -165,7 +166,11 @@ void run(FilterOptions const& options, Report& report) {
 template <class Value>
 void addStepOption(CLI::App& command, std::string const& name, std::string const& help,
                    std::string const& values, std::function<void(Value const&)> const& addStep) {
-  command.add_option_function<Value>("--" + name, addStep, help)->trigger_on_parse()->type_name(values);
+  CLI::Option* option =
+      command.add_option_function<Value>("--" + name, addStep, help)->trigger_on_parse()->type_name(values);
+  if constexpr (!std::is_same<Value, std::string>::value) {
+    option->check(numeral());
+  }
 }
 
 std::string textOf(float value) {
@@ -254,6 +259,8 @@ void addPointSteps(CLI::App& command, std::vector<Step>& steps) {
         steps.push_back({"z-range " + textOf(z.first) + " " + textOf(z.second), Needs::AnyCloud,
                          [=](mv::PointCloud& cloud) { cloud.filterByZRange(z.first, z.second); }});
       });
+        require(!std::isnan(z.first) && !std::isnan(z.second), "z-range",
+                "both ends must be numbers, not nan");
   auto const addNeighbourhoodStep = [&](std::string const& name, std::string const& help,
                                         int (mv::PointCloud::*filter)(float, int)) {
     addStepOption<RadiusAndCount>(

@@ -18,6 +18,8 @@
 #include <vorn/mv/surface/fuse.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
+#include "tools/files/camera_input.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/image_files.hpp"
@@ -151,10 +153,7 @@ void run(FuseOptions const& options, Report& report) {
 
 void addLengths(CLI::App& command, mv::FuseSettings& settings) {
   auto const add = [&](char const* name, double& length, char const* help) {
-    command.add_option(name, length, help)
-        ->type_name("MM")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+    command.add_option(name, length, help)->type_name("MM")->check(notBelowZero())->capture_default_str();
   };
   add("--spacing", settings.spacing, "Distance of the result's points; 0: that of the densest view");
   add("--reach", settings.reach,

@@ -16,6 +16,7 @@
 #include <vorn/mv/surface/mesh.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/height_file.hpp"
@@ -161,8 +162,9 @@ void addHeightCommand(CLI::App& app) {
       ->each([options](std::string const& /*text*/) { options->isPlaneGiven = true; });
   command->add_option("--cell", options->cellSize, "Edge length of a cell; 0: the usual distance of points")
       ->type_name("MM")
-      ->check(CLI::NonNegativeNumber)
+      ->check(notBelowZero())
       ->capture_default_str();
+      ->check(anyNumber())
   std::vector<std::string> names;
   for (auto const& [name, rule] : rules()) {
     names.push_back(name);
@@ -178,6 +180,7 @@ void addHeightCommand(CLI::App& app) {
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report",
       "size, range and coverage of the map");
+      ->check(wholeNumber())
 }
 
 } // namespace vorn::tools

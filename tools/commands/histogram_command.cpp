@@ -11,6 +11,7 @@
 #include <vorn/mv/measure/plot.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/report/figure_files.hpp"
@@ -97,7 +98,8 @@ void addHistogramCommand(CLI::App& app) {
   command->add_option("image", options->image, "Image of 8 or 16 bits or float")->required();
   command->add_option("--plot", options->plot, "Picture (or .svg) of the counts");
   command->add_option("--mask", options->mask, "Image whose black pixels do not count");
-  command->add_option("--bins", options->bins, "Number of bins; 0: one a value, or 1024 for float");
+  command->add_option("--bins", options->bins, "Number of bins; 0: one a value, or 1024 for float")
+      ->check(wholeNumber());
   setWork(
       *command, [=](Report& report) { run(*options, report); }, "--report", "all counts");
 }

@@ -14,6 +14,8 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/laser_color.hpp>
 
+#include "tools/commands/number_check.hpp"
+
 namespace vorn::tools {
 
 /// The option of the least height of a laser line: `LaserLineOptions::minContrast`.
@@ -22,7 +24,7 @@ inline CLI::Option* addContrastOption(CLI::App& command, double& contrast) {
   constexpr double most = 255;
   return command
       .add_option("--contrast", contrast, "Least height of a laser line above its surroundings, grey levels")
-      ->check(CLI::Range(least, most))
+      ->check(between(least, most))
       ->capture_default_str();
 }
 

@@ -13,6 +13,7 @@
 #include <vorn/mv/surface/simplify.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/mesh_input.hpp"
@@ -89,16 +90,17 @@ void addMeshCommand(CLI::App& app) {
       ->add_option("--max-edge", options->settings.maxEdge,
                    "Points farther apart are not joined; 0: six times the usual distance")
       ->type_name("MM")
-      ->check(CLI::NonNegativeNumber)
+      ->check(notBelowZero())
       ->capture_default_str();
   command
       ->add_option("--max-view-angle", options->settings.maxViewAngle,
                    "Triangles seen at a flatter angle are walls across a step, which are left out")
       ->type_name("DEGREES")
-      ->check(CLI::Range(1.0, 90.0))
+      ->check(between(1.0, 90.0))
       ->capture_default_str();
   command->add_option("--viewpoint", options->viewpoint, "Where the surface was seen from; default 0 0 0")
-      ->type_name("X Y Z");
+      ->type_name("X Y Z")
+      ->check(anyNumber());
   command
       ->add_option("--orientation", options->orientation,
                    "Triangles face towards the viewpoint or away from it; of a mesh, as they are or turned")
@@ -108,7 +110,7 @@ void addMeshCommand(CLI::App& app) {
       ->add_option("--simplify", options->maxError,
                    "Fewer triangles, none of the points farther from them than this")
       ->type_name("MM")
-      ->check(CLI::PositiveNumber);
+      ->check(aboveZero());
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report",
       "what the mesh measures: area, volume, pieces, boundaries");

@@ -17,6 +17,7 @@
 
 #include "core/median.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/image_files.hpp"
@@ -131,25 +132,25 @@ void addNormalsCommand(CLI::App& app) {
       ->add_option("--window", settings.windowRadius,
                    "Grids: planes are fitted to the cells at most so many rows and columns away")
       ->type_name("CELLS")
-      ->check(CLI::Range(1, 31))
+      ->check(between(1, 31))
       ->capture_default_str();
   command
       ->add_option("--max-step", settings.maxStep,
                    "Grids: neighbours farther apart are other surfaces; 0: six times the usual distance")
       ->type_name("MM")
-      ->check(CLI::NonNegativeNumber)
+      ->check(notBelowZero())
       ->capture_default_str();
   command
       ->add_option("--neighbours", settings.neighbourCount,
                    "Other clouds: planes are fitted to so many nearest points")
       ->type_name("COUNT")
-      ->check(CLI::Range(3, 1000))
+      ->check(between(3, 1000))
       ->capture_default_str();
   command
       ->add_option("--radius", settings.radius,
                    "Other clouds: planes are fitted to the points nearer than this instead")
       ->type_name("MM")
-      ->check(CLI::NonNegativeNumber)
+      ->check(notBelowZero())
       ->capture_default_str();
   command
       ->add_option("--orientation", options->orientation,
@@ -158,7 +159,8 @@ void addNormalsCommand(CLI::App& app) {
       ->check(CLI::IsMember({"auto", "viewpoint", "consistent"}))
       ->capture_default_str();
   command->add_option("--viewpoint", options->viewpoint, "Where the surface was seen from; default 0 0 0")
-      ->type_name("X Y Z");
+      ->type_name("X Y Z")
+      ->check(anyNumber());
   command->add_flag(
       "--figures", options->hasFigures,
       "Write how well the planes fit and how much the surface curves as fields fit_error and curvature");

@@ -14,6 +14,7 @@
 #include <vorn/core/exception.hpp>
 
 #include "sl/coding/stripe_code.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
 
@@ -104,22 +105,27 @@ void PlanOptions::addTo(CLI::App& command) {
                                        "Tell which set serves best, and write it where a folder is given");
   command
       .add_option("--sigma", wish.sigma, "Plan: wanted standard deviation of a coordinate, projector pixels")
+      ->check(anyNumber())
       ->needs(plan);
   command.add_option("--images", wish.images, "Plan: most images; without --sigma as good as they make it")
+      ->check(wholeNumber())
       ->needs(plan);
   CLI::Option* noise =
       command.add_option("--noise", wish.noise, "Plan: standard deviation of an image's noise, grey levels")
+          ->check(anyNumber())
           ->needs(plan)
           ->capture_default_str();
   CLI::Option* amplitude = command
                                .add_option("--amplitude", wish.amplitude,
                                            "Plan: half of the difference of lit and dark, grey levels")
+                               ->check(anyNumber())
                                ->needs(plan)
                                ->capture_default_str();
   command
       .add_option(
           "--blur", wish.blur,
           "Plan: standard deviation of the projector's sharpness as the camera sees it, projector pixels")
+      ->check(anyNumber())
       ->needs(plan)
       ->capture_default_str();
   command
@@ -131,9 +137,11 @@ void PlanOptions::addTo(CLI::App& command) {
   command
       .add_option("--order-errors", wish.orderErrors,
                   "Plan: most pixels with a wrong fringe, as a share of all")
+      ->check(anyNumber())
       ->needs(plan)
       ->capture_default_str();
   command.add_option("--image-time", wish.imageTime, "Plan: seconds for an image")
+      ->check(anyNumber())
       ->needs(plan)
       ->capture_default_str();
 }

@@ -16,6 +16,7 @@
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/pattern_plan.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/pattern_folder.hpp"
@@ -184,8 +185,12 @@ void addPatternsCommand(CLI::App& app) {
            std::to_string(code.capacity(StripeCode::maxGeneratedPlanes)) + ", with --set or --plan to " +
            std::to_string(largestSet);
   };
-  command->add_option("--width", options->width, range("columns", mv::sl::columnCode))->required();
-  command->add_option("--height", options->height, range("rows", mv::sl::rowCode))->required();
+  command->add_option("--width", options->width, range("columns", mv::sl::columnCode))
+      ->required()
+      ->check(wholeNumber());
+  command->add_option("--height", options->height, range("rows", mv::sl::rowCode))
+      ->required()
+      ->check(wholeNumber());
   command->add_flag("--white", options->white, "Also write a white image, for the target's view");
   std::string names;
   for (std::string const& name : mv::PatternSet::builtInNames()) {
@@ -196,17 +201,19 @@ void addPatternsCommand(CLI::App& app) {
   command->add_option("--axes", options->axes, "What a set codes: both, columns or rows")
       ->check(CLI::IsMember({"both", "columns", "rows"}));
   command->add_option("--steps", options->options.steps, "Steps of every phase shift; 0: as the set has them")
+      ->check(wholeNumber())
       ->needs(set);
   command
       ->add_option("--period", options->options.period,
                    "Period of the finest fringes, projector pixels; 0: as the set has it")
+      ->check(anyNumber())
       ->needs(set);
   command
       ->add_flag("--no-inverses", options->isWithoutInverses,
                  "White and black in place of the inverses of bits")
       ->needs(set);
   command->add_option("--gamma", options->gamma, "Gamma of the projector, which the images are made up for")
-      ->check(CLI::Range(0.1, 10.0))
+      ->check(between(0.1, 10.0))
       ->needs(set);
   options->plan.addTo(*command);
   set->excludes("--plan");

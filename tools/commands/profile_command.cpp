@@ -15,6 +15,7 @@
 #include <vorn/mv/measure/profile.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/report/figure_files.hpp"
@@ -144,13 +145,19 @@ void addProfileCommand(CLI::App& app) {
   command->add_option("image", options->image, "Image; colours are read as grey")->required();
   command->add_option("path", options->path, "X Y of two points or more, in pixels")
       ->required()
-      ->type_name("NUMBER");
-  command->add_option("--width", options->settings.width, "Samples across the path to take the mean of");
-  command->add_option("--step", options->settings.step, "Pixels between samples");
-  command->add_option("--smoothing", options->settings.smoothing,
-                      "Smoothing before edges are looked for, in pixels");
-  command->add_option("--contrast", options->settings.leastContrast,
-                      "Least contrast of an edge; 0: by the noise");
+      ->type_name("NUMBER")
+      ->check(anyNumber());
+  command->add_option("--width", options->settings.width, "Samples across the path to take the mean of")
+      ->check(wholeNumber());
+  command->add_option("--step", options->settings.step, "Pixels between samples")->check(anyNumber());
+  command
+      ->add_option("--smoothing", options->settings.smoothing,
+                   "Smoothing before edges are looked for, in pixels")
+      ->check(anyNumber());
+  command
+      ->add_option("--contrast", options->settings.leastContrast,
+                   "Least contrast of an edge; 0: by the noise")
+      ->check(anyNumber());
   command->add_option("--plot", options->plot, "Picture (or .svg) of the profile");
   command->add_option("--overlay", options->overlay, "Picture (or .svg) of the image with path and edges");
   setWork(

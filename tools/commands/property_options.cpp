@@ -7,6 +7,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/option_words.hpp"
 
 namespace vorn::tools {
@@ -53,7 +54,7 @@ void applyAssignments(PropertySetBase& object, std::vector<std::string> const& a
 void PitchOption::addTo(CLI::App& command) {
   command.add_option("--pitch", pitch, "From one dot of the target to the next, mm: measure it on the print")
       ->type_name("MM")
-      ->check(CLI::PositiveNumber);
+      ->check(aboveZero());
 }
 
 void PitchOption::apply(PropertySetBase& detector, std::vector<std::string> const& assignments) const {

@@ -8,6 +8,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/commands/laser_options.hpp"
 #include "tools/commands/laser_scan.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/pattern_scan.hpp"
 #include "tools/commands/property_options.hpp"
 #include "tools/commands/white_level_option.hpp"
@@ -73,7 +74,7 @@ void addScanCommand(CLI::App& app) {
           "--smooth", options->smoothRadius,
           "Smooth the coordinates along the surfaces, over so many camera pixels to each side; edges "
           "stay sharp and what is curved keeps its size")
-      ->check(CLI::Range(1, 5))
+      ->check(between(1, 5))
       ->excludes(laser);
   command
       ->add_option("--fields", options->fields,

@@ -18,6 +18,7 @@
 #include <sim/part.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/work.hpp"
@@ -273,7 +274,7 @@ void addSimulateCommand(CLI::App& app) {
               "--line", options->lineParts,
               "Scans of this many parts of a production line, part_01 ..., in place of the one scan: "
               "a height drifts, and two parts of ten or more are faulty")
-          ->check(CLI::Range(1, mostParts))
+          ->check(between(1, mostParts))
           ->excludes(stereo)
           ->excludes(laser)
           ->excludes(rows)
@@ -284,7 +285,7 @@ void addSimulateCommand(CLI::App& app) {
           ->add_option("--views", options->views,
                        "Scans of a part from this many sides, view_00 ..., in place of the one scan, as put "
                        "there by hand")
-          ->check(CLI::Range(1, mostViews))
+          ->check(between(1, mostViews))
           ->excludes(stereo)
           ->excludes(laser)
           ->excludes(second)
@@ -304,7 +305,7 @@ void addSimulateCommand(CLI::App& app) {
       ->excludes(views);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
-      ->check(CLI::Range(1, coarsest))
+      ->check(between(1, coarsest))
       ->capture_default_str();
   setWork(*command, [options](Report& report) { run(*options, report); });
 }

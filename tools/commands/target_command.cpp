@@ -12,6 +12,7 @@
 
 #include "tools/calibration/target_drawing.hpp"
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/target_file.hpp"
 #include "tools/report/work.hpp"
@@ -97,7 +98,7 @@ void addTargetCommand(CLI::App& app) {
   command->add_option("output", options->output, "Where to write: .svg, .png, or without ending for both")
       ->required();
   command->add_option("--pitch", target.pitch, "From one dot to the next, or the side of a square, mm")
-      ->check(CLI::Range(0.1, 1000.0))
+      ->check(between(0.1, 1000.0))
       ->capture_default_str();
   CLI::Option* board =
       command
@@ -109,7 +110,7 @@ void addTargetCommand(CLI::App& app) {
           "--marker-size", options->markerSize,
           "Side of a board's markers with their dark border, mm; default: three quarters of a square")
       ->type_name("MM")
-      ->check(CLI::PositiveNumber)
+      ->check(aboveZero())
       ->needs(board);
   command
       ->add_option("--dictionary", options->dictionary, "Dictionary of a board's markers, by OpenCV's name")
@@ -119,26 +120,26 @@ void addTargetCommand(CLI::App& app) {
   constexpr int farthest = 30;
   command->add_option("--x-min", target.minIndex.x, "First column")
       ->excludes(board)
-      ->check(CLI::Range(-farthest, -1))
+      ->check(between(-farthest, -1))
       ->capture_default_str();
   command->add_option("--x-max", target.maxIndex.x, "Last column")
       ->excludes(board)
-      ->check(CLI::Range(1, farthest))
+      ->check(between(1, farthest))
       ->capture_default_str();
   command->add_option("--y-min", target.minIndex.y, "First row")
       ->excludes(board)
-      ->check(CLI::Range(-farthest, -1))
+      ->check(between(-farthest, -1))
       ->capture_default_str();
   command->add_option("--y-max", target.maxIndex.y, "Last row")
       ->excludes(board)
-      ->check(CLI::Range(1, farthest))
+      ->check(between(1, farthest))
       ->capture_default_str();
   command
       ->add_option("--page", options->page,
                    "A4 to A0, landscape, or WIDTHxHEIGHT in mm; default: as large as needed")
       ->type_name("SIZE");
   command->add_option("--dpi", target.resolution, "Pixels per inch of the PNG")
-      ->check(CLI::Range(10.0, 4800.0))
+      ->check(between(10.0, 4800.0))
       ->capture_default_str();
   command->add_flag("--dark-dots", target.hasDarkDots, "Dark dots on white instead of white dots on grey")
       ->excludes(board);

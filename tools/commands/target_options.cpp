@@ -6,6 +6,7 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "tools/commands/number_check.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/target_file.hpp"
 
@@ -28,6 +29,7 @@ void TargetOptions::addTo(CLI::App& command, CLI::Option* other) {
                             .add_option("--marker-size", markerSize_,
                                         "Side of a ChArUco board's markers with their dark border, mm")
                             ->type_name("MM")
+                            ->check(aboveZero())
                             ->needs(kind);
   CLI::Option* dictionary =
       command

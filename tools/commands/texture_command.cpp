@@ -19,6 +19,7 @@
 #include <vorn/mv/surface/texture.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/number_check.hpp"
 #include "tools/files/camera_input.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
@@ -242,7 +243,7 @@ void addTextureCommand(CLI::App& app) {
       ->add_option("--max-view-angle", options->settings.maxViewAngle,
                    "Views say nothing of what they see at a flatter angle")
       ->type_name("DEGREES")
-      ->check(CLI::Range(1.0, 89.0))
+      ->check(between(1.0, 89.0))
       ->capture_default_str();
   command
       ->add_option("--blend", options->blend,
@@ -255,7 +256,7 @@ void addTextureCommand(CLI::App& app) {
       ->check(CLI::IsMember({"cameras", "views", "as-taken"}))
       ->capture_default_str();
   command->add_option("--margin", options->settings.margin, "Pixels around each piece of the atlas")
-      ->check(CLI::Range(0, 64))
+      ->check(between(0, 64))
       ->capture_default_str();
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "what of the mesh is seen");

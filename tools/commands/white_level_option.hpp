@@ -7,6 +7,8 @@
 #include <CLI/Formatter.hpp>
 #include <CLI/Validators.hpp>
 
+#include "tools/commands/number_check.hpp"
+
 namespace vorn::tools {
 
 /// The option of the camera's white: `ScanSettings::whiteLevel`.
@@ -15,7 +17,7 @@ inline CLI::Option* addWhiteLevelOption(CLI::App& command, double& level) {
       .add_option("--white-level", level,
                   "Grey value at which the camera's pixels are full; 0: 255 in 8 bits, in deeper images the "
                   "end of the range of 10, 12, 14 or 16 bits that they use")
-      ->check(CLI::NonNegativeNumber)
+      ->check(notBelowZero())
       ->capture_default_str();
 }
 

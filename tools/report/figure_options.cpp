@@ -8,6 +8,8 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "tools/commands/number_check.hpp"
+
 namespace vorn::tools {
 
 void FigureOptions::addLight(CLI::App& command) {
@@ -18,7 +20,8 @@ CLI::Option* FigureOptions::addRange(CLI::App& command, char const* what) {
   return command
       .add_option("--range", range,
                   std::string("Ends of the picture's colours, ") + what + "; default: what is there")
-      ->type_name("LOW HIGH");
+      ->type_name("LOW HIGH")
+      ->check(numeral());
 }
 
 void FigureOptions::check() const {

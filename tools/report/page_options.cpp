@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/report/page_options.hpp"
 
+#include "tools/commands/number_check.hpp"
+
 namespace vorn::tools {
 
 void PageOptions::addTo(CLI::App& command) {
@@ -9,7 +11,7 @@ void PageOptions::addTo(CLI::App& command) {
       "--html", path, "Write the result as a page to turn, read and print: one file for any browser");
   constexpr std::size_t most = 20000000;
   command.add_option("--html-points", mostPoints, "Thin each cloud of the page to this many points")
-      ->check(CLI::Range(std::size_t{1}, most))
+      ->check(between(std::size_t{1}, most))
       ->needs(html)
       ->capture_default_str();
 }
