@@ -64,6 +64,46 @@ std::string suggestion(CLI::App& program, std::vector<std::string> const& argume
   return "";
 }
 
+/// The command that is named; null for none.
+CLI::App* commandOf(CLI::App& program, std::vector<std::string> const& arguments) {
+  auto const name = std::find_if(arguments.begin(), arguments.end(), [](std::string const& argument) {
+    return argument.empty() || argument[0] != '-';
+  });
+  for (CLI::App* command : program.get_subcommands({})) {
+    if (name != arguments.end() && command->get_name() == *name) {
+      return command;
+    }
+  }
+  return nullptr;
+}
+
+/// Refuses an option for the value of another: the parser would take "--overlay --json" for a folder of that
+/// name.
+/// @throws CLI::ArgumentMismatch
+void requireValues(CLI::App& program, std::vector<std::string> const& arguments) {
+  CLI::App* const command = commandOf(program, arguments);
+  if (command == nullptr) {
+    return;
+  }
+  for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
+    CLI::Option const* const option =
+        arguments[i].rfind('-', 0) == 0 ? command->get_option_no_throw(arguments[i]) : nullptr;
+    auto const needed = static_cast<std::size_t>(option == nullptr ? 0 : option->get_items_expected_min());
+    for (std::size_t k = i + 1; k <= i + needed && k < arguments.size(); ++k) {
+      std::string const& value = arguments[k];
+      bool const isOption =
+          value.size() > 1 && value[0] == '-' && command->get_option_no_throw(value) != nullptr;
+      if (value.rfind("--", 0) == 0 || isOption) {
+        throw CLI::ArgumentMismatch(arguments[i] + " needs a value, but " + value + " follows" +
+                                    (needed == 1 && value.size() > 2
+                                         ? " (" + arguments[i] + "=" + value + " if that is its value)"
+                                         : ""));
+      }
+    }
+    i += needed;
+  }
+}
+
 /// As many threads as OPENCV_FOR_THREADS_NUM says: an OpenCV built with TBB reads it only when it is told to.
 void takeThreadCount() {
   if (std::getenv("OPENCV_FOR_THREADS_NUM") != nullptr) {
@@ -82,6 +122,7 @@ int runTool(std::vector<std::string> arguments) {
   std::vector<std::string> const given = arguments;
   std::reverse(arguments.begin(), arguments.end());
   try {
+    requireValues(*program, given);
     program->parse(std::move(arguments));
   } catch (CLI::ParseError const& e) {
     if (program->exit(e) == 0) {
