@@ -9,10 +9,13 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
+#include "sim/demo.hpp"
+#include "sim/folder.hpp"
 #include "support/file_content.hpp"
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/scan/sequence_count.hpp"
 
 namespace vorn::tools {
 namespace {
@@ -55,6 +58,44 @@ TEST_F(PlainWords, AnOptionIsNotTheValueOfAnother) {
   EXPECT_EQ(run({"info", image, "--report", "-"}).status, 0);
   expectErrors({"filter", path("none.ply"), path("b.ply"), "--z-range", "-5", "-2"}, {"none.ply"});
   expectErrors({"histogram", image, "--plot=--none/plot.png"}, {"--none"});
+}
+
+TEST_F(PlainWords, TooFewImagesAreCounted) {
+  // Stripes of four columns whose words begin with 2: 640 columns have words up to 161, which take eight bits,
+  // one of them the reference's; rows of eight, 400 of them words up to 51, six bits.
+  EXPECT_EQ(missingImages("columns", 12, {640, 400}), "");
+  EXPECT_EQ(missingImages("columns", 11, {640, 400}),
+            "11 images of columns, and a projector of 640 x 400 takes 12");
+  EXPECT_EQ(missingImages("rows", 10, {640, 400}), "");
+  EXPECT_EQ(missingImages("rows", 9, {640, 400}), "9 images of rows, and a projector of 640 x 400 takes 10");
+  EXPECT_EQ(missingImages("rows", 1, {}), "1 image of rows, and any projector takes at least 6");
+  EXPECT_EQ(missingImages("rows", 6, {}), "");
+
+  constexpr int divisor = 8;
+  sim::Rig const rig = sim::demoRig(divisor);
+  sim::FolderOptions options;
+  options.truth = false;
+  sim::writeScanFolder(path("scan"), rig, sim::demoScene(), options);
+  sim::writeScannerTruth(path("truth.json"), rig);
+  std::size_t const count = findSequence(path("scan"), "columns").size();
+  fs::remove(sequencePath(path("scan"), "columns", static_cast<int>(count) - 1));
+  expectErrors({"scan", path("scan"), "--calib", path("truth.json"), "-o", path("a.ply")},
+               {"Insufficient input patterns!", path("scan"),
+                std::to_string(count - 1) + " images of columns", "takes " + std::to_string(count)});
+}
+
+TEST_F(PlainWords, ViewsWithTooFewImagesAreCounted) {
+  for (char const* pose : {"pose_00", "pose_01", "pose_02"}) {
+    std::string const view = std::string("views/") + pose + "/";
+    picture(view + "target.png", 90);
+    for (int i = 0; i < 7; ++i) {
+      picture(view + "columns_0" + std::to_string(i) + ".png", 90);
+      picture(view + "rows_0" + std::to_string(i) + ".png", 90);
+    }
+  }
+  expectErrors({"calibrate", path("views"), "--pitch", "15", "--projector", "640x400", "-o", path("k.json")},
+               {"Insufficient input patterns!", "pose_01",
+                "7 images of columns, and a projector of 640 x 400 takes 12"});
 }
 
 } // namespace

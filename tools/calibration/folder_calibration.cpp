@@ -15,6 +15,7 @@
 #include "tools/files/image_files.hpp"
 #include "tools/files/named_images.hpp"
 #include "tools/files/pattern_folder.hpp"
+#include "tools/scan/sequence_count.hpp"
 
 namespace vorn::tools {
 
@@ -130,7 +131,13 @@ std::vector<cv::Mat> readNeeded(fs::path const& pose, std::string const& prefix,
 mv::ScannerView readScannerView(fs::path const& pose, ViewNames const& names,
                                 mv::CalibrationSettings const& settings) {
   auto const sequence = [&](char const* prefix, std::vector<std::string> const& given) {
-    return given.empty() ? readNeeded(pose, prefix) : readNamedImages(namedFiles(pose.string(), given));
+    std::vector<cv::Mat> images =
+        given.empty() ? readNeeded(pose, prefix) : readNamedImages(namedFiles(pose.string(), given));
+    if (std::string const missing = missingImages(prefix, images.size(), settings.projector);
+        !missing.empty()) {
+      throw Exception("Insufficient input patterns! " + missing, nullptr, 0, "calibrate");
+    }
+    return images;
   };
   return {"", readTarget(pose, names, 0, settings), sequence("columns", names.columns),
           sequence("rows", names.rows)};

@@ -35,6 +35,7 @@
 #include "tools/report/work.hpp"
 #include "tools/scan/scan_report.hpp"
 
+#include "tools/scan/sequence_count.hpp"
 namespace vorn::tools {
 
 namespace fs = std::filesystem;
@@ -112,12 +113,19 @@ std::vector<std::string> inputsOf(CheckOptions const& options,
 Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner const& scanner) {
   bool const isColumn = sequencePrefix(scanner) == "columns";
   auto const read = [&](char const* prefix) {
-    return watched([&](Observer* bar) {
+    std::vector<cv::Mat> images = watched([&](Observer* bar) {
       return namesOf(options, prefix).empty()
                  ? readSequence(options.folder, prefix, readMeasuredImage, bar)
                  : readNamedImages(namedFiles(options.folder, namesOf(options, prefix)), bar);
     });
   };
+    std::string const missing =
+        missingImages(prefix, images.size(), scanner.getProjectorModel().getResolution());
+    if (!missing.empty()) {
+      throw Exception("Insufficient input patterns! " + options.folder + " has " + missing, nullptr, 0,
+                      "check");
+    }
+    return images;
   mv::ScanResult const scan = watched([&, images = read(isColumn ? "columns" : "rows")](Observer* bar) {
     return mv::scan(scanner, images, plainScan(), bar);
   });

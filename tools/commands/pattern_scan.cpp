@@ -32,6 +32,7 @@
 #include "tools/scan/scan_page.hpp"
 #include "tools/scan/scan_report.hpp"
 
+#include "tools/scan/sequence_count.hpp"
 namespace vorn::tools {
 
 namespace fs = std::filesystem;
@@ -129,7 +130,9 @@ std::string hint(std::string const& folder, std::string const& prefix) {
   return "";
 }
 
-void readCaptured(ScanOptions const& options, std::string const& prefix, Captured& captured, Report& report) {
+/// @param projector its pixels, which tell how many images there must be
+void readCaptured(ScanOptions const& options, std::string const& prefix, cv::Size const& projector,
+                  Captured& captured, Report& report) {
   captured.images = watched([&](Observer* bar) {
     return captured.described       ? readPatternImages(*captured.described, bar)
            : !options.names.empty() ? readNamedImages(namedFiles(options.folder, options.names), bar)
@@ -141,6 +144,11 @@ void readCaptured(ScanOptions const& options, std::string const& prefix, Capture
                     nullptr, 0, "scan");
   }
   if (isLikeMosaic(captured.images.front())) {
+  std::string const missing =
+      captured.described ? "" : missingImages(prefix, captured.images.size(), projector);
+  if (!missing.empty()) {
+    throw Exception("Insufficient input patterns! " + options.folder + " has " + missing, nullptr, 0, "scan");
+  }
     report.warn("the images look like the raw pixels of a colour sensor (a Bayer mosaic), which are taken as "
                 "grey: make grey or colour pictures of them first");
   }
@@ -271,7 +279,8 @@ void runPatternScan(ScanOptions const& options, Report& report) {
   checkOutputs(options, scanner);
 
   Timer timer;
-  readCaptured(options, sequencePrefix(scanner), captured, report);
+  readCaptured(options, sequencePrefix(scanner), scanner.getProjectorModel().getResolution(), captured,
+               report);
   double const readTime = timer.toc();
   mv::ScanSettings const settings = settingsOf(options, scanner, report.isPageWanted());
   mv::ScanResult result = scanOf(scanner, captured, settings, report);
