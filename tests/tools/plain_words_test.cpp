@@ -15,6 +15,7 @@
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/scan/exposure.hpp"
 #include "tools/scan/sequence_count.hpp"
 
 namespace vorn::tools {
@@ -96,6 +97,51 @@ TEST_F(PlainWords, ViewsWithTooFewImagesAreCounted) {
   expectErrors({"calibrate", path("views"), "--pitch", "15", "--projector", "640x400", "-o", path("k.json")},
                {"Insufficient input patterns!", "pose_01",
                 "7 images of columns, and a projector of 640 x 400 takes 12"});
+}
+
+TEST_F(PlainWords, ExposureAdvisesWhereItMatters) {
+  auto const kindsOf = [](Exposure const& exposure) {
+    std::vector<Advice::Kind> kinds;
+    for (Advice const& advice : exposure.advice) {
+      kinds.push_back(advice.kind);
+    }
+    return kinds;
+  };
+  // A target as the tutorial wants it: paper at 120 of 255 on a dark ground that fills half of the image.
+  cv::Mat target(100, 200, CV_8UC1, cv::Scalar(4));
+  target(cv::Rect(0, 0, 100, 100)) = cv::Scalar(120);
+  using Kinds = std::vector<Advice::Kind>;
+  EXPECT_EQ(kindsOf(exposureOfImages({target}, Ground::IsNoFault)), Kinds{});
+  EXPECT_EQ(kindsOf(exposureOfImages({target})), Kinds{Advice::Kind::Dark});
+  cv::Mat const dim = target / 2;
+  EXPECT_EQ(kindsOf(exposureOfImages({dim}, Ground::IsNoFault)), Kinds{Advice::Kind::Dim});
+
+  // Four views that are all dim, and of which one is clipped too.
+  for (char const* pose : {"pose_00", "pose_01", "pose_02", "pose_03"}) {
+    fs::create_directories(path(std::string("views/") + pose));
+    cv::Mat view = dim.clone();
+    if (pose == std::string("pose_02")) {
+      view(cv::Rect(0, 0, 10, 30)) = cv::Scalar(255);
+      view(cv::Rect(20, 0, 80, 100)) = cv::Scalar(210);
+    }
+    writeImage(path(std::string("views/") + pose + "/target.png"), view);
+  }
+  ToolOutcome const mixed = run({"exposure", path("views")});
+  ASSERT_EQ(mixed.status, 0) << mixed.errors;
+  auto const count = [](std::string const& text, std::string const& part) {
+    int found = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+      ++found;
+    }
+    return found;
+  };
+  EXPECT_EQ(count(mixed.output, "lengthen"), 3) << mixed.output;
+  EXPECT_EQ(count(mixed.output, "shorten"), 1) << mixed.output;
+  EXPECT_EQ(count(mixed.output, "all 4"), 0) << mixed.output;
+  writeImage(path("views/pose_02/target.png"), cv::Mat(dim / 2));
+  std::string const alike = run({"exposure", path("views")}).output;
+  EXPECT_EQ(count(alike, "lengthen"), 1) << alike;
+  EXPECT_NE(alike.find("all 4 sequences, most of all pose_02/target"), std::string::npos) << alike;
 }
 
 } // namespace

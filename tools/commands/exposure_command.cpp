@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,8 +45,8 @@ mv::AMat pictureOf(SequenceExposure const& sequence) {
   mv::AMat picture(shown);
   std::string title = sequence.name + printed(": clipped (red) %.2f %%, dark (blue) %.1f %%",
                                               100.0 * exposure.clipped.all, 100.0 * exposure.dark.all);
-  for (std::string const& advice : exposure.advice) {
-    title += "\n" + advice;
+  for (Advice const& advice : exposure.advice) {
+    title += "\n" + advice.text;
   }
   picture.setTitle(title);
   return picture;
@@ -67,12 +68,40 @@ std::string numberOrDash(double value, char const* format) {
   return std::isfinite(value) ? printed(format, value) : "-";
 }
 
+/// A fault of several sequences.
+struct CommonFault {
+  std::size_t count = 0;
+  SequenceExposure const* worst = nullptr;
+  Advice const* advice = nullptr; ///< of the worst
+};
+
+std::map<Advice::Kind, CommonFault> faultsOf(std::vector<SequenceExposure> const& all) {
+  std::map<Advice::Kind, CommonFault> faults;
+  for (SequenceExposure const& one : all) {
+    for (Advice const& advice : one.exposure.advice) {
+      CommonFault& fault = faults[advice.kind];
+      ++fault.count;
+      if (fault.advice == nullptr || advice.strength > fault.advice->strength) {
+        fault.worst = &one;
+        fault.advice = &advice;
+      }
+    }
+  }
+  return faults;
+}
+
 void print(std::vector<SequenceExposure> const& all) {
   std::size_t width = 12;
   for (SequenceExposure const& one : all) {
     width = std::max(width, one.name.size());
   }
   auto const column = static_cast<int>(width);
+  // What every sequence has is told once: repeated, it would hide the rest.
+  std::map<Advice::Kind, CommonFault> const faults = faultsOf(all);
+  constexpr std::size_t many = 3;
+  auto const isShared = [&](Advice::Kind kind) {
+    return all.size() >= many && faults.at(kind).count == all.size();
+  };
   std::cout << printed("%-*s %9s %7s %7s %10s %7s %9s %8s\n", column, "sequence", "clipped %", "dark %",
                        "bright", "amplitude", "noise", "sigma px", "blur px");
   for (SequenceExposure const& one : all) {
@@ -81,8 +110,16 @@ void print(std::vector<SequenceExposure> const& all) {
                          100.0 * e.clipped.all, 100.0 * e.dark.all, e.bright,
                          numberOrDash(e.amplitude, "%.2f").c_str(), numberOrDash(e.noise, "%.2f").c_str(),
                          numberOrDash(e.sigma, "%.4f").c_str(), numberOrDash(e.blur.all, "%.2f").c_str());
-    for (std::string const& advice : e.advice) {
-      std::cout << printed("  -> %s\n", advice.c_str());
+    for (Advice const& advice : e.advice) {
+      if (!isShared(advice.kind)) {
+        std::cout << printed("  -> %s\n", advice.text.c_str());
+      }
+    }
+  }
+  for (auto const& [kind, fault] : faults) {
+    if (isShared(kind)) {
+      std::cout << printed("all %zu sequences, most of all %s:\n  -> %s\n", all.size(),
+                           fault.worst->name.c_str(), fault.advice->text.c_str());
     }
   }
   std::cout
@@ -102,6 +139,10 @@ nlohmann::json toJson(std::vector<SequenceExposure> const& all) {
   nlohmann::json json = nlohmann::json::array();
   for (SequenceExposure const& one : all) {
     Exposure const& e = one.exposure;
+    nlohmann::json advice = nlohmann::json::array();
+    for (Advice const& each : e.advice) {
+      advice.push_back(each.text);
+    }
     json.push_back(
         {{"name", one.name},
          {"images", one.images},
@@ -113,7 +154,7 @@ nlohmann::json toJson(std::vector<SequenceExposure> const& all) {
          {"sigma", finiteOrNull(e.sigma)},
          {"blur", finiteOrNull(e.blur.all)},
          {"ninths", {{"clipped", toJson(e.clipped)}, {"dark", toJson(e.dark)}, {"blur", toJson(e.blur)}}},
-         {"advice", e.advice}});
+         {"advice", advice}});
   }
   return json;
 }

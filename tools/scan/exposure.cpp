@@ -134,39 +134,46 @@ double noiseOfImages(std::vector<cv::Mat> const& images) {
   return std::isfinite(least) ? least : notANumber;
 }
 
-std::vector<std::string> adviceFor(Exposure const& e) {
+/// @param least the brightness from which on more light gains little
+std::vector<Advice> adviceFor(Exposure const& e, double least, Ground ground) {
+  using Kind = Advice::Kind;
   constexpr double muchClipped = 0.002;
   constexpr double muchDark = 0.2;
   constexpr double wellLit = 200.0;
   constexpr double aim = 230.0;
   constexpr double blurred = 1.5;
   constexpr double flat = 0.3;
-  std::vector<std::string> advice;
-  bool const isClipped = e.clipped.all > muchClipped;
+  std::vector<Advice> advice;
   std::string const clipped = percent(e.clipped.all) + " clipped" + e.clipped.where(100.0, " %");
-  if (isClipped && e.bright < wellLit) {
+  if (e.clipped.all > muchClipped) {
+    bool const areHighlights = e.bright < wellLit;
     advice.push_back(
-        clipped + ", the rest no brighter than " + textOf(e.bright, "") +
-        ": no exposure suits both; take highlights away (spray, polarisers, another angle) or scan "
-        "twice");
-  } else if (isClipped) {
-    advice.push_back(clipped + ": shorten the exposure, or dim the projector, by a third and look again");
-  } else if (e.bright < wellLit) {
-    advice.push_back("the brightest grey values reach " + textOf(e.bright, "") +
-                     " of 255: lengthen the exposure to " + textOf(aim / std::max(e.bright, 1.0), "") +
-                     " times as long");
+        {areHighlights ? Kind::Highlights : Kind::Clipped, e.clipped.all,
+         areHighlights
+             ? clipped + ", the rest no brighter than " + textOf(e.bright, "") +
+                   ": no exposure suits both; take highlights away (spray, polarisers, another "
+                   "angle) or scan twice"
+             : clipped + ": shorten the exposure, or dim the projector, by a third and look again"});
+  } else if (e.bright < least) {
+    advice.push_back({Kind::Dim, -e.bright,
+                      "the brightest grey values reach " + textOf(e.bright, "") +
+                          " of 255: lengthen the exposure to " + textOf(aim / std::max(e.bright, 1.0), "") +
+                          " times as long"});
   }
-  if (e.dark.all > muchDark) {
-    advice.push_back(percent(e.dark.all) + " dark" + e.dark.where(100.0, " %") +
-                     ": shadows and the ground count; where there is surface, bring light to it");
+  if (e.dark.all > muchDark && ground == Ground::Counts) {
+    advice.push_back({Kind::Dark, e.dark.all,
+                      percent(e.dark.all) + " dark" + e.dark.where(100.0, " %") +
+                          ": shadows and the ground count; where there is surface, bring light to it"});
   }
   if (e.modulation < flat) {
-    advice.push_back("fringes are only " + percent(e.modulation) +
-                     " of the brightness: shield ambient light, and focus the projector");
+    advice.push_back({Kind::Flat, -e.modulation,
+                      "fringes are only " + percent(e.modulation) +
+                          " of the brightness: shield ambient light, and focus the projector"});
   }
   if (e.blur.all > blurred) {
-    advice.push_back("edges are blurred by " + textOf(e.blur.all, " px") + e.blur.where(1.0, " px") +
-                     ": focus the camera (vorn-mv focus shows where)");
+    advice.push_back({Kind::Blurred, e.blur.all,
+                      "edges are blurred by " + textOf(e.blur.all, " px") + e.blur.where(1.0, " px") +
+                          ": focus the camera (vorn-mv focus shows where)"});
   }
   return advice;
 }
@@ -232,7 +239,8 @@ std::string Spread::where(double factor, char const* unit) const {
              : "";
 }
 
-Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period) {
+Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Ground ground) {
+  constexpr double leastBright = 150.0;  // more gains less than a third of the noise
   constexpr double leastAmplitude = 2.0; // grey values
   std::vector<cv::Mat_<uchar>> const p(phases.begin(), phases.begin() + 4);
   Exposure result = commonOf({p.begin(), p.end()});
@@ -256,11 +264,12 @@ Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period) {
   }
   // Four steps: the phase's deviation is noise / (sqrt(2) amplitude).
   result.sigma = result.noise / (std::sqrt(2.0) * result.amplitude) * period / (2.0 * CV_PI);
-  result.advice = adviceFor(result);
+  result.advice = adviceFor(result, leastBright, ground);
   return result;
 }
 
-Exposure exposureOfImages(std::vector<cv::Mat> const& images) {
+Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground) {
+  constexpr double leastBright = 100.0; // dots and edges are found as well from there on
   constexpr double leastBrightness = 16.0;
   constexpr double leastAmplitude = 2.0;
   Exposure result = commonOf(images);
@@ -282,7 +291,7 @@ Exposure exposureOfImages(std::vector<cv::Mat> const& images) {
     judge(result, amplitudes, leastAmplitude);
   }
   result.modulation = notANumber; // of fringes only
-  result.advice = adviceFor(result);
+  result.advice = adviceFor(result, leastBright, ground);
   return result;
 }
 

@@ -21,6 +21,15 @@ struct Spread {
   std::string where(double factor, char const* unit) const;
 };
 
+/// Something to change.
+struct Advice {
+  /// What is at fault: sequences with the same fault are told of together.
+  enum class Kind { Highlights, Clipped, Dim, Dark, Flat, Blurred };
+  Kind kind;
+  double strength; ///< how bad it is, to be compared within a kind
+  std::string text;
+};
+
 /// How a stack of images is exposed.
 struct Exposure {
   Spread clipped; ///< share of pixels at the upper end of 8 bits in one of the images
@@ -40,15 +49,21 @@ struct Exposure {
   cv::Mat_<uchar> mean;                         ///< of the images
   cv::Mat_<uchar> isClipped;
   cv::Mat_<uchar> isDark;
-  std::vector<std::string> advice; ///< what to change; empty when nothing need be
+  std::vector<Advice> advice; ///< what to change; empty when nothing need be
+};
+
+/// What the ground around the surface is for an exposure.
+enum class Ground {
+  Counts,   ///< may be surface that lacks light
+  IsNoFault ///< a target's dark ground and what lies around it
 };
 
 /// @param phases four images of one size, CV_8UC1, fringes shifted by a quarter each
 /// @param period of the fringes, projector pixels
-Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period);
+Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Ground ground = Ground::Counts);
 
 /// Of images of one size that show the same scene in any light, CV_8UC1, one or more. Their noise is told
 /// from the finest detail, so texture adds to it.
-Exposure exposureOfImages(std::vector<cv::Mat> const& images);
+Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground = Ground::Counts);
 
 } // namespace vorn::tools

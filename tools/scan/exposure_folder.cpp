@@ -91,7 +91,8 @@ Exposure exposureOf(CapturedSequence const& sequence) {
                       nullptr, 0, "exposure");
     }
   }
-  return period > 0.0 ? exposureOfFringes(images, period) : exposureOfImages(images);
+  return period > 0.0 ? exposureOfFringes(images, period, sequence.ground)
+                      : exposureOfImages(images, sequence.ground);
 }
 
 } // namespace
@@ -117,7 +118,8 @@ std::vector<CapturedSequence> sequencesIn(std::string const& folder) {
     if (periodOf(name) > 0.0 && files.size() > phaseCount) {
       files.resize(phaseCount);
     }
-    result.push_back({name, std::move(files)});
+    bool const isOfTarget = sequences.count(name.substr(0, name.rfind('/') + 1) + "target") != 0;
+    result.push_back({name, std::move(files), isOfTarget ? Ground::IsNoFault : Ground::Counts});
   }
   return result;
 }

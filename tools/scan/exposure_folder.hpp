@@ -16,6 +16,7 @@ namespace vorn::tools {
 struct CapturedSequence {
   std::string name;               ///< such as "columns" or "pose_03/rows"
   std::vector<std::string> files; ///< those that its exposure is told by, in order
+  Ground ground = Ground::Counts;
 };
 
 /// The sequences in a folder: columns_00.png and so on, rows_00.png and so on, other numbered pictures,
