@@ -44,6 +44,11 @@ std::vector<mv::Plot> plotsOf(mv::Calibration const& calibration, mv::Ground gro
 /// Says what is wrong with the views, or should be known; why a view was left out stands in the table.
 /// @param pair which devices it is about, where there are more than two; ends with a colon and a space
 void warnOfFindings(mv::Calibration const& calibration, Report& report, std::string const& pair = "") {
+  if (calibration.report.isProjectorGuessed) {
+    cv::Size const guessed = calibration.report.devices.back().resolution;
+    report.warn(pair + "the projector's size is a guess from the decoded images, " + sizeText(guessed) +
+                ": give the true one by --projector, as --projector 912x570");
+  }
   if (!calibration.report.notAdjusted.empty()) {
     report.warn("the views were not adjusted together: " + calibration.report.notAdjusted);
   }
