@@ -15,6 +15,7 @@
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
 #include "tools/scan/exposure.hpp"
 #include "tools/scan/sequence_count.hpp"
 
@@ -97,6 +98,35 @@ TEST_F(PlainWords, ViewsWithTooFewImagesAreCounted) {
   expectErrors({"calibrate", path("views"), "--pitch", "15", "--projector", "640x400", "-o", path("k.json")},
                {"Insufficient input patterns!", "pose_01",
                 "7 images of columns, and a projector of 640 x 400 takes 12"});
+}
+
+TEST_F(PlainWords, OtherCalibrationsAreNamed) {
+  test::put(path("camera.json"), R"({"Resolution": [640, 480], "K": []})");
+  test::put(path("line.json"), R"({"CameraModel": {}, "Plane_0": {}})");
+  test::put(path("stereo.json"), R"({"CameraModel0": {}})");
+  picture("scan/columns_00.png", 3);
+  struct Case {
+    char const* file;
+    char const* kind;
+  };
+  for (Case const& one : {Case{"camera.json", "holds a camera, not a structured-light scanner"},
+                          Case{"line.json", "--laser"}, Case{"stereo.json", "two cameras"}}) {
+    expectErrors({"scan", path("scan"), "--calib", path(one.file)}, {path(one.file), one.kind});
+  }
+}
+
+TEST_F(PlainWords, FilesOfTheWrongKind) {
+  test::put(path("c.ply"), "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\n"
+                           "property float z\nend_header\n1 2 3\n");
+  expectErrors({"height", path("c.ply"), path("h.png")}, {"a height map is written as .tiff"});
+  expectErrors({"filter", path("c.ply"), path("d.ply"), "--z-range", "nan", "500"}, {"numbers, not nan"});
+  expectErrors({"info", folder_.path()}, {"it is a folder", "*.json"});
+  // A copy is said, a conversion is not.
+  expectErrors({"filter", path("c.ply"), path("d.ply")}, {"no filter is named"}, 0);
+  EXPECT_EQ(run({"filter", path("c.ply"), path("d.xyz")}).errors, "");
+  std::string const image = picture("a.png", 9);
+  expectErrors({"image", image, path("b.png")}, {"no filter is named"}, 0);
+  EXPECT_EQ(run({"image", image, path("b.tiff")}).errors, "");
 }
 
 TEST_F(PlainWords, ExposureAdvisesWhereItMatters) {

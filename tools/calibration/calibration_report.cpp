@@ -109,7 +109,12 @@ std::string adjustedText(mv::CalibrationReport const& report) {
   }
   out << "; residuals " << std::fixed << std::setprecision(2) << adjustment.s0 << " times the noise\n";
   mv::TargetShape const& shape = adjustment.shape;
-  if (shape.kind == mv::TargetShape::Kind::Flat) {
+  bool const isWarnedOf =
+      std::any_of(report.findings.begin(), report.findings.end(),
+                  [](mv::Finding const& finding) { return finding.cause == mv::FindingCause::BentTarget; });
+  if (isWarnedOf) {
+    out << "target: not flat, as the warning says\n";
+  } else if (shape.kind == mv::TargetShape::Kind::Flat) {
     out << "target: flat, as far as the views tell\n";
   } else {
     out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "

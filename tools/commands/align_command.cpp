@@ -105,9 +105,10 @@ mv::Registration registered(AlignOptions const& options, mv::PointCloud const& s
 }
 
 void print(mv::Registration const& found, cv::Matx44d const& target_from_source, cv::Vec3d const& pivot) {
-  std::cout << printed(
-      "%.1f %% of the points have a place on the target, %zu used, %.4g RMS off it (sigma %.4g)\n",
-      100.0 * found.overlap, found.matches, found.rms, found.sigma);
+  std::cout << printed("%.1f %% of the points have a place on the target, %zu used, %.4g mm RMS off its "
+                       "smooth surface, the noise of "
+                       "both clouds included (sigma %.4g mm)\n",
+                       100.0 * found.overlap, found.matches, found.rms, found.sigma);
   for (int i = 0; i < 4; ++i) {
     std::cout << printed("%14.9f %14.9f %14.9f %16.9g\n", target_from_source(i, 0), target_from_source(i, 1),
                          target_from_source(i, 2), target_from_source(i, 3));
@@ -115,7 +116,7 @@ void print(mv::Registration const& found, cv::Matx44d const& target_from_source,
   auto const deviation = [&](int i) { return std::sqrt(found.covariance(i, i)); };
   constexpr double milli = 1000.0;
   std::cout << printed(
-      "standard deviations: turn %.3g %.3g %.3g mrad, shift %.3g %.3g %.3g about (%.4g, %.4g, %.4g)\n",
+      "standard deviations: turn %.3g %.3g %.3g mrad, shift %.3g %.3g %.3g mm about (%.4g, %.4g, %.4g)\n",
       milli * deviation(0), milli * deviation(1), milli * deviation(2), deviation(3), deviation(4),
       deviation(5), pivot[0], pivot[1], pivot[2]);
   std::cout << printed("%s after %d iterations\n",
@@ -201,7 +202,7 @@ cv::Matx44d startOf(AlignOptions const& options, mv::PointCloud const& source, m
   if (!options.markers.empty()) {
     mv::MarkerMatch const found =
         mv::matchMarkers(readMarkers(options.markers[0]), readMarkers(options.markers[1]));
-    std::cout << printed("%zu markers in both, %.3g RMS\n", found.pairs.size(), found.rms);
+    std::cout << printed("%zu markers in both, %.3g mm RMS\n", found.pairs.size(), found.rms);
     report["markers"] = {{"count", found.pairs.size()}, {"rms", found.rms}};
     start = found.targetFromSource;
   } else if (!options.start.empty()) {

@@ -24,6 +24,7 @@
 #include "tools/commands/commands.hpp"
 #include "tools/commands/number_check.hpp"
 #include "tools/commands/property_options.hpp"
+#include "tools/files/camera_input.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
@@ -34,8 +35,8 @@
 #include "tools/report/page_options.hpp"
 #include "tools/report/work.hpp"
 #include "tools/scan/scan_report.hpp"
-
 #include "tools/scan/sequence_count.hpp"
+
 namespace vorn::tools {
 
 namespace fs = std::filesystem;
@@ -118,7 +119,6 @@ Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner cons
                  ? readSequence(options.folder, prefix, readMeasuredImage, bar)
                  : readNamedImages(namedFiles(options.folder, namesOf(options, prefix)), bar);
     });
-  };
     std::string const missing =
         missingImages(prefix, images.size(), scanner.getProjectorModel().getResolution());
     if (!missing.empty()) {
@@ -126,6 +126,7 @@ Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner cons
                       "check");
     }
     return images;
+  };
   mv::ScanResult const scan = watched([&, images = read(isColumn ? "columns" : "rows")](Observer* bar) {
     return mv::scan(scanner, images, plainScan(), bar);
   });
@@ -179,7 +180,7 @@ void run(CheckOptions const& options, Report& report) {
   checkOptions(options);
   checkInputFile(options.calibration);
   mv::Sl3dScanner scanner;
-  load(options.calibration, scanner);
+  loadScanner(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
   std::optional<PatternFolder> described;
   if (fs::exists(patternSetPath(options.folder))) {

@@ -128,6 +128,10 @@ void run(FilterOptions const& options, Report& report) {
   printRow("step", "removed", "left", "ms");
   printRow(options.input, "", std::to_string(cloud.presentCount()), "");
   report["pointsRead"] = cloud.presentCount();
+  bool const isConverted = lowerCaseEnding(options.input) != lowerCaseEnding(options.output);
+  if (options.steps.empty() && !isConverted) {
+    report.warn("no filter is named: " + options.output + " gets the points as they are");
+  }
   nlohmann::json& steps = report["steps"] = nlohmann::json::array();
   for (Step const& step : options.steps) {
     if (step.needs == Needs::Grid && !cloud.isOrganized()) {
@@ -255,12 +259,12 @@ void addPointSteps(CLI::App& command, std::vector<Step>& steps) {
   using RadiusAndCount = std::pair<float, int>;
   addStepOption<Pair>(
       command, "z-range", "Remove points with z outside a range", "MIN MAX", [&steps](Pair const& z) {
+        require(!std::isnan(z.first) && !std::isnan(z.second), "z-range",
+                "both ends must be numbers, not nan");
         require(z.first <= z.second, "z-range", "the least z must not be above the greatest");
         steps.push_back({"z-range " + textOf(z.first) + " " + textOf(z.second), Needs::AnyCloud,
                          [=](mv::PointCloud& cloud) { cloud.filterByZRange(z.first, z.second); }});
       });
-        require(!std::isnan(z.first) && !std::isnan(z.second), "z-range",
-                "both ends must be numbers, not nan");
   auto const addNeighbourhoodStep = [&](std::string const& name, std::string const& help,
                                         int (mv::PointCloud::*filter)(float, int)) {
     addStepOption<RadiusAndCount>(

@@ -64,7 +64,7 @@ mv::PointCloud readView(ViewEntry const& view, mv::Sl3dScanner& scanner, Observe
 std::vector<mv::PointCloud> readViews(FuseOptions const& options, std::vector<ViewEntry> const& entries) {
   mv::Sl3dScanner scanner;
   if (!options.calibration.empty()) {
-    load(options.calibration, scanner);
+    loadScanner(options.calibration, scanner);
   }
   return watched([&](Observer* observer) {
     std::vector<mv::PointCloud> views;

@@ -102,6 +102,11 @@ cv::Vec3d offsetOf(mv::HeightMap const& map) {
 }
 
 void makeCloud(HeightOptions const& options, Report& report) {
+  if (hasPictureEnding(options.output)) {
+    throw Exception(options.output +
+                        ": a height map is written as .tiff, points as .ply, .pcd, .xyz, .obj or .stl",
+                    nullptr, 0, "height");
+  }
   checkGraphicPath(options.output);
   report.declare({options.input, heightJsonPath(options.input)}, {options.output});
   mv::HeightMap map = readHeightMap(options.input);
@@ -159,12 +164,12 @@ void addHeightCommand(CLI::App& app) {
       ->add_option("--plane", options->plane,
                    "A point of the plane and its normal; default: the plane that fits the points best")
       ->type_name("X Y Z NX NY NZ")
+      ->check(anyNumber())
       ->each([options](std::string const& /*text*/) { options->isPlaneGiven = true; });
   command->add_option("--cell", options->cellSize, "Edge length of a cell; 0: the usual distance of points")
       ->type_name("MM")
       ->check(notBelowZero())
       ->capture_default_str();
-      ->check(anyNumber())
   std::vector<std::string> names;
   for (auto const& [name, rule] : rules()) {
     names.push_back(name);
@@ -175,12 +180,12 @@ void addHeightCommand(CLI::App& app) {
   command
       ->add_option("--depth", options->depth,
                    "Bits of a height: 32, a float, or 16, scaled as the .json says")
+      ->check(wholeNumber())
       ->check(CLI::IsMember({16, 32}))
       ->capture_default_str();
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report",
       "size, range and coverage of the map");
-      ->check(wholeNumber())
 }
 
 } // namespace vorn::tools

@@ -145,6 +145,9 @@ void run(ImageOptions const& options, Report& report) {
     writeTogether({{options.savedChain, jsonText(json)}});
   }
   if (!options.input.empty()) {
+    if (chain.empty() && lowerCaseEnding(options.input) == lowerCaseEnding(options.output)) {
+      report.warn("no filter is named: " + options.output + " gets the picture as it is");
+    }
     cv::Mat image = readImage(options.input);
     for (auto const& filter : chain) {
       image = applied(*filter, image);

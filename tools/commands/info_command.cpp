@@ -1,7 +1,10 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
@@ -193,6 +196,17 @@ nlohmann::json allProperties() {
   return classes;
 }
 
+/// @throws Exception for a folder, which says what to do
+void refuseFolder(std::string const& path) {
+  std::error_code unreadable; // which is told when it is read
+  if (std::filesystem::is_directory(path, unreadable)) {
+    throw Exception(path + ": it is a folder; name files in it, as " +
+                        (std::filesystem::path(path) / "*.json").string() +
+                        " (images of a scan or of views are judged by vorn-mv exposure)",
+                    nullptr, 0, "info");
+  }
+}
+
 nlohmann::json infoOf(std::string const& path) {
   std::string const ending = lowerCaseEnding(path);
   if (ending == ".json") {
@@ -230,6 +244,7 @@ void addInfoCommand(CLI::App& app) {
           throw CLI::RequiredError("files");
         }
         std::vector<std::string> const files = expandFiles(*paths);
+        std::for_each(files.begin(), files.end(), refuseFolder);
         report.declare(files, {});
         report["files"] = nlohmann::json::array();
         for (std::string const& path : files) {

@@ -19,6 +19,7 @@
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/property_options.hpp"
+#include "tools/files/camera_input.hpp"
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/input_file.hpp"
@@ -31,8 +32,8 @@
 #include "tools/scan/preview.hpp"
 #include "tools/scan/scan_page.hpp"
 #include "tools/scan/scan_report.hpp"
-
 #include "tools/scan/sequence_count.hpp"
+
 namespace vorn::tools {
 
 namespace fs = std::filesystem;
@@ -143,12 +144,12 @@ void readCaptured(ScanOptions const& options, std::string const& prefix, cv::Siz
                         hint(options.folder, prefix),
                     nullptr, 0, "scan");
   }
-  if (isLikeMosaic(captured.images.front())) {
   std::string const missing =
       captured.described ? "" : missingImages(prefix, captured.images.size(), projector);
   if (!missing.empty()) {
     throw Exception("Insufficient input patterns! " + options.folder + " has " + missing, nullptr, 0, "scan");
   }
+  if (isLikeMosaic(captured.images.front())) {
     report.warn("the images look like the raw pixels of a colour sensor (a Bayer mosaic), which are taken as "
                 "grey: make grey or colour pictures of them first");
   }
@@ -268,7 +269,7 @@ void writeOutputs(ScanOptions const& options, mv::ScanResult const& result, mv::
 void runPatternScan(ScanOptions const& options, Report& report) {
   checkInputFile(options.calibration);
   mv::Sl3dScanner scanner;
-  load(options.calibration, scanner);
+  loadScanner(options.calibration, scanner);
   applyAssignments(scanner, options.assignments);
   Captured captured;
   if (options.names.empty() && fs::exists(patternSetPath(options.folder))) {

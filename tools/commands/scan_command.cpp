@@ -16,6 +16,20 @@
 
 namespace vorn::tools {
 
+namespace {
+
+/// Says that the points are reckoned and thrown away.
+void warnOfNoOutput(CLI::App const& command, Report& report) {
+  for (char const* output : {"--out", "--preview", "--map", "--xyz", "--html", "--report", "--json"}) {
+    if (command.get_option(output)->count() > 0) {
+      return;
+    }
+  }
+  report.warn("the points are not kept: --out names a file for them, --preview one for a picture");
+}
+
+} // namespace
+
 void addScanCommand(CLI::App& app) {
   auto options = std::make_shared<ScanOptions>();
   CLI::App* command = app.add_subcommand("scan", "Turn a folder of captured images into a point cloud");
@@ -88,10 +102,11 @@ void addScanCommand(CLI::App& app) {
   addSetOption(*command, options->assignments, "scanner", mv::Sl3dScanner())->excludes(laser);
   setWork(
       *command,
-      [options](Report& report) {
+      [options, command](Report& report) {
         options->look.check();
         report.wantPage(options->page);
         options->isLaser ? runLaserScan(*options, report) : runPatternScan(*options, report);
+        warnOfNoOutput(*command, report);
       },
       "--report", "counts, times in ms and the box");
 }

@@ -152,9 +152,9 @@ private:
     if (shape.kind != TargetShape::Kind::Flat && shape.significance > leastSignificance &&
         shape.flatS0 > mostS0 && explained > leastShare * flatExcess) {
       add(FindingCause::BentTarget, -1, -1, shape.significance, leastSignificance,
-          "The target is off its shape by " + rounded(shape.rms, 3) + " root mean square, bent by " +
-              rounded(shape.sagX, 3) + " along x and " + rounded(shape.sagY, 3) +
-              " along y; the calibration takes it into account",
+          "The target is off its shape by " + rounded(shape.rms, 3) + " mm root mean square, bent by " +
+              rounded(shape.sagX, 3) + " mm along x and " + rounded(shape.sagY, 3) +
+              " mm along y; the calibration takes it into account",
           false);
     }
   }
