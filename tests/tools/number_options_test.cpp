@@ -24,8 +24,9 @@ using test::ToolOutcome;
 
 /// Kinds of values that are no numbers, as help texts name them. What has another kind is a number and needs
 /// a check; a new option with a new kind of text belongs here.
-std::set<std::string> const textKinds{"TEXT", "FILE",  "PATTERN", "NAME", "NAME=VALUE", "SIZE", "CxR",
-                                      "COLOR", "X,Y,Z", "FILTER",  "SOURCE", "TARGET",   "IMAGE", "CAMERA", "POSE"};
+std::set<std::string> const textKinds{"TEXT",   "FILE",   "PATTERN", "NAME",   "NAME=VALUE",
+                                      "SIZE",   "CxR",    "COLOR",   "X,Y,Z",  "FILTER",
+                                      "SOURCE", "TARGET", "IMAGE",   "CAMERA", "POSE"};
 
 /// Whether all values of an option are texts.
 bool isText(CLI::Option const& option) {
@@ -82,14 +83,13 @@ TEST(NumberOptions, KeepTheirBounds) {
     std::vector<std::string> good;
     std::vector<std::string> bad;
   };
-  for (Case const& c :
-       {Case{aboveZero(), {"1e-30", "15.2", "3e38"}, {"0", "-0", "-1", "1e39", "", "1 2"}},
-        Case{notBelowZero(), {"0", "-0", "0.5"}, {"-1e-30", "--1"}},
-        Case{anyNumber(), {"-7.5", "0", "1e4"}, {"x", "-", "1e39", "-1e39"}},
-        Case{between(0.5, 2.5), {"0.5", "2.5"}, {"0.49", "2.51"}},
-        Case{between(-3, 4), {"-3", "0", "4"}, {"-4", "5", "1.5", "1e0"}},
-        Case{wholeNumber(), {"-12", "0", "700"}, {"0.5", "7 8", "seven"}},
-        Case{numeral(), {"nan", "-inf", "3.5"}, {"3,5", "3.5mm"}}}) {
+  for (Case const& c : {Case{aboveZero(), {"1e-30", "15.2", "3e38"}, {"0", "-0", "-1", "1e39", "", "1 2"}},
+                        Case{notBelowZero(), {"0", "-0", "0.5"}, {"-1e-30", "--1"}},
+                        Case{anyNumber(), {"-7.5", "0", "1e4"}, {"x", "-", "1e39", "-1e39"}},
+                        Case{between(0.5, 2.5), {"0.5", "2.5"}, {"0.49", "2.51"}},
+                        Case{between(-3, 4), {"-3", "0", "4"}, {"-4", "5", "1.5", "1e0"}},
+                        Case{wholeNumber(), {"-12", "0", "700"}, {"0.5", "7 8", "seven"}},
+                        Case{numeral(), {"nan", "-inf", "3.5"}, {"3,5", "3.5mm"}}}) {
     for (std::string const& value : c.good) {
       EXPECT_EQ(c.check(value), "") << value;
     }

@@ -63,8 +63,8 @@ TEST_F(PlainWords, AnOptionIsNotTheValueOfAnother) {
 }
 
 TEST_F(PlainWords, TooFewImagesAreCounted) {
-  // Stripes of four columns whose words begin with 2: 640 columns have words up to 161, which take eight bits,
-  // one of them the reference's; rows of eight, 400 of them words up to 51, six bits.
+  // Stripes of four columns whose words begin with 2: 640 columns have words up to 161, which take eight
+  // bits, one of them the reference's; rows of eight, 400 of them words up to 51, six bits.
   EXPECT_EQ(missingImages("columns", 12, {640, 400}), "");
   EXPECT_EQ(missingImages("columns", 11, {640, 400}),
             "11 images of columns, and a projector of 640 x 400 takes 12");

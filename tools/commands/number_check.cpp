@@ -54,8 +54,7 @@ std::string numberError(NumberRule const& rule, std::string const& value) {
   if (number && (rule.mayBeInfinite || (isFinite(*number) && isInside))) {
     return "";
   }
-  std::string const form =
-      number || rule.isWhole ? std::string() : std::string(" (decimal point, no unit)");
+  std::string const form = number || rule.isWhole ? std::string() : std::string(" (decimal point, no unit)");
   return std::string("must be a ") + (rule.isWhole ? "whole " : "") + "number" + boundsText(rule) + form +
          ", not '" + value + "'";
 }

@@ -46,9 +46,9 @@ template <class Number>
 CLI::Validator between(Number least, Number most) {
   std::ostringstream description;
   description << CLI::detail::type_name<Number>() << " in [" << least << " - " << most << ']';
-  return numberCheck({static_cast<double>(least), static_cast<double>(most), false,
-                      std::is_integral<Number>::value, false},
-                     description.str());
+  return numberCheck(
+      {static_cast<double>(least), static_cast<double>(most), false, std::is_integral<Number>::value, false},
+      description.str());
 }
 
 } // namespace vorn::tools
