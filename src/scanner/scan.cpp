@@ -25,6 +25,7 @@
 #include "scanner/scan_noise.hpp"
 #include "scanner/scan_points.hpp"
 #include "scanner/scanner_access.hpp"
+#include "scanner/sequence_doubts.hpp"
 #include "sl/decode/grey_stack.hpp"
 #include "sl/decode/staircase.hpp"
 #include "sl/decode/texture.hpp"
@@ -209,6 +210,9 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
   result.whiteLevel = stack.white * stack.unit;
   sl::DecodedScan const decoded =
       ScannerAccess::decode(scanner, stack, sl::ReasonMap::Make, progress.part(0.0, 0.59));
+  PatternAxis const axis =
+      coordinateOf(scanner) == MapCoordinate::Column ? PatternAxis::Column : PatternAxis::Row;
+  result.doubts = sequenceDoubts(stack, axis, ScannerAccess::codedAxis(scanner));
   result.map = decoded.coordinates;
   result.mask = decoded.reasons;
   if (settings.correctsStaircase) {

@@ -34,6 +34,7 @@
 #include "tools/report/check_report.hpp"
 #include "tools/report/page_options.hpp"
 #include "tools/report/work.hpp"
+#include "tools/scan/pattern_doubts.hpp"
 #include "tools/scan/scan_report.hpp"
 #include "tools/scan/sequence_count.hpp"
 
@@ -111,7 +112,7 @@ std::vector<std::string> inputsOf(CheckOptions const& options,
   return inputs;
 }
 
-Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner const& scanner) {
+Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner const& scanner, Report& report) {
   bool const isColumn = sequencePrefix(scanner) == "columns";
   auto const read = [&](char const* prefix) {
     std::vector<cv::Mat> images = watched([&](Observer* bar) {
@@ -132,13 +133,16 @@ Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner cons
   });
   mv::Sl3dScanner other = scanner;
   other.setScannerType(isColumn ? mv::scanner::ScannerType::Vertical : mv::scanner::ScannerType::Horizontal);
-  cv::Mat_<float> const across = watched([&, images = read(isColumn ? "rows" : "columns")](Observer* bar) {
-                                   return mv::scan(other, images, plainScan(), bar);
-                                 }).map;
+  mv::ScanResult const crossing = watched([&, images = read(isColumn ? "rows" : "columns")](Observer* bar) {
+    return mv::scan(other, images, plainScan(), bar);
+  });
+  warnOfDoubts(scan.doubts, report);
+  warnOfDoubts(crossing.doubts, report);
+  cv::Mat_<float> const& across = crossing.map;
   return {isColumn ? scan.map : across, isColumn ? across : scan.map, scan.xyz, scan.modulation};
 }
 
-Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner) {
+Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner, Report& report) {
   std::vector<cv::Mat> const images =
       watched([&](Observer* bar) { return readPatternImages(described, bar); });
   mv::DecodedPatterns const decoded =
@@ -148,6 +152,7 @@ Coordinates decodeSet(PatternFolder const& described, mv::Sl3dScanner& scanner) 
                         ": a calibration is checked by a scan that has columns and rows",
                     nullptr, 0, "check");
   }
+  warnOfDoubts(decoded.doubts, report);
   mv::ScanResult const scan =
       watched([&](Observer* bar) { return mv::scanDecoded(scanner, decoded, plainScan(), bar); });
   return {decoded.column, decoded.row, scan.xyz, scan.modulation};
@@ -192,7 +197,8 @@ void run(CheckOptions const& options, Report& report) {
   }
   report.declare(inputsOf(options, described), {options.repair});
   report.addProperties(scanner);
-  Coordinates const found = described ? decodeSet(*described, scanner) : decodeOwnSequences(options, scanner);
+  Coordinates const found =
+      described ? decodeSet(*described, scanner, report) : decodeOwnSequences(options, scanner, report);
   mv::ScanCheck const check = watched([&](Observer* bar) {
     return mv::checkScan(scanner, found.columns, found.rows, options.settings, bar);
   });
@@ -219,7 +225,8 @@ void run(CheckOptions const& options, Report& report) {
     failure = e.message();
   }
   if (check.verdict == mv::ScanVerdict::Unclear && failure.empty()) {
-    failure = "the scan is too noisy, or has too few pixels, to tell";
+    failure = check.isTorn ? "too many pixels are outliers to tell"
+                           : "the scan is too noisy, or has too few pixels, to tell";
   }
   if (!failure.empty()) { // a report of what is wrong is a report all the same
     report.write();

@@ -174,7 +174,10 @@ void note(mv::EpipolarFigures const& agreement, Report& report) {
 mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::ScanSettings const& settings,
                       Report& report) {
   if (!captured.described) {
-    return watched([&](Observer* bar) { return mv::scan(scanner, captured.images, settings, bar); });
+    mv::ScanResult result =
+        watched([&](Observer* bar) { return mv::scan(scanner, captured.images, settings, bar); });
+    noteDoubts(result.doubts, report);
+    return result;
   }
   mv::PatternScanSettings described;
   described.decode.correctsStaircase = settings.correctsStaircase;

@@ -36,9 +36,15 @@ void noteDoubts(std::vector<mv::PatternDoubt> const& doubts, Report& report) {
                     {"value", doubt.value},
                     {"limit", doubt.limit},
                     {"text", doubt.text}});
-    report.warn("what is decoded is not to be trusted: " + doubt.text);
   }
   report["doubts"] = list;
+  warnOfDoubts(doubts, report);
+}
+
+void warnOfDoubts(std::vector<mv::PatternDoubt> const& doubts, Report& report) {
+  for (mv::PatternDoubt const& doubt : doubts) {
+    report.warn("what is decoded is not to be trusted: " + doubt.text);
+  }
 }
 
 } // namespace vorn::tools

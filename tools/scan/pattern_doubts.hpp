@@ -13,4 +13,7 @@ namespace vorn::tools {
 /// Notes as "doubts" where captured images contradict their set, and warns of each.
 void noteDoubts(std::vector<mv::PatternDoubt> const& doubts, Report& report);
 
+/// The warnings alone.
+void warnOfDoubts(std::vector<mv::PatternDoubt> const& doubts, Report& report);
+
 } // namespace vorn::tools

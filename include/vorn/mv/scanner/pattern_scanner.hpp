@@ -71,7 +71,6 @@ struct PatternScanResult : ScanResult {
   EpipolarFigures agreement;          ///< of `epipolar`
   double noise = 0.0;                 ///< as `DecodedPatterns::noise`
   std::vector<FringeFigures> fringes; ///< as `DecodedPatterns::fringes`
-  std::vector<PatternDoubt> doubts;   ///< as `DecodedPatterns::doubts`
 };
 
 /// A scanner whose projector shows any pattern set: calibrates, decodes and triangulates, with results of the

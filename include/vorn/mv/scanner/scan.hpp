@@ -10,6 +10,7 @@
 
 #include <vorn/core/export.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
+#include <vorn/mv/sl/pattern_doubt.hpp>
 #include <vorn/mv/sl/pixel_reason.hpp>
 
 namespace vorn {
@@ -89,6 +90,10 @@ struct ScanResult {
   double staircase = 0.0;
   /// `ScanSettings::whiteLevel`, or what was found; of sets that of `DecodedPatterns`; 0 of `scanDecoded`.
   double whiteLevel = 0.0;
+  /// In what the images contradict the sequence that the scanner decodes, as `DecodedPatterns::doubts`, by
+  /// samples of them: "xor4" of the one axis is their set. None of `scanDecoded`; of a `PatternScanner` those
+  /// of its set.
+  std::vector<PatternDoubt> doubts;
 };
 
 /// From the images of a scan to its cloud: decoding, triangulation, texture.

@@ -31,8 +31,8 @@ struct PatternDoubt {
   PatternFault fault = PatternFault::Steps; ///< how they contradict it
   PatternAxis axis = PatternAxis::Column;   ///< of the fringe or the bits
   double period = 0.0;                      ///< of the fringe, projector pixels; 0 of bits
-  /// Numbers of images in the set: two when exchanging them mends it, one when leaving it out does; else all
-  /// of the fringe or the bits.
+  /// Numbers of images in the set: two when exchanging them mends it or they show the same, one when leaving
+  /// it out does; else all of the fringe or the bits.
   std::vector<std::size_t> images;
   double value = 0.0; ///< what was found, in parts of the amplitude, of the period or of the stripes' borders
   double limit = 0.0; ///< from which on it is doubted

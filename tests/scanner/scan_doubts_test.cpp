@@ -1,0 +1,165 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Images of the scanner's own sequence that were exchanged, or are there twice, are told; images in order are
+// not, whatever light, lamp and camera do to them.
+#include <vorn/mv/scanner/scan.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+#include "scanner/sequence_doubts.hpp"
+#include "sl/pattern_capture.hpp"
+#include "support/scanner_rig.hpp"
+
+namespace vorn::mv {
+namespace {
+
+using test::PatternCapture;
+
+constexpr int columns = 640;
+
+/// Texture, and a surface that stands before another one. Nearly the whole code is in view: what of it is not
+/// cannot be in a wrong place.
+PatternCapture scene() {
+  PatternCapture capture;
+  capture.size = {420, 120};
+  capture.albedo = [](int x, int y) {
+    return 0.6 + 0.3 * std::sin(0.11 * x) * std::cos(0.07 * y + 0.02 * x);
+  };
+  capture.column = [](int x, int y) {
+    return 20.3 + 1.3 * x + 0.11 * y + (x > 230 && y > 50 ? 22.7 + 0.05 * x : 0.0);
+  };
+  return capture;
+}
+
+std::vector<cv::Mat> captured(PatternCapture const& capture) {
+  return capture.capture(test::builtIn("xor4", 0, {columns, 400}, PatternAxes::Columns));
+}
+
+std::vector<PatternDoubt> doubtsOf(std::vector<cv::Mat> const& images) {
+  return sequenceDoubts(sl::greyStack(images, 0.0), PatternAxis::Column, {columns, sl::columnCode});
+}
+
+bool names(std::vector<PatternDoubt> const& doubts, std::size_t one, std::size_t other) {
+  return std::any_of(doubts.begin(), doubts.end(), [&](PatternDoubt const& doubt) {
+    auto const has = [&](std::size_t image) {
+      return std::find(doubt.images.begin(), doubt.images.end(), image) != doubt.images.end();
+    };
+    return doubt.images.size() == 2 && has(one) && has(other);
+  });
+}
+
+TEST(ScanDoubts, AnyTwoExchangedImagesAreDoubted) {
+  std::vector<cv::Mat> const images = captured(scene());
+  ASSERT_EQ(images.size(), 12U);
+  for (std::size_t one = 0; one < images.size(); ++one) {
+    for (std::size_t other = one + 1; other < images.size(); ++other) {
+      std::vector<cv::Mat> exchanged = images;
+      std::swap(exchanged[one], exchanged[other]);
+      EXPECT_FALSE(doubtsOf(exchanged).empty()) << one << ", " << other;
+    }
+  }
+}
+
+TEST(ScanDoubts, AnyImageThatIsThereTwiceIsNamedWithItsCopy) {
+  std::vector<cv::Mat> const images = captured(scene());
+  for (std::size_t one = 0; one < images.size(); ++one) {
+    for (std::size_t other = 0; other < images.size(); ++other) {
+      if (one != other) {
+        std::vector<cv::Mat> copied = images;
+        copied[one] = images[other];
+        EXPECT_TRUE(names(doubtsOf(copied), one, other)) << one << ", " << other;
+      }
+    }
+  }
+}
+
+/// Captured a second time, they have another noise.
+TEST(ScanDoubts, APatternThatWasShownTwiceIsDoubted) {
+  PatternSet const set = test::builtIn("xor4", 0, {columns, 400}, PatternAxes::Columns);
+  std::vector<cv::Mat> const images = scene().capture(set);
+  std::vector<cv::Mat> const again = scene().capture(set, 2);
+  for (auto const& [one, other] : std::vector<std::pair<std::size_t, std::size_t>>{
+           {0, 1}, {3, 2}, {1, 3}, {6, 7}, {7, 6}, {5, 6}, {4, 7}}) {
+    std::vector<cv::Mat> twice = images;
+    twice[one] = again[other];
+    EXPECT_TRUE(names(doubtsOf(twice), one, other)) << one << ", " << other;
+  }
+}
+
+TEST(ScanDoubts, RowsForColumnsAreDoubted) {
+  PatternCapture capture = scene();
+  capture.row = [](int x, int y) { return 10.0 + 0.8 * x + 0.3 * y; };
+  PatternSet const rows = test::builtIn("xor4", 0, {columns, 400}, PatternAxes::Rows);
+  std::vector<PatternDoubt> const doubts = doubtsOf(capture.capture(rows));
+  ASSERT_FALSE(doubts.empty());
+  EXPECT_NE(doubts[0].text.find("rows look like that"), std::string::npos) << doubts[0].text;
+}
+
+TEST(ScanDoubts, NothingIsSaidOfImagesInOrder) {
+  PatternCapture gamma = scene();
+  gamma.gamma = 2.2;
+  PatternCapture clipped = gamma;
+  clipped.mean = 170.0;
+  clipped.amplitude = 140.0;
+  PatternCapture dim = scene();
+  dim.noise = 6.0;
+  dim.mean = 30.0;
+  dim.amplitude = 20.0;
+  PatternCapture sharp = scene();
+  sharp.showsPixels = true;
+  sharp.blur = 0.2;
+  PatternCapture clean = scene();
+  clean.noise = 0.0; // bits that are the same everywhere in view are equal to the last level
+  PatternCapture fine = scene(); // half of the code in view, and less
+  fine.column = [](int x, int y) { return 30.2 + 0.33 * x + 0.05 * y; };
+  PatternCapture fineAndClean = fine;
+  fineAndClean.noise = 0.0;
+  PatternCapture coarse = scene();
+  coarse.column = [](int x, int y) { return 10.2 + 1.4 * x + 0.05 * y; };
+  PatternCapture comb = scene();
+  comb.column = [](int x, int) { return 20.3 + 0.5 * x + (x / 37 % 2 == 0 ? 0.0 : 40.3 + 7.1 * (x / 37)); };
+  PatternCapture deep = scene();
+  deep.type = CV_16UC1;
+  int number = 0;
+  for (PatternCapture const& capture :
+       {scene(), gamma, clipped, dim, sharp, clean, fine, fineAndClean, coarse, comb, deep}) {
+    std::vector<PatternDoubt> const doubts = doubtsOf(captured(capture));
+    EXPECT_TRUE(doubts.empty()) << number << ": " << doubts[0].text;
+    ++number;
+  }
+  std::vector<cv::Mat> flicker = captured(scene());
+  for (std::size_t i = 0; i < flicker.size(); ++i) {
+    flicker[i].convertTo(flicker[i], -1, 1.0 + 0.08 * std::sin(2.1 * static_cast<double>(i)));
+  }
+  EXPECT_TRUE(doubtsOf(flicker).empty());
+}
+
+TEST(ScanDoubts, AScanHasThemOfEitherAxis) {
+  sim::Rig rig = sim::demoRig(4);
+  rig.camera.sensor.fullWell = 10000;
+  for (scanner::ScannerType::Item const item :
+       {scanner::ScannerType::Horizontal, scanner::ScannerType::Vertical}) {
+    scanner::ScannerType const type(item);
+    Sl3dScanner scanner = test::scannerOf(rig);
+    scanner["ScannerType"] = type;
+    std::vector<cv::Mat> images = test::captured(rig, sim::demoScene(), type);
+    ScanResult const good = scan(scanner, images);
+    EXPECT_TRUE(good.doubts.empty()) << good.doubts[0].text;
+    std::swap(images[1], images[2]);
+    ScanResult const bad = scan(scanner, images);
+    ASSERT_FALSE(bad.doubts.empty());
+    EXPECT_EQ(bad.doubts[0].axis,
+              item == scanner::ScannerType::Horizontal ? PatternAxis::Column : PatternAxis::Row);
+  }
+}
+
+} // namespace
+} // namespace vorn::mv
