@@ -32,6 +32,9 @@ constexpr std::size_t fewestPixels = 1000;
 constexpr int cubicTerms = 10;
 /// How much greater than what noise makes of it a smooth part must be.
 constexpr double significance = 3;
+/// Share of outliers. Edges make some in a hundred; more say that coordinates are not those of the pixels,
+/// and what the others agree on is then no proof.
+constexpr double mostOutliers = 0.05;
 
 using Cubic = Eigen::Matrix<double, cubicTerms, 1>;
 
@@ -308,7 +311,13 @@ ScanCheck checkScan(Sl3dScanner const& scanner, cv::Mat_<float> const& columns, 
   check.map = cellMeans(samples, disagreements, part.counts, size, {24, 18});
   bool const isHidden = significance * check.smoothSigma > settings.limit;
   bool const isAbove = check.smooth > std::max(settings.limit, significance * check.smoothSigma);
-  check.verdict = isAbove ? ScanVerdict::Drifted : isHidden ? ScanVerdict::Unclear : ScanVerdict::Good;
+  bool const isTorn =
+      static_cast<double>(check.outliers) > mostOutliers * static_cast<double>(samples.size());
+  check.verdict = isTorn     ? ScanVerdict::Unclear
+                  : isAbove  ? ScanVerdict::Drifted
+                  : isHidden ? ScanVerdict::Unclear
+                             : ScanVerdict::Good;
+  check.isTorn = isTorn;
   if (check.verdict == ScanVerdict::Drifted) {
     findTurn(scanner, samples, part.counts, progress.part(0.2, 0.8), check);
     auto const after = disagreementsOf(geometryOf(scanner, check.turn), samples, progress.part(0.8, 1.0));

@@ -170,5 +170,27 @@ TEST(CheckScan, SaysWhenItCannotTell) {
   expectError([&] { (void)checkScan(scanner, none, none, loose); }, "limit");
 }
 
+/// Half of the pixels have a column that is not theirs, in stripes, as when an image is in a wrong place:
+/// what the others agree on says nothing of a scan.
+TEST(CheckScan, ATornScanIsNoGoodOne) {
+  Maps torn = noisyMaps(0.02);
+  auto const tear = [&](int share) {
+    for (int y = 0; y < torn.columns.rows; ++y) {
+      for (int x = 0; x < torn.columns.cols; ++x) {
+        float& column = torn.columns(y, x);
+        column += column >= 0.0F && static_cast<int>(column) / 4 % 100 < share ? 32.0F : 0.0F;
+      }
+    }
+  };
+  tear(2);
+  EXPECT_EQ(checkScan(turned({}), torn.columns, torn.rows, sparse()).verdict, ScanVerdict::Good);
+  torn = noisyMaps(0.02);
+  tear(40);
+  ScanCheck const check = checkScan(turned({}), torn.columns, torn.rows, sparse());
+  EXPECT_EQ(check.verdict, ScanVerdict::Unclear);
+  EXPECT_TRUE(check.isTorn);
+  expectError([&] { (void)repaired(turned({}), check); }, "nothing to repair");
+}
+
 } // namespace
 } // namespace vorn::mv

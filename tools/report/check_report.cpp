@@ -118,6 +118,13 @@ std::string sentence(mv::ScanCheck const& check) {
   case mv::ScanVerdict::Drifted:
     return "The calibration has drifted: columns and rows differ " + figures;
   default:
+    if (check.isTorn) {
+      std::size_t const all = check.pixels + check.outliers;
+      return printed(
+          "Nothing can be said: %zu of %zu pixels (%.0f %%) are outliers, whose column and row are not "
+          "of one point; are images in a wrong place?",
+          check.outliers, all, 100.0 * static_cast<double>(check.outliers) / static_cast<double>(all));
+    }
     return "Nothing can be said: columns and rows differ " + figures +
            ", which would hide what is looked for";
   }

@@ -33,7 +33,8 @@ struct ScanCheckSettings {
 enum class ScanVerdict {
   Good,    ///< columns and rows agree
   Drifted, ///< they disagree by more than the limit, and by more than noise explains
-  Unclear  ///< the scan's noise, or too few pixels, would hide a disagreement of the limit
+  /// the scan's noise, or too few pixels, would hide a disagreement of the limit; or the scan is torn
+  Unclear
 };
 
 /// How far one coordinate of a scan is from what the other one and the calibration foretell.
@@ -50,7 +51,11 @@ struct ScanCheck {
   double noise = 0;         ///< standard deviation of a pixel about the smooth part
   std::size_t pixels = 0;   ///< that counted
   std::size_t outliers = 0; ///< that did not, such as at edges
-  double coverage = 0;      ///< share of 8 x 6 cells of the image that hold pixels that counted
+  /// Whether more than 5 % are outliers: images in a wrong place, or something else than the calibration,
+  /// make coordinates that are not those of the pixels, whatever the others agree on. The verdict is
+  /// `Unclear`.
+  bool isTorn = false;
+  double coverage = 0; ///< share of 8 x 6 cells of the image that hold pixels that counted
   /// The turn of the projector about its centre that makes both agree best, a rotation vector in the camera's
   /// frame, radians; 0 where the verdict is not `Drifted`.
   cv::Vec3d turn;
