@@ -117,7 +117,7 @@ TEST(ScanDoubts, NothingIsSaidOfImagesInOrder) {
   sharp.showsPixels = true;
   sharp.blur = 0.2;
   PatternCapture clean = scene();
-  clean.noise = 0.0; // bits that are the same everywhere in view are equal to the last level
+  clean.noise = 0.0;             // bits that are the same everywhere in view are equal to the last level
   PatternCapture fine = scene(); // half of the code in view, and less
   fine.column = [](int x, int y) { return 30.2 + 0.33 * x + 0.05 * y; };
   PatternCapture fineAndClean = fine;

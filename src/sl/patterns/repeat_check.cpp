@@ -16,16 +16,15 @@ constexpr std::size_t fewestSamples = 200;
 
 /// How two images differ at the lit places.
 struct Difference {
-  double squares = 0.0;   ///< mean, in parts of the squared amplitude
-  std::size_t equal = 0;  ///< to the last level
-  std::size_t one = 0;    ///< by one level
+  double squares = 0.0;  ///< mean, in parts of the squared amplitude
+  std::size_t equal = 0; ///< to the last level
+  std::size_t one = 0;   ///< by one level
   std::size_t count = 0;
 };
 
 class Comparison {
 public:
-  Comparison(Fringe const& fringe, KeptSamples const& samples)
-      : samples_(samples) {
+  Comparison(Fringe const& fringe, KeptSamples const& samples) : samples_(samples) {
     std::size_t const all = samples.places() * KeptSamples::ofPlace;
     std::vector<double> powers(all);
     double sum = 0.0;
@@ -50,7 +49,8 @@ public:
   Difference between(std::size_t one, std::size_t other) const {
     Difference difference;
     for (std::size_t const i : lit_) {
-      auto const d = static_cast<double>(samples_.at(one, 0)[i]) - static_cast<double>(samples_.at(other, 0)[i]);
+      auto const d =
+          static_cast<double>(samples_.at(one, 0)[i]) - static_cast<double>(samples_.at(other, 0)[i]);
       if (!std::isnan(d)) {
         difference.squares += d * d;
         difference.equal += d == 0.0 ? 1 : 0;
@@ -64,7 +64,9 @@ public:
 
 private:
   double powerAt(Fringe const& fringe, std::size_t i) const {
-    auto const at = [&](std::size_t step) { return static_cast<double>(samples_.at(fringe.images[step], 0)[i]); };
+    auto const at = [&](std::size_t step) {
+      return static_cast<double>(samples_.at(fringe.images[step], 0)[i]);
+    };
     double const cosine = at(0) - at(2);
     double const sine = at(1) - at(3);
     return 0.25 * (cosine * cosine + sine * sine);

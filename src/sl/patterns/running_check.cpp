@@ -29,8 +29,7 @@ struct Border {
 class Run {
 public:
   Run(Fringe const& fringe, CodeWord const& word, CodeMaps const& code, cv::Mat_<float> const& phase)
-      : word_(word), code_(code), phase_(phase),
-        border_(static_cast<double>(word.edge(0)) / fringe.period) {}
+      : word_(word), code_(code), phase_(phase), border_(static_cast<double>(word.edge(0)) / fringe.period) {}
 
   /// From one pixel whose bits are certain to the next one.
   void see(int row, int from, int to) {
@@ -55,10 +54,10 @@ public:
 
 private:
   /// Turns of the fringe after a border.
-  double turnsAt(int row, int x) const {
-    return static_cast<double>(phase_(row, x)) / (2 * CV_PI) - border_;
+  double turnsAt(int row, int x) const { return static_cast<double>(phase_(row, x)) / (2 * CV_PI) - border_; }
+  int stripeAt(int row, int x) const {
+    return word_.stripeOf(static_cast<std::uint32_t>(code_.word(row, x)));
   }
-  int stripeAt(int row, int x) const { return word_.stripeOf(static_cast<std::uint32_t>(code_.word(row, x))); }
 
   /// The turns at `to`, counted on from `from`; NaN where the fringe does not run on evenly, from the pixel
   /// before to the pixel after.
@@ -127,8 +126,8 @@ std::vector<PatternDoubt> checkRunning(PatternSet const& set, Fringe const& frin
                        static_cast<double>(broken) / seen,
                        static_cast<double>(mostBroken) / seen,
                        ""};
-    doubt.text = "at " + std::to_string(broken) + " of " + std::to_string(seen) + " borders of stripes along " +
-                 (fringe.axis == PatternAxis::Column ? "columns" : "rows") +
+    doubt.text = "at " + std::to_string(broken) + " of " + std::to_string(seen) +
+                 " borders of stripes along " + (fringe.axis == PatternAxis::Column ? "columns" : "rows") +
                  " the fringe runs on and the numbers of the stripes do not";
     if (!alike.empty()) {
       doubt.images = {alike[0].first, alike[0].second};
