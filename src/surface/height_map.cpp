@@ -5,11 +5,16 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <opencv2/core.hpp>
 #include <string>
+#include <utility>
 #include <vector>
+#include <vorn/mv/measure/fit.hpp>
 
 #include "core/error.hpp"
+#include "pointcloud/grid_steps.hpp"
+#include "pointcloud/list_spacing.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/smallest_axis.hpp"
 
@@ -56,7 +61,12 @@ Points presentPoints(PointCloud const& cloud, HeightRule rule) {
   return points;
 }
 
-cv::Vec3d normalOf(std::vector<cv::Vec3d> const& points, cv::Vec3d const& middle) {
+bool lieOnLine(std::vector<cv::Vec3d> const& points) {
+  cv::Vec3d middle;
+  for (cv::Vec3d const& point : points) {
+    middle += point;
+  }
+  middle *= 1.0 / static_cast<double>(points.size());
   double products[6] = {};
   for (cv::Vec3d const& point : points) {
     cv::Vec3d const offset = point - middle;
@@ -67,11 +77,18 @@ cv::Vec3d normalOf(std::vector<cv::Vec3d> const& points, cv::Vec3d const& middle
       }
     }
   }
-  cv::Vec3d const normal = smallestAxisOf(products).direction;
-  if (normal == cv::Vec3d()) {
-    throw error("The points lie on a line: no plane fits them best", function);
+  return smallestAxisOf(products).direction == cv::Vec3d();
+}
+
+Plane3f planeOf(PointCloud const& cloud, std::vector<cv::Vec3d> const& points) {
+  try {
+    return fitPlane(cloud).feature;
+  } catch (Exception const&) {
+    if (lieOnLine(points)) {
+      throw error("The points lie on a line: no plane fits them best", function);
+    }
+    throw;
   }
-  return normal.dot(middle) > 0.0 ? -normal : normal;
 }
 
 /// A frame whose z axis is the normal and whose x axis is as near the cloud's as can be.
@@ -110,17 +127,58 @@ Extent extentOf(std::vector<cv::Vec3d> const& points) {
   return extent;
 }
 
-double cellSizeFor(double wanted, Extent const& extent, std::size_t count) {
+/// The side of a square that holds one point, by how many lie in larger squares of the plane: the mean of the
+/// middle half of these, which neither the rim of a cloud nor points far away count in.
+double sideOfOne(std::vector<cv::Vec3d> const& points, Extent const& extent, double spacing) {
+  constexpr double squareOverSpacing = 8.0;
+  double const square = squareOverSpacing * spacing;
+  std::vector<std::pair<double, double>> squares;
+  squares.reserve(points.size());
+  for (cv::Vec3d const& point : points) {
+    // The rows of a regular cloud shall not lie where squares meet.
+    squares.emplace_back(std::floor((point[0] - extent.low[0] + spacing / 2.0) / square),
+                         std::floor((point[1] - extent.low[1] + spacing / 2.0) / square));
+  }
+  std::sort(squares.begin(), squares.end());
+  std::vector<double> counts;
+  for (std::size_t i = 0; i < squares.size(); ++i) {
+    if (i == 0 || squares[i] != squares[i - 1]) {
+      counts.push_back(0.0);
+    }
+    counts.back() += 1.0;
+  }
+  std::sort(counts.begin(), counts.end());
+  auto const first = counts.begin() + static_cast<std::ptrdiff_t>(counts.size() / 4);
+  auto const end = counts.end() - static_cast<std::ptrdiff_t>(counts.size() / 4);
+  double const mean = std::accumulate(first, end, 0.0) / static_cast<double>(end - first);
+  // The nearest neighbours of a square grid are as far apart as its squares are wide, those of points strewn
+  // at random nearer by sqrt(ln(2) / pi).
+  constexpr double widest = 2.13;
+  return std::clamp(square / std::sqrt(mean), spacing, widest * spacing);
+}
+
+/// Such that a cell holds one point where the cloud is evenly dense.
+double evenCellSize(PointCloud const& cloud, std::vector<cv::Vec3d> const& points, Extent const& extent) {
+  if (cloud.isOrganized() && cloud.isContinous()) {
+    auto const spacing = static_cast<double>(gridSpacingOf(cloud.points(), cloud.state()));
+    GridSteps const steps = gridStepsOf(cloud.points(), cloud.state(), 0.0F);
+    auto const [narrow, wide] = std::minmax(steps.alongRow, steps.alongColumn);
+    return spacing > 0.0 ? spacing * std::sqrt(static_cast<double>(wide / narrow)) : 0.0;
+  }
+  PointCloud copy = cloud; // gets an octree
+  auto const spacing = static_cast<double>(listSpacingOf(copy));
+  return spacing > 0.0 ? sideOfOne(points, extent, spacing) : 0.0;
+}
+
+double checkedCellSize(double size, Extent const& extent) {
   double const width = extent.high[0] - extent.low[0];
   double const height = extent.high[1] - extent.low[1];
-  auto const points = static_cast<double>(count);
-  double const even = width > 0.0 && height > 0.0 ? std::sqrt(width * height / points)
-                                                  : std::max(width, height) / std::max(points - 1.0, 1.0);
-  double const size = wanted > 0.0 ? wanted : even;
-  if (!(wanted >= 0.0) || !(size > 0.0) || !((width / size + 1.0) * (height / size + 1.0) <= mostCells)) {
-    throw error("A cell size of " + std::to_string(size) + " over " + std::to_string(width) + " x " +
-                    std::to_string(height) + " is no grid of at most 2^28 cells",
-                function);
+  if (!(size > 0.0) || !((width / size + 1.0) * (height / size + 1.0) <= mostCells)) {
+    throw error(
+        "A cell size of " + std::to_string(size) + " over " + std::to_string(width) + " x " +
+            std::to_string(height) +
+            " is no grid of at most 2^28 cells: give a larger one, or remove points far from all others",
+        function);
   }
   return size;
 }
@@ -150,28 +208,21 @@ double heightOf(Points const& points, std::vector<unsigned> const& order, std::s
 HeightMap heightMapOf(PointCloud const& cloud, HeightMapSettings const& settings) {
   cloud.checkSizes();
   Points points = presentPoints(cloud, settings.rule);
-  cv::Vec3d middle;
-  for (cv::Vec3d const& point : points.places) {
-    middle += point;
-  }
-  middle *= 1.0 / static_cast<double>(points.places.size());
-  bool const isGiven = settings.plane.has_value();
-  cv::Vec3d const normal = isGiven ? cv::Vec3d(settings.plane->normal()) : normalOf(points.places, middle);
+  Plane3f const plane = settings.plane.has_value() ? *settings.plane : planeOf(cloud, points.places);
+  cv::Vec3d const normal(plane.normal());
   if (!(normal.dot(normal) > 0.0)) {
     throw error("The plane has no normal", function);
   }
   HeightMap map;
-  if (isGiven) {
-    cv::Point3f const& origin = settings.plane->point();
-    middle = {origin.x, origin.y, origin.z};
-  }
-  map.mapFromCloud = frameOf(middle, normal);
+  map.mapFromCloud = frameOf({plane.point().x, plane.point().y, plane.point().z}, normal);
   for (cv::Vec3d& point : points.places) {
     cv::Vec4d const moved = map.mapFromCloud * cv::Vec4d(point[0], point[1], point[2], 1.0);
     point = {moved[0], moved[1], moved[2]};
   }
   Extent const extent = extentOf(points.places);
-  map.cellSize = cellSizeFor(settings.cellSize, extent, points.places.size());
+  bool const isGiven = settings.cellSize != 0.0;
+  map.cellSize =
+      checkedCellSize(isGiven ? settings.cellSize : evenCellSize(cloud, points.places, extent), extent);
   map.mapFromCloud(0, 3) -= extent.low[0];
   map.mapFromCloud(1, 3) -= extent.low[1];
   auto const cellOf = [&](double value, int axis) {

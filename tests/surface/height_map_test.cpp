@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <opencv2/core.hpp>
+#include <random>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 
 #include "support/expect_error.hpp"
 #include "support/point_sets.hpp"
+#include "support/seed.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -90,6 +92,42 @@ TEST(HeightMap, FitsItsPlaneAndGoesBackToTheCloud) {
     }
   }
   EXPECT_NEAR(heightMapOf(cloud).cellSize, 0.3, 0.01) << "a point a cell";
+}
+
+/// A plane at z = 300 with noise, as a grid, a list of it, or as many points strewn at random; with points
+/// that lie far from it.
+PointCloud noisyPlane(bool isGrid, bool isStrewn, int strays) {
+  std::mt19937 random(test::seed());
+  std::normal_distribution<float> error(0.0F, 0.005F);
+  std::uniform_real_distribution<float> strewn(0.0F, 10.0F);
+  cv::Mat_<cv::Vec3f> points(50, 100); // 0.1 apart in rows, rows 0.2 apart
+  for (int row = 0; row < points.rows; ++row) {
+    for (int column = 0; column < points.cols; ++column) {
+      float const x = isStrewn ? strewn(random) : 0.1F * static_cast<float>(column);
+      float const y = isStrewn ? strewn(random) : 0.2F * static_cast<float>(row);
+      points(row, column) = {x - 5.0F, y - 5.0F, 300.0F + error(random)};
+    }
+  }
+  for (int i = 0; i < strays; ++i) {
+    points(3 + i, 7) *= 20.0F;
+  }
+  return PointCloud(isGrid ? points : points.reshape(3, 1).clone(), isGrid);
+}
+
+TEST(HeightMap, IsTheSameNearAPartWithStrayPoints) {
+  double const even = std::sqrt(0.1 * 0.2);
+  for (auto const& [isGrid, isStrewn] : {std::pair(true, false), {false, false}, {false, true}}) {
+    for (int const strays : {0, 1, 20}) {
+      HeightMap const map = heightMapOf(noisyPlane(isGrid, isStrewn, strays));
+      EXPECT_NEAR(map.cellSize / even, 1.0, 0.1) << isGrid << isStrewn << strays;
+      EXPECT_LT(map.mapFromCloud(2, 2), -0.99999) << isGrid << isStrewn << strays;
+      cv::Vec4d const middle = map.mapFromCloud * cv::Vec4d(0.0, 0.0, 300.0, 1.0);
+      EXPECT_NEAR(middle[2], 0.0, 0.01) << isGrid << isStrewn << strays;
+    }
+  }
+  PointCloud far = noisyPlane(true, false, 0);
+  far.points()(0, 0) *= 2e3F;
+  expectError([&] { heightMapOf(far); }, "remove points far from all others");
 }
 
 TEST(HeightMap, RefusesWhatHasNone) {

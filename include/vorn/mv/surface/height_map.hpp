@@ -22,10 +22,11 @@ enum class HeightRule {
 
 /// How `heightMapOf` lays points onto a grid. Lengths are in the cloud's unit.
 struct HeightMapSettings {
-  /// The plane that heights are above, on the side of its normal; without one the plane that fits the points
-  /// best, on the side of the viewpoint (the frame's origin).
+  /// The plane that heights are above, on the side of its normal; without one that which `fitPlane` fits to
+  /// the points, outliers left aside, on the side of the viewpoint (the frame's origin).
   std::optional<Plane3f> plane;
-  /// Edge length of a cell. 0: such that a cell holds one point where the cloud is evenly dense.
+  /// Edge length of a cell. 0: such that a cell holds one point where the cloud is evenly dense, by the
+  /// distances of neighbours.
   double cellSize = 0.0;
   HeightRule rule = HeightRule::Mean; ///< which height a cell with several points gets
 };
@@ -42,8 +43,10 @@ struct HeightMap {
 };
 
 /// The heights of a cloud's present, finite points over a plane. The map's x axis is that of the cloud as far
-/// as the plane allows. Working memory: 32 bytes a point beside the result, 40 with `Weighted`.
-/// @throws Exception when fewer than three points are present, when they lie on a line and no plane is given,
+/// as the plane allows. Working memory: 32 bytes a point beside the result, 40 with `Weighted`; more while a
+/// plane is fitted (as `fitPlane`) or the cell size of a cloud without a grid found (its octree).
+/// @throws Exception when fewer than three points are present, when no plane is given and they lie on a line
+///         or `fitPlane` throws,
 ///         when a plane has no normal, when a cell size is below 0 or gives more than 2^28 cells, and for
 ///         `Weighted` without a field "sigma" of positive numbers
 VORN_API HeightMap heightMapOf(PointCloud const& cloud, HeightMapSettings const& settings = {});
