@@ -16,7 +16,8 @@ namespace {
 /// Parts of a turn. Of two surfaces the phases are anything; that of one is even but for noise and gamma.
 constexpr double mostUneven = 0.12;
 constexpr double longestStep = 0.42; ///< from pixel to pixel: beyond, it may have gone the other way
-constexpr double besideBorder = 0.04;
+/// Where the light is not linear, bits that begin to be lit do so elsewhere than those that cease to be.
+constexpr double besideBorder = 0.2;
 /// So often must a border have been seen.
 constexpr int fewestTimes = 5;
 
@@ -36,8 +37,7 @@ public:
     double const end = endOf(row, from, to);
     double const start = turnsAt(row, from);
     double const passed = std::floor(end) - std::floor(start);
-    auto const isClear = [](double turns) { return std::fabs(turns - std::round(turns)) > besideBorder; };
-    if (std::isnan(end) || std::fabs(passed) != 1.0 || !isClear(start) || !isClear(end)) {
+    if (std::isnan(end) || std::fabs(passed) != 1.0) {
       return;
     }
     int const first = stripeAt(row, from);
@@ -48,6 +48,12 @@ public:
       Border& border = borders_[lower];
       ++(upper == lower + 1 ? border.right : border.wrong);
     }
+  }
+
+  /// Whether a pixel is well within a stripe.
+  bool isInside(int row, int x) const {
+    double const turns = turnsAt(row, x);
+    return phase_(row, x) >= 0.0F && std::fabs(turns - std::round(turns)) > besideBorder;
   }
 
   std::map<int, Border> const& borders() const { return borders_; }
@@ -101,7 +107,7 @@ std::vector<PatternDoubt> checkRunning(PatternSet const& set, Fringe const& frin
   for (int y = 0; y < phase.rows; ++y) {
     int last = -farthest - 1;
     for (int x = 0; x < phase.cols; ++x) {
-      if (fromShortFloat(code.margin(y, x)) > certain) {
+      if (fromShortFloat(code.margin(y, x)) > certain && run.isInside(y, x)) {
         if (x - last <= farthest) {
           run.see(y, last, x);
         }
