@@ -32,9 +32,9 @@ constexpr std::size_t fewestPixels = 1000;
 constexpr int cubicTerms = 10;
 /// How much greater than what noise makes of it a smooth part must be.
 constexpr double significance = 3;
-/// Share of outliers. Edges make some in a hundred; more say that coordinates are not those of the pixels,
-/// and what the others agree on is then no proof.
-constexpr double mostOutliers = 0.05;
+/// Share of outliers. Edges make one in a hundred, of small images and of dots up to seven; more say that
+/// coordinates are not those of the pixels, and what the others agree on is then no proof.
+constexpr double mostOutliers = 0.2;
 
 using Cubic = Eigen::Matrix<double, cubicTerms, 1>;
 

@@ -205,7 +205,7 @@ TEST(PatternScanner, ContradictionsHaveNoPoint) {
   std::size_t changed = 0;
   for (int y = patch.y; y < patch.br().y; ++y) {
     for (int x = patch.x; x < patch.br().x; ++x) {
-      if (wrong.row(y, x) > 8) {
+      if (wrong.row(y, x) > 8 && wrong.column(y, x) >= 0) {
         wrong.row(y, x) += 8.0F; // an order
         ++changed;
       }

@@ -129,6 +129,7 @@ DrawnShares drawnShares(PatternSet const& set, PatternAxis axis, PatternWish con
   // As of images of 8 bits, of which bits alone tell no noise.
   constexpr double usualModulation = 3.0;
   constexpr double usualNoise = 1.0;
+  settings.dropsEdges = false; // every band of the drawing is a surface of its own
   settings.minModulation = wish.isRounded ? usualModulation : -1.0;
   settings.noise = wish.isRounded && fringesAlong(only, axis).empty() ? usualNoise : 0.0;
   auto const share = [&](bool usesNeighbours, int smallest) {

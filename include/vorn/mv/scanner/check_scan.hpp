@@ -51,7 +51,7 @@ struct ScanCheck {
   double noise = 0;         ///< standard deviation of a pixel about the smooth part
   std::size_t pixels = 0;   ///< that counted
   std::size_t outliers = 0; ///< that did not, such as at edges
-  /// Whether more than 5 % are outliers: images in a wrong place, or something else than the calibration,
+  /// Whether more than 20 % are outliers: images in a wrong place, or something else than the calibration,
   /// make coordinates that are not those of the pixels, whatever the others agree on. The verdict is
   /// `Unclear`.
   bool isTorn = false;
