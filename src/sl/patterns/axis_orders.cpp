@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "core/pi.hpp"
+#include "core/simd.hpp"
 #include "sl/patterns/axis_decoding.hpp"
 
 namespace vorn::mv::sl {
@@ -14,6 +15,19 @@ namespace vorn::mv::sl {
 namespace {
 
 constexpr float unknown = -1.0F;
+
+/// The coordinates from 0 to `last`, and their standard deviations.
+VORN_TARGET_CLONES
+void knownOfRow(float const* coordinate, float const* weights, float last, int n,
+                float* __restrict coordinates, float* __restrict sigma) {
+  for (int x = 0; x < n; ++x) {
+    float const own = coordinate[x];
+    float const deviation = 1.0F / std::sqrt(weights[x]);
+    bool const isKnown = (own >= 0.0F) & (own <= last);
+    coordinates[x] = isKnown ? own : unknown;
+    sigma[x] = isKnown ? deviation : std::numeric_limits<float>::quiet_NaN();
+  }
+}
 
 } // namespace
 
@@ -221,13 +235,10 @@ void AxisDecoding::finishRow(int row, Room& room, ScanMaps& maps, AxisResult& re
   float* const coordinates = result.coordinate[row];
   float* const sigma = result.sigma[row];
   uchar* const reason = result.reason[row];
-  auto const last = static_cast<float>(resolution_);
+  knownOfRow(room.coordinate.data(), room.weights.data(), static_cast<float>(resolution_), n, coordinates,
+             sigma);
   for (int x = 0; x < n; ++x) {
-    auto const at = static_cast<std::size_t>(x);
-    float const coordinate = room.coordinate[at];
-    bool const isKnown = coordinate >= 0.0F && coordinate <= last;
-    coordinates[x] = isKnown ? coordinate : unknown;
-    sigma[x] = isKnown ? 1.0F / std::sqrt(room.weights[at]) : std::numeric_limits<float>::quiet_NaN();
+    bool const isKnown = coordinates[x] >= 0.0F;
     uchar const ofOther = pixel_state::isKnown(state[x]) ? pixel_state::noCode : state[x];
     reason[x] = pixel_state::finalReason(isKnown ? state[x] : ofOther);
   }
