@@ -125,6 +125,20 @@ struct PatternCapture {
   }
 };
 
+/// A scene under light that is not linear, under such that clips it as well, and of a projector so sharp that
+/// its pixels show.
+inline std::vector<PatternCapture> inHarshLight(PatternCapture const& scene) {
+  PatternCapture gamma = scene;
+  gamma.gamma = 2.2;
+  PatternCapture clipped = gamma;
+  clipped.mean = 170.0;
+  clipped.amplitude = 140.0;
+  PatternCapture sharp = scene;
+  sharp.showsPixels = true;
+  sharp.blur = 0.2;
+  return {gamma, clipped, sharp};
+}
+
 /// Standard deviation of the least-squares phases of all fringes of an axis together, projector pixels: of
 /// each 1 / (2 pi / period * B * sqrt(N / 2)).
 inline double boundOf(PatternSet const& set, PatternAxis axis, PatternCapture const& capture) {
