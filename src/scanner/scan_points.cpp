@@ -17,8 +17,8 @@ namespace {
 
 /// Rows between two questions to the observer: a tenth of the time that it is promised, at 4096 columns.
 constexpr int bandRows = 64;
-/// What `triangulateRows` leaves out at the borders of the part it is given.
-constexpr int rowsLeftOut = 2;
+/// Likewise where a call has a start of its own that costs as much as some rows.
+constexpr int triangulatedRows = 256;
 
 bool isMeasured(cv::Vec3f const& p) {
   return !std::isnan(p[2]);
@@ -51,12 +51,11 @@ cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float>
                                    MapCoordinate coordinate, Progress const& progress) {
   setup.poseFromCam = cv::Matx44d::eye();
   cv::Mat_<cv::Vec3f> xyz(map.size());
-  int const beside = coordinate == MapCoordinate::Column ? 0 : rowsLeftOut;
-  for (int begin = 0; begin < map.rows; begin += bandRows) {
+  int const beside = coordinate == MapCoordinate::Column ? 0 : sl::leftOut;
+  for (int begin = 0; begin < map.rows; begin += triangulatedRows) {
     progress.at("triangulating", 0.8 * begin / map.rows);
-    xyz.rowRange(begin, std::min(map.rows, begin + bandRows)).setTo(0.0F);
     int const first = std::max(0, begin - beside);
-    int const end = std::min(map.rows, begin + bandRows + beside);
+    int const end = std::min(map.rows, begin + triangulatedRows + beside);
     cv::Rect const band(0, first, map.cols, end - first);
     cv::Mat_<cv::Vec3f> part = xyz(band);
     if (coordinate == MapCoordinate::Column) {
@@ -64,6 +63,9 @@ cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float>
     } else {
       sl::triangulateRows(setup, map(band), band, part);
     }
+  }
+  if (coordinate == MapCoordinate::Row) {
+    sl::clearLeftOut(xyz);
   }
   dropUnmeasured(xyz, progress.part(0.8, 1.0));
   return xyz;

@@ -223,8 +223,8 @@ void Sl3dScanner::triangulate(cv::Mat_<float> const& phase, cv::Mat_<cv::Vec3f>&
   if (isHorizontal(self)) {
     sl::triangulateColumns(setup, coordinates, roi, xyz);
   } else {
-    xyz.setTo(cv::Scalar::all(0));
     sl::triangulateRows(setup, coordinates, roi, xyz);
+    sl::clearLeftOut(xyz);
   }
   int const radius = self["PointcloudBlurRadius"];
   if (radius >= 1) {

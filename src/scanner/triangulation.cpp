@@ -3,6 +3,7 @@
 #include "scanner/triangulation.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
@@ -12,6 +13,7 @@
 
 #include <vorn/mv/geometry/transform.hpp>
 
+#include "core/bits.hpp"
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
 
@@ -116,6 +118,7 @@ inline cv::v_float32x4 at(Step const& step, cv::v_float32x4 const& fraction) {
 }
 
 /// The four numbers of every pixel at its fractional coordinate.
+VORN_TARGET_CLONES
 void interpolate(Step const* steps, int const* whole, float const* fraction, Quadruples& values, int n) {
   for (int k = 0; k < n; k += 4) {
     cv::v_float32x4 pixels[4];
@@ -127,6 +130,7 @@ void interpolate(Step const* steps, int const* whole, float const* fraction, Qua
 }
 
 /// Likewise the guides to the rows, two steps each.
+VORN_TARGET_CLONES
 void interpolateGuides(Step const* steps, int const* whole, float const* fraction, Quadruples& along,
                        Quadruples& across, int n) {
   for (int k = 0; k < n; k += 4) {
@@ -144,22 +148,30 @@ void interpolateGuides(Step const* steps, int const* whole, float const* fractio
 }
 
 /// Two points of a column of the projector, `planeReach` rows above and below a row: x and y of both.
-void interpolatePairs(float const* map, int width, int const* row, int const* column, float const* fraction,
-                      Quadruples& pairs, int n) {
+/// @param ray index in the projector's map
+VORN_TARGET_CLONES
+void interpolatePairs(float const* map, int width, int const* ray, float const* fraction, Quadruples& pairs,
+                      int n) {
   std::ptrdiff_t const reach = 2 * static_cast<std::ptrdiff_t>(planeReach) * width;
-  for (int k = 0; k < n; k += 4) {
-    cv::v_float32x4 pixels[4];
+  // Points are put together by number before they are reckoned with: x and y of a ray and of the next.
+  auto const interpolateAt = [=](std::ptrdiff_t from, int k, float* x, float* y) {
+    cv::v_float32x4 rays[4];
     for (int i = 0; i < 4; ++i) {
-      float const* const centre = map + 2 * (static_cast<std::ptrdiff_t>(row[k + i]) * width + column[k + i]);
-      cv::v_float32x4 const above = cv::v_load(centre - reach);
-      cv::v_float32x4 const below = cv::v_load(centre + reach);
-      cv::v_float32x4 const at = cv::v_combine_low(above, below);
-      pixels[i] = at + cv::v_setall_f32(fraction[k + i]) * (cv::v_combine_high(above, below) - at);
+      rays[i] = cv::v_load(map + 2 * static_cast<std::ptrdiff_t>(ray[k + i]) + from);
     }
-    scatter(pixels, pairs, k);
+    cv::v_float32x4 const part = cv::v_load(fraction + k);
+    cv::v_float32x4 parts[4];
+    cv::v_transpose4x4(rays[0], rays[1], rays[2], rays[3], parts[0], parts[1], parts[2], parts[3]);
+    cv::v_store(x + k, parts[0] + part * (parts[2] - parts[0]));
+    cv::v_store(y + k, parts[1] + part * (parts[3] - parts[1]));
+  };
+  for (int k = 0; k < n; k += 4) {
+    interpolateAt(-reach, k, pairs[0], pairs[1]);
+    interpolateAt(reach, k, pairs[2], pairs[3]);
   }
 }
 
+VORN_TARGET_CLONES
 void splitRays(cv::Vec2f const* map, float* x, float* y, int n) {
   float const* const values = map->val;
   int k = 0;
@@ -186,15 +198,17 @@ inline float arcTangent(float t) {
   return p * s * t + t;
 }
 
-/// The rows of the projector that see the points in which rays meet the plane through the first and the last
-/// point of their column. Clamped so that there are `planeReach` rows on both sides.
+/// The rays of the projector, as indices in its map, that see the points in which camera rays meet the plane
+/// through the first and the last point of their column. Their rows are clamped so that there are
+/// `planeReach` rows on both sides.
 /// @param along, across as in RowGuide
 VORN_TARGET_CLONES
-void estimateRows(Rays const& rays, Quadruples const& along, Quadruples const& across, int rows,
-                  int* __restrict row, int n) {
-  float const middle = 0.5F * static_cast<float>(rows - 1);
+void estimateRows(Rays const& rays, Quadruples const& along, Quadruples const& across,
+                  cv::Size const& projector, int const* column, int* __restrict ray, int n) {
+  int const columns = projector.width;
+  float const middle = 0.5F * static_cast<float>(projector.height - 1);
   float const lowest = static_cast<float>(planeReach);
-  float const highest = static_cast<float>(rows - 1 - planeReach);
+  float const highest = static_cast<float>(projector.height - 1 - planeReach);
   VORN_INDEPENDENT_ITERATIONS
   for (int k = 0; k < n; ++k) {
     float const x = rays.x[k];
@@ -205,7 +219,7 @@ void estimateRows(Rays const& rays, Quadruples const& along, Quadruples const& a
     float const r = std::fabs(fromFirst) + 0.5F;
     // In this order a NaN becomes a row, too.
     float const bounded = r < highest ? r : highest;
-    row[k] = static_cast<int>(bounded > lowest ? bounded : lowest);
+    ray[k] = static_cast<int>(bounded > lowest ? bounded : lowest) * columns + column[k];
   }
 }
 
@@ -319,51 +333,108 @@ std::vector<Step> rowGuides(TriangulationSetup const& setup) {
 
 /// What is known of a chunk of pixels at the stages of triangulation.
 struct Workspace {
+  int n; ///< pixels
   alignas(32) Indices whole;
   alignas(32) Numbers fraction;
-  alignas(32) Indices row;
+  alignas(32) Indices ray; ///< in the projector's map, of the pixel's row and whole column
   Rays rays;
   alignas(32) Quadruples along;
   alignas(32) Quadruples across;
   alignas(32) Quadruples pairs;
 };
 
+/// Tells the processor what the next chunk is going to read and this one to write: memory is asked for in
+/// runs that are too short for it to foresee. May reach beyond the end of a row.
+inline void prefetchChunk(float const* coordinates, cv::Vec2f const* rays, cv::Vec3f const* points) {
+  constexpr int apart = 16; // numbers in a line of the cache
+  float const* const nextRays = rays->val + 2 * chunk;
+  for (int k = 0; k < chunk; k += apart) {
+    prefetch(coordinates + chunk + k);
+    prefetch(nextRays + 2 * k);
+    prefetch(nextRays + 2 * k + apart);
+    prefetch(points->val + 3 * k);
+    prefetch(points->val + 3 * k + apart);
+    prefetch(points->val + 3 * k + 2 * apart);
+  }
+}
+
+/// The points that camera rays see of projector columns, chunk by chunk in two steps: the projector's rays
+/// are asked for in the first one and have come from memory when the second one, a chunk later, reads them.
+class ColumnPoints {
+public:
+  explicit ColumnPoints(TriangulationSetup const& setup)
+      : map_(setup.projectorMap), last_(static_cast<float>(map_.cols - 1)), guides_(rowGuides(setup)),
+        planes_(planeFrameOf(setup.camFromProj)), pose_(frameOf(setup.poseFromCam)),
+        isPosed_(setup.poseFromCam != cv::Matx44d::eye()) {}
+
+  /// @param rays of the pixels of `columns`
+  void writeRow(float const* columns, cv::Vec2f const* rays, cv::Vec3f* points, int width,
+                std::array<Workspace, 2>& chunks) const {
+    for (int x = 0; x < width + chunk; x += chunk) {
+      std::size_t const now = static_cast<std::size_t>(x / chunk) % 2;
+      if (x < width) {
+        chunks[now].n = std::min(chunk, width - x);
+        prefetchChunk(columns + x, rays + x, points + x);
+        locate(columns + x, rays + x, chunks[now]);
+      }
+      if (x > 0) {
+        write(columns + x - chunk, points + x - chunk, chunks[1 - now]);
+      }
+    }
+  }
+
+private:
+  void locate(float const* columns, cv::Vec2f const* rays, Workspace& w) const {
+    splitRays(rays, w.rays.x, w.rays.y, w.n);
+    splitCoordinates(columns, last_, w.whole, w.fraction, w.n);
+    interpolateGuides(guides_.data(), w.whole, w.fraction, w.along, w.across, w.n);
+    // Pairs are read in fours: what stands behind the last pixel has to be a ray, too.
+    constexpr int together = 4;
+    int const filled = (w.n + together - 1) / together * together;
+    estimateRows(w.rays, w.along, w.across, map_.size(), w.whole, w.ray, filled);
+    // Neighbours share lines of the cache.
+    constexpr int apart = 4;
+    cv::Vec2f const* const map = map_[0];
+    std::ptrdiff_t const reach = static_cast<std::ptrdiff_t>(planeReach) * map_.cols;
+    for (int k = 0; k < w.n; k += apart) {
+      prefetch(map + w.ray[k] - reach);
+      prefetch(map + w.ray[k] + reach);
+    }
+  }
+
+  void write(float const* columns, cv::Vec3f* points, Workspace& w) const {
+    interpolatePairs(map_.ptr<float>(), map_.cols, w.ray, w.fraction, w.pairs, w.n);
+    if (isPosed_) {
+      writePosedPoints(planes_, pose_, w.pairs, w.rays, columns, last_, points->val, w.n);
+    } else {
+      writePoints(planes_, w.pairs, w.rays, columns, last_, -1.0F, points->val, w.n);
+    }
+  }
+
+  cv::Mat_<cv::Vec2f> const& map_;
+  float last_;
+  std::vector<Step> guides_;
+  PlaneFrame planes_;
+  Frame pose_;
+  bool isPosed_;
+};
+
 } // namespace
 
 void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& columns, cv::Rect const& roi,
                         cv::Mat_<cv::Vec3f>& xyz) {
-  PlaneFrame const planes = planeFrameOf(setup.camFromProj);
-  Frame const pose = frameOf(setup.poseFromCam);
-  bool const isPosed = setup.poseFromCam != cv::Matx44d::eye();
-  int const width = setup.projectorMap.cols;
-  int const height = setup.projectorMap.rows;
-  float const last = static_cast<float>(width - 1);
-  float const* const map = setup.projectorMap.ptr<float>();
-  std::vector<Step> const guides = rowGuides(setup);
+  ColumnPoints const columnPoints(setup);
   parallelRows(xyz.rows, [&](int firstRow, int endRow) {
-    Workspace w{};
+    std::array<Workspace, 2> chunks{};
     for (int y = firstRow; y < endRow; ++y) {
-      for (int x = 0; x < xyz.cols; x += chunk) {
-        int const n = std::min(chunk, xyz.cols - x);
-        float const* const coordinates = columns[y] + x;
-        splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays.x, w.rays.y, n);
-        splitCoordinates(coordinates, last, w.whole, w.fraction, n);
-        interpolateGuides(guides.data(), w.whole, w.fraction, w.along, w.across, n);
-        estimateRows(w.rays, w.along, w.across, height, w.row, n);
-        interpolatePairs(map, width, w.row, w.whole, w.fraction, w.pairs, n);
-        if (isPosed) {
-          writePosedPoints(planes, pose, w.pairs, w.rays, coordinates, last, xyz[y][x].val, n);
-        } else {
-          writePoints(planes, w.pairs, w.rays, coordinates, last, -1.0F, xyz[y][x].val, n);
-        }
-      }
+      cv::Vec2f const* const rays = setup.cameraMap[y + roi.y] + roi.x;
+      columnPoints.writeRow(columns[y], rays, xyz[y], xyz.cols, chunks);
     }
   });
 }
 
 void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& rows, cv::Rect const& roi,
                      cv::Mat_<cv::Vec3f>& xyz) {
-  constexpr int border = 2;
   PlaneFrame const planes = planeFrameOf(setup.camFromProj);
   int const third = setup.projectorMap.cols / 3;
   float const last = static_cast<float>(setup.projectorMap.rows - 1);
@@ -376,19 +447,30 @@ void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& row
   for (int row = 0; row + 1 < setup.projectorMap.rows; ++row) {
     steps.push_back(stepOf(pairAt(row), pairAt(row + 1)));
   }
-  parallelRows(xyz.rows - 2 * border, [&](int firstRow, int endRow) {
+  parallelRows(xyz.rows - 2 * leftOut, [&](int firstRow, int endRow) {
     Workspace w{};
-    for (int y = firstRow + border; y < endRow + border; ++y) {
-      for (int x = border; x < xyz.cols - border; x += chunk) {
-        int const n = std::min(chunk, xyz.cols - border - x);
+    for (int y = firstRow + leftOut; y < endRow + leftOut; ++y) {
+      for (int x = leftOut; x < xyz.cols - leftOut; x += chunk) {
+        int const n = std::min(chunk, xyz.cols - leftOut - x);
         float const* const coordinates = rows[y] + x;
+        cv::Vec2f const* const rays = setup.cameraMap[y + roi.y] + roi.x + x;
+        prefetchChunk(coordinates, rays, xyz[y] + x);
         splitCoordinates(coordinates, last, w.whole, w.fraction, n);
         interpolate(steps.data(), w.whole, w.fraction, w.pairs, n);
-        splitRays(setup.cameraMap[y + roi.y] + roi.x + x, w.rays.x, w.rays.y, n);
+        splitRays(rays, w.rays.x, w.rays.y, n);
         writePoints(planes, w.pairs, w.rays, coordinates, last, -FLT_MAX, xyz[y][x].val, n);
       }
     }
   });
+}
+
+void clearLeftOut(cv::Mat_<cv::Vec3f>& xyz) {
+  int const rows = std::min(leftOut, xyz.rows);
+  int const columns = std::min(leftOut, xyz.cols);
+  xyz.rowRange(0, rows).setTo(cv::Scalar::all(0));
+  xyz.rowRange(xyz.rows - rows, xyz.rows).setTo(cv::Scalar::all(0));
+  xyz.colRange(0, columns).setTo(cv::Scalar::all(0));
+  xyz.colRange(xyz.cols - columns, xyz.cols).setTo(cv::Scalar::all(0));
 }
 
 } // namespace vorn::mv::sl

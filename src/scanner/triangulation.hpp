@@ -26,13 +26,19 @@ struct TriangulationSetup {
 void triangulateColumns(TriangulationSetup const& setup, cv::Mat_<float> const& columns, cv::Rect const& roi,
                         cv::Mat_<cv::Vec3f>& xyz);
 
+/// Rows and columns at each border of a map that `triangulateRows` leaves out.
+constexpr int leftOut = 2;
+
 /// Points from decoded projector rows: each camera ray meets the plane of light through two points of its
 /// row, at a third and at two thirds of the projector's width.
 ///
-/// The outermost two rows and columns of the map are left as they are.
+/// The outermost `leftOut` rows and columns of the map are left as they are.
 /// @param rows roi.height x roi.width, projector pixels; valid in (0, H - 1)
 /// @param xyz  of the same size; takes points in the camera frame, (0, 0, -FLT_MAX) where invalid
 void triangulateRows(TriangulationSetup const& setup, cv::Mat_<float> const& rows, cv::Rect const& roi,
                      cv::Mat_<cv::Vec3f>& xyz);
+
+/// Makes what `triangulateRows` leaves out (0, 0, 0).
+void clearLeftOut(cv::Mat_<cv::Vec3f>& xyz);
 
 } // namespace vorn::mv::sl
