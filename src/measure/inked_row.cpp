@@ -30,7 +30,9 @@ void blendPixels(T* row, float const* coverage, int columns, cv::Vec3d const& co
     if (coverage[x] > 0.0F) {
       double const share = std::min(1.0, static_cast<double>(coverage[x]));
       for (int c = 0; c < 3; ++c) {
-        row[3 * x + c] = mixed(row[3 * x + c], color[c], share);
+        // What is covered counts no more, be it a NaN of a picture that nothing was drawn into yet.
+        row[3 * x + c] =
+            share < 1.0 ? mixed(row[3 * x + c], color[c], share) : cv::saturate_cast<T>(color[c]);
       }
     }
   }

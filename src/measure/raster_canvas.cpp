@@ -69,6 +69,29 @@ void approach(cv::Point2d const& a, cv::Point2d const& b, double reach, cv::Rect
   }
 }
 
+/// Of a piece of a line in equal parts those that reach into a box, and perhaps one more at either end.
+cv::Range partsWithin(cv::Point2d const& a, cv::Point2d const& b, int parts, cv::Rect const& box) {
+  double from = 0.0;
+  double to = 1.0;
+  auto const cut = [&](double start, double end, double low, double high) {
+    double const along = end - start;
+    if (along == 0.0) {
+      to = start < low || start > high ? -1.0 : to;
+      return;
+    }
+    double const one = (low - start) / along;
+    double const other = (high - start) / along;
+    from = std::max(from, std::min(one, other));
+    to = std::min(to, std::max(one, other));
+  };
+  cut(a.x, b.x, box.x, box.x + box.width);
+  cut(a.y, b.y, box.y, box.y + box.height);
+  if (!(from <= to)) {
+    return {0, 0};
+  }
+  return {std::max(0, cvFloor(from * parts) - 1), std::min(parts, cvCeil(to * parts) + 1)};
+}
+
 /// Where a row at height y crosses the outline.
 void crossings(Outline const& outline, double y, std::vector<double>& xs) {
   xs.clear();
@@ -233,7 +256,10 @@ void RasterCanvas::strokeInParts(cv::Point2d const& a, cv::Point2d const& b, Pen
   constexpr int mostParts = 100000;
   int const parts = static_cast<int>(std::clamp(cv::norm(b - a) / partLength, 1.0, 1.0 * mostParts));
   double const reach = 0.5 * pen.width + 0.5;
-  for (int k = 0; k < parts; ++k) {
+  // Which parts can reach what is drawn into; how the piece is divided does not depend on it.
+  cv::Range const shares =
+      partsWithin(a, b, parts, boxOf({cv::Point2d(clip_.tl()), cv::Point2d(clip_.br())}, reach + 1.0));
+  for (int k = shares.start; k < shares.end; ++k) {
     cv::Point2d const from = a + (b - a) * (static_cast<double>(k) / parts);
     cv::Point2d const to = a + (b - a) * (static_cast<double>(k + 1) / parts);
     cv::Rect const box = boxOf({from, to}, reach + 0.5) & clip_;

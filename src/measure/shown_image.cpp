@@ -26,10 +26,12 @@ ShownRange usualRange(cv::Mat const& image) {
     Histogram const histogram = calcHistogram(image, settings);
     double low = std::numeric_limits<double>::infinity();
     double high = -low;
+    bool isOneValue = true;
     for (std::size_t c = 0; c < std::min<std::size_t>(histogram.channels.size(), 3); ++c) {
       if (histogram.total(c) > 0) {
         low = std::min(low, histogram.percentile(c, share));
         high = std::max(high, histogram.percentile(c, 1.0 - share));
+        isOneValue = isOneValue && histogram.channels[c].least == histogram.channels[c].greatest;
       }
     }
     if (low > high) {
@@ -40,7 +42,9 @@ ShownRange usualRange(cv::Mat const& image) {
     settings.low = low - histogram.binWidth();
     settings.high = high + histogram.binWidth();
     constexpr double enough = 0.25; // of the bins are in use
-    if (image.depth() < CV_32S || settings.high - settings.low > enough * (histogram.high - histogram.low)) {
+    bool const isNarrowest = isOneValue || !(settings.low < low) || !(high < settings.high);
+    if (isNarrowest || image.depth() < CV_32S ||
+        settings.high - settings.low > enough * (histogram.high - histogram.low)) {
       break;
     }
   }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -71,15 +71,23 @@ cv::Mat_<cv::Vec3f> SeenCloud::thinned(PointCloud& cloud) {
   return cv::Mat_<cv::Vec3f>(kept, true);
 }
 
-/// Whether all points lie before the origin, and it stands off.
+/// Whether all points but strays lie before the origin, and it stands off.
 bool SeenCloud::isBeforeOrigin(PointCloud const& cloud) const {
-  double low = std::numeric_limits<double>::max();
-  double high = std::numeric_limits<double>::lowest();
+  std::vector<float> depths;
+  depths.reserve(points_.total());
   for (cv::Vec3f const& point : points_) {
-    double const depth = static_cast<double>(point[2]) + cloud.offset()[2];
-    low = std::min(low, depth);
-    high = std::max(high, depth);
+    depths.push_back(point[2]);
   }
+  if (depths.empty()) {
+    return false;
+  }
+  std::size_t const strays = depths.size() / 100; // at either end
+  auto const lowest = depths.begin() + static_cast<std::ptrdiff_t>(strays);
+  auto const highest = depths.end() - 1 - static_cast<std::ptrdiff_t>(strays);
+  std::nth_element(depths.begin(), lowest, depths.end());
+  double const low = static_cast<double>(*lowest) + cloud.offset()[2];
+  std::nth_element(depths.begin(), highest, depths.end());
+  double const high = static_cast<double>(*highest) + cloud.offset()[2];
   return low > 0.0 && low > 0.5 * (high - low);
 }
 

@@ -22,7 +22,7 @@ public:
   /// @param noise of the points along their normals
   SeenCloud(PointCloud& cloud, double noise);
 
-  /// Whether all was seen from the origin.
+  /// Whether all but strays was seen from the origin.
   bool isSeen() const { return isSeen_; }
 
   /// What the view makes of points, to its spacing or its noise.

@@ -298,6 +298,47 @@ TEST(AMat, TitleAndLegendStandInMarginsOfTheirGround) {
   }
 }
 
+TEST(AMat, MarginsDoNotHangOnWhatMemoryHeldBefore) {
+  AMat amat(cv::Mat(60, 80, CV_32F, cv::Scalar(0.25F)));
+  amat.setTitle("depth");
+  DrawSettings settings;
+  settings.depth = DrawDepth::Own;
+  cv::Size const size = amat.draw(settings).picture.size();
+  // Blocks of the picture's size go back to the heap, which hands them out again.
+  for (double const held : {1e30, -1e30, std::numeric_limits<double>::quiet_NaN(), 1e30}) {
+    cv::Mat(size, CV_32FC3, cv::Scalar::all(held)).release();
+    cv::Mat const picture = amat.draw(settings).picture;
+    EXPECT_TRUE(cv::checkRange(picture));
+    EXPECT_EQ(cv::norm(picture, amat.draw(settings).picture, cv::NORM_INF), 0);
+  }
+}
+
+TEST(AMat, AnImageOfOneValueIsShown) {
+  for (double const value : {0.0, 0.25, -3.0, 1e30, 1e-30}) {
+    for (int const depth : {CV_16U, CV_32S, CV_32F, CV_64F}) {
+      AMat amat(cv::Mat(20, 30, depth, cv::Scalar(value)));
+      cv::Mat const picture = amat.draw().picture;
+      EXPECT_EQ(cv::norm(picture, cv::Mat(20, 30, CV_8UC3, picture.at<cv::Vec3b>(0, 0)), cv::NORM_INF), 0);
+    }
+  }
+}
+
+TEST(AMat, LinesThatMostlyLieBesideThePictureAreDrawnWhereTheyCross) {
+  // The circle's rim passes through the picture as good as upright, the line from corner to corner.
+  AMat amat(cv::Mat(300, 200, CV_8U, cv::Scalar(0)));
+  MarkStyle style;
+  style.width = 3;
+  constexpr double radius = 1e5;
+  amat.addCircle(cv::Point2d(100.0 + radius, 150.0), radius, style);
+  amat.addLine({cv::Point2d(-2e6, -3e6 + 150.0), {2e6, 3e6 + 150.0}}, style);
+  cv::Mat const picture = amat.draw().picture;
+  ASSERT_EQ(picture.rows, 300);
+  for (int const row : {5, 150, 294}) {
+    EXPECT_GT(cv::norm(picture.at<cv::Vec3b>(row, 100)), 100) << row;
+    EXPECT_EQ(cv::norm(picture.at<cv::Vec3b>(row, 106)), 0) << row;
+  }
+}
+
 TEST(AMat, CountsWhatBecameOfItsMarks) {
   AMat amat = onGround();
   amat.addPoint(cv::Point2d(20, 20), {}, "dots");

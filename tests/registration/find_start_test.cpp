@@ -176,6 +176,19 @@ TEST_F(FindStart, LaysMadePartsOntoEachOtherThatLieOnEachOtherInManyWays) {
   }
 }
 
+TEST_F(FindStart, BearsPointsThatStrayTowardsTheSensor) {
+  std::vector<sim::MeasuredPart> const parts = sim::measuredParts();
+  std::mt19937 random(77);
+  sim::PartViews views = sim::viewsOf(parts[0], 0.5, 80, 0.002, random);
+  // Reflections, much nearer than the part: without the way that a sensor looks it lies as well upside down.
+  views.source(40, 40) = {0.1F, 0.1F, 2.0F};
+  views.target(37, 43) = {0.1F, 0.1F, 2.0F};
+  StartSearch const start = findStart(PointCloud(views.source, true), PointCloud(views.target, true));
+  EXPECT_TRUE(start.isFound);
+  EXPECT_LT(distanceOf(views.source, start.targetFromSource, views.targetFromSource), 0.3)
+      << "it lies some 2 off where it is upside down";
+}
+
 TEST_F(FindStart, GivesTheSameBitsWithAnyThreads) {
   std::mt19937 random(3);
   Body const body(20.0, random);

@@ -18,7 +18,7 @@ constexpr std::size_t fewestSamples = 200;
 struct Difference {
   double squares = 0.0;  ///< mean, in parts of the squared amplitude
   std::size_t equal = 0; ///< to the last level
-  std::size_t one = 0;   ///< by one level
+  std::size_t one = 0;   ///< by one step of the images' levels
   std::size_t count = 0;
 };
 
@@ -46,7 +46,19 @@ public:
 
   std::size_t samples() const { return lit_.size(); }
 
+  /// Learns from two images how far apart levels lie at least: bits at the upper end of a word, or bytes that
+  /// were stretched to it, leave out levels.
+  void learnStep(std::size_t one, std::size_t other) {
+    for (std::size_t const i : lit_) {
+      double const d = std::fabs(static_cast<double>(samples_.at(one, 0)[i]) -
+                                 static_cast<double>(samples_.at(other, 0)[i]));
+      step_ = d > 0.0 && (step_ == 0.0 || d < step_) ? d : step_; // not a NaN
+    }
+  }
+
   Difference between(std::size_t one, std::size_t other) const {
+    // Numbers that are not whole have no levels.
+    double const step = step_ >= 1.0 && step_ == std::floor(step_) ? step_ : 1.0;
     Difference difference;
     for (std::size_t const i : lit_) {
       auto const d =
@@ -54,7 +66,7 @@ public:
       if (!std::isnan(d)) {
         difference.squares += d * d;
         difference.equal += d == 0.0 ? 1 : 0;
-        difference.one += std::fabs(d) == 1.0 ? 1 : 0;
+        difference.one += std::fabs(d) == step ? 1 : 0;
         ++difference.count;
       }
     }
@@ -75,6 +87,7 @@ private:
   KeptSamples const& samples_;
   std::vector<std::size_t> lit_;
   double power_ = 0.0;
+  double step_ = 0.0; ///< between levels; 0 as long as no two differ
 };
 
 PatternDoubt doubtOf(PatternSet const& set, std::size_t one, std::size_t other, double value, double limit) {
@@ -94,9 +107,12 @@ PatternDoubt doubtOf(PatternSet const& set, std::size_t one, std::size_t other, 
 
 RepeatCheck checkRepeats(PatternSet const& set, Fringe const& fringe, KeptSamples const& samples) {
   RepeatCheck result;
-  Comparison const comparison(fringe, samples);
+  Comparison comparison(fringe, samples);
   if (comparison.samples() < fewestSamples) {
     return result;
+  }
+  for (std::size_t other = 1; other < set.images.size(); ++other) {
+    comparison.learnStep(0, other);
   }
   std::vector<std::pair<std::size_t, std::size_t>> equal;
   std::size_t ofOne = 0; // of other bits
