@@ -5,18 +5,15 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <opencv2/core.hpp>
 #include <string>
-#include <utility>
 #include <vector>
 #include <vorn/mv/measure/fit.hpp>
 
 #include "core/error.hpp"
-#include "pointcloud/grid_steps.hpp"
-#include "pointcloud/list_spacing.hpp"
 #include "pointcloud/point_access.hpp"
 #include "pointcloud/smallest_axis.hpp"
+#include "surface/even_spacing.hpp"
 
 namespace vorn::mv {
 
@@ -127,49 +124,6 @@ Extent extentOf(std::vector<cv::Vec3d> const& points) {
   return extent;
 }
 
-/// The side of a square that holds one point, by how many lie in larger squares of the plane: the mean of the
-/// middle half of these, which neither the rim of a cloud nor points far away count in.
-double sideOfOne(std::vector<cv::Vec3d> const& points, Extent const& extent, double spacing) {
-  constexpr double squareOverSpacing = 8.0;
-  double const square = squareOverSpacing * spacing;
-  std::vector<std::pair<double, double>> squares;
-  squares.reserve(points.size());
-  for (cv::Vec3d const& point : points) {
-    // The rows of a regular cloud shall not lie where squares meet.
-    squares.emplace_back(std::floor((point[0] - extent.low[0] + spacing / 2.0) / square),
-                         std::floor((point[1] - extent.low[1] + spacing / 2.0) / square));
-  }
-  std::sort(squares.begin(), squares.end());
-  std::vector<double> counts;
-  for (std::size_t i = 0; i < squares.size(); ++i) {
-    if (i == 0 || squares[i] != squares[i - 1]) {
-      counts.push_back(0.0);
-    }
-    counts.back() += 1.0;
-  }
-  std::sort(counts.begin(), counts.end());
-  auto const first = counts.begin() + static_cast<std::ptrdiff_t>(counts.size() / 4);
-  auto const end = counts.end() - static_cast<std::ptrdiff_t>(counts.size() / 4);
-  double const mean = std::accumulate(first, end, 0.0) / static_cast<double>(end - first);
-  // The nearest neighbours of a square grid are as far apart as its squares are wide, those of points strewn
-  // at random nearer by sqrt(ln(2) / pi).
-  constexpr double widest = 2.13;
-  return std::clamp(square / std::sqrt(mean), spacing, widest * spacing);
-}
-
-/// Such that a cell holds one point where the cloud is evenly dense.
-double evenCellSize(PointCloud const& cloud, std::vector<cv::Vec3d> const& points, Extent const& extent) {
-  if (cloud.isOrganized() && cloud.isContinous()) {
-    auto const spacing = static_cast<double>(gridSpacingOf(cloud.points(), cloud.state()));
-    GridSteps const steps = gridStepsOf(cloud.points(), cloud.state(), 0.0F);
-    auto const [narrow, wide] = std::minmax(steps.alongRow, steps.alongColumn);
-    return spacing > 0.0 ? spacing * std::sqrt(static_cast<double>(wide / narrow)) : 0.0;
-  }
-  PointCloud copy = cloud; // gets an octree
-  auto const spacing = static_cast<double>(listSpacingOf(copy));
-  return spacing > 0.0 ? sideOfOne(points, extent, spacing) : 0.0;
-}
-
 double checkedCellSize(double size, Extent const& extent) {
   double const width = extent.high[0] - extent.low[0];
   double const height = extent.high[1] - extent.low[1];
@@ -221,8 +175,7 @@ HeightMap heightMapOf(PointCloud const& cloud, HeightMapSettings const& settings
   }
   Extent const extent = extentOf(points.places);
   bool const isGiven = settings.cellSize != 0.0;
-  map.cellSize =
-      checkedCellSize(isGiven ? settings.cellSize : evenCellSize(cloud, points.places, extent), extent);
+  map.cellSize = checkedCellSize(isGiven ? settings.cellSize : evenSpacingOf(points.places), extent);
   map.mapFromCloud(0, 3) -= extent.low[0];
   map.mapFromCloud(1, 3) -= extent.low[1];
   auto const cellOf = [&](double value, int axis) {

@@ -130,6 +130,77 @@ TEST(HeightMap, IsTheSameNearAPartWithStrayPoints) {
   expectError([&] { heightMapOf(far); }, "remove points far from all others");
 }
 
+/// `scans` of a plane of side x side places 0.1 apart, each with noise of its own.
+PointCloud scansOfOnePlane(int side, int scans, float sideways) {
+  std::mt19937 random(test::seed());
+  std::normal_distribution<float> error;
+  cv::Mat_<cv::Vec3f> points(scans, side * side);
+  for (int scan = 0; scan < scans; ++scan) {
+    for (int i = 0; i < side * side; ++i) {
+      points(scan, i) = {0.1F * static_cast<float>(i % side) + sideways * error(random),
+                         0.1F * static_cast<float>(i / side) + sideways * error(random),
+                         100.0F + 0.01F * error(random)};
+    }
+  }
+  return PointCloud(points.reshape(3, 1).clone(), false);
+}
+
+TEST(HeightMap, HasFewHolesWhereSurfacesWereMeasuredTwice) {
+  for (auto const& [scans, sideways] : {std::pair(2, 0.002F), {10, 0.0F}, {10, 0.002F}, {3, 0.01F}}) {
+    HeightMap const map = heightMapOf(scansOfOnePlane(150, scans, sideways));
+    EXPECT_GT(map.coverage, 0.6) << scans << " scans, noise " << sideways << ", cells of " << map.cellSize;
+    EXPECT_LT(map.cellSize, 0.105) << "resolution is kept";
+  }
+  cv::Mat_<cv::Vec3f> lines(100, 2000);
+  cv::Mat_<cv::Vec3f> stacks(1, 30000);
+  for (int i = 0; i < 200000; ++i) {
+    lines(i / 2000, i % 2000) = {0.01F * static_cast<float>(i % 2000), 0.5F * static_cast<float>(i / 2000),
+                                 100.0F};
+  }
+  for (int i = 0; i < 30000; ++i) {
+    stacks(i) = {static_cast<float>(i % 100), static_cast<float>(i / 100 % 100),
+                 1e-3F * static_cast<float>(i / 10000)};
+  }
+  HeightMap const map = heightMapOf(PointCloud(lines.reshape(3, 1).clone(), false));
+  EXPECT_GT(map.coverage, 0.3);
+  EXPECT_LT(map.cellSize, 0.5);
+  HeightMapSettings settings;
+  settings.plane = Plane3f(cv::Point3f(0, 0, 0), cv::Vec3f(0, 0, 1));
+  EXPECT_NEAR(heightMapOf(PointCloud(stacks, false), settings).cellSize, 1.0, 0.01);
+}
+
+TEST(HeightMap, GivesSmallRegularGridsTheirPitch) {
+  for (int const side : {3, 5, 10, 20, 30, 60}) {
+    HeightMap const map = heightMapOf(scansOfOnePlane(side, 1, 0.0F));
+    EXPECT_NEAR(map.cellSize, 0.1, 0.002) << side;
+    EXPECT_EQ(map.heights.size(), cv::Size(side, side));
+    EXPECT_EQ(map.coverage, 1.0) << side;
+  }
+}
+
+TEST(HeightMap, IsMadeOfGridsWithoutNeighbours) {
+  cv::Mat_<cv::Vec3f> full(100, 100);
+  for (int i = 0; i < 10000; ++i) {
+    full(i / 100, i % 100) = {0.1F * static_cast<float>(i % 100), 0.1F * static_cast<float>(i / 100), 100.0F};
+  }
+  cv::Mat_<cv::Vec3f> sparse = full.clone();
+  cv::Mat_<cv::Vec3f> checkered = full.clone();
+  for (int row = 0; row < 100; ++row) {
+    for (int column = 0; column < 100; ++column) {
+      if (row % 2 == 1 || column % 2 == 1) {
+        sparse(row, column) = cv::Vec3f::all(notANumber);
+      }
+      if ((row + column) % 2 == 1) {
+        checkered(row, column) = cv::Vec3f::all(notANumber);
+      }
+    }
+  }
+  EXPECT_NEAR(heightMapOf(PointCloud(sparse, true)).cellSize, 0.2, 0.004);
+  EXPECT_EQ(heightMapOf(PointCloud(sparse, true)).coverage, 1.0);
+  EXPECT_NEAR(heightMapOf(PointCloud(checkered, true)).cellSize, std::sqrt(0.02), 0.01);
+  EXPECT_GT(heightMapOf(PointCloud(checkered, true)).coverage, 0.6);
+}
+
 TEST(HeightMap, RefusesWhatHasNone) {
   expectError([] { heightMapOf(PointCloud()); }, "0 points, fewer than 3");
   cv::Mat_<cv::Vec3f> line(1, 50);

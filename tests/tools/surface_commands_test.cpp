@@ -151,6 +151,15 @@ TEST_F(SurfaceCommands, HeightsComeBackAsPoints) {
   }
 }
 
+TEST_F(SurfaceCommands, MapsThatOnePointMakesHugeAreSaid) {
+  cv::Mat_<cv::Vec3f> points = cap();
+  EXPECT_TRUE(reportOf({"height", grid(points), folder_ / "map.tiff"})["warnings"].empty());
+  points(0, 0) = {1e4F, 0.0F, 500.0F};
+  nlohmann::json const report = reportOf({"height", grid(points), folder_ / "map.tiff"});
+  ASSERT_EQ(report["warnings"].size(), 1U) << report["coverage"];
+  EXPECT_NE(report["warnings"][0].get<std::string>().find("lie far from all others"), std::string::npos);
+}
+
 /// Places that floats cannot tell come back where they were, and a plane or a viewpoint among them is one.
 TEST_F(SurfaceCommands, FarCoordinatesKeepTheirPlace) {
   graphic::GraphicObject object;

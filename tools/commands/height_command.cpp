@@ -84,6 +84,12 @@ void makeMap(HeightOptions const& options, Report& report) {
   mv::HeightMap map = heightMapOf(input.cloud, settingsOf(options, offset));
   map.mapFromCloud = betweenFiles(map.mapFromCloud, offset, {});
   describe(map, report);
+  constexpr double sparse = 0.01;
+  if (map.coverage < sparse) {
+    report.warn(printed("only %.2g %% of the cells have points: either some points lie far from all others, "
+                        "which filter --outlier drops, or the points do not cover the plane",
+                        100.0 * map.coverage));
+  }
   writeTogether(
       heightFiles(options.output, map, options.depth == 16 ? HeightDepth::Bits16 : HeightDepth::Float));
 }

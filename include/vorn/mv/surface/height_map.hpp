@@ -25,8 +25,9 @@ struct HeightMapSettings {
   /// The plane that heights are above, on the side of its normal; without one that which `fitPlane` fits to
   /// the points, outliers left aside, on the side of the viewpoint (the frame's origin).
   std::optional<Plane3f> plane;
-  /// Edge length of a cell. 0: such that a cell holds one point where the cloud is evenly dense, by the
-  /// distances of neighbours.
+  /// Edge length of a cell. 0: such that a cell holds one place with points where the cloud is evenly dense;
+  /// points nearer to each other than two fifths of it, seen along the normal, are one place, so that parts
+  /// measured several times, or lines of dense points, leave no more holes than others.
   double cellSize = 0.0;
   HeightRule rule = HeightRule::Mean; ///< which height a cell with several points gets
 };
@@ -44,7 +45,7 @@ struct HeightMap {
 
 /// The heights of a cloud's present, finite points over a plane. The map's x axis is that of the cloud as far
 /// as the plane allows. Working memory: 32 bytes a point beside the result, 40 with `Weighted`; more while a
-/// plane is fitted (as `fitPlane`) or the cell size of a cloud without a grid found (its octree).
+/// plane is fitted (as `fitPlane`) or the cell size found (40 bytes a point).
 /// @throws Exception when fewer than three points are present, when no plane is given and they lie on a line
 ///         or `fitPlane` throws,
 ///         when a plane has no normal, when a cell size is below 0 or gives more than 2^28 cells, and for
