@@ -44,6 +44,7 @@ constexpr Rule rules[] = {{"flicker", &DecodingRules::flicker},
                           {"jumps", &DecodingRules::edgeJumps},
                           {"far jumps", &DecodingRules::edgeFarJumps},
                           {"shading", &DecodingRules::edgeShading},
+                          {"dark rims", &DecodingRules::weakRims},
                           {"small pieces", &DecodingRules::smallSegments},
                           {"hole filling", &DecodingRules::holeFilling}};
 

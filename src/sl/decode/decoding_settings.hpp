@@ -22,6 +22,7 @@ struct DecodingRules {
   bool edgeJumps = true;      ///< a pixel goes beside a jump to the next pixel
   bool edgeFarJumps = true;   ///< ... to the next but one, across an unknown or a much brighter one
   bool edgeShading = true;    ///< ... and where it loses light at the end of a surface
+  bool weakRims = true;       ///< surfaces go on over pixels of little contrast beside them
   bool smallSegments = true;  ///< connected pieces below "MinSegmentSize" go
   bool holeFilling = true;    ///< small holes in one smooth surface are closed
 };

@@ -23,6 +23,7 @@
 #include "sl/decode/segments.hpp"
 #include "sl/decode/stripe_bridging.hpp"
 #include "sl/decode/surface_edges.hpp"
+#include "sl/decode/weak_rims.hpp"
 #include "sl/phase/flicker.hpp"
 #include "sl/phase/phase_blur.hpp"
 #include "sl/unwrap/order_growth.hpp"
@@ -141,6 +142,9 @@ public:
     DecodedScan scan{cv::Mat_<float>(maps_.size()), cv::Mat_<uchar>(), 0};
     wishLargePages(scan.coordinates.data, scan.coordinates.total() * sizeof(float));
     closeEdges(phaseImages_, settings_, maps_, scan.coordinates, progress_.part(0.8, 0.9));
+    if (settings_.rules.weakRims) {
+      carryOnOverRims(magnitudesOf(phaseImages_), settings_, maps_, scan.coordinates);
+    }
     dropSmallPieces(scan.coordinates);
     return scan;
   }

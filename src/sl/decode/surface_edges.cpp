@@ -317,7 +317,7 @@ EdgeLimits EdgeWalk::limitsOf(DecodingRules const& rules) {
 }
 
 template <class T>
-MagnitudeSource magnitudesOf(std::vector<cv::Mat> const& images) {
+MagnitudeSource magnitudesAs(std::vector<cv::Mat> const& images) {
   return [&images](int y, int x, int n, uchar const* state, float* out) {
     magnitudeRow<T>(
         {images[0].ptr<T>(y) + x, images[1].ptr<T>(y) + x, images[2].ptr<T>(y) + x, images[3].ptr<T>(y) + x},
@@ -339,12 +339,15 @@ void walkAll(MagnitudeSource const& magnitudes, DecodingRules const& rules, Scan
 
 } // namespace
 
+MagnitudeSource magnitudesOf(std::vector<cv::Mat> const& phaseImages) {
+  return phaseImages[0].depth() == CV_8U ? magnitudesAs<uchar>(phaseImages)
+                                         : magnitudesAs<ushort>(phaseImages);
+}
+
 void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
                 cv::Mat_<float>& coordinates, Progress const& progress) {
-  MagnitudeSource const magnitudes =
-      phaseImages[0].depth() == CV_8U ? magnitudesOf<uchar>(phaseImages) : magnitudesOf<ushort>(phaseImages);
-  walkAll(magnitudes, settings.rules, maps, {&coordinates, static_cast<float>(settings.period / CV_2PI)},
-          progress);
+  walkAll(magnitudesOf(phaseImages), settings.rules, maps,
+          {&coordinates, static_cast<float>(settings.period / CV_2PI)}, progress);
 }
 
 void closeEdges(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,

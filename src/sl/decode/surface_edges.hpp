@@ -27,6 +27,10 @@ void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings co
 /// @param out     amplitudes, in any unit; negative where a pixel is clipped
 using MagnitudeSource = std::function<void(int y, int x, int n, uchar const* state, float* out)>;
 
+/// The magnitudes of the scanner's own fringes.
+/// @param phaseImages P0 to P3, which must stay
+MagnitudeSource magnitudesOf(std::vector<cv::Mat> const& phaseImages);
+
 /// The same of any fringes, without coordinates.
 void closeEdges(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
                 Progress const& progress);
