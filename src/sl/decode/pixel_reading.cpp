@@ -10,6 +10,7 @@
 
 #include <vorn/mv/sl/lookup_tables.hpp>
 
+#include "core/bits.hpp"
 #include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
 #include "sl/coding/lookup_tables.hpp"
@@ -38,6 +39,17 @@ struct Steps {
       : p0(images[0].ptr<T>(y) + x), p1(images[1].ptr<T>(y) + x), p2(images[2].ptr<T>(y) + x),
         p3(images[3].ptr<T>(y) + x) {}
 };
+
+/// Tells the processor that a chunk of an image is read soon, the one after that which begins here: of so
+/// many images in turn it does not foresee it. May reach beyond the end of an image.
+template <class T>
+void prefetchNext(T const* pixels) {
+  constexpr std::size_t lineBytes = 64;
+  auto const* const next = reinterpret_cast<char const*>(pixels + phaseBlockLength);
+  for (std::size_t k = 0; k < phaseBlockLength * sizeof(T); k += lineBytes) {
+    prefetch(next + k);
+  }
+}
 
 /// What holds the sum of four pixels.
 template <class T>
@@ -330,6 +342,9 @@ PixelReader::PixelReader(std::vector<cv::Mat> const& images, ScanDecodingSetting
 template <class T>
 void PixelReader::exposeAndDecode(int y, int x0, int n, Chunk<T>& chunk, float* wrapped) const {
   Steps<T> const p(images_, y, x0);
+  for (T const* const step : {p.p0, p.p1, p.p2, p.p3}) {
+    prefetchNext(step);
+  }
   exposure(p, {limits_.maxSum, limits_.white}, n, chunk.exposed.data(), chunk.middle.data());
   if (wrapped == nullptr) {
     return;
@@ -359,9 +374,11 @@ void PixelReader::readPhasesOf(int y, float* wrapped) const {
 template <class T>
 void PixelReader::readCode(int y, int x0, int n, Chunk<T>& chunk, uchar* contrast) const {
   auto const pixels = [&](std::size_t image) { return images_[image].ptr<T>(y) + x0; };
+  prefetchNext(pixels(phaseImages));
   std::copy_n(pixels(phaseImages), n, chunk.lowest.data());
   std::copy_n(pixels(phaseImages), n, chunk.highest.data());
   for (std::size_t k = phaseImages + 1; k < images_.size(); ++k) {
+    prefetchNext(pixels(k));
     widenRange(pixels(k), n, chunk.lowest.data(), chunk.highest.data());
   }
   Thresholds<T> const thresholds{chunk.middle.data(), chunk.lower.data(), chunk.upper.data(),

@@ -164,6 +164,9 @@ public:
     auto const put = [&](cv::Point p, float absolute) { scan.coordinates(p) = absolute * pixelsPerRadian; };
     scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put,
                             progress_.part(0.96, 0.99));
+    if (scan.filled == 0) {
+      return;
+    }
     // Only now, as a state says of others whether they were measured.
     for (Run const& run : missing) {
       float const* const coordinates = scan.coordinates[run.row];

@@ -12,31 +12,43 @@ namespace vorn::mv::sl {
 
 namespace {
 
-/// Lets those open pixels of a row wait that lie beside a known one. `above` and `below` are read from 0 to
-/// `n`, `state` from -1 to `n` + 1.
+constexpr uchar waitingBit = pixel_state::waiting & ~pixel_state::open;
+
+/// The bit of each pixel of a row that waits: it is open, and a pixel beside it is known. `above` and `below`
+/// are read from 0 to `n`, `state` from -1 to `n` + 1.
 /// @return whether any waits
 VORN_TARGET_CLONES
-bool markWaiting(uchar const* above, uchar* state, uchar const* below, int n) {
+bool findWaiting(uchar const* above, uchar const* state, uchar const* below, int n,
+                 uchar* __restrict waiting) {
   uchar any = 0;
   for (int x = 0; x < n; ++x) {
-    any = static_cast<uchar>(any | (state[x] & pixel_state::openBit));
+    auto const around = static_cast<uchar>(above[x] | state[x - 1] | state[x + 1] | below[x]);
+    // The known bit of the one and the open bit of the other, in the place of the waiting bit.
+    auto const isOpen = static_cast<uchar>((state[x] >> 6U) & ~(state[x] >> 7U));
+    waiting[x] = static_cast<uchar>(isOpen & (around >> 7U));
+    any = static_cast<uchar>(any | waiting[x]);
   }
-  if (any == 0) {
-    return false;
-  }
-  constexpr uchar waitingBit = pixel_state::waiting & ~pixel_state::open;
-  uchar waits = 0;
-  // A neighbour that waits already is not known before or after, so the order of the pixels does not matter.
-  VORN_INDEPENDENT_ITERATIONS
+  return any != 0;
+}
+
+VORN_TARGET_CLONES
+void addBits(uchar const* bits, int n, uchar* __restrict state) {
   for (int x = 0; x < n; ++x) {
-    auto const around =
-        static_cast<uchar>((above[x] | state[x - 1] | state[x + 1] | below[x]) & pixel_state::knownBit);
-    bool const isOpen = (state[x] & (pixel_state::knownBit | pixel_state::openBit)) == pixel_state::openBit;
-    uchar const waiting = isOpen & (around != 0) ? waitingBit : 0;
-    state[x] = static_cast<uchar>(state[x] | waiting);
-    waits = static_cast<uchar>(waits | waiting);
+    state[x] = static_cast<uchar>(state[x] | bits[x]);
   }
-  return waits != 0;
+}
+
+/// Lets those open pixels of a row wait that lie beside a known one.
+/// @param room takes `n` values
+/// @return whether any waits
+bool markWaiting(uchar const* above, uchar* state, uchar const* below, int n, uchar* room) {
+  static_assert(waitingBit == 1 && pixel_state::openBit == 1U << 6U && pixel_state::knownBit == 1U << 7U,
+                "as bits are shifted in findWaiting");
+  bool const waits = findWaiting(above, state, below, n, room);
+  if (waits) {
+    addBits(room, n, state);
+  }
+  return waits;
 }
 
 /// Rows of a band. Half of them, where those of the two passes overlap, hold nearly all regions.
@@ -47,9 +59,10 @@ constexpr int bandsBetweenAskings = 4;
 /// Marks the waiting pixels of rows [firstRow, endRow); reads one more on either side.
 void markRows(cv::Mat_<uchar>& state, int firstRow, int endRow, std::vector<uchar>& hasWaiting) {
   constexpr int pad = PaddedMap<uchar>::pad;
+  std::vector<uchar> room(static_cast<std::size_t>(state.cols));
   for (int y = firstRow; y < endRow; ++y) {
-    bool const waits =
-        markWaiting(state[y - 1] + pad, state[y] + pad, state[y + 1] + pad, state.cols - 2 * pad);
+    bool const waits = markWaiting(state[y - 1] + pad, state[y] + pad, state[y + 1] + pad,
+                                   state.cols - 2 * pad, room.data());
     hasWaiting[static_cast<std::size_t>(y)] = waits ? 1 : 0;
   }
 }
