@@ -156,7 +156,8 @@ std::vector<Square> innerSquares(Keys const& keys) {
   return inner;
 }
 
-/// The middle half of the squares by how many points they hold, sorted by key; no more than are worth counting.
+/// The middle half of the squares by how many points they hold, sorted by key; no more than are worth
+/// counting.
 Keys middleSquares(std::vector<Square> inner) {
   std::sort(inner.begin(), inner.end(), [](Square const& a, Square const& b) {
     return a.count != b.count ? a.count < b.count : a.key < b.key;
@@ -186,9 +187,9 @@ double sideInside(Bulk const& bulk) {
     // The rows of a regular cloud shall not lie where squares meet.
     cv::Vec2d const origin = bulk.middle - cv::Vec2d::all(0.37 * square);
     std::vector<Square> const inner = innerSquares(sortedKeys(bulk.places, origin, square));
-    double const held =
-        std::accumulate(inner.begin(), inner.end(), 0.0,
-                        [](double sum, Square const& each) { return sum + static_cast<double>(each.count); });
+    double const held = std::accumulate(inner.begin(), inner.end(), 0.0, [](double sum, Square const& each) {
+      return sum + static_cast<double>(each.count);
+    });
     if (held < count / 4.0 || held < enoughPoints * static_cast<double>(inner.size())) {
       continue;
     }
@@ -205,8 +206,8 @@ double sideInside(Bulk const& bulk) {
   return 0.0;
 }
 
-/// The side of as many squares as there are places, which reach half a side beyond the outermost of them: exact
-/// for a square grid.
+/// The side of as many squares as there are places, which reach half a side beyond the outermost of them:
+/// exact for a square grid.
 double sideOfBox(cv::Vec2d const& size, std::size_t places) {
   if (places < 2) {
     return 0.0;
@@ -223,8 +224,7 @@ double evenSpacingOf(std::vector<cv::Vec3d> const& points) {
   cv::Vec2d const size = bulk.box.size();
   double const side = sideInside(bulk);
   if (side == 0.0) {
-    return mergedSide(bulk.places, bulk.box.low,
-                      [&](std::size_t places) { return sideOfBox(size, places); });
+    return mergedSide(bulk.places, bulk.box.low, [&](std::size_t places) { return sideOfBox(size, places); });
   }
   // Few squares of a regular grid hold a row more or less than they are wide; its box is exact.
   std::size_t const places = occupiedCount(bulk.places, bulk.box.low, side / 2.0);
