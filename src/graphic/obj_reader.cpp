@@ -97,7 +97,8 @@ private:
 class ObjReader {
 public:
   ObjReader(FileReader& file, cv::Vec3d const& offset)
-      : file_(file), offset_(offset), vertexRange_("vertex", file.size() / shortestStatement) {}
+      : file_(file), offset_(offset), finder_(offset),
+        vertexRange_("vertex", file.size() / shortestStatement) {}
 
   void take() {
     std::string_view line;
@@ -116,7 +117,7 @@ public:
     }
   }
 
-  cv::Vec3d offset() const { return finder_.offset(); }
+  OffsetFinder const& finder() const { return finder_; }
 
   GraphicObject finish() {
     vertexRange_.assertBelow(object_.vertices().size(), file_);

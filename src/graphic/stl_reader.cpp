@@ -61,7 +61,7 @@ GraphicObject readBinary(FileReader& file) {
 class StlTextReader {
 public:
   StlTextReader(FileReader& file, cv::Vec3d const& offset)
-      : file_(file), offset_(offset), welder_(object_.vertices(), object_.triangles()) {
+      : file_(file), offset_(offset), finder_(offset), welder_(object_.vertices(), object_.triangles()) {
     constexpr std::uint64_t usualFacetSize = 200; // bytes; a guess that only saves growing
     welder_.reserve(static_cast<std::size_t>(file.size() / usualFacetSize));
   }
@@ -78,7 +78,7 @@ public:
     weldGathered();
   }
 
-  cv::Vec3d offset() const { return finder_.offset(); }
+  OffsetFinder const& finder() const { return finder_; }
 
   GraphicObject finish() { return std::move(object_); }
 

@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -9,7 +10,9 @@
 #include <vector>
 
 #include <vorn/core/system.hpp>
+#include <vorn/graphic/obj_file.hpp>
 #include <vorn/graphic/pcd_file.hpp>
+#include <vorn/graphic/stl_file.hpp>
 #include <vorn/graphic/xyz_file.hpp>
 
 #include "support/expect_error.hpp"
@@ -286,6 +289,59 @@ TEST_F(XyzFile, KeepsEveryBit) {
   EXPECT_TRUE(XYZFile().read(path()).isEmpty());
   GraphicObject const far = parse("3512345.125 1 -1e7\n3512346.25 2 -10000001.5\n");
   EXPECT_EQ(far.offset() + cv::Vec3d(far.vertices()[1]), cv::Vec3d(3512346.25, 2, -10000001.5));
+}
+
+/// A plate of 40 x 25 places 0.01 apart, far from zero, and strays.
+std::vector<cv::Vec3d> plateFarAway(std::vector<cv::Vec3d> const& strays) {
+  std::vector<cv::Vec3d> places;
+  for (int i = 0; i < 1000; ++i) {
+    places.emplace_back(500000.12 + 0.01 * (i % 40), 5400000.65 + 0.01 * (i / 40), 3.0 + 1e-4 * (i % 7));
+  }
+  places.insert(places.begin() + 300, strays.begin(), strays.end());
+  return places;
+}
+
+TEST_F(XyzFile, StrayPlacesLoseNoDigitsOfOthers) {
+  auto const textOf = [](std::vector<cv::Vec3d> const& places, std::string const& before) {
+    std::ostringstream text;
+    text.precision(17);
+    for (cv::Vec3d const& place : places) {
+      text << before << place[0] << ' ' << place[1] << ' ' << place[2] << '\n';
+    }
+    return text.str();
+  };
+  std::vector<std::vector<cv::Vec3d>> const allStrays{
+      {cv::Vec3d()},
+      {{1.5, -2.25, 0.5}},
+      {{1.1, 1.2, 1.3}, {-1e30, 4, 5}, {0, 7e9, 0}, cv::Vec3d()},
+      std::vector<cv::Vec3d>(1500), // more misses than points
+      std::vector<cv::Vec3d>(300, cv::Vec3d(0.1, 0.2, 0.3))};
+  for (std::vector<cv::Vec3d> const& strays : allStrays) {
+    std::vector<cv::Vec3d> const places = plateFarAway(strays);
+    std::string facets = "solid\n";
+    for (std::size_t i = 2; i < places.size(); ++i) {
+      facets += "facet normal 0 0 1\nouter loop\n" +
+                textOf({places[i - 2], places[i - 1], places[i]}, "vertex ") + "endloop\nendfacet\n";
+    }
+    vorn::test::put(path("a.obj"), textOf(places, "v "));
+    vorn::test::put(path("a.stl"), facets + "endsolid\n");
+    GraphicObject xyz;
+    EXPECT_EQ(said([&] { xyz = parse(textOf(places, "")); }), "");
+    for (GraphicObject const& object : {xyz, OBJFile().read(path("a.obj")), STLFile().read(path("a.stl"))}) {
+      ASSERT_NE(object.offset(), cv::Vec3d());
+      for (cv::Vec3d const& place : {places.front(), places[299], places.back()}) {
+        EXPECT_TRUE(std::any_of(object.vertices().begin(), object.vertices().end(), [&](cv::Vec3f vertex) {
+          return cv::norm(object.offset() + cv::Vec3d(vertex), place, cv::NORM_INF) < 1e-6;
+        })) << strays.size();
+      }
+    }
+  }
+  // Two parts that no offset brings near zero together.
+  std::vector<cv::Vec3d> apart = plateFarAway({});
+  for (int i = 0; i < 900; ++i) {
+    apart.emplace_back(0.01 * (i % 40), 0.01 * (i / 40), 0.1);
+  }
+  EXPECT_NE(said([&] { parse(textOf(apart, "")); }).find("than floats tell"), std::string::npos);
 }
 
 TEST_F(XyzFile, TakesWhatProgramsWriteAndSaysWhatItConcludes) {

@@ -21,7 +21,8 @@ namespace vorn::graphic {
 ///   as one of the object's fields, in single precision. A field's name is the property's, without the prefix
 ///   `scalar_` that marks it in files of this and of other programs.
 /// Lists of a vertex are passed over. Coordinates of types finer than float that floats would move by more
-/// than a hundred-thousandth of the cloud's extent are kept relative to an offset of few digits, `offset()`.
+/// than a hundred-thousandth of the cloud's extent are kept relative to an offset of few digits, `offset()`;
+/// strays, and zeros where a scanner saw nothing, have no say in it.
 /// Polygons of the element `face` become triangle fans, `tristrips` become triangles; a polygon of fewer than
 /// three corners has no area and is passed over. Values beyond the range of `float` become infinite.
 class VORN_API PLYFile {
