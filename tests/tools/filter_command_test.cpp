@@ -1,6 +1,8 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <fstream>
+#include <limits>
 #include <regex>
 #include <sstream>
 
@@ -391,7 +393,11 @@ TEST(InfoCommand, TellsWhatADocumentDescribes) {
        {Case{"lineScanner", laser, "Laser line scanner, calibrated"},
         Case{"stereoCamera", sim::stereoJson(sim::demoStereoRig(4)), "Stereo camera, calibrated"},
         Case{"scanner", scanner, "calibrated"}, Case{"camera", scanner["CameraModel"], "focal length"},
-        Case{"target", {{"pitch", 15}}, "Description of a target"}}) {
+        Case{"target", {{"pitch", 15}}, "Description of a target"},
+        Case{"motion", {{"targetFromSource", 1}, {"covariance", 2}}, "Motion of a registration"},
+        Case{"stage", {{"step", {0, 0.1, 0}}}, "[0,0.1,0]"},
+        Case{"heightMap", {{"cellSize", 0.25}, {"mapFromCloud", 1}}, "cellSize 0.25"},
+        Case{"views", {{"views", {{{"name", "a"}, {"commonFromView", 1}}}}}, "Poses of views"}}) {
     writeJsonFile(folder / "document.json", known.document);
     ToolOutcome const outcome = run({"info", folder / "document.json"});
     ASSERT_EQ(outcome.status, 0) << known.kind << outcome.errors;
@@ -404,6 +410,27 @@ TEST(InfoCommand, TellsWhatADocumentDescribes) {
       EXPECT_EQ(told["files"][0]["planes"].size(), sim::demoLaserRig(4).lasers.size());
     }
   }
+}
+
+TEST(InfoCommand, TellsThePointsOfAGridAndWhatAPlyFileHasBeside) {
+  test::TemporaryFolder const folder;
+  cv::Mat_<cv::Vec3f> grid(2, 3, cv::Vec3f(1, 2, 500));
+  grid(1, 2) = cv::Vec3f::all(std::numeric_limits<float>::quiet_NaN());
+  grid(0, 1) = {-4, 2, 510};
+  writeImage((folder / "grid.tiff").string(), grid);
+  nlohmann::json const told = nlohmann::json::parse(run({"info", folder / "grid.tiff", "--json"}).output);
+  EXPECT_EQ(told["files"][0]["kind"], "picture");
+  EXPECT_EQ(told["files"][0]["cloud"]["points"], 6);
+  EXPECT_EQ(told["files"][0]["cloud"]["finitePoints"], 5);
+  EXPECT_EQ(told["files"][0]["cloud"]["box"]["origin"][0], -4) << told.dump();
+
+  std::ofstream(folder / "edges.ply") << "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\n"
+                                         "property float y\nproperty float z\nelement edge 1\n"
+                                         "property int first\nproperty int second\nend_header\n1 2 3\n0 0\n";
+  ToolOutcome const edges = run({"info", folder / "edges.ply"});
+  EXPECT_EQ(edges.status, 0);
+  EXPECT_NE(edges.errors.find("passed over"), std::string::npos) << edges.errors;
+  EXPECT_NE(edges.errors.find("edge"), std::string::npos) << edges.errors;
 }
 
 TEST(InfoCommand, DescribesACameraWithoutDistortion) {

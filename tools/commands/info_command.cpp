@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 #include <nlohmann/json.hpp>
@@ -136,6 +137,39 @@ nlohmann::json reportInfo(nlohmann::json const& report) {
   return {{"kind", "report"}, {"report", report}};
 }
 
+/// Files that lie beside others; each is known by a member.
+struct SideFile {
+  char const* member;
+  char const* kind;
+  char const* title;
+};
+
+std::optional<SideFile> sideFileOf(nlohmann::json const& json) {
+  bool const isOfViews = json.contains("views") && json["views"].is_array() && !json["views"].empty() &&
+                         json["views"].front().contains("commonFromView");
+  if (isOfViews) {
+    return SideFile{"views", "views", "Poses of views"};
+  }
+  for (SideFile const& known :
+       {SideFile{"targetFromSource", "motion", "Motion of a registration"},
+        SideFile{"commonFromView", "pose", "Pose of a view"},
+        SideFile{"mapFromCloud", "heightMap", "What the values of a height map mean"},
+        SideFile{"step", "stage", "Motion of a stage from one position to the next, mm"}}) {
+    if (json.contains(known.member)) {
+      return known;
+    }
+  }
+  return std::nullopt;
+}
+
+nlohmann::json sideFileInfo(SideFile const& file, nlohmann::json const& json) {
+  std::cout << file.title << '\n';
+  for (auto const& [name, value] : json.items()) {
+    std::cout << "  " << name << ' ' << value << '\n';
+  }
+  return {{"kind", file.kind}, {"content", json}};
+}
+
 nlohmann::json jsonInfo(std::string const& path) {
   nlohmann::json const json = readJsonFile(path);
   if (json.contains("ProjectorModel")) {
@@ -150,6 +184,11 @@ nlohmann::json jsonInfo(std::string const& path) {
   if (json.contains("K")) {
     return {{"kind", "camera"}, {"camera", cameraInfo("Camera", load<mv::CameraModel>(path))}};
   }
+  if (!json.contains("schema")) { // reports tell of motions and views too
+    if (std::optional<SideFile> const file = sideFileOf(json)) {
+      return sideFileInfo(*file, json);
+    }
+  }
   if (nlohmann::json const report = asReport(json); !report.is_null()) {
     return reportInfo(report);
   }
@@ -159,7 +198,10 @@ nlohmann::json jsonInfo(std::string const& path) {
   if (json.is_array() && !json.empty() && json.front().contains("class")) {
     return chainInfo(json);
   }
-  throw Exception(path + " holds no scanner, camera, target, chain of filters or report", nullptr, 0, "info");
+  throw Exception(
+      path + " holds no scanner, camera, target, chain of filters, motion, poses of views, stage, height "
+             "map or report",
+      nullptr, 0, "info");
 }
 
 nlohmann::json pictureInfo(std::string const& path) {
@@ -169,10 +211,17 @@ nlohmann::json pictureInfo(std::string const& path) {
   cv::minMaxLoc(image.reshape(1), &least, &greatest);
   std::cout << "Picture, " << image.cols << " x " << image.rows << ", " << cv::typeToString(image.type())
             << ", values " << least << " to " << greatest << '\n';
-  return {{"kind", "picture"},
-          {"size", {image.cols, image.rows}},
-          {"type", cv::typeToString(image.type())},
-          {"values", {least, greatest}}};
+  nlohmann::json info = {{"kind", "picture"},
+                         {"size", {image.cols, image.rows}},
+                         {"type", cv::typeToString(image.type())},
+                         {"values", {least, greatest}}};
+  if (isTiff(path) && image.type() == CV_32FC3) {
+    graphic::GraphicObject points;
+    points.vertices().assign(image.begin<cv::Vec3f>(), image.end<cv::Vec3f>());
+    std::cout << "As a grid of points x, y, z: ";
+    info["cloud"] = printCloudInfo(points);
+  }
+  return info;
 }
 
 /// Every class that is set up by properties.

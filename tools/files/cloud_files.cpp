@@ -96,7 +96,7 @@ graphic::GraphicObject readGraphic(std::string const& path) {
   checkInputFile(path);
   switch (formatOf(path)) {
   case Format::Ply:
-    return graphic::PLYFile().read(path);
+    return readHearing(graphic::PLYFile(), path);
   case Format::Obj:
     return readHearing(graphic::OBJFile(), path);
   case Format::Pcd:

@@ -148,7 +148,12 @@ ScannedBall findBall(cv::Mat_<cv::Vec3f> const& xyz, cv::Point const& at) {
   std::vector<cv::Point3f> near;
   std::copy_if(points.begin(), points.end(), std::back_inserter(near),
                [&](cv::Point3f const& p) { return grown->feature.distance(p) <= reach; });
-  SphereFit const fit = mv::fitSphere(near);
+  SphereFit fit;
+  try {
+    fit = mv::fitSphere(near);
+  } catch (Exception const&) { // whose text knows nothing of balls and pixels
+    throw refuse("the points there are no sphere, but a plane as it seems");
+  }
   ScannedBall ball;
   ball.sphere = fit.feature;
   ball.points = fit.inliers.size();

@@ -127,8 +127,8 @@ std::optional<Finding> changedLens(SolvedViews const& solved, std::size_t first)
                  greatest,
                  mostChi2,
                  "Focus or zoom of " + solved.deviceName(changed) + " changed before " +
-                     solved.viewName(first) + ": by itself it fits " + rounded(greatest, 0) +
-                     " times better with another lens from there on",
+                     solved.viewName(first) + ": in its images alone, another lens from there on explains " +
+                     rounded(greatest, 0) + " times as much as it would by chance",
                  adviceOf(FindingCause::FocusChanged),
                  true};
 }
