@@ -17,7 +17,7 @@
 #include "support/temporary_folder.hpp"
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/folder_calibration.hpp"
-#include "tools/calibration/residual_plot.hpp"
+#include "tools/calibration/residual_plots.hpp"
 #include "tools/commands/size_option.hpp"
 #include "tools/files/image_files.hpp"
 
@@ -74,23 +74,25 @@ TEST_F(CalibrationSession, RecoversTheRig) {
   nlohmann::json const report = mv::toJson(calibration);
   EXPECT_EQ(report.at("views").size(), 6U);
   EXPECT_EQ(report.at("camera").at("rms").get<double>(), camera.getCalibError());
-  std::vector<mv::Plot> const plots = tools::residualPlots(calibration, mv::Ground::Light);
-  ASSERT_EQ(plots.size(), 2U);
-  for (std::size_t d = 0; d < plots.size(); ++d) {
-    ASSERT_EQ(plots[d].series.size(), 6U);
-    EXPECT_EQ(plots[d].series[3].name, "pose_03");
+  std::vector<mv::Plot> const plots = tools::viewErrorPlots(calibration, mv::Ground::Light, 6);
+  ASSERT_EQ(plots.size(), 12U);
+  EXPECT_EQ(plots[7].title.substr(0, 18), "pose_03, projector");
+  for (std::size_t d = 0; d < 2; ++d) {
     double squares = 0.0;
     std::size_t count = 0;
-    for (mv::PlotSeries const& arrows : plots[d].series) {
+    double const error = calibration.report.devices[d].rms;
+    for (std::size_t v = 0; v < 6; ++v) {
+      mv::Plot const& plot = plots[2 * v + d];
+      mv::PlotSeries const& arrows = plot.series[0];
       count += arrows.dx.size();
       for (std::size_t i = 0; i < arrows.dx.size(); ++i) {
         squares += arrows.dx[i] * arrows.dx[i] + arrows.dy[i] * arrows.dy[i];
       }
+      EXPECT_GT(plot.arrowSample, 0.8 * error) << "the scale is an arrow that is seen";
+      EXPECT_LT(plot.arrowSample, 3.0 * error);
+      EXPECT_EQ(plot.arrowScale, plots[d].arrowScale) << "one scale for all views";
     }
-    double const error = calibration.report.devices[d].rms;
     EXPECT_NEAR(std::sqrt(squares / static_cast<double>(count)), error, 1e-4 * error);
-    EXPECT_GT(plots[d].arrowSample, error) << "the scale is an arrow that is seen";
-    EXPECT_LT(plots[d].arrowSample, 5.0 * error);
   }
 }
 

@@ -9,6 +9,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "tools/calibration/plot_range.hpp"
+
 namespace vorn::tools {
 
 using mv::CalibratedView;
@@ -26,7 +28,7 @@ mv::Plot coveragePlot(Calibration const& calibration, std::size_t device, mv::Gr
   mv::Plot plot;
   plot.ground = ground;
   plot.isYDown = true;
-  plot.size = {700, 500};
+  plot.size = {900, 500};
   plot.heat = cv::Mat(rows, cols, CV_32F, cv::Scalar(empty));
   plot.heatScale = {"dots", "", 0, std::numeric_limits<double>::quiet_NaN()};
   plot.x.title = "eighths of the image's width";
@@ -68,7 +70,7 @@ mv::Plot shapePlot(mv::TargetShape const& shape, mv::Ground ground) {
   plot.ground = ground;
   plot.isYDown = true;
   plot.isEqualScale = true;
-  plot.size = {700, 500};
+  plot.size = {900, 500};
   plot.title = "the target's shape, as the views show it";
   plot.x.title = "dot across";
   plot.y.title = "dot down";
@@ -109,7 +111,7 @@ mv::Plot agreementPlot(Calibration const& calibration, mv::Ground ground) {
     }
   }
   plot.series = {turn, shift};
-  plot.y.low = 0;
+  fitFromNought(plot);
   return plot;
 }
 

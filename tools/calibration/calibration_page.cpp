@@ -14,7 +14,7 @@
 #include "tools/calibration/calibration_report.hpp"
 #include "tools/calibration/device_outlines.hpp"
 #include "tools/calibration/next_view_picture.hpp"
-#include "tools/calibration/residual_plot.hpp"
+#include "tools/calibration/residual_plots.hpp"
 #include "tools/report/page_tables.hpp"
 
 namespace vorn::tools {
@@ -282,13 +282,19 @@ PageOutline planeOutline(mv::Plane3f const& plane, std::vector<cv::Point3f> cons
 } // namespace
 
 void addErrorPlots(Page& page, Calibration const& calibration) {
-  std::vector<mv::Plot> const plots = residualPlots(calibration, mv::Ground::Light);
+  std::vector<mv::Plot> const plots = meanErrorPlots(calibration, mv::Ground::Light);
   for (std::size_t d = 0; d < plots.size(); ++d) {
     page.add(
         "Errors of the dots, " + calibration.report.devices[d].name,
-        "Where the model puts each dot against where it was measured, much enlarged; a colour for each view.",
+        "Where the model puts the dots against where they were measured, the mean of dots nearby, much "
+        "enlarged. Arrows with a pattern are what the model does not tell: another lens, or a bent target.",
         {plots[d]});
   }
+  std::string names;
+  for (mv::DeviceReport const& device : calibration.report.devices) {
+    names += (names.empty() ? "" : ", ") + device.name;
+  }
+  page.add("Errors of the views, " + names, "", {errorsByViewPlot(calibration, mv::Ground::Light)});
 }
 
 void describeCalibration(Page& page, mv::CameraCalibration const& calibration) {

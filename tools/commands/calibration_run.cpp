@@ -17,7 +17,7 @@
 #include "tools/calibration/adjustment_plots.hpp"
 #include "tools/calibration/calibration_page.hpp"
 #include "tools/calibration/calibration_report.hpp"
-#include "tools/calibration/residual_plot.hpp"
+#include "tools/calibration/residual_plots.hpp"
 #include "tools/calibration/rig_report.hpp"
 #include "tools/calibration/view_overlays.hpp"
 #include "tools/commands/laser_options.hpp"
@@ -33,11 +33,25 @@ namespace vorn::tools {
 
 namespace {
 
-/// What `--plot` shows.
+constexpr int plotsARow = 2;
+
+/// What `--plot` shows of a calibration, in rows of two.
 std::vector<mv::Plot> plotsOf(mv::Calibration const& calibration, mv::Ground ground) {
-  std::vector<mv::Plot> plots = residualPlots(calibration, ground);
-  std::vector<mv::Plot> const more = adjustmentPlots(calibration, ground);
-  plots.insert(plots.end(), more.begin(), more.end());
+  constexpr std::size_t mostViews = 12;
+  std::vector<mv::Plot> plots = meanErrorPlots(calibration, ground);
+  auto const append = [&](std::vector<mv::Plot> const& more) {
+    plots.insert(plots.end(), more.begin(), more.end());
+  };
+  append(adjustmentPlots(calibration, ground));
+  mv::Plot const byView = errorsByViewPlot(calibration, ground);
+  bool const isRowOpen = plots.size() % plotsARow != 0;
+  if (isRowOpen) {
+    append({byView});
+  }
+  append(viewErrorPlots(calibration, ground, mostViews)); // those of a view side by side
+  if (!isRowOpen) {
+    append({byView});
+  }
   return plots;
 }
 
@@ -86,7 +100,8 @@ void finish(CalibrateOptions const& options, SomeCalibration const& calibration,
   }
   std::vector<FileContent> files = report.takeFiles();
   if (!options.plot.empty()) {
-    files.push_back({options.plot, encodedFigure(options.plot, plotsOf(calibration, options.look.ground()))});
+    files.push_back(
+        {options.plot, encodedFigure(options.plot, plotsOf(calibration, options.look.ground()), plotsARow)});
   }
   files.push_back(fileOf(options.output, calibration.object));
   writeTogether(files);
@@ -115,9 +130,9 @@ void finish(CalibrateOptions const& options, mv::RigCalibration const& rig, doub
   std::vector<FileContent> files = report.takeFiles();
   if (!options.plot.empty()) {
     std::vector<mv::Plot> plots = plotsOf(rig.scanner, options.look.ground());
-    std::vector<mv::Plot> const more = residualPlots(rig.second, options.look.ground());
+    std::vector<mv::Plot> const more = plotsOf(rig.second, options.look.ground());
     plots.insert(plots.end(), more.begin(), more.end());
-    files.push_back({options.plot, encodedFigure(options.plot, plots)});
+    files.push_back({options.plot, encodedFigure(options.plot, plots, plotsARow)});
   }
   files.push_back(fileOf(options.pairOutput, rig.pair.object));
   files.push_back(fileOf(options.secondOutput, rig.second.object));

@@ -25,9 +25,9 @@ std::string encodedFigure(std::string const& path, mv::AMat const& figure, mv::D
   return isSvg(path) ? figure.drawSvg(settings).document : encodedImage(path, figure.draw(settings).picture);
 }
 
-std::string encodedFigure(std::string const& path, std::vector<mv::Plot> const& plots) {
-  return isSvg(path) ? mv::drawPlotsSvg(plots).document
-                     : encodedImage(path, mv::drawPlots(plots).picture, Packing::Small);
+std::string encodedFigure(std::string const& path, std::vector<mv::Plot> const& plots, int columns) {
+  return isSvg(path) ? mv::drawPlotsSvg(plots, columns).document
+                     : encodedImage(path, mv::drawPlots(plots, columns).picture, Packing::Small);
 }
 
 void writeFigure(std::string const& path, mv::AMat const& figure, mv::DrawSettings const& settings) {
