@@ -13,6 +13,8 @@
 
 #include "core/error.hpp"
 #include "core/median.hpp"
+#include "measure/chance_support.hpp"
+#include "measure/feature_search.hpp"
 #include "measure/shape.hpp"
 
 namespace vorn::mv {
@@ -23,20 +25,6 @@ struct Agreement {
   Shape shape;
   Indices inliers;
 };
-
-/// As many of the points as are enough to start from, spread over the list, by drawing one of each run.
-inline Indices sampleOf(Indices const& all, std::size_t most, std::mt19937& random) {
-  if (all.size() <= most) {
-    return all;
-  }
-  Indices sample(most);
-  for (std::size_t i = 0; i < most; ++i) {
-    std::size_t const first = i * all.size() / most;
-    std::size_t const end = (i + 1) * all.size() / most;
-    sample[i] = all[first + random() % (end - first)];
-  }
-  return sample;
-}
 
 /// The order statistic of least median of squares: beyond half, by half of the points that any shape meets.
 template <class Shape>
@@ -72,33 +60,16 @@ double outlierBound(Shape const& shape, Points const& points, Indices const& amo
   return settings.outlierSigmas * std::max(sigma, roundingOf(points, among));
 }
 
-/// What the best shape has the least of: the typical distance, or, with a given bound, the squares cut there.
-template <class Shape>
-double cost(Shape const& shape, Points const& points, Indices const& among, FitSettings const& settings,
-            std::vector<double>& distances) {
-  if (settings.outlierDistance <= 0.0) {
-    return typicalDistance(shape, points, among, distances);
-  }
-  double const bound = settings.outlierDistance * settings.outlierDistance;
-  double sum = 0.0;
-  for (std::size_t const i : among) {
-    double const residual = shape.residual(points[i]);
-    sum += std::min(residual * residual, bound);
-  }
-  return sum;
-}
-
 /// The best of the shape through all points and of many through a few.
 template <class Shape>
-Shape bestStart(Shape const& all, Points const& points, Indices const& used, FitSettings const& settings,
-                std::mt19937& random) {
+Shape bestStart(Shape const& all, Points const& points, Indices const& used, std::mt19937& random) {
   constexpr std::size_t mostJudges = 1000;
-  // Half of the points are good: the chance that no draw has four of them is 2e-6. A third: 4e-6.
-  int const draws = settings.outlierDistance > 0.0 ? 1000 : 200;
+  // Half of the points are good: the chance that no draw has four of them is 2e-6.
+  constexpr int draws = 200;
   Indices const judges = sampleOf(used, mostJudges, random);
   std::vector<double> distances;
   Shape best = all;
-  double least = cost(all, points, judges, settings, distances);
+  double least = typicalDistance(all, points, judges, distances);
   Indices drawn(Shape::unknowns);
   for (int i = 0; i < draws; ++i) {
     std::generate(drawn.begin(), drawn.end(), [&] { return used[random() % used.size()]; });
@@ -106,7 +77,7 @@ Shape bestStart(Shape const& all, Points const& points, Indices const& used, Fit
     if (!candidate) {
       continue;
     }
-    double const its = cost(*candidate, points, judges, settings, distances);
+    double const its = typicalDistance(*candidate, points, judges, distances);
     if (its < least) {
       least = its;
       best = *candidate;
@@ -143,6 +114,47 @@ Agreement<Shape> settled(Shape shape, Points const& points, Indices const& used,
   return agreement;
 }
 
+/// With every point known to be tried in the end, most of the way to a settled shape is made with few.
+template <class Shape>
+Agreement<Shape> settledFrom(Shape start, Points const& points, Indices const& used,
+                             FitSettings const& settings, std::mt19937& random) {
+  constexpr std::size_t enoughToApproach = 20000;
+  if (used.size() > 2 * enoughToApproach) {
+    start = settled(start, points, sampleOf(used, enoughToApproach, random), settings).shape;
+  }
+  return settled(start, points, used, settings);
+}
+
+/// The shape that most of the points are within the distance of, if it is no work of chance.
+/// @throws Exception as `fitSphere`
+template <class Shape>
+Agreement<Shape> boundedFit(Points const& points, Indices const& used, FitSettings const& settings) {
+  double const bound = settings.outlierDistance;
+  std::mt19937 random(1);
+  std::string found;
+  // A sphere that is wide enough is near every point of a plane: such come second.
+  for (bool const mayBeFlat : {false, true}) {
+    auto const start = FeatureSearch<Shape>(points, used, bound, mayBeFlat).best();
+    if (!start) {
+      continue;
+    }
+    Agreement<Shape> agreement = settledFrom(*start, points, used, settings, random);
+    std::size_t const inliers = agreement.inliers.size();
+    if (2 * inliers >= used.size() ||
+        isBeyondChance(inliers, used.size(), Shape::unknowns,
+                       shareNear(agreement.shape, boxOf(points, used, 2.0 * bound), bound))) {
+      return agreement;
+    }
+    found = std::to_string(inliers) + " of " + std::to_string(used.size()) +
+            " points lie within the outlierDistance of " + std::to_string(bound) + " from the best " +
+            Shape::name + " found, no more than of scattered points by chance";
+  }
+  throw error(found.empty() ? "No points that lie within the outlierDistance of " + std::to_string(bound) +
+                                  " from a " + Shape::name + " determine one"
+                            : found,
+              Shape::function);
+}
+
 /// The shape of least squares through the inliers among the points.
 /// @throws Exception as `fitSphere`
 template <class Shape>
@@ -154,17 +166,15 @@ Agreement<Shape> robustFit(Points const& points, Indices const& used, FitSetting
                     ": they determine no " + Shape::name,
                 Shape::function);
   }
-  // With every point or none to tell apart, the start is the whole; else most of the way is made with few.
-  constexpr std::size_t enoughToApproach = 20000;
-  std::mt19937 random(1);
-  Shape start = *all;
-  if (std::isfinite(outlierBound(start, points, used, settings))) {
-    start = bestStart(start, points, used, settings, random);
-    if (used.size() > 2 * enoughToApproach) {
-      start = settled(start, points, sampleOf(used, enoughToApproach, random), settings).shape;
-    }
+  if (settings.outlierDistance > 0.0 && std::isfinite(settings.outlierDistance)) {
+    return boundedFit<Shape>(points, used, settings);
   }
-  return settled(start, points, used, settings);
+  // With every point or none to tell apart, the start is the whole.
+  if (!std::isfinite(outlierBound(*all, points, used, settings))) {
+    return settled(*all, points, used, settings);
+  }
+  std::mt19937 random(1);
+  return settledFrom(bestStart(*all, points, used, random), points, used, settings, random);
 }
 
 } // namespace vorn::mv

@@ -11,6 +11,7 @@
 #include <vorn/mv/measure/fit.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
+#include "measure/chance_support.hpp"
 #include "support/expect_error.hpp"
 #include "support/seed.hpp"
 
@@ -239,6 +240,98 @@ TEST(FitPlane, AGivenBoundFindsAMinority) {
   auto const fit = fitPlane(points, settings);
   EXPECT_GT(std::abs(cv::Vec3d(fit.feature.normal()).dot(tilted)), 1.0 - 1e-7);
   EXPECT_NEAR(static_cast<double>(fit.inliers.size()), 3000, 40);
+}
+
+/// Points scattered evenly through a cube of 120.
+void scatter(Points& points, int count, Noise& noise) {
+  for (int i = 0; i < count; ++i) {
+    points.emplace_back(cv::Point3d(noise.uniform(-50, 70), noise.uniform(-40, 80), noise.uniform(440, 560)));
+  }
+}
+
+TEST(FitSphere, AGivenBoundFindsASmallBall) {
+  cv::Vec3d const centre(10, 20, 500);
+  constexpr double radius = 12.7;
+  FitSettings settings;
+  settings.outlierDistance = 0.2;
+  auto const expectBall = [&](Points const& points) {
+    auto const fit = fitSphere(points, settings);
+    // Points by chance in the shell draw it by their scatter: 0.2 / sqrt(3) of up to a tenth of 300.
+    EXPECT_NEAR(fit.feature.radius(), radius, 0.05) << points.size();
+    EXPECT_LT(cv::norm(cv::Vec3d(cv::Point3d(fit.feature.centre())) - centre), 0.1) << points.size();
+    EXPECT_NEAR(static_cast<double>(fit.inliers.size()), 300.0, 30.0) << points.size();
+  };
+  for (int const others : {310, 1200, 3000}) {
+    Noise noise;
+    Points clutter = cap(centre, radius, 1.77, 300, 0.02, noise);
+    Points table = clutter;
+    scatter(clutter, others, noise);
+    expectBall(clutter);
+    for (int i = 0; i < others; ++i) {
+      table.emplace_back(
+          cv::Point3d(noise.uniform(-50, 70), noise.uniform(-40, 80), 500.0 + radius + noise(0.02)));
+    }
+    expectBall(table);
+    scatter(table, others, noise);
+    expectBall(table);
+  }
+}
+
+TEST(FitSphere, AGivenBoundFindsAFlatCap) {
+  // Its height of 0.27 is less than the bounds on both sides of a plane.
+  Noise noise;
+  Points points = cap({0, 0, 400}, 50.0, 6.0 * CV_PI / 180.0, 2000, 0.003, noise);
+  Points apart;
+  scatter(apart, 2500, noise);
+  for (cv::Point3f const& p : apart) {
+    points.emplace_back(p.x, p.y, p.z + 300.0F);
+  }
+  FitSettings settings;
+  settings.outlierDistance = 0.2;
+  auto const fit = fitSphere(points, settings);
+  EXPECT_NEAR(fit.feature.radius(), 50.0, 4.0 * std::sqrt(fit.covariance.at<double>(3, 3)));
+  EXPECT_EQ(fit.inliers.back(), 1999U);
+}
+
+TEST(FitPlane, AGivenBoundFindsAPlaneAmongManyPoints) {
+  for (int const others : {700, 1500, 3000, 6000}) {
+    Noise noise;
+    Points points;
+    for (int i = 0; i < 300; ++i) {
+      points.emplace_back(cv::Point3d(noise.uniform(-50, 70), noise.uniform(-40, 80), 500.0 + noise(0.02)));
+    }
+    scatter(points, others, noise);
+    FitSettings settings;
+    settings.outlierDistance = 0.1;
+    auto const fit = fitPlane(points, settings);
+    EXPECT_NEAR(fit.feature.normal()[2], -1.0, 1e-6) << others;
+    EXPECT_NEAR(fit.feature.point().z, 500.0, 0.02) << others;
+    EXPECT_GE(fit.inliers.size(), 295U) << others;
+  }
+}
+
+TEST(Fit, OfScatteredPointsIsRefused) {
+  Noise noise;
+  FitSettings settings;
+  settings.outlierDistance = 0.2;
+  for (int const count : {30, 300, 3000}) {
+    Points points;
+    scatter(points, count, noise);
+    expectError([&] { fitSphere(points, settings); }, "by chance");
+    expectError([&] { fitPlane(points, settings); }, "by chance");
+  }
+}
+
+TEST(Fit, TheShareNearAShapeIsThatOfItsVolume) {
+  // The exact share of a cube of side 120 that a shell takes which lies in it, and a plane across.
+  FilledBox const box{{-50, -40, 440}, {120, 120, 120}};
+  double const shell = 4.0 / 3.0 * CV_PI * (std::pow(30.2, 3) - std::pow(29.8, 3)) / std::pow(120.0, 3);
+  EXPECT_NEAR(shareNear(SphereShape{{10, 20, 500}, 30.0}, box, 0.2), shell, 0.05 * shell);
+  EXPECT_NEAR(shareNear(PlaneShape{{10, 20, 500}, {0, 0, 1}}, box, 0.2), 0.4 / 120.0, 1e-9);
+  cv::Vec3d const diagonal = cv::normalize(cv::Vec3d(1, 1, 0));
+  EXPECT_NEAR(shareNear(PlaneShape{{10, 20, 500}, diagonal}, box, 0.2), 0.4 * std::sqrt(2.0) / 120.0, 1e-5);
+  // A wide sphere is a plane here.
+  EXPECT_NEAR(shareNear(SphereShape{{10, 20, 1e6 + 500}, 1e6}, box, 0.2), 0.4 / 120.0, 1e-4);
 }
 
 TEST(FitPlane, OfACloudTakesPresentFinitePoints) {
