@@ -3,6 +3,7 @@
 #include "registration/pair_equations.hpp"
 
 #include <cmath>
+#include <optional>
 
 namespace vorn::mv {
 
@@ -89,6 +90,11 @@ void findPairs(SourceSamples const& samples, SurfaceMatcher const& target,
                      if (pair.cell == SurfaceMatcher::none) {
                        continue;
                      }
+                     std::optional<cv::Vec3d> const foot = target.footOf(point, pair.cell);
+                     if (!foot) {
+                       pair.cell = SurfaceMatcher::none;
+                       continue;
+                     }
                      last = pair.cell;
                      cv::Vec3d const normal = rotation * cv::Vec3d(samples.normals[i]);
                      pair.sourceNormal = rule.areOpposed ? -normal : normal;
@@ -96,7 +102,7 @@ void findPairs(SourceSamples const& samples, SurfaceMatcher const& target,
                      double const cosine = pair.sourceNormal.dot(pair.targetNormal);
                      pair.isOpposed = cosine < 0.0;
                      pair.isValid = cosine >= rule.leastCosine;
-                     cv::Vec3d const difference = point - target.footOf(point, pair.cell);
+                     cv::Vec3d const difference = point - *foot;
                      pair.residual = difference.dot(pair.sourceNormal + pair.targetNormal) * 0.5;
                      pair.distance = std::sqrt(difference.dot(difference));
                      pair.arm = (point - target.middle()) * armScale;

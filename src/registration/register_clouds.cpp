@@ -77,9 +77,7 @@ Registration registerClouds(PointCloud const& source, PointCloud const& target,
   PointCloud targetCloud = target;
   SurfaceBlocks targetSurface = surfaceOf(targetCloud, settings, progress);
   SurfaceMatcher matcher(targetSurface.cloud);
-  if (targetSurface.side > 1) {
-    matcher.readBetweenPoints();
-  }
+  matcher.readBetweenPoints(targetSurface.side > 1);
   checkCount(matcher.usableCount(), "The target", context);
   progress.at("normals", 0.15);
   PointCloud sourceCloud = source;

@@ -13,6 +13,7 @@
 #include "pointcloud/grid_steps.hpp"
 #include "pointcloud/octree_nearest.hpp"
 #include "pointcloud/point_access.hpp"
+#include "registration/grid_patch.hpp"
 
 namespace vorn::mv {
 
@@ -45,19 +46,6 @@ private:
   float square_;
   unsigned index_ = SurfaceMatcher::none;
 };
-
-/// How far a place lies along two ways, in those ways, least squares; nothing where they are (nearly) one.
-std::optional<cv::Vec2d> cellsBeside(cv::Vec3d const& offset, cv::Vec3d const& a, cv::Vec3d const& b) {
-  double const aa = a.dot(a);
-  double const ab = a.dot(b);
-  double const bb = b.dot(b);
-  double const determinant = aa * bb - ab * ab;
-  if (!(determinant > 1e-6 * aa * bb)) {
-    return std::nullopt;
-  }
-  return cv::Vec2d((bb * a.dot(offset) - ab * b.dot(offset)) / determinant,
-                   (aa * b.dot(offset) - ab * a.dot(offset)) / determinant);
-}
 
 /// The median distance of points to their nearest neighbour, of some hundred spread over the tree.
 double medianNeighbourDistance(cv::Mat_<cv::Vec3f> const& points, GridOctree const& tree) {
@@ -222,7 +210,9 @@ unsigned SurfaceMatcher::walk(cv::Vec3d const& point, unsigned start) const {
   return none;
 }
 
-void SurfaceMatcher::readBetweenPoints() {
+void SurfaceMatcher::readBetweenPoints(bool isCoarse) {
+  isReadBetween_ = true;
+  isCoarse_ = isCoarse;
   if (isGrid_) {
     return;
   }
@@ -240,7 +230,7 @@ void SurfaceMatcher::readBetweenPoints() {
   });
 }
 
-cv::Vec3d SurfaceMatcher::footOf(cv::Vec3d const& point, unsigned cell) const {
+std::optional<cv::Vec3d> SurfaceMatcher::footOf(cv::Vec3d const& point, unsigned cell) const {
   return isGrid_ ? gridFoot(point, cell) : around_.empty() ? pointAt(cell) : listFoot(point, cell);
 }
 
@@ -298,37 +288,17 @@ cv::Vec3d SurfaceMatcher::listFoot(cv::Vec3d const& point, unsigned cell) const 
   return point - normal * height;
 }
 
-cv::Vec3d SurfaceMatcher::gridFoot(cv::Vec3d const& point, unsigned cell) const {
-  cv::Vec3d const middle = pointAt(cell);
-  int const row = rowOf(cell);
-  int const column = columnOf(cell);
-  if (row < 1 || column < 1 || row + 1 >= points_.rows || column + 1 >= points_.cols) {
-    return middle;
+std::optional<cv::Vec3d> SurfaceMatcher::gridFoot(cv::Vec3d const& point, unsigned cell) const {
+  GridPatch const patch(points_, usable_, cv::Point(columnOf(cell), rowOf(cell)), isCoarse_);
+  std::optional<cv::Vec2d> const beside = patch.cellsTo(point);
+  if (!beside || !(std::max(std::abs((*beside)[0]), std::abs((*beside)[1])) <= mostCellsBeside) ||
+      (!isReadBetween_ && !patch.isWhole())) {
+    return patch.middle();
   }
-  cv::Vec3d near[3][3];
-  for (int down = 0; down < 3; ++down) {
-    for (int right = 0; right < 3; ++right) {
-      if (!isUsable(row + down - 1, column + right - 1)) {
-        return middle;
-      }
-      near[down][right] = cv::Vec3d(points_(row + down - 1, column + right - 1));
-    }
+  if (patch.isBeyondRim(*beside)) {
+    return std::nullopt;
   }
-  cv::Vec3d const a = (near[1][2] - near[1][0]) * 0.5;
-  cv::Vec3d const b = (near[2][1] - near[0][1]) * 0.5;
-  std::optional<cv::Vec2d> const beside = cellsBeside(point - middle, a, b);
-  if (!beside) {
-    return middle;
-  }
-  double const du = (*beside)[0];
-  double const dv = (*beside)[1];
-  if (!(std::max(std::abs(du), std::abs(dv)) <= mostCellsBeside)) {
-    return middle;
-  }
-  cv::Vec3d const uu = near[1][2] - middle * 2.0 + near[1][0];
-  cv::Vec3d const vv = near[2][1] - middle * 2.0 + near[0][1];
-  cv::Vec3d const uv = (near[2][2] - near[2][0] - near[0][2] + near[0][0]) * 0.25;
-  return middle + a * du + b * dv + uu * (0.5 * du * du) + vv * (0.5 * dv * dv) + uv * (du * dv);
+  return patch.at(*beside);
 }
 
 unsigned SurfaceMatcher::find(cv::Vec3d const& point, unsigned start, double maxDistance) const {

@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <opencv2/core/mat.hpp>
+#include <optional>
 #include <vector>
 #include <vorn/mv/pointcloud/octree.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
@@ -19,9 +20,13 @@ public:
   /// @param cloud with normals; must outlive this
   explicit SurfaceMatcher(PointCloud const& cloud);
 
-  /// From now on the surface of a list, which has no grid to read it between its points, is the mean of those
-  /// around a place: points that stand for many others then count about alike, whichever is nearest.
-  void readBetweenPoints();
+  /// From now on the surface is read between its points wherever there are some to read it from. A list has
+  /// no grid for that: there it is the mean of the points around a place, so that they count about alike,
+  /// whichever is nearest. At the rims of a grid it is what the cells inwards lead to, and ends half a cell
+  /// beyond the last one.
+  /// @param isCoarse points stand for many others, far apart and with little noise: slopes between the cells
+  /// of a grid are of higher order
+  void readBetweenPoints(bool isCoarse);
 
   /// The cell of the cloud at which a point lies, or `none` when it lies beside the surface or is farther
   /// away than `maxDistance`.
@@ -31,8 +36,9 @@ public:
   cv::Vec3d pointAt(unsigned cell) const { return cv::Vec3d(points_(rowOf(cell), columnOf(cell))); }
   /// The place of the surface nearest to a point that lies at a cell. On a grid it is interpolated: cells
   /// beside the point by the same share everywhere would draw by the error of their normals' slope times that
-  /// share.
-  cv::Vec3d footOf(cv::Vec3d const& point, unsigned cell) const;
+  /// share, which is largest at rims: there it is when it is read between points, and nothing where the point
+  /// lies beyond the rim.
+  std::optional<cv::Vec3d> footOf(cv::Vec3d const& point, unsigned cell) const;
   cv::Vec3d normalAt(unsigned cell) const { return cv::Vec3d(normals_(rowOf(cell), columnOf(cell))); }
   /// Whether a cell has a point and a normal.
   bool isUsable(int row, int column) const { return usable_(row, column) != 0; }
@@ -51,7 +57,7 @@ private:
   bool isUsableCell(int row, int column) const {
     return row >= 0 && row < usable_.rows && column >= 0 && column < usable_.cols && isUsable(row, column);
   }
-  cv::Vec3d gridFoot(cv::Vec3d const& point, unsigned cell) const;
+  std::optional<cv::Vec3d> gridFoot(cv::Vec3d const& point, unsigned cell) const;
   cv::Vec3d listFoot(cv::Vec3d const& point, unsigned cell) const;
   cv::Vec3d tangent(int row, int column, int down, int right) const;
   unsigned nearest(cv::Vec3d const& point, unsigned start, double maxDistance) const;
@@ -63,6 +69,8 @@ private:
   cv::Mat_<cv::Vec3f> normals_;
   cv::Mat_<uchar> usable_;
   bool isGrid_;
+  bool isReadBetween_ = false;
+  bool isCoarse_ = false;
   std::size_t usableCount_ = 0;
   cv::Vec3d middle_;
   double size_ = 0.0;
