@@ -41,9 +41,8 @@ FilledBox boxOf(Points const& points, Indices const& used, double thinnest) {
   FilledBox box;
   std::vector<double> values(used.size());
   for (int axis = 0; axis < 3; ++axis) {
-    std::transform(used.begin(), used.end(), values.begin(), [&](std::size_t i) {
-      return static_cast<double>(cv::Vec3f(points[i])[axis]);
-    });
+    std::transform(used.begin(), used.end(), values.begin(),
+                   [&](std::size_t i) { return static_cast<double>(cv::Vec3f(points[i])[axis]); });
     auto const last = static_cast<double>(values.size() - 1);
     double const from = rankedAmong(values, static_cast<std::size_t>(tail * last));
     double const to = rankedAmong(values, static_cast<std::size_t>((1.0 - tail) * last));
@@ -55,9 +54,8 @@ FilledBox boxOf(Points const& points, Indices const& used, double thinnest) {
 
 double shareNear(PlaneShape const& plane, FilledBox const& box, double bound) {
   // The lines go across the plane rather than along it.
-  auto const steepest = std::max_element(plane.normal.val, plane.normal.val + 3, [](double a, double b) {
-    return std::abs(a) < std::abs(b);
-  });
+  auto const steepest = std::max_element(plane.normal.val, plane.normal.val + 3,
+                                         [](double a, double b) { return std::abs(a) < std::abs(b); });
   auto const axis = static_cast<int>(steepest - plane.normal.val);
   auto const turned = [&](cv::Vec3d v) {
     std::swap(v[0], v[axis]);

@@ -23,9 +23,9 @@ FilledBox boxOf(Points const& points, Indices const& used, double thinnest);
 double shareNear(PlaneShape const& plane, FilledBox const& box, double bound);
 double shareNear(SphereShape const& sphere, FilledBox const& box, double bound);
 
-/// Whether more points support a shape than the best of all shapes through `unknowns` of them gets when they are
-/// scattered at random: the expected number of such shapes with that many is less than one (Moisan and Stival
-/// 2004), by Chernoff's bound of the binomial distribution.
+/// Whether more points support a shape than the best of all shapes through `unknowns` of them gets when they
+/// are scattered at random: the expected number of such shapes with that many is less than one (Moisan and
+/// Stival 2004), by Chernoff's bound of the binomial distribution.
 /// @param supporting those near the shape, of all
 /// @param share the chance that a scattered point is near it
 bool isBeyondChance(std::size_t supporting, std::size_t all, std::size_t unknowns, double share);

@@ -47,8 +47,8 @@ double meanSquare(Shape const& shape, Points const& points, Indices const& used)
   return sum / static_cast<double>(used.size());
 }
 
-/// Tells points that a plane is as good for as a curved shape, most of them to within the bound, and keeps such
-/// planes to tell the next ones at once: a wide enough sphere is near every point of a plane.
+/// Tells points that a plane is as good for as a curved shape, most of them to within the bound, and keeps
+/// such planes to tell the next ones at once: a wide enough sphere is near every point of a plane.
 class FlatPoints {
 public:
   FlatPoints(Points const& points, double bound) : points_(points), bound_(bound) {}
@@ -162,8 +162,8 @@ public:
         judges_(sampleOf(used, mostJudges, random_)), few_(sampleOf(judges_, fewJudges, random_)),
         draws_(points, sampleOf(used, poolSize, random_), random_), flat_(points, bound) {}
 
-  /// As many draws as find such a shape with certainty 0.999 by those from everywhere alone, where that takes no
-  /// more than the most; nothing where the points near no shape determine it.
+  /// As many draws as find such a shape with certainty 0.999 by those from everywhere alone, where that takes
+  /// no more than the most; nothing where the points near no shape determine it.
   std::optional<Shape> best() {
     constexpr int fewestDraws = 200;
     constexpr int mostRefused = 1000;
@@ -218,8 +218,8 @@ private:
     }
   }
 
-  /// The points near the shape, each counted the less the farther it is (Torr and Zisserman 2000): else a shape
-  /// in whose bound others lie as well would be as good.
+  /// The points near the shape, each counted the less the farther it is (Torr and Zisserman 2000): else a
+  /// shape in whose bound others lie as well would be as good.
   double gainOf(Shape const& shape, Indices const& near) const {
     return near.empty() ? 0.0
                         : static_cast<double>(near.size()) *

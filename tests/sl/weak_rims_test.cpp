@@ -44,7 +44,10 @@ struct FadingSurface {
 
   Found carriedOn(int quarters) const {
     ScanMaps maps = mapsOf(
-        size, [&](int x, int y) { return absolute(along({x, y}, quarters)); },
+        size,
+        [&](int x, int y) {
+          return absolute(along({x, y}, quarters));
+        },
         [&](int x, int y) {
           int const a = along({x, y}, quarters);
           return a < rim ? pixel_state::trusted : a < end ? pixel_state::lowContrast : pixel_state::dark;
@@ -110,12 +113,12 @@ TEST(WeakRims, MostOfADimBallsRimIsMeasuredAndNoneOfItWrong) {
   Library::init();
   sim::Rig rig = sim::demoRig(2);
   rig.camera.sensor.exposure /= 4;
-  std::vector<sim::Object> objects{
-      sim::plainObject("wall", 1, sim::Rectangle{{205, 150}}, sim::Pose{cv::Matx33d::eye(), {0, 0, 600}}, 0.9)};
+  std::vector<sim::Object> objects{sim::plainObject("wall", 1, sim::Rectangle{{205, 150}},
+                                                    sim::Pose{cv::Matx33d::eye(), {0, 0, 600}}, 0.9)};
   for (int i = 0; i < 6; ++i) {
-    objects.push_back(sim::plainObject("ball", 2 + i, sim::Sphere{30},
-                                       {cv::Matx33d::eye(), {-100.0 + 100 * (i % 3), -60.0 + 120 * (i / 3), 520}},
-                                       0.8));
+    objects.push_back(
+        sim::plainObject("ball", 2 + i, sim::Sphere{30},
+                         {cv::Matx33d::eye(), {-100.0 + 100 * (i % 3), -60.0 + 120 * (i / 3), 520}}, 0.8));
   }
   sim::Scene const scene(objects);
   sim::Truth const truth = sim::truth(rig.camera, rig.projector, scene);
@@ -125,7 +128,8 @@ TEST(WeakRims, MostOfADimBallsRimIsMeasuredAndNoneOfItWrong) {
   ScanMaps maps;
   auto const decoded = [&](bool hasRims) {
     settings.rules.weakRims = hasRims;
-    return decodeScan(images, settings, ReasonMap::Make, maps, [](char const*) {}, Progress());
+    return decodeScan(
+        images, settings, ReasonMap::Make, maps, [](char const*) {}, Progress());
   };
   DecodedScan const without = decoded(false);
   DecodedScan const with = decoded(true);

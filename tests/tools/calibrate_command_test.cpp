@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <vorn/core/json_file.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
@@ -104,6 +105,17 @@ TEST_F(CalibrateCommand, TakesTheTargetFromOptionsOrAnotherFile) {
   ToolOutcome const outcome = calibrate({"--target", path("plate.json")});
   EXPECT_EQ(outcome.status, 0) << outcome.errors;
   expectTheCamera();
+}
+
+TEST_F(CalibrateCommand, TakesTheTargetAsFlatWhereItIsToldSo) {
+  describe(R"({"pitch": 15, "size": [11, 8]})");
+  for (char const* shape : {"flat", "smooth"}) {
+    ToolOutcome const outcome = calibrate({"--target-shape", shape, "--report", path("report.json")});
+    ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    nlohmann::json const report = nlohmann::json::parse(std::ifstream(path("report.json")));
+    EXPECT_EQ(report["adjustment"]["shape"]["kind"], shape) << report["adjustment"].dump().substr(0, 500);
+  }
+  EXPECT_EQ(calibrate({"--target-shape", "round"}).status, 2);
 }
 
 TEST_F(CalibrateCommand, RefusesWhatDoesNotFit) {

@@ -126,6 +126,13 @@ void addCalibrateCommand(CLI::App& app) {
       ->excludes(separate);
   command->add_flag("--prism", options->hasPrism, "Lenses with thin prism terms beside the five coefficients")
       ->excludes(separate);
+  command
+      ->add_option("--target-shape", options->shape,
+                   "The target is flat (a plate known to be so), bent smoothly, or every dot lies by itself; "
+                   "auto: the simplest of these that the views do not contradict")
+      ->check(CLI::IsMember({"auto", "flat", "smooth", "dots"}))
+      ->capture_default_str()
+      ->excludes(separate);
   rig->excludes(separate);
   addCameras(*command, *options, separate, laser, camera);
   command->add_option("--plot", options->plot, "Picture (or .svg) of the reprojection errors");

@@ -34,6 +34,7 @@ struct CalibrateOptions {
   bool isAdjusted = true;
   bool isRefused = true;
   bool hasPrism = false;
+  std::string shape = "auto";
   std::string camera;
   std::string camera1;
   bool isHeld = false;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -245,6 +246,13 @@ void applyCameras(mv::CalibrationSettings& settings, CalibrateOptions const& opt
   }
 }
 
+mv::AdjustmentSettings::Shape shapeOf(std::string const& name) {
+  using Shape = mv::AdjustmentSettings::Shape;
+  static std::map<std::string, Shape> const shapes{
+      {"auto", Shape::Auto}, {"flat", Shape::Flat}, {"smooth", Shape::Smooth}, {"dots", Shape::Dots}};
+  return shapes.at(name);
+}
+
 /// Notes what the target was found by.
 void note(mv::CalibrationSettings const& settings, Report& report) {
   if (settings.target) {
@@ -276,6 +284,7 @@ void runCalibration(CalibrateOptions const& options, Report& report) {
   note(settings, report);
   settings.isAdjusted = options.isAdjusted;
   settings.isRefused = options.isRefused;
+  settings.adjustment.shape = shapeOf(options.shape);
   if (options.hasPrism) {
     settings.adjustment.lens = mv::AdjustmentSettings::Lens::ThinPrism;
   }

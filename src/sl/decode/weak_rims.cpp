@@ -25,17 +25,18 @@ constexpr int widestRim = 8;
 /// surface comes; and this part from each of them.
 constexpr float shownPart = 0.65F;
 constexpr float leastPart = 0.5F;
-/// What the pixel beyond must show of its own amplitude: before nothing, a surface ends within the pixel, whose
-/// centre may lie beyond the end.
+/// What the pixel beyond must show of its own amplitude: before nothing, a surface ends within the pixel,
+/// whose centre may lie beyond the end.
 constexpr float beyondPart = 0.3F;
 /// Change of phase from the pixel before, and from what the two before let expect.
 constexpr float calmStep = 0.6F * piFloat;
 constexpr float calmBend = 0.25F * piFloat;
-/// Neighbours that the surface has or gets, of eight: at a straight end of a surface a single pixel that noise
-/// brightens has three.
+/// Neighbours that the surface has or gets, of eight: at a straight end of a surface a single pixel that
+/// noise brightens has three.
 constexpr int leastNeighbours = 4;
 
-std::array<cv::Point, 8> const directions{{{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {1, 0}, {-1, 1}, {0, 1}, {1, 1}}};
+std::array<cv::Point, 8> const directions{
+    {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {1, 0}, {-1, 1}, {0, 1}, {1, 1}}};
 
 class RimGrowth {
 public:
