@@ -34,6 +34,12 @@ void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, c
   }
 }
 
+/// Whether the target is a board, whose points are corners.
+bool hasCorners(CalibrationSettings const& settings) {
+  return settings.target &&
+         (settings.target->kind == TargetKind::Chessboard || settings.target->kind == TargetKind::Charuco);
+}
+
 constexpr std::size_t stepsPerView = 1 + scannerViewSteps; // and reading it
 
 /// No dot is twice as exact as the middle one: what says so is pixels that happen to agree, such as clipped
@@ -92,7 +98,8 @@ void measureScannerView(ScannerView const& view, CalibrationSettings const& sett
     measured.result.figures =
         figuresOf({view.target, columnStack, rowStack}, columns, rows, measured.result.devices[0].imgPnts);
   }
-  measured.result.devices.push_back(projectorPoints(measured.result.devices[0], columns, rows));
+  measured.result.devices.push_back(
+      projectorPoints(measured.result.devices[0], {view.target, columns, rows}, settings));
 }
 
 cv::Size guessProjector(std::vector<CalibratedView> const& views,
@@ -107,11 +114,18 @@ cv::Size guessProjector(std::vector<CalibratedView> const& views,
   return guessProjector(all.columns, all.rows);
 }
 
-ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows) {
+ViewPoints projectorPoints(ViewPoints const& camera, DecodedTarget const& decoded,
+                           CalibrationSettings const& settings) {
   std::vector<cv::Point2f> points;
   std::vector<cv::Point2f> sigmas;
   std::vector<std::uint8_t> valid;
-  find_projector_points(columns, rows, camera.imgPnts, points, sigmas, valid);
+  bool const areCorners = hasCorners(settings);
+  if (areCorners) {
+    find_projector_corners(decoded.columns, decoded.rows, decoded.image, camera.imgPnts, points, sigmas,
+                           valid);
+  } else {
+    find_projector_points(decoded.columns, decoded.rows, camera.imgPnts, points, sigmas, valid);
+  }
   ViewPoints projector;
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (valid[i] != 0) {
@@ -122,8 +136,11 @@ ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv:
   }
   boundSigmas(projector.sigmas);
   if (projector.imgPnts.size() < leastProjectorPoints) {
-    throw calibrationFailure("the projector's light reaches only " +
-                             std::to_string(projector.imgPnts.size()) + " dots");
+    std::string const count =
+        std::to_string(projector.imgPnts.size()) + " of " + std::to_string(camera.imgPnts.size());
+    throw calibrationFailure(areCorners ? "the projector's light is decoded around only " + count +
+                                              " corners, on both white squares of each"
+                                        : "the projector's light reaches only " + count + " dots");
   }
   return projector;
 }

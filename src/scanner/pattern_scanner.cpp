@@ -75,7 +75,8 @@ void measure(PatternView const& view, PatternSet const& set, DecodeSettings deco
   if (!decoded.doubts.empty()) {
     throw calibrationFailure(decoded.doubts.front().text);
   }
-  measured.result.devices.push_back(projectorPoints(measured.result.devices[0], decoded.column, decoded.row));
+  measured.result.devices.push_back(
+      projectorPoints(measured.result.devices[0], {target, decoded.column, decoded.row}, settings));
 }
 
 /// The projector of a view's set, which is the scanner's.

@@ -6,15 +6,18 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <utility>
 
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
+#include "calib/target/grey_image.hpp"
 #include "core/error.hpp"
 #include "core/median.hpp"
 #include "core/parallel.hpp"
-#include "geometry/quadratic_fit.hpp"
+#include "scanner/map_fit.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -33,34 +36,30 @@ constexpr double dotShare = 0.55;
 constexpr double leastCoverage = 0.7;
 constexpr int sectors = 8;
 
-/// Deviations below this are as good as none, projector pixels.
-constexpr double leastScale = 0.005;
-
-/// No point is more exact, projector pixels: noiseless maps would have it so.
-constexpr double leastSigma = 1e-5;
-
-/// A decoded pixel: its offset from the point, in radii of the neighbourhood, and its projector coordinate.
-struct Sample {
-  double x;
-  double y;
-  double value;
-  int sector;
-  bool isInDot;
-};
-
-using Coefficients = cv::Vec6d; // of the quadratic terms
-
-double evaluate(Coefficients const& c, Sample const& s) {
-  return c[0] + s.x * (c[1] + s.x * c[3] + s.y * c[4]) + s.y * (c[2] + s.y * c[5]);
-}
-
 /// The pixels around one point and how many of them there should be.
 struct Neighbourhood {
-  std::vector<Sample> samples;
+  std::vector<MapSample> samples;
   std::array<int, sectors> wanted = {}; ///< pixels of the dot in each sector, decoded or not
 };
 
-Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radius) {
+/// Which pixels serve; all where the mask is empty.
+struct Usable {
+  cv::Mat_<std::uint8_t> mask; ///< not 0 where they do
+  cv::Point first;             ///< the mask's first pixel
+
+  bool at(int row, int column) const { return mask.empty() || mask(row - first.y, column - first.x) != 0; }
+};
+
+/// The pixels of the image whose distance from a point is below a radius, as a rectangle around them.
+cv::Rect pixelsAround(cv::Point2f const& centre, double radius, cv::Size const& image) {
+  cv::Point const first(cvCeil(static_cast<double>(centre.x) - radius),
+                        cvCeil(static_cast<double>(centre.y) - radius));
+  cv::Point const last(cvFloor(static_cast<double>(centre.x) + radius),
+                       cvFloor(static_cast<double>(centre.y) + radius));
+  return cv::Rect(first, last + cv::Point(1, 1)) & cv::Rect({}, image);
+}
+
+Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radius, Usable const& usable) {
   Neighbourhood around;
   int const top = static_cast<int>(std::ceil(centre.y - radius));
   int const bottom = static_cast<int>(std::floor(centre.y + radius));
@@ -76,12 +75,12 @@ Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radiu
       }
       double const turn = (std::atan2(y, x) / (2.0 * CV_PI) + 1.0) * sectors;
       int const sector = static_cast<int>(turn) % sectors;
-      bool const isInDot = squared <= dotShare * dotShare;
-      around.wanted[static_cast<std::size_t>(sector)] += isInDot ? 1 : 0;
+      bool const isInner = squared <= dotShare * dotShare;
+      around.wanted[static_cast<std::size_t>(sector)] += isInner ? 1 : 0;
       if (row >= 0 && row < map.rows && column >= 0 && column < map.cols) {
         float const value = map.at<float>(row, column);
-        if (value >= 0) {
-          around.samples.push_back({x, y, value, sector, isInDot});
+        if (value >= 0 && usable.at(row, column)) {
+          around.samples.push_back({x, y, value, sector, isInner});
         }
       }
     }
@@ -89,83 +88,20 @@ Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radiu
   return around;
 }
 
-/// A plane through most of the samples: the median slope between samples far enough apart in each direction,
-/// and the median of what is left.
-Coefficients medianPlane(std::vector<Sample> const& samples) {
-  std::vector<double> slopesX;
-  std::vector<double> slopesY;
-  // Samples come row by row; strides of several lengths pair each with others in its row and in rows below.
-  for (std::size_t const stride : {samples.size() / 2, samples.size() / 3, std::size_t(5), std::size_t(9)}) {
-    for (std::size_t i = 0; stride > 0 && i + stride < samples.size(); ++i) {
-      Sample const& a = samples[i];
-      Sample const& b = samples[i + stride];
-      double const dx = b.x - a.x;
-      double const dy = b.y - a.y;
-      constexpr double apart = 0.2;
-      constexpr double aligned = 0.1;
-      if (std::abs(dx) > apart && std::abs(dy) < aligned) {
-        slopesX.push_back((b.value - a.value) / dx);
-      } else if (std::abs(dy) > apart && std::abs(dx) < aligned) {
-        slopesY.push_back((b.value - a.value) / dy);
-      }
-    }
-  }
-  Coefficients plane = {};
-  plane[1] = medianOf(std::move(slopesX));
-  plane[2] = medianOf(std::move(slopesY));
-  std::vector<double> rest;
-  rest.reserve(samples.size());
-  for (Sample const& s : samples) {
-    rest.push_back(s.value - evaluate(plane, s));
-  }
-  plane[0] = medianOf(std::move(rest));
-  return plane;
-}
-
-/// Standard deviations of the samples about a fit, robustly, in the dot and outside it.
-struct Scales {
-  double dot = 0;
-  double ground = 0;
-
-  double of(Sample const& s) const { return s.isInDot ? dot : ground; }
-};
-
-Scales scalesOf(std::vector<Sample> const& samples, Coefficients const& fit) {
-  std::array<std::vector<double>, 2> deviations;
-  for (Sample const& s : samples) {
-    deviations[s.isInDot ? 0 : 1].push_back(std::abs(s.value - evaluate(fit, s)));
-  }
-  constexpr double gaussianSigma = 1.4826;
-  return {std::max(gaussianSigma * medianOf(std::move(deviations[0])), leastScale),
-          std::max(gaussianSigma * medianOf(std::move(deviations[1])), leastScale)};
-}
-
-constexpr double tukeyWidth = 4.685;
-
-std::optional<Coefficients> weightedFit(std::vector<Sample> const& samples, Coefficients const& fit,
-                                        Scales const& scales) {
-  QuadraticFit<6, 1> next;
-  for (Sample const& s : samples) {
-    double const scale = scales.of(s);
-    double const u = (s.value - evaluate(fit, s)) / (tukeyWidth * scale);
-    if (std::abs(u) >= 1) {
-      continue;
-    }
-    double const weight = (1 - u * u) * (1 - u * u) / (scale * scale);
-    next.add(quadraticTerms(s.x, s.y), s.value, weight);
-  }
-  auto const fitted = next.solve();
-  return fitted ? std::optional(Coefficients(fitted->coefficients.val)) : std::nullopt;
-}
-
-/// Whether every sector of the dot is decoded and lies on the fit.
-bool isCovered(Neighbourhood const& around, Coefficients const& fit, Scales const& scales) {
+/// Pixels near the point in each sector that are decoded and lie on the fit.
+std::array<int, sectors> goodOf(Neighbourhood const& around, MapFit const& fit) {
   std::array<int, sectors> good = {};
-  for (Sample const& s : around.samples) {
-    if (s.isInDot && std::abs(s.value - evaluate(fit, s)) < tukeyWidth * scales.dot) {
+  for (MapSample const& s : around.samples) {
+    if (s.isInner && fit.agreesWith(s)) {
       ++good[static_cast<std::size_t>(s.sector)];
     }
   }
+  return good;
+}
+
+/// Whether every sector of the dot is decoded and lies on the fit.
+bool isCovered(Neighbourhood const& around, MapFit const& fit) {
+  std::array<int, sectors> const good = goodOf(around, fit);
   for (std::size_t i = 0; i < good.size(); ++i) {
     if (good[i] < leastCoverage * around.wanted[i]) {
       return false;
@@ -174,41 +110,48 @@ bool isCovered(Neighbourhood const& around, Coefficients const& fit, Scales cons
   return true;
 }
 
-/// The standard deviation of a fit's value at the point, from how its samples scatter about it: their noise
-/// differs, as does how they lie. Nothing where they do not determine it.
-std::optional<double> sigmaOf(std::vector<Sample> const& samples, Coefficients const& fit,
-                              Scales const& scales) {
-  using Square = cv::Matx<double, 6, 6>;
-  Square normal = Square::zeros();
-  Square scatter = Square::zeros();
-  int count = 0;
-  double weights = 0; // of Tukey's biweight, for deviations in its own unit
-  double slopes = 0;  // of its influence function: how much a fit's value follows its samples
-  for (Sample const& s : samples) {
-    double const scale = scales.of(s);
-    double const deviation = s.value - evaluate(fit, s);
-    double const u = deviation / (tukeyWidth * scale);
-    if (std::abs(u) < 1) {
-      double const near = 1 - u * u;
-      double const weight = near * near / (scale * scale);
-      weights += near * near;
-      slopes += near * (1 - 5 * u * u);
-      cv::Vec6d const terms = quadraticTerms(s.x, s.y);
-      Square const product = terms * terms.t();
-      normal += weight * product;
-      scatter += std::pow(weight * deviation, 2) * product;
-      ++count;
+/// Whether what is decoded near the point and lies on the fit stands on all sides of it alike, so that the
+/// fit interpolates there though whole sectors are missing.
+bool isBalanced(Neighbourhood const& around, MapFit const& fit) {
+  constexpr double leastOpposite = 0.6; // of the pixels on the other side
+  constexpr double leastShare = 0.1;    // of all pixels
+  std::array<int, sectors> const good = goodOf(around, fit);
+  int const all = std::accumulate(good.begin(), good.end(), 0);
+  int const wanted = std::accumulate(around.wanted.begin(), around.wanted.end(), 0);
+  for (std::size_t first = 0; first < good.size(); ++first) {
+    int side = 0;
+    for (std::size_t i = 0; i < good.size() / 2; ++i) {
+      side += good[(first + i) % good.size()];
+    }
+    if (side < leastOpposite * (all - side)) {
+      return false;
     }
   }
-  bool isSolved = false;
-  Square const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
-  if (!isSolved || count <= Square::rows) {
-    return std::nullopt;
+  return all >= leastShare * wanted;
+}
+
+/// What the camera sees of a board under full light, CV_8UC1; empty where points are dots.
+using Light = cv::Mat;
+
+/// The pixels well within white squares. Black ones hardly return the projector's light, and across edges the
+/// camera's blur mixes the light of places that the projector sees apart.
+Usable whiteAround(Light const& light, cv::Point2f const& centre, double radius) {
+  // Of small squares little else would be left; what it costs is alike on both sides, and cancels.
+  constexpr double rimShare = 0.06;
+  constexpr int narrowest = 1;
+  constexpr int widest = 3;
+  int const rim = std::clamp(static_cast<int>(rimShare * radius), narrowest, widest);
+  cv::Rect const pixels = pixelsAround(centre, radius + rim, light.size());
+  cv::Mat const patch = light(pixels);
+  std::vector<std::uint8_t> levels(patch.begin<std::uint8_t>(), patch.end<std::uint8_t>());
+  if (levels.empty()) {
+    return {};
   }
-  double const unbiased = static_cast<double>(count) / (count - Square::rows);
-  constexpr double least = 0.4; // of normal deviations 0.83
-  double const follows = std::max(slopes / weights, least);
-  return std::max(std::sqrt(unbiased * (inverse * scatter * inverse)(0, 0)) / follows, leastSigma);
+  double const dark = rankedAmong(levels, levels.size() / 10);
+  double const bright = rankedAmong(levels, levels.size() * 9 / 10);
+  Usable white{{}, pixels.tl()};
+  cv::erode(patch > 0.5 * (dark + bright), white.mask, cv::Mat::ones(2 * rim + 1, 2 * rim + 1, CV_8U));
+  return white;
 }
 
 /// A map's value at a point.
@@ -218,33 +161,19 @@ struct MapValue {
 };
 
 /// The map's value at a point, by the fit to its neighbourhood.
-std::optional<MapValue> valueAt(cv::Mat const& map, cv::Point2f const& centre, double radius) {
-  constexpr std::size_t leastSamples = 24;
-  constexpr int rounds = 6;
-  Neighbourhood const around = gather(map, centre, radius);
-  if (around.samples.size() < leastSamples) {
+std::optional<MapValue> valueAt(cv::Mat const& map, Light const& light, cv::Point2f const& centre,
+                                double radius) {
+  Neighbourhood const around =
+      gather(map, centre, radius, light.empty() ? Usable() : whiteAround(light, centre, radius));
+  auto const fit = fitMap(around.samples);
+  if (!fit || !(light.empty() ? isCovered(around, *fit) : isBalanced(around, *fit))) {
     return std::nullopt;
   }
-  Coefficients fit = medianPlane(around.samples);
-  Scales scales;
-  for (int i = 0; i < rounds; ++i) {
-    scales = scalesOf(around.samples, fit);
-    auto const next = weightedFit(around.samples, fit, scales);
-    if (!next) {
-      return std::nullopt;
-    }
-    fit = *next;
-  }
-  scales = scalesOf(around.samples, fit);
-  auto const sigma = sigmaOf(around.samples, fit, scales);
-  if (!sigma || !isCovered(around, fit, scales)) {
-    return std::nullopt;
-  }
-  return MapValue{static_cast<float>(fit[0]), static_cast<float>(*sigma)};
+  return MapValue{static_cast<float>(fit->value()), static_cast<float>(fit->sigma)};
 }
 
-/// For each point, half the way to the nearest other one.
-std::vector<double> neighbourhoodRadii(std::vector<cv::Point2f> const& points) {
+/// For each point, a share of the way to the nearest other one.
+std::vector<double> neighbourhoodRadii(std::vector<cv::Point2f> const& points, double share) {
   std::vector<double> radii;
   for (std::size_t i = 0; i < points.size(); ++i) {
     double nearest = std::numeric_limits<double>::infinity();
@@ -254,10 +183,48 @@ std::vector<double> neighbourhoodRadii(std::vector<cv::Point2f> const& points) {
         nearest = std::min(nearest, distance);
       }
     }
-    radii.push_back(std::isfinite(nearest) ? std::clamp(0.5 * nearest, leastRadius, greatestRadius)
+    radii.push_back(std::isfinite(nearest) ? std::clamp(share * nearest, leastRadius, greatestRadius)
                                            : loneRadius);
   }
   return radii;
+}
+
+/// What lights points, in the projector's pixels.
+struct ProjectorPoints {
+  std::vector<cv::Point2f> points;
+  std::vector<cv::Point2f> sigmas;
+  std::vector<std::uint8_t> valid;
+
+  explicit ProjectorPoints(std::size_t count) : points(count, {-1, -1}), sigmas(count), valid(count, 0) {}
+};
+
+ProjectorPoints findPoints(cv::Mat const& columns, cv::Mat const& rows, Light const& light,
+                           std::vector<cv::Point2f> const& imgPnts, double radiusShare) {
+  std::vector<double> const radii = neighbourhoodRadii(imgPnts, radiusShare);
+  ProjectorPoints found(imgPnts.size());
+  cv::Rect2f const image(-0.5F, -0.5F, static_cast<float>(columns.cols), static_cast<float>(columns.rows));
+  parallelRows(static_cast<int>(imgPnts.size()), [&](int first, int last) {
+    for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(last); ++i) {
+      if (!image.contains(imgPnts[i])) {
+        continue;
+      }
+      auto const column = valueAt(columns, light, imgPnts[i], radii[i]);
+      auto const row = column ? valueAt(rows, light, imgPnts[i], radii[i]) : std::nullopt;
+      if (column && row) {
+        found.points[i] = {column->value, row->value};
+        found.sigmas[i] = {column->sigma, row->sigma};
+        found.valid[i] = 1;
+      }
+    }
+  });
+  return found;
+}
+
+/// @throws Exception for maps that are none
+void requireMaps(cv::Mat const& columns, cv::Mat const& rows, char const* context) {
+  if (columns.type() != CV_32FC1 || rows.type() != CV_32FC1 || columns.size() != rows.size()) {
+    throw error("The maps of projector columns and rows must be CV_32FC1 and of one size", context);
+  }
 }
 
 } // namespace
@@ -272,32 +239,27 @@ void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
 void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
                            std::vector<cv::Point2f> const& imgPnts, std::vector<cv::Point2f>& projPnts,
                            std::vector<cv::Point2f>& sigmas, std::vector<std::uint8_t>& valid) {
-  if (columns.type() != CV_32FC1 || rows.type() != CV_32FC1 || columns.size() != rows.size()) {
-    throw error("The maps of projector columns and rows must be CV_32FC1 and of one size",
-                "find_projector_points");
+  requireMaps(columns, rows, "find_projector_points");
+  constexpr double halfWay = 0.5; // to the next dot
+  ProjectorPoints found = findPoints(columns, rows, {}, imgPnts, halfWay);
+  projPnts = std::move(found.points);
+  sigmas = std::move(found.sigmas);
+  valid = std::move(found.valid);
+}
+
+void find_projector_corners(cv::Mat const& columns, cv::Mat const& rows, cv::Mat const& light,
+                            std::vector<cv::Point2f> const& imgPnts, std::vector<cv::Point2f>& projPnts,
+                            std::vector<cv::Point2f>& sigmas, std::vector<std::uint8_t>& valid) {
+  requireMaps(columns, rows, "find_projector_corners");
+  if (light.size() != columns.size()) {
+    throw error("The image under full light must be of the maps' size", "find_projector_corners");
   }
-  std::vector<double> const radii = neighbourhoodRadii(imgPnts);
-  std::vector<cv::Point2f> points(imgPnts.size(), cv::Point2f(-1, -1));
-  std::vector<cv::Point2f> deviations(imgPnts.size());
-  std::vector<std::uint8_t> flags(imgPnts.size(), 0);
-  cv::Rect2f const image(-0.5F, -0.5F, static_cast<float>(columns.cols), static_cast<float>(columns.rows));
-  parallelRows(static_cast<int>(imgPnts.size()), [&](int first, int last) {
-    for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(last); ++i) {
-      if (!image.contains(imgPnts[i])) {
-        continue;
-      }
-      auto const column = valueAt(columns, imgPnts[i], radii[i]);
-      auto const row = column ? valueAt(rows, imgPnts[i], radii[i]) : std::nullopt;
-      if (column && row) {
-        points[i] = {column->value, row->value};
-        deviations[i] = {column->sigma, row->sigma};
-        flags[i] = 1;
-      }
-    }
-  });
-  projPnts = std::move(points);
-  sigmas = std::move(deviations);
-  valid = std::move(flags);
+  constexpr double mostOfTheWay = 0.8; // to the next corner, at which a white square ends
+  ProjectorPoints found =
+      findPoints(columns, rows, greyImage(light, "find_projector_corners").bytes, imgPnts, mostOfTheWay);
+  projPnts = std::move(found.points);
+  sigmas = std::move(found.sigmas);
+  valid = std::move(found.valid);
 }
 
 } // namespace vorn::mv

@@ -42,10 +42,17 @@ void measureScannerView(ScannerView const& view, CalibrationSettings const& sett
 /// The projector's pixels as the used views tell.
 cv::Size guessProjector(std::vector<CalibratedView> const& views, std::vector<DecodedExtents> const& extents);
 
-/// The dots that the projector's light reaches, in its pixels.
-/// @param columns, rows what was decoded
+/// What a camera saw of a target in the projector's light.
+struct DecodedTarget {
+  cv::Mat image;   ///< under full light
+  cv::Mat columns; ///< what was decoded
+  cv::Mat rows;
+};
+
+/// The points that the projector's light reaches, in its pixels.
 /// @throws Exception when there are too few
-ViewPoints projectorPoints(ViewPoints const& camera, cv::Mat const& columns, cv::Mat const& rows);
+ViewPoints projectorPoints(ViewPoints const& camera, DecodedTarget const& decoded,
+                           CalibrationSettings const& settings);
 
 /// `calibrateScanner` of views that are measured by `views`.
 ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettings const& settings,

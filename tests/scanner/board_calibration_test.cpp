@@ -1,7 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 
-/// A whole calibration from rendered chessboards, against the truth.
+/// Whole calibrations from rendered chessboards, against the truth.
 
 #include <cmath>
 #include <string>
@@ -11,10 +11,15 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/mv/core/library.hpp>
+#include <vorn/mv/scanner/calibrate_scanner.hpp>
 #include <vorn/mv/scanner/calibrate_stereo.hpp>
+#include <vorn/mv/scanner/point_uncertainty.hpp>
 
+#include "calib/adjustment_runs.hpp"
 #include "sim/demo.hpp"
+#include "sim/faults.hpp"
 #include "sim/render.hpp"
+#include "support/scanner_rig.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -97,6 +102,67 @@ TEST(BoardCalibration, OfTwoCamerasIsRight) {
               0.5);
   EXPECT_NEAR(calibration.object.getCameraModel1().getK().at<double>(0, 0), rig.camera1.device.focal().x,
               0.5);
+}
+
+/// A view of the chessboard by a camera and a projector.
+ScannerView viewOf(sim::Rig const& rig, sim::Pose const& pose, int number) {
+  constexpr int imagesPerView = 100;
+  sim::RenderOptions options;
+  options.supersample = 1;
+  sim::ViewImages images =
+      taken(sim::plannedCampaign(rig, sim::demoChessboard(), {pose}).views[0],
+            test::patternsOf(rig, scanner::ScannerType(scanner::ScannerType::Horizontal)),
+            test::patternsOf(rig, scanner::ScannerType(scanner::ScannerType::Vertical)),
+            number * imagesPerView, options);
+  return {"pose_" + std::to_string(number), images.target, images.columns, images.rows};
+}
+
+WorkingVolume const volume{510, 620};
+
+/// What points that both devices see in the volume are off by after the best rigid motion, root mean square
+/// in mm.
+double rigidError(Sl3dScanner const& scanner, sim::Rig const& rig) {
+  constexpr std::size_t count = 300;
+  PointUncertainty const uncertainty(scanner);
+  sim::Pose const proj_from_world = rig.projector.world_from_proj.inverse();
+  cv::RNG rng(3);
+  std::vector<cv::Vec3d> places;
+  std::vector<cv::Vec3d> found;
+  while (places.size() < count) {
+    cv::Size const size = rig.camera.device.resolution();
+    cv::Point2d const pixel(rng.uniform(0.0, size.width - 1.0), rng.uniform(0.0, size.height - 1.0));
+    cv::Vec3d const ray = rig.camera.device.ray(pixel);
+    cv::Vec3d const place = ray * (rng.uniform(volume.nearest, volume.farthest) / ray[2]);
+    auto const light = rig.projector.device.project(proj_from_world * place);
+    if (light && rig.projector.device.contains(*light)) {
+      places.push_back(place);
+      found.emplace_back(uncertainty.at({pixel, light->x, 0}).point);
+    }
+  }
+  return std::sqrt(vorn::test::errorsOf(found, places).rigid2);
+}
+
+TEST(BoardCalibration, OfAScannerIsAsGoodAsItSays) {
+  Library::init();
+  sim::Rig const rig = sim::demoRig(2);
+  std::vector<ScannerView> views;
+  for (sim::Pose const& pose : boardPoses()) {
+    views.push_back(viewOf(rig, pose, static_cast<int>(views.size())));
+  }
+  CalibrationSettings settings = boardSettings();
+  settings.projector = rig.projector.device.resolution();
+  ScannerCalibration const calibration = calibrateScanner(views, settings);
+  EXPECT_EQ(said(calibration), "");
+  for (CalibratedView const& view : calibration.views) {
+    EXPECT_GE(view.devices.at(1).imgPnts.size() + 3, view.devices.at(0).imgPnts.size()) << view.name;
+  }
+  double const predicted = PointUncertainty(calibration.object).over(volume).rigid;
+  EXPECT_LT(predicted, 0.1);
+  EXPECT_LT(rigidError(calibration.object, rig), 2 * predicted);
+  EXPECT_GT(rigidError(calibration.object, rig), 0.2 * predicted);
+  Offset const offset = offsetOf(calibration.object.getTransform(), rig.projector.world_from_proj);
+  EXPECT_LT(offset.degrees, 0.03);
+  EXPECT_LT(offset.mm, 0.3);
 }
 
 } // namespace

@@ -191,5 +191,100 @@ TEST(FindProjectorPoints, TakesAnyInput) {
       "CV_32FC1");
 }
 
+/// The maps of a chessboard that stands askew, black squares not decoded, and what the camera sees of it.
+struct BoardMaps : Maps {
+  cv::Mat light = cv::Mat(300, 400, CV_8U);
+
+  BoardMaps(double noise, double degrees) : Maps(noise) {
+    constexpr double square = 24;
+    constexpr double edge = 1; // px, to which the camera's blur mixes black and white
+    constexpr float drawn = 0.2F;
+    double const c = std::cos(degrees * CV_PI / 180);
+    double const s = std::sin(degrees * CV_PI / 180);
+    cv::Point2d const origin(203.3, 147.8);
+    for (int y = 0; y < light.rows; ++y) {
+      for (int x = 0; x < light.cols; ++x) {
+        double const u = (c * (x - origin.x) + s * (y - origin.y)) / square;
+        double const v = (c * (y - origin.y) - s * (x - origin.x)) / square;
+        bool const isBlack = (cvFloor(u) + cvFloor(v)) % 2 != 0;
+        light.at<std::uint8_t>(y, x) = isBlack ? 30 : 200;
+        if (isBlack) {
+          columns.at<float>(y, x) = -1;
+          rows.at<float>(y, x) = -1;
+        } else if (square * std::min(std::abs(u - cvRound(u)), std::abs(v - cvRound(v))) < edge) {
+          columns.at<float>(y, x) += drawn; // one way: not what the fit's symmetry takes off
+        }
+      }
+    }
+    points.clear();
+    for (int j = -4; j <= 4; ++j) {
+      for (int i = -5; i <= 5; ++i) {
+        cv::Point2d const p = origin + square * cv::Point2d(c * i - s * j, s * i + c * j);
+        if (cv::Rect2d(25, 25, 350, 250).contains(p)) {
+          points.emplace_back(p);
+        }
+      }
+    }
+  }
+};
+
+TEST(FindProjectorCorners, ReadsThemFromWhiteSquaresAlone) {
+  for (double const degrees : {0.0, 11.0, 45.0, 73.0}) { // sectors, whose borders are fixed, cut squares
+    constexpr double noise = 0.02;
+    BoardMaps const maps(noise, degrees);
+    std::vector<cv::Point2f> found;
+    std::vector<cv::Point2f> sigmas;
+    std::vector<std::uint8_t> valid;
+    mv::find_projector_points(maps.columns, maps.rows, maps.points, found, valid);
+    EXPECT_EQ(countValid(valid), 0) << "of dots with so little around them";
+    mv::find_projector_corners(maps.columns, maps.rows, maps.light, maps.points, found, sigmas, valid);
+    ASSERT_EQ(countValid(valid), static_cast<long>(maps.points.size())) << degrees;
+    double squares = 0;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+      cv::Point2d const miss = cv::Point2d(found[i]) - Maps::truth(static_cast<double>(maps.points[i].x),
+                                                                   static_cast<double>(maps.points[i].y));
+      squares += 0.5 * (std::pow(miss.x / static_cast<double>(sigmas[i].x), 2) +
+                        std::pow(miss.y / static_cast<double>(sigmas[i].y), 2));
+    }
+    EXPECT_NEAR(std::sqrt(squares / static_cast<double>(found.size())), 1, 0.25) << degrees; // of some 70
+    EXPECT_LT(maps.rms(found, valid), 0.2 * noise);
+  }
+}
+
+TEST(FindProjectorCorners, RefusesCornersThatAreLitOnOneSide) {
+  for (double const degrees : {0.0, 30.0, 45.0}) {
+    BoardMaps maps(0.02, degrees);
+    constexpr int edge = 230;
+    maps.columns.colRange(edge, 400) = -1;
+    maps.rows.colRange(edge, 400) = -1;
+    std::vector<cv::Point2f> found;
+    std::vector<cv::Point2f> sigmas;
+    std::vector<std::uint8_t> valid;
+    mv::find_projector_corners(maps.columns, maps.rows, maps.light, maps.points, found, sigmas, valid);
+    for (std::size_t i = 0; i < valid.size(); ++i) {
+      // The light must go on beyond a corner by about half of what the fit rests on near it.
+      constexpr float near = 0.55F * 0.8F * 24;
+      float const beyond = static_cast<float>(edge) - maps.points[i].x;
+      if (beyond > near || beyond < 0.3F * near) {
+        EXPECT_EQ(valid[i], beyond > near ? 1 : 0) << degrees << maps.points[i];
+      }
+    }
+  }
+}
+
+TEST(FindProjectorCorners, WantsAnImageOfTheMapsSize) {
+  BoardMaps const maps(0, 0);
+  std::vector<cv::Point2f> found;
+  std::vector<cv::Point2f> sigmas;
+  std::vector<std::uint8_t> valid;
+  float const nan = std::numeric_limits<float>::quiet_NaN();
+  mv::find_projector_corners(maps.columns, maps.rows, maps.light, {{nan, 5}, {-30, 5}, {5000, 5}, {2, 2}},
+                             found, sigmas, valid);
+  EXPECT_EQ(countValid(valid), 0);
+  expectError(
+      [&] { mv::find_projector_corners(maps.columns, maps.rows, cv::Mat(), {}, found, sigmas, valid); },
+      "full light");
+}
+
 } // namespace
 } // namespace vorn::test

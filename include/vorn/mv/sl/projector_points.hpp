@@ -48,4 +48,22 @@ VORN_API void find_projector_points(cv::Mat const& columns, cv::Mat const& rows,
                                     std::vector<cv::Point2f>& projPnts, std::vector<cv::Point2f>& sigmas,
                                     std::vector<std::uint8_t>& valid);
 
+/// The same for the corners of a chessboard or a ChArUco board, whose black squares return too little light
+/// to be decoded.
+///
+/// The polynomials are fitted to the pixels in the two white squares that meet in a corner, those within one
+/// to three pixels of an edge left out: across edges the camera's blur mixes light of places that the
+/// projector sees apart. The neighbourhood reaches most of the way to the next corner. A corner is valid when
+/// what is decoded close to it stands alike on opposite sides, so that the polynomial interpolates.
+///
+/// @param light what the camera sees under full light, of the maps' size; one channel or three, any depth
+/// that `detectTarget` takes
+/// @param imgPnts corners where four squares meet, camera pixels; points that are not finite are not valid
+/// @throws Exception when the maps are not CV_32FC1 of one size, and for an image of another size or a type
+/// that is none
+VORN_API void find_projector_corners(cv::Mat const& columns, cv::Mat const& rows, cv::Mat const& light,
+                                     std::vector<cv::Point2f> const& imgPnts,
+                                     std::vector<cv::Point2f>& projPnts, std::vector<cv::Point2f>& sigmas,
+                                     std::vector<std::uint8_t>& valid);
+
 } // namespace vorn::mv
