@@ -172,6 +172,15 @@ Target demoTarget() {
   return Target();
 }
 
+Target demoStaggeredTarget() {
+  Target target;
+  target.grid.columns = {0, 20};
+  target.grid.rows = {0, 15};
+  target.grid.hasMarkers = false;
+  target.grid.isStaggered = true;
+  return target;
+}
+
 Target demoChessboard() {
   constexpr double side = 15;
   return chessboard({18, 13}, side);

@@ -45,6 +45,9 @@ Scene clutterScene();
 /// A target of 21 x 15 dots, pitch 15 mm.
 Target demoTarget();
 
+/// The same ground with rows of dots that are set off in turn: 10 dots in each of 15 rows, 15 mm apart.
+Target demoStaggeredTarget();
+
 /// A chessboard of 18 x 13 inner corners and squares of 15 mm, as large as the target of dots.
 Target demoChessboard();
 

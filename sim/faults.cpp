@@ -159,9 +159,9 @@ std::vector<Entry> viewEntries() {
   return {
       {{"bent-target", "the target's ends along x stand behind its middle", "mm", 0.3, -20, 20, Views},
        ofView([](PlannedView& view, double mm) { view.target.sag[0] = mm; })},
-      {{"dirty-dots", "specks cut into the rims of dots", "% of them", 1, 0, 100, Views},
+      {{"dirty-dots", "specks cut into the rims of dots", "% of them", 1, 0, 100, Views, true},
        ofView([](PlannedView& view, double percent) { view.dirtyShare = percent / whole; })},
-      {{"small-target", "the target has so much of its columns and rows", "%", 40, 10, 100, Views},
+      {{"small-target", "the target has so much of its columns and rows", "%", 40, 10, 100, Views, true},
        ofView([](PlannedView& view, double percent) {
          DotGrid& grid = view.target.grid;
          grid.columns = middle(grid.columns, percent);
@@ -303,6 +303,10 @@ void spoil(Campaign& campaign, Fault const& fault) {
   if (first >= static_cast<int>(count) + (fault.kind.reach == FaultReach::Following ? 1 : 0)) {
     throw std::invalid_argument("The fault \"" + fault.kind.name + "\" is of view " + std::to_string(first) +
                                 ", and there are " + std::to_string(count));
+  }
+  if (fault.kind.isOfDots && std::any_of(campaign.views.begin(), campaign.views.end(),
+                                         [](PlannedView const& v) { return !v.target.grid.hasMarkers; })) {
+    throw std::invalid_argument("The fault \"" + fault.kind.name + "\" is of a target of marked dots");
   }
   Effect const& effect = entryOf(fault.kind.name).effect;
   bool const isOne = first >= 0 && fault.kind.reach != FaultReach::Following;

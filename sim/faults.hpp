@@ -64,6 +64,8 @@ struct FaultKind {
   double least = 0;
   double most = 0;
   FaultReach reach = FaultReach::All;
+  /// Whether it is of dots, with marks among them.
+  bool isOfDots = false;
 };
 
 std::vector<FaultKind> const& faultKinds();
@@ -82,7 +84,7 @@ struct Fault {
 Fault faultOf(std::string const& words);
 
 /// Adds a fault to what goes wrong.
-/// @throws std::invalid_argument for a view that there is not
+/// @throws std::invalid_argument for a view that there is not, and for a fault of dots where there are none
 void spoil(Campaign& campaign, Fault const& fault);
 
 /// The first view that a fault spoils among so many; -1: it spoils all.

@@ -17,6 +17,7 @@
 #include "support/temporary_folder.hpp"
 #include "support/tool_run.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/json_file.hpp"
 
 namespace vorn::tools {
 namespace {
@@ -140,6 +141,34 @@ TEST_F(CalibrateCommand, RefusesWhatDoesNotFit) {
   ToolOutcome const onto = calibrate({"--out", path("views/target.json")});
   EXPECT_EQ(onto.status, 1);
   EXPECT_NE(onto.errors.find("it is an input"), std::string::npos) << onto.errors;
+}
+
+TEST(SimulatedTargets, OfChessboardsCalibrateTheirRig) {
+  test::TemporaryFolder const folder;
+  auto const path = [&](std::string const& name) { return (folder.path() / name).string(); };
+  auto const simulated =
+      run({"simulate", path("rig"), "--kind", "chessboard", "--divisor", "4", "--json", "--quiet"});
+  ASSERT_EQ(simulated.status, 0) << simulated.errors;
+  EXPECT_EQ(nlohmann::json::parse(simulated.output)["kind"], "chessboard");
+  EXPECT_EQ(readJsonFile(path("rig/target.json"))["size"], nlohmann::json({18, 13}));
+  auto const outcome =
+      run({"calibrate", path("rig/calib"), "--projector", "228x142", "--out", path("scanner.json")});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const base = [&](std::string const& file) {
+    auto const h = readJsonFile(path(file))["Hpc"]["data"].get<std::vector<double>>();
+    return cv::Vec3d(h[3], h[7], h[11]);
+  };
+  EXPECT_LT(cv::norm(base("scanner.json") - base("rig/scanner_truth.json")), 1.0) << "mm of 199";
+}
+
+TEST(SimulatedTargets, WithoutDotsHaveNoFaultsOfDots) {
+  test::TemporaryFolder const folder;
+  auto const path = [&](std::string const& name) { return (folder.path() / name).string(); };
+  auto const refused = run({"simulate", path("x"), "--kind", "chessboard", "--fault", "dirty-dots"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.errors.find("marked dots"), std::string::npos) << refused.errors;
+  EXPECT_EQ(run({"simulate", path("x"), "--kind", "squares"}).status, 2);
+  EXPECT_FALSE(std::filesystem::exists(path("x")));
 }
 
 } // namespace

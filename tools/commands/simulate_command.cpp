@@ -19,6 +19,7 @@
 
 #include "tools/commands/commands.hpp"
 #include "tools/commands/number_check.hpp"
+#include "tools/commands/simulated_target.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/work.hpp"
@@ -40,6 +41,8 @@ struct SimulateOptions {
   int views = 0;
   bool isTurntable = false;
   int divisor = 1;
+  /// Of the target in the views, one of `simulatedKinds`.
+  std::string kind = simulatedKinds().front();
   /// What goes wrong, in words.
   std::vector<std::string> faults;
 };
@@ -69,27 +72,29 @@ sim::FolderOptions following(std::string const& what) {
 }
 
 /// Writes the description of the target in the views, by which they are calibrated.
-void writeDescription(std::filesystem::path const& folder) {
-  sim::DotGrid const& grid = sim::demoTarget().grid;
-  mv::TargetDescription target;
-  target.pitch = grid.pitch;
-  target.first = {grid.columns.start, grid.rows.start};
-  target.size = {grid.columns.size(), grid.rows.size()};
-  target.marks = {{0, 0}, {1, 0}, {0, 1}};
-  target.polarity = mv::TargetPolarity::Bright;
-  save((folder / "target.json").string(), target);
+void writeDescription(std::filesystem::path const& folder, SimulatedTarget const& target) {
+  save((folder / "target.json").string(), target.description);
+}
+
+/// The line that says where the target views are.
+std::string viewsNote(SimulatedTarget const& target, std::size_t width, std::string const& what) {
+  std::ostringstream text;
+  text << "  " << std::left << std::setw(static_cast<int>(width)) << "calib/" << what << ", pitch "
+       << target.description.pitch << " mm\n  " << std::setw(static_cast<int>(width)) << "target.json"
+       << "the target in the views\n";
+  return text.str();
 }
 
 void simulateStereo(SimulateOptions const& options) {
   sim::StereoRig const rig = sim::demoStereoRig(options.divisor);
   std::filesystem::path const folder = options.folder;
+  SimulatedTarget const target = simulatedTarget(options.kind);
   sim::writeStereoTruth((folder / "stereo_truth.json").string(), rig);
-  sim::writeStereoFolder((folder / "calib").string(), rig, sim::demoTarget(), sim::demoTargetPoses(),
+  sim::writeStereoFolder((folder / "calib").string(), rig, target.target, target.poses(),
                          following("rendering the target views"));
-  writeDescription(folder);
+  writeDescription(folder, target);
   std::cout << "In " << options.folder << ":\n"
-            << "  calib/             target views of both cameras, pitch 15 mm\n"
-            << "  target.json        the target in the views\n"
+            << viewsNote(target, 19, "target views of both cameras")
             << "  stereo_truth.json  the true calibration\n";
 }
 
@@ -102,22 +107,23 @@ void simulateLaser(SimulateOptions const& options) {
   sim::Scene const atStart =
       sim::demoScene().moved({cv::Matx33d::eye(), stage.step * (-0.5 * (stage.images - 1))});
   sim::writeLaserScanFolder((folder / "scan").string(), rig, atStart, stage, following("rendering the scan"));
+  std::string note;
   if (options.withCalibration) {
-    sim::writeLaserCalibrationFolder((folder / "calib").string(), rig, sim::demoTarget(),
-                                     sim::demoTargetPoses(), following("rendering the target views"));
-    writeDescription(folder);
+    SimulatedTarget const target = simulatedTarget(options.kind);
+    sim::writeLaserCalibrationFolder((folder / "calib").string(), rig, target.target, target.poses(),
+                                     following("rendering the target views"));
+    writeDescription(folder, target);
+    note = viewsNote(target, 18, "target views to calibrate from");
   }
   std::cout << "In " << options.folder << ":\n"
             << "  scan/             images of a laser line that a stage carries over the scene\n"
-            << (options.withCalibration ? "  calib/            target views to calibrate from, pitch 15 mm\n"
-                                          "  target.json       the target in the views\n"
-                                        : "")
-            << "  laser_truth.json  the true calibration\n";
+            << note << "  laser_truth.json  the true calibration\n";
 }
 
 /// The rig's views of the target and its scan, with what goes wrong.
 sim::Campaign campaignOf(sim::Rig const& rig, SimulateOptions const& options) {
-  sim::Campaign campaign = sim::plannedCampaign(rig, sim::demoTarget(), sim::demoTargetPoses());
+  SimulatedTarget const target = simulatedTarget(options.kind);
+  sim::Campaign campaign = sim::plannedCampaign(rig, target.target, target.poses());
   for (sim::Fault const& fault : faultsOf(options)) {
     sim::spoil(campaign, fault);
   }
@@ -134,14 +140,14 @@ void simulateCalibration(sim::Rig const& rig, std::filesystem::path const& folde
   calibration.rows = true;
   sim::writeCalibrationFolder((folder / "calib").string(), campaignOf(rig, options), faultsOf(options),
                               calibration);
-  writeDescription(folder);
+  writeDescription(folder, simulatedTarget(options.kind));
 }
 
-/// The lines that say where the target views are.
+/// The lines that say where the target views are, if any.
 std::string calibrationNote(SimulateOptions const& options) {
-  return options.withCalibration ? "  calib/              target views to calibrate from, pitch 15 mm\n"
-                                   "  target.json         the target in the views\n"
-                                 : "";
+  return options.withCalibration
+             ? viewsNote(simulatedTarget(options.kind), 20, "target views to calibrate from")
+             : "";
 }
 
 void simulateScanner(sim::Rig const& rig, std::filesystem::path const& folder,
@@ -214,11 +220,14 @@ void simulateViews(SimulateOptions const& options) {
 }
 
 void run(SimulateOptions const& options, Report& report) {
-  campaignOf(sim::demoRig(options.divisor),
-             options); // refuses faults that there are not before anything is made
+  // Refuses faults and targets that there are not before anything is made.
+  campaignOf(sim::demoRig(options.divisor), options);
   makeFolder(options.folder);
   report.declare({}, {});
   report["folder"] = options.folder;
+  if (options.withCalibration) {
+    report["kind"] = options.kind;
+  }
   report["rig"] = options.isLaser ? "laser" : options.isStereo ? "stereo" : "scanner";
   if (!options.faults.empty()) {
     report["faults"] = options.faults;
@@ -303,6 +312,12 @@ void addSimulateCommand(CLI::App& app) {
       ->excludes(noCalibration)
       ->excludes(line)
       ->excludes(views);
+  command
+      ->add_option("--kind", options->kind,
+                   "What the target's points are, in the target views; their target.json says more")
+      ->check(CLI::IsMember(simulatedKinds()))
+      ->capture_default_str()
+      ->excludes(noCalibration);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
       ->check(between(1, coarsest))
