@@ -19,11 +19,15 @@ struct MeshEdge {
   }
 };
 
-/// The edges of all triangles by their vertices, those of one edge in the triangles' order.
+/// The edges of all triangles by their vertices, those of one edge in the triangles' order; none of triangles
+/// that name a vertex twice, which join nothing.
 inline std::vector<MeshEdge> sortedEdges(SurfaceMesh const& mesh) {
   std::vector<MeshEdge> edges;
   edges.reserve(3 * mesh.triangles.size());
   for (cv::Vec3i const& triangle : mesh.triangles) {
+    if (triangle[0] == triangle[1] || triangle[1] == triangle[2] || triangle[2] == triangle[0]) {
+      continue;
+    }
     for (int i = 0; i < 3; ++i) {
       int const a = triangle[i];
       int const b = triangle[(i + 1) % 3];

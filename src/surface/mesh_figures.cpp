@@ -2,9 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <limits>
 #include <numeric>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 #include <vorn/mv/surface/mesh.hpp>
 
 #include "surface/mesh_checks.hpp"
@@ -25,49 +29,104 @@ cv::Vec3d crossOf(SurfaceMesh const& mesh, cv::Vec3i const& triangle) {
 }
 
 /// Follows the edges that only one triangle has, each from its start to its end, into closed loops. Where one
-/// comes to a vertex once more, what lies between is a loop of its own: no loop passes a vertex twice.
-std::vector<std::vector<int>> loopsOf(std::vector<cv::Vec2i> boundary, std::size_t vertexCount) {
-  std::sort(boundary.begin(), boundary.end(),
-            [](cv::Vec2i const& a, cv::Vec2i const& b) { return a[0] != b[0] ? a[0] < b[0] : a[1] < b[1]; });
-  std::vector<bool> isTaken(boundary.size());
-  std::vector<int> placeOf(vertexCount, -1); // in the path
-  std::vector<std::vector<int>> loops;
-  std::vector<int> path;
-  auto const cutFrom = [&](int place) {
-    loops.emplace_back(path.begin() + place, path.end());
-    for (int const vertex : loops.back()) {
-      placeOf[static_cast<std::size_t>(vertex)] = -1;
+/// comes to a vertex once more, what lies between is a loop of its own: no loop passes a vertex twice. Where
+/// triangles face opposite sides, no edge starts where one ends: then it goes back along one that ends there.
+class BoundaryLoops {
+public:
+  BoundaryLoops(std::vector<cv::Vec2i> const& boundary, std::size_t vertexCount)
+      : isTaken_(boundary.size()), nextEnd_(vertexCount + 1), placeOf_(vertexCount, none) {
+    for (std::size_t edge = 0; edge < boundary.size(); ++edge) {
+      ends_.push_back({boundary[edge][0], false, boundary[edge][1], edge});
+      ends_.push_back({boundary[edge][1], true, boundary[edge][0], edge});
     }
-    path.resize(static_cast<std::size_t>(place));
+    std::sort(ends_.begin(), ends_.end(), [](End const& a, End const& b) {
+      return std::tie(a.vertex, a.isBackward, a.other) < std::tie(b.vertex, b.isBackward, b.other);
+    });
+    for (End const& end : ends_) {
+      ++nextEnd_[static_cast<std::size_t>(end.vertex) + 1];
+    }
+    std::partial_sum(nextEnd_.begin(), nextEnd_.end(), nextEnd_.begin());
+    lastEnd_.assign(nextEnd_.begin() + 1, nextEnd_.end());
+  }
+
+  std::vector<std::vector<int>> take() {
+    // Chains that do not close begin at a vertex with an odd number of edges.
+    for (bool const fromOdd : {true, false}) {
+      for (std::size_t vertex = 0; vertex < lastEnd_.size(); ++vertex) {
+        std::size_t const first = vertex == 0 ? 0 : lastEnd_[vertex - 1];
+        bool const isOdd = (lastEnd_[vertex] - first) % 2 == 1;
+        while (isOdd == fromOdd && follow(static_cast<int>(vertex))) {
+        }
+      }
+    }
+    return std::move(loops_);
+  }
+
+private:
+  static constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
+
+  struct End {
+    int vertex;
+    bool isBackward; ///< the edge ends here
+    int other;
+    std::size_t edge;
   };
-  for (std::size_t first = 0; first < boundary.size(); ++first) {
-    for (std::size_t edge = first; edge < boundary.size() && !isTaken[edge];) {
-      isTaken[edge] = true;
-      placeOf[static_cast<std::size_t>(boundary[edge][0])] = static_cast<int>(path.size());
-      path.push_back(boundary[edge][0]);
-      int const next = boundary[edge][1];
-      int const passed = placeOf[static_cast<std::size_t>(next)];
-      if (passed >= 0) {
-        cutFrom(passed);
+
+  /// An edge at a vertex that was not taken yet. Those that were are passed over once and for all.
+  End const* freeEndAt(std::size_t vertex) {
+    std::size_t& next = nextEnd_[vertex];
+    while (next < lastEnd_[vertex] && isTaken_[ends_[next].edge]) {
+      ++next;
+    }
+    return next < lastEnd_[vertex] ? &ends_[next] : nullptr;
+  }
+
+  void cutFrom(std::size_t place) {
+    loops_.emplace_back(path_.begin() + static_cast<std::ptrdiff_t>(place), path_.end());
+    for (int const vertex : loops_.back()) {
+      placeOf_[static_cast<std::size_t>(vertex)] = none;
+    }
+    path_.resize(place);
+  }
+
+  /// Takes edges from a vertex on until none goes on or it is back with nothing left but loops.
+  /// @return whether there was one
+  bool follow(int start) {
+    bool hasEdge = false;
+    for (int vertex = start;;) {
+      auto const index = static_cast<std::size_t>(vertex);
+      if (placeOf_[index] != none) {
+        cutFrom(placeOf_[index]);
       }
-      edge = static_cast<std::size_t>(
-          std::lower_bound(boundary.begin(), boundary.end(), next,
-                           [](cv::Vec2i const& a, int vertex) { return a[0] < vertex; }) -
-          boundary.begin());
-      // A vertex in two loops has two edges that start there.
-      while (edge < boundary.size() && boundary[edge][0] == next && isTaken[edge]) {
-        ++edge;
+      if (hasEdge && path_.empty()) {
+        return true;
       }
-      if (path.empty() || (edge < boundary.size() && boundary[edge][0] != next)) {
+      End const* const end = freeEndAt(index);
+      if (end != nullptr || hasEdge) {
+        placeOf_[index] = path_.size();
+        path_.push_back(vertex);
+      }
+      if (end == nullptr) {
         break;
       }
+      hasEdge = true;
+      isTaken_[end->edge] = true;
+      vertex = end->other;
     }
-    if (!path.empty()) {
+    if (!path_.empty()) {
       cutFrom(0);
     }
+    return hasEdge;
   }
-  return loops;
-}
+
+  std::vector<End> ends_; ///< by their vertices, edges that start there first
+  std::vector<bool> isTaken_;
+  std::vector<std::size_t> nextEnd_; ///< of each vertex, the first that may be free
+  std::vector<std::size_t> lastEnd_; ///< of each vertex, one behind its last
+  std::vector<std::size_t> placeOf_; ///< of each vertex in the path
+  std::vector<int> path_;
+  std::vector<std::vector<int>> loops_;
+};
 
 std::size_t countPieces(SurfaceMesh const& mesh) {
   std::vector<int> parents(mesh.vertices.size());
@@ -127,7 +186,7 @@ MeshFigures figuresOf(SurfaceMesh const& mesh) {
   }
   bool const isClosed = boundary.empty() && figures.faultyEdges == 0 && !mesh.triangles.empty();
   figures.volume = isClosed ? sixVolumes / 6.0 : std::numeric_limits<double>::quiet_NaN();
-  figures.boundaries = loopsOf(std::move(boundary), mesh.vertices.size());
+  figures.boundaries = BoundaryLoops(boundary, mesh.vertices.size()).take();
   figures.pieces = countPieces(mesh);
   return figures;
 }

@@ -135,6 +135,46 @@ TEST(GridMesh, CoversAPlaneExactlyAndFacesTheSensor) {
   EXPECT_EQ(mesh.cells[41], 41U);
 }
 
+TEST(MeshFigures, BoundariesOfFaultyMeshesAreLoops) {
+  SurfaceMesh mesh;
+  mesh.vertices = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}, {0, 0, 1}};
+  auto const loops = [&](std::vector<cv::Vec3i> const& triangles) {
+    mesh.triangles = triangles;
+    return figuresOf(mesh).boundaries;
+  };
+  using Loops = std::vector<std::vector<int>>;
+  Loops const flipped = loops({{0, 1, 2}, {1, 2, 3}}); // the triangles face opposite sides
+  ASSERT_EQ(flipped.size(), 1U);
+  std::set<std::pair<int, int>> edges;
+  for (std::size_t i = 0; i < flipped[0].size(); ++i) {
+    edges.insert(std::minmax({flipped[0][i], flipped[0][(i + 1) % flipped[0].size()]}));
+  }
+  EXPECT_EQ(edges, (std::set<std::pair<int, int>>{{0, 1}, {0, 2}, {1, 3}, {2, 3}}));
+  EXPECT_EQ(loops({{0, 1, 2}, {1, 1, 2}}), loops({{0, 1, 2}})) << "a vertex twice joins nothing";
+  EXPECT_EQ(figuresOf(mesh).faultyEdges, 0U);
+  // Three triangles on the edge 0-1: a loop around two, and what is left of the third.
+  Loops const fin = loops({{0, 1, 2}, {1, 0, 3}, {0, 1, 4}});
+  std::set<int> seen;
+  for (std::vector<int> const& loop : fin) {
+    EXPECT_GE(loop.size(), 3U);
+    seen.insert(loop.begin(), loop.end());
+  }
+  EXPECT_EQ(fin.size(), 2U);
+  EXPECT_EQ(seen.size(), 5U);
+  // Many triangles that share a vertex alone have an end each.
+  constexpr int count = 50000;
+  mesh.vertices.resize(1 + 2 * count);
+  std::vector<cv::Vec3i> fans;
+  for (int i = 0; i < count; ++i) {
+    fans.emplace_back(0, 2 * i + 1, 2 * i + 2);
+  }
+  Loops const ends = loops(fans);
+  ASSERT_EQ(ends.size(), static_cast<std::size_t>(count));
+  for (std::vector<int> const& end : ends) {
+    ASSERT_EQ(end.size(), 3U);
+  }
+}
+
 TEST(GridMesh, FacesTheSensorWhateverTheOrderOfRows) {
   cv::Mat_<cv::Vec3f> flipped;
   cv::flip(tilted(30, 40), flipped, 0);

@@ -47,7 +47,8 @@ struct MeshFigures {
   double volume = 0.0;
   std::size_t pieces = 0; ///< sets of triangles that share vertices
   /// The vertices around each hole and along the outer end of each piece, in order; empty for a closed mesh.
-  /// None passes a vertex twice: holes and ends that touch in one are loops of their own.
+  /// None passes a vertex twice: holes and ends that touch in one are loops of their own. Only where an edge
+  /// has more than two triangles may the last of these be a chain that does not close.
   std::vector<std::vector<int>> boundaries;
   std::size_t faultyEdges = 0; ///< edges with more than two triangles, or two that face opposite sides
   std::size_t degenerateTriangles = 0; ///< triangles without area
