@@ -212,7 +212,8 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
       ScannerAccess::decode(scanner, stack, sl::ReasonMap::Make, progress.part(0.0, 0.59));
   PatternAxis const axis =
       coordinateOf(scanner) == MapCoordinate::Column ? PatternAxis::Column : PatternAxis::Row;
-  result.doubts = sequenceDoubts(stack, axis, ScannerAccess::codedAxis(scanner));
+  int const maxGrayLevel = std::as_const(scanner)["MaxGrayLevel"];
+  result.doubts = sequenceDoubts(stack, axis, ScannerAccess::codedAxis(scanner), maxGrayLevel);
   result.map = decoded.coordinates;
   result.mask = decoded.reasons;
   if (settings.correctsStaircase) {

@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include <opencv2/core.hpp>
 
 #include <vorn/mv/sl/decode_patterns.hpp>
 
 #include "core/progress.hpp"
+#include "scanner/step_levels.hpp"
 #include "sl/patterns/crossing_check.hpp"
 #include "sl/patterns/pattern_reading.hpp"
 #include "sl/patterns/reading_plan.hpp"
@@ -110,10 +112,34 @@ void nameOtherAxis(PatternAxis axis, std::vector<PatternDoubt>& doubts) {
   }
 }
 
+/// That one phase image is brighter or darker than the others by more than the decoder corrects.
+std::optional<PatternDoubt> levelDoubt(PatternSet const& set, sl::Fringe const& fringe,
+                                       StepLevels const& found) {
+  if (found.phaseError <= StepLevels::mostPhaseError) {
+    return std::nullopt;
+  }
+  PatternDoubt doubt;
+  doubt.fault = PatternFault::Level;
+  doubt.axis = set.images[fringe.images[0]].axis;
+  doubt.period = fringe.period;
+  doubt.images = {fringe.images[found.image]};
+  doubt.value = 2.0 * found.phaseError; // the sine and the cosine of a phase swing by twice the amplitude
+  doubt.limit = 2.0 * StepLevels::mostPhaseError;
+  doubt.text = sl::nameWithin(set, doubt.images[0]) + " " + found.text();
+  return doubt;
+}
+
+/// Whether a doubt says what is to be done about an image.
+bool isMendedBy(std::vector<PatternDoubt> const& doubts, std::size_t image) {
+  return std::any_of(doubts.begin(), doubts.end(), [&](PatternDoubt const& doubt) {
+    return doubt.images.size() == 2 && (doubt.images[0] == image || doubt.images[1] == image);
+  });
+}
+
 } // namespace
 
 std::vector<PatternDoubt> sequenceDoubts(sl::GreyStack const& stack, PatternAxis axis,
-                                         sl::CodedAxis const& coded) {
+                                         sl::CodedAxis const& coded, double maxGrayLevel) {
   PatternSet const set = setOf(axis, coded, stack.images.size());
   sl::ReadingPlan const plan(set);
   SampledLines const sampled(stack.images[0].size(), axis);
@@ -137,6 +163,12 @@ std::vector<PatternDoubt> sequenceDoubts(sl::GreyStack const& stack, PatternAxis
     return repeats.doubts; // what else does not fit comes of that
   }
   std::vector<PatternDoubt> doubts = sl::checkSamples(set, plan, kept, Progress()).doubts;
+  constexpr double leastAmplitude = 4.0; // grey levels
+  LitLimits const lit{leastAmplitude * stack.perGrey(), maxGrayLevel * stack.perGrey()};
+  std::optional<PatternDoubt> const level = levelDoubt(set, fringe, stepLevels(stack, lit));
+  if (level && !isMendedBy(doubts, level->images[0])) {
+    return {*level};
+  }
   int const bits = static_cast<int>(set.images.size()) - sl::StripeCode::phaseImages;
   sl::CodeWord const word(set.images[sl::StripeCode::phaseImages], bits);
   sl::CodeMaps const& code = reading.code(0);

@@ -16,7 +16,8 @@ namespace vorn::mv {
 /// @param axis  that the sequence codes
 /// @param coded the same, with the projector's pixels
 /// @param stack that can be decoded, with all images of the sequence
+/// @param maxGrayLevel the decoder's, grey levels: brighter pixels do not count
 std::vector<PatternDoubt> sequenceDoubts(sl::GreyStack const& stack, PatternAxis axis,
-                                         sl::CodedAxis const& coded);
+                                         sl::CodedAxis const& coded, double maxGrayLevel = 150.0);
 
 } // namespace vorn::mv

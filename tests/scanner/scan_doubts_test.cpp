@@ -135,6 +135,35 @@ TEST(ScanDoubts, NothingIsSaidOfImagesInOrder) {
   EXPECT_TRUE(doubtsOf(flicker).empty());
 }
 
+/// A lamp, an exposure or a black level that changed for one image, or a frame that was lost.
+TEST(ScanDoubts, APhaseImageOfOtherLightThanTheOthersIsNamed) {
+  struct Light {
+    double gain;
+    double offset;
+  };
+  PatternCapture dim = scene();
+  dim.mean = 60.0;
+  dim.amplitude = 40.0;
+  dim.noise = 2.0;
+  for (PatternCapture const& capture : {scene(), dim}) {
+    std::vector<cv::Mat> const images = captured(capture);
+    for (std::size_t image = 0; image < 4; ++image) {
+      for (Light const& light : {Light{0.7, 0}, Light{0.6, 0}, Light{0.5, 0}, Light{0, 0}, Light{1.0, 20}}) {
+        std::vector<cv::Mat> one = images;
+        one[image] = cv::Mat();
+        images[image].convertTo(one[image], -1, light.gain, light.offset);
+        std::vector<PatternDoubt> const doubts = doubtsOf(one);
+        ASSERT_EQ(doubts.size(), 1U) << image << ", " << light.gain << ", " << light.offset;
+        EXPECT_EQ(doubts[0].images, std::vector<std::size_t>{image}) << light.gain << ", " << light.offset;
+        EXPECT_EQ(doubts[0].fault, PatternFault::Level);
+      }
+      std::vector<cv::Mat> corrected = images;
+      corrected[image] = cv::Mat(0.82 * images[image]);
+      EXPECT_TRUE(doubtsOf(corrected).empty()) << image << ": " << doubtsOf(corrected)[0].text;
+    }
+  }
+}
+
 TEST(ScanDoubts, AScanHasThemOfEitherAxis) {
   sim::Rig rig = sim::demoRig(4);
   rig.camera.sensor.fullWell = 10000;

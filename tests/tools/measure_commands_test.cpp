@@ -199,6 +199,19 @@ TEST_F(MeasureCommands, NoiseOfFringesIsThatOfTheLight) {
   EXPECT_NEAR(exposure.dark.all, 2.0 / 3.0, 1e-3);
 }
 
+TEST_F(MeasureCommands, ExposureNamesAnImageOfOtherLight) {
+  sim::Rig const rig = sim::demoRig(8);
+  sim::FolderOptions options;
+  options.truth = false;
+  sim::writeScanFolder(path("lost"), rig, sim::demoScene(), options);
+  std::string const image = path("lost/columns_02.png");
+  writeImage(image, cv::Mat(0 * cv::imread(image, cv::IMREAD_UNCHANGED)));
+  ToolOutcome const outcome = run({"exposure", path("lost")});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  EXPECT_NE(outcome.output.find("image 2 is black"), std::string::npos) << outcome.output;
+  EXPECT_EQ(outcome.output.find("100 % dark"), std::string::npos) << outcome.output;
+}
+
 TEST_F(MeasureCommands, ExposureKnowsTooLittleAndTooMuchLight) {
   struct Case {
     double factor;

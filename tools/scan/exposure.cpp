@@ -178,6 +178,29 @@ std::vector<Advice> adviceFor(Exposure const& e, double least, Ground ground) {
   return advice;
 }
 
+/// That one of the four images has another light than the others, whose figures then tell nothing: over many
+/// fringes they all have one mean.
+std::vector<Advice> adviceForUneven(std::vector<cv::Mat_<uchar>> const& phases) {
+  constexpr double most = 0.23; // of the others: scans correct what is less
+  std::vector<double> means;
+  for (cv::Mat const& image : phases) {
+    means.push_back(cv::mean(image)[0]);
+  }
+  double const usual = medianOf(means);
+  auto const farther = [&](double a, double b) { return std::abs(a - usual) < std::abs(b - usual); };
+  auto const odd = std::max_element(means.begin(), means.end(), farther);
+  // Whatever the phases, two opposite steps have the sum of the other two.
+  double const excess = std::abs(means[0] - means[1] + means[2] - means[3]);
+  if (excess <= most * usual) {
+    return {};
+  }
+  std::string const what = *odd == 0.0 ? " is black" : " has a mean of " + textOf(*odd, "");
+  return {{Advice::Kind::Uneven, excess,
+           "image " + std::to_string(odd - means.begin()) + what + ", the other steps of the fringe " +
+               textOf(usual, "") + ": a frame was lost, or a lamp or the exposure changed; capture the " +
+               "sequence again"}};
+}
+
 /// What all stacks have in common.
 Exposure commonOf(std::vector<cv::Mat> const& images) {
   Exposure result;
@@ -264,7 +287,10 @@ Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Gr
   }
   // Four steps: the phase's deviation is noise / (sqrt(2) amplitude).
   result.sigma = result.noise / (std::sqrt(2.0) * result.amplitude) * period / (2.0 * CV_PI);
-  result.advice = adviceFor(result, leastBright, ground);
+  result.advice = adviceForUneven(p);
+  if (result.advice.empty()) {
+    result.advice = adviceFor(result, leastBright, ground);
+  }
   return result;
 }
 

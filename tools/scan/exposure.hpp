@@ -24,7 +24,7 @@ struct Spread {
 /// Something to change.
 struct Advice {
   /// What is at fault: sequences with the same fault are told of together.
-  enum class Kind { Highlights, Clipped, Dim, Dark, Flat, Blurred };
+  enum class Kind { Uneven, Highlights, Clipped, Dim, Dark, Flat, Blurred };
   Kind kind;
   double strength; ///< how bad it is, to be compared within a kind
   std::string text;
