@@ -117,27 +117,53 @@ private:
     return false;
   }
 
-  /// Takes a first line of names without a mark.
+  /// Takes a first line of names without a mark, whatever a remark before it names.
   bool isHeading(std::string_view text) {
     double value = 0.0;
-    if (!first_.empty() || !names_.empty() || wordsOf(text).number(value)) {
-      return false;
-    }
-    takeNames(text);
-    return !names_.empty();
+    return !wordsOf(text).number(value) && takeNames(text);
   }
 
-  /// Takes names with commas or semicolons between them, or else words, if they name the coordinates.
-  void takeNames(std::string_view text) {
+  /// Takes names with commas or semicolons between them, or tabs, or else words, if they name the
+  /// coordinates.
+  bool takeNames(std::string_view text) {
     if (!first_.empty() || hasHeading_) {
-      return;
+      return false;
     }
-    for (std::vector<std::string> const& names : {separatedNames(text), words(text)}) {
+    for (std::vector<std::string> const& names :
+         {separatedNames(text, ",;"), separatedNames(text, "\t"), withoutUnits(words(text)), words(text)}) {
       if (hasPositions(columnsNamed(names))) {
         names_ = names;
-        return;
+        return true;
       }
     }
+    return false;
+  }
+
+  /// Where a name ends that has a unit in brackets behind it: "X [mm]"; 0 where the name is one alone.
+  static std::size_t lengthBeforeUnit(std::string_view name) {
+    bool const isClosed = !name.empty() && (name.back() == ']' || name.back() == ')');
+    std::size_t const open = isClosed ? name.rfind(name.back() == ']' ? '[' : '(') : std::string_view::npos;
+    return open == std::string_view::npos ? name.size() : open;
+  }
+
+  /// A coordinate's name without its unit. Others keep it: what they measure has no unit that is known.
+  static std::string_view withoutUnit(std::string_view name) {
+    std::string_view const bare = trimmed(name.substr(0, lengthBeforeUnit(name)));
+    return bare.size() == 1 && std::string_view("xyzXYZ").find(bare) != std::string_view::npos ? bare : name;
+  }
+
+  /// Without the words that are units, if a coordinate has one: other programs may name a column "[a]".
+  static std::vector<std::string> withoutUnits(std::vector<std::string> const& words) {
+    std::vector<std::string> names;
+    if (words.size() < 2 || (lengthBeforeUnit(words[1]) > 0 && withoutUnit(words[0]) == words[0])) {
+      return names;
+    }
+    for (std::string const& word : words) {
+      if (lengthBeforeUnit(word) > 0) {
+        names.emplace_back(withoutUnit(word));
+      }
+    }
+    return names;
   }
 
   std::vector<std::string> words(std::string_view text) {
@@ -149,13 +175,13 @@ private:
     return names;
   }
 
-  /// The names between commas and semicolons, which may hold blanks; a column without a name is skipped.
-  static std::vector<std::string> separatedNames(std::string_view text) {
+  /// The names between separators, which may hold blanks; a column without a name is skipped.
+  static std::vector<std::string> separatedNames(std::string_view text, char const* separators) {
     std::vector<std::string> names;
     while (!text.empty() && names.size() <= mostColumns) {
-      std::size_t const length = std::min(text.find_first_of(",;"), text.size());
+      std::size_t const length = std::min(text.find_first_of(separators), text.size());
       std::string_view const name = trimmed(text.substr(0, length));
-      names.emplace_back(name.empty() ? "_" : name);
+      names.emplace_back(name.empty() ? "_" : withoutUnit(name));
       text.remove_prefix(std::min(length + 1, text.size()));
     }
     return names;
@@ -181,30 +207,53 @@ private:
     }
   }
 
+  /// Whether the commas of a text may be those of decimals: between digits, with other separators too. Blanks
+  /// beside a comma are one separator with it, unless each of three numbers or more may then have decimals.
+  static bool mayHaveDecimalCommas(std::string_view text) {
+    std::size_t commas = 0; // between digits
+    std::size_t commasInWord = 0;
+    std::size_t mostInWord = 0;
+    std::size_t words = 1;
+    bool hasOtherSeparator = text.find(';') != std::string_view::npos;
+    char last = ','; // not a blank
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      char const character = text[i];
+      if (isBlank(character)) {
+        continue;
+      }
+      if (i > 0 && isBlank(text[i - 1])) {
+        ++words;
+        commasInWord = 0;
+        hasOtherSeparator = hasOtherSeparator || !(isSeparator(last) || isSeparator(character));
+      }
+      if (character == ',' && i > 0 && i + 1 < text.size() && isDigit(text[i - 1]) && isDigit(text[i + 1])) {
+        ++commas;
+        mostInWord = std::max(mostInWord, ++commasInWord);
+      }
+      last = character;
+    }
+    constexpr std::size_t fewest = 3; // numbers of a point
+    return commas > 0 && (hasOtherSeparator || (words >= fewest && mostInWord == 1));
+  }
+
   /// Makes `line_` the numbers of a text with blanks between them, "nan" where a field is empty, and the end
   /// that `LineFields` needs.
   /// @return whether the text ends with a separator
   bool separateNumbers(std::string_view text) {
-    bool hasCommaInNumber = false;
-    bool hasOtherSeparator = false;
     bool isOpen = true;
+    bool hasComma = false;
     line_.clear();
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      char const character = text[i];
+    for (char const character : text) {
+      hasComma = hasComma || character == ',';
       if (isSeparator(character)) {
         line_ += isOpen ? " nan " : " ";
         isOpen = true;
-        hasOtherSeparator = hasOtherSeparator || character == ';';
-        hasCommaInNumber = hasCommaInNumber || (character == ',' && i > 0 && i + 1 < text.size() &&
-                                                isDigit(text[i - 1]) && isDigit(text[i + 1]));
       } else {
-        bool const blank = isBlank(character);
-        hasOtherSeparator = hasOtherSeparator || blank;
-        isOpen = isOpen && blank;
+        isOpen = isOpen && isBlank(character);
         line_ += character;
       }
     }
-    if (hasCommaInNumber && hasOtherSeparator) {
+    if (hasComma && mayHaveDecimalCommas(text)) {
       file_.failAtLine(
           "a comma between digits, and other separators too: decimal commas? Decimals need a point");
     }

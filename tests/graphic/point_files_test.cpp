@@ -344,6 +344,28 @@ TEST_F(XyzFile, StrayPlacesLoseNoDigitsOfOthers) {
   EXPECT_NE(said([&] { parse(textOf(apart, "")); }).find("than floats tell"), std::string::npos);
 }
 
+TEST_F(XyzFile, TakesTheHeadingsOfOrdinaryExports) {
+  for (std::string const heading :
+       {"X [mm],Y [mm],Z [mm]\n1,2,3\n", "X[mm] Y[mm] Z[mm]\n1 2 3\n", "x (m) y (m) z (m)\n1 2 3\n",
+        "# exported columns: x y z\nx y z\n1 2 3\n", "# x y z t\nx;y;z\n1;2;3\n"}) {
+    GraphicObject object;
+    EXPECT_EQ(said([&] { object = parse(heading); }), "") << heading;
+    EXPECT_EQ(object.vertices(), (std::vector<cv::Vec3f>{{1, 2, 3}})) << heading;
+    EXPECT_TRUE(object.fields().empty()) << heading;
+  }
+  GraphicObject const tabs = parse("x\ty\tz\tconfidence value\n1\t2\t3\t0.5\n");
+  EXPECT_EQ(tabs.fields().at("confidence value"), (std::vector<float>{0.5F}));
+  EXPECT_EQ(parse("x,y,z,depth [m]\n1,2,3,4\n").fields().count("depth [m]"), 1U);
+  // A blank beside a comma separates no more than the comma, unless it may stand between decimals.
+  for (std::string const row : {"1,2,3, 4\n", "1, 2, 3, 4\n", "1 , 2 , 3 , 4\n", "1,2, 3,4\n"}) {
+    EXPECT_EQ(parse("x,y,z,t\n" + row).fields().at("t"), (std::vector<float>{4})) << row;
+  }
+  for (std::string const row : {"1,5 2,5 3,5\n", "1,5, 2,5, 3,5\n", "1,5;2,5;3,5\n", "1,5\t2\t3\n"}) {
+    expectError([&] { parse(row); }, "decimal commas");
+  }
+  expectError([&] { parse("x y z\nx y z\n1 2 3\n"); }, "'x' is no number");
+}
+
 TEST_F(XyzFile, TakesWhatProgramsWriteAndSaysWhatItConcludes) {
   GraphicObject object;
   EXPECT_EQ(said([&] { object = parse("2\n\n 1;2;3\t\r\n// between\n4 5 6\r\n"); }), "");
