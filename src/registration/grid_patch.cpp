@@ -28,7 +28,9 @@ bool GridPatch::has(cv::Point const& way) const {
   return cell.x >= 0 && cell.y >= 0 && cell.x < usable_.cols && cell.y < usable_.rows && usable_(cell) != 0;
 }
 
-cv::Vec3d GridPatch::offsetAt(cv::Point const& way) const { return cv::Vec3d(points_(cell_ + way)) - middle_; }
+cv::Vec3d GridPatch::offsetAt(cv::Point const& way) const {
+  return cv::Vec3d(points_(cell_ + way)) - middle_;
+}
 
 GridPatch::Parabola GridPatch::along(cv::Point const& way, bool isCoarse) const {
   Parabola found;

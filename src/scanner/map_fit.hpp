@@ -11,7 +11,7 @@ namespace vorn::mv {
 
 /// A decoded pixel near a point.
 struct MapSample {
-  double x;     ///< offset from the point, in radii of the neighbourhood
+  double x; ///< offset from the point, in radii of the neighbourhood
   double y;
   double value; ///< projector coordinate
   int sector;

@@ -255,6 +255,12 @@ TEST_F(DetectTarget, CornersOfAChessboardAreThoseOfItsSquares) {
   Detection const other = detectTarget(image, plainTarget({9, 7}, TargetKind::Chessboard));
   EXPECT_TRUE(other.isEmpty());
   EXPECT_NE(other.reason.find("9 x 7"), std::string::npos);
+  // Squares counted in place of corners.
+  Detection const squares = detectTarget(image, plainTarget({10, 7}, TargetKind::Chessboard));
+  EXPECT_TRUE(squares.isEmpty());
+  EXPECT_NE(squares.reason.find("9 x 6 inner corners was found in place of one of 10 x 7: the size counts"),
+            std::string::npos)
+      << squares.reason;
 }
 
 TEST_F(DetectTarget, SaysAtWhichStepNothingWasLeft) {

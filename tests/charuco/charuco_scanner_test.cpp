@@ -47,8 +47,9 @@ std::vector<mv::ScannerView> boardViews(sim::Rig const& rig, TargetDescription c
   std::vector<mv::ScannerView> views;
   for (sim::PlannedView const& planned : campaign.views) {
     auto const number = static_cast<int>(views.size());
-    sim::ViewImages const images = taken(planned, mv::test::patternsOf(rig, ScannerType::Horizontal),
-                                         mv::test::patternsOf(rig, ScannerType::Vertical), 100 * number, options);
+    sim::ViewImages const images =
+        taken(planned, mv::test::patternsOf(rig, ScannerType::Horizontal),
+              mv::test::patternsOf(rig, ScannerType::Vertical), 100 * number, options);
     views.push_back({"pose_" + std::to_string(number), images.target, images.columns, images.rows});
   }
   return views;

@@ -24,8 +24,8 @@ struct SimulatedTarget {
 /// The words for kinds, the first of which is the usual one.
 std::vector<std::string> const& simulatedKinds();
 
-/// The target of a kind: dots with three corner marks, staggered dots, a chessboard or a ChArUco board, all of
-/// about one size.
+/// The target of a kind: dots with three corner marks, staggered dots, a chessboard or a ChArUco board, all
+/// of about one size.
 /// @param kind one of `simulatedKinds`
 /// @throws Exception as `prepareFor`
 SimulatedTarget simulatedTarget(std::string const& kind);

@@ -185,17 +185,37 @@ void refineCorners(cv::Mat const& image, cv::Size const& size, std::vector<cv::P
   }
 }
 
+bool findCorners(cv::Mat const& image, cv::Size const& size, std::vector<cv::Point2f>& corners) {
+  return cv::findChessboardCornersSB(image, size, corners, cv::CALIB_CB_EXHAUSTIVE | cv::CALIB_CB_ACCURACY);
+}
+
+std::string sizeText(cv::Size const& size) {
+  return std::to_string(size.width) + " x " + std::to_string(size.height);
+}
+
+/// Why a chessboard was not found: as a rule its squares were counted in place of its corners where one of
+/// fewer is there.
+std::string reasonForNoChessboard(cv::Mat const& image, cv::Size const& size) {
+  constexpr int least = 3; // corners each way that can be looked for
+  cv::Size const fewer = size - cv::Size(1, 1);
+  std::vector<cv::Point2f> corners;
+  if (std::min(fewer.width, fewer.height) >= least && findCorners(image, fewer, corners)) {
+    return "a chessboard of " + sizeText(fewer) + " inner corners was found in place of one of " +
+           sizeText(size) +
+           ": the size counts inner corners, one fewer than squares each way, and the whole board must be in "
+           "view";
+  }
+  return "no chessboard of " + sizeText(size) + " inner corners, the whole of which must be in view";
+}
+
 Detection detectChessboard(cv::Mat const& image, TargetDescription const& target) {
   Detection detection;
   std::vector<cv::Point2f> corners;
-  bool const isFound = cv::findChessboardCornersSB(image, target.size, corners,
-                                                   cv::CALIB_CB_EXHAUSTIVE | cv::CALIB_CB_ACCURACY);
+  bool const isFound = findCorners(image, target.size, corners);
   auto const count = static_cast<int>(isFound ? corners.size() : 0);
   detection.steps = {{"inner corners of a chessboard", count}};
   if (!isFound) {
-    detection.reason = "no chessboard of " + std::to_string(target.size.width) + " x " +
-                       std::to_string(target.size.height) +
-                       " inner corners, the whole of which must be in view";
+    detection.reason = reasonForNoChessboard(image, target.size);
     return detection;
   }
   refineCorners(image, target.size, corners);
