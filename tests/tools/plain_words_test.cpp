@@ -72,6 +72,18 @@ TEST_F(PlainWords, TooFewImagesAreCounted) {
   EXPECT_EQ(missingImages("rows", 9, {640, 400}), "9 images of rows, and a projector of 640 x 400 takes 10");
   EXPECT_EQ(missingImages("rows", 1, {}), "1 image of rows, and any projector takes at least 6");
   EXPECT_EQ(missingImages("rows", 6, {}), "");
+  EXPECT_EQ(extraImages("columns", 12, {640, 400}), "");
+  EXPECT_EQ(extraImages("columns", 13, {640, 400}),
+            "13 images of columns, and a projector of 640 x 400 takes 12");
+  // The generator stops at eight planes, and so at 13 images; words of 1920 columns take nine bits, too, of
+  // 3000 ten.
+  EXPECT_EQ(extraImages("columns", 13, {1920, 1080}), "");
+  EXPECT_EQ(extraImages("columns", 14, {1920, 1080}),
+            "14 images of columns, and a projector of 1920 x 1080 takes 13");
+  EXPECT_EQ(extraImages("columns", 15, {3000, 1080}),
+            "15 images of columns, and a projector of 3000 x 1080 takes 14");
+  EXPECT_EQ(extraImages("rows", 20, {}), "");
+  EXPECT_EQ(extraImages("rows", 21, {}), "21 images of rows, and no projector takes more than 20");
 
   constexpr int divisor = 8;
   sim::Rig const rig = sim::demoRig(divisor);
@@ -84,6 +96,12 @@ TEST_F(PlainWords, TooFewImagesAreCounted) {
   expectErrors({"scan", path("scan"), "--calib", path("truth.json"), "-o", path("a.ply")},
                {"Insufficient input patterns!", path("scan"),
                 std::to_string(count - 1) + " images of columns", "takes " + std::to_string(count)});
+  for (int i = static_cast<int>(count) - 1; i < static_cast<int>(count) + 1; ++i) {
+    fs::copy(sequencePath(path("scan"), "columns", 0), sequencePath(path("scan"), "columns", i));
+  }
+  expectErrors({"scan", path("scan"), "--calib", path("truth.json"), "-o", path("a.ply")},
+               {"Too many input patterns!", path("scan"), std::to_string(count + 1) + " images of columns",
+                "takes " + std::to_string(count)});
 }
 
 TEST_F(PlainWords, ViewsWithTooFewImagesAreCounted) {
@@ -98,6 +116,18 @@ TEST_F(PlainWords, ViewsWithTooFewImagesAreCounted) {
   expectErrors({"calibrate", path("views"), "--pitch", "15", "--projector", "640x400", "-o", path("k.json")},
                {"Insufficient input patterns!", "pose_01",
                 "7 images of columns, and a projector of 640 x 400 takes 12"});
+  for (char const* pose : {"pose_00", "pose_01", "pose_02"}) {
+    std::string const view = std::string("views/") + pose + "/";
+    for (int i = 7; i < 12; ++i) {
+      picture(view + sequencePath("", "columns", i), 90);
+    }
+    for (int i = 7; i < 11; ++i) {
+      picture(view + sequencePath("", "rows", i), 90);
+    }
+  }
+  expectErrors(
+      {"calibrate", path("views"), "--pitch", "15", "--projector", "640x400", "-o", path("k.json")},
+      {"Too many input patterns!", "pose_01", "11 images of rows, and a projector of 640 x 400 takes 10"});
 }
 
 TEST_F(PlainWords, OtherCalibrationsAreNamed) {

@@ -133,10 +133,7 @@ mv::ScannerView readScannerView(fs::path const& pose, ViewNames const& names,
   auto const sequence = [&](char const* prefix, std::vector<std::string> const& given) {
     std::vector<cv::Mat> images =
         given.empty() ? readNeeded(pose, prefix) : readNamedImages(namedFiles(pose.string(), given));
-    if (std::string const missing = missingImages(prefix, images.size(), settings.projector);
-        !missing.empty()) {
-      throw Exception("Insufficient input patterns! " + missing, nullptr, 0, "calibrate");
-    }
+    requireImageCount(prefix, images.size(), settings.projector, "", "calibrate");
     return images;
   };
   return {"", readTarget(pose, names, 0, settings), sequence("columns", names.columns),

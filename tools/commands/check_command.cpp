@@ -120,12 +120,8 @@ Coordinates decodeOwnSequences(CheckOptions const& options, mv::Sl3dScanner cons
                  ? readSequence(options.folder, prefix, readMeasuredImage, bar)
                  : readNamedImages(namedFiles(options.folder, namesOf(options, prefix)), bar);
     });
-    std::string const missing =
-        missingImages(prefix, images.size(), scanner.getProjectorModel().getResolution());
-    if (!missing.empty()) {
-      throw Exception("Insufficient input patterns! " + options.folder + " has " + missing, nullptr, 0,
+    requireImageCount(prefix, images.size(), scanner.getProjectorModel().getResolution(), options.folder,
                       "check");
-    }
     return images;
   };
   mv::ScanResult const scan = watched([&, images = read(isColumn ? "columns" : "rows")](Observer* bar) {

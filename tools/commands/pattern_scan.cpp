@@ -144,10 +144,8 @@ void readCaptured(ScanOptions const& options, std::string const& prefix, cv::Siz
                         hint(options.folder, prefix),
                     nullptr, 0, "scan");
   }
-  std::string const missing =
-      captured.described ? "" : missingImages(prefix, captured.images.size(), projector);
-  if (!missing.empty()) {
-    throw Exception("Insufficient input patterns! " + options.folder + " has " + missing, nullptr, 0, "scan");
+  if (!captured.described) {
+    requireImageCount(prefix, captured.images.size(), projector, options.folder, "scan");
   }
   if (isLikeMosaic(captured.images.front())) {
     report.warn("the images look like the raw pixels of a colour sensor (a Bayer mosaic), which are taken as "
