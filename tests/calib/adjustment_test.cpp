@@ -296,6 +296,22 @@ TEST(Adjustment, LeavesOutWrongDotsAndSaysWhich) {
   EXPECT_NEAR(found.s0, 1, 0.08);
 }
 
+TEST(Adjustment, EndsThatCurlAreNoWrongDots) {
+  AdjustmentRig rig;
+  rig.cameraNoise = 0.006;
+  rig.projectorNoise = 0.0018;
+  double const half = rig.pitch * rig.halfColumns;
+  rig.deviation = [half](cv::Vec2d const& dot) { return cv::Vec3d(0, 0, 0.5 * std::pow(dot[0] / half, 6)); };
+  auto views = rig.views(8);
+  views[2].points0[17].x += 0.5F;
+  Adjustment const found = adjustRig(rig, views);
+  EXPECT_EQ(found.shape.kind, TargetShape::Kind::Smooth);
+  for (std::size_t i = 0; i < views.size(); ++i) {
+    EXPECT_EQ(found.views[i].leftOut, i == 2 ? std::vector<int>{17} : std::vector<int>{}) << i;
+  }
+  EXPECT_NEAR(found.noise.camera0, 0.006, 0.0006);
+}
+
 TEST(Adjustment, TheStartDoesNotMatterNorDoThreads) {
   AdjustmentRig rig;
   rig.cameraNoise = 0.006;

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <string>
+#include <utility>
 
 #include <opencv2/core.hpp>
 
@@ -221,7 +222,10 @@ public:
     start();
     solveBundle(bundle_, settings_.maxIterations, progress_.part(0.3, 0.5));
     double const flatS0 = s0Of(bundle_);
-    chooseShape(bundle_, settings_, progress_.part(0.5, 0.8));
+    chooseShape(bundle_, settings_, progress_.part(0.5, 0.75));
+    if (bundle_.shape.level() != ShapeBasis::Level::Flat) {
+      takeBack(progress_.part(0.75, 0.8));
+    }
     result_.s0 = s0Of(bundle_);
     constexpr int rounds = 2; // after which the components change by less than a thousandth
     for (int round = 0; round < rounds; ++round) {
@@ -234,8 +238,42 @@ public:
   }
 
 private:
+  /// Takes dots back that are no outliers by the shape that was found: the ends of a target that is bent look
+  /// wrong where it is taken for flat. Others are not judged again: a fault of a view may pass for a shape.
+  void takeBack(Progress const& progress) {
+    Bundle all = bundle_;
+    std::vector<std::vector<int>> before;
+    for (std::size_t i = 0; i < all.views.size(); ++i) {
+      all.views[i].dots = allDots_[i];
+      before.push_back(std::exchange(result_.views[i].leftOut, {}));
+    }
+    auto const residuals = residualsOf(all, transfersOf(all));
+    auto isOutlier0 = outliersOf(all, residuals, 0, settings_.outlierLimit);
+    auto isOutlier1 = outliersOf(all, residuals, 1, settings_.outlierLimit);
+    for (std::size_t i = 0; i < all.views.size(); ++i) {
+      for (std::size_t j = 0; j < all.views[i].dots.size(); ++j) {
+        bool const wasOut =
+            std::find(before[i].begin(), before[i].end(), all.views[i].dots[j].source) != before[i].end();
+        isOutlier0[i][j] = isOutlier0[i][j] && wasOut;
+        isOutlier1[i][j] = isOutlier1[i][j] && wasOut;
+      }
+    }
+    leaveOut(all, isOutlier0, isOutlier1, result_.views);
+    bool isSame = true;
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      isSame = isSame && result_.views[i].leftOut == before[i];
+    }
+    if (!isSame) {
+      bundle_ = std::move(all);
+      solveBundle(bundle_, settings_.maxIterations, progress);
+    }
+  }
+
   /// Both devices by themselves, then together, and without outliers.
   void start() {
+    for (BundleView const& view : bundle_.views) {
+      allDots_.push_back(view.dots);
+    }
     std::vector<DeviceAlone> alone = solveDevices(0);
     auto residuals = residualsAlone(bundle_, alone);
     auto isOutlier0 = outliersOf(bundle_, residuals, 0, settings_.outlierLimit);
@@ -353,6 +391,7 @@ private:
   AdjustmentSettings settings_;
   Progress progress_;
   Bundle bundle_;
+  std::vector<std::vector<BundleDot>> allDots_; ///< of each view, with those that were left out
   Adjustment result_;
 };
 
