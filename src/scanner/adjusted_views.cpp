@@ -11,6 +11,7 @@
 #include "calib/camera_model_of.hpp"
 #include "core/pieces.hpp"
 #include "scanner/adjustment_views.hpp"
+#include "scanner/image_consequences.hpp"
 #include "scanner/target_views.hpp"
 
 namespace vorn::mv {
@@ -373,13 +374,14 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
       calibration.report.notAdjusted = e.message();
       return;
     }
-    std::vector<Finding> const findings =
-        counted(std::move(diagnosed.findings), usedNumbers(calibration.views));
+    std::vector<int> const numbers = usedNumbers(calibration.views);
+    std::vector<Finding> findings = counted(std::move(diagnosed.findings), numbers);
     if (settings.isRefused) {
       refuse(findings);
     }
     Finding const* const leaving = leavingOf(findings, views.size());
     if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
+      explainWrongDots(said, findings, diagnosed.adjustment, numbers);
       take(calibration, views, std::move(diagnosed.adjustment), adjuster);
       said.insert(said.end(), findings.begin(), findings.end());
       calibration.report.untested = untestedCauses(
@@ -388,7 +390,14 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     }
     CalibratedView& view = calibration.views[static_cast<std::size_t>(leaving->view)];
     view.reason = reasonOf(*leaving, view);
-    said.push_back(*leaving);
+    Finding* const fault =
+        leaving->cause == FindingCause::Mirrored ? nullptr : imageFaultOf(said, leaving->view);
+    if (fault != nullptr) {
+      addConsequence(*fault, view.reason);
+      view.reason = reasonOf(*fault, view);
+    } else {
+      said.push_back(*leaving);
+    }
     requireViews(calibration.views);
     adjuster.recalibrate();
   }

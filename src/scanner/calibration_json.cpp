@@ -47,11 +47,13 @@ nlohmann::json toJson(SequenceFigures const& figures) {
   add(json, "secondHarmonic", figures.secondHarmonic);
   add(json, "flicker", figures.flicker);
   add(json, "bands", figures.bands);
+  add(json, "bandDepth", figures.bandDepth);
   add(json, "clipped", figures.clipped);
   add(json, "amplitude", figures.amplitude);
   add(json, "contrast", figures.contrast);
   add(json, "staircase", figures.staircase);
   add(json, "ripple", figures.ripple);
+  add(json, "creep", figures.creep);
   return json;
 }
 

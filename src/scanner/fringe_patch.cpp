@@ -65,4 +65,10 @@ cv::Mat_<float> FringePatch::fullLight() const {
   return light;
 }
 
+cv::Mat_<float> FringePatch::meanOfPair(std::size_t first) const {
+  cv::Mat_<float> mean;
+  cv::addWeighted(images[first], 0.5, images[first + 2], 0.5, 0, mean);
+  return mean;
+}
+
 } // namespace vorn::mv

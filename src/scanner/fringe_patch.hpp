@@ -42,6 +42,9 @@ struct FringePatch {
   FringeSample sampleAt(int y, int x) const;
   /// The patch under full light: mean and amplitude of the fringes together.
   cv::Mat_<float> fullLight() const;
+  /// The patch in the fringes' mean light, of the first and third image or of the second and fourth: what
+  /// moves is seen one image later in those.
+  cv::Mat_<float> meanOfPair(std::size_t first) const;
 };
 
 } // namespace vorn::mv

@@ -1,6 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -13,6 +14,9 @@ namespace vorn::mv {
 namespace {
 
 using Figure = std::function<double(ViewFigures const&)>;
+
+/// In place of a figure that another cause explains.
+constexpr double explained = 0;
 
 double larger(double a, double b) {
   return std::fmax(a, b); // of one that is untold the other
@@ -30,6 +34,19 @@ struct ImageCause {
   int digits;
   double factor; ///< of the number in the text
 };
+
+constexpr double mostBands = 5;
+
+/// How much the light changes from image to image. Bands do not cancel out over the rows of an image: what is
+/// less than their depth is theirs.
+double flickerOf(SequenceFigures const& figures) {
+  bool const isBands = figures.bands > mostBands && figures.flicker < figures.bandDepth;
+  return isBands ? explained : figures.flicker;
+}
+
+bool isBanded(ViewFigures const& view) {
+  return larger(view.columns.bands, view.rows.bands) > mostBands;
+}
 
 bool isFlickering(ViewFigures const& view) {
   constexpr double mostFlicker = 0.003;
@@ -74,9 +91,22 @@ bool isDark(ViewFigures const& view) {
   return view.columns.amplitude < leastAmplitude;
 }
 
+constexpr double leastContrast = 0.45;
+
+/// What is left of the light's mean for the rows' fringes, or all where that has another cause.
+double contrastOf(ViewFigures const& view) {
+  return isBent(view) || isBlurred(view) || isFaded(view) ? 1 : view.rows.contrast;
+}
+
+/// The columns' amplitude, or what it were without light of the room that leaves no more exposure to it.
+double amplitudeOf(ViewFigures const& view) {
+  SequenceFigures const& columns = view.columns;
+  return contrastOf(view) < leastContrast
+             ? std::fmax(columns.amplitude, leastContrast * columns.amplitude / columns.contrast)
+             : columns.amplitude;
+}
+
 double const mostMotion = 0.05;
-/// In place of a figure that another cause explains.
-constexpr double explained = 0;
 constexpr double fullRange = 255;
 
 std::vector<ImageCause> const& imageCauses() {
@@ -89,20 +119,21 @@ std::vector<ImageCause> const& imageCauses() {
        0.02, false, "camera or projector are not linear: the fringes hold # % at twice their frequency", 1,
        100},
       {FindingCause::Flicker, -1,
-       [](ViewFigures const& v) { return larger(v.columns.flicker, v.rows.flicker); }, 0.003, false,
+       [](ViewFigures const& v) { return larger(flickerOf(v.columns), flickerOf(v.rows)); }, 0.003, false,
        "the light changes from image to image by # %", 1, 100},
       {FindingCause::Bands, -1,
        [](ViewFigures const& v) {
          return isBent(v) || isClipped(v) ? explained : larger(v.columns.bands, v.rows.bands);
        },
-       5, false, "bands run through the images, # times above the noise", 1, 1},
+       mostBands, false, "bands run through the images, # times above the noise", 1, 1},
       {FindingCause::Overexposed, 0,
        [](ViewFigures const& v) { return larger(v.columns.clipped, v.rows.clipped); }, 0.002, false,
        "# % of the fringe images are overexposed", 1, 100},
-      {FindingCause::TargetOverexposed, 0, [](ViewFigures const& v) { return v.targetClipped; }, 0.02, false,
+      {FindingCause::TargetOverexposed, 0,
+       [](ViewFigures const& v) { return isClipped(v) ? explained : v.targetClipped; }, 0.02, false,
        "# % of the target image are overexposed", 1, 100},
       {FindingCause::TooDark, -1,
-       [](ViewFigures const& v) { return isBlurred(v) || isFaded(v) ? fullRange : v.columns.amplitude; },
+       [](ViewFigures const& v) { return isBlurred(v) || isFaded(v) ? fullRange : amplitudeOf(v); },
        leastAmplitude, true, "the fringes are dark: their amplitude is # of 255 grey values", 1, 1},
       {FindingCause::CameraBlurred, 0, [](ViewFigures const& v) { return v.cameraBlur; }, 1.6, false,
        "the camera is out of focus: edges are blurred with a deviation of # px", 1, 1},
@@ -114,15 +145,14 @@ std::vector<ImageCause> const& imageCauses() {
        0, 100},
       {FindingCause::Staircase, 1,
        [](ViewFigures const& v) {
-         return isFlickering(v) || isBent(v) || isFaded(v) || isDark(v)
+         return isFlickering(v) || isBanded(v) || isBent(v) || isFaded(v) || isDark(v)
                     ? explained
                     : larger(v.columns.staircase, v.rows.staircase);
        },
        0.01, false, "the projector is too sharp: the decoded coordinates repeat with its pixels by # px", 3,
        1},
-      {FindingCause::RoomLight, -1,
-       [](ViewFigures const& v) { return isBent(v) || isBlurred(v) || isFaded(v) ? 1 : v.rows.contrast; },
-       0.45, true, "light of the room: the rows' fringes have # % of the light's mean", 0, 100},
+      {FindingCause::RoomLight, -1, contrastOf, leastContrast, true,
+       "light of the room: the rows' fringes have # % of the light's mean", 0, 100},
   };
   return causes;
 }
@@ -164,12 +194,16 @@ void find(ImageCause const& cause, std::vector<NamedFigures> const& views, std::
   }
 }
 
-/// Whether the coordinates repeat with the fringes, as when the target creeps while they are shown.
-bool isCreeping(ViewFigures const& view) {
+/// Whether the target creeps while the fringes are shown: it is seen to move from one of their images to the
+/// next, or the coordinates repeat with them.
+bool isCreeping(ViewFigures const& view, double motion) {
+  constexpr double mostStep = 0.005;
+  constexpr double mostShare = 0.05; // of the motion; a sequence has some ten images
+  double const step = larger(view.columns.creep, view.rows.creep);
   constexpr double mostRipple = 0.008;
-  constexpr double mostBands = 5;
-  return larger(view.columns.ripple, view.rows.ripple) > mostRipple && !isFlickering(view) && !isBent(view) &&
-         !(larger(view.columns.bands, view.rows.bands) > mostBands);
+  bool const isRippled = larger(view.columns.ripple, view.rows.ripple) > mostRipple && !isFlickering(view) &&
+                         !isBent(view) && !isBanded(view);
+  return step > std::max(mostStep, mostShare * motion) || isRippled;
 }
 
 void findMotion(NamedFigures const& view, int index, std::vector<Finding>& findings) {
@@ -179,9 +213,9 @@ void findMotion(NamedFigures const& view, int index, std::vector<Finding>& findi
     return;
   }
   bool const isBefore = figures.movedBefore >= figures.movedBetween;
-  FindingCause const cause = isCreeping(figures) ? FindingCause::MovedDuring
-                             : isBefore          ? FindingCause::MovedBefore
-                                                 : FindingCause::MovedBetween;
+  FindingCause const cause = isCreeping(figures, motion) ? FindingCause::MovedDuring
+                             : isBefore                  ? FindingCause::MovedBefore
+                                                         : FindingCause::MovedBetween;
   std::string const when = cause == FindingCause::MovedDuring   ? "while the sequences were shown"
                            : cause == FindingCause::MovedBefore ? "between the target image and the columns"
                                                                 : "between the columns and the rows";

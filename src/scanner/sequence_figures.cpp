@@ -5,11 +5,13 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "core/median.hpp"
 #include "geometry/quadratic_fit.hpp"
 #include "scanner/fringe_patch.hpp"
+#include "scanner/patch_shift.hpp"
 #include "scanner/small_fit.hpp"
 
 namespace vorn::mv {
@@ -29,8 +31,12 @@ public:
     ++differences_;
   }
 
-  /// The scatter of the means of rows over what the differences of neighbours let expect.
-  double ratio() const {
+  /// The scatter of the means of rows.
+  struct Scatter {
+    double ratio = SequenceFigures::untold; ///< over what the differences of neighbours let expect
+    double depth = SequenceFigures::untold; ///< less that, a standard deviation
+  };
+  Scatter scatter() const {
     constexpr int fewest = 20;
     double sum = 0;
     double weight = 0;
@@ -46,9 +52,11 @@ public:
     }
     double const variance = squares_ / std::max(1.0, 2.0 * differences_);
     if (rowCount < fewest || variance <= 0) {
-      return SequenceFigures::untold;
+      return {};
     }
-    return std::sqrt(std::max(0.0, squares - sum * sum / weight) / (rowCount - 1) / variance);
+    double const scattered = std::max(0.0, squares - sum * sum / weight);
+    double const more = std::max(0.0, scattered - (rowCount - 1) * variance);
+    return {std::sqrt(scattered / (rowCount - 1) / variance), std::sqrt(more / weight)};
   }
 
 private:
@@ -131,6 +139,7 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
   double clipped = 0;
   Repetition repetition(period);
   std::vector<std::vector<FringeSample>> ofPatches;
+  std::vector<std::optional<cv::Vec2d>> steps;
   for (cv::Rect const& patch : patches) {
     FringePatch const fringes(sequence, patch);
     for (auto const& image : fringes.images) {
@@ -150,7 +159,13 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
       }
     }
     repetition.add(map, patch, fringes.isInner);
+    auto const step = shiftOf(fringes.meanOfPair(0), fringes.meanOfPair(1));
+    // Dark patches, whose noise explains more than their dots, tell nothing.
+    if (step && cv::norm(*step) < ViewFigures::largeMotion) {
+      steps.push_back(step);
+    }
   }
+  figures.creep = typicalShift(steps);
   if (!patches.empty()) {
     figures.clipped = clipped / static_cast<double>(patches.size());
   }
@@ -178,7 +193,9 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
         valueBefore = value;
       }
     }
-    figures.bands = rows.ratio();
+    auto const [ratio, depth] = rows.scatter();
+    figures.bands = ratio;
+    figures.bandDepth = depth;
   }
   return figures;
 }

@@ -11,8 +11,8 @@
 #include "core/median.hpp"
 #include "imaging/white_level.hpp"
 #include "scanner/fringe_patch.hpp"
+#include "scanner/patch_shift.hpp"
 #include "scanner/sequence_figures.hpp"
-#include "scanner/small_fit.hpp"
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv {
@@ -45,52 +45,6 @@ std::vector<cv::Rect> patchesAt(std::vector<cv::Point2f> const& dots, cv::Size c
     }
   }
   return patches;
-}
-
-/// By how many pixels what is seen in `from` lies elsewhere in `to`, whose gain and offset may differ; by
-/// `ViewFigures::largeMotion` where no small shift explains the difference.
-std::optional<cv::Vec2d> shiftOf(cv::Mat_<float> const& from, cv::Mat_<float> const& to) {
-  constexpr float clipped = 250;
-  SmallFit<4> fit;
-  double sum = 0;
-  double squares = 0;
-  for (int y = 1; y + 1 < from.rows; ++y) {
-    for (int x = 1; x + 1 < from.cols; ++x) {
-      if (from(y, x) >= clipped || to(y, x) >= clipped) {
-        return std::nullopt;
-      }
-      double const byX = 0.5 * (static_cast<double>(from(y, x + 1)) - from(y, x - 1));
-      double const byY = 0.5 * (static_cast<double>(from(y + 1, x)) - from(y - 1, x));
-      fit.add({from(y, x), 1, byX, byY}, to(y, x));
-      sum += to(y, x);
-      squares += static_cast<double>(to(y, x)) * to(y, x);
-    }
-  }
-  auto const solved = fit.solve();
-  if (!solved || std::abs((*solved)[0]) < 1e-6) {
-    return std::nullopt;
-  }
-  double const varied = squares - sum * sum / ((from.rows - 2.0) * (from.cols - 2.0));
-  constexpr double leastExplained = 0.8;
-  if (squares - fit.explainedBy(*solved) > (1 - leastExplained) * varied) {
-    return cv::Vec2d(ViewFigures::largeMotion, 0);
-  }
-  return cv::Vec2d(-(*solved)[2] / (*solved)[0], -(*solved)[3] / (*solved)[0]);
-}
-
-/// The length of the median of shifts, at most `ViewFigures::largeMotion`; untold for fewer than 10.
-double typicalShift(std::vector<std::optional<cv::Vec2d>> const& shifts) {
-  std::vector<double> x;
-  std::vector<double> y;
-  for (auto const& shift : shifts) {
-    if (shift) {
-      x.push_back((*shift)[0]);
-      y.push_back((*shift)[1]);
-    }
-  }
-  constexpr std::size_t fewest = 10;
-  return x.size() < fewest ? SequenceFigures::untold
-                           : std::min(ViewFigures::largeMotion, std::hypot(medianAmong(x), medianAmong(y)));
 }
 
 /// The blur of the edges of a dot: that of a step which is nowhere steeper.

@@ -259,6 +259,18 @@ TEST(CalibrationFindings, WhatIsRenderedIntoOneViewIsNamed) {
   }
 }
 
+TEST(CalibrationFindings, WhatFollowsFromAFaultIsNoSecondOne) {
+  for (auto const& [fault, cause] :
+       {std::pair("moved-during", "movedDuring"), std::pair("bands=12", "bands"),
+        std::pair("room-light", "roomLight"), std::pair("overexposed", "overexposed")}) {
+    ScannerCalibration const calibration = calibrateScanner(viewsWith(fault, 4), test::halfRigSettings());
+    EXPECT_EQ(causesOf(calibration), std::vector<std::string>{cause})
+        << fault << toJson(calibration)["findings"].dump(1) << toJson(calibration)["views"][4].dump(1);
+    ASSERT_FALSE(calibration.report.findings.empty());
+    EXPECT_EQ(calibration.report.findings[0].view, 4) << fault;
+  }
+}
+
 /// Figures of rendered views, columns and rows.
 ViewFigures figuresOfView(cv::Vec4d const& columns, cv::Vec4d const& rows) {
   ViewFigures figures;
@@ -290,6 +302,47 @@ TEST(CalibrationFindings, FringesThatAProjectorOutOfFocusWipesOutTellNothingElse
       named.push_back(nameOf(finding.cause));
     }
     EXPECT_EQ(named, causes) << figures.columns.amplitude << ' ' << figures.rows.amplitude;
+  }
+}
+
+/// The causes that are found in figures.
+std::vector<std::string> causesIn(ViewFigures const& figures) {
+  std::vector<std::string> named;
+  for (Finding const& finding : diagnoseImages({{"pose_00", figures}})) {
+    named.push_back(nameOf(finding.cause));
+  }
+  return named;
+}
+
+TEST(CalibrationFindings, FlickerIsToldFromBands) {
+  struct Case {
+    double flicker, bands, depth;
+    std::vector<std::string> causes;
+  };
+  for (Case const& of : {Case{0.0046, 17.4, 0.02, {"bands"}}, Case{0.035, 1.0, 0.0002, {"flicker"}},
+                         Case{0.035, 6.0, 0.004, {"flicker", "bands"}}, Case{0.002, 4.0, 0.001, {}}}) {
+    ViewFigures figures = figuresOfView({0.001, 32.0, 0.38, 0.0006}, {0.001, 57.9, 0.72, 0.0004});
+    figures.rows.flicker = of.flicker;
+    figures.rows.bands = of.bands;
+    figures.rows.bandDepth = of.depth;
+    EXPECT_EQ(causesIn(figures), of.causes) << of.flicker;
+  }
+}
+
+TEST(CalibrationFindings, CreepingIsToldFromSteps) {
+  struct Case {
+    double before, between, creep;
+    std::vector<std::string> causes;
+  };
+  for (Case const& of :
+       {Case{0.06, 0.235, 0.024, {"movedDuring"}}, Case{0.001, 0.43, 0.002, {"movedBetween"}},
+        Case{0.43, 0.002, 0.003, {"movedBefore"}}, Case{0.9, 0.8, 0.02, {"movedBefore"}},
+        Case{0.01, 0.02, 0.02, {}}}) {
+    ViewFigures figures = figuresOfView({0.001, 32.0, 0.38, 0.0006}, {0.001, 57.9, 0.72, 0.0004});
+    figures.movedBefore = of.before;
+    figures.movedBetween = of.between;
+    figures.columns.creep = of.creep;
+    EXPECT_EQ(causesIn(figures), of.causes) << of.before << ' ' << of.between;
   }
 }
 

@@ -26,6 +26,9 @@ struct SequenceFigures {
   /// How much that share changes from image row to row, as a multiple of what noise makes of it: 1 where
   /// lamps do not beat with a rolling shutter.
   double bands = untold;
+  /// Standard deviation of that share's means over image rows, less what noise makes of it: how deep such
+  /// bands are.
+  double bandDepth = untold;
   /// Share of samples of the fringe images at the upper end of their range.
   double clipped = untold;
   /// Median amplitude of the fringes, grey values of 255.
@@ -37,6 +40,8 @@ struct SequenceFigures {
   double staircase = untold;
   /// The same of what repeats with each fringe: something moved, or the light changed, during the sequence.
   double ripple = untold;
+  /// How far what is seen moves from one fringe image to the next, camera pixels.
+  double creep = untold;
 };
 
 /// What the images of one pose before a scanner tell of light, focus and motion.
