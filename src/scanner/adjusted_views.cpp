@@ -13,6 +13,7 @@
 #include "scanner/adjustment_views.hpp"
 #include "scanner/image_consequences.hpp"
 #include "scanner/target_views.hpp"
+#include "scanner/turned_views.hpp"
 
 namespace vorn::mv {
 
@@ -354,9 +355,16 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
                  Progress const& progress) {
   std::vector<Finding>& said = calibration.report.findings;
   while (settings.isAdjusted) {
-    std::vector<AdjustmentView> const views = adjustmentViews(calibration.views);
-    AdjustmentSettings const adjustmentSettings = possibleSettings(calibration.views, settings.adjustment);
     PartObserver observer(progress);
+    AdjustmentSettings adjustmentSettings = possibleSettings(calibration.views, settings.adjustment);
+    KnownTurns const known =
+        countByShape(calibration, settings, adjustmentSettings, adjuster, observer.ifWatched());
+    if (known.areChanged) {
+      adjuster.recalibrate();
+    }
+    adjustmentSettings.shape = known.shape;
+    calibration.report.shapeLimit = known.limit;
+    std::vector<AdjustmentView> const views = adjustmentViews(calibration.views);
     Diagnosed diagnosed;
     try {
       diagnosed.adjustment = adjuster.adjust(views, adjustmentSettings, observer.ifWatched());
@@ -386,6 +394,10 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
       said.insert(said.end(), findings.begin(), findings.end());
       calibration.report.untested = untestedCauses(
           calibration.views, calibration.report.adjustment->models.size(), settings.adjustment.holdCamera0);
+      bool const isTakenFlat = known.shape == AdjustmentSettings::Shape::Flat && !known.limit.empty();
+      if (isTakenFlat) {
+        calibration.report.untested.insert(calibration.report.untested.begin(), FindingCause::BentTarget);
+      }
       return;
     }
     CalibratedView& view = calibration.views[static_cast<std::size_t>(leaving->view)];

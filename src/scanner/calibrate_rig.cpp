@@ -128,6 +128,7 @@ StereoCalibration calibratePair(std::array<CameraViews, cameraCount> const& came
     }
     views.push_back(std::move(view));
     readings.push_back(std::max(seen0.readings, seen1.readings));
+    views.back().result.readings = seen0.readings;
   }
   return calibrateMeasured(std::move(views), readings, settings, progress);
 }

@@ -217,6 +217,9 @@ nlohmann::json toJson(Calibration const& calibration) {
   for (FindingCause const cause : report.untested) {
     json["untested"].push_back(nameOf(cause));
   }
+  if (!report.shapeLimit.empty()) {
+    json["shapeLimit"] = report.shapeLimit;
+  }
   if (!report.notAdjusted.empty()) {
     json["notAdjusted"] = report.notAdjusted;
   }

@@ -195,6 +195,9 @@ int findTarget(MeasuredView& view, cv::Mat const& image, std::string const& labe
                            ? findDescribed(points, image, label, settings, observer.ifWatched())
                            : findByDetector(points, image, label, settings.detector, observer.ifWatched());
   view.result.isCounted = view.result.isCounted && readings != 0;
+  if (view.result.devices.size() == 1) {
+    view.result.readings = readings;
+  }
   view.readings = readings;
   return readings;
 }

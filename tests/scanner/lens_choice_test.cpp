@@ -6,43 +6,17 @@
 
 #include <gtest/gtest.h>
 
-#include <vorn/mv/core/library.hpp>
-
 #include "calib/adjustment_runs.hpp"
-#include "scanner/scanner_views.hpp"
+#include "scanner/drawn_calibration.hpp"
 
 namespace vorn::mv {
 namespace {
 
 using test::AdjustmentRig;
 
-/// The points that one device sees.
-ViewPoints seenIn(AdjustmentView const& view, std::vector<cv::Point2f> const& pixels) {
-  ViewPoints points;
-  for (std::size_t i = 0; i < pixels.size(); ++i) {
-    if (std::isfinite(pixels[i].x)) {
-      points.imgPnts.push_back(pixels[i]);
-      points.objPnts.push_back(view.objPnts[i]);
-    }
-  }
-  return points;
-}
-
 /// The whole job on points that a rig's devices would find.
-ScannerCalibration calibrated(AdjustmentRig const& rig, CalibrationSettings settings) {
-  Library::init();
-  settings.projector = rig.projector.resolution;
-  std::vector<AdjustmentView> const drawn = rig.views(8);
-  ScannerViews views;
-  for (AdjustmentView const& view : drawn) {
-    views.names.push_back(view.name);
-  }
-  views.measure = [&](std::size_t number, MeasuredView& view, ViewSteps&) {
-    view.sizes = {rig.camera.resolution};
-    view.result.devices = {seenIn(drawn[number], drawn[number].points0),
-                           seenIn(drawn[number], drawn[number].points1)};
-  };
-  return calibrateScanner(views, settings, nullptr);
+ScannerCalibration calibrated(AdjustmentRig const& rig, CalibrationSettings const& settings) {
+  return test::calibratedFrom(rig.views(8), rig, settings);
 }
 
 /// What points of the volume are off by after the best rigid motion, root mean square in mm.

@@ -64,6 +64,9 @@ void addFindings(Page& page, Calibration const& calibration) {
     page.findings.push_back({Weight::Warning, "The projector's pixels were taken from the decoded images.",
                              "--projector sets them."});
   }
+  if (!calibration.report.shapeLimit.empty()) {
+    page.findings.push_back({Weight::Note, calibration.report.shapeLimit + ".", ""});
+  }
   if (!calibration.report.notAdjusted.empty()) {
     page.findings.push_back(
         {Weight::Warning, "The views were not adjusted together: " + calibration.report.notAdjusted, ""});

@@ -120,6 +120,9 @@ std::string adjustedText(mv::CalibrationReport const& report) {
     out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "
         << shape.sagX << " mm along x and " << shape.sagY << " mm along y; taken into account\n";
   }
+  if (!report.shapeLimit.empty()) {
+    out << report.shapeLimit << '\n';
+  }
   for (std::size_t p = 0; p < report.planes.size(); ++p) {
     out << "laser plane " << p << " known to " << pixels(report.planes[p].sigma) << " mm along its normal\n";
   }

@@ -84,6 +84,7 @@ void chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress co
   case AdjustmentSettings::Shape::Dots:
     return take(Level::Dots);
   case AdjustmentSettings::Shape::Auto:
+  case AdjustmentSettings::Shape::Bent:
     break;
   }
   for (Level const level : {Level::Quadratic, Level::Smooth, Level::Dots}) {
@@ -92,7 +93,8 @@ void chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress co
     // reasons.
     constexpr double mostS0 = 2;
     bool const isScatter = squares.total() < mostS0 * mostS0 * freedomOf(bundle, squares);
-    if (level == Level::Dots && !(isScatter && areDotsOff(bundle))) {
+    bool const isBeyond = settings.shape == AdjustmentSettings::Shape::Bent && level != Level::Quadratic;
+    if (isBeyond || (level == Level::Dots && !(isScatter && areDotsOff(bundle)))) {
       return;
     }
     double const more = ShapeBasis(level, bundle.target).parameterCount() - bundle.shape.parameterCount();

@@ -47,7 +47,8 @@ struct AdjustmentSettings {
     Auto,   ///< the simplest that the views do not contradict at a level of one in a thousand
     Flat,   ///< dots exactly where they should be
     Smooth, ///< bent or stretched, by polynomials of degree 6 and 3
-    Dots    ///< every dot by itself
+    Dots,   ///< every dot by itself
+    Bent    ///< as `Auto`, flat or of heights of degree 2, which half a turn of the target does not change
   };
 
   /// The coefficients of a lens that are free; others keep the values that a given model has.

@@ -113,6 +113,10 @@ struct CalibratedView {
   /// Whether every device's image tells which dot of the target is which; where the target looks the same
   /// turned, it is taken as turned least against the image.
   bool isCounted = true;
+  /// In how many ways the first device's image lets the dots be counted: 2 or 4 where the target looks the
+  /// same turned, 0 where it is not all in view. An adjustment counts them so that one shape of the target
+  /// fits all views, where they show any.
+  int readings = 1;
   /// The target as each device sees it, the first one a camera.
   std::vector<ViewPoints> devices;
   /// The laser lines, where the calibration has any.
@@ -156,6 +160,9 @@ struct CalibrationReport {
   std::optional<Adjustment> adjustment;
   /// Why there is no adjustment though it was wanted; else empty.
   std::string notAdjusted;
+  /// Why the adjustment looked for less of the target's shape than was wanted: the target looks the same
+  /// turned, and the views do not tell how it is turned in each. Else empty.
+  std::string shapeLimit;
   /// How far the devices stand elsewhere to each other in each used view, in their order; with an adjustment
   /// of two devices.
   std::vector<TransformDeviation> deviations;
