@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include <opencv2/core.hpp>
 
 #include "scanner/sequence_doubts.hpp"
+#include "sim/target.hpp"
 #include "sl/pattern_capture.hpp"
 #include "support/scanner_rig.hpp"
 
@@ -78,6 +80,22 @@ TEST(ScanDoubts, AnyImageThatIsThereTwiceIsNamedWithItsCopy) {
         EXPECT_TRUE(names(doubtsOf(copied), one, other)) << one << ", " << other;
       }
     }
+  }
+}
+
+/// There the noise is a third of a level, and most pixels that show the same are equal.
+TEST(ScanDoubts, CopiesOfTheTopBitsAreNamedInDimLight) {
+  PatternCapture dim = scene();
+  dim.mean = 14.0;
+  dim.amplitude = 8.0;
+  dim.noise = 0.2;
+  std::vector<cv::Mat> const images = captured(dim);
+  ASSERT_TRUE(doubtsOf(images).empty());
+  std::size_t const top = images.size() - 1;
+  for (auto const& [one, other] : {std::pair(top, top - 1), std::pair(top - 1, top)}) {
+    std::vector<cv::Mat> copied = images;
+    copied[one] = images[other];
+    EXPECT_TRUE(names(doubtsOf(copied), one, other)) << one << ", " << other;
   }
 }
 
@@ -160,6 +178,37 @@ TEST(ScanDoubts, APhaseImageOfOtherLightThanTheOthersIsNamed) {
       std::vector<cv::Mat> corrected = images;
       corrected[image] = cv::Mat(0.82 * images[image]);
       EXPECT_TRUE(doubtsOf(corrected).empty()) << image << ": " << doubtsOf(corrected)[0].text;
+    }
+  }
+}
+
+/// As calibrations show them to a scanner: dots on dark ground, askew, in little light, coarse.
+TEST(ScanDoubts, NothingIsSaidOfTargetsInOrder) {
+  sim::Rig const plain = sim::demoRig(3);
+  sim::Rig dim = plain;
+  dim.camera.sensor.exposure /= 4;
+  sim::Rig noisy = plain;
+  noisy.camera.sensor.fullWell = 3000;
+  noisy.camera.sensor.readNoise = 20;
+  std::vector<sim::Pose> const poses{sim::demoTargetPoses()[3],
+                                     sim::Pose::fromDegrees({-5, 5, 570}, {4, -52, -7}),
+                                     sim::Pose::fromDegrees({5, 5, 560}, {50, 8, 5})};
+  sim::RenderOptions exact;
+  exact.supersample = 1;
+  for (sim::Rig const& rig : {plain, dim, noisy, sim::demoRigSampled(0.6, 2), sim::demoRigSampled(2, 4)}) {
+    for (sim::Pose const& pose : poses) {
+      sim::ProjectorView const view(rig.camera, rig.projector,
+                                    sim::Scene({sim::targetObject(sim::demoTarget(), pose)}), exact);
+      cv::Size const projector = rig.projector.device.resolution();
+      for (auto const& [item, axis, coded] :
+           {std::tuple(scanner::ScannerType::Horizontal, PatternAxis::Column,
+                       sl::CodedAxis{projector.width, sl::columnCode}),
+            std::tuple(scanner::ScannerType::Vertical, PatternAxis::Row,
+                       sl::CodedAxis{projector.height, sl::rowCode})}) {
+        std::vector<cv::Mat> const images = view.capture(test::patternsOf(rig, scanner::ScannerType(item)));
+        std::vector<PatternDoubt> const doubts = sequenceDoubts(sl::greyStack(images, 0.0), axis, coded);
+        EXPECT_TRUE(doubts.empty()) << projector << ": " << doubts[0].text;
+      }
     }
   }
 }

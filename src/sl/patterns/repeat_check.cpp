@@ -138,8 +138,9 @@ RepeatCheck checkRepeats(PatternSet const& set, Fringe const& fringe, KeptSample
       }
     }
   }
-  // With noise as many pixels that show the same differ by one level; without any, hardly one.
-  if (2 * ofOne > ofEqual) {
+  // With noise about as many pixels that show the same differ by one level, in dim light half as many;
+  // without any, a quarter at most, beside the borders of stripes.
+  if (3 * ofOne > ofEqual) {
     for (auto const& [one, other] : equal) {
       result.doubts.push_back(doubtOf(set, one, other, 0.0, mostAlike));
     }

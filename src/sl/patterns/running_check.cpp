@@ -123,8 +123,10 @@ std::vector<PatternDoubt> checkRunning(PatternSet const& set, Fringe const& frin
   }
   // Along the straight edge of a surface one border may look broken by chance.
   constexpr int mostBroken = 1;
+  // Where hardly a border is seen, as of coarse fringes at a slant, two may be.
+  constexpr int fewestSeen = 4;
   std::vector<PatternDoubt> doubts;
-  if (broken > mostBroken) {
+  if (broken > mostBroken && seen >= fewestSeen) {
     PatternDoubt doubt{PatternFault::Stripes,
                        fringe.axis,
                        0.0,
