@@ -15,6 +15,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "core/error.hpp"
+#include "geometry/rigid_motion.hpp"
 #include "geometry/rotation_vector.hpp"
 
 namespace vorn::mv::math {
@@ -47,10 +48,7 @@ struct Equations {
 Motion checkedMotion(cv::Matx44d const& M, char const* list, std::size_t index) {
   constexpr double mostSkew = 1e-4; // robots report poses with few digits
   Motion const motion{getR3(M), getT3(M)};
-  bool const isRigid =
-      cv::checkRange(M) && cv::norm(motion.R * motion.R.t() - cv::Matx33d::eye(), cv::NORM_INF) < mostSkew &&
-      cv::determinant(motion.R) > 0 && M(3, 0) == 0 && M(3, 1) == 0 && M(3, 2) == 0 && M(3, 3) == 1;
-  if (!isRigid) {
+  if (!isRigidMotion(M, mostSkew)) {
     throw error(std::string(list) + " " + std::to_string(index) + " is no rigid transform", "handEyeCalib");
   }
   return motion;

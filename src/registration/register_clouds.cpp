@@ -23,11 +23,7 @@ void checkSettings(RegistrationSettings const& settings) {
   if (!(settings.minOverlap >= 0.0 && settings.minOverlap <= 1.0)) {
     refuse("minOverlap", settings.minOverlap, "0 .. 1", context);
   }
-  for (double const value : settings.targetFromSource.val) {
-    if (!std::isfinite(value)) {
-      refuse("A value of targetFromSource", value, "finite", context);
-    }
-  }
+  checkStart(settings.targetFromSource, "targetFromSource", context);
 }
 
 int strideFor(double points, double samples) {

@@ -39,12 +39,8 @@ void checkSettings(ViewsSettings const& settings, std::size_t views) {
   if (!settings.frameFromView.empty() && settings.frameFromView.size() != views) {
     refuse("The length of frameFromView", settings.frameFromView.size(), "that of the views", context);
   }
-  for (cv::Matx44d const& motion : settings.frameFromView) {
-    for (double const value : motion.val) {
-      if (!std::isfinite(value)) {
-        refuse("A value of frameFromView", value, "finite", context);
-      }
-    }
+  for (std::size_t i = 0; i < settings.frameFromView.size(); ++i) {
+    checkStart(settings.frameFromView[i], "frameFromView of view " + std::to_string(i), context);
   }
   if (settings.fixedView >= views) {
     refuse("fixedView", settings.fixedView, "an index of a view", context);

@@ -3,10 +3,12 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <sstream>
 #include <string>
 
 #include "core/error.hpp"
+#include "geometry/rigid_motion.hpp"
 
 namespace vorn::mv {
 
@@ -38,6 +40,23 @@ void checkPairing(Settings const& settings, char const* function) {
   }
   if (settings.maxSamples != 0 && settings.maxSamples < 100) {
     refuse("maxSamples", settings.maxSamples, "0 or at least 100", function);
+  }
+}
+
+/// Checks that a motion to begin with is rigid: the steps from it on are, and so the result would be none.
+/// @param name of the motion, for the message
+inline void checkStart(cv::Matx44d const& motion, std::string const& name, char const* function) {
+  constexpr double tolerance = 1e-6;
+  for (double const value : motion.val) {
+    if (!std::isfinite(value)) {
+      refuse("A value of " + name, value, "finite", function);
+    }
+  }
+  if (!isRigidMotion(motion, tolerance)) {
+    throw error(name + " is no rigid motion: its rotation has a determinant of " +
+                    std::to_string(cv::determinant(motion.get_minor<3, 3>(0, 0))) +
+                    " and must be orthonormal to 1e-6, its last row (0, 0, 0, 1)",
+                function);
   }
 }
 

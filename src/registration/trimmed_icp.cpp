@@ -11,6 +11,7 @@
 #include "pointcloud/point_access.hpp"
 #include "registration/held_motions.hpp"
 #include "registration/pair_equations.hpp"
+#include "registration/registration_checks.hpp"
 #include "registration/small_motion.hpp"
 
 namespace vorn::mv {
@@ -104,6 +105,7 @@ TrimmedAlignment alignTrimmed(PointCloud const& source, PointCloud const& target
   cv::Matx44d const before = target.getTransform();
   TrimmedAlignment result;
   result.targetFromSource = before.inv() * source.getTransform();
+  checkStart(result.targetFromSource, "The source's pending transform against the target's", caller);
   PairRule rule;
   rule.maxDistance = settings.maxDistance;
   rule.leastCosine = std::cos(settings.maxNormalAngle * CV_PI / 180.0);

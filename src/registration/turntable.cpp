@@ -9,6 +9,7 @@
 #include <string>
 
 #include "core/error.hpp"
+#include "geometry/rigid_motion.hpp"
 #include "registration/point_motion.hpp"
 #include "registration/small_motion.hpp"
 
@@ -21,10 +22,7 @@ constexpr double leastTurn = 0.5 * CV_PI / 180.0;
 
 void checkRigid(cv::Matx44d const& motion, std::size_t view) {
   constexpr double tolerance = 1e-6;
-  cv::Matx33d const rotation = motion.get_minor<3, 3>(0, 0);
-  cv::Matx33d const rest = rotation * rotation.t() - cv::Matx33d::eye();
-  if (!cv::checkRange(cv::Mat(motion)) || cv::norm(rest, cv::NORM_INF) > tolerance ||
-      cv::determinant(rotation) < 0.0) {
+  if (!isRigidMotion(motion, tolerance)) {
     throw error("The place of view " + std::to_string(view) + " is no rigid motion", context);
   }
 }

@@ -142,6 +142,8 @@ TEST_F(Align, RefusesWhatHasNoPlaceAndChangesNothing) {
   EXPECT_EQ(indices, (std::vector<unsigned>{3}));
   EXPECT_EQ(cv::norm(source.getTransform() - cv::Matx44d::eye()), 0.0);
   expectError([&] { source.icpMatch(away, indices = std::vector<unsigned>{}); }, "fewer than 50");
+  source.setTransform(cv::Matx44d::diag({1.02, 1.02, 1.02, 1}));
+  expectError([&] { pc::ICPAligner().apply(source, target, indices); }, "no rigid motion");
   PointCloud empty;
   expectError([&] { pc::ICPAligner2().apply(empty, target, indices); }, "0 of 0 samples");
 }

@@ -202,6 +202,8 @@ TEST_F(RegisterViews, RefuseWhatCannotBe) {
   ViewsSettings settings;
   settings.frameFromView = {cv::Matx44d::eye()};
   expectError([&] { registerViews(table.clouds, settings); }, "frameFromView is 1");
+  settings.frameFromView = {cv::Matx44d::eye(), cv::Matx44d::diag({1, 1, -1, 1})};
+  expectError([&] { registerViews(table.clouds, settings); }, "frameFromView of view 1 is no rigid motion");
   settings = {};
   settings.fixedView = 2;
   expectError([&] { registerViews(table.clouds, settings); }, "fixedView is 2");

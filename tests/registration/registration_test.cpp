@@ -345,6 +345,13 @@ TEST_F(Register, RefusesWhatCannotBeRegistered) {
   settings = {};
   settings.targetFromSource(1, 1) = std::nan("");
   expectError([&] { registerClouds(good, good, settings); }, "targetFromSource is nan");
+  cv::Matx44d transposed = cv::Matx44d::eye();
+  transposed(3, 0) = 0.01;
+  for (cv::Matx44d const& start :
+       {cv::Matx44d::diag({1.02, 1.02, 1.02, 1}), cv::Matx44d::diag({1, 1, -1, 1}), transposed}) {
+    settings.targetFromSource = start;
+    expectError([&] { registerClouds(good, good, settings); }, "targetFromSource is no rigid motion");
+  }
   class Stop : public Observer {
     bool onProgress(std::string_view /*stage*/, double /*fraction*/) override { return false; }
   } stop;

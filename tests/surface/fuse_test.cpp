@@ -403,6 +403,9 @@ TEST(Fuse, SaysWhatItCannotFuse) {
   twice(3, 3) = 1.0;
   bent.setTransform(twice);
   expectError([&] { fuse({good, bent}); }, "no rigid motion");
+  cv::Matx44d const columnMajor(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 5, 0, 0, 1);
+  bent.setTransform(columnMajor);
+  expectError([&] { fuse({good, bent}); }, "no rigid motion");
   PointCloud unsure = good;
   unsure.fields()["sigma"] = cv::Mat_<float>(20, 20, 0.0F);
   expectError([&] { fuse({unsure}); }, "sigma of 0");

@@ -13,6 +13,7 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/json_file.hpp>
+#include <vorn/mv/core/matrix_json.hpp>
 #include <vorn/mv/surface/mesh.hpp>
 
 #include "support/file_content.hpp"
@@ -146,6 +147,42 @@ TEST_F(TextureCommand, SaysWhichViewsLackWhat) {
   EXPECT_NE(texture({folder_ / ""}).errors.find("gone.png"), std::string::npos);
   put(folder_ / "pose.json", "{}");
   EXPECT_NE(texture(left()).errors.find("pose.json"), std::string::npos);
+}
+
+TEST_F(TextureCommand, ReadsAMotionInBothFormsAndRefusesWhatIsNone) {
+  cv::Matx44d const pose = viewFromMesh(-10.0).inv();
+  nlohmann::json const rows = viewPosesJson({{"left", pose, "", ""}})["views"][0]["commonFromView"];
+  nlohmann::json const object = cv::Mat(pose);
+  std::string first;
+  for (char const* member : {"commonFromView", "targetFromSource"}) {
+    for (nlohmann::json const& form : {rows, object}) {
+      put(folder_ / "pose.json", nlohmann::json{{member, form}}.dump());
+      reportOf(left());
+      std::string const picture = contentOf(folder_ / "textured.png");
+      first = first.empty() ? picture : first;
+      EXPECT_EQ(picture, first) << member << form;
+    }
+  }
+  auto const refusal = [&](cv::Matx44d const& motion) {
+    put(folder_ / "pose.json", viewPosesJson({{"left", motion, "", ""}})["views"][0].dump());
+    return texture(left()).errors;
+  };
+  EXPECT_NE(refusal(pose.t()).find("pose.json: \"commonFromView\" is no rigid motion: its last row"),
+            std::string::npos)
+      << refusal(pose.t());
+  EXPECT_NE(refusal(cv::Matx44d::diag({1, 1, -1, 1})).find("is no rigid motion"), std::string::npos);
+  for (char const* text :
+       {R"([[1, 0, 0, 0], [0, 1, 0, 0], [0, 0, 1, 0]])", R"([1, 2])", R"({"rows": 4})", "7"}) {
+    put(folder_ / "pose.json", std::string(R"({"targetFromSource": )") + text + "}");
+    EXPECT_NE(texture(left()).errors.find("neither a list of four rows"), std::string::npos) << text;
+  }
+  // Of few digits: the nearest rotation.
+  put(folder_ / "pose.json",
+      R"({"commonFromView": [[0.98481, 0, -0.17365, 0], [0, 1, 0, 0], [0.17365, 0, 0.98481, 0], [0, 0, 0, 1]]})");
+  EXPECT_EQ(readViewPose(folder_ / "pose.json")(0, 0), readViewPose(folder_ / "pose.json")(2, 2));
+  EXPECT_NEAR(cv::determinant(readViewPose(folder_ / "pose.json")), 1.0, 1e-14);
+  put(folder_ / "views.json", viewPosesJson({{"right", pose.t(), "fine.json", ""}}).dump());
+  EXPECT_NE(texture({folder_ / ""}).errors.find("views.json: view right"), std::string::npos);
 }
 
 } // namespace

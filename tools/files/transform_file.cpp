@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/files/transform_file.hpp"
 
-#include <cmath>
+#include <algorithm>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -44,13 +45,30 @@ std::string textOf(cv::Vec3d const& vector) {
   return printed("(%.3g, %.3g, %.3g)", vector[0], vector[1], vector[2]);
 }
 
-bool isRigid(cv::Matx44d const& motion) {
-  constexpr double tolerance = 1e-6;
+/// What a rotation of few digits stands for: the one nearest to it.
+cv::Matx44d rigidMotion(cv::Matx44d motion, std::string const& what) {
+  constexpr double fewDigits = 1e-4;
+  constexpr double rounding = 1e-9;
   cv::Matx33d const rotation = motion.get_minor<3, 3>(0, 0);
-  cv::Matx33d const rest = rotation * rotation.t() - cv::Matx33d::eye();
-  cv::Vec4d const last(motion(3, 0), motion(3, 1), motion(3, 2), motion(3, 3) - 1.0);
-  return cv::norm(rest, cv::NORM_INF) < tolerance && cv::determinant(rotation) > 0.0 &&
-         cv::norm(last) == 0.0 && cv::checkRange(cv::Mat(motion));
+  double const rest = cv::norm(rotation * rotation.t() - cv::Matx33d::eye(), cv::NORM_INF);
+  cv::Matx14d const last = motion.row(3) - cv::Matx14d(0, 0, 0, 1);
+  bool const isRigid = cv::checkRange(motion) && rest < fewDigits && cv::determinant(rotation) > 0.0 &&
+                       cv::norm(last, cv::NORM_INF) < rounding;
+  if (!isRigid) {
+    bool const endsWrong = cv::checkRange(motion) && !(cv::norm(last, cv::NORM_INF) < rounding);
+    throw Exception(what + " is no rigid motion" + (endsWrong ? ": its last row is not 0, 0, 0, 1" : ""),
+                    nullptr, 0, "readMotion");
+  }
+  if (rest > rounding) {
+    cv::Matx33d u, vt;
+    cv::Vec3d stretches;
+    cv::SVD::compute(rotation, stretches, u, vt);
+    cv::Matx33d const nearest = u * vt;
+    for (int i = 0; i < 9; ++i) {
+      motion(i / 3, i % 3) = nearest.val[i];
+    }
+  }
+  return motion;
 }
 
 } // namespace
@@ -97,24 +115,37 @@ nlohmann::json transformJson(mv::Registration const& found, cv::Vec3d const& sou
   return json;
 }
 
-cv::Matx44d readTransform(std::string const& path) {
-  nlohmann::json const json = readJsonFile(path);
-  cv::Mat matrix;
+cv::Matx44d motionFrom(nlohmann::json const& json, char const* member, std::string const& path) {
+  std::string const what = path + ": \"" + member + "\"";
+  if (!json.is_object() || !json.contains(member)) {
+    throw Exception(path + " has no motion \"" + member + "\"", nullptr, 0, "readMotion");
+  }
+  nlohmann::json const& value = json[member];
+  cv::Matx44d motion;
+  bool isRead = true;
   try {
-    json.at("targetFromSource").get_to(matrix);
-  } catch (std::exception const& e) {
-    throw Exception(path + " has no motion \"targetFromSource\": " + e.what(), nullptr, 0, "align");
+    if (value.is_array()) {
+      auto const rows = value.get<std::vector<std::vector<double>>>();
+      isRead = rows.size() == 4 &&
+               std::all_of(rows.begin(), rows.end(), [](auto const& row) { return row.size() == 4; });
+      for (std::size_t i = 0; isRead && i < 16; ++i) {
+        motion.val[i] = rows[i / 4][i % 4];
+      }
+    } else {
+      value.get_to(motion);
+    }
+  } catch (std::exception const&) {
+    isRead = false;
   }
-  if (matrix.size() != cv::Size(4, 4) || matrix.channels() != 1) {
-    throw Exception(path + ": \"targetFromSource\" is no matrix of four rows and columns", nullptr, 0,
-                    "align");
+  if (!isRead) {
+    throw Exception(what + " is neither a list of four rows of four numbers nor a matrix object of that size",
+                    nullptr, 0, "readMotion");
   }
-  matrix.convertTo(matrix, CV_64F);
-  cv::Matx44d const motion(matrix.ptr<double>());
-  if (!isRigid(motion)) {
-    throw Exception(path + ": \"targetFromSource\" is no rigid motion", nullptr, 0, "align");
-  }
-  return motion;
+  return rigidMotion(motion, what);
+}
+
+cv::Matx44d readTransform(std::string const& path) {
+  return motionFrom(readJsonFile(path), "targetFromSource", path);
 }
 
 std::string wordsOf(mv::FreeMotion const& motion) {

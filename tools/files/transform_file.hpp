@@ -25,6 +25,12 @@ cv::Matx44d betweenClouds(cv::Matx44d const& target_from_source, cv::Vec3d const
 nlohmann::json transformJson(mv::Registration const& found, cv::Vec3d const& sourceOffset,
                              cv::Vec3d const& targetOffset);
 
+/// A rigid motion of a file: four rows of four numbers, or a matrix object as `transformJson` writes. Of a
+/// rotation of few digits, orthonormal to 1e-4, it is the nearest one.
+/// @param path of the file, for messages
+/// @throws Exception that names file and member when there is none, or it is no rigid motion
+cv::Matx44d motionFrom(nlohmann::json const& json, char const* member, std::string const& path);
+
 /// The member "targetFromSource" of a transform file.
 /// @throws Exception that names the file when there is none, or it is no rigid motion
 cv::Matx44d readTransform(std::string const& path);

@@ -34,21 +34,6 @@ std::vector<std::string> const& cloudEndings() {
   return endings;
 }
 
-cv::Matx44d poseOf(nlohmann::json const& json, std::string const& path) {
-  cv::Matx44d pose;
-  try {
-    nlohmann::json const& rows = json.at(poseName);
-    for (int i = 0; i < 4; ++i) {
-      for (int j = 0; j < 4; ++j) {
-        pose(i, j) = rows.at(static_cast<std::size_t>(i)).at(static_cast<std::size_t>(j)).get<double>();
-      }
-    }
-  } catch (nlohmann::json::exception const&) {
-    throw refusal(path, std::string("\"") + poseName + "\" is no list of four rows of four numbers");
-  }
-  return pose;
-}
-
 /// A member of a view that may be left out; empty then.
 std::string textOf(nlohmann::json const& view, char const* member, std::string const& path) {
   if (!view.contains(member)) {
@@ -74,7 +59,7 @@ std::optional<ViewEntry> entryOf(fs::path const& folder, std::string const& name
       entry.path = cloud.string();
       fs::path const pose = folder / (name + ".json");
       if (fs::exists(pose)) {
-        entry.commonFromView = poseOf(readJsonFile(pose.string()), pose.string());
+        entry.commonFromView = motionFrom(readJsonFile(pose.string()), poseName, pose.string());
         entry.hasPose = true;
       }
       return entry;
@@ -117,7 +102,8 @@ std::vector<ViewPose> readViewPoses(std::string const& path) {
     if (!view.contains("name") || !view["name"].is_string()) {
       throw refusal(path, "a view has no \"name\"");
     }
-    poses.push_back({view["name"].get<std::string>(), poseOf(view, path), textOf(view, "camera", path),
+    auto const name = view["name"].get<std::string>();
+    poses.push_back({name, motionFrom(view, poseName, path + ": view " + name), textOf(view, "camera", path),
                      textOf(view, "image", path)});
   }
   return poses;
@@ -125,7 +111,7 @@ std::vector<ViewPose> readViewPoses(std::string const& path) {
 
 cv::Matx44d readViewPose(std::string const& path) {
   nlohmann::json const json = readJsonFile(path);
-  return json.contains(poseName) ? poseOf(json, path) : readTransform(path);
+  return motionFrom(json, json.contains(poseName) ? poseName : "targetFromSource", path);
 }
 
 nlohmann::json viewPosesJson(std::vector<ViewPose> const& poses) {

@@ -11,6 +11,7 @@
 
 #include "core/error.hpp"
 #include "core/median.hpp"
+#include "geometry/rigid_motion.hpp"
 #include "pointcloud/list_spacing.hpp"
 #include "pointcloud/point_access.hpp"
 
@@ -28,12 +29,8 @@ Exception viewError(std::size_t view, std::string const& reason) {
 }
 
 void checkRigid(cv::Matx44d const& transform, std::size_t view) {
-  cv::Matx33d const rotation = transform.get_minor<3, 3>(0, 0);
   constexpr double tolerance = 1e-4;
-  bool const isRigid = cv::checkRange(cv::Mat(transform)) &&
-                       cv::norm(rotation * rotation.t() - cv::Matx33d::eye()) < tolerance &&
-                       cv::determinant(rotation) > 0.0;
-  if (!isRigid) {
+  if (!isRigidMotion(transform, tolerance)) {
     throw viewError(view, "has a transform that is no rigid motion");
   }
 }

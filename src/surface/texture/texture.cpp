@@ -10,6 +10,7 @@
 
 #include "core/error.hpp"
 #include "core/progress.hpp"
+#include "geometry/rigid_motion.hpp"
 #include "surface/mesh_checks.hpp"
 #include "surface/texture/atlas.hpp"
 #include "surface/texture/brightness.hpp"
@@ -41,11 +42,8 @@ void checkView(TextureView const& view, std::size_t number) {
     throw viewError(number, "has an image of " + textOf(view.image.size()) + " by a camera of " +
                                 textOf(view.camera.getResolution()));
   }
-  cv::Matx33d const rotation = view.viewFromMesh.get_minor<3, 3>(0, 0);
   constexpr double tolerance = 1e-4;
-  if (!cv::checkRange(cv::Mat(view.viewFromMesh)) ||
-      !(cv::norm(rotation * rotation.t() - cv::Matx33d::eye()) < tolerance) ||
-      !(cv::determinant(rotation) > 0.0)) {
+  if (!isRigidMotion(view.viewFromMesh, tolerance)) {
     throw viewError(number, "has a transform that is no rigid motion");
   }
 }

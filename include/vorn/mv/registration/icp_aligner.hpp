@@ -23,7 +23,8 @@ public:
   /// some for the work and keep none.
   /// @param indices the samples of the source that decided in the end; replaced
   /// @return RMS distance of those samples to the target's surface
-  /// @throws Exception when too few samples have a place on the target; nothing has changed then
+  /// @throws Exception when too few samples have a place on the target, or the source's pending transform
+  ///         against the target's is no rigid motion to 1e-6; nothing has changed then
   virtual double apply(PointCloud& source, PointCloud& target, std::vector<unsigned>& indices) = 0;
 
 protected:

@@ -19,7 +19,8 @@ namespace vorn::mv {
 /// How `registerViews` works. Lengths are in the unit of the clouds; 0 leaves a choice to the clouds' own
 /// spacing and noise.
 struct ViewsSettings {
-  /// Where each view is thought to lie in the common frame; empty: all where their coordinates say.
+  /// Where each view is thought to lie in the common frame: rigid motions, their rotations orthonormal to
+  /// 1e-6; empty: all where their coordinates say.
   std::vector<cv::Matx44d> frameFromView;
   /// The view whose place stays; of other groups of views it is their first one.
   std::size_t fixedView = 0;
@@ -88,7 +89,8 @@ struct VORN_API ViewsRegistration {
 /// more, and about 150 bytes a sample for each overlap.
 /// @param views two or more
 /// @param observer hears of the iterations
-/// @throws Exception when a setting is outside its range, there are fewer than two views, a view has fewer
+/// @throws Exception when a setting is outside its range or a start no rigid motion, there are fewer than two
+/// views, a view has fewer
 ///         than 50 points with a normal or an offset, or one is 30 times as large as another
 /// @throws Cancelled when stopped by the observer
 VORN_API ViewsRegistration registerViews(std::vector<PointCloud> const& views,

@@ -19,7 +19,8 @@ namespace vorn::mv {
 /// How `registerClouds` works. Lengths are in the unit of the clouds; 0 leaves a choice to the clouds' own
 /// spacing and noise, so that the answer is the same in any unit.
 struct RegistrationSettings {
-  /// Where the source is thought to lie in the target's frame.
+  /// Where the source is thought to lie in the target's frame: a rigid motion, its rotation orthonormal to
+  /// 1e-6.
   cv::Matx44d targetFromSource = cv::Matx44d::eye();
   /// Points farther apart than this are never the same place. 0: three times the median distance of all
   /// pairs.
@@ -132,9 +133,9 @@ struct VORN_API Registration {
 /// remains. Working memory: about 150 bytes a point of the source and 20 of the target, without normals 15
 /// more; for blocks a sixteenth, and for lists the 25 of their octree.
 /// @param observer hears of the iterations
-/// @throws Exception when a setting is outside its range, when a cloud has fewer than 50 points with a
-/// normal,
-///         all on one line for instance, and when one is 30 times as large as the other
+/// @throws Exception when a setting is outside its range or the start no rigid motion, when a cloud has fewer
+///         than 50 points with a normal, all on one line for instance, and when one is 30 times as large as
+///         the other
 /// @throws Cancelled when stopped by the observer
 VORN_API Registration registerClouds(PointCloud const& source, PointCloud const& target,
                                      RegistrationSettings const& settings = {}, Observer* observer = nullptr);
