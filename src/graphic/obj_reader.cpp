@@ -16,6 +16,7 @@
 #include "graphic/far_coordinates.hpp"
 #include "graphic/file_colors.hpp"
 #include "graphic/line_fields.hpp"
+#include "graphic/polygon.hpp"
 
 namespace vorn::graphic {
 namespace {
@@ -124,6 +125,7 @@ public:
     if (object_.isEmpty() && hasUnknown_) {
       file_.fail("it is no OBJ file: it has no vertices");
     }
+    fans_.cutConcave(object_.vertices(), object_.triangles());
     assignNormals();
     return std::move(object_);
   }
@@ -196,10 +198,8 @@ private:
   }
 
   void takeFace(LineFields& fields) {
-    int first = none;
-    int last = none;
-    int count = 0;
-    for (std::string_view text = fields.word(); !text.empty(); text = fields.word(), ++count) {
+    corners_.clear();
+    for (std::string_view text = fields.word(); !text.empty(); text = fields.word()) {
       std::optional<Corner> const corner = parseCorner(text);
       if (!corner) {
         file_.failAtLine(quoted(text) + " is no corner of a face");
@@ -208,15 +208,12 @@ private:
       if (corner->normal != 0) {
         nameNormal(vertex, corner->normal);
       }
-      if (count >= 2) {
-        object_.triangles().emplace_back(first, last, vertex);
-      }
-      first = count == 0 ? vertex : first;
-      last = vertex;
+      corners_.push_back(vertex);
     }
-    if (count < 3) {
-      file_.failAtLine("a face of " + std::to_string(count) + " corners");
+    if (corners_.size() < 3) {
+      file_.failAtLine("a face of " + std::to_string(corners_.size()) + " corners");
     }
+    fans_.add(corners_, object_.triangles());
   }
 
   /// Notes the normal that a corner names. That it is not there costs the file its normals, not its surface:
@@ -279,6 +276,8 @@ private:
   cv::Vec3d offset_;
   OffsetFinder finder_;
   GraphicObject object_;
+  PolygonFans fans_;
+  std::vector<int> corners_; ///< of the face that is read
   std::vector<cv::Vec3f> normals_;
   std::vector<int> normalOfVertex_; ///< as long as needed for the vertices that have one
   IndexRange vertexRange_;

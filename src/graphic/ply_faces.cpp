@@ -90,12 +90,6 @@ private:
   std::int64_t vertexCount_;
 };
 
-void addFan(std::vector<int> const& corners, std::vector<cv::Vec3i>& triangles) {
-  for (std::size_t corner = 2; corner < corners.size(); ++corner) {
-    triangles.emplace_back(corners[0], corners[corner - 1], corners[corner]);
-  }
-}
-
 /// Every corner from a strip's third on makes a triangle with the two before it, of alternating direction.
 void addStrips(std::vector<int> const& corners, std::vector<cv::Vec3i>& triangles) {
   std::size_t begin = 0;
@@ -125,7 +119,7 @@ PlyProperty const* findPlyIndices(PlyElement const& element) {
 }
 
 void readPlyFaces(FileReader& file, PlyElement const& element, PlyEncoding encoding,
-                  std::uint64_t vertexCount, std::vector<cv::Vec3i>& triangles) {
+                  std::uint64_t vertexCount, std::vector<cv::Vec3i>& triangles, PolygonFans& fans) {
   PlyProperty const* const indices = findPlyIndices(element);
   if (indices == nullptr) {
     skipElement(file, element, encoding);
@@ -154,7 +148,7 @@ void readPlyFaces(FileReader& file, PlyElement const& element, PlyEncoding encod
                              : skipProperty(file, element, property, isSwapped(encoding));
       }
     }
-    areStrips ? addStrips(corners, triangles) : addFan(corners, triangles);
+    areStrips ? addStrips(corners, triangles) : fans.add(corners, triangles);
   }
 }
 

@@ -8,6 +8,7 @@
 
 #include "graphic/file_reader.hpp"
 #include "graphic/ply_header.hpp"
+#include "graphic/polygon.hpp"
 
 namespace vorn::graphic {
 
@@ -17,7 +18,8 @@ PlyProperty const* findPlyIndices(PlyElement const& element);
 /// Reads the polygons of the element "face", or the strips of the element "tristrips", as triangles; passes
 /// over the element when it has no list of vertex indices.
 /// @param vertexCount what the indices must stay below
+/// @param fans of the polygons, to be cut anew where they are not convex
 void readPlyFaces(FileReader& file, PlyElement const& element, PlyEncoding encoding,
-                  std::uint64_t vertexCount, std::vector<cv::Vec3i>& triangles);
+                  std::uint64_t vertexCount, std::vector<cv::Vec3i>& triangles, PolygonFans& fans);
 
 } // namespace vorn::graphic

@@ -50,15 +50,17 @@ GraphicObject readPly(FileReader& file) {
     file.fail("it has no vertices");
   }
   GraphicObject object;
+  PolygonFans fans;
   for (PlyElement const& element : header.elements) {
     if (element.name == "vertex") {
       readPlyVertices(file, element, header.encoding, object);
     } else if (isOfFaces(element)) {
-      readPlyFaces(file, element, header.encoding, vertex->count, object.triangles());
+      readPlyFaces(file, element, header.encoding, vertex->count, object.triangles(), fans);
     } else {
       skipElement(file, element, header.encoding);
     }
   }
+  fans.cutConcave(object.vertices(), object.triangles());
   if (std::string const left = notTaken(header); !left.empty()) {
     System::message(file.path() + ": passed over: " + left + "\n");
   }

@@ -89,6 +89,45 @@ TEST(OBJFile, FacesInAllTheirForms) {
   EXPECT_FALSE(object.hasColors());
 }
 
+TEST(OBJFile, PolygonsThatAreNotConvexKeepTheirArea) {
+  // In a tilted plane, from every corner on and in both directions: an L, a comb, and a square with a hole
+  // that is joined to its rim by a cut.
+  std::vector<std::pair<std::vector<cv::Vec2f>, double>> const shapes{
+      {{{1, 1}, {1, 2}, {0, 2}, {0, 0}, {2, 0}, {2, 1}}, 3.0},
+      {{{0, 0}, {7, 0}, {7, 3}, {6, 3}, {6, 1}, {5, 1}, {5, 3}, {4, 3}, {4, 1}, {3, 1}, {3, 3}, {0, 3}},
+       17.0},
+      {{{0, 0}, {4, 0}, {4, 4}, {0, 4}, {0, 0}, {1, 1}, {1, 3}, {3, 3}, {3, 1}, {1, 1}}, 12.0},
+      {{{0, 0}, {4, 0}, {4, 4}, {2, 0.5F}, {0, 4}}, 9.0}};
+  cv::Vec3d const x = cv::normalize(cv::Vec3d(1, 2, -0.5));
+  cv::Vec3d const y = cv::normalize(x.cross(cv::Vec3d(0.3, -1, 2)));
+  for (auto const& [corners, area] : shapes) {
+    for (std::size_t start = 0; start < 2 * corners.size(); ++start) {
+      bool const isTurned = start >= corners.size();
+      std::string vertices;
+      std::string face = "f";
+      for (std::size_t i = 0; i < corners.size(); ++i) {
+        std::size_t const step = isTurned ? corners.size() - i : i;
+        cv::Vec2f const p = corners[(start + step) % corners.size()];
+        cv::Vec3d const place = x * p[0] + y * p[1];
+        vertices += "v " + std::to_string(place[0]) + " " + std::to_string(place[1]) + " " +
+                    std::to_string(place[2]) + "\n";
+        face += " " + std::to_string(i + 1);
+      }
+      GraphicObject const object = parse(face + "\n" + vertices); // the face first: its vertices follow
+      ASSERT_EQ(object.triangles().size(), corners.size() - 2);
+      double sum = 0.0;
+      cv::Vec3d const up = x.cross(y) * (isTurned ? -1.0 : 1.0);
+      for (cv::Vec3i const& t : object.triangles()) {
+        auto const at = [&](int k) { return cv::Vec3d(object.vertices()[static_cast<std::size_t>(t[k])]); };
+        double const its = (at(1) - at(0)).cross(at(2) - at(0)).dot(up) / 2.0;
+        EXPECT_GT(its, -1e-5) << "no triangle is turned";
+        sum += std::abs(its);
+      }
+      EXPECT_NEAR(sum, area, 1e-4) << start;
+    }
+  }
+}
+
 TEST(OBJFile, BackslashesJoinLinesOfStatementsAlone) {
   GraphicObject const object =
       parse("# from C:\\models\\\n" + square + "f 1 \\\n2 \\\n3\n  # of two\\\r\nf 1 3 \\\n4 \\");

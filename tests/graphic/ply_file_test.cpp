@@ -160,6 +160,12 @@ TEST(PLYFile, PolygonsAndStripsBecomeTriangles) {
                   "9 0 1 2 3 -1 3 4 5 5\n")
                 .triangles(),
             std::vector<cv::Vec3i>({{0, 1, 2}, {2, 1, 3}, {3, 4, 5}}));
+  // A dart: of its two triangles none may lie outside.
+  EXPECT_EQ(parse("ply\nformat ascii 1.0\nelement vertex 4\n" + xyz +
+                  "element face 1\nproperty list uchar int vertex_indices\nend_header\n"
+                  "0 4 0\n-4 0 0\n0 1 0\n4 0 0\n4 3 0 1 2\n")
+                .triangles(),
+            std::vector<cv::Vec3i>({{2, 3, 0}, {0, 1, 2}}));
 }
 
 TEST(PLYFile, ListsInVerticesAndFacesBeforeThem) {

@@ -23,8 +23,10 @@ namespace vorn::graphic {
 /// Lists of a vertex are passed over. Coordinates of types finer than float that floats would move by more
 /// than a hundred-thousandth of the cloud's extent are kept relative to an offset of few digits, `offset()`;
 /// strays, and zeros where a scanner saw nothing, have no say in it.
-/// Polygons of the element `face` become triangle fans, `tristrips` become triangles; a polygon of fewer than
-/// three corners has no area and is passed over. Values beyond the range of `float` become infinite.
+/// Polygons of the element `face` become triangle fans, or where they are not convex the triangles that
+/// cutting ears off leaves (one that crosses itself stays a fan), `tristrips` become triangles; a polygon of
+/// fewer than three corners has no area and is passed over. Values beyond the range of `float` become
+/// infinite.
 class VORN_API PLYFile {
 public:
   /// How values are stored. Binary files hold the exact bits of every value, ascii files the fewest digits
