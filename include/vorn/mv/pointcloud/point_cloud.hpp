@@ -285,17 +285,18 @@ public:
   /// than `maxStep` from the point above, below, left or right, whatever the state of that one.
   ///
   /// The distance is three-dimensional and in double precision. One to a NaN point is no step; one between a
-  /// finite and an infinite point is. Organized clouds only.
+  /// finite and an infinite point is. Organized clouds only: on others nothing happens, nor is anything said.
   void filterByDz(float maxStep);
 
   /// Removes all cells nearer than `width` cells to the border for good, whatever their state. Organized
-  /// clouds only.
+  /// clouds only: on others nothing happens, nor is anything said.
   void filterBorder(int width);
 
   /// Peels one layer off every hole and outer boundary: deletes (state 1) the present inner points that have
   /// a neighbour in the grid that was not present before; the lower left neighbour is not looked at.
   ///
-  /// Opens no undo generation: the points join the latest one. Organized clouds only.
+  /// Opens no undo generation: the points join the latest one. Organized clouds only: on others nothing
+  /// happens, nor is anything said.
   void filterOutlier();
 
   /// Deletes the points that have fewer than `minNeighbours` present points nearer than `radius`, themselves
@@ -303,7 +304,8 @@ public:
   /// point, up to 18 when nearly all are deleted.
   ///
   /// Points are judged in row-major order, and one that was deleted no longer counts as a neighbour of later
-  /// ones.
+  /// ones. No point is nearer than a radius that is 0, negative or NaN, not even the point itself: `clean`
+  /// deletes every point then, if `minNeighbours` is 1 or more.
   /// @return the number of points deleted
   int clean(float radius, int minNeighbours);
 
