@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <limits>
 #include <optional>
 #include <string>
@@ -126,12 +127,14 @@ public:
       file_.fail("it is no OBJ file: it has no vertices");
     }
     fans_.cutConcave(object_.vertices(), object_.triangles());
+    assignColors();
     assignNormals();
     return std::move(object_);
   }
 
 private:
-  static constexpr std::uint64_t shortestStatement = 7; // "v 1 2 3"
+  static constexpr std::uint64_t shortestStatement = 7;                 // "v 1 2 3"
+  static constexpr float full = std::numeric_limits<float>::infinity(); ///< of a colour, in any unit
 
   /// The next line; with the lines behind it that a backslash at its end joins to it. At the end of a comment
   /// it is mere text, as in "# from C:\models\", and must not swallow the statement behind it.
@@ -172,15 +175,29 @@ private:
     cv::Vec3d const place(values[0], values[1], values[2]);
     finder_.add(place);
     object_.vertices().push_back(static_cast<cv::Vec3f>(place - offset_));
-    bool const isColored = count >= 6;
-    if (isColored || object_.hasColors()) {
-      cv::Vec4b const white(255, 255, 255, 255);
-      object_.colors().resize(object_.vertices().size(), white);
-      if (isColored) {
-        auto const component = [&](std::size_t i) { return colorByte(static_cast<float>(values[i])); };
-        object_.colors().back() = {component(3), component(4), component(5),
-                                   count == 7 ? component(6) : white[3]};
+    if (count >= 6) {
+      cv::Vec4d const color(values[3], values[4], values[5], count == 7 ? values[6] : full);
+      colors_.resize(object_.vertices().size() - 1, cv::Vec4f::all(full));
+      colors_.emplace_back(color);
+      for (double const component : color.val) {
+        greatestColor_ = std::isfinite(component) ? std::max(greatestColor_, component) : greatestColor_;
       }
+    }
+  }
+
+  /// Programs write 0..1 or 0..255. Where nothing is above 2, a file of the latter would be all but black,
+  /// and one of the former may overshoot.
+  void assignColors() {
+    constexpr double mostOfUnit = 2.0;
+    if (colors_.empty()) {
+      return;
+    }
+    colors_.resize(object_.vertices().size(), cv::Vec4f::all(full));
+    float const unit = greatestColor_ > mostOfUnit ? 255.0F : 1.0F;
+    object_.colors().reserve(colors_.size());
+    for (cv::Vec4f const& color : colors_) {
+      object_.colors().emplace_back(colorByte(color[0] / unit), colorByte(color[1] / unit),
+                                    colorByte(color[2] / unit), colorByte(color[3] / unit));
     }
   }
 
@@ -277,7 +294,9 @@ private:
   OffsetFinder finder_;
   GraphicObject object_;
   PolygonFans fans_;
-  std::vector<int> corners_; ///< of the face that is read
+  std::vector<int> corners_;      ///< of the face that is read
+  std::vector<cv::Vec4f> colors_; ///< as the file has them
+  double greatestColor_ = 0.0;
   std::vector<cv::Vec3f> normals_;
   std::vector<int> normalOfVertex_; ///< as long as needed for the vertices that have one
   IndexRange vertexRange_;

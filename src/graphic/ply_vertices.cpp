@@ -233,7 +233,7 @@ bool takeColor(LineFields& line, PlyType type, unsigned char& color) {
   if (!line.number(value)) {
     return false;
   }
-  color = toColor(isInteger(type) ? value / 255 : value);
+  color = toColor(type == PlyType::UInt16 ? value / 65535 : isInteger(type) ? value / 255 : value);
   return true;
 }
 

@@ -128,6 +128,14 @@ TEST(OBJFile, PolygonsThatAreNotConvexKeepTheirArea) {
   }
 }
 
+TEST(OBJFile, ColorsAreOfOneOr255) {
+  using Colors = std::vector<cv::Vec4b>;
+  EXPECT_EQ(parse("v 0 0 0 255 128 0\nv 1 0 0\nv 0 1 0 1 0 2 64\n").colors(),
+            Colors({{255, 128, 0, 255}, {255, 255, 255, 255}, {1, 0, 2, 64}}));
+  EXPECT_EQ(parse("v 0 0 0 1.25 0.5 0\nv 1 0 0\n").colors(),
+            Colors({{255, 128, 0, 255}, {255, 255, 255, 255}}));
+}
+
 TEST(OBJFile, BackslashesJoinLinesOfStatementsAlone) {
   GraphicObject const object =
       parse("# from C:\\models\\\n" + square + "f 1 \\\n2 \\\n3\n  # of two\\\r\nf 1 3 \\\n4 \\");

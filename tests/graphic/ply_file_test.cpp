@@ -149,6 +149,21 @@ TEST(PLYFile, ColoursOfFloatsAreSharesAndOfIntegersBytes) {
   }
 }
 
+TEST(PLYFile, ColorsOf16BitsAreOf65535) {
+  std::string const header = " 1.0\nelement vertex 1\n" + xyz +
+                             "property ushort red\nproperty ushort green\nproperty ushort blue\nend_header\n";
+  std::vector<cv::Vec4b> const expected{{255, 128, 1, 255}};
+  EXPECT_EQ(parse("ply\nformat ascii" + header + "0 0 0 65535 32896 257\n").colors(), expected);
+  Bytes bytes(false);
+  bytes.add(0.0F)
+      .add(0.0F)
+      .add(0.0F)
+      .add(std::uint16_t{65535})
+      .add(std::uint16_t{32896})
+      .add(std::uint16_t{257});
+  EXPECT_EQ(parse("ply\nformat binary_little_endian" + header + bytes.text()).colors(), expected);
+}
+
 TEST(PLYFile, PolygonsAndStripsBecomeTriangles) {
   std::string const start = "ply\nformat ascii 1.0\nelement vertex 6\n" + xyz;
   std::string const points = "end_header\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n2 0 0\n2 1 0\n";
