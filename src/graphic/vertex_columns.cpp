@@ -13,6 +13,7 @@
 #include "core/large_array.hpp"
 #include "graphic/far_coordinates.hpp"
 #include "graphic/field_names.hpp"
+#include "graphic/file_colors.hpp"
 
 namespace vorn::graphic {
 namespace {
@@ -99,6 +100,7 @@ VertexRows::VertexRows(std::vector<VertexColumn> columns, std::vector<std::strin
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     Role const role = columns_[i].role;
     hasNormals_ = hasNormals_ || role == Role::Normal;
+    hasColorColumns_ = hasColorColumns_ || role == Role::Color;
     hasColors_ = hasColors_ || role == Role::Color || role == Role::Packed || role == Role::PackedWithAlpha;
     if (role == Role::Field) {
       columns_[i].channel = fieldNames.size();
@@ -127,6 +129,7 @@ void VertexRows::add(double const* values) {
   cv::Vec3d place;
   cv::Vec3f normal;
   cv::Vec4b color(0, 0, 0, 255);
+  cv::Vec4b unitColor(0, 0, 0, 255);
   for (VertexColumn const& column : columns_) {
     double const value = *values++;
     auto const channel = static_cast<int>(column.channel);
@@ -139,6 +142,9 @@ void VertexRows::add(double const* values) {
       break;
     case Role::Color:
       color[channel] = byteOf(value);
+      unitColor[channel] = colorByte(value);
+      isUnit_ = isUnit_ && !(value > 1.0);
+      hasFraction_ = hasFraction_ || (value > 0.0 && value < 1.0);
       break;
     case Role::Packed:
     case Role::PackedWithAlpha:
@@ -158,10 +164,18 @@ void VertexRows::add(double const* values) {
   if (hasColors_) {
     object_.colors().push_back(color);
   }
+  if (hasColorColumns_ && isUnit_) {
+    unitColors_.push_back(unitColor);
+  } else {
+    unitColors_ = {};
+  }
 }
 
 GraphicObject VertexRows::finish() {
   setPlaces(object_, places_);
+  if (isUnit_ && hasFraction_) {
+    object_.colors() = std::move(unitColors_);
+  }
   return std::move(object_);
 }
 

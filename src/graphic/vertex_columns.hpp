@@ -53,6 +53,11 @@ private:
   std::vector<VertexColumn> columns_;
   bool hasNormals_ = false;
   bool hasColors_ = false;
+  bool hasColorColumns_ = false;
+  /// Colours in columns are 0..255, but 0..1 where none is above 1 and some lie between 0 and 1.
+  bool isUnit_ = true;
+  bool hasFraction_ = false;
+  std::vector<cv::Vec4b> unitColors_; ///< as long as they may be that
   GraphicObject object_;
   std::vector<cv::Vec3d> places_;
   std::vector<std::vector<float>*> fields_;

@@ -344,6 +344,17 @@ TEST_F(XyzFile, StrayPlacesLoseNoDigitsOfOthers) {
   EXPECT_NE(said([&] { parse(textOf(apart, "")); }).find("than floats tell"), std::string::npos);
 }
 
+TEST_F(XyzFile, ColorsOfOneAreTold) {
+  auto const colorsOf = [&](std::string const& rows) {
+    vorn::test::put(path(), "x y z r g b\n" + rows);
+    return XYZFile().read(path()).colors();
+  };
+  using Colors = std::vector<cv::Vec4b>;
+  EXPECT_EQ(colorsOf("0 0 0 0.5 0.25 1\n1 0 0 0 1 0\n"), Colors({{128, 64, 255, 255}, {0, 255, 0, 255}}));
+  EXPECT_EQ(colorsOf("0 0 0 0.5 0.25 1\n1 0 0 0 200 0\n"), Colors({{1, 0, 1, 255}, {0, 200, 0, 255}}));
+  EXPECT_EQ(colorsOf("0 0 0 0 1 1\n1 0 0 0 1 0\n"), Colors({{0, 1, 1, 255}, {0, 1, 0, 255}}));
+}
+
 TEST_F(XyzFile, TakesTheHeadingsOfOrdinaryExports) {
   for (std::string const heading :
        {"X [mm],Y [mm],Z [mm]\n1,2,3\n", "X[mm] Y[mm] Z[mm]\n1 2 3\n", "x (m) y (m) z (m)\n1 2 3\n",
