@@ -15,8 +15,8 @@ namespace vorn::graphic {
 /// any scalar type, comments, and elements besides the vertices, which are passed over. Of a vertex it takes
 /// - `x`, `y`, `z`, which must be there, and `nx`, `ny`, `nz`;
 /// - `red`, `green`, `blue` and `alpha` (also with the prefix `diffuse_`, or as `r`, `g`, `b`, `a`): whole
-///   numbers in 0..255, larger and smaller ones clamped, or floating point numbers in 0..1; alpha is 255 when
-///   it is missing.
+///   numbers in 0..255 (of type `ushort` in 0..65535), larger and smaller ones clamped, or floating point
+///   numbers in 0..1; alpha is 255 when it is missing.
 /// - every other property that is a number, and what there is of normals and colours that are not complete,
 ///   as one of the object's fields, in single precision. A field's name is the property's, without the prefix
 ///   `scalar_` that marks it in files of this and of other programs.
