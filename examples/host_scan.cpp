@@ -43,7 +43,7 @@ std::vector<cv::Mat> capture(Rig& rig) {
   generate_ps4_patterns(columns, rows, rig.projectorSize());
   std::vector<cv::Mat> images;
   for (cv::Mat const& pattern : columns) {
-    images.push_back(toGrayMat(rig.showAndGrab(pattern)));
+    images.push_back(toMat(rig.showAndGrab(pattern)));
   }
   return images;
 }

@@ -33,6 +33,7 @@ double convert(cv::Size const& size, Convert const& toMatrix) {
 std::vector<MemoryCase> imageCases() {
   std::vector<MemoryCase> cases = {
       {"`toBGRMat`", [](Sizes const& s) { return convert(s.image, mv::toBGRMat); }},
+      {"`toMat`", [](Sizes const& s) { return convert(s.image, mv::toMat); }},
       {"`toGrayMat`", [](Sizes const& s) { return convert(s.image, mv::toGrayMat); }},
   };
   for (std::string const& name : mv::imageFilters().names()) {

@@ -35,21 +35,26 @@ Conversion conversion(PixelFormat::Order order) {
   throw error("Unknown pixel format", "Image");
 }
 
+/// A view of the image's pixels, of which OpenCV has none that is const: to be read only.
+cv::Mat viewOf(Image const& image) {
+  PixelFormat const& format = image.getPixelFormat();
+  int const depth = format.bitsPerChannel == 8 ? CV_8U : CV_16U;
+  return {image.getHeight(), image.getWidth(), CV_MAKETYPE(depth, format.channels()),
+          const_cast<std::uint8_t*>(image.getData())};
+}
+
 cv::Mat converted(Image const& image, int Conversion::*code) {
   if (image.isEmpty()) {
     return {};
   }
-  PixelFormat const& format = image.getPixelFormat();
-  int const depth = format.bitsPerChannel == 8 ? CV_8U : CV_16U;
-  // OpenCV has no view of const pixels; this one is only read.
-  cv::Mat const pixels(image.getHeight(), image.getWidth(), CV_MAKETYPE(depth, format.channels()),
-                       const_cast<std::uint8_t*>(image.getData()));
+  cv::Mat const pixels = viewOf(image);
+  int const depth = pixels.depth();
   cv::Mat bytes = pixels;
   if (depth != CV_8U) {
     constexpr double byteFromWord = 255.0 / 65535.0;
     pixels.convertTo(bytes, CV_8U, byteFromWord);
   }
-  int const step = conversion(format.order).*code;
+  int const step = conversion(image.getPixelFormat().order).*code;
   cv::Mat result;
   if (step >= 0) {
     cv::cvtColor(bytes, result, step);
@@ -94,6 +99,21 @@ Image::Image(void const* data, int width, int height, PixelFormat format)
 
 cv::Mat toBGRMat(Image const& image) {
   return converted(image, &Conversion::toBGR);
+}
+
+cv::Mat toMat(Image const& image) {
+  if (image.isEmpty()) {
+    return {};
+  }
+  PixelFormat::Order const order = image.getPixelFormat().order;
+  int const step = order == PixelFormat::Order::Gray ? -1 : conversion(order).toBGR;
+  cv::Mat const pixels = viewOf(image);
+  if (step < 0) {
+    return pixels.clone();
+  }
+  cv::Mat result;
+  cv::cvtColor(pixels, result, step);
+  return result;
 }
 
 cv::Mat toGrayMat(Image const& image) {

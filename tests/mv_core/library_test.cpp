@@ -76,6 +76,26 @@ TEST(Image, KeepsItsRowsAndColumns) {
   EXPECT_EQ(toBGRMat(image).size(), cv::Size(3, 2));
 }
 
+/// What a camera of 12 bits delivers in words is what a scan reads.
+TEST(Image, AMatrixHasAllBitsOfItsChannels) {
+  std::vector<std::uint16_t> words{0, 17, 4095, 65535};
+  cv::Mat const deep = toMat(Image(words.data(), 2, 2, PixelFormat{PixelFormat::Order::Gray, 16}));
+  ASSERT_EQ(deep.type(), CV_16UC1);
+  words.assign(4, 1);
+  cv::Mat const expected = (cv::Mat_<std::uint16_t>(2, 2) << 0, 17, 4095, 65535);
+  EXPECT_EQ(cv::norm(deep, expected, cv::NORM_INF), 0);
+
+  std::array<std::uint16_t, 4> const rgba{4000, 300, 2, 65535};
+  cv::Mat const colour = toMat(Image(rgba.data(), 1, 1, PixelFormat{PixelFormat::Order::RGBA, 16}));
+  ASSERT_EQ(colour.type(), CV_16UC3);
+  EXPECT_EQ(colour.at<cv::Vec3w>(0, 0), cv::Vec3w(2, 300, 4000));
+  std::array<std::uint8_t, 3> const bgr{1, 2, 3};
+  cv::Mat const bytes = toMat(Image(bgr.data(), 1, 1, PixelFormat{PixelFormat::Order::BGR, 8}));
+  ASSERT_EQ(bytes.type(), CV_8UC3);
+  EXPECT_EQ(bytes.at<cv::Vec3b>(0, 0), cv::Vec3b(1, 2, 3));
+  EXPECT_TRUE(toMat(Image()).empty());
+}
+
 TEST(Image, ScalesWordsAndOwnsItsPixels) {
   std::vector<std::uint16_t> words{0, 65535, 49151, 257};
   Image const image(words.data(), 2, 2, PixelFormat{PixelFormat::Order::Gray, 16});

@@ -59,8 +59,13 @@ private:
 /// The image as H x W CV_8UC3 in OpenCV's order; 16 bits are scaled to 8, alpha is dropped, grey is repeated.
 /// Working memory: none at 8 bits, a byte a channel and pixel at 16.
 VORN_API cv::Mat toBGRMat(Image const& image);
-/// The image as H x W CV_8UC1; colours are weighted as by `cv::cvtColor`, 16 bits are scaled to 8. Working
-/// memory as for `toBGRMat`.
+/// The image with all its bits, as `scan` and `decode_patterns` take it: H x W of 8 or 16 bits, grey of one
+/// channel, colours of three in OpenCV's order; alpha is dropped. Nothing is scaled: 10 or 12 bits that a
+/// driver delivers in 16 stay as they are. Working memory: none.
+VORN_API cv::Mat toMat(Image const& image);
+/// The image as H x W CV_8UC1; colours are weighted as by `cv::cvtColor`, 16 bits are scaled to 8, of
+/// which 10 or 12 bits that a driver delivers in 16 leave the darkest levels only: `toMat` keeps them.
+/// Working memory as for `toBGRMat`.
 VORN_API cv::Mat toGrayMat(Image const& image);
 
 } // namespace vorn::mv
