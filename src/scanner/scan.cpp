@@ -22,6 +22,7 @@
 #include "core/error.hpp"
 #include "core/pieces.hpp"
 #include "scanner/decoded_sizes.hpp"
+#include "scanner/placement_doubts.hpp"
 #include "scanner/scan_noise.hpp"
 #include "scanner/scan_points.hpp"
 #include "scanner/scanner_access.hpp"
@@ -124,7 +125,8 @@ PointCloud cloudOf(ScanResult const& result, cv::Mat const& white, Progress cons
 cv::Mat_<cv::Vec3f> placedPoints(Sl3dScanner& scanner, cv::Mat_<float> const& map, Progress const& progress) {
   Sl3dScanner const& self = scanner;
   sl::TriangulationSetup const setup = ScannerAccess::triangulationSetup(scanner, progress.part(0.0, 0.4));
-  cv::Mat_<cv::Vec3f> xyz = pointsInCamera(setup, map, coordinateOf(self), progress.part(0.4, 0.6));
+  cv::Mat_<cv::Vec3f> xyz = pointsInCamera(setup, map, coordinateOf(self), progress.part(0.4, 0.58));
+  dropBeyond(xyz, farthestDepth(self), progress.part(0.58, 0.6));
   int const blurRadius = self["PointcloudBlurRadius"];
   if (blurRadius > 0) {
     blurMeasured(xyz, blurRadius, progress.part(0.6, 0.8));
@@ -170,6 +172,22 @@ cv::Mat textureOf(cv::Mat_<float> const& modulation, cv::Mat_<uchar> const& mask
   return texture;
 }
 
+/// Planes beyond those that the projector's stripes need show nothing that is known: `decode` reads them as
+/// bits of words that no stripe has.
+/// @throws Exception with both counts
+void requireOwnImages(Sl3dScanner const& scanner, std::size_t count) {
+  sl::CodedAxis const axis = ScannerAccess::codedAxis(scanner);
+  int const planes = axis.code.wordBits(axis.resolution) - 1;
+  auto const most = static_cast<std::size_t>(sl::StripeCode::images(std::max(1, planes)));
+  if (axis.resolution >= axis.code.period && count > most) {
+    bool const isColumn = coordinateOf(scanner) == MapCoordinate::Column;
+    throw error("There are " + std::to_string(count) + " images, but the sequence of " +
+                    std::to_string(axis.resolution) + (isColumn ? " columns" : " rows") + " has " +
+                    std::to_string(most),
+                "scan");
+  }
+}
+
 } // namespace
 
 void ScannerAccess::requireScannable(Sl3dScanner const& scanner, cv::Size const& images) {
@@ -203,6 +221,7 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
                 Observer* observer) {
   settings.check();
   ScannerAccess::requireScannable(scanner, images.empty() ? cv::Size() : images.front().size());
+  requireOwnImages(scanner, images.size());
   Progress const progress(observer);
   ScanResult result;
   Timer timer;
@@ -237,6 +256,12 @@ ScanResult scan(Sl3dScanner& scanner, std::vector<cv::Mat> const& images, ScanSe
     result.modulation = modulationOf(stack, progress.part(0.87, 0.92));
   }
   finishMask(result, progress.part(0.92, 0.95));
+  if (result.doubts.empty()) { // what is wrong with places comes of wrong images
+    result.doubts = placementDoubts(scanner, result);
+  }
+  if (result.counts.points == 0) { // what else is said of such images may come of it
+    result.doubts.insert(result.doubts.begin(), emptyDoubt(images, result.whiteLevel, result, axis));
+  }
   progress.at(makingCloud, 0.95);
   cv::Mat const white = settings.makeTexture ? sl::whiteLevel(stack) : cv::Mat();
   result.cloud = cloudOf(result, white, progress.part(0.95, 1.0));

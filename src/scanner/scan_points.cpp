@@ -71,6 +71,20 @@ cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float>
   return xyz;
 }
 
+void dropBeyond(cv::Mat_<cv::Vec3f>& xyz, double farthest, Progress const& progress) {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  auto const most = static_cast<float>(farthest);
+  parallelRows(xyz.rows, bandRows, progress, "triangulating", [&](int firstRow, int endRow) {
+    for (int y = firstRow; y < endRow; ++y) {
+      for (int x = 0; x < xyz.cols; ++x) {
+        if (xyz(y, x)[2] > most) { // false for a NaN
+          xyz(y, x) = cv::Vec3f(nan, nan, nan);
+        }
+      }
+    }
+  });
+}
+
 void blurMeasured(cv::Mat_<cv::Vec3f>& xyz, int radius, Progress const& progress) {
   // Points and their weight, blurred together.
   cv::Mat_<cv::Vec4f> weighted(xyz.size());

@@ -23,6 +23,9 @@ MapCoordinate coordinateOf(Sl3dScanner const& scanner);
 cv::Mat_<cv::Vec3f> pointsInCamera(sl::TriangulationSetup setup, cv::Mat_<float> const& map,
                                    MapCoordinate coordinate, Progress const& progress);
 
+/// Puts NaN in place of points of a greater depth.
+void dropBeyond(cv::Mat_<cv::Vec3f>& xyz, double farthest, Progress const& progress);
+
 /// Gaussian blur over 2 r + 1 pixels in square, weighted with what is measured: a point becomes the mean of
 /// the points around it, and NaN stays NaN.
 void blurMeasured(cv::Mat_<cv::Vec3f>& xyz, int radius, Progress const& progress);

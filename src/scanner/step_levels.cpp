@@ -84,8 +84,7 @@ StepLevels levelsOf(LitSums const& sums, std::array<float, 4> const& factors) {
   auto const count = static_cast<double>(sums.count);
   std::array<double, steps> means{};
   for (std::size_t k = 0; k < steps; ++k) {
-    means[k] =
-        static_cast<double>(factors[k]) * static_cast<double>(sums.levels[k]) / count;
+    means[k] = static_cast<double>(factors[k]) * static_cast<double>(sums.levels[k]) / count;
   }
   double const excess = means[0] - means[1] + means[2] - means[3];
   double const amplitude = 0.5 * std::sqrt(sums.squares / count);
@@ -119,9 +118,10 @@ std::string shortNumber(double value) {
 
 std::string StepLevels::text() const {
   constexpr double dark = 0.02; // of the others
-  std::string const how = level < dark * usual ? "is dark"
-                                               : "has a mean of " + shortNumber(level) + ", the other steps " +
-                                                     shortNumber(usual) + " in the same pixels";
+  std::string const how = level < dark * usual
+                              ? "is dark"
+                              : "has a mean of " + shortNumber(level) + ", the other steps " +
+                                    shortNumber(usual) + " in the same pixels";
   return how + ", which turns the phase by up to " + shortNumber(phaseError) + " rad (limit " +
          shortNumber(mostPhaseError) + "): a frame was lost, or a lamp or the exposure changed";
 }
@@ -134,7 +134,8 @@ StepLevels stepLevels(sl::GreyStack const& stack, LitLimits const& limits) {
   for (LitSums const& cell : sums) {
     count += cell.count;
   }
-  std::int64_t const ofClass = std::max<std::int64_t>(fewestOfClass, count / static_cast<std::int64_t>(classes));
+  std::int64_t const ofClass =
+      std::max<std::int64_t>(fewestOfClass, count / static_cast<std::int64_t>(classes));
   StepLevels worst;
   LitSums own;
   for (LitSums const& cell : sums) {

@@ -33,8 +33,8 @@ struct StepLevels {
   std::string text() const;
 };
 
-/// The steps of a fringe add up, P0 + P2 = P1 + P3, at any phase. So the mean of P0 - P1 + P2 - P3 over the lit
-/// pixels of like brightness is nought whatever surface, noise and a harmonic of the light do; what it is
+/// The steps of a fringe add up, P0 + P2 = P1 + P3, at any phase. So the mean of P0 - P1 + P2 - P3 over the
+/// lit pixels of like brightness is nought whatever surface, noise and a harmonic of the light do; what it is
 /// else, one image has too much or too little, whose own mean tells which: the pixels have all phases.
 /// @param stack whose first four images are those of the phase
 StepLevels stepLevels(sl::GreyStack const& stack, LitLimits const& limits);

@@ -131,6 +131,56 @@ TEST(Scan, ATriangulationBehindTheCameraIsNoPoint) {
   EXPECT_EQ(result.cloud.presentCount(), result.counts.points);
 }
 
+/// A camera or its driver that turns or mirrors what it delivers.
+TEST(Scan, TurnedOrMirroredImagesAreDoubtedAndGiveNoPointsFarBeyond) {
+  Sl3dScanner scanner = scannerOf(smallRig());
+  ScanResult const good = scan(scanner, demoImages());
+  EXPECT_TRUE(good.doubts.empty()) << good.doubts[0].text;
+  for (int const how : {-1, 1}) { // about both axes, from left to right
+    std::vector<cv::Mat> images;
+    for (cv::Mat const& image : demoImages()) {
+      images.emplace_back();
+      cv::flip(image, images.back(), how);
+    }
+    ScanResult const result = scan(scanner, images);
+    ASSERT_FALSE(result.doubts.empty()) << how;
+    EXPECT_EQ(result.doubts[0].fault, PatternFault::Mirrored);
+    EXPECT_NE(result.doubts[0].text.find("mirrored or turned"), std::string::npos);
+    double deepest = 0.0;
+    for (cv::Vec3f const& p : result.xyz) {
+      deepest = std::max(deepest, hasPoint(p) ? static_cast<double>(p[2]) : 0.0);
+    }
+    // Half a pixel of the projector turns its ray by 0.5 / f, and the rays of points farther away than
+    // b / (0.5 / f) meet at an angle below that.
+    double const base = cv::norm(smallRig().projector.world_from_proj.translation);
+    double const focal = scanner.getProjectorModel().getK().at<double>(0, 0);
+    EXPECT_LT(deepest, 1.01 * base / (0.5 / focal));
+    EXPECT_EQ(result.counts.points + result.counts.of(PixelReason::NoPoint), result.counts.decoded);
+  }
+}
+
+/// Without a point a scan has failed, and says what the images have in common.
+TEST(Scan, WithoutAPointNamesTheLikelyCause) {
+  Sl3dScanner scanner = scannerOf(smallRig());
+  auto const doubt = [&](auto const& change) {
+    std::vector<cv::Mat> images;
+    for (cv::Mat const& image : demoImages()) {
+      images.push_back(change(image));
+    }
+    ScanResult const result = scan(scanner, images);
+    EXPECT_EQ(result.counts.points, 0U);
+    EXPECT_FALSE(result.doubts.empty());
+    return result.doubts.empty() ? std::string() : result.doubts[0].text;
+  };
+  // 12 bits taken for 16 on the way to 8.
+  EXPECT_NE(doubt([](cv::Mat const& image) { return cv::Mat(image / 16); }).find("scaled down to 8"),
+            std::string::npos);
+  EXPECT_NE(doubt([](cv::Mat const& image) { return cv::Mat(0 * image); }).find("too little light"),
+            std::string::npos);
+  EXPECT_NE(doubt([](cv::Mat const& /*image*/) { return demoImages()[0]; }).find("same one"),
+            std::string::npos);
+}
+
 TEST(Scan, SigmaAndModulationAreThoseOfTheImages) {
   sim::Rig rig = smallRig();
   rig.camera.sensor.fullWell = 3000;
@@ -259,6 +309,13 @@ TEST(Scan, RefusesWhatCannotBeMeasured) {
   expectError([&] { scan(good, {}); }, "Insufficient input patterns!");
   expectError([&] { scan(good, std::vector<cv::Mat>(11, cv::Mat::zeros(7, 9, CV_8U))); },
               "The images are 9 x 7, but the scanner's camera has 320 x 240");
+  std::vector<cv::Mat> tooMany = demoImages();
+  std::string const count = std::to_string(tooMany.size());
+  tooMany.push_back(tooMany[0]);
+  std::string const columns = std::to_string(good.getProjectorModel().getResolution().width);
+  expectError([&] { scan(good, tooMany); }, "There are " + std::to_string(tooMany.size()) +
+                                                " images, but the sequence of " + columns + " columns has " +
+                                                count);
   Sl3dScanner bad = good;
   bad.setTransform(cv::Matx44d::eye());
   expectError([&] { scan(bad, demoImages()); }, "camera and projector are 0 mm apart");

@@ -174,7 +174,9 @@ mv::ScanResult scanOf(mv::Sl3dScanner& scanner, Captured const& captured, mv::Sc
   if (!captured.described) {
     mv::ScanResult result =
         watched([&](Observer* bar) { return mv::scan(scanner, captured.images, settings, bar); });
-    noteDoubts(result.doubts, report);
+    if (result.counts.points > 0) { // else the error says the first
+      noteDoubts(result.doubts, report);
+    }
     return result;
   }
   mv::PatternScanSettings described;
@@ -243,7 +245,8 @@ void requirePoints(ScanOptions const& options, mv::ScanResult const& result, mv:
     report.writePage();
   }
   throw Exception("None of the " + std::to_string(result.counts.pixels) + " pixels of " + options.folder +
-                      " has a point: " + reasonText(result.counts),
+                      " has a point: " + reasonText(result.counts) +
+                      (result.doubts.empty() ? "" : "; " + result.doubts[0].text),
                   nullptr, 0, "scan");
 }
 

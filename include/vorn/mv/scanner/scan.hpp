@@ -91,17 +91,20 @@ struct ScanResult {
   /// `ScanSettings::whiteLevel`, or what was found; of sets that of `DecodedPatterns`; 0 of `scanDecoded`.
   double whiteLevel = 0.0;
   /// In what the images contradict the sequence that the scanner decodes, as `DecodedPatterns::doubts`, by
-  /// samples of them: "xor4" of the one axis is their set. None of `scanDecoded`; of a `PatternScanner` those
-  /// of its set.
+  /// samples of them: "xor4" of the one axis is their set. Where nothing of that is found, that coordinates
+  /// run against the calibration or most of them have no point (`PatternFault::Mirrored`), or what may be the
+  /// cause when not a single pixel has a point (`PatternFault::Level`). None of `scanDecoded`; of a
+  /// `PatternScanner` those of its set.
   std::vector<PatternDoubt> doubts;
 };
 
 /// From the images of a scan to its cloud: decoding, triangulation, texture.
 ///
 /// A pixel has a point when it was decoded and its ray meets the light in front of the camera, wherever the
-/// pose puts it. All points are in the frame of the pose, those of a "Vertical" scanner too.
-/// "PointcloudBlurRadius" averages over measured pixels only, so neither holes nor borders pull at points,
-/// and none is made where none was measured.
+/// pose puts it, not so far away that half a projector pixel more or less would put it at infinity. All
+/// points are in the frame of the pose, those of a "Vertical" scanner too. "PointcloudBlurRadius" averages
+/// over measured pixels only, so neither holes nor borders pull at points, and none is made where none was
+/// measured.
 ///
 /// The noise is taken from what four phase images have in excess of a sinusoid, P0 - P1 + P2 - P3, whose
 /// standard deviation is twice that of an image; its median over the measured pixels of like brightness
@@ -112,7 +115,9 @@ struct ScanResult {
 /// 35 bytes a pixel more with "PointcloudBlurRadius", 8 with `ScanSettings::smoothRadius`. The result takes
 /// 37 bytes a pixel with all its parts.
 /// @param scanner  calibrated; keeps its working memory and the rays of both devices for the next scan
-/// @param images   in the order that `Sl3dScanner::decode` takes them in; all of one type, with 8- or 16-bit
+/// @param images   in the order that `Sl3dScanner::decode` takes them in, no more than the projector's
+/// stripes
+///                 need; all of one type, with 8- or 16-bit
 ///                 unsigned or floating-point pixels of one channel or three in blue, green and red, which
 ///                 are decoded as their grey levels. Full depth is used: nothing is rounded to 8 bits
 /// @param observer asked between bands of rows; not within the smoothing of the phase, the search for small

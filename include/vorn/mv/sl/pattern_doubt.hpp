@@ -15,9 +15,11 @@ enum class PatternFault {
   /// The steps of a fringe stray from it, more than lamps that flicker and light that is not linear explain.
   /// Three steps tell nothing of that.
   Steps,
-  /// The mean brightness of a fringe, of a bit and its inverse, or of white and black, is not that of others.
+  /// The mean brightness of a fringe, of one of its steps, of a bit and its inverse, or of white and black,
+  /// is
+  /// not that of others; or no image of a scan has what it takes for a single point.
   Level,
-  Mirrored, ///< a fringe runs against the bits, or against the other fringes
+  Mirrored, ///< a fringe runs against the bits, the other fringes or the calibration
   Shifted,  ///< a fringe begins elsewhere than the bits, or the other fringes, say
   Stripes   ///< neighbouring stripes are not numbered one after another
 };

@@ -17,7 +17,7 @@ enum class PixelReason : std::uint8_t {
   Edge,         ///< it lies on an edge of the surface, where fringes of two surfaces mix
   SmallPiece,   ///< its connected piece of surface has fewer than "MinSegmentSize" pixels
   NoPoint,      ///< it has a coordinate, but that is off the projector's image, or its ray meets the plane of
-                ///< light behind the camera or nowhere
+                ///< light behind the camera, nowhere, or so far away that half a pixel makes it nowhere
   Contradiction ///< its column and its row are not of one point in space; see `PatternScanner`
 };
 
