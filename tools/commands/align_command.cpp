@@ -304,7 +304,7 @@ void addSettings(CLI::App& command, mv::RegistrationSettings& settings) {
       ->capture_default_str();
   command.add_option("--iterations", settings.maxIterations, "Steps after which the work ends in any case")
       ->type_name("COUNT")
-      ->check(between(1, 1000))
+      ->transform(between(1, 1000))
       ->capture_default_str();
   command
       .add_option("--min-overlap", settings.minOverlap,

@@ -261,7 +261,7 @@ void addDecodeCommand(CLI::App& app) {
                    "Least amplitude of fringes or bits, grey values; -1: 3 in 8 bits, twice the noise else")
       ->check(anyNumber());
   command->add_option("--min-piece", settings.minSegmentSize, "Smallest connected piece that is kept, pixels")
-      ->check(wholeNumber());
+      ->transform(wholeNumber<int>());
   command->add_flag("--alone", options->isAlone,
                     "Decode every pixel by itself: none takes the order of its fringe from neighbours");
   command->add_flag("--uncorrected", options->isUncorrected,

@@ -202,7 +202,7 @@ void addDemoCommand(CLI::App& app) {
       ->capture_default_str();
   constexpr int coarsest = 2; // beyond it the dots of the target are too small to be found
   command->add_option("--divisor", options->divisor, "Divide the rig's numbers of pixels by this")
-      ->check(between(1, coarsest))
+      ->transform(between(1, coarsest))
       ->capture_default_str();
   command->add_flag("!--true-calibration", options->isCalibrating,
                     "Scan with the rig's true calibration instead of calibrating first");

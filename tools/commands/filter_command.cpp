@@ -165,6 +165,8 @@ void run(FilterOptions const& options, Report& report) {
   report["points"] = cloud.presentCount();
 }
 
+using RadiusAndCount = std::pair<float, int>;
+
 /// The steps stand in the order in which the command line names them, so options act as soon as they are
 /// parsed.
 template <class Value>
@@ -172,8 +174,13 @@ void addStepOption(CLI::App& command, std::string const& name, std::string const
                    std::string const& values, std::function<void(Value const&)> const& addStep) {
   CLI::Option* option =
       command.add_option_function<Value>("--" + name, addStep, help)->trigger_on_parse()->type_name(values);
-  if constexpr (!std::is_same<Value, std::string>::value) {
+  if constexpr (std::is_same<Value, int>::value) {
+    option->transform(wholeNumber<int>());
+  } else if constexpr (!std::is_same<Value, std::string>::value) {
     option->check(numeral());
+  }
+  if constexpr (std::is_same<Value, RadiusAndCount>::value) {
+    option->transform(wholeNumber<int>().application_index(1));
   }
 }
 
@@ -256,7 +263,6 @@ void addGridSteps(CLI::App& command, std::vector<Step>& steps) {
 
 void addPointSteps(CLI::App& command, std::vector<Step>& steps) {
   using Pair = std::pair<float, float>;
-  using RadiusAndCount = std::pair<float, int>;
   addStepOption<Pair>(
       command, "z-range", "Remove points with z outside a range", "MIN MAX", [&steps](Pair const& z) {
         require(!std::isnan(z.first) && !std::isnan(z.second), "z-range",

@@ -186,7 +186,7 @@ void addHeightCommand(CLI::App& app) {
   command
       ->add_option("--depth", options->depth,
                    "Bits of a height: 32, a float, or 16, scaled as the .json says")
-      ->check(wholeNumber())
+      ->transform(wholeNumber<int>())
       ->check(CLI::IsMember({16, 32}))
       ->capture_default_str();
   setWork(

@@ -99,7 +99,7 @@ void addHistogramCommand(CLI::App& app) {
   command->add_option("--plot", options->plot, "Picture (or .svg) of the counts");
   command->add_option("--mask", options->mask, "Image whose black pixels do not count");
   command->add_option("--bins", options->bins, "Number of bins; 0: one a value, or 1024 for float")
-      ->check(wholeNumber());
+      ->transform(wholeNumber<int>());
   setWork(
       *command, [=](Report& report) { run(*options, report); }, "--report", "all counts");
 }

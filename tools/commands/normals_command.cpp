@@ -132,7 +132,7 @@ void addNormalsCommand(CLI::App& app) {
       ->add_option("--window", settings.windowRadius,
                    "Grids: planes are fitted to the cells at most so many rows and columns away")
       ->type_name("CELLS")
-      ->check(between(1, 31))
+      ->transform(between(1, 31))
       ->capture_default_str();
   command
       ->add_option("--max-step", settings.maxStep,
@@ -144,7 +144,7 @@ void addNormalsCommand(CLI::App& app) {
       ->add_option("--neighbours", settings.neighbourCount,
                    "Other clouds: planes are fitted to so many nearest points")
       ->type_name("COUNT")
-      ->check(between(3, 1000))
+      ->transform(between(3, 1000))
       ->capture_default_str();
   command
       ->add_option("--radius", settings.radius,

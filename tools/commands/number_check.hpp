@@ -19,6 +19,8 @@ struct NumberRule {
   /// Whether `least` itself is refused.
   bool isAbove = false;
   bool isWhole = false;
+  /// Whether the bounds are those of the option's type, told only of numbers beyond them.
+  bool hasBoundsOfType = false;
   /// Whether "inf" and "nan" are left for the command to judge.
   bool mayBeInfinite = false;
 };
@@ -27,7 +29,8 @@ struct NumberRule {
 /// nothing.
 std::string numberError(NumberRule const& rule, std::string const& value);
 
-/// The check of a rule. `description` stands in the help text behind the kind of the value.
+/// The check of a rule. `description` stands in the help text behind the kind of the value. That of whole
+/// numbers is given to `transform`: it takes leading zeros off, which the parser takes for octal.
 CLI::Validator numberCheck(NumberRule const& rule, std::string const& description = "");
 
 /// A finite number.
@@ -36,19 +39,32 @@ CLI::Validator anyNumber();
 CLI::Validator aboveZero();
 /// A finite number that is not below zero.
 CLI::Validator notBelowZero();
-CLI::Validator wholeNumber();
 /// A text that is a number, "inf" and "nan" among them: for commands that say themselves what is wrong with
 /// its value.
 CLI::Validator numeral();
 
-/// A number from `least` to `most`, whole ones where these are of a whole type.
+/// A whole number that an option of this type holds, for `transform`.
+template <class Number>
+CLI::Validator wholeNumber() {
+  NumberRule rule;
+  rule.least = static_cast<double>(std::numeric_limits<Number>::min());
+  rule.most = static_cast<double>(std::numeric_limits<Number>::max());
+  rule.isWhole = true;
+  rule.hasBoundsOfType = true;
+  return numberCheck(rule);
+}
+
+/// A number from `least` to `most`, whole ones where these are of a whole type: then for
+/// `transform`.
 template <class Number>
 CLI::Validator between(Number least, Number most) {
   std::ostringstream description;
   description << CLI::detail::type_name<Number>() << " in [" << least << " - " << most << ']';
-  return numberCheck(
-      {static_cast<double>(least), static_cast<double>(most), false, std::is_integral<Number>::value, false},
-      description.str());
+  NumberRule rule;
+  rule.least = static_cast<double>(least);
+  rule.most = static_cast<double>(most);
+  rule.isWhole = std::is_integral<Number>::value;
+  return numberCheck(rule, description.str());
 }
 
 } // namespace vorn::tools

@@ -108,7 +108,7 @@ void PlanOptions::addTo(CLI::App& command) {
       ->check(anyNumber())
       ->needs(plan);
   command.add_option("--images", wish.images, "Plan: most images; without --sigma as good as they make it")
-      ->check(wholeNumber())
+      ->transform(wholeNumber<int>())
       ->needs(plan);
   CLI::Option* noise =
       command.add_option("--noise", wish.noise, "Plan: standard deviation of an image's noise, grey levels")

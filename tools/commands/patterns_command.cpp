@@ -187,10 +187,10 @@ void addPatternsCommand(CLI::App& app) {
   };
   command->add_option("--width", options->width, range("columns", mv::sl::columnCode))
       ->required()
-      ->check(wholeNumber());
+      ->transform(wholeNumber<int>());
   command->add_option("--height", options->height, range("rows", mv::sl::rowCode))
       ->required()
-      ->check(wholeNumber());
+      ->transform(wholeNumber<int>());
   command->add_flag("--white", options->white, "Also write a white image, for the target's view");
   std::string names;
   for (std::string const& name : mv::PatternSet::builtInNames()) {
@@ -201,7 +201,7 @@ void addPatternsCommand(CLI::App& app) {
   command->add_option("--axes", options->axes, "What a set codes: both, columns or rows")
       ->check(CLI::IsMember({"both", "columns", "rows"}));
   command->add_option("--steps", options->options.steps, "Steps of every phase shift; 0: as the set has them")
-      ->check(wholeNumber())
+      ->transform(wholeNumber<int>())
       ->needs(set);
   command
       ->add_option("--period", options->options.period,

@@ -148,7 +148,7 @@ void addProfileCommand(CLI::App& app) {
       ->type_name("NUMBER")
       ->check(anyNumber());
   command->add_option("--width", options->settings.width, "Samples across the path to take the mean of")
-      ->check(wholeNumber());
+      ->transform(wholeNumber<int>());
   command->add_option("--step", options->settings.step, "Pixels between samples")->check(anyNumber());
   command
       ->add_option("--smoothing", options->settings.smoothing,

@@ -88,7 +88,7 @@ void addScanCommand(CLI::App& app) {
           "--smooth", options->smoothRadius,
           "Smooth the coordinates along the surfaces, over so many camera pixels to each side; edges "
           "stay sharp and what is curved keeps its size")
-      ->check(between(1, 5))
+      ->transform(between(1, 5))
       ->excludes(laser);
   command
       ->add_option("--fields", options->fields,

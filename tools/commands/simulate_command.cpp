@@ -283,7 +283,7 @@ void addSimulateCommand(CLI::App& app) {
               "--line", options->lineParts,
               "Scans of this many parts of a production line, part_01 ..., in place of the one scan: "
               "a height drifts, and two parts of ten or more are faulty")
-          ->check(between(1, mostParts))
+          ->transform(between(1, mostParts))
           ->excludes(stereo)
           ->excludes(laser)
           ->excludes(rows)
@@ -294,7 +294,7 @@ void addSimulateCommand(CLI::App& app) {
           ->add_option("--views", options->views,
                        "Scans of a part from this many sides, view_00 ..., in place of the one scan, as put "
                        "there by hand")
-          ->check(between(1, mostViews))
+          ->transform(between(1, mostViews))
           ->excludes(stereo)
           ->excludes(laser)
           ->excludes(second)
@@ -320,7 +320,7 @@ void addSimulateCommand(CLI::App& app) {
       ->excludes(noCalibration);
   constexpr int coarsest = 8;
   command->add_option("--divisor", options->divisor, "Divide the numbers of pixels by this")
-      ->check(between(1, coarsest))
+      ->transform(between(1, coarsest))
       ->capture_default_str();
   setWork(*command, [options](Report& report) { run(*options, report); });
 }

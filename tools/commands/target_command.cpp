@@ -120,19 +120,19 @@ void addTargetCommand(CLI::App& app) {
   constexpr int farthest = 30;
   command->add_option("--x-min", target.minIndex.x, "First column")
       ->excludes(board)
-      ->check(between(-farthest, -1))
+      ->transform(between(-farthest, -1))
       ->capture_default_str();
   command->add_option("--x-max", target.maxIndex.x, "Last column")
       ->excludes(board)
-      ->check(between(1, farthest))
+      ->transform(between(1, farthest))
       ->capture_default_str();
   command->add_option("--y-min", target.minIndex.y, "First row")
       ->excludes(board)
-      ->check(between(-farthest, -1))
+      ->transform(between(-farthest, -1))
       ->capture_default_str();
   command->add_option("--y-max", target.maxIndex.y, "Last row")
       ->excludes(board)
-      ->check(between(1, farthest))
+      ->transform(between(1, farthest))
       ->capture_default_str();
   command
       ->add_option("--page", options->page,

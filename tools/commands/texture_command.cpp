@@ -256,7 +256,7 @@ void addTextureCommand(CLI::App& app) {
       ->check(CLI::IsMember({"cameras", "views", "as-taken"}))
       ->capture_default_str();
   command->add_option("--margin", options->settings.margin, "Pixels around each piece of the atlas")
-      ->check(between(0, 64))
+      ->transform(between(0, 64))
       ->capture_default_str();
   setWork(
       *command, [options](Report& report) { run(*options, report); }, "--report", "what of the mesh is seen");

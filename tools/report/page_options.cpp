@@ -11,7 +11,7 @@ void PageOptions::addTo(CLI::App& command) {
       "--html", path, "Write the result as a page to turn, read and print: one file for any browser");
   constexpr std::size_t most = 20000000;
   command.add_option("--html-points", mostPoints, "Thin each cloud of the page to this many points")
-      ->check(between(std::size_t{1}, most))
+      ->transform(between(std::size_t{1}, most))
       ->needs(html)
       ->capture_default_str();
 }

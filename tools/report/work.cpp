@@ -90,7 +90,7 @@ void setWork(CLI::App& command, std::function<void(Report&)> work, std::string c
   command.add_flag("--replace-input", options->mayReplace, "Let an output take the place of an input");
   command.add_option("--max-input", options->mostMegabytes, "Refuse files to read that are larger")
       ->type_name("MB")
-      ->check(between(std::uint64_t{1}, most >> 20U))
+      ->transform(between(std::uint64_t{1}, most >> 20U))
       ->capture_default_str();
   command.callback([&command, options, work = std::move(work)] { doWork(command, *options, work); });
 }
