@@ -9,6 +9,7 @@
 #include <vorn/mv/calib/camera_calib_data.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/core/library.hpp>
+#include <vorn/mv/sl/decode_patterns.hpp>
 #include <vorn/mv/sl/projector_points.hpp>
 
 #include "core/median.hpp"
@@ -17,6 +18,7 @@
 #include "scanner/projector_axis.hpp"
 #include "scanner/scanner_access.hpp"
 #include "scanner/scanner_views.hpp"
+#include "scanner/sequence_doubts.hpp"
 #include "scanner/target_views.hpp"
 #include "scanner/view_images.hpp"
 
@@ -79,6 +81,21 @@ void findNextView(Adjustment const& adjustment, std::vector<AdjustmentView> cons
   }
 }
 
+/// @throws Exception that says in what the images of a sequence contradict each other
+void requireSound(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Size const& projector) {
+  bool const isColumn = axis.type == columnAxis.type;
+  std::vector<PatternDoubt> const doubts =
+      sequenceDoubts(stack, isColumn ? PatternAxis::Column : PatternAxis::Row,
+                     codedAxis(axis, stack.images.size(), projector));
+  // Light that changes has findings of its own, which weigh it by what it does to the points.
+  auto const contradiction =
+      std::find_if(doubts.begin(), doubts.end(),
+                   [](PatternDoubt const& doubt) { return doubt.fault != PatternFault::Level; });
+  if (contradiction != doubts.end()) {
+    throw calibrationFailure(contradiction->text);
+  }
+}
+
 } // namespace
 
 void measureScannerView(ScannerView const& view, CalibrationSettings const& settings, MeasuredView& measured,
@@ -90,9 +107,11 @@ void measureScannerView(ScannerView const& view, CalibrationSettings const& sett
   steps.begin("decoding columns");
   sl::GreyStack const columnStack = sl::greyStack(view.columns, settings.whiteLevel);
   cv::Mat_<float> const columns = decodeAxis(columnAxis, columnStack, settings.projector, steps.now());
+  requireSound(columnAxis, columnStack, settings.projector);
   steps.begin("decoding rows");
   sl::GreyStack const rowStack = sl::greyStack(view.rows, settings.whiteLevel);
   cv::Mat_<float> const rows = decodeAxis(rowAxis, rowStack, settings.projector, steps.now());
+  requireSound(rowAxis, rowStack, settings.projector);
   extents = {{farthestOf(columns), view.columns.size()}, {farthestOf(rows), view.rows.size()}};
   if (settings.isAdjusted) {
     measured.result.figures =

@@ -21,6 +21,12 @@ ProjectorAxis const columnAxis = {"columns", scanner::ScannerType::Horizontal, s
                                   &cv::Size::width};
 ProjectorAxis const rowAxis = {"rows", scanner::ScannerType::Vertical, sl::rowCode, &cv::Size::height};
 
+sl::CodedAxis codedAxis(ProjectorAxis const& axis, std::size_t images, cv::Size const& projector) {
+  // What is wrong with a stack of too few or too many images, decoding says.
+  int const planes = std::clamp(StripeCode::planesIn(images), 1, StripeCode::maxPlanes);
+  return {projector.empty() ? axis.code.largestResolution(planes) : projector.*axis.extent, axis.code};
+}
+
 cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Size const& projector,
                            Progress const& progress) {
   std::vector<cv::Mat> const& images = stack.images;
@@ -30,9 +36,7 @@ cv::Mat_<float> decodeAxis(ProjectorAxis const& axis, sl::GreyStack const& stack
   cv::Size coded = projector;
   if (coded.empty()) {
     coded = {16, 16};
-    // What is wrong with a stack of too few or too many images, decoding says.
-    int const planes = std::clamp(StripeCode::planesIn(images.size()), 1, StripeCode::maxPlanes);
-    coded.*axis.extent = axis.code.largestResolution(planes);
+    coded.*axis.extent = codedAxis(axis, images.size(), projector).resolution;
   }
   Sl3dScanner decoder;
   decoder["ScannerType"] = scanner::ScannerType(axis.type);

@@ -13,6 +13,7 @@
 #include "core/progress.hpp"
 #include "sl/coding/stripe_code.hpp"
 #include "sl/decode/grey_stack.hpp"
+#include "sl/decode/scan_stack.hpp"
 
 namespace vorn::mv {
 
@@ -26,6 +27,10 @@ struct ProjectorAxis {
 
 extern ProjectorAxis const columnAxis;
 extern ProjectorAxis const rowAxis;
+
+/// How a sequence codes an axis.
+/// @param projector its pixels; empty for as many as so many images can code
+sl::CodedAxis codedAxis(ProjectorAxis const& axis, std::size_t images, cv::Size const& projector);
 
 /// What the camera sees of one axis while the target stands in the light, for `find_projector_points`.
 /// @param projector its pixels; empty for as many as the images can code

@@ -144,6 +144,31 @@ TEST(CalibrateScanner, ViewsThatDoNotServeSayWhy) {
               "Only 2 of 8 views can be used, and a calibration takes 3; bad 0: no target found");
 }
 
+TEST(CalibrateScanner, ViewsWhoseImagesContradictEachOtherAreLeftOutAndTheImagesNamed) {
+  std::vector<ScannerView> views = renderedViews();
+  views.resize(viewCount + 3, views[1]);
+  std::swap(views[viewCount].columns[1], views[viewCount].columns[2]);
+  views[viewCount + 1].rows[5] = views[1].rows[6];
+  views[viewCount + 2].columns.back() = views[1].columns[views[1].columns.size() - 2];
+  ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
+  for (std::size_t i = 0; i < viewCount; ++i) {
+    EXPECT_TRUE(calibration.views[i].isUsed()) << calibration.views[i].reason;
+  }
+  auto const says = [&](std::size_t i, char const* text) {
+    std::string const& reason = calibration.views[viewCount + i].reason;
+    EXPECT_NE(reason.find(text), std::string::npos) << reason;
+  };
+  for (char const* text : {"image 1 ", "image 2 ", "along columns"}) {
+    says(0, text);
+  }
+  for (char const* text : {"image 5 ", "image 6 ", "along rows", "are the same"}) {
+    says(1, text);
+  }
+  for (char const* text : {"image 9 ", "image 10 ", "along columns", "are the same"}) {
+    says(2, text);
+  }
+}
+
 TEST(CalibrateScanner, TakesViewsOneByOne) {
   std::vector<std::string> names;
   for (ScannerView const& view : renderedViews()) {

@@ -99,6 +99,22 @@ TEST(ScanDoubts, CopiesOfTheTopBitsAreNamedInDimLight) {
   }
 }
 
+TEST(ScanDoubts, ACopyIsToldHoweverFarLevelsLieApart) {
+  // Such stretched to 16 bits, and such at the upper end of 12.
+  for (double const perGrey : {257.0, 16.0}) {
+    std::vector<cv::Mat> images;
+    for (cv::Mat const& image : captured(scene())) {
+      image.convertTo(images.emplace_back(), CV_16U, perGrey);
+    }
+    images[8] = images[7].clone();
+    std::vector<PatternDoubt> const doubts = doubtsOf(images);
+    EXPECT_TRUE(names(doubts, 7, 8)) << perGrey;
+    EXPECT_TRUE(std::any_of(doubts.begin(), doubts.end(), [](PatternDoubt const& doubt) {
+      return doubt.text.find("are the same") != std::string::npos;
+    })) << perGrey;
+  }
+}
+
 /// Captured a second time, they have another noise.
 TEST(ScanDoubts, APatternThatWasShownTwiceIsDoubted) {
   PatternSet const set = test::builtIn("xor4", 0, {columns, 400}, PatternAxes::Columns);

@@ -174,23 +174,6 @@ TEST(PatternDoubts, AnImageOfAnotherScanIsNamed) {
 }
 
 /// Whatever light, lamp and camera do to images that are in order.
-TEST(PatternDoubts, ACopyIsToldHoweverFarLevelsLieApart) {
-  PatternSet const set = setOf("xor4");
-  std::size_t const one = imageOf(set, 3, false);
-  std::size_t const other = imageOf(set, 4, false);
-  // 8 bits, such stretched to 16, and such at the upper end of 12.
-  for (double const perGrey : {1.0, 257.0, 16.0}) {
-    std::vector<cv::Mat> images;
-    for (cv::Mat const& image : scene().capture(set)) {
-      image.convertTo(images.emplace_back(), CV_16U, perGrey);
-    }
-    images[other] = images[one].clone();
-    DecodedPatterns const decoded = decode_patterns(set, images);
-    EXPECT_TRUE(isDoubted(decoded, PatternFault::Stripes, {one, other})) << textOf(decoded);
-    EXPECT_NE(textOf(decoded).find("are the same"), std::string::npos) << perGrey << textOf(decoded);
-  }
-}
-
 TEST(PatternDoubts, NothingIsSaidOfImagesInOrder) {
   for (char const* const name : {"xor4", "gray", "gray-phase", "multi-frequency", "heterodyne"}) {
     for (int const steps : {3, 4, 9}) {

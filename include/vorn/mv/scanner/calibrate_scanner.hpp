@@ -37,8 +37,10 @@ struct ScannerCalibration : Calibration {
 /// Calibrates a structured-light scanner from views of the target.
 ///
 /// Views that do not serve are left out and say why: no target or too few dots, no markers, another image
-/// size, light that does not reach enough dots, a reprojection error far above the others'. Views are
-/// detected and decoded in parallel, with the same result to the bit whatever the number of threads.
+/// size, images of a sequence that contradict each other, such as two that were exchanged (as
+/// `ScanResult::doubts`), light that does not reach enough dots, a reprojection error far above the others'.
+/// Views are detected and decoded in parallel, with the same result to the bit whatever the number of
+/// threads.
 ///
 /// Working memory: for each view in work what `CalibPatternDetector::detect` takes or 27 bytes a pixel,
 /// beside its images.
