@@ -6,8 +6,8 @@
 
 namespace vorn::mv {
 
-/// Whether a matrix is a rotation and a shift: finite, no element of R R^T farther than the tolerance from the
-/// identity's, no reflection, and a last row of (0, 0, 0, 1), but for the rounding of an inversion.
+/// Whether a matrix is a rotation and a shift: finite, no element of R R^T farther than the tolerance from
+/// the identity's, no reflection, and a last row of (0, 0, 0, 1), but for the rounding of an inversion.
 inline bool isRigidMotion(cv::Matx44d const& motion, double tolerance) {
   constexpr double rounding = 1e-9;
   cv::Matx33d const rotation = motion.get_minor<3, 3>(0, 0);

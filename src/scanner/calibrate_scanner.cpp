@@ -88,9 +88,9 @@ void requireSound(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Siz
       sequenceDoubts(stack, isColumn ? PatternAxis::Column : PatternAxis::Row,
                      codedAxis(axis, stack.images.size(), projector));
   // Light that changes has findings of its own, which weigh it by what it does to the points.
-  auto const contradiction =
-      std::find_if(doubts.begin(), doubts.end(),
-                   [](PatternDoubt const& doubt) { return doubt.fault != PatternFault::Level; });
+  auto const contradiction = std::find_if(doubts.begin(), doubts.end(), [](PatternDoubt const& doubt) {
+    return doubt.fault != PatternFault::Level;
+  });
   if (contradiction != doubts.end()) {
     throw calibrationFailure(contradiction->text);
   }

@@ -24,7 +24,7 @@ constexpr double leastSigma = 1e-5;
 
 using Coefficients = cv::Vec6d;
 
-double evaluate(Coefficients const& c, MapSample const& s) {
+double evaluate(Coefficients const& c, CoordinateSample const& s) {
   return c[0] + s.x * (c[1] + s.x * c[3] + s.y * c[4]) + s.y * (c[2] + s.y * c[5]);
 }
 
@@ -34,10 +34,10 @@ struct Slopes {
   std::vector<double> y;
 
   /// Samples come row by row; a stride pairs each with others in its row or in rows below.
-  void add(std::vector<MapSample> const& samples, std::size_t stride) {
+  void add(std::vector<CoordinateSample> const& samples, std::size_t stride) {
     for (std::size_t i = 0; stride > 0 && i + stride < samples.size(); ++i) {
-      MapSample const& a = samples[i];
-      MapSample const& b = samples[i + stride];
+      CoordinateSample const& a = samples[i];
+      CoordinateSample const& b = samples[i + stride];
       double const dx = b.x - a.x;
       double const dy = b.y - a.y;
       constexpr double apart = 0.2;
@@ -53,7 +53,7 @@ struct Slopes {
 
 /// A plane through most of the samples: the median slope between samples far enough apart in each direction,
 /// and the median of what is left.
-Coefficients medianPlane(std::vector<MapSample> const& samples) {
+Coefficients medianPlane(std::vector<CoordinateSample> const& samples) {
   std::size_t const count = samples.size();
   Slopes slopes;
   for (std::size_t const stride : {count / 2, count / 3, std::size_t(5), std::size_t(9)}) {
@@ -70,16 +70,16 @@ Coefficients medianPlane(std::vector<MapSample> const& samples) {
   plane[2] = medianOf(std::move(slopes.y));
   std::vector<double> rest;
   rest.reserve(count);
-  for (MapSample const& s : samples) {
+  for (CoordinateSample const& s : samples) {
     rest.push_back(s.value - evaluate(plane, s));
   }
   plane[0] = medianOf(std::move(rest));
   return plane;
 }
 
-MapScales scalesOf(std::vector<MapSample> const& samples, Coefficients const& fit) {
+MapScales scalesOf(std::vector<CoordinateSample> const& samples, Coefficients const& fit) {
   std::array<std::vector<double>, 2> deviations;
-  for (MapSample const& s : samples) {
+  for (CoordinateSample const& s : samples) {
     deviations[s.isInner ? 0 : 1].push_back(std::abs(s.value - evaluate(fit, s)));
   }
   constexpr double gaussianSigma = 1.4826;
@@ -89,10 +89,10 @@ MapScales scalesOf(std::vector<MapSample> const& samples, Coefficients const& fi
 
 constexpr double tukeyWidth = 4.685;
 
-std::optional<Coefficients> weightedFit(std::vector<MapSample> const& samples, Coefficients const& fit,
+std::optional<Coefficients> weightedFit(std::vector<CoordinateSample> const& samples, Coefficients const& fit,
                                         MapScales const& scales) {
   QuadraticFit<6, 1> next;
-  for (MapSample const& s : samples) {
+  for (CoordinateSample const& s : samples) {
     double const scale = scales.of(s);
     double const u = (s.value - evaluate(fit, s)) / (tukeyWidth * scale);
     if (std::abs(u) >= 1) {
@@ -107,7 +107,7 @@ std::optional<Coefficients> weightedFit(std::vector<MapSample> const& samples, C
 
 /// The standard deviation of a fit's value at the point, from how its samples scatter about it: their noise
 /// differs, as does how they lie. Nothing where they do not determine it.
-std::optional<double> sigmaOf(std::vector<MapSample> const& samples, Coefficients const& fit,
+std::optional<double> sigmaOf(std::vector<CoordinateSample> const& samples, Coefficients const& fit,
                               MapScales const& scales) {
   using Square = cv::Matx<double, 6, 6>;
   Square normal = Square::zeros();
@@ -115,7 +115,7 @@ std::optional<double> sigmaOf(std::vector<MapSample> const& samples, Coefficient
   int count = 0;
   double weights = 0; // of Tukey's biweight, for deviations in its own unit
   double slopes = 0;  // of its influence function: how much a fit's value follows its samples
-  for (MapSample const& s : samples) {
+  for (CoordinateSample const& s : samples) {
     double const scale = scales.of(s);
     double const deviation = s.value - evaluate(fit, s);
     double const u = deviation / (tukeyWidth * scale);
@@ -144,11 +144,11 @@ std::optional<double> sigmaOf(std::vector<MapSample> const& samples, Coefficient
 
 } // namespace
 
-bool MapFit::agreesWith(MapSample const& s) const {
+bool MapFit::agreesWith(CoordinateSample const& s) const {
   return std::abs(s.value - evaluate(coefficients, s)) < tukeyWidth * scales.of(s);
 }
 
-std::optional<MapFit> fitMap(std::vector<MapSample> const& samples) {
+std::optional<MapFit> fitMap(std::vector<CoordinateSample> const& samples) {
   constexpr std::size_t leastSamples = 24;
   constexpr int rounds = 6;
   if (samples.size() < leastSamples) {

@@ -10,7 +10,7 @@
 namespace vorn::mv {
 
 /// A decoded pixel near a point.
-struct MapSample {
+struct CoordinateSample {
   double x; ///< offset from the point, in radii of the neighbourhood
   double y;
   double value; ///< projector coordinate
@@ -23,7 +23,7 @@ struct MapScales {
   double inner = 0;
   double outer = 0;
 
-  double of(MapSample const& s) const { return s.isInner ? inner : outer; }
+  double of(CoordinateSample const& s) const { return s.isInner ? inner : outer; }
 };
 
 /// A polynomial of second degree through a map around a point.
@@ -34,11 +34,11 @@ struct MapFit {
 
   double value() const { return coefficients[0]; }
   /// Whether a sample lies on the polynomial but for its noise.
-  bool agreesWith(MapSample const& s) const;
+  bool agreesWith(CoordinateSample const& s) const;
 };
 
 /// Fits samples with Tukey's biweight from a median start. Nothing where they do not determine the
 /// polynomial.
-std::optional<MapFit> fitMap(std::vector<MapSample> const& samples);
+std::optional<MapFit> fitMap(std::vector<CoordinateSample> const& samples);
 
 } // namespace vorn::mv

@@ -38,7 +38,7 @@ constexpr int sectors = 8;
 
 /// The pixels around one point and how many of them there should be.
 struct Neighbourhood {
-  std::vector<MapSample> samples;
+  std::vector<CoordinateSample> samples;
   std::array<int, sectors> wanted = {}; ///< pixels of the dot in each sector, decoded or not
 };
 
@@ -91,7 +91,7 @@ Neighbourhood gather(cv::Mat const& map, cv::Point2f const& centre, double radiu
 /// Pixels near the point in each sector that are decoded and lie on the fit.
 std::array<int, sectors> goodOf(Neighbourhood const& around, MapFit const& fit) {
   std::array<int, sectors> good = {};
-  for (MapSample const& s : around.samples) {
+  for (CoordinateSample const& s : around.samples) {
     if (s.isInner && fit.agreesWith(s)) {
       ++good[static_cast<std::size_t>(s.sector)];
     }
