@@ -72,7 +72,9 @@ void OffsetFinder::add(cv::Vec3d const& place) {
   for (double const value : place.val) {
     hasInexact_ = hasInexact_ || static_cast<double>(static_cast<float>(value)) != value;
   }
-  bool const isMerged = count_ > 0 && place != last_ &&
+  // Places that differ by rounding are meant to be one.
+  constexpr double rounding = 1e-12; // of their distance from zero
+  bool const isMerged = count_ > 0 && cv::norm(place - last_) > rounding * cv::norm(place) &&
                         static_cast<cv::Vec3f>(place - taken_) == static_cast<cv::Vec3f>(last_ - taken_);
   mergedCount_ += isMerged ? 1 : 0;
   last_ = place;

@@ -132,7 +132,7 @@ void PolygonFans::add(std::vector<int> const& corners, std::vector<cv::Vec3i>& t
 
 void PolygonFans::cutConcave(std::vector<cv::Vec3f> const& vertices,
                              std::vector<cv::Vec3i>& triangles) const {
-  constexpr std::size_t mostCorners = 10000; // the time rises by its square and more
+  constexpr std::size_t mostCorners = 1000; // about a second: the time rises by its cube
   std::vector<cv::Vec3d> places;
   std::vector<int> corners;
   for (Fan const& fan : fans_) {

@@ -87,9 +87,9 @@ void requireSound(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Siz
   std::vector<PatternDoubt> const doubts =
       sequenceDoubts(stack, isColumn ? PatternAxis::Column : PatternAxis::Row,
                      codedAxis(axis, stack.images.size(), projector));
-  // Light that changes has findings of its own, which weigh it by what it does to the points.
+  // Light that changes, and columns exchanged with rows, have findings of their own, which see more views.
   auto const contradiction = std::find_if(doubts.begin(), doubts.end(), [](PatternDoubt const& doubt) {
-    return doubt.fault != PatternFault::Level;
+    return doubt.fault == PatternFault::Steps || doubt.fault == PatternFault::Stripes;
   });
   if (contradiction != doubts.end()) {
     throw calibrationFailure(contradiction->text);

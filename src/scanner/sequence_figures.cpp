@@ -169,13 +169,18 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
   if (!patches.empty()) {
     figures.clipped = clipped / static_cast<double>(patches.size());
   }
+  // Of a few pixels, such as the white of boards in small images leaves, fits follow the noise.
+  constexpr std::size_t fewestSamples = 1000;
+  bool const isTelling = amplitudes.size() >= fewestSamples;
   figures.amplitude = medianOrUntold(std::move(amplitudes));
   figures.contrast = medianOrUntold(std::move(contrasts));
-  figures.staircase = repetition.staircase();
-  figures.ripple = repetition.ripple();
+  if (isTelling) {
+    figures.staircase = repetition.staircase();
+    figures.ripple = repetition.ripple();
+  }
   auto const harmonics = harmonic.solve();
   auto const unevenness = uneven.solve();
-  if (harmonics && unevenness) {
+  if (isTelling && harmonics && unevenness) {
     figures.secondHarmonic = std::hypot((*harmonics)[1], (*harmonics)[2]);
     figures.flicker = std::abs((*unevenness)[0]);
     RowScatter rows;

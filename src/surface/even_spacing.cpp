@@ -217,6 +217,38 @@ double sideOfBox(cv::Vec2d const& size, std::size_t places) {
   return (half + std::sqrt(half * half + more * size[0] * size[1])) / more;
 }
 
+/// The side where nothing is three squares wide: of narrow shapes, rims or frames, most of the box is empty.
+/// The squares that hold places, of a few sides each, tell the area.
+double sideOfNarrow(Bulk const& bulk) {
+  constexpr double sidesASquare = 3.0;
+  constexpr int mostRounds = 30;
+  constexpr double settled = 0.99;
+  cv::Vec2d const size = bulk.box.size();
+  std::size_t const all = bulk.places.size();
+  double const most =
+      mergedSide(bulk.places, bulk.box.low, [&](std::size_t places) { return sideOfBox(size, places); });
+  double side = sideOfBox(size, all);
+  for (int round = 0; round < mostRounds && side > 0.0; ++round) {
+    double const square = sidesASquare * side;
+    auto const held = static_cast<double>(occupiedCount(bulk.places, bulk.box.low, square));
+    double const next = square * std::sqrt(held / static_cast<double>(all));
+    if (next > settled * side) {
+      break;
+    }
+    side = next;
+  }
+  // Places that are there several times make it too small.
+  constexpr double reach = 2.5;
+  constexpr double mostlyApart = 0.9;
+  auto const apart = side > 0.0 ? static_cast<double>(occupiedCount(bulk.places, bulk.box.low, side / reach))
+                                : static_cast<double>(all);
+  if (apart < mostlyApart * static_cast<double>(all)) {
+    constexpr double mostTimes = 10.0;
+    return std::min(most, mostTimes * side);
+  }
+  return std::min(most, side);
+}
+
 } // namespace
 
 double evenSpacingOf(std::vector<cv::Vec3d> const& points) {
@@ -224,7 +256,7 @@ double evenSpacingOf(std::vector<cv::Vec3d> const& points) {
   cv::Vec2d const size = bulk.box.size();
   double const side = sideInside(bulk);
   if (side == 0.0) {
-    return mergedSide(bulk.places, bulk.box.low, [&](std::size_t places) { return sideOfBox(size, places); });
+    return sideOfNarrow(bulk);
   }
   // Few squares of a regular grid hold a row more or less than they are wide; its box is exact.
   std::size_t const places = occupiedCount(bulk.places, bulk.box.low, side / 2.0);

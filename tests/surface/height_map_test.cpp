@@ -169,6 +169,27 @@ TEST(HeightMap, HasFewHolesWhereSurfacesWereMeasuredTwice) {
   EXPECT_NEAR(heightMapOf(PointCloud(stacks, false), settings).cellSize, 1.0, 0.01);
 }
 
+TEST(HeightMap, KeepsTheResolutionOfNarrowShapes) {
+  std::vector<cv::Vec3f> rim;
+  std::vector<cv::Vec3f> bar;
+  for (int i = -501; i <= 501; ++i) {
+    for (int j = -501; j <= 501; ++j) {
+      double const radius = 0.1 * std::hypot(i, j);
+      if (radius > 49.5 && radius < 50.0) {
+        rim.emplace_back(0.1F * static_cast<float>(i), 0.1F * static_cast<float>(j), 300.0F);
+      }
+    }
+    for (int j = 0; j < 8; ++j) { // slanted
+      bar.emplace_back(0.07F * static_cast<float>(i - j), 0.07F * static_cast<float>(i + j), 300.0F);
+    }
+  }
+  for (auto const& points : {rim, bar}) {
+    double const cell = heightMapOf(PointCloud(cv::Mat_<cv::Vec3f>(points, true), false)).cellSize;
+    EXPECT_GT(cell, 0.08);
+    EXPECT_LT(cell, 0.3) << "spacing 0.1";
+  }
+}
+
 TEST(HeightMap, GivesSmallRegularGridsTheirPitch) {
   for (int const side : {3, 5, 10, 20, 30, 60}) {
     HeightMap const map = heightMapOf(scansOfOnePlane(side, 1, 0.0F));
