@@ -90,7 +90,11 @@ cv::Mat render(TargetPhoto const& photo) {
                          (grid.rows.size() - 1) * grid.pitch + 2 * border);
   Material material;
   material.albedo = photo.target.groundAlbedo;
-  material.texture = grid;
+  if (photo.target.board) {
+    material.texture = photo.target.board;
+  } else {
+    material.texture = grid;
+  }
   PlaneView const view(photo);
   cv::Mat light(size, CV_32F);
   cv::parallel_for_(cv::Range(0, size.height), [&](cv::Range const& rows) {
