@@ -6,6 +6,7 @@
 
 #include <opencv2/aruco.hpp>
 #include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "dictionaries.hpp"
 
@@ -20,6 +21,25 @@ struct Markers {
   std::size_t candidates = 0;
 };
 
+/// Dim images from black to white: the search for markers takes a difference of a fixed number of grey levels
+/// for an edge.
+cv::Mat brightened(cv::Mat const& grey) {
+  constexpr double least = 100; // between the darkest and the brightest, grey levels
+  cv::Mat smooth;               // without which noise decides
+  cv::blur(grey, smooth, {3, 3});
+  double darkest = 0;
+  double brightest = 0;
+  cv::minMaxLoc(smooth, &darkest, &brightest);
+  double const range = brightest - darkest;
+  if (range >= least || range <= 0) {
+    return grey;
+  }
+  constexpr double white = 255;
+  cv::Mat bright;
+  grey.convertTo(bright, CV_8U, white / range, -darkest * white / range);
+  return bright;
+}
+
 Markers detectMarkers(cv::Mat const& grey, cv::Ptr<cv::aruco::Dictionary> const& dictionary) {
   int const side = std::max(grey.cols, grey.rows);
   auto const parameters = cv::aruco::DetectorParameters::create();
@@ -33,7 +53,7 @@ Markers detectMarkers(cv::Mat const& grey, cv::Ptr<cv::aruco::Dictionary> const&
   parameters->minMarkerPerimeterRate = std::min(parameters->minMarkerPerimeterRate, leastPerimeter / side);
   Markers markers;
   std::vector<std::vector<cv::Point2f>> rejected;
-  cv::aruco::detectMarkers(grey, dictionary, markers.corners, markers.ids, parameters, rejected);
+  cv::aruco::detectMarkers(brightened(grey), dictionary, markers.corners, markers.ids, parameters, rejected);
   markers.candidates = markers.ids.size() + rejected.size();
   return markers;
 }

@@ -57,6 +57,20 @@ class CharucoFinder : public ITargetFinder {
 public:
   Detection detect(cv::Mat const& grey, TargetDescription const& target,
                    DetectSettings const& settings) const override {
+    Detection detection = detectDark(grey, target, settings);
+    if (detection.isEmpty()) {
+      Detection negative = detectDark(255 - grey, target, settings);
+      return negative.isEmpty() ? detection : negative;
+    }
+    return detection;
+  }
+
+  std::vector<cv::Rect2d> darkParts(TargetDescription const& target) const override;
+
+private:
+  /// A board of dark ink on bright ground.
+  static Detection detectDark(cv::Mat const& grey, TargetDescription const& target,
+                              DetectSettings const& settings) {
     SeenBoard const board = findMarkers(grey, target);
     Detection detection;
     detection.steps = board.steps;
@@ -79,32 +93,6 @@ public:
     return detection;
   }
 
-  std::vector<cv::Rect2d> darkParts(TargetDescription const& target) const override {
-    target.check();
-    auto const dictionary = dictionaryOf(target);
-    cv::Size const squares = squaresOf(target);
-    double const pitch = target.pitch;
-    std::vector<cv::Rect2d> parts;
-    int number = target.firstMarker;
-    for (int y = 0; y < squares.height; ++y) {
-      for (int x = 0; x < squares.width; ++x) {
-        // The first inner corner is the target's origin.
-        cv::Point2d const upperLeft((x - 1) * pitch, (y - 1) * pitch);
-        if (!isMarked({x, y}, UpperLeft::Dark)) {
-          parts.push_back(between(upperLeft, {x * pitch, y * pitch}));
-          continue;
-        }
-        cv::Mat cells;
-        constexpr int borderCells = 2;
-        dictionary->drawMarker(number++, dictionary->markerSize + borderCells, cells);
-        double const gap = (pitch - target.markerSize) / 2;
-        addMarker(parts, cells, upperLeft + cv::Point2d(gap, gap), target.markerSize);
-      }
-    }
-    return parts;
-  }
-
-private:
   static void fill(Detection& detection, std::vector<BoardCorner> const& corners,
                    TargetDescription const& target) {
     for (BoardCorner const& corner : corners) {
@@ -115,6 +103,31 @@ private:
     detection.readings = 1;
   }
 };
+
+std::vector<cv::Rect2d> CharucoFinder::darkParts(TargetDescription const& target) const {
+  target.check();
+  auto const dictionary = dictionaryOf(target);
+  cv::Size const squares = squaresOf(target);
+  double const pitch = target.pitch;
+  std::vector<cv::Rect2d> parts;
+  int number = target.firstMarker;
+  for (int y = 0; y < squares.height; ++y) {
+    for (int x = 0; x < squares.width; ++x) {
+      // The first inner corner is the target's origin.
+      cv::Point2d const upperLeft((x - 1) * pitch, (y - 1) * pitch);
+      if (!isMarked({x, y}, UpperLeft::Dark)) {
+        parts.push_back(between(upperLeft, {x * pitch, y * pitch}));
+        continue;
+      }
+      cv::Mat cells;
+      constexpr int borderCells = 2;
+      dictionary->drawMarker(number++, dictionary->markerSize + borderCells, cells);
+      double const gap = (pitch - target.markerSize) / 2;
+      addMarker(parts, cells, upperLeft + cv::Point2d(gap, gap), target.markerSize);
+    }
+  }
+  return parts;
+}
 
 } // namespace
 

@@ -180,6 +180,18 @@ TEST_F(Charuco, NoisyDeepSmallAndLargeImages) {
   }
 }
 
+TEST_F(Charuco, DimImagesAndNegatives) {
+  View const view = viewOf(drawBoard());
+  for (auto const& [scale, offset] : {std::pair(0.04, 3.0), {-1.0, 255.0}, {-0.06, 20.0}}) {
+    SCOPED_TRACE(scale);
+    cv::Mat image; // seven to eleven grey levels from dark to bright where it is dim
+    view.image.convertTo(image, CV_8U, scale, offset);
+    Detection const detection = detectTarget(image, boardOf());
+    EXPECT_EQ(detection.keyPoints.size(), 54U) << detection.reason;
+    EXPECT_LT(errorsOf(detection, view).y, 0.2);
+  }
+}
+
 TEST_F(Charuco, BoardsOfOlderProgramsAreCountedRight) {
   // With an even number of rows their upper left square holds a marker; here by markers put into an own
   // drawing.
