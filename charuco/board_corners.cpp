@@ -9,6 +9,7 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "calib/target/board_neighbours.hpp"
 #include "calib/target/corner_saddle.hpp"
 
 namespace vorn::mv {
@@ -115,31 +116,6 @@ double contrastAt(Candidate const& candidate, cv::Mat const& grey, double marker
   return white - dark;
 }
 
-/// How far a corner is from where its neighbours put it, px; none when they are too few to tell.
-std::optional<double> offsetFrom(std::vector<Candidate> const& corners, Candidate const& corner) {
-  constexpr double near = 2.3; // squares
-  constexpr std::size_t least = 6;
-  constexpr double outlier = 1; // px
-  std::vector<cv::Point2f> onBoard;
-  std::vector<cv::Point2f> inImage;
-  for (Candidate const& other : corners) {
-    if (other.index != corner.index && cv::norm(other.index - corner.index) < near) {
-      onBoard.emplace_back(other.index);
-      inImage.push_back(other.centre);
-    }
-  }
-  if (onBoard.size() < least) {
-    return std::nullopt;
-  }
-  cv::Mat const h = cv::findHomography(onBoard, inImage, cv::RANSAC, outlier);
-  if (h.empty()) {
-    return std::nullopt;
-  }
-  std::vector<cv::Point2f> mapped;
-  cv::perspectiveTransform(std::vector<cv::Point2f>{cv::Point2f(corner.index)}, mapped, h);
-  return cv::norm(mapped.front() - corner.centre);
-}
-
 /// Moves the corners that fail to those that were dropped.
 template <class IsGood>
 void keep(std::vector<Candidate>& corners, std::vector<DroppedDot>& dropped, char const* reason,
@@ -203,12 +179,9 @@ std::vector<BoardCorner> measureCorners(cv::Mat const& grey, SeenBoard const& bo
     keep(corners, dropped, "was not found where the markers put it", [&](Candidate const& corner) {
       return cv::norm(corner.centre - corner.predicted) <= std::max(farthest, corner.gap);
     });
-    // Neighbours foretell a corner to a tenth of a pixel; a strong lens leaves a few hundredths of a square.
-    constexpr double mostOff = 0.5; // px
-    constexpr double mostOffShare = 0.03;
     keep(corners, dropped, "stands off from its neighbours", [&](Candidate const& corner) {
       double const square = cv::norm(corner.pixels_from_squares) / std::sqrt(2.0);
-      return offsetFrom(corners, corner).value_or(0) <= std::max(mostOff, mostOffShare * square);
+      return offsetFromNeighbours(corners, corner).value_or(0) <= mostOffset(square);
     });
   }
   steps.push_back({"measured", static_cast<int>(corners.size())});

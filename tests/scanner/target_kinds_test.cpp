@@ -155,5 +155,35 @@ TEST_F(TargetKindsTest, ACameraIsCalibratedFromDeepImagesOfAChessboard) {
   EXPECT_LT(calibration.report.devices.at(0).rms, 0.05);
 }
 
+TEST_F(TargetKindsTest, TwoCamerasCountAChessboardAlikeOfWhichOneHangsUpsideDown) {
+  sim::Pose const cam0_from_cam1 =
+      sim::Pose::fromDegrees({60, 5, 5}, {1, -10, 0}) * sim::Pose::fromDegrees({}, {0, 0, 178});
+  sim::Pose const cam1_from_cam0 = cam0_from_cam1.inverse();
+  // Half a turn exchanges the colours of the first board; the second one looks the same, and all views
+  // together tell.
+  for (cv::Size const& corners : {cv::Size(9, 6), cv::Size(8, 6)}) {
+    TargetDescription target = plate(corners);
+    target.kind = TargetKind::Chessboard;
+    cv::Point2d const middle(60, 37);
+    std::vector<StereoView> views;
+    for (sim::Pose const& pose :
+         {sim::viewOf(middle, 330, 5, 0, 0), sim::viewOf(middle, 340, 30, 60, 95),
+          sim::viewOf(middle, 330, 28, 180, 170), sim::viewOf(middle, 350, 32, 280, 5)}) {
+      StereoView view;
+      view.name = "view " + std::to_string(views.size());
+      view.images = {chessboardPhoto(corners, 15, pose), chessboardPhoto(corners, 15, cam1_from_cam0 * pose)};
+      views.push_back(view);
+    }
+    StereoCalibration const calibration = calibrateStereo(views, settingsFor(target));
+    for (CalibratedView const& view : calibration.views) {
+      EXPECT_TRUE(view.isUsed()) << corners << ' ' << view.name << ": " << view.reason;
+    }
+    cv::Matx44d const found = calibration.object.getTransform();
+    EXPECT_LT(cv::norm(cv::Vec3d(found(0, 3), found(1, 3), found(2, 3)) - cam0_from_cam1.translation), 2)
+        << corners;
+    EXPECT_LT(cv::norm(cv::Matx33d(found.get_minor<3, 3>(0, 0)) - cam0_from_cam1.rotation), 0.02) << corners;
+  }
+}
+
 } // namespace
 } // namespace vorn::mv

@@ -40,14 +40,15 @@ inline std::optional<cv::Point2d> saddleAround(cv::Mat const& grey, cv::Point2d 
   return centre + cv::Point2d(f[1] * f[4] - 2 * f[2] * f[3], f[1] * f[3] - 2 * f[0] * f[4]) / bend;
 }
 
-/// The saddle that steps from a place lead to; none where they do not settle within a pixel of it. The grey
-/// levels about a corner are the same turned by half a turn, whatever the window, so that it draws nothing.
-/// @param smooth CV_8UC1, by a Gaussian of `saddleSmoothing`
+/// The saddle that steps from a place lead to; none where they do not settle near it. The grey levels about
+/// a corner are the same turned by half a turn, whatever the window, so that it draws nothing.
+/// @param smooth CV_8UC1, by a Gaussian of `saddleSmoothing` or wider
 /// @param half of the window, px: it must end before anything else than the four squares
-inline std::optional<cv::Point2d> settledSaddle(cv::Mat const& smooth, cv::Point2d const& start, int half) {
+/// @param farthest from the start, px
+inline std::optional<cv::Point2d> settledSaddle(cv::Mat const& smooth, cv::Point2d const& start, int half,
+                                                double farthest = 1) {
   constexpr int mostSteps = 30;
   constexpr double leastStep = 1e-3; // px
-  constexpr double farthest = 1;
   cv::Point2d centre = start;
   for (int i = 0; i < mostSteps; ++i) {
     auto const saddle = saddleAround(smooth, centre, half);

@@ -4,20 +4,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <memory>
 #include <string>
 #include <tuple>
 #include <utility>
 
-#include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/calib/target_finder.hpp>
 #include <vorn/mv/core/library.hpp>
 
-#include "calib/target/corner_saddle.hpp"
+#include "calib/target/chessboard.hpp"
 #include "calib/target/dot_grid.hpp"
 #include "calib/target/grey_image.hpp"
 #include "calib/target/grid_placement.hpp"
@@ -160,76 +157,6 @@ bool tellsMore(Detection const& a, Detection const& b) {
   return rank(a) > rank(b);
 }
 
-/// Moves corners to the saddles of the grey levels: `findChessboardCornersSB` leaves them some hundredths of
-/// a pixel beside, all to one side.
-void refineCorners(cv::Mat const& image, cv::Size const& size, std::vector<cv::Point2f>& corners) {
-  constexpr double windowInSquares = 0.25;
-  constexpr int smallest = 2;
-  constexpr int largest = 8;
-  cv::Mat smooth;
-  cv::GaussianBlur(image, smooth, {}, saddleSmoothing);
-  std::vector<cv::Point2f> const rough = corners;
-  for (int i = 0; i < size.area(); ++i) {
-    double square = std::numeric_limits<double>::infinity();
-    auto const at = [&](int k) { return rough[static_cast<std::size_t>(k)]; };
-    for (auto const& [neighbour, isThere] :
-         {std::pair(i - 1, i % size.width > 0), std::pair(i + 1, i % size.width + 1 < size.width),
-          std::pair(i - size.width, i >= size.width),
-          std::pair(i + size.width, i + size.width < size.area())}) {
-      square = isThere ? std::min(square, cv::norm(at(neighbour) - at(i))) : square;
-    }
-    int const half = std::clamp(static_cast<int>(windowInSquares * square), smallest, largest);
-    if (auto const saddle = settledSaddle(smooth, at(i), half)) {
-      corners[static_cast<std::size_t>(i)] = *saddle;
-    }
-  }
-}
-
-bool findCorners(cv::Mat const& image, cv::Size const& size, std::vector<cv::Point2f>& corners) {
-  return cv::findChessboardCornersSB(image, size, corners, cv::CALIB_CB_EXHAUSTIVE | cv::CALIB_CB_ACCURACY);
-}
-
-std::string sizeText(cv::Size const& size) {
-  return std::to_string(size.width) + " x " + std::to_string(size.height);
-}
-
-/// Why a chessboard was not found: as a rule its squares were counted in place of its corners where one of
-/// fewer is there.
-std::string reasonForNoChessboard(cv::Mat const& image, cv::Size const& size) {
-  constexpr int least = 3; // corners each way that can be looked for
-  cv::Size const fewer = size - cv::Size(1, 1);
-  std::vector<cv::Point2f> corners;
-  if (std::min(fewer.width, fewer.height) >= least && findCorners(image, fewer, corners)) {
-    return "a chessboard of " + sizeText(fewer) + " inner corners was found in place of one of " +
-           sizeText(size) +
-           ": the size counts inner corners, one fewer than squares each way, and the whole board must be in "
-           "view";
-  }
-  return "no chessboard of " + sizeText(size) + " inner corners, the whole of which must be in view";
-}
-
-Detection detectChessboard(cv::Mat const& image, TargetDescription const& target) {
-  Detection detection;
-  std::vector<cv::Point2f> corners;
-  bool const isFound = findCorners(image, target.size, corners);
-  auto const count = static_cast<int>(isFound ? corners.size() : 0);
-  detection.steps = {{"inner corners of a chessboard", count}};
-  if (!isFound) {
-    detection.reason = reasonForNoChessboard(image, target.size);
-    return detection;
-  }
-  refineCorners(image, target.size, corners);
-  std::vector<TargetDot> dots;
-  for (int i = 0; i < count; ++i) {
-    dots.push_back({{i % target.size.width, i / target.size.width}, corners[static_cast<std::size_t>(i)]});
-  }
-  GridPlacement placement = placeGrid(dots, target, {});
-  detection.readings = placement.readings;
-  detection.reason = placement.reason;
-  addPoints(detection, target, std::move(placement.dots));
-  return detection;
-}
-
 } // namespace
 
 void DetectSettings::check() const {
@@ -262,7 +189,7 @@ Detection detectTarget(cv::Mat const& image, TargetDescription const& target, De
   progress.at("detecting targets", 0.0);
   GreyImage const grey = greyImage(image, "detectTarget");
   if (target.kind == TargetKind::Chessboard) {
-    return detectChessboard(grey.bytes, target);
+    return detectChessboard(grey.bytes, target, progress);
   }
   if (target.kind == TargetKind::Charuco) {
     return finder->detect(grey.bytes, target, settings);

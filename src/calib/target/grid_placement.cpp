@@ -144,13 +144,17 @@ double alongColumns(std::vector<TargetDot> const& dots) {
 
 } // namespace
 
-GridPlacement placeGrid(std::vector<TargetDot> const& dots, TargetDescription const& target,
-                        std::function<bool(cv::Point const& index)> const& isLarger) {
+GridPlacement
+placeGrid(std::vector<TargetDot> const& dots, TargetDescription const& target,
+          std::function<bool(cv::Point const& index)> const& isLarger,
+          std::function<bool(cv::Point const& place, cv::Point const& index, int turns)> const& suits) {
   GridPlacement placement;
   Placing const placing(dots, target);
   std::vector<Reading> readings;
   for (int turns = 0; turns < 4; ++turns) {
-    if (auto const reading = placing.bestShift(turns)) {
+    auto const reading = placing.bestShift(turns);
+    if (reading && (!suits || suits(dots.front().index,
+                                    placing.indexOf(dots.front().index, turns) - reading->shift, turns))) {
       readings.push_back(*reading);
     }
   }
@@ -160,7 +164,9 @@ GridPlacement placeGrid(std::vector<TargetDot> const& dots, TargetDescription co
       places.push_back(placing.indexOf(dot.index, 0));
     }
     cv::Size const seen = cv::boundingRect(places).size();
-    placement.reason = "the " + std::to_string(dots.size()) + " dots of the grid stand on " +
+    bool const isBoard = target.kind == TargetKind::Chessboard;
+    placement.reason = "the " + std::to_string(dots.size()) +
+                       (isBoard ? " corners of the board stand on " : " dots of the grid stand on ") +
                        std::to_string(seen.width) + " x " + std::to_string(seen.height) +
                        " places and are not the target's " + std::to_string(target.size.width) + " x " +
                        std::to_string(target.size.height) + " to all four sides";

@@ -27,7 +27,11 @@ struct GridPlacement {
 /// reach the target's first and last row and column, and hold next to nothing beyond.
 ///
 /// @param isLarger whether the dot at a place of the grid is larger than the others; asked at marks only
-GridPlacement placeGrid(std::vector<TargetDot> const& dots, TargetDescription const& target,
-                        std::function<bool(cv::Point const& index)> const& isLarger);
+/// @param suits    whether what is seen at a place of the grid can be the target's point of an index, which
+///                 so many quarter turns give it; asked once for each turn; null where all can be
+GridPlacement
+placeGrid(std::vector<TargetDot> const& dots, TargetDescription const& target,
+          std::function<bool(cv::Point const& index)> const& isLarger,
+          std::function<bool(cv::Point const& place, cv::Point const& index, int turns)> const& suits = {});
 
 } // namespace vorn::mv

@@ -145,6 +145,9 @@ void TargetDescription::check() const {
   auto const text = std::to_string(size.width) + " x " + std::to_string(size.height);
   require(size == cv::Size() || (size.width >= 2 && size.height >= 2),
           "The size of a target is " + text + " and must be 2 x 2 or more, or 0 x 0 when it is not known");
+  constexpr int leastCorners = 3;
+  require(kind != TargetKind::Chessboard || std::min(size.width, size.height) >= leastCorners,
+          "The size of a chessboard is " + text + " inner corners and must be 3 x 3 or more");
   require(std::max(size.width, size.height) <= farthestIndex,
           "The size of a target is " + text + " and must be at most " + std::to_string(farthestIndex) +
               " each way");

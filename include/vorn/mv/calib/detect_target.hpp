@@ -57,9 +57,9 @@ struct Detection {
   std::vector<cv::Point> indices;
   /// Whether marks fixed the indices.
   bool isOriginMarked = false;
-  /// In how many ways the points may be counted: 1 when marks or the shape of a whole grid fix the indices; 2
-  /// or 4 when a whole grid looks the same turned, of which the way was taken that has x most along the
-  /// image's columns; 0 when indices count from the middle of what is seen of an unknown grid.
+  /// In how many ways the points may be counted: 1 when marks, colours or the shape of a whole grid fix the
+  /// indices; 2 or 4 when a whole grid looks the same turned, of which the way was taken that has x most
+  /// along the image's columns; 0 when indices count from the middle of what is seen of an unknown grid.
   int readings = 0;
   /// How many candidates were left after each step.
   std::vector<DetectionStep> steps;
@@ -78,8 +78,12 @@ struct Detection {
 /// polarity, cut and covered ones left out; the position of a dot is the image of its centre, corrected for
 /// perspective. Of a target with the three corner marks any part will do that shows them. A grid of known
 /// size must be seen to its last row and column on all four sides, with gaps if need be. Corners of
-/// chessboards are found by `cv::findChessboardCornersSB`, which wants the whole board, and moved to the
-/// saddles of the grey levels. Of a ChArUco board
+/// chessboards are found by `cv::findChessboardCornersSB`, which wants the whole board, in the image reduced
+/// and brought to even light, and as it is; they are then moved to the saddles of the grey levels. Corners
+/// that are no crossings of two dark and two bright squares, or that do not stand where their neighbours say,
+/// are left out; a board whose squares go on beyond the described ones is refused. Where its columns and
+/// rows are not both odd or both even, the squares' colours fix the indices: the first corner has dark
+/// squares at its upper left and lower right. Of a ChArUco board
 /// any part will do; it takes the library `vorn::mv_charuco`, or another finder (`setTargetFinder`).
 ///
 /// Images of more than 8 bits are brought to 8 by a linear stretch between their darkest and brightest

@@ -43,8 +43,8 @@ struct VORN_API TargetDescription : IJsonSerializable {
   /// the next row, which is half the way from one dot of a row to the next; of a chessboard a square's side.
   double pitch = 0;
   /// Columns and rows of dots, of chessboards those of inner corners; of a staggered grid the dots of one
-  /// row and the rows. (0, 0) when not known: marks must fix the indices then, or they are counted from the
-  /// middle of what is seen.
+  /// row and the rows; 2 or more each way, of chessboards 3. (0, 0) when not known: marks must fix the
+  /// indices then, or they are counted from the middle of what is seen.
   cv::Size size;
   /// The index of the first column and row.
   cv::Point first;

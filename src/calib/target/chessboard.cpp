@@ -1,0 +1,415 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "calib/target/chessboard.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "calib/target/board_crossings.hpp"
+#include "calib/target/board_neighbours.hpp"
+#include "calib/target/corner_saddle.hpp"
+#include "calib/target/grid_placement.hpp"
+#include "core/median.hpp"
+
+namespace vorn::mv {
+namespace {
+
+constexpr char const* stage = "detecting targets";
+
+/// Least contrast of a corner's squares, of the board's median.
+constexpr double leastContrast = 0.25;
+
+/// A board by rows.
+struct Corners {
+  cv::Size size;
+  std::vector<cv::Point2f> places;
+  std::vector<char> isSettled; ///< whether each was measured at a saddle
+
+  cv::Point2d at(cv::Point const& index) const {
+    return places[static_cast<std::size_t>(index.y * size.width + index.x)];
+  }
+  bool has(cv::Point const& index) const { return cv::Rect({}, size).contains(index); }
+};
+
+std::string sizeText(cv::Size const& size) {
+  return std::to_string(size.width) + " x " + std::to_string(size.height);
+}
+
+/// The image with its light and contrast the same everywhere: `findChessboardCornersSB` looks for one
+/// threshold for all of it, and dim or shaded boards fall under that.
+cv::Mat evened(cv::Mat const& image) {
+  constexpr double windowsASide = 40;
+  constexpr double leastDeviation = 2; // grey levels: of noise alone no pattern is made
+  constexpr double contrast = 60;
+  constexpr double middle = 128;
+  constexpr int coarser = 4;
+  cv::Mat coarse;
+  cv::Size const size(std::max(1, image.cols / coarser), std::max(1, image.rows / coarser));
+  cv::resize(image, coarse, size, 0, 0, cv::INTER_AREA);
+  coarse.convertTo(coarse, CV_32F);
+  double const sigma = std::max(1.0, std::max(size.width, size.height) / windowsASide);
+  cv::Mat mean;
+  cv::Mat squares;
+  cv::GaussianBlur(coarse, mean, {}, sigma);
+  cv::GaussianBlur(coarse.mul(coarse), squares, {}, sigma);
+  cv::Mat deviation;
+  cv::sqrt(cv::max(squares - mean.mul(mean), leastDeviation * leastDeviation), deviation);
+  cv::resize(mean, mean, image.size());
+  cv::resize(deviation, deviation, image.size());
+  cv::Mat level;
+  image.convertTo(level, CV_32F);
+  cv::Mat even = (level - mean) / deviation * contrast + middle;
+  even.convertTo(even, CV_8U);
+  return even;
+}
+
+bool search(cv::Mat const& image, cv::Size const& size, int more, Corners& corners) {
+  cv::Mat squares; // of the board that was found, one a corner
+  // Images that are no larger are enlarged for the search.
+  constexpr int smallSide = 640;
+  more |= std::max(image.cols, image.rows) < smallSide ? cv::CALIB_CB_ACCURACY : 0;
+  bool const isFound =
+      cv::findChessboardCornersSB(image, size, corners.places, cv::CALIB_CB_EXHAUSTIVE | more, squares);
+  corners.size = squares.size();
+  if (!isFound || corners.places.size() != static_cast<std::size_t>(corners.size.area())) {
+    return false;
+  }
+  cv::Point2d const right = corners.at({corners.size.width - 1, 0}) - corners.at({0, 0});
+  cv::Point2d const down = corners.at({0, corners.size.height - 1}) - corners.at({0, 0});
+  if (right.cross(down) < 0) { // boards are seen from the front
+    for (auto row = corners.places.begin(); row != corners.places.end(); row += corners.size.width) {
+      std::reverse(row, row + corners.size.width);
+    }
+  }
+  return true;
+}
+
+bool isTurned(cv::Size const& a, cv::Size const& b) {
+  return a.width == b.height && a.height == b.width;
+}
+
+/// Factors to reduce an image by, coarse first: a search takes a time that goes with the number of pixels.
+std::vector<int> factorsFor(cv::Size const& size) {
+  constexpr int longSide = 640; // of the coarsest, at least
+  constexpr int mostFactor = 16;
+  int factor = 1;
+  while (factor < mostFactor && std::max(size.width, size.height) >= 2 * factor * longSide) {
+    factor *= 2;
+  }
+  std::vector<int> factors;
+  for (; factor > 0; factor /= 2) {
+    factors.push_back(factor);
+  }
+  return factors;
+}
+
+cv::Mat reduced(cv::Mat const& image, int factor) {
+  if (factor == 1) {
+    return image;
+  }
+  cv::Size const size(image.cols / factor, image.rows / factor);
+  cv::Mat level;
+  cv::resize(image(cv::Rect({}, size * factor)), level, size, 0, 0, cv::INTER_AREA);
+  return level;
+}
+
+cv::Point2f unreduced(cv::Point2f const& place, int factor) {
+  auto const f = static_cast<float>(factor);
+  return place * f + cv::Point2f((f - 1) / 2, (f - 1) / 2);
+}
+
+/// The way to a corner's neighbour along one axis, as from the one on the other side where there is none.
+cv::Point2d stepAt(Corners const& corners, cv::Point const& index, cv::Point const& along) {
+  bool const isAfter = corners.has(index + along);
+  bool const isBefore = corners.has(index - along);
+  cv::Point2d const here = corners.at(index);
+  cv::Point2d const after = isAfter ? corners.at(index + along) : here;
+  cv::Point2d const before = isBefore ? corners.at(index - along) : here;
+  return (after - before) * (isAfter && isBefore ? 0.5 : 1.0);
+}
+
+/// How a board lies around a corner: a square along x and along y.
+Crossing crossingAt(Corners const& corners, cv::Point const& index) {
+  return {corners.at(index), stepAt(corners, index, {1, 0}), stepAt(corners, index, {0, 1})};
+}
+
+/// Moves corners to the saddles of the grey levels: `findChessboardCornersSB` leaves them some hundredths of
+/// a pixel beside, all to one side.
+/// @param doubt how far they may be off, px
+void refine(cv::Mat const& smooth, double doubt, Corners& corners) {
+  constexpr double windowInSquares = 0.25;
+  constexpr int smallest = 2;
+  constexpr int largest = 8;
+  Corners const rough = corners;
+  corners.isSettled.assign(corners.places.size(), 0);
+  for (int y = 0; y < corners.size.height; ++y) {
+    for (int x = 0; x < corners.size.width; ++x) {
+      Crossing const crossing = crossingAt(rough, {x, y});
+      double const square = std::min(cv::norm(crossing.right), cv::norm(crossing.down));
+      int const half = std::clamp(static_cast<int>(windowInSquares * square), smallest, largest);
+      if (auto const saddle = settledSaddle(smooth, crossing.centre, half, doubt)) {
+        auto const number = static_cast<std::size_t>(y * corners.size.width + x);
+        corners.places[number] = *saddle;
+        corners.isSettled[number] = 1;
+      }
+    }
+  }
+}
+
+/// What the grey levels at a board's corners tell.
+struct Judgement {
+  std::vector<double> contrasts; ///< above 0 for dark squares at the upper left and lower right
+  bool isFirstDark = true;       ///< whether the first corner has dark squares there
+  double median = 0;
+
+  /// Dark squares where they belong at a corner, and how clearly.
+  double at(std::size_t number, cv::Point const& index) const {
+    bool const isLikeFirst = (index.x + index.y) % 2 == 0;
+    return isLikeFirst == isFirstDark ? contrasts[number] : -contrasts[number];
+  }
+};
+
+Judgement judge(cv::Mat const& smooth, Corners const& corners) {
+  Judgement judgement;
+  std::vector<double> asFirst;
+  for (int y = 0; y < corners.size.height; ++y) {
+    for (int x = 0; x < corners.size.width; ++x) {
+      double const contrast = crossingContrast(smooth, crossingAt(corners, {x, y}));
+      judgement.contrasts.push_back(contrast);
+      asFirst.push_back((x + y) % 2 == 0 ? contrast : -contrast);
+    }
+  }
+  double const median = medianOf(std::move(asFirst));
+  judgement.isFirstDark = median > 0;
+  judgement.median = std::abs(median);
+  return judgement;
+}
+
+/// The board without the corners that are no crossings, and those.
+struct JudgedBoard {
+  std::vector<TargetDot> kept;
+  std::vector<DroppedDot> dropped;
+};
+
+JudgedBoard sieve(Corners const& corners, Judgement const& judgement) {
+  JudgedBoard board;
+  auto const drop = [&](cv::Point2d const& place, char const* reason) {
+    board.dropped.push_back({cv::Point2f(place), reason});
+  };
+  std::vector<TargetDot> crossings;
+  for (int i = 0; i < corners.size.area(); ++i) {
+    auto const number = static_cast<std::size_t>(i);
+    cv::Point const index(i % corners.size.width, i / corners.size.width);
+    if (judgement.at(number, index) < leastContrast * judgement.median) {
+      drop(corners.at(index), "it is no crossing of two dark and two bright squares");
+    } else if (corners.isSettled[number] == 0) {
+      drop(corners.at(index), "the grey levels have no saddle there");
+    } else {
+      crossings.push_back({index, corners.at(index)});
+    }
+  }
+  for (TargetDot const& corner : crossings) {
+    Crossing const around = crossingAt(corners, corner.index);
+    double const square = std::min(cv::norm(around.right), cv::norm(around.down));
+    if (offsetFromNeighbours(crossings, corner).value_or(0) <= mostOffset(square)) {
+      board.kept.push_back(corner);
+    } else {
+      drop(corner.centre, "it does not stand where its neighbours say");
+    }
+  }
+  return board;
+}
+
+/// Whether there are crossings a square beyond one side of a board.
+bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judgement,
+            cv::Point const& outwards) {
+  constexpr double leastShare = 0.5; // of the side's corners
+  int seen = 0;
+  int crossings = 0;
+  for (int i = 0; i < corners.size.area(); ++i) {
+    cv::Point const index(i % corners.size.width, i / corners.size.width);
+    if (corners.has(index + outwards)) {
+      continue;
+    }
+    ++seen;
+    // Squares become smaller or larger at the rate that they did before.
+    cv::Point2d const last = corners.at(index) - corners.at(index - outwards);
+    cv::Point2d const before = corners.at(index - outwards) - corners.at(index - 2 * outwards);
+    double const growth = std::clamp(cv::norm(last) / std::max(cv::norm(before), 1e-9), 0.5, 2.0);
+    Crossing crossing = crossingAt(corners, index);
+    crossing.centre += last * growth;
+    int const x = index.x + outwards.x;
+    int const y = index.y + outwards.y;
+    bool const isDark = ((x + y) % 2 == 0) == judgement.isFirstDark;
+    double const contrast = crossingContrast(smooth, crossing);
+    crossings += (isDark ? contrast : -contrast) >= leastContrast * judgement.median ? 1 : 0;
+  }
+  return crossings >= leastShare * seen;
+}
+
+bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judgement) {
+  std::array<cv::Point, 4> const sides = {cv::Point(-1, 0), cv::Point(1, 0), cv::Point(0, -1),
+                                          cv::Point(0, 1)};
+  return std::any_of(sides.begin(), sides.end(), [&](cv::Point const& outwards) {
+    return goesOn(smooth, corners, judgement, outwards);
+  });
+}
+
+/// A chessboard in an image, to be measured.
+class Search {
+public:
+  Search(cv::Mat const& image, TargetDescription const& target) : image_(image), target_(target) {
+    cv::GaussianBlur(image, smooth_, {}, saddleSmoothing);
+  }
+
+  Detection run(Progress const& progress) {
+    std::vector<int> const factors = factorsFor(image_.size());
+    double done = 0;
+    for (int const factor : factors) {
+      progress.at(stage, done);
+      done = 0.1 + 0.9 * done; // each takes a few times as long as the one before
+      cv::Mat const level = reduced(image_, factor);
+      for (cv::Mat const& seen : {evened(level), level}) {
+        progress.at(stage, done);
+        Corners corners;
+        if (search(seen, target_.size, 0, corners) && corners.size == target_.size) {
+          lookAt(std::move(corners), factor);
+        }
+        if (static_cast<int>(best_.keyPoints.size()) == target_.size.area()) {
+          return best_;
+        }
+      }
+    }
+    if (best_.isEmpty()) {
+      lookForAny(std::max(1, factors.front() / 2)); // fine enough for boards, and quick
+    }
+    return best_;
+  }
+
+private:
+  /// Takes a board of the target's size in a reduced image, if it tells more than the last one.
+  void lookAt(Corners corners, int factor) {
+    measure(corners, factor);
+    Judgement const judgement = judge(smooth_, corners);
+    if (goesOn(smooth_, corners, judgement)) {
+      goesOn_ = true;
+      return;
+    }
+    JudgedBoard board = sieve(corners, judgement);
+    constexpr double leastKept = 0.8; // of the corners
+    std::size_t const least = std::max(best_.keyPoints.size() + 1, static_cast<std::size_t>(
+                                           std::ceil(leastKept * target_.size.area())));
+    if (board.kept.size() >= least) {
+      take(std::move(board), judgement);
+    }
+  }
+
+  void take(JudgedBoard board, Judgement const& judgement) {
+    GridPlacement placement =
+        placeGrid(board.kept, target_, {}, [&](cv::Point const& place, cv::Point const& index, int turns) {
+          bool const isDark = ((place.x + place.y) % 2 == 0) == judgement.isFirstDark;
+          bool const isDarkTurned = isDark == (turns % 2 == 0); // what is upper left is upper right then
+          return isDarkTurned == ((index.x + index.y) % 2 == 0);
+        });
+    if (placement.dots.empty()) {
+      return;
+    }
+    best_ = Detection();
+    best_.steps = {{"inner corners of a chessboard", target_.size.area()},
+                   {"crossings of dark and bright squares", static_cast<int>(board.kept.size())}};
+    best_.dropped = std::move(board.dropped);
+    best_.readings = placement.readings;
+    std::sort(placement.dots.begin(), placement.dots.end(), [](TargetDot const& a, TargetDot const& b) {
+      return a.index.y != b.index.y ? a.index.y < b.index.y : a.index.x < b.index.x;
+    });
+    for (TargetDot const& corner : placement.dots) {
+      best_.keyPoints.emplace_back(cv::Point2f(corner.centre), cv::Point2f(target_.position(corner.index)));
+      best_.indices.push_back(corner.index);
+    }
+  }
+
+  /// Brings corners from a reduced image to this one's saddles.
+  void measure(Corners& corners, int factor) const {
+    for (cv::Point2f& place : corners.places) {
+      place = unreduced(place, factor);
+    }
+    constexpr double doubtInReduced = 0.5; // px there
+    if (factor > 1) {
+      cv::Mat blurred;
+      cv::GaussianBlur(image_, blurred, {}, doubtInReduced * factor);
+      refine(blurred, doubtInReduced * factor + 1, corners);
+    }
+    refine(smooth_, 1, corners);
+  }
+
+  /// Looks for a board of any size: it is taken if it is the target, and said if it is not.
+  void lookForAny(int factor) {
+    cv::Mat const level = reduced(image_, factor);
+    Corners part;
+    constexpr int least = 3; // corners each way that can be looked for
+    bool const isPart = search(evened(level), {least, least}, cv::CALIB_CB_LARGER, part) &&
+                        part.size.area() > least * least;
+    if (isPart && (part.size == target_.size || isTurned(part.size, target_.size))) {
+      lookAt(part, factor);
+    }
+    if (!best_.isEmpty()) {
+      return;
+    }
+    std::vector<cv::Point2f> const crossings = findCrossings(level);
+    best_.steps = {{"crossings of dark and bright squares", static_cast<int>(crossings.size())},
+                   {"inner corners of one chessboard", isPart ? part.size.area() : 0},
+                   {"of the described one", 0}};
+    auto const drop = [&](std::vector<cv::Point2f> const& places, std::string const& reason) {
+      for (cv::Point2f const& place : places) {
+        best_.dropped.push_back({unreduced(place, factor), reason});
+      }
+    };
+    if (isPart) {
+      best_.reason = reasonFor(part.size);
+      drop(part.places, "it belongs to a chessboard of " + sizeText(part.size) + " corners in view");
+      return;
+    }
+    drop(crossings, "it is a crossing of dark and bright squares, but of no whole chessboard");
+    best_.reason = goesOn_ ? "a chessboard goes on beyond " + sizeText(target_.size) +
+                                 " inner corners, and which of its corners are meant cannot be told"
+                           : "of " + std::to_string(crossings.size()) +
+                                 " crossings of dark and bright squares no chessboard of " +
+                                 sizeText(target_.size) +
+                                 " inner corners can be made, the whole of which must be in view";
+  }
+
+  /// Why a board of another size is not the target.
+  std::string reasonFor(cv::Size const& part) const {
+    cv::Size const turned(part.height, part.width);
+    bool const isAcross = (part.width >= part.height) == (target_.size.width >= target_.size.height);
+    cv::Size const seen = isAcross ? part : turned;
+    std::string const text = "a chessboard of " + sizeText(seen) +
+                             " inner corners was found in place of one of " + sizeText(target_.size) + ": ";
+    return seen == target_.size - cv::Size(1, 1)
+               ? text + "the size counts inner corners, one fewer than squares each way, and the whole "
+                        "board must be in view"
+               : text + "the whole board must be in view, and the size is that of all of it";
+  }
+
+  cv::Mat const& image_;
+  TargetDescription const& target_;
+  cv::Mat smooth_;
+  Detection best_;
+  bool goesOn_ = false; ///< whether a part of a larger board was found
+};
+
+} // namespace
+
+Detection detectChessboard(cv::Mat const& image, TargetDescription const& target, Progress const& progress) {
+  return Search(image, target).run(progress);
+}
+
+} // namespace vorn::mv
