@@ -362,5 +362,16 @@ TEST(TargetDescriptionTest, ReadsWhatItWrites) {
   }
 }
 
+TEST(TargetDescriptionTest, OnlyTheThreeCornerPlacesAreCornerMarks) {
+  TargetDescription target = plainTarget({12, 9});
+  target.marks = {{0, 1}, {0, 0}, {1, 0}};
+  EXPECT_TRUE(target.hasCornerMarks()) << "in any order";
+  for (std::vector<cv::Point> const& others :
+       {std::vector<cv::Point>{{0, 0}, {1, 0}, {4, 1}}, {{0, 0}, {0, 0}, {0, 1}}, {{0, 0}}, {}}) {
+    target.marks = others;
+    EXPECT_FALSE(target.hasCornerMarks());
+  }
+}
+
 } // namespace
 } // namespace vorn::test

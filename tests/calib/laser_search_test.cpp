@@ -151,6 +151,15 @@ TEST(LaserLine, OverexposedStripesAreMeasuredByTheirFlanks) {
     }
     EXPECT_GT(predicted, found.rms / 2) << "its sigma is not too small";
   }
+  // A border of the image that cuts a flank off leaves nothing to measure it by.
+  cv::Mat cut(rows, columns, CV_32F, cv::Scalar(20));
+  addStripe(cut, 0, 2500, 4);
+  constexpr int lastRow = 142; // through the line's crests
+  Quality const atBorder = qualityOf(lineIn(digitized(cut, 2).rowRange(0, lastRow)).peaks);
+  EXPECT_EQ(atBorder.wrong, 0);
+  EXPECT_GT(atBorder.right, columns / 4);
+  EXPECT_LT(atBorder.right, 3 * columns / 4);
+  EXPECT_LT(atBorder.rms, 0.06);
   // A stripe as high as the range, not clipped, is known better.
   cv::Mat light(rows, columns, CV_32F, cv::Scalar(20));
   addStripe(light, 0, 220, 2.5);

@@ -102,6 +102,7 @@ TEST_F(OpenCvCamera, ReadsOtherNamesAndPlainLists) {
        -1},
       {"<?xml version=\"1.0\"?>\n<opencv_storage>\n<Camera_Matrix type_id=\"opencv-matrix\"><rows>3</rows>"
        "<cols>3</cols><dt>f</dt><data>800 0 320 0 810 240 0 0 1</data></Camera_Matrix>\n"
+       "<note/><place at=\"bench/2\" />"
        "<Distortion_Coefficients type_id=\"opencv-matrix\"><rows>4</rows><cols>1</cols><dt>d</dt>"
        "<data>0.1 0.2 0.3 0.4</data></Distortion_Coefficients><image_Width>640</image_Width>"
        "<image_Height>480</image_Height></opencv_storage>\n",

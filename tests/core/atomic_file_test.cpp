@@ -9,7 +9,9 @@
 #include <iterator>
 #include <string>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -179,6 +181,16 @@ TEST(AtomicFile, UnusableTargetsAreNamedWithTheReason) {
   fs::create_symlink("loop", folder / "loop");
   expectError([&] { AtomicFile file((folder / "loop").string()); }, "Too many levels of symbolic links");
   expectError([&] { AtomicFile file((folder / std::string(300, 'n')).string()); }, "File name too long");
+  // What is no file and cannot be opened either.
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  fs::path const name = folder / "s";
+  ASSERT_LT(name.string().size(), sizeof address.sun_path);
+  name.string().copy(address.sun_path, sizeof address.sun_path - 1);
+  int const bound = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_EQ(::bind(bound, reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
+  expectError([&] { AtomicFile file(name.string()); }, "Cannot open " + name.string() + ": No such device");
+  ::close(bound);
 }
 
 TEST(AtomicFile, ReplacedFileKeepsItsPermissions) {
