@@ -63,14 +63,14 @@ cv::Vec6d solveWithin(HeldMotions const& motions, PairEquations const& equations
   return inverseWithin(motions.held, equations.normal) * equations.gradient * -1.0;
 }
 
-cv::Matx66d covarianceOf(HeldMotions const& motions, PairEquations const& equations) {
-  cv::Matx66d covariance = cv::Matx66d::zeros();
-  auto const patches = static_cast<double>(equations.patches);
-  if (!motions.held.empty() && patches > 6.0) {
+cv::Matx66d covarianceOf(HeldMotions const& motions, PairEquations const& equations, double size) {
+  cv::Matx66d covariance = projectionOnto(motions.held) * (size * size);
+  auto const parts = static_cast<double>(equations.parts);
+  if (!motions.held.empty() && parts > 6.0) {
     cv::Matx66d const inverse = inverseWithin(motions.held, equations.response);
-    covariance = inverse * equations.scatter * inverse * (patches / (patches - 6.0));
+    covariance = inverse * equations.scatter * inverse * (parts / (parts - 6.0));
   }
-  return (covariance + covariance.t()) * 0.5 + projectionOnto(motions.free);
+  return (covariance + covariance.t()) * 0.5 + projectionOnto(motions.free) * (size * size);
 }
 
 std::vector<FreeMotion> freeMotionsOf(HeldMotions const& motions, cv::Vec3d const& pivot, double size) {

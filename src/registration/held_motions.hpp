@@ -28,8 +28,9 @@ cv::Vec6d solveWithin(HeldMotions const& motions, PairEquations const& equations
 /// The sum of the products of orthonormal columns with themselves.
 cv::Matx66d projectionOnto(cv::Mat_<double> const& motions);
 
-/// The covariance of the held motions from the scatter of the patches; along the free ones 1 (the size).
-cv::Matx66d covarianceOf(HeldMotions const& motions, PairEquations const& equations);
+/// The covariance of the held motions from the scatter of the patches; that of a shift by `size` along the
+/// free ones, and along all where its parts are too few to tell.
+cv::Matx66d covarianceOf(HeldMotions const& motions, PairEquations const& equations, double size);
 
 /// The free motions as translations and rotations of the target's frame.
 std::vector<FreeMotion> freeMotionsOf(HeldMotions const& motions, cv::Vec3d const& pivot, double size);

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "registration/pair_equations.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 
@@ -10,6 +11,8 @@ namespace vorn::mv {
 namespace {
 
 constexpr int patchesPerBand = 64;
+/// Of a scatter; six motions are fitted to them.
+constexpr std::size_t fewestParts = 24;
 
 cv::Vec6d jacobianOf(cv::Vec3d const& arm, cv::Vec3d const& normal) {
   cv::Vec3d const turn = arm.cross(normal);
@@ -46,6 +49,29 @@ void addPair(SurfacePair const& pair, double cutoff, PairEquations& sums) {
   ++sums.count;
 }
 
+/// Makes the scatter that of parts of about as many pairs, one after the other, as many as there are enough
+/// of.
+void scatterByParts(std::vector<SurfacePair> const& pairs, double cutoff, PairEquations& total) {
+  std::size_t const each = std::max<std::size_t>(1, total.count / fewestParts);
+  total.scatter = cv::Matx66d::zeros();
+  total.parts = 0;
+  PairEquations part;
+  auto const end = [&] {
+    total.scatter += part.gradient * part.gradient.t();
+    total.parts += part.count > 0 ? 1 : 0;
+    part = PairEquations();
+  };
+  for (SurfacePair const& pair : pairs) {
+    if (pair.isValid) {
+      addPair(pair, cutoff, part);
+    }
+    if (part.count == each) {
+      end();
+    }
+  }
+  end();
+}
+
 void mirror(cv::Matx66d& matrix) {
   for (int i = 0; i < 6; ++i) {
     for (int j = 0; j < i; ++j) {
@@ -66,6 +92,7 @@ void PairEquations::add(PairEquations const& other) {
   normalNoise += other.normalNoise;
   count += other.count;
   patches += other.patches;
+  parts += other.parts;
 }
 
 void findPairs(SourceSamples const& samples, SurfaceMatcher const& target,
@@ -124,12 +151,16 @@ PairEquations sumEquations(SourceSamples const& samples, std::vector<SurfacePair
         }
       }
       sums.patches = sums.count > 0 ? 1 : 0;
+      sums.parts = sums.patches;
       sums.scatter = sums.gradient * sums.gradient.t();
     }
   });
   PairEquations total;
   for (PairEquations const& patch : patches) {
     total.add(patch);
+  }
+  if (total.patches < fewestParts) {
+    scatterByParts(pairs, cutoff, total);
   }
   mirror(total.normal);
   mirror(total.response);

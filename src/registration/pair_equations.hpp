@@ -39,13 +39,14 @@ struct PairRule {
 struct PairEquations {
   cv::Matx66d normal = cv::Matx66d::zeros();   ///< sum of w J J'
   cv::Matx66d response = cv::Matx66d::zeros(); ///< the same with d(w e)/de for w
-  cv::Matx66d scatter = cv::Matx66d::zeros();  ///< of the patches' gradients
+  cv::Matx66d scatter = cv::Matx66d::zeros();  ///< of the gradients of the patches, or of smaller parts
   cv::Vec6d gradient;                          ///< sum of w e J
   double weights = 0.0;
   double squares = 0.0;     ///< sum of w e^2
   double normalNoise = 0.0; ///< sum of w times the mean square difference of the normals' components
   std::size_t count = 0;
   std::size_t patches = 0; ///< with any pair
+  std::size_t parts = 0;   ///< whose gradients `scatter` is of
 
   void add(PairEquations const& other);
 };
@@ -57,7 +58,9 @@ void findPairs(SourceSamples const& samples, SurfaceMatcher const& target,
                Progress const& progress);
 
 /// Sums the equations of the pairs with a weight that falls to 0 at `cutoff` (J. W. Tukey's biweight); all
-/// weigh 1 for a cutoff of 0. Patch by patch, so that the sums do not depend on threads.
+/// weigh 1 for a cutoff of 0. Patch by patch, so that the sums do not depend on threads. Where pairs are in
+/// few patches, those say little of how gradients scatter: then it is that of smaller parts, of some pairs
+/// each.
 PairEquations sumEquations(SourceSamples const& samples, std::vector<SurfacePair> const& pairs,
                            double cutoff);
 

@@ -98,13 +98,11 @@ bool SurfaceRegistration::step(SourceSamples const& samples, double& stepOverUnc
 void SurfaceRegistration::report(SourceSamples const& samples) {
   HeldMotions const motions = heldMotionsOf(equations_);
   double const size = target_.size();
-  cv::Matx66d const scaled = covarianceOf(motions, equations_);
-  cv::Matx66d const free = projectionOnto(motions.free);
+  cv::Matx66d const scaled = covarianceOf(motions, equations_, size);
   for (int i = 0; i < 6; ++i) {
     for (int j = 0; j < 6; ++j) {
       // Held motions are lengths, as are translations; free ones are a turn by 1 and a shift by the size.
-      double const value = scaled(i, j) - free(i, j) + free(i, j) * size * size;
-      result_.covariance(i, j) = value / ((i < 3 ? size : 1.0) * (j < 3 ? size : 1.0));
+      result_.covariance(i, j) = scaled(i, j) / ((i < 3 ? size : 1.0) * (j < 3 ? size : 1.0));
     }
   }
   result_.freeMotions = freeMotionsOf(motions, target_.middle(), size);

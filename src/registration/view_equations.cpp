@@ -94,7 +94,7 @@ void ViewEquations::add(std::size_t source, std::size_t target, PairEquations co
       weights_.segment<6>(at).array() += weight;
     }
   }
-  patches_ += static_cast<double>(equations.patches);
+  parts_ += static_cast<double>(equations.parts);
   chance_ = std::max(chance_, chanceRoom * equations.normalNoise / equations.weights /
                                   std::sqrt(std::max(1.0, static_cast<double>(equations.patches))));
 }
@@ -151,13 +151,19 @@ double ViewEquations::sizeInDeviations(std::vector<cv::Vec6d> const& steps) cons
 
 std::vector<cv::Matx66d> ViewEquations::covariances() const {
   std::vector<cv::Matx66d> covariances(first_.size(), cv::Matx66d::zeros());
-  double const spare = patches_ - static_cast<double>(held_.cols());
-  if (held_.cols() == 0 || spare <= 0.0) {
+  double const spare = parts_ - static_cast<double>(held_.cols());
+  if (held_.cols() == 0) {
+    return covariances;
+  }
+  if (spare <= 0.0) {
+    for (std::size_t view = 0; view < first_.size(); ++view) {
+      covariances[view] = cv::Matx66d::eye() * (first_[view] >= 0 ? size_ * size_ : 0.0);
+    }
     return covariances;
   }
   Eigen::MatrixXd const within = held_.transpose() * response_ * held_;
   Eigen::MatrixXd const gain = held_ * within.ldlt().solve(held_.transpose());
-  Eigen::MatrixXd const all = gain * scatter_ * gain.transpose() * (patches_ / spare);
+  Eigen::MatrixXd const all = gain * scatter_ * gain.transpose() * (parts_ / spare);
   for (std::size_t view = 0; view < first_.size(); ++view) {
     for (int i = 0; i < 6 && first_[view] >= 0; ++i) {
       for (int j = 0; j < 6; ++j) {

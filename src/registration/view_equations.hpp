@@ -32,7 +32,8 @@ public:
   std::vector<cv::Vec6d> solve() const;
   /// How large a step is in standard deviations of the result, RMS over the held motions.
   double sizeInDeviations(std::vector<cv::Vec6d> const& steps) const;
-  /// The covariance of a view's motion within the held ones, rotation times the size.
+  /// The covariance of a view's motion within the held ones, rotation times the size; that of a shift by the
+  /// size where the scatter does not tell.
   std::vector<cv::Matx66d> covariances() const;
   /// The motions of a view that are not held, 6 x k with orthonormal columns.
   cv::Mat_<double> freeMotions(std::size_t view) const;
@@ -51,7 +52,7 @@ private:
   Eigen::VectorXd gradient_;
   Eigen::VectorXd weights_; ///< a row
   double chance_ = 0.0;     ///< how much the noise of normals lets free motions look held
-  double patches_ = 0.0;
+  double parts_ = 0.0;      ///< that `scatter_` is of
   Eigen::MatrixXd held_; ///< columns; the squares' curvature along them is that of a held motion of weight 1
   Eigen::VectorXd values_;
   Eigen::MatrixXd free_;

@@ -113,6 +113,50 @@ TEST_F(Register, CovarianceIsThatOfRepeatedScans) {
   EXPECT_NEAR(std::pow(product, 1.0 / 6.0), 1.0, 0.15);
 }
 
+/// A few patches say too little of how they scatter: of six and fewer nothing is left once a motion is
+/// fitted.
+TEST_F(Register, CovarianceOfFewPointsIsThatOfRepeatedScans) {
+  constexpr int trials = 80;
+  Surface const waves = [](double u, double v) {
+    double const x = 8.0 * u;
+    double const y = 8.0 * v;
+    return cv::Vec3d(x, y, 400.0 + 1.5 * std::sin(0.3 * x) * std::cos(0.25 * y) + 0.01 * x * y);
+  };
+  cv::Vec3d const around(6.0, 6.0, 400.0);
+  cv::Matx44d const truth = motionAbout(around, {0.3, 0.2, -0.4}, {0.05, 0.02, -0.04});
+  struct Scene {
+    int side;
+    bool isGrid;
+    double sigma;
+  };
+  for (Scene const& scene :
+       {Scene{12, false, 0.03}, Scene{17, false, 0.03}, Scene{30, false, 0.03}, Scene{30, true, 0.003}}) {
+    cv::Vec6d found;
+    cv::Vec6d claimed;
+    for (unsigned trial = 0; trial < trials; ++trial) {
+      cv::Mat_<cv::Vec3f> const target = view(waves, scene.side, 0.0, 0.0, scene.sigma, 2 * trial + 10);
+      cv::Mat_<cv::Vec3f> const source =
+          moveAll(truth.inv(), view(waves, scene.side, 0.04, 0.03, scene.sigma, 2 * trial + 11));
+      Registration const result =
+          registerClouds(PointCloud(source, scene.isGrid), PointCloud(target, scene.isGrid));
+      ASSERT_TRUE(result.isFound() && result.freeMotions.empty());
+      cv::Vec6d const error = errorOf(result.targetFromSource, truth, result.pivot);
+      for (int i = 0; i < 6; ++i) {
+        found[i] += error[i] * error[i];
+        claimed[i] += result.covariance(i, i);
+      }
+    }
+    double product = 1.0;
+    for (int i = 0; i < 6; ++i) {
+      double const ratio = std::sqrt(claimed[i] / found[i]);
+      EXPECT_GT(ratio, 0.65) << scene.side << ' ' << scene.isGrid << ' ' << i;
+      EXPECT_LT(ratio, 1.7) << scene.side << ' ' << scene.isGrid << ' ' << i;
+      product *= ratio;
+    }
+    EXPECT_NEAR(std::pow(product, 1.0 / 6.0), 1.05, 0.25) << scene.side << ' ' << scene.isGrid;
+  }
+}
+
 /// Places beside the points by the same share everywhere, a cell of 0.3 here, draw the mean of repeated scans
 /// by what is wrong with normals: at the rims of grids, and where a list bends within the neighbours of a
 /// point.

@@ -85,7 +85,8 @@ struct VORN_API Registration {
   std::size_t matches = 0;
   /// Covariance of the source's last small motion in the target's frame: rotation about `pivot` in rad (x, y,
   /// z), translation. It follows from how the residuals of patches of the surface scatter, so noise that
-  /// neighbours share is in it. Along free motions it is that of a shift by the size of the overlap.
+  /// neighbours share is in it; of fewer than 24 such patches, which have 8 x 8 points or more, as far as a
+  /// 24th of the points shares it. Along free motions it is that of a shift by the size of the overlap.
   cv::Matx66d covariance = cv::Matx66d::zeros();
   /// The middle of the overlap, in the target's frame.
   cv::Vec3d pivot;
