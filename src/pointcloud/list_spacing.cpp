@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 #include <vector>
+#include <vorn/mv/pointcloud/measured_count.hpp>
 
 #include "core/median.hpp"
 #include "pointcloud/flat_states.hpp"
@@ -31,9 +32,9 @@ private:
 
 /// A few thousand places with points, each once: where many points share one, it counts no more than others.
 std::vector<cv::Vec3f> sampledPlaces(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& state,
-                                     std::size_t presentCount) {
+                                     std::size_t count) {
   constexpr std::size_t sampled = 4000;
-  std::size_t const stride = std::max<std::size_t>(1, presentCount / sampled);
+  std::size_t const stride = std::max<std::size_t>(1, count / sampled);
   std::vector<cv::Vec3f> places;
   std::size_t present = 0;
   for (int row = 0; row < points.rows; ++row) {
@@ -59,7 +60,7 @@ float listSpacingOf(PointCloud& cloud) {
   std::vector<uchar> const states = flatStates(cloud.state());
   std::vector<float> distances;
   withPointAccess(points, [&](auto const& access) {
-    for (cv::Vec3f const& place : sampledPlaces(points, cloud.state(), cloud.presentCount())) {
+    for (cv::Vec3f const& place : sampledPlaces(points, cloud.state(), measuredCount(cloud))) {
       NearestOtherPlace nearest;
       findNearest<L2>(tree, access, place.val, nearest, [&](unsigned index) { return states[index] == 0; });
       if (nearest.worst() < std::numeric_limits<float>::max()) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <vector>
+#include <vorn/mv/pointcloud/measured_count.hpp>
 
 #include "core/median.hpp"
 #include "registration/surface_block.hpp"
@@ -66,13 +67,13 @@ void addFigures(std::vector<SurfaceBlock> const& blocks, std::vector<bool> const
 }
 
 bool isWorthBlocks(PointCloud const& cloud) {
-  return static_cast<double>(cloud.presentCount()) >= fewestBlocks * blockSide * blockSide;
+  return static_cast<double>(measuredCount(cloud)) >= fewestBlocks * blockSide * blockSide;
 }
 
 bool areWhole(SurfaceBlocks const& blocks, PointCloud const& cloud) {
   constexpr double leastShare = 0.5;
   return static_cast<double>(blocks.cloud.presentCount()) >= 0.5 * fewestBlocks &&
-         static_cast<double>(blocks.points) >= leastShare * static_cast<double>(cloud.presentCount());
+         static_cast<double>(blocks.points) >= leastShare * static_cast<double>(measuredCount(cloud));
 }
 
 SurfaceBlocks blocksOf(PointCloud& cloud, Progress const& progress) {

@@ -4,6 +4,7 @@
 // Clouds of so many points that blocks of them are registered in their stead.
 #include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 #include <opencv2/core.hpp>
 
 #include <vorn/core/system.hpp>
@@ -114,6 +115,31 @@ TEST_F(RegisterLarge, StepsDoNotDrawTheResult) {
     }
     EXPECT_LT(std::sqrt(found.covariance(3, 3)), 0.001);
     EXPECT_LT(found.sigma, 0.004) << isGrid;
+  }
+}
+
+/// Cells without a point, as a scan's background, are no more of the cloud than deleted ones.
+TEST_F(RegisterLarge, CountPointsAndNotCellsWithoutOne) {
+  cv::Matx44d const truth = motionAbout(middle, {0.3, -0.2, 0.4}, {0.2, -0.1, 0.15});
+  constexpr int large = 330; // of which 49 500 have points
+  cv::Mat_<cv::Vec3f> target = view(waves, large, 0.0, 0.0, 0.02, 1);
+  cv::Mat_<cv::Vec3f> source = moveAll(truth.inv(), view(waves, large, 0.037, 0.021, 0.02, 2));
+  cv::Range const behind(150, large);
+  target.colRange(behind) = cv::Vec3f::all(std::numeric_limits<float>::quiet_NaN());
+  source.colRange(behind) = cv::Vec3f::all(std::numeric_limits<float>::quiet_NaN());
+  for (bool const isGrid : {true, false}) {
+    PointCloud const a(source, isGrid);
+    PointCloud const b(target, isGrid);
+    PointCloud c(source, isGrid);
+    PointCloud d(target, isGrid);
+    c.state().colRange(behind) = 1;
+    d.state().colRange(behind) = 1;
+    Registration const found = registerClouds(a, b);
+    Registration const deleted = registerClouds(c, d);
+    EXPECT_EQ(found.targetFromSource, deleted.targetFromSource) << isGrid;
+    EXPECT_EQ(found.covariance, deleted.covariance) << isGrid;
+    EXPECT_EQ(found.matches, deleted.matches) << isGrid;
+    EXPECT_EQ(found.noise, deleted.noise) << isGrid;
   }
 }
 
