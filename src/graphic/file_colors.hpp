@@ -3,6 +3,9 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <string>
 
 #include <vorn/graphic/graphic_object.hpp>
 
@@ -17,6 +20,46 @@ unsigned char colorByte(Float value) {
   }
   return value >= 1 ? 255 : static_cast<unsigned char>(value * 255 + Float(0.5));
 }
+
+/// The scale of a file's colour components, which programs write in 0..1 or in 0..255, from all of them: a
+/// few that overshoot do not decide.
+class ColorScale {
+public:
+  /// Takes a component; infinite ones and NaN have no say.
+  void add(double component) {
+    fractions_ += component > 0.0 && component < 1.0 ? 1 : 0;
+    beyond_ += component > mostOfUnit && std::isfinite(component) ? 1 : 0;
+  }
+
+  /// Whether they are of 0..1. Where no component tells, `isUsual`.
+  bool isUnit(bool isUsual) const {
+    bool const hasNone = fractions_ == 0 && beyond_ == 0;
+    return hasNone ? isUsual : fractions_ > leastRatio * beyond_;
+  }
+
+  /// What was assumed other than what is usual, in words; empty where nothing was.
+  std::string assumption(bool isUsual) const {
+    bool const unit = isUnit(isUsual);
+    std::string text;
+    if (unit != isUsual) {
+      text = std::string("colours are taken as ") + (unit ? "0..1" : "0..255");
+    }
+    if (unit && beyond_ > 0) {
+      text += (text.empty() ? "colours are taken as 0..1, " : ", ") + std::to_string(beyond_) +
+              " components above 2 as 1";
+    }
+    return text;
+  }
+
+private:
+  /// What a component of 0..1 may overshoot to; a file of 0..255 with nothing above would be all but black.
+  static constexpr double mostOfUnit = 2.0;
+  /// Of components between 0 and 1 over those beyond.
+  static constexpr std::size_t leastRatio = 10;
+
+  std::size_t fractions_ = 0;
+  std::size_t beyond_ = 0;
+};
 
 /// How many colour components a file of the object needs: none, or 3, or 4 when some colour is not opaque.
 inline int colorChannelsOf(GraphicObject const& object) {

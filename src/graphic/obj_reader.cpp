@@ -180,24 +180,24 @@ private:
       colors_.resize(object_.vertices().size() - 1, cv::Vec4f::all(full));
       colors_.emplace_back(color);
       for (double const component : color.val) {
-        greatestColor_ = std::isfinite(component) ? std::max(greatestColor_, component) : greatestColor_;
+        scale_.add(component);
       }
     }
   }
 
-  /// Programs write 0..1 or 0..255. Where nothing is above 2, a file of the latter would be all but black,
-  /// and one of the former may overshoot.
   void assignColors() {
-    constexpr double mostOfUnit = 2.0;
     if (colors_.empty()) {
       return;
     }
     colors_.resize(object_.vertices().size(), cv::Vec4f::all(full));
-    float const unit = greatestColor_ > mostOfUnit ? 255.0F : 1.0F;
+    float const unit = scale_.isUnit(true) ? 1.0F : 255.0F;
     object_.colors().reserve(colors_.size());
     for (cv::Vec4f const& color : colors_) {
       object_.colors().emplace_back(colorByte(color[0] / unit), colorByte(color[1] / unit),
                                     colorByte(color[2] / unit), colorByte(color[3] / unit));
+    }
+    if (std::string const text = scale_.assumption(true); !text.empty()) {
+      System::message(file_.path() + ": " + text + "\n");
     }
   }
 
@@ -296,7 +296,7 @@ private:
   PolygonFans fans_;
   std::vector<int> corners_;      ///< of the face that is read
   std::vector<cv::Vec4f> colors_; ///< as the file has them
-  double greatestColor_ = 0.0;
+  ColorScale scale_;
   std::vector<cv::Vec3f> normals_;
   std::vector<int> normalOfVertex_; ///< as long as needed for the vertices that have one
   IndexRange vertexRange_;

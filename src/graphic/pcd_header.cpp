@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "graphic/pcd_header.hpp"
 
+#include <array>
 #include <limits>
 #include <optional>
 #include <string_view>
+
+#include <vorn/core/system.hpp>
 
 #include "graphic/line_fields.hpp"
 
@@ -125,6 +128,22 @@ void assertFits(PcdHeader const& header, FileReader const& file) {
   }
 }
 
+/// Programs differ in whether points are moved by the viewpoint, a shift and a quaternion, or have been.
+void sayUnusedViewpoint(LineFields& fields, FileReader const& file) {
+  std::string const text(fields.rest());
+  std::string const end = text + '\n';
+  LineFields numbers({end.data(), text.size()});
+  std::array<double, 7> pose = {};
+  std::size_t count = 0;
+  while (count < pose.size() && numbers.number(pose[count])) {
+    ++count;
+  }
+  constexpr std::array<double, 7> none = {0, 0, 0, 1, 0, 0, 0};
+  if (count > 0 && pose != none) {
+    System::message(file.path() + ": the points are not moved by its VIEWPOINT " + text + "\n");
+  }
+}
+
 /// Takes a line of the header.
 void takeLine(std::string_view keyword, LineFields& fields, Declared& declared, FileReader const& file) {
   if (keyword == "FIELDS" || keyword == "COLUMNS") {
@@ -148,7 +167,9 @@ void takeLine(std::string_view keyword, LineFields& fields, Declared& declared, 
     declared.height = takeCount(fields, keyword, file);
   } else if (keyword == "POINTS") {
     declared.points = takeCount(fields, keyword, file);
-  } else if (keyword == "VERSION" || keyword == "VIEWPOINT") {
+  } else if (keyword == "VIEWPOINT") {
+    sayUnusedViewpoint(fields, file);
+  } else if (keyword == "VERSION") {
     fields.rest();
   } else {
     file.failAtLine("unknown keyword " + quoted(keyword) + " in the header");

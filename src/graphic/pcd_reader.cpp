@@ -114,7 +114,7 @@ public:
     }
   }
 
-  GraphicObject finish() { return rows_.finish(); }
+  GraphicObject finish(FileReader const& file) { return rows_.finish(file); }
 
 private:
   VertexRows make(PcdHeader& header, FileReader const& file) {
@@ -174,7 +174,7 @@ GraphicObject readPcd(FileReader& file) {
     rows.readCompressed(file);
     break;
   }
-  return rows.finish();
+  return rows.finish(file);
 }
 
 } // namespace vorn::graphic

@@ -68,14 +68,11 @@ inline double loadNumber(PlyType type, bool swapped, char const* from) {
   });
 }
 
-/// A colour component of a file as 0..255: 16 bits without a sign scaled from 0..65535, another integer as it
-/// is, a floating point number scaled from 0..1.
+/// A colour component of a file that is of 0..255, clamped.
 template <class T>
 unsigned char toColor(T value) {
   if constexpr (std::is_floating_point_v<T>) {
-    return colorByte(value);
-  } else if constexpr (std::is_same_v<T, std::uint16_t>) {
-    return colorByte(static_cast<float>(value) / 65535.0F);
+    return colorByte(value / 255);
   } else {
     return value < 0 ? 0 : value > 255 ? 255 : static_cast<unsigned char>(value);
   }

@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+#include <vorn/core/system.hpp>
 
 #include "core/large_array.hpp"
 #include "graphic/far_coordinates.hpp"
@@ -20,7 +23,7 @@
 namespace vorn::graphic {
 namespace {
 
-enum class Target { None, Position, Normal, Color, Scalar };
+enum class Target { None, Position, Normal, Color, WideColor, Scalar };
 
 /// Where the values of a vertex property go.
 struct Field {
@@ -31,6 +34,7 @@ struct Field {
 Field fieldNamed(std::string_view name) {
   constexpr std::array<std::string_view, 3> positions = {"x", "y", "z"};
   constexpr std::array<std::string_view, 3> normals = {"nx", "ny", "nz"};
+  constexpr std::array<std::string_view, 3> longNormals = {"normal_x", "normal_y", "normal_z"};
   constexpr std::array<std::string_view, 4> colors = {"red", "green", "blue", "alpha"};
   constexpr std::array<std::string_view, 4> shortColors = {"r", "g", "b", "a"};
   constexpr std::string_view colorPrefix = "diffuse_";
@@ -42,6 +46,9 @@ Field fieldNamed(std::string_view name) {
     return {Target::Position, channel};
   }
   if (std::size_t const channel = find(normals, name); channel < normals.size()) {
+    return {Target::Normal, channel};
+  }
+  if (std::size_t const channel = find(longNormals, name); channel < longNormals.size()) {
     return {Target::Normal, channel};
   }
   std::string_view const color =
@@ -65,6 +72,11 @@ bool isComplete(std::vector<Field> const& fields, Target target) {
   return found[0] && found[1] && found[2];
 }
 
+/// Whether the scale of a colour of this type shows only in all of the file's.
+bool isWideColor(PlyType type) {
+  return type == PlyType::UInt16 || type == PlyType::Float32 || type == PlyType::Float64;
+}
+
 /// The meaning of each property of a vertex element. What there is of incomplete normals and colours are
 /// scalars.
 std::vector<Field> findFields(PlyElement const& element) {
@@ -72,12 +84,28 @@ std::vector<Field> findFields(PlyElement const& element) {
   for (PlyProperty const& property : element.properties) {
     fields.push_back(property.isList() ? Field{} : fieldNamed(property.name));
   }
+  // Where both names of normals stand, the long ones are something else.
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    bool const isLong = element.properties[i].name.size() > 2;
+    bool const hasShort = std::any_of(element.properties.begin(), element.properties.end(),
+                                      [](PlyProperty const& property) { return property.name == "nx"; });
+    if (fields[i].target == Target::Normal && isLong && hasShort) {
+      fields[i].target = Target::Scalar;
+    }
+  }
   for (Target const target : {Target::Position, Target::Normal, Target::Color}) {
     if (!isComplete(fields, target)) {
       for (Field& field : fields) {
         field.target = field.target == target ? Target::Scalar : field.target;
       }
     }
+  }
+  bool const isWide = std::any_of(fields.begin(), fields.end(), [&](Field const& field) {
+    auto const at = static_cast<std::size_t>(&field - fields.data());
+    return field.target == Target::Color && isWideColor(element.properties[at].type);
+  });
+  for (Field& field : fields) {
+    field.target = isWide && field.target == Target::Color ? Target::WideColor : field.target;
   }
   std::size_t scalars = 0;
   for (Field& field : fields) {
@@ -106,6 +134,7 @@ struct Rows {
   double* widePositions = nullptr;
   float* normals = nullptr;
   unsigned char* colors = nullptr;
+  float* wideColors = nullptr; ///< as the file has them
   std::vector<float*> scalars;
 
   /// Calls `action(place, channels a row)` with where the field's values go.
@@ -116,6 +145,8 @@ struct Rows {
       return action(normals + field.channel, 3);
     case Target::Color:
       return action(colors + field.channel, 4);
+    case Target::WideColor:
+      return action(wideColors + field.channel, 4);
     case Target::Scalar:
       return action(scalars[field.channel], 1);
     default:
@@ -130,6 +161,7 @@ struct Rows {
     move(widePositions, 3 * count);
     move(normals, 3 * count);
     move(colors, 4 * count);
+    move(wideColors, 4 * count);
     for (float*& scalar : scalars) {
       scalar += count;
     }
@@ -228,12 +260,12 @@ void readUnequalRows(FileReader& file, PlyElement const& element, std::vector<Fi
   }
 }
 
-bool takeColor(LineFields& line, PlyType type, unsigned char& color) {
+bool takeColor(LineFields& line, unsigned char& color) {
   float value = 0;
   if (!line.number(value)) {
     return false;
   }
-  color = toColor(type == PlyType::UInt16 ? value / 65535 : isInteger(type) ? value / 255 : value);
+  color = colorByte(value / 255);
   return true;
 }
 
@@ -248,7 +280,7 @@ void takeTextValues(FileReader const& file, LineFields& line, PlyElement const& 
     }
     bool const isTaken = rows.with(field, [&](auto* to, std::size_t /*channels*/) {
       if constexpr (std::is_same_v<decltype(to), unsigned char*>) {
-        return takeColor(line, property.type, *to);
+        return takeColor(line, *to);
       } else {
         return line.number(*to);
       }
@@ -283,6 +315,68 @@ std::vector<std::string> scalarsOf(PlyElement const& element, std::vector<Field>
   return names;
 }
 
+/// The scales of an element's colours, by their types.
+class WideColors {
+public:
+  WideColors(PlyElement const& element, std::vector<Field> const& fields) {
+    for (std::size_t column = 0; column < fields.size(); ++column) {
+      if (fields[column].target == Target::WideColor) {
+        types_[fields[column].channel] = element.properties[column].type;
+      }
+    }
+  }
+
+  /// The colours as bytes; those without alpha are opaque.
+  /// @param assumption what was assumed of them, in words; empty where they are as usual
+  std::vector<cv::Vec4b> toBytes(std::vector<cv::Vec4f> const& colors, std::string& assumption) const {
+    ColorScale scale;
+    std::size_t ofBytes = 0;
+    std::size_t above = 0;
+    for (cv::Vec4f const& color : colors) {
+      for (int channel = 0; channel < 4; ++channel) {
+        float const value = color[channel];
+        if (isOf(channel, PlyType::UInt16)) {
+          ofBytes += value > 0.0F && value <= 255.0F ? 1 : 0;
+          above += value > 255.0F ? 1 : 0;
+        } else if (isFloat(channel)) {
+          scale.add(static_cast<double>(value));
+        }
+      }
+    }
+    bool const areShorts = above >= ofBytes; // nothing but black is, too
+    cv::Vec4f full;
+    for (int channel = 0; channel < 4; ++channel) {
+      full[channel] = isOf(channel, PlyType::UInt16) ? (areShorts ? 65535.0F : 255.0F)
+                      : isFloat(channel)             ? (scale.isUnit(true) ? 1.0F : 255.0F)
+                                                     : 255.0F;
+    }
+    assumption = scale.assumption(true);
+    if (!areShorts) {
+      assumption = "colours of type ushort are taken as 0..255";
+    }
+    std::vector<cv::Vec4b> bytes;
+    reserveLarge(bytes, colors.size());
+    for (cv::Vec4f const& color : colors) {
+      cv::Vec4b byte(0, 0, 0, 255);
+      for (int channel = 0; channel < 4; ++channel) {
+        if (types_[static_cast<std::size_t>(channel)]) {
+          byte[channel] = colorByte(color[channel] / full[channel]);
+        }
+      }
+      bytes.push_back(byte);
+    }
+    return bytes;
+  }
+
+private:
+  bool isOf(int channel, PlyType type) const { return types_[static_cast<std::size_t>(channel)] == type; }
+  bool isFloat(int channel) const {
+    return isOf(channel, PlyType::Float32) || isOf(channel, PlyType::Float64);
+  }
+
+  std::array<std::optional<PlyType>, 4> types_;
+};
+
 template <class T>
 std::vector<T>& provide(std::vector<T>& array, std::size_t count, T const& value = T()) {
   reserveLarge(array, count);
@@ -303,6 +397,7 @@ void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding en
   }
   std::size_t const count = static_cast<std::size_t>(element.count);
   std::vector<cv::Vec3d> places;
+  std::vector<cv::Vec4f> wideColors;
   Rows rows;
   if (hasWidePositions(element, fields)) {
     rows.widePositions = provide(places, count)[0].val;
@@ -315,12 +410,22 @@ void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding en
   if (isComplete(fields, Target::Color)) {
     rows.colors = provide(object.colors(), count, cv::Vec4b(0, 0, 0, 255))[0].val;
   }
+  if (isComplete(fields, Target::WideColor)) {
+    rows.wideColors = provide(wideColors, count)[0].val;
+  }
   for (std::string const& name : fieldNamesOf(scalarsOf(element, fields))) {
     rows.scalars.push_back(provide(object.fields()[name], count).data());
   }
   readRows(file, element, encoding, fields, std::move(rows));
   if (!places.empty()) {
     setPlaces(object, places);
+  }
+  if (!wideColors.empty()) {
+    std::string assumption;
+    object.colors() = WideColors(element, fields).toBytes(wideColors, assumption);
+    if (!assumption.empty()) {
+      System::message(file.path() + ": " + assumption + "\n");
+    }
   }
 }
 

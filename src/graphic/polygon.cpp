@@ -40,6 +40,10 @@ public:
     for (std::size_t i = 0; i < corners.size(); ++i) {
       places_[i] = {x.dot(corners[i] - corners[0]), y.dot(corners[i] - corners[0])};
     }
+    for (cv::Vec2d const& place : places_) {
+      closeness_ = std::max({closeness_, std::abs(place[0]), std::abs(place[1])});
+    }
+    closeness_ *= 4e-6; // programs write six digits and more
     hasArea_ = true;
     rounding_ = 1e-6 * size; // of the coordinates, which are floats
   }
@@ -104,11 +108,17 @@ private:
     return best;
   }
 
+  /// Whether two corners are one place but for rounding.
+  bool isOne(cv::Vec2d const& a, cv::Vec2d const& b) const {
+    cv::Vec2d const way = a - b;
+    return way.dot(way) <= closeness_ * closeness_;
+  }
+
   /// Corners on the border count, but not those at the triangle's own, where holes are joined to the rim.
   bool holdsAnother(std::vector<int> const& left, cv::Vec3i const& t) const {
     return std::any_of(left.begin(), left.end(), [&](int corner) {
       cv::Vec2d const& p = at(corner);
-      bool const isOwn = p == at(t[0]) || p == at(t[1]) || p == at(t[2]);
+      bool const isOwn = isOne(p, at(t[0])) || isOne(p, at(t[1])) || isOne(p, at(t[2]));
       return !isOwn && areaOf(at(t[0]), at(t[1]), p) >= 0.0 && areaOf(at(t[1]), at(t[2]), p) >= 0.0 &&
              areaOf(at(t[2]), at(t[0]), p) >= 0.0;
     });
@@ -116,6 +126,7 @@ private:
 
   std::vector<cv::Vec2d> places_;
   double rounding_ = 0.0;
+  double closeness_ = 0.0;
   bool hasArea_ = false;
 };
 

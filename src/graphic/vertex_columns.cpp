@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include <vorn/core/system.hpp>
+
 #include "core/large_array.hpp"
 #include "graphic/far_coordinates.hpp"
 #include "graphic/field_names.hpp"
@@ -143,8 +145,7 @@ void VertexRows::add(double const* values) {
     case Role::Color:
       color[channel] = byteOf(value);
       unitColor[channel] = colorByte(value);
-      isUnit_ = isUnit_ && !(value > 1.0);
-      hasFraction_ = hasFraction_ || (value > 0.0 && value < 1.0);
+      scale_.add(value);
       break;
     case Role::Packed:
     case Role::PackedWithAlpha:
@@ -164,17 +165,18 @@ void VertexRows::add(double const* values) {
   if (hasColors_) {
     object_.colors().push_back(color);
   }
-  if (hasColorColumns_ && isUnit_) {
+  if (hasColorColumns_) {
     unitColors_.push_back(unitColor);
-  } else {
-    unitColors_ = {};
   }
 }
 
-GraphicObject VertexRows::finish() {
+GraphicObject VertexRows::finish(FileReader const& file) {
   setPlaces(object_, places_);
-  if (isUnit_ && hasFraction_) {
+  if (hasColorColumns_ && scale_.isUnit(false)) {
     object_.colors() = std::move(unitColors_);
+  }
+  if (std::string const text = scale_.assumption(false); !text.empty()) {
+    System::message(file.path() + ": " + text + "\n");
   }
   return std::move(object_);
 }

@@ -8,6 +8,9 @@
 
 #include <vorn/graphic/graphic_object.hpp>
 
+#include "graphic/file_colors.hpp"
+#include "graphic/file_reader.hpp"
+
 namespace vorn::graphic {
 
 /// What the numbers of a column of a table of points are.
@@ -46,18 +49,16 @@ public:
   void reserve(std::size_t count);
   /// Takes one number a column.
   void add(double const* values);
-  /// The object of all rows, with an offset if it needs one.
-  GraphicObject finish();
+  /// The object of all rows, with an offset if it needs one. Says what was assumed of its colours.
+  GraphicObject finish(FileReader const& file);
 
 private:
   std::vector<VertexColumn> columns_;
   bool hasNormals_ = false;
   bool hasColors_ = false;
   bool hasColorColumns_ = false;
-  /// Colours in columns are 0..255, but 0..1 where none is above 1 and some lie between 0 and 1.
-  bool isUnit_ = true;
-  bool hasFraction_ = false;
-  std::vector<cv::Vec4b> unitColors_; ///< as long as they may be that
+  ColorScale scale_;                  ///< of colours in columns, usually 0..255
+  std::vector<cv::Vec4b> unitColors_; ///< as if they were of 0..1
   GraphicObject object_;
   std::vector<cv::Vec3d> places_;
   std::vector<std::vector<float>*> fields_;

@@ -50,12 +50,13 @@ public:
       }
       begin();
     }
-    return rows_->finish();
+    return rows_->finish(file_);
   }
 
 private:
   static bool isSeparator(char character) { return character == ',' || character == ';'; }
   static bool isBlank(char character) { return character == ' ' || (character >= '\t' && character <= '\r'); }
+  static bool isQuote(char character) { return character == '"' || character == '\''; }
   static bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
   static std::string_view trimmed(std::string_view text) {
@@ -66,6 +67,12 @@ private:
       text.remove_suffix(1);
     }
     return text;
+  }
+
+  /// A name without the quotes around it.
+  static std::string_view unquoted(std::string_view name) {
+    bool const isIn = name.size() > 1 && isQuote(name.front()) && name.back() == name.front();
+    return isIn ? trimmed(name.substr(1, name.size() - 2)) : name;
   }
 
   /// The words of a text, whatever separates them; valid until the next call.
@@ -133,11 +140,15 @@ private:
          {separatedNames(text, ",;"), separatedNames(text, "\t"), withoutUnits(words(text)), words(text)}) {
       if (hasPositions(columnsNamed(names))) {
         names_ = names;
+        unitAtEnd_ = isUnit(names.back());
         return true;
       }
     }
     return false;
   }
+
+  /// Whether a word is one in brackets, which a coordinate's name would have behind it.
+  static bool isUnit(std::string_view word) { return !word.empty() && lengthBeforeUnit(word) == 0; }
 
   /// Where a name ends that has a unit in brackets behind it: "X [mm]"; 0 where the name is one alone.
   static std::size_t lengthBeforeUnit(std::string_view name) {
@@ -170,17 +181,22 @@ private:
     std::vector<std::string> names;
     LineFields fields = wordsOf(text);
     while (!fields.atEnd() && names.size() <= mostColumns) {
-      names.emplace_back(fields.word());
+      names.emplace_back(unquoted(fields.word()));
     }
     return names;
   }
 
-  /// The names between separators, which may hold blanks; a column without a name is skipped.
+  /// The names between separators, which may hold blanks, and in quotes separators; a column without a name
+  /// is skipped.
   static std::vector<std::string> separatedNames(std::string_view text, char const* separators) {
     std::vector<std::string> names;
     while (!text.empty() && names.size() <= mostColumns) {
-      std::size_t const length = std::min(text.find_first_of(separators), text.size());
-      std::string_view const name = trimmed(text.substr(0, length));
+      std::string_view const start = text.substr(std::min(text.find_first_not_of(" \t"), text.size()));
+      std::size_t const closing =
+          start.empty() || !isQuote(start[0]) ? std::string_view::npos : start.find(start[0], 1);
+      std::size_t const behind = closing == std::string_view::npos ? 0 : text.size() - start.size() + closing;
+      std::size_t const length = std::min(text.find_first_of(separators, behind), text.size());
+      std::string_view const name = unquoted(trimmed(text.substr(0, length)));
       names.emplace_back(name.empty() ? "_" : withoutUnit(name));
       text.remove_prefix(std::min(length + 1, text.size()));
     }
@@ -213,12 +229,16 @@ private:
     std::size_t commas = 0; // between digits
     std::size_t commasInWord = 0;
     std::size_t mostInWord = 0;
+    constexpr int thousands = 3; // digits between a point and the comma of decimals
+    bool mayBeDecimal = false;
     std::size_t words = 1;
+    int decimals = -1; // behind the point of the number that is read
     bool hasOtherSeparator = text.find(';') != std::string_view::npos;
     char last = ','; // not a blank
     for (std::size_t i = 0; i < text.size(); ++i) {
       char const character = text[i];
       if (isBlank(character)) {
+        decimals = -1;
         continue;
       }
       if (i > 0 && isBlank(text[i - 1])) {
@@ -228,12 +248,14 @@ private:
       }
       if (character == ',' && i > 0 && i + 1 < text.size() && isDigit(text[i - 1]) && isDigit(text[i + 1])) {
         ++commas;
+        mayBeDecimal = mayBeDecimal || decimals < 0 || decimals == thousands;
         mostInWord = std::max(mostInWord, ++commasInWord);
       }
+      decimals = character == '.' ? 0 : !isDigit(character) ? -1 : decimals < 0 ? -1 : decimals + 1;
       last = character;
     }
     constexpr std::size_t fewest = 3; // numbers of a point
-    return commas > 0 && (hasOtherSeparator || (words >= fewest && mostInWord == 1));
+    return commas > 0 && (hasOtherSeparator || (words >= fewest && mostInWord == 1 && mayBeDecimal));
   }
 
   /// Makes `line_` the numbers of a text with blanks between them, "nan" where a field is empty, and the end
@@ -261,7 +283,10 @@ private:
     return isOpen;
   }
 
-  void checkWidth(Row const& row) const {
+  void checkWidth(Row const& row) {
+    if (first_.empty() && unitAtEnd_ && row.size() + 1 == names_.size()) {
+      names_.pop_back(); // "x y z (mm)"
+    }
     if (row.size() < 3) {
       file_.failAtLine("a point needs three numbers, not " + std::to_string(row.size()));
     }
@@ -359,6 +384,7 @@ private:
   std::string line_;
   std::vector<std::string> names_;
   bool hasHeading_ = false; ///< whether they stood in a line without a mark, which no remark is
+  bool unitAtEnd_ = false;  ///< whether the last of them may be the unit of all, and no name
   bool hasCount_ = false;
   std::vector<Row> first_; ///< to judge columns without names
   std::optional<VertexRows> rows_;

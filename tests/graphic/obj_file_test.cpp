@@ -97,6 +97,20 @@ TEST(OBJFile, PolygonsThatAreNotConvexKeepTheirArea) {
       {{{0, 0}, {7, 0}, {7, 3}, {6, 3}, {6, 1}, {5, 1}, {5, 3}, {4, 3}, {4, 1}, {3, 1}, {3, 3}, {0, 3}},
        17.0},
       {{{0, 0}, {4, 0}, {4, 4}, {0, 4}, {0, 0}, {1, 1}, {1, 3}, {3, 3}, {3, 1}, {1, 1}}, 12.0},
+      // The same where the cut's ends are one place but for rounding, to either side.
+      {{{0, 0}, {4, 0}, {4, 4}, {0, 4}, {1e-6F, 3e-6F}, {1, 1.000002F}, {1, 3}, {3, 3}, {3, 1}, {1, 1}},
+       12.0},
+      {{{0, 0},
+        {4, 0},
+        {4, 4},
+        {0, 4},
+        {3e-6F, -2e-6F},
+        {1, 1},
+        {1, 3},
+        {3, 3},
+        {3, 1},
+        {1.000003F, 1.000002F}},
+       12.0},
       {{{0, 0}, {4, 0}, {4, 4}, {2, 0.5F}, {0, 4}}, 9.0}};
   cv::Vec3d const x = cv::normalize(cv::Vec3d(1, 2, -0.5));
   cv::Vec3d const y = cv::normalize(x.cross(cv::Vec3d(0.3, -1, 2)));
@@ -132,6 +146,14 @@ TEST(OBJFile, ColorsAreOfOneOr255) {
   using Colors = std::vector<cv::Vec4b>;
   EXPECT_EQ(parse("v 0 0 0 255 128 0\nv 1 0 0\nv 0 1 0 1 0 2 64\n").colors(),
             Colors({{255, 128, 0, 255}, {255, 255, 255, 255}, {1, 0, 2, 64}}));
+  // A component that is wrong darkens no others.
+  std::string shares;
+  for (int i = 0; i < 20; ++i) {
+    shares += "v 0 0 0 0.25 0.5 1\n";
+  }
+  std::vector<cv::Vec4b> const stray = parse(shares + "v 0 0 0 7 0.5 0\n").colors();
+  EXPECT_EQ(stray.front(), cv::Vec4b(64, 128, 255, 255));
+  EXPECT_EQ(stray.back(), cv::Vec4b(255, 128, 0, 255));
   EXPECT_EQ(parse("v 0 0 0 1.25 0.5 0\nv 1 0 0\n").colors(),
             Colors({{255, 128, 0, 255}, {255, 255, 255, 255}}));
 }

@@ -96,6 +96,24 @@ TEST_F(PcdFile, TakesColoursAsEveryProgramPacksThem) {
   }
 }
 
+/// Whether points have been moved by it, programs do not agree.
+TEST_F(PcdFile, SaysThatPointsAreNotMovedByAViewpoint) {
+  auto const parsed = [&](std::string const& pose) {
+    GraphicObject object;
+    std::string const text = said([&] {
+      object = parse(
+          pcdHeader("x y z", "4 4 4", "F F F", "WIDTH 1\nHEIGHT 1\nVIEWPOINT " + pose + "\nDATA ascii\n") +
+          "1 2 3\n");
+    });
+    EXPECT_EQ(object.vertices(), (std::vector<cv::Vec3f>{{1, 2, 3}}));
+    return text;
+  };
+  EXPECT_EQ(parsed("0 0 0 1 0 0 0"), "");
+  EXPECT_EQ(parsed("0.0 0 0 1.0 0 0 0"), "");
+  std::string const text = parsed("0 0 10 0.7 0.7 0 0");
+  EXPECT_NE(text.find("not moved by its VIEWPOINT 0 0 10 0.7 0.7 0 0"), std::string::npos) << text;
+}
+
 TEST_F(PcdFile, TakesFieldsOfAnyTypeAndNumberAndRowsOfPoints) {
   std::string const header =
       pcdHeader("y _ x label z hist", "8 1 4 2 4 1", "F U F U F I",

@@ -164,6 +164,57 @@ TEST(PLYFile, ColorsOf16BitsAreOf65535) {
   EXPECT_EQ(parse("ply\nformat binary_little_endian" + header + bytes.text()).colors(), expected);
 }
 
+/// Programs write 0..255 in floats and in 16 bits, too: all of a file's colours tell.
+TEST(PLYFile, ScalesOfColorsAreThoseOfAllOfThem) {
+  using Colors = std::vector<cv::Vec4b>;
+  for (bool const isBinary : {false, true}) {
+    auto const colorsOf = [&](auto typed, std::vector<double> const& values) {
+      using T = decltype(typed);
+      std::string const type = std::is_same_v<T, float>    ? "float"
+                               : std::is_same_v<T, double> ? "double"
+                                                           : "ushort";
+      std::string const header = std::string("ply\nformat ") + (isBinary ? "binary_little_endian" : "ascii") +
+                                 " 1.0\nelement vertex " + std::to_string(values.size() / 3) + "\n" + xyz +
+                                 "property " + type + " red\nproperty " + type + " green\nproperty " + type +
+                                 " blue\nend_header\n";
+      std::ostringstream text;
+      Bytes bytes(false);
+      for (std::size_t i = 0; i < values.size(); i += 3) {
+        text << "0 0 0 " << values[i] << ' ' << values[i + 1] << ' ' << values[i + 2] << '\n';
+        bytes.add(0.0F).add(0.0F).add(0.0F).add(T(values[i])).add(T(values[i + 1])).add(T(values[i + 2]));
+      }
+      return parse(header + (isBinary ? bytes.text() : text.str())).colors();
+    };
+    std::vector<double> const byteValues{255, 128, 0, 1, 0, 64};
+    Colors const byteColors{{255, 128, 0, 255}, {1, 0, 64, 255}};
+    EXPECT_EQ(colorsOf(float{}, byteValues), byteColors);
+    EXPECT_EQ(colorsOf(double{}, byteValues), byteColors);
+    EXPECT_EQ(colorsOf(std::uint16_t{}, byteValues), byteColors);
+    EXPECT_EQ(colorsOf(std::uint16_t{}, {0, 0, 0, 0, 40000, 200}),
+              Colors({{0, 0, 0, 255}, {0, 156, 1, 255}}));
+    EXPECT_EQ(colorsOf(float{}, {0, 1, 0, 1, 1.5, 0}), Colors({{0, 255, 0, 255}, {255, 255, 0, 255}}));
+    std::vector<double> stray;
+    for (int i = 0; i < 10; ++i) {
+      stray.insert(stray.end(), {0.25, 0.5, 1.0});
+    }
+    stray.insert(stray.end(), {300.0, 0.5, 0.0});
+    EXPECT_EQ(colorsOf(float{}, stray).front(), cv::Vec4b(64, 128, 255, 255));
+    EXPECT_EQ(colorsOf(float{}, stray).back(), cv::Vec4b(255, 128, 0, 255));
+  }
+}
+
+TEST(PLYFile, NormalsGoByTwoNames) {
+  std::string const start = "ply\nformat ascii 1.0\nelement vertex 1\n" + xyz;
+  std::string const names = "property float normal_x\nproperty float normal_y\nproperty float normal_z\n";
+  GraphicObject const object = parse(start + names + "end_header\n1 2 3 0 0 1\n");
+  EXPECT_EQ(object.normals(), std::vector<cv::Vec3f>({{0, 0, 1}}));
+  EXPECT_TRUE(object.fields().empty());
+  GraphicObject const both = parse(start + "property float nx\nproperty float ny\nproperty float nz\n" +
+                                   names + "end_header\n1 2 3 0 1 0 0 0 1\n");
+  EXPECT_EQ(both.normals(), std::vector<cv::Vec3f>({{0, 1, 0}}));
+  EXPECT_EQ(both.fields().at("normal_z"), std::vector<float>({1}));
+}
+
 TEST(PLYFile, PolygonsAndStripsBecomeTriangles) {
   std::string const start = "ply\nformat ascii 1.0\nelement vertex 6\n" + xyz;
   std::string const points = "end_header\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n2 0 0\n2 1 0\n";

@@ -108,13 +108,22 @@ TEST_F(XyzFile, ColorsOfOneAreTold) {
   using Colors = std::vector<cv::Vec4b>;
   EXPECT_EQ(colorsOf("0 0 0 0.5 0.25 1\n1 0 0 0 1 0\n"), Colors({{128, 64, 255, 255}, {0, 255, 0, 255}}));
   EXPECT_EQ(colorsOf("0 0 0 0.5 0.25 1\n1 0 0 0 200 0\n"), Colors({{1, 0, 1, 255}, {0, 200, 0, 255}}));
+  std::string shares;
+  for (int i = 1; i < 20; ++i) {
+    shares += "0 0 0 0.25 0.5 0." + std::to_string(i) + "\n";
+  }
+  std::string const text =
+      said([&] { EXPECT_EQ(colorsOf(shares + "0 0 0 9 0.5 0\n").back(), cv::Vec4b(255, 128, 0, 255)); });
+  EXPECT_NE(text.find("taken as 0..1, 1 components above 2 as 1"), std::string::npos) << text;
   EXPECT_EQ(colorsOf("0 0 0 0 1 1\n1 0 0 0 1 0\n"), Colors({{0, 1, 1, 255}, {0, 1, 0, 255}}));
 }
 
 TEST_F(XyzFile, TakesTheHeadingsOfOrdinaryExports) {
   for (std::string const heading :
        {"X [mm],Y [mm],Z [mm]\n1,2,3\n", "X[mm] Y[mm] Z[mm]\n1 2 3\n", "x (m) y (m) z (m)\n1 2 3\n",
-        "# exported columns: x y z\nx y z\n1 2 3\n", "# x y z t\nx;y;z\n1;2;3\n"}) {
+        "# exported columns: x y z\nx y z\n1 2 3\n", "x y z (mm)\n1 2 3\n", "# x y z [m]\n1 2 3\n",
+        "\"x\",\"y\",\"z\"\n1,2,3\n", "'X' 'Y' 'Z'\n1 2 3\n", "\"X [mm]\";\"Y [mm]\";\"Z [mm]\"\n1;2;3\n",
+        "# x y z t\nx;y;z\n1;2;3\n"}) {
     GraphicObject object;
     EXPECT_EQ(said([&] { object = parse(heading); }), "") << heading;
     EXPECT_EQ(object.vertices(), (std::vector<cv::Vec3f>{{1, 2, 3}})) << heading;
@@ -123,8 +132,11 @@ TEST_F(XyzFile, TakesTheHeadingsOfOrdinaryExports) {
   GraphicObject const tabs = parse("x\ty\tz\tconfidence value\n1\t2\t3\t0.5\n");
   EXPECT_EQ(tabs.fields().at("confidence value"), (std::vector<float>{0.5F}));
   EXPECT_EQ(parse("x,y,z,depth [m]\n1,2,3,4\n").fields().count("depth [m]"), 1U);
+  EXPECT_EQ(parse("x y z (mm)\n1 2 3 4\n").fields().at("(mm)"), (std::vector<float>{4}));
+  EXPECT_EQ(parse("\"x\",\"y\",\"z\",\"depth, m\"\n1,2,3,4\n").fields().count("depth, m"), 1U);
   // A blank beside a comma separates no more than the comma, unless it may stand between decimals.
-  for (std::string const row : {"1,2,3, 4\n", "1, 2, 3, 4\n", "1 , 2 , 3 , 4\n", "1,2, 3,4\n"}) {
+  for (std::string const row :
+       {"1,2,3, 4\n", "1, 2, 3, 4\n", "1 , 2 , 3 , 4\n", "1,2, 3,4\n", "1.5, 2.5,3.5, 4\n"}) {
     EXPECT_EQ(parse("x,y,z,t\n" + row).fields().at("t"), (std::vector<float>{4})) << row;
   }
   for (std::string const row : {"1,5 2,5 3,5\n", "1,5, 2,5, 3,5\n", "1,5;2,5;3,5\n", "1,5\t2\t3\n"}) {
@@ -166,10 +178,13 @@ TEST_F(XyzFile, TakesWhatProgramsWriteAndSaysWhatItConcludes) {
 
 TEST_F(XyzFile, RefusesDecimalCommas) {
   for (char const* const line :
-       {"1,5;2,5;3,25", "1,5 2,5 3,25", "1,5\t2,5\t3,25", "1,5, 2,5, 3,25", "1,234.5 2,345.5 3,456.5"}) {
+       {"1,5;2,5;3,25", "1,5 2,5 3,25", "1,5\t2,5\t3,25", "1,5, 2,5, 3,25", "1,234.5 2,345.5 3,456.5",
+        "1.234,5 2.345,5 3.456,5", "1.234,5, 2.345,5, 3.456,5"}) {
     expectError([&] { parse(std::string("0 0 0\n") + line + "\n"); }, "line 2: a comma between digits");
   }
   // Commas between all numbers, blanks around them, and commas of names and remarks are none.
+  EXPECT_EQ(parse("1.5, 2.5,3.5\n0.5, 1.5,2.25\n").vertices(),
+            (std::vector<cv::Vec3f>{{1.5F, 2.5F, 3.5F}, {0.5F, 1.5F, 2.25F}}));
   EXPECT_EQ(parse("# 1,5 mm apart\n 1,2,3 \r\n4, -5 ,6\n").vertices(),
             (std::vector<cv::Vec3f>{{1, 2, 3}, {4, -5, 6}}));
 }

@@ -13,7 +13,8 @@ namespace vorn::graphic {
 ///
 /// Reading takes the statements `v`, `vn` and `f` and passes over all others. A vertex is `v x y z`, or
 /// `v x y z w` (the weight is ignored), `v x y z r g b` or `v x y z r g b a` with colours in 0..1, or in
-/// 0..255 where one is above 2; vertices without a colour are opaque white when others have one. Corners of
+/// 0..255 where some components are above 2 and not ten times as many between 0 and 1, which a message says
+/// (`System::message`); vertices without a colour are opaque white when others have one. Corners of
 /// faces are `v`, `v/vt`, `v//vn` or `v/vt/vn`, counted from 1 or, negative, back from the last one read;
 /// polygons become triangles as `PLYFile` cuts them. Coordinates far from zero are kept relative to an
 /// offset, as `PLYFile` keeps doubles; such a file is read twice.

@@ -16,11 +16,12 @@ namespace vorn::graphic {
 /// order. Of a point it takes
 /// - `x`, `y`, `z`, which must be there, and `normal_x`, `normal_y`, `normal_z` (or `nx` ...);
 /// - `rgb` or `rgba`, packed into 4 bytes as a float or a whole number, or `r`, `g`, `b` (`red` ...) in
-/// 0..255;
+///   0..255 or 0..1 as those of an `XYZFile`;
 /// - all other fields, and what there is of incomplete normals and colours, as the object's fields in single
 ///   precision, those of several numbers as `NAME_0`, `NAME_1` ...; those called `_` are left out.
 /// The points of several rows come row after row; those without coordinates, NaN, stay. The viewpoint is not
-/// used. Double coordinates far from zero are kept relative to an offset, as `PLYFile` keeps them.
+/// used, which a message says where it is not the origin (`System::message`). Double coordinates far from
+/// zero are kept relative to an offset, as `PLYFile` keeps them.
 class VORN_API PCDFile {
 public:
   /// How values are stored. Binary files hold the exact bits of every value, ascii files the fewest digits

@@ -13,10 +13,13 @@ namespace vorn::graphic {
 ///
 /// Reading takes the ascii and both binary encodings, line ends of any system, properties in any order and of
 /// any scalar type, comments, and elements besides the vertices, which are passed over. Of a vertex it takes
-/// - `x`, `y`, `z`, which must be there, and `nx`, `ny`, `nz`;
+/// - `x`, `y`, `z`, which must be there, and `nx`, `ny`, `nz` (or `normal_x` ...);
 /// - `red`, `green`, `blue` and `alpha` (also with the prefix `diffuse_`, or as `r`, `g`, `b`, `a`): whole
-///   numbers in 0..255 (of type `ushort` in 0..65535), larger and smaller ones clamped, or floating point
-///   numbers in 0..1; alpha is 255 when it is missing.
+///   numbers in 0..255, larger and smaller ones clamped, of type `ushort` in 0..65535, but in 0..255 where
+///   more of the file's are from 1 to 255 than above, or floating point numbers in 0..1, but in 0..255 where
+///   some are above 2 and not ten times as many between 0 and 1; what is assumed other than usual, a message
+///   says
+///   (`System::message`); alpha is 255 when it is missing.
 /// - every other property that is a number, and what there is of normals and colours that are not complete,
 ///   as one of the object's fields, in single precision. A field's name is the property's, without the prefix
 ///   `scalar_` that marks it in files of this and of other programs.
@@ -38,7 +41,7 @@ public:
   explicit PLYFile(Format format) : format_(format) {}
 
   /// The content of the file at `path`. Working memory: none that grows with the file; 24 bytes a vertex
-  /// where coordinates are of a type finer than float.
+  /// where coordinates are of a type finer than float, 16 where colours are of floating point or 16 bits.
   /// @throws Exception that names the file, the line or byte and the reason, when the file cannot be opened,
   ///         is not PLY, is damaged, or holds less than its header promises
   GraphicObject read(std::string const& path) const;

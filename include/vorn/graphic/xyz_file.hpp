@@ -17,8 +17,10 @@ namespace vorn::graphic {
 /// separators too is an error: its commas may be decimal ones. Lines that begin with `#` or `//` are
 /// comments; the last one before the points that has x, y and z among as many words as they have numbers, or
 /// a first line of such words without a mark, names the columns: `nx`, `ny`, `nz` are normals, `red`,
-/// `green`, `blue` (or `r`, `g`, `b`) colours in 0..255, all others fields. Names with commas or semicolons
-/// between them may hold blanks. That a first line without a mark names another number of columns is an
+/// `green`, `blue` (or `r`, `g`, `b`) colours in 0..255, or in 0..1 where some are between 0 and 1 and more
+/// than ten times as many as are above 2, which is said (`System::message`), all others fields. Names with
+/// commas or semicolons between them may hold blanks, and stand in quotes; units in brackets may stand behind
+/// coordinates. That a first line without a mark names another number of columns is an
 /// error. Without names the first three columns are the coordinates, and a further three are colours when
 /// they are whole numbers in 0..255, above 1 somewhere, and normals when they are of length 1 to a hundredth,
 /// judged by the first 100 points; all others become the fields `column_4` and so on. What was concluded
@@ -28,7 +30,8 @@ namespace vorn::graphic {
 /// kept relative to an offset, as `PLYFile` keeps doubles.
 class VORN_API XYZFile {
 public:
-  /// The content of the file at `path`. Working memory: 24 bytes a point.
+  /// The content of the file at `path`. Working memory: 24 bytes a point, 28 with
+  /// colours.
   /// @throws Exception that names the file, the line and the reason, when the file cannot be opened or a line
   /// is
   ///         no point
