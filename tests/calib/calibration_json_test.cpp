@@ -118,6 +118,12 @@ TEST(CalibrationJson, LineScanner) {
 
   json["Plane_0"]["n"] = {0.0, 0.0, 0.0};
   EXPECT_THROW(scanner.read(json), Exception);
+
+  nlohmann::json const other = {{"CameraModel", documentOf(oddCamera())},
+                                {"ProjectorModel", documentOf(oddCamera())}};
+  vorn::test::expectError([&] { scanner.read(other); },
+                          "\"ProjectorModel\" is there: this is a structured-light scanner");
+  EXPECT_EQ(scanner.getPlanes().size(), 1U);
 }
 
 /// "/CameraModel/K/data/2" as messages name it: "CameraModel.K.data[2]".

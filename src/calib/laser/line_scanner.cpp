@@ -171,6 +171,10 @@ std::string const& LineScanner::getClassName() const {
 }
 
 void LineScanner::read(nlohmann::json const& json) {
+  if (json.contains("ProjectorModel")) {
+    throw JsonRefusal("ProjectorModel",
+                      " is there: this is a structured-light scanner, no laser line scanner", "LineScanner");
+  }
   CameraModel camera;
   readJsonObject(json, "CameraModel", camera, "LineScanner");
   std::vector<Plane3f> planes;

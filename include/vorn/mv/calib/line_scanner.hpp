@@ -62,8 +62,9 @@ public:
 
   std::string const& getClassName() const override;
   /// Reads "CameraModel", "Plane_0", "Plane_1" and so on. "PlaneCount" becomes the number of planes, if any.
-  /// @throws Exception for a camera or plane that holds a number that is not finite, and a plane without a
-  /// normal
+  /// @throws Exception for a camera or plane that holds a number that is not finite, a plane without a
+  /// normal,
+  ///         and the file of a structured-light scanner, which has a "ProjectorModel"
   void read(nlohmann::json const& json) override;
   void write(nlohmann::json& json) const override;
 
