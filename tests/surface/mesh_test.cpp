@@ -116,6 +116,18 @@ TEST(PointMesh, KnowsOnlyPresentPointsAndEachPlaceOnce) {
   }
 }
 
+/// An octree over points far away resolves none of the others.
+TEST(PointMesh, HasNothingToDoWithPointsFarAway) {
+  cv::Mat_<cv::Vec3f> const sheet = tilted(60, 50).reshape(3, 1);
+  SurfaceMesh const mesh = meshOf(PointCloud(sheet, false));
+  cv::Mat_<cv::Vec3f> strays(1, sheet.cols + 1, cv::Vec3f(1e8F, 0, 500));
+  sheet.copyTo(strays.colRange(0, sheet.cols));
+  SurfaceMesh const same = meshOf(PointCloud(strays, false));
+  EXPECT_EQ(same.triangles, mesh.triangles);
+  EXPECT_EQ(same.normals, mesh.normals);
+  EXPECT_EQ(same.cells, mesh.cells);
+}
+
 TEST(GridMesh, CoversAPlaneExactlyAndFacesTheSensor) {
   cv::Mat_<cv::Vec3b> const texture(30, 40, cv::Vec3b(1, 2, 3));
   SurfaceMesh const mesh = meshOf(PointCloud(tilted(30, 40), true, {}, texture));
