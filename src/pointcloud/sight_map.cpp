@@ -23,15 +23,18 @@ SightMap::SightMap(cv::Mat_<cv::Vec3f> const& points, cv::Matx44d const& viewFro
   left_ = top_ = std::numeric_limits<double>::max();
   std::vector<float> depths;
   std::size_t count = 0;
+  std::vector<cv::Vec3d> sights; // across, down, and the depth
+  sights.reserve(points.total());
   for (cv::Vec3f const& point : points) {
     cv::Vec3d const seen = inView(point);
     if (!(seen[2] > 0.0)) {
       continue;
     }
-    left_ = std::min(left_, seen[0] / seen[2]);
-    right = std::max(right, seen[0] / seen[2]);
-    top_ = std::min(top_, seen[1] / seen[2]);
-    bottom = std::max(bottom, seen[1] / seen[2]);
+    sights.emplace_back(seen[0] / seen[2], seen[1] / seen[2], seen[2]);
+    left_ = std::min(left_, sights.back()[0]);
+    right = std::max(right, sights.back()[0]);
+    top_ = std::min(top_, sights.back()[1]);
+    bottom = std::max(bottom, sights.back()[1]);
     constexpr std::size_t stride = 16;
     if (count++ % stride == 0) {
       depths.push_back(static_cast<float>(seen[2]));
@@ -50,13 +53,10 @@ SightMap::SightMap(cv::Mat_<cv::Vec3f> const& points, cv::Matx44d const& viewFro
                       static_cast<int>((bottom - top_) * cellsPerUnit_) + 1);
   constexpr float none = std::numeric_limits<float>::max();
   cv::Mat_<float> depth(size, none);
-  for (cv::Vec3f const& point : points) {
-    cv::Vec3d const seen = inView(point);
-    if (seen[2] > 0.0) {
-      float& cell = depth(static_cast<int>((seen[1] / seen[2] - top_) * cellsPerUnit_),
-                          static_cast<int>((seen[0] / seen[2] - left_) * cellsPerUnit_));
-      cell = std::min(cell, static_cast<float>(seen[2]));
-    }
+  for (cv::Vec3d const& seen : sights) {
+    float& cell = depth(static_cast<int>((seen[1] - top_) * cellsPerUnit_),
+                        static_cast<int>((seen[0] - left_) * cellsPerUnit_));
+    cell = std::min(cell, static_cast<float>(seen[2]));
   }
   cv::Mat const around = cv::Mat::ones(3, 3, CV_8U);
   cv::erode(depth, least_, around);

@@ -81,6 +81,12 @@ private:
     std::vector<unsigned> around; ///< the nearest leaves, itself included
   };
 
+  /// The mean of a leaf that makes a block.
+  struct Seed {
+    cv::Vec3f place;
+    unsigned leaf;
+  };
+
   /// The sums of a leaf's or a block's points.
   struct Sums {
     double count = 0.0;
@@ -138,13 +144,20 @@ private:
     for (std::size_t i = 0; i < leaves.size(); ++i) {
       sums[i].origin = cv::Vec3d(means[i]);
     }
+    std::vector<Seed> seeds;
     for (Leaf const& leaf : leaves) {
-      forPoints(leaf, [&](cv::Point const& cell) {
-        unsigned const seed = nearestSeed(leaf, leaves, means, points_(cell));
-        if (seed < sums.size()) {
-          sums[seed].add(points_(cell), normalAt(cell));
+      seeds.clear();
+      for (unsigned const other : leaf.around) {
+        if (leaves[other].isSeed) {
+          seeds.push_back({means[other], other});
         }
-      });
+      }
+      if (!seeds.empty()) {
+        forPoints(leaf, [&](cv::Point const& cell) {
+          cv::Vec3f const& point = points_(cell);
+          sums[nearestSeed(seeds, point)].add(point, normalAt(cell));
+        });
+      }
     }
     for (Sums const& each : sums) {
       addBlock(each);
@@ -173,16 +186,15 @@ private:
     });
   }
 
-  static unsigned nearestSeed(Leaf const& leaf, std::vector<Leaf> const& leaves,
-                              std::vector<cv::Vec3f> const& means, cv::Vec3f const& point) {
-    auto found = static_cast<unsigned>(leaves.size());
+  static unsigned nearestSeed(std::vector<Seed> const& seeds, cv::Vec3f const& point) {
+    unsigned found = seeds.front().leaf;
     float best = std::numeric_limits<float>::max();
-    for (unsigned const other : leaf.around) {
-      cv::Vec3f const way = means[other] - point;
+    for (Seed const& seed : seeds) {
+      cv::Vec3f const way = seed.place - point;
       float const square = way.dot(way);
-      if (leaves[other].isSeed && square < best) {
+      if (square < best) {
         best = square;
-        found = other;
+        found = seed.leaf;
       }
     }
     return found;

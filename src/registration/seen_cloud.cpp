@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <utility>
 #include <vector>
+#include <vorn/mv/pointcloud/measured_count.hpp>
 
 #include "pointcloud/grid_steps.hpp"
 #include "pointcloud/list_spacing.hpp"
@@ -15,6 +16,13 @@
 namespace vorn::mv {
 
 namespace {
+
+/// Of a share to a tenth of a per cent, more points say little.
+constexpr std::size_t enoughAsked = 25000;
+
+std::size_t strideOf(cv::Mat_<cv::Vec3f> const& points) {
+  return std::max<std::size_t>(1, points.total() / enoughAsked);
+}
 
 cv::Matx44d fromViewpoint(cv::Vec3d const& viewpoint) {
   cv::Matx44d shift = cv::Matx44d::eye();
@@ -40,7 +48,9 @@ SightMap SeenCloud::roughly(double cell) const {
 double SeenCloud::conflictWith(SeenCloud const& other, cv::Matx44d const& otherFromOwn) const {
   std::size_t seen = 0;
   std::size_t before = 0;
-  for (cv::Vec3f const& point : points_) {
+  std::size_t const stride = strideOf(points_);
+  for (std::size_t i = 0; i < points_.total(); i += stride) {
+    cv::Vec3f const& point = points_(static_cast<int>(i));
     cv::Vec4d const moved = otherFromOwn * cv::Vec4d(point[0], point[1], point[2], 1.0);
     Sight const sight = other.map_.of(cv::Vec3f(cv::Vec3d(moved[0], moved[1], moved[2])));
     seen += sight == Sight::Seen ? 1 : 0;
@@ -54,7 +64,7 @@ cv::Mat_<cv::Vec3f> SeenCloud::thinned(PointCloud& cloud) {
   constexpr double most = 100000.0;
   bool const isGrid = cloud.isOrganized() && cloud.isContinous();
   cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
-  double const stride = std::max(1.0, std::sqrt(static_cast<double>(cloud.presentCount()) / most));
+  double const stride = std::max(1.0, std::sqrt(static_cast<double>(measuredCount(cloud)) / most));
   int const step = isGrid ? static_cast<int>(std::ceil(stride)) : 1;
   std::size_t const skip = isGrid ? 1 : static_cast<std::size_t>(std::ceil(stride * stride));
   spacing_ = static_cast<double>(isGrid ? gridSpacingOf(points, cloud.state()) : listSpacingOf(cloud)) *
@@ -93,10 +103,15 @@ bool SeenCloud::isBeforeOrigin(PointCloud const& cloud) const {
 
 /// Whether no surface hides another from the origin.
 bool SeenCloud::isItsOwnSight() const {
-  auto const seen = std::count_if(points_.begin(), points_.end(),
-                                  [&](cv::Vec3f const& point) { return map_.of(point) == Sight::Seen; });
   constexpr double least = 0.98;
-  return static_cast<double>(seen) >= least * static_cast<double>(points_.total());
+  std::size_t const stride = strideOf(points_);
+  std::size_t asked = 0;
+  std::size_t seen = 0;
+  for (std::size_t i = 0; i < points_.total(); i += stride) {
+    ++asked;
+    seen += map_.of(points_(static_cast<int>(i))) == Sight::Seen ? 1 : 0;
+  }
+  return static_cast<double>(seen) >= least * static_cast<double>(asked);
 }
 
 } // namespace vorn::mv
