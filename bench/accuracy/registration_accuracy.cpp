@@ -26,15 +26,18 @@ struct Scattered {
   double shift;   ///< of the source's view along x, mm
   double height;  ///< of the waves
   double density; ///< of the waves
+  double offset;  ///< of the source's grid, in cells: whole ones lay points on points
 };
 
-constexpr Scattered scattered[] = {{"grid", true, 90, 0.0, 0.0, 3.0, 1.0},
-                                   {"list", false, 90, 0.0, 0.0, 3.0, 1.0},
-                                   {"grid, half seen", true, 90, 0.0, 13.0, 3.0, 1.0},
-                                   {"grid, fine waves", true, 90, 0.0, 0.0, 1.5, 3.0},
-                                   {"grid turned", true, 90, 0.5, 0.0, 3.0, 1.0},
-                                   {"grid, 57 600 points", true, 240, 0.0, 0.0, 3.0, 0.5},
-                                   {"list, 57 600 points", false, 240, 0.3, 0.0, 3.0, 0.5}};
+constexpr Scattered scattered[] = {{"grid", true, 90, 0.0, 0.0, 3.0, 1.0, 0.37},
+                                   {"list", false, 90, 0.0, 0.0, 3.0, 1.0, 0.37},
+                                   {"grid, half seen", true, 90, 0.0, 13.0, 3.0, 1.0, 0.37},
+                                   {"grid, fine waves", true, 90, 0.0, 0.0, 1.5, 3.0, 0.37},
+                                   {"grid turned", true, 90, 0.5, 0.0, 3.0, 1.0, 0.37},
+                                   {"grid, 57 600 points", true, 240, 0.0, 0.0, 3.0, 0.5, 0.37},
+                                   {"list, 57 600 points", false, 240, 0.3, 0.0, 3.0, 0.5, 0.37},
+                                   {"list of one raster", false, 90, 0.0, 0.0, 3.0, 1.0, 1.0},
+                                   {"list of one raster, 57 600", false, 240, 0.0, 0.0, 3.0, 0.5, 1.0}};
 
 cv::Mat_<cv::Vec3f> wavesOf(Scattered const& given, double turn, double shift, double offset,
                             std::mt19937& random) {
@@ -85,7 +88,7 @@ ScatterFigures compare(Scattered const& given, int runs) {
   for (int run = 0; run < runs; ++run) {
     std::mt19937 random(static_cast<unsigned>(run) * 10U + 1U);
     cv::Mat_<cv::Vec3f> const target = wavesOf(given, 0.0, 0.0, 0.0, random);
-    cv::Mat_<cv::Vec3f> source = wavesOf(given, given.turn, given.shift, 0.37, random);
+    cv::Mat_<cv::Vec3f> source = wavesOf(given, given.turn, given.shift, given.offset, random);
     for (cv::Vec3f& point : source) {
       point = cv::Vec3f(moved(sourceFromTarget, cv::Vec3d(point)));
     }
