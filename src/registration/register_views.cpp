@@ -110,6 +110,9 @@ private:
       View view;
       view.cloud = withNormals(clouds[i], progress_);
       view.surface = std::make_unique<SurfaceMatcher>(view.cloud);
+      if (view.cloud.isOrganized() && view.cloud.isContinous()) {
+        view.surface->readBetweenPoints(false); // lists would take memory for each point's neighbours
+      }
       view.frameFromView = settings_.frameFromView.empty() ? cv::Matx44d::eye() : settings_.frameFromView[i];
       checkCount(view.surface->usableCount(), "View " + std::to_string(i), context);
       double const size = view.surface->size();

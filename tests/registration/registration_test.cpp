@@ -10,6 +10,7 @@
 
 #include <vorn/core/observer.hpp>
 #include <vorn/core/system.hpp>
+#include <vorn/mv/registration/register_views.hpp>
 #include <vorn/mv/registration/registration.hpp>
 
 #include "registration/registered_views.hpp"
@@ -166,11 +167,14 @@ TEST_F(Register, IsNotDrawnToOneSide) {
     bool isGrid;
     double density;
     double shift;
+    bool isOfViews; ///< registered by `registerViews`
   };
   constexpr int trials = 24;
   cv::Vec3d const around(0.0, 0.0, 500.0);
   cv::Matx44d const truth = motionAbout(around, {0.115, 0.172, -0.115}, {0.1, -0.08, 0.05}).inv();
-  for (Scene const& scene : {Scene{"grid, half seen", true, 1.0, 13.0}, Scene{"list", false, 2.0, 0.0}}) {
+  for (Scene const& scene :
+       {Scene{"grid, half seen", true, 1.0, 13.0, false}, Scene{"views, half seen", true, 1.0, 13.0, true},
+        Scene{"list", false, 2.0, 0.0, false}}) {
     Surface const waves = [&](double u, double v) {
       double const x = 3.0 * u;
       double const y = 3.0 * v;
@@ -183,8 +187,15 @@ TEST_F(Register, IsNotDrawnToOneSide) {
       cv::Mat_<cv::Vec3f> const target = view(waves, 90, -4.5, -4.5, 0.02, 2 * trial + 1);
       cv::Mat_<cv::Vec3f> const source = moveAll(
           truth.inv(), view(waves, 90, -4.5 + 0.037 + scene.shift / 3.0, -4.463, 0.02, 2 * trial + 2));
-      Registration const found =
-          registerClouds(PointCloud(source, scene.isGrid), PointCloud(target, scene.isGrid));
+      Registration found;
+      if (scene.isOfViews) {
+        ViewsRegistration const both = registerViews({PointCloud(target, true), PointCloud(source, true)});
+        found.targetFromSource = both.views[1].frameFromView;
+        found.covariance = both.views[1].covariance;
+        found.pivot = both.pivot;
+      } else {
+        found = registerClouds(PointCloud(source, scene.isGrid), PointCloud(target, scene.isGrid));
+      }
       cv::Vec6d const error = errorOf(found.targetFromSource, truth, found.pivot);
       for (int i = 0; i < 6; ++i) {
         sum[i] += error[i] / trials;
