@@ -86,6 +86,25 @@ TEST(FusedPart, IsAsExactAsItsViewsTogether) {
   }
 }
 
+/// Beyond the last points of a list its surface ends or bends: planes through them tell nothing of other
+/// views.
+TEST(FusedPart, OfTruePosesHasNoViewsThatLieOff) {
+  for (bool const isOrganized : {true, false}) {
+    PartViews views(4, 4, noise);
+    for (PointCloud& view : views.clouds) {
+      if (!isOrganized) {
+        cv::Matx44d const pose = view.getTransform();
+        view = PointCloud::fromVertices(view.getGraphicObject(false));
+        view.setTransform(pose);
+      }
+    }
+    for (FusedView const& view : fuse(views.clouds).views) {
+      EXPECT_GT(view.overlap, 0.4) << isOrganized;
+      EXPECT_LT(view.apart, 0.02) << isOrganized;
+    }
+  }
+}
+
 /// Mean errors of a surface over squares of a flat face.
 struct FacePatch {
   int count = 0;

@@ -141,6 +141,12 @@ struct PlaneSums {
 
   bool meets(Meeting& meeting) const {
     constexpr int fewest = 4;
+    // Of points on one side of the line alone it is 0.56: beyond the last of them the surface may end or
+    // bend.
+    constexpr double farthestMean = 0.6;
+    if (sums[1] * sums[1] + sums[2] * sums[2] > farthestMean * farthestMean * sums[0] * sums[0]) {
+      return false;
+    }
     cv::Matx33d const normal(sums[0], sums[1], sums[2], sums[1], sums[3], sums[4], sums[2], sums[4], sums[5]);
     double const scale = sums[0] * sums[0] * sums[0];
     constexpr double leastDeterminant = 1e-4;

@@ -71,11 +71,11 @@ struct Fusion {
 /// rest so many are taken, those of earlier views first, that no place is emptier than
 /// the spacing; each is moved along its normal to the mean of all views that see it, weighted by 1 / variance
 /// along the normal. The other views are read between their points (in the triangle of the grid that the
-/// normal meets, without a grid in the plane of the nearest points), so nothing is smoothed along the
-/// surface. The variance is from the field "sigma" where a cloud has it, the standard deviation along the
-/// line of sight, else from how the points scatter about their neighbours' plane; it is at least the rounding
-/// of coordinates and 1e-4 of the view's spacing. Points become triangles with those around them by the
-/// Delaunay rule, taken in the plane of each; no edge has more than two.
+/// normal meets, without a grid in the plane of the nearest points where it passes between them), so nothing
+/// is smoothed along the surface. The variance is from the field "sigma" where a cloud has it, the standard
+/// deviation along the line of sight, else from how the points scatter about their neighbours' plane; it is
+/// at least the rounding of coordinates and 1e-4 of the view's spacing. Points become triangles with those
+/// around them by the Delaunay rule, taken in the plane of each; no edge has more than two.
 ///
 /// The result does not depend on the number of threads. Working memory: about 75 bytes a point of all views.
 /// @param views at most 255
