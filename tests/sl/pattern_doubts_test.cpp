@@ -127,6 +127,29 @@ TEST(PatternDoubts, WhatLooksLikeAMirroredFringeIsToldByBitsOrOtherFringes) {
   }
 }
 
+/// Bits with two fringes: each of them is held against the stripes by itself.
+TEST(PatternDoubts, EveryFringeBesideBitsIsHeldAgainstThem) {
+  PatternSet set = setOf("gray-phase", 3);
+  std::size_t const steps = 3;
+  for (std::size_t i = 0; i < steps; ++i) {
+    PatternImage image = set.images[stepOf(set, 0, static_cast<int>(i))];
+    image.period *= 3.5;
+    set.images.push_back(image);
+  }
+  std::vector<cv::Mat> const images = scene().capture(set);
+  EXPECT_TRUE(decode_patterns(set, images).doubts.empty()) << textOf(decode_patterns(set, images));
+  for (std::size_t const fringe : {0U, 1U}) {
+    auto const at = [&](int step) { return stepOf(set, fringe, step); };
+    DecodedPatterns const mirrored = exchanged(set, at(0), at(2));
+    EXPECT_TRUE(isDoubted(mirrored, PatternFault::Mirrored, {at(0)})) << fringe << textOf(mirrored);
+    std::vector<cv::Mat> turned = images;
+    auto const begin = turned.begin() + static_cast<std::ptrdiff_t>(at(0));
+    std::rotate(begin, begin + 1, begin + steps);
+    DecodedPatterns const shifted = decode_patterns(set, turned);
+    EXPECT_TRUE(isDoubted(shifted, PatternFault::Shifted, {at(0)})) << fringe << textOf(shifted);
+  }
+}
+
 TEST(PatternDoubts, StepsOfTwoFringesAreToldByTheirMeans) {
   PatternSet const set = setOf("multi-frequency", 3);
   DecodedPatterns const decoded = exchanged(set, stepOf(set, 0, 1), stepOf(set, 1, 1));

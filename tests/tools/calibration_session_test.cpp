@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <vector>
@@ -110,6 +111,17 @@ TEST_F(CalibrationSession, LeavesOutBadViewsAndSaysWhy) {
   EXPECT_NE(calibration.views[3].reason.find("the target image is 99 x"), std::string::npos);
   std::string const table = tools::table(calibration);
   EXPECT_NE(table.find("pose_01         left out: no target"), std::string::npos) << table;
+  auto const noise = table.find("noise of a dot ");
+  ASSERT_NE(noise, std::string::npos) << table;
+  double camera = 0;
+  double projector = 0;
+  ASSERT_EQ(std::sscanf(table.c_str() + noise, "noise of a dot %lf px, %lf px in the projector", &camera,
+                        &projector),
+            2)
+      << table;
+  constexpr double digit = 5.01e-5; // half of the last one that is shown
+  EXPECT_NEAR(camera, calibration.report.adjustment->noise.camera0, digit);
+  EXPECT_NEAR(projector, calibration.report.adjustment->noise.camera1, digit);
   fs::remove(spoiled / "pose_05" / "target.png");
   expectError([&] { tools::calibrateScanner(spoiled.path().string(), settings()); },
               "Only 2 of 6 views can be used, and a calibration takes 3; pose_01: no target found in the "

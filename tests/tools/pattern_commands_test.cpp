@@ -105,6 +105,23 @@ TEST_F(PatternCommands, DescriptionsByHandTakeListsAndPatterns) {
             0.0);
 }
 
+TEST_F(PatternCommands, LevelsAndNoiseAreThoseThatWereGiven) {
+  ASSERT_EQ(makeSet({"gray-phase", "--axes", "columns", "--steps", "3"}).status, 0);
+  capture(path("set")); // 20 to 147
+  ToolOutcome const clipped = run({"decode", path("set"), "-o", path("none"), "--white-level", "100"});
+  EXPECT_EQ(clipped.status, 1);
+  EXPECT_NE(clipped.errors.find("clipped"), std::string::npos) << clipped.errors;
+  EXPECT_EQ(run({"decode", path("set"), "-o", path("all"), "--white-level", "150"}).status, 0);
+  for (std::string const noise : {"2", "4"}) {
+    ASSERT_EQ(run({"decode", path("set"), "-o", path("noise" + noise), "--noise", noise}).status, 0);
+  }
+  cv::Mat const sigma = cv::imread(path("noise2/sigma_column.tiff"), cv::IMREAD_UNCHANGED);
+  cv::Mat const twice = cv::imread(path("noise4/sigma_column.tiff"), cv::IMREAD_UNCHANGED);
+  cv::Mat const isKnown = cv::imread(path("noise2/mask.png"), cv::IMREAD_GRAYSCALE) == 0;
+  ASSERT_GT(cv::countNonZero(isKnown), 160 * 90 / 2);
+  EXPECT_LT(cv::norm(2.0 * sigma, twice, cv::NORM_INF, isKnown), 1e-5);
+}
+
 TEST_F(PatternCommands, PlansAreToldAndTheBestIsWritten) {
   std::vector<std::string> call{"patterns",    "--plan",  "--width", "640",     "--height",
                                 "400",         "--sigma", "0.03",    "--noise", "1.5",
