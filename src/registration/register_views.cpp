@@ -96,6 +96,7 @@ public:
       pairs_.erase(
           std::remove_if(pairs_.begin(), pairs_.end(), [](ViewPair const& pair) { return !pair.isUsed; }),
           pairs_.end());
+      readBetweenPoints();
       pass(settings_.maxSamples, true);
     }
     report();
@@ -110,9 +111,6 @@ private:
       View view;
       view.cloud = withNormals(clouds[i], progress_);
       view.surface = std::make_unique<SurfaceMatcher>(view.cloud);
-      if (view.cloud.isOrganized() && view.cloud.isContinous()) {
-        view.surface->readBetweenPoints(false); // lists would take memory for each point's neighbours
-      }
       view.frameFromView = settings_.frameFromView.empty() ? cv::Matx44d::eye() : settings_.frameFromView[i];
       checkCount(view.surface->usableCount(), "View " + std::to_string(i), context);
       double const size = view.surface->size();
@@ -130,6 +128,15 @@ private:
     for (View const& view : views_) {
       result_.pivot += view.middle() * (1.0 / static_cast<double>(views_.size()));
       size_ = std::max(size_, view.surface->size());
+    }
+  }
+
+  /// From near the result on: what lies beyond a rim leads there from farther away.
+  void readBetweenPoints() {
+    for (View& view : views_) {
+      if (view.cloud.isOrganized() && view.cloud.isContinous()) {
+        view.surface->readBetweenPoints(false); // lists would take memory for each point's neighbours
+      }
     }
   }
 
