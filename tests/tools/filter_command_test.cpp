@@ -433,6 +433,25 @@ TEST(InfoCommand, TellsThePointsOfAGridAndWhatAPlyFileHasBeside) {
   EXPECT_NE(edges.errors.find("edge"), std::string::npos) << edges.errors;
 }
 
+TEST(InfoCommand, GoesOnAfterFilesThatItCannotRead) {
+  test::TemporaryFolder const folder;
+  writeJsonFile(folder / "step.json", {{"step", {0, 0.1, 0}}});
+  std::ofstream(folder / "broken.ply") << "ply\nformat ascii 1.0\nelement vertex 9\n";
+  std::ofstream(folder / "points.xyz") << "1 2 3\n4 5 6\n";
+  ToolOutcome const outcome =
+      run({"info", folder / "absent.ply", folder / "broken.ply", folder.path(), folder / "step.json",
+           folder / "points.xyz", "--report", folder / "report.json"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.output.find("Motion of a stage"), std::string::npos) << outcome.output;
+  EXPECT_NE(outcome.output.find("2 points"), std::string::npos) << outcome.output;
+  for (char const* const name : {"absent.ply", "broken.ply", "it is a folder", "3 of 5 files"}) {
+    EXPECT_NE(outcome.errors.find(name), std::string::npos) << outcome.errors;
+  }
+  nlohmann::json const report = readJsonFile(folder / "report.json");
+  EXPECT_EQ(report["files"].size(), 2U);
+  EXPECT_EQ(report["warnings"].size(), 3U);
+}
+
 TEST(InfoCommand, DescribesACameraWithoutDistortion) {
   test::TemporaryFolder const folder;
   nlohmann::json const K{

@@ -1,6 +1,7 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/core/observer.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
@@ -30,6 +32,7 @@
 #include "tools/files/cloud_info.hpp"
 #include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/input_file.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/report/report_text.hpp"
@@ -270,6 +273,52 @@ nlohmann::json infoOf(std::string const& path) {
   return pictureInfo(path);
 }
 
+/// Tells of each file; of several, those that cannot be read are told and passed over.
+/// @throws Exception where one cannot, once the others are told of
+void tellOf(std::vector<std::string> const& files, Report& report) {
+  bool const areSeveral = files.size() > 1;
+  std::size_t failures = 0;
+  auto const goOn = [&](std::exception const& reason) {
+    if (!areSeveral) {
+      throw;
+    }
+    report.warn(reason.what());
+    ++failures;
+  };
+  std::vector<std::string> readable;
+  for (std::string const& path : files) {
+    try {
+      refuseFolder(path);
+      checkInputFile(path);
+      readable.push_back(path);
+    } catch (Exception const& e) {
+      goOn(e);
+    }
+  }
+  report.declare(readable, {});
+  report["files"] = nlohmann::json::array();
+  for (std::string const& path : readable) {
+    if (areSeveral) {
+      std::cout << path << ":\n";
+    }
+    try {
+      nlohmann::json info = infoOf(path);
+      info["file"] = path;
+      report["files"].push_back(std::move(info));
+    } catch (Cancelled const&) {
+      throw;
+    } catch (std::exception const& e) {
+      goOn(e);
+    }
+  }
+  if (failures > 0) {
+    report.write();
+    throw Exception(std::to_string(failures) + " of " + std::to_string(files.size()) +
+                        " files could not be read, as warned",
+                    nullptr, 0, "info");
+  }
+}
+
 } // namespace
 
 void addInfoCommand(CLI::App& app) {
@@ -292,18 +341,7 @@ void addInfoCommand(CLI::App& app) {
         if (file->count() == 0) {
           throw CLI::RequiredError("files");
         }
-        std::vector<std::string> const files = expandFiles(*paths);
-        std::for_each(files.begin(), files.end(), refuseFolder);
-        report.declare(files, {});
-        report["files"] = nlohmann::json::array();
-        for (std::string const& path : files) {
-          if (files.size() > 1) {
-            std::cout << path << ":\n";
-          }
-          nlohmann::json info = infoOf(path);
-          info["file"] = path;
-          report["files"].push_back(std::move(info));
-        }
+        tellOf(expandFiles(*paths), report);
       },
       "--report", "what the files hold");
 }
