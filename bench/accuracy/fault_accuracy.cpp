@@ -125,9 +125,9 @@ void printRow(FaultCase const& given, FaultFigures const& figures) {
   }
   VolumeErrors const& e = figures.errors;
   std::string const goal = given.goal > 0 ? cv::format("%.1f", given.goal) : "";
-  std::cout << cv::format("| %s | %s | %s | %.2f | %.2f | %.2f | %.2f | %s |\n",
+  std::cout << cv::format("| %s | %s | %s | %.2f | %.2f | %.2f | %.2f | %.2f | %s |\n",
                           given.fault.empty() ? "none" : given.fault.c_str(), said.c_str(), left.c_str(),
-                          e.rigid, e.bars, e.raw, figures.predicted, goal.c_str())
+                          e.rigid, e.foretold, e.bars, e.raw, figures.predicted, goal.c_str())
             << std::flush;
 }
 
@@ -269,8 +269,8 @@ std::vector<FaultCase> faultCases() {
 bool printFaultTable(CalibratedRig const& rig, std::string const& only) {
   std::cout << "\n"
             << rig.name << ", " << rig.poses.size() << " views\n\n"
-            << "| fault | said | left out | rigid, um | bars, um | raw, um | predicted rigid | goal |\n"
-               "|---|---|---|---|---|---|---|---|\n";
+            << "| fault | said | left out | rigid, um | foretold there, um | bars, um | raw, um | foretold "
+               "where the target was, um | goal |\n|---|---|---|---|---|---|---|---|---|\n";
   std::vector<mv::ScannerView> const clean = renderedViews(rig);
   bool areAllNamed = true;
   for (FaultCase const& given : faultCases()) {

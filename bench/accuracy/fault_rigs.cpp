@@ -13,6 +13,7 @@
 #include <vorn/mv/sl/patterns.hpp>
 
 #include "calib/adjustment_runs.hpp"
+#include "scanner/predicted_error.hpp"
 #include "scanner/sight_geometry.hpp"
 
 namespace vorn::bench {
@@ -86,8 +87,26 @@ cv::Point2d projectedFrom(sim::Rig const& rig, sim::Scene const& scene, cv::Poin
   return seen && rig.projector.device.contains(*seen) ? *seen : cv::Point2d(none, none);
 }
 
-/// Places that both devices see between two depths.
-std::vector<cv::Vec3d> placesOf(CalibratedRig const& truth, std::size_t count) {
+/// Places that both devices see in a volume.
+std::vector<cv::Vec3d> placesOf(CalibratedRig const& truth, mv::WorkingVolume const& volume,
+                                std::size_t count) {
+  cv::RNG rng(4711);
+  cv::Size const size = truth.rig.camera.device.resolution();
+  sim::Projector const& projector = truth.rig.projector;
+  std::vector<cv::Vec3d> places;
+  while (places.size() < count) {
+    cv::Point2d const pixel(rng.uniform(0.0, size.width - 1.0), rng.uniform(0.0, size.height - 1.0));
+    cv::Vec3d const place = truth.rig.camera.device.ray(pixel) * rng.uniform(volume.nearest, volume.farthest);
+    auto const lit = projector.device.project(projector.world_from_proj.inverse() * place);
+    if (lit && projector.device.contains(*lit)) {
+      places.push_back(place);
+    }
+  }
+  return places;
+}
+
+/// Between the depths of the nearest and the farthest dot that both devices see.
+mv::WorkingVolume volumeOf(CalibratedRig const& truth) {
   std::vector<double> depths;
   for (sim::Pose const& pose : truth.poses) {
     for (sim::DotTruth const& dot : dotTruth(truth.target, pose, truth.rig.camera, &truth.rig.projector)) {
@@ -97,19 +116,7 @@ std::vector<cv::Vec3d> placesOf(CalibratedRig const& truth, std::size_t count) {
     }
   }
   auto const [nearest, farthest] = std::minmax_element(depths.begin(), depths.end());
-  cv::RNG rng(4711);
-  cv::Size const size = truth.rig.camera.device.resolution();
-  sim::Projector const& projector = truth.rig.projector;
-  std::vector<cv::Vec3d> places;
-  while (places.size() < count) {
-    cv::Point2d const pixel(rng.uniform(0.0, size.width - 1.0), rng.uniform(0.0, size.height - 1.0));
-    cv::Vec3d const place = truth.rig.camera.device.ray(pixel) * rng.uniform(*nearest, *farthest);
-    auto const lit = projector.device.project(projector.world_from_proj.inverse() * place);
-    if (lit && projector.device.contains(*lit)) {
-      places.push_back(place);
-    }
-  }
-  return places;
+  return {*nearest, *farthest};
 }
 
 } // namespace
@@ -220,7 +227,8 @@ std::vector<mv::AdjustmentView> drawnViews(sim::Campaign const& campaign, PointN
 
 VolumeErrors errorsOf(mv::Sl3dScanner const& scanner, CalibratedRig const& truth) {
   constexpr std::size_t count = 600;
-  std::vector<cv::Vec3d> const places = placesOf(truth, count);
+  mv::WorkingVolume const volume = volumeOf(truth);
+  std::vector<cv::Vec3d> const places = placesOf(truth, volume, count);
   mv::Sl3dScanner own = scanner;
   mv::SightGeometry const geometry(own.getCameraModel(), own.getProjectorModel(), own.getTransform(),
                                    mv::MapCoordinate::Column);
@@ -249,8 +257,12 @@ VolumeErrors errorsOf(mv::Sl3dScanner const& scanner, CalibratedRig const& truth
     }
   }
   constexpr double micrometres = 1000;
+  mv::CalibrationCovariance const& covariance = scanner.getCovariance();
+  double const foretold =
+      covariance.isEmpty() ? 0
+                           : predictedError(geometry, mv::wholeMatrix(covariance), volume, places, 0).rigid;
   return {micrometres * std::sqrt(errors.raw2), micrometres * std::sqrt(errors.rigid2),
-          bars == 0 ? 0 : micrometres * std::sqrt(squares / bars)};
+          bars == 0 ? 0 : micrometres * std::sqrt(squares / bars), micrometres * foretold};
 }
 
 } // namespace vorn::bench

@@ -50,6 +50,9 @@ struct VolumeErrors {
   double raw = 0;
   double rigid = 0; ///< after the rigid motion that fits best
   double bars = 0;  ///< root mean square of lengths of 100 mm
+  /// What the scanner's covariance foretells of `rigid` at the same places; 0 without one. Not what a report
+  /// foretells: that is for the depths that the target had in the views.
+  double foretold = 0;
 };
 VolumeErrors errorsOf(mv::Sl3dScanner const& scanner, CalibratedRig const& truth);
 

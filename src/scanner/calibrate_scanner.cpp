@@ -67,6 +67,12 @@ std::optional<PredictedError> predictedError(Sl3dScanner const& scanner, Working
   }
 }
 
+/// Half its depth more at both ends, or at the near one as much as there is before the camera.
+WorkingVolume twiceAsDeep(WorkingVolume const& volume) {
+  double const half = std::min((volume.farthest - volume.nearest) / 2, volume.nearest / 2);
+  return {volume.nearest - half, volume.farthest + half};
+}
+
 /// Adds the next view to a report, or why there is none.
 void findNextView(Adjustment const& adjustment, std::vector<AdjustmentView> const& views,
                   Sl3dScanner const& scanner, CalibrationReport& report) {
@@ -209,7 +215,9 @@ ScannerCalibration calibrateScanner(ScannerViews const& views, CalibrationSettin
          object.getProjectorModel() = adjustment.models[1];
          object.setTransform(adjustment.transform);
          object.setCovariance(covarianceOf(adjustment));
-         calibration.report.predicted = predictedError(object, workingVolume(adjustment, adjusted));
+         WorkingVolume const volume = workingVolume(adjustment, adjusted);
+         calibration.report.predicted = predictedError(object, volume);
+         calibration.report.predictedBeyond = predictedError(object, twiceAsDeep(volume));
          findNextView(adjustment, adjusted, object, calibration.report);
        }},
       progress.part(0.92, 0.95));

@@ -139,6 +139,8 @@ nlohmann::json toJson(PredictedError const& predicted) {
           {"bar", predicted.bar},
           {"barLength", predicted.barLength},
           {"worst", predicted.worst},
+          {"nearest", predicted.volume.nearest},
+          {"farthest", predicted.volume.farthest},
           {"worstPlace", {predicted.worstPlace.x, predicted.worstPlace.y, predicted.worstPlace.z}}};
 }
 
@@ -207,6 +209,9 @@ nlohmann::json toJson(Calibration const& calibration) {
   }
   if (report.predicted) {
     json["predicted"] = toJson(*report.predicted);
+  }
+  if (report.predictedBeyond) {
+    json["predictedBeyond"] = toJson(*report.predictedBeyond);
   }
   if (report.nextView) {
     json["nextView"] = toJson(*report.nextView);

@@ -133,6 +133,7 @@ PredictedError predictedError(SightGeometry const& geometry, CalibrationMatrix c
   PredictedError error;
   error.pointCount = static_cast<int>(points.size());
   error.barLength = barLength;
+  error.volume = volume;
   CalibrationMatrix const root = rootOf(covariance);
   cv::Vec3d const middle = middleOf(points);
   auto const count = static_cast<Eigen::Index>(points.size());

@@ -137,10 +137,17 @@ std::string adjustedText(mv::CalibrationReport const& report) {
     constexpr double micrometres = 1000;
     constexpr double ppm = 1e6;
     mv::PredictedError const& error = *report.predicted;
-    out << std::setprecision(1) << "expected error where the target was: shape " << micrometres * error.rigid
-        << " um, scale " << ppm * error.scale << " ppm, lengths of " << std::setprecision(0)
-        << error.barLength << " mm " << std::setprecision(1) << micrometres * error.bar
-        << " um, beside the pitch's own\n";
+    out << std::setprecision(0) << "expected error where the target was, at depths of "
+        << error.volume.nearest << " to " << error.volume.farthest << " mm: shape " << std::setprecision(1)
+        << micrometres * error.rigid << " um, scale " << ppm * error.scale << " ppm, lengths of "
+        << std::setprecision(0) << error.barLength << " mm " << std::setprecision(1)
+        << micrometres * error.bar << " um, beside the pitch's own\n";
+    if (report.predictedBeyond) {
+      mv::PredictedError const& beyond = *report.predictedBeyond;
+      out << std::setprecision(0) << "expected error at " << beyond.volume.nearest << " to "
+          << beyond.volume.farthest << " mm: shape " << std::setprecision(1) << micrometres * beyond.rigid
+          << " um\n";
+    }
   }
   if (report.nextView) {
     out << nextViewText(*report.nextView) << '\n';

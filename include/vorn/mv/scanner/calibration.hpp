@@ -168,6 +168,9 @@ struct CalibrationReport {
   std::vector<TransformDeviation> deviations;
   /// What the calibration is expected to be wrong by where the target was; of an adjusted scanner.
   std::optional<PredictedError> predicted;
+  /// The same over twice these depths about their middle, where a target that was hardly tilted or moved in
+  /// depth says little; none where the devices do not see so much.
+  std::optional<PredictedError> predictedBeyond;
   /// Where one more view of the target would lower that most; of an adjusted scanner. None where no pose
   /// shows both devices as much of the target as the views did.
   std::optional<NextView> nextView;

@@ -65,6 +65,7 @@ struct PredictedError {
   cv::Point3d worstPlace; ///< where the shape is worst, in the camera's frame
   double worst = 0;       ///< and by how much
   int pointCount = 0;     ///< places that count
+  WorkingVolume volume;   ///< what it is about: it holds no farther
 };
 
 /// The error of points of a scanner that knows how well it is calibrated.
