@@ -49,6 +49,47 @@ TEST(DotMeasurement, ADotMustStandOutAgainstItsOwnNoise) {
   EXPECT_FALSE(measureWith(25));
 }
 
+// What noise does to the area is foretold from one image, for small dots whose levels few pixels tell as
+// well.
+TEST(DotMeasurement, ForetellsWhatNoiseDoesToTheArea) {
+  constexpr double noise = 4;
+  constexpr double contrast = 100;
+  constexpr int draws = 400;
+  cv::RNG random(11);
+  for (double const radius : {4.5, 6.0, 8.0, 13.0}) {
+    cv::Mat_<float> clean(81, 81);
+    constexpr int samples = 8;
+    for (int y = 0; y < clean.rows; ++y) {
+      for (int x = 0; x < clean.cols; ++x) {
+        int inside = 0;
+        for (int i = 0; i < samples * samples; ++i) {
+          double const dx = x - 40.3 + (i % samples + 0.5) / samples - 0.5;
+          double const dy = y - 39.8 + (i / samples + 0.5) / samples - 0.5;
+          inside += std::hypot(dx, dy) < radius ? 1 : 0;
+        }
+        clean(y, x) = static_cast<float>(50 + contrast * inside / (samples * samples));
+      }
+    }
+    double sum = 0;
+    double squares = 0;
+    double foretold2 = 0;
+    for (int draw = 0; draw < draws; ++draw) {
+      cv::Mat_<float> image(clean.size());
+      random.fill(image, cv::RNG::NORMAL, 0, noise);
+      image += clean;
+      auto const dot = measureDot(image, {40, 40}, {cv::Matx22d::eye() * radius, 2.1}, 2.5);
+      ASSERT_TRUE(dot) << radius;
+      sum += dot->area;
+      squares += dot->area * dot->area;
+      foretold2 += dot->areaNoise * dot->areaNoise;
+    }
+    double const scatter = std::sqrt((squares - sum * sum / draws) / (draws - 1));
+    double const ratio = scatter / std::sqrt(foretold2 / draws); // of 400 draws, to 0.035
+    EXPECT_GT(ratio, 0.8) << radius; // edges of the smallest dots lie within their bands by less than half
+    EXPECT_LT(ratio, 1.12) << radius;
+  }
+}
+
 TEST(LocalMap, JacobianIsTheDerivativeOfThePosition) {
   cv::Matx33d const homography(50, 3, 400, -4, 47, 300, 1e-3, -2e-3, 1);
   std::array<cv::Point2d, 6> const offset = {
@@ -281,6 +322,7 @@ TEST(DropMissized, ADotMayBeOffByItsNoise) {
     for (MeasuredDot& dot : dots) {
       dot.measured.area = measured->area;
       dot.measured.levels = measured->levels;
+      dot.measured.areaNoise = measured->areaNoise;
     }
     dots[44].radius *= 1 - off * sigma;
     grid.replace(dots);

@@ -128,6 +128,19 @@ double blurOf(double mixed, Ellipse const& outline) {
   return std::sqrt(CV_PI) * std::max(mixed, 0.0) / perimeter;
 }
 
+double areaNoiseOf(Ellipse const& outline, double halfWidth, DotLevels const& levels) {
+  double const inner =
+      std::max(outline.longAxis - halfWidth, 0.0) * std::max(outline.shortAxis - halfWidth, 0.0);
+  double const band =
+      CV_PI * ((outline.longAxis + halfWidth) * (outline.shortAxis + halfWidth) - inner); // pixels
+  // Pixels of the band lie between ground and dot by half in the mean, and so take half of either's error.
+  double const byLevels = 0.25 * band * band * (1 / levels.coreCount + 1 / levels.groundCount);
+  constexpr double planeParameters = 3;
+  double const freedom = std::max(levels.coreCount - planeParameters, 1.0);
+  double const noise = levels.coreNoise * std::sqrt(levels.coreCount / freedom) / levels.contrast.value;
+  return noise * std::sqrt(band + byLevels);
+}
+
 /// Room between an ellipse about `centre` and the image's border.
 double roomAround(cv::Mat const& image, cv::Point2d const& centre, Ellipse const& outline) {
   double const x = std::min(centre.x, image.cols - 1 - centre.x) - outline.halfWidth();
@@ -182,11 +195,12 @@ std::optional<Settled> settle(cv::Mat const& image, cv::Point2d const& start, Do
     bool const isSettled = cv::norm(moved - centre) < settled;
     centre = moved;
     if (isSettled && cv::norm(centre - levelsAt) <= levelsHold) {
-      return Settled{{centre, sums.weight, *levels, blurOf(sums.mixed, outline)},
-                     width,
-                     roomAround(image, centre, outline) >= leastHalfWidth
-                         ? lookAtRim(image, centre, outline, width, *levels)
-                         : RimLook()};
+      return Settled{
+          {centre, sums.weight, areaNoiseOf(outline, width, *levels), *levels, blurOf(sums.mixed, outline)},
+          width,
+          roomAround(image, centre, outline) >= leastHalfWidth
+              ? lookAtRim(image, centre, outline, width, *levels)
+              : RimLook()};
     }
   }
   return std::nullopt;

@@ -27,6 +27,9 @@ struct DotMeasurement {
   /// Centre of area of the dot's image; `fitEdge` refines it.
   cv::Point2d centre;
   double area = 0;
+  /// What the image's noise does to the area, one standard deviation: over the band along the edge, and by
+  /// the levels of dot and ground, which all of the band is compared with.
+  double areaNoise = 0;
   DotLevels levels;
   /// Standard deviation of the blur at its edge.
   double blur = 0;

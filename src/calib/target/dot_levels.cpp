@@ -246,15 +246,18 @@ std::optional<DotLevels> measureLevels(cv::Mat const& image, cv::Point2d const& 
         origin,
         ground,
         {corePlane.value - ground.value, corePlane.slopeX - ground.slopeX, corePlane.slopeY - ground.slopeY},
-        coreNoise};
+        coreNoise,
+        core.n,
+        ringSums.n};
   }
   if (lightSlope) {
     cv::Vec2d const slope = *lightSlope * contrast;
-    return DotLevels{origin, ground, {contrast, slope[0], slope[1]}, coreNoise};
+    return DotLevels{origin, ground, {contrast, slope[0], slope[1]}, coreNoise, core.n, ringSums.n};
   }
   // Too few pixels for a slope: dot and ground are taken to be lit alike.
   double const ratio = contrast / std::max(ground.value, contrast);
-  return DotLevels{origin, ground, {contrast, ground.slopeX * ratio, ground.slopeY * ratio}, coreNoise};
+  return DotLevels{origin,    ground, {contrast, ground.slopeX * ratio, ground.slopeY * ratio},
+                   coreNoise, core.n, ringSums.n};
 }
 
 } // namespace vorn::mv

@@ -26,6 +26,9 @@ struct DotLevels {
   GreyPlane ground;
   GreyPlane contrast;   ///< of the dot above the ground
   double coreNoise = 0; ///< deviation of the dot's inside from a plane
+  /// How many pixels the planes of dot and ground are taken from.
+  double coreCount = 0;
+  double groundCount = 0;
   /// Of the ground, where the edge of a shadow passes the dot.
   std::optional<GroundShade> shade = std::nullopt;
 

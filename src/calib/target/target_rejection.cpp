@@ -14,13 +14,9 @@
 namespace vorn::mv {
 namespace {
 
-/// What noise does to a dot's measured radius, relative to it: half of what it does to the area, which it
-/// enters over a band of some five pixels along the edge.
+/// What noise does to a dot's measured radius, relative to it: half of what it does to the area.
 double radiusNoise(DotMeasurement const& dot) {
-  constexpr double bandWidth = 5;
-  double const perimeter = 2.0 * std::sqrt(CV_PI * dot.area);
-  double const relativeNoise = dot.levels.coreNoise / dot.levels.contrast.value;
-  return 0.5 * relativeNoise * std::sqrt(bandWidth * perimeter) / dot.area;
+  return 0.5 * dot.areaNoise / dot.area;
 }
 
 } // namespace
@@ -67,7 +63,7 @@ void dropMissized(MeasuredGrid& grid, GridMeasurement const& measurement) {
   constexpr double leastTolerance = 0.015;
   constexpr double mostTolerance = 0.1;
   constexpr double toleranceInSpreads = 6;
-  constexpr double toleranceInSigmas = 8;
+  constexpr double toleranceInSigmas = 5;
   constexpr double sigmaOfMedianDeviation = 1.4826;
   constexpr std::size_t leastNeighbours = 5;
   std::vector<std::optional<double>> deviations;
