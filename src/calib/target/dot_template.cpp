@@ -3,10 +3,15 @@
 #include "calib/target/dot_template.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstddef>
+#include <numeric>
 #include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/geometry/fitting.hpp>
+
+#include "core/simd.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -33,9 +38,10 @@ cv::Mat drawTemplate(int radius, int half, double blur) {
   return drawn;
 }
 
-double sample(cv::Mat const& image, cv::Point2d const& p) {
-  double const x = std::clamp(p.x, 0.0, image.cols - 1.001);
-  double const y = std::clamp(p.y, 0.0, image.rows - 1.001);
+/// Between the pixels of an image, none of which lies beyond it.
+double sampleInside(cv::Mat const& image, cv::Point2d const& p) {
+  double const x = p.x;
+  double const y = p.y;
   int const column = static_cast<int>(x);
   int const row = static_cast<int>(y);
   double const fx = x - column;
@@ -43,6 +49,11 @@ double sample(cv::Mat const& image, cv::Point2d const& p) {
   std::uint8_t const* upper = image.ptr<std::uint8_t>(row) + column;
   std::uint8_t const* lower = image.ptr<std::uint8_t>(row + 1) + column;
   return (1 - fy) * ((1 - fx) * upper[0] + fx * upper[1]) + fy * ((1 - fx) * lower[0] + fx * lower[1]);
+}
+
+double sample(cv::Mat const& image, cv::Point2d const& p) {
+  return sampleInside(image,
+                      {std::clamp(p.x, 0.0, image.cols - 1.001), std::clamp(p.y, 0.0, image.rows - 1.001)});
 }
 
 /// Square patches side by side in one image, so that one correlation serves all.
@@ -81,44 +92,111 @@ private:
   cv::Mat image_;
 };
 
-/// The correlation of a drawn dot, given by its departure from its mean, with a part of a patch.
-double correlation(cv::Mat const& part, cv::Mat const& drawn) {
-  double sum = 0;
-  double squares = 0;
-  double products = 0;
-  double drawnSquares = 0;
-  for (int y = 0; y < drawn.rows; ++y) {
-    auto const* seen = part.ptr<float>(y);
-    auto const* expected = drawn.ptr<float>(y);
-    for (int x = 0; x < drawn.cols; ++x) {
-      auto const g = static_cast<double>(seen[x]);
-      auto const e = static_cast<double>(expected[x]);
-      sum += g;
-      squares += g * g;
-      products += g * e;
-      drawnSquares += e * e;
-    }
+/// What a row of a patch and one of a drawn dot add to the sums of each column.
+VORN_TARGET_CLONES void addProducts(float const* seen, float const* expected, std::size_t width, double* sums,
+                                    double* squares, double* products) {
+  VORN_INDEPENDENT_ITERATIONS
+  for (std::size_t x = 0; x < width; ++x) {
+    auto const g = static_cast<double>(seen[x]);
+    sums[x] += g;
+    squares[x] += g * g;
+    products[x] += g * static_cast<double>(expected[x]);
   }
-  double const spread = squares - sum * sum / static_cast<double>(drawn.total());
-  return spread > 0 ? products / std::sqrt(spread * drawnSquares) : 0.0;
 }
 
-/// Whether a drawn dot correlates well with a patch, in its middle or up to `play` beside that.
-bool correlates(cv::Mat const& patch, cv::Mat const& drawn, int play) {
-  auto const at = [&](int x, int y) {
-    return correlation(patch(cv::Rect(cv::Point(x, y), drawn.size())), drawn) >= leastCorrelation;
+constexpr int judgedRadius = 5; ///< of dots in the patches that candidates are judged by
+constexpr int judgedHalf = 8;   ///< `templateReach` of it
+constexpr int judgedPlay = 1;   ///< of a dot in its patch
+constexpr std::size_t drawnSide = 2 * judgedHalf + 1;
+constexpr std::size_t patchSide = 2 * (judgedHalf + judgedPlay) + 1;
+static_assert(judgedHalf <= templateReach * judgedRadius);
+
+/// A drawn dot by its departure from its mean.
+struct DrawnDot {
+  cv::Mat grey;       ///< CV_32FC1
+  double squares = 0; ///< their sum
+};
+
+DrawnDot drawJudge(double blur) {
+  DrawnDot drawn;
+  drawTemplate(judgedRadius, judgedHalf, blur).convertTo(drawn.grey, CV_32F);
+  drawn.grey -= cv::mean(drawn.grey);
+  drawn.squares = drawn.grey.dot(drawn.grey);
+  return drawn;
+}
+
+/// The correlation of a drawn dot with the part of a patch that begins at a place.
+double correlation(cv::Mat const& patch, cv::Point const& at, DrawnDot const& drawn) {
+  std::array<double, drawnSide> sums = {};
+  std::array<double, drawnSide> squares = {};
+  std::array<double, drawnSide> products = {};
+  for (int y = 0; y < drawn.grey.rows; ++y) {
+    addProducts(patch.ptr<float>(at.y + y) + at.x, drawn.grey.ptr<float>(y), drawnSide, sums.data(),
+                squares.data(), products.data());
+  }
+  auto const total = [](std::array<double, drawnSide> const& columns) {
+    return std::accumulate(columns.begin(), columns.end(), 0.0);
   };
-  if (at(play, play)) {
+  double const sum = total(sums);
+  double const spread = total(squares) - sum * sum / static_cast<double>(drawn.grey.total());
+  return spread > 0 ? total(products) / std::sqrt(spread * drawn.squares) : 0.0;
+}
+
+/// Whether a drawn dot correlates well with a patch, in its middle or up to `judgedPlay` beside that.
+bool correlates(cv::Mat const& patch, DrawnDot const& drawn) {
+  auto const at = [&](int x, int y) { return correlation(patch, {x, y}, drawn) >= leastCorrelation; };
+  if (at(judgedPlay, judgedPlay)) {
     return true;
   }
-  for (int y = 0; y <= 2 * play; ++y) {
-    for (int x = 0; x <= 2 * play; ++x) {
-      if ((x != play || y != play) && at(x, y)) {
+  for (int y = 0; y <= 2 * judgedPlay; ++y) {
+    for (int x = 0; x <= 2 * judgedPlay; ++x) {
+      if ((x != judgedPlay || y != judgedPlay) && at(x, y)) {
         return true;
       }
     }
   }
   return false;
+}
+
+/// Where the pixels of a patch's row lie.
+struct PatchRow {
+  std::array<double, patchSide> x;
+  std::array<double, patchSide> y;
+};
+
+VORN_TARGET_CLONES void placeRow(double const* stepsX, double const* stepsY, cv::Point2d const& start,
+                                 cv::Point2d const& down, PatchRow& row) {
+  VORN_INDEPENDENT_ITERATIONS
+  for (std::size_t k = 0; k < patchSide; ++k) {
+    row.x[k] = start.x + (stepsX[k] + down.x);
+    row.y[k] = start.y + (stepsY[k] + down.y);
+  }
+}
+
+/// The grey levels around a candidate, its outline drawn to a circle of `judgedRadius`.
+void fillPatch(cv::Mat const& image, cv::Point2d const& centre, cv::Matx22d const& scale, cv::Mat& patch) {
+  constexpr int middle = judgedHalf + judgedPlay;
+  std::array<double, patchSide> stepsX = {};
+  std::array<double, patchSide> stepsY = {};
+  for (std::size_t k = 0; k < patchSide; ++k) {
+    double const across = static_cast<double>(k) - middle;
+    stepsX[k] = scale(0, 0) * across;
+    stepsY[k] = scale(1, 0) * across;
+  }
+  double const reachX = middle * (std::abs(scale(0, 0)) + std::abs(scale(0, 1)));
+  double const reachY = middle * (std::abs(scale(1, 0)) + std::abs(scale(1, 1)));
+  bool const isInside = centre.x >= reachX && centre.y >= reachY && centre.x + reachX < image.cols - 2 &&
+                        centre.y + reachY < image.rows - 2;
+  PatchRow row = {};
+  for (int y = 0; y < patch.rows; ++y) {
+    double const below = static_cast<double>(y) - middle;
+    placeRow(stepsX.data(), stepsY.data(), centre, {scale(0, 1) * below, scale(1, 1) * below}, row);
+    auto* grey = patch.ptr<float>(y);
+    for (std::size_t k = 0; k < patchSide; ++k) {
+      cv::Point2d const at(row.x[k], row.y[k]);
+      grey[k] = static_cast<float>(isInside ? sampleInside(image, at) : sample(image, at));
+    }
+  }
 }
 
 /// Where a quadratic surface through the response around (x, y) peaks, relative to there; zero if it does
@@ -146,9 +224,6 @@ cv::Point2d quadraticPeak(cv::Mat const& response, cv::Point const& at) {
 std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandidate> const& candidates,
                                std::vector<std::optional<GridCross>> const& crosses,
                                Progress const& progress) {
-  constexpr int radius = 5;
-  constexpr int half = 8; // templateReach * radius
-  constexpr int play = 1;
   std::vector<char> isPart(candidates.size(), 0);
   for (std::size_t i = 0; i < crosses.size(); ++i) {
     if (crosses[i]) {
@@ -165,10 +240,8 @@ std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandida
     }
   }
   std::vector<char> resembles(candidates.size(), 1);
-  cv::Mat drawn;
-  drawTemplate(radius, half, 1.5).convertTo(drawn, CV_32F);
-  drawn -= cv::mean(drawn);
-  cv::Mat patch(2 * (half + play) + 1, 2 * (half + play) + 1, CV_32F);
+  DrawnDot const drawn = drawJudge(1.5);
+  cv::Mat patch(static_cast<int>(patchSide), static_cast<int>(patchSide), CV_32F);
   constexpr std::size_t candidatesBetweenAskings = 1024;
   for (std::size_t i = 0; i < judged.size(); ++i) {
     if (i % candidatesBetweenAskings == 0) {
@@ -176,15 +249,8 @@ std::vector<char> resembleDots(ReducedImage const& level, std::vector<DotCandida
     }
     DotCandidate const& candidate = candidates[judged[i]];
     cv::Point2d const centre = level.fromFull(candidate.centre);
-    cv::Matx22d const scale = candidate.outline * (1.0 / (radius * level.factor));
-    for (int y = 0; y < patch.rows; ++y) {
-      for (int x = 0; x < patch.cols; ++x) {
-        cv::Vec2d const step = scale * cv::Vec2d(x - half - play, y - half - play);
-        patch.at<float>(y, x) =
-            static_cast<float>(sample(level.image, {centre.x + step[0], centre.y + step[1]}));
-      }
-    }
-    resembles[judged[i]] = correlates(patch, drawn, play);
+    fillPatch(level.image, centre, candidate.outline * (1.0 / (judgedRadius * level.factor)), patch);
+    resembles[judged[i]] = correlates(patch, drawn);
   }
   return resembles;
 }
