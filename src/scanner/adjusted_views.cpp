@@ -11,6 +11,7 @@
 #include "calib/camera_model_of.hpp"
 #include "core/pieces.hpp"
 #include "scanner/adjustment_views.hpp"
+#include "scanner/board_words.hpp"
 #include "scanner/image_consequences.hpp"
 #include "scanner/target_views.hpp"
 #include "scanner/turned_views.hpp"
@@ -351,8 +352,9 @@ void diagnoseImagesOf(Calibration& calibration, CalibrationSettings const& setti
   }
 }
 
-void adjustViews(Calibration& calibration, CalibrationSettings const& settings, ViewAdjuster const& adjuster,
-                 Progress const& progress) {
+/// As `adjustViews`; what it says speaks of dots.
+void adjustUntilSound(Calibration& calibration, CalibrationSettings const& settings,
+                      ViewAdjuster const& adjuster, Progress const& progress) {
   std::vector<Finding>& said = calibration.report.findings;
   while (settings.isAdjusted) {
     PartObserver observer(progress);
@@ -413,6 +415,22 @@ void adjustViews(Calibration& calibration, CalibrationSettings const& settings, 
     requireViews(calibration.views);
     adjuster.recalibrate();
   }
+}
+
+void adjustViews(Calibration& calibration, CalibrationSettings const& settings, ViewAdjuster const& adjuster,
+                 Progress const& progress) {
+  if (!hasCorners(settings)) {
+    adjustUntilSound(calibration, settings, adjuster, progress);
+    return;
+  }
+  try {
+    adjustUntilSound(calibration, settings, adjuster, progress);
+  } catch (Cancelled const&) {
+    throw;
+  } catch (Exception const& e) {
+    throw calibrationFailure(withCorners(e.message()));
+  }
+  speakOfCorners(calibration);
 }
 
 } // namespace vorn::mv

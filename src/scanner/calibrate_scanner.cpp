@@ -14,6 +14,7 @@
 
 #include "core/median.hpp"
 #include "scanner/adjusted_views.hpp"
+#include "scanner/board_words.hpp"
 #include "scanner/mirrored_views.hpp"
 #include "scanner/projector_axis.hpp"
 #include "scanner/scanner_access.hpp"
@@ -34,12 +35,6 @@ void requireSize(std::vector<cv::Mat> const& images, cv::Size const& expected, c
     throw calibrationFailure(std::string("the images of the ") + name + " are " +
                              sizeText(images.front().size()) + ", the target image " + sizeText(expected));
   }
-}
-
-/// Whether the target is a board, whose points are corners.
-bool hasCorners(CalibrationSettings const& settings) {
-  return settings.target &&
-         (settings.target->kind == TargetKind::Chessboard || settings.target->kind == TargetKind::Charuco);
 }
 
 constexpr std::size_t stepsPerView = 1 + scannerViewSteps; // and reading it

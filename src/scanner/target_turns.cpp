@@ -152,8 +152,8 @@ void countAlike(std::vector<CalibratedView>& views, std::vector<int> const& read
   constexpr double leastLead = 2; // how much better the best count must agree than the next
   if (best[1].disagreement <= leastLead * best[0].disagreement) {
     throw calibrationFailure(
-        "The target looks the same turned, and the views leave open which of its dots the two "
-        "cameras see as the same: tilt it to more sides, or mark a dot");
+        "The target looks the same turned, and the views leave open which of its points the two "
+        "cameras see as the same: tilt it to more sides, or take a target with marks");
   }
   for (std::size_t i = 0; i < turned.size(); ++i) {
     cv::Matx44d const turn = turnAbout(middle, turned[i].turns[best[0].ways[i]]);

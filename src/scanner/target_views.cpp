@@ -108,7 +108,7 @@ int findDescribed(ViewPoints& points, cv::Mat const& image, std::string const& l
   }
   if (found.readings != 1 && !settings.target->deviations.empty()) {
     throw calibrationFailure(
-        "the target's deviations belong to dots that cannot be told apart in the " + label + ": " +
+        "the target's deviations belong to points that cannot be told apart in the " + label + ": " +
         (found.readings == 0 ? "its marks are not in view" : "it looks the same turned"));
   }
   for (CalibKeyPoint const& point : found.keyPoints) {

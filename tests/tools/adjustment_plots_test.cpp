@@ -40,10 +40,10 @@ mv::Calibration calibration() {
 TEST(AdjustmentPlots, ShowWhereEachDevicesImageHoldsDots) {
   std::vector<mv::Plot> const plots = adjustmentPlots(calibration(), mv::Ground::Light);
   ASSERT_EQ(plots.size(), 4U);
-  EXPECT_EQ(plots[0].title, "camera: dots in 2 of 48 parts of the image");
+  EXPECT_EQ(plots[0].title, "camera: points in 2 of 48 parts of the image");
   EXPECT_EQ(plots[0].heat.at<float>(0, 0), 4.0F) << "two dots in each of two views";
   EXPECT_EQ(plots[0].heat.at<float>(5, 7), 2.0F);
-  EXPECT_EQ(plots[1].title, "projector: dots in 1 of 48 parts of the image");
+  EXPECT_EQ(plots[1].title, "projector: points in 1 of 48 parts of the image");
   EXPECT_EQ(plots[1].heat.at<float>(0, 7), 2.0F);
   EXPECT_TRUE(std::isnan(plots[1].heat.at<float>(0, 0))) << "beside the image";
 }

@@ -124,6 +124,89 @@ TEST_F(DetectCommand, SaysWhyThereIsNoTarget) {
   EXPECT_NE(readJsonFile(path("out.json"))["images"][0]["reason"], "");
 }
 
+/// How many of the places have marks drawn at them: colour, within some pixels.
+int markedPlaces(cv::Mat const& picture, cv::Size const& image, nlohmann::json const& places) {
+  constexpr int around = 6; // px
+  int marked = 0;
+  for (auto const& place : places) {
+    cv::Point const at(place["imgPnt"][0].get<int>(),
+                       place["imgPnt"][1].get<int>() + picture.rows - image.height); // below the title
+    cv::Rect const patch(at - cv::Point(around, around), cv::Size(2 * around, 2 * around));
+    bool isMarked = false;
+    for (int y = patch.y; y < patch.br().y; ++y) {
+      for (int x = patch.x; x < patch.br().x; ++x) {
+        auto const& pixel = picture.at<cv::Vec3b>(y, x);
+        isMarked = isMarked || std::abs(pixel[0] - pixel[2]) > 50;
+      }
+    }
+    marked += isMarked ? 1 : 0;
+  }
+  return marked;
+}
+
+TEST_F(DetectCommand, PicturesOfRefusedGridsShowWhatWasRefusedAndWhy) {
+  cv::Mat scattered(480, 640, CV_8UC1, cv::Scalar(200));
+  cv::RNG random(3);
+  for (int i = 0; i < 25; ++i) {
+    cv::circle(scattered,
+               {60 + i % 5 * 120 + random.uniform(-25, 25), 60 + i / 5 * 85 + random.uniform(-25, 25)}, 9,
+               cv::Scalar(40), cv::FILLED, cv::LINE_AA);
+  }
+  cv::GaussianBlur(scattered, scattered, {}, 1.0);
+  struct Case {
+    cv::Mat image;
+    std::vector<std::string> options;
+    std::string reason;
+    std::size_t least;
+  };
+  cv::Mat board(8 * step, 10 * step, CV_8UC1, cv::Scalar(220)); // of which a part is wanted
+  for (int i = 0; i < 48; ++i) {
+    if ((i % 8 + i / 8) % 2 == 0) {
+      board(cv::Rect((1 + i % 8) * step, (1 + i / 8) * step, step, step)).setTo(30);
+    }
+  }
+  cv::GaussianBlur(board, board, {}, 0.8);
+  for (Case const& of :
+       {Case{plate(), {"--size", "9x6"}, "63 dots dropped: its grid is not the target's", 63},
+        Case{scattered, {"--size", "5x5"}, " dots dropped: no grid goes through it", 15},
+        Case{board,
+             {"--kind", "chessboard", "--size", "6x4"},
+             "35 corners dropped: it belongs to a chessboard of 7 x 5 corners in view",
+             35}}) {
+    SCOPED_TRACE(of.reason);
+    std::vector<std::string> arguments{
+        "detect",    save("a.png", of.image), "--out", path("out.json"), "--explain",
+        path("why"), "--replace-input"};
+    arguments.insert(arguments.end(), of.options.begin(), of.options.end());
+    ToolOutcome const outcome = run(arguments);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.output.find(of.reason), std::string::npos) << outcome.output;
+    nlohmann::json const dropped = readJsonFile(path("out.json"))["images"][0]["dropped"];
+    EXPECT_GE(dropped.size(), of.least);
+    EXPECT_EQ(markedPlaces(readImage(path("why/a.png")), of.image.size(), dropped),
+              static_cast<int>(dropped.size()));
+  }
+}
+
+TEST_F(DetectCommand, RingsAreAsLargeAsTheirDots) {
+  cv::Mat const image = plate();
+  ToolOutcome const outcome = run({"detect", save("a.png", image), "--size", "9x7", "--out", path("out.json"),
+                                   "--overlay", path("found")});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  for (auto const& point : readJsonFile(path("out.json"))["images"][0]["points"]) {
+    EXPECT_NEAR(point["radius"].get<double>(), 9.3, 0.4); // as drawn, with half a pixel of its rim
+  }
+  // A dot's rim on the diagonal, where no line of the grid is, has its ring on it.
+  cv::Mat const picture = readImage(path("found/a.png"));
+  cv::Point const at(3 * step, 3 * step + picture.rows - image.rows);
+  int farthest = 0;
+  for (int k = 2; k < step / 2; ++k) {
+    auto const& pixel = picture.at<cv::Vec3b>(at + cv::Point(k, k));
+    farthest = std::abs(pixel[0] - pixel[1]) > 50 ? k : farthest;
+  }
+  EXPECT_NEAR(farthest * std::sqrt(2.0), 9.3, 2);
+}
+
 TEST_F(DetectCommand, TargetKeepsWhatItsDescriptionWouldReplace) {
   std::string const measured = R"({"pitch": 10, "deviations": [[0, 0, 0.01, 0]]})";
   for (std::string const& text : {measured, std::string(R"({"results": 3})"), std::string("no JSON")}) {

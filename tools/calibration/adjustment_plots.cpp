@@ -30,7 +30,7 @@ mv::Plot coveragePlot(Calibration const& calibration, std::size_t device, mv::Gr
   plot.isYDown = true;
   plot.size = {900, 500};
   plot.heat = cv::Mat(rows, cols, CV_32F, cv::Scalar(empty));
-  plot.heatScale = {"dots", "", 0, std::numeric_limits<double>::quiet_NaN()};
+  plot.heatScale = {"points", "", 0, std::numeric_limits<double>::quiet_NaN()};
   plot.x.title = "eighths of the image's width";
   plot.y.title = "sixths of its height";
   int held = 0;
@@ -45,7 +45,7 @@ mv::Plot coveragePlot(Calibration const& calibration, std::size_t device, mv::Gr
       }
     }
   }
-  plot.title = report.name + ": dots in " + std::to_string(held) + " of " + std::to_string(cols * rows) +
+  plot.title = report.name + ": points in " + std::to_string(held) + " of " + std::to_string(cols * rows) +
                " parts of the image";
   return plot;
 }
@@ -72,8 +72,8 @@ mv::Plot shapePlot(mv::TargetShape const& shape, mv::Ground ground) {
   plot.isEqualScale = true;
   plot.size = {900, 500};
   plot.title = "the target's shape, as the views show it";
-  plot.x.title = "dot across";
-  plot.y.title = "dot down";
+  plot.x.title = "point across";
+  plot.y.title = "point down";
   plot.heat = cv::Mat(static_cast<int>(ys.size()), static_cast<int>(xs.size()), CV_32F, cv::Scalar(empty));
   for (std::size_t i = 0; i < shape.objPnts.size(); ++i) {
     plot.heat.at<float>(indexOf(ys, shape.objPnts[i].y), indexOf(xs, shape.objPnts[i].x)) =

@@ -114,7 +114,7 @@ PageTable viewTable(Calibration const& calibration) {
   table.title = "Views";
   table.head = {"view"};
   for (DeviceReport const& device : calibration.report.devices) {
-    table.head.push_back(device.name + ": dots");
+    table.head.push_back(device.name + ": points");
     table.head.push_back("error [px]");
   }
   for (std::size_t p = 0; p < calibration.report.planes.size(); ++p) {
@@ -162,7 +162,7 @@ PageTable transformTable(Calibration const& calibration, Device const& second) {
 /// The dots as one device saw them, in space, with their errors.
 PageCloud dotsOf(Calibration const& calibration, Devices const& devices, std::size_t device) {
   PageCloud cloud;
-  cloud.name = "dots, by the error of the " + calibration.report.devices[device].name;
+  cloud.name = "points, by the error of the " + calibration.report.devices[device].name;
   cloud.coloredBy = "error";
   cloud.isShown = device == 0;
   cloud.isSurface = false;
@@ -288,8 +288,8 @@ void addErrorPlots(Page& page, Calibration const& calibration) {
   std::vector<mv::Plot> const plots = meanErrorPlots(calibration, mv::Ground::Light);
   for (std::size_t d = 0; d < plots.size(); ++d) {
     page.add(
-        "Errors of the dots, " + calibration.report.devices[d].name,
-        "Where the model puts the dots against where they were measured, the mean of dots nearby, much "
+        "Errors of the target's points, " + calibration.report.devices[d].name,
+        "Where the model puts the points against where they were measured, the mean of points nearby, much "
         "enlarged. Arrows with a pattern are what the model does not tell: another lens, or a bent target.",
         {plots[d]});
   }

@@ -76,7 +76,7 @@ std::vector<Column> columnsOf(Calibration const& calibration) {
   for (std::size_t d = 0; d < calibration.report.devices.size(); ++d) {
     DeviceReport const& device = calibration.report.devices[d];
     columns.push_back(
-        {"dots", [d](CalibratedView const& v) { return std::to_string(v.devices[d].imgPnts.size()); }, ""});
+        {"points", [d](CalibratedView const& v) { return std::to_string(v.devices[d].imgPnts.size()); }, ""});
     columns.push_back({device.name + " px",
                        [d](CalibratedView const& v) { return pixels(rms(v.devices[d].residuals)); },
                        pixels(device.rms)});
@@ -102,7 +102,7 @@ std::vector<Column> columnsOf(Calibration const& calibration) {
 std::string adjustedText(mv::CalibrationReport const& report) {
   mv::Adjustment const& adjustment = *report.adjustment;
   std::ostringstream out;
-  out << "noise of a dot " << pixels(adjustment.noise.camera0) << " px";
+  out << "noise of a point " << pixels(adjustment.noise.camera0) << " px";
   if (adjustment.models.size() > 1) {
     out << ", " << pixels(adjustment.noise.camera1) << " px in the " << report.devices[1].name
         << (adjustment.isRead ? " beyond that" : "");

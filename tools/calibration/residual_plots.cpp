@@ -167,11 +167,11 @@ mv::Plot meanErrorPlot(Calibration const& calibration, std::size_t device, mv::G
   constexpr int width = 900;
   constexpr int besides = 260;
   mv::Plot plot = imagePlot(report, ground, width, besides, means.cellSize);
-  mv::PlotSeries scatter = arrowSeries("as the dots scatter");
+  mv::PlotSeries scatter = arrowSeries("as the points scatter");
   mv::PlotSeries systematic = arrowSeries("systematic");
   means.draw(scatter, systematic);
-  plot.title = report.name + ": mean error of dots nearby; of single dots RMS " + shortText(report.rms) +
-               " px over " + std::to_string(dots) + " dots in " + std::to_string(views.size()) + " views";
+  plot.title = report.name + ": mean error of points nearby; of single points RMS " + shortText(report.rms) +
+               " px over " + std::to_string(dots) + " points in " + std::to_string(views.size()) + " views";
   plot.series = {scatter, systematic};
   return plot;
 }
@@ -183,7 +183,7 @@ mv::Plot viewErrorPlot(DeviceReport const& report, CalibratedView const& view, V
   constexpr double typicalShare = 0.018; // of the image's width
   mv::Plot plot = imagePlot(report, ground, width, besides, typicalShare * report.resolution.width);
   plot.title = view.name + ", " + report.name + ": RMS " + shortText(mv::rms(points.residuals)) +
-               " px over " + std::to_string(points.residuals.size()) + " dots";
+               " px over " + std::to_string(points.residuals.size()) + " points";
   mv::PlotSeries arrows = arrowSeries("");
   for (std::size_t i = 0; i < points.residuals.size(); ++i) {
     addArrow(arrows, points.imgPnts[i], points.residuals[i]);

@@ -33,6 +33,7 @@ public:
   TargetMarks(mv::AMat& picture, std::vector<SeenDot> const& dots) : picture_(picture) {
     for (SeenDot const& dot : dots) {
       dots_[{dot.index.x, dot.index.y}] = dot.at;
+      radii_[{dot.index.x, dot.index.y}] = dot.radius;
     }
     std::vector<double> steps;
     for (auto const& [place, at] : dots_) {
@@ -51,7 +52,8 @@ public:
     style.hasHalo = false;
     constexpr double radius = 0.32; // of the step between dots
     for (auto const& [place, at] : dots_) {
-      picture_.addCircle(at, radius * step_, style, "dots");
+      double const seen = radii_.at(place);
+      picture_.addCircle(at, seen > 0.0 ? seen : radius * step_, style, "dots");
       for (Place const& next : {Place(place.first + 1, place.second), Place(place.first, place.second + 1)}) {
         if (has(next)) {
           picture_.addLine({at, dots_[next]}, style, "grid");
@@ -79,9 +81,11 @@ public:
 
   void origin() {
     constexpr double radius = 0.45; // of the step between dots
+    constexpr double beyond = 1.25; // of the dot's own ring
     for (Place const& place : {Place(0, 0), Place(1, 0), Place(0, 1)}) {
       if (has(place)) {
-        picture_.addCircle(dots_[place], radius * step_, styleOf(mv::Meaning::Dropped, 1.5), "axes");
+        double const around = std::max(radius * step_, beyond * radii_.at(place));
+        picture_.addCircle(dots_[place], around, styleOf(mv::Meaning::Dropped, 1.5), "axes");
       }
     }
   }
@@ -124,6 +128,7 @@ private:
 
   mv::AMat& picture_;
   std::map<Place, cv::Point2d> dots_;
+  std::map<Place, double> radii_;
   double step_ = 0.0;
 };
 
@@ -172,12 +177,12 @@ void addDropped(mv::AMat& picture, std::vector<mv::DroppedDot> const& dropped) {
   }
 }
 
-std::vector<std::string> droppedKey(std::vector<mv::DroppedDot> const& dropped) {
+std::vector<std::string> droppedKey(std::vector<mv::DroppedDot> const& dropped, bool isBoard) {
   std::map<std::string, int> const reasons = reasonsOf(dropped);
   std::vector<std::string> lines;
   for (auto const& [reason, count] : reasons) {
     lines.push_back(letterOf(reasons, reason) + ": " + std::to_string(count) +
-                    (count == 1 ? " dot" : " dots") + " dropped: " + reason);
+                    (isBoard ? " corner" : " dot") + (count == 1 ? "" : "s") + " dropped: " + reason);
   }
   return lines;
 }

@@ -85,7 +85,7 @@ std::string titleOf(mv::CalibratedView const& view, std::string const& file, std
     return title.str();
   }
   title.precision(3);
-  title << view.devices[device].imgPnts.size() << " dots, RMS " << mv::rms(view.devices[device].residuals)
+  title << view.devices[device].imgPnts.size() << " points, RMS " << mv::rms(view.devices[device].residuals)
         << " px, errors " << std::lround(enlargement) << " times enlarged";
   return title.str();
 }

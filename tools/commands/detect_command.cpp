@@ -70,7 +70,8 @@ std::vector<SeenDot> dotsOf(CalibPatternDetector::Result const& result, double p
 std::vector<SeenDot> dotsOf(mv::Detection const& detection) {
   std::vector<SeenDot> dots;
   for (std::size_t i = 0; i < detection.keyPoints.size(); ++i) {
-    dots.push_back({detection.keyPoints[i].imgPnt, detection.indices[i]});
+    double const radius = i < detection.radii.size() ? static_cast<double>(detection.radii[i]) : 0.0;
+    dots.push_back({detection.keyPoints[i].imgPnt, detection.indices[i], radius});
   }
   return dots;
 }
@@ -90,6 +91,9 @@ nlohmann::json toJson(mv::Detection const& detection) {
     points.push_back({{"index", {detection.indices[i].x, detection.indices[i].y}},
                       {"objPnt", {point.objPnt.x, point.objPnt.y}},
                       {"imgPnt", {point.imgPnt.x, point.imgPnt.y}}});
+    if (i < detection.radii.size()) {
+      points.back()["radius"] = detection.radii[i];
+    }
   }
   nlohmann::json steps = nlohmann::json::array();
   for (mv::DetectionStep const& step : detection.steps) {
@@ -109,11 +113,11 @@ nlohmann::json toJson(mv::Detection const& detection) {
 }
 
 /// Prints how many candidates each step left and how many dots were dropped for which reason.
-void printSteps(mv::Detection const& detection) {
+void printSteps(mv::Detection const& detection, bool isBoard) {
   for (mv::DetectionStep const& step : detection.steps) {
     std::cout << "  " << step.count << ' ' << step.name << '\n';
   }
-  for (std::string const& line : droppedKey(detection.dropped)) {
+  for (std::string const& line : droppedKey(detection.dropped, isBoard)) {
     std::cout << "  " << line << '\n';
   }
 }
@@ -138,10 +142,11 @@ nlohmann::json detectDescribed(DetectOptions const& options, std::string const& 
     writePicture(options.overlays, name, picture);
   }
   if (!options.explanations.empty()) {
-    printSteps(detection);
+    bool const isBoard = target.kind == mv::TargetKind::Chessboard || target.kind == mv::TargetKind::Charuco;
+    printSteps(detection, isBoard);
     addDropped(picture, detection.dropped);
     std::string title = picture.title();
-    for (std::string const& line : droppedKey(detection.dropped)) {
+    for (std::string const& line : droppedKey(detection.dropped, isBoard)) {
       title += '\n' + line;
     }
     picture.setTitle(title);
@@ -247,7 +252,7 @@ void run(DetectOptions const& options, Report& report) {
 
 void addDetectCommand(CLI::App& app) {
   auto options = std::make_shared<DetectOptions>();
-  CLI::App* command = app.add_subcommand("detect", "Find the dots of the calibration target in images");
+  CLI::App* command = app.add_subcommand("detect", "Find the points of the calibration target in images");
   command
       ->add_option("images", options->images, "Photographs of the target; * and ? stand for parts of names")
       ->required();

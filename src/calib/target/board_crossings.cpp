@@ -46,6 +46,17 @@ bool isCrossing(cv::Mat const& image, cv::Point const& at) {
   return changes == 4 && alike >= leastAlike * samples;
 }
 
+/// Whether a place is near one of those that were found by rows.
+bool isNear(std::vector<cv::Point2f> const& found, cv::Point2f const& place, int distance) {
+  auto const reach = static_cast<float>(distance);
+  for (auto other = found.rbegin(); other != found.rend() && place.y - other->y <= reach; ++other) {
+    if (std::abs(place.x - other->x) <= reach) {
+      return true;
+    }
+  }
+  return false;
+}
+
 } // namespace
 
 double crossingContrast(cv::Mat const& smooth, Crossing const& crossing) {
@@ -83,9 +94,10 @@ std::vector<cv::Point2f> findCrossings(cv::Mat const& image) {
   for (int y = 0; y < saddle.rows; ++y) {
     for (int x = 0; x < saddle.cols; ++x) {
       float const value = saddle.at<float>(y, x);
+      cv::Point2f const at(static_cast<float>(x), static_cast<float>(y));
       if (value > 0 && value >= leastBend * most && value >= greatest.at<float>(y, x) &&
-          isCrossing(smooth, {x, y})) {
-        crossings.emplace_back(static_cast<float>(x), static_cast<float>(y));
+          isCrossing(smooth, {x, y}) && !isNear(crossings, at, around / 2)) { // of equals one
+        crossings.push_back(at);
       }
     }
   }

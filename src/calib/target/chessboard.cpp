@@ -258,9 +258,8 @@ bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judg
 bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judgement) {
   std::array<cv::Point, 4> const sides = {cv::Point(-1, 0), cv::Point(1, 0), cv::Point(0, -1),
                                           cv::Point(0, 1)};
-  return std::any_of(sides.begin(), sides.end(), [&](cv::Point const& outwards) {
-    return goesOn(smooth, corners, judgement, outwards);
-  });
+  return std::any_of(sides.begin(), sides.end(),
+                     [&](cv::Point const& outwards) { return goesOn(smooth, corners, judgement, outwards); });
 }
 
 /// A chessboard in an image, to be measured.
@@ -305,8 +304,8 @@ private:
     }
     JudgedBoard board = sieve(corners, judgement);
     constexpr double leastKept = 0.8; // of the corners
-    std::size_t const least = std::max(best_.keyPoints.size() + 1, static_cast<std::size_t>(
-                                           std::ceil(leastKept * target_.size.area())));
+    std::size_t const least = std::max(best_.keyPoints.size() + 1,
+                                       static_cast<std::size_t>(std::ceil(leastKept * target_.size.area())));
     if (board.kept.size() >= least) {
       take(std::move(board), judgement);
     }
@@ -355,8 +354,8 @@ private:
     cv::Mat const level = reduced(image_, factor);
     Corners part;
     constexpr int least = 3; // corners each way that can be looked for
-    bool const isPart = search(evened(level), {least, least}, cv::CALIB_CB_LARGER, part) &&
-                        part.size.area() > least * least;
+    bool const isPart =
+        search(evened(level), {least, least}, cv::CALIB_CB_LARGER, part) && part.size.area() > least * least;
     if (isPart && (part.size == target_.size || isTurned(part.size, target_.size))) {
       lookAt(part, factor);
     }
@@ -373,8 +372,9 @@ private:
       }
     };
     if (isPart) {
-      best_.reason = reasonFor(part.size);
-      drop(part.places, "it belongs to a chessboard of " + sizeText(part.size) + " corners in view");
+      cv::Size const seen = alongTarget(part.size);
+      best_.reason = reasonFor(seen);
+      drop(part.places, "it belongs to a chessboard of " + sizeText(seen) + " corners in view");
       return;
     }
     drop(crossings, "it is a crossing of dark and bright squares, but of no whole chessboard");
@@ -386,11 +386,14 @@ private:
                                  " inner corners can be made, the whole of which must be in view";
   }
 
-  /// Why a board of another size is not the target.
-  std::string reasonFor(cv::Size const& part) const {
-    cv::Size const turned(part.height, part.width);
+  /// A board's size, the longer way where it is the target's.
+  cv::Size alongTarget(cv::Size const& part) const {
     bool const isAcross = (part.width >= part.height) == (target_.size.width >= target_.size.height);
-    cv::Size const seen = isAcross ? part : turned;
+    return isAcross ? part : cv::Size(part.height, part.width);
+  }
+
+  /// Why a board of another size is not the target.
+  std::string reasonFor(cv::Size const& seen) const {
     std::string const text = "a chessboard of " + sizeText(seen) +
                              " inner corners was found in place of one of " + sizeText(target_.size) + ": ";
     return seen == target_.size - cv::Size(1, 1)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -65,6 +66,7 @@ TargetSettings searchSettings(TargetDescription const& target, DetectSettings co
 void addPoint(Detection& detection, TargetDescription const& target, TargetDot const& dot) {
   detection.keyPoints.emplace_back(cv::Point2f(dot.centre), cv::Point2f(target.position(dot.index)));
   detection.indices.push_back(dot.index);
+  detection.radii.push_back(static_cast<float>(dot.radius));
 }
 
 /// Takes the dots in the order of rows.
@@ -115,6 +117,7 @@ Detection detectDots(GreyImage const& image, TargetDescription const& target, De
   SearchReport report;
   int const least = leastKeyPoints(target, settings);
   TargetView view = findTarget(image, searchSettings(target, settings), &report, progress);
+  std::vector<TargetDot> const grid = view.dots;
   Detection detection;
   for (auto& step : report.steps) {
     detection.steps.push_back({std::move(step.name), step.count});
@@ -140,19 +143,29 @@ Detection detectDots(GreyImage const& image, TargetDescription const& target, De
         std::to_string(detection.keyPoints.size()) + " dots, and a target takes " + std::to_string(least);
   }
   if (!detection.reason.empty()) {
+    for (auto const& dot : grid) {
+      detection.dropped.push_back({cv::Point2f(dot.centre), "its grid is not the target's"});
+    }
+    for (auto& loose : report.loose) {
+      detection.dropped.push_back({loose.centre, std::move(loose.reason)});
+    }
     detection.keyPoints.clear();
     detection.indices.clear();
+    detection.radii.clear();
     detection.isOriginMarked = false;
     detection.readings = 0;
   }
   return detection;
 }
 
-/// Whether a detection tells more than another one: marks first, then fixed indices, then points.
+/// Whether a detection tells more than another one: marks first, then fixed indices, then points, then what
+/// was left after the steps.
 bool tellsMore(Detection const& a, Detection const& b) {
   auto const rank = [](Detection const& d) {
-    return std::make_tuple(d.isOriginMarked, !d.isEmpty() && d.readings > 0, d.keyPoints.size(),
-                           d.steps.empty() ? 0 : d.steps.back().count);
+    std::vector<int> left; // by the last step, then by those before
+    std::transform(d.steps.rbegin(), d.steps.rend(), std::back_inserter(left),
+                   [](DetectionStep const& step) { return step.count; });
+    return std::make_tuple(d.isOriginMarked, !d.isEmpty() && d.readings > 0, d.keyPoints.size(), left);
   };
   return rank(a) > rank(b);
 }

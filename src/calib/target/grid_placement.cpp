@@ -117,7 +117,7 @@ std::vector<TargetDot> placed(std::vector<TargetDot> const& dots, Placing const&
   for (TargetDot const& dot : dots) {
     cv::Point const index = placing.indexOf(dot.index, reading.quarterTurns) - reading.shift;
     if (window.contains(index)) {
-      result.push_back({index + target.first, dot.centre});
+      result.push_back({index + target.first, dot.centre, dot.radius});
     }
   }
   return result;

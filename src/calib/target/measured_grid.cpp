@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "calib/target/measured_grid.hpp"
 
+#include <algorithm>
+#include <cmath>
+#include <opencv2/core/cvdef.h>
 #include <utility>
 
 namespace vorn::mv {
@@ -34,7 +37,7 @@ std::vector<TargetDot> MeasuredGrid::targetDots() const {
   std::vector<TargetDot> list;
   list.reserve(dots_.size());
   for (MeasuredDot const& dot : dots_) {
-    list.push_back({dot.index, dot.measured.centre});
+    list.push_back({dot.index, dot.measured.centre, std::sqrt(std::max(dot.measured.area, 0.0) / CV_PI)});
   }
   return list;
 }

@@ -22,6 +22,8 @@ struct SearchReport {
   };
   std::vector<Step> steps;
   std::vector<Dropped> dropped;
+  /// The candidates that are in no grid, a thousand at most for each reason; of use where nothing was found.
+  std::vector<Dropped> loose;
 };
 
 } // namespace vorn::mv

@@ -27,10 +27,35 @@ struct RoughView {
   bool areMarkersClear = false;
   double dotRadius = 0; ///< pitches
   std::vector<SearchReport::Step> steps;
+  std::vector<SearchReport::Dropped> loose;
 };
 
+/// Which candidates are in no grid.
+std::vector<SearchReport::Dropped> looseOf(std::vector<DotCandidate> const& candidates,
+                                           std::vector<char> const& resembles,
+                                           std::vector<DotCandidate> const& dots, DotGrid const& grid) {
+  constexpr std::size_t most = 1000;
+  std::vector<SearchReport::Dropped> loose;
+  std::vector<char> isInGrid(dots.size(), 0);
+  for (GridDot const& dot : grid.dots) {
+    isInGrid[static_cast<std::size_t>(dot.candidate)] = 1;
+  }
+  for (std::size_t i = 0; i < dots.size() && loose.size() < most; ++i) {
+    if (isInGrid[i] == 0) {
+      loose.push_back({dots[i].centre, "no grid goes through it"});
+    }
+  }
+  std::size_t const end = loose.size() + most;
+  for (std::size_t i = 0; i < candidates.size() && loose.size() < end; ++i) {
+    if (resembles[i] == 0) {
+      loose.push_back({candidates[i].centre, "it does not look like a dot"});
+    }
+  }
+  return loose;
+}
+
 /// The grid that the image shows when reduced by `factor`.
-RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings,
+RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& settings, bool isReported,
                    Progress const& progress) {
   ReducedImage level = reduce(image, factor);
   std::vector<DotCandidate> const candidates = findCandidates(level, settings, progress.part(0.0, 0.5));
@@ -53,6 +78,9 @@ RoughView findGrid(cv::Mat const& image, int factor, TargetSettings const& setti
   rough.steps = {{"candidates", static_cast<int>(candidates.size())},
                  {"like dots", static_cast<int>(dots.size())},
                  {"in one grid", static_cast<int>(grid.dots.size())}};
+  if (isReported) {
+    rough.loose = looseOf(candidates, resembles, dots, grid);
+  }
   for (GridDot const& dot : grid.dots) {
     rough.view.dots.push_back({dot.index, dots[static_cast<std::size_t>(dot.candidate)].centre});
   }
@@ -218,6 +246,9 @@ TargetView finish(GridMeasurement const& measurement, MeasuredGrid grid, TargetS
     report->steps.push_back({"within the range of indices", static_cast<int>(view.dots.size())});
   }
   if (view.dots.size() < static_cast<std::size_t>(settings.minKeyPointCount)) {
+    for (TargetDot const& dot : report != nullptr ? view.dots : std::vector<TargetDot>()) {
+      report->dropped.push_back({cv::Point2f(dot.centre), "too few dots are left with it"});
+    }
     return {};
   }
   std::sort(view.dots.begin(), view.dots.end(), [](TargetDot const& a, TargetDot const& b) {
@@ -254,7 +285,8 @@ TargetView findTarget(GreyImage const& image, TargetSettings const& settings, Se
   for (int const factor : searchFactors(image.bytes.size(), settings)) {
     // Each search takes a few times as long as the one before: the last one decides.
     double const after = 0.25 + 0.75 * searched;
-    RoughView rough = findGrid(image.bytes, factor, settings, progress.part(searched, after));
+    RoughView rough =
+        findGrid(image.bytes, factor, settings, report != nullptr, progress.part(searched, after));
     searched = after;
     if (rough.view.isOriginMarked && rough.areMarkersClear) {
       if (auto view = finishMarked(measured, rough, settings, report, progress)) {
@@ -270,6 +302,7 @@ TargetView findTarget(GreyImage const& image, TargetSettings const& settings, Se
     } else if (unmarked.view.dots.empty() && !rough.steps.empty() &&
                (unmarked.steps.empty() || rough.steps.front().count > unmarked.steps.front().count)) {
       unmarked.steps = std::move(rough.steps);
+      unmarked.loose = std::move(rough.loose);
     }
     if (settings.expectedDots > 0 &&
         unmarked.view.dots.size() >= static_cast<std::size_t>(settings.expectedDots)) {
@@ -284,6 +317,7 @@ TargetView findTarget(GreyImage const& image, TargetSettings const& settings, Se
   MeasuredGrid grid = measurement.start(unmarked.view.dots);
   if (report != nullptr) {
     report->steps = unmarked.steps;
+    report->loose = std::move(unmarked.loose);
     reportStart(*report, unmarked.view.dots, grid);
   }
   return finish(measurement, std::move(grid), settings, report, progress);

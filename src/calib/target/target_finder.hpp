@@ -48,6 +48,8 @@ struct TargetSettings {
 struct TargetDot {
   cv::Point index;
   cv::Point2d centre;
+  /// Of a circle of the same area as the dot's image, pixels; 0 where it was not measured.
+  double radius = 0;
 };
 
 /// The dots of a target found in an image, by rows of the grid; none when there is no target.

@@ -55,6 +55,8 @@ struct Detection {
   std::vector<CalibKeyPoint> keyPoints;
   /// The index of each key point.
   std::vector<cv::Point> indices;
+  /// How large each dot is in the image: the radius of a circle of the same area, pixels; none for corners.
+  std::vector<float> radii;
   /// Whether marks fixed the indices.
   bool isOriginMarked = false;
   /// In how many ways the points may be counted: 1 when marks, colours or the shape of a whole grid fix the
@@ -63,7 +65,8 @@ struct Detection {
   int readings = 0;
   /// How many candidates were left after each step.
   std::vector<DetectionStep> steps;
-  /// The dots of the grid that were left out.
+  /// The dots of the grid that were left out; where nothing was found also those of the grid that was refused
+  /// and the candidates that are in no grid, a thousand at most for each reason; of boards the corners.
   std::vector<DroppedDot> dropped;
   /// Why nothing was found, with the figure that decided; empty when something was.
   std::string reason;
