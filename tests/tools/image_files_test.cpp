@@ -14,6 +14,7 @@
 #include "support/temporary_folder.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/named_images.hpp"
+#include "tools/report/warning.hpp"
 
 namespace vorn::tools {
 namespace {
@@ -85,6 +86,59 @@ TEST(ImageFiles, ReadsTheDepthsOfRealCameras) {
   constexpr unsigned mosaic = 32803;
   test::expectError([&] { readMeasuredImage(store("raw.tiff", packedTiff(12, mosaic, values))); },
                     "raw.tiff holds the raw pixels of a colour sensor");
+}
+
+/// A file of two pages, the second of which may be a smaller copy of the first, as cameras add.
+std::string pagedTiff(bool isCopy) {
+  constexpr unsigned tags = 9;
+  constexpr unsigned directory = 2 + 12 * tags + 4;
+  constexpr unsigned first = 16; // behind header and pixels
+  std::string data("II*\0\x10\0\0\0"
+                   "12345678",
+                   first);
+  auto const add = [&](unsigned value, int bytes) {
+    for (int i = 0; i < bytes; ++i) {
+      data += static_cast<char>(value >> (8 * i) & 0xffU);
+    }
+  };
+  for (unsigned page = 0; page < 2; ++page) {
+    add(tags, 2);
+    unsigned const kind = isCopy ? page : 0;
+    unsigned const values[tags][2] = {{254, kind}, {256, 4}, {257, 2}, {258, 8}, {259, 1},
+                                      {262, 1},    {273, 8}, {278, 2}, {279, 8}};
+    for (auto const& [tag, value] : values) {
+      add(tag, 2);
+      add(4, 2);
+      add(1, 4);
+      add(value, 4);
+    }
+    add(page == 0 ? first + directory : 0, 4);
+  }
+  return data;
+}
+
+TEST(ImageFiles, PagesThatAreLeftOutAreSaid) {
+  test::TemporaryFolder const folder;
+  std::string const path = folder / "paged.tiff";
+  auto const warningsOf = [&](std::string const& bytes, auto const& read) {
+    std::ofstream(path, std::ios::binary) << bytes;
+    takeWarnings();
+    testing::internal::CaptureStderr();
+    read(path);
+    testing::internal::GetCapturedStderr();
+    return takeWarnings();
+  };
+  for (cv::Mat (*const read)(std::string const&) : {readGrayImage, readImage, readMeasuredImage}) {
+    std::vector<std::string> const warnings = warningsOf(pagedTiff(false), read);
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings[0].find("paged.tiff has 2 pages"), std::string::npos) << warnings[0];
+    EXPECT_TRUE(warningsOf(pagedTiff(true), read).empty());
+  }
+  auto const readPages = [](std::string const& file) { EXPECT_EQ(readNamedImages({file}).size(), 2U); };
+  EXPECT_TRUE(warningsOf(pagedTiff(false), readPages).empty());
+  std::string const bytes = pagedTiff(false);
+  std::ofstream(path, std::ios::binary) << bytes.substr(0, bytes.size() - 100);
+  test::expectError([&] { readNamedImages({path}); }, "of its 2 pages only 1");
 }
 
 TEST(ImageFiles, TellsAMosaicFromFringes) {

@@ -17,9 +17,9 @@
 
 #include "tools/commands/size_option.hpp"
 #include "tools/files/input_file.hpp"
-#include "tools/files/named_images.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/files/silence.hpp"
+#include "tools/files/tiff_bytes.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/warning.hpp"
 
@@ -89,9 +89,8 @@ bool isPngWithAlpha(std::vector<unsigned char> const& bytes) {
 
 /// A picture in 8 bits: of deeper ones the upper 8.
 /// @throws Exception also for 16 bits of which hardly more than 12 are used: nearly nothing would be left
-cv::Mat decodedIn8Bits(std::string const& path) {
+cv::Mat decodedIn8Bits(std::string const& path, std::vector<unsigned char> const& bytes) {
   constexpr int flags = cv::IMREAD_GRAYSCALE;
-  std::vector<unsigned char> const bytes = readInputFile(path);
   constexpr std::size_t pngDepth = 24; // behind signature, length and name of the first chunk, and the size
   bool const isPng = bytes.size() > pngDepth && bytes[0] == 0x89 && bytes[1] == 'P';
   bool const isPnm = !bytes.empty() && bytes[0] == 'P'; // of 16 bits when its greatest value says so
@@ -108,6 +107,24 @@ cv::Mat decodedIn8Bits(std::string const& path) {
     }
   }
   return decoded(path, bytes, flags);
+}
+
+/// A picture in the type it is stored in, with alpha dropped.
+cv::Mat decodedAsStored(std::string const& path, std::vector<unsigned char> const& bytes) {
+  cv::Mat image = decoded(path, bytes, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
+  if (isPngWithAlpha(bytes)) {
+    warn("the transparency (alpha) of " + path + " is left out");
+  }
+  return image;
+}
+
+/// The bytes of a file of which one picture is wanted.
+std::vector<unsigned char> readPictureFile(std::string const& path) {
+  std::vector<unsigned char> bytes = readInputFile(path);
+  if (std::size_t const pages = pageCount(bytes); pages > 1) {
+    warn(path + " has " + std::to_string(pages) + " pages, of which the first alone is read");
+  }
+  return bytes;
 }
 
 /// The number in PREFIX_NN.EXT, when `name` is such a name.
@@ -132,22 +149,18 @@ bool hasPictureEnding(std::filesystem::path const& path) {
 }
 
 cv::Mat readGrayImage(std::string const& path) {
-  return decodedIn8Bits(path);
+  return decodedIn8Bits(path, readPictureFile(path));
 }
 
 cv::Mat readImage(std::string const& path) {
-  std::vector<unsigned char> const bytes = readInputFile(path);
-  cv::Mat image = decoded(path, bytes, cv::IMREAD_ANYCOLOR | cv::IMREAD_ANYDEPTH);
-  if (isPngWithAlpha(bytes)) {
-    warn("the transparency (alpha) of " + path + " is left out");
-  }
-  return image;
+  return decodedAsStored(path, readPictureFile(path));
 }
 
 cv::Mat readMeasuredImage(std::string const& path) {
-  cv::Mat const image = readImage(path);
+  std::vector<unsigned char> const bytes = readPictureFile(path);
+  cv::Mat const image = decodedAsStored(path, bytes);
   // Colours become grey as ever, which is not to the bit what could be made of them here.
-  return image.type() == CV_8UC1 || image.depth() != CV_8U ? image : readGrayImage(path);
+  return image.type() == CV_8UC1 || image.depth() != CV_8U ? image : decodedIn8Bits(path, bytes);
 }
 
 std::string encodedImage(std::string const& path, cv::Mat const& image, Packing packing) {

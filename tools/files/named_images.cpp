@@ -15,8 +15,10 @@
 
 #include "tools/files/file_list.hpp"
 #include "tools/files/image_files.hpp"
+#include "tools/files/input_file.hpp"
 #include "tools/files/output_path.hpp"
 #include "tools/files/silence.hpp"
+#include "tools/files/tiff_bytes.hpp"
 #include "tools/progress.hpp"
 
 namespace vorn::tools {
@@ -56,8 +58,15 @@ std::vector<std::string> namedFiles(std::string const& folder, std::vector<std::
 
 std::vector<cv::Mat> readNamedImages(std::vector<std::string> const& files, Observer* observer) {
   if (files.size() == 1 && isTiff(files[0])) {
-    readMeasuredImage(files[0]); // which tells what is wrong with the file
+    std::size_t const count = pageCount(readInputFile(files[0]));
     std::vector<cv::Mat> pages = pagesOf(files[0]);
+    if (pages.size() < 2) {
+      readMeasuredImage(files[0]); // which tells what is wrong with the file
+    }
+    if (pages.size() < count) {
+      throw failure(files[0] + " is incomplete: of its " + std::to_string(count) + " pages only " +
+                    std::to_string(pages.size()) + " can be read");
+    }
     for (std::size_t i = 1; i < pages.size(); ++i) {
       if (pages[i].type() != pages[0].type() || pages[i].size() != pages[0].size()) {
         throw failure("Page " + std::to_string(i) + " of " + files[0] + " is " + kindText(pages[i]) +
@@ -102,35 +111,6 @@ bool isLikeMosaic(cv::Mat const& image) {
     return differ(green1, green2) < alike && differ(green, other1) > apart && differ(green, other2) > apart;
   };
   return isMosaic(means[0], means[3], means[1], means[2]) || isMosaic(means[1], means[2], means[0], means[3]);
-}
-
-bool isMosaicTiff(std::vector<unsigned char> const& bytes) {
-  bool const isLittle = bytes.size() > 8 && bytes[0] == 'I' && bytes[1] == 'I';
-  bool const isBig = bytes.size() > 8 && bytes[0] == 'M' && bytes[1] == 'M';
-  if (!isLittle && !isBig) {
-    return false;
-  }
-  // 0 beyond the end, which ends every loop below.
-  auto const number = [&](std::size_t at, std::size_t count) {
-    std::size_t value = 0;
-    for (std::size_t i = 0; i < count && at + count <= bytes.size(); ++i) {
-      std::size_t const byte = bytes[at + i];
-      value = isLittle ? value | byte << (8 * i) : value << 8U | byte;
-    }
-    return value;
-  };
-  std::size_t const directory = number(4, 4);
-  std::size_t const entries = number(directory, 2);
-  for (std::size_t i = 0; i < entries; ++i) {
-    constexpr std::size_t entrySize = 12;
-    constexpr std::size_t interpretation = 262;
-    constexpr std::size_t mosaic = 32803;
-    std::size_t const entry = directory + 2 + entrySize * i;
-    if (number(entry, 2) == interpretation) {
-      return number(entry + 8, 2) == mosaic;
-    }
-  }
-  return false;
 }
 
 } // namespace vorn::tools

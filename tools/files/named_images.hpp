@@ -25,7 +25,4 @@ std::vector<cv::Mat> readNamedImages(std::vector<std::string> const& files, Obse
 /// square of two by two, on a diagonal, are alike over the image, and the others are not.
 bool isLikeMosaic(cv::Mat const& image);
 
-/// Whether the bytes of a TIFF file say that it holds the raw pixels of a colour sensor.
-bool isMosaicTiff(std::vector<unsigned char> const& bytes);
-
 } // namespace vorn::tools

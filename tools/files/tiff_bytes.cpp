@@ -1,0 +1,86 @@
+// Copyright 2026 the vorn authors
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/files/tiff_bytes.hpp"
+
+#include <algorithm>
+#include <optional>
+
+namespace vorn::tools {
+
+namespace {
+
+/// The numbers of a TIFF file of 32-bit addresses; those beyond its end are 0.
+class TiffBytes {
+public:
+  explicit TiffBytes(std::vector<unsigned char> const& bytes)
+      : bytes_(bytes), isLittle_(beginsWith('I', 'I', 42, 0)), isBig_(beginsWith('M', 'M', 0, 42)) {}
+
+  /// Where the first directory begins; 0 for none, and where the bytes are no TIFF file.
+  std::size_t firstDirectory() const { return isLittle_ || isBig_ ? number(4, 4) : 0; }
+  /// Where the one behind a directory begins; 0 for none.
+  std::size_t nextDirectory(std::size_t directory) const {
+    return number(directory + 2 + entrySize * number(directory, 2), 4);
+  }
+
+  /// The short number, or the lower half of a long one, that a directory has for a tag.
+  std::optional<std::size_t> valueOf(std::size_t directory, std::size_t tag) const {
+    std::size_t const entries = number(directory, 2);
+    for (std::size_t i = 0; i < entries; ++i) {
+      std::size_t const entry = directory + 2 + entrySize * i;
+      if (number(entry, 2) == tag) {
+        constexpr std::size_t longNumber = 4;
+        bool const isLong = number(entry + 2, 2) == longNumber;
+        return number(entry + (isLong && isBig_ ? 10 : 8), 2);
+      }
+    }
+    return std::nullopt;
+  }
+
+private:
+  static constexpr std::size_t entrySize = 12;
+
+  bool beginsWith(unsigned char a, unsigned char b, unsigned char c, unsigned char d) const {
+    unsigned char const start[] = {a, b, c, d};
+    return bytes_.size() > 8 && std::equal(start, start + 4, bytes_.begin());
+  }
+
+  std::size_t number(std::size_t at, std::size_t count) const {
+    std::size_t value = 0;
+    for (std::size_t i = 0; i < count && at + count <= bytes_.size(); ++i) {
+      std::size_t const byte = bytes_[at + i];
+      value = isLittle_ ? value | byte << (8 * i) : value << 8U | byte;
+    }
+    return value;
+  }
+
+  std::vector<unsigned char> const& bytes_;
+  bool isLittle_;
+  bool isBig_;
+};
+
+} // namespace
+
+bool isMosaicTiff(std::vector<unsigned char> const& bytes) {
+  constexpr std::size_t interpretation = 262;
+  constexpr std::size_t mosaic = 32803;
+  TiffBytes const tiff(bytes);
+  std::size_t const directory = tiff.firstDirectory();
+  return directory != 0 && tiff.valueOf(directory, interpretation) == mosaic;
+}
+
+std::size_t pageCount(std::vector<unsigned char> const& bytes) {
+  constexpr std::size_t kind = 254;
+  constexpr std::size_t smaller = 1; // bits of the kind
+  constexpr std::size_t mask = 4;
+  constexpr std::size_t most = 65535; // directories: the last may lead back to the first
+  TiffBytes const tiff(bytes);
+  std::size_t pages = 0;
+  std::size_t directory = tiff.firstDirectory();
+  for (std::size_t i = 0; directory != 0 && i < most; ++i) {
+    pages += (tiff.valueOf(directory, kind).value_or(0) & (smaller | mask)) == 0 ? 1 : 0;
+    directory = tiff.nextDirectory(directory);
+  }
+  return std::max<std::size_t>(pages, 1);
+}
+
+} // namespace vorn::tools
