@@ -163,8 +163,9 @@ TEST_F(CalibrationSession, RefusesFoldersThatCannotServe) {
   }
   std::ofstream(empty / "pose_01/target.png") << "no picture";
   expectError([&] { tools::calibrateScanner(empty.path().string(), settings()); },
-              "Only 0 of 3 views can be used, and a calibration takes 3; pose_00, pose_02: Cannot open "
-              "target.png: No such file or directory; pose_01: target.png is not a picture that can be read");
+              "Only 0 of 3 views can be used, and a calibration takes 3; pose_00, pose_02: There is no "
+              "target.png in its folder: --target-image names another picture; pose_01: target.png is not a "
+              "picture that can be read");
   TemporaryFolder alike;
   for (int i = 0; i < 3; ++i) {
     fs::copy(pose(0), alike / ("pose_0" + std::to_string(i)), fs::copy_options::recursive);

@@ -92,6 +92,26 @@ TEST_F(NamedViews, CalibrateAsTheUsualOnes) {
   EXPECT_EQ(report["inputs"].size(), 3 * (1 + 1 + rows));
 }
 
+TEST_F(NamedViews, TheTargetMayBeAnyKindOfPicture) {
+  fs::copy(path("usual"), path("mixed"), fs::copy_options::recursive);
+  fs::remove(path("mixed/pose_01/target.png"));
+  cv::imwrite(path("mixed/pose_01/target.tiff"),
+              cv::imread(path("usual/pose_01/target.png"), cv::IMREAD_UNCHANGED));
+  std::vector<std::string> arguments = common("mixed", "mixed.json");
+  arguments.insert(arguments.end(), {"--report", path("mixed_report.json")});
+  ToolOutcome const mixed = run(arguments);
+  ASSERT_EQ(mixed.status, 0) << mixed.errors;
+  EXPECT_NE(contentOf(path("mixed_report.json")).find("target.tiff"), std::string::npos);
+  fs::rename(path("mixed/pose_01/target.tiff"), path("mixed/pose_01/white.tiff"));
+  std::string const missing = run(arguments).errors;
+  EXPECT_NE(missing.find("--target-image names another picture"), std::string::npos) << missing;
+  for (char const* name : {"target.tiff", "target.bmp"}) {
+    fs::copy_file(path("mixed/pose_01/white.tiff"), path("mixed/pose_01") + "/" + name);
+  }
+  std::string const several = run(arguments).errors;
+  EXPECT_NE(several.find("more than one picture"), std::string::npos) << several;
+}
+
 TEST_F(NamedViews, LaserScansAsTheUsualOnes) {
   ASSERT_EQ(run({"simulate", path("laser"), "--laser", "--divisor", "4", "--no-calib", "--quiet"}).status, 0);
   std::vector<cv::Mat> pages;

@@ -151,9 +151,9 @@ mv::PatternView readPatternView(fs::path const& pose, mv::CalibrationSettings co
   mv::PatternView view;
   view.set = captured.set;
   view.images = readPatternImages(captured, nullptr);
-  fs::path const target = pose / "target.png";
-  if (fs::exists(target)) {
-    view.target = readTarget(target.string(), settings);
+  std::string const target = pictureOf(pose.string(), "target.png");
+  if (!target.empty()) {
+    view.target = readTarget(target, settings);
   }
   return view;
 }
@@ -260,8 +260,8 @@ std::vector<std::string> patternViewFiles(std::string const& folder) {
   for (std::string const& name : posesIn(root)) {
     fs::path const pose = root / name;
     files.push_back(patternSetPath(pose.string()));
-    files.push_back((pose / "target.png").string());
     try {
+      files.push_back(pictureOf(pose.string(), "target.png"));
       PatternFolder const captured = describedView(pose);
       files.insert(files.end(), captured.paths.begin(), captured.paths.end());
     } catch (Exception const&) { // calibration says of this view why it does not serve

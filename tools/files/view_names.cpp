@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/files/view_names.hpp"
 
+#include <filesystem>
+#include <system_error>
+
 #include <vorn/core/exception.hpp>
 
 #include "tools/files/image_files.hpp"
@@ -10,11 +13,39 @@
 
 namespace vorn::tools {
 
+std::string pictureOf(std::string const& folder, std::string const& name) {
+  namespace fs = std::filesystem;
+  fs::path const exact = fs::path(folder) / name;
+  std::error_code unreadable;
+  if (fs::exists(exact, unreadable)) {
+    return exact.string();
+  }
+  std::vector<std::string> others;
+  for (auto const& entry : fs::directory_iterator(exact.parent_path(), unreadable)) {
+    if (entry.path().stem() == exact.stem() && hasPictureEnding(entry.path())) {
+      others.push_back(entry.path().string());
+    }
+  }
+  if (others.size() > 1) {
+    throw Exception("There is no " + name + " in " + folder + ", and more than one picture of its name",
+                    nullptr, 0, "images");
+  }
+  return others.empty() ? "" : others[0];
+}
+
 std::string namedFile(std::string const& folder, std::string const& name) {
+  std::string const picture = pictureOf(folder, name);
+  if (!picture.empty()) {
+    return picture;
+  }
   std::vector<std::string> const files = namedFiles(folder, {name});
   if (files.size() != 1) {
     throw Exception(name + " stands for " + std::to_string(files.size()) + " files in " + folder +
                         ", and one is wanted",
+                    nullptr, 0, "images");
+  }
+  if (!std::filesystem::exists(files[0])) {
+    throw Exception("There is no " + name + " in " + folder + ": --target-image names another picture",
                     nullptr, 0, "images");
   }
   return files[0];

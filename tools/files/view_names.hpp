@@ -21,8 +21,13 @@ struct ViewNames {
   std::vector<std::string> lines;
 };
 
-/// The one file in a folder that a name or pattern stands for. A name without patterns need not be there.
-/// @throws Exception when a pattern matches none or several
+/// The picture of a name in a folder, or where there is none the one whose name differs in its ending alone,
+/// as target.tiff for target.png; empty for neither.
+/// @throws Exception when there are several such
+std::string pictureOf(std::string const& folder, std::string const& name);
+
+/// The target's picture in a view's folder: the one file that a pattern stands for, or of a name `pictureOf`.
+/// @throws Exception when there is none, or several
 std::string namedFile(std::string const& folder, std::string const& name);
 
 /// The pictures of a laser line by their names, as they are stored: of files in their order, or the pages of
