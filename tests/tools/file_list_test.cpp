@@ -92,6 +92,9 @@ TEST_F(FileListFolder, PatternsAreReplacedByWhatIsThere) {
   EXPECT_EQ(expand("view_*.png"), (Names{"view_9.png", "view_10.png"}));
   EXPECT_EQ(expand("pose_*/t.png"), (Names{"pose_2/t.png", "pose_10/t.png"}));
   EXPECT_EQ(expand("[1].png"), Names{"[1].png"}) << "a file that is there is no pattern";
+  std::filesystem::create_directory(folder_ / "scan [1]");
+  std::ofstream(folder_ / "scan [1]/x_1.png");
+  EXPECT_EQ(expand("scan [1]/x_*.png"), Names{"scan [1]/x_1.png"}) << "a folder that is there is none either";
   EXPECT_EQ(expand("none.png"), Names{"none.png"}) << "its reader says that it is not there";
   EXPECT_EQ(expand(".view*"), Names{".view_1.png"});
   test::expectError([&] { expand("*.tiff"); }, "No file matches");

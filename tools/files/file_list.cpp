@@ -62,11 +62,12 @@ void collect(fs::path const& base, std::vector<fs::path> const& parts, std::size
     return;
   }
   std::string const part = parts[next].string();
-  if (!isPattern(part)) {
-    std::error_code absent;
-    if (fs::exists(base / part, absent)) {
-      collect(base / part, parts, next + 1, found);
-    }
+  std::error_code absent;
+  bool const isThere = fs::exists(base / part, absent); // "scan [1]" is a folder's name, too
+  if (isThere) {
+    collect(base / part, parts, next + 1, found);
+  }
+  if (isThere || !isPattern(part)) {
     return;
   }
   std::vector<std::string> names;
