@@ -36,8 +36,8 @@ mv::Calibration calibration() {
   next.distance = 400;
   next.tilt = 32;
   next.direction = 45;
-  next.before = {0.02, 0.01, 0, 0.008, 100, 50, {}, 0, 100};
-  next.after = {0.01, 0.0042, 0, 0.003, 100, 50, {}, 0, 100};
+  next.before = {0.02, 0.01, 0, 0.008, 100, 50, {}, 0, 100, {}};
+  next.after = {0.01, 0.0042, 0, 0.003, 100, 50, {}, 0, 100, {}};
   result.report.adjustment = adjustment;
   result.report.nextView = next;
   return result;
