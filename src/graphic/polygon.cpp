@@ -62,14 +62,18 @@ public:
   std::vector<cv::Vec3i> ears() const {
     std::vector<int> left(places_.size());
     std::iota(left.begin(), left.end(), 0);
+    std::vector<Tip> tips(places_.size());
+    for (std::size_t i = 0; hasArea_ && i < left.size(); ++i) {
+      tips[i] = tipAt(left, i);
+    }
     std::vector<cv::Vec3i> triangles;
     while (hasArea_ && left.size() > 3) {
-      std::size_t const ear = earOf(left);
+      std::size_t const ear = earOf(left, tips);
       if (ear == left.size()) {
         return {};
       }
       triangles.push_back(triangleAt(left, ear));
-      left.erase(left.begin() + static_cast<std::ptrdiff_t>(ear));
+      cutOff(ear, left, tips);
     }
     if (hasArea_) {
       triangles.emplace_back(left[0], left[1], left[2]);
@@ -85,27 +89,54 @@ private:
     return {left[(corner + count - 1) % count], left[corner], left[(corner + 1) % count]};
   }
 
+  static constexpr int none = -1;
+
+  /// What a corner's triangle is: an ear if it has a shape and no other corner in it.
+  struct Tip {
+    double shape = -1.0; ///< the greater, the wider its smallest angle; below 0 for a corner that turns right
+    int holds = none;    ///< another corner
+    bool isEar() const { return shape >= 0.0 && holds == none; }
+  };
+
+  Tip tipAt(std::vector<int> const& left, std::size_t corner) const {
+    cv::Vec3i const t = triangleAt(left, corner);
+    double const area = areaOf(at(t[0]), at(t[1]), at(t[2]));
+    if (area < -rounding_) {
+      return {};
+    }
+    double const sides = cv::norm(at(t[0]) - at(t[1]), cv::NORM_L2SQR) +
+                         cv::norm(at(t[1]) - at(t[2]), cv::NORM_L2SQR) +
+                         cv::norm(at(t[2]) - at(t[0]), cv::NORM_L2SQR);
+    return {sides > 0.0 ? std::max(area, 0.0) / sides : 0.0, heldBy(left, t)};
+  }
+
   /// The ear of the widest smallest angle, so that slivers come last; a corner on a straight line counts when
   /// there is no other.
-  std::size_t earOf(std::vector<int> const& left) const {
+  static std::size_t earOf(std::vector<int> const& left, std::vector<Tip> const& tips) {
     std::size_t best = left.size();
     double bestShape = -1.0;
     for (std::size_t i = 0; i < left.size(); ++i) {
-      cv::Vec3i const t = triangleAt(left, i);
-      double const area = areaOf(at(t[0]), at(t[1]), at(t[2]));
-      if (area < -rounding_ || holdsAnother(left, t)) {
-        continue;
-      }
-      double const sides = cv::norm(at(t[0]) - at(t[1]), cv::NORM_L2SQR) +
-                           cv::norm(at(t[1]) - at(t[2]), cv::NORM_L2SQR) +
-                           cv::norm(at(t[2]) - at(t[0]), cv::NORM_L2SQR);
-      double const shape = sides > 0.0 ? std::max(area, 0.0) / sides : 0.0;
-      if (shape > bestShape) {
-        bestShape = shape;
+      Tip const& tip = tips[static_cast<std::size_t>(left[i])];
+      if (tip.isEar() && tip.shape > bestShape) {
+        bestShape = tip.shape;
         best = i;
       }
     }
     return best;
+  }
+
+  /// Takes a corner away. Only its neighbours' triangles change, and what those hold that held it.
+  void cutOff(std::size_t ear, std::vector<int>& left, std::vector<Tip>& tips) const {
+    int const gone = left[ear];
+    left.erase(left.begin() + static_cast<std::ptrdiff_t>(ear));
+    std::size_t const next = ear % left.size();
+    std::size_t const last = (ear + left.size() - 1) % left.size();
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      Tip& tip = tips[static_cast<std::size_t>(left[i])];
+      if (i == next || i == last || tip.holds == gone) {
+        tip = tipAt(left, i);
+      }
+    }
   }
 
   /// Whether two corners are one place but for rounding.
@@ -114,14 +145,16 @@ private:
     return way.dot(way) <= closeness_ * closeness_;
   }
 
-  /// Corners on the border count, but not those at the triangle's own, where holes are joined to the rim.
-  bool holdsAnother(std::vector<int> const& left, cv::Vec3i const& t) const {
-    return std::any_of(left.begin(), left.end(), [&](int corner) {
+  /// A corner that a triangle holds. Those on the border count, but not those at the triangle's own, where
+  /// holes are joined to the rim.
+  int heldBy(std::vector<int> const& left, cv::Vec3i const& t) const {
+    auto const held = std::find_if(left.begin(), left.end(), [&](int corner) {
       cv::Vec2d const& p = at(corner);
       bool const isOwn = isOne(p, at(t[0])) || isOne(p, at(t[1])) || isOne(p, at(t[2]));
       return !isOwn && areaOf(at(t[0]), at(t[1]), p) >= 0.0 && areaOf(at(t[1]), at(t[2]), p) >= 0.0 &&
              areaOf(at(t[2]), at(t[0]), p) >= 0.0;
     });
+    return held == left.end() ? none : *held;
   }
 
   std::vector<cv::Vec2d> places_;
@@ -143,7 +176,7 @@ void PolygonFans::add(std::vector<int> const& corners, std::vector<cv::Vec3i>& t
 
 void PolygonFans::cutConcave(std::vector<cv::Vec3f> const& vertices,
                              std::vector<cv::Vec3i>& triangles) const {
-  constexpr std::size_t mostCorners = 1000; // about a second: the time rises by its cube
+  constexpr std::size_t mostCorners = 5000; // the time rises by its square as a rule
   std::vector<cv::Vec3d> places;
   std::vector<int> corners;
   for (Fan const& fan : fans_) {

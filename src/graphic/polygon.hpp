@@ -16,7 +16,7 @@ public:
   /// Cuts those fans anew whose polygon is not convex, when all vertices are known: each ear (a corner whose
   /// triangle lies inside, seen along the polygon's mean normal, and holds no other corner; G. Meisters 1975)
   /// is cut off in turn. A polygon keeps its number of triangles and its direction. One that crosses itself,
-  /// has no area or more than 1000 corners stays a fan.
+  /// has no area or more than 5000 corners stays a fan.
   void cutConcave(std::vector<cv::Vec3f> const& vertices, std::vector<cv::Vec3i>& triangles) const;
 
 private:

@@ -89,6 +89,28 @@ TEST(OBJFile, FacesInAllTheirForms) {
   EXPECT_FALSE(object.hasColors());
 }
 
+TEST(OBJFile, StarsOfThousandsOfPointsKeepTheirArea) {
+  constexpr int count = 4000;
+  std::string vertices;
+  std::string face = "f";
+  for (int i = 0; i < count; ++i) {
+    double const angle = 2.0 * CV_PI * i / count;
+    double const radius = i % 2 == 0 ? 1000.0 : 700.0;
+    vertices += "v " + std::to_string(radius * std::cos(angle)) + " " +
+                std::to_string(radius * std::sin(angle)) + " 5\n";
+    face += " " + std::to_string(i + 1);
+  }
+  GraphicObject const object = parse(vertices + face + "\n");
+  ASSERT_EQ(object.triangles().size(), count - 2U);
+  double sum = 0.0;
+  for (cv::Vec3i const& t : object.triangles()) {
+    auto const at = [&](int k) { return cv::Vec3d(object.vertices()[static_cast<std::size_t>(t[k])]); };
+    sum += cv::norm((at(1) - at(0)).cross(at(2) - at(0))) / 2.0;
+  }
+  double const area = count * 1000.0 * 700.0 * std::sin(2.0 * CV_PI / count) / 2.0;
+  EXPECT_NEAR(sum, area, 1e-5 * area);
+}
+
 TEST(OBJFile, PolygonsThatAreNotConvexKeepTheirArea) {
   // In a tilted plane, from every corner on and in both directions: an L, a comb, and a square with a hole
   // that is joined to its rim by a cut.
