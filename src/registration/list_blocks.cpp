@@ -49,8 +49,10 @@ struct Moments {
 class ListBlocks {
 public:
   ListBlocks(PointCloud& cloud, Progress const& progress)
-      : tree_(cloud.octree()), points_(std::as_const(cloud).points()),
-        normals_(std::as_const(cloud).normals()), state_(std::as_const(cloud).state()), progress_(progress) {
+      : tree_(cloud.octree()), points_(inOnePiece(std::as_const(cloud).points())),
+        normals_(inOnePiece(std::as_const(cloud).normals())),
+        state_(inOnePiece(std::as_const(cloud).state())), hasNormals_(!normals_.empty()),
+        progress_(progress) {
     gather();
   }
 
@@ -66,7 +68,7 @@ public:
     for (std::size_t i = 0; i < blocks_.size(); ++i) {
       normals(static_cast<int>(i)) = cv::Vec3f(blocks_[i].normal);
     }
-    if (normals_.empty()) {
+    if (!hasNormals_) {
       orientConsistently(places, means.state(), means.octree(), viewpoint, normals, progress_);
     }
     return collect(normals);
@@ -106,18 +108,24 @@ private:
     Moments moments() const { return {count, mean(), products - sum * sum.t() * (1.0 / count)}; }
   };
 
-  cv::Point cellOf(unsigned index) const {
-    return {static_cast<int>(index) % points_.cols, static_cast<int>(index) / points_.cols};
+  /// So that cells are found without rows and columns.
+  template <class T>
+  static cv::Mat_<T> inOnePiece(cv::Mat_<T> const& matrix) {
+    return matrix.isContinuous() ? matrix : cv::Mat_<T>(matrix.clone());
   }
-  cv::Vec3f normalAt(cv::Point const& cell) const { return normals_.empty() ? cv::Vec3f() : normals_(cell); }
+
+  cv::Vec3f const& pointAt(unsigned cell) const { return points_.ptr<cv::Vec3f>()[cell]; }
+  cv::Vec3f normalAt(unsigned cell) const {
+    return hasNormals_ ? normals_.ptr<cv::Vec3f>()[cell] : cv::Vec3f();
+  }
 
   /// Calls `body(cell)` for the points of a leaf that may be used.
   template <class Body>
   void forPoints(Leaf const& leaf, Body const& body) const {
     for (unsigned i = leaf.first; i < leaf.first + leaf.count; ++i) {
-      cv::Point const cell = cellOf(tree_.chain()[i]);
+      unsigned const cell = tree_.chain()[i];
       cv::Vec3f const own = normalAt(cell);
-      if (state_(cell) == 0 && (normals_.empty() || own.dot(own) > 0.5F)) {
+      if (state_.ptr<uchar>()[cell] == 0 && (!hasNormals_ || own.dot(own) > 0.5F)) {
         body(cell);
       }
     }
@@ -130,8 +138,8 @@ private:
       if (octant.isLeaf) {
         Leaf leaf{octant.first, octant.count, 0.0F, true, {}};
         Sums sums;
-        sums.origin = cv::Vec3d(points_(cellOf(tree_.chain()[octant.first])));
-        forPoints(leaf, [&](cv::Point const& cell) { sums.add(points_(cell), {}); });
+        sums.origin = cv::Vec3d(pointAt(tree_.chain()[octant.first]));
+        forPoints(leaf, [&](unsigned cell) { sums.add(pointAt(cell), {}); });
         if (sums.count > 0.0) {
           leaf.radius = static_cast<float>(std::sqrt(sums.moments().trace() / sums.count));
           means.emplace_back(sums.mean());
@@ -153,8 +161,8 @@ private:
         }
       }
       if (!seeds.empty()) {
-        forPoints(leaf, [&](cv::Point const& cell) {
-          cv::Vec3f const& point = points_(cell);
+        forPoints(leaf, [&](unsigned cell) {
+          cv::Vec3f const& point = pointAt(cell);
           sums[nearestSeed(seeds, point)].add(point, normalAt(cell));
         });
       }
@@ -202,13 +210,13 @@ private:
 
   void addBlock(Sums const& sums) {
     double const length = std::sqrt(sums.normal.dot(sums.normal));
-    if (sums.count < fewestInBlock || (!normals_.empty() && !(length > leastAgreement * sums.count))) {
+    if (sums.count < fewestInBlock || (hasNormals_ && !(length > leastAgreement * sums.count))) {
       return;
     }
     SurfaceBlock block;
     block.count = sums.count;
     block.place = sums.mean();
-    block.normal = normals_.empty() ? cv::Vec3d() : sums.normal * (1.0 / length);
+    block.normal = !hasNormals_ ? cv::Vec3d() : sums.normal * (1.0 / length);
     moments_.push_back(sums.moments());
     block.radius = std::sqrt(moments_.back().trace() / sums.count);
     blocks_.push_back(block);
@@ -226,7 +234,7 @@ private:
           all.add(moments_[other]);
         }
         SurfaceBlock& block = blocks_[i];
-        if (normals_.empty()) {
+        if (!hasNormals_) {
           cv::Matx33d const& s = all.scatter;
           double const products[6] = {s(0, 0), s(0, 1), s(0, 2), s(1, 1), s(1, 2), s(2, 2)};
           block.normal = smallestAxisOf(products).direction;
@@ -275,9 +283,10 @@ private:
   }
 
   GridOctree const& tree_;
-  cv::Mat_<cv::Vec3f> const& points_;
-  cv::Mat_<cv::Vec3f> const& normals_;
-  cv::Mat_<uchar> const& state_;
+  cv::Mat_<cv::Vec3f> points_;
+  cv::Mat_<cv::Vec3f> normals_;
+  cv::Mat_<uchar> state_;
+  bool hasNormals_;
   Progress progress_;
   std::vector<Moments> moments_;
   std::vector<SurfaceBlock> blocks_;

@@ -84,9 +84,9 @@ cv::Mat_<cv::Vec3f> SeenCloud::thinned(PointCloud& cloud) {
 /// Whether all points but strays lie before the origin, and it stands off.
 bool SeenCloud::isBeforeOrigin(PointCloud const& cloud) const {
   std::vector<float> depths;
-  depths.reserve(points_.total());
-  for (cv::Vec3f const& point : points_) {
-    depths.push_back(point[2]);
+  std::size_t const stride = strideOf(points_);
+  for (std::size_t i = 0; i < points_.total(); i += stride) {
+    depths.push_back(points_(static_cast<int>(i))[2]);
   }
   if (depths.empty()) {
     return false;
