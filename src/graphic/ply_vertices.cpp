@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -19,6 +18,7 @@
 #include "graphic/line_fields.hpp"
 #include "graphic/ply_rows.hpp"
 #include "graphic/ply_values.hpp"
+#include "graphic/wide_colors.hpp"
 
 namespace vorn::graphic {
 namespace {
@@ -315,67 +315,16 @@ std::vector<std::string> scalarsOf(PlyElement const& element, std::vector<Field>
   return names;
 }
 
-/// The scales of an element's colours, by their types.
-class WideColors {
-public:
-  WideColors(PlyElement const& element, std::vector<Field> const& fields) {
-    for (std::size_t column = 0; column < fields.size(); ++column) {
-      if (fields[column].target == Target::WideColor) {
-        types_[fields[column].channel] = element.properties[column].type;
-      }
+/// The scales of the element's colours, by their types.
+WideColors wideColorsOf(PlyElement const& element, std::vector<Field> const& fields) {
+  WideColors colors;
+  for (std::size_t column = 0; column < fields.size(); ++column) {
+    if (fields[column].target == Target::WideColor) {
+      colors.setType(fields[column].channel, element.properties[column].type);
     }
   }
-
-  /// The colours as bytes; those without alpha are opaque.
-  /// @param assumption what was assumed of them, in words; empty where they are as usual
-  std::vector<cv::Vec4b> toBytes(std::vector<cv::Vec4f> const& colors, std::string& assumption) const {
-    ColorScale scale;
-    std::size_t ofBytes = 0;
-    std::size_t above = 0;
-    for (cv::Vec4f const& color : colors) {
-      for (int channel = 0; channel < 4; ++channel) {
-        float const value = color[channel];
-        if (isOf(channel, PlyType::UInt16)) {
-          ofBytes += value > 0.0F && value <= 255.0F ? 1 : 0;
-          above += value > 255.0F ? 1 : 0;
-        } else if (isFloat(channel)) {
-          scale.add(static_cast<double>(value));
-        }
-      }
-    }
-    bool const areShorts = above >= ofBytes; // nothing but black is, too
-    cv::Vec4f full;
-    for (int channel = 0; channel < 4; ++channel) {
-      full[channel] = isOf(channel, PlyType::UInt16) ? (areShorts ? 65535.0F : 255.0F)
-                      : isFloat(channel)             ? (scale.isUnit(true) ? 1.0F : 255.0F)
-                                                     : 255.0F;
-    }
-    assumption = scale.assumption(true);
-    if (!areShorts) {
-      assumption = "colours of type ushort are taken as 0..255";
-    }
-    std::vector<cv::Vec4b> bytes;
-    reserveLarge(bytes, colors.size());
-    for (cv::Vec4f const& color : colors) {
-      cv::Vec4b byte(0, 0, 0, 255);
-      for (int channel = 0; channel < 4; ++channel) {
-        if (types_[static_cast<std::size_t>(channel)]) {
-          byte[channel] = colorByte(color[channel] / full[channel]);
-        }
-      }
-      bytes.push_back(byte);
-    }
-    return bytes;
-  }
-
-private:
-  bool isOf(int channel, PlyType type) const { return types_[static_cast<std::size_t>(channel)] == type; }
-  bool isFloat(int channel) const {
-    return isOf(channel, PlyType::Float32) || isOf(channel, PlyType::Float64);
-  }
-
-  std::array<std::optional<PlyType>, 4> types_;
-};
+  return colors;
+}
 
 template <class T>
 std::vector<T>& provide(std::vector<T>& array, std::size_t count, T const& value = T()) {
@@ -422,7 +371,7 @@ void readPlyVertices(FileReader& file, PlyElement const& element, PlyEncoding en
   }
   if (!wideColors.empty()) {
     std::string assumption;
-    object.colors() = WideColors(element, fields).toBytes(wideColors, assumption);
+    object.colors() = wideColorsOf(element, fields).toBytes(wideColors, assumption);
     if (!assumption.empty()) {
       System::message(file.path() + ": " + assumption + "\n");
     }
