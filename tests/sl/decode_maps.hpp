@@ -26,11 +26,17 @@ inline void setPixel(ScanMaps& maps, cv::Point p, double absolute, uchar state) 
   maps.reading.inner(p) = static_cast<int>(nothingCertain);
 }
 
+inline void setContrast(ScanMaps& maps, cv::Mat_<uchar> const& contrast) {
+  for (int y = 0; y < contrast.rows; ++y) {
+    maps.contrast.putRow(y, contrast[y]);
+  }
+}
+
 inline ScanMaps mapsOf(cv::Size size, std::function<double(int x, int y)> const& absolute,
                        std::function<uchar(int x, int y)> const& state) {
   ScanMaps maps;
   maps.create(size);
-  maps.contrast.setTo(255);
+  setContrast(maps, cv::Mat_<uchar>(size, 255));
   for (int y = 0; y < size.height; ++y) {
     for (int x = 0; x < size.width; ++x) {
       setPixel(maps, {x, y}, absolute(x, y), state(x, y));

@@ -101,11 +101,13 @@ TEST(ContrastMask, OpensWhatGoodPixelsSurroundAndTakesBackTheRim) {
   ScanMaps maps = mapsOf(
       {50, 30}, [](int, int) { return 1.0; },
       [&](int x, int y) { return isGood(x, y) ? pixel_state::open : pixel_state::unsettledContrast; });
+  cv::Mat_<uchar> contrast(maps.size());
   for (int y = 0; y < 30; ++y) {
     for (int x = 0; x < 50; ++x) {
-      maps.contrast(y, x) = isGood(x, y) ? 255 : 0;
+      contrast(y, x) = isGood(x, y) ? 255 : 0;
     }
   }
+  setContrast(maps, contrast);
   settleContrast(maps, std::vector<uchar>(30, 1), reach);
   for (int y = 0; y < 20; ++y) {
     for (int x = 0; x < 50; ++x) {
@@ -128,7 +130,7 @@ TEST(ContrastMask, IsAClosingOverAllBands) {
   }
   ScanMaps maps = mapsOf(
       size, [](int, int) { return 1.0; }, [](int, int) { return pixel_state::unsettledContrast; });
-  lit.copyTo(maps.contrast);
+  setContrast(maps, lit);
   std::vector<uchar> hasUnsettled(static_cast<std::size_t>(size.height), 1);
   settleContrast(maps, hasUnsettled, reach);
   cv::Rect const image({0, 0}, size);

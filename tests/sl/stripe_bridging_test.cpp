@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <functional>
 
 #include <gtest/gtest.h>
@@ -77,6 +78,52 @@ TEST(StripeBridging, ClosesWhatItsOwnCodeImagesContradict) {
     EXPECT_EQ(bridge.run(), 4);
     EXPECT_EQ(bridge.state(9), pixel_state::noCode);
   }
+}
+
+// Rows take short gaps with all their pixels side by side, columns pixel by pixel.
+TEST(StripeBridging, TreatsRowsAsColumns) {
+  constexpr int count = 800;
+  cv::RNG random(7);
+  cv::Mat_<double> absolute(count, 30);
+  cv::Mat_<uchar> state(absolute.size());
+  cv::Mat_<int> reading(absolute.size());
+  for (int y = 0; y < count; ++y) {
+    double const slope = random.uniform(-0.9, 0.9);
+    double const start = random.uniform(0.5, 60.0);
+    for (int x = 0; x < absolute.cols; ++x) {
+      bool const isStep = random.uniform(0, 40) == 0;
+      double const p = start + slope * x + random.uniform(-0.2, 0.2) + (isStep ? 4.0 : 0.0);
+      int const kind = random.uniform(0, 50);
+      absolute(y, x) = std::max(0.0, p);
+      state(y, x) = kind == 0 ? pixel_state::noCode : kind < 25 ? pixel_state::open : pixel_state::trusted;
+      unsigned const shown = StripeCode::shownWord(static_cast<int>((absolute(y, x) + pi / 4) / (2 * pi)));
+      unsigned const flipped = random.uniform(0, 8) == 0 ? 1U << random.uniform(0, 8) : 0U;
+      reading(y, x) = static_cast<int>((shown ^ flipped) & 0xffU) | random.uniform(0, 256) << certainShift;
+    }
+  }
+  auto const bridged = [&](bool isTurned) {
+    ScanMaps maps = mapsOf(
+        isTurned ? cv::Size(count, absolute.cols) : absolute.size(),
+        [&](int x, int y) { return isTurned ? absolute(x, y) : absolute(y, x); },
+        [&](int x, int y) { return isTurned ? state(x, y) : state(y, x); });
+    cv::Mat(isTurned ? cv::Mat(reading.t()) : cv::Mat(reading)).copyTo(maps.reading.inner);
+    ScanDecodingSettings const settings = smallProjector();
+    if (isTurned) {
+      bridgeColumns(settings, StripeSpacing(settings.period), nullptr, maps, Progress());
+    } else {
+      StripeBridging bridging(settings, StripeSpacing(settings.period), stripeBorderReach, maps);
+      for (int y = 0; y < count; ++y) {
+        bridging.alongRow(y);
+      }
+    }
+    return maps;
+  };
+  ScanMaps const rows = bridged(false);
+  ScanMaps const columns = bridged(true);
+  EXPECT_EQ(cv::countNonZero(rows.state.inner != columns.state.inner.t()), 0);
+  EXPECT_EQ(cv::countNonZero(rows.order.inner != columns.order.inner.t()), 0);
+  EXPECT_GT(cv::countNonZero(rows.state.inner == static_cast<int>(pixel_state::bridged)), 500);
+  EXPECT_GT(cv::countNonZero(rows.state.inner != state), 500);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cmath>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -41,7 +42,7 @@ struct EdgeScene {
       steps[static_cast<std::size_t>(k)] = image;
     }
     cv::Mat_<float> coordinates(size);
-    closeEdges(steps, smallProjector(), maps, coordinates, Progress());
+    closeEdges(steps, smallProjector(), CalmChunks(size), maps, coordinates, Progress());
     std::vector<int> result;
     for (int i = 0; i < size.width; ++i) {
       int missing = 0;
@@ -101,6 +102,45 @@ TEST(SurfaceEdges, LoseThePixelThatABrighterSurfaceOutshines) {
     bright.absolute = [](int along) { return 100 + (along > 80 ? 4.1 : along == 80 ? 2.0 : 0); };
     bright.amplitude = [](int along) { return along > 80 ? 90.0 : 20.0; };
     EXPECT_EQ(bright.closed(quarters), std::vector<int>{79}); // no step beside it is a jump
+  }
+}
+
+// What is found calm while rows are read is not looked at again, whichever rows are read together.
+TEST(SurfaceEdges, AreTheSameWhateverIsKnownToBeCalm) {
+  cv::Size const size(333, 150);
+  cv::RNG random(11);
+  std::vector<cv::Mat> steps(4);
+  for (cv::Mat& step : steps) {
+    step = cv::Mat(size, CV_8U);
+    random.fill(step, cv::RNG::UNIFORM, 20, 200);
+  }
+  ScanDecodingSettings const settings = smallProjector();
+  auto const pixelsPerRadian = static_cast<float>(settings.period / (2 * pi));
+  auto const closed = [&](std::vector<int> const& begins) {
+    cv::RNG same(5);
+    ScanMaps maps = mapsOf(
+        size, [](int x, int y) { return 100 + 0.2 * x + (y > 70 && x > 150 && x < 230 ? 9.0 : 0.0); },
+        [&](int, int) { return same.uniform(0, 1500) == 0 ? pixel_state::noCode : pixel_state::trusted; });
+    CalmChunks calm(size);
+    cv::Mat_<float> coordinates(size, 1e6F);
+    int found = 0;
+    for (std::size_t i = 0; i + 1 < begins.size(); ++i) {
+      CalmWalk walk(maps, pixelsPerRadian, calm, coordinates);
+      for (int y = begins[i]; y < begins[i + 1]; ++y) {
+        walk.read(y);
+        found += calm.isAlong(y, 1, 2) ? 1 : 0;
+      }
+    }
+    EXPECT_EQ(found > size.height / 2, !begins.empty());
+    closeEdges(steps, settings, calm, maps, coordinates, Progress());
+    return std::make_pair(maps.state.inner.clone(), coordinates);
+  };
+  auto const [states, coordinates] = closed({});
+  EXPECT_GT(cv::countNonZero(states == static_cast<int>(pixel_state::edge)), 300);
+  for (std::vector<int> const& begins : {std::vector<int>{0, 150}, std::vector<int>{0, 37, 64, 150}}) {
+    auto const [otherStates, otherCoordinates] = closed(begins);
+    EXPECT_EQ(cv::countNonZero(states != otherStates), 0);
+    EXPECT_EQ(cv::countNonZero(coordinates != otherCoordinates), 0);
   }
 }
 

@@ -29,11 +29,14 @@ void settleBand(ScanMaps& maps, int firstRow, int endRow, int reach) {
   int const width = 2 * (reach / 2) + 1;
   // What the closing of these rows depends on.
   int const top = std::max(0, firstRow - width);
-  int const bottom = std::min(maps.contrast.rows, endRow + width);
+  int const bottom = std::min(maps.size().height, endRow + width);
   cv::Mat const kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(width, width));
-  cv::Mat_<uchar> lit;
+  cv::Mat_<uchar> lit(bottom - top, maps.size().width);
+  for (int y = top; y < bottom; ++y) {
+    maps.contrast.readRow(y, lit[y - top]);
+  }
   constexpr int isolated = cv::BORDER_CONSTANT | cv::BORDER_ISOLATED;
-  cv::dilate(maps.contrast.rowRange(top, bottom), lit, kernel, {-1, -1}, 1, isolated);
+  cv::dilate(lit, lit, kernel, {-1, -1}, 1, isolated);
   cv::erode(lit, lit, kernel, {-1, -1}, 1, isolated);
   for (int y = firstRow; y < endRow; ++y) {
     settleRow(lit[y - top], lit.cols, maps.state.inner[y]);

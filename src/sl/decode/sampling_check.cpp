@@ -19,8 +19,7 @@ namespace vorn::mv::sl {
 
 namespace {
 
-/// Camera pixels between the codes that are compared.
-constexpr int reach = 8;
+constexpr int reach = samplingReach;
 /// Of every so many columns and rows one is looked at; what is compared across lies in such rows, too, so
 /// that no others are read.
 constexpr int gridColumns = 4;
@@ -43,7 +42,7 @@ public:
       : maps_(maps), count_(settings.stripeCount()), laterBits_(((1 << codeImages) - 1) & ~1) {}
 
   bool hasContrast(int y, int x) const {
-    return maps_.contrast(y, x) != 0 && maps_.state.inner(y, x) != pixel_state::clipped;
+    return maps_.contrast.isSet(y, x) && maps_.state.inner(y, x) != pixel_state::clipped;
   }
 
   /// -1: none

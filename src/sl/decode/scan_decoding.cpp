@@ -15,6 +15,7 @@
 #include "core/simd.hpp"
 #include "sl/coding/code_check.hpp"
 #include "sl/decode/absolute_phase.hpp"
+#include "sl/decode/calm_chunks.hpp"
 #include "sl/decode/contrast_mask.hpp"
 #include "sl/decode/doubtful_growth.hpp"
 #include "sl/decode/hole_filling.hpp"
@@ -62,12 +63,22 @@ float ownPhase(std::vector<cv::Mat> const& images, std::array<float, 4> const& f
   return isModulated && !isClipped ? correctedPhase(v[0], v[1], v[2], v[3], flicker) : noPhase;
 }
 
+/// Whether any of some states is open, or of unsettled contrast.
+VORN_TARGET_CLONES
+bool hasOpen(uchar const* state, int n) {
+  uchar all = 0;
+  for (int x = 0; x < n; ++x) {
+    all = static_cast<uchar>(all | state[x]);
+  }
+  return pixel_state::isOpen(all);
+}
+
 class Decoding {
 public:
   Decoding(std::vector<cv::Mat> const& images, ScanDecodingSettings const& settings, ScanMaps& maps,
            Progress const& progress)
       : images_(images), phaseImages_(images.begin(), images.begin() + StripeCode::phaseImages),
-        settings_(settings), maps_(maps), progress_(progress) {}
+        settings_(settings), maps_(maps), progress_(progress), calm_(images[0].size()) {}
 
   void balanceLight() {
     maps_.create(images_[0].size());
@@ -82,25 +93,10 @@ public:
       blurPhases();
     }
     PhaseSource const source = settings_.phaseBlurRadius > 0 ? PhaseSource::Map : PhaseSource::Images;
-    parallelRows(
-        maps_.size().height, rowsBetweenAskings, progress_.part(0.2, 0.45), "decoding",
-        [&](int firstRow, int endRow) {
-          PixelReader const reader(images_, settings_, flicker_);
-          StripeBridging bridging(settings_, StripeSpacing(settings_.period), stripeBorderReach, maps_);
-          for (int y = firstRow; y < endRow; ++y) {
-            reader.read(y, source,
-                        {maps_.wrapped.inner[y], maps_.order.inner[y], maps_.reading.inner[y],
-                         maps_.contrast[y], maps_.state.inner[y]});
-            // What reading leaves bridging finds in the cache.
-            uchar const* const state = maps_.state.inner[y];
-            auto const width = static_cast<std::size_t>(maps_.size().width);
-            uchar& isUnsettled = hasUnsettled_[static_cast<std::size_t>(y)];
-            isUnsettled = std::memchr(state, pixel_state::unsettledContrast, width) != nullptr ? 1 : 0;
-            if (isUnsettled == 0 && settings_.rules.bridging) {
-              bridging.alongRow(y);
-            }
-          }
-        });
+    coordinates_.create(maps_.size());
+    wishLargePages(coordinates_.data, coordinates_.total() * sizeof(float));
+    parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.2, 0.45), "decoding",
+                 [&](int firstRow, int endRow) { readRows(source, firstRow, endRow); });
   }
 
   void checkSampling() const {
@@ -126,7 +122,7 @@ public:
                      }
                    }
                  });
-    bridgeColumns(settings_, StripeSpacing(settings_.period), maps_, progress_.part(0.52, 0.55));
+    bridgeColumns(settings_, StripeSpacing(settings_.period), &calm_, maps_, progress_.part(0.52, 0.55));
   }
 
   void grow() {
@@ -139,9 +135,8 @@ public:
     if (settings_.rules.growth && settings_.rules.doubtfulGrowth) {
       dropDoubtfulGrowth(maps_, progress_.part(0.75, 0.8));
     }
-    DecodedScan scan{cv::Mat_<float>(maps_.size()), cv::Mat_<uchar>(), 0};
-    wishLargePages(scan.coordinates.data, scan.coordinates.total() * sizeof(float));
-    closeEdges(phaseImages_, settings_, maps_, scan.coordinates, progress_.part(0.8, 0.9));
+    DecodedScan scan{coordinates_, cv::Mat_<uchar>(), 0};
+    closeEdges(phaseImages_, settings_, calm_, maps_, scan.coordinates, progress_.part(0.8, 0.9));
     if (settings_.rules.weakRims) {
       carryOnOverRims(magnitudesOf(phaseImages_), settings_, maps_, scan.coordinates);
     }
@@ -189,6 +184,41 @@ public:
   }
 
 private:
+  /// What reading leaves in the cache, bridging and the search for calm pieces find there.
+  void readRows(PhaseSource source, int firstRow, int endRow) {
+    PixelReader const reader(images_, settings_, flicker_);
+    StripeBridging bridging(settings_, StripeSpacing(settings_.period), stripeBorderReach, maps_);
+    CalmWalk calm(maps_, static_cast<float>(settings_.period / CV_2PI), calm_, coordinates_);
+    std::vector<int> reading(static_cast<std::size_t>(maps_.size().width + 2 * PaddedMap<int>::pad));
+    std::vector<uchar> contrast(reading.size());
+    for (int y = firstRow; y < endRow; ++y) {
+      uchar const* const state = maps_.state.inner[y];
+      reader.read(y, source,
+                  {maps_.wrapped.inner[y], maps_.order.inner[y], reading.data(), contrast.data(),
+                   maps_.state.inner[y]});
+      maps_.contrast.putRow(y, contrast.data());
+      auto const width = static_cast<std::size_t>(maps_.size().width);
+      uchar& isUnsettled = hasUnsettled_[static_cast<std::size_t>(y)];
+      isUnsettled = std::memchr(state, pixel_state::unsettledContrast, width) != nullptr ? 1 : 0;
+      if (isUnsettled == 0 && settings_.rules.bridging) {
+        bridging.alongRow(y, reading.data());
+      }
+      keepReading(y, reading.data());
+      calm.read(y);
+    }
+  }
+
+  /// Most pixels are settled by now, and nobody is going to ask for their code images.
+  void keepReading(int y, int const* reading) {
+    uchar const* const state = maps_.state.inner[y];
+    for (int chunk = 0; chunk < calm_.perRow(); ++chunk) {
+      auto const [begin, end] = calm_.pixelsOf(chunk);
+      if (isSampledRow(y) || hasOpen(state + begin, end - begin)) {
+        std::copy(reading + begin, reading + end, maps_.reading.inner[y] + begin);
+      }
+    }
+  }
+
   void blurPhases() {
     PixelReader const reader(images_, settings_, flicker_);
     parallelRows(maps_.size().height, rowsBetweenAskings, progress_.part(0.0, 0.03), "smoothing",
@@ -243,6 +273,8 @@ private:
   ScanDecodingSettings const& settings_;
   ScanMaps& maps_;
   Progress progress_;
+  CalmChunks calm_;
+  cv::Mat_<float> coordinates_;
   std::array<float, 4> flicker_{1.0F, 1.0F, 1.0F, 1.0F};
   std::vector<uchar> hasUnsettled_; ///< for every row, whether the contrast of a pixel is still to be settled
 };

@@ -7,6 +7,7 @@
 #include <opencv2/core/mat.hpp>
 
 #include "core/large_pages.hpp"
+#include "sl/decode/bit_map.hpp"
 #include "sl/decode/pixel_state.hpp"
 
 namespace vorn::mv::sl {
@@ -42,9 +43,9 @@ struct ScanMaps {
   PaddedMap<float> wrapped; ///< phase in [0, 2 pi); `noPhase`: none
   PaddedMap<short>
       order; ///< of the fringe, where `state` is known: the absolute phase is wrapped + 2 pi order
-  PaddedMap<uchar> state;   ///< as in `pixel_state`
-  PaddedMap<int> reading;   ///< of the pixel's code images, as a `CodeReading`
-  cv::Mat_<uchar> contrast; ///< 255: the pixel's code images range far enough
+  PaddedMap<uchar> state; ///< as in `pixel_state`
+  PaddedMap<int> reading; ///< of the code images of open pixels, as a `CodeReading`; of others anything
+  BitMap contrast;        ///< whether the pixel's code images range far enough
 
   void create(cv::Size size) {
     createWithoutCode(size);

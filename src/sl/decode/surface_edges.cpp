@@ -59,35 +59,12 @@ inline bool endsTowards(Side const& outer, float phase, float magnitude, Side co
          (endsBeyond & (magnitude < limits.shadedPart * before));
 }
 
-/// Pixels of a row that are judged together.
-constexpr int chunkLength = 64;
-/// Phases that change by no more than this from pixel to pixel make no edge, near or far or diagonal.
-constexpr float calmStep = 0.6F * piFloat;
+// Nothing in a calm piece is an edge, near or far or diagonal.
 static_assert(calmStep <= jump && 2 * calmStep <= farJump && 2 * calmStep <= diagonalJump);
-
-/// Whether all phases are known, and change by no more than `calmStep` to the next one.
-VORN_TARGET_CLONES
-bool isCalmAlong(float const* phase, int n) {
-  int calm = 0;
-  for (int x = 0; x + 1 < n; ++x) {
-    calm += std::fabs(phase[x + 1] - phase[x]) <= calmStep ? 1 : 0;
-  }
-  return calm == n - 1;
-}
-
-/// Whether all phases change by no more than `calmStep` from one row to the next.
-VORN_TARGET_CLONES
-bool isCalmAcross(float const* phase, float const* below, int n) {
-  int calm = 0;
-  for (int x = 0; x < n; ++x) {
-    calm += std::fabs(below[x] - phase[x]) <= calmStep ? 1 : 0;
-  }
-  return calm == n;
-}
 
 /// What is kept of the rows around the one that is judged.
 constexpr int ringRows = 5;
-constexpr int pad = 2;
+constexpr int pad = CalmChunks::pad;
 
 struct EdgeRows {
   float const* phase[ringRows]; ///< absolute; the middle row is the one that is judged
@@ -104,8 +81,9 @@ struct EdgeRows {
 };
 
 /// Whether each pixel of a row lies on an edge, 1 or 0.
+/// @return whether any does
 VORN_TARGET_CLONES
-void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __restrict isEdge) {
+bool edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __restrict isEdge) {
   float const* const p = rows.phase[2];
   float const* const above1 = rows.phase[1];
   float const* const above2 = rows.phase[0];
@@ -117,6 +95,7 @@ void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __res
   float const* const mBelow1 = rows.magnitude[3];
   float const* const mBelow2 = rows.magnitude[4];
   EdgeLimits const w = limits;
+  uchar any = 0;
   VORN_INDEPENDENT_ITERATIONS
   for (int x = 0; x < n; ++x) {
     float const c = p[x];
@@ -130,7 +109,9 @@ void edgeRow(EdgeRows const& rows, EdgeLimits const& limits, int n, uchar* __res
         (std::fabs(above1[x - 1] - c) > w.diagonalJump) | (std::fabs(above1[x + 1] - c) > w.diagonalJump) |
         (std::fabs(below1[x - 1] - c) > w.diagonalJump) | (std::fabs(below1[x + 1] - c) > w.diagonalJump);
     isEdge[x] = edge ? 1 : 0;
+    any = static_cast<uchar>(any | isEdge[x]);
   }
+  return any != 0;
 }
 
 /// Twice the amplitude; negative where the pixel is clipped.
@@ -158,11 +139,13 @@ void closeRow(uchar const* isEdge, int n, uchar* __restrict state) {
   }
 }
 
+/// @param absolute phases, unknown ones as NaN
 VORN_TARGET_CLONES
-void coordinatesOfRow(float const* absolute, uchar const* state, float pixelsPerRadian, int n,
-                      float* __restrict coordinates) {
+void coordinatesOf(float const* absolute, uchar const* isEdge, float pixelsPerRadian, int n,
+                   float* __restrict coordinates) {
   for (int x = 0; x < n; ++x) {
-    coordinates[x] = state[x] >= pixel_state::knownBit ? absolute[x] * pixelsPerRadian : noPhase;
+    float const p = absolute[x];
+    coordinates[x] = (p == p) & (isEdge[x] == 0) ? p * pixelsPerRadian : noPhase;
   }
 }
 
@@ -188,16 +171,17 @@ struct CoordinateTarget {
   float pixelsPerRadian = 0.0F;
 };
 
-/// Walks down some rows with the absolute phases and magnitudes of five rows in the cache.
+/// Walks down some rows with the absolute phases and magnitudes of five rows in the cache, as far as there
+/// may be edges.
 class EdgeWalk {
 public:
-  EdgeWalk(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
-           cv::Mat_<uchar> const& seams, CoordinateTarget const& target)
-      : magnitudes_(magnitudes), maps_(maps), seams_(seams), target_(target), limits_(limitsOf(rules)),
-        phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
-        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F), hasMagnitude_(ringRows, chunks()),
-        calmAlong_(ringRows, chunks()), calmAcross_(ringRows, chunks()),
-        isEdge_(static_cast<std::size_t>(maps.size().width)) {}
+  EdgeWalk(MagnitudeSource const& magnitudes, DecodingRules const& rules, CalmChunks const& calm,
+           ScanMaps& maps, cv::Mat_<uchar> const& seams, CoordinateTarget const& target)
+      : magnitudes_(magnitudes), calm_(calm), maps_(maps), seams_(seams), target_(target),
+        limits_(limitsOf(rules)), phase_(ringRows, maps.size().width + 2 * pad, unknownPhase),
+        magnitude_(ringRows, maps.size().width + 2 * pad, -1.0F), hasPhase_(ringRows, calm.perRow()),
+        hasMagnitude_(ringRows, calm.perRow()), calmness_(ringRows, calm.perRow()),
+        isEdge_(edgeRows, maps.size().width) {}
 
   void walk(int block) {
     block_ = block;
@@ -209,12 +193,22 @@ public:
     for (int y = first; y < end; ++y) {
       load(y + pad);
       judge(y);
+      // Only now, as phases of that row may have been asked for until here.
+      if (y - pad >= first) {
+        close(y - pad);
+      }
+    }
+    for (int y = std::max(first, end - pad); y < end; ++y) {
+      close(y);
     }
   }
 
 private:
+  /// Rows that wait for their edges to be closed, and the one that is judged.
+  static constexpr int edgeRows = pad + 1;
+  static constexpr uchar allCalm = CalmChunks::along | CalmChunks::across;
+
   static EdgeLimits limitsOf(DecodingRules const& rules);
-  int chunks() const { return (maps_.size().width + chunkLength - 1) / chunkLength; }
   static int slot(int y) { return (y + ringRows) % ringRows; } // rows begin at -2
 
   /// The states of a row before any edge was closed.
@@ -228,47 +222,65 @@ private:
   }
 
   void load(int y) {
-    float* const phase = phase_[slot(y)] + pad;
-    int const n = maps_.size().width;
     if (y < 0 || y >= maps_.size().height) {
-      std::fill_n(phase, n, unknownPhase);
+      int const n = maps_.size().width;
+      std::fill_n(phase_[slot(y)] + pad, n, unknownPhase);
       std::fill_n(magnitude_[slot(y)] + pad, n, -1.0F);
+      hasPhase_.row(slot(y)).setTo(1);
       hasMagnitude_.row(slot(y)).setTo(1);
-      calmAlong_.row(slot(y)).setTo(0);
-      calmAcross_.row(slot(y)).setTo(0);
+      calmness_.row(slot(y)).setTo(0);
       return;
     }
-    absoluteRow(maps_.wrapped.inner[y], maps_.order.inner[y], stateBefore(y), n, phase);
+    hasPhase_.row(slot(y)).setTo(0);
     hasMagnitude_.row(slot(y)).setTo(0);
-    // Of a chunk with the two pixels beside it that decide on its first and last ones.
-    float const* const above = phase_[slot(y - 1)] + pad;
-    for (int chunk = 0; chunk < chunks(); ++chunk) {
-      int const x = chunk * chunkLength - pad;
-      int const length = std::min(chunkLength, n - chunk * chunkLength) + 2 * pad;
-      calmAlong_(slot(y), chunk) = isCalmAlong(phase + x, length) ? 1 : 0;
-      calmAcross_(slot(y), chunk) = isCalmAcross(above + x, phase + x, length) ? 1 : 0;
+    for (int chunk = 0; chunk < calm_.perRow(); ++chunk) {
+      uchar const known = calm_.at(y, chunk);
+      calmness_(slot(y), chunk) = known == allCalm ? allCalm : calmnessOf(y, chunk, known);
     }
   }
 
-  /// The magnitudes of a chunk of a row and of the two pixels on either side of it: only where phases change
-  /// much are they asked for. The row's edges may be closed by now, which makes no pixel clipped.
+  /// Looks for what is not `known` yet of a piece of a row.
+  uchar calmnessOf(int y, int chunk, uchar known) {
+    auto const [begin, end] = calm_.pixelsOf(chunk);
+    int const n = end - begin + 2 * pad;
+    loadPhase(y, chunk);
+    float const* const phase = phase_[slot(y)] + begin; // with two pixels before
+    if ((known & CalmChunks::along) == 0 && !isCalmAlong(phase, n)) {
+      return 0;
+    }
+    loadPhase(y - 1, chunk);
+    return isCalmAcross(phase_[slot(y - 1)] + begin, phase, n) ? allCalm : CalmChunks::along;
+  }
+
+  /// The phases of a piece of a row and of the two pixels on either side of it: only where they may change
+  /// much are they asked for.
+  void loadPhase(int y, int chunk) {
+    uchar& hasPhase = hasPhase_(slot(y), chunk);
+    if (hasPhase == 0) {
+      auto const [x, end] = calm_.around(chunk);
+      absoluteRow(maps_.wrapped.inner[y] + x, maps_.order.inner[y] + x, stateBefore(y) + x, end - x,
+                  phase_[slot(y)] + pad + x);
+      hasPhase = 1;
+    }
+  }
+
+  /// The magnitudes likewise. The row's edges may be closed by now, which makes no pixel clipped.
   void loadMagnitude(int y, int chunk) {
     uchar& hasMagnitude = hasMagnitude_(slot(y), chunk);
     if (hasMagnitude == 0) {
-      int const x = std::max(0, chunk * chunkLength - pad);
-      int const end = std::min(maps_.size().width, (chunk + 1) * chunkLength + pad);
+      auto const [x, end] = calm_.around(chunk);
       magnitudes_(y, x, end - x, stateBefore(y) + x, magnitude_[slot(y)] + pad + x);
       hasMagnitude = 1;
     }
   }
 
-  /// Whether there is no edge in a chunk of a row, judging by phases alone.
+  /// Whether there is no edge in a piece of a row, judging by phases alone.
   bool isCalm(int y, int chunk) const {
-    uchar calm = calmAlong_(slot(y - pad), chunk);
+    auto calm = static_cast<uchar>(calmness_(slot(y - pad), chunk) | CalmChunks::across);
     for (int row = y - pad + 1; row <= y + pad; ++row) {
-      calm = static_cast<uchar>(calm & calmAlong_(slot(row), chunk) & calmAcross_(slot(row), chunk));
+      calm = static_cast<uchar>(calm & calmness_(slot(row), chunk));
     }
-    return calm != 0;
+    return calm == allCalm;
   }
 
   void judge(int y) {
@@ -277,25 +289,36 @@ private:
       rows.phase[k] = phase_[slot(y - pad + k)] + pad;
       rows.magnitude[k] = magnitude_[slot(y - pad + k)] + pad;
     }
-    int const n = maps_.size().width;
-    for (int x = 0; x < n; x += chunkLength) {
-      int const length = std::min(chunkLength, n - x);
-      if (isCalm(y, x / chunkLength)) {
-        std::fill_n(isEdge_.begin() + x, length, uchar{0});
-      } else {
+    uchar* const isEdge = isEdge_[y % edgeRows];
+    bool& hasEdges = hasEdges_[static_cast<std::size_t>(y % edgeRows)];
+    hasEdges = false;
+    std::fill_n(isEdge, isEdge_.cols, uchar{0});
+    for (int chunk = 0; chunk < calm_.perRow(); ++chunk) {
+      auto const [x, end] = calm_.pixelsOf(chunk);
+      bool const isDone = isCalm(y, chunk);
+      if (!isDone) {
         for (int row = y - pad; row <= y + pad; ++row) {
-          loadMagnitude(row, x / chunkLength);
+          loadPhase(row, chunk);
+          loadMagnitude(row, chunk);
         }
-        edgeRow(rows.from(x), limits_, length, isEdge_.data() + x);
+        hasEdges = edgeRow(rows.from(x), limits_, end - x, isEdge + x) || hasEdges;
+      }
+      bool const isWritten = isDone && (calm_.at(y, chunk) & CalmChunks::along) != 0;
+      if (target_.map != nullptr && !isWritten) {
+        coordinatesOf(rows.phase[pad] + x, isEdge + x, target_.pixelsPerRadian, end - x,
+                      (*target_.map)[y] + x);
       }
     }
-    closeRow(isEdge_.data(), n, maps_.state.inner[y]);
-    if (target_.map != nullptr) {
-      coordinatesOfRow(rows.phase[2], maps_.state.inner[y], target_.pixelsPerRadian, n, (*target_.map)[y]);
+  }
+
+  void close(int y) {
+    if (hasEdges_[static_cast<std::size_t>(y % edgeRows)]) {
+      closeRow(isEdge_[y % edgeRows], isEdge_.cols, maps_.state.inner[y]);
     }
   }
 
   MagnitudeSource const& magnitudes_;
+  CalmChunks const& calm_;
   ScanMaps& maps_;
   cv::Mat_<uchar> const& seams_;
   CoordinateTarget target_;
@@ -303,10 +326,11 @@ private:
   EdgeLimits limits_;
   cv::Mat_<float> phase_;
   cv::Mat_<float> magnitude_;
-  cv::Mat_<uchar> hasMagnitude_; ///< for each chunk of the rows that are kept
-  cv::Mat_<uchar> calmAlong_;    ///< for each chunk of the rows that are kept
-  cv::Mat_<uchar> calmAcross_;   ///< to the row above
-  std::vector<uchar> isEdge_;
+  cv::Mat_<uchar> hasPhase_; ///< for each piece of the rows that are kept
+  cv::Mat_<uchar> hasMagnitude_;
+  cv::Mat_<uchar> calmness_; ///< as `CalmChunks` has it
+  cv::Mat_<uchar> isEdge_;
+  std::array<bool, edgeRows> hasEdges_{};
 };
 
 EdgeLimits EdgeWalk::limitsOf(DecodingRules const& rules) {
@@ -325,12 +349,12 @@ MagnitudeSource magnitudesAs(std::vector<cv::Mat> const& images) {
   };
 }
 
-void walkAll(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
-             CoordinateTarget const& target, Progress const& progress) {
+void walkAll(MagnitudeSource const& magnitudes, DecodingRules const& rules, CalmChunks const& calm,
+             ScanMaps& maps, CoordinateTarget const& target, Progress const& progress) {
   cv::Mat_<uchar> const seams = copySeams(maps.state.inner);
   constexpr int blocksBetweenAskings = 8;
   parallelRows(seams.rows / (2 * pad) - 1, blocksBetweenAskings, progress, "edges", [&](int first, int end) {
-    EdgeWalk walk(magnitudes, rules, maps, seams, target);
+    EdgeWalk walk(magnitudes, rules, calm, maps, seams, target);
     for (int block = first; block < end; ++block) {
       walk.walk(block);
     }
@@ -344,15 +368,16 @@ MagnitudeSource magnitudesOf(std::vector<cv::Mat> const& phaseImages) {
                                          : magnitudesAs<ushort>(phaseImages);
 }
 
-void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
-                cv::Mat_<float>& coordinates, Progress const& progress) {
-  walkAll(magnitudesOf(phaseImages), settings.rules, maps,
+void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings,
+                CalmChunks const& calm, ScanMaps& maps, cv::Mat_<float>& coordinates,
+                Progress const& progress) {
+  walkAll(magnitudesOf(phaseImages), settings.rules, calm, maps,
           {&coordinates, static_cast<float>(settings.period / CV_2PI)}, progress);
 }
 
 void closeEdges(MagnitudeSource const& magnitudes, DecodingRules const& rules, ScanMaps& maps,
                 Progress const& progress) {
-  walkAll(magnitudes, rules, maps, {}, progress);
+  walkAll(magnitudes, rules, CalmChunks(maps.size()), maps, {}, progress);
 }
 
 } // namespace vorn::mv::sl

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/progress.hpp"
+#include "sl/decode/calm_chunks.hpp"
 #include "sl/decode/decoding_settings.hpp"
 #include "sl/decode/scan_maps.hpp"
 
@@ -17,9 +18,11 @@ namespace vorn::mv::sl {
 /// coordinate. It is told by a jump of the absolute phase beside it, or by a loss of amplitude where the
 /// known phases end.
 /// @param phaseImages P0 to P3
+/// @param calm        pieces of rows known to be calm, whose coordinates are written
 /// @param coordinates takes projector pixels, `noPhase` where there is none
-void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings, ScanMaps& maps,
-                cv::Mat_<float>& coordinates, Progress const& progress);
+void closeEdges(std::vector<cv::Mat> const& phaseImages, ScanDecodingSettings const& settings,
+                CalmChunks const& calm, ScanMaps& maps, cv::Mat_<float>& coordinates,
+                Progress const& progress);
 
 /// What pixels of a row show of the fringes, asked for where an edge may be.
 /// @param y, x, n the row, the first pixel and how many there are

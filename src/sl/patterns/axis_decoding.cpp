@@ -113,7 +113,7 @@ void AxisDecoding::bridgeStripes(ScanMaps& maps, Progress const& progress) const
       bridging.alongRow(y);
     }
   });
-  bridgeColumns(settings, stripes, maps, progress.part(0.5, 1.0));
+  bridgeColumns(settings, stripes, nullptr, maps, progress.part(0.5, 1.0));
 }
 
 /// Pixels at the edge of a surface mix the light of two, and show neither's coordinate.
