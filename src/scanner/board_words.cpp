@@ -21,8 +21,8 @@ std::string withCorners(std::string const& text) {
   };
   for (std::size_t at = text.find(dot); at != std::string::npos; at = text.find(dot, at + 1)) {
     std::size_t const end = at + dot.size();
-    bool const isWord = (at == 0 || !isLetter(at - 1)) &&
-                        (!isLetter(end) || (text[end] == 's' && !isLetter(end + 1)));
+    bool const isWord =
+        (at == 0 || !isLetter(at - 1)) && (!isLetter(end) || (text[end] == 's' && !isLetter(end + 1)));
     if (isWord) {
       words += text.substr(from, at - from) + "corner";
       from = end;

@@ -105,6 +105,7 @@ TEST_F(DetectTarget, TakesEveryDepthAndPolarity) {
   grey.convertTo(holed, CV_32F);
   holed.row(3).setTo(std::numeric_limits<float>::quiet_NaN());
   expectAlike(holed);
+  EXPECT_TRUE(std::isnan(holed.at<float>(3, 5))) << "the caller's image stays as it is";
   cv::Mat glints; // pixels that stand at the end of the scale, far above all that the target shows
   grey.convertTo(glints, CV_16U, 4);
   for (int i = 0; i < 40; ++i) {

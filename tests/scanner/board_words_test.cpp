@@ -8,8 +8,9 @@ namespace vorn::mv {
 namespace {
 
 TEST(BoardWords, SpeakOfCornersWhereDotsAreMeant) {
-  EXPECT_EQ(withCorners("dots of view 3: 12 dots, the worst dot (dot 7) is a dotted line's, anecdote, dot"),
-            "corners of view 3: 12 corners, the worst corner (corner 7) is a dotted line's, anecdote, corner");
+  EXPECT_EQ(
+      withCorners("dots of view 3: 12 dots, the worst dot (dot 7) is a dotted line's, anecdote, dot"),
+      "corners of view 3: 12 corners, the worst corner (corner 7) is a dotted line's, anecdote, corner");
   EXPECT_EQ(withCorners(""), "");
   Calibration calibration;
   calibration.views.resize(1);

@@ -57,7 +57,9 @@ GreyImage greyImage(cv::Mat const& image, char const* context) {
         context);
   }
   cv::Mat grey = image;
-  if (grey.depth() != CV_8U) {
+  if (grey.depth() == CV_32F) {
+    grey = image.clone(); // to be changed
+  } else if (grey.depth() != CV_8U) {
     grey.convertTo(grey, CV_32F);
   }
   if (grey.channels() == 3) {
@@ -68,10 +70,13 @@ GreyImage greyImage(cv::Mat const& image, char const* context) {
   }
   auto const [low, high] = tails(grey);
   double const scale = high > low ? white / (static_cast<double>(high) - low) : 0.0;
-  cv::patchNaNs(grey, low);
+  if (image.depth() != CV_16U) {
+    cv::patchNaNs(grey, low);
+  }
   GreyImage stretched;
   grey.convertTo(stretched.bytes, CV_8U, scale, -scale * low);
-  grey.convertTo(stretched.deep, CV_32F, scale, -scale * low);
+  grey.convertTo(grey, CV_32F, scale, -scale * low); // in its place: new memory costs as much as the work
+  stretched.deep = grey;
   return stretched;
 }
 
