@@ -135,6 +135,33 @@ TEST_F(LaserAdjustmentTest, FollowsABentTarget) {
   }
 }
 
+/// What is not known of a bent target's shape is part of the planes' error and of the lens's, and foretold.
+TEST_F(LaserAdjustmentTest, ForetellsWhatABentTargetCosts) {
+  constexpr int runs = 12;
+  lineNoise = 0.01;
+  double const half = rig.pitch * rig.halfColumns;
+  rig.deviation = [half](cv::Vec2d const& dot) { return cv::Vec3d(0, 0, 0.5 * std::pow(dot[0] / half, 2)); };
+  double planes2 = 0;
+  double foretold2 = 0;
+  double lens2 = 0;
+  double lensForetold2 = 0;
+  AdjustmentSettings smooth;
+  smooth.shape = AdjustmentSettings::Shape::Smooth;
+  for (int run = 0; run < runs; ++run) {
+    LaserAdjustment const found = adjusted(views(5, 300 + static_cast<std::uint64_t>(run)), smooth);
+    for (std::size_t p = 0; p < 2; ++p) {
+      planes2 += std::pow(errorOf(found.planes[p], lasers[p]), 2);
+      foretold2 += std::pow(found.planes[p].sigma, 2);
+    }
+    lens2 += std::pow(found.camera.models[0].getK().at<double>(0, 0) - rig.camera.K(0, 0), 2);
+    lensForetold2 += std::pow(found.camera.sigmas[0], 2);
+  }
+  EXPECT_GT(std::sqrt(planes2 / foretold2), 0.7);
+  EXPECT_LT(std::sqrt(planes2 / foretold2), 1.3);
+  EXPECT_GT(std::sqrt(lens2 / lensForetold2), 0.7);
+  EXPECT_LT(std::sqrt(lens2 / lensForetold2), 1.3);
+}
+
 /// Over many draws the planes scatter by what is foretold of them, and lines that are exact make the lens and
 /// the poses better too.
 TEST_F(LaserAdjustmentTest, ForetellsItsOwnError) {

@@ -91,11 +91,8 @@ public:
       : settings_(settings), progress_(progress) {
     result_.camera = std::move(camera);
     bundle_.dots = solvedBundle(dotsOf(views), result_.camera);
-    // The shape is known from the dots.
-    bundle_.dots.shape = ShapeBasis(ShapeBasis::Level::Flat, bundle_.dots.target);
-    bundle_.dots.shapeParameters.resize(0);
     bundle_.dots.sigma[0] = result_.camera.noise.camera0;
-    bundle_.surface = SurfaceHeight(result_.camera.shape);
+    bundle_.surface = SurfaceHeight(result_.camera.shape, bundle_.dots);
     for (LaserAdjustmentView const& view : views) {
       bundle_.lines.emplace_back();
       for (auto const& line : view.lines) {
@@ -185,8 +182,12 @@ private:
     bundle_ = before;
     Eigen::VectorXd const common = step * share;
     bundle_.dots.devices[0].move(common.data());
+    if (int const shape = bundle_.dots.shape.parameterCount(); shape > 0) {
+      bundle_.dots.shapeParameters += common.segment(bundle_.cameraCount(), shape);
+      bundle_.surface.reshape(bundle_.dots.shapeParameters);
+    }
     for (std::size_t p = 0; p < bundle_.planes.size(); ++p) {
-      bundle_.planes[p] = before.planes[p].moved(common.data() + bundle_.cameraCount() + 3 * p);
+      bundle_.planes[p] = before.planes[p].moved(common.data() + bundle_.dotsCount() + 3 * p);
     }
     for (std::size_t i = 0; i < normal.pose.size(); ++i) {
       PoseVector const slope = normal.poseSlope[i] - normal.mixed[i].transpose() * step;
@@ -212,6 +213,11 @@ private:
       cv::Matx33d const K(numbers.fx, 0, numbers.cx, 0, numbers.fy, numbers.cy, 0, 0, 1);
       camera.models[0] = cameraModelOf(cv::Mat(K), D, start.getResolution(), start.getCalibError());
     }
+    for (std::size_t dot = 0; dot < camera.shape.deviations.size() && bundle_.dots.shapeParameters.size() > 0;
+         ++dot) {
+      camera.shape.deviations[dot] +=
+          cv::Point3d(bundle_.dots.shape.deviation(static_cast<int>(dot), bundle_.dots.shapeParameters));
+    }
     for (std::size_t i = 0; i < camera.poses.size(); ++i) {
       camera.poses[i] = bundle_.dots.views[i].dev0_from_target.matrix();
     }
@@ -221,17 +227,18 @@ private:
     Eigen::MatrixXd const own = commonCovarianceOf(normalEquationsOf(bundle_));
     int const camera = bundle_.cameraCount();
     auto const planes = static_cast<int>(bundle_.planes.size());
-    // Three numbers of a plane to four.
-    Eigen::MatrixXd expand = Eigen::MatrixXd::Zero(camera + 4 * planes, camera + 3 * planes);
+    int const shape = bundle_.dots.shape.parameterCount();
+    // Three numbers of a plane to four, and none of the shape.
+    Eigen::MatrixXd expand = Eigen::MatrixXd::Zero(camera + 4 * planes, camera + shape + 3 * planes);
     expand.topLeftCorner(camera, camera).setIdentity();
     result_.parameters = result_.camera.parameters;
     for (int p = 0; p < planes; ++p) {
       cv::Matx<double, 3, 2> const tangents = bundle_.planes[static_cast<std::size_t>(p)].tangents();
       for (int k = 0; k < 3; ++k) {
-        expand(camera + 4 * p + k, camera + 3 * p) = tangents(k, 0);
-        expand(camera + 4 * p + k, camera + 3 * p + 1) = tangents(k, 1);
+        expand(camera + 4 * p + k, camera + shape + 3 * p) = tangents(k, 0);
+        expand(camera + 4 * p + k, camera + shape + 3 * p + 1) = tangents(k, 1);
       }
-      expand(camera + 4 * p + 3, camera + 3 * p + 2) = 1;
+      expand(camera + 4 * p + 3, camera + shape + 3 * p + 2) = 1;
       for (char const* name : {"nx_", "ny_", "nz_", "d_"}) {
         result_.parameters.push_back(name + std::to_string(p));
       }

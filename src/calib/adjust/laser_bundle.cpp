@@ -19,9 +19,9 @@ namespace {
 class LinePoint {
 public:
   /// @param scene a point that its ray meets the target in
-  LinePoint(BundleView const& view, LaserPlane const& plane, Projection const& projection,
-            cv::Point2d const& ray, cv::Vec3d const& scene)
-      : view_(view), plane_(plane), ray_(ray.x, ray.y, 1), scene_(scene) {
+  LinePoint(LaserBundle const& bundle, BundleView const& view, LaserPlane const& plane,
+            Projection const& projection, cv::Point2d const& ray, cv::Vec3d const& scene)
+      : bundle_(bundle), view_(view), plane_(plane), ray_(ray.x, ray.y, 1), scene_(scene) {
     cv::Matx33d const& R = view.dev0_from_target.R;
     facing_ = {R(0, 2), R(1, 2), R(2, 2)};
     along_ = plane.normal.dot(ray_) / facing_.dot(ray_);
@@ -38,8 +38,10 @@ public:
   double residual() const { return (plane_.distance - plane_.normal.dot(scene_)) * scale_; }
 
   /// What the place on the plane changes by, less what the plane moves by.
+  /// @param plane the first column of the plane's parameters
   template <class Row>
-  void fill(std::vector<int> const& freeParameters, int plane, Row&& row) const {
+  void fill(int plane, Row&& row) const {
+    std::vector<int> const& freeParameters = bundle_.dots.devices[0].freeParameters;
     cv::Vec2d const byPixel = byPixel_ * scale_;
     for (std::size_t i = 0; i < freeParameters.size(); ++i) {
       // A pixel that stays sees along another ray.
@@ -52,6 +54,11 @@ public:
     row[plane + 2] = -scale_;
     cv::Vec3d const turn = facing_.cross(view_.dev0_from_target.t - scene_) * (along_ * scale_);
     cv::Vec3d const shift = facing_ * (along_ * scale_);
+    if (int const shape = bundle_.dots.shape.parameterCount(); shape > 0) {
+      cv::Vec3d const onTarget = view_.dev0_from_target.R.t() * (scene_ - view_.dev0_from_target.t);
+      row.segment(bundle_.cameraCount(), shape) =
+          bundle_.surface.byShape(onTarget[0], onTarget[1]) * (along_ * scale_);
+    }
     Eigen::Index const pose = row.size() - 6;
     for (int k = 0; k < 3; ++k) {
       row[pose + k] = turn[k];
@@ -60,6 +67,7 @@ public:
   }
 
 private:
+  LaserBundle const& bundle_;
   BundleView const& view_;
   LaserPlane const& plane_;
   cv::Vec3d ray_;
@@ -81,7 +89,7 @@ void forEachPoint(LaserBundle const& bundle, Body const& body) {
     for (std::size_t p = 0; p < rays[i].size(); ++p) {
       for (cv::Point2d const& ray : rays[i][p]) {
         if (auto const scene = onTarget(bundle, view, ray)) {
-          body(i, p, LinePoint(view, bundle.planes[p], projection, ray, *scene));
+          body(i, p, LinePoint(bundle, view, bundle.planes[p], projection, ray, *scene));
         }
       }
     }
@@ -99,7 +107,7 @@ cv::Mat coefficients(Lens const& lens) {
 
 } // namespace
 
-SurfaceHeight::SurfaceHeight(TargetShape const& shape) {
+SurfaceHeight::SurfaceHeight(TargetShape const& shape, Bundle const& dots) {
   if (shape.kind == TargetShape::Kind::Flat || shape.objPnts.empty()) {
     return;
   }
@@ -119,13 +127,17 @@ SurfaceHeight::SurfaceHeight(TargetShape const& shape) {
   }
   auto const count = static_cast<Eigen::Index>(shape.objPnts.size());
   Eigen::MatrixXd rows(count, (degree_ + 1) * (degree_ + 2) / 2);
-  Eigen::VectorXd heights(count);
+  Eigen::MatrixXd heights(count, 1 + dots.shape.parameterCount());
   for (Eigen::Index i = 0; i < count; ++i) {
     auto const dot = static_cast<std::size_t>(i);
     rows.row(i) = terms(shape.objPnts[dot].x, shape.objPnts[dot].y).transpose();
-    heights[i] = shape.deviations[dot].z;
+    heights(i, 0) = shape.deviations[dot].z;
+    heights.row(i).tail(dots.shape.parameterCount()) = dots.shape.ofDot(static_cast<int>(i)).row(2);
   }
-  coefficients_ = rows.colPivHouseholderQr().solve(heights);
+  Eigen::MatrixXd const solved = rows.colPivHouseholderQr().solve(heights);
+  known_ = solved.col(0);
+  byShape_ = solved.rightCols(dots.shape.parameterCount());
+  coefficients_ = known_;
 }
 
 Eigen::VectorXd SurfaceHeight::terms(double x, double y) const {
@@ -211,34 +223,34 @@ LaserSquares squaresOf(LaserBundle const& bundle) {
 
 NormalEquations normalEquationsOf(LaserBundle const& bundle) {
   NormalEquations const dots = normalEquationsOf(bundle.dots, {});
-  int const camera = bundle.cameraCount();
+  int const ofDots = bundle.dotsCount();
   int const all = bundle.commonCount();
   NormalEquations normal = dots;
   normal.common.setZero(all, all);
-  normal.common.topLeftCorner(camera, camera) = dots.common;
+  normal.common.topLeftCorner(ofDots, ofDots) = dots.common;
   normal.commonSlope.setZero(all);
-  normal.commonSlope.head(camera) = dots.commonSlope;
+  normal.commonSlope.head(ofDots) = dots.commonSlope;
   for (std::size_t i = 0; i < dots.mixed.size(); ++i) {
     normal.mixed[i].setZero(all, 6);
-    normal.mixed[i].topRows(camera) = dots.mixed[i];
+    normal.mixed[i].topRows(ofDots) = dots.mixed[i];
   }
   Eigen::VectorXd row(all + 6);
   forEachPoint(bundle, [&](std::size_t view, std::size_t plane, LinePoint const& point) {
-    int const first = camera + 3 * static_cast<int>(plane);
+    int const first = ofDots + 3 * static_cast<int>(plane);
     row.setZero();
-    point.fill(bundle.dots.devices[0].freeParameters, first, row);
+    point.fill(first, row);
     double const weight = 1 / bundle.planes[plane].sigma;
     row *= weight;
     double const residual = point.residual() * weight;
-    auto const ofCamera = row.head(camera);
+    auto const ofCamera = row.head(ofDots); // and of the shape
     auto const ofPlane = row.segment<3>(first);
     auto const ofPose = row.tail<6>();
-    normal.common.topLeftCorner(camera, camera) += ofCamera * ofCamera.transpose();
-    normal.common.block(first, 0, 3, camera) += ofPlane * ofCamera.transpose();
-    normal.common.block(0, first, camera, 3) += ofCamera * ofPlane.transpose();
+    normal.common.topLeftCorner(ofDots, ofDots) += ofCamera * ofCamera.transpose();
+    normal.common.block(first, 0, 3, ofDots) += ofPlane * ofCamera.transpose();
+    normal.common.block(0, first, ofDots, 3) += ofCamera * ofPlane.transpose();
     normal.common.block<3, 3>(first, first) += ofPlane * ofPlane.transpose();
     normal.commonSlope += row.head(all) * residual;
-    normal.mixed[view].topRows(camera) += ofCamera * ofPose.transpose();
+    normal.mixed[view].topRows(ofDots) += ofCamera * ofPose.transpose();
     normal.mixed[view].middleRows<3>(first) += ofPlane * ofPose.transpose();
     normal.pose[view] += ofPose * ofPose.transpose();
     normal.poseSlope[view] += ofPose * residual;

@@ -20,9 +20,16 @@ namespace vorn::mv {
 class SurfaceHeight {
 public:
   SurfaceHeight() = default;
-  explicit SurfaceHeight(TargetShape const& shape);
+  /// @param dots what the shape is known of, with the ways in which it may be another
+  explicit SurfaceHeight(TargetShape const& shape, Bundle const& dots);
 
   double at(double x, double y) const;
+  /// What the parameters of the bundle's shape move the surface by.
+  Eigen::VectorXd byShape(double x, double y) const { return byShape_.transpose() * terms(x, y); }
+  /// The surface of a bundle with other parameters of its shape.
+  void reshape(Eigen::VectorXd const& shapeParameters) {
+    coefficients_ = known_ + byShape_ * shapeParameters;
+  }
 
 private:
   Eigen::VectorXd terms(double x, double y) const;
@@ -30,6 +37,8 @@ private:
   int degree_ = -1; ///< of the polynomial; below 0: flat
   cv::Point2d middle_;
   double size_ = 1;
+  Eigen::VectorXd known_; ///< the coefficients of the shape as it was found
+  Eigen::MatrixXd byShape_;
   Eigen::VectorXd coefficients_;
 };
 
@@ -48,15 +57,17 @@ struct LaserPlane {
 
 /// All unknowns and observations of an adjustment of a camera and lasers.
 struct LaserBundle {
-  /// The dots, with a shape that is known; one device.
+  /// The dots, with the shape that was found as known, and steps from it; one device.
   Bundle dots;
   SurfaceHeight surface;
   /// By view and laser.
   std::vector<std::vector<std::vector<cv::Point2d>>> lines;
   std::vector<LaserPlane> planes;
 
-  int cameraCount() const { return dots.commonCount(); }
-  int commonCount() const { return cameraCount() + 3 * static_cast<int>(planes.size()); }
+  /// The parameters of the camera, and after them those of the shape.
+  int cameraCount() const { return dots.deviceCount(); }
+  int dotsCount() const { return dots.commonCount(); }
+  int commonCount() const { return dotsCount() + 3 * static_cast<int>(planes.size()); }
 };
 
 /// The rays (x, y, 1) of lines' pixels through a bundle's camera, as its lists.
@@ -75,7 +86,8 @@ struct LaserSquares {
 };
 LaserSquares squaresOf(LaserBundle const& bundle);
 
-/// The normal equations of dots and lines; after the camera's parameters three of each plane.
+/// The normal equations of dots and lines; after the parameters of the camera and the shape three of each
+/// plane.
 NormalEquations normalEquationsOf(LaserBundle const& bundle);
 
 } // namespace vorn::mv

@@ -153,13 +153,6 @@ private:
   int station_ = 0;
 };
 
-/// The weighted derivatives and residuals of a view.
-struct ViewRows {
-  Eigen::MatrixXd slope;
-  Eigen::VectorXd residual;
-  std::vector<int> dots; ///< the target's dot of each two rows
-};
-
 ViewRows viewRowsOf(Bundle const& bundle, DotModel const& model, Columns const& columns,
                     BundleView const& view, std::vector<cv::Matx22d> const* transfers, int device) {
   ViewRows rows;
@@ -224,6 +217,11 @@ std::vector<cv::Matx22d> const* listOf(Transfers const& transfers, std::size_t v
 }
 
 } // namespace
+
+ViewRows viewRowsOf(Bundle const& bundle, Transfers const& transfers, std::size_t view, int device) {
+  return viewRowsOf(bundle, DotModel(bundle), Columns(bundle), bundle.views[view], listOf(transfers, view),
+                    device);
+}
 
 Transfers transfersOf(Bundle const& bundle) {
   Transfers transfers;

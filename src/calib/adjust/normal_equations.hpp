@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include <Eigen/Core>
@@ -49,6 +50,17 @@ Transfers transfersOf(Bundle const& bundle);
 std::vector<std::vector<DotResidual>> residualsOf(Bundle const& bundle, Transfers const& transfers);
 
 Squares squaresOf(Bundle const& bundle, Transfers const& transfers);
+
+/// The weighted derivatives and residuals of a view's dots in one device: by the common parameters, but for a
+/// shape by dot, then by the pose.
+struct ViewRows {
+  Eigen::MatrixXd slope;
+  Eigen::VectorXd residual;
+  std::vector<int> dots; ///< the target's dot of each two rows
+};
+
+/// @param device that the rows are of, -1: those of both
+ViewRows viewRowsOf(Bundle const& bundle, Transfers const& transfers, std::size_t view, int device);
 
 /// @param device only the residuals of this device count, -1: those of both, and what holds the shape
 NormalEquations normalEquationsOf(Bundle const& bundle, Transfers const& transfers, int device = -1);
