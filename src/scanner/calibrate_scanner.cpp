@@ -82,16 +82,21 @@ void findNextView(Adjustment const& adjustment, std::vector<AdjustmentView> cons
   }
 }
 
+/// @param figures of the sequence, where they are known
 /// @throws Exception that says in what the images of a sequence contradict each other
-void requireSound(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Size const& projector) {
+void requireSound(ProjectorAxis const& axis, sl::GreyStack const& stack, cv::Size const& projector,
+                  SequenceFigures const* figures) {
   bool const isColumn = axis.type == columnAxis.type;
   std::vector<PatternDoubt> const doubts =
       sequenceDoubts(stack, isColumn ? PatternAxis::Column : PatternAxis::Row,
                      codedAxis(axis, stack.images.size(), projector));
-  // Light that changes, and columns exchanged with rows, have findings of their own, which see more views.
-  auto const contradiction = std::find_if(doubts.begin(), doubts.end(), [](PatternDoubt const& doubt) {
-    return doubt.fault == PatternFault::Steps || doubt.fault == PatternFault::Stripes;
-  });
+  // Light that changes, and columns exchanged with rows, have findings of their own, which see more views; so
+  // have bands, which pass for steps that contradict each other.
+  bool const areBands = figures != nullptr && isBanded(*figures);
+  auto const contradiction =
+      std::find_if(doubts.begin(), doubts.end(), [areBands](PatternDoubt const& doubt) {
+        return (doubt.fault == PatternFault::Steps && !areBands) || doubt.fault == PatternFault::Stripes;
+      });
   if (contradiction != doubts.end()) {
     throw calibrationFailure(contradiction->text);
   }
@@ -108,16 +113,18 @@ void measureScannerView(ScannerView const& view, CalibrationSettings const& sett
   steps.begin("decoding columns");
   sl::GreyStack const columnStack = sl::greyStack(view.columns, settings.whiteLevel);
   cv::Mat_<float> const columns = decodeAxis(columnAxis, columnStack, settings.projector, steps.now());
-  requireSound(columnAxis, columnStack, settings.projector);
   steps.begin("decoding rows");
   sl::GreyStack const rowStack = sl::greyStack(view.rows, settings.whiteLevel);
   cv::Mat_<float> const rows = decodeAxis(rowAxis, rowStack, settings.projector, steps.now());
-  requireSound(rowAxis, rowStack, settings.projector);
   extents = {{farthestOf(columns), view.columns.size()}, {farthestOf(rows), view.rows.size()}};
+  std::optional<ViewFigures> figures; // which tell nothing of images that contradict each other
   if (settings.isAdjusted) {
-    measured.result.figures =
+    figures =
         figuresOf({view.target, columnStack, rowStack}, columns, rows, measured.result.devices[0].imgPnts);
   }
+  requireSound(columnAxis, columnStack, settings.projector, figures ? &figures->columns : nullptr);
+  requireSound(rowAxis, rowStack, settings.projector, figures ? &figures->rows : nullptr);
+  measured.result.figures = figures;
   measured.result.devices.push_back(
       projectorPoints(measured.result.devices[0], {view.target, columns, rows}, settings));
 }

@@ -3,6 +3,7 @@
 #include "scanner/fringe_patch.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include <opencv2/imgproc.hpp>
@@ -53,6 +54,8 @@ FringeSample FringePatch::sampleAt(int y, int x) const {
           static_cast<double>(amplitude(y, x)),
           0.25 * (at(0) + at(1) + at(2) + at(3)),
           0.25 * (at(0) - at(1) + at(2) - at(3)),
+          c / std::sqrt(squares),
+          s / std::sqrt(squares),
           (c * c - s * s) / squares,
           2 * c * s / squares};
 }

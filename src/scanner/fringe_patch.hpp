@@ -26,7 +26,9 @@ struct FringeSample {
   double amplitude = 0;
   double mean = 0;
   double beside = 0; ///< (P0 - P1 + P2 - P3) / 4
-  double cos2 = 0;   ///< of twice the phase
+  double cos1 = 0;   ///< of the phase
+  double sin1 = 0;
+  double cos2 = 0; ///< of twice the phase
   double sin2 = 0;
 };
 

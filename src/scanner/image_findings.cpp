@@ -9,6 +9,8 @@
 
 #include <vorn/mv/scanner/view_figures.hpp>
 
+#include "scanner/view_images.hpp"
+
 namespace vorn::mv {
 
 namespace {
@@ -40,12 +42,11 @@ constexpr double mostBands = 5;
 /// How much the light changes from image to image. Bands do not cancel out over the rows of an image: what is
 /// less than their depth is theirs.
 double flickerOf(SequenceFigures const& figures) {
-  bool const isBands = figures.bands > mostBands && figures.flicker < figures.bandDepth;
-  return isBands ? explained : figures.flicker;
+  return isBanded(figures) && figures.flicker < figures.bandDepth ? explained : figures.flicker;
 }
 
 bool isBanded(ViewFigures const& view) {
-  return larger(view.columns.bands, view.rows.bands) > mostBands;
+  return isBanded(view.columns) || isBanded(view.rows);
 }
 
 bool isFlickering(ViewFigures const& view) {
@@ -227,6 +228,10 @@ void findMotion(NamedFigures const& view, int index, std::vector<Finding>& findi
 }
 
 } // namespace
+
+bool isBanded(SequenceFigures const& figures) {
+  return figures.bands > mostBands;
+}
 
 std::vector<Finding> diagnoseImages(std::vector<NamedFigures> const& views) {
   std::vector<Finding> findings;

@@ -18,6 +18,14 @@ namespace vorn::mv {
 
 namespace {
 
+/// What one light for all images, a response that is not linear and light that changes from image to image
+/// make of what four fringe images hold beside their fringe, over the mean: where the light changes, that
+/// holds the fringe itself, which along the rows of a projector looks like bands.
+cv::Vec<double, 5> unevenTerms(FringeSample const& sample) {
+  double const contrast = sample.amplitude / std::max(sample.mean, 1.0);
+  return {1, sample.cos2, sample.sin2, contrast * sample.cos1, contrast * sample.sin1};
+}
+
 /// Means over image rows of what is left of a share that noise alone should make.
 class RowScatter {
 public:
@@ -133,7 +141,7 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
                                   std::vector<cv::Rect> const& patches) {
   SequenceFigures figures;
   SmallFit<3> harmonic; // of what is beside, over the amplitude
-  SmallFit<3> uneven;   // of the same, over the mean
+  SmallFit<5> uneven;   // of the same, over the mean
   std::vector<double> amplitudes;
   std::vector<double> contrasts;
   double clipped = 0;
@@ -154,7 +162,7 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
           amplitudes.push_back(sample.amplitude);
           contrasts.push_back(sample.amplitude / std::max(sample.mean, 1.0));
           harmonic.add({1, sample.cos2, sample.sin2}, sample.beside / sample.amplitude);
-          uneven.add({1, sample.cos2, sample.sin2}, sample.beside / std::max(sample.mean, 1.0));
+          uneven.add(unevenTerms(sample), sample.beside / std::max(sample.mean, 1.0));
         }
       }
     }
@@ -188,8 +196,8 @@ SequenceFigures sequenceFiguresOf(sl::GreyStack const& sequence, cv::Mat_<float>
       FringeSample const* before = nullptr;
       double valueBefore = 0;
       for (FringeSample const& sample : ofPatches[i]) {
-        double const value = sample.beside / std::max(sample.mean, 1.0) - (*unevenness)[0] -
-                             (*unevenness)[1] * sample.cos2 - (*unevenness)[2] * sample.sin2;
+        double const value =
+            sample.beside / std::max(sample.mean, 1.0) - unevenness->dot(unevenTerms(sample));
         rows.add(patches[i].y + sample.place.y, value);
         if (before != nullptr && before->place + cv::Point(1, 0) == sample.place) {
           rows.addDifference(value - valueBefore);

@@ -27,4 +27,7 @@ struct ViewImages {
 ViewFigures figuresOf(ViewImages const& view, cv::Mat_<float> const& columns, cv::Mat_<float> const& rows,
                       std::vector<cv::Point2f> const& dots);
 
+/// Whether bands run through the images of a sequence.
+bool isBanded(SequenceFigures const& figures);
+
 } // namespace vorn::mv

@@ -314,6 +314,30 @@ std::vector<std::string> causesIn(ViewFigures const& figures) {
   return named;
 }
 
+// Bands are no contradiction of the images, which would leave the view out without a word of them; and light
+// that changes from image to image, and leaves rows of fringes unlike each other, is no bands.
+TEST(CalibrationFindings, BandsAndFlickerOfRealSequencesAreToldApart) {
+  std::vector<ScannerView> views = cleanViews();
+  change(views[2], [](cv::Mat& image, int number) {
+    constexpr double depth = 0.16;
+    double const phase = 2.6 * number * number; // elsewhere in every image
+    for (int y = 0; y < image.rows; ++y) {
+      image.row(y) *= 1 + depth * std::sin(CV_2PI * y / 52 + phase);
+    }
+  });
+  change(views[4], [](cv::Mat& image, int number) {
+    constexpr double factors[] = {1.04, 0.97, 0.96, 1.01, 0.99, 1.03};
+    image *= factors[number % 6];
+  });
+  ScannerCalibration const calibration = calibrateScanner(views, test::halfRigSettings());
+  EXPECT_EQ(causesOf(calibration), (std::vector<std::string>{"flicker", "bands"}));
+  for (Finding const& finding : calibration.report.findings) {
+    EXPECT_TRUE(finding.cause != FindingCause::Bands || finding.view == 2) << finding.view;
+    EXPECT_TRUE(finding.cause != FindingCause::Flicker || finding.view == 4) << finding.view;
+  }
+  EXPECT_EQ(calibration.views[2].reason.find("steps"), std::string::npos) << calibration.views[2].reason;
+}
+
 TEST(CalibrationFindings, FlickerIsToldFromBands) {
   struct Case {
     double flicker, bands, depth;
