@@ -45,9 +45,9 @@ std::string namesOf(std::vector<CalibratedView*> const& used, std::vector<bool> 
 /// What turning by a way to count leaves as it is.
 KnownTurns limited(bool isHalfTurn, std::string const& where) {
   return {isHalfTurn ? AdjustmentSettings::Shape::Bent : AdjustmentSettings::Shape::Flat,
-          "The target looks the same turned, and the views do not tell how it is turned in " + where +
+          "The target looks the same turned, and its shape does not tell how it is turned in " + where +
               ": it is taken to be " + (isHalfTurn ? "flat, or evenly bent" : "flat") +
-              ". Mark a dot to have its whole shape",
+              ", which is right of a flat one. Mark a dot where it may be uneven",
           false};
 }
 

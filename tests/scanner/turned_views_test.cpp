@@ -66,6 +66,8 @@ TEST(TurnedViews, ThatTellNothingKeepTheShapeToWhatTurningLeaves) {
     ASSERT_TRUE(calibration.report.adjustment) << calibration.report.notAdjusted;
     EXPECT_NE(calibration.report.shapeLimit.find("pose_0"), std::string::npos)
         << calibration.report.shapeLimit;
+    EXPECT_NE(calibration.report.shapeLimit.find("right of a flat one"), std::string::npos)
+        << "nothing is wrong with a flat one";
     TargetShape const& shape = calibration.report.adjustment->shape;
     EXPECT_EQ(shape.kind, even > 0 ? TargetShape::Kind::Smooth : TargetShape::Kind::Flat);
     EXPECT_NEAR(shape.sagX, even, 0.02);
