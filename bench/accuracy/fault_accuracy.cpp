@@ -12,6 +12,7 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "scanner/drawn_calibration.hpp"
 #include "scanner/scanner_views.hpp"
 
 namespace vorn::bench {
@@ -179,18 +180,6 @@ std::string atAnyView(std::string const& words, std::uint64_t seed, std::size_t 
   return words + "@" + std::to_string(first + static_cast<std::size_t>(seed * 7 % (last - first + 1)));
 }
 
-/// The points of one device that sees a dot.
-mv::ViewPoints pointsOf(mv::AdjustmentView const& view, std::vector<cv::Point2f> const& pixels) {
-  mv::ViewPoints points;
-  for (std::size_t i = 0; i < pixels.size(); ++i) {
-    if (std::isfinite(pixels[i].x)) {
-      points.imgPnts.push_back(pixels[i]);
-      points.objPnts.push_back(view.objPnts[i]);
-    }
-  }
-  return points;
-}
-
 /// The whole job on points that are drawn.
 FaultFigures diagnosed(CalibratedRig const& rig, std::string const& words, std::uint64_t seed) {
   sim::Campaign campaign = rig.campaign();
@@ -204,8 +193,8 @@ FaultFigures diagnosed(CalibratedRig const& rig, std::string const& words, std::
   }
   views.measure = [&](std::size_t number, mv::MeasuredView& view, mv::ViewSteps& /*steps*/) {
     view.sizes = {rig.rig.camera.device.resolution()};
-    view.result.devices = {pointsOf(drawn[number], drawn[number].points0),
-                           pointsOf(drawn[number], drawn[number].points1)};
+    view.result.devices = {test::seenIn(drawn[number], drawn[number].points0),
+                           test::seenIn(drawn[number], drawn[number].points1)};
   };
   return saidOf(
       [&](mv::CalibrationSettings const& settings) { return calibrateScanner(views, settings, nullptr); },
