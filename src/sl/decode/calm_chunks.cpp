@@ -20,6 +20,15 @@ bool hasSmallSteps(float const* a, float const* b, int n) {
 }
 
 VORN_TARGET_CLONES
+bool areKnown(uchar const* state, int n) {
+  uchar all = 255;
+  for (int x = 0; x < n; ++x) {
+    all = static_cast<uchar>(all & state[x]);
+  }
+  return pixel_state::isKnown(all);
+}
+
+VORN_TARGET_CLONES
 void scale(float const* values, float factor, int n, float* __restrict scaled) {
   for (int x = 0; x < n; ++x) {
     scaled[x] = values[x] * factor;
@@ -48,15 +57,22 @@ void CalmWalk::read(int y) {
   row_ = y;
   float* const phase = own_.data() + CalmChunks::pad;
   float const* const above = above_.data() + CalmChunks::pad;
-  absoluteRow(maps_.wrapped.inner[y], maps_.order.inner[y], maps_.state.inner[y], maps_.size().width, phase);
+  uchar const* const state = maps_.state.inner[y];
   for (int chunk = 0; chunk < calm_.perRow(); ++chunk) {
     auto const [begin, end] = calm_.pixelsOf(chunk);
     int const first = begin - CalmChunks::pad;
     int const count = end - begin + 2 * CalmChunks::pad;
+    // Beside the image lie pixels that are not known.
+    if (!areKnown(state + first, count)) {
+      continue;
+    }
+    absoluteRow(maps_.wrapped.inner[y] + first, maps_.order.inner[y] + first, state + first, count,
+                phase + first);
     if (!isCalmAlong(phase + first, count)) {
       continue;
     }
-    bool const isAcross = hasAbove && isCalmAcross(above + first, phase + first, count);
+    bool const isAcross = hasAbove && (calm_.at(y - 1, chunk) & CalmChunks::along) != 0 &&
+                          isCalmAcross(above + first, phase + first, count);
     calm_.at(y, chunk) = CalmChunks::along | (isAcross ? CalmChunks::across : uchar{0});
     scale(phase + begin, pixelsPerRadian_, end - begin, coordinates_[y] + begin);
   }
