@@ -134,5 +134,6 @@
 #include <vorn/mv/surface/fuse.hpp>
 #include <vorn/mv/surface/height_map.hpp>
 #include <vorn/mv/surface/mesh.hpp>
+#include <vorn/mv/surface/sample_mesh.hpp>
 #include <vorn/mv/surface/simplify.hpp>
 #include <vorn/mv/surface/texture.hpp>

@@ -90,6 +90,62 @@ TEST_F(RegistrationCommands, NormalsOfASlopeAreThoseOfItsPlane) {
   EXPECT_FALSE(std::filesystem::exists(path("n.ply")));
 }
 
+/// Twelve triangles have eight corners, on which nothing could be laid.
+TEST_F(RegistrationCommands, AlignLaysAScanOntoADrawing) {
+  cv::Vec3d const size(40, 30, 20);
+  graphic::GraphicObject drawing;
+  for (int i = 0; i < 8; ++i) {
+    drawing.vertices().emplace_back(cv::Vec3d(i % 2 * size[0], i / 2 % 2 * size[1], i / 4 * size[2]));
+  }
+  drawing.triangles() = {{0, 2, 1}, {1, 2, 3}, {4, 5, 6}, {5, 7, 6}, {0, 1, 4}, {1, 5, 4},
+                         {2, 6, 3}, {3, 6, 7}, {0, 4, 2}, {2, 4, 6}, {1, 3, 5}, {3, 7, 5}};
+  writeGraphic(path("drawing.stl"), drawing);
+  // What a sensor above one corner sees of it: three faces, with noise, and one of them 0.1 mm too high.
+  constexpr double noise = 0.01;
+  constexpr double wrong = 0.1;
+  cv::RNG random(7);
+  std::vector<cv::Vec3f> seen;
+  for (int axis = 0; axis < 3; ++axis) {
+    int const a = (axis + 1) % 3;
+    int const b = (axis + 2) % 3;
+    for (double u = 0.2; u < size[a]; u += 0.4) {
+      for (double v = 0.2; v < size[b]; v += 0.4) {
+        cv::Vec3d point;
+        point[axis] = size[axis] + random.gaussian(noise);
+        point[a] = u;
+        point[b] = v;
+        bool const isBump = axis == 2 && u < 8 && v < 8;
+        point[axis] += isBump ? wrong : 0;
+        seen.emplace_back(point);
+      }
+    }
+  }
+  cv::Matx44d const truth = motionAbout(0.5 * size, {0.3, -0.4, 0.5}, {0.2, -0.1, 0.15});
+  cv::Mat_<cv::Vec3f> const points = cv::Mat_<cv::Vec3f>(seen).reshape(3, 1);
+  write("scan.ply", moveAll(truth.inv(), points));
+  ToolOutcome const outcome =
+      run({"align", path("scan.ply"), path("drawing.stl"), "--moved", path("moved.ply"), "--json"});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const report = nlohmann::json::parse(outcome.output);
+  EXPECT_EQ(report.at("sampled").at(0).at("triangles"), 12);
+  EXPECT_LT(cv::norm(matrixOf(report.at("targetFromSource")) - truth), 0.01);
+  graphic::GraphicObject const moved = readGraphic(path("moved.ply"));
+  std::vector<float> const deviations = moved.fields().at("deviation");
+  ASSERT_EQ(deviations.size(), seen.size());
+  std::vector<float> onBump;
+  std::vector<float> elsewhere;
+  for (std::size_t i = 0; i < seen.size(); ++i) {
+    bool const isBump = seen[i][2] > size[2] + wrong / 2;
+    float const value = deviations[i];
+    if (!std::isnan(value)) {
+      (isBump ? onBump : elsewhere).push_back(value);
+    }
+  }
+  EXPECT_GT(onBump.size() + elsewhere.size(), 0.98 * static_cast<double>(seen.size()));
+  EXPECT_NEAR(cv::mean(onBump)[0], wrong, 0.005);
+  EXPECT_NEAR(cv::mean(elsewhere)[0], 0, 0.003);
+}
+
 TEST_F(RegistrationCommands, AlignFindsTheMotionAlsoFarFromZero) {
   cv::Matx44d const truth = motionAbout(middle, {0.5, -0.8, 1.0}, {0.15, -0.1, 0.1});
   cv::Vec3d const sourceOffset(3.5e6, 0, 0);

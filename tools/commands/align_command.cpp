@@ -21,6 +21,7 @@
 #include "tools/files/cloud_files.hpp"
 #include "tools/files/cloud_input.hpp"
 #include "tools/files/json_file.hpp"
+#include "tools/files/mesh_input.hpp"
 #include "tools/files/transform_file.hpp"
 #include "tools/progress.hpp"
 #include "tools/report/figure_files.hpp"
@@ -232,6 +233,21 @@ std::string refusalOf(AlignOptions const& options, mv::Registration const& found
   return "";
 }
 
+/// The cloud of a file; of a drawing points on its triangles, which is said.
+mv::PointCloud readSurface(std::string const& path, Report& report) {
+  CloudInput const input = readCloudInput(path);
+  mv::PointCloud cloud = surfacePointsOf(input);
+  std::size_t const corners = input.object.vertices().size();
+  std::size_t const points = std::as_const(cloud).points().total();
+  if (corners > 0 && points != std::as_const(input.cloud).points().total()) {
+    std::cout << printed("%s: %zu points on its %zu triangles are taken in place of their %zu corners\n",
+                         path.c_str(), points, input.object.triangles().size(), corners);
+    report["sampled"].push_back(
+        {{"file", path}, {"points", points}, {"triangles", input.object.triangles().size()}});
+  }
+  return cloud;
+}
+
 void run(AlignOptions& options, Report& report) {
   if (!options.moved.empty()) {
     checkGraphicPath(options.moved);
@@ -245,8 +261,8 @@ void run(AlignOptions& options, Report& report) {
   }
   inputs.insert(inputs.end(), options.markers.begin(), options.markers.end());
   report.declare(inputs, {options.out, options.moved, options.picture});
-  mv::PointCloud const source = readCloudInput(options.source).cloud;
-  mv::PointCloud const target = readCloudInput(options.target).cloud;
+  mv::PointCloud const source = readSurface(options.source, report);
+  mv::PointCloud const target = readSurface(options.target, report);
   options.settings.targetFromSource = startOf(options, source, target, report);
   std::string const hint = unitsHint(lengthOf(source), lengthOf(target));
   mv::Registration const found = registered(options, source, target, hint);
