@@ -20,7 +20,7 @@ using test::expectError;
 /// A large face, a needle and a small triangle, apart from each other; and one without area.
 SurfaceMesh threeTriangles() {
   SurfaceMesh mesh;
-  mesh.vertices = {{0, 0, 0}, {10, 0, 0}, {0, 8, 0}, {20, 0, 0}, {20, 12, 0},
+  mesh.vertices = {{0, 0, 0},      {10, 0, 0}, {0, 8, 0},     {20, 0, 0},      {20, 12, 0},
                    {20, 6, 0.05F}, {30, 0, 0}, {30, 0.1F, 0}, {30.1F, 0, 0.1F}};
   mesh.triangles = {{0, 1, 2}, {3, 4, 5}, {6, 7, 8}, {0, 0, 1}};
   return mesh;
@@ -37,7 +37,10 @@ TEST(SampleMesh, LeavesNoPlaceOfATriangleFarFromAPoint) {
   std::mt19937 random(4);
   std::uniform_real_distribution<double> uniform;
   for (int t = 0; t < 3; ++t) {
-    auto const corner = [&](int i) { return cv::Vec3d(mesh.vertices[static_cast<std::size_t>(mesh.triangles[static_cast<std::size_t>(t)][i])]); };
+    auto const corner = [&](int i) {
+      return cv::Vec3d(
+          mesh.vertices[static_cast<std::size_t>(mesh.triangles[static_cast<std::size_t>(t)][i])]);
+    };
     cv::Vec3d const normal = cv::normalize((corner(1) - corner(0)).cross(corner(2) - corner(0)));
     double worst = 0;
     for (int i = 0; i < 500; ++i) {
@@ -57,7 +60,8 @@ TEST(SampleMesh, LeavesNoPlaceOfATriangleFarFromAPoint) {
     EXPECT_LT(worst, longest * 2 / 3) << "a corner is two thirds of a median from the middle; " << t;
     int own = 0;
     for (int i = 0; i < static_cast<int>(points.total()); ++i) {
-      if (std::abs(points(i)[0] - (static_cast<float>(t) + 0.5F) * 10) < 6 && cv::norm(cv::Vec3d(normals(i)) - normal) < 1e-6) {
+      if (std::abs(points(i)[0] - (static_cast<float>(t) + 0.5F) * 10) < 6 &&
+          cv::norm(cv::Vec3d(normals(i)) - normal) < 1e-6) {
         EXPECT_NEAR(normal.dot(cv::Vec3d(points(i)) - corner(0)), 0, 1e-5);
         ++own;
       }

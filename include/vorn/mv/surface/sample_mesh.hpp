@@ -8,12 +8,12 @@
 
 namespace vorn::mv {
 
-/// Points all over the triangles of a mesh, for what works on points: a part's drawing, whose large faces have
-/// corners alone, as the target of `registerClouds` and `calcDeviations`.
+/// Points all over the triangles of a mesh, for what works on points: a part's drawing, whose large faces
+/// have corners alone, as the target of `registerClouds` and `calcDeviations`.
 ///
 /// Each triangle is halved across its longest edge until no edge is longer than asked; the middles of the
-/// pieces are the points. So a face has about 4 to 9 points on the square of that edge, and a triangle that is
-/// small already one.
+/// pieces are the points. So a face has about 4 to 9 points on the square of that edge, and a triangle that
+/// is small already one.
 /// @param longestEdge of a piece, above 0, in the mesh's unit
 /// @returns a cloud without a grid, with the triangles' normals, in the order of the triangles; triangles
 ///          without area have no points
