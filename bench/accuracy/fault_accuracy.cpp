@@ -12,8 +12,8 @@
 
 #include <vorn/core/exception.hpp>
 
+#include "scanner/calibration/scanner_views.hpp"
 #include "scanner/drawn_calibration.hpp"
-#include "scanner/scanner_views.hpp"
 
 namespace vorn::bench {
 

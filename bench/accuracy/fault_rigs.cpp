@@ -13,8 +13,8 @@
 #include <vorn/mv/sl/patterns.hpp>
 
 #include "calib/adjustment_runs.hpp"
-#include "scanner/predicted_error.hpp"
-#include "scanner/sight_geometry.hpp"
+#include "scanner/calibration/predicted_error.hpp"
+#include "scanner/scan/sight_geometry.hpp"
 
 namespace vorn::bench {
 

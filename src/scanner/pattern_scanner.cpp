@@ -15,10 +15,10 @@
 #include "core/error.hpp"
 #include "core/median.hpp"
 #include "core/pieces.hpp"
-#include "scanner/decoded_sizes.hpp"
-#include "scanner/epipolar_residuals.hpp"
+#include "scanner/calibration/scanner_views.hpp"
+#include "scanner/scan/decoded_sizes.hpp"
+#include "scanner/scan/epipolar_residuals.hpp"
 #include "scanner/scanner_access.hpp"
-#include "scanner/scanner_views.hpp"
 
 namespace vorn::mv {
 

@@ -10,8 +10,8 @@
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "core/median.hpp"
+#include "scanner/calibration/target_views.hpp"
 #include "scanner/scanner_access.hpp"
-#include "scanner/target_views.hpp"
 
 namespace vorn::mv {
 

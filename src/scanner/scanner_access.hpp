@@ -9,7 +9,7 @@
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "core/progress.hpp"
-#include "scanner/triangulation.hpp"
+#include "scanner/scan/triangulation.hpp"
 #include "sl/decode/grey_stack.hpp"
 #include "sl/decode/scan_decoding.hpp"
 #include "sl/decode/scan_stack.hpp"

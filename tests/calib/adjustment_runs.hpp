@@ -14,7 +14,7 @@
 #include <vorn/mv/sl/sl3d_scanner.hpp>
 
 #include "calib/adjustment_rig.hpp"
-#include "scanner/predicted_error.hpp"
+#include "scanner/calibration/predicted_error.hpp"
 
 namespace vorn::test {
 

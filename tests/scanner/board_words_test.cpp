@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "scanner/board_words.hpp"
+#include "scanner/calibration/board_words.hpp"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "calib/adjustment_rig.hpp"
-#include "scanner/scanner_views.hpp"
+#include "scanner/calibration/scanner_views.hpp"
 
 namespace vorn::test {
 

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 
-#include "scanner/sequence_doubts.hpp"
+#include "scanner/findings/sequence_doubts.hpp"
 #include "sim/target.hpp"
 #include "sl/pattern_capture.hpp"
 #include "support/scanner_rig.hpp"

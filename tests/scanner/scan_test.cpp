@@ -12,7 +12,7 @@
 #include <vorn/core/observer.hpp>
 #include <vorn/mv/sl/decode_patterns.hpp>
 
-#include "scanner/scan_points.hpp"
+#include "scanner/scan/scan_points.hpp"
 #include "sim/map_comparison.hpp"
 #include "support/expect_error.hpp"
 #include "support/scanner_rig.hpp"

@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "scanner/triangulation.hpp"
+#include "scanner/scan/triangulation.hpp"
 
 #include <algorithm>
 #include <cfloat>
