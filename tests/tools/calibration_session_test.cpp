@@ -111,11 +111,11 @@ TEST_F(CalibrationSession, LeavesOutBadViewsAndSaysWhy) {
   EXPECT_NE(calibration.views[3].reason.find("the target image is 99 x"), std::string::npos);
   std::string const table = tools::table(calibration);
   EXPECT_NE(table.find("pose_01         left out: no target"), std::string::npos) << table;
-  auto const noise = table.find("noise of a dot ");
+  auto const noise = table.find("noise of a point ");
   ASSERT_NE(noise, std::string::npos) << table;
   double camera = 0;
   double projector = 0;
-  ASSERT_EQ(std::sscanf(table.c_str() + noise, "noise of a dot %lf px, %lf px in the projector", &camera,
+  ASSERT_EQ(std::sscanf(table.c_str() + noise, "noise of a point %lf px, %lf px in the projector", &camera,
                         &projector),
             2)
       << table;
