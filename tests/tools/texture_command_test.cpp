@@ -145,6 +145,10 @@ TEST_F(TextureCommand, SaysWhichViewsLackWhat) {
   put(folder_ / "views.json",
       viewPosesJson({{"right", viewFromMesh(10.0).inv(), "fine.json", "gone.png"}}).dump());
   EXPECT_NE(texture({folder_ / ""}).errors.find("gone.png"), std::string::npos);
+  writeImage(folder_ / "deep.png", cv::Mat(48, 64, CV_16UC1, cv::Scalar(900)));
+  put(folder_ / "views.json",
+      viewPosesJson({{"right", viewFromMesh(10.0).inv(), "fine.json", "deep.png"}}).dump());
+  EXPECT_NE(texture({folder_ / ""}).errors.find("deep.png is not of 8 bits"), std::string::npos);
   put(folder_ / "pose.json", "{}");
   EXPECT_NE(texture(left()).errors.find("pose.json"), std::string::npos);
 }

@@ -136,7 +136,12 @@ std::vector<mv::TextureView> viewsOf(TextureOptions const& options, std::vector<
       found = cameras.emplace(shot.camera, std::pair(number, readCamera(shot.camera))).first;
     }
     auto const& [number, camera] = found->second;
-    views.push_back({readImage(shot.image), camera, betweenClouds(shot.commonFromView.inv(), offset, {}),
+    cv::Mat const image = readImage(shot.image);
+    if (image.depth() != CV_8U) {
+      throw Exception(shot.image + " is not of 8 bits a channel, as pictures of a texture must be", nullptr,
+                      0, "texture");
+    }
+    views.push_back({image, camera, betweenClouds(shot.commonFromView.inv(), offset, {}),
                      options.brightness == "cameras" ? number : -1});
   }
   return views;
