@@ -135,31 +135,41 @@ TEST_F(LaserAdjustmentTest, FollowsABentTarget) {
   }
 }
 
+/// Errors of many draws beside what was foretold of them.
+struct Tally {
+  double squares = 0;
+  double foretold = 0;
+
+  void add(double error, double variance) {
+    squares += error * error;
+    foretold += variance;
+  }
+
+  double ratio() const { return std::sqrt(squares / foretold); }
+};
+
 /// What is not known of a bent target's shape is part of the planes' error and of the lens's, and foretold.
 TEST_F(LaserAdjustmentTest, ForetellsWhatABentTargetCosts) {
   constexpr int runs = 12;
   lineNoise = 0.01;
   double const half = rig.pitch * rig.halfColumns;
   rig.deviation = [half](cv::Vec2d const& dot) { return cv::Vec3d(0, 0, 0.5 * std::pow(dot[0] / half, 2)); };
-  double planes2 = 0;
-  double foretold2 = 0;
-  double lens2 = 0;
-  double lensForetold2 = 0;
+  Tally planes;
+  Tally lens;
   AdjustmentSettings smooth;
   smooth.shape = AdjustmentSettings::Shape::Smooth;
   for (int run = 0; run < runs; ++run) {
     LaserAdjustment const found = adjusted(views(5, 300 + static_cast<std::uint64_t>(run)), smooth);
     for (std::size_t p = 0; p < 2; ++p) {
-      planes2 += std::pow(errorOf(found.planes[p], lasers[p]), 2);
-      foretold2 += std::pow(found.planes[p].sigma, 2);
+      planes.add(errorOf(found.planes[p], lasers[p]), std::pow(found.planes[p].sigma, 2));
     }
-    lens2 += std::pow(found.camera.models[0].getK().at<double>(0, 0) - rig.camera.K(0, 0), 2);
-    lensForetold2 += std::pow(found.camera.sigmas[0], 2);
+    lens.add(found.camera.models[0].getK().at<double>(0, 0) - rig.camera.K(0, 0),
+             std::pow(found.camera.sigmas[0], 2));
   }
-  EXPECT_GT(std::sqrt(planes2 / foretold2), 0.7);
-  EXPECT_LT(std::sqrt(planes2 / foretold2), 1.3);
-  EXPECT_GT(std::sqrt(lens2 / lensForetold2), 0.7);
-  EXPECT_LT(std::sqrt(lens2 / lensForetold2), 1.3);
+  EXPECT_GT(planes.ratio(), 0.7);
+  EXPECT_LT(planes.ratio(), 1.3);
+  EXPECT_GT(lens.ratio(), 0.7);
+  EXPECT_LT(lens.ratio(), 1.3);
 }
 
 /// Over many draws the planes scatter by what is foretold of them, and lines that are exact make the lens and
@@ -167,10 +177,8 @@ TEST_F(LaserAdjustmentTest, ForetellsWhatABentTargetCosts) {
 TEST_F(LaserAdjustmentTest, ForetellsItsOwnError) {
   constexpr int runs = 60;
   lineNoise = 0.01;
-  double planes2 = 0;
-  double foretold2 = 0;
-  double lens2 = 0;
-  double lensForetold2 = 0;
+  Tally planes;
+  Tally lens;
   double alone2 = 0;
   AdjustmentSettings flat;
   flat.shape = AdjustmentSettings::Shape::Flat;
@@ -187,23 +195,21 @@ TEST_F(LaserAdjustmentTest, ForetellsItsOwnError) {
       cv::Vec4d const by(x[0], x[1], x[2], -1);
       int const first = 9 + 4 * static_cast<int>(p);
       cv::Mat_<double> const covariance = found.covariance(cv::Rect(first, first, 4, 4));
-      planes2 += error * error;
-      foretold2 += cv::Mat(cv::Mat(by).t() * covariance * cv::Mat(by)).at<double>(0, 0);
+      planes.add(error, cv::Mat(cv::Mat(by).t() * covariance * cv::Mat(by)).at<double>(0, 0));
     }
     std::vector<AdjustmentView> dots;
     for (LaserAdjustmentView const& view : drawn) {
       dots.push_back(view.dots);
     }
     double const focal = found.camera.models[0].getK().at<double>(0, 0);
-    lens2 += std::pow(focal - rig.camera.K(0, 0), 2);
-    lensForetold2 += std::pow(found.camera.sigmas[0], 2);
+    lens.add(focal - rig.camera.K(0, 0), std::pow(found.camera.sigmas[0], 2));
     alone2 += std::pow(adjustCamera(dots, AdjustmentRig::sizeOf(rig.camera), flat).sigmas[0], 2);
   }
-  EXPECT_GT(std::sqrt(planes2 / foretold2), 0.8);
-  EXPECT_LT(std::sqrt(planes2 / foretold2), 1.2);
-  EXPECT_GT(std::sqrt(lens2 / lensForetold2), 0.75);
-  EXPECT_LT(std::sqrt(lens2 / lensForetold2), 1.25);
-  EXPECT_LT(lensForetold2, alone2);
+  EXPECT_GT(planes.ratio(), 0.8);
+  EXPECT_LT(planes.ratio(), 1.2);
+  EXPECT_GT(lens.ratio(), 0.75);
+  EXPECT_LT(lens.ratio(), 1.25);
+  EXPECT_LT(lens.foretold, alone2);
 }
 
 TEST_F(LaserAdjustmentTest, KeepsACameraThatIsHeld) {
