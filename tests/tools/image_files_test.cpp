@@ -1,5 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include "support/temporary_folder.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/named_images.hpp"
+#include "tools/files/tiff_bytes.hpp"
 #include "tools/report/warning.hpp"
 
 namespace vorn::tools {
@@ -115,6 +117,20 @@ std::string pagedTiff(bool isCopy) {
     add(page == 0 ? first + directory : 0, 4);
   }
   return data;
+}
+
+/// A directory of 65535 entries, nearly all beyond the end, whose next one it is itself: without an end.
+TEST(TiffBytes, DirectoriesWithoutAnEndAreNoPages) {
+  std::vector<unsigned char> const small{'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0,
+                                         0,   0,   0,  0, 0, 0, 0, 0, 0, 8, 0, 0, 0};
+  EXPECT_EQ(pageCount(small), 1U);
+  std::vector<unsigned char> large(8 + 2 + 12 * 65535 + 4, 0);
+  std::copy(small.begin(), small.begin() + 8, large.begin());
+  large[8] = large[9] = 255;
+  large[large.size() - 4] = 8;
+  EXPECT_EQ(pageCount(large), 1U);
+  large[8] = 254; // the next one is read in front of the place that leads back
+  EXPECT_EQ(pageCount(large), 1U);
 }
 
 TEST(ImageFiles, PagesThatAreLeftOutAreSaid) {

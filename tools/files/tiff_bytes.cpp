@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 
 namespace vorn::tools {
 
@@ -19,8 +20,10 @@ public:
   std::size_t firstDirectory() const { return isLittle_ || isBig_ ? number(4, 4) : 0; }
   /// Where the one behind a directory begins; 0 for none.
   std::size_t nextDirectory(std::size_t directory) const {
-    return number(directory + 2 + entrySize * number(directory, 2), 4);
+    return number(directory + sizeOf(directory) - 4, 4);
   }
+  /// Bytes of a directory, the place of the next one included.
+  std::size_t sizeOf(std::size_t directory) const { return 2 + entrySize * number(directory, 2) + 4; }
 
   /// The short number, or the lower half of a long one, that a directory has for a tag.
   std::optional<std::size_t> valueOf(std::size_t directory, std::size_t tag) const {
@@ -72,11 +75,13 @@ std::size_t pageCount(std::vector<unsigned char> const& bytes) {
   constexpr std::size_t kind = 254;
   constexpr std::size_t smaller = 1; // bits of the kind
   constexpr std::size_t mask = 4;
-  constexpr std::size_t most = 65535; // directories: the last may lead back to the first
   TiffBytes const tiff(bytes);
   std::size_t pages = 0;
   std::size_t directory = tiff.firstDirectory();
-  for (std::size_t i = 0; directory != 0 && i < most; ++i) {
+  std::set<std::size_t> seen; // the last one may lead back
+  std::size_t room = bytes.size();
+  while (directory != 0 && room > 0 && seen.insert(directory).second) {
+    room -= std::min(room, tiff.sizeOf(directory)); // of a file that breaks off the last one has none
     pages += (tiff.valueOf(directory, kind).value_or(0) & (smaller | mask)) == 0 ? 1 : 0;
     directory = tiff.nextDirectory(directory);
   }
