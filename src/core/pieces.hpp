@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "core/progress.hpp"
 
@@ -39,6 +40,19 @@ void inPieces(std::size_t count, std::size_t piece, Progress const& progress, st
     progress.at(stage, static_cast<double>(first) / static_cast<double>(count));
     body(first, std::min(first + size, count));
   }
+}
+
+/// Resizes a vector in pieces, between which the observer is asked: the system takes its time to provide
+/// memory.
+template <class T>
+void resizeInPieces(std::vector<T>& array, std::size_t count, Progress const& progress,
+                    std::string_view stage) {
+  constexpr std::size_t bytesAtOnce = std::size_t{1} << 23; // some milliseconds
+  array.reserve(count);
+  std::size_t const before = std::min(array.size(), count);
+  inPieces(count - before, bytesAtOnce / sizeof(T), progress, stage,
+           [&](std::size_t /*first*/, std::size_t end) { array.resize(before + end); });
+  array.resize(count);
 }
 
 } // namespace vorn

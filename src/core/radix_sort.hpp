@@ -51,8 +51,8 @@ void sortByUpperHalf(std::vector<std::uint64_t>& keys, std::vector<std::uint64_t
       count = start;
       start += size;
     }
-    other.resize(keys.size());
     double const done = 0.25 * static_cast<double>(pass + 1);
+    resizeInPieces(other, keys.size(), progress.part(done, done), stage);
     inPieces(keys.size(), keysAtOnce, progress.part(done, done + 0.25), stage,
              [&](std::size_t first, std::size_t end) {
                for (std::size_t i = first; i < end; ++i) {

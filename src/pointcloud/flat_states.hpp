@@ -27,13 +27,14 @@ inline int deleteMarked(PointCloud& cloud, std::vector<uchar> const& isMarked) {
   constexpr uchar deletedNow = 1;
   cloud.saveState();
   cv::Mat_<uchar>& states = cloud.state();
+  int const columns = states.cols;
   int count = 0;
   for (int row = 0; row < states.rows; ++row) {
     uchar const* const marks = isMarked.data() + static_cast<std::ptrdiff_t>(row) * states.cols;
-    for (int column = 0; column < states.cols; ++column) {
-      uchar& state = states(row, column);
+    uchar* const state = states[row];
+    for (int column = 0; column < columns; ++column) {
       count += marks[column] != 0 ? 1 : 0;
-      state = marks[column] != 0 ? deletedNow : state;
+      state[column] = marks[column] != 0 ? deletedNow : state[column];
     }
   }
   return count;

@@ -180,11 +180,12 @@ private:
   }
 
   std::vector<KeyedPoint> computeSortedKeys(Octant const& octant) {
-    std::vector<KeyedPoint> keyed(octant.count);
+    std::vector<KeyedPoint> keyed;
+    resizeInPieces(keyed, octant.count, progress_.part(0.1, 0.15), stage);
     Batch batch{};
     for (std::size_t start = 0; start < keyed.size(); start += batchSize) {
       if (start % pointsAtOnce == 0) {
-        progress_.at(stage, 0.1 + 0.2 * static_cast<double>(start) / static_cast<double>(keyed.size()));
+        progress_.at(stage, 0.15 + 0.15 * static_cast<double>(start) / static_cast<double>(keyed.size()));
       }
       std::size_t const size = std::min<std::size_t>(batchSize, keyed.size() - start);
       unsigned const* chain = &parts_.chain[octant.first + start];
@@ -259,7 +260,7 @@ private:
   }
 
   void sketchPoints() {
-    parts_.sketches.resize(parts_.chain.size() + sketchLanes - 1);
+    resizeInPieces(parts_.sketches, parts_.chain.size() + sketchLanes - 1, progress_.part(0.9, 0.92), stage);
     auto const sketchLeaf = [&](Octant const& leaf) {
       SketchGrid const grid(leaf, parts_.tolerance);
       for (unsigned place = leaf.first; place < leaf.first + leaf.count; ++place) {
@@ -267,7 +268,7 @@ private:
       }
     };
     constexpr std::size_t octantsAtOnce = 1 << 14;
-    inPieces(parts_.octants.size(), octantsAtOnce, progress_.part(0.9, 1.0), stage,
+    inPieces(parts_.octants.size(), octantsAtOnce, progress_.part(0.92, 1.0), stage,
              [&](std::size_t first, std::size_t end) {
                for (std::size_t i = first; i < end; ++i) {
                  if (parts_.octants[i].isLeaf) {

@@ -155,6 +155,7 @@ int PointCloud::clean(float radius, int minNeighbours, Observer* observer) {
   GridOctree const& tree = octree(treeObserver.ifWatched());
   std::vector<uchar> const removed =
       findSparsePoints(points_, flatStates(state_), tree, radius, minNeighbours, progress.part(0.4, 1.0));
+  progress.at("deleting points", 1.0);
   int const count = deleteMarked(*this, removed);
   calcBoundingBox();
   return count;
@@ -176,6 +177,7 @@ int PointCloud::filterSmallCluster(float maxDistance, int minClusterSize, Observ
     return findSmallClusters(tree, points, maxDistance, minClusterSize, flatStates(state_),
                              progress.part(0.4, 1.0));
   });
+  progress.at("deleting points", 1.0);
   int const removed = deleteMarked(*this, isSmall);
   calcBoundingBox();
   return removed;

@@ -20,6 +20,8 @@ namespace {
 
 using L2 = Distance<cv::Vec3f>::L2;
 
+constexpr char const* stage = "counting neighbours";
+
 /// Points judged by one piece of parallel work: enough to outweigh the handing out.
 constexpr std::size_t pointsPerTask = 1024;
 
@@ -27,7 +29,7 @@ template <class Body>
 void parallelTasks(std::size_t count, Progress const& progress, Body const& body) {
   constexpr int tasksBetweenAskings = 2;
   auto const tasks = static_cast<int>((count + pointsPerTask - 1) / pointsPerTask);
-  parallelRows(tasks, tasksBetweenAskings, progress, "counting neighbours", [&](int first, int end) {
+  parallelRows(tasks, tasksBetweenAskings, progress, stage, [&](int first, int end) {
     for (int task = first; task < end; ++task) {
       std::size_t const start = static_cast<std::size_t>(task) * pointsPerTask;
       body(static_cast<std::size_t>(task), start, std::min(start + pointsPerTask, count));
@@ -108,9 +110,9 @@ public:
     if (minNeighbours_ <= 0) {
       return std::move(removed_);
     }
-    progress_.at("counting neighbours", 0.1);
+    progress_.at(stage, 0.1);
     removePointsWithoutNeighbours();
-    progress_.at("counting neighbours", 0.1);
+    progress_.at(stage, 0.1);
     std::vector<unsigned> candidates = countsByOctants() ? standing() : findDoubtful();
     while (!candidates.empty()) {
       std::vector<unsigned> const sparse = findSparse(candidates);
@@ -136,11 +138,16 @@ private:
   /// The present points that have not been removed.
   std::vector<unsigned> standing() const {
     std::vector<unsigned> points;
-    for (std::size_t i = 0; i < states_.size(); ++i) {
-      if (states_[i] == 0 && removed_[i] == 0) {
-        points.push_back(static_cast<unsigned>(i));
-      }
-    }
+    points.reserve(states_.size());
+    constexpr std::size_t pointsAtOnce = std::size_t{1} << 20;
+    inPieces(states_.size(), pointsAtOnce, progress_.part(0.7, 0.7), stage,
+             [&](std::size_t first, std::size_t end) {
+               for (std::size_t i = first; i < end; ++i) {
+                 if (states_[i] == 0 && removed_[i] == 0) {
+                   points.push_back(static_cast<unsigned>(i));
+                 }
+               }
+             });
     return points;
   }
 
