@@ -1,6 +1,6 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "imaging/white_level.hpp"
+#include <vorn/mv/imaging/white_level.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -11,6 +11,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "core/error.hpp"
 #include "core/parallel.hpp"
 #include "core/simd.hpp"
 
@@ -185,6 +186,14 @@ double findWhiteLevel(std::vector<cv::Mat> const& images) {
   }
   constexpr double ofBytes = 255;
   int const depth = images[0].depth();
+  for (cv::Mat const& image : images) {
+    bool const isKnown = depth == CV_8U || depth == CV_16U || depth == CV_32F || depth == CV_64F;
+    if (!isKnown || image.depth() != depth) {
+      throw error("The white level is found in images of one depth, 8 or 16 bits or real numbers; here are " +
+                      cv::typeToString(images[0].type()) + " and " + cv::typeToString(image.type()),
+                  "findWhiteLevel");
+    }
+  }
   return depth == CV_8U ? ofBytes : depth == CV_16U ? whiteOfWords(images) : whiteOfReals(images);
 }
 

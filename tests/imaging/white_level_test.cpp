@@ -1,12 +1,14 @@
 // Copyright 2026 the vorn authors
 // SPDX-License-Identifier: Apache-2.0
-#include "imaging/white_level.hpp"
+#include <vorn/mv/imaging/white_level.hpp>
 
 #include <limits>
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+
+#include <vorn/core/exception.hpp>
 
 namespace vorn::mv {
 namespace {
@@ -31,6 +33,8 @@ double whiteOf(cv::Mat const& image) {
 
 TEST(WhiteLevel, IsTheEndOfTheRangeThatValuesUse) {
   EXPECT_EQ(findWhiteLevel({}), 0);
+  EXPECT_THROW(findWhiteLevel({ramp(10, CV_16S)}), Exception);
+  EXPECT_THROW(findWhiteLevel({ramp(10, CV_16U), ramp(10, CV_8U)}), Exception);
   EXPECT_EQ(whiteOf(ramp(10, CV_8U)), 255) << "8 bits are 8 bits, however dark";
   EXPECT_EQ(whiteOf(ramp(0, CV_16U)), 65535);
   EXPECT_EQ(whiteOf(ramp(200, CV_16U)), 255);

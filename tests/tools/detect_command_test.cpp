@@ -93,6 +93,25 @@ TEST_F(DetectCommand, PicturesShowDeepImagesToo) {
   }
 }
 
+TEST_F(DetectCommand, DeepImagesAreMeasuredWithoutADescriptionToo) {
+  cv::Mat const bright = 255 - plate();
+  cv::Mat deep; // 12 bits in the lower ones of 16, as cameras hand them out
+  bright.convertTo(deep, CV_16U, 16.0);
+  auto const pointsOf = [&](std::string const& image) {
+    ToolOutcome const outcome = run({"detect", image, "--pitch", "2", "--json"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    return nlohmann::json::parse(outcome.output)["images"][0]["points"];
+  };
+  nlohmann::json const shallow = pointsOf(save("a.png", bright));
+  nlohmann::json const read = pointsOf(save("b.png", deep));
+  ASSERT_EQ(read.size(), 63U);
+  ASSERT_EQ(shallow.size(), 63U);
+  for (std::size_t i = 0; i < read.size(); ++i) {
+    EXPECT_NEAR(read[i]["imgPnt"][0].get<double>(), shallow[i]["imgPnt"][0].get<double>(), 0.02);
+    EXPECT_NEAR(read[i]["imgPnt"][1].get<double>(), shallow[i]["imgPnt"][1].get<double>(), 0.02);
+  }
+}
+
 TEST_F(DetectCommand, RefusesBeforeAnyWork) {
   std::string const image = save("a.png", plate());
   std::string const file = saveText("plate.json", R"({"pitch": 2.5, "size": [9, 7]})");

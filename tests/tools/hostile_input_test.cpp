@@ -96,10 +96,16 @@ TEST_F(HostileInput, TwelveBitsInSixteenAreRefusedWhereEightAreUsed) {
   cv::Mat_<ushort> deep(40, 60, ushort{4000});
   writeImage(path("low.png"), deep);
   writeImage(path("low.tiff"), deep);
-  EXPECT_NE(refusal({"detect", path("low.png")}, "low.png").find("no value above 4000"), std::string::npos);
-  refusal({"detect", path("low.tiff")}, "low.tiff");
   writeImage(path("low.pgm"), deep);
-  refusal({"detect", path("low.pgm")}, "low.pgm");
+  writeImage(path("image.png"), cv::Mat(40, 60, CV_8UC1, cv::Scalar(9)));
+  for (char const* mask : {"low.png", "low.tiff", "low.pgm"}) {
+    EXPECT_NE(
+        refusal({"histogram", path("image.png"), "--mask", path(mask)}, mask).find("no value above 4000"),
+        std::string::npos);
+    ToolOutcome const found = run({"detect", path(mask)});
+    EXPECT_NE(found.output.find(std::string(mask) + ": no target"), std::string::npos) << found.output;
+    EXPECT_NE(found.errors.find("1 of 1 pictures have more than 8 bits"), std::string::npos) << found.errors;
+  }
   writeImage(path("plain.pgm"), cv::Mat(40, 60, CV_8UC1, cv::Scalar(9)));
   EXPECT_NE(run({"detect", path("plain.pgm")}).output.find("plain.pgm: no target"), std::string::npos);
   writeImage(path("high.png"), cv::Mat(deep * 16));

@@ -84,8 +84,10 @@ TEST_F(MeasureCommands, ProfileFindsAnEdge) {
   EXPECT_EQ(run({"profile", path("a.png"), "5", "20", "75"}).status, 1) << "a point lacks its y";
 }
 
-/// Four fringe images of an amplitude and noise; the last columns clipped, the first ones dark.
-void saveFringes(std::string const& folder, double amplitude, double noise) {
+/// Four fringe images of an amplitude and noise, grey values of 255; the last columns clipped, the first ones
+/// dark.
+/// @param white of the camera: above 255 the images have 16 bits
+void saveFringes(std::string const& folder, double amplitude, double noise, int white = 255) {
   for (int k = 0; k < 4; ++k) {
     cv::Mat_<float> image(120, 200);
     for (int y = 0; y < image.rows; ++y) {
@@ -95,9 +97,9 @@ void saveFringes(std::string const& folder, double amplitude, double noise) {
         image(y, x) = static_cast<float>((x >= 180 ? 300.0 : value) + cv::theRNG().gaussian(noise));
       }
     }
-    cv::Mat eight;
-    image.convertTo(eight, CV_8U);
-    writeImage(folder + "/columns_0" + std::to_string(k) + ".png", eight);
+    cv::Mat stored = cv::min(image * (white / 255.0), white);
+    stored.convertTo(stored, white > 255 ? CV_16U : CV_8U);
+    writeImage(folder + "/columns_0" + std::to_string(k) + ".png", stored);
   }
 }
 
@@ -117,6 +119,29 @@ TEST_F(MeasureCommands, ExposureTellsWhatIsClippedDarkAndNoisy) {
   cv::Vec3b const clipped = picture.at<cv::Vec3b>(picture.rows - 20, 195);
   EXPECT_GT(clipped[2], 200) << "clipped pixels are red";
   EXPECT_LT(clipped[0], 120);
+}
+
+TEST_F(MeasureCommands, ExposureOfDeepPicturesIsToldInTheSameGreyValues) {
+  constexpr double noise = 0.15; // which 8 bits do not show
+  saveFringes(folder_.path().string(), 50.0, noise, 4095);
+  // Another picture of the camera, so dim that by itself it would pass for one of 10 bits.
+  save("target.png", cv::Mat(120, 200, CV_16UC1, cv::Scalar(900)));
+  ToolOutcome const outcome = run({"exposure", folder_.path().string(), "--json"});
+  ASSERT_EQ(outcome.status, 0) << outcome.errors;
+  auto const json = nlohmann::json::parse(outcome.output);
+  EXPECT_EQ(json["whiteLevel"], 4095.0);
+  auto const columns = json["sequences"][0];
+  EXPECT_NEAR(columns["clipped"].get<double>(), 0.1, 1e-9);
+  EXPECT_NEAR(columns["dark"].get<double>(), 0.3, 0.01);
+  EXPECT_NEAR(columns["noise"].get<double>(), noise, 0.01);
+  EXPECT_NEAR(columns["amplitude"].get<double>(), 50.0, 0.1);
+  EXPECT_NEAR(json["sequences"][1]["bright"].get<double>(), 900.0 / 4095.0 * 255.0, 0.1);
+  ToolOutcome const told = run({"exposure", folder_.path().string(), "--white-level", "4000"});
+  EXPECT_NE(told.output.find("taken to have 4000"), std::string::npos) << told.output;
+  fs::remove(path("target.png"));
+  save("target.tiff", cv::Mat(120, 200, CV_32FC1, cv::Scalar(0.5)));
+  EXPECT_NE(run({"exposure", folder_.path().string()}).errors.find("pictures of 8 or 16 bits"),
+            std::string::npos);
 }
 
 TEST_F(MeasureCommands, ExposureSaysWhereAndForAnyPictures) {

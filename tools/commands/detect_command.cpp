@@ -12,6 +12,7 @@
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
 #include <vorn/mv/calib/detect_target.hpp>
+#include <vorn/mv/imaging/white_level.hpp>
 #include <vorn/mv/measure/amat.hpp>
 
 #include "tools/calibration/target_overlay.hpp"
@@ -225,11 +226,17 @@ void run(DetectOptions const& options, Report& report) {
   }
   nlohmann::json images = nlohmann::json::array();
   int found = 0;
+  std::size_t deep = 0;
   ProgressBar bar;
   std::vector<std::string> const names = pictureNames(options.images);
   for (std::size_t i = 0; i < options.images.size(); ++i) {
     tell(&bar, "detecting targets", i, options.images.size());
-    cv::Mat const grey = readGrayImage(options.images[i]);
+    cv::Mat grey = readDeepGrayImage(options.images[i]);
+    if (grey.depth() != CV_8U) {
+      constexpr double mostOf8Bits = 255.0;
+      grey.convertTo(grey, CV_8U, mostOf8Bits / std::max(1.0, mv::findWhiteLevel({grey})));
+      ++deep;
+    }
     auto const result = detector.detect(grey);
     nlohmann::json entry = toJson(result, pitch);
     entry["file"] = options.images[i];
@@ -244,6 +251,11 @@ void run(DetectOptions const& options, Report& report) {
       writePicture(options.overlays, names[i],
                    overlayOf(grey, dotsOf(result, pitch), result.isOriginMarked(), names[i] + ": " + text));
     }
+  }
+  if (deep > 0) {
+    report.warn(std::to_string(deep) + " of " + std::to_string(options.images.size()) +
+                " pictures have more than 8 bits and were measured with 8; a description of the target "
+                "(--target, --size) measures with all");
   }
   finish(options, images, found, report);
 }

@@ -15,6 +15,7 @@
 #include <vorn/mv/measure/amat.hpp>
 
 #include "tools/commands/commands.hpp"
+#include "tools/commands/white_level_option.hpp"
 #include "tools/files/image_files.hpp"
 #include "tools/files/json_file.hpp"
 #include "tools/progress.hpp"
@@ -31,6 +32,7 @@ namespace {
 struct ExposureOptions {
   std::string folder;
   std::string picture;
+  double whiteLevel = 0.0;
   FigureOptions look;
 };
 
@@ -90,7 +92,8 @@ std::map<Advice::Kind, CommonFault> faultsOf(std::vector<SequenceExposure> const
   return faults;
 }
 
-void print(std::vector<SequenceExposure> const& all) {
+void print(FolderExposure const& folder) {
+  std::vector<SequenceExposure> const& all = folder.sequences;
   std::size_t width = 12;
   for (SequenceExposure const& one : all) {
     width = std::max(width, one.name.size());
@@ -125,6 +128,10 @@ void print(std::vector<SequenceExposure> const& all) {
   std::cout
       << "sigma: of the projector coordinates that follow from the fringes; bright, amplitude and noise in "
          "grey values of 255\n";
+  if (folder.whiteLevel > 0.0) {
+    std::cout << printed("full pixels of the deep pictures are taken to have %.6g, which counts as 255\n",
+                         folder.whiteLevel);
+  }
 }
 
 nlohmann::json toJson(Spread const& spread) {
@@ -166,13 +173,16 @@ void run(ExposureOptions const& options, Report& report) {
     files.insert(files.end(), sequence.files.begin(), sequence.files.end());
   }
   report.declare(files, {options.picture});
-  std::vector<SequenceExposure> const all =
-      watched([&](Observer* bar) { return exposuresOf(options.folder, bar); });
+  FolderExposure const all =
+      watched([&](Observer* bar) { return exposuresOf(options.folder, options.whiteLevel, bar); });
   if (!options.picture.empty()) {
-    writeFigure(options.picture, pictureOf(worstOf(all)), options.look.drawSettings());
+    writeFigure(options.picture, pictureOf(worstOf(all.sequences)), options.look.drawSettings());
   }
   print(all);
-  report["sequences"] = toJson(all);
+  report["sequences"] = toJson(all.sequences);
+  if (all.whiteLevel > 0.0) {
+    report["whiteLevel"] = all.whiteLevel;
+  }
 }
 
 } // namespace
@@ -188,6 +198,7 @@ void addExposureCommand(CLI::App& app) {
       ->required();
   command->add_option("--picture", options->picture,
                       "Picture (or .svg) of what is clipped and dark, of the sequence that has most of it");
+  addWhiteLevelOption(*command, options->whiteLevel);
   options->look.addLight(*command);
   setWork(
       *command, [=](Report& report) { run(*options, report); }, "--report",

@@ -11,6 +11,7 @@
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <vorn/core/atomic_file.hpp>
 #include <vorn/core/exception.hpp>
@@ -161,6 +162,14 @@ cv::Mat readMeasuredImage(std::string const& path) {
   cv::Mat const image = decodedAsStored(path, bytes);
   // Colours become grey as ever, which is not to the bit what could be made of them here.
   return image.type() == CV_8UC1 || image.depth() != CV_8U ? image : decodedIn8Bits(path, bytes);
+}
+
+cv::Mat readDeepGrayImage(std::string const& path) {
+  cv::Mat image = readMeasuredImage(path);
+  if (image.channels() == 3) {
+    cv::cvtColor(image, image, cv::COLOR_BGR2GRAY);
+  }
+  return image;
 }
 
 std::string encodedImage(std::string const& path, cv::Mat const& image, Packing packing) {

@@ -17,14 +17,18 @@ bool hasPictureEnding(std::filesystem::path const& path);
 
 /// Reads a picture as 8-bit grey.
 /// @throws Exception as `readInputFile`; when the file is no picture that OpenCV reads; when it has 16 bits
-/// and
-///         no value above 4095, of which the upper 8 bits would hold hardly anything
+///         and no value above 4095, of which the upper 8 bits would hold hardly anything
 cv::Mat readGrayImage(std::string const& path);
 
 /// Reads a picture of a projector's or plain light in its full depth: those of 8 bits grey, as
 /// `readGrayImage`; deeper ones in the type they are stored in.
 /// @throws Exception as `readImage`
 cv::Mat readMeasuredImage(std::string const& path);
+
+/// Reads a picture as grey in its full depth: one channel, where `readMeasuredImage` keeps the colours of
+/// deep ones.
+/// @throws Exception as `readImage`
+cv::Mat readDeepGrayImage(std::string const& path);
 
 /// Reads a picture in the type it is stored in, with alpha dropped; a warning says so for PNG files.
 cv::Mat readImage(std::string const& path);

@@ -19,7 +19,7 @@ namespace vorn::tools {
 namespace {
 
 constexpr double notANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr uchar white = 255;
+constexpr double white8 = 255.0; // of the grey values that are told
 
 std::string textOf(double value, char const* unit) {
   char text[64];
@@ -70,9 +70,25 @@ Spread blurOf(cv::Mat_<uchar> const& image) {
   return spread;
 }
 
+/// Images as the camera gave them.
+struct Captured {
+  std::vector<cv::Mat_<ushort>> images;
+  double white;
+  double unit; ///< one of their grey values in those of 255
+};
+
+Captured capturedOf(std::vector<cv::Mat> const& images, double white) {
+  Captured captured{{}, white, white8 / white};
+  for (cv::Mat const& image : images) {
+    captured.images.emplace_back(image); // converts those of 8 bits
+  }
+  return captured;
+}
+
 /// The four images of a fringe hold three numbers, so P0 - P1 + P2 - P3 is noise alone, of twice its
 /// deviation.
-double noiseOfFringes(std::vector<cv::Mat_<uchar>> const& p, cv::Mat_<uchar> const& isLeftOut) {
+double noiseOfFringes(Captured const& fringes, cv::Mat_<uchar> const& isLeftOut) {
+  std::vector<cv::Mat_<ushort>> const& p = fringes.images;
   double sum = 0.0;
   std::size_t count = 0;
   for (int y = 0; y < p[0].rows; ++y) {
@@ -85,41 +101,45 @@ double noiseOfFringes(std::vector<cv::Mat_<uchar>> const& p, cv::Mat_<uchar> con
   }
   // Whole numbers: the mean size is finer than their median. Of a normal distribution it is 0.798 sigma.
   constexpr double meanSize = 0.79788;
-  return count == 0 ? 0.0 : sum / static_cast<double>(count) / meanSize / 2.0;
+  return count == 0 ? 0.0 : fringes.unit * sum / static_cast<double>(count) / meanSize / 2.0;
 }
 
 /// The pixels around which nothing is black or white, where images show no noise.
-cv::Mat noisyPixels(cv::Mat const& image) {
-  constexpr int nearlyBlack = 2;
+cv::Mat noisyPixels(cv::Mat const& image, Captured const& among) {
+  constexpr double nearlyBlack = 2.0;
   cv::Mat least;
   cv::Mat greatest;
   cv::erode(image, least, cv::Mat());
   cv::dilate(image, greatest, cv::Mat());
-  return (least > nearlyBlack) & (greatest < white);
+  return (least > nearlyBlack / among.unit) & (greatest < among.white);
 }
 
 /// The least over the images of what the finest detail of most pixels says (Immerkaer 1996, by the median, so
 /// that edges do not count); NaN where all images are black and white.
-double noiseOfImages(std::vector<cv::Mat> const& images) {
+double noiseOfImages(Captured const& captured) {
   cv::Matx33f const finest(1, -2, 1, -2, 4, -2, 1, -2, 1);
   constexpr double ofUnitNoise = 6.0; // deviation of the filtered image
   constexpr double leastShare = 0.01; // of the pixels, for an image to tell
   double least = std::numeric_limits<double>::infinity();
-  for (cv::Mat const& image : images) {
-    cv::Mat const noisy = noisyPixels(image);
+  for (cv::Mat const& image : captured.images) {
+    cv::Mat const noisy = noisyPixels(image, captured);
     if (cv::countNonZero(noisy) < leastShare * static_cast<double>(image.total())) {
       continue;
     }
     cv::Mat filtered;
-    cv::filter2D(image, filtered, CV_16S, finest);
+    cv::filter2D(image, filtered, CV_32F, finest);
     cv::Mat const sizes = cv::abs(filtered);
+    double greatest = 0.0;
+    cv::minMaxLoc(sizes, nullptr, &greatest);
     mv::HistogramSettings whereNoisy;
     whereNoisy.mask = noisy;
+    whereNoisy.low = -0.5;
+    whereNoisy.high = greatest + 0.5;
+    whereNoisy.bins = static_cast<int>(greatest) + 1;
     mv::Histogram const histogram = mv::calcHistogram(sizes, whereNoisy);
     // Whole numbers: the share up to the median's bin tells where within it the median lies.
     double const middle = histogram.percentile(0, 0.5);
     mv::HistogramSettings upTo = whereNoisy;
-    upTo.low = -0.5;
     upTo.high = middle + 0.5;
     upTo.bins = static_cast<int>(middle) + 1;
     mv::Histogram const lower = mv::calcHistogram(sizes, upTo);
@@ -129,7 +149,7 @@ double noiseOfImages(std::vector<cv::Mat> const& images) {
     double const within = static_cast<double>(counts.back()) - before;
     double const median = middle - 0.5 + (0.5 * total - before) / std::max(1.0, within);
     constexpr double medianSize = 0.67449; // of a normal distribution
-    least = std::min(least, std::max(0.0, median) / medianSize / ofUnitNoise);
+    least = std::min(least, captured.unit * std::max(0.0, median) / medianSize / ofUnitNoise);
   }
   return std::isfinite(least) ? least : notANumber;
 }
@@ -180,11 +200,11 @@ std::vector<Advice> adviceFor(Exposure const& e, double least, Ground ground) {
 
 /// That one of the four images has another light than the others, whose figures then tell nothing: over many
 /// fringes they all have one mean.
-std::vector<Advice> adviceForUneven(std::vector<cv::Mat_<uchar>> const& phases) {
+std::vector<Advice> adviceForUneven(Captured const& phases) {
   constexpr double most = 0.23; // of the others: scans correct what is less
   std::vector<double> means;
-  for (cv::Mat const& image : phases) {
-    means.push_back(cv::mean(image)[0]);
+  for (cv::Mat const& image : phases.images) {
+    means.push_back(phases.unit * cv::mean(image)[0]);
   }
   double const usual = medianOf(means);
   auto const farther = [&](double a, double b) { return std::abs(a - usual) < std::abs(b - usual); };
@@ -202,7 +222,8 @@ std::vector<Advice> adviceForUneven(std::vector<cv::Mat_<uchar>> const& phases) 
 }
 
 /// What all stacks have in common.
-Exposure commonOf(std::vector<cv::Mat> const& images) {
+Exposure commonOf(Captured const& captured) {
+  std::vector<cv::Mat_<ushort>> const& images = captured.images;
   Exposure result;
   cv::Mat brightest = images[0].clone();
   cv::Mat sum;
@@ -211,9 +232,9 @@ Exposure commonOf(std::vector<cv::Mat> const& images) {
     cv::max(brightest, images[k], brightest);
     cv::add(sum, images[k], sum, cv::noArray(), CV_32S);
   }
-  sum.convertTo(result.mean, CV_8U, 1.0 / static_cast<double>(images.size()));
-  cv::compare(brightest, white, result.isClipped, cv::CMP_EQ);
-  result.bright = mv::calcHistogram(brightest).percentile(0, 0.99);
+  sum.convertTo(result.mean, CV_8U, captured.unit / static_cast<double>(images.size()));
+  cv::compare(brightest, captured.white, result.isClipped, cv::CMP_GE);
+  result.bright = captured.unit * mv::calcHistogram(brightest).percentile(0, 0.99);
   return result;
 }
 
@@ -230,7 +251,7 @@ void judge(Exposure& result, cv::Mat_<float> const& amplitudes, double leastAmpl
         continue;
       }
       if (static_cast<double>(amplitudes(y, x)) < least) {
-        result.isDark(y, x) = white;
+        result.isDark(y, x) = std::numeric_limits<uchar>::max();
       } else {
         lit.push_back(amplitudes(y, x));
         brightness += result.mean(y, x);
@@ -262,17 +283,18 @@ std::string Spread::where(double factor, char const* unit) const {
              : "";
 }
 
-Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Ground ground) {
+Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Ground ground, double white) {
   constexpr double leastBright = 150.0;  // more gains less than a third of the noise
   constexpr double leastAmplitude = 2.0; // grey values
-  std::vector<cv::Mat_<uchar>> const p(phases.begin(), phases.begin() + 4);
-  Exposure result = commonOf({p.begin(), p.end()});
-  result.noise = noiseOfFringes(p, result.isClipped);
+  Captured const fringes = capturedOf({phases.begin(), phases.begin() + 4}, white);
+  std::vector<cv::Mat_<ushort>> const& p = fringes.images;
+  Exposure result = commonOf(fringes);
+  result.noise = noiseOfFringes(fringes, result.isClipped);
   cv::Mat_<float> amplitudes(p[0].size());
   for (int y = 0; y < amplitudes.rows; ++y) {
     for (int x = 0; x < amplitudes.cols; ++x) {
-      amplitudes(y, x) =
-          static_cast<float>(0.5 * std::hypot(p[0](y, x) - p[2](y, x), p[1](y, x) - p[3](y, x)));
+      amplitudes(y, x) = static_cast<float>(0.5 * fringes.unit *
+                                            std::hypot(p[0](y, x) - p[2](y, x), p[1](y, x) - p[3](y, x)));
     }
   }
   judge(result, amplitudes, leastAmplitude);
@@ -283,26 +305,27 @@ Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Gr
     cv::bitwise_not((amplitudes > result.amplitude / about) & (amplitudes < result.amplitude * about),
                     isOther);
     cv::bitwise_or(result.isClipped, isOther, isOther);
-    result.noise = noiseOfFringes(p, isOther);
+    result.noise = noiseOfFringes(fringes, isOther);
   }
   // Four steps: the phase's deviation is noise / (sqrt(2) amplitude).
   result.sigma = result.noise / (std::sqrt(2.0) * result.amplitude) * period / (2.0 * CV_PI);
-  result.advice = adviceForUneven(p);
+  result.advice = adviceForUneven(fringes);
   if (result.advice.empty()) {
     result.advice = adviceFor(result, leastBright, ground);
   }
   return result;
 }
 
-Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground) {
+Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground, double white) {
   constexpr double leastBright = 100.0; // dots and edges are found as well from there on
   constexpr double leastBrightness = 16.0;
   constexpr double leastAmplitude = 2.0;
-  Exposure result = commonOf(images);
-  result.noise = noiseOfImages(images);
+  Captured const captured = capturedOf(images, white);
+  Exposure result = commonOf(captured);
+  result.noise = noiseOfImages(captured);
   cv::Mat amplitudes;
   if (images.size() == 1) { // nothing to compare: what is lit at all
-    images[0].convertTo(amplitudes, CV_32F);
+    images[0].convertTo(amplitudes, CV_32F, captured.unit);
     judge(result, amplitudes, leastBrightness);
     result.amplitude = notANumber;
   } else {
@@ -313,7 +336,7 @@ Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground) {
       cv::max(greatest, image, greatest);
     }
     cv::Mat const range = greatest - least;
-    range.convertTo(amplitudes, CV_32F, 0.5);
+    range.convertTo(amplitudes, CV_32F, 0.5 * captured.unit);
     judge(result, amplitudes, leastAmplitude);
   }
   result.modulation = notANumber; // of fringes only

@@ -30,9 +30,9 @@ struct Advice {
   std::string text;
 };
 
-/// How a stack of images is exposed.
+/// How a stack of images is exposed. Grey values are of 255, whatever the camera's depth.
 struct Exposure {
-  Spread clipped; ///< share of pixels at the upper end of 8 bits in one of the images
+  Spread clipped; ///< share of pixels that are full in one of the images
   Spread dark;    ///< share of pixels whose signal does not stand out from the noise
   Spread blur;    ///< median blur of the edges of the mean image, px; NaN without edges
   /// Standard deviation of a grey value, of fringes where they have about the amplitude below; NaN where all
@@ -58,12 +58,18 @@ enum class Ground {
   IsNoFault ///< a target's dark ground and what lies around it
 };
 
-/// @param phases four images of one size, CV_8UC1, fringes shifted by a quarter each
+/// @param phases four images of one size, CV_8UC1 or CV_16UC1, fringes shifted by a quarter each
 /// @param period of the fringes, projector pixels
-Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Ground ground = Ground::Counts);
+/// @param white at which the camera's pixels are full, in the images' own grey values; those that are told
+/// are
+///        of 255 all the same
+Exposure exposureOfFringes(std::vector<cv::Mat> const& phases, double period, Ground ground = Ground::Counts,
+                           double white = 255.0);
 
-/// Of images of one size that show the same scene in any light, CV_8UC1, one or more. Their noise is told
-/// from the finest detail, so texture adds to it.
-Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground = Ground::Counts);
+/// Of images of one size that show the same scene in any light, CV_8UC1 or CV_16UC1, one or more. Their noise
+/// is told from the finest detail, so texture adds to it.
+/// @param white as of fringes
+Exposure exposureOfImages(std::vector<cv::Mat> const& images, Ground ground = Ground::Counts,
+                          double white = 255.0);
 
 } // namespace vorn::tools

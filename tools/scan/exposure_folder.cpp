@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <vorn/core/exception.hpp>
+#include <vorn/mv/imaging/white_level.hpp>
 
 #include "sl/coding/stripe_code.hpp"
 #include "tools/commands/size_option.hpp"
@@ -75,31 +76,67 @@ double periodOf(std::string const& name) {
                                : 0.0;
 }
 
-Exposure exposureOf(CapturedSequence const& sequence) {
+constexpr char const* context = "exposure";
+
+/// @throws Exception also for pixels that are no whole numbers
+cv::Mat read(std::string const& file) {
+  cv::Mat image = readDeepGrayImage(file);
+  if (image.depth() != CV_8U && image.depth() != CV_16U) {
+    throw Exception(file + " has " + cv::depthToString(image.depth()) +
+                        " pixels; exposure is told of pictures of 8 or 16 bits",
+                    nullptr, 0, context);
+  }
+  return image;
+}
+
+/// The grey value at which the camera's pixels are full: one for all sequences, as a dim one does not show
+/// it.
+double whiteOf(std::vector<CapturedSequence> const& sequences, Observer* observer) {
+  double white = 0.0;
+  for (std::size_t i = 0; i < sequences.size(); ++i) {
+    tell(observer, "looking for the white level", i, sequences.size());
+    std::vector<cv::Mat> images;
+    for (std::string const& file : sequences[i].files) {
+      images.push_back(read(file));
+      if (images.back().depth() != images.front().depth()) {
+        throw Exception(file + " is not of the depth of " + sequences[i].files.front(), nullptr, 0, context);
+      }
+    }
+    if (images.front().depth() != CV_8U) {
+      white = std::max(white, mv::findWhiteLevel(images));
+    }
+  }
+  return white;
+}
+
+/// @param whiteLevel of deep pictures
+Exposure exposureOf(CapturedSequence const& sequence, double whiteLevel) {
   double const period = periodOf(sequence.name);
   if (period > 0.0 && sequence.files.size() < phaseCount) {
     throw Exception(sequence.name + ": has " + std::to_string(sequence.files.size()) +
                         " images; the exposure of fringes is told by the first 4, the phase images",
-                    nullptr, 0, "exposure");
+                    nullptr, 0, context);
   }
   std::vector<cv::Mat> images;
   for (std::string const& file : sequence.files) {
-    images.push_back(readGrayImage(file));
+    images.push_back(read(file));
     if (images.back().size() != images.front().size()) {
       throw Exception(file + " has " + sizeText(images.back().size()) + " pixels, " + sequence.files.front() +
                           " " + sizeText(images.front().size()),
-                      nullptr, 0, "exposure");
+                      nullptr, 0, context);
     }
   }
-  return period > 0.0 ? exposureOfFringes(images, period, sequence.ground)
-                      : exposureOfImages(images, sequence.ground);
+  constexpr double mostOf8Bits = 255.0;
+  double const white = images.front().depth() == CV_8U ? mostOf8Bits : whiteLevel;
+  return period > 0.0 ? exposureOfFringes(images, period, sequence.ground, white)
+                      : exposureOfImages(images, sequence.ground, white);
 }
 
 } // namespace
 
 std::vector<CapturedSequence> sequencesIn(std::string const& folder) {
   if (!fs::is_directory(folder)) {
-    throw Exception("There is no folder " + folder, nullptr, 0, "exposure");
+    throw Exception("There is no folder " + folder, nullptr, 0, context);
   }
   Sequences sequences;
   addSequences(folder, "", sequences);
@@ -111,7 +148,7 @@ std::vector<CapturedSequence> sequencesIn(std::string const& folder) {
     }
   }
   if (sequences.empty()) {
-    throw Exception(folder + " has no pictures", nullptr, 0, "exposure");
+    throw Exception(folder + " has no pictures", nullptr, 0, context);
   }
   std::vector<CapturedSequence> result;
   for (auto& [name, files] : sequences) {
@@ -124,15 +161,17 @@ std::vector<CapturedSequence> sequencesIn(std::string const& folder) {
   return result;
 }
 
-std::vector<SequenceExposure> exposuresOf(std::string const& folder, Observer* observer) {
+FolderExposure exposuresOf(std::string const& folder, double whiteLevel, Observer* observer) {
   std::vector<CapturedSequence> const sequences = sequencesIn(folder);
-  std::vector<SequenceExposure> all;
+  FolderExposure result;
+  result.whiteLevel = whiteLevel > 0.0 ? whiteLevel : whiteOf(sequences, observer);
   for (CapturedSequence const& sequence : sequences) {
-    tell(observer, "judging exposure", all.size(), sequences.size());
-    all.push_back({sequence.name, sequence.files.size(), exposureOf(sequence)});
+    tell(observer, "judging exposure", result.sequences.size(), sequences.size());
+    result.sequences.push_back(
+        {sequence.name, sequence.files.size(), exposureOf(sequence, result.whiteLevel)});
   }
   tell(observer, "judging exposure", 1, 1);
-  return all;
+  return result;
 }
 
 } // namespace vorn::tools

@@ -31,10 +31,20 @@ struct SequenceExposure {
   Exposure exposure;
 };
 
+/// How the images of a folder are exposed.
+struct FolderExposure {
+  /// At which pixels of more than 8 bits are full, in their own grey values: as given, or as the brightest
+  /// sequence shows; 0 where all pictures have 8 bits.
+  double whiteLevel = 0.0;
+  std::vector<SequenceExposure> sequences;
+};
+
 /// The exposure of every sequence in a folder; that of columns and rows by their phase images.
-/// @throws Exception as `sequencesIn`, when a picture cannot be read or has another size than the first of
-/// its
-///         sequence, and for fewer than four images of columns or rows
-std::vector<SequenceExposure> exposuresOf(std::string const& folder, Observer* observer = nullptr);
+/// @param whiteLevel 0: to be found
+/// @throws Exception as `sequencesIn`, when a picture cannot be read, has another depth or size than the
+/// first
+///         of its sequence or pixels that are no whole numbers, and for fewer than four images of columns or
+///         rows
+FolderExposure exposuresOf(std::string const& folder, double whiteLevel = 0.0, Observer* observer = nullptr);
 
 } // namespace vorn::tools

@@ -8,11 +8,12 @@
 
 #include <opencv2/core.hpp>
 
+#include <vorn/mv/imaging/white_level.hpp>
+
 #include "calib/laser/laser_color_search.hpp"
 #include "calib/laser/laser_search.hpp"
 #include "core/error.hpp"
 #include "core/median.hpp"
-#include "imaging/white_level.hpp"
 
 namespace vorn::mv {
 

@@ -14,11 +14,11 @@
 #include <vorn/mv/core/library.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
 #include <vorn/mv/geometry/transform.hpp>
+#include <vorn/mv/imaging/white_level.hpp>
 
 #include "calib/laser/laser_color_search.hpp"
 #include "calib/laser/laser_grey.hpp"
 #include "core/median.hpp"
-#include "imaging/white_level.hpp"
 #include "scanner/calibration/adjusted_views.hpp"
 #include "scanner/calibration/laser_on_target.hpp"
 #include "scanner/calibration/mirrored_views.hpp"

@@ -8,8 +8,9 @@
 #include <optional>
 #include <utility>
 
+#include <vorn/mv/imaging/white_level.hpp>
+
 #include "core/median.hpp"
-#include "imaging/white_level.hpp"
 #include "scanner/findings/fringe_patch.hpp"
 #include "scanner/findings/patch_shift.hpp"
 #include "scanner/findings/sequence_figures.hpp"

@@ -14,12 +14,12 @@
 #include <vorn/mv/calib/camera_model.hpp>
 #include <vorn/mv/calib/line_scanner.hpp>
 #include <vorn/mv/geometry/plane3f.hpp>
+#include <vorn/mv/imaging/white_level.hpp>
 
 #include "calib/laser/laser_color_search.hpp"
 #include "calib/laser/laser_search.hpp"
 #include "core/error.hpp"
 #include "core/pieces.hpp"
-#include "imaging/white_level.hpp"
 #include "scanner/calibration/target_views.hpp"
 #include "scanner/side_by_side.hpp"
 

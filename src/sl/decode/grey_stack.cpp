@@ -11,8 +11,9 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include <vorn/mv/imaging/white_level.hpp>
+
 #include "core/error.hpp"
-#include "imaging/white_level.hpp"
 #include "sl/coding/stripe_code.hpp"
 
 namespace vorn::mv::sl {

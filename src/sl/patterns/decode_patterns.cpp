@@ -12,10 +12,10 @@
 #include <opencv2/core.hpp>
 
 #include <vorn/core/text.hpp>
+#include <vorn/mv/imaging/white_level.hpp>
 
 #include "core/error.hpp"
 #include "core/progress.hpp"
-#include "imaging/white_level.hpp"
 #include "mv_core/start_work.hpp"
 #include "sl/patterns/axis_decoding.hpp"
 #include "sl/patterns/sample_check.hpp"

@@ -6,6 +6,8 @@
 
 #include <opencv2/core/mat.hpp>
 
+#include <vorn/core/export.hpp>
+
 namespace vorn::mv {
 
 /// The level at which the pixels of a sensor are full, as some of its images show it.
@@ -17,7 +19,8 @@ namespace vorn::mv {
 /// before. One pixel in 100 000, up to 20, may be above the range, as hot ones are, and
 /// reals up to 1.1.
 /// @param images CV_8U, CV_16U, CV_32F or CV_64F, all of one depth; NaN and infinite ones are left out
-/// @return 0 for none
-double findWhiteLevel(std::vector<cv::Mat> const& images);
+/// @return in the images' own grey values; 0 for none
+/// @throws Exception for other or mixed depths
+VORN_API double findWhiteLevel(std::vector<cv::Mat> const& images);
 
 } // namespace vorn::mv
