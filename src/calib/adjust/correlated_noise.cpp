@@ -100,22 +100,25 @@ ReachFit fitOf(LagSums const& sums, double reach) {
 
 /// What the common parameters' slopes scatter by through one view's dots, over that of independent errors of
 /// variance 1.
+/// @param pitch of the target
 Eigen::MatrixXd addedScatter(Bundle const& bundle, ViewRows const& rows, Eigen::MatrixXd const& carried,
-                             NoiseCorrelation const& correlation) {
+                             NoiseCorrelation const& correlation, double pitch) {
   Eigen::Index const common = carried.rows();
   // Less what the pose takes up.
   Eigen::MatrixXd const free = rows.slope.leftCols(common) - rows.slope.rightCols<6>() * carried.transpose();
-  double const reach = correlation.reach * medianPitch(bundle.target);
+  double const reach = correlation.reach * pitch;
   Eigen::MatrixXd spread = (1 + correlation.taken) * free;
-  constexpr double farthest = 4; // reaches
+  constexpr double reaches = 4;
+  double const farthest = reaches * reach;
   for (std::size_t i = 0; i < rows.dots.size(); ++i) {
     cv::Point2f const& here = bundle.target[static_cast<std::size_t>(rows.dots[i])];
     auto const row = 2 * static_cast<Eigen::Index>(i);
     for (std::size_t j = 0; j < rows.dots.size(); ++j) {
-      double const distance = cv::norm(bundle.target[static_cast<std::size_t>(rows.dots[j])] - here);
-      if (j != i && distance < farthest * reach) {
-        spread.middleRows<2>(row) +=
-            correlation.share * bell(distance, reach) * free.middleRows<2>(2 * static_cast<Eigen::Index>(j));
+      cv::Point2d const way = bundle.target[static_cast<std::size_t>(rows.dots[j])] - here;
+      double const square = way.dot(way); // most dots are too far, and roots take time
+      if (j != i && square < farthest * farthest) {
+        spread.middleRows<2>(row) += correlation.share * bell(std::sqrt(square), reach) *
+                                     free.middleRows<2>(2 * static_cast<Eigen::Index>(j));
       }
     }
   }
@@ -155,12 +158,13 @@ Eigen::MatrixXd correlatedCovarianceOf(Bundle const& bundle, Transfers const& tr
     return covariance;
   }
   auto const residuals = residualsOf(bundle, transfers);
+  double const pitch = medianPitch(bundle.target);
   Eigen::MatrixXd scatter = Eigen::MatrixXd::Zero(covariance.rows(), covariance.cols());
   for (int device = 0; device < static_cast<int>(bundle.devices.size()); ++device) {
     NoiseCorrelation const correlation = noiseCorrelationOf(bundle, residuals, device);
     for (std::size_t i = 0; i < bundle.views.size() && correlation.share > 0; ++i) {
       Eigen::MatrixXd const carried = whole.mixed[i] * whole.pose[i].llt().solve(PoseMatrix::Identity());
-      scatter += addedScatter(bundle, viewRowsOf(bundle, transfers, i, device), carried, correlation);
+      scatter += addedScatter(bundle, viewRowsOf(bundle, transfers, i, device), carried, correlation, pitch);
     }
   }
   Eigen::MatrixXd const result = covariance + covariance * scatter * covariance;
