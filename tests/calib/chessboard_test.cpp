@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <string>
@@ -204,6 +205,39 @@ TEST_F(ChessboardTest, PartsOfABoardAndOtherBoardsAreRefusedWithWhatIsSeen) {
   EXPECT_NE(nothing.reason.find("of 0 crossings of dark and bright squares"), std::string::npos)
       << nothing.reason;
   expectError([&] { detectTarget(image, boardOf({2, 6})); }, "2 x 6 inner corners and must be 3 x 3");
+}
+
+// It is said to be what it is, where its corners are too few.
+TEST_F(ChessboardTest, BoardHalfInDeepShadowIsRefusedForItsCorners) {
+  TargetPhoto const photo = photoOf(corners, 10);
+  cv::Mat image = sim::render(photo);
+  for (int x = 0; x < image.cols; ++x) {
+    image.col(x) *= 0.1 + 0.9 / (1 + std::exp((x - 400) / 20.0));
+  }
+  Detection const detection = detectTarget(image, boardOf(corners));
+  EXPECT_TRUE(detection.isEmpty());
+  EXPECT_NE(detection.reason.find("a chessboard of 9 x 6 inner corners was found, but only"),
+            std::string::npos)
+      << detection.reason;
+  EXPECT_EQ(detection.reason.find("in place of"), std::string::npos) << detection.reason;
+  EXPECT_EQ(detection.dropped.size(), 54U);
+}
+
+TEST_F(ChessboardTest, NoiseAndLinesOfPixelsAreNoBoards) {
+  for (int seed = 1; seed < 3; ++seed) {
+    cv::RNG random(static_cast<std::uint64_t>(seed));
+    cv::Mat noise(480, 640, CV_8U);
+    random.fill(noise, cv::RNG::NORMAL, 128, 10);
+    cv::GaussianBlur(noise, noise, {}, seed);
+    Detection const detection = detectTarget((noise - 128) * 8 + 128, boardOf(corners));
+    EXPECT_TRUE(detection.isEmpty());
+    EXPECT_EQ(detection.reason.find("was found"), std::string::npos) << detection.reason;
+    EXPECT_LE(detection.dropped.size(), 1000U);
+  }
+  for (cv::Size const& size : {cv::Size(1300, 1), cv::Size(1, 1300), cv::Size(1, 1)}) {
+    Detection const detection = detectTarget(cv::Mat(size, CV_8U, cv::Scalar(128)), boardOf(corners));
+    EXPECT_NE(detection.reason.find("of 0 crossings"), std::string::npos) << size << detection.reason;
+  }
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +23,9 @@ namespace vorn::mv {
 namespace {
 
 constexpr char const* stage = "detecting targets";
+
+/// Least share of a board's corners that must be clear.
+constexpr double leastKept = 0.8;
 
 /// Least contrast of a corner's squares, of the board's median.
 constexpr double leastContrast = 0.25;
@@ -101,7 +104,8 @@ std::vector<int> factorsFor(cv::Size const& size) {
   constexpr int longSide = 640; // of the coarsest, at least
   constexpr int mostFactor = 16;
   int factor = 1;
-  while (factor < mostFactor && std::max(size.width, size.height) >= 2 * factor * longSide) {
+  int const most = std::min(mostFactor, std::min(size.width, size.height) / 2); // images may be a line
+  while (factor < most && std::max(size.width, size.height) >= 2 * factor * longSide) {
     factor *= 2;
   }
   std::vector<int> factors;
@@ -228,6 +232,17 @@ JudgedBoard sieve(Corners const& corners, Judgement const& judgement) {
   return board;
 }
 
+/// The reason that most of some were dropped for.
+std::string usualReason(std::vector<DroppedDot> const& dropped) {
+  std::map<std::string, int> counts;
+  for (DroppedDot const& dot : dropped) {
+    ++counts[dot.reason];
+  }
+  return std::max_element(counts.begin(), counts.end(),
+                          [](auto const& a, auto const& b) { return a.second < b.second; })
+      ->first;
+}
+
 /// Whether there are crossings a square beyond one side of a board.
 bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judgement,
             cv::Point const& outwards) {
@@ -286,6 +301,10 @@ public:
           return best_;
         }
       }
+      // All are measured in the whole image: finer ones tell where to, but do not show what is covered.
+      if (!best_.isEmpty() && factor != factors.front()) {
+        return best_;
+      }
     }
     if (best_.isEmpty()) {
       lookForAny(std::max(1, factors.front() / 2)); // fine enough for boards, and quick
@@ -303,11 +322,12 @@ private:
       return;
     }
     JudgedBoard board = sieve(corners, judgement);
-    constexpr double leastKept = 0.8; // of the corners
     std::size_t const least = std::max(best_.keyPoints.size() + 1,
                                        static_cast<std::size_t>(std::ceil(leastKept * target_.size.area())));
     if (board.kept.size() >= least) {
       take(std::move(board), judgement);
+    } else if (board.kept.size() > unclear_.kept.size()) {
+      unclear_ = std::move(board);
     }
   }
 
@@ -356,25 +376,52 @@ private:
     constexpr int least = 3; // corners each way that can be looked for
     bool const isPart =
         search(evened(level), {least, least}, cv::CALIB_CB_LARGER, part) && part.size.area() > least * least;
-    if (isPart && (part.size == target_.size || isTurned(part.size, target_.size))) {
+    bool const isTarget = part.size == target_.size || isTurned(part.size, target_.size);
+    if (isPart && isTarget) {
       lookAt(part, factor);
     }
-    if (!best_.isEmpty()) {
-      return;
+    if (best_.isEmpty()) {
+      bool const isOther = isPart && !isTarget && isClear(part, factor);
+      refuse(findCrossings(level), isOther ? part : Corners(), factor);
     }
-    std::vector<cv::Point2f> const crossings = findCrossings(level);
+  }
+
+  /// Whether a board of another size is one, and no chance in noise.
+  bool isClear(Corners part, int factor) const {
+    measure(part, factor);
+    return static_cast<double>(sieve(part, judge(smooth_, part)).kept.size()) >= leastKept * part.size.area();
+  }
+
+  /// Says why there is no board, and what was seen in its place.
+  /// @param crossings in the reduced image
+  /// @param other a board of another size there; empty: none
+  void refuse(std::vector<cv::Point2f> const& crossings, Corners const& other, int factor) {
     best_.steps = {{"crossings of dark and bright squares", static_cast<int>(crossings.size())},
-                   {"inner corners of one chessboard", isPart ? part.size.area() : 0},
+                   {"inner corners of one chessboard", other.size.area()},
                    {"of the described one", 0}};
     auto const drop = [&](std::vector<cv::Point2f> const& places, std::string const& reason) {
-      for (cv::Point2f const& place : places) {
-        best_.dropped.push_back({unreduced(place, factor), reason});
+      constexpr std::size_t most = 1000;
+      for (std::size_t i = 0; i < std::min(most, places.size()); ++i) {
+        best_.dropped.push_back({unreduced(places[i], factor), reason});
       }
     };
-    if (isPart) {
-      cv::Size const seen = alongTarget(part.size);
+    constexpr double leastUnclear = 0.4; // of the corners: less might be a chance
+    if (static_cast<double>(unclear_.kept.size()) >= leastUnclear * target_.size.area()) {
+      best_.steps[1].count = target_.size.area();
+      best_.steps[2].count = static_cast<int>(unclear_.kept.size());
+      best_.dropped = unclear_.dropped;
+      for (TargetDot const& corner : unclear_.kept) {
+        best_.dropped.push_back({cv::Point2f(corner.centre), "too few corners of its board are as clear"});
+      }
+      best_.reason = "a chessboard of " + sizeText(target_.size) + " inner corners was found, but only " +
+                     std::to_string(unclear_.kept.size()) + " of its " + std::to_string(target_.size.area()) +
+                     " corners are clear; of most others: " + usualReason(unclear_.dropped);
+      return;
+    }
+    if (!other.places.empty()) {
+      cv::Size const seen = alongTarget(other.size);
       best_.reason = reasonFor(seen);
-      drop(part.places, "it belongs to a chessboard of " + sizeText(seen) + " corners in view");
+      drop(other.places, "it belongs to a chessboard of " + sizeText(seen) + " corners in view");
       return;
     }
     drop(crossings, "it is a crossing of dark and bright squares, but of no whole chessboard");
@@ -406,6 +453,7 @@ private:
   TargetDescription const& target_;
   cv::Mat smooth_;
   Detection best_;
+  JudgedBoard unclear_; ///< of the target's size, with too few corners
   bool goesOn_ = false; ///< whether a part of a larger board was found
 };
 
