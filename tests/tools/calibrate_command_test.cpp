@@ -96,10 +96,19 @@ TEST_F(CalibrateCommand, TakesPicturesAndTheDescriptionBesideThem) {
   ToolOutcome const doubled = calibrate({"--pitch", "30"});
   EXPECT_EQ(doubled.status, 0) << doubled.errors;
   EXPECT_NE(doubled.errors.find("the pitch is taken as 30 mm"), std::string::npos) << doubled.errors;
+  ToolOutcome const small =
+      calibrate({"--pitch", "0.5"}); // less than the detector takes that is not used here
+  EXPECT_EQ(small.status, 0) << small.errors;
 }
 
 TEST_F(CalibrateCommand, TakesTheTargetFromOptionsOrAnotherFile) {
-  EXPECT_EQ(calibrate({"--size", "11x8", "--pitch", "15"}).status, 0);
+  ToolOutcome const inMillimetres = calibrate({"--size", "11x8", "--pitch", "15"});
+  EXPECT_EQ(inMillimetres.status, 0) << inMillimetres.errors;
+  EXPECT_EQ(inMillimetres.errors.find("metres"), std::string::npos) << inMillimetres.errors;
+  expectTheCamera();
+  ToolOutcome const inMetres = calibrate({"--size", "11x8", "--pitch", "0.015"});
+  EXPECT_EQ(inMetres.status, 0) << inMetres.errors;
+  EXPECT_NE(inMetres.errors.find("metres, give 15:"), std::string::npos) << inMetres.errors;
   expectTheCamera();
   std::ofstream(path("plate.json")) << R"({"pitch": 15, "size": [11, 8], "polarity": "bright"})";
   describe(R"({"pitch": 20, "size": [5, 5]})");
@@ -139,6 +148,8 @@ TEST_F(CalibrateCommand, RefusesWhatDoesNotFit) {
            {{"--size", "11x8", "--pitch", "15", "--set", "MinDotArea=20"}, 2, "excludes"},
            {{"--size", "11x8", "--pitch", "15", "--projector", "640x400"}, 2, "excludes"},
            {{"--size", "9x8", "--pitch", "15"}, 1, "are not the target's 9 x 8"},
+           {{"--pitch", "0.5"}, 2, "describe one of any pitch"},
+           {{"--pitch", "15", "--set", "PatternDim=15"}, 2, "by --set PatternDim too"},
        }) {
     ToolOutcome const outcome = calibrate(wrong.options);
     EXPECT_EQ(outcome.status, wrong.status) << outcome.errors;

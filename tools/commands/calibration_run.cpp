@@ -197,7 +197,6 @@ void applyFound(mv::CalibrationSettings& settings, std::string const& file, Cali
 /// file of the description; empty when there is none.
 std::string chooseTarget(mv::CalibrationSettings& settings, CalibrateOptions const& options, Report& report) {
   applyAssignments(settings.detector, options.assignments);
-  options.pitch.apply(settings.detector, options.assignments);
   if (options.target.isGiven()) {
     if (options.target.file().empty()) {
       options.pitch.require(options.assignments);
@@ -208,10 +207,25 @@ std::string chooseTarget(mv::CalibrationSettings& settings, CalibrateOptions con
   std::string const file = targetFileOf(options.folder);
   if (file.empty()) {
     options.pitch.require(options.assignments);
+    options.pitch.apply(settings.detector, options.assignments);
   } else {
     applyFound(settings, file, options, report);
   }
   return file;
+}
+
+/// Results in metres are right, but what is said of them and drawn is not.
+void warnOfMetres(mv::CalibrationSettings const& settings, Report& report) {
+  constexpr double leastUsual = 0.1;
+  constexpr double millimetres = 1000.0; // of a metre
+  double const pitch =
+      settings.target ? settings.target->pitch : settings.detector["PatternDim"].getValue().toDouble();
+  if (pitch < leastUsual) {
+    std::ostringstream text;
+    text << "the pitch is " << pitch << " mm; if that is metres, give " << millimetres * pitch
+         << ": reports and pictures take all lengths for millimetres";
+    report.warn(text.str());
+  }
 }
 
 /// @throws Exception for names that cannot be all that is needed
@@ -268,6 +282,7 @@ void runCalibration(CalibrateOptions const& options, Report& report) {
   checkNames(options);
   mv::CalibrationSettings settings;
   std::string const targetFile = chooseTarget(settings, options, report);
+  warnOfMetres(settings, report);
   std::vector<std::string> inputs = inputsOf(options);
   for (std::string const& file : {targetFile, options.camera, options.camera1}) {
     if (!file.empty()) {

@@ -3,6 +3,7 @@
 #include "tools/commands/property_options.hpp"
 
 #include <algorithm>
+#include <sstream>
 
 #include <vorn/core/exception.hpp>
 #include <vorn/mv/calib/calib_pattern_detector.hpp>
@@ -58,19 +59,36 @@ void PitchOption::addTo(CLI::App& command) {
 }
 
 void PitchOption::apply(PropertySetBase& detector, std::vector<std::string> const& assignments) const {
-  if (pitch > 0 && givesPitch(assignments)) {
-    throw CLI::ValidationError("--pitch", "the pitch is given by --set PatternDim too");
+  requireOnce(assignments);
+  if (pitch <= 0) {
+    return;
   }
-  if (pitch > 0) {
-    detector["PatternDim"] = pitch;
+  Property& ofDetector = *detector.findProperty("PatternDim");
+  double const least = ofDetector.getMin().toDouble();
+  double const greatest = ofDetector.getMax().toDouble();
+  if (pitch < least || pitch > greatest) {
+    std::ostringstream text;
+    text << "the pitch is " << pitch << " mm, and without a description of the target it must be " << least
+         << " to " << greatest << "; --size COLUMNSxROWS or --target FILE describe one of any pitch";
+    throw CLI::ValidationError("--pitch", text.str());
   }
+  ofDetector = Variant(pitch);
 }
 
 double PitchOption::given(std::vector<std::string> const& assignments) const {
+  requireOnce(assignments);
+  if (pitch > 0 || !givesPitch(assignments)) {
+    return pitch;
+  }
   mv::CalibPatternDetector detector;
   applyAssignments(detector, assignments);
-  apply(detector, assignments);
-  return pitch > 0 || givesPitch(assignments) ? detector["PatternDim"].get<double>() : 0.0;
+  return detector["PatternDim"].get<double>();
+}
+
+void PitchOption::requireOnce(std::vector<std::string> const& assignments) const {
+  if (pitch > 0 && givesPitch(assignments)) {
+    throw CLI::ValidationError("--pitch", "the pitch is given by --set PatternDim too");
+  }
 }
 
 void PitchOption::require(std::vector<std::string> const& assignments) const {

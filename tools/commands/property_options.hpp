@@ -31,15 +31,19 @@ struct PitchOption {
   /// Gives the detector the pitch, where there is one.
   ///
   /// @param assignments of the detector's properties, which may hold the pitch as "PatternDim"
-  /// @throws CLI::ValidationError when both give it
+  /// @throws CLI::ValidationError when both give it, or for one that the detector does not take
   void apply(PropertySetBase& detector, std::vector<std::string> const& assignments) const;
 
   /// The pitch that the option or an assignment of "PatternDim" gives, mm; 0 when neither does.
+  /// @throws CLI::ValidationError when both do
   double given(std::vector<std::string> const& assignments) const;
 
   /// @throws CLI::RequiredError when neither the option nor an assignment gives the pitch: without it every
   ///         length of a calibration would be wrong by one factor, which nothing in its figures shows
   void require(std::vector<std::string> const& assignments) const;
+
+private:
+  void requireOnce(std::vector<std::string> const& assignments) const;
 };
 
 } // namespace vorn::tools
