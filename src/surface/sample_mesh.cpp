@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <iomanip>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,22 +32,100 @@ Corners cornersOf(SurfaceMesh const& mesh, cv::Vec3i const& triangle) {
   return corners;
 }
 
-/// Both halves of a triangle on either side of its longest edge's middle; nothing to halve where that edge is
-/// no longer than asked.
-bool halve(Corners const& whole, double longest, Corners& one, Corners& other) {
-  double const edges[] = {cv::norm(whole[1] - whole[0]), cv::norm(whole[2] - whole[1]),
-                          cv::norm(whole[0] - whole[2])};
-  auto const a = static_cast<std::size_t>(std::max_element(edges, edges + 3) - edges);
-  if (!(edges[a] > longest)) {
-    return false;
+/// A triangle on its longest edge.
+struct Tent {
+  cv::Vec3d from;
+  cv::Vec3d along;  ///< of length 1
+  cv::Vec3d up;     ///< from the edge to the third corner
+  double length;    ///< of the edge
+  double height;    ///< of the third corner
+  double peak;      ///< below which place of the edge it is
+  cv::Vec3d normal; ///< of length 1
+
+  /// Of what is above a place of the edge, in heights of the third corner.
+  double shareAt(double x) const { return x < peak ? x / peak : (length - x) / (length - peak); }
+};
+
+/// None for a triangle without area.
+std::optional<Tent> tentOf(Corners const& corners) {
+  std::size_t edge = 0;
+  double longest = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    double const length = cv::norm(corners[(i + 1) % 3] - corners[i]);
+    edge = length > longest ? i : edge;
+    longest = std::max(longest, length);
   }
-  std::size_t const b = (a + 1) % 3;
-  cv::Vec3d const middle = 0.5 * (whole[a] + whole[b]);
-  one = other = whole;
-  one[b] = middle;
-  other[a] = middle;
-  return true;
+  cv::Vec3d const& from = corners[edge];
+  cv::Vec3d const way = corners[(edge + 1) % 3] - from;
+  cv::Vec3d const third = corners[(edge + 2) % 3] - from;
+  cv::Vec3d const across = way.cross(third);
+  double const twiceArea = cv::norm(across);
+  if (!(twiceArea > 0.0)) {
+    return std::nullopt;
+  }
+  cv::Vec3d const along = way * (1 / longest);
+  double const peak = std::clamp(along.dot(third), 0.0, longest);
+  return Tent{
+      from, along, third - peak * along, longest, twiceArea / longest, peak, across * (1 / twiceArea)};
 }
+
+/// Points and normals in the middles of cells of triangles.
+class Sampler {
+public:
+  explicit Sampler(double longestEdge) : longest_(longestEdge) {}
+
+  void add(Corners const& corners) {
+    auto const tent = tentOf(corners);
+    if (!tent) {
+      return;
+    }
+    if (tent->length <= longest_) {
+      checkRoom(1);
+      put((corners[0] + corners[1] + corners[2]) * (1.0 / 3.0), tent->normal);
+      return;
+    }
+    double const cell = longest_ / 2;
+    double const columns = std::ceil(tent->length / cell);
+    checkRoom(std::max(columns, tent->length / cell * tent->height / cell / 2));
+    for (double column = 0.5; column < columns; ++column) {
+      double const x = column / columns * tent->length;
+      double const share = tent->shareAt(x);
+      double const rows = std::max(1.0, std::ceil(share * tent->height / cell));
+      checkRoom(rows);
+      for (double row = 0.5; row < rows; ++row) {
+        put(tent->from + x * tent->along + row / rows * share * tent->up, tent->normal);
+      }
+    }
+  }
+
+  PointCloud cloud() const {
+    if (points_.empty()) {
+      throw error("The mesh has no triangle with an area", "sampleMesh");
+    }
+    constexpr bool isCopied = true;
+    return PointCloud(cv::Mat_<cv::Vec3f>(points_, isCopied), false, cv::Mat_<cv::Vec3f>(normals_, isCopied));
+  }
+
+private:
+  void checkRoom(double more) const {
+    constexpr double most = 1e8;
+    if (static_cast<double>(points_.size()) + more > most) {
+      std::ostringstream message;
+      message << "With points up to " << longest_ << " apart there would be more than " << std::fixed
+              << std::setprecision(0) << most << " points";
+      throw error(message.str(), "sampleMesh");
+    }
+  }
+
+  void put(cv::Vec3d const& point, cv::Vec3d const& normal) {
+    points_.emplace_back(point);
+    normals_.emplace_back(normal);
+  }
+
+  double longest_;
+  std::vector<cv::Vec3f> points_;
+  std::vector<cv::Vec3f> normals_;
+};
 
 } // namespace
 
@@ -55,42 +136,11 @@ PointCloud sampleMesh(SurfaceMesh const& mesh, double longestEdge) {
     throw error(message.str(), "sampleMesh");
   }
   checkTriangles(mesh, "sampleMesh");
-  constexpr std::size_t most = 100'000'000;
-  std::vector<cv::Vec3f> points;
-  std::vector<cv::Vec3f> normals;
-  std::vector<Corners> left;
+  Sampler sampler(longestEdge);
   for (cv::Vec3i const& triangle : mesh.triangles) {
-    left.assign(1, cornersOf(mesh, triangle));
-    cv::Vec3d const across = (left[0][1] - left[0][0]).cross(left[0][2] - left[0][0]);
-    double const length = cv::norm(across);
-    if (!(length > 0.0)) {
-      continue;
-    }
-    cv::Vec3f const normal = across * (1.0 / length);
-    while (!left.empty()) {
-      Corners const piece = left.back();
-      left.pop_back();
-      Corners one;
-      Corners other;
-      if (halve(piece, longestEdge, one, other)) {
-        left.push_back(other);
-        left.push_back(one);
-        continue;
-      }
-      if (points.size() == most) {
-        std::ostringstream message;
-        message << "Pieces of edges up to " << longestEdge << " would be more than " << most << " points";
-        throw error(message.str(), "sampleMesh");
-      }
-      points.emplace_back((piece[0] + piece[1] + piece[2]) * (1.0 / 3.0));
-      normals.push_back(normal);
-    }
+    sampler.add(cornersOf(mesh, triangle));
   }
-  if (points.empty()) {
-    throw error("The mesh has no triangle with an area", "sampleMesh");
-  }
-  constexpr bool isCopied = true;
-  return PointCloud(cv::Mat_<cv::Vec3f>(points, isCopied), false, cv::Mat_<cv::Vec3f>(normals, isCopied));
+  return sampler.cloud();
 }
 
 } // namespace vorn::mv

@@ -75,6 +75,15 @@ TEST(SampleMesh, LeavesNoPlaceOfATriangleFarFromAPoint) {
   EXPECT_LT(count, 9 * squares + 4 * 12 / longest + 1);
 }
 
+// The long faces of a thin rod: halved across their longest edges they had the square of that many points.
+TEST(SampleMesh, NeedlesHaveTwoPointsOnAnEdgesLength) {
+  SurfaceMesh mesh;
+  mesh.vertices = {{0, 0, 0}, {1000, 0, 0}, {1000, 0.05F, 0}, {0, 0.05F, 0}};
+  mesh.triangles = {{0, 1, 2}, {2, 3, 0}};
+  PointCloud const cloud = sampleMesh(mesh, 0.5);
+  EXPECT_NEAR(static_cast<double>(cloud.points().total()), 2 * 2 * 1000 / 0.5, 4);
+}
+
 TEST(SampleMesh, ASmallTriangleHasItsMiddle) {
   SurfaceMesh mesh = threeTriangles();
   mesh.triangles = {{0, 1, 2}};

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include <vorn/mv/surface/sample_mesh.hpp>
 
@@ -11,13 +12,15 @@ namespace vorn::tools {
 
 namespace {
 
-struct Areas {
-  double all = 0.0;
+/// What a mesh's triangles are.
+struct Triangles {
+  double area = 0.0;
   double ofLarge = 0.0; ///< of triangles with an edge above a length
+  double points = 0.0;  ///< about how many `sampleMesh` takes for that length
 };
 
-Areas areasOf(graphic::GraphicObject const& object, double edge) {
-  Areas areas;
+Triangles trianglesOf(graphic::GraphicObject const& object, double edge) {
+  Triangles all;
   for (cv::Vec3i const& triangle : object.triangles()) {
     auto const corner = [&](int i) {
       return cv::Vec3d(object.vertices()[static_cast<std::size_t>(triangle[i])]);
@@ -25,12 +28,14 @@ Areas areasOf(graphic::GraphicObject const& object, double edge) {
     cv::Vec3d const one = corner(1) - corner(0);
     cv::Vec3d const other = corner(2) - corner(0);
     double const area = 0.5 * cv::norm(one.cross(other));
-    areas.all += area;
-    if (std::max({cv::norm(one), cv::norm(other), cv::norm(one - other)}) > edge) {
-      areas.ofLarge += area;
+    double const longest = std::max({cv::norm(one), cv::norm(other), cv::norm(one - other)});
+    all.area += area;
+    if (longest > edge) {
+      all.ofLarge += area;
+      all.points += 4.0 * area / (edge * edge) + 2.0 * longest / edge;
     }
   }
-  return areas;
+  return all;
 }
 
 } // namespace
@@ -48,11 +53,21 @@ mv::SurfaceMesh meshOfObject(graphic::GraphicObject const& object) {
 
 mv::PointCloud surfacePointsOf(CloudInput const& input) {
   constexpr double squares = 30000.0; // of the longest edge, in the area: some 150 000 points
+  constexpr double mostPoints = 1e6;  // where needles, as of thin rods, take more
+  constexpr double coarser = 1.25;
   constexpr double mostOfLarge =
       0.01; // of the area, which the corners of large triangles leave without points
-  double const area = areasOf(input.object, 0.0).all;
-  double const edge = std::sqrt(area / squares);
-  if (!(area > 0.0) || !std::isfinite(area) || areasOf(input.object, edge).ofLarge <= mostOfLarge * area) {
+  double const area = trianglesOf(input.object, std::numeric_limits<double>::infinity()).area;
+  if (!(area > 0.0) || !std::isfinite(area)) {
+    return input.cloud;
+  }
+  double edge = std::sqrt(area / squares);
+  Triangles triangles = trianglesOf(input.object, edge);
+  while (triangles.points > mostPoints) {
+    edge *= coarser;
+    triangles = trianglesOf(input.object, edge);
+  }
+  if (triangles.ofLarge <= mostOfLarge * area) {
     return input.cloud;
   }
   mv::PointCloud points = mv::sampleMesh(meshOfObject(input.object), edge);
