@@ -29,6 +29,7 @@ public:
   void add(double component) {
     fractions_ += component > 0.0 && component < 1.0 ? 1 : 0;
     beyond_ += component > mostOfUnit && std::isfinite(component) ? 1 : 0;
+    above_ += component > mostOfByte && std::isfinite(component) ? 1 : 0;
   }
 
   /// Whether they are of 0..1. Where no component tells, `isUsual`.
@@ -48,17 +49,43 @@ public:
       text += (text.empty() ? "colours are taken as 0..1, " : ", ") + std::to_string(beyond_) +
               " components above 2 as 1";
     }
+    if (!unit && above_ > 0) {
+      text += (text.empty() ? "colours are taken as 0..255, " : ", ") + std::to_string(above_) +
+              " components above 255 as 255";
+    }
     return text;
   }
 
 private:
   /// What a component of 0..1 may overshoot to; a file of 0..255 with nothing above would be all but black.
   static constexpr double mostOfUnit = 2.0;
+  static constexpr double mostOfByte = 255.5; ///< what rounding leaves alone
   /// Of components between 0 and 1 over those beyond.
   static constexpr std::size_t leastRatio = 10;
 
   std::size_t fractions_ = 0;
   std::size_t beyond_ = 0;
+  std::size_t above_ = 0;
+};
+
+/// The scales of a file's colours and of their alpha, which may be another one.
+class ColorScales {
+public:
+  void add(int channel, double component) { (channel == alpha ? ofAlpha_ : ofColors_).add(component); }
+
+  /// Whether a channel is of 0..1. An alpha of which no component tells is: of 0..255 it would leave nothing
+  /// to see.
+  bool isUnit(int channel, bool isUsual) const {
+    return channel == alpha ? ofAlpha_.isUnit(true) : ofColors_.isUnit(isUsual);
+  }
+
+  /// As that of the colours' scale.
+  std::string assumption(bool isUsual) const { return ofColors_.assumption(isUsual); }
+
+private:
+  static constexpr int alpha = 3;
+  ColorScale ofColors_;
+  ColorScale ofAlpha_;
 };
 
 /// How many colour components a file of the object needs: none, or 3, or 4 when some colour is not opaque.

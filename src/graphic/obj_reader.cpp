@@ -179,8 +179,8 @@ private:
       cv::Vec4d const color(values[3], values[4], values[5], count == 7 ? values[6] : full);
       colors_.resize(object_.vertices().size() - 1, cv::Vec4f::all(full));
       colors_.emplace_back(color);
-      for (double const component : color.val) {
-        scale_.add(component);
+      for (int channel = 0; channel < 4; ++channel) {
+        scales_.add(channel, color[channel]);
       }
     }
   }
@@ -190,13 +190,16 @@ private:
       return;
     }
     colors_.resize(object_.vertices().size(), cv::Vec4f::all(full));
-    float const unit = scale_.isUnit(true) ? 1.0F : 255.0F;
+    cv::Vec4f unit;
+    for (int channel = 0; channel < 4; ++channel) {
+      unit[channel] = scales_.isUnit(channel, true) ? 1.0F : 255.0F;
+    }
     object_.colors().reserve(colors_.size());
     for (cv::Vec4f const& color : colors_) {
-      object_.colors().emplace_back(colorByte(color[0] / unit), colorByte(color[1] / unit),
-                                    colorByte(color[2] / unit), colorByte(color[3] / unit));
+      object_.colors().emplace_back(colorByte(color[0] / unit[0]), colorByte(color[1] / unit[1]),
+                                    colorByte(color[2] / unit[2]), colorByte(color[3] / unit[3]));
     }
-    if (std::string const text = scale_.assumption(true); !text.empty()) {
+    if (std::string const text = scales_.assumption(true); !text.empty()) {
       System::message(file_.path() + ": " + text + "\n");
     }
   }
@@ -296,7 +299,7 @@ private:
   PolygonFans fans_;
   std::vector<int> corners_;      ///< of the face that is read
   std::vector<cv::Vec4f> colors_; ///< as the file has them
-  ColorScale scale_;
+  ColorScales scales_;
   std::vector<cv::Vec3f> normals_;
   std::vector<int> normalOfVertex_; ///< as long as needed for the vertices that have one
   IndexRange vertexRange_;

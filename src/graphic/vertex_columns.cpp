@@ -145,7 +145,7 @@ void VertexRows::add(double const* values) {
     case Role::Color:
       color[channel] = byteOf(value);
       unitColor[channel] = colorByte(value);
-      scale_.add(value);
+      scales_.add(channel, value);
       break;
     case Role::Packed:
     case Role::PackedWithAlpha:
@@ -172,10 +172,12 @@ void VertexRows::add(double const* values) {
 
 GraphicObject VertexRows::finish(FileReader const& file) {
   setPlaces(object_, places_);
-  if (hasColorColumns_ && scale_.isUnit(false)) {
-    object_.colors() = std::move(unitColors_);
+  for (int channel = 0; channel < 4 && hasColorColumns_; ++channel) {
+    for (std::size_t i = 0; scales_.isUnit(channel, false) && i < unitColors_.size(); ++i) {
+      object_.colors()[i][channel] = unitColors_[i][channel];
+    }
   }
-  if (std::string const text = scale_.assumption(false); !text.empty()) {
+  if (std::string const text = scales_.assumption(false); !text.empty()) {
     System::message(file.path() + ": " + text + "\n");
   }
   return std::move(object_);

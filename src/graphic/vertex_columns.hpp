@@ -57,7 +57,7 @@ private:
   bool hasNormals_ = false;
   bool hasColors_ = false;
   bool hasColorColumns_ = false;
-  ColorScale scale_;                  ///< of colours in columns, usually 0..255
+  ColorScales scales_;                ///< of colours in columns, usually 0..255
   std::vector<cv::Vec4b> unitColors_; ///< as if they were of 0..1
   GraphicObject object_;
   std::vector<cv::Vec3d> places_;

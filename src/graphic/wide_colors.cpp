@@ -2,36 +2,59 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "graphic/wide_colors.hpp"
 
+#include <array>
+#include <cstddef>
+
 #include "core/large_array.hpp"
 #include "graphic/file_colors.hpp"
 
 namespace vorn::graphic {
 
+namespace {
+
+/// Components of 16 bits, which programs write in 0..65535 or in 0..255.
+class Shorts {
+public:
+  void add(float component) {
+    ofBytes_ += component > 0.0F && component <= 255.0F ? 1 : 0;
+    above_ += component > 255.0F ? 1 : 0;
+  }
+
+  /// Whether they are of 0..65535: dark colours may be below 255 for the most part.
+  bool areWide() const {
+    constexpr std::size_t mostRatio = 10;
+    return mostRatio * above_ >= ofBytes_; // nothing but black is, too
+  }
+
+private:
+  std::size_t ofBytes_ = 0;
+  std::size_t above_ = 0;
+};
+
+} // namespace
+
 std::vector<cv::Vec4b> WideColors::toBytes(std::vector<cv::Vec4f> const& colors,
                                            std::string& assumption) const {
-  ColorScale scale;
-  std::size_t ofBytes = 0;
-  std::size_t above = 0;
+  ColorScales scales;
+  std::array<Shorts, 2> shorts; // of colours, and of alpha
+  auto const shortsOf = [&](int channel) -> Shorts& { return shorts[channel == 3 ? 1 : 0]; };
   for (cv::Vec4f const& color : colors) {
     for (int channel = 0; channel < 4; ++channel) {
-      float const value = color[channel];
       if (isOf(channel, PlyType::UInt16)) {
-        ofBytes += value > 0.0F && value <= 255.0F ? 1 : 0;
-        above += value > 255.0F ? 1 : 0;
+        shortsOf(channel).add(color[channel]);
       } else if (isFloat(channel)) {
-        scale.add(static_cast<double>(value));
+        scales.add(channel, static_cast<double>(color[channel]));
       }
     }
   }
-  bool const areShorts = above >= ofBytes; // nothing but black is, too
   cv::Vec4f full;
   for (int channel = 0; channel < 4; ++channel) {
-    full[channel] = isOf(channel, PlyType::UInt16) ? (areShorts ? 65535.0F : 255.0F)
-                    : isFloat(channel)             ? (scale.isUnit(true) ? 1.0F : 255.0F)
+    full[channel] = isOf(channel, PlyType::UInt16) ? (shortsOf(channel).areWide() ? 65535.0F : 255.0F)
+                    : isFloat(channel)             ? (scales.isUnit(channel, true) ? 1.0F : 255.0F)
                                                    : 255.0F;
   }
-  assumption = scale.assumption(true);
-  if (!areShorts) {
+  assumption = scales.assumption(true);
+  if (!shorts[0].areWide()) {
     assumption = "colours of type ushort are taken as 0..255";
   }
   std::vector<cv::Vec4b> bytes;

@@ -192,6 +192,9 @@ TEST(PLYFile, ScalesOfColorsAreThoseOfAllOfThem) {
     EXPECT_EQ(colorsOf(std::uint16_t{}, byteValues), byteColors);
     EXPECT_EQ(colorsOf(std::uint16_t{}, {0, 0, 0, 0, 40000, 200}),
               Colors({{0, 0, 0, 255}, {0, 156, 1, 255}}));
+    EXPECT_EQ(colorsOf(std::uint16_t{}, {200, 100, 50, 200, 4000, 200, 100, 50, 20}).at(1),
+              cv::Vec4b(1, 16, 1, 255))
+        << "most of what is dark is below 256";
     EXPECT_EQ(colorsOf(float{}, {0, 1, 0, 1, 1.5, 0}), Colors({{0, 255, 0, 255}, {255, 255, 0, 255}}));
     std::vector<double> stray;
     for (int i = 0; i < 10; ++i) {
@@ -201,6 +204,18 @@ TEST(PLYFile, ScalesOfColorsAreThoseOfAllOfThem) {
     EXPECT_EQ(colorsOf(float{}, stray).front(), cv::Vec4b(64, 128, 255, 255));
     EXPECT_EQ(colorsOf(float{}, stray).back(), cv::Vec4b(255, 128, 0, 255));
   }
+}
+
+// Of the scale of the colours, 1 of 255 would leave nothing to see, and 255 of 1 make all of them dark.
+TEST(PLYFile, AlphaHasItsOwnScale) {
+  std::string const header = "ply\nformat ascii 1.0\nelement vertex 2\n" + xyz +
+                             "property float red\nproperty float green\nproperty float blue\n" +
+                             "property float alpha\nend_header\n";
+  using Colors = std::vector<cv::Vec4b>;
+  EXPECT_EQ(parse(header + "0 0 0 255 128 7 1\n0 0 0 3 4 5 1\n").colors(),
+            Colors({{255, 128, 7, 255}, {3, 4, 5, 255}}));
+  EXPECT_EQ(parse(header + "0 0 0 0.5 0.25 1 255\n0 0 0 0.125 0.75 0.5 255\n").colors(),
+            Colors({{128, 64, 255, 255}, {32, 191, 128, 255}}));
 }
 
 TEST(PLYFile, NormalsGoByTwoNames) {

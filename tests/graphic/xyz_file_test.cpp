@@ -118,6 +118,15 @@ TEST_F(XyzFile, ColorsOfOneAreTold) {
   EXPECT_EQ(colorsOf("0 0 0 0 1 1\n1 0 0 0 1 0\n"), Colors({{0, 1, 1, 255}, {0, 1, 0, 255}}));
 }
 
+TEST_F(XyzFile, ColorsBeyondAByteAreSaid) {
+  vorn::test::put(path(), "x y z r g b a\n0 0 0 65535 128 3 1\n1 0 0 0 200 0 1\n");
+  std::string const text = said([&] {
+    EXPECT_EQ(XYZFile().read(path()).colors(),
+              std::vector<cv::Vec4b>({{255, 128, 3, 255}, {0, 200, 0, 255}}));
+  });
+  EXPECT_NE(text.find("taken as 0..255, 1 components above 255 as 255"), std::string::npos) << text;
+}
+
 TEST_F(XyzFile, TakesTheHeadingsOfOrdinaryExports) {
   for (std::string const heading :
        {"X [mm],Y [mm],Z [mm]\n1,2,3\n", "X[mm] Y[mm] Z[mm]\n1 2 3\n", "x (m) y (m) z (m)\n1 2 3\n",
