@@ -6,31 +6,15 @@
 
 #include <gtest/gtest.h>
 #include <opencv2/core.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <vorn/mv/calib/adjustment.hpp>
 #include <vorn/mv/core/library.hpp>
 
 #include "calib/adjustment_rig.hpp"
+#include "calib/shared_errors.hpp"
 
 namespace vorn::mv {
 namespace {
-
-/// Adds errors that dots share with those around, as far as some pitches: noise on the grid, smoothed.
-void addShared(std::vector<AdjustmentView>& views, double size, double pitches, double pitch,
-               cv::RNG& random) {
-  for (AdjustmentView& view : views) {
-    for (int axis = 0; axis < 2; ++axis) {
-      cv::Mat_<double> field(41, 41);
-      random.fill(field, cv::RNG::NORMAL, 0, size * std::sqrt(4 * CV_PI) * pitches);
-      cv::GaussianBlur(field, field, {}, pitches);
-      for (std::size_t i = 0; i < view.objPnts.size(); ++i) {
-        cv::Point const place(cv::Point2d(view.objPnts[i]) / pitch + cv::Point2d(20, 20));
-        (axis == 0 ? view.points0[i].x : view.points0[i].y) += static_cast<float>(field(place));
-      }
-    }
-  }
-}
 
 /// The errors of all parameters over what is foretold of each, root mean square over runs and parameters.
 double errorOverForetold(double shared, double pitches, int runs) {
@@ -55,7 +39,9 @@ double errorOverForetold(double shared, double pitches, int runs) {
       view.points1.clear();
     }
     cv::RNG random(7 + static_cast<std::uint64_t>(run));
-    addShared(views, shared, pitches, rig.pitch, random);
+    for (AdjustmentView& view : views) {
+      test::addShared(view, shared, pitches, rig.pitch, random);
+    }
     Adjustment const found = adjustCamera(views, test::AdjustmentRig::sizeOf(rig.camera), settings);
     cv::Mat_<double> const K = found.models[0].getK();
     cv::Mat_<double> const D = found.models[0].getD().reshape(1, 1);

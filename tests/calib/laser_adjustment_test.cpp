@@ -11,6 +11,7 @@
 #include <vorn/mv/core/library.hpp>
 
 #include "calib/adjustment_rig.hpp"
+#include "calib/shared_errors.hpp"
 #include "support/expect_error.hpp"
 
 namespace vorn::mv {
@@ -210,6 +211,50 @@ TEST_F(LaserAdjustmentTest, ForetellsItsOwnError) {
   EXPECT_GT(lens.ratio(), 0.75);
   EXPECT_LT(lens.ratio(), 1.25);
   EXPECT_LT(lens.foretold, alone2);
+}
+
+// Sigmas of errors that are independent were 3 to 4 times too small.
+TEST_F(LaserAdjustmentTest, ErrorsThatDotsShareMakeSigmasLarger) {
+  constexpr int runs = 12;
+  Tally planes;
+  Tally lens;
+  AdjustmentSettings flat;
+  flat.shape = AdjustmentSettings::Shape::Flat;
+  for (int run = 0; run < runs; ++run) {
+    auto drawn = views(8, 500 + static_cast<std::uint64_t>(run));
+    cv::RNG random(30 + static_cast<std::uint64_t>(run));
+    for (LaserAdjustmentView& view : drawn) {
+      test::addShared(view.dots, 0.02, 1.5, rig.pitch, random);
+    }
+    LaserAdjustment const found = adjusted(drawn, flat);
+    for (std::size_t p = 0; p < 2; ++p) {
+      planes.add(errorOf(found.planes[p], lasers[p]), std::pow(found.planes[p].sigma, 2));
+    }
+    lens.add(found.camera.models[0].getK().at<double>(0, 0) - rig.camera.K(0, 0),
+             std::pow(found.camera.sigmas[0], 2));
+  }
+  EXPECT_NEAR(planes.ratio(), 1.2, 0.4);
+  EXPECT_NEAR(lens.ratio(), 1.2, 0.5);
+}
+
+TEST_F(LaserAdjustmentTest, IsTheSameInAnyUnit) {
+  double const half = rig.pitch * rig.halfColumns;
+  rig.deviation = [half](cv::Vec2d const& dot) { return cv::Vec3d(0, 0, 0.5 * std::pow(dot[0] / half, 2)); };
+  AdjustmentSettings smooth;
+  smooth.shape = AdjustmentSettings::Shape::Smooth;
+  auto given = views(8, 1);
+  LaserAdjustment const expected = adjusted(given, smooth);
+  constexpr float unit = 1e-6F;
+  for (LaserAdjustmentView& view : given) {
+    for (cv::Point2f& dot : view.dots.objPnts) {
+      dot *= unit;
+    }
+  }
+  LaserAdjustment const found = adjusted(given, smooth);
+  for (std::size_t p = 0; p < 2; ++p) {
+    EXPECT_LT(cv::norm(found.planes[p].plane.normal() - expected.planes[p].plane.normal()), 3e-6);
+    EXPECT_NEAR(found.planes[p].sigma / unit, expected.planes[p].sigma, 1e-3 * expected.planes[p].sigma);
+  }
 }
 
 TEST_F(LaserAdjustmentTest, KeepsACameraThatIsHeld) {

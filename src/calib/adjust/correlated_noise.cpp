@@ -104,8 +104,10 @@ ReachFit fitOf(LagSums const& sums, double reach) {
 Eigen::MatrixXd addedScatter(Bundle const& bundle, ViewRows const& rows, Eigen::MatrixXd const& carried,
                              NoiseCorrelation const& correlation, double pitch) {
   Eigen::Index const common = carried.rows();
-  // Less what the pose takes up.
-  Eigen::MatrixXd const free = rows.slope.leftCols(common) - rows.slope.rightCols<6>() * carried.transpose();
+  // Less what the pose takes up. Dots do not move with what follows their own parameters.
+  Eigen::MatrixXd free = rows.slope.rightCols<6>() * -carried.transpose();
+  Eigen::Index const own = std::min(common, rows.slope.cols() - 6);
+  free.leftCols(own) += rows.slope.leftCols(own);
   double const reach = correlation.reach * pitch;
   Eigen::MatrixXd spread = (1 + correlation.taken) * free;
   constexpr double reaches = 4;

@@ -25,7 +25,8 @@ NoiseCorrelation noiseCorrelationOf(Bundle const& bundle,
 /// The covariance of the common unknowns where the errors of neighbouring dots hang together: C N' C, N' what
 /// such errors scatter the slopes by in place of the normal equations' own (the "sandwich" of Huber, 1967).
 /// Of dots by themselves, which such errors become a part of, C as it is.
-/// @param whole      the normal equations of all devices
+/// @param whole      the normal equations of all devices, and of what else is adjusted with them: its
+///                   parameters behind theirs
 /// @param covariance of errors that are independent, C
 Eigen::MatrixXd correlatedCovarianceOf(Bundle const& bundle, Transfers const& transfers,
                                        NormalEquations const& whole, Eigen::MatrixXd const& covariance);

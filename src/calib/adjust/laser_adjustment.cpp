@@ -10,6 +10,7 @@
 #include <opencv2/core.hpp>
 
 #include "calib/adjust/bundle_solver.hpp"
+#include "calib/adjust/correlated_noise.hpp"
 #include "calib/adjust/laser_bundle.hpp"
 #include "calib/adjust/view_statistics.hpp"
 #include "calib/camera_model_of.hpp"
@@ -224,7 +225,9 @@ private:
   }
 
   void fillCovariance() {
-    Eigen::MatrixXd const own = commonCovarianceOf(normalEquationsOf(bundle_));
+    NormalEquations const normal = normalEquationsOf(bundle_);
+    Eigen::MatrixXd const own =
+        correlatedCovarianceOf(bundle_.dots, transfersOf(bundle_.dots), normal, commonCovarianceOf(normal));
     int const camera = bundle_.cameraCount();
     auto const planes = static_cast<int>(bundle_.planes.size());
     int const shape = bundle_.dots.shape.parameterCount();

@@ -114,9 +114,11 @@ SurfaceHeight::SurfaceHeight(TargetShape const& shape, Bundle const& dots) {
   for (cv::Point2f const& dot : shape.objPnts) {
     middle_ += cv::Point2d(dot) / static_cast<double>(shape.objPnts.size());
   }
+  double farthest = 0;
   for (cv::Point2f const& dot : shape.objPnts) {
-    size_ = std::max(size_, cv::norm(cv::Point2d(dot) - middle_));
+    farthest = std::max(farthest, cv::norm(cv::Point2d(dot) - middle_));
   }
+  size_ = farthest > 0 ? farthest : 1;
   // That of a smooth shape; of dots by themselves what is smooth in them.
   constexpr int highest = 6;
   constexpr std::size_t dotsATerm = 3;
