@@ -26,36 +26,59 @@ public:
     cv::Vec2d slopeVariance; ///< likewise of the slopes along x and y there
   };
 
+  using Square = cv::Matx<double, termCount, termCount>;
+
   void add(cv::Vec6d const& terms, cv::Vec<double, valueCount> const& values, double weight = 1.0) {
+    addPlace(terms, weight);
+    addValues(terms, values, weight);
+  }
+
+  /// Where a sample lies, which alone tells `inverse`.
+  void addPlace(cv::Vec6d const& terms, double weight = 1.0) {
     for (int i = 0; i < termCount; ++i) {
       double const weighted = weight * terms[i];
-      for (int k = 0; k < valueCount; ++k) {
-        right_(i, k) += weighted * values[k];
-      }
       for (int j = 0; j <= i; ++j) {
         normal_(i, j) += weighted * terms[j];
       }
     }
   }
 
+  /// What a sample says.
+  void addValues(cv::Vec6d const& terms, cv::Vec<double, valueCount> const& values, double weight = 1.0) {
+    for (int i = 0; i < termCount; ++i) {
+      double const weighted = weight * terms[i];
+      for (int k = 0; k < valueCount; ++k) {
+        right_(i, k) += weighted * values[k];
+      }
+    }
+  }
+
   /// Nothing when the samples do not determine the surfaces.
   std::optional<Surfaces> solve() const {
-    cv::Matx<double, termCount, termCount> normal = normal_;
+    auto const inverted = inverse();
+    return inverted ? std::optional(surfaces(*inverted)) : std::nullopt;
+  }
+
+  /// The inverse of the normal equations; nothing when the samples do not determine the surfaces.
+  std::optional<Square> inverse() const {
+    Square normal = normal_;
     for (int i = 0; i < termCount; ++i) {
       for (int j = i + 1; j < termCount; ++j) {
         normal(i, j) = normal(j, i);
       }
     }
     bool isSolved = false;
-    auto const inverse = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
-    return isSolved
-               ? std::optional<Surfaces>({inverse * right_, inverse(0, 0), {inverse(1, 1), inverse(2, 2)}})
-               : std::nullopt;
+    Square const inverted = normal.inv(cv::DECOMP_CHOLESKY, &isSolved);
+    return isSolved ? std::optional(inverted) : std::nullopt;
+  }
+
+  /// @param inverse of samples at the same places
+  Surfaces surfaces(Square const& inverse) const {
+    return {inverse * right_, inverse(0, 0), {inverse(1, 1), inverse(2, 2)}};
   }
 
 private:
-  cv::Matx<double, termCount, termCount> normal_ =
-      cv::Matx<double, termCount, termCount>::zeros(); // lower half
+  Square normal_ = Square::zeros(); // lower half
   cv::Matx<double, termCount, valueCount> right_ = cv::Matx<double, termCount, valueCount>::zeros();
 };
 

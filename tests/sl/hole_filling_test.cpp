@@ -10,15 +10,14 @@
 namespace vorn::mv::sl {
 namespace {
 
-constexpr float noPhase = -1.0F;
-
 /// A smooth surface in radians of projector phase, with a hole in its middle.
 struct Surface {
   cv::Mat_<float> phase;
   cv::Mat_<uchar> kept;
   cv::Mat_<float> truth;
 
-  explicit Surface(int holeRadius, float step = 0.0F) : phase(60, 70), kept(60, 70, uchar{255}) {
+  explicit Surface(int holeRadius, float step = 0.0F, cv::Size const& size = {70, 60})
+      : phase(size), kept(size, uchar{255}) {
     for (int y = 0; y < phase.rows; ++y) {
       for (int x = 0; x < phase.cols; ++x) {
         auto const u = static_cast<float>(x - 35);
@@ -36,17 +35,17 @@ struct Surface {
     std::vector<Run> missing;
     findSegments(
         kept.size(), [&](int y, uchar* /*room*/) { return kept[y]; }, 0, Neighbourhood::Eight, missing);
-    cv::Mat_<uchar> const measured = kept.clone();
-    auto const known = [&](cv::Point p, int count, float* phases) {
-      for (int k = 0; k < count; ++k) {
-        phases[k] = measured(p.y, p.x + k) != 0 ? phase(p.y, p.x + k) : std::nanf("");
-      }
-    };
+    ScanMaps maps;
+    maps.createWithoutCode(kept.size());
+    phase.copyTo(maps.wrapped.inner);
+    maps.order.inner.setTo(0);
+    maps.state.inner.setTo(pixel_state::noCode);
+    maps.state.inner.setTo(pixel_state::trusted, kept);
     auto const put = [&](cv::Point p, float value) {
       phase(p) = value;
       kept(p) = 255;
     };
-    return fillHoles(kept.size(), missing, maxRadius, known, own, put);
+    return fillHoles(maps, missing, maxRadius, own, put);
   }
 };
 
@@ -88,6 +87,57 @@ TEST(HoleFilling, AsksForASmoothSurroundingByTheRootOfTheMeanSquare) {
       }
     }
     EXPECT_EQ(surface.fill(9) > 0, isFilled) << ripple;
+  }
+}
+
+/// The value at a missing pixel of the quadratic surface through the pixels of a window that are kept.
+double surfaceThrough(Surface const& surface, cv::Rect const& window, cv::Point const& at) {
+  auto const terms = [&](cv::Point const& p) {
+    double const u = p.x - at.x;
+    double const v = p.y - at.y;
+    return cv::Mat(cv::Matx<double, 1, 6>(1, u, v, u * u, u * v, v * v));
+  };
+  cv::Mat rows;
+  cv::Mat values;
+  for (int y = window.y; y < window.br().y; ++y) {
+    for (int x = window.x; x < window.br().x; ++x) {
+      if (surface.kept(y, x) != 0) {
+        rows.push_back(terms({x, y}));
+        values.push_back(static_cast<double>(surface.phase(y, x)));
+      }
+    }
+  }
+  cv::Mat coefficients;
+  cv::solve(rows, values, coefficients, cv::DECOMP_SVD);
+  return coefficients.at<double>(0);
+}
+
+TEST(HoleFilling, EachHoleOfManyGetsTheSurfaceAroundIt) {
+  // Holes of one to six pixels, with others in their windows: some thousand shapes of what is around.
+  Surface surface(0, 0.0F, {200, 150});
+  surface.kept.setTo(255);
+  surface.phase = surface.truth.clone();
+  cv::Mat_<float> noise(surface.phase.size());
+  cv::RNG random(7);
+  random.fill(noise, cv::RNG::NORMAL, 0, 0.2);
+  surface.phase += noise;
+  std::vector<cv::Rect> holes;
+  for (int y = 4; y < 144; y += 3) {
+    for (int x = 4; x < 194; x += 5) {
+      holes.emplace_back(x + random.uniform(0, 2), y, random.uniform(1, 4), random.uniform(1, 3));
+      surface.kept(holes.back()).setTo(0);
+      surface.phase(holes.back()).setTo(noPhase);
+    }
+  }
+  Surface filled = surface;
+  filled.phase = surface.phase.clone();
+  filled.kept = surface.kept.clone();
+  EXPECT_EQ(filled.fill(9), cv::countNonZero(surface.kept == 0));
+  for (cv::Rect const& hole : holes) {
+    cv::Rect const window(hole.x - 2, hole.y - 2, hole.width + 4, hole.height + 4);
+    for (cv::Point const& at : {hole.tl(), hole.br() - cv::Point(1, 1)}) {
+      EXPECT_NEAR(filled.phase(at), surfaceThrough(surface, window, at), 1e-4) << hole;
+    }
   }
 }
 

@@ -12,7 +12,7 @@ namespace {
 VORN_TARGET_CLONES
 void addOrders(float const* wrapped, short const* order, uchar const* state, int n, float* __restrict out) {
   for (int x = 0; x < n; ++x) {
-    float const absolute = wrapped[x] + twoPiFloat * static_cast<float>(order[x]);
+    float const absolute = absolutePhase(wrapped[x], order[x]);
     out[x] = state[x] >= pixel_state::knownBit ? absolute : unknownPhase;
   }
 }

@@ -5,12 +5,17 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdint>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <utility>
 
 #include <opencv2/core.hpp>
 
+#include "core/bits.hpp"
 #include "geometry/quadratic_fit.hpp"
+#include "sl/decode/absolute_phase.hpp"
 
 namespace vorn::mv::sl {
 
@@ -50,37 +55,120 @@ cv::Rect grown(cv::Rect const& box, int by, cv::Size const& limits) {
 
 /// A pixel that was measured, near a hole.
 struct Measured {
-  cv::Point pixel;
+  cv::Vec6d terms;
   float phase;
+};
+
+using SurfaceFit = QuadraticFit<6, 1>;
+
+/// The measured pixels of a window: a bit for each pixel, row by row, where there are no more than 64.
+struct RingShape {
+  cv::Size window;
+  std::uint64_t bits = 0;
+
+  bool isSmall() const { return window.area() <= 64; }
+};
+
+/// The inverses of the rings' normal equations. Most holes are a pixel or two, and their rings alike.
+class RingInverses {
+public:
+  std::optional<SurfaceFit::Square> const& of(RingShape const& shape, std::vector<Measured> const& ring) {
+    Entry& entry = entries_[shape.isSmall() ? placeOf(shape) : 0];
+    if (!shape.isSmall() || entry.shape.window != shape.window || entry.shape.bits != shape.bits) {
+      SurfaceFit places;
+      for (Measured const& measured : ring) {
+        places.addPlace(measured.terms);
+      }
+      entry = {shape, places.inverse()};
+    }
+    return entry.inverse;
+  }
+
+private:
+  static constexpr unsigned int placeBits = 9;
+
+  struct Entry {
+    RingShape shape;
+    std::optional<SurfaceFit::Square> inverse;
+  };
+
+  static std::size_t placeOf(RingShape const& shape) {
+    constexpr std::uint64_t spread = 0x9e3779b97f4a7c15U; // 2^64 over the golden ratio
+    auto const columns = static_cast<std::uint64_t>(shape.window.width);
+    return static_cast<std::size_t>((shape.bits + columns) * spread >> (64U - placeBits));
+  }
+
+  std::vector<Entry> entries_ = std::vector<Entry>(std::size_t{1} << placeBits);
 };
 
 /// Memory that is kept from hole to hole.
 struct Room {
-  std::vector<float> phases;
   std::vector<Measured> measured;
+  RingInverses inverses;
 };
 
+/// One for each thread, kept from one piece of its work to the next.
+class Rooms {
+public:
+  std::unique_ptr<Room> take() {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    if (free_.empty()) {
+      return std::make_unique<Room>();
+    }
+    std::unique_ptr<Room> room = std::move(free_.back());
+    free_.pop_back();
+    return room;
+  }
+
+  void giveBack(std::unique_ptr<Room> room) {
+    std::lock_guard<std::mutex> const lock(mutex_);
+    free_.push_back(std::move(room));
+  }
+
+private:
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<Room>> free_;
+};
+
+/// Tells the processor that a part of a row some holes farther on is read soon: it lies in memory that was
+/// last seen long ago, a little here and a little there.
+template <class T>
+void foresee(T const* pixels) {
+  constexpr std::ptrdiff_t ahead = 128;
+  constexpr std::ptrdiff_t covered = 64;
+  constexpr std::ptrdiff_t linePixels = 64 / sizeof(T);
+  for (std::ptrdiff_t x = ahead; x < ahead + covered; x += linePixels) {
+    prefetch(pixels + x);
+  }
+}
+
 /// Lists the measured pixels of a window.
-void findMeasured(cv::Rect const& window, KnownPhases const& known, Room& room) {
-  std::vector<float>& phases = room.phases;
-  std::vector<Measured>& found = room.measured;
-  phases.resize(static_cast<std::size_t>(window.width));
+RingShape findMeasured(cv::Rect const& window, Surface const& surface, ScanMaps const& maps,
+                       std::vector<Measured>& found) {
+  RingShape shape{window.size()};
   found.clear();
   for (int y = window.y; y < window.br().y; ++y) {
-    known({window.x, y}, window.width, phases.data());
-    for (int k = 0; k < window.width; ++k) {
-      float const phase = phases[static_cast<std::size_t>(k)];
-      if (!std::isnan(phase)) {
-        found.push_back({{window.x + k, y}, phase});
+    float const* const wrapped = maps.wrapped.inner[y];
+    short const* const order = maps.order.inner[y];
+    uchar const* const state = maps.state.inner[y];
+    foresee(wrapped + window.x);
+    foresee(order + window.x);
+    foresee(state + window.x);
+    for (int x = window.x; x < window.br().x; ++x) {
+      bool const isMeasured = pixel_state::isKnown(state[x]);
+      shape.bits = shape.bits << 1U | (isMeasured ? 1U : 0U);
+      if (isMeasured) {
+        found.push_back({surface.terms(x, y), absolutePhase(wrapped[x], order[x])});
       }
     }
   }
+  return shape;
 }
 
 bool fitsWell(Surface const& surface, std::vector<Measured> const& ring) {
   double sum = 0.0;
   for (Measured const& measured : ring) {
-    double const residual = measured.phase - surface.at(measured.pixel.x, measured.pixel.y);
+    double const residual = measured.phase - measured.terms.dot(surface.coefficients);
     if (std::fabs(residual) > maxResidual) {
       return false;
     }
@@ -90,22 +178,24 @@ bool fitsWell(Surface const& surface, std::vector<Measured> const& ring) {
 }
 
 /// The surface through the measured pixels of `window`, or nothing when they are few or not on one.
-std::optional<Surface> fitSurface(cv::Rect const& window, std::vector<Measured> const& ring) {
-  if (ring.size() < leastRing) {
-    return std::nullopt;
-  }
+std::optional<Surface> fitSurface(cv::Rect const& window, ScanMaps const& maps, Room& room) {
   Surface surface{{window.x + 0.5 * (window.width - 1), window.y + 0.5 * (window.height - 1)},
                   2.0 / std::max(window.width, window.height),
                   {}};
-  QuadraticFit<6, 1> fit;
-  for (Measured const& measured : ring) {
-    fit.add(surface.terms(measured.pixel.x, measured.pixel.y), static_cast<double>(measured.phase));
-  }
-  auto const fitted = fit.solve();
-  if (!fitted) {
+  RingShape const shape = findMeasured(window, surface, maps, room.measured);
+  std::vector<Measured> const& ring = room.measured;
+  if (ring.size() < leastRing) {
     return std::nullopt;
   }
-  surface.coefficients = cv::Vec6d(fitted->coefficients.val);
+  auto const& inverse = room.inverses.of(shape, ring);
+  if (!inverse) {
+    return std::nullopt;
+  }
+  SurfaceFit fit;
+  for (Measured const& measured : ring) {
+    fit.addValues(measured.terms, static_cast<double>(measured.phase));
+  }
+  surface.coefficients = cv::Vec6d(fit.surfaces(*inverse).coefficients.val);
   return fitsWell(surface, ring) ? std::optional<Surface>(surface) : std::nullopt;
 }
 
@@ -138,8 +228,7 @@ public:
   int count() const { return static_cast<int>(holes_.size()); }
 
   /// @return the number of pixels closed
-  int fill(int number, KnownPhases const& known, OwnPhase const& own, FillPixel const& put,
-           Room& room) const {
+  int fill(int number, ScanMaps const& maps, OwnPhase const& own, FillPixel const& put, Room& room) const {
     Hole const& hole = holes_[static_cast<std::size_t>(number)];
     cv::Rect const& box = hole.box;
     bool const isInside = box.x > 0 && box.y > 0 && box.br().x < size_.width && box.br().y < size_.height;
@@ -147,8 +236,7 @@ public:
       return 0;
     }
     cv::Rect const window = grown(box, ringWidth, size_);
-    findMeasured(window, known, room);
-    auto const surface = fitSurface(window, room.measured);
+    auto const surface = fitSurface(window, maps, room);
     int filled = 0;
     for (int i = surface ? hole.lastRun : -1; i >= 0; i = previousRun_[static_cast<std::size_t>(i)]) {
       Run const& run = missing_[static_cast<std::size_t>(i)];
@@ -173,17 +261,19 @@ private:
 
 } // namespace
 
-int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhases const& known,
-              OwnPhase const& own, FillPixel const& fill, Progress const& progress) {
-  HoleFilling const holes(size, missing, maxRadius);
+int fillHoles(ScanMaps const& maps, std::vector<Run> const& missing, int maxRadius, OwnPhase const& own,
+              FillPixel const& fill, Progress const& progress) {
+  HoleFilling const holes(maps.size(), missing, maxRadius);
+  Rooms rooms;
   std::atomic<int> filled = 0;
   constexpr int runsBetweenAskings = 16384;
   parallelRows(holes.count(), runsBetweenAskings, progress, "filling holes", [&](int first, int end) {
-    Room room;
+    std::unique_ptr<Room> room = rooms.take();
     int count = 0;
     for (int number = first; number < end; ++number) {
-      count += holes.fill(number, known, own, fill, room);
+      count += holes.fill(number, maps, own, fill, *room);
     }
+    rooms.giveBack(std::move(room));
     filled += count;
   });
   return filled;

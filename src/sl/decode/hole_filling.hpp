@@ -5,9 +5,9 @@
 #include <functional>
 #include <vector>
 
-#include <opencv2/core/mat.hpp>
 #include <opencv2/core/types.hpp>
 
+#include "sl/decode/scan_maps.hpp"
 #include "sl/decode/segments.hpp"
 
 namespace vorn::mv::sl {
@@ -15,10 +15,7 @@ namespace vorn::mv::sl {
 /// The wrapped phase in [0, 2 pi) that a pixel itself shows, or a negative number where it shows none.
 using OwnPhase = std::function<float(cv::Point pixel)>;
 
-/// Gives the absolute phases of `count` pixels of a row that were measured; NaN for others.
-using KnownPhases = std::function<void(cv::Point first, int count, float* phases)>;
-
-/// Takes the absolute phase of a pixel that is filled, which must not change what the others say.
+/// Takes the absolute phase of a pixel that is filled, which must not change the maps.
 using FillPixel = std::function<void(cv::Point pixel, float absolutePhase)>;
 
 /// Closes holes in a map of absolute phases that one smooth surface surrounds.
@@ -26,10 +23,11 @@ using FillPixel = std::function<void(cv::Point pixel, float absolutePhase)>;
 /// A hole is a set of 8-connected missing pixels that does not touch the image's border; it is closed when it
 /// fits into a square of 2 `maxRadius` + 1 pixels and a quadratic surface fits what was measured around it. A
 /// pixel in it that shows a phase of its own keeps that one, if it agrees with the surface, and stays missing
-/// if not. Holes are closed in parallel: all three functions are called from several threads.
-/// @param missing the runs of all missing pixels, from `findSegments`
+/// if not. Holes are closed in parallel: both functions are called from several threads.
+/// @param maps    whose known pixels were measured
+/// @param missing the runs of all others, from `findSegments`
 /// @return the number of pixels closed
-int fillHoles(cv::Size size, std::vector<Run> const& missing, int maxRadius, KnownPhases const& known,
-              OwnPhase const& own, FillPixel const& fill, Progress const& progress = {});
+int fillHoles(ScanMaps const& maps, std::vector<Run> const& missing, int maxRadius, OwnPhase const& own,
+              FillPixel const& fill, Progress const& progress = {});
 
 } // namespace vorn::mv::sl

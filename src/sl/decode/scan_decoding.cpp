@@ -150,15 +150,10 @@ public:
     }
     std::vector<Run> missing;
     findSegments(maps_.size(), knownRows(), 0, Neighbourhood::Eight, missing, progress_.part(0.93, 0.96));
-    auto const known = [&](cv::Point p, int count, float* phases) {
-      absoluteRow(maps_.wrapped.inner[p.y] + p.x, maps_.order.inner[p.y] + p.x, maps_.state.inner[p.y] + p.x,
-                  count, phases);
-    };
     auto const own = [&](cv::Point p) { return ownPhase(images_, flicker_, p, settings_); };
     auto const pixelsPerRadian = static_cast<float>(settings_.period / CV_2PI);
     auto const put = [&](cv::Point p, float absolute) { scan.coordinates(p) = absolute * pixelsPerRadian; };
-    scan.filled = fillHoles(maps_.size(), missing, settings_.maxFillRadius, known, own, put,
-                            progress_.part(0.96, 0.99));
+    scan.filled = fillHoles(maps_, missing, settings_.maxFillRadius, own, put, progress_.part(0.96, 0.99));
     if (scan.filled == 0) {
       return;
     }
