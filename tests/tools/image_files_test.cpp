@@ -91,30 +91,33 @@ TEST(ImageFiles, ReadsTheDepthsOfRealCameras) {
 }
 
 /// A file of two pages, the second of which may be a smaller copy of the first, as cameras add.
-std::string pagedTiff(bool isCopy) {
+/// @param isWide with addresses of 64 bits, as stacks of many images have
+std::string pagedTiff(bool isCopy, bool isWide = false) {
   constexpr unsigned tags = 9;
-  constexpr unsigned directory = 2 + 12 * tags + 4;
-  constexpr unsigned first = 16; // behind header and pixels
-  std::string data("II*\0\x10\0\0\0"
-                   "12345678",
-                   first);
+  int const address = isWide ? 8 : 4;
+  unsigned const directory = isWide ? 8 + 20 * tags + 8 : 2 + 12 * tags + 4;
+  unsigned const pixels = isWide ? 16 : 8;
+  unsigned const first = pixels + 8;
+  std::string data = isWide ? std::string("II+\0\x08\0\0\0", 8) : std::string("II*\0", 4);
   auto const add = [&](unsigned value, int bytes) {
     for (int i = 0; i < bytes; ++i) {
-      data += static_cast<char>(value >> (8 * i) & 0xffU);
+      data += static_cast<char>(i < 4 ? value >> (8 * i) & 0xffU : 0);
     }
   };
+  add(first, address);
+  data += "12345678";
   for (unsigned page = 0; page < 2; ++page) {
-    add(tags, 2);
+    add(tags, isWide ? 8 : 2);
     unsigned const kind = isCopy ? page : 0;
-    unsigned const values[tags][2] = {{254, kind}, {256, 4}, {257, 2}, {258, 8}, {259, 1},
-                                      {262, 1},    {273, 8}, {278, 2}, {279, 8}};
+    unsigned const values[tags][2] = {{254, kind}, {256, 4},      {257, 2}, {258, 8}, {259, 1},
+                                      {262, 1},    {273, pixels}, {278, 2}, {279, 8}};
     for (auto const& [tag, value] : values) {
       add(tag, 2);
       add(4, 2);
-      add(1, 4);
-      add(value, 4);
+      add(1, address);
+      add(value, address);
     }
-    add(page == 0 ? first + directory : 0, 4);
+    add(page == 0 ? first + directory : 0, address);
   }
   return data;
 }
@@ -145,13 +148,16 @@ TEST(ImageFiles, PagesThatAreLeftOutAreSaid) {
     return takeWarnings();
   };
   for (cv::Mat (*const read)(std::string const&) : {readGrayImage, readImage, readMeasuredImage}) {
-    std::vector<std::string> const warnings = warningsOf(pagedTiff(false), read);
-    ASSERT_EQ(warnings.size(), 1U);
-    EXPECT_NE(warnings[0].find("paged.tiff has 2 pages"), std::string::npos) << warnings[0];
-    EXPECT_TRUE(warningsOf(pagedTiff(true), read).empty());
+    for (bool const isWide : {false, true}) {
+      std::vector<std::string> const warnings = warningsOf(pagedTiff(false, isWide), read);
+      ASSERT_EQ(warnings.size(), 1U) << isWide;
+      EXPECT_NE(warnings[0].find("paged.tiff has 2 pages"), std::string::npos) << warnings[0];
+      EXPECT_TRUE(warningsOf(pagedTiff(true, isWide), read).empty());
+    }
   }
   auto const readPages = [](std::string const& file) { EXPECT_EQ(readNamedImages({file}).size(), 2U); };
   EXPECT_TRUE(warningsOf(pagedTiff(false), readPages).empty());
+  EXPECT_TRUE(warningsOf(pagedTiff(false, true), readPages).empty());
   std::string const bytes = pagedTiff(false);
   std::ofstream(path, std::ios::binary) << bytes.substr(0, bytes.size() - 100);
   test::expectError([&] { readNamedImages({path}); }, "of its 2 pages only 1");

@@ -10,37 +10,51 @@ namespace vorn::tools {
 
 namespace {
 
-/// The numbers of a TIFF file of 32-bit addresses; those beyond its end are 0.
+/// The numbers of a TIFF file, of 32-bit addresses or of 64 bits (BigTIFF); those beyond its end are 0.
 class TiffBytes {
 public:
   explicit TiffBytes(std::vector<unsigned char> const& bytes)
-      : bytes_(bytes), isLittle_(beginsWith('I', 'I', 42, 0)), isBig_(beginsWith('M', 'M', 0, 42)) {}
+      : bytes_(bytes), isWide_(beginsWith('I', 'I', 43, 0) || beginsWith('M', 'M', 0, 43)),
+        isLittle_(beginsWith('I', 'I', 42, 0) || beginsWith('I', 'I', 43, 0)),
+        isBig_(beginsWith('M', 'M', 0, 42) || beginsWith('M', 'M', 0, 43)) {}
 
   /// Where the first directory begins; 0 for none, and where the bytes are no TIFF file.
-  std::size_t firstDirectory() const { return isLittle_ || isBig_ ? number(4, 4) : 0; }
+  std::size_t firstDirectory() const {
+    return isLittle_ || isBig_ ? number(isWide_ ? 8 : 4, addressSize()) : 0;
+  }
   /// Where the one behind a directory begins; 0 for none.
   std::size_t nextDirectory(std::size_t directory) const {
-    return number(directory + sizeOf(directory) - 4, 4);
+    return number(directory + sizeOf(directory) - addressSize(), addressSize());
   }
   /// Bytes of a directory, the place of the next one included.
-  std::size_t sizeOf(std::size_t directory) const { return 2 + entrySize * number(directory, 2) + 4; }
+  std::size_t sizeOf(std::size_t directory) const {
+    return countSize() + entrySize() * entriesOf(directory) + addressSize();
+  }
 
   /// The short number, or the lower half of a long one, that a directory has for a tag.
   std::optional<std::size_t> valueOf(std::size_t directory, std::size_t tag) const {
-    std::size_t const entries = number(directory, 2);
+    std::size_t const entries = entriesOf(directory);
     for (std::size_t i = 0; i < entries; ++i) {
-      std::size_t const entry = directory + 2 + entrySize * i;
+      std::size_t const entry = directory + countSize() + entrySize() * i;
       if (number(entry, 2) == tag) {
         constexpr std::size_t longNumber = 4;
-        bool const isLong = number(entry + 2, 2) == longNumber;
-        return number(entry + (isLong && isBig_ ? 10 : 8), 2);
+        constexpr std::size_t wideNumber = 16;
+        std::size_t const type = number(entry + 2, 2);
+        std::size_t const size = type == longNumber ? 4 : type == wideNumber ? 8 : 2;
+        return number(entry + 4 + addressSize() + (isBig_ ? size - 2 : 0), 2);
       }
     }
     return std::nullopt;
   }
 
 private:
-  static constexpr std::size_t entrySize = 12;
+  std::size_t addressSize() const { return isWide_ ? 8 : 4; }
+  std::size_t countSize() const { return isWide_ ? 8 : 2; }
+  std::size_t entrySize() const { return isWide_ ? 20 : 12; }
+  /// No more than the file has room for.
+  std::size_t entriesOf(std::size_t directory) const {
+    return std::min(number(directory, countSize()), bytes_.size() / entrySize());
+  }
 
   bool beginsWith(unsigned char a, unsigned char b, unsigned char c, unsigned char d) const {
     unsigned char const start[] = {a, b, c, d};
@@ -49,7 +63,8 @@ private:
 
   std::size_t number(std::size_t at, std::size_t count) const {
     std::size_t value = 0;
-    for (std::size_t i = 0; i < count && at + count <= bytes_.size(); ++i) {
+    bool const isInside = at <= bytes_.size() && count <= bytes_.size() - at;
+    for (std::size_t i = 0; i < count && isInside; ++i) {
       std::size_t const byte = bytes_[at + i];
       value = isLittle_ ? value | byte << (8 * i) : value << 8U | byte;
     }
@@ -57,6 +72,7 @@ private:
   }
 
   std::vector<unsigned char> const& bytes_;
+  bool isWide_;
   bool isLittle_;
   bool isBig_;
 };
