@@ -3,6 +3,7 @@
 #include "sl/decode/sampling_check.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
@@ -36,21 +37,28 @@ constexpr std::size_t leastPlaces = 100;
 /// Of the places with contrast, the share that must lie on straight stripes: the words of noise seldom do.
 constexpr double leastShare = 0.1;
 
+/// What is no stripe's number.
+constexpr int noStripe = -1;
+constexpr int noContrast = -2;
+
 class Stripes {
 public:
   Stripes(ScanMaps const& maps, ScanDecodingSettings const& settings, int codeImages)
       : maps_(maps), count_(settings.stripeCount()), laterBits_(((1 << codeImages) - 1) & ~1) {}
 
-  bool hasContrast(int y, int x) const {
-    return maps_.contrast.isSet(y, x) && maps_.state.inner(y, x) != pixel_state::clipped;
-  }
-
-  /// -1: none
-  int at(int y, int x) const {
-    constexpr int codeMask = 0xffff;
-    int const word = maps_.reading.inner(y, x) & codeMask;
-    int const stripe = ((word & 1) != 0 ? word ^ laterBits_ : word) - StripeCode::wordOffset;
-    return hasContrast(y, x) && stripe >= 0 && stripe < count_ ? stripe : -1;
+  /// The stripes of a row at the columns that are looked at, one after the other.
+  void read(int y, std::vector<int>& stripes) const {
+    int const* const reading = maps_.reading.inner[y];
+    uchar const* const state = maps_.state.inner[y];
+    stripes.clear();
+    for (int x = 0; x < maps_.size().width; x += gridColumns) {
+      constexpr int codeMask = 0xffff;
+      int const word = reading[x] & codeMask;
+      int const stripe = (word ^ (-(word & 1) & laterBits_)) - StripeCode::wordOffset;
+      bool const hasContrast = maps_.contrast.isSet(y, x) && state[x] != pixel_state::clipped;
+      int const known = stripe >= 0 && stripe < count_ ? stripe : noStripe;
+      stripes.push_back(hasContrast ? known : noContrast);
+    }
   }
 
 private:
@@ -67,19 +75,20 @@ bool isStraight(int before, int here, int after) {
 /// numbers in units of 1 / (2 `reach`), whose sums no order changes.
 class Slopes {
 public:
-  void addRow(Stripes const& stripes, int y, int width) {
-    for (int x = reach; x < width - reach; x += gridColumns) {
-      seen_ += stripes.hasContrast(y, x) ? 1U : 0U;
-      int const here = stripes.at(y, x);
+  /// Of the stripes of a row and of those `reach` above and below it.
+  void addRow(std::vector<int> const& above, std::vector<int> const& own, std::vector<int> const& below) {
+    static_assert(reach % gridColumns == 0 && reach == gridRows, "what is compared is looked at");
+    constexpr std::size_t aside = reach / gridColumns;
+    for (std::size_t i = aside; i + aside < own.size(); ++i) {
+      int const here = own[i];
+      seen_ += here != noContrast ? 1U : 0U;
       if (here < 0) {
         continue;
       }
-      int const left = stripes.at(y, x - reach);
-      int const right = stripes.at(y, x + reach);
-      int const above = stripes.at(y - reach, x);
-      int const below = stripes.at(y + reach, x);
-      if (isStraight(left, here, right) && isStraight(above, here, below)) {
-        int const square = (right - left) * (right - left) + (below - above) * (below - above);
+      int const left = own[i - aside];
+      int const right = own[i + aside];
+      if (isStraight(left, here, right) && isStraight(above[i], here, below[i])) {
+        int const square = (right - left) * (right - left) + (below[i] - above[i]) * (below[i] - above[i]);
         ++counts_[static_cast<std::size_t>(std::min(square, steepest))];
         ++places_;
       }
@@ -124,8 +133,13 @@ void requireResolvedFringes(ScanMaps const& maps, ScanDecodingSettings const& se
   int const rows = (maps.size().height - 2 * reach + gridRows - 1) / gridRows;
   parallelRows(rows, [&](int first, int end) {
     Slopes ofRows;
+    std::array<std::vector<int>, 3> read; // by the number of the row among those that are looked at
+    auto const at = [&](int row) -> std::vector<int>& { return read[static_cast<std::size_t>(row) % 3]; };
+    stripes.read(first * gridRows, at(first));
+    stripes.read((first + 1) * gridRows, at(first + 1));
     for (int row = first; row < end; ++row) {
-      ofRows.addRow(stripes, reach + row * gridRows, maps.size().width);
+      stripes.read((row + 2) * gridRows, at(row + 2));
+      ofRows.addRow(at(row), at(row + 1), at(row + 2));
     }
     std::lock_guard<std::mutex> const lock(adding);
     slopes.add(ofRows);
