@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@
 #include <vorn/mv/scanner/calibrate_scanner.hpp>
 
 #include "calib/adjustment_runs.hpp"
+#include "calib/shared_errors.hpp"
 #include "support/expect_error.hpp"
 #include "support/watching.hpp"
 
@@ -109,6 +111,39 @@ TEST_F(NextBestView, ForetellsWhatAnAdjustmentWithItPredicts) {
   EXPECT_NEAR(next.after.rigid * noise, after.rigid, 0.05 * after.rigid);
   EXPECT_NEAR(next.after.bar * noise, after.bar, 0.05 * after.bar);
   EXPECT_NEAR(next.after.raw * noise, after.raw, 0.08 * after.raw);
+}
+
+/// Errors that dots share with those around, in both devices.
+void shareErrors(AdjustmentView& view, double pitch, cv::RNG& random) {
+  for (int device = 0; device < 2; ++device) {
+    vorn::test::addShared(view, 0.02, 1.5, pitch, random);
+    std::swap(view.points0, view.points1);
+  }
+}
+
+// A view whose errors neighbours share tells as little as those before it; a quarter less error was promised.
+TEST_F(NextBestView, ForetellsLessWhereDotsShareErrors) {
+  AdjustmentRig shared;
+  shared.cameraNoise = 0.01;
+  shared.projectorNoise = 0.01;
+  constexpr int runs = 4;
+  double foretold = 0;
+  double then = 0;
+  for (std::uint64_t run = 0; run < runs; ++run) {
+    cv::RNG random(run + 1);
+    std::vector<AdjustmentView> drawn = shared.views(7, 50 + run);
+    for (AdjustmentView& view : drawn) {
+      shareErrors(view, shared.pitch, random);
+    }
+    NextViewSettings settings;
+    settings.volume = {420, 600};
+    NextView const next = nextBestView(adjusted(shared, drawn), drawn, settings);
+    drawn.push_back(shared.view(next.cam_from_target, random));
+    shareErrors(drawn.back(), shared.pitch, random);
+    foretold += next.after.rigid;
+    then += predictionOf(adjusted(shared, drawn), settings.volume).rigid;
+  }
+  EXPECT_NEAR(foretold / then, 1, 0.15);
 }
 
 TEST_F(NextBestView, GainsMoreThanRandomViewsAndAsMuchAsForetold) {

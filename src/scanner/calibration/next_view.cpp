@@ -17,6 +17,7 @@
 #include <vorn/mv/geometry/transform.hpp>
 
 #include "calib/adjust/bundle_solver.hpp"
+#include "calib/adjust/correlated_noise.hpp"
 #include "calib/adjust/view_statistics.hpp"
 #include "core/error.hpp"
 #include "core/progress.hpp"
@@ -137,7 +138,9 @@ public:
     for (int i = 0; i < static_cast<int>(bundle_.target.size()); ++i) {
       dots_.push_back(bundle_.dotInTarget(i));
     }
-    auto const equations = reduced(normalEquationsOf(bundle_, transfersOf(bundle_)));
+    Transfers const transfers = transfersOf(bundle_);
+    NormalEquations const normal = normalEquationsOf(bundle_, transfers);
+    auto const equations = reduced(normal);
     if (!equations) {
       throw error("The views do not determine the calibration", context);
     }
@@ -151,6 +154,7 @@ public:
       }
     }
     information_ = inverseOf(covariance);
+    sharePerView_ = independentShare(normal, transfers);
     bundle_.views.clear();
   }
 
@@ -194,7 +198,7 @@ public:
       return std::nullopt;
     }
     // Only what the view adds is taken from these equations, whose shape may be simpler than the target's.
-    return inverseOf(information_ + withoutShape(equations_ + own->common) - before_);
+    return inverseOf(information_ + sharePerView_ * (withoutShape(equations_ + own->common) - before_));
   }
 
 private:
@@ -204,6 +208,19 @@ private:
     Eigen::Index const n = matrix.rows();
     Eigen::LDLT<Eigen::MatrixXd> const scaled(scale.asDiagonal() * matrix * scale.asDiagonal());
     return scale.asDiagonal() * scaled.solve(Eigen::MatrixXd::Identity(n, n)) * scale.asDiagonal();
+  }
+
+  /// What of the information that views would hold, were errors of dots independent, is left where dots share
+  /// them with their neighbours; that of one more view is taken to be as much.
+  double independentShare(NormalEquations const& normal, Transfers const& transfers) const {
+    if (bundle_.shape.isByDot()) { // which such errors are a part of
+      return 1;
+    }
+    Eigen::MatrixXd const independent = commonCovarianceOf(normal);
+    Eigen::MatrixXd const shared = correlatedCovarianceOf(bundle_, transfers, normal, independent);
+    Eigen::MatrixXd const growth =
+        inverseOf(independent.topLeftCorner(wanted_, wanted_)) * shared.topLeftCorner(wanted_, wanted_);
+    return std::min(1.0, static_cast<double>(wanted_) / growth.trace());
   }
 
   /// The information on the devices and their transform, with the target's shape unknown.
@@ -267,6 +284,7 @@ private:
   Eigen::Index wanted_ = 0;     ///< parameters before those of the shape
   Eigen::MatrixXd before_;      ///< the same without the shape
   Eigen::MatrixXd information_; ///< the inverse of the adjustment's covariance
+  double sharePerView_ = 1;     ///< of a view's information, beside that of independent errors
 };
 
 /// A covariance by the adjustment's parameters as one by all that there are.
