@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <opencv2/core.hpp>
 #include <string>
@@ -49,8 +50,16 @@ constexpr double farthest = 1.5; ///< edges that a point may lie off at first
 constexpr double sigmas = 3.0;
 /// The share of points against a motion that lowers its score to a third.
 constexpr double mostAgainst = 0.03;
-/// The best of them, which slide to where the views agree best.
-constexpr std::size_t climbingOnes = 16;
+/// Slides to where the views agree best: their lengths over the distance that points may lie off at first,
+/// and how many of the best motions take part. The shorter the slides, the more counts what speaks against a
+/// motion: of those that lie side by side along what the shapes do not hold, the first slides leave one.
+struct Slides {
+  double length;
+  std::size_t most;
+  bool isFine;
+};
+constexpr Slides allSlides[] = {
+    {1.0, 200, false}, {0.5, 30, false}, {0.25, 16, true}, {0.125, 12, true}, {0.0625, 8, true}};
 
 constexpr double nothing = std::numeric_limits<double>::lowest();
 
@@ -184,29 +193,59 @@ private:
                      laid[i] = refinement_.laid(candidates[i].motion);
                    }
                  });
+    double const tolerance = toleranceOf(laid);
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+      candidates[i].motion = laid[i].motion;
+    }
+    climb(candidates, tolerance);
+  }
+
+  /// Judges each candidate anew where it may be off by a length.
+  void judge(std::vector<StartCandidate>& candidates, StartRefinement::Samples const& samples,
+             double tolerance, double length) const {
+    parallelRows(static_cast<int>(candidates.size()), [&](int first, int end) {
+      for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+        candidates[i] = refinement_.judged(candidates[i].motion, samples, tolerance, length);
+      }
+    });
+  }
+
+  /// Leaves those of the candidates that the views agree best with, where they agree best, best first.
+  void climb(std::vector<StartCandidate>& candidates, double tolerance) const {
+    double done = 0.8;
+    for (Slides const& slides : allSlides) {
+      Progress const part = progress_.part(done, done + 0.2 / static_cast<double>(std::size(allSlides)));
+      done += 0.2 / static_cast<double>(std::size(allSlides));
+      StartRefinement::Samples const& samples = slides.isFine ? refinement_.all() : refinement_.few();
+      double const length = slides.length * farthest * edge_;
+      judge(candidates, samples, tolerance, length);
+      candidates = distinct(std::move(candidates), slides.most);
+      parallelRows(static_cast<int>(candidates.size()), 4, part, "candidates", [&](int first, int end) {
+        for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
+          candidates[i] = refinement_.climbed(candidates[i].motion, samples, tolerance, length);
+        }
+      });
+    }
+    judge(candidates, refinement_.all(), tolerance, 0.0);
+    std::size_t const most = candidates.size();
+    candidates = distinct(std::move(candidates), most);
+  }
+
+  /// How far points may lie off each other, of motions that are as exact as registration makes them: by the
+  /// least scatter of those that lay enough of the source onto the target.
+  double toleranceOf(std::vector<StartRefinement::Laid> const& laid) const {
+    double most = 0.0;
+    for (StartRefinement::Laid const& each : laid) {
+      most = std::max(most, each.overlap);
+    }
+    double const enough = std::min(settings_.minOverlap, 0.5 * most);
     double sigma = std::numeric_limits<double>::infinity();
     for (StartRefinement::Laid const& each : laid) {
-      if (each.overlap >= settings_.minOverlap) {
+      if (each.overlap >= enough) {
         sigma = std::min(sigma, each.sigma);
       }
     }
-    double const tolerance =
-        std::min(sigmas * std::max(sigma, target_.surface.resolution()), farthest * edge_);
-    parallelRows(static_cast<int>(candidates.size()), [&](int first, int end) {
-      for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
-        candidates[i] = refinement_.judged(laid[i].motion, tolerance, farthest * edge_);
-      }
-    });
-    std::size_t const most = candidates.size();
-    candidates = distinct(std::move(candidates), most);
-    auto const climbing = static_cast<int>(std::min(climbingOnes, candidates.size()));
-    parallelRows(climbing, 4, progress_.part(0.85, 1.0), "candidates", [&](int first, int end) {
-      for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
-        candidates[i] = refinement_.climbed(candidates[i].motion, tolerance);
-      }
-    });
-    candidates.resize(static_cast<std::size_t>(climbing));
-    candidates = distinct(std::move(candidates), most);
+    return std::min(sigmas * std::max(sigma, target_.surface.resolution()), farthest * edge_);
   }
 
   SearchedCloud source_;

@@ -19,20 +19,24 @@ namespace {
 constexpr double featureReach = 6.0;
 /// Similar points of the target that each of the source's may be.
 constexpr std::size_t similarOnes = 5;
+/// The so many-th most similar point tells how rare points like it are.
+constexpr std::size_t commonOnes = 40;
 /// Every match is held against every other one.
 constexpr std::size_t mostMatches = 8000;
 /// Pairs of points are at least so many edges apart, so that the turn they give is exact.
 constexpr double leastBase = 5.0;
 constexpr double distanceTolerance = 1.2; // edges
 constexpr double angleTolerance = 0.2;    // of cosines
-/// How many correspondences, and partners of each, give motions.
-constexpr std::size_t bestMatches = 250;
+/// How many correspondences of either order, and partners of each, give motions.
+constexpr std::size_t bestMatches = 400;
 constexpr std::size_t bestPartners = 16;
 
 struct Match {
   std::size_t source;
   std::size_t target;
+  double rarity = 0.0; ///< how unlike the other points of the target are
   std::size_t support = 0;
+  double rareSupport = 0.0; ///< by what each says, for points that are alike everywhere agree by chance
 };
 
 class SimilarPoints {
@@ -62,8 +66,12 @@ public:
         }
         std::partial_sort(distances.begin(), distances.begin() + static_cast<std::ptrdiff_t>(count),
                           distances.end());
+        auto const common =
+            distances.begin() + static_cast<std::ptrdiff_t>(std::min(commonOnes, distances.size() - 1));
+        std::nth_element(std::min(common, distances.begin() + static_cast<std::ptrdiff_t>(count)), common,
+                         distances.end());
         for (std::size_t k = 0; k < count; ++k) {
-          matches[at * count + k] = {i, distances[k].second};
+          matches[at * count + k] = {i, distances[k].second, static_cast<double>(common->first)};
         }
       }
     });
@@ -71,6 +79,7 @@ public:
     return matches;
   }
 
+  /// @param matches of any order; the first ones lead
   std::vector<cv::Matx44d> motionsOf(std::vector<Match> const& matches) const {
     std::size_t const leading = std::min(bestMatches, matches.size());
     std::vector<std::vector<cv::Matx44d>> found(leading);
@@ -112,17 +121,19 @@ private:
            areAlike(sourceB.dot(inSource) / lengthInSource, targetB.dot(inTarget) / lengthInTarget);
   }
 
-  /// Counts the matches that each agrees with, and puts those with the most first.
+  /// Counts the matches that each agrees with, all alike and by how rare they are.
   void support(std::vector<Match>& matches) const {
     parallelRows(static_cast<int>(matches.size()), [&](int first, int end) {
       for (auto i = static_cast<std::size_t>(first); i < static_cast<std::size_t>(end); ++i) {
         for (Match const& other : matches) {
-          matches[i].support += agree(matches[i], other) ? 1 : 0;
+          if (agree(matches[i], other)) {
+            ++matches[i].support;
+            matches[i].rareSupport += other.rarity;
+          }
         }
+        matches[i].rareSupport *= matches[i].rarity;
       }
     });
-    std::stable_sort(matches.begin(), matches.end(),
-                     [](Match const& a, Match const& b) { return a.support > b.support; });
   }
 
   /// The motion that lays two points with their normals onto two others.
@@ -146,7 +157,15 @@ private:
 std::vector<cv::Matx44d> motionsOfSimilarPoints(std::vector<OrientedPoint> const& source,
                                                 std::vector<OrientedPoint> const& target, double edge) {
   SimilarPoints const points(source, target, edge);
-  return points.motionsOf(points.matches());
+  std::vector<Match> matches = points.matches();
+  std::stable_sort(matches.begin(), matches.end(),
+                   [](Match const& a, Match const& b) { return a.support > b.support; });
+  std::vector<cv::Matx44d> motions = points.motionsOf(matches);
+  std::stable_sort(matches.begin(), matches.end(),
+                   [](Match const& a, Match const& b) { return a.rareSupport > b.rareSupport; });
+  std::vector<cv::Matx44d> const rare = points.motionsOf(matches);
+  motions.insert(motions.end(), rare.begin(), rare.end());
+  return motions;
 }
 
 } // namespace vorn::mv

@@ -42,26 +42,41 @@ public:
   };
   Laid laid(cv::Matx44d const& targetFromSource) const;
 
+  /// Samples of either view that motions are judged by.
+  struct Samples {
+    SourceSamples source;
+    SourceSamples target;
+  };
+  Samples const& few() const { return few_; }
+  Samples const& all() const { return all_; }
+
   /// What the views say of a motion, when points that differ by less than the tolerance lie on each other.
   /// @param off the distance by which the motion may be off, 0 .. `reach`: then some points are in the way
-  StartCandidate judged(cv::Matx44d const& targetFromSource, double tolerance, double off) const;
+  StartCandidate judged(cv::Matx44d const& targetFromSource, Samples const& samples, double tolerance,
+                        double off) const;
 
-  /// Slides the source along what the shapes hold least, as long as the views agree better: a face may slide
-  /// on a face, but its borders and holes are seen.
-  /// @return as judged where nothing is off any more
-  StartCandidate climbed(cv::Matx44d const& targetFromSource, double tolerance) const;
+  /// Slides the source along what the shapes hold least by about a length, as long as the views agree better:
+  /// a face may slide on a face, but its borders and holes are seen.
+  /// @return as judged where it may be off by that length
+  StartCandidate climbed(cv::Matx44d const& targetFromSource, Samples const& samples, double tolerance,
+                         double length) const;
 
 private:
-  cv::Matx44d laidIn(cv::Matx44d const& targetFromSource, int steps, double reach, Laid* laid) const;
-  AgreementFigures figuresOf(SourceSamples const& samples, SearchedCloud const& other,
-                             cv::Matx44d const& otherFromOwn, double tolerance) const;
-  bool climb(StartCandidate& best, double tolerance, double length) const;
+  struct Figures {
+    AgreementFigures agreement; ///< points that lie on each other count the more, the nearer they do
+    double overlap;             ///< the share of the points that lie on the other view
+  };
+  cv::Matx44d laidIn(cv::Matx44d const& targetFromSource, SourceSamples const& samples, int steps,
+                     double reach, Laid* laid) const;
+  Figures figuresOf(SourceSamples const& samples, SearchedCloud const& other, cv::Matx44d const& otherFromOwn,
+                    double tolerance) const;
+  bool climb(StartCandidate& best, Samples const& samples, double tolerance, double length) const;
 
   SearchedCloud source_;
   SearchedCloud target_;
   double reach_;
-  SourceSamples samples_;
-  SourceSamples targetSamples_;
+  Samples few_;
+  Samples all_;
 };
 
 } // namespace vorn::mv

@@ -176,6 +176,18 @@ TEST_F(FindStart, LaysMadePartsOntoEachOtherThatLieOnEachOtherInManyWays) {
   }
 }
 
+TEST_F(FindStart, FindsThePlaceBesideABallThatTurnsOnItself) {
+  // A ball on a ball: dozens of places side by side, with more points on each other than the right one, which
+  // what is beside the ball tells.
+  sim::MeasuredPart const casting = sim::measuredParts()[7];
+  std::mt19937 random(8);
+  sim::PartViews const views = sim::viewsOf(casting, 0.4, 200, 0.002, random);
+  StartSearch const start = findStart(PointCloud(views.source, true), PointCloud(views.target, true));
+  EXPECT_TRUE(start.isFound);
+  EXPECT_LT(start.rivalOverlap, 0.5 * start.overlap);
+  EXPECT_LT(distanceOf(views.source, start.targetFromSource, views.targetFromSource), 0.03);
+}
+
 TEST_F(FindStart, BearsPointsThatStrayTowardsTheSensor) {
   std::vector<sim::MeasuredPart> const parts = sim::measuredParts();
   std::mt19937 random(77);
