@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vorn/mv/pointcloud/measured_count.hpp>
 
+#include "core/median.hpp"
 #include "registration/held_motions.hpp"
 #include "registration/robust_pairs.hpp"
 #include "registration/small_motion.hpp"
@@ -20,8 +22,51 @@ constexpr std::size_t fewestPairs = 50;
 constexpr double smallStep = 0.1;
 constexpr double smallLeadingStep = 0.5;
 constexpr int mostLeadingSteps = 30;
+/// Sides of windows of normals over the side of what a grid shows: larger ones give one normal to most of it,
+/// and at its rims those of places inwards, as if every shape were a plane or held in ways that it is not.
+constexpr int windowsEach = 7;
+/// Noise of normals in rad that windows are to reach even so.
+constexpr double mostNormalNoise = 0.05;
 /// The share of the last step below which a step tells how the next ones shrink.
 constexpr double mostShrunk = 0.5;
+
+/// The noise of a grid's points over their distance, by second differences along its rows.
+double noiseOverSpacing(PointCloud const& grid) {
+  cv::Mat_<cv::Vec3f> const& points = grid.points();
+  std::vector<double> bends;
+  std::vector<double> steps;
+  for (int row = 0; row < points.rows; ++row) {
+    for (int column = 1; column + 1 < points.cols; ++column) {
+      cv::Vec3d const before(points(row, column - 1));
+      cv::Vec3d const at(points(row, column));
+      cv::Vec3d const after(points(row, column + 1));
+      double const bend = cv::norm(before - 2.0 * at + after);
+      if (std::isfinite(bend)) {
+        bends.push_back(bend);
+        steps.push_back(cv::norm(after - before) * 0.5);
+      }
+    }
+  }
+  return bends.empty() ? 0.0 : medianAmong(bends) / (std::sqrt(6.0) * medianAmong(steps));
+}
+
+/// The radius of windows that are small beside what a grid shows, if its noise allows.
+int windowRadiusFor(PointCloud const& grid, int most) {
+  cv::Size const size = grid.points().size();
+  auto const shown = static_cast<int>(std::sqrt(static_cast<double>(measuredCount(grid))));
+  int radius = std::max(1, std::min({size.width, size.height, shown}) / windowsEach);
+  if (radius >= most) {
+    return most;
+  }
+  double const noise = noiseOverSpacing(grid);
+  auto const noiseWith = [&](int side) { // of a least-squares slope over side x side points
+    return noise / (side * std::sqrt((side * side - 1.0) / 12.0));
+  };
+  while (radius < most && noiseWith(2 * radius + 1) > mostNormalNoise) {
+    ++radius;
+  }
+  return radius;
+}
 
 } // namespace
 
@@ -32,6 +77,9 @@ PointCloud withNormals(PointCloud const& cloud, Progress const& progress) {
     NormalSettings settings;
     settings.orientation =
         cloud.isOrganized() ? NormalOrientation::TowardsViewpoint : NormalOrientation::Consistent;
+    if (cloud.isOrganized() && cloud.isContinous()) {
+      settings.windowRadius = windowRadiusFor(cloud, settings.windowRadius);
+    }
     if (cloud.offset() != cv::Vec3d()) {
       settings.viewpoint =
           cv::Vec3f(-cloud.offset()); // the sensor is at the file's origin, not at the points'

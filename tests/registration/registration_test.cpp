@@ -267,6 +267,51 @@ TEST_F(Register, NamesWhatShapesDoNotHold) {
   }
 }
 
+/// Windows of normals as large as the grid told waves to be planes, and spheres to be held by their rims.
+TEST_F(Register, TellsWhatSmallGridsHoldOverRepeatedScans) {
+  struct Scene {
+    char const* shape; ///< empty: all is held
+    int side;
+    Surface surface;
+  };
+  Surface const waves = [](double u, double v) {
+    return cv::Vec3d(u, v, 400.0 + 0.5 * std::sin(2.7 * u) * std::cos(2.25 * v) + 0.03 * u * v);
+  };
+  Surface const sphere = [](double u, double v) {
+    return cv::Vec3d(u, v, 404.0 - std::sqrt(16.0 - u * u - v * v));
+  };
+  Surface const plane = [](double u, double v) { return cv::Vec3d(u, v, 400.0 + 0.1 * u + 0.05 * v); };
+  constexpr int trials = 30;
+  constexpr double sigma = 0.006;
+  cv::Matx44d const truth = motionAbout({0, 0, 400}, {0.1, 0.15, -0.1}, {0.03, -0.03, 0.02});
+  for (Scene const& scene :
+       {Scene{"", 12, waves}, Scene{"", 17, waves}, Scene{"sphere", 12, sphere}, Scene{"sphere", 17, sphere},
+        Scene{"plane", 12, plane}, Scene{"plane", 17, plane}}) {
+    int told = 0;
+    double squares = 0.0;
+    for (unsigned trial = 0; trial < trials; ++trial) {
+      double const first = -0.05 * (scene.side - 1); // as `view` spaces them
+      cv::Mat_<cv::Vec3f> const target = view(scene.surface, scene.side, first, first, sigma, 2 * trial + 1);
+      cv::Mat_<cv::Vec3f> const source = moveAll(
+          truth.inv(), view(scene.surface, scene.side, first + 0.037, first + 0.037, sigma, 2 * trial + 2));
+      Registration const found = registerClouds(PointCloud(source, true), PointCloud(target, true));
+      if (!found.isFound() || found.freeShape() != scene.shape) {
+        continue;
+      }
+      ++told;
+      if (found.freeMotions.empty()) {
+        cv::Vec6d const error = errorOf(found.targetFromSource, truth, found.pivot);
+        squares += error.dot(found.covariance.inv(cv::DECOMP_CHOLESKY) * error) / 6.0;
+      }
+    }
+    EXPECT_GE(told, 0.9 * trials) << scene.shape << ' ' << scene.side;
+    if (scene.shape[0] == '\0') {
+      // By chance 0.05; a covariance of some hundred points is itself known to a fifth.
+      EXPECT_NEAR(std::sqrt(squares / told), 1.15, 0.35) << scene.side;
+    }
+  }
+}
+
 TEST_F(Register, GivesTheSameAnswerInAnyUnitAndWithAnyThreads) {
   cv::Matx44d const truth = motionAbout(middle, {0.5, -0.5, 0.6}, {0.15, 0.1, 0.1});
   cv::Mat_<cv::Vec3f> const target = view(bumps, 110, 0.0, 0.0, 0.01, 1);
