@@ -3,6 +3,7 @@
 #include "pointcloud/list_spacing.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -30,6 +31,26 @@ private:
   float square_ = std::numeric_limits<float>::max();
 };
 
+/// The squared distance to the eighth of the nearest places but the query's own.
+class EighthOtherPlace {
+public:
+  float worst() const { return squares_.back(); }
+  void add(unsigned /*index*/, float square) {
+    if (square > 0.0F && square < worst()) {
+      squares_.back() = square;
+      std::sort(squares_.begin(), squares_.end());
+    }
+  }
+
+private:
+  std::array<float, 8> squares_ = filled();
+  static std::array<float, 8> filled() {
+    std::array<float, 8> squares{};
+    squares.fill(std::numeric_limits<float>::max());
+    return squares;
+  }
+};
+
 /// A few thousand places with points, each once: where many points share one, it counts no more than others.
 std::vector<cv::Vec3f> sampledPlaces(cv::Mat_<cv::Vec3f> const& points, cv::Mat_<uchar> const& state,
                                      std::size_t count) {
@@ -52,16 +73,16 @@ std::vector<cv::Vec3f> sampledPlaces(cv::Mat_<cv::Vec3f> const& points, cv::Mat_
   return places;
 }
 
-} // namespace
-
-float listSpacingOf(PointCloud& cloud) {
+/// The median of what a set of nearest places says of a few thousand ones.
+template <class Nearest>
+float medianDistance(PointCloud& cloud) {
   OctreeView const tree(cloud.octree());
   cv::Mat_<cv::Vec3f> const& points = std::as_const(cloud).points();
   std::vector<uchar> const states = flatStates(cloud.state());
   std::vector<float> distances;
   withPointAccess(points, [&](auto const& access) {
     for (cv::Vec3f const& place : sampledPlaces(points, cloud.state(), measuredCount(cloud))) {
-      NearestOtherPlace nearest;
+      Nearest nearest;
       findNearest<L2>(tree, access, place.val, nearest, [&](unsigned index) { return states[index] == 0; });
       if (nearest.worst() < std::numeric_limits<float>::max()) {
         distances.push_back(std::sqrt(nearest.worst()));
@@ -69,6 +90,17 @@ float listSpacingOf(PointCloud& cloud) {
     }
   });
   return medianAmong(distances);
+}
+
+} // namespace
+
+float listSpacingOf(PointCloud& cloud) {
+  return medianDistance<NearestOtherPlace>(cloud);
+}
+
+float listPitchOf(PointCloud& cloud) {
+  constexpr float eighth = 1.45F; // pitches: 1.41 on a grid, 1.56 where points are spread by chance
+  return medianDistance<EighthOtherPlace>(cloud) / eighth;
 }
 
 } // namespace vorn::mv

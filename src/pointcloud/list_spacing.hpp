@@ -10,4 +10,9 @@ namespace vorn::mv {
 /// other with a present point, of a few thousand places; 0 when all are in one. Builds the cloud's octree.
 float listSpacingOf(PointCloud& cloud);
 
+/// The distance that neighbours of such a cloud would have on a square grid as dense, by how far the eighth
+/// nearest is; 0 of fewer. Of points spread by chance it is twice as large as the typical distance, and what
+/// joins them must reach as far. Builds the cloud's octree.
+float listPitchOf(PointCloud& cloud);
+
 } // namespace vorn::mv

@@ -111,7 +111,8 @@ PointCloud partOf(PointCloud const& cloud, std::vector<unsigned> const& cells) {
 
 /// The points that have a normal, given or found in their group.
 /// @param spacing that of the largest group; 0: it is one place or none
-Oriented orientedPoints(PointCloud const& cloud, cv::Point3f const& viewpoint, float& spacing) {
+/// @param pitch   that of an even grid as dense as it, no less
+Oriented orientedPoints(PointCloud const& cloud, cv::Point3f const& viewpoint, float& spacing, float& pitch) {
   std::vector<std::vector<unsigned>> const groups = groupsOf(cloud);
   Oriented all;
   std::size_t largest = 0;
@@ -121,6 +122,7 @@ Oriented orientedPoints(PointCloud const& cloud, cv::Point3f const& viewpoint, f
     if (cells.size() > largest) {
       largest = cells.size();
       spacing = listSpacingOf(part);
+      pitch = std::max(spacing, listPitchOf(part));
     }
     if (!cloud.hasNormals()) {
       NormalSettings normals;
@@ -172,15 +174,16 @@ Oriented spread(Oriented const& all, float least) {
 
 SurfaceMesh meshOfPoints(PointCloud const& cloud, MeshSettings const& settings, Progress const& progress) {
   float spacing = 0.0F;
-  Oriented const all = orientedPoints(cloud, settings.viewpoint, spacing);
+  float pitch = 0.0F;
+  Oriented const all = orientedPoints(cloud, settings.viewpoint, spacing, pitch);
   if (!(spacing > 0.0F)) {
     throw error("The " + std::to_string(cloud.presentCount()) + " present points are one place or none",
                 "meshOf");
   }
   constexpr float leastOverSpacing = 0.1F;
-  constexpr float edgeOverSpacing = 4.0F;
+  constexpr float edgeOverPitch = 4.0F;
   Oriented points = spread(all, leastOverSpacing * spacing);
-  float const maxEdge = settings.maxEdge > 0.0F ? settings.maxEdge : edgeOverSpacing * spacing;
+  float const maxEdge = settings.maxEdge > 0.0F ? settings.maxEdge : edgeOverPitch * pitch;
   SurfaceMesh mesh;
   mesh.triangles = triangulatedPoints(points.points, points.normals, maxEdge, progress);
   if (mesh.triangles.empty()) {

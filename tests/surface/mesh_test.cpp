@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/mv/surface/fuse.hpp>
 #include <vorn/mv/surface/mesh.hpp>
 
 #include "support/expect_error.hpp"
@@ -66,6 +67,23 @@ TEST(PointMesh, OfAPlaneIsThatOfItsGrid) {
 }
 
 // No length in it is absolute: in metres or micrometres the same points make the same triangles.
+// Most have a neighbour at half the distance that points on a grid as dense have: four times that left holes
+// everywhere, in the mesh of the points and of what views were fused to.
+TEST(PointMesh, OfPointsByChanceHasNoHoles) {
+  cv::RNG random(6);
+  cv::Mat_<cv::Vec3f> points(3000, 1);
+  for (cv::Vec3f& point : points) {
+    point = cv::Vec3f(random.uniform(-30.0F, 30.0F), random.uniform(-25.0F, 25.0F), 100.0F);
+  }
+  PointCloud const cloud(points, false);
+  for (SurfaceMesh const& mesh : {meshOf(cloud), fuse({cloud}).mesh}) {
+    MeshFigures const figures = figuresOf(mesh);
+    EXPECT_GT(figures.area, 0.93 * 3000) << "without the outline between its points";
+    EXPECT_EQ(figures.pieces, 1U);
+    EXPECT_LE(figures.boundaries.size(), 10U);
+  }
+}
+
 TEST(PointMesh, DoesNotDependOnTheUnit) {
   cv::RNG random(4);
   cv::Mat_<cv::Vec3f> points(500, 1);

@@ -159,7 +159,8 @@ void addLengths(CLI::App& command, mv::FuseSettings& settings) {
   add("--reach", settings.reach,
       "Skins farther apart than this are different surfaces; 0: six times the noise, at least half a "
       "spacing");
-  add("--max-edge", settings.maxEdge, "Points farther apart are not joined; 0: three spacings");
+  add("--max-edge", settings.maxEdge,
+      "Points farther apart are not joined; 0: three spacings, more for lists spread by chance");
   add("--close", settings.closeHoles, "Close holes with a rim up to this long; 0 closes none");
 }
 

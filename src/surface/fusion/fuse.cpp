@@ -66,6 +66,17 @@ SkinLimits limitsOf(ViewSurfaces const& all, FuseSettings const& settings) {
   return limits;
 }
 
+/// How far points of the result are joined: those of a list spread by chance are farther apart than most of
+/// their nearest ones.
+double usualEdge(ViewSurfaces const& all, float spacing) {
+  constexpr float edgeOverSpacing = 3.0F;
+  float pitch = all.views[0].pitch;
+  for (ViewSurface const& view : all.views) {
+    pitch = std::min(pitch, view.pitch);
+  }
+  return static_cast<double>(edgeOverSpacing * std::max(spacing, pitch));
+}
+
 /// Which cells of each view are outliers: 1, else 0.
 std::vector<cv::Mat_<uchar>> outliersOf(ViewSurfaces const& all, SkinLimits const& limits,
                                         Progress const& progress) {
@@ -249,8 +260,7 @@ Fusion fuse(std::vector<PointCloud> const& views, FuseSettings const& settings, 
   }
   result.cloud = cloudOf(merged, all);
   result.cloud.setOffset(views[0].offset());
-  constexpr double edgeOverSpacing = 3.0;
-  double const maxEdge = settings.maxEdge > 0.0 ? settings.maxEdge : edgeOverSpacing * result.spacing;
+  double const maxEdge = settings.maxEdge > 0.0 ? settings.maxEdge : usualEdge(all, limits.spacing);
   result.mesh = meshFrom(result.cloud, merged, maxEdge, settings.closeHoles, progress.part(0.75, 1.0));
   return result;
 }

@@ -178,6 +178,7 @@ ViewSurfaces viewSurfacesOf(std::vector<PointCloud> const& clouds, Progress cons
       throw viewError(i, "has fewer than three distinct points: " + std::to_string(cloud.presentCount()) +
                              " are present");
     }
+    surface.pitch = surface.isGrid ? surface.spacing : std::max(surface.spacing, listPitchOf(cloud));
     surface.steps = gridStepsOf(std::as_const(cloud).points(), cloud.state(), 0.0F);
     cv::Matx44d commonFromView = motionOf(cloud, clouds[0].offset());
     for (int axis = 0; axis < 3; ++axis) {

@@ -23,6 +23,7 @@ struct ViewSurface {
   GridSteps steps; ///< how far apart neighbours of one surface are
   bool isGrid = false;
   float spacing = 0.0F;
+  float pitch = 0.0F;       ///< that of an even grid as dense; no less
   double medianSigma = 0.0; ///< along the line of sight
 };
 

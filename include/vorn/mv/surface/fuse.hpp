@@ -25,7 +25,9 @@ struct FuseSettings {
   double reach = 0.0;
   /// Normals of one place differ by at most this angle, in degrees, above 0 .. 90.
   double maxNormalAngle = 60.0;
-  /// Points farther apart are not joined to triangles; a hole as small is none. 0: three spacings.
+  /// Points farther apart are not joined to triangles; a hole as small is none. 0: three spacings,
+  /// or distances of points as dense as the densest view on an even grid, which is more for lists spread by
+  /// chance.
   double maxEdge = 0.0;
   /// Holes and outer ends of the mesh with at most this length are closed, by triangles over their rim
   /// alone; 0 closes none. `figuresOf` lists what is open.

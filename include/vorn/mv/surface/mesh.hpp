@@ -20,7 +20,8 @@ namespace vorn::mv {
 /// How `meshOf` joins points.
 struct MeshSettings {
   /// Neighbours farther apart than this are not joined, in the cloud's unit. 0: six times the median distance
-  /// of neighbours, for rows and columns each; without a grid four times that to the nearest point.
+  /// of neighbours, for rows and columns each; without a grid four times that to the nearest point,
+  /// or that on an even grid as dense, which is more for points spread by chance.
   float maxEdge = 0.0F;
   /// Triangles that the sensor saw at a flatter angle are walls across a step rather than a surface: the
   /// largest angle between a triangle's normal and the direction to the viewpoint, in degrees, above 0 .. 90.
