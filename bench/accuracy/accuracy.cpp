@@ -191,13 +191,16 @@ bool checkCovariances(int runs) {
 
 /// Each fault on rigs by chance.
 /// @return whether nothing is found in clean views, and each fault named in nine of ten
-bool checkFreshRigs(int rigs, int firstSeed) {
+bool checkFreshRigs(int rigs, int firstSeed, std::string const& only) {
   auto const first = static_cast<std::uint64_t>(firstSeed);
-  std::vector<FreshTally> tallies = tallyDrawn(rigs, first);
+  std::vector<FreshTally> tallies = tallyDrawn(rigs, first, only);
   printTallies(tallies);
-  std::vector<FreshTally> const rendered = tallyRendered(rigs, first);
+  std::vector<FreshTally> const rendered = tallyRendered(rigs, first, only);
   printTallies(rendered);
   tallies.insert(tallies.end(), rendered.begin(), rendered.end());
+  if (tallies.empty()) {
+    throw std::invalid_argument("No fault has \"" + only + "\" in its name");
+  }
   return std::all_of(tallies.begin(), tallies.end(), [](FreshTally const& tally) {
     constexpr double leastShare = 0.9;
     return tally.fault.empty() ? tally.named == tally.rigs : tally.named >= leastShare * tally.rigs;
@@ -247,9 +250,9 @@ int main(int argc, char** argv) {
   app.add_option("--divisor", options.divisor, "Divide the rig's numbers of pixels by this")
       ->check(CLI::Range(1, 8));
   app.add_option("--json", options.json, "Write all figures to this file");
-  app.add_option(
-      "--only", options.only,
-      "Scan only the cases with this in their names, and calibrate nothing; with --faults only those");
+  app.add_option("--only", options.only,
+                 "Scan only the cases with this in their names, and calibrate nothing; with --faults and "
+                 "--fresh only those faults");
   app.add_flag("--check", options.isCheck, "A few cases only; fail when one misses what must hold");
   app.add_flag("--ablation", options.isAblation, "Decode with each rule off in turn and show what it gains");
   app.add_option(
@@ -308,7 +311,7 @@ int main(int argc, char** argv) {
       return isPlainRight && isOtherRight ? 0 : 1;
     }
     if (options.freshRigs > 0) {
-      return vorn::bench::checkFreshRigs(options.freshRigs, options.firstSeed) ? 0 : 1;
+      return vorn::bench::checkFreshRigs(options.freshRigs, options.firstSeed, options.only) ? 0 : 1;
     }
     if (options.isAblation) {
       vorn::bench::ablate(options);

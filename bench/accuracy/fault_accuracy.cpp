@@ -219,6 +219,13 @@ void count(FreshTally& tally, FaultCase const& given, FaultFigures const& figure
   }
 }
 
+/// What some of the faults are told by; each is drawn as it is among all.
+std::vector<FreshTally> askedFor(std::vector<FreshTally> tallies, std::string const& only) {
+  auto const isOther = [&](FreshTally const& tally) { return tally.fault.find(only) == std::string::npos; };
+  tallies.erase(std::remove_if(tallies.begin(), tallies.end(), isOther), tallies.end());
+  return tallies;
+}
+
 std::vector<FreshTally> talliesOf(std::vector<FaultCase> const& cases, bool isRendered) {
   std::vector<FreshTally> tallies;
   for (FaultCase const& given : cases) {
@@ -276,7 +283,7 @@ bool printFaultTable(CalibratedRig const& rig, std::string const& only) {
   return areAllNamed;
 }
 
-std::vector<FreshTally> tallyDrawn(int rigs, std::uint64_t first) {
+std::vector<FreshTally> tallyDrawn(int rigs, std::uint64_t first, std::string const& only) {
   std::vector<FaultCase> const cases = drawnCases();
   std::vector<FreshTally> tallies = talliesOf(cases, false);
   for (int i = 0; i < rigs; ++i) {
@@ -285,15 +292,18 @@ std::vector<FreshTally> tallyDrawn(int rigs, std::uint64_t first) {
     CalibratedRig const rig = randomRig(seed, views, 1);
     for (std::size_t k = 0; k < cases.size(); ++k) {
       std::string const& fault = cases[k].fault;
+      if (fault.find(only) == std::string::npos) {
+        continue;
+      }
       std::uint64_t const draw = seed * cases.size() + k;
       count(tallies[k], cases[k],
             diagnosed(rig, fault.empty() ? fault : atAnyView(fault, draw, views, false), draw));
     }
   }
-  return tallies;
+  return askedFor(std::move(tallies), only);
 }
 
-std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first) {
+std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first, std::string const& only) {
   std::vector<FaultCase> cases = imageCases();
   cases.insert(cases.begin(), FaultCase());
   std::vector<FreshTally> tallies = talliesOf(cases, true);
@@ -305,6 +315,9 @@ std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first) {
     std::vector<mv::ScannerView> const clean = renderedViews(rig);
     for (std::size_t k = 0; k < cases.size(); ++k) {
       std::string const& fault = cases[k].fault;
+      if (fault.find(only) == std::string::npos) {
+        continue;
+      }
       count(tallies[k], cases[k],
             calibrated(rig,
                        fault.empty()
@@ -313,7 +326,7 @@ std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first) {
                        nullptr));
     }
   }
-  return tallies;
+  return askedFor(std::move(tallies), only);
 }
 
 void printTallies(std::vector<FreshTally> const& tallies) {

@@ -55,8 +55,9 @@ struct FreshTally {
 /// Tries each fault on rigs by chance: those that points show on drawn points of eight views, those of images
 /// on rendered views at half resolution.
 /// @param first the seed of the first rig
-std::vector<FreshTally> tallyDrawn(int rigs, std::uint64_t first);
-std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first);
+/// @param only faults with this in their words
+std::vector<FreshTally> tallyDrawn(int rigs, std::uint64_t first, std::string const& only = "");
+std::vector<FreshTally> tallyRendered(int rigs, std::uint64_t first, std::string const& only = "");
 void printTallies(std::vector<FreshTally> const& tallies);
 
 } // namespace vorn::bench
