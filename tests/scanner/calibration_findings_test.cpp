@@ -291,6 +291,8 @@ TEST(CalibrationFindings, FringesThatAProjectorOutOfFocusWipesOutTellNothingElse
       {figuresOfView({0.127, 0.71, 0.010, untold}, {0.001, 7.43, 0.090, 0.0016}), {"projectorBlurred"}},
       {figuresOfView({0.122, 0.71, 0.010, untold}, {0.085, 2.06, 0.052, 0.0978}), {"projectorBlurred"}},
       {figuresOfView({0.120, 0.71, 0.010, untold}, {0.090, 0.80, 0.011, untold}), {"projectorBlurred"}},
+      {figuresOfView({untold, untold, untold, untold}, {0.001, 8.61, 0.084, 0.001}), {"projectorBlurred"}},
+      {figuresOfView({untold, untold, untold, untold}, {0.001, 1.20, 0.540, 0.001}), {}},
       {figuresOfView({0.003, 3.04, 0.283, 0.0002}, {0.001, 5.70, 0.540, 0.0011}), {"tooDark"}},
       {figuresOfView({0.030, 0.90, 0.283, 0.0002}, {0.010, 1.70, 0.540, 0.0011}), {"gamma", "tooDark"}},
       {figuresOfView({0.002, 10.4, 0.075, 0.0003}, {0.001, 19.2, 0.141, 0.0010}), {"roomLight"}},

@@ -75,6 +75,9 @@ double fringesLeft(ViewFigures const& view) {
   constexpr double leastAmplitude = 1.5; // of 255; below are noise and rounding
   constexpr double leastLight = 20;
   SequenceFigures const& columns = view.columns;
+  if (std::isnan(columns.amplitude) && view.rows.amplitude > leastLight * view.rows.contrast) {
+    return 0; // in good light nothing but noise, which nowhere holds its amplitude over a few pixels
+  }
   bool const areGone =
       columns.amplitude < leastAmplitude && columns.amplitude > leastLight * columns.contrast;
   return areGone ? columns.contrast : columns.amplitude / view.rows.amplitude;
