@@ -168,7 +168,7 @@ public:
     start();
     solveBundle(bundle_, settings_.maxIterations, progress_.part(0.3, 0.5));
     double const flatS0 = s0Of(bundle_);
-    chooseShape(bundle_, settings_, progress_.part(0.5, 0.75));
+    result_.shapeLimit = chooseShape(bundle_, settings_, progress_.part(0.5, 0.75));
     if (bundle_.shape.level() != ShapeBasis::Level::Flat) {
       takeBack(progress_.part(0.75, 0.8));
     }

@@ -119,6 +119,23 @@ std::optional<ReducedEquations> reduced(NormalEquations const& normal) {
   return equations;
 }
 
+namespace {
+
+/// The damping of the next round, after a step that was taken.
+/// @param ratio of what the squares fell by to what their quadratic model foretold
+double dampingAfter(double damping, double ratio) {
+  constexpr double asForetold = 0.75;
+  constexpr double poor = 0.25;
+  if (ratio > asForetold) {
+    return std::max(damping / 30, 1e-15);
+  }
+  // The squares bend more than their model does, which knows slopes alone: without this much damping steps
+  // go too far, to and fro over the minimum.
+  return ratio < poor ? std::max(damping, 1e-9) * 3 : damping;
+}
+
+} // namespace
+
 void solveBundle(Bundle& bundle, int maxIterations, Progress const& progress) {
   // A gain of the squares by so much moves no parameter by more than a millionth of its standard deviation,
   // and the last step goes beyond that.
@@ -132,26 +149,39 @@ void solveBundle(Bundle& bundle, int maxIterations, Progress const& progress) {
     Transfers const transfers = transfersOf(bundle);
     NormalEquations const normal = normalEquationsOf(bundle, transfers);
     double const squares = squaresOf(bundle, transfers).total();
+    double const least = std::max(lastGain, rounding * squares);
     bool isBetter = false;
+    bool isFreeRefused = false;
     while (!isBetter) {
       auto step = stepOf(normal, damping);
-      if (step && step->predictedGain < std::max(lastGain, rounding * squares)) {
+      bool const isEnd = step && step->predictedGain < least;
+      if (isEnd && isFreeRefused) {
+        return; // of no step that foretells more than rounding does it come true
+      }
+      if (isEnd) {
         // Damping holds back what is hard to tell apart; without it the end shows.
-        step = stepOf(normal, 0);
-        if (step && step->predictedGain < std::max(lastGain, rounding * squares)) {
-          move(bundle, *step);
+        auto free = stepOf(normal, 0);
+        if (free && free->predictedGain < least) {
+          move(bundle, *free);
           return;
         }
+        step = free ? std::move(free) : std::move(step);
       }
+      double gain = 0;
       if (step) {
         Bundle tried = bundle;
         move(tried, *step);
-        isBetter = squaresOf(tried, transfers).total() <= squares * (1 + rounding);
+        gain = squares - squaresOf(tried, transfers).total();
+        isBetter = gain >= -rounding * squares;
         if (isBetter) {
           bundle = std::move(tried);
         }
       }
-      damping = isBetter ? std::max(damping / 30, 1e-15) : std::max(damping, 1e-9) * 10;
+      if (isEnd && !isBetter) {
+        isFreeRefused = true;
+        damping = 0; // from here up, each by itself
+      }
+      damping = isBetter ? dampingAfter(damping, gain / step->predictedGain) : std::max(damping, 1e-9) * 10;
       if (damping > mostDamping) {
         throw error("The views do not determine the calibration", "adjust");
       }

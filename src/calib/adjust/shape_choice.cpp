@@ -8,6 +8,8 @@
 #include <Eigen/Cholesky>
 #include <opencv2/core.hpp>
 
+#include <vorn/core/exception.hpp>
+
 #include "calib/adjust/bundle_solver.hpp"
 
 namespace vorn::mv {
@@ -56,6 +58,16 @@ cv::Matx61d quadraticOf(std::vector<cv::Vec3d> const& places, std::vector<cv::Po
   return cv::Matx61d(solution.ptr<double>());
 }
 
+/// What is said where views show signs of more than a shape and do not determine it.
+std::string undetermined(Level taken) {
+  std::string const what = taken == Level::Flat        ? "flat"
+                           : taken == Level::Quadratic ? "evenly bent"
+                                                       : "smooth";
+  return "The target looks uneven, and so few or so like views do not determine how: it is "
+         "taken to be " +
+         what + ". Show it in more poses, tilted to all sides and turned in its plane";
+}
+
 } // namespace
 
 bool isSignificant(double gain, double parameters, double squares, double freedom) {
@@ -71,18 +83,20 @@ bool isSignificant(double gain, double parameters, double squares, double freedo
   return ((1 - b) * root - (1 - a)) / std::sqrt(b * root * root + a) > oneInAThousand;
 }
 
-void chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress const& progress) {
+std::string chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress const& progress) {
   auto const take = [&](Level level) {
     bundle.extendShape(level);
     solveBundle(bundle, settings.maxIterations, progress);
   };
   switch (settings.shape) {
   case AdjustmentSettings::Shape::Flat:
-    return;
+    return {};
   case AdjustmentSettings::Shape::Smooth:
-    return take(Level::Smooth);
+    take(Level::Smooth);
+    return {};
   case AdjustmentSettings::Shape::Dots:
-    return take(Level::Dots);
+    take(Level::Dots);
+    return {};
   case AdjustmentSettings::Shape::Auto:
   case AdjustmentSettings::Shape::Bent:
     break;
@@ -95,15 +109,24 @@ void chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress co
     bool const isScatter = squares.total() < mostS0 * mostS0 * freedomOf(bundle, squares);
     bool const isBeyond = settings.shape == AdjustmentSettings::Shape::Bent && level != Level::Quadratic;
     if (isBeyond || (level == Level::Dots && !(isScatter && areDotsOff(bundle)))) {
-      return;
+      return {};
     }
     double const more = ShapeBasis(level, bundle.target).parameterCount() - bundle.shape.parameterCount();
     double const gain = gainOf(bundle, level);
     double const rest = std::max(squares.total() - gain, 0.0);
     if (isSignificant(gain, more, rest, freedomOf(bundle, squares) - more)) {
-      take(level);
+      Bundle const simpler = bundle;
+      try {
+        take(level);
+      } catch (Cancelled const&) {
+        throw;
+      } catch (Exception const&) {
+        bundle = simpler;
+        return undetermined(bundle.shape.level());
+      }
     }
   }
+  return {};
 }
 
 TargetShape targetShapeOf(Bundle const& bundle, double significance, double flatS0) {

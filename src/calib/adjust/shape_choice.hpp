@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <string>
+
 #include <vorn/mv/calib/adjustment.hpp>
 
 #include "calib/adjust/bundle.hpp"
@@ -11,7 +13,9 @@ namespace vorn::mv {
 
 /// Gives a solved bundle with a flat target the shape that the settings ask for, or that its views show, and
 /// solves it again.
-void chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress const& progress);
+/// @return why the shape is simpler than what the views show signs of; empty where it is not
+/// @throws Exception when the views do not determine a shape that the settings ask for by name
+std::string chooseShape(Bundle& bundle, AdjustmentSettings const& settings, Progress const& progress);
 
 /// What a bundle found out about its target.
 /// @param significance the greatest parameter of the shape as a multiple of its standard deviation

@@ -276,11 +276,15 @@ void adjustUntilSound(Calibration& calibration, CalibrationSettings const& setti
     Finding const* const leaving = leavingOf(findings, views.size());
     if (leaving == nullptr || !std::isfinite(settings.outlierRatio)) {
       explainWrongDots(said, findings, diagnosed.adjustment, numbers);
+      if (calibration.report.shapeLimit.empty()) {
+        calibration.report.shapeLimit = diagnosed.adjustment.shapeLimit;
+      }
       takeAdjustment(calibration, views, std::move(diagnosed.adjustment), adjuster);
       said.insert(said.end(), findings.begin(), findings.end());
       calibration.report.untested = untestedCauses(
           calibration.views, calibration.report.adjustment->models.size(), settings.adjustment.holdCamera0);
-      bool const isTakenFlat = known.shape == AdjustmentSettings::Shape::Flat && !known.limit.empty();
+      bool const isTakenFlat = calibration.report.adjustment->shape.kind == TargetShape::Kind::Flat &&
+                               !calibration.report.shapeLimit.empty();
       if (isTakenFlat) {
         calibration.report.untested.insert(calibration.report.untested.begin(), FindingCause::BentTarget);
       }

@@ -120,6 +120,9 @@ struct Adjustment {
   bool isRead = false;
   /// One for each given view.
   std::vector<ViewAdjustment> views;
+  /// Why the shape is simpler than what the residuals show signs of, with Shape::Auto and Shape::Bent: so few
+  /// or so like views do not determine it. Else empty.
+  std::string shapeLimit = {};
 };
 
 /// The lens, the poses and the target's shape that fit the views of one camera best.

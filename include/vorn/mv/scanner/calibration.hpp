@@ -161,7 +161,8 @@ struct CalibrationReport {
   /// Why there is no adjustment though it was wanted; else empty.
   std::string notAdjusted;
   /// Why the adjustment looked for less of the target's shape than was wanted: the target looks the same
-  /// turned, and the views do not tell how it is turned in each. Else empty.
+  /// turned, and the views do not tell how it is turned in each; or found less of it, as the views do not
+  /// determine more. Else empty.
   std::string shapeLimit;
   /// How far the devices stand elsewhere to each other in each used view, in their order; with an adjustment
   /// of two devices.
