@@ -27,7 +27,6 @@ struct OctreeParts {
 /// only. So the child codes of ten levels are worked out at once for all points, as one number a point, and a
 /// stable radix sort of these numbers brings the points into the order of the chain. Clusters that ten levels
 /// cannot separate are sorted again from there.
-/// @throws Cancelled when the observer stops it
 /// @throws Cancelled when the observer of `progress` stops it
 template <class Points>
 OctreeParts buildOctree(Points const& points, std::size_t count, std::size_t bucketCapacity,

@@ -53,7 +53,6 @@ private:
   void markClaimed(uchar step);
   void grow();
   void takeTurn(std::uint32_t index);
-  void push(std::uint32_t index);
   float qualityAt(std::uint32_t index) const;
 
   cv::Size size_;
