@@ -72,6 +72,7 @@
 #include <vorn/mv/imaging/morphology_filters.hpp>
 #include <vorn/mv/imaging/smoothing_filters.hpp>
 #include <vorn/mv/imaging/threshold_filters.hpp>
+#include <vorn/mv/imaging/white_level.hpp>
 #include <vorn/mv/measure/amat.hpp>
 #include <vorn/mv/measure/color_map.hpp>
 #include <vorn/mv/measure/fit.hpp>
