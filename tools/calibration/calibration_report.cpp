@@ -115,7 +115,7 @@ std::string adjustedText(mv::CalibrationReport const& report) {
   if (isWarnedOf) {
     out << "target: not flat, as the warning says\n";
   } else if (shape.kind == mv::TargetShape::Kind::Flat) {
-    out << "target: flat, as far as the views tell\n";
+    out << (report.shapeLimit.empty() ? "target: flat, as far as the views tell\n" : "");
   } else {
     out << std::setprecision(3) << "target: off its shape by " << shape.rms << " mm RMS, bent by "
         << shape.sagX << " mm along x and " << shape.sagY << " mm along y; taken into account\n";
