@@ -4,8 +4,10 @@
 #include <vector>
 
 #include <vorn/graphic/obj_file.hpp>
+#include <vorn/graphic/pcd_file.hpp>
 #include <vorn/graphic/ply_file.hpp>
 #include <vorn/graphic/stl_file.hpp>
+#include <vorn/graphic/xyz_file.hpp>
 #include <vorn/mv/pointcloud/point_cloud.hpp>
 
 #include "file_inputs.hpp"
@@ -57,8 +59,11 @@ double save(Sizes const& sizes) {
 
 std::vector<MemoryCase> fileCases() {
   using graphic::OBJFile;
+  using graphic::PCDFile;
   using graphic::PLYFile;
   using graphic::STLFile;
+  using graphic::XYZFile;
+  PCDFile const pcdText(PCDFile::Format::Ascii);
   PLYFile const plyText(PLYFile::Format::Ascii);
   STLFile const stlText(STLFile::Format::Ascii);
   return {
@@ -67,11 +72,17 @@ std::vector<MemoryCase> fileCases() {
       {"`OBJFile::read`", [](Sizes const& s) { return read(OBJFile(), s); }},
       {"`STLFile::read`, binary", [](Sizes const& s) { return read(STLFile(), s); }},
       {"`STLFile::read`, ascii", [=](Sizes const& s) { return read(stlText, s); }},
+      {"`PCDFile::read`, binary", [](Sizes const& s) { return read(PCDFile(), s); }},
+      {"`PCDFile::read`, ascii", [=](Sizes const& s) { return read(pcdText, s); }},
+      {"`XYZFile::read`", [](Sizes const& s) { return read(XYZFile(), s); }},
       {"`PLYFile::write`, binary", [](Sizes const& s) { return write(PLYFile(), s); }},
       {"`PLYFile::write`, ascii", [=](Sizes const& s) { return write(plyText, s); }},
       {"`OBJFile::write`", [](Sizes const& s) { return write(OBJFile(), s); }},
       {"`STLFile::write`, binary", [](Sizes const& s) { return write(STLFile(), s); }},
       {"`STLFile::write`, ascii", [=](Sizes const& s) { return write(stlText, s); }},
+      {"`PCDFile::write`, binary", [](Sizes const& s) { return write(PCDFile(), s); }},
+      {"`PCDFile::write`, ascii", [=](Sizes const& s) { return write(pcdText, s); }},
+      {"`XYZFile::write`", [](Sizes const& s) { return write(XYZFile(), s); }},
       {"`PointCloud::loadFromFile`", load},
       {"`PointCloud::saveToFile`", save},
   };

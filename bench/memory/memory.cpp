@@ -27,8 +27,8 @@ namespace {
 
 std::vector<MemoryCase> allCases() {
   std::vector<MemoryCase> all;
-  for (auto const& cases :
-       {scanCases(), calibrationCases(), imageCases(), cloudCases(), fileCases(), jobCases()}) {
+  for (auto const& cases : {scanCases(), calibrationCases(), imageCases(), cloudCases(), registrationCases(),
+                            fileCases(), jobCases()}) {
     all.insert(all.end(), cases.begin(), cases.end());
   }
   return all;

@@ -63,6 +63,7 @@ std::vector<MemoryCase> scanCases();
 std::vector<MemoryCase> calibrationCases();
 std::vector<MemoryCase> imageCases();
 std::vector<MemoryCase> cloudCases();
+std::vector<MemoryCase> registrationCases();
 std::vector<MemoryCase> fileCases();
 std::vector<MemoryCase> jobCases();
 

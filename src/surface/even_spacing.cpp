@@ -152,6 +152,7 @@ Bulk bulkOf(std::vector<cv::Vec3d> const& points) {
     low[axis] = first - reach;
     high[axis] = third + reach;
   }
+  bulk.places.reserve(points.size());
   for (cv::Vec3d const& point : points) {
     if (point[0] >= low[0] && point[0] <= high[0] && point[1] >= low[1] && point[1] <= high[1]) {
       bulk.places.emplace_back(point[0], point[1]);

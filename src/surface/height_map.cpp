@@ -33,6 +33,9 @@ Points presentPoints(PointCloud const& cloud, HeightRule rule) {
     throw error("The cloud has no field sigma to weight heights with", function);
   }
   Points points;
+  auto const most = static_cast<std::size_t>(cloud.presentCount());
+  points.places.reserve(most);
+  points.weights.reserve(rule == HeightRule::Weighted ? most : 0);
   for (int row = 0; row < cloud.points().rows; ++row) {
     for (int column = 0; column < cloud.points().cols; ++column) {
       cv::Vec3f const& point = cloud.points()(row, column);
@@ -187,6 +190,8 @@ HeightMap heightMapOf(PointCloud const& cloud, HeightMapSettings const& settings
   map.counts = cv::Mat_<int>(rows, columns, 0);
   std::vector<int> cells;
   std::vector<unsigned> order;
+  cells.reserve(points.places.size());
+  order.reserve(points.places.size());
   for (cv::Vec3d const& point : points.places) {
     cells.push_back(cellOf(point[1], 1) * columns + cellOf(point[0], 0));
     order.push_back(static_cast<unsigned>(order.size()));

@@ -45,7 +45,7 @@ struct HeightMap {
 
 /// The heights of a cloud's present, finite points over a plane. The map's x axis is that of the cloud as far
 /// as the plane allows. Working memory: 32 bytes a point beside the result, 40 with `Weighted`; more while a
-/// plane is fitted (as `fitPlane`) or the cell size found (40 bytes a point).
+/// plane is fitted (as `fitPlane`) or the cell size found (80 bytes a point in all).
 /// @throws Exception when fewer than three points are present, when no plane is given and they lie on a line
 ///         or `fitPlane` throws,
 ///         when a plane has no normal, when a cell size is below 0 or gives more than 2^28 cells, and for
