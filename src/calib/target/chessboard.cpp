@@ -3,9 +3,7 @@
 #include "calib/target/chessboard.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,10 +12,9 @@
 #include <opencv2/imgproc.hpp>
 
 #include "calib/target/board_crossings.hpp"
-#include "calib/target/board_neighbours.hpp"
+#include "calib/target/chessboard_corners.hpp"
 #include "calib/target/corner_saddle.hpp"
 #include "calib/target/grid_placement.hpp"
-#include "core/median.hpp"
 
 namespace vorn::mv {
 namespace {
@@ -26,21 +23,6 @@ constexpr char const* stage = "detecting targets";
 
 /// Least share of a board's corners that must be clear.
 constexpr double leastKept = 0.8;
-
-/// Least contrast of a corner's squares, of the board's median.
-constexpr double leastContrast = 0.25;
-
-/// A board by rows.
-struct Corners {
-  cv::Size size;
-  std::vector<cv::Point2f> places;
-  std::vector<char> isSettled; ///< whether each was measured at a saddle
-
-  cv::Point2d at(cv::Point const& index) const {
-    return places[static_cast<std::size_t>(index.y * size.width + index.x)];
-  }
-  bool has(cv::Point const& index) const { return cv::Rect({}, size).contains(index); }
-};
 
 std::string sizeText(cv::Size const& size) {
   return std::to_string(size.width) + " x " + std::to_string(size.height);
@@ -74,7 +56,7 @@ cv::Mat evened(cv::Mat const& image) {
   return even;
 }
 
-bool search(cv::Mat const& image, cv::Size const& size, int more, Corners& corners) {
+bool search(cv::Mat const& image, cv::Size const& size, int more, BoardCorners& corners) {
   cv::Mat squares; // of the board that was found, one a corner
   // Images that are no larger are enlarged for the search.
   constexpr int smallSide = 640;
@@ -130,153 +112,6 @@ cv::Point2f unreduced(cv::Point2f const& place, int factor) {
   return place * f + cv::Point2f((f - 1) / 2, (f - 1) / 2);
 }
 
-/// The way to a corner's neighbour along one axis, as from the one on the other side where there is none.
-cv::Point2d stepAt(Corners const& corners, cv::Point const& index, cv::Point const& along) {
-  bool const isAfter = corners.has(index + along);
-  bool const isBefore = corners.has(index - along);
-  cv::Point2d const here = corners.at(index);
-  cv::Point2d const after = isAfter ? corners.at(index + along) : here;
-  cv::Point2d const before = isBefore ? corners.at(index - along) : here;
-  return (after - before) * (isAfter && isBefore ? 0.5 : 1.0);
-}
-
-/// How a board lies around a corner: a square along x and along y.
-Crossing crossingAt(Corners const& corners, cv::Point const& index) {
-  return {corners.at(index), stepAt(corners, index, {1, 0}), stepAt(corners, index, {0, 1})};
-}
-
-/// Moves corners to the saddles of the grey levels: `findChessboardCornersSB` leaves them some hundredths of
-/// a pixel beside, all to one side.
-/// @param doubt how far they may be off, px
-void refine(cv::Mat const& smooth, double doubt, Corners& corners) {
-  constexpr double windowInSquares = 0.25;
-  constexpr int smallest = 2;
-  constexpr int largest = 8;
-  Corners const rough = corners;
-  corners.isSettled.assign(corners.places.size(), 0);
-  for (int y = 0; y < corners.size.height; ++y) {
-    for (int x = 0; x < corners.size.width; ++x) {
-      Crossing const crossing = crossingAt(rough, {x, y});
-      double const square = std::min(cv::norm(crossing.right), cv::norm(crossing.down));
-      int const half = std::clamp(static_cast<int>(windowInSquares * square), smallest, largest);
-      if (auto const saddle = settledSaddle(smooth, crossing.centre, half, doubt)) {
-        auto const number = static_cast<std::size_t>(y * corners.size.width + x);
-        corners.places[number] = *saddle;
-        corners.isSettled[number] = 1;
-      }
-    }
-  }
-}
-
-/// What the grey levels at a board's corners tell.
-struct Judgement {
-  std::vector<double> contrasts; ///< above 0 for dark squares at the upper left and lower right
-  bool isFirstDark = true;       ///< whether the first corner has dark squares there
-  double median = 0;
-
-  /// Dark squares where they belong at a corner, and how clearly.
-  double at(std::size_t number, cv::Point const& index) const {
-    bool const isLikeFirst = (index.x + index.y) % 2 == 0;
-    return isLikeFirst == isFirstDark ? contrasts[number] : -contrasts[number];
-  }
-};
-
-Judgement judge(cv::Mat const& smooth, Corners const& corners) {
-  Judgement judgement;
-  std::vector<double> asFirst;
-  for (int y = 0; y < corners.size.height; ++y) {
-    for (int x = 0; x < corners.size.width; ++x) {
-      double const contrast = crossingContrast(smooth, crossingAt(corners, {x, y}));
-      judgement.contrasts.push_back(contrast);
-      asFirst.push_back((x + y) % 2 == 0 ? contrast : -contrast);
-    }
-  }
-  double const median = medianOf(std::move(asFirst));
-  judgement.isFirstDark = median > 0;
-  judgement.median = std::abs(median);
-  return judgement;
-}
-
-/// The board without the corners that are no crossings, and those.
-struct JudgedBoard {
-  std::vector<TargetDot> kept;
-  std::vector<DroppedDot> dropped;
-};
-
-JudgedBoard sieve(Corners const& corners, Judgement const& judgement) {
-  JudgedBoard board;
-  auto const drop = [&](cv::Point2d const& place, char const* reason) {
-    board.dropped.push_back({cv::Point2f(place), reason});
-  };
-  std::vector<TargetDot> crossings;
-  for (int i = 0; i < corners.size.area(); ++i) {
-    auto const number = static_cast<std::size_t>(i);
-    cv::Point const index(i % corners.size.width, i / corners.size.width);
-    if (judgement.at(number, index) < leastContrast * judgement.median) {
-      drop(corners.at(index), "it is no crossing of two dark and two bright squares");
-    } else if (corners.isSettled[number] == 0) {
-      drop(corners.at(index), "the grey levels have no saddle there");
-    } else {
-      crossings.push_back({index, corners.at(index)});
-    }
-  }
-  for (TargetDot const& corner : crossings) {
-    Crossing const around = crossingAt(corners, corner.index);
-    double const square = std::min(cv::norm(around.right), cv::norm(around.down));
-    if (offsetFromNeighbours(crossings, corner).value_or(0) <= mostOffset(square)) {
-      board.kept.push_back(corner);
-    } else {
-      drop(corner.centre, "it does not stand where its neighbours say");
-    }
-  }
-  return board;
-}
-
-/// The reason that most of some were dropped for.
-std::string usualReason(std::vector<DroppedDot> const& dropped) {
-  std::map<std::string, int> counts;
-  for (DroppedDot const& dot : dropped) {
-    ++counts[dot.reason];
-  }
-  return std::max_element(counts.begin(), counts.end(),
-                          [](auto const& a, auto const& b) { return a.second < b.second; })
-      ->first;
-}
-
-/// Whether there are crossings a square beyond one side of a board.
-bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judgement,
-            cv::Point const& outwards) {
-  constexpr double leastShare = 0.5; // of the side's corners
-  int seen = 0;
-  int crossings = 0;
-  for (int i = 0; i < corners.size.area(); ++i) {
-    cv::Point const index(i % corners.size.width, i / corners.size.width);
-    if (corners.has(index + outwards)) {
-      continue;
-    }
-    ++seen;
-    // Squares become smaller or larger at the rate that they did before.
-    cv::Point2d const last = corners.at(index) - corners.at(index - outwards);
-    cv::Point2d const before = corners.at(index - outwards) - corners.at(index - 2 * outwards);
-    double const growth = std::clamp(cv::norm(last) / std::max(cv::norm(before), 1e-9), 0.5, 2.0);
-    Crossing crossing = crossingAt(corners, index);
-    crossing.centre += last * growth;
-    int const x = index.x + outwards.x;
-    int const y = index.y + outwards.y;
-    bool const isDark = ((x + y) % 2 == 0) == judgement.isFirstDark;
-    double const contrast = crossingContrast(smooth, crossing);
-    crossings += (isDark ? contrast : -contrast) >= leastContrast * judgement.median ? 1 : 0;
-  }
-  return crossings >= leastShare * seen;
-}
-
-bool goesOn(cv::Mat const& smooth, Corners const& corners, Judgement const& judgement) {
-  std::array<cv::Point, 4> const sides = {cv::Point(-1, 0), cv::Point(1, 0), cv::Point(0, -1),
-                                          cv::Point(0, 1)};
-  return std::any_of(sides.begin(), sides.end(),
-                     [&](cv::Point const& outwards) { return goesOn(smooth, corners, judgement, outwards); });
-}
-
 /// A chessboard in an image, to be measured.
 class Search {
 public:
@@ -293,7 +128,7 @@ public:
       cv::Mat const level = reduced(image_, factor);
       for (cv::Mat const& seen : {evened(level), level}) {
         progress.at(stage, done);
-        Corners corners;
+        BoardCorners corners;
         if (search(seen, target_.size, 0, corners) && corners.size == target_.size) {
           lookAt(std::move(corners), factor);
         }
@@ -314,7 +149,7 @@ public:
 
 private:
   /// Takes a board of the target's size in a reduced image, if it tells more than the last one.
-  void lookAt(Corners corners, int factor) {
+  void lookAt(BoardCorners corners, int factor) {
     measure(corners, factor);
     Judgement const judgement = judge(smooth_, corners);
     if (goesOn(smooth_, corners, judgement)) {
@@ -356,7 +191,7 @@ private:
   }
 
   /// Brings corners from a reduced image to this one's saddles.
-  void measure(Corners& corners, int factor) const {
+  void measure(BoardCorners& corners, int factor) const {
     for (cv::Point2f& place : corners.places) {
       place = unreduced(place, factor);
     }
@@ -372,7 +207,7 @@ private:
   /// Looks for a board of any size: it is taken if it is the target, and said if it is not.
   void lookForAny(int factor) {
     cv::Mat const level = reduced(image_, factor);
-    Corners part;
+    BoardCorners part;
     constexpr int least = 3; // corners each way that can be looked for
     bool const isPart =
         search(evened(level), {least, least}, cv::CALIB_CB_LARGER, part) && part.size.area() > least * least;
@@ -382,12 +217,12 @@ private:
     }
     if (best_.isEmpty()) {
       bool const isOther = isPart && !isTarget && isClear(part, factor);
-      refuse(findCrossings(level), isOther ? part : Corners(), factor);
+      refuse(findCrossings(level), isOther ? part : BoardCorners(), factor);
     }
   }
 
   /// Whether a board of another size is one, and no chance in noise.
-  bool isClear(Corners part, int factor) const {
+  bool isClear(BoardCorners part, int factor) const {
     measure(part, factor);
     return static_cast<double>(sieve(part, judge(smooth_, part)).kept.size()) >= leastKept * part.size.area();
   }
@@ -395,7 +230,7 @@ private:
   /// Says why there is no board, and what was seen in its place.
   /// @param crossings in the reduced image
   /// @param other a board of another size there; empty: none
-  void refuse(std::vector<cv::Point2f> const& crossings, Corners const& other, int factor) {
+  void refuse(std::vector<cv::Point2f> const& crossings, BoardCorners const& other, int factor) {
     best_.steps = {{"crossings of dark and bright squares", static_cast<int>(crossings.size())},
                    {"inner corners of one chessboard", other.size.area()},
                    {"of the described one", 0}};
