@@ -125,4 +125,23 @@ private:
   }
 };
 
+/// The views of the first device alone.
+inline std::vector<mv::AdjustmentView> ofCamera(std::vector<mv::AdjustmentView> views) {
+  for (mv::AdjustmentView& view : views) {
+    view.points1.clear();
+  }
+  return views;
+}
+
+/// fx, fy, cx, cy and D of a model, in the order of the covariance.
+inline std::vector<double> numbersOf(cv::Matx33d const& K, std::vector<double> const& D) {
+  std::vector<double> numbers{K(0, 0), K(1, 1), K(0, 2), K(1, 2)};
+  numbers.insert(numbers.end(), D.begin(), D.end());
+  return numbers;
+}
+inline std::vector<double> numbersOf(mv::CameraModel const& model) {
+  cv::Mat_<double> const D(model.getD().reshape(1, 1));
+  return numbersOf(cv::Matx33d(model.getK()), {D.begin(), D.end()});
+}
+
 } // namespace vorn::test
